@@ -1,0 +1,305 @@
+/* qelj: image-compression primitives.
+ *
+ * The building blocks of JPEG, JPEG 2000, JPEG XR, block-texture and TIFF codecs: sample and colour conversion,
+ * transforms, quantisation and entropy coding. A caller owns files, image memory and loops, and hands the library
+ * one row, one block, one code-block or one tile at a time.
+ *
+ * HOW TO READ THIS HEADER
+ *
+ * Names.  qeli<Operation>[<Sampling>][LS][_<Variant>][_<Standard>]_<Types>_<Layout>
+ *   Sampling  444, 422 (chroma halved across), 411 (chroma halved across and down: what the world calls 4:2:0),
+ *             H2V1 and H2V2 (the factors of a resampling)
+ *   LS        the level shift of 128 is part of the function; MCU: works on one minimum coded unit
+ *   Types     source type, then destination type when they differ: 1u packed bits in bytes, 8u 16u unsigned,
+ *             16s 32s signed, 32f single-precision float
+ *   Layout    C1..C4 interleaved channels in one buffer, P3 P4 planes; R a region (step and size), I in place
+ *
+ * Arguments.  Source, source step, destination, destination step, size, then the operation's own.
+ *   Steps are byte distances between rows, also for 16-bit, 32-bit and float samples, and are at least 1 unless a
+ *   function says otherwise. Planes come as an array of plane pointers, which is only read. Planes of equal size
+ *   share one step. A block is 64 consecutive 16-bit values in natural row order unless a function says zig-zag.
+ *   An MCU buffer holds consecutive blocks: 444 one luma block, 422 two (left, right), 411 four (top left, top
+ *   right, bottom left, bottom right), and one block a chroma plane; K is laid out like luma.
+ *
+ * Alignment.  No pointer to sample or stream data needs any alignment: 16- and 32-bit samples may stand at odd
+ *   addresses. Plane arrays, results and size records are ordinary C objects with their natural alignment. Where
+ *   a function's values depend on an address (some MCU conversions do), it says so.
+ *
+ * Overlap.  Source and destination must not overlap unless a function says that they may.
+ *
+ * Status.  Every function but qeljGetLibVersion returns a QelStatus. Arguments are checked in the order that a
+ *   family states, the first failure is the result, and nothing has been written by then. Each family lists the
+ *   statuses that it can return besides qelStatusOk.
+ *
+ * Threads.  Calls that work on different buffers and different records may run at the same time. Calls on one
+ *   record must be serial. Functions marked "forks" use an OpenMP team inside the call for images of more than
+ *   8192 pixels; the bytes that they write do not depend on the number of threads. Nothing else starts a thread.
+ *
+ * Memory.  All sample and stream memory belongs to the caller. Nothing is allocated unless a function says so
+ *   (...InitAlloc and a few coders); allocation goes through qelcore (see qelcore.h).
+ *
+ * Exactness.  Results are defined to the bit, on every processor and build. Where the pixels at the end of a row
+ *   use another fixed-point form than the main part, that is part of the definition.
+ */
+#ifndef QELJ_H
+#define QELJ_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define QELJ_API __attribute__((visibility("default")))
+#else
+#define QELJ_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Status
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* Result of every function: 0 success, negative failure, positive warning (the output is complete and usable). */
+typedef int32_t QelStatus;
+
+enum {
+  /* The width or height is odd for the sampling; the last odd column or row was left out of the pairs. */
+  qelStatusOddSizeWarning = 35,
+  /* A divisor in a table was zero; its entry holds 0xFFFF and the other entries are right. */
+  qelStatusZeroDivisorWarning = 6,
+  qelStatusOk = 0,
+  /* A run of zeros in a baseline block went past the guard entries of the scan-order table. */
+  qelStatusJpegBlockOverrun = -2,
+  /* An argument other than a pointer, step or size is out of its domain. */
+  qelStatusBadArg = -5,
+  /* A width, height or length is below the operation's minimum. */
+  qelStatusBadSize = -6,
+  /* A value is outside the range that the format can hold. */
+  qelStatusOutOfRange = -7,
+  /* A pointer, or a plane pointer in a plane array, is null; also a failed allocation of a Huffman record. */
+  qelStatusNullPointer = -8,
+  /* Allocation failed in a code-block coder's ...InitAlloc. */
+  qelStatusNoMemory = -9,
+  /* A step is below 1. */
+  qelStatusBadStep = -14,
+  /* A state record is not one of this family. */
+  qelStatusContextMismatch = -17,
+  /* The coded stream ended while a decoder needed more bytes, or the destination while an encoder had bytes. */
+  qelStatusJpegOutOfBuffer = -62,
+  /* No valid code here, a marker where bits were needed, or a value that no Huffman category can express. */
+  qelStatusJpegCoeffRange = -63,
+  /* A Huffman table is not usable: its code counts overflow, or a symbol to be coded has no code. */
+  qelStatusJpegHuffTable = -64,
+  /* The decoder detected an error in a code-block's passes. */
+  qelStatusJpeg2kBadCodeBlock = -112,
+  /* A coding-pass index is negative or not below the number of passes. */
+  qelStatusJpeg2kBadPassNumber = -113,
+  /* A TIFF row packer or unpacker reached the end of its source or destination. */
+  qelStatusOutOfBuffer = -124,
+  /* A progressive code-block decoder was stepped before a buffer was attached. */
+  qelStatusJpeg2kNotAttached = -180
+};
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Shared types
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* Size of an image or region, in pixels or samples of one channel. */
+typedef struct QelSize {
+  int32_t width;
+  int32_t height;
+} QelSize;
+
+/* A tile's rectangle on the reference grid; of x and y only the lowest bit counts. */
+typedef struct QelRect {
+  int32_t x;
+  int32_t y;
+  int32_t width;
+  int32_t height;
+} QelRect;
+
+/* ------------------------------------------------------------------------------------------------------------
+ * The library itself
+ * ------------------------------------------------------------------------------------------------------------ */
+
+typedef struct QelLibVersion {
+  int32_t versionMajor;
+  int32_t versionMinor;
+  int32_t versionPatch;
+  int32_t versionBuild;
+  char cpuTag[4]; /* processor generation, filled with zeros */
+  const char* libraryName;
+  const char* versionText;
+  const char* buildDateText;
+} QelLibVersion;
+
+/* The version record: constant, in static storage, the same pointer on every call. Cannot fail. */
+QELJ_API const QelLibVersion* qeljGetLibVersion(void);
+
+/* ============================================================================================================
+ * JPEG (ISO/IEC 10918-1, JFIF)
+ * ============================================================================================================ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Level shift (A.3.1)
+ *
+ * Centre 8-bit samples on zero before a forward DCT, and bring them back behind an inverse one.
+ *   Sub128: dst = src - 128, from -128 to 127.      Add128: dst = src + 128, clamped to 0..255.
+ *
+ * size.width samples a row, size.height rows; both at least 1. Any step from 1 up is accepted.
+ * Checked in this order: src (qelStatusNullPointer), srcStep (qelStatusBadStep), dst (qelStatusNullPointer),
+ * dstStep (qelStatusBadStep), size (qelStatusBadSize). Both functions fork.
+ * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliSub128_JPEG_8u16s_C1R(const uint8_t* src, int32_t srcStep, int16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliAdd128_JPEG_16s8u_C1R(const int16_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Forward colour conversion: RGB, BGR, CMYK to Y, YCbCr, YCCK planes
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Inverse colour conversion: YCbCr, YCCK planes to RGB, BGR, CMYK
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Subsampled plane conversion: RGB, BGR to and from YCbCr planes of 4:2:2 and 4:1:1
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Resampling of a chroma plane or row
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * MCU conversion, forward: pixels to level-shifted blocks
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * MCU conversion, inverse: blocks to pixels
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Quantisation tables and plain quantisation
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Forward DCT with quantisation
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Inverse DCT with dequantisation
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Reduced-size inverse DCT
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Huffman records: tables and coder states
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Baseline block coding
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Progressive block coding
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Lossless coding and prediction
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Huffman statistics and optimal code lengths
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ============================================================================================================
+ * JPEG 2000 (ISO/IEC 15444-1)
+ * ============================================================================================================ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Component transforms
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Reversible 5/3 wavelet: rows and columns
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Irreversible 9/7 wavelet: rows and columns
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Whole-tile wavelets
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Code-block encoder
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Code-block decoder
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Progressive code-block decoder
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ============================================================================================================
+ * JPEG XR (ITU-T T.832)
+ * ============================================================================================================ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Photo core transform
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Adaptive VLC state and scan
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Block coefficient coding
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * DC block coding
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Fixed-length coding
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ============================================================================================================
+ * Texture blocks (BC1 to BC7)
+ * ============================================================================================================ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * DXT1, DXT3, DXT5, BC4 and BC5 decoding
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * DXT1, DXT3, DXT5, BC4 and BC5 encoding
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * BC6 decoding
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * BC7 decoding and encoding
+ * ------------------------------------------------------------------------------------------------------------ */
+
+/* ============================================================================================================
+ * TIFF
+ * ============================================================================================================ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * PackBits and byte planes of a row
+ * ------------------------------------------------------------------------------------------------------------ */
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,92 @@
+// Scalar arithmetic that C++ leaves undefined or implementation-defined, made exact: saturation, wrap-around,
+// unaligned access, row addresses.
+#ifndef QELJ_FRAME_ARITH_H
+#define QELJ_FRAME_ARITH_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+#include <utility>
+
+namespace qelj {
+
+// Unaligned, aliasing-safe access. Compiles to one move.
+template <class T>
+inline T load(const void* p) {
+  T value;
+  std::memcpy(&value, p, sizeof value);
+  return value;
+}
+template <class T>
+inline void store(void* p, T value) {
+  std::memcpy(p, &value, sizeof value);
+}
+
+// Element `i` of a sample array that may lie at any address.
+template <class T>
+inline T at(const T* base, ptrdiff_t i) {
+  return load<T>(reinterpret_cast<const char*>(base) + i * ptrdiff_t(sizeof(T)));
+}
+template <class T>
+inline void put(T* base, ptrdiff_t i, std::type_identity_t<T> value) {
+  store(reinterpret_cast<char*>(base) + i * ptrdiff_t(sizeof(T)), value);
+}
+
+// Row `y` of an image whose rows are `step` bytes apart. A pointer-width product: steps near 2^31 are legal.
+template <class T>
+inline T* row(T* base, ptrdiff_t step, ptrdiff_t y) {
+  using Byte = std::conditional_t<std::is_const_v<T>, const char, char>;
+  return reinterpret_cast<T*>(reinterpret_cast<Byte*>(base) + step * y);
+}
+
+// Saturation of any integer to the range of To.
+template <class To, class From>
+constexpr To saturate(From value) {
+  static_assert(std::is_integral_v<To> && std::is_integral_v<From>);
+  if (std::cmp_less(value, std::numeric_limits<To>::min())) return std::numeric_limits<To>::min();
+  if (std::cmp_greater(value, std::numeric_limits<To>::max())) return std::numeric_limits<To>::max();
+  return To(value);
+}
+constexpr uint8_t clampU8(int32_t value) { return saturate<uint8_t>(value); }
+constexpr int16_t clampI16(int32_t value) { return saturate<int16_t>(value); }
+
+// Two's-complement wrap-around in the width of T (never narrower arithmetic that promotes to a signed int).
+template <class T>
+using Unsigned = std::make_unsigned_t<T>;
+template <class T>
+constexpr T addWrap(T a, std::type_identity_t<T> b) {
+  return T(Unsigned<T>(Unsigned<T>(a) + Unsigned<T>(b)));
+}
+template <class T>
+constexpr T subWrap(T a, std::type_identity_t<T> b) {
+  return T(Unsigned<T>(Unsigned<T>(a) - Unsigned<T>(b)));
+}
+template <class T>
+constexpr T mulWrap(T a, std::type_identity_t<T> b) {
+  // 64-bit factors: the product of two promoted uint16_t would be a signed int.
+  return T(Unsigned<T>(uint64_t(Unsigned<T>(a)) * uint64_t(Unsigned<T>(b))));
+}
+template <class T>
+constexpr T shlWrap(T a, int bits) {
+  return T(Unsigned<T>(uint64_t(Unsigned<T>(a)) << bits));
+}
+template <class T>
+constexpr T negWrap(T a) {
+  return subWrap(T(0), a);
+}
+
+// Saturating sums and differences.
+template <class T>
+constexpr T addSat(T a, std::type_identity_t<T> b) {
+  return saturate<T>(int64_t(a) + int64_t(b));
+}
+template <class T>
+constexpr T subSat(T a, std::type_identity_t<T> b) {
+  return saturate<T>(int64_t(a) - int64_t(b));
+}
+
+}  // namespace qelj
+
+#endif

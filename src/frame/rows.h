@@ -1,0 +1,41 @@
+// The row driver: the one place that knows OpenMP.
+#ifndef QELJ_FRAME_ROWS_H
+#define QELJ_FRAME_ROWS_H
+
+#include "frame/arith.h"
+#include "qelcore.h"
+#include "qelj.h"
+
+namespace qelj {
+
+// An image of at most this many pixels stays on the calling thread.
+inline constexpr int32_t kForkThreshold = 0x2000;
+
+// Runs rowOperation(y) for every row of `size`, on several threads when the image is large. Each thread gets
+// one contiguous block of rows. A row operation cannot fail, and it writes nothing that another one reads or
+// writes, so the bytes do not depend on the split. The thread count is asked for on every call, and the pixel
+// count wraps at 32 bits like the product it stands for.
+template <class RowOperation>
+inline QelStatus forEachRow(QelSize size, RowOperation&& rowOperation) {
+  const int32_t threads = ownGetNumThreads();
+  const int32_t pixels = mulWrap(size.width, size.height);
+  if (pixels <= kForkThreshold || threads < 1) {
+    for (int32_t y = 0; y < size.height; ++y) rowOperation(y);
+  } else {
+    // Where the runtime refuses to nest, the region runs on the calling thread alone.
+#pragma omp parallel for schedule(static) num_threads(threads)
+    for (int32_t y = 0; y < size.height; ++y) rowOperation(y);
+  }
+  return qelStatusOk;
+}
+
+// The same loop for the functions that never fork; it asks for no thread count.
+template <class RowOperation>
+inline QelStatus forEachRowSerial(QelSize size, RowOperation&& rowOperation) {
+  for (int32_t y = 0; y < size.height; ++y) rowOperation(y);
+  return qelStatusOk;
+}
+
+}  // namespace qelj
+
+#endif

@@ -1,0 +1,636 @@
+// Vectors of 16 and 32 bytes, and the few operations on them that codecs need.
+//
+// A vector is a compiler vector type, so + - * & | ^ ~ << >> and the comparisons (which give a mask of 0 and -1
+// lanes) are the language's own. Signed lanes must not overflow: use addWrap, subWrap, mulWrap, or unsigned
+// lanes. What the language lacks is here, each operation once, with its processor form and a plain form with the
+// same lanes. Operations marked "by blocks" work in each 16 bytes of a vector separately, as processors do.
+//
+//   kBytes     bytes of this image's natural vector
+//   kEnabled   false in the image that runs every kernel in its scalar form; a kernel's vector loop starts with
+//              `if constexpr (simd::kEnabled)`
+#ifndef QELJ_FRAME_SIMD_H
+#define QELJ_FRAME_SIMD_H
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+#include "frame/arith.h"
+
+#if !defined(QELJ_PORTABLE) && defined(__SSE4_1__)
+#define QELJ_HAS_SSE41 1
+#include <immintrin.h>
+#else
+#define QELJ_HAS_SSE41 0
+#endif
+#if !defined(QELJ_PORTABLE) && defined(__AVX2__)
+#define QELJ_HAS_AVX2 1
+#else
+#define QELJ_HAS_AVX2 0
+#endif
+
+namespace qelj::simd {
+
+#if defined(QELJ_SCALAR)
+inline constexpr bool kEnabled = false;
+#else
+inline constexpr bool kEnabled = true;
+#endif
+inline constexpr int kBytes = QELJ_HAS_AVX2 ? 32 : 16;
+
+template <class T, int Bytes>
+struct VecOf {
+  typedef T Type __attribute__((vector_size(Bytes)));
+};
+template <class T, int Bytes = kBytes>
+using Vec = typename VecOf<T, Bytes>::Type;
+
+using U8 = Vec<uint8_t>;
+using I8 = Vec<int8_t>;
+using U16 = Vec<uint16_t>;
+using I16 = Vec<int16_t>;
+using U32 = Vec<uint32_t>;
+using I32 = Vec<int32_t>;
+using U64 = Vec<uint64_t>;
+using I64 = Vec<int64_t>;
+using F32 = Vec<float>;
+
+template <class V>
+using Lane = std::remove_cvref_t<decltype(V{}[0])>;
+template <class V>
+inline constexpr int kLanes = int(sizeof(V) / sizeof(Lane<V>));
+// The vector of V's size with lanes of another type.
+template <class T, class V>
+using With = Vec<T, int(sizeof(V))>;
+
+// --- memory, constants, halves -------------------------------------------------------------------------------
+
+template <class V>
+inline V load(const void* p) {
+  V v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+template <class V>
+inline void store(void* p, V v) {
+  std::memcpy(p, &v, sizeof v);
+}
+template <class V>
+inline V splat(Lane<V> x) {
+  return V{} + x;
+}
+template <>
+inline F32 splat<F32>(float x) {
+  F32 v;
+  for (int i = 0; i < kLanes<F32>; ++i) v[i] = x;
+  return v;
+}
+// The same bits seen as lanes of another type.
+template <class T, class V>
+inline With<T, V> as(V v) {
+  return (With<T, V>)v;
+}
+template <class V>
+inline auto lower(V v) {
+  Vec<Lane<V>, int(sizeof(V) / 2)> half;
+  std::memcpy(&half, &v, sizeof half);
+  return half;
+}
+template <class V>
+inline auto upper(V v) {
+  Vec<Lane<V>, int(sizeof(V) / 2)> half;
+  std::memcpy(&half, reinterpret_cast<const char*>(&v) + sizeof half, sizeof half);
+  return half;
+}
+template <class H>
+inline auto join(H low, H high) {
+  Vec<Lane<H>, int(2 * sizeof(H))> v;
+  std::memcpy(&v, &low, sizeof low);
+  std::memcpy(reinterpret_cast<char*>(&v) + sizeof low, &high, sizeof high);
+  return v;
+}
+
+// Converts lane by lane to lanes of type T (widening, narrowing by truncation, integer to float); the vector
+// grows or shrinks with the lanes.
+template <class T, class V>
+inline auto convert(V v) {
+  return __builtin_convertvector(v, Vec<T, kLanes<V> * int(sizeof(T))>);
+}
+// Reads kLanes<V> elements of type From and widens them to V's lanes.
+template <class V, class From>
+inline V loadAs(const void* p) {
+  return convert<Lane<V>>(load<Vec<From, kLanes<V> * int(sizeof(From))>>(p));
+}
+
+// --- lane-wise operations ----------------------------------------------------------------------------------------
+
+// Wrap-around on signed lanes.
+template <class V>
+inline V addWrap(V a, V b) {
+  using U = With<std::make_unsigned_t<Lane<V>>, V>;
+  return (V)((U)a + (U)b);
+}
+template <class V>
+inline V subWrap(V a, V b) {
+  using U = With<std::make_unsigned_t<Lane<V>>, V>;
+  return (V)((U)a - (U)b);
+}
+template <class V>
+inline V mulWrap(V a, V b) {
+  using U = With<std::make_unsigned_t<Lane<V>>, V>;
+  return (V)((U)a * (U)b);
+}
+template <class V>
+inline V shlWrap(V a, int bits) {
+  using U = With<std::make_unsigned_t<Lane<V>>, V>;
+  return (V)((U)a << Lane<U>(bits));
+}
+
+// mask ? a : b, for a mask of whole lanes.
+template <class M, class V>
+inline V select(M mask, V a, V b) {
+  static_assert(sizeof(M) == sizeof(V));
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (V)_mm256_blendv_epi8((__m256i)b, (__m256i)a, (__m256i)mask);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (V)_mm_blendv_epi8((__m128i)b, (__m128i)a, (__m128i)mask);
+#endif
+  using U = With<uint8_t, V>;
+  return (V)(((U)mask & (U)a) | (~(U)mask & (U)b));
+}
+
+namespace plain {
+constexpr int16_t mulHi(int16_t a, int16_t b) { return int16_t((int32_t(a) * b) >> 16); }
+constexpr uint16_t mulHi(uint16_t a, uint16_t b) { return uint16_t((uint32_t(a) * b) >> 16); }
+constexpr int16_t mulHiRound(int16_t a, int16_t b) { return int16_t((((int32_t(a) * b) >> 14) + 1) >> 1); }
+template <class T>
+constexpr T average(T a, T b) {
+  return T((unsigned(a) + b + 1) >> 1);
+}
+template <class T>
+constexpr T min(T a, T b) {
+  return a < b ? a : b;
+}
+template <class T>
+constexpr T max(T a, T b) {
+  return a > b ? a : b;
+}
+}  // namespace plain
+
+// QELJ_LANES2(name, lane type, 128-bit form, 256-bit form, plain form of one lane)
+#if QELJ_HAS_AVX2
+#define QELJ_LANES2_256(NAME, T, M256) \
+  inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return (Vec<T, 32>)M256((__m256i)a, (__m256i)b); }
+#else
+#define QELJ_LANES2_256(NAME, T, M256) \
+  inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); }
+#endif
+#if QELJ_HAS_SSE41
+#define QELJ_LANES2_128(NAME, T, M128, PLAIN) \
+  inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return (Vec<T, 16>)M128((__m128i)a, (__m128i)b); }
+#else
+#define QELJ_LANES2_128(NAME, T, M128, PLAIN)            \
+  inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) {   \
+    Vec<T, 16> r;                                        \
+    for (int i = 0; i < int(16 / sizeof(T)); ++i) r[i] = PLAIN(T(a[i]), T(b[i])); \
+    return r;                                            \
+  }
+#endif
+#define QELJ_LANES2(NAME, T, M128, M256, PLAIN) \
+  QELJ_LANES2_128(NAME, T, M128, PLAIN)         \
+  QELJ_LANES2_256(NAME, T, M256)
+
+// Saturating sum and difference.
+QELJ_LANES2(addSat, int16_t, _mm_adds_epi16, _mm256_adds_epi16, qelj::addSat<int16_t>)
+QELJ_LANES2(addSat, uint16_t, _mm_adds_epu16, _mm256_adds_epu16, qelj::addSat<uint16_t>)
+QELJ_LANES2(addSat, int8_t, _mm_adds_epi8, _mm256_adds_epi8, qelj::addSat<int8_t>)
+QELJ_LANES2(addSat, uint8_t, _mm_adds_epu8, _mm256_adds_epu8, qelj::addSat<uint8_t>)
+QELJ_LANES2(subSat, int16_t, _mm_subs_epi16, _mm256_subs_epi16, qelj::subSat<int16_t>)
+QELJ_LANES2(subSat, uint16_t, _mm_subs_epu16, _mm256_subs_epu16, qelj::subSat<uint16_t>)
+QELJ_LANES2(subSat, int8_t, _mm_subs_epi8, _mm256_subs_epi8, qelj::subSat<int8_t>)
+QELJ_LANES2(subSat, uint8_t, _mm_subs_epu8, _mm256_subs_epu8, qelj::subSat<uint8_t>)
+// High half of the product; with rounding: (a * b + 2^14) >> 15.
+QELJ_LANES2(mulHi, int16_t, _mm_mulhi_epi16, _mm256_mulhi_epi16, plain::mulHi)
+QELJ_LANES2(mulHi, uint16_t, _mm_mulhi_epu16, _mm256_mulhi_epu16, plain::mulHi)
+QELJ_LANES2(mulHiRound, int16_t, _mm_mulhrs_epi16, _mm256_mulhrs_epi16, plain::mulHiRound)
+// (a + b + 1) >> 1 without overflow.
+QELJ_LANES2(average, uint8_t, _mm_avg_epu8, _mm256_avg_epu8, plain::average)
+QELJ_LANES2(average, uint16_t, _mm_avg_epu16, _mm256_avg_epu16, plain::average)
+QELJ_LANES2(min, uint8_t, _mm_min_epu8, _mm256_min_epu8, plain::min)
+QELJ_LANES2(min, int8_t, _mm_min_epi8, _mm256_min_epi8, plain::min)
+QELJ_LANES2(min, uint16_t, _mm_min_epu16, _mm256_min_epu16, plain::min)
+QELJ_LANES2(min, int16_t, _mm_min_epi16, _mm256_min_epi16, plain::min)
+QELJ_LANES2(min, uint32_t, _mm_min_epu32, _mm256_min_epu32, plain::min)
+QELJ_LANES2(min, int32_t, _mm_min_epi32, _mm256_min_epi32, plain::min)
+QELJ_LANES2(max, uint8_t, _mm_max_epu8, _mm256_max_epu8, plain::max)
+QELJ_LANES2(max, int8_t, _mm_max_epi8, _mm256_max_epi8, plain::max)
+QELJ_LANES2(max, uint16_t, _mm_max_epu16, _mm256_max_epu16, plain::max)
+QELJ_LANES2(max, int16_t, _mm_max_epi16, _mm256_max_epi16, plain::max)
+QELJ_LANES2(max, uint32_t, _mm_max_epu32, _mm256_max_epu32, plain::max)
+QELJ_LANES2(max, int32_t, _mm_max_epi32, _mm256_max_epi32, plain::max)
+
+// The magnitude, wrapping for the most negative value.
+template <class V>
+inline V absWrap(V a) {
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 2) return (V)_mm256_abs_epi16((__m256i)a);
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) return (V)_mm256_abs_epi32((__m256i)a);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 2) return (V)_mm_abs_epi16((__m128i)a);
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 4) return (V)_mm_abs_epi32((__m128i)a);
+#endif
+  const V sign = a < V{};
+  return subWrap(a ^ sign, sign);
+}
+
+// Nearest integer, ties to even; lanes outside the 32-bit range and NaN give -2147483648.
+template <class V>
+inline With<int32_t, V> roundToInt(V a) {
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (Vec<int32_t, 32>)_mm256_cvtps_epi32((__m256)a);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (Vec<int32_t, 16>)_mm_cvtps_epi32((__m128)a);
+#endif
+  With<int32_t, V> r;
+  for (int i = 0; i < kLanes<V>; ++i)
+    r[i] = a[i] >= -2147483648.0f && a[i] < 2147483648.0f ? int32_t(std::nearbyintf(a[i])) : INT32_MIN;
+  return r;
+}
+// The same, cut towards zero.
+template <class V>
+inline With<int32_t, V> truncateToInt(V a) {
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (Vec<int32_t, 32>)_mm256_cvttps_epi32((__m256)a);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (Vec<int32_t, 16>)_mm_cvttps_epi32((__m128)a);
+#endif
+  With<int32_t, V> r;
+  for (int i = 0; i < kLanes<V>; ++i)
+    r[i] = a[i] >= -2147483648.0f && a[i] < 2147483648.0f ? int32_t(a[i]) : INT32_MIN;
+  return r;
+}
+
+// --- operations on pairs of lanes ---------------------------------------------------------------------------------
+
+// a[2i] * b[2i] + a[2i+1] * b[2i+1] in 32 bits (wrapping in the one case of four times -32768).
+template <class V>
+inline With<int32_t, V> mulAddPairs(V a, V b) {
+  static_assert(std::is_same_v<Lane<V>, int16_t>);
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (Vec<int32_t, 32>)_mm256_madd_epi16((__m256i)a, (__m256i)b);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (Vec<int32_t, 16>)_mm_madd_epi16((__m128i)a, (__m128i)b);
+#endif
+  With<int32_t, V> r;
+  for (int i = 0; i < kLanes<V> / 2; ++i)
+    r[i] = qelj::addWrap<int32_t>(int32_t(a[2 * i]) * b[2 * i], int32_t(a[2 * i + 1]) * b[2 * i + 1]);
+  return r;
+}
+// The pair (even, odd) of 16-bit weights in every pair of lanes.
+template <class V = I16>
+inline V pairs(int even, int odd) {
+  return (V)splat<With<int32_t, V>>(int32_t(uint32_t(uint16_t(even)) | uint32_t(uint16_t(odd)) << 16));
+}
+// a[2i] * b[2i] + a[2i+1] * b[2i+1] of unsigned and signed bytes, saturated to 16 bits.
+template <class V>
+inline With<int16_t, V> mulAddBytes(V a, With<int8_t, V> b) {
+  static_assert(std::is_same_v<Lane<V>, uint8_t>);
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (Vec<int16_t, 32>)_mm256_maddubs_epi16((__m256i)a, (__m256i)b);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (Vec<int16_t, 16>)_mm_maddubs_epi16((__m128i)a, (__m128i)b);
+#endif
+  With<int16_t, V> r;
+  for (int i = 0; i < kLanes<V> / 2; ++i)
+    r[i] = saturate<int16_t>(int32_t(a[2 * i]) * b[2 * i] + int32_t(a[2 * i + 1]) * b[2 * i + 1]);
+  return r;
+}
+// Full 64-bit products of the even 32-bit lanes.
+template <class V>
+inline auto mulEven(V a, V b) {
+  using Wide = std::conditional_t<std::is_signed_v<Lane<V>>, int64_t, uint64_t>;
+  using W = With<Wide, V>;
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32 && std::is_signed_v<Lane<V>>) return (W)_mm256_mul_epi32((__m256i)a, (__m256i)b);
+  if constexpr (sizeof(V) == 32 && !std::is_signed_v<Lane<V>>) return (W)_mm256_mul_epu32((__m256i)a, (__m256i)b);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16 && std::is_signed_v<Lane<V>>) return (W)_mm_mul_epi32((__m128i)a, (__m128i)b);
+  if constexpr (sizeof(V) == 16 && !std::is_signed_v<Lane<V>>) return (W)_mm_mul_epu32((__m128i)a, (__m128i)b);
+#endif
+  W r;
+  for (int i = 0; i < kLanes<W>; ++i) r[i] = Wide(a[2 * i]) * Wide(b[2 * i]);
+  return r;
+}
+// Sums of |a - b| over every eight bytes, as 64-bit lanes.
+template <class V>
+inline With<uint64_t, V> sumAbsDiff8(V a, V b) {
+  static_assert(std::is_same_v<Lane<V>, uint8_t>);
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (Vec<uint64_t, 32>)_mm256_sad_epu8((__m256i)a, (__m256i)b);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (Vec<uint64_t, 16>)_mm_sad_epu8((__m128i)a, (__m128i)b);
+#endif
+  With<uint64_t, V> r{};
+  for (int i = 0; i < kLanes<V>; ++i) r[i / 8] += uint64_t(a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]);
+  return r;
+}
+
+// --- packing: wide lanes to half as wide, saturated, by blocks -----------------------------------------------------
+// Each 16-byte block of the result holds that block's lanes of a, then those of b.
+
+namespace plain {
+template <class To, class V>
+inline With<To, V> pack(V a, V b) {
+  constexpr int n = 16 / int(sizeof(Lane<V>));  // wide lanes in a block
+  With<To, V> r;
+  for (int block = 0; block < int(sizeof(V)) / 16; ++block)
+    for (int i = 0; i < n; ++i) {
+      r[block * 2 * n + i] = saturate<To>(Lane<V>(a[block * n + i]));
+      r[block * 2 * n + n + i] = saturate<To>(Lane<V>(b[block * n + i]));
+    }
+  return r;
+}
+}  // namespace plain
+
+#if QELJ_HAS_AVX2
+#define QELJ_PACK_256(NAME, FROM, TO, M256) \
+  inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return (Vec<TO, 32>)M256((__m256i)a, (__m256i)b); }
+#else
+#define QELJ_PACK_256(NAME, FROM, TO, M256) \
+  inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return plain::pack<TO>(a, b); }
+#endif
+#if QELJ_HAS_SSE41
+#define QELJ_PACK_128(NAME, FROM, TO, M128) \
+  inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return (Vec<TO, 16>)M128((__m128i)a, (__m128i)b); }
+#else
+#define QELJ_PACK_128(NAME, FROM, TO, M128) \
+  inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return plain::pack<TO>(a, b); }
+#endif
+#define QELJ_PACK(NAME, FROM, TO, M128, M256) QELJ_PACK_128(NAME, FROM, TO, M128) QELJ_PACK_256(NAME, FROM, TO, M256)
+
+QELJ_PACK(packU8, int16_t, uint8_t, _mm_packus_epi16, _mm256_packus_epi16)
+QELJ_PACK(packI8, int16_t, int8_t, _mm_packs_epi16, _mm256_packs_epi16)
+QELJ_PACK(packI16, int32_t, int16_t, _mm_packs_epi32, _mm256_packs_epi32)
+QELJ_PACK(packU16, int32_t, uint16_t, _mm_packus_epi32, _mm256_packus_epi32)
+
+// --- moving lanes --------------------------------------------------------------------------------------------------
+
+// Puts the quarters of a packed vector in order: behind it, pack's result is a's lanes, then b's.
+template <class V>
+inline V orderPacked(V v) {
+  if constexpr (sizeof(V) == 16) return v;
+#if QELJ_HAS_AVX2
+  else return (V)_mm256_permute4x64_epi64((__m256i)v, 0xD8);
+#else
+  else {
+    using Q = Vec<uint64_t, 32>;
+    const Q q = (Q)v;
+    return (V)Q{q[0], q[2], q[1], q[3]};
+  }
+#endif
+}
+
+// Interleaves the lower (upper) halves of a and b, by blocks: a0 b0 a1 b1 ...
+template <class V>
+inline V unpackLow(V a, V b) {
+#define QELJ_UNPACK(WHICH)                                                                                        \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 1) return (V)_mm256_unpack##WHICH##_epi8((__m256i)a, (__m256i)b);  \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 2) return (V)_mm256_unpack##WHICH##_epi16((__m256i)a, (__m256i)b); \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) return (V)_mm256_unpack##WHICH##_epi32((__m256i)a, (__m256i)b); \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 8) return (V)_mm256_unpack##WHICH##_epi64((__m256i)a, (__m256i)b);
+#define QELJ_UNPACK_16(WHICH)                                                                                     \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 1) return (V)_mm_unpack##WHICH##_epi8((__m128i)a, (__m128i)b);     \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 2) return (V)_mm_unpack##WHICH##_epi16((__m128i)a, (__m128i)b);    \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 4) return (V)_mm_unpack##WHICH##_epi32((__m128i)a, (__m128i)b);    \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 8) return (V)_mm_unpack##WHICH##_epi64((__m128i)a, (__m128i)b);
+#if QELJ_HAS_AVX2
+  QELJ_UNPACK(lo)
+#endif
+#if QELJ_HAS_SSE41
+  QELJ_UNPACK_16(lo)
+#endif
+  V r;
+  constexpr int n = 16 / int(sizeof(Lane<V>));
+  for (int i = 0; i < kLanes<V>; i += 2) {
+    const int from = i / n * n + i % n / 2;
+    r[i] = a[from];
+    r[i + 1] = b[from];
+  }
+  return r;
+}
+template <class V>
+inline V unpackHigh(V a, V b) {
+#if QELJ_HAS_AVX2
+  QELJ_UNPACK(hi)
+#endif
+#if QELJ_HAS_SSE41
+  QELJ_UNPACK_16(hi)
+#endif
+  V r;
+  constexpr int n = 16 / int(sizeof(Lane<V>));
+  for (int i = 0; i < kLanes<V>; i += 2) {
+    const int from = i / n * n + n / 2 + i % n / 2;
+    r[i] = a[from];
+    r[i + 1] = b[from];
+  }
+  return r;
+}
+#undef QELJ_UNPACK
+#undef QELJ_UNPACK_16
+
+// [low block of a, low block of b] and [high block of a, high block of b]. With 16-byte vectors there is one
+// block: a itself, and b itself, so that a pair of unpacks followed by a pair of these is in order at any width.
+template <class V>
+inline V lowBlocks(V a, V b) {
+  if constexpr (sizeof(V) == 16) return a;
+#if QELJ_HAS_AVX2
+  else return (V)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x20);
+#else
+  else return join(lower(a), lower(b));
+#endif
+}
+template <class V>
+inline V highBlocks(V a, V b) {
+  if constexpr (sizeof(V) == 16) return b;
+#if QELJ_HAS_AVX2
+  else return (V)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x31);
+#else
+  else return join(upper(a), upper(b));
+#endif
+}
+
+// a0 b0 a1 b1 ... over the whole vector: the first half of the 2n lanes, and the second.
+template <class V>
+struct Two {
+  V first, second;
+};
+template <class V>
+inline Two<V> interleave(V a, V b) {
+  const V low = unpackLow(a, b), high = unpackHigh(a, b);
+  return {lowBlocks(low, high), highBlocks(low, high)};
+}
+// The inverse: the even and the odd lanes of 2n consecutive lanes.
+template <class V>
+inline Two<V> deinterleave(V first, V second) {
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) {
+    return {orderPacked(__builtin_shufflevector(first, second, 0, 2, 8, 10, 4, 6, 12, 14)),
+            orderPacked(__builtin_shufflevector(first, second, 1, 3, 9, 11, 5, 7, 13, 15))};
+  } else if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 4) {
+    return {__builtin_shufflevector(first, second, 0, 2, 4, 6), __builtin_shufflevector(first, second, 1, 3, 5, 7)};
+  } else if constexpr (sizeof(Lane<V>) == 2) {
+    // Sign-extended halves fit the saturating pack.
+    using W = With<int32_t, V>;
+    const W a = (W)first, b = (W)second;
+    return {(V)orderPacked(packI16((W)shlWrap(a, 16) >> 16, (W)shlWrap(b, 16) >> 16)),
+            (V)orderPacked(packI16(a >> 16, b >> 16))};
+  } else if constexpr (sizeof(Lane<V>) == 1) {
+    using W = With<uint16_t, V>;
+    using S = With<int16_t, V>;
+    const W a = (W)first, b = (W)second;
+    return {(V)orderPacked(packU8((S)(a & 0xFF), (S)(b & 0xFF))), (V)orderPacked(packU8((S)(a >> 8), (S)(b >> 8)))};
+  }
+}
+
+// r[i] = v[index[i] & 15] of the same block, or 0 where the index has its top bit set.
+template <class V>
+inline V shuffleBytes(V v, V index) {
+  static_assert(std::is_same_v<Lane<V>, uint8_t>);
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (V)_mm256_shuffle_epi8((__m256i)v, (__m256i)index);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (V)_mm_shuffle_epi8((__m128i)v, (__m128i)index);
+#endif
+  V r;
+  for (int i = 0; i < kLanes<V>; ++i)
+    r[i] = index[i] & 0x80 ? uint8_t(0) : uint8_t(v[i / 16 * 16 + (index[i] & 15)]);
+  return r;
+}
+// A 16-byte pattern repeated in every block.
+template <class V = U8>
+inline V blockPattern(const uint8_t (&pattern)[16]) {
+  V v;
+  for (int block = 0; block < int(sizeof(V)); block += 16)
+    std::memcpy(reinterpret_cast<char*>(&v) + block, pattern, 16);
+  return v;
+}
+
+// --- facts about a vector ------------------------------------------------------------------------------------------
+
+// The top bits of all bytes, byte 0 in bit 0.
+template <class V>
+inline uint32_t topBits(V v) {
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return uint32_t(_mm256_movemask_epi8((__m256i)v));
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return uint32_t(_mm_movemask_epi8((__m128i)v));
+#endif
+  const auto bytes = (With<uint8_t, V>)v;
+  uint32_t bits = 0;
+  for (int i = 0; i < int(sizeof(V)); ++i) bits |= uint32_t(bytes[i] >> 7) << i;
+  return bits;
+}
+template <class V>
+inline bool isZero(V v) {
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return _mm256_testz_si256((__m256i)v, (__m256i)v);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return _mm_testz_si128((__m128i)v, (__m128i)v);
+#endif
+  const auto words = (With<uint64_t, V>)v;
+  uint64_t any = 0;
+  for (int i = 0; i < int(sizeof(V)) / 8; ++i) any |= words[i];
+  return any == 0;
+}
+
+// --- pixels of three and four bytes ---------------------------------------------------------------------------------
+// kBytes pixels at a time, between interleaved memory and one vector a channel.
+
+struct Planes3 {
+  U8 c0, c1, c2;
+};
+struct Planes4 {
+  U8 c0, c1, c2, c3;
+};
+
+namespace detail {
+// Bytes of channel `channel` within 16-byte part `part` of 48 bytes of three-byte pixels, and the inverse map.
+struct Shuffle3 {
+  uint8_t split[3][3][16];  // [channel][part]: which byte of the part each pixel's sample is, or 0x80
+  uint8_t merge[3][3][16];  // [part][channel]: which pixel's sample each byte of the part is, or 0x80
+};
+constexpr Shuffle3 makeShuffle3() {
+  Shuffle3 s{};
+  for (int c = 0; c < 3; ++c)
+    for (int part = 0; part < 3; ++part)
+      for (int i = 0; i < 16; ++i) {
+        const int from = 3 * i + c - 16 * part, byte = 16 * part + i;
+        s.split[c][part][i] = uint8_t(from >= 0 && from < 16 ? from : 0x80);
+        s.merge[part][c][i] = uint8_t(byte % 3 == c ? byte / 3 : 0x80);
+      }
+  return s;
+}
+inline constexpr Shuffle3 kShuffle3 = makeShuffle3();
+
+// Three vectors whose block b holds bytes 16p..16p+15 (p = 0, 1, 2) of the b-th 48 bytes.
+inline Planes3 loadParts3(const uint8_t* p) {
+  if constexpr (kBytes == 16) return {load<U8>(p), load<U8>(p + 16), load<U8>(p + 32)};
+  else {
+    using H = Vec<uint8_t, kBytes / 2>;
+    return {join(load<H>(p), load<H>(p + 48)), join(load<H>(p + 16), load<H>(p + 64)),
+            join(load<H>(p + 32), load<H>(p + 80))};
+  }
+}
+inline void storeParts3(uint8_t* p, Planes3 v) {
+  if constexpr (kBytes == 16) {
+    store(p, v.c0), store(p + 16, v.c1), store(p + 32, v.c2);
+  } else {
+    store(p, lower(v.c0)), store(p + 16, lower(v.c1)), store(p + 32, lower(v.c2));
+    store(p + 48, upper(v.c0)), store(p + 64, upper(v.c1)), store(p + 80, upper(v.c2));
+  }
+}
+}  // namespace detail
+
+inline Planes3 loadPixels3(const uint8_t* p) {
+  const Planes3 parts = detail::loadParts3(p);
+  const auto channel = [&](int c) {
+    const auto& s = detail::kShuffle3.split[c];
+    return shuffleBytes(parts.c0, blockPattern(s[0])) | shuffleBytes(parts.c1, blockPattern(s[1])) |
+           shuffleBytes(parts.c2, blockPattern(s[2]));
+  };
+  return {channel(0), channel(1), channel(2)};
+}
+inline void storePixels3(uint8_t* p, Planes3 v) {
+  const auto part = [&](int i) {
+    const auto& s = detail::kShuffle3.merge[i];
+    return shuffleBytes(v.c0, blockPattern(s[0])) | shuffleBytes(v.c1, blockPattern(s[1])) |
+           shuffleBytes(v.c2, blockPattern(s[2]));
+  };
+  detail::storeParts3(p, {part(0), part(1), part(2)});
+}
+inline Planes4 loadPixels4(const uint8_t* p) {
+  const auto low = deinterleave(load<U8>(p), load<U8>(p + kBytes));                    // c0 c2 c0 c2 ..., c1 c3 ...
+  const auto high = deinterleave(load<U8>(p + 2 * kBytes), load<U8>(p + 3 * kBytes));
+  const auto even = deinterleave(low.first, high.first), odd = deinterleave(low.second, high.second);
+  return {even.first, odd.first, even.second, odd.second};
+}
+inline void storePixels4(uint8_t* p, Planes4 v) {
+  const auto even = interleave(v.c0, v.c2), odd = interleave(v.c1, v.c3);
+  const auto low = interleave(even.first, odd.first), high = interleave(even.second, odd.second);
+  store(p, low.first), store(p + kBytes, low.second);
+  store(p + 2 * kBytes, high.first), store(p + 3 * kBytes, high.second);
+}
+
+}  // namespace qelj::simd
+
+#endif

@@ -1,0 +1,84 @@
+// compare_images [--only TEXT] [--rounds N] IMAGE IMAGE...: runs every export's registered operation on all images
+// and compares what they give. Exits with 1 when an export differs, or has no registered operation.
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "support/compare.h"
+
+namespace qelj::test {
+void* Image::find(const char* name) const { return dlsym(handle_, name); }
+}  // namespace qelj::test
+
+namespace {
+
+using namespace qelj::test;
+
+const char* const kExports[] = {
+#define QELJ_EXPORT(name) #name,
+#define QELJ_EXPORT_AS(name, implementation) #name,
+#include "frame/exports.def"
+};
+
+bool compareExport(const char* name, const std::vector<Image>& images, int rounds) {
+  const auto found = comparisons().find(name);
+  if (found == comparisons().end()) {
+    std::printf("%s: no comparison is registered\n", name);
+    return false;
+  }
+  for (int round = 0; round < rounds; ++round) {
+    std::vector<uint8_t> reference;
+    for (const Image& image : images) {
+      void* function = image.find(name);
+      if (!function) {
+        std::printf("%s: not exported by %s\n", name, image.path().c_str());
+        return false;
+      }
+      Random random(uint64_t(round) + 1);
+      Trace trace;
+      found->second(function, image, random, trace);
+      if (&image == &images.front()) {
+        reference = trace.all();
+        continue;
+      }
+      if (trace.all() == reference) continue;
+      size_t at = 0;
+      while (at < reference.size() && at < trace.all().size() && reference[at] == trace.all()[at]) ++at;
+      std::printf("%s: round %d (QELJ_SEED=%llu): %s differs at traced byte %zu of %zu\n", name, round,
+                  static_cast<unsigned long long>(Random::seed()), image.path().c_str(), at, reference.size());
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<Image> images;
+  const char* only = "";
+  int rounds = 40;
+  for (int i = 1; i < argc; ++i) {
+    if (!std::strcmp(argv[i], "--only") && i + 1 < argc) {
+      only = argv[++i];
+    } else if (!std::strcmp(argv[i], "--rounds") && i + 1 < argc) {
+      rounds = std::atoi(argv[++i]);
+    } else {
+      void* handle = dlopen(argv[i], RTLD_NOW | RTLD_LOCAL);
+      if (!handle) return std::printf("%s\n", dlerror()), 1;
+      images.emplace_back(argv[i], handle);
+    }
+  }
+  if (images.size() < 2) return std::printf("usage: compare_images [--only TEXT] [--rounds N] IMAGE IMAGE...\n"), 2;
+
+  int compared = 0, failed = 0;
+  for (const char* name : kExports) {
+    if (!std::strstr(name, only)) continue;
+    ++compared;
+    failed += !compareExport(name, images, rounds);
+  }
+  std::printf("compared %d exports on %zu images, %d failed\n", compared, images.size(), failed);
+  return failed ? 1 : 0;
+}

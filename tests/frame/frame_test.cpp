@@ -1,0 +1,154 @@
+// The library as a whole: its dynamic symbols, the services that it takes from outside, and how calls fork. This
+// program supplies its own core library, in front of libqelcore.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "qelcore.h"
+#include "qelj.h"
+#include "support/buffer.h"
+
+namespace {
+std::atomic<int> threadQuestions{0}, featureQuestions{0};
+std::atomic<int32_t> threadAnswer{2};
+}  // namespace
+
+extern "C" {
+void* qelMalloc(int32_t bytes) { return std::malloc(size_t(bytes)); }
+void qelFree(void* block) { std::free(block); }
+int32_t ownGetNumThreads(void) {
+  ++threadQuestions;
+  return threadAnswer;
+}
+int32_t qelGetMaxCacheSizeB(int32_t*) { return -7; }
+uint64_t qelGetEnabledCpuFeatures(void) {
+  ++featureQuestions;
+  return 0;
+}
+}
+
+namespace qelj::test {
+namespace {
+
+// The names of one kind ('T' defined, 'U' undefined) among the dynamic symbols of the library.
+std::set<std::string> dynamicSymbols(char kind) {
+  std::set<std::string> names;
+  FILE* pipe = popen("nm -D --portability " QELJ_LIBRARY, "r");
+  std::array<char, 512> line;
+  while (pipe && std::fgets(line.data(), int(line.size()), pipe)) {
+    std::istringstream words(line.data());
+    std::string name;
+    char type = 0;
+    words >> name >> type;
+    if (type == kind) names.insert(name.substr(0, name.find('@')));
+  }
+  if (pipe) pclose(pipe);
+  return names;
+}
+
+TEST(Frame, ExportsExactlyTheList) {
+  const std::set<std::string> listed = {
+#define QELJ_EXPORT(name) #name,
+#define QELJ_EXPORT_AS(name, implementation) #name,
+#include "frame/exports.def"
+#undef QELJ_EXPORT
+#undef QELJ_EXPORT_AS
+  };
+  EXPECT_EQ(listed, dynamicSymbols('T'));
+}
+
+TEST(Frame, ExportListIsInOrder) {
+  const char* const names[] = {
+#define QELJ_EXPORT(name) #name,
+#define QELJ_EXPORT_AS(name, implementation) #name,
+#include "frame/exports.def"
+#undef QELJ_EXPORT
+#undef QELJ_EXPORT_AS
+  };
+  for (size_t i = 1; i < std::size(names); ++i) EXPECT_LT(std::string(names[i - 1]), names[i]);
+}
+
+TEST(Frame, ImportsFiveServices) {
+  std::set<std::string> services;
+  for (const auto& name : dynamicSymbols('U'))
+    if (name.starts_with("qel") || name.starts_with("own")) services.insert(name);
+  EXPECT_EQ((std::set<std::string>{"ownGetNumThreads", "qelFree", "qelGetEnabledCpuFeatures", "qelGetMaxCacheSizeB",
+                                   "qelMalloc"}),
+            services);
+}
+
+TEST(Frame, LoadAsksForTheFeaturesOnce) { EXPECT_EQ(1, featureQuestions); }
+
+TEST(Frame, VersionRecord) {
+  const QelLibVersion* v = qeljGetLibVersion();
+  EXPECT_EQ(v, qeljGetLibVersion());
+  EXPECT_EQ(7, v->versionMajor);
+  EXPECT_EQ(1, v->versionMinor);
+  EXPECT_EQ(0, v->versionPatch);
+  EXPECT_EQ(36264, v->versionBuild);
+  EXPECT_EQ(0, std::memcmp(v->cpuTag, "g9\0", 4));
+  EXPECT_STREQ("qelJP AVX (g9)", v->libraryName);
+  EXPECT_STREQ("7.1.0 (r36264)", v->versionText);
+  EXPECT_STREQ("Jul 23 2012", v->buildDateText);
+}
+
+struct Shift {
+  explicit Shift(QelSize s) : size(s), src(size_t(s.width) * size_t(s.height)), dst(src.size()) {
+    Random random;
+    random.fill(src.data(), src.size());
+  }
+  QelStatus run() { return qeliSub128_JPEG_8u16s_C1R(src.data(), size.width, dst.data(), 2 * size.width, size); }
+  bool right() const {
+    for (size_t i = 0; i < src.size(); ++i)
+      if (dst[i] != src[i] - 128) return false;
+    return true;
+  }
+  QelSize size;
+  std::vector<uint8_t> src;
+  std::vector<int16_t> dst;
+};
+
+TEST(Fork, AsksForTheThreadCountOnceAndAfterTheChecks) {
+  uint8_t pixel = 0;
+  int16_t out = 0;
+  threadQuestions = 0;
+  EXPECT_EQ(qelStatusBadSize, qeliSub128_JPEG_8u16s_C1R(&pixel, 1, &out, 2, {0, 1}));
+  EXPECT_EQ(0, threadQuestions);
+  EXPECT_EQ(qelStatusOk, qeliSub128_JPEG_8u16s_C1R(&pixel, 1, &out, 2, {1, 1}));
+  EXPECT_EQ(1, threadQuestions);
+}
+
+TEST(Fork, SameBytesForAnyTeam) {
+  for (const QelSize size : {QelSize{128, 64}, {8193, 1}, {91, 91}, {1, 9000}, {300, 200}}) {
+    for (const int threads : {-3, 0, 1, 2, 3, 7, 64}) {
+      threadAnswer = threads;
+      Shift shift(size);
+      EXPECT_EQ(qelStatusOk, shift.run());
+      EXPECT_TRUE(shift.right()) << size.width << "x" << size.height << " on " << threads;
+    }
+  }
+  threadAnswer = 2;
+}
+
+TEST(Fork, SameBytesInsideAParallelRegion) {
+  for (const int levels : {1, 2}) {
+    omp_set_max_active_levels(levels);  // 1: the runtime refuses the inner fork
+    std::atomic<int> wrong{0};
+#pragma omp parallel num_threads(2)
+    {
+      Shift shift({300, 200});
+      if (shift.run() != qelStatusOk || !shift.right()) ++wrong;
+    }
+    EXPECT_EQ(0, wrong);
+  }
+}
+
+}  // namespace
+}  // namespace qelj::test
