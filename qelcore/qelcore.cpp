@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 #if defined(__x86_64__) || defined(__i386__)
-#include <cpuid.h>
+#  include <cpuid.h>
 #endif
 
 namespace {
@@ -55,8 +55,8 @@ int32_t qelGetMaxCacheSizeB(int32_t* bytes) {
   if (!bytes) return -8;
   long largest = 0;
 #ifdef _SC_LEVEL3_CACHE_SIZE
-  static const long fromSystem =
-      std::max({sysconf(_SC_LEVEL2_CACHE_SIZE), sysconf(_SC_LEVEL3_CACHE_SIZE), sysconf(_SC_LEVEL4_CACHE_SIZE)});
+  static const long fromSystem = std::max(
+      {sysconf(_SC_LEVEL2_CACHE_SIZE), sysconf(_SC_LEVEL3_CACHE_SIZE), sysconf(_SC_LEVEL4_CACHE_SIZE)});
   largest = fromSystem;
 #endif
   *bytes = largest > 0 ? int32_t(std::min<long>(largest, INT_MAX)) : 0;

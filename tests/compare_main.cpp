@@ -1,5 +1,5 @@
-// compare_images [--only TEXT] [--rounds N] IMAGE IMAGE...: runs every export's registered operation on all images
-// and compares what they give. Exits with 1 when an export differs, or has no registered operation.
+// compare_images [--only TEXT] [--rounds N] IMAGE IMAGE...: runs every export's registered operation on all
+// images and compares what they give. Exits with 1 when an export differs, or has no registered operation.
 #include <dlfcn.h>
 
 #include <cstdio>
@@ -47,7 +47,8 @@ bool compareExport(const char* name, const std::vector<Image>& images, int round
       size_t at = 0;
       while (at < reference.size() && at < trace.all().size() && reference[at] == trace.all()[at]) ++at;
       std::printf("%s: round %d (QELJ_SEED=%llu): %s differs at traced byte %zu of %zu\n", name, round,
-                  static_cast<unsigned long long>(Random::seed()), image.path().c_str(), at, reference.size());
+                  static_cast<unsigned long long>(Random::seed()), image.path().c_str(), at,
+                  reference.size());
       return false;
     }
   }
@@ -71,7 +72,8 @@ int main(int argc, char** argv) {
       images.emplace_back(argv[i], handle);
     }
   }
-  if (images.size() < 2) return std::printf("usage: compare_images [--only TEXT] [--rounds N] IMAGE IMAGE...\n"), 2;
+  if (images.size() < 2)
+    return std::printf("usage: compare_images [--only TEXT] [--rounds N] IMAGE IMAGE...\n"), 2;
 
   int compared = 0, failed = 0;
   for (const char* name : kExports) {

@@ -1,12 +1,13 @@
-// A benchmark beside its peer: both run on the same input in the same process, single-threaded, by turns, and the
-// program prints the medians and their ratio.
+// A benchmark beside its peer: both run on the same input in the same process, single-threaded, by turns, and
+// the program prints the medians and their ratio.
 //
 //   int main(int argc, char** argv) {
 //     pair("RGB to YCbCr, 4096x4096", pixels / 1e6, "MPix/s", [&] { ours(); }, [&] { theirs(); });
 //     return runPairs(argc, argv);
 //   }
 //
-// The options are Google Benchmark's (--benchmark_filter=...). --markdown prints the rows of a Markdown table.
+// The options are Google Benchmark's (--benchmark_filter=...). --markdown prints the rows of a Markdown
+// table.
 #ifndef QELJ_BENCH_PAIR_H
 #define QELJ_BENCH_PAIR_H
 
@@ -28,8 +29,8 @@ using Work = std::function<void()>;
 
 struct Row {
   std::string name, unit;
-  double units;                                       // units of work in one call
-  std::map<std::string, double> seconds;              // median CPU seconds of one call, by who
+  double units;                           // units of work in one call
+  std::map<std::string, double> seconds;  // median CPU seconds of one call, by who
 };
 inline std::vector<Row>& rows() {
   static std::vector<Row> all;
@@ -38,7 +39,8 @@ inline std::vector<Row>& rows() {
 
 // `units` is the amount of work in one call, counted in the unit that `unit` divides by a second (MPix for
 // MPix/s). `peer` may be empty; `limit` is a memcpy of the same bytes where that is the limit.
-inline void pair(const std::string& name, double units, const std::string& unit, Work ours, Work peer = {}, Work limit = {}) {
+inline void pair(const std::string& name, double units, const std::string& unit, Work ours, Work peer = {},
+                 Work limit = {}) {
   rows().push_back({name, unit, units, {}});
   const auto add = [&](const char* who, Work work) {
     if (!work) return;
@@ -61,7 +63,8 @@ class PairReporter : public benchmark::BenchmarkReporter {
       const size_t slash = full.rfind('/');
       for (Row& row : rows())
         if (row.name == full.substr(0, slash))
-          row.seconds[full.substr(slash + 1)] = run.GetAdjustedCPUTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+          row.seconds[full.substr(slash + 1)] =
+              run.GetAdjustedCPUTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
     }
   }
 };
@@ -70,11 +73,14 @@ inline int runPairs(int argc, char** argv) {
   bool markdown = false;
   std::vector<char*> arguments;
   for (int i = 0; i < argc; ++i)
-    if (!std::strcmp(argv[i], "--markdown")) markdown = true;
-    else arguments.push_back(argv[i]);
+    if (!std::strcmp(argv[i], "--markdown"))
+      markdown = true;
+    else
+      arguments.push_back(argv[i]);
   // Taken by turns, so that a change of the machine's speed meets both sides.
-  for (const char* fixed : {"--benchmark_repetitions=9", "--benchmark_min_time=0.05",
-                            "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true"})
+  for (const char* fixed :
+       {"--benchmark_repetitions=9", "--benchmark_min_time=0.05",
+        "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true"})
     arguments.insert(arguments.begin() + 1, const_cast<char*>(fixed));
   int count = int(arguments.size());
   benchmark::Initialize(&count, arguments.data());
@@ -82,20 +88,24 @@ inline int runPairs(int argc, char** argv) {
   PairReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
 
-  if (markdown) std::printf("| what | unit | qelj | peer | ratio | memcpy |\n|---|---|---:|---:|---:|---:|\n");
-  else std::printf("%-52s %-9s %9s %9s %7s %9s\n", "", "unit", "qelj", "peer", "ratio", "memcpy");
+  if (markdown)
+    std::printf("| what | unit | qelj | peer | ratio | memcpy |\n|---|---|---:|---:|---:|---:|\n");
+  else
+    std::printf("%-52s %-9s %9s %9s %7s %9s\n", "", "unit", "qelj", "peer", "ratio", "memcpy");
   for (const Row& row : rows()) {
     if (!row.seconds.contains("qelj")) continue;
     const auto rate = [&](const char* who) {
       char text[32] = "-";
-      if (row.seconds.contains(who)) std::snprintf(text, sizeof text, "%.4g", row.units / row.seconds.at(who));
+      if (row.seconds.contains(who))
+        std::snprintf(text, sizeof text, "%.4g", row.units / row.seconds.at(who));
       return std::string(text);
     };
     char ratio[32] = "-";
     if (row.seconds.contains("peer"))
       std::snprintf(ratio, sizeof ratio, "%.2f", row.seconds.at("peer") / row.seconds.at("qelj"));
-    std::printf(markdown ? "| %s | %s | %s | %s | %s | %s |\n" : "%-52s %-9s %9s %9s %7s %9s\n", row.name.c_str(),
-                row.unit.c_str(), rate("qelj").c_str(), rate("peer").c_str(), ratio, rate("memcpy").c_str());
+    std::printf(markdown ? "| %s | %s | %s | %s | %s | %s |\n" : "%-52s %-9s %9s %9s %7s %9s\n",
+                row.name.c_str(), row.unit.c_str(), rate("qelj").c_str(), rate("peer").c_str(), ratio,
+                rate("memcpy").c_str());
   }
   return 0;
 }

@@ -1,7 +1,7 @@
 // Argument checks that read as data. A front begins with one expression,
 //   if (auto s = check(nonNull(src), step(srcStep), nonNull(dst), step(dstStep), area(size)); s) return s;
-// whose first failure, from left to right, is the result. The checks have no side effect, so it doesn't matter
-// that all of them are evaluated; compiled, they are plain compares.
+// whose first failure, from left to right, is the result. The checks have no side effect, so it doesn't
+// matter that all of them are evaluated; compiled, they are plain compares.
 #ifndef QELJ_FRAME_CHECK_H
 #define QELJ_FRAME_CHECK_H
 

@@ -1,5 +1,5 @@
-// Declares every front, qelj::<name>, with the type of the public declaration of the same name. A front that is
-// defined with another type is another function, and the link fails for want of the declared one.
+// Declares every front, qelj::<name>, with the type of the public declaration of the same name. A front that
+// is defined with another type is another function, and the link fails for want of the declared one.
 #ifndef QELJ_FRAME_FRONTS_H
 #define QELJ_FRAME_FRONTS_H
 

@@ -7,7 +7,7 @@
 #include "qelcore.h"
 
 #if defined(__SSE2__)
-#include <emmintrin.h>
+#  include <emmintrin.h>
 #endif
 
 namespace qelj {
@@ -30,8 +30,8 @@ void fillCached(char* dst, uint32_t pattern, int64_t bytes) {
 
 #if defined(__SSE2__)
 void fillStreaming(char* dst, uint32_t pattern, int64_t bytes) {
-  // Up to the first 64-byte boundary through the cache; then whole lines; then the rest. The pattern is rotated
-  // by the head's length so that its phase stays that of `dst`.
+  // Up to the first 64-byte boundary through the cache; then whole lines; then the rest. The pattern is
+  // rotated by the head's length so that its phase stays that of `dst`.
   const int64_t head = int64_t(-reinterpret_cast<uintptr_t>(dst) & 63);
   fillCached(dst, pattern, head);
   const int turn = int(head & 3) * 8;
@@ -39,7 +39,8 @@ void fillStreaming(char* dst, uint32_t pattern, int64_t bytes) {
   const __m128i value = _mm_set1_epi32(int(turned));
   int64_t i = head;
   for (; i + 64 <= bytes; i += 64)
-    for (int part = 0; part < 64; part += 16) _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + part), value);
+    for (int part = 0; part < 64; part += 16)
+      _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + part), value);
   fillCached(dst + i, turned, bytes - i);
   _mm_sfence();
 }

@@ -5,9 +5,11 @@ namespace {
 
 QELJ_COMPARE(qeljGetLibVersion, [](auto* version, Random&, Trace& trace) {
   const QelLibVersion* v = version();
-  for (const int32_t number : {v->versionMajor, v->versionMinor, v->versionPatch, v->versionBuild}) trace.value(number);
+  for (const int32_t number : {v->versionMajor, v->versionMinor, v->versionPatch, v->versionBuild})
+    trace.value(number);
   trace.bytes(v->cpuTag, sizeof v->cpuTag);
-  for (const char* text : {v->libraryName, v->versionText, v->buildDateText}) trace.bytes(text, std::strlen(text));
+  for (const char* text : {v->libraryName, v->versionText, v->buildDateText})
+    trace.bytes(text, std::strlen(text));
 });
 
 }  // namespace

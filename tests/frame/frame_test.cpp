@@ -1,5 +1,5 @@
-// The library as a whole: its dynamic symbols, the services that it takes from outside, and how calls fork. This
-// program supplies its own core library, in front of libqelcore.
+// The library as a whole: its dynamic symbols, the services that it takes from outside, and how calls fork.
+// This program supplies its own core library, in front of libqelcore.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -79,8 +79,8 @@ TEST(Frame, ImportsFiveServices) {
   std::set<std::string> services;
   for (const auto& name : dynamicSymbols('U'))
     if (name.starts_with("qel") || name.starts_with("own")) services.insert(name);
-  EXPECT_EQ((std::set<std::string>{"ownGetNumThreads", "qelFree", "qelGetEnabledCpuFeatures", "qelGetMaxCacheSizeB",
-                                   "qelMalloc"}),
+  EXPECT_EQ((std::set<std::string>{"ownGetNumThreads", "qelFree", "qelGetEnabledCpuFeatures",
+                                   "qelGetMaxCacheSizeB", "qelMalloc"}),
             services);
 }
 
@@ -104,7 +104,9 @@ struct Shift {
     Random random;
     random.fill(src.data(), src.size());
   }
-  QelStatus run() { return qeliSub128_JPEG_8u16s_C1R(src.data(), size.width, dst.data(), 2 * size.width, size); }
+  QelStatus run() {
+    return qeliSub128_JPEG_8u16s_C1R(src.data(), size.width, dst.data(), 2 * size.width, size);
+  }
   bool right() const {
     for (size_t i = 0; i < src.size(); ++i)
       if (dst[i] != src[i] - 128) return false;

@@ -15,9 +15,9 @@
 
 namespace qelj::test {
 
-// `rows` rows of `rowBytes` used bytes, `step` bytes apart, at a chosen offset from a 64-byte boundary, with guard
-// bytes in front, behind and between the rows. Filled with random bytes; intact() tells whether every byte
-// outside the used ones still has its first value.
+// `rows` rows of `rowBytes` used bytes, `step` bytes apart, at a chosen offset from a 64-byte boundary, with
+// guard bytes in front, behind and between the rows. Filled with random bytes; intact() tells whether every
+// byte outside the used ones still has its first value.
 class Guarded {
  public:
   static constexpr size_t kMargin = 192;
@@ -56,7 +56,8 @@ class Guarded {
 
   // The buffer from the first guard byte to the last, wherever it was allocated.
   std::vector<uint8_t> whole() const {
-    return {bytes_.begin() + std::ptrdiff_t(start_ - kMargin), bytes_.begin() + std::ptrdiff_t(start_ + step_ * rows_ + 64)};
+    return {bytes_.begin() + std::ptrdiff_t(start_ - kMargin),
+            bytes_.begin() + std::ptrdiff_t(start_ + step_ * rows_ + 64)};
   }
 
  private:
@@ -64,7 +65,8 @@ class Guarded {
   std::vector<uint8_t> bytes_, first_;
 };
 
-// `bytes` bytes that end directly in front of an inaccessible page (or, with atStart, begin directly behind one).
+// `bytes` bytes that end directly in front of an inaccessible page (or, with atStart, begin directly behind
+// one).
 class PageBuffer {
  public:
   explicit PageBuffer(size_t bytes, bool atStart = false) : bytes_(bytes) {

@@ -1,5 +1,5 @@
-// The comparison of several images of the library over every export. A family registers, in a *_compare.cpp file,
-// what to do with each of its functions:
+// The comparison of several images of the library over every export. A family registers, in a *_compare.cpp
+// file, what to do with each of its functions:
 //
 //   QELJ_COMPARE(qeliFoo_8u_C1R, [](auto* foo, Random& random, Trace& trace) {
 //     Guarded src(random, ...), dst(random, ...);
@@ -7,8 +7,8 @@
 //     trace.buffer(dst);
 //   });
 //
-// The operation runs many times on each image, with the same random numbers for all images, and everything that
-// it traces must be the same. Arguments should cover small and large sizes, odd offsets and steps.
+// The operation runs many times on each image, with the same random numbers for all images, and everything
+// that it traces must be the same. Arguments should cover small and large sizes, odd offsets and steps.
 #ifndef QELJ_TESTS_COMPARE_H
 #define QELJ_TESTS_COMPARE_H
 
@@ -44,7 +44,8 @@ class Trace {
   std::vector<uint8_t> all_;
 };
 
-// The functions of one image by name, for operations that need more than the compared one (a table to decode by).
+// The functions of one image by name, for operations that need more than the compared one (a table to decode
+// by).
 class Image {
  public:
   Image(std::string path, void* handle) : path_(std::move(path)), handle_(handle) {}
@@ -77,8 +78,9 @@ bool addComparison(const char* name, Operation operation) {
 
 }  // namespace qelj::test
 
-#define QELJ_COMPARE(name, ...) \
-  [[maybe_unused]] static const bool compared_##name = qelj::test::addComparison<decltype(::name)>(#name, __VA_ARGS__)
+#define QELJ_COMPARE(name, ...)                        \
+  [[maybe_unused]] static const bool compared_##name = \
+      qelj::test::addComparison<decltype(::name)>(#name, __VA_ARGS__)
 // For an operation that calls other functions of the same image: image.find("name"), cast by the name's type.
 #define QELJ_FIND(image, name) reinterpret_cast<decltype(&::name)>((image).find(#name))
 

@@ -25,7 +25,8 @@ void ownAdd128Row(const int16_t* src, uint8_t* dst, int32_t width) {
     for (; x + kGroup <= width; x += kGroup) {
       const auto low = simd::load<simd::I16>(row(src, 2, x));
       const auto high = simd::load<simd::I16>(row(src, 2, x + kGroup / 2));
-      simd::store(dst + x, simd::orderPacked(simd::packU8(simd::addSat(low, shift), simd::addSat(high, shift))));
+      simd::store(dst + x,
+                  simd::orderPacked(simd::packU8(simd::addSat(low, shift), simd::addSat(high, shift))));
     }
   }
   for (; x < width; ++x) dst[x] = clampU8(at(src, x) + 128);
@@ -33,14 +34,18 @@ void ownAdd128Row(const int16_t* src, uint8_t* dst, int32_t width) {
 
 }  // namespace
 
-QelStatus qeliSub128_JPEG_8u16s_C1R(const uint8_t* src, int32_t srcStep, int16_t* dst, int32_t dstStep, QelSize size) {
+QelStatus qeliSub128_JPEG_8u16s_C1R(const uint8_t* src, int32_t srcStep, int16_t* dst, int32_t dstStep,
+                                    QelSize size) {
   if (auto s = check(nonNull(src), step(srcStep), nonNull(dst), step(dstStep), area(size)); s) return s;
-  return forEachRow(size, [=](int32_t y) { ownSub128Row(row(src, srcStep, y), row(dst, dstStep, y), size.width); });
+  return forEachRow(size,
+                    [=](int32_t y) { ownSub128Row(row(src, srcStep, y), row(dst, dstStep, y), size.width); });
 }
 
-QelStatus qeliAdd128_JPEG_16s8u_C1R(const int16_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
+QelStatus qeliAdd128_JPEG_16s8u_C1R(const int16_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                    QelSize size) {
   if (auto s = check(nonNull(src), step(srcStep), nonNull(dst), step(dstStep), area(size)); s) return s;
-  return forEachRow(size, [=](int32_t y) { ownAdd128Row(row(src, srcStep, y), row(dst, dstStep, y), size.width); });
+  return forEachRow(size,
+                    [=](int32_t y) { ownAdd128Row(row(src, srcStep, y), row(dst, dstStep, y), size.width); });
 }
 
 }  // namespace qelj

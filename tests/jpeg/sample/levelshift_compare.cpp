@@ -9,7 +9,8 @@ constexpr auto shift = [](auto* function, Random& random, Trace& trace) {
   const auto gap = size_t(random.in(0, 9));
   Guarded src(random, width * sizeof(From), height, width * sizeof(From) + gap, size_t(random.in(0, 33)));
   Guarded dst(random, width * sizeof(To), height, width * sizeof(To) + gap, size_t(random.in(0, 33)));
-  trace.status(function(src.data<From>(), src.step(), dst.data<To>(), dst.step(), {int32_t(width), int32_t(height)}));
+  trace.status(
+      function(src.data<From>(), src.step(), dst.data<To>(), dst.step(), {int32_t(width), int32_t(height)}));
   trace.buffer(dst);
 };
 

@@ -26,13 +26,17 @@ TEST(LevelShift, EveryValue) {
 TEST(LevelShift, EveryWidthAndOffsetWritesItsRowsOnly) {
   Random random;
   for (size_t width = 1; width <= 70; ++width) {
-    Guarded bytes(random, width, 3, width + width % 5, width % 7), back(random, width, 3, width + 3, width % 3);
+    Guarded bytes(random, width, 3, width + width % 5, width % 7),
+        back(random, width, 3, width + 3, width % 3);
     Guarded words(random, 2 * width, 3, 2 * width + width % 4, width % 9);
     const QelSize size{int32_t(width), 3};
-    ASSERT_EQ(qelStatusOk, qeliSub128_JPEG_8u16s_C1R(bytes.data(), bytes.step(), words.data<int16_t>(), words.step(), size));
-    ASSERT_EQ(qelStatusOk, qeliAdd128_JPEG_16s8u_C1R(words.data<int16_t>(), words.step(), back.data(), back.step(), size));
+    ASSERT_EQ(qelStatusOk, qeliSub128_JPEG_8u16s_C1R(bytes.data(), bytes.step(), words.data<int16_t>(),
+                                                     words.step(), size));
+    ASSERT_EQ(qelStatusOk,
+              qeliAdd128_JPEG_16s8u_C1R(words.data<int16_t>(), words.step(), back.data(), back.step(), size));
     EXPECT_TRUE(words.intact() && back.intact()) << width;
-    for (size_t y = 0; y < 3; ++y) EXPECT_TRUE(std::equal(bytes.data(y), bytes.data(y) + width, back.data(y))) << width;
+    for (size_t y = 0; y < 3; ++y)
+      EXPECT_TRUE(std::equal(bytes.data(y), bytes.data(y) + width, back.data(y))) << width;
   }
 }
 

@@ -1,0 +1,69 @@
+// One file format: a record of a few functions, memory to memory. A new format is one source file that
+// defines such a record, and its line in formats.cpp.
+#ifndef QELCONV_FORMAT_H
+#define QELCONV_FORMAT_H
+
+#include <chrono>
+#include <iosfwd>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "image.h"
+#include "options.h"
+
+namespace qelconv {
+
+// Wall-clock time by stage, for -v. Stages of one name add up.
+class Stages {
+ public:
+  template <class Work>
+  auto time(const char* name, Work&& work) {
+    const Clock clock(*this, name);
+    return work();
+  }
+  double seconds() const {
+    double sum = 0;
+    for (const auto& stage : stages_) sum += stage.second;
+    return sum;
+  }
+  void report(std::ostream& out, double megapixels) const;
+
+ private:
+  using Now = std::chrono::steady_clock;
+  struct Clock {
+    Clock(Stages& stages, const char* name) : stages_(stages), name_(name), start_(Now::now()) {}
+    ~Clock() { stages_.add(name_, std::chrono::duration<double>(Now::now() - start_).count()); }
+    Stages& stages_;
+    const char* name_;
+    Now::time_point start_;
+  };
+  void add(const char* name, double seconds) {
+    for (auto& stage : stages_)
+      if (stage.first == name) {
+        stage.second += seconds;
+        return;
+      }
+    stages_.emplace_back(name, seconds);
+  }
+  std::vector<std::pair<std::string, double>> stages_;
+};
+
+struct Format {
+  const char* name;
+  std::vector<const char*> extensions;  // with the dot, in lower case
+  std::vector<OptionSpec> options;  // several formats may share one name, with or without an argument alike
+  bool (*recognises)(Bytes file);
+  Image (*read)(Bytes file, const Options& options, Stages& stages);  // null: only written
+  std::vector<uint8_t> (*write)(const Image& image, const Options& options,
+                                Stages& stages);    // null: only read
+  void (*describe)(Bytes file, std::ostream& out);  // for --info
+};
+
+const std::vector<const Format*>& formats();
+const Format* formatOfContent(Bytes file);
+const Format* formatOfName(const std::string& path);
+
+}  // namespace qelconv
+
+#endif

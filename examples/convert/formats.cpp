@@ -1,0 +1,45 @@
+#include <algorithm>
+#include <cctype>
+#include <iomanip>
+#include <ostream>
+
+#include "format.h"
+
+namespace qelconv {
+
+extern const Format kPnm, kPng;
+
+const std::vector<const Format*>& formats() {
+  static const std::vector<const Format*> all = {
+      &kPnm,
+      &kPng,
+  };
+  return all;
+}
+
+const Format* formatOfContent(Bytes file) {
+  for (const Format* format : formats())
+    if (format->recognises(file)) return format;
+  return nullptr;
+}
+
+const Format* formatOfName(const std::string& path) {
+  std::string lower = path;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return char(std::tolower(c)); });
+  for (const Format* format : formats())
+    for (const char* extension : format->extensions)
+      if (lower.ends_with(extension)) return format;
+  return nullptr;
+}
+
+void Stages::report(std::ostream& out, double megapixels) const {
+  const auto line = [&](const std::string& name, double time) {
+    out << "  " << std::left << std::setw(28) << name << std::right << std::fixed << std::setprecision(2)
+        << std::setw(9) << time * 1e3 << " ms " << std::setw(9) << megapixels / time << " MPix/s\n";
+  };
+  for (const auto& [name, time] : stages_) line(name, time);
+  if (stages_.size() > 1) line("together", seconds());
+}
+
+}  // namespace qelconv

@@ -1,0 +1,157 @@
+// qelconv: converts a picture from one file format to another.
+#include <getopt.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <map>
+#include <memory>
+
+#include "format.h"
+
+namespace {
+
+using namespace qelconv;
+
+void printHelp() {
+  std::cout << "usage: qelconv IN OUT [options]    convert a picture; the name of OUT tells its format\n"
+               "       qelconv --info IN           say what a file is\n\n"
+               "  -v, --verbose          print the time of each stage\n"
+               "  -h, --help             print this text\n";
+  for (const Format* format : formats()) {
+    std::cout << "\n" << format->name << " (";
+    for (size_t i = 0; i < format->extensions.size(); ++i)
+      std::cout << (i ? " " : "") << format->extensions[i];
+    std::cout << (format->write ? format->read ? ")" : "), written only" : "), read only") << "\n";
+    for (const OptionSpec& option : format->options) {
+      std::string left =
+          std::string("--") + option.name + (option.argument ? std::string(" ") + option.argument : "");
+      left.resize(std::max<size_t>(left.size(), 22), ' ');
+      std::cout << "  " << left << " " << option.help << "\n";
+    }
+  }
+}
+
+std::string reason() { return std::strerror(errno); }
+
+struct CloseFile {
+  void operator()(FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+std::vector<uint8_t> readFile(const std::string& path) {
+  const File file(std::fopen(path.c_str(), "rb"));
+  if (!file) throw Error("can't be opened: " + reason());
+  std::vector<uint8_t> bytes;
+  for (uint8_t chunk[65536];;) {
+    const size_t n = std::fread(chunk, 1, sizeof chunk, file.get());
+    bytes.insert(bytes.end(), chunk, chunk + n);
+    if (n < sizeof chunk) break;
+  }
+  if (std::ferror(file.get())) throw Error("can't be read: " + reason());
+  if (bytes.empty()) throw Error("the file is empty");
+  return bytes;
+}
+
+// Writes beside the target and renames, so that a failure leaves no half file and the old one untouched.
+void writeFile(const std::string& path, Bytes bytes) {
+  const std::string temporary = path + ".part";
+  const auto giveUp = [&](const std::string& what) {
+    const std::string why = reason();
+    std::remove(temporary.c_str());
+    throw Error(what + why);
+  };
+  File file(std::fopen(temporary.c_str(), "wb"));
+  if (!file) throw Error("can't be written: " + reason());
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+  if (std::fclose(file.release()) != 0 || !written) giveUp("can't be written: ");
+  if (std::rename(temporary.c_str(), path.c_str()) != 0) giveUp("can't be replaced: ");
+}
+
+// Does a piece of work on one file; an error that it throws gets the file's name in front.
+template <class Work>
+decltype(auto) on(const std::string& path, Work&& work) {
+  try {
+    return work();
+  } catch (const Error& e) {
+    throw Error(path + ": " + e.what());
+  }
+}
+
+const Format& recognise(Bytes file) {
+  const Format* format = formatOfContent(file);
+  if (!format) throw Error("not a picture of a known format");
+  return *format;
+}
+
+int run(int argc, char** argv) {
+  Options options;
+  bool info = false, verbose = false;
+
+  enum { kInfo = 256, kFormatOption };
+  std::map<std::string, const char*> seen;  // option name -> argument's name
+  for (const Format* format : formats())
+    for (const OptionSpec& spec : format->options) seen.emplace(spec.name, spec.argument);
+  std::vector<option> table = {{"help", no_argument, nullptr, 'h'},
+                               {"verbose", no_argument, nullptr, 'v'},
+                               {"info", no_argument, nullptr, kInfo}};
+  for (const auto& [name, argument] : seen)
+    table.push_back({name.c_str(), argument ? required_argument : no_argument, nullptr, kFormatOption});
+  table.push_back({nullptr, 0, nullptr, 0});
+
+  for (int index = 0, c; (c = getopt_long(argc, argv, "hv", table.data(), &index)) != -1;) {
+    if (c == 'h') return printHelp(), 0;
+    if (c == 'v')
+      verbose = true;
+    else if (c == kInfo)
+      info = true;
+    else if (c == kFormatOption)
+      options.set(table[size_t(index)].name, optarg ? optarg : "1");
+    else
+      return 2;  // getopt_long has said why
+  }
+  const std::vector<std::string> paths(argv + optind, argv + argc);
+  if (paths.size() != (info ? 1u : 2u)) {
+    std::cerr << "qelconv: " << (info ? "--info takes one file" : "two files are needed, IN and OUT")
+              << " (--help tells more)\n";
+    return 2;
+  }
+
+  const auto bytes = on(paths[0], [&] { return readFile(paths[0]); });
+  const Format& from = on(paths[0], [&]() -> const Format& { return recognise(bytes); });
+  if (info) {
+    on(paths[0], [&] { from.describe(bytes, std::cout); });
+    return 0;
+  }
+  const Format* to = formatOfName(paths[1]);
+  if (!to) throw Error(paths[1] + ": the name's ending is not that of a known format");
+  if (!from.read) throw Error(paths[0] + ": " + from.name + " files can't be read");
+  if (!to->write) throw Error(paths[1] + ": " + to->name + " files can't be written");
+
+  Stages reading, writing;
+  const Image image = on(paths[0], [&] { return from.read(bytes, options, reading); });
+  const auto result = on(paths[1], [&] { return to->write(image, options, writing); });
+  on(paths[1], [&] { writeFile(paths[1], result); });
+  if (verbose) {
+    std::cout << paths[0] << ": " << from.name << ", " << image.width << " x " << image.height << ", "
+              << nameOf(image.colour) << ", " << image.bits << " bits, " << bytes.size() << " bytes\n";
+    reading.report(std::cout, image.megapixels());
+    std::cout << paths[1] << ": " << to->name << ", " << result.size() << " bytes\n";
+    writing.report(std::cout, image.megapixels());
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::cerr << "qelconv: not enough memory\n";
+  } catch (const std::exception& e) {
+    std::cerr << "qelconv: " << e.what() << "\n";
+  }
+  return 1;
+}

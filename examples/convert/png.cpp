@@ -1,0 +1,112 @@
+// PNG, through libpng: 8 and 16 bits, every colour type; palettes and small depths are spread to 8 bits.
+#include <png.h>
+
+#include <ostream>
+
+#include "format.h"
+
+namespace qelconv {
+namespace {
+
+struct Source {
+  Bytes file;
+  size_t at;
+};
+
+void fail(png_structp, png_const_charp message) {
+  throw Error(std::string("not a readable PNG: ") + message);
+}
+void ignore(png_structp, png_const_charp) {}
+
+void pull(png_structp png, png_bytep to, size_t n) {
+  auto& source = *static_cast<Source*>(png_get_io_ptr(png));
+  if (n > source.file.size() - source.at) throw Error("the file is truncated");
+  std::memcpy(to, source.file.data() + source.at, n);
+  source.at += n;
+}
+void push(png_structp png, png_bytep from, size_t n) {
+  auto& out = *static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
+  out.insert(out.end(), from, from + n);
+}
+void flush(png_structp) {}
+
+// libpng's records, released on every way out.
+struct ReadRecord {
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, fail, ignore);
+  png_infop info = png_create_info_struct(png);
+  ~ReadRecord() { png_destroy_read_struct(&png, &info, nullptr); }
+};
+struct WriteRecord {
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, fail, ignore);
+  png_infop info = png_create_info_struct(png);
+  ~WriteRecord() { png_destroy_write_struct(&png, &info); }
+};
+
+bool recognises(Bytes file) { return file.size() >= 8 && png_sig_cmp(file.data(), 0, 8) == 0; }
+
+Image read(Bytes file, const Options&, Stages& stages) {
+  return stages.time("read PNG", [&] {
+    ReadRecord r;
+    Source source{file, 0};
+    png_set_read_fn(r.png, &source, pull);
+    png_read_info(r.png, r.info);
+    png_set_expand(r.png);
+    if (png_get_bit_depth(r.png, r.info) == 16) png_set_swap(r.png);
+    const int passes = png_set_interlace_handling(r.png);
+    png_read_update_info(r.png, r.info);
+    constexpr Colour kByChannels[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
+    checkDimensions(png_get_image_width(r.png, r.info), png_get_image_height(r.png, r.info), 4);
+    Image image(int32_t(png_get_image_width(r.png, r.info)), int32_t(png_get_image_height(r.png, r.info)),
+                kByChannels[png_get_channels(r.png, r.info) - 1], png_get_bit_depth(r.png, r.info));
+    for (int pass = 0; pass < passes; ++pass)
+      for (int32_t y = 0; y < image.height; ++y) png_read_row(r.png, image.row(y), nullptr);
+    png_read_end(r.png, nullptr);
+    return image;
+  });
+}
+
+std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
+  return stages.time("write PNG", [&] {
+    Image image = adapt(original, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha});
+    // PNG has 8 and 16 bits only: other depths are spread to the full range.
+    if (image.bits != 8 && image.bits != 16) {
+      Image spread(image.width, image.height, image.colour, image.bits > 8 ? 16 : 8);
+      const uint64_t from = (1u << image.bits) - 1, to = (1u << spread.bits) - 1;
+      for (size_t i = 0; i < spread.data.size() / size_t(spread.sampleBytes()); ++i)
+        spread.setSample(i, uint32_t((image.sample(i) * to + from / 2) / from));
+      image = std::move(spread);
+    }
+    std::vector<uint8_t> out;
+    WriteRecord w;
+    png_set_write_fn(w.png, &out, push, flush);
+    constexpr int kTypes[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
+                              PNG_COLOR_TYPE_RGBA};
+    png_set_IHDR(w.png, w.info, png_uint_32(image.width), png_uint_32(image.height), image.bits,
+                 kTypes[image.channels() - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    png_set_compression_level(w.png, options.integer("compression", 3, 0, 9));
+    png_write_info(w.png, w.info);
+    if (image.bits == 16) png_set_swap(w.png);
+    for (int32_t y = 0; y < image.height; ++y) png_write_row(w.png, image.row(y));
+    png_write_end(w.png, nullptr);
+    return out;
+  });
+}
+
+void describe(Bytes file, std::ostream& out) {
+  ReadRecord r;
+  Source source{file, 0};
+  png_set_read_fn(r.png, &source, pull);
+  png_read_info(r.png, r.info);
+  out << "PNG, " << png_get_image_width(r.png, r.info) << " x " << png_get_image_height(r.png, r.info) << ", "
+      << int(png_get_channels(r.png, r.info)) << " channels of " << int(png_get_bit_depth(r.png, r.info))
+      << " bits\n";
+}
+
+}  // namespace
+
+extern const Format kPng;
+const Format kPng = {"PNG", {".png"}, {{"compression", "N", "deflate level 0 to 9 (3)"}}, recognises, read,
+                     write, describe};
+
+}  // namespace qelconv
