@@ -172,12 +172,116 @@ QELJ_API QelStatus qeliAdd128_JPEG_16s8u_C1R(const int16_t* src, int32_t srcStep
  * ------------------------------------------------------------------------------------------------------------ */
 
 /* ------------------------------------------------------------------------------------------------------------
- * MCU conversion, forward: pixels to level-shifted blocks
+ * MCU conversion, forward: pixels to level-shifted blocks (A.2.3, A.3.1)
+ *
+ * One call takes the pixels of one minimum coded unit, converts colour, takes the mean of the chroma of the pixels
+ * that share a sample, subtracts 128 and writes blocks that are ready for a forward DCT. The caller walks the image.
+ *
+ *   444   8 x 8 pixels      luma (and K): one block             each chroma sample from one pixel
+ *   422   16 x 8 pixels     two blocks: left, right             from two neighbouring pixels of a row
+ *   411   16 x 16 pixels    four blocks, in raster order        from 2 x 2 pixels
+ *
+ * dst is an array of three block pointers, Y, Cb, Cr (YCCK: four, K last, laid out like Y); a chroma plane is one
+ * block. src is the MCU's top left pixel, srcStep the bytes from one row of pixels to the next. Exactly the MCU's
+ * pixels are read and exactly its blocks are written.
+ *
+ * Pixels: RGB and BGR three bytes in that order; BGR555 and BGR565 16-bit words with blue in bits 0 to 4, green above
+ * it in five or six bits, red in the next five, fields widened by zero low bits; CMYK four bytes.
+ *
+ * Values, without any clamp, all shifts rounding down; rs, gs, bs are the sums of R, G, B over the n = 1, 2 or 4 pixels
+ * of a chroma sample, and s = 14 + log2 n:
+ *   Y'  = ((4899 R + 9617 G + 1868 B + 8192) >> 14) - 128
+ *   Cb' = (-2764 rs - 5428 gs + 8192 bs + 8192 n) >> s
+ *   Cr' = (8192 rs - 6860 gs - 1332 bs + 8192 n) >> s
+ * They lie in -128..128. CMYK pixels are R = 255 - C, G = 255 - M, B = 255 - Y, and K' = K - 128. CMYK 444 rounds
+ * chroma with 8133 instead of 8192.
+ *
+ * The values of some members depend on the addresses of destination blocks. If one of the named pointers is not a
+ * multiple of 16, the whole MCU uses a truncating form, up to one unit from the other:
+ *   RGB and BGR 411: dst[0].   CMYK 444: any of the four.   CMYK 422 and 411: dst[0] and dst[3].   Others: none.
+ *   Y'  = ((19595 R + 38470 G + 7471 B) >> 16) - 128
+ *   Cb' = (-11059 rs - 21709 gs + 32768 bs) >> (16 + log2 n)
+ *   Cr' = (32768 rs - 27439 gs - 5329 bs) >> (16 + log2 n)
+ * Keep blocks on 16-byte boundaries unless you want exactly that.
+ *
+ * SampleDown takes pixels of three bytes Y, Cb, Cr: luma is Y - 128, chroma the mean, rounded down, less 128.
+ * Split422 takes rows of packed 4:2:2, bytes Y0 Cb Y1 Cr, and only subtracts 128 from each.
+ *
+ * Checked in this order: src, dst (qelStatusNullPointer), srcStep (qelStatusBadStep), the pointers in dst
+ * (qelStatusNullPointer).
  * ------------------------------------------------------------------------------------------------------------ */
 
+QELJ_API QelStatus qeliRGBToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliRGBToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliRGBToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGRToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGRToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGRToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR555ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR555ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR555ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR565ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR565ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR565ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliCMYKToYCCK444LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]);
+QELJ_API QelStatus qeliCMYKToYCCK422LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]);
+QELJ_API QelStatus qeliCMYKToYCCK411LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]);
+QELJ_API QelStatus qeliSampleDown444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliSampleDown422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliSampleDown411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+QELJ_API QelStatus qeliSplit422LS_MCU_8u16s_C2P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
+
 /* ------------------------------------------------------------------------------------------------------------
- * MCU conversion, inverse: blocks to pixels
+ * MCU conversion, inverse: blocks to pixels (A.2.3, A.3.1)
+ *
+ * One call takes the blocks of one minimum coded unit as an inverse DCT leaves them, repeats chroma to the pixels that
+ * share a sample, converts colour, restores the level shift and writes pixels. The caller walks the image. Geometry,
+ * planes and pixel formats are those of the forward functions; 555 and 565 drop the low bits of each byte, and bit 15
+ * of 555 is 0. Samples may have any 16-bit value.
+ *
+ * Exactly the MCU's blocks are read and exactly its pixels are written. With a dstStep below the width of the MCU's
+ * rows they overlap, and are written top to bottom, each from left to right.
+ *
+ * Values, all shifts rounding down; clamp is to 0..255, and sat to 16 bits:
+ *   R = clamp(Y + sat((22970 Cr + 2105344) >> 14))
+ *   B = clamp(Y + sat((29032 Cb + 2105344) >> 14))
+ *   G = clamp(Y + sat((-5638 Cb - 11700 Cr + 2105344) >> 14))      444
+ *   G = clamp(Y - sat((5638 Cb + 11700 Cr - 2088960) >> 14))       422, 411: ties go the other way
+ * CMYK is C = 255 - R, M = 255 - G, Y = 255 - B, and K = clamp(K + 128).
+ *
+ * The RGB, BGR and CMYK members depend on the addresses of the source blocks. If any plane pointer is not a multiple
+ * of 16, the whole MCU uses a truncating form, products and sums modulo 2^32, up to one unit from the other:
+ *   R = clamp(Y + ((91881 Cr) >> 16) + 128)
+ *   G = clamp(Y + ((-22554 Cb - 46802 Cr) >> 16) + 128)
+ *   B = clamp(Y + ((116130 Cb) >> 16) + 128)
+ * and K is the low eight bits of K + 128, not clamped: 128 gives 0. Keep blocks on 16-byte boundaries unless you want
+ * exactly that. The address of dst never matters.
+ *
+ * SampleUp writes pixels of three bytes, each clamp(sample + 128). Join422 writes rows of packed 4:2:2, bytes Y0 Cb Y1
+ * Cr, likewise.
+ *
+ * Checked in this order: src, dst, the pointers in src (qelStatusNullPointer), dstStep (qelStatusBadStep).
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliYCbCr444ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr422ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr411ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr444ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr422ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr411ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr444ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr422ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr411ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr444ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr422ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr411ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCCK444ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCCK422ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliYCCK411ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliSampleUp444LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliSampleUp422LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliSampleUp411LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
+QELJ_API QelStatus qeliJoin422LS_MCU_16s8u_P3C2R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Quantisation tables and plain quantisation

@@ -311,6 +311,25 @@ inline With<int16_t, V> mulAddBytes(V a, With<int8_t, V> b) {
     r[i] = saturate<int16_t>(int32_t(a[2 * i]) * b[2 * i] + int32_t(a[2 * i + 1]) * b[2 * i + 1]);
   return r;
 }
+// a0 + a1, a2 + a3, b0 + b1, b2 + b3 of 32-bit lanes, by blocks, wrapping. With 16-bit values in the halves of the
+// lanes, and no carry between them, it adds both halves.
+template <class V>
+inline V addNeighbours(V a, V b) {
+  static_assert(sizeof(Lane<V>) == 4);
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (V)_mm256_hadd_epi32((__m256i)a, (__m256i)b);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (V)_mm_hadd_epi32((__m128i)a, (__m128i)b);
+#endif
+  V r;
+  for (int i = 0; i < kLanes<V>; i += 4)
+    for (int k = 0; k < 2; ++k) {
+      r[i + k] = qelj::addWrap(Lane<V>(a[i + 2 * k]), Lane<V>(a[i + 2 * k + 1]));
+      r[i + 2 + k] = qelj::addWrap(Lane<V>(b[i + 2 * k]), Lane<V>(b[i + 2 * k + 1]));
+    }
+  return r;
+}
 // Full 64-bit products of the even 32-bit lanes.
 template <class V>
 inline auto mulEven(V a, V b) {

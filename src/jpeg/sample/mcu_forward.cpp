@@ -1,0 +1,230 @@
+// MCU conversion, forward: the pixels of one minimum coded unit to level-shifted blocks.
+#include "frame/arith.h"
+#include "frame/check.h"
+#include "frame/fronts.h"
+#include "frame/simd.h"
+#include "jpeg/sample/mcu.h"
+
+namespace qelj {
+namespace {
+
+using namespace mcu;
+
+// --- arithmetic
+// ----------------------------------------------------------------------------------------------------
+
+// One output sample from the sums of n = 1, 2 or 4 pixels:
+//   (weight . sums + bias * n) >> (the form's shift + log2 n)
+// Sums are made before the multiplication; the bias holds the rounding term and luma's level shift. Chroma is
+// centred on zero by its weights.
+struct Linear {
+  int32_t weight[3], bias;
+};
+struct Form {
+  Linear luma, cb, cr;
+  int shift;
+};
+
+// Q14, rounded. The 4:4:4 CMYK member rounds chroma with a little less than a half.
+template <class Pixels, class Mcu>
+constexpr int32_t kChromaRound = std::is_same_v<Pixels, Cmyk>&& std::is_same_v<Mcu, Mcu444> ? 8133 : 8192;
+template <class Pixels, class Mcu>
+constexpr Form kRounded = {{{4899, 9617, 1868}, 8192 - (128 << 14)},
+                           {{-2764, -5428, 8192}, kChromaRound<Pixels, Mcu>},
+                           {{8192, -6860, -1332}, kChromaRound<Pixels, Mcu>},
+                           14};
+
+// Q16, truncated: the form of some members for blocks that are not 16-byte aligned.
+constexpr Form kTruncated = {
+    {{19595, 38470, 7471}, -(128 << 16)}, {{-11059, -21709, 32768}, 0}, {{32768, -27439, -5329}, 0}, 16};
+
+// No colour conversion: the level shift, and the truncated mean of chroma.
+constexpr Form kSampled = {{{1, 0, 0}, -128}, {{0, 1, 0}, -128}, {{0, 0, 1}, -128}, 0};
+
+inline int16_t ownLinear(const Linear& l, const Pixel& sums, int log2n, int shift) {
+  int32_t value = l.bias << log2n;
+  for (int c = 0; c < 3; ++c) value += l.weight[c] * sums.c[c];
+  return int16_t(value >> (shift + log2n));
+}
+
+template <Linear L>
+I32 ownLinearSums(Pairs p) {
+  constexpr int32_t w0 = L.weight[0], w1 = L.weight[1], w2 = L.weight[2];
+  constexpr auto fits = [](int32_t w) { return w == int16_t(w); };
+  if constexpr (fits(w0) && fits(w1) && fits(w2)) {
+    if constexpr (w2 == 0)
+      return simd::mulAddPairs(p.c01, simd::pairs(w0, w1));
+    else if constexpr (w0 == 0 && w1 == 0)
+      return simd::mulAddPairs(p.c23, simd::pairs(w2, 0));
+    else
+      return simd::mulAddPairs(p.c01, simd::pairs(w0, w1)) + simd::mulAddPairs(p.c23, simd::pairs(w2, 0));
+  } else {
+    return ((I32)p.c01 & 0xFFFF) * w0 + ((I32)p.c01 >> 16) * w1 + ((I32)p.c23 & 0xFFFF) * w2;
+  }
+}
+template <Linear L, int Log2n, int Shift>
+I16 ownLinearOctets(const Octets& sums) {
+  constexpr int32_t kBias = L.bias << Log2n;
+  return simd::packI16((ownLinearSums<L>(sums.low) + kBias) >> (Shift + Log2n),
+                       (ownLinearSums<L>(sums.high) + kBias) >> (Shift + Log2n));
+}
+
+inline Pairs operator+(const Pairs& a, const Pairs& b) { return {a.c01 + b.c01, a.c23 + b.c23}; }
+
+// The four sums of two neighbouring pixels in every octet.
+inline Pairs ownSumsAcross(const Octets& o) {
+  const auto sums = [](I16 low, I16 high) { return (I16)simd::addNeighbours((I32)low, (I32)high); };
+  return {sums(o.low.c01, o.high.c01), sums(o.low.c23, o.high.c23)};
+}
+
+// --- one MCU
+// -------------------------------------------------------------------------------------------------------
+
+template <class Pixels, class Mcu, const Form& F>
+void ownForwardOctets(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
+  constexpr int kAcross = Mcu::kAcross, kDown = Mcu::kDown;
+  int16_t *const luma = dst[0], *const cb = dst[1], *const cr = dst[2];
+  int16_t* const black = Pixels::kChannels == 4 ? dst[3] : nullptr;
+
+  for (int r = 0; r < 8; r += kOctets) {  // rows r, r + 1 of the chroma blocks
+    Octets sums[kAcross];
+    for (int h = 0; h < kAcross; ++h)
+      for (int v = 0; v < kDown; ++v) {
+        const int x = 8 * h, y = kDown * r + v;
+        const Octets o = Pixels::load(row(src, srcStep, y) + x * Pixels::kPixelBytes, kDown * srcStep);
+        storeOctets<kDown>(row(luma, 2, Mcu::luma(x, y)), ownLinearOctets<F.luma, 0, F.shift>(o));
+        if constexpr (Pixels::kChannels == 4) {
+          const I16 k = simd::packI16((I32)o.low.c23 >> 16, (I32)o.high.c23 >> 16);
+          storeOctets<kDown>(row(black, 2, Mcu::luma(x, y)), k - int16_t(128));
+        }
+        sums[h] = v == 0 ? o : Octets{sums[h].low + o.low, sums[h].high + o.high};
+      }
+    if constexpr (kAcross == 2) sums[0] = {ownSumsAcross(sums[0]), ownSumsAcross(sums[1])};
+    storeOctets<1>(row(cb, 2, 8 * r), ownLinearOctets<F.cb, Mcu::kLog2n, F.shift>(sums[0]));
+    storeOctets<1>(row(cr, 2, 8 * r), ownLinearOctets<F.cr, Mcu::kLog2n, F.shift>(sums[0]));
+  }
+}
+
+template <class Pixels, class Mcu, const Form& F>
+void ownForwardPixels(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
+  for (int r = 0; r < 8; ++r)
+    for (int s = 0; s < 8; ++s) {
+      Pixel sums{};
+      for (int y = Mcu::kDown * r; y < Mcu::kDown * (r + 1); ++y)
+        for (int x = Mcu::kAcross * s; x < Mcu::kAcross * (s + 1); ++x) {
+          const Pixel p = Pixels::get(row(src, srcStep, y), x);
+          put(dst[0], Mcu::luma(x, y), ownLinear(F.luma, p, 0, F.shift));
+          if constexpr (Pixels::kChannels == 4) put(dst[3], Mcu::luma(x, y), int16_t(p.c[3] - 128));
+          for (int c = 0; c < 3; ++c) sums.c[c] += p.c[c];
+        }
+      put(dst[1], 8 * r + s, ownLinear(F.cb, sums, Mcu::kLog2n, F.shift));
+      put(dst[2], 8 * r + s, ownLinear(F.cr, sums, Mcu::kLog2n, F.shift));
+    }
+}
+
+template <class Pixels, class Mcu, const Form& F>
+void ownForward(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
+  if constexpr (simd::kEnabled)
+    ownForwardOctets<Pixels, Mcu, F>(src, srcStep, dst);
+  else
+    ownForwardPixels<Pixels, Mcu, F>(src, srcStep, dst);
+}
+
+// --- fronts
+// --------------------------------------------------------------------------------------------------------
+
+// Aligned and Misaligned are the forms for the two cases of an address test on the planes Tested.
+template <class Pixels, class Mcu, const Form& Aligned, const Form& Misaligned = Aligned,
+          unsigned Tested = kNoPlane>
+QelStatus forward(const typename Pixels::Sample* src, int32_t srcStep, int16_t* const* dst) {
+  if (auto s = check(nonNull(src), nonNull(dst), step(srcStep), planes(dst, Pixels::kChannels)); s) return s;
+  const auto* bytes = reinterpret_cast<const uint8_t*>(src);
+  if (Tested && misaligned<Tested>(dst))
+    ownForward<Pixels, Mcu, Misaligned>(bytes, srcStep, dst);
+  else
+    ownForward<Pixels, Mcu, Aligned>(bytes, srcStep, dst);
+  return qelStatusOk;
+}
+
+template <class Pixels, class Mcu, unsigned Tested = kNoPlane>
+QelStatus colour(const typename Pixels::Sample* src, int32_t srcStep, int16_t* const* dst) {
+  return forward<Pixels, Mcu, kRounded<Pixels, Mcu>, kTruncated, Tested>(src, srcStep, dst);
+}
+template <class Pixels, class Mcu>
+QelStatus sampleDown(const uint8_t* src, int32_t srcStep, int16_t* const* dst) {
+  return forward<Pixels, Mcu, kSampled>(src, srcStep, dst);
+}
+
+}  // namespace
+
+QelStatus qeliRGBToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return colour<Rgb, Mcu444>(src, srcStep, dst);
+}
+QelStatus qeliRGBToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return colour<Rgb, Mcu422>(src, srcStep, dst);
+}
+QelStatus qeliRGBToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return colour<Rgb, Mcu411, kLuma>(src, srcStep, dst);
+}
+
+QelStatus qeliBGRToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return colour<Bgr, Mcu444>(src, srcStep, dst);
+}
+QelStatus qeliBGRToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return colour<Bgr, Mcu422>(src, srcStep, dst);
+}
+QelStatus qeliBGRToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return colour<Bgr, Mcu411, kLuma>(src, srcStep, dst);
+}
+
+QelStatus qeliBGR555ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
+                                                  int16_t* const dst[3]) {
+  return colour<Bgr555, Mcu444>(src, srcStep, dst);
+}
+QelStatus qeliBGR555ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
+                                                  int16_t* const dst[3]) {
+  return colour<Bgr555, Mcu422>(src, srcStep, dst);
+}
+QelStatus qeliBGR555ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
+                                                  int16_t* const dst[3]) {
+  return colour<Bgr555, Mcu411>(src, srcStep, dst);
+}
+
+QelStatus qeliBGR565ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
+                                                  int16_t* const dst[3]) {
+  return colour<Bgr565, Mcu444>(src, srcStep, dst);
+}
+QelStatus qeliBGR565ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
+                                                  int16_t* const dst[3]) {
+  return colour<Bgr565, Mcu422>(src, srcStep, dst);
+}
+QelStatus qeliBGR565ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
+                                                  int16_t* const dst[3]) {
+  return colour<Bgr565, Mcu411>(src, srcStep, dst);
+}
+
+QelStatus qeliCMYKToYCCK444LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]) {
+  return colour<Cmyk, Mcu444, kFourPlanes>(src, srcStep, dst);
+}
+QelStatus qeliCMYKToYCCK422LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]) {
+  return colour<Cmyk, Mcu422, kLumaAndK>(src, srcStep, dst);
+}
+QelStatus qeliCMYKToYCCK411LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]) {
+  return colour<Cmyk, Mcu411, kLumaAndK>(src, srcStep, dst);
+}
+
+QelStatus qeliSampleDown444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return sampleDown<YCbCr, Mcu444>(src, srcStep, dst);
+}
+QelStatus qeliSampleDown422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return sampleDown<YCbCr, Mcu422>(src, srcStep, dst);
+}
+QelStatus qeliSampleDown411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return sampleDown<YCbCr, Mcu411>(src, srcStep, dst);
+}
+// Both pixels of a pair bring the pair's chroma, so that its mean is the sample itself.
+QelStatus qeliSplit422LS_MCU_8u16s_C2P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
+  return sampleDown<Yuyv, Mcu422>(src, srcStep, dst);
+}
+
+}  // namespace qelj
