@@ -39,7 +39,7 @@ void Stages::report(std::ostream& out, double megapixels) const {
         << std::setw(9) << time * 1e3 << " ms " << std::setw(9) << megapixels / time << " MPix/s\n";
   };
   for (const auto& [name, time] : stages_) line(name, time);
-  if (stages_.size() > 1) line("together", seconds());
+  line("together", seconds());
 }
 
 }  // namespace qelconv

@@ -1,0 +1,59 @@
+# What both commands share; sourced, not run.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root"
+jobs=$(nproc)
+
+step() { printf '\n== %s\n' "$*"; }
+
+# need <package>...: installs what is missing, or says what to install.
+need() {
+  local missing=() package
+  for package in "$@"; do
+    if command -v dpkg-query >/dev/null && dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed'; then
+      continue
+    fi
+    missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return
+  if command -v apt-get >/dev/null && [ "$(id -u)" -eq 0 ]; then
+    step "Installing ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+  elif command -v dpkg-query >/dev/null; then
+    echo "Please install: ${missing[*]}   (sudo apt-get install ${missing[*]})"
+    exit 1
+  else
+    echo "This is no Debian system; make sure that the equals of these packages are there: ${missing[*]}"
+  fi
+}
+
+# The processor generation to build for: what this machine can run.
+cpu_generation() {
+  case $(uname -m) in
+    x86_64) ;;
+    *) echo portable; return ;;
+  esac
+  local flags flag level=x86-64-v3
+  flags=" $(grep -m1 '^flags' /proc/cpuinfo | cut -d: -f2) "
+  for flag in avx2 bmi1 bmi2 fma f16c movbe abm; do
+    case $flags in *" $flag "*) ;; *) level=x86-64-v2 ;; esac
+  done
+  for flag in sse4_1 sse4_2 ssse3 popcnt cx16; do
+    case $flags in *" $flag "*) ;; *) level=portable ;; esac
+  done
+  echo "$level"
+}
+
+build_packages=(g++ cmake ninja-build libpng-dev)
+
+# build <preset> <target>... -- <cmake options>...
+build() {
+  local preset=$1 targets=()
+  shift
+  while [ $# -gt 0 ] && [ "$1" != -- ]; do targets+=("$1"); shift; done
+  [ $# -gt 0 ] && shift
+  cmake --preset "$preset" -DQELJ_CPU="$(cpu_generation)" "$@" >/dev/null
+  cmake --build "build/$preset" --parallel "$jobs" ${targets:+--target "${targets[@]}"}
+}
