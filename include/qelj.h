@@ -157,11 +157,93 @@ QELJ_API QelStatus qeliAdd128_JPEG_16s8u_C1R(const int16_t* src, int32_t srcStep
 
 /* ------------------------------------------------------------------------------------------------------------
  * Forward colour conversion: RGB, BGR, CMYK to Y, YCbCr, YCCK planes
+ *
+ * The conversion of JFIF (ITU-T T.871): Y = 0.299 R + 0.587 G + 0.114 B, Cb = 128 + 0.564 (B - Y),
+ * Cr = 128 + 0.713 (R - Y), all planes of full resolution, 8 bits a sample.
+ *
+ * Sources.  C3: R, G, B or B, G, R bytes, by name. C4: the same and a fourth byte, which is ignored. P3: planes R,
+ *   G, B. CMYK: C, M, Y, K bytes or planes; 255 - C, 255 - M, 255 - Y are converted as R, G, B and K is copied
+ *   unchanged to dst[3] (YCCK). 16u: packed pixels in host byte order, a 5-bit field in the low bits, G, and a
+ *   5-bit field above it; the low field is R for RGB names and B for BGR names; G has 5 bits (555, the top bit
+ *   is ignored) or 6 (565). A field widens to a byte by a left shift: its low bits become 0.
+ * Destinations.  dst[0] Y, dst[1] Cb, dst[2] Cr, dst[3] K; one dstStep serves all planes.
+ *
+ * Which arithmetic a pixel gets depends on its place x in a row of width W, and only on that:
+ *   C3P3            x < W - W % 8: 15-bit weights      then: 14-bit weights
+ *   C4P3            x < W - W % 8: truncated products  then: 14-bit weights
+ *   P3P3, P4P4      x < W - W % 4: from B - Y, R - Y   then: 16-bit weights
+ *   P3C1 (Y)        x < W - W % 4: single precision    then: 16-bit weights
+ *   C3C1 (Y)        15-bit weights      C4P4, 555, 565: 14-bit weights
+ * For some colours two of them differ by one unit. Rows cut at multiples of 8 pixels give what the whole row gives.
+ *
+ * Any width and height from 1 up. Checked in this order: src and dst, then the plane pointers of the arrays
+ * (qelStatusNullPointer), srcStep, dstStep (qelStatusBadStep), size (qelStatusBadSize). The C4P3 functions test no
+ * step: zero and negative steps are used as given. All functions fork except C4P3, 555 and 565.
+ * Nothing is read or written outside the rows of the region.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliRGBToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+
+/* Luma alone; dst is the one plane. */
+QELJ_API QelStatus qeliRGBToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToY_JPEG_8u_P3C1R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+
+/* CMYK to YCCK. */
+QELJ_API QelStatus qeliCMYKToYCCK_JPEG_8u_C4P4R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliCMYKToYCCK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+
+/* Packed 16-bit pixels; src may stand at an odd address. */
+QELJ_API QelStatus qeliRGB555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGR555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGB565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGR565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Inverse colour conversion: YCbCr, YCCK planes to RGB, BGR, CMYK
+ *
+ * The inverse of JFIF's conversion: R = Y + 1.402 (Cr - 128), G = Y - 0.344 (Cb - 128) - 0.714 (Cr - 128),
+ * B = Y + 1.772 (Cb - 128), rounded and clamped to 0..255. Rounding errors of the two directions add up: a round
+ * trip is not the identity.
+ *
+ * Sources.  src[0] Y, src[1] Cb, src[2] Cr, src[3] K, planes of full resolution; one srcStep serves all.
+ * Destinations.  C3: R, G, B or B, G, R bytes, by name. C4: the same and a fourth byte, which becomes `alpha` in
+ *   every pixel. P3R: planes R, G, B. CMYK, as pixels or planes: C = 255 - R, M = 255 - G, Y = 255 - B; K is
+ *   copied unchanged. 16u: packed pixels in host byte order, laid out as in the forward conversion; a field takes the
+ *   top bits of the byte, without rounding or dither; bit 15 of a 555 pixel is 0.
+ *
+ * Which arithmetic a pixel gets depends on its place x in a row of width W, and only on that:
+ *   P3C3            x < W - W % 4: 14-bit weights      then: 16-bit weights
+ *   P3, C4 and planes of CMYK, 555, 565
+ *                   x < W - W % 4: 14-bit weights with other rounding terms      then: 16-bit weights
+ *   P3C4            products truncated to 4 bits of fraction in the whole row
+ * For some colours two of them differ by one unit. Rows cut at multiples of 4 pixels give what the whole row gives.
+ *
+ * Any width and height from 1 up. Checked in this order: src and dst, then the plane pointers of the arrays
+ * (qelStatusNullPointer), srcStep, dstStep (qelStatusBadStep), size (qelStatusBadSize). The P3C4 functions test no
+ * step: zero and negative steps are used as given. All functions fork except P3C4, 555 and 565.
+ * Nothing is read or written outside the rows of the region.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliYCbCrToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToRGB_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size, uint8_t alpha);
+QELJ_API QelStatus qeliYCbCrToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size, uint8_t alpha);
+
+/* YCCK to CMYK. */
+QELJ_API QelStatus qeliYCCKToCMYK_JPEG_8u_P4C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCCKToCMYK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
+
+/* Packed 16-bit pixels; dst may stand at an odd address. */
+QELJ_API QelStatus qeliYCbCrToRGB555_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToBGR555_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToRGB565_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToBGR565_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Subsampled plane conversion: RGB, BGR to and from YCbCr planes of 4:2:2 and 4:1:1

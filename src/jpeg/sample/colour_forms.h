@@ -1,0 +1,263 @@
+// The arithmetic of the colour conversions, each form once. A form has a scalar face, which is its
+// definition, and a vector face with 16-bit lanes, which gives the same numbers. Results are not yet clamped
+// to a byte.
+//
+// One conversion may use two forms, one for the main part of a row and one for its last pixels; they differ
+// by a unit for some colours, and the position decides which one holds.
+#ifndef QELJ_JPEG_SAMPLE_COLOUR_FORMS_H
+#define QELJ_JPEG_SAMPLE_COLOUR_FORMS_H
+
+#include <cmath>
+#include <cstdint>
+#include <type_traits>
+
+#include "frame/arith.h"
+#include "frame/simd.h"
+
+namespace qelj::colour {
+
+using simd::I16;
+using simd::U8;
+
+template <class T>
+struct Rgb {
+  T r, g, b;
+};
+template <class T>
+struct Ycc {
+  T y, cb, cr;
+};
+template <class T>
+struct Chroma {
+  T cb, cr;
+};
+
+// --- Fixed-point matrices
+// ----------------------------------------------------------------------------------------
+
+// One output: (r R + g G + b B + round) >> shift. Chroma comes centred on 0; the 128 of a stored plane is
+// added behind the shift, which is the same as adding 128 << shift to the rounding term.
+struct Weights {
+  int32_t r, g, b, round;
+};
+struct Matrix {
+  int shift;
+  Weights y, cb, cr;
+};
+
+// Luma's weights sum to a unit and one; the rounding term, short of a half, keeps white at 255. Cr rounds 16
+// up.
+inline constexpr Matrix kQ15{
+    15, {9798, 19235, 3736, 16266}, {-5529, -10855, 16384, 16384}, {16384, -13720, -2664, 16400}};
+inline constexpr Matrix kQ14{
+    14, {4899, 9617, 1868, 8192}, {-2764, -5428, 8192, 8192}, {8192, -6860, -1332, 8192}};
+// Partners of the truncated form, with its chroma weights. The first rounds chroma by a quarter, so that it
+// stays below 256 without a clamp.
+inline constexpr Matrix kQ14Quarter{
+    14, {4899, 9617, 1868, 8192}, {-2765, -5427, 8192, 4096}, {8192, -6860, -1332, 4096}};
+inline constexpr Matrix kQ14Half{
+    14, {4899, 9617, 1868, 8192}, {-2765, -5427, 8192, 8192}, {8192, -6860, -1332, 8192}};
+// Chroma rounds by one less than a half, for the same reason.
+inline constexpr Matrix kQ16{
+    16, {19595, 38470, 7471, 32768}, {-11059, -21709, 32768, 32767}, {32768, -27439, -5329, 32767}};
+
+// The differences from G, as pairs (R - G, B - G): the weights of chroma sum to 0 and those of luma to a
+// unit, so that one multiply-add of a pair makes a sum of three products.
+struct DifferencePairs {
+  I16 low, high;
+  explicit DifferencePairs(Rgb<I16> p)
+      : low(simd::unpackLow(p.r - p.g, p.b - p.g)), high(simd::unpackHigh(p.r - p.g, p.b - p.g)) {}
+};
+
+template <const Matrix& M>
+struct MatrixForm {
+  // kLog2: chroma from the sums of 2^kLog2 pixels.
+  template <int kLog2>
+  static int32_t weigh(const Weights& w, Rgb<int32_t> p) {
+    return (w.r * p.r + w.g * p.g + w.b * p.b + (w.round << kLog2)) >> (M.shift + kLog2);
+  }
+  template <int kLog2, Weights Matrix::*W>
+  static I16 weigh(const DifferencePairs& d, I16 g) {
+    constexpr Weights w = M.*W;
+    constexpr int kShift = M.shift + kLog2, kSum = w.r + w.g + w.b;
+    constexpr int kWhole = (kSum + (1 << (kShift - 1))) >> kShift, kRest = kSum - (kWhole << kShift);
+    static_assert(kWhole == 0 || kWhole == 1);
+    const auto pair = simd::pairs(w.r, w.b);
+    auto low = simd::mulAddPairs(d.low, pair), high = simd::mulAddPairs(d.high, pair);
+    if constexpr (kRest == 0) {
+      const auto round = simd::splat<simd::I32>(w.round << kLog2);
+      low += round, high += round;
+    } else {
+      const auto one = simd::splat<I16>(1), rest = simd::pairs(kRest, w.round << kLog2);
+      low += simd::mulAddPairs(simd::unpackLow(g, one), rest),
+          high += simd::mulAddPairs(simd::unpackHigh(g, one), rest);
+    }
+    const I16 sum = simd::packI16(low >> kShift, high >> kShift);
+    return kWhole ? sum + g : sum;
+  }
+
+  static int32_t luma(Rgb<int32_t> p) { return weigh<0>(M.y, p); }
+  static I16 luma(Rgb<I16> p) { return weigh<0, &Matrix::y>(DifferencePairs(p), p.g); }
+
+  template <int kLog2 = 0>
+  static Chroma<int32_t> centredChroma(Rgb<int32_t> sum) {
+    return {weigh<kLog2>(M.cb, sum), weigh<kLog2>(M.cr, sum)};
+  }
+  template <int kLog2 = 0>
+  static Chroma<I16> centredChroma(Rgb<I16> sum) {
+    const DifferencePairs d(sum);
+    return {weigh<kLog2, &Matrix::cb>(d, sum.g), weigh<kLog2, &Matrix::cr>(d, sum.g)};
+  }
+
+  template <int kLog2 = 0, class T>
+  static Chroma<T> chroma(Rgb<T> sum) {
+    const auto c = centredChroma<kLog2>(sum);
+    return {T(c.cb + int16_t(128)), T(c.cr + int16_t(128))};
+  }
+  template <class T>
+  static Ycc<T> ycc(Rgb<T> p) {
+    const auto c = chroma(p);
+    return {luma(p), c.cb, c.cr};
+  }
+};
+
+// --- Forward forms of their own shape
+// ------------------------------------------------------------------------------
+
+// Every product is truncated by itself, to what a 16-bit high multiply keeps, before the sum.
+struct TruncatedForm {
+  // (v * weight) >> shift, for values of at most 15 - (16 - shift) bits.
+  template <int shift>
+  static int32_t term(int32_t v, int32_t weight) {
+    return (v * weight) >> shift;
+  }
+  template <int shift>
+  static I16 term(I16 v, int32_t weight) {
+    return simd::mulHi(simd::shlWrap(v, 16 - shift), simd::splat<I16>(int16_t(weight)));
+  }
+
+  template <class T>
+  static T luma(Rgb<T> p) {
+    // Twice the weights at one bit more, which keeps the vector's factors positive and shared with chroma's.
+    return (term<9>(p.r, 2 * 4899) + term<9>(p.g, 2 * 9617) + term<9>(p.b, 2 * 1868) + int16_t(32)) >> 6;
+  }
+  template <int kLog2 = 0, class T>
+  static Chroma<T> chroma(Rgb<T> sum) {
+    constexpr int s = 9 + kLog2;
+    return {T((term<s>(sum.b, 8192) - (term<s>(sum.r, 2765) + term<s>(sum.g, 5427)) + int16_t(4112)) >> 5),
+            T((term<s>(sum.r, 8192) - (term<s>(sum.g, 6860) + term<s>(sum.b, 1332)) + int16_t(4112)) >> 5)};
+  }
+  template <class T>
+  static Ycc<T> ycc(Rgb<T> p) {
+    const auto c = chroma(p);
+    return {luma(p), c.cb, c.cr};
+  }
+};
+
+// Luma first; chroma is a multiple of the difference between a colour and the rounded luma.
+struct DifferenceForm {
+  static int32_t scale(int32_t v, int16_t weight) { return (v * weight + 16384) >> 15; }
+  static I16 scale(I16 v, int16_t weight) { return simd::mulHiRound(v, simd::splat<I16>(weight)); }
+  template <class T>
+  static Ycc<T> ycc(Rgb<T> p) {
+    const T y = MatrixForm<kQ16>::luma(p);
+    return {y, T(scale(p.b - y, 18491) + int16_t(128)), T(scale(p.r - y, 23373) + int16_t(128))};
+  }
+};
+
+// Luma alone, in single precision: (R + G) + B in this order, rounded to nearest, ties to even.
+struct FloatLumaForm {
+  static constexpr float kR = 0.29899999499320984f, kG = 0.5870000123977661f, kB = 0.11400000005960464f;
+  static Ycc<int32_t> ycc(Rgb<int32_t> p) {
+    return {int32_t(std::nearbyintf((float(p.r) * kR + float(p.g) * kG) + float(p.b) * kB)), 0, 0};
+  }
+  static Ycc<I16> ycc(Rgb<I16> p) {
+    using simd::F32;
+    const auto sum = [](I16 r, I16 g, I16 b) {  // 16-bit samples in 32-bit lanes
+      const auto floats = [](I16 v) { return simd::convert<float>(simd::as<int32_t>(v)); };
+      return simd::roundToInt((floats(r) * simd::splat<F32>(kR) + floats(g) * simd::splat<F32>(kG)) +
+                              floats(b) * simd::splat<F32>(kB));
+    };
+    const I16 zero{};
+    return {simd::packI16(
+                sum(simd::unpackLow(p.r, zero), simd::unpackLow(p.g, zero), simd::unpackLow(p.b, zero)),
+                sum(simd::unpackHigh(p.r, zero), simd::unpackHigh(p.g, zero), simd::unpackHigh(p.b, zero))),
+            zero, zero};
+  }
+};
+
+// --- Inverse forms
+// --------------------------------------------------------------------------------------------------- From
+// samples y 0..255 and chroma centred on 0 (-128..127).
+
+// (weight * c + round) >> 14 in 16-bit lanes takes a high multiply of a weight and a rounding term of its
+// own.
+struct ChromaTerm {
+  int32_t weight, round;
+  int16_t laneWeight, laneRound;
+
+  constexpr int32_t operator()(int32_t c) const { return (weight * c + round) >> 14; }
+  // Lanes of c << 8.
+  I16 operator()(I16 c) const {
+    return (simd::mulHiRound(c, simd::splat<I16>(laneWeight)) + simd::splat<I16>(laneRound)) >> 7;
+  }
+  constexpr bool lanesAgree() const {
+    for (int32_t c = -128; c < 128; ++c)
+      if ((((c * laneWeight + 64) >> 7) + laneRound) >> 7 != (*this)(c)) return false;
+    return true;
+  }
+};
+
+// Blue, and the direction in which green is rounded, differ between pixels and planes.
+template <bool kPixels>
+struct InverseQ14Form {
+  static constexpr ChromaTerm kRed{22970, 8145, 22970, 63};
+  static constexpr ChromaTerm kBlue =
+      kPixels ? ChromaTerm{29032, 8135, 29032, 63} : ChromaTerm{29032, 7535, 29033, 59};
+  static_assert(kRed.lanesAgree() && kBlue.lanesAgree());
+  static constexpr int kSign = kPixels ? -1 : 1, kCb = kSign * 5638, kCr = kSign * 11700,
+                       kRound = kPixels ? 8302 : 8082;
+
+  static Rgb<int32_t> rgb(Ycc<int32_t> p) {
+    const int32_t green = (kCb * p.cb + kCr * p.cr + kRound) >> 14;
+    return {p.y + kRed(p.cr), p.y - kSign * green, p.y + kBlue(p.cb)};
+  }
+  // Chroma lanes hold c << 8, which is how bytes unpack for nothing.
+  static Rgb<I16> rgb(Ycc<I16> p) {
+    const auto weights = simd::pairs(kCb, kCr);
+    const auto round = simd::splat<simd::I32>(kRound << 8);
+    const I16 green = simd::packI16((simd::mulAddPairs(simd::unpackLow(p.cb, p.cr), weights) + round) >> 22,
+                                    (simd::mulAddPairs(simd::unpackHigh(p.cb, p.cr), weights) + round) >> 22);
+    return {p.y + kRed(p.cr), kPixels ? p.y + green : p.y - green, p.y + kBlue(p.cb)};
+  }
+};
+using PixelQ14Form = InverseQ14Form<true>;
+using PlaneQ14Form = InverseQ14Form<false>;
+
+// Sixteen bits of fraction, rounded to nearest: the form of a row's last pixels.
+struct InverseQ16Form {
+  static Rgb<int32_t> rgb(Ycc<int32_t> p) {
+    return {p.y + ((91881 * p.cr + 32768) >> 16), p.y + ((-46802 * p.cr - 22554 * p.cb + 32768) >> 16),
+            p.y + ((116130 * p.cb + 32768) >> 16)};
+  }
+};
+
+// Four bits of fraction; every product is truncated by itself, on chroma as stored (0..255).
+struct InverseQ4Form {
+  static int32_t term(int32_t centred, int32_t weight) { return ((centred + 128) * weight) >> 9; }
+  static I16 term(I16 centred, int32_t weight) {  // c << 8: as stored, << 7, without a sign
+    const auto stored = (simd::as<uint16_t>(centred) ^ uint16_t(0x8000)) >> 1;
+    return simd::mulHi(simd::as<int16_t>(stored), simd::splat<I16>(int16_t(weight)));
+  }
+  template <class T>
+  static Rgb<T> rgb(Ycc<T> p) {
+    const T y = p.y * int16_t(16) + int16_t(8);
+    return {T((y + term(p.cr, 11485) - int16_t(2871)) >> 4),
+            T((y + int16_t(2167) - (term(p.cb, 2819) + term(p.cr, 5850))) >> 4),
+            T((y + term(p.cb, 14516) - int16_t(3629)) >> 4)};
+  }
+};
+
+}  // namespace qelj::colour
+
+#endif

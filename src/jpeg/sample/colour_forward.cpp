@@ -1,0 +1,115 @@
+// RGB, BGR, packed and CMYK pixels or planes to Y, YCbCr and YCCK planes of full resolution.
+#include "frame/fronts.h"
+#include "jpeg/sample/pixels.h"
+
+namespace qelj {
+namespace {
+using namespace colour;
+
+// Whole groups of kGroup pixels in the Main form, the last pixels of the row in the Tail form.
+template <class Main, class Tail, int kGroup>
+constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
+  const ptrdiff_t main = width / kGroup * kGroup;
+  ptrdiff_t x = coverByGroups(main, [&](ptrdiff_t at) {
+    const auto p = source.group(at);
+    sink.group(at, {toYcc<Main>(p.rgb), p.k});
+  });
+  for (; x < main; ++x) {
+    const auto p = source.pixel(x);
+    sink.pixel(x, {toYcc<Main>(p.rgb), uint8_t(p.k)});
+  }
+  for (; x < width; ++x) {
+    const auto p = source.pixel(x);
+    sink.pixel(x, {toYcc<Tail>(p.rgb), uint8_t(p.k)});
+  }
+};
+
+constexpr auto ownPixelsRow = ownForwardRow<MatrixForm<kQ15>, MatrixForm<kQ14>, 8>;
+constexpr auto ownAlphaPixelsRow = ownForwardRow<TruncatedForm, MatrixForm<kQ14Quarter>, 8>;
+constexpr auto ownPlanesRow = ownForwardRow<DifferenceForm, MatrixForm<kQ16>, 4>;
+constexpr auto ownPixelLumaRow = ownForwardRow<MatrixForm<kQ15>, MatrixForm<kQ15>, 1>;
+constexpr auto ownPlaneLumaRow = ownForwardRow<FloatLumaForm, MatrixForm<kQ16>, 4>;
+constexpr auto ownQ14Row = ownForwardRow<MatrixForm<kQ14>, MatrixForm<kQ14>, 1>;
+
+template <class Order>
+QelStatus pixels3(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size) {
+  return convertRows<Rows::kFork, PixelSource<Order, 3>, YccSink<3>>(src, srcStep, dst, dstStep, size,
+                                                                     ownPixelsRow);
+}
+template <class Order>
+QelStatus pixels4(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size) {
+  return convertRows<Rows::kSerialAnyStep, PixelSource<Order, 4>, YccSink<3>>(src, srcStep, dst, dstStep,
+                                                                              size, ownAlphaPixelsRow);
+}
+template <class Order>
+QelStatus luma(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
+  return convertRows<Rows::kFork, PixelSource<Order, 3>, LumaSink>(src, srcStep, dst, dstStep, size,
+                                                                   ownPixelLumaRow);
+}
+template <class Order, int kGreenBits>
+QelStatus packed(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size) {
+  return convertRows<Rows::kSerial, PackedSource<Order, kGreenBits>, YccSink<3>>(src, srcStep, dst, dstStep,
+                                                                                 size, ownQ14Row);
+}
+
+}  // namespace
+
+QelStatus qeliRGBToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                       int32_t dstStep, QelSize size) {
+  return pixels3<RgbOrder>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliBGRToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                       int32_t dstStep, QelSize size) {
+  return pixels3<BgrOrder>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliRGBToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                       int32_t dstStep, QelSize size) {
+  return pixels4<RgbOrder>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliBGRToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                       int32_t dstStep, QelSize size) {
+  return pixels4<BgrOrder>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliRGBToYCbCr_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
+                                     int32_t dstStep, QelSize size) {
+  return convertRows<Rows::kFork, PlaneSource, YccSink<3>>(src, srcStep, dst, dstStep, size, ownPlanesRow);
+}
+QelStatus qeliRGBToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                   QelSize size) {
+  return luma<RgbOrder>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliBGRToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                   QelSize size) {
+  return luma<BgrOrder>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliRGBToY_JPEG_8u_P3C1R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                   QelSize size) {
+  return convertRows<Rows::kFork, PlaneSource, LumaSink>(src, srcStep, dst, dstStep, size, ownPlaneLumaRow);
+}
+QelStatus qeliCMYKToYCCK_JPEG_8u_C4P4R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                       int32_t dstStep, QelSize size) {
+  return convertRows<Rows::kFork, CmykPixelSource, YccSink<4>>(src, srcStep, dst, dstStep, size, ownQ14Row);
+}
+QelStatus qeliCMYKToYCCK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
+                                     int32_t dstStep, QelSize size) {
+  return convertRows<Rows::kFork, CmykPlaneSource, YccSink<4>>(src, srcStep, dst, dstStep, size,
+                                                               ownPlanesRow);
+}
+QelStatus qeliRGB555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst,
+                                             int32_t dstStep, QelSize size) {
+  return packed<RgbOrder, 5>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliBGR555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst,
+                                             int32_t dstStep, QelSize size) {
+  return packed<BgrOrder, 5>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliRGB565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst,
+                                             int32_t dstStep, QelSize size) {
+  return packed<RgbOrder, 6>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliBGR565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst,
+                                             int32_t dstStep, QelSize size) {
+  return packed<BgrOrder, 6>(src, srcStep, dst, dstStep, size);
+}
+
+}  // namespace qelj

@@ -1,0 +1,348 @@
+// Pixels of the colour conversions in memory: readers and writers of one row, one pixel or one vector at a
+// time, and the loops over a row and over an image that all conversions share.
+#ifndef QELJ_JPEG_SAMPLE_PIXELS_H
+#define QELJ_JPEG_SAMPLE_PIXELS_H
+
+#include "frame/arith.h"
+#include "frame/check.h"
+#include "frame/rows.h"
+#include "frame/simd.h"
+#include "jpeg/sample/colour_forms.h"
+
+namespace qelj::colour {
+
+inline constexpr int kVector = simd::kBytes;  // pixels in a vector of bytes
+
+struct RgbOrder {
+  static constexpr int r = 0, b = 2;
+};
+struct BgrOrder {
+  static constexpr int r = 2, b = 0;
+};
+
+// A pixel, or a vector of them, with its fourth channel (K, or nothing).
+template <class T>
+struct RgbK {
+  Rgb<T> rgb;
+  T k;
+};
+template <class T>
+struct YccK {
+  Ycc<T> ycc;
+  T k;
+};
+
+// --- Sources of RGB
+// ----------------------------------------------------------------------------------------------
+
+template <class Order, int kChannels>
+struct PixelSource {
+  const uint8_t* p;
+  PixelSource(const uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  static QelStatus valid(const uint8_t* base) { return nonNull(base); }
+
+  RgbK<int32_t> pixel(ptrdiff_t x) const {
+    const uint8_t* at = p + kChannels * x;
+    return {{at[Order::r], at[1], at[Order::b]}, 0};
+  }
+  RgbK<U8> group(ptrdiff_t x) const {
+    if constexpr (kChannels == 3) {
+      const auto v = simd::loadPixels3(p + 3 * x);
+      return Order::r == 0 ? RgbK<U8>{{v.c0, v.c1, v.c2}, U8{}} : RgbK<U8>{{v.c2, v.c1, v.c0}, U8{}};
+    } else {
+      const auto v = simd::loadPixels4(p + 4 * x);
+      return Order::r == 0 ? RgbK<U8>{{v.c0, v.c1, v.c2}, U8{}} : RgbK<U8>{{v.c2, v.c1, v.c0}, U8{}};
+    }
+  }
+};
+
+struct PlaneSource {
+  const uint8_t *r, *g, *b;
+  PlaneSource(const uint8_t* const* base, int32_t step, int32_t y)
+      : r(row(base[0], step, y)), g(row(base[1], step, y)), b(row(base[2], step, y)) {}
+  static QelStatus valid(const uint8_t* const* base) { return planes(base, 3); }
+
+  RgbK<int32_t> pixel(ptrdiff_t x) const { return {{r[x], g[x], b[x]}, 0}; }
+  RgbK<U8> group(ptrdiff_t x) const {
+    return {{simd::load<U8>(r + x), simd::load<U8>(g + x), simd::load<U8>(b + x)}, U8{}};
+  }
+};
+
+// CMYK: R, G, B are the complements of C, M, Y.
+struct CmykPixelSource {
+  const uint8_t* p;
+  CmykPixelSource(const uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  static QelStatus valid(const uint8_t* base) { return nonNull(base); }
+
+  RgbK<int32_t> pixel(ptrdiff_t x) const {
+    const uint8_t* at = p + 4 * x;
+    return {{255 - at[0], 255 - at[1], 255 - at[2]}, at[3]};
+  }
+  RgbK<U8> group(ptrdiff_t x) const {
+    const auto v = simd::loadPixels4(p + 4 * x);
+    return {{~v.c0, ~v.c1, ~v.c2}, v.c3};
+  }
+};
+struct CmykPlaneSource {
+  const uint8_t *c, *m, *y, *k;
+  CmykPlaneSource(const uint8_t* const* base, int32_t step, int32_t at)
+      : c(row(base[0], step, at)),
+        m(row(base[1], step, at)),
+        y(row(base[2], step, at)),
+        k(row(base[3], step, at)) {}
+  static QelStatus valid(const uint8_t* const* base) { return planes(base, 4); }
+
+  RgbK<int32_t> pixel(ptrdiff_t x) const { return {{255 - c[x], 255 - m[x], 255 - y[x]}, k[x]}; }
+  RgbK<U8> group(ptrdiff_t x) const {
+    return {{~simd::load<U8>(c + x), ~simd::load<U8>(m + x), ~simd::load<U8>(y + x)}, simd::load<U8>(k + x)};
+  }
+};
+
+// Packed 16-bit pixels: a 5-bit field in the low bits (red in RgbOrder), kGreenBits of green, a 5-bit field.
+template <class Order, int kGreenBits>
+struct PackedSource {
+  const uint16_t* p;
+  PackedSource(const uint16_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  static QelStatus valid(const uint16_t* base) { return nonNull(base); }
+
+  // Fields widen to bytes by a left shift alone. T: an int32_t, or a vector of 16-bit lanes.
+  template <class T>
+  static Rgb<T> unpack(T v) {
+    constexpr auto kGreenMask = uint16_t(0x100 - (0x100 >> kGreenBits));
+    const T low = (v << 3) & uint16_t(0xF8), green = (v >> (kGreenBits - 3)) & kGreenMask,
+            high = (v >> (kGreenBits + 2)) & uint16_t(0xF8);
+    return Order::r == 0 ? Rgb<T>{low, green, high} : Rgb<T>{high, green, low};
+  }
+  RgbK<int32_t> pixel(ptrdiff_t x) const { return {unpack<int32_t>(at(p, x)), 0}; }
+  RgbK<U8> group(ptrdiff_t x) const {
+    const auto first = unpack(simd::load<simd::U16>(row(p, 2, x)));
+    const auto second = unpack(simd::load<simd::U16>(row(p, 2, x + kVector / 2)));
+    const auto bytes = [](simd::U16 a, simd::U16 b) {
+      return simd::orderPacked(simd::packU8(simd::as<int16_t>(a), simd::as<int16_t>(b)));
+    };
+    const Rgb<U8> rgb{bytes(first.r, second.r), bytes(first.g, second.g), bytes(first.b, second.b)};
+    return {rgb, U8{}};
+  }
+};
+
+// --- Sinks of RGB
+// --------------------------------------------------------------------------------------------------
+
+template <class Order>
+struct PixelSink {
+  uint8_t* p;
+  PixelSink(uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  static QelStatus valid(uint8_t* base) { return nonNull(base); }
+
+  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
+    uint8_t* at = p + 3 * x;
+    at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b;
+  }
+  void group(ptrdiff_t x, RgbK<U8> v) const {
+    const auto& [r, g, b] = v.rgb;
+    simd::storePixels3(p + 3 * x, Order::r == 0 ? simd::Planes3{r, g, b} : simd::Planes3{b, g, r});
+  }
+};
+
+template <class Order>
+struct AlphaPixelSink {
+  uint8_t* p;
+  uint8_t alpha;
+  AlphaPixelSink(uint8_t* base, int32_t step, int32_t y, uint8_t a) : p(row(base, step, y)), alpha(a) {}
+  static QelStatus valid(uint8_t* base) { return nonNull(base); }
+
+  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
+    uint8_t* at = p + 4 * x;
+    at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b, at[3] = alpha;
+  }
+  void group(ptrdiff_t x, RgbK<U8> v) const {
+    const auto& [r, g, b] = v.rgb;
+    const U8 a = simd::splat<U8>(alpha);
+    simd::storePixels4(p + 4 * x, Order::r == 0 ? simd::Planes4{r, g, b, a} : simd::Planes4{b, g, r, a});
+  }
+};
+
+struct PlaneSink {
+  uint8_t *r, *g, *b;
+  PlaneSink(uint8_t* const* base, int32_t step, int32_t y)
+      : r(row(base[0], step, y)), g(row(base[1], step, y)), b(row(base[2], step, y)) {}
+  static QelStatus valid(uint8_t* const* base) { return planes(base, 3); }
+
+  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const { r[x] = v.rgb.r, g[x] = v.rgb.g, b[x] = v.rgb.b; }
+  void group(ptrdiff_t x, RgbK<U8> v) const {
+    simd::store(r + x, v.rgb.r), simd::store(g + x, v.rgb.g), simd::store(b + x, v.rgb.b);
+  }
+};
+
+struct CmykPixelSink {
+  uint8_t* p;
+  CmykPixelSink(uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  static QelStatus valid(uint8_t* base) { return nonNull(base); }
+
+  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
+    uint8_t* at = p + 4 * x;
+    at[0] = uint8_t(~v.rgb.r), at[1] = uint8_t(~v.rgb.g), at[2] = uint8_t(~v.rgb.b), at[3] = v.k;
+  }
+  void group(ptrdiff_t x, RgbK<U8> v) const {
+    simd::storePixels4(p + 4 * x, {~v.rgb.r, ~v.rgb.g, ~v.rgb.b, v.k});
+  }
+};
+struct CmykPlaneSink {
+  uint8_t *c, *m, *y, *k;
+  CmykPlaneSink(uint8_t* const* base, int32_t step, int32_t at)
+      : c(row(base[0], step, at)),
+        m(row(base[1], step, at)),
+        y(row(base[2], step, at)),
+        k(row(base[3], step, at)) {}
+  static QelStatus valid(uint8_t* const* base) { return planes(base, 4); }
+
+  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
+    c[x] = uint8_t(~v.rgb.r), m[x] = uint8_t(~v.rgb.g), y[x] = uint8_t(~v.rgb.b), k[x] = v.k;
+  }
+  void group(ptrdiff_t x, RgbK<U8> v) const {
+    simd::store(c + x, ~v.rgb.r), simd::store(m + x, ~v.rgb.g), simd::store(y + x, ~v.rgb.b),
+        simd::store(k + x, v.k);
+  }
+};
+
+template <class Order, int kGreenBits>
+struct PackedSink {
+  uint16_t* p;
+  PackedSink(uint16_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  static QelStatus valid(uint16_t* base) { return nonNull(base); }
+
+  // The top bits of every byte; bit 15 of a 555 pixel is 0.
+  template <class T>
+  static T pack(T r, T g, T b) {
+    const T low = Order::r == 0 ? r : b, high = Order::r == 0 ? b : r;
+    return (low >> 3) | ((g >> (8 - kGreenBits)) << 5) | ((high >> 3) << (5 + kGreenBits));
+  }
+  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
+    put(p, x, uint16_t(pack<uint32_t>(v.rgb.r, v.rgb.g, v.rgb.b)));
+  }
+  void group(ptrdiff_t x, RgbK<U8> v) const {
+    const auto low = [](U8 bytes) { return simd::as<uint16_t>(simd::unpackLow(bytes, U8{})); };
+    const auto high = [](U8 bytes) { return simd::as<uint16_t>(simd::unpackHigh(bytes, U8{})); };
+    const auto first = pack(low(v.rgb.r), low(v.rgb.g), low(v.rgb.b));
+    const auto second = pack(high(v.rgb.r), high(v.rgb.g), high(v.rgb.b));
+    simd::store(row(p, 2, x), simd::lowBlocks(first, second));
+    simd::store(row(p, 2, x + kVector / 2), simd::highBlocks(first, second));
+  }
+};
+
+// --- Planes of Y, Cb, Cr, K
+// ------------------------------------------------------------------------------------------
+
+// kPlanes: 1 (Y alone), 3, or 4 (with K).
+template <int kPlanes>
+struct YccSink {
+  uint8_t* plane[kPlanes];
+  YccSink(uint8_t* const* base, int32_t step, int32_t y) {
+    for (int i = 0; i < kPlanes; ++i) plane[i] = row(base[i], step, y);
+  }
+  static QelStatus valid(uint8_t* const* base) { return planes(base, kPlanes); }
+
+  void pixel(ptrdiff_t x, YccK<uint8_t> v) const {
+    plane[0][x] = v.ycc.y, plane[1][x] = v.ycc.cb, plane[2][x] = v.ycc.cr;
+    if constexpr (kPlanes == 4) plane[3][x] = v.k;
+  }
+  void group(ptrdiff_t x, YccK<U8> v) const {
+    simd::store(plane[0] + x, v.ycc.y), simd::store(plane[1] + x, v.ycc.cb),
+        simd::store(plane[2] + x, v.ycc.cr);
+    if constexpr (kPlanes == 4) simd::store(plane[3] + x, v.k);
+  }
+};
+struct LumaSink {
+  uint8_t* p;
+  LumaSink(uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  static QelStatus valid(uint8_t* base) { return nonNull(base); }
+
+  void pixel(ptrdiff_t x, YccK<uint8_t> v) const { p[x] = v.ycc.y; }
+  void group(ptrdiff_t x, YccK<U8> v) const { simd::store(p + x, v.ycc.y); }
+};
+
+template <int kPlanes>
+struct YccSource {
+  const uint8_t* plane[kPlanes];
+  YccSource(const uint8_t* const* base, int32_t step, int32_t y) {
+    for (int i = 0; i < kPlanes; ++i) plane[i] = row(base[i], step, y);
+  }
+  static QelStatus valid(const uint8_t* const* base) { return planes(base, kPlanes); }
+
+  YccK<uint8_t> pixel(ptrdiff_t x) const {
+    return {{plane[0][x], plane[1][x], plane[2][x]}, kPlanes == 4 ? plane[kPlanes - 1][x] : uint8_t(0)};
+  }
+  YccK<U8> group(ptrdiff_t x) const {
+    return {{simd::load<U8>(plane[0] + x), simd::load<U8>(plane[1] + x), simd::load<U8>(plane[2] + x)},
+            kPlanes == 4 ? simd::load<U8>(plane[kPlanes - 1] + x) : U8{}};
+  }
+};
+
+// --- From bytes to a form's operands and back
+// ----------------------------------------------------------------------
+
+// A form works on 16-bit lanes, half a vector of bytes at a time. Unpacking and packing both go by blocks, so
+// that the pixels come back in order.
+template <class Form>
+Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
+  const auto v = Form::ycc(p);
+  return {clampU8(v.y), clampU8(v.cb), clampU8(v.cr)};
+}
+template <class Form>
+Ycc<U8> toYcc(Rgb<U8> p) {
+  const U8 zero{};
+  const auto low = Form::ycc(Rgb<I16>{I16(simd::unpackLow(p.r, zero)), I16(simd::unpackLow(p.g, zero)),
+                                      I16(simd::unpackLow(p.b, zero))});
+  const auto high = Form::ycc(Rgb<I16>{I16(simd::unpackHigh(p.r, zero)), I16(simd::unpackHigh(p.g, zero)),
+                                       I16(simd::unpackHigh(p.b, zero))});
+  return {simd::packU8(low.y, high.y), simd::packU8(low.cb, high.cb), simd::packU8(low.cr, high.cr)};
+}
+
+template <class Form>
+Rgb<uint8_t> toRgb(Ycc<uint8_t> p) {
+  const auto v = Form::rgb(Ycc<int32_t>{p.y, p.cb - 128, p.cr - 128});
+  return {clampU8(v.r), clampU8(v.g), clampU8(v.b)};
+}
+template <class Form>
+Rgb<U8> toRgb(Ycc<U8> p) {
+  const U8 zero{}, cb = p.cb ^ uint8_t(0x80), cr = p.cr ^ uint8_t(0x80);
+  const auto low = Form::rgb(Ycc<I16>{I16(simd::unpackLow(p.y, zero)), I16(simd::unpackLow(zero, cb)),
+                                      I16(simd::unpackLow(zero, cr))});
+  const auto high = Form::rgb(Ycc<I16>{I16(simd::unpackHigh(p.y, zero)), I16(simd::unpackHigh(zero, cb)),
+                                       I16(simd::unpackHigh(zero, cr))});
+  return {simd::packU8(low.r, high.r), simd::packU8(low.g, high.g), simd::packU8(low.b, high.b)};
+}
+
+// --- Loops
+// -------------------------------------------------------------------------------------------------------------
+
+// Calls group(x) for vectors of kVector pixels that together cover 0..count-1; the last one overlaps the one
+// before it. Returns the number of pixels done: all of them, or 0 when there are too few for a vector.
+template <class Group>
+inline ptrdiff_t coverByGroups(ptrdiff_t count, Group&& group) {
+  if (!simd::kEnabled || count < kVector) return 0;
+  ptrdiff_t x = 0;
+  for (; x <= count - kVector; x += kVector) group(x);
+  if (x < count) group(count - kVector);
+  return count;
+}
+
+enum class Rows { kFork, kSerial, kSerialAnyStep };
+
+// The front of a whole-image conversion: checks, then rowOperation(source, sink, width) for every row.
+template <Rows kRows, class Source, class Sink, class From, class To, class RowOperation,
+          class... SinkArgument>
+QelStatus convertRows(const From* src, int32_t srcStep, To* dst, int32_t dstStep, QelSize size,
+                      RowOperation rowOperation, SinkArgument... sinkArgument) {
+  const auto usable = [](int32_t s) { return kRows == Rows::kSerialAnyStep ? qelStatusOk : step(s); };
+  if (auto s = check(Source::valid(src), Sink::valid(dst), usable(srcStep), usable(dstStep), area(size)); s)
+    return s;
+  const auto oneRow = [=](int32_t y) {
+    rowOperation(Source(src, srcStep, y), Sink(dst, dstStep, y, sinkArgument...), size.width);
+  };
+  return kRows == Rows::kFork ? forEachRow(size, oneRow) : forEachRowSerial(size, oneRow);
+}
+
+}  // namespace qelj::colour
+
+#endif
