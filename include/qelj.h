@@ -463,11 +463,64 @@ QELJ_API QelStatus qeliJoin422LS_MCU_16s8u_P3C2R(const int16_t* const src[3], ui
 
 /* ------------------------------------------------------------------------------------------------------------
  * DXT1, DXT3, DXT5, BC4 and BC5 decoding
+ *
+ * Expand a stream of 4x4 blocks into an image of size.width x size.height pixels, 8 bits a channel. The formats are
+ * the Direct3D ones: DXT1, DXT3 and DXT5 are BC1, BC2 and BC3; BC4 and BC5 are the unsigned variants.
+ *
+ *   DXT1   8 bytes a block -> RGBA       DXT3, DXT5   16 bytes a block -> RGBA
+ *   BC4    8 bytes a block -> 1 channel  BC5          16 bytes a block -> 2 channels (first, second)
+ *
+ * src holds ceil(width / 4) x ceil(height / 4) blocks in raster order and has no length argument: the caller vouches
+ * for it. Any bytes are valid blocks. Of blocks that cross the right or bottom edge only the pixels inside the image
+ * are written; nothing is written between the end of one row and the start of the next.
+ *
+ * Values. Colours expand to 8 bits by repeating their high bits. Interpolated colours are (2 c0 + c1) / 3 and
+ * (c0 + 2 c1) / 3, truncated. In DXT1, c0 <= c1 selects the palette c0, c1, (c0 + c1) / 2 and opaque white: alpha
+ * is always 255. DXT3 and DXT5 always have four colours. A DXT3 alpha n is 16 n (15 gives 240). The ramps of DXT5
+ * alpha, BC4 and BC5 are rounded to nearest; a0 <= a1 selects the ramp of six with 0 and 255.
+ *
+ * Any dstStep but 0 is accepted: it is not compared with the row's bytes, and a negative one stores rows upwards.
+ * Rows must not overlap. Checked in this order: src, dst (qelStatusNullPointer), dstStep of 0 (qelStatusBadStep),
+ * size below 1 (qelStatusBadSize).
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlock_BC4_8u_C1R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlockToRG_BC5_8u_C1C2R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /* ------------------------------------------------------------------------------------------------------------
  * DXT1, DXT3, DXT5, BC4 and BC5 encoding
+ *
+ * Compress an image into 4x4 blocks of the formats above, for speed: the end-points are the corners of a block's
+ * bounding box, each channel pulled inwards by (max - min) / 16, and every pixel takes an index by a fixed rule. The
+ * bytes depend on nothing but the pixels and, in DXT5, on their position (below).
+ *
+ *   FromRGBA_DXT1   R, G, B, alpha ignored; never transparent      FromRGBA_DXT3, FromRGBA_DXT5   R, G, B, alpha
+ *   BC4             one channel                                    FromRG_BC5                     two channels
+ *   FromYCoCg_DXT5  three channels Y, Co, Cg, chroma centred on 128. A DXT5 decoder gives Co in red, Cg in green, Y
+ *                   in alpha, and a scale code of 0, 1 or 3 in the upper five bits of blue: chroma was multiplied by
+ *                   code + 1 around 128, by 4 where all of a block lies within 128 +- 31, by 2 within 128 +- 63.
+ *
+ * dst receives ceil(width / 4) x ceil(height / 4) blocks in raster order, 8 bytes each for DXT1 and BC4 and 16 for the
+ * others; it has no length argument. A block that crosses the right edge repeats each row's last pixel inside the
+ * image, one that crosses the bottom edge repeats its last row. No byte outside the image's pixels is read.
+ *
+ * In DXT5 (from RGBA) the first 16 x floor(width / 16) columns of complete rows of blocks find their indices by a
+ * faster rule than the remaining blocks, with the same end-points. The same pixels may therefore give other indices
+ * at another place of the image.
+ *
+ * Any srcStep but 0 is accepted, a negative one included. Checked in this order: src, dst (qelStatusNullPointer),
+ * srcStep of 0 (qelStatusBadStep), size below 1 (qelStatusBadSize).
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlock_BC4_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
 
 /* ------------------------------------------------------------------------------------------------------------
  * BC6 decoding

@@ -542,6 +542,27 @@ inline V blockPattern(const uint8_t (&pattern)[16]) {
   return v;
 }
 
+// The same for lanes of any type: `lanes` are those of one block.
+template <class V>
+inline V blockLanes(const Lane<V> (&lanes)[16 / sizeof(Lane<V>)]) {
+  V v;
+  for (int block = 0; block < int(sizeof(V)); block += 16)
+    std::memcpy(reinterpret_cast<char*>(&v) + block, lanes, 16);
+  return v;
+}
+// r[i] = v[index[i] & 3] of the same block: one of its four 32-bit lanes.
+template <class V>
+inline V pickLanes(V v, V index) {
+  static_assert(std::is_same_v<Lane<V>, uint32_t>);
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (V)_mm256_permutevar_ps((__m256)v, (__m256i)index);
+  if constexpr (sizeof(V) == 16) return (V)_mm_permutevar_ps((__m128)v, (__m128i)index);
+#endif
+  V r;
+  for (int i = 0; i < kLanes<V>; ++i) r[i] = v[i / 4 * 4 + int(index[i] & 3)];
+  return r;
+}
+
 // --- facts about a vector ------------------------------------------------------------------------------------------
 
 // The top bits of all bytes, byte 0 in bit 0.

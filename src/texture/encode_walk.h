@@ -1,0 +1,71 @@
+// The walk of all block encoders over an image.
+#ifndef QELJ_TEXTURE_ENCODE_WALK_H
+#define QELJ_TEXTURE_ENCODE_WALK_H
+
+#include <algorithm>
+
+#include "frame/arith.h"
+#include "frame/check.h"
+#include "frame/simd.h"
+
+namespace qelj::texture {
+
+// An encoder's Format has
+//   kBlockBytes, kPixelBytes
+//   block(src, srcStep, dst)   encodes the 4x4 pixels of one block
+// and may have another form for blocks side by side:
+//   kGroup                     how many
+//   group(src, srcStep, dst)   encodes kGroup blocks
+//   kGroupDiffers              present where a group's bytes are not those of its blocks one by one: then its
+//   form
+//                              is used on every build
+// Groups start at multiples of kGroup blocks, in complete rows of blocks; all blocks that can be in a group
+// are.
+template <class Format>
+concept GroupEncoder = requires {
+  Format::kGroup;
+}
+&&(simd::kEnabled || requires { Format::kGroupDiffers; });
+
+// The 16 pixels of a block that crosses the right or bottom edge: columns beyond the edge repeat the row's
+// last pixel inside the image, rows below it repeat the last row. Reads `columns` x `rows` pixels.
+template <int kPixel>
+void padBlock(const uint8_t* src, ptrdiff_t srcStep, ptrdiff_t columns, ptrdiff_t rows,
+              uint8_t (&pixels)[16 * kPixel]) {
+  for (ptrdiff_t y = 0; y < 4; ++y) {
+    const uint8_t* from = row(src, srcStep, std::min(y, rows - 1));
+    for (ptrdiff_t x = 0; x < 4; ++x)
+      std::memcpy(pixels + (4 * y + x) * kPixel, from + std::min(x, columns - 1) * kPixel, kPixel);
+  }
+}
+
+// Writes the blocks in raster order.
+template <class Format>
+QelStatus encodeBlocks(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst) {
+  if (auto s = check(nonNull(src), nonNull(dst), require(srcStep != 0, qelStatusBadStep), area(size)); s)
+    return s;
+  constexpr ptrdiff_t kPixel = Format::kPixelBytes;
+  const ptrdiff_t width = size.width, height = size.height, step = srcStep;
+  for (ptrdiff_t y = 0; y < height; y += 4) {
+    const uint8_t* const from = row(src, step, y);
+    const ptrdiff_t rows = std::min<ptrdiff_t>(4, height - y);
+    ptrdiff_t x = 0;
+    if (rows == 4) {
+      if constexpr (GroupEncoder<Format>)
+        for (; x + 4 * Format::kGroup <= width;
+             x += 4 * Format::kGroup, dst += Format::kGroup * Format::kBlockBytes)
+          Format::group(from + x * kPixel, step, dst);
+      for (; x + 4 <= width; x += 4, dst += Format::kBlockBytes) Format::block(from + x * kPixel, step, dst);
+    }
+    for (; x < width; x += 4, dst += Format::kBlockBytes) {
+      uint8_t pixels[16 * kPixel];
+      padBlock<kPixel>(from + x * kPixel, step, std::min<ptrdiff_t>(4, width - x), rows, pixels);
+      Format::block(pixels, 4 * kPixel, dst);
+    }
+  }
+  return qelStatusOk;
+}
+
+}  // namespace qelj::texture
+
+#endif
