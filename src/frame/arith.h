@@ -3,6 +3,7 @@
 #ifndef QELJ_FRAME_ARITH_H
 #define QELJ_FRAME_ARITH_H
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -51,6 +52,12 @@ constexpr To saturate(From value) {
 }
 constexpr uint8_t clampU8(int32_t value) { return saturate<uint8_t>(value); }
 constexpr int16_t clampI16(int32_t value) { return saturate<int16_t>(value); }
+
+// Float to integer: to nearest with ties to even, and cut towards zero. What doesn't fit in 32 bits, and NaN, gives
+// -2147483648.
+constexpr bool fitsI32(float value) { return value >= -2147483648.0f && value < 2147483648.0f; }
+inline int32_t roundToInt(float value) { return fitsI32(value) ? int32_t(std::nearbyintf(value)) : INT32_MIN; }
+inline int32_t truncateToInt(float value) { return fitsI32(value) ? int32_t(value) : INT32_MIN; }
 
 // Two's-complement wrap-around in the width of T (never narrower arithmetic that promotes to a signed int).
 template <class T>

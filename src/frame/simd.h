@@ -11,7 +11,6 @@
 #ifndef QELJ_FRAME_SIMD_H
 #define QELJ_FRAME_SIMD_H
 
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 
@@ -63,6 +62,14 @@ inline constexpr int kLanes = int(sizeof(V) / sizeof(Lane<V>));
 template <class T, class V>
 using With = Vec<T, int(sizeof(V))>;
 
+// Calls f with the numbers 0 to N - 1 as compile-time constants.
+template <int N, class F>
+inline void unroll(F&& f) {
+  [&]<int... i>(std::integer_sequence<int, i...>) {
+    (f(std::integral_constant<int, i>{}), ...);
+  }(std::make_integer_sequence<int, N>{});
+}
+
 // --- memory, constants, halves -------------------------------------------------------------------------------
 
 template <class V>
@@ -90,24 +97,38 @@ template <class T, class V>
 inline With<T, V> as(V v) {
   return (With<T, V>)v;
 }
+namespace detail {
+// Lanes First, First + 1, ... of the lanes of a, then those of b. (By way of memcpy, halves would pass through memory.)
+template <int First, class V, int... i>
+inline auto consecutive(V a, V b, std::integer_sequence<int, i...>) {
+  return __builtin_shufflevector(a, b, (First + i)...);
+}
+}  // namespace detail
+// GCC makes wide permutations of the plain forms.
 template <class V>
 inline auto lower(V v) {
-  Vec<Lane<V>, int(sizeof(V) / 2)> half;
-  std::memcpy(&half, &v, sizeof half);
-  return half;
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (Vec<Lane<V>, 16>)_mm256_castsi256_si128((__m256i)v);
+  else
+#endif
+  return detail::consecutive<0>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
 }
 template <class V>
 inline auto upper(V v) {
-  Vec<Lane<V>, int(sizeof(V) / 2)> half;
-  std::memcpy(&half, reinterpret_cast<const char*>(&v) + sizeof half, sizeof half);
-  return half;
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32) return (Vec<Lane<V>, 16>)_mm256_extracti128_si256((__m256i)v, 1);
+  else
+#endif
+  return detail::consecutive<kLanes<V> / 2>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
 }
 template <class H>
 inline auto join(H low, H high) {
-  Vec<Lane<H>, int(2 * sizeof(H))> v;
-  std::memcpy(&v, &low, sizeof low);
-  std::memcpy(reinterpret_cast<char*>(&v) + sizeof low, &high, sizeof high);
-  return v;
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(H) == 16)
+    return (Vec<Lane<H>, 32>)_mm256_inserti128_si256(_mm256_castsi128_si256((__m128i)low), (__m128i)high, 1);
+  else
+#endif
+  return detail::consecutive<0>(low, high, std::make_integer_sequence<int, 2 * kLanes<H>>{});
 }
 
 // Converts lane by lane to lanes of type T (widening, narrowing by truncation, integer to float); the vector
@@ -119,6 +140,16 @@ inline auto convert(V v) {
 // Reads kLanes<V> elements of type From and widens them to V's lanes.
 template <class V, class From>
 inline V loadAs(const void* p) {
+#if QELJ_HAS_SSE41
+  // From eight bytes; compilers split these in two.
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 2 * sizeof(From)) {
+    const __m128i eight = _mm_loadl_epi64(static_cast<const __m128i*>(p));
+    if constexpr (std::is_same_v<From, uint8_t>) return (V)_mm_cvtepu8_epi16(eight);
+    if constexpr (std::is_same_v<From, int8_t>) return (V)_mm_cvtepi8_epi16(eight);
+    if constexpr (std::is_same_v<From, uint16_t>) return (V)_mm_cvtepu16_epi32(eight);
+    if constexpr (std::is_same_v<From, int16_t>) return (V)_mm_cvtepi16_epi32(eight);
+  }
+#endif
   return convert<Lane<V>>(load<Vec<From, kLanes<V> * int(sizeof(From))>>(p));
 }
 
@@ -255,8 +286,7 @@ inline With<int32_t, V> roundToInt(V a) {
   if constexpr (sizeof(V) == 16) return (Vec<int32_t, 16>)_mm_cvtps_epi32((__m128)a);
 #endif
   With<int32_t, V> r;
-  for (int i = 0; i < kLanes<V>; ++i)
-    r[i] = a[i] >= -2147483648.0f && a[i] < 2147483648.0f ? int32_t(std::nearbyintf(a[i])) : INT32_MIN;
+  for (int i = 0; i < kLanes<V>; ++i) r[i] = qelj::roundToInt(a[i]);
   return r;
 }
 // The same, cut towards zero.
@@ -269,8 +299,7 @@ inline With<int32_t, V> truncateToInt(V a) {
   if constexpr (sizeof(V) == 16) return (Vec<int32_t, 16>)_mm_cvttps_epi32((__m128)a);
 #endif
   With<int32_t, V> r;
-  for (int i = 0; i < kLanes<V>; ++i)
-    r[i] = a[i] >= -2147483648.0f && a[i] < 2147483648.0f ? int32_t(a[i]) : INT32_MIN;
+  for (int i = 0; i < kLanes<V>; ++i) r[i] = qelj::truncateToInt(a[i]);
   return r;
 }
 
@@ -532,6 +561,21 @@ inline V shuffleBytes(V v, V index) {
   for (int i = 0; i < kLanes<V>; ++i)
     r[i] = index[i] & 0x80 ? uint8_t(0) : uint8_t(v[i / 16 * 16 + (index[i] & 15)]);
   return r;
+}
+// The 32-bit lanes A, B, C, D of each block, in this order.
+template <int A, int B, int C, int D, class V>
+inline V shuffle4(V v) {
+  static_assert(sizeof(Lane<V>) == 4);
+  if constexpr (sizeof(V) == 16) return __builtin_shufflevector(v, v, A, B, C, D);
+  else return __builtin_shufflevector(v, v, A, B, C, D, A + 4, B + 4, C + 4, D + 4);
+}
+// The 16-bit lanes A to H of each block, in this order.
+template <int A, int B, int C, int D, int E, int F, int G, int H, class V>
+inline V shuffle8(V v) {
+  static_assert(sizeof(Lane<V>) == 2);
+  if constexpr (sizeof(V) == 16) return __builtin_shufflevector(v, v, A, B, C, D, E, F, G, H);
+  else
+    return __builtin_shufflevector(v, v, A, B, C, D, E, F, G, H, A + 8, B + 8, C + 8, D + 8, E + 8, F + 8, G + 8, H + 8);
 }
 // A 16-byte pattern repeated in every block.
 template <class V = U8>
