@@ -2,6 +2,8 @@
 #ifndef QELJ_FRAME_ROWS_H
 #define QELJ_FRAME_ROWS_H
 
+#include <omp.h>
+
 #include "frame/arith.h"
 #include "qelcore.h"
 #include "qelj.h"
@@ -34,6 +36,37 @@ template <class RowOperation>
 inline QelStatus forEachRowSerial(QelSize size, RowOperation&& rowOperation) {
   for (int32_t y = 0; y < size.height; ++y) rowOperation(y);
   return qelStatusOk;
+}
+
+// The rule of its own that a loop over table entries has. From this many entries on it may fork, into two threads
+// at most; only then is the thread count asked for.
+inline constexpr int32_t kShareThreshold = 2048;
+
+// Runs operation(first, count) over shares that make up the entries 0 to count - 1: equal shares, the last one
+// with the remainder. The operation tells whether it met what it looks for; the result is the number of shares
+// that did.
+template <class Operation>
+inline int32_t forEachShare(int32_t count, Operation&& operation) {
+  if (count < kShareThreshold) return operation(0, count);
+  const int32_t threads = ownGetNumThreads();
+  if (threads <= 1 || count < threads) return operation(0, count);
+  int32_t found = 0, team = 1, share = count, remainder = 0;
+#pragma omp parallel num_threads(2)
+  {
+#pragma omp master
+    {
+      team = omp_get_num_threads();
+      share = count / team;
+      remainder = count % team;
+    }
+#pragma omp barrier
+    const int32_t thread = omp_get_thread_num();
+    if (operation(thread * share, share + (thread == team - 1 ? remainder : 0))) {
+#pragma omp atomic
+      ++found;
+    }
+  }
+  return found;
 }
 
 }  // namespace qelj
