@@ -367,15 +367,81 @@ QELJ_API QelStatus qeliJoin422LS_MCU_16s8u_P3C2R(const int16_t* const src[3], ui
 
 /* ------------------------------------------------------------------------------------------------------------
  * Quantisation tables and plain quantisation
+ *
+ * A quantisation table stands in one of three forms, each of 64 entries:
+ *   raw      bytes q in zig-zag order, as a DQT segment carries them (B.2.4.1; 8-bit precision)
+ *   forward  16-bit reciprocals in natural order: the integer nearest to 32768 / q. 32768 for q = 1, 129 for 255.
+ *   inverse  16-bit multipliers in natural order: q itself
+ * Tables are only read by the functions that use them, and may be shared by any number of threads.
+ *
+ * FwdRawTableInit rewrites a raw table in place for a quality: scale = 5000 / quality below 50, 200 - 2 quality from
+ *   50 up; q = (q scale + 50) / 100, integer divisions, then clamped to 1..255. Quality 50 leaves a table as it is
+ *   (a 0 becomes 1), 100 and above give 1 everywhere unless quality is far above: the products wrap at 32 bits.
+ *   qelStatusNullPointer, then qelStatusBadArg for a quality below 1 (the table is left alone).
+ * FwdTableInit, InvTableInit make the other forms of a raw table, which is read as a whole before `table` is written:
+ *   both may share memory. qelStatusNullPointer. FwdTableInit gives 0xFFFF for a q of 0, and the warning
+ *   qelStatusZeroDivisorWarning; the table is complete, and quantises such coefficients by almost 2.
+ * QuantFwd8x8, QuantInv8x8 work in place on a block of 64 coefficients in natural order. qelStatusNullPointer.
+ *   Fwd   y = (((8x)(t / 2) >> 16) + 1) >> 1, that is x / q, rounded; for |x| < 4096. Beyond, 8x wraps at 16 bits.
+ *         Not the quantisation of the forward DCT below: for some values the two differ by one.
+ *   Inv   y = x t, wrapping at 16 bits.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliQuantFwdRawTableInit_JPEG_8u(uint8_t* table, int32_t quality);
+QELJ_API QelStatus qeliQuantFwdTableInit_JPEG_8u16u(const uint8_t* rawTable, uint16_t* table);
+QELJ_API QelStatus qeliQuantInvTableInit_JPEG_8u16u(const uint8_t* rawTable, uint16_t* table);
+QELJ_API QelStatus qeliQuantFwd8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16_t* table);
+QELJ_API QelStatus qeliQuantInv8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16_t* table);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Forward DCT with quantisation
+ *
+ * One block of 8x8 samples to 64 quantised coefficients in natural order, at the scale of A.3.3: a flat block of
+ * value v has a DC of 8 v before quantisation.
+ *
+ * 8-bit samples (fixed point; `table` is a forward table, see above). A coefficient x is quantised to x t / 32768,
+ * to nearest with ties to even.
+ *   LS 8u16s   8x8 samples of an image, rows srcStep bytes apart; 128 is subtracted from each
+ *   16s_C1     64 samples centred on zero, as qeliSub128 and the MCU conversions leave them, without a gap. Meant for
+ *              -128..127; values of more than 10 bits or so saturate on the way, without a report.
+ *   16s_C1I    the same in place. 16s_C1 with src == dst does the same.
+ * 12-bit samples (single precision; `table` holds 64 multipliers in natural order, normally 1.0f / q, made by the
+ * caller).
+ *   LS 16u16s  8x8 16-bit samples, rows srcStep bytes apart; 2048 is subtracted from each. A sample of 32768 or more
+ *              counts as that less 65536. A coefficient is rounded to nearest with ties to even, and saturated to 16
+ *              bits; one beyond 32 bits, or a NaN in the table, gives -32768.
+ *
+ * LS forms check src and dst (qelStatusNullPointer), srcStep below 1 (qelStatusBadStep), table (qelStatusNullPointer);
+ * the others check their pointers. Only the 64 samples are read, and only the 64 coefficients are written.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const uint8_t* src, int32_t srcStep, int16_t* dst, const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* src, int32_t srcStep, int16_t* dst, const float* table);
+QELJ_API QelStatus qeliDCTQuantFwd8x8_JPEG_16s_C1(const int16_t* src, int16_t* dst, const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantFwd8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16_t* table);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Inverse DCT with dequantisation
+ *
+ * 64 quantised coefficients in natural order to one block of 8x8 samples.
+ *
+ * 8-bit samples (fixed point; `table` is an inverse table, see above). A dequantised coefficient wraps at 16 bits.
+ *   LS 16s8u   8x8 samples of an image, rows dstStep bytes apart; 128 is added, then clamped to 0..255
+ *   16s_C1     64 samples centred on zero, without a gap, not clamped: as qeliAdd128 and the MCU conversions take them
+ *   16s_C1I    the same in place. 16s_C1 with src == dst does the same.
+ * 12-bit samples (single precision; `table` holds 64 multipliers in natural order, normally q, made by the caller).
+ *   LS 16s16u  8x8 16-bit samples, rows dstStep bytes apart; 2048 is added, then cut towards zero and clamped to
+ *              0..4095. A sum beyond 32 bits or a NaN, from a strange table, gives 0.
+ *
+ * LS forms check src and dst (qelStatusNullPointer), dstStep below 1 (qelStatusBadStep), table (qelStatusNullPointer);
+ * the others check their pointers. Only the 64 coefficients are read, and only the 64 samples are written, row after
+ * row from the top: with a dstStep shorter than a row, a later row overwrites an earlier one.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R(const int16_t* src, uint16_t* dst, int32_t dstStep, const float* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8_JPEG_16s_C1(const int16_t* src, int16_t* dst, const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16_t* table);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Reduced-size inverse DCT

@@ -1,0 +1,145 @@
+// The 8-bit inverse DCT (ISO/IEC 10918-1, A.3.3) with dequantisation, for blocks with all coefficients or
+// with those of the top left corner only.
+#ifndef QELJ_JPEG_DCT_INVERSE_H
+#define QELJ_JPEG_DCT_INVERSE_H
+
+#include "jpeg/dct/transform.h"
+
+namespace qelj::dct {
+
+inline constexpr int kInverseShift = 11;  // of the row pass; the column pass takes the other 6 bits
+// Each row has a rounding term of its own. The term of row 0, 2^16, is also the half of the final shift for
+// all the block: 2^16 >> 11 is 32, which is 2^6 / 2.
+inline constexpr int32_t kInverseRound[8] = {65536, 2901, 2260, 1704, 1024, 455, 512, 373};
+
+// --- dequantisation: the product wraps at 16 bits
+// ----------------------------------------------------------------
+
+inline int16_t ownDequantise(const int16_t* src, const uint16_t* table, int i) {
+  return mulWrap(at(src, i), int16_t(at(table, i)));
+}
+inline Rows ownDequantiseRows(const int16_t* src, const uint16_t* table, int a, int b) {
+  return simd::mulWrap(loadRows(src, a, b), loadRows(table, a, b));
+}
+
+// --- first pass, along the rows
+// ------------------------------------------------------------------------------------
+
+inline void ownInverseRow(const int16_t (&x)[8], int k, int16_t (&y)[8]) {
+  for (int n = 0; n < 4; ++n) {
+    uint32_t even = uint32_t(kInverseRound[k]), odd = 0;
+    for (int u = 0; u < 8; u += 2) {
+      even += uint32_t(weight(k, n, u) * x[u]);
+      odd += uint32_t(weight(k, n, u + 1) * x[u + 1]);
+    }
+    y[n] = clampI16(int32_t(even + odd) >> kInverseShift);
+    y[7 - n] = clampI16(int32_t(even - odd) >> kInverseShift);
+  }
+}
+
+// The same for one or two rows. A vector of eight weights goes with four samples and the coefficients 0 2, 4
+// 6, 1 3 or 5 7.
+struct alignas(simd::kBytes) InverseWeights {
+  int16_t even[2][8 * kRows], odd[2][8 * kRows];
+  int32_t round[4 * kRows];
+};
+template <size_t N>
+constexpr auto makeInverseWeights(const int (&order)[N]) {
+  std::array<InverseWeights, N / size_t(kRows)> all{};
+  for (int i = 0; i < int(N); ++i)
+    for (int n = 0; n < 4; ++n) {
+      auto& one = all[size_t(i / kRows)];
+      for (int u = 0; u < 8; u += 2) {
+        const int place = i % kRows * 8 + 2 * n + u / 2 % 2;
+        one.even[u / 4][place] = weight(order[i], n, u);
+        one.odd[u / 4][place] = weight(order[i], n, u + 1);
+      }
+      one.round[i % kRows * 4 + n] = kInverseRound[order[i]];
+    }
+  return all;
+}
+
+// Of rows that have kCount coefficients, 4 or 8; with 4, the other lanes of x don't matter.
+template <int kCount>
+inline Rows ownInverseRows(Rows x, const InverseWeights& weights) {
+  using Sums = simd::With<uint32_t, Rows>;
+  const auto products = [](Rows pairs, const int16_t* w) {
+    return Sums(simd::mulAddPairs(pairs, simd::load<Rows>(w)));
+  };
+  Sums even =
+      products(simd::shuffle8<0, 2, 0, 2, 0, 2, 0, 2>(x), weights.even[0]) + simd::load<Sums>(weights.round);
+  Sums odd = products(simd::shuffle8<1, 3, 1, 3, 1, 3, 1, 3>(x), weights.odd[0]);
+  if constexpr (kCount == 8) {
+    even += products(simd::shuffle8<4, 6, 4, 6, 4, 6, 4, 6>(x), weights.even[1]);
+    odd += products(simd::shuffle8<5, 7, 5, 7, 5, 7, 5, 7>(x), weights.odd[1]);
+  }
+  const Rows y = simd::packI16(simd::as<int32_t>(even + odd) >> kInverseShift,
+                               simd::as<int32_t>(even - odd) >> kInverseShift);
+  return simd::shuffle8<0, 1, 2, 3, 7, 6, 5, 4>(y);
+}
+
+// --- second pass, down the columns
+// -----------------------------------------------------------------------------------
+
+// y3 to y7 may be Zero.
+template <class S>
+inline void ownInverseColumns(S (&row)[8], S y0, S y1, S y2, auto y3, auto y4, auto y5, auto y6, auto y7) {
+  const auto a = (hi(y5, kTan3Less1) + y5) + y3;
+  const auto b = y5 - (hi(y3, kTan3Less1) + y3);
+  const S p = y1 + hi(y7, kTan1), q = hi(y1, kTan1) - y7;
+  const S e0 = p + a, e1 = p - a, e2 = q + b, e3 = q - b;
+  const S m = e1 - e3, n = e1 + e3;
+  const S h0 = hi(m, kCos4Less1) + m, h1 = hi(n, kCos4Less1) + n;
+  const S g0 = y2 + hi(y6, kTan2), g1 = hi(y2, kTan2) - y6;
+  const S s0 = y0 + y4, s1 = y0 - y4;
+  const S f0 = s0 + g0, f3 = s0 - g0, f1 = s1 + g1, f2 = s1 - g1;
+  row[0] = (f0 + e0) >> 6;
+  row[1] = (f1 + h1) >> 6;
+  row[2] = (f2 + h0) >> 6;
+  row[3] = (f3 + e2) >> 6;
+  row[4] = (f3 - e2) >> 6;
+  row[5] = (f2 - h0) >> 6;
+  row[6] = (f1 - h1) >> 6;
+  row[7] = (f0 - e0) >> 6;
+}
+
+// --- the destination block
+// ---------------------------------------------------------------------------------------------
+
+struct CentredOut {
+  int16_t* dst;
+  void sample(int y, int x, int16_t v) const { put(dst, 8 * y + x, v); }
+  void rows(const Sat16<Row> (&r)[8]) const {
+    simd::unroll<8>([&](auto y) { simd::store(row(dst, 16, y), r[y].v); });
+  }
+};
+// With 128 added, clamped to 0..255. A sample saturated to a signed byte needs its top bit turned over.
+struct LevelShiftedOut {
+  uint8_t* dst;
+  int32_t step;
+  void sample(int y, int x, int16_t v) const { row(dst, step, y)[x] = clampU8(v + 128); }
+  void rows(const Sat16<Row> (&r)[8]) const {
+    simd::unroll<4>([&](auto i) {
+      const auto bytes = simd::as<uint8_t>(simd::packI8(r[2 * i].v, r[2 * i + 1].v)) ^ uint8_t(0x80);
+      simd::store(row(dst, step, 2 * i), simd::lower(bytes));
+      simd::store(row(dst, step, 2 * i + 1), simd::upper(bytes));
+    });
+  }
+};
+
+// The whole transform in its scalar form, of dequantised coefficients.
+template <class Destination>
+inline void ownInverseScalar(const int16_t (&coefficients)[8][8], Destination destination) {
+  int16_t rows[8][8];
+  for (int k = 0; k < 8; ++k) ownInverseRow(coefficients[k], k, rows[k]);
+  for (int x = 0; x < 8; ++x) {
+    Sat16<int16_t> y[8], column[8];
+    for (int k = 0; k < 8; ++k) y[k] = {rows[k][x]};
+    ownInverseColumns(column, y[0], y[1], y[2], y[3], y[4], y[5], y[6], y[7]);
+    for (int k = 0; k < 8; ++k) destination.sample(k, x, column[k].v);
+  }
+}
+
+}  // namespace qelj::dct
+
+#endif
