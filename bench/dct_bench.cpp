@@ -1,0 +1,166 @@
+// Forward and inverse DCT with quantisation, beside libjpeg-turbo's vector routines of the same transforms.
+//
+// Input is the luma of a photograph, block by block, and random samples or coefficients. Each call works on
+// all blocks. The peer's routines take a block by pointers to its rows, and divisors of its own form; what it
+// needs besides (row pointers, sample conversion) is counted where our function does the same in one call.
+#include "qelj.h"
+#include "support/pair.h"
+
+// Private entry points of the peer's static library.
+extern "C" {
+void jsimd_convsamp_avx2(uint8_t** rows, unsigned startColumn, int16_t* workspace);
+void jsimd_fdct_islow_avx2(int16_t* data);
+void jsimd_quantize_avx2(int16_t* coefficients, int16_t* divisors, int16_t* workspace);
+void jsimd_idct_islow_avx2(void* multipliers, int16_t* coefficients, uint8_t** rows, unsigned column);
+void jsimd_idct_4x4_sse2(void* multipliers, int16_t* coefficients, uint8_t** rows, unsigned column);
+void jsimd_idct_2x2_sse2(void* multipliers, int16_t* coefficients, uint8_t** rows, unsigned column);
+}
+
+namespace qelj::bench {
+namespace {
+
+// The example luminance table of ISO/IEC 10918-1, K.1, in zig-zag order.
+constexpr uint8_t kLuminance[64] = {16, 11, 12,  14,  12,  10, 16, 14,  13,  14,  18,  17,  16, 19,  24,  40,
+                                    26, 24, 22,  22,  24,  49, 35, 37,  29,  40,  58,  51,  61, 60,  57,  51,
+                                    56, 55, 64,  72,  92,  78, 64, 68,  87,  69,  55,  56,  80, 109, 81,  87,
+                                    95, 98, 103, 104, 103, 62, 77, 113, 121, 112, 100, 120, 92, 101, 103, 99};
+constexpr int kQuality = 85;
+
+struct Tables {
+  uint16_t forward[64], inverse[64];
+  alignas(32) int16_t divisors[4 * 64];  // the peer's: reciprocals, corrections, scales, shifts
+
+  Tables() {
+    uint8_t raw[64];
+    std::memcpy(raw, kLuminance, 64);
+    qeliQuantFwdRawTableInit_JPEG_8u(raw, kQuality);
+    qeliQuantFwdTableInit_JPEG_8u16u(raw, forward);
+    qeliQuantInvTableInit_JPEG_8u16u(raw, inverse);
+    for (int i = 0; i < 64; ++i) {
+      // Division by a 16-bit divisor through a 16-bit reciprocal: the shortest one that is exact.
+      const uint32_t divisor = uint32_t(inverse[i]) << 3;  // its transform leaves a factor of 8
+      int bits = 31 - __builtin_clz(divisor), shift = 16 + bits;
+      uint32_t quotient = (uint32_t(1) << shift) / divisor;
+      const uint32_t remainder = (uint32_t(1) << shift) % divisor;
+      uint32_t correction = divisor / 2;
+      if (remainder == 0) {
+        quotient >>= 1;
+        --shift;
+      } else if (remainder <= divisor / 2) {
+        ++correction;
+      } else {
+        ++quotient;
+      }
+      divisors[i] = int16_t(quotient);
+      divisors[64 + i] = int16_t(correction);
+      divisors[128 + i] = int16_t(1 << (32 - shift));
+      divisors[192 + i] = int16_t(shift - 16);
+    }
+  }
+};
+
+// One plane of 8-bit samples and its blocks.
+struct Plane {
+  int width, height;
+  std::vector<uint8_t> samples;
+
+  int blocks() const { return width / 8 * (height / 8); }
+  template <class Each>  // each(block number, top left sample)
+  void forEachBlock(Each each) {
+    int number = 0;
+    for (int y = 0; y < height; y += 8)
+      for (int x = 0; x < width; x += 8) each(number++, samples.data() + ptrdiff_t(y) * width + x);
+  }
+};
+
+Plane photograph() {
+  const Photo photo = loadPhoto("raccoon.png");
+  Plane plane{photo.width / 8 * 8, photo.height / 8 * 8, {}};
+  for (int y = 0; y < plane.height; ++y)
+    for (int x = 0; x < plane.width; ++x) {
+      const uint8_t* p = &photo.rgb[size_t(y * photo.width + x) * 3];
+      plane.samples.push_back(uint8_t((p[0] * 77 + p[1] * 150 + p[2] * 29) >> 8));
+    }
+  return plane;
+}
+Plane noise() {
+  Plane plane{1024, 768, std::vector<uint8_t>(1024 * 768)};
+  uint32_t state = 1;
+  for (auto& sample : plane.samples) sample = uint8_t((state = state * 1664525 + 1013904223) >> 24);
+  return plane;
+}
+
+struct alignas(32) Block {
+  int16_t at[64];
+};
+
+// The work of all benchmarks on one plane; lives as long as the program.
+struct Subject {
+  Plane plane, decoded;
+  std::vector<Block> coefficients, out;
+  Tables tables;
+
+  explicit Subject(Plane p) : plane(std::move(p)), decoded(plane) {
+    coefficients.resize(size_t(plane.blocks()));
+    out = coefficients;
+    plane.forEachBlock([&](int i, uint8_t* samples) {
+      qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(samples, plane.width, coefficients[size_t(i)].at, tables.forward);
+    });
+  }
+};
+
+void pairs(const std::string& on, Plane plane) {
+  Subject* s = new Subject(std::move(plane));
+  const double blocks = s->plane.blocks() / 1e6;
+  const auto rowsOf = [s](uint8_t* samples, uint8_t*(&rows)[8]) {
+    for (int y = 0; y < 8; ++y) rows[y] = samples + ptrdiff_t(y) * s->plane.width;
+  };
+
+  pair(
+      "forward DCT, quantise, level shift; " + on, blocks, "Mblock/s",
+      [=] {
+        s->plane.forEachBlock([&](int i, uint8_t* samples) {
+          qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(samples, s->plane.width, s->out[size_t(i)].at,
+                                              s->tables.forward);
+        });
+      },
+      [=] {
+        Block workspace;
+        s->plane.forEachBlock([&](int i, uint8_t* samples) {
+          uint8_t* rows[8];
+          rowsOf(samples, rows);
+          jsimd_convsamp_avx2(rows, 0, workspace.at);
+          jsimd_fdct_islow_avx2(workspace.at);
+          jsimd_quantize_avx2(s->out[size_t(i)].at, s->tables.divisors, workspace.at);
+        });
+      });
+  using Ours = QelStatus (*)(const int16_t*, uint8_t*, int32_t, const uint16_t*);
+  using Theirs = void (*)(void*, int16_t*, uint8_t**, unsigned);
+  const auto inverse = [&](const std::string& name, Ours ours, Theirs theirs) {
+    pair(
+        name + "; " + on, blocks, "Mblock/s",
+        [=] {
+          s->decoded.forEachBlock([&](int i, uint8_t* samples) {
+            ours(s->coefficients[size_t(i)].at, samples, s->plane.width, s->tables.inverse);
+          });
+        },
+        theirs ? Work([=] {
+          s->decoded.forEachBlock([&](int i, uint8_t* samples) {
+            uint8_t* rows[8];
+            rowsOf(samples, rows);
+            theirs(s->tables.inverse, s->coefficients[size_t(i)].at, rows, 0);
+          });
+        })
+               : Work());
+  };
+  inverse("inverse DCT", qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R, jsimd_idct_islow_avx2);
+}
+
+}  // namespace
+}  // namespace qelj::bench
+
+int main(int argc, char** argv) {
+  qelj::bench::pairs("photograph", qelj::bench::photograph());
+  qelj::bench::pairs("noise", qelj::bench::noise());
+  return qelj::bench::runPairs(argc, argv);
+}
