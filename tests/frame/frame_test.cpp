@@ -11,28 +11,9 @@
 #include <sstream>
 #include <string>
 
-#include "qelcore.h"
+#include "frame/core_stub.h"
 #include "qelj.h"
 #include "support/buffer.h"
-
-namespace {
-std::atomic<int> threadQuestions{0}, featureQuestions{0};
-std::atomic<int32_t> threadAnswer{2};
-}  // namespace
-
-extern "C" {
-void* qelMalloc(int32_t bytes) { return std::malloc(size_t(bytes)); }
-void qelFree(void* block) { std::free(block); }
-int32_t ownGetNumThreads(void) {
-  ++threadQuestions;
-  return threadAnswer;
-}
-int32_t qelGetMaxCacheSizeB(int32_t*) { return -7; }
-uint64_t qelGetEnabledCpuFeatures(void) {
-  ++featureQuestions;
-  return 0;
-}
-}
 
 namespace qelj::test {
 namespace {
@@ -84,7 +65,7 @@ TEST(Frame, ImportsFiveServices) {
             services);
 }
 
-TEST(Frame, LoadAsksForTheFeaturesOnce) { EXPECT_EQ(1, featureQuestions); }
+TEST(Frame, LoadAsksForTheFeaturesOnce) { EXPECT_EQ(1, core.featureQuestions); }
 
 TEST(Frame, VersionRecord) {
   const QelLibVersion* v = qeljGetLibVersion();
@@ -120,23 +101,23 @@ struct Shift {
 TEST(Fork, AsksForTheThreadCountOnceAndAfterTheChecks) {
   uint8_t pixel = 0;
   int16_t out = 0;
-  threadQuestions = 0;
+  core.threadQuestions = 0;
   EXPECT_EQ(qelStatusBadSize, qeliSub128_JPEG_8u16s_C1R(&pixel, 1, &out, 2, {0, 1}));
-  EXPECT_EQ(0, threadQuestions);
+  EXPECT_EQ(0, core.threadQuestions);
   EXPECT_EQ(qelStatusOk, qeliSub128_JPEG_8u16s_C1R(&pixel, 1, &out, 2, {1, 1}));
-  EXPECT_EQ(1, threadQuestions);
+  EXPECT_EQ(1, core.threadQuestions);
 }
 
 TEST(Fork, SameBytesForAnyTeam) {
   for (const QelSize size : {QelSize{128, 64}, {8193, 1}, {91, 91}, {1, 9000}, {300, 200}}) {
     for (const int threads : {-3, 0, 1, 2, 3, 7, 64}) {
-      threadAnswer = threads;
+      core.threads = threads;
       Shift shift(size);
       EXPECT_EQ(qelStatusOk, shift.run());
       EXPECT_TRUE(shift.right()) << size.width << "x" << size.height << " on " << threads;
     }
   }
-  threadAnswer = 2;
+  core.threads = 2;
 }
 
 TEST(Fork, SameBytesInsideAParallelRegion) {

@@ -1,0 +1,33 @@
+#include "frame/core_stub.h"
+
+#include <cstdlib>
+
+#include "qelcore.h"
+
+namespace qelj::test {
+// Constant-initialised: the library's load step asks before any constructor of this program has run.
+constinit Core core;
+}  // namespace qelj::test
+
+using qelj::test::core;
+
+extern "C" {
+void* qelMalloc(int32_t bytes) {
+  ++core.allocations;
+  return core.refuseAllocations ? nullptr : std::malloc(size_t(bytes));
+}
+void qelFree(void* block) { std::free(block); }
+int32_t ownGetNumThreads(void) {
+  ++core.threadQuestions;
+  return core.threads;
+}
+int32_t qelGetMaxCacheSizeB(int32_t* bytes) {
+  ++core.cacheQuestions;
+  *bytes = core.cacheBytes;
+  return *bytes ? 0 : -7;
+}
+uint64_t qelGetEnabledCpuFeatures(void) {
+  ++core.featureQuestions;
+  return 0;
+}
+}

@@ -1,0 +1,20 @@
+// The core library that this program supplies in front of libqelcore: it counts calls and fails on request.
+#ifndef QELJ_TESTS_CORE_STUB_H
+#define QELJ_TESTS_CORE_STUB_H
+
+#include <atomic>
+#include <cstdint>
+
+namespace qelj::test {
+
+struct Core {
+  std::atomic<int> threadQuestions{0}, featureQuestions{0}, cacheQuestions{0}, allocations{0};
+  std::atomic<int32_t> threads{2};
+  std::atomic<int32_t> cacheBytes{0};  // 0: not known
+  std::atomic<bool> refuseAllocations{false};
+};
+extern Core core;
+
+}  // namespace qelj::test
+
+#endif

@@ -1,0 +1,2 @@
+// The vector wrapper's test on its plain forms.
+#include "frame/simd_test.cpp"

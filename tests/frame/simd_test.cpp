@@ -1,0 +1,171 @@
+// Every operation of the vector wrapper against its meaning, lane by lane, on both vector sizes. This file is
+// compiled for the default image's processor, so that the processor's forms are what is tested.
+#include "frame/simd.h"
+
+#include <gtest/gtest.h>
+
+#include "support/random.h"
+
+namespace qelj::test {
+namespace {
+
+using namespace simd;
+
+template <class V>
+V randomVector(Random& random) {
+  V v;
+  for (int i = 0; i < kLanes<V>; ++i) {
+    // Extremes and near-equal lanes now and then.
+    const auto bits = random.bits();
+    v[i] = Lane<V>(random.chance(20)   ? std::numeric_limits<Lane<V>>::min() + Lane<V>(bits % 3)
+                   : random.chance(20) ? std::numeric_limits<Lane<V>>::max() - Lane<V>(bits % 3)
+                                       : Lane<V>(bits));
+  }
+  return v;
+}
+
+template <class R, class V, class Model>
+void expectLanes(R result, V a, V b, Model model) {
+  for (int i = 0; i < kLanes<R>; ++i) ASSERT_EQ(Lane<R>(model(a, b, i)), Lane<R>(result[i])) << "lane " << i;
+}
+
+template <class T, int Bytes, class Operation, class Model>
+void checkLanewise(Operation operation, Model model) {
+  Random random;
+  for (int round = 0; round < 300; ++round) {
+    const auto a = randomVector<Vec<T, Bytes>>(random), b = randomVector<Vec<T, Bytes>>(random);
+    expectLanes(operation(a, b), a, b,
+                [&](auto x, auto y, int i) { return model(int64_t(x[i]), int64_t(y[i])); });
+  }
+}
+
+// Both vector sizes and the listed lane types.
+template <class... T, class Operation, class Model>
+void checkAll(Operation operation, Model model) {
+  (checkLanewise<T, 16>(operation, [&](int64_t a, int64_t b) { return model(T{}, a, b); }), ...);
+  (checkLanewise<T, 32>(operation, [&](int64_t a, int64_t b) { return model(T{}, a, b); }), ...);
+}
+
+TEST(Simd, Lanewise) {
+  checkAll<int8_t, uint8_t, int16_t, uint16_t>(
+      [](auto a, auto b) { return simd::addSat(a, b); },
+      [](auto t, int64_t a, int64_t b) { return saturate<decltype(t)>(a + b); });
+  checkAll<int8_t, uint8_t, int16_t, uint16_t>(
+      [](auto a, auto b) { return simd::subSat(a, b); },
+      [](auto t, int64_t a, int64_t b) { return saturate<decltype(t)>(a - b); });
+  checkAll<int16_t, uint16_t>([](auto a, auto b) { return mulHi(a, b); },
+                              [](auto, int64_t a, int64_t b) { return a * b >> 16; });
+  checkAll<int16_t>([](auto a, auto b) { return mulHiRound(a, b); },
+                    [](auto, int64_t a, int64_t b) { return (a * b + 0x4000) >> 15; });
+  checkAll<uint8_t, uint16_t>([](auto a, auto b) { return average(a, b); },
+                              [](auto, int64_t a, int64_t b) { return (a + b + 1) >> 1; });
+  checkAll<uint8_t, int8_t, uint16_t, int16_t, uint32_t, int32_t>(
+      [](auto a, auto b) { return simd::min(a, b); },
+      [](auto, int64_t a, int64_t b) { return std::min(a, b); });
+  checkAll<uint8_t, int8_t, uint16_t, int16_t, uint32_t, int32_t>(
+      [](auto a, auto b) { return simd::max(a, b); },
+      [](auto, int64_t a, int64_t b) { return std::max(a, b); });
+  checkAll<int16_t, int32_t>([](auto a, auto b) { return simd::addWrap(a, b); },
+                             [](auto, int64_t a, int64_t b) { return a + b; });
+  checkAll<int16_t, int32_t>([](auto a, auto b) { return simd::mulWrap(a, b); },
+                             [](auto, int64_t a, int64_t b) { return a * b; });
+  checkAll<int16_t, int32_t>([](auto a, auto) { return absWrap(a); },
+                             [](auto, int64_t a, int64_t) { return std::abs(a); });
+  checkAll<int16_t, int32_t, uint8_t>([](auto a, auto b) { return select(a > b, a, b); },
+                                      [](auto, int64_t a, int64_t b) { return std::max(a, b); });
+}
+
+template <int Bytes>
+void checkPairsAndPacks() {
+  Random random;
+  for (int round = 0; round < 300; ++round) {
+    using S = Vec<int16_t, Bytes>;
+    using B = Vec<uint8_t, Bytes>;
+    using W = Vec<int32_t, Bytes>;
+    const S a = randomVector<S>(random), b = randomVector<S>(random);
+    expectLanes(mulAddPairs(a, b), a, b, [](S x, S y, int i) {
+      return int32_t(uint32_t(int32_t(x[2 * i]) * y[2 * i]) + uint32_t(int32_t(x[2 * i + 1]) * y[2 * i + 1]));
+    });
+    const B u = randomVector<B>(random), w = randomVector<B>(random);
+    expectLanes(mulAddBytes(u, (Vec<int8_t, Bytes>)w), u, w, [](B x, B y, int i) {
+      return saturate<int16_t>(x[2 * i] * int8_t(y[2 * i]) + x[2 * i + 1] * int8_t(y[2 * i + 1]));
+    });
+    expectLanes(sumAbsDiff8(u, w), u, w, [](B x, B y, int i) {
+      int sum = 0;
+      for (int k = 8 * i; k < 8 * i + 8; ++k) sum += std::abs(x[k] - y[k]);
+      return sum;
+    });
+    expectLanes(shuffleBytes(u, w), u, w,
+                [](B x, B y, int i) { return y[i] & 0x80 ? 0 : x[i / 16 * 16 + (y[i] & 15)]; });
+    const W c = randomVector<W>(random), d = randomVector<W>(random);
+    expectLanes(mulEven(c, d), c, d, [](W x, W y, int i) { return int64_t(x[2 * i]) * y[2 * i]; });
+    // orderPacked undoes the blocks of a pack.
+    expectLanes(orderPacked(packU8(a, b)), a, b,
+                [](S x, S y, int i) { return saturate<uint8_t>(i < kLanes<S> ? x[i] : y[i - kLanes<S>]); });
+    expectLanes(orderPacked(packI8(a, b)), a, b,
+                [](S x, S y, int i) { return saturate<int8_t>(i < kLanes<S> ? x[i] : y[i - kLanes<S>]); });
+    expectLanes(orderPacked(packI16(c, d)), c, d,
+                [](W x, W y, int i) { return saturate<int16_t>(i < kLanes<W> ? x[i] : y[i - kLanes<W>]); });
+    expectLanes(orderPacked(packU16(c, d)), c, d,
+                [](W x, W y, int i) { return saturate<uint16_t>(i < kLanes<W> ? x[i] : y[i - kLanes<W>]); });
+    uint32_t bits = 0;
+    for (int i = 0; i < Bytes; ++i) bits |= uint32_t(u[i] >> 7) << i;
+    ASSERT_EQ(bits, topBits(u));
+    ASSERT_EQ(false, isZero(u | 1));
+    ASSERT_EQ(true, isZero(u ^ u));
+  }
+}
+TEST(Simd, PairsAndPacks) {
+  checkPairsAndPacks<16>();
+  checkPairsAndPacks<32>();
+}
+
+template <class V>
+void checkInterleave() {
+  Random random;
+  const V a = randomVector<V>(random), b = randomVector<V>(random);
+  constexpr int n = kLanes<V>;
+  const auto mixed = interleave(a, b);
+  for (int i = 0; i < 2 * n; ++i)
+    ASSERT_EQ(Lane<V>(i % 2 ? b[i / 2] : a[i / 2]), Lane<V>(i < n ? mixed.first[i] : mixed.second[i - n]))
+        << i;
+  const auto apart = deinterleave(mixed.first, mixed.second);
+  expectLanes(apart.first, a, b, [](V x, V, int i) { return x[i]; });
+  expectLanes(apart.second, a, b, [](V, V y, int i) { return y[i]; });
+}
+TEST(Simd, InterleaveAndBack) {
+  checkInterleave<Vec<uint8_t, 16>>(), checkInterleave<Vec<uint8_t, 32>>();
+  checkInterleave<Vec<int16_t, 16>>(), checkInterleave<Vec<int16_t, 32>>();
+  checkInterleave<Vec<int32_t, 16>>(), checkInterleave<Vec<int32_t, 32>>();
+}
+
+TEST(Simd, PixelsOfThreeAndFourBytes) {
+  Random random;
+  uint8_t pixels[4 * kBytes], back[4 * kBytes];
+  random.fill(pixels, sizeof pixels);
+  const Planes3 three = loadPixels3(pixels);
+  const Planes4 four = loadPixels4(pixels);
+  for (int i = 0; i < kBytes; ++i) {
+    EXPECT_EQ(pixels[3 * i + 2], three.c2[i]);
+    EXPECT_EQ(pixels[4 * i + 3], four.c3[i]);
+  }
+  storePixels3(back, three);
+  EXPECT_EQ(0, std::memcmp(pixels, back, 3 * kBytes));
+  storePixels4(back, four);
+  EXPECT_EQ(0, std::memcmp(pixels, back, 4 * kBytes));
+}
+
+TEST(Simd, FloatToInteger) {
+  const float values[] = {0.5f, 1.5f, -2.5f, 2147483520.f, 2147483648.f, -2147483648.f, NAN, -3e9f};
+  const int32_t rounded[] = {0, 2, -2, 2147483520, INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN};
+  const int32_t cut[] = {0, 1, -2, 2147483520, INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN};
+  for (int i = 0; i < 8; ++i) {
+    const auto v = Vec<float, 32>{} + values[i];
+    EXPECT_EQ(rounded[i], roundToInt(v)[3]) << values[i];
+    EXPECT_EQ(cut[i], truncateToInt(v)[5]) << values[i];
+    EXPECT_EQ(rounded[i], roundToInt(lower(v))[1]) << values[i];
+  }
+}
+
+}  // namespace
+}  // namespace qelj::test
