@@ -1,0 +1,192 @@
+"""JPEG both ways with libjpeg-turbo's command-line programs."""
+import os
+import subprocess
+import unittest
+
+import numpy as np
+
+from support import QELCONV, InteropTest, convert, fails, psnr, read_pnm, run, write_pnm
+
+SIZES = [(1, 1), (7, 5), (8, 8), (9, 17), (33, 16), (250, 131)]
+
+
+class JpegTest(InteropTest):
+    def djpeg(self, path, *options):
+        target = self.path("theirs.pnm")
+        run("djpeg", "-pnm", "-dct", "islow", "-outfile", target, *options, path)
+        return read_pnm(target)
+
+    def cjpeg(self, source, *options):
+        target = self.path("theirs.jpg")
+        run("cjpeg", "-dct", "int", "-outfile", target, *options, source)
+        return target
+
+    def ours(self, path, *options):
+        return read_pnm(convert(path, self.path("ours.pnm"), *options))
+
+    def assert_close(self, a, b, most, share=0.99, all_within=2):
+        """`share` of the samples within `most`, all of them within `all_within`."""
+        self.assertEqual(a.shape, b.shape)
+        d = np.abs(a - b)
+        self.assertGreaterEqual(np.mean(d <= most), share)
+        self.assertLessEqual(d.max(), all_within)
+
+    # Grey files have no colour conversion in the way: the inverse DCTs themselves are compared.
+    def test_grey_of_theirs(self):
+        for width, height in SIZES:
+            source = self.cut("grey.pgm", width, height, 1)
+            for quality in (1, 25, 75, 92, 100):
+                with self.subTest(width=width, height=height, quality=quality):
+                    path = self.cjpeg(source, "-quality", quality)
+                    self.assert_close(self.djpeg(path), self.ours(path), 1)
+
+    # With colour the two decoders' conversions differ by rounding as well, weighted by up to 1.77.
+    def test_colour_of_theirs(self):
+        for width, height in SIZES:
+            source = self.cut("colour.ppm", width, height)
+            for sample in ("1x1", "2x1", "2x2", "1x2"):
+                for quality in (30, 90):
+                    with self.subTest(width=width, height=height, sample=sample, quality=quality):
+                        path = self.cjpeg(source, "-quality", quality, "-sample", sample)
+                        theirs = self.djpeg(path, "-nosmooth")
+                        self.assert_close(theirs, self.ours(path, "--filter", "box"), 3, 0.99, 5)
+
+    def test_triangle_filter_is_theirs(self):
+        for sample in ("2x1", "2x2"):
+            path = self.cjpeg(self.coffee, "-quality", 90, "-sample", sample)
+            self.assert_close(self.djpeg(path), self.ours(path), 3, 0.99, 5)
+
+    def test_restarts_optimised_and_progressive_of_theirs(self):
+        source = self.cut("part.ppm", 123, 77)
+        for options in (["-restart", "1"], ["-restart", "3B"], ["-optimize"], ["-progressive"],
+                        ["-progressive", "-restart", "1"], ["-progressive", "-sample", "1x1"]):
+            with self.subTest(options=options):
+                path = self.cjpeg(source, *options)
+                self.assert_close(self.djpeg(path, "-nosmooth"), self.ours(path, "--filter", "box"), 3, 0.99, 5)
+
+    def test_ours_is_read_by_them(self):
+        for width, height in SIZES:
+            source = self.cut("source.ppm", width, height)
+            for options in (["--sampling", "444"], ["--sampling", "422"], ["--sampling", "420"], ["--restart", "1"],
+                            ["--optimize"], ["--progressive"], ["--progressive", "--restart", "1"], ["--plain-colour"]):
+                with self.subTest(width=width, height=height, options=options):
+                    path = convert(source, self.path("mine.jpg"), "--quality", "92", *options)
+                    self.assert_close(self.djpeg(path, "-nosmooth"), self.ours(path, "--filter", "box"), 3, 0.99, 5)
+
+    def test_grey_of_ours_is_read_by_them(self):
+        for width, height in SIZES:
+            path = convert(self.cut("g.pgm", width, height, 1), self.path("mine.jpg"), "--quality", "95")
+            self.assert_close(self.djpeg(path), self.ours(path), 1)
+
+    # The same quantisers, the same chroma: as good a picture in about as many bytes.
+    def test_quality_is_that_of_the_peer(self):
+        original = read_pnm(self.raccoon)
+        for sampling, sample in (("444", "1x1"), ("420", "2x2")):
+            theirs = self.cjpeg(self.raccoon, "-quality", "85", "-sample", sample)
+            mine = convert(self.raccoon, self.path("mine.jpg"), "--quality", "85", "--sampling", sampling)
+            self.assertGreater(psnr(original, self.djpeg(mine)), psnr(original, self.djpeg(theirs)) - 0.1)
+            self.assertLess(os.path.getsize(mine), 1.02 * os.path.getsize(theirs))
+
+    # A transcoder's coefficients are the file's own: both must decode to the same pixels, whatever the process.
+    def test_processes_of_one_picture_decode_alike(self):
+        plain = self.cjpeg(self.coffee, "-quality", "80")
+        expected = self.ours(plain)
+        for options in (["-progressive"], ["-optimize"], ["-restart", "2"]):
+            other = self.path("transcoded.jpg")
+            run("jpegtran", *options, "-outfile", other, plain)
+            self.assertTrue(np.array_equal(expected, self.ours(other)), options)
+        mine = convert(self.coffee, self.path("plain.jpg"))
+        progressive = convert(self.coffee, self.path("progressive.jpg"), "--progressive")
+        back = self.path("back.jpg")
+        run("jpegtran", "-outfile", back, progressive)
+        self.assertTrue(np.array_equal(self.djpeg(mine), self.djpeg(progressive)))
+        self.assertTrue(np.array_equal(self.ours(mine), self.ours(back)))
+
+    def test_scan_scripts(self):
+        script = self.path("script.txt")
+        open(script, "w").write("# spectral selection only\n0,1,2: 0-0, 0, 0;\n0: 1-9, 0, 0; 0: 10-63, 0, 0;\n"
+                                "1: 1-63, 0, 2; 2: 1-63, 0, 0;\n1: 1-63, 2, 1; 1: 1-63, 1, 0;\n")
+        theirs = self.cjpeg(self.coffee, "-scans", script)
+        mine = convert(self.coffee, self.path("mine.jpg"), "--scans", script)
+        for path in (theirs, mine):
+            self.assert_close(self.djpeg(path, "-nosmooth"), self.ours(path, "--filter", "box"), 3, 0.99, 5)
+        open(script, "w").write("0: 1-99, 0, 0;")
+        self.assertIn("scan script", fails(QELCONV, self.coffee, self.path("bad.jpg"), "--scans", script))
+
+    def test_every_cut_between_scans_decodes(self):
+        data = open(self.cjpeg(self.coffee, "-progressive", "-sample", "1x1"), "rb").read()
+        original, last = read_pnm(self.coffee), 0
+        starts = [i for i in range(len(data) - 1) if data[i:i + 2] == b"\xff\xda"]
+        tables = lambda end: data.rindex(b"\xff\xc4", 0, end)  # the DHT in front of a scan
+        for start in starts[1:]:
+            end = start
+            while tables(end) > starts[starts.index(start) - 1]:
+                end = tables(end)
+            cut = self.path("cut.jpg")
+            open(cut, "wb").write(data[:end] + b"\xff\xd9")
+            quality = psnr(original, self.ours(cut))
+            self.assertGreater(quality, last - 0.05)
+            self.assert_close(self.djpeg(cut, "-nosmooth"), self.ours(cut, "--filter", "box"), 3, 0.99, 5)
+            last = quality
+
+    def test_reduced_sizes(self):
+        for sampling in ("1x1", "2x2"):
+            path = self.cjpeg(self.raccoon, "-quality", "90", "-sample", sampling)
+            for scale in ("1/2", "1/4", "1/8"):
+                with self.subTest(sampling=sampling, scale=scale):
+                    theirs = self.djpeg(path, "-scale", scale)
+                    self.assertGreater(psnr(theirs, self.ours(path, "--scale", scale)), 40)
+
+    def test_lossless_round_trips(self):
+        random = np.random.default_rng(7)
+        for bits in (2, 8, 11, 16):
+            top = (1 << bits) - 1
+            for channels in (1, 3):
+                array = random.integers(0, top + 1, (21, 19, channels))
+                array[:10] = np.minimum(top, np.arange(19)[None, :, None])
+                source = write_pnm(self.path("lossless.pnm"), array, top)
+                for predictor in range(1, 8):
+                    for restart in (0, 4):
+                        with self.subTest(bits=bits, channels=channels, predictor=predictor, restart=restart):
+                            convert(source, self.path("l.jpg"), "--lossless", "--predictor", predictor, "--restart", restart)
+                            self.assertTrue(np.array_equal(array, self.ours(self.path("l.jpg"))))
+
+    def test_cmyk_round_trip(self):
+        random = np.random.default_rng(3)
+        ink = np.repeat(np.repeat(random.integers(0, 256, (5, 6, 4)), 16, axis=0), 16, axis=1).astype("u1")
+        source = self.path("ink.pam")
+        with open(source, "wb") as out:
+            out.write(b"P7\nWIDTH 96\nHEIGHT 80\nDEPTH 4\nMAXVAL 255\nTUPLTYPE CMYK\nENDHDR\n" + ink.tobytes())
+        for options in ([], ["--plain-colour"], ["--sampling", "444"], ["--sampling", "422"]):
+            with self.subTest(options=options):
+                path = convert(source, self.path("ink.jpg"), "--quality", "98", *options)
+                back = read_pnm(convert(path, self.path("ink2.pam"), "--filter", "box"))
+                self.assertGreater(psnr(ink, back), 38)
+                # The transcoder of the peer reads the file; its coefficients are ours.
+                run("jpegtran", "-progressive", "-outfile", self.path("ink3.jpg"), path)
+                again = read_pnm(convert(self.path("ink3.jpg"), self.path("ink3.pam"), "--filter", "box"))
+                self.assertTrue(np.array_equal(back, again))
+
+    def test_damaged_files_fail_cleanly(self):
+        random = np.random.default_rng(11)
+        source = self.cut("small.ppm", 48, 40)
+        for options in (["-progressive"], [], ["-restart", "1"]):
+            data = open(self.cjpeg(source, *options), "rb").read()
+            for _ in range(40):
+                damaged = bytearray(data)
+                for _ in range(int(random.integers(1, 6))):
+                    damaged[int(random.integers(2, len(data)))] = int(random.integers(0, 256))
+                if random.integers(0, 3) == 0:
+                    damaged = damaged[:int(random.integers(2, len(data)))]
+                path = self.path("damaged.jpg")
+                open(path, "wb").write(damaged)
+                result = subprocess.run([QELCONV, path, self.path("d.ppm")], capture_output=True, timeout=60)
+                self.assertIn(result.returncode, (0, 1), result.stderr)
+
+    def test_unsupported_files_are_named(self):
+        run("cjpeg", "-arithmetic", "-outfile", self.path("a.jpg"), self.coffee)
+        self.assertIn("can't be read", fails(QELCONV, self.path("a.jpg"), self.path("x.ppm")))
+
+
+if __name__ == "__main__":
+    unittest.main()

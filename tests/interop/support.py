@@ -1,0 +1,94 @@
+"""What the interoperation tests share: running programs, reading and making pictures."""
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import numpy as np
+
+QELCONV = sys.argv.pop(1) if len(sys.argv) > 1 else "qelconv"
+IMAGES = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "images")
+
+
+def run(*command, **options):
+    """Runs a program that has to succeed; returns what it printed."""
+    result = subprocess.run([str(c) for c in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options)
+    if result.returncode:
+        raise AssertionError(f"{' '.join(map(str, command))} failed ({result.returncode}): "
+                             f"{result.stdout.decode(errors='replace')}")
+    return result.stdout
+
+
+def fails(*command):
+    """Runs a program that has to fail by itself (not by a signal); returns what it printed."""
+    result = subprocess.run([str(c) for c in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60)
+    assert result.returncode in (1, 2), f"{command} gave {result.returncode}"
+    return result.stdout.decode(errors="replace")
+
+
+def convert(source, target, *options):
+    run(QELCONV, source, target, *options)
+    return target
+
+
+def read_pnm(path):
+    """A binary PGM, PPM or PAM as an array of height x width x channels."""
+    data = open(path, "rb").read()
+    if data[:2] == b"P7":
+        head, body = data.split(b"ENDHDR\n", 1)
+        fields = dict(line.split(b" ", 1) for line in head.split(b"\n")[1:] if b" " in line)
+        width, height, depth, top = (int(fields[k]) for k in (b"WIDTH", b"HEIGHT", b"DEPTH", b"MAXVAL"))
+    else:
+        tokens, at = [], 2
+        while len(tokens) < 3:
+            while data[at:at + 1].isspace():
+                at += 1
+            end = at
+            while not data[end:end + 1].isspace():
+                end += 1
+            tokens.append(int(data[at:end]))
+            at = end
+        width, height, top = tokens
+        depth, body = (3 if data[:2] == b"P6" else 1), data[at + 1:]
+    samples = np.frombuffer(body, ">u2" if top > 255 else "u1", width * height * depth)
+    return samples.reshape(height, width, depth).astype(np.int32)
+
+
+def write_pnm(path, array, top=255):
+    height, width, depth = array.shape
+    kind = {1: b"P5", 3: b"P6"}[depth]
+    with open(path, "wb") as out:
+        out.write(b"%s\n%d %d\n%d\n" % (kind, width, height, top))
+        out.write(array.astype(">u2" if top > 255 else "u1").tobytes())
+    return path
+
+
+def psnr(a, b, top=255):
+    error = np.mean((a.astype(float) - b.astype(float)) ** 2)
+    return float("inf") if error == 0 else 10 * np.log10(top * top / error)
+
+
+class InteropTest(unittest.TestCase):
+    """A test with a directory of its own and the photographs as PPM files."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls._directory = tempfile.TemporaryDirectory()
+        cls.coffee = convert(os.path.join(IMAGES, "coffee.png"), cls.path("coffee.ppm"))
+        cls.raccoon = convert(os.path.join(IMAGES, "raccoon.png"), cls.path("raccoon.ppm"))
+
+    @classmethod
+    def tearDownClass(cls):
+        cls._directory.cleanup()
+
+    @classmethod
+    def path(cls, name):
+        return os.path.join(cls._directory.name, name)
+
+    def cut(self, name, width, height, channels=3):
+        """The top left part of the photograph, as a PNM file."""
+        array = read_pnm(self.coffee)[:height, :width]
+        return write_pnm(self.path(name), array if channels == 3 else array[:, :, 1:2])
+
+
