@@ -590,11 +590,36 @@ QELJ_API QelStatus qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(const uint8_t* 
 
 /* ------------------------------------------------------------------------------------------------------------
  * BC6 decoding
+ *
+ * Blocks of 16 bytes, 4x4 pixels of three half-precision channels each (BC6H of Direct3D), into interleaved R, G, B of
+ * 16 bits: the bit patterns of halves, unsigned ones (16u: UF16, never negative) or ones with sign and magnitude
+ * (16s: SF16). Values never reach the patterns of infinity or NaN, but for the most negative end-points that the signed
+ * form can code, whose magnitudes reach 0x7E00 or so.
+ *
+ * The image's size comes as two numbers, width and height in pixels; dstStep is in bytes. src holds ceil(width / 4) x
+ * ceil(height / 4) blocks in raster order and has no length argument. Any bytes are valid blocks; one of a reserved
+ * mode decodes to zeros. Of blocks that cross the right or bottom edge only the pixels inside the image are written,
+ * and nothing between two rows. Any dstStep but 0 is accepted, a negative one included; rows must not overlap. Checked
+ * in this order: src, dst (qelStatusNullPointer), dstStep of 0 (qelStatusBadStep), width, height below 1
+ * (qelStatusBadSize).
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(const uint8_t* src, uint16_t* dst, int32_t dstStep, int32_t width, int32_t height);
+QELJ_API QelStatus qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* src, int16_t* dst, int32_t dstStep, int32_t width, int32_t height);
 
 /* ------------------------------------------------------------------------------------------------------------
  * BC7 decoding and encoding
+ *
+ * Blocks of 16 bytes, 4x4 pixels of 8-bit RGBA each, as Direct3D publishes the format.
+ *
+ * Decoding: src holds ceil(width / 4) x ceil(height / 4) blocks in raster order and has no length argument. Any bytes
+ * are valid blocks; one whose first byte is 0 (the reserved mode) decodes to transparent black. Of blocks that cross
+ * the right or bottom edge only the pixels inside the image are written, and nothing between two rows. Any dstStep but
+ * 0 is accepted, a negative one included; rows must not overlap. Checked in this order: src, dst
+ * (qelStatusNullPointer), dstStep of 0 (qelStatusBadStep), size below 1 (qelStatusBadSize).
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /* ============================================================================================================
  * TIFF

@@ -13,7 +13,14 @@ struct Shape {
 };
 
 // Random blocks have all modes; half of the rounds repeat a few bytes, for equal and extreme end-points.
-template <size_t kBlock, size_t kPixel>
+using Touch = void (*)(Random&, uint8_t* block);
+void anyBytes(Random&, uint8_t*) {}
+void everyBc7Mode(Random& random, uint8_t* block) {
+  const int64_t mode = random.in(0, 8);
+  block[0] = uint8_t(block[0] << mode << 1 | 1 << mode);
+}
+
+template <size_t kBlock, size_t kPixel, Touch touch = anyBytes>
 constexpr auto decode = [](auto* function, Random& random, Trace& trace) {
   const Shape shape(random);
   Guarded src(random, shape.blocks * kBlock, 1, 0, size_t(random.in(0, 33)));
@@ -22,6 +29,7 @@ constexpr auto decode = [](auto* function, Random& random, Trace& trace) {
   if (random.chance(50))
     for (size_t i = 0; i + 1 < src.rowBytes(); ++i)
       if (random.chance(30)) src.data()[i + 1] = src.data()[i];
+  for (size_t i = 0; i < src.rowBytes(); i += kBlock) touch(random, src.data() + i);
   const bool upwards = random.chance(20);
   auto* first = dst.data(upwards ? shape.height - 1 : 0);
   trace.status(function(src.data(), first, upwards ? -dst.step() : dst.step(), shape.size()));
@@ -32,6 +40,7 @@ QELJ_COMPARE(qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R, decode<16, 4>);
 QELJ_COMPARE(qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R, decode<16, 4>);
 QELJ_COMPARE(qeliTextureDecodeBlock_BC4_8u_C1R, decode<8, 1>);
 QELJ_COMPARE(qeliTextureDecodeBlockToRG_BC5_8u_C1C2R, decode<16, 2>);
+QELJ_COMPARE(qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R, decode<16, 4, everyBc7Mode>);
 
 // Pixels around a colour, with small and large spans.
 template <size_t kBlock, size_t kPixel>
