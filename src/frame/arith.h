@@ -11,6 +11,10 @@
 #include <type_traits>
 #include <utility>
 
+// For the pieces of a kernel that pass vectors by value: a call would send every one of them through memory.
+#define QELJ_INLINE __attribute__((always_inline)) inline
+#define QELJ_INLINE_LAMBDA __attribute__((always_inline))
+
 namespace qelj {
 
 // Unaligned, aliasing-safe access. Compiles to one move.

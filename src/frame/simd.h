@@ -685,7 +685,7 @@ inline void storeParts3(uint8_t* p, Planes3 v) {
 }
 }  // namespace detail
 
-inline Planes3 loadPixels3(const uint8_t* p) {
+QELJ_INLINE Planes3 loadPixels3(const uint8_t* p) {
   const Planes3 parts = detail::loadParts3(p);
   const auto channel = [&](int c) {
     const auto& s = detail::kShuffle3.split[c];
@@ -694,7 +694,7 @@ inline Planes3 loadPixels3(const uint8_t* p) {
   };
   return {channel(0), channel(1), channel(2)};
 }
-inline void storePixels3(uint8_t* p, Planes3 v) {
+QELJ_INLINE void storePixels3(uint8_t* p, Planes3 v) {
   const auto part = [&](int i) {
     const auto& s = detail::kShuffle3.merge[i];
     return shuffleBytes(v.c0, blockPattern(s[0])) | shuffleBytes(v.c1, blockPattern(s[1])) |
@@ -702,17 +702,34 @@ inline void storePixels3(uint8_t* p, Planes3 v) {
   };
   detail::storeParts3(p, {part(0), part(1), part(2)});
 }
-inline Planes4 loadPixels4(const uint8_t* p) {
-  const auto low = deinterleave(load<U8>(p), load<U8>(p + kBytes));                    // c0 c2 c0 c2 ..., c1 c3 ...
-  const auto high = deinterleave(load<U8>(p + 2 * kBytes), load<U8>(p + 3 * kBytes));
-  const auto even = deinterleave(low.first, high.first), odd = deinterleave(low.second, high.second);
-  return {even.first, odd.first, even.second, odd.second};
+QELJ_INLINE Planes4 loadPixels4(const uint8_t* p) {
+  // Part i: four pixels of each block, as four bytes of each channel.
+  const auto part = [p](int i) QELJ_INLINE_LAMBDA {
+    constexpr uint8_t kByChannel[16] = {0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15};
+    if constexpr (kBytes == 16) return as<uint32_t>(shuffleBytes(load<U8>(p + 16 * i), blockPattern(kByChannel)));
+    else {
+      using H = Vec<uint8_t, kBytes / 2>;
+      return as<uint32_t>(shuffleBytes(join(load<H>(p + 16 * i), load<H>(p + 64 + 16 * i)), blockPattern(kByChannel)));
+    }
+  };
+  const U32 p0 = part(0), p1 = part(1), p2 = part(2), p3 = part(3);
+  const U64 low01 = (U64)unpackLow(p0, p1), low23 = (U64)unpackLow(p2, p3);      // channels 0 and 1
+  const U64 high01 = (U64)unpackHigh(p0, p1), high23 = (U64)unpackHigh(p2, p3);  // channels 2 and 3
+  return {(U8)unpackLow(low01, low23), (U8)unpackHigh(low01, low23), (U8)unpackLow(high01, high23),
+          (U8)unpackHigh(high01, high23)};
 }
-inline void storePixels4(uint8_t* p, Planes4 v) {
-  const auto even = interleave(v.c0, v.c2), odd = interleave(v.c1, v.c3);
-  const auto low = interleave(even.first, odd.first), high = interleave(even.second, odd.second);
-  store(p, low.first), store(p + kBytes, low.second);
-  store(p + 2 * kBytes, high.first), store(p + 3 * kBytes, high.second);
+QELJ_INLINE void storePixels4(uint8_t* p, Planes4 v) {
+  const U16 low01 = (U16)unpackLow(v.c0, v.c1), high01 = (U16)unpackHigh(v.c0, v.c1);
+  const U16 low23 = (U16)unpackLow(v.c2, v.c3), high23 = (U16)unpackHigh(v.c2, v.c3);
+  // Part i: pixels 4i..4i+3 of each block.
+  const U16 p0 = unpackLow(low01, low23), p1 = unpackHigh(low01, low23);
+  const U16 p2 = unpackLow(high01, high23), p3 = unpackHigh(high01, high23);
+  if constexpr (kBytes == 16) {
+    store(p, p0), store(p + 16, p1), store(p + 32, p2), store(p + 48, p3);
+  } else {
+    store(p, lowBlocks(p0, p1)), store(p + 32, lowBlocks(p2, p3));
+    store(p + 64, highBlocks(p0, p1)), store(p + 96, highBlocks(p2, p3));
+  }
 }
 
 }  // namespace qelj::simd

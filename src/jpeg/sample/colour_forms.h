@@ -65,7 +65,7 @@ inline constexpr Matrix kQ16{
 // unit, so that one multiply-add of a pair makes a sum of three products.
 struct DifferencePairs {
   I16 low, high;
-  explicit DifferencePairs(Rgb<I16> p)
+  QELJ_INLINE explicit DifferencePairs(Rgb<I16> p)
       : low(simd::unpackLow(p.r - p.g, p.b - p.g)), high(simd::unpackHigh(p.r - p.g, p.b - p.g)) {}
 };
 
@@ -77,7 +77,7 @@ struct MatrixForm {
     return (w.r * p.r + w.g * p.g + w.b * p.b + (w.round << kLog2)) >> (M.shift + kLog2);
   }
   template <int kLog2, Weights Matrix::*W>
-  static I16 weigh(const DifferencePairs& d, I16 g) {
+  static QELJ_INLINE I16 weigh(const DifferencePairs& d, I16 g) {
     constexpr Weights w = M.*W;
     constexpr int kShift = M.shift + kLog2, kSum = w.r + w.g + w.b;
     constexpr int kWhole = (kSum + (1 << (kShift - 1))) >> kShift, kRest = kSum - (kWhole << kShift);
@@ -97,25 +97,25 @@ struct MatrixForm {
   }
 
   static int32_t luma(Rgb<int32_t> p) { return weigh<0>(M.y, p); }
-  static I16 luma(Rgb<I16> p) { return weigh<0, &Matrix::y>(DifferencePairs(p), p.g); }
+  static QELJ_INLINE I16 luma(Rgb<I16> p) { return weigh<0, &Matrix::y>(DifferencePairs(p), p.g); }
 
   template <int kLog2 = 0>
   static Chroma<int32_t> centredChroma(Rgb<int32_t> sum) {
     return {weigh<kLog2>(M.cb, sum), weigh<kLog2>(M.cr, sum)};
   }
   template <int kLog2 = 0>
-  static Chroma<I16> centredChroma(Rgb<I16> sum) {
+  static QELJ_INLINE Chroma<I16> centredChroma(Rgb<I16> sum) {
     const DifferencePairs d(sum);
     return {weigh<kLog2, &Matrix::cb>(d, sum.g), weigh<kLog2, &Matrix::cr>(d, sum.g)};
   }
 
   template <int kLog2 = 0, class T>
-  static Chroma<T> chroma(Rgb<T> sum) {
+  static QELJ_INLINE Chroma<T> chroma(Rgb<T> sum) {
     const auto c = centredChroma<kLog2>(sum);
     return {T(c.cb + int16_t(128)), T(c.cr + int16_t(128))};
   }
   template <class T>
-  static Ycc<T> ycc(Rgb<T> p) {
+  static QELJ_INLINE Ycc<T> ycc(Rgb<T> p) {
     const auto c = chroma(p);
     return {luma(p), c.cb, c.cr};
   }
@@ -132,23 +132,23 @@ struct TruncatedForm {
     return (v * weight) >> shift;
   }
   template <int shift>
-  static I16 term(I16 v, int32_t weight) {
+  static QELJ_INLINE I16 term(I16 v, int32_t weight) {
     return simd::mulHi(simd::shlWrap(v, 16 - shift), simd::splat<I16>(int16_t(weight)));
   }
 
   template <class T>
-  static T luma(Rgb<T> p) {
+  static QELJ_INLINE T luma(Rgb<T> p) {
     // Twice the weights at one bit more, which keeps the vector's factors positive and shared with chroma's.
     return (term<9>(p.r, 2 * 4899) + term<9>(p.g, 2 * 9617) + term<9>(p.b, 2 * 1868) + int16_t(32)) >> 6;
   }
   template <int kLog2 = 0, class T>
-  static Chroma<T> chroma(Rgb<T> sum) {
+  static QELJ_INLINE Chroma<T> chroma(Rgb<T> sum) {
     constexpr int s = 9 + kLog2;
     return {T((term<s>(sum.b, 8192) - (term<s>(sum.r, 2765) + term<s>(sum.g, 5427)) + int16_t(4112)) >> 5),
             T((term<s>(sum.r, 8192) - (term<s>(sum.g, 6860) + term<s>(sum.b, 1332)) + int16_t(4112)) >> 5)};
   }
   template <class T>
-  static Ycc<T> ycc(Rgb<T> p) {
+  static QELJ_INLINE Ycc<T> ycc(Rgb<T> p) {
     const auto c = chroma(p);
     return {luma(p), c.cb, c.cr};
   }
@@ -157,9 +157,11 @@ struct TruncatedForm {
 // Luma first; chroma is a multiple of the difference between a colour and the rounded luma.
 struct DifferenceForm {
   static int32_t scale(int32_t v, int16_t weight) { return (v * weight + 16384) >> 15; }
-  static I16 scale(I16 v, int16_t weight) { return simd::mulHiRound(v, simd::splat<I16>(weight)); }
+  static QELJ_INLINE I16 scale(I16 v, int16_t weight) {
+    return simd::mulHiRound(v, simd::splat<I16>(weight));
+  }
   template <class T>
-  static Ycc<T> ycc(Rgb<T> p) {
+  static QELJ_INLINE Ycc<T> ycc(Rgb<T> p) {
     const T y = MatrixForm<kQ16>::luma(p);
     return {y, T(scale(p.b - y, 18491) + int16_t(128)), T(scale(p.r - y, 23373) + int16_t(128))};
   }
@@ -171,7 +173,7 @@ struct FloatLumaForm {
   static Ycc<int32_t> ycc(Rgb<int32_t> p) {
     return {int32_t(std::nearbyintf((float(p.r) * kR + float(p.g) * kG) + float(p.b) * kB)), 0, 0};
   }
-  static Ycc<I16> ycc(Rgb<I16> p) {
+  static QELJ_INLINE Ycc<I16> ycc(Rgb<I16> p) {
     using simd::F32;
     const auto sum = [](I16 r, I16 g, I16 b) {  // 16-bit samples in 32-bit lanes
       const auto floats = [](I16 v) { return simd::convert<float>(simd::as<int32_t>(v)); };
@@ -198,7 +200,7 @@ struct ChromaTerm {
 
   constexpr int32_t operator()(int32_t c) const { return (weight * c + round) >> 14; }
   // Lanes of c << 8.
-  I16 operator()(I16 c) const {
+  QELJ_INLINE I16 operator()(I16 c) const {
     return (simd::mulHiRound(c, simd::splat<I16>(laneWeight)) + simd::splat<I16>(laneRound)) >> 7;
   }
   constexpr bool lanesAgree() const {
@@ -223,7 +225,7 @@ struct InverseQ14Form {
     return {p.y + kRed(p.cr), p.y - kSign * green, p.y + kBlue(p.cb)};
   }
   // Chroma lanes hold c << 8, which is how bytes unpack for nothing.
-  static Rgb<I16> rgb(Ycc<I16> p) {
+  static QELJ_INLINE Rgb<I16> rgb(Ycc<I16> p) {
     const auto weights = simd::pairs(kCb, kCr);
     const auto round = simd::splat<simd::I32>(kRound << 8);
     const I16 green = simd::packI16((simd::mulAddPairs(simd::unpackLow(p.cb, p.cr), weights) + round) >> 22,
@@ -245,12 +247,12 @@ struct InverseQ16Form {
 // Four bits of fraction; every product is truncated by itself, on chroma as stored (0..255).
 struct InverseQ4Form {
   static int32_t term(int32_t centred, int32_t weight) { return ((centred + 128) * weight) >> 9; }
-  static I16 term(I16 centred, int32_t weight) {  // c << 8: as stored, << 7, without a sign
+  static QELJ_INLINE I16 term(I16 centred, int32_t weight) {  // c << 8: as stored, << 7, without a sign
     const auto stored = (simd::as<uint16_t>(centred) ^ uint16_t(0x8000)) >> 1;
     return simd::mulHi(simd::as<int16_t>(stored), simd::splat<I16>(int16_t(weight)));
   }
   template <class T>
-  static Rgb<T> rgb(Ycc<T> p) {
+  static QELJ_INLINE Rgb<T> rgb(Ycc<T> p) {
     const T y = p.y * int16_t(16) + int16_t(8);
     return {T((y + term(p.cr, 11485) - int16_t(2871)) >> 4),
             T((y + int16_t(2167) - (term(p.cb, 2819) + term(p.cr, 5850))) >> 4),

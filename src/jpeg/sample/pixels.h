@@ -3,6 +3,8 @@
 #ifndef QELJ_JPEG_SAMPLE_PIXELS_H
 #define QELJ_JPEG_SAMPLE_PIXELS_H
 
+#include <algorithm>
+
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/rows.h"
@@ -45,7 +47,7 @@ struct PixelSource {
     const uint8_t* at = p + kChannels * x;
     return {{at[Order::r], at[1], at[Order::b]}, 0};
   }
-  RgbK<U8> group(ptrdiff_t x) const {
+  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
     if constexpr (kChannels == 3) {
       const auto v = simd::loadPixels3(p + 3 * x);
       return Order::r == 0 ? RgbK<U8>{{v.c0, v.c1, v.c2}, U8{}} : RgbK<U8>{{v.c2, v.c1, v.c0}, U8{}};
@@ -63,7 +65,7 @@ struct PlaneSource {
   static QelStatus valid(const uint8_t* const* base) { return planes(base, 3); }
 
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {{r[x], g[x], b[x]}, 0}; }
-  RgbK<U8> group(ptrdiff_t x) const {
+  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
     return {{simd::load<U8>(r + x), simd::load<U8>(g + x), simd::load<U8>(b + x)}, U8{}};
   }
 };
@@ -78,7 +80,7 @@ struct CmykPixelSource {
     const uint8_t* at = p + 4 * x;
     return {{255 - at[0], 255 - at[1], 255 - at[2]}, at[3]};
   }
-  RgbK<U8> group(ptrdiff_t x) const {
+  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
     const auto v = simd::loadPixels4(p + 4 * x);
     return {{~v.c0, ~v.c1, ~v.c2}, v.c3};
   }
@@ -93,7 +95,7 @@ struct CmykPlaneSource {
   static QelStatus valid(const uint8_t* const* base) { return planes(base, 4); }
 
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {{255 - c[x], 255 - m[x], 255 - y[x]}, k[x]}; }
-  RgbK<U8> group(ptrdiff_t x) const {
+  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
     return {{~simd::load<U8>(c + x), ~simd::load<U8>(m + x), ~simd::load<U8>(y + x)}, simd::load<U8>(k + x)};
   }
 };
@@ -114,7 +116,7 @@ struct PackedSource {
     return Order::r == 0 ? Rgb<T>{low, green, high} : Rgb<T>{high, green, low};
   }
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {unpack<int32_t>(at(p, x)), 0}; }
-  RgbK<U8> group(ptrdiff_t x) const {
+  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
     const auto first = unpack(simd::load<simd::U16>(row(p, 2, x)));
     const auto second = unpack(simd::load<simd::U16>(row(p, 2, x + kVector / 2)));
     const auto bytes = [](simd::U16 a, simd::U16 b) {
@@ -138,7 +140,7 @@ struct PixelSink {
     uint8_t* at = p + 3 * x;
     at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b;
   }
-  void group(ptrdiff_t x, RgbK<U8> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     const auto& [r, g, b] = v.rgb;
     simd::storePixels3(p + 3 * x, Order::r == 0 ? simd::Planes3{r, g, b} : simd::Planes3{b, g, r});
   }
@@ -155,7 +157,7 @@ struct AlphaPixelSink {
     uint8_t* at = p + 4 * x;
     at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b, at[3] = alpha;
   }
-  void group(ptrdiff_t x, RgbK<U8> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     const auto& [r, g, b] = v.rgb;
     const U8 a = simd::splat<U8>(alpha);
     simd::storePixels4(p + 4 * x, Order::r == 0 ? simd::Planes4{r, g, b, a} : simd::Planes4{b, g, r, a});
@@ -169,7 +171,7 @@ struct PlaneSink {
   static QelStatus valid(uint8_t* const* base) { return planes(base, 3); }
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const { r[x] = v.rgb.r, g[x] = v.rgb.g, b[x] = v.rgb.b; }
-  void group(ptrdiff_t x, RgbK<U8> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     simd::store(r + x, v.rgb.r), simd::store(g + x, v.rgb.g), simd::store(b + x, v.rgb.b);
   }
 };
@@ -183,7 +185,7 @@ struct CmykPixelSink {
     uint8_t* at = p + 4 * x;
     at[0] = uint8_t(~v.rgb.r), at[1] = uint8_t(~v.rgb.g), at[2] = uint8_t(~v.rgb.b), at[3] = v.k;
   }
-  void group(ptrdiff_t x, RgbK<U8> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     simd::storePixels4(p + 4 * x, {~v.rgb.r, ~v.rgb.g, ~v.rgb.b, v.k});
   }
 };
@@ -199,7 +201,7 @@ struct CmykPlaneSink {
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
     c[x] = uint8_t(~v.rgb.r), m[x] = uint8_t(~v.rgb.g), y[x] = uint8_t(~v.rgb.b), k[x] = v.k;
   }
-  void group(ptrdiff_t x, RgbK<U8> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     simd::store(c + x, ~v.rgb.r), simd::store(m + x, ~v.rgb.g), simd::store(y + x, ~v.rgb.b),
         simd::store(k + x, v.k);
   }
@@ -220,7 +222,7 @@ struct PackedSink {
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
     put(p, x, uint16_t(pack<uint32_t>(v.rgb.r, v.rgb.g, v.rgb.b)));
   }
-  void group(ptrdiff_t x, RgbK<U8> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     const auto low = [](U8 bytes) { return simd::as<uint16_t>(simd::unpackLow(bytes, U8{})); };
     const auto high = [](U8 bytes) { return simd::as<uint16_t>(simd::unpackHigh(bytes, U8{})); };
     const auto first = pack(low(v.rgb.r), low(v.rgb.g), low(v.rgb.b));
@@ -246,7 +248,7 @@ struct YccSink {
     plane[0][x] = v.ycc.y, plane[1][x] = v.ycc.cb, plane[2][x] = v.ycc.cr;
     if constexpr (kPlanes == 4) plane[3][x] = v.k;
   }
-  void group(ptrdiff_t x, YccK<U8> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const {
     simd::store(plane[0] + x, v.ycc.y), simd::store(plane[1] + x, v.ycc.cb),
         simd::store(plane[2] + x, v.ycc.cr);
     if constexpr (kPlanes == 4) simd::store(plane[3] + x, v.k);
@@ -258,7 +260,7 @@ struct LumaSink {
   static QelStatus valid(uint8_t* base) { return nonNull(base); }
 
   void pixel(ptrdiff_t x, YccK<uint8_t> v) const { p[x] = v.ycc.y; }
-  void group(ptrdiff_t x, YccK<U8> v) const { simd::store(p + x, v.ycc.y); }
+  QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const { simd::store(p + x, v.ycc.y); }
 };
 
 template <int kPlanes>
@@ -272,7 +274,7 @@ struct YccSource {
   YccK<uint8_t> pixel(ptrdiff_t x) const {
     return {{plane[0][x], plane[1][x], plane[2][x]}, kPlanes == 4 ? plane[kPlanes - 1][x] : uint8_t(0)};
   }
-  YccK<U8> group(ptrdiff_t x) const {
+  QELJ_INLINE YccK<U8> group(ptrdiff_t x) const {
     return {{simd::load<U8>(plane[0] + x), simd::load<U8>(plane[1] + x), simd::load<U8>(plane[2] + x)},
             kPlanes == 4 ? simd::load<U8>(plane[kPlanes - 1] + x) : U8{}};
   }
@@ -284,12 +286,12 @@ struct YccSource {
 // A form works on 16-bit lanes, half a vector of bytes at a time. Unpacking and packing both go by blocks, so
 // that the pixels come back in order.
 template <class Form>
-Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
+QELJ_INLINE Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
   const auto v = Form::ycc(p);
   return {clampU8(v.y), clampU8(v.cb), clampU8(v.cr)};
 }
 template <class Form>
-Ycc<U8> toYcc(Rgb<U8> p) {
+QELJ_INLINE Ycc<U8> toYcc(Rgb<U8> p) {
   const U8 zero{};
   const auto low = Form::ycc(Rgb<I16>{I16(simd::unpackLow(p.r, zero)), I16(simd::unpackLow(p.g, zero)),
                                       I16(simd::unpackLow(p.b, zero))});
@@ -299,12 +301,12 @@ Ycc<U8> toYcc(Rgb<U8> p) {
 }
 
 template <class Form>
-Rgb<uint8_t> toRgb(Ycc<uint8_t> p) {
+QELJ_INLINE Rgb<uint8_t> toRgb(Ycc<uint8_t> p) {
   const auto v = Form::rgb(Ycc<int32_t>{p.y, p.cb - 128, p.cr - 128});
   return {clampU8(v.r), clampU8(v.g), clampU8(v.b)};
 }
 template <class Form>
-Rgb<U8> toRgb(Ycc<U8> p) {
+QELJ_INLINE Rgb<U8> toRgb(Ycc<U8> p) {
   const U8 zero{}, cb = p.cb ^ uint8_t(0x80), cr = p.cr ^ uint8_t(0x80);
   const auto low = Form::rgb(Ycc<I16>{I16(simd::unpackLow(p.y, zero)), I16(simd::unpackLow(zero, cb)),
                                       I16(simd::unpackLow(zero, cr))});
@@ -319,11 +321,9 @@ Rgb<U8> toRgb(Ycc<U8> p) {
 // Calls group(x) for vectors of kVector pixels that together cover 0..count-1; the last one overlaps the one
 // before it. Returns the number of pixels done: all of them, or 0 when there are too few for a vector.
 template <class Group>
-inline ptrdiff_t coverByGroups(ptrdiff_t count, Group&& group) {
+QELJ_INLINE ptrdiff_t coverByGroups(ptrdiff_t count, Group&& group) {
   if (!simd::kEnabled || count < kVector) return 0;
-  ptrdiff_t x = 0;
-  for (; x <= count - kVector; x += kVector) group(x);
-  if (x < count) group(count - kVector);
+  for (ptrdiff_t x = 0; x < count; x += kVector) group(std::min(x, count - kVector));
   return count;
 }
 
