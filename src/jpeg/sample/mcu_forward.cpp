@@ -41,7 +41,7 @@ constexpr Form kTruncated = {
 // No colour conversion: the level shift, and the truncated mean of chroma.
 constexpr Form kSampled = {{{1, 0, 0}, -128}, {{0, 1, 0}, -128}, {{0, 0, 1}, -128}, 0};
 
-inline int16_t ownLinear(const Linear& l, const Pixel& sums, int log2n, int shift) {
+[[maybe_unused]] inline int16_t ownLinear(const Linear& l, const Pixel& sums, int log2n, int shift) {
   int32_t value = l.bias << log2n;
   for (int c = 0; c < 3; ++c) value += l.weight[c] * sums.c[c];
   return int16_t(value >> (shift + log2n));
