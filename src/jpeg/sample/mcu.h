@@ -42,8 +42,9 @@ constexpr unsigned kNoPlane = 0, kLuma = 1, kLumaAndK = 1 | 8, kThreePlanes = 7,
 template <unsigned Planes, class Sample>
 inline bool misaligned(Sample* const* planes) {
   uintptr_t bits = 0;
-  for (int i = 0; i < 4; ++i)
-    if (Planes >> i & 1) bits |= reinterpret_cast<uintptr_t>(planes[i]);
+  simd::unroll<4>([&](auto i) {
+    if constexpr (Planes >> i & 1) bits |= reinterpret_cast<uintptr_t>(planes[i]);
+  });
   return bits % 16 != 0;
 }
 

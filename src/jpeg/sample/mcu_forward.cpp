@@ -88,17 +88,17 @@ void ownForwardOctets(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst
 
   for (int r = 0; r < 8; r += kOctets) {  // rows r, r + 1 of the chroma blocks
     Octets sums[kAcross];
-    for (int h = 0; h < kAcross; ++h)
-      for (int v = 0; v < kDown; ++v) {
-        const int x = 8 * h, y = kDown * r + v;
-        const Octets o = Pixels::load(row(src, srcStep, y) + x * Pixels::kPixelBytes, kDown * srcStep);
-        storeOctets<kDown>(row(luma, 2, Mcu::luma(x, y)), ownLinearOctets<F.luma, 0, F.shift>(o));
-        if constexpr (Pixels::kChannels == 4) {
-          const I16 k = simd::packI16((I32)o.low.c23 >> 16, (I32)o.high.c23 >> 16);
-          storeOctets<kDown>(row(black, 2, Mcu::luma(x, y)), k - int16_t(128));
-        }
-        sums[h] = v == 0 ? o : Octets{sums[h].low + o.low, sums[h].high + o.high};
+    simd::unroll<kAcross * kDown>([&](auto i) {
+      constexpr int h = i / kDown, v = i % kDown, x = 8 * h;
+      const int y = kDown * r + v;
+      const Octets o = Pixels::load(row(src, srcStep, y) + x * Pixels::kPixelBytes, kDown * srcStep);
+      storeOctets<kDown>(row(luma, 2, Mcu::luma(x, y)), ownLinearOctets<F.luma, 0, F.shift>(o));
+      if constexpr (Pixels::kChannels == 4) {
+        const I16 k = simd::packI16((I32)o.low.c23 >> 16, (I32)o.high.c23 >> 16);
+        storeOctets<kDown>(row(black, 2, Mcu::luma(x, y)), k - int16_t(128));
       }
+      sums[h] = v == 0 ? o : Octets{sums[h].low + o.low, sums[h].high + o.high};
+    });
     if constexpr (kAcross == 2) sums[0] = {ownSumsAcross(sums[0]), ownSumsAcross(sums[1])};
     storeOctets<1>(row(cb, 2, 8 * r), ownLinearOctets<F.cb, Mcu::kLog2n, F.shift>(sums[0]));
     storeOctets<1>(row(cr, 2, 8 * r), ownLinearOctets<F.cr, Mcu::kLog2n, F.shift>(sums[0]));

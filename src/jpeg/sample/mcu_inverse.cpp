@@ -101,12 +101,15 @@ void ownInverseOctets(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep
     const I16 terms[3] = {ownTerms<F.channel[0], F.shift>(low, high),
                           ownTerms<F.channel[1], F.shift>(low, high),
                           ownTerms<F.channel[2], F.shift>(low, high)};
-    for (int h = 0; h < Mcu::kAcross; ++h) {
-      const auto repeated = [h](I16 t) {
-        return Mcu::kAcross == 1 ? t : h == 0 ? simd::unpackLow(t, t) : simd::unpackHigh(t, t);
+    simd::unroll<Mcu::kAcross>([&](auto h) {
+      const auto repeated = [&](int c) {
+        if constexpr (Mcu::kAcross == 1)
+          return terms[c];
+        else
+          return h == 0 ? simd::unpackLow(terms[c], terms[c]) : simd::unpackHigh(terms[c], terms[c]);
       };
-      const I16 t[3] = {repeated(terms[0]), repeated(terms[1]), repeated(terms[2])};
-      for (int v = 0; v < kDown; ++v) {
+      const I16 t[3] = {repeated(0), repeated(1), repeated(2)};
+      simd::unroll<kDown>([&](auto v) {
         const int x = 8 * h, y = kDown * r + v;
         const I16 ys = loadOctets<kDown>(row(luma, 2, Mcu::luma(x, y)));
         I16 c[4] = {ownValues<F.channel[0], F.offset>(ys, t[0]), ownValues<F.channel[1], F.offset>(ys, t[1]),
@@ -116,13 +119,14 @@ void ownInverseOctets(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep
           c[3] = F.clampBlack ? simd::addSat(ks, shift) : simd::addWrap(ks, shift) & int16_t(0xFF);
         }
         Pixels::store(row(dst, dstStep, y) + x * Pixels::kPixelBytes, kDown * dstStep, c);
-      }
-    }
+      });
+    });
   }
 }
 
+// Out of line, so that its registers don't burden the call of the octets.
 template <class Pixels, class Mcu, const Form& F>
-void ownInversePixels(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
+[[gnu::noinline]] void ownInversePixels(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
   for (int y = 0; y < Mcu::kHeight; ++y)
     for (int x = 0; x < Mcu::kWidth; ++x) {
       const int16_t luma = at(src[0], Mcu::luma(x, y));
