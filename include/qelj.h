@@ -449,11 +449,116 @@ QELJ_API QelStatus qeliDCTQuantInv8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16
 
 /* ------------------------------------------------------------------------------------------------------------
  * Huffman records: tables and coder states
+ *
+ * Tables are built once from the lists of a DHT segment (B.2.4.2): `bits`, 16 bytes, the number of codes of each
+ * length from 1 to 16; `vals`, the symbols in order of increasing code, as many as `bits` adds up to. States carry the
+ * bits between a byte and the next from call to call, so that a scan is coded one block at a time.
+ *
+ *   QelDecodeHuffmanSpec   1644 bytes   a decoder's table        read-only after Init: threads may share it
+ *   QelEncodeHuffmanSpec   1024 bytes   an encoder's table       read-only after Init: threads may share it
+ *   QelDecodeHuffmanState    24 bytes   a decoder's position     one a scan; Init again behind every restart marker
+ *   QelEncodeHuffmanState  1048 bytes   an encoder's position    one a scan; every flush re-initialises it
+ *
+ * ...GetBufSize gives the bytes of a record. ...Init fills a record in the caller's memory, which may stand at any
+ * address and needs no release. ...InitAlloc takes memory from qelcore and fills it; release it with ...Free, which is
+ * the same function for all four kinds, and never pass it a record of your own memory. Copying a record with memcpy is
+ * fine: an encoder that may run out of room copies its state first (see below).
+ *
+ *   qelStatusNullPointer     a pointer is null; in ...InitAlloc also a failed allocation (*spec or *state is then null)
+ *   qelStatusJpegHuffTable   more than 256 codes. Decoder: a code of up to 8 bits lies behind the end of its length's
+ *                            codes (codes that fill their length exactly are accepted). Encoder: the codes of some
+ *                            length reach all ones, which the standard keeps free, or pass it. The record is partly
+ *                            filled and not usable; ...InitAlloc has stored it all the same, and the caller frees it.
+ * An empty table (all `bits` zero) is valid. A symbol listed twice keeps its later code.
  * ------------------------------------------------------------------------------------------------------------ */
+
+typedef struct QelDecodeHuffmanSpec QelDecodeHuffmanSpec;
+typedef struct QelEncodeHuffmanSpec QelEncodeHuffmanSpec;
+typedef struct QelDecodeHuffmanState QelDecodeHuffmanState;
+typedef struct QelEncodeHuffmanState QelEncodeHuffmanState;
+
+QELJ_API QelStatus qeliDecodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size);
+QELJ_API QelStatus qeliDecodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals, QelDecodeHuffmanSpec* spec);
+QELJ_API QelStatus qeliDecodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* bits, const uint8_t* vals, QelDecodeHuffmanSpec** spec);
+QELJ_API QelStatus qeliDecodeHuffmanSpecFree_JPEG_8u(QelDecodeHuffmanSpec* spec);
+
+QELJ_API QelStatus qeliEncodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size);
+QELJ_API QelStatus qeliEncodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals, QelEncodeHuffmanSpec* spec);
+QELJ_API QelStatus qeliEncodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* bits, const uint8_t* vals, QelEncodeHuffmanSpec** spec);
+QELJ_API QelStatus qeliEncodeHuffmanSpecFree_JPEG_8u(QelEncodeHuffmanSpec* spec);
+
+QELJ_API QelStatus qeliDecodeHuffmanStateGetBufSize_JPEG_8u(int32_t* size);
+QELJ_API QelStatus qeliDecodeHuffmanStateInit_JPEG_8u(QelDecodeHuffmanState* state);
+QELJ_API QelStatus qeliDecodeHuffmanStateInitAlloc_JPEG_8u(QelDecodeHuffmanState** state);
+QELJ_API QelStatus qeliDecodeHuffmanStateFree_JPEG_8u(QelDecodeHuffmanState* state);
+
+QELJ_API QelStatus qeliEncodeHuffmanStateGetBufSize_JPEG_8u(int32_t* size);
+QELJ_API QelStatus qeliEncodeHuffmanStateInit_JPEG_8u(QelEncodeHuffmanState* state);
+QELJ_API QelStatus qeliEncodeHuffmanStateInitAlloc_JPEG_8u(QelEncodeHuffmanState** state);
+QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* state);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Baseline block coding
+ *
+ * One 8x8 block of a sequential scan (F.1.2, F.2.2): 64 coefficients in natural order to and from Huffman codes and
+ * value bits, with 0xFF bytes stuffed. *lastDC is the predictor of the component's DC coefficients: the caller sets it
+ * to 0 at the start of a scan and behind every restart marker, where it also initialises the state again. Scan and
+ * frame headers, markers and the order of blocks in an MCU are the caller's.
+ *
+ * THE NORMAL FORMS know the buffer: its length in bytes (srcLen, dstLen) and the byte position in it (*srcPos, *dstPos,
+ * read and updated); bits between two bytes are in the state. They read and write nothing outside the buffer; a
+ * position outside it counts as the end. Bytes of dst between the new position and dstLen keep their values.
+ *
+ * Decoding. *marker is 0 to begin with. Fill bytes (further 0xFF) in front of a marker or stuffed byte are skipped. The
+ * decoder reads up to four bytes ahead into the state; when it meets a marker it stores the code (0xD9 for EOI) in
+ * *marker, leaves *srcPos behind it, and reads no more until the caller clears *marker and initialises the state. The
+ * block is zeroed first; *lastDC and the block are as far as the decoder got if it fails. A run that leads past
+ * coefficient 63 by up to eight positions stores at index 63.
+ *   qelStatusNullPointer        a pointer is null           (checked: src, then srcLen, then the others)
+ *   qelStatusBadArg             srcLen is below 0           (0 is legal)
+ *   qelStatusJpegOutOfBuffer    the source ended where more bits were needed, or right behind a 0xFF
+ *   qelStatusJpegCoeffRange     no code of up to 16 bits matches, or bits were needed behind a marker
+ *   qelStatusJpegBlockOverrun   a run leads to position 72 or beyond
+ * To go on with a longer buffer after qelStatusJpegOutOfBuffer, take back your own copies of state, *srcPos, *lastDC and
+ * *marker from before the call, and decode the block again.
+ *
+ * Encoding. With flush 0 the block is coded. With flush not 0 the segment ends: the last byte is filled with ones
+ * (nothing is stored where no bits are pending), and the state is initialised, whatever the status; src, lastDC and the
+ * tables are ignored and may be null. Any 16-bit coefficient is coded as long as the table has its symbol. A block needs
+ * less than 520 bytes; calls that have this room behind the position run several times as fast.
+ *   qelStatusNullPointer        dst, then dstPos or state, then, with flush 0, src, lastDC, dcTable or acTable is null
+ *   qelStatusBadSize            dstLen is below 1           (checked behind dst)
+ *   qelStatusJpegOutOfBuffer    no room; this includes the zero stuffed behind a 0xFF. The bytes that fit are stored and
+ *                               *lastDC is updated.
+ *   qelStatusJpegHuffTable      a symbol has no code; also for a coefficient of -32768 behind a run of 15 zeros
+ * To go on with a longer buffer after qelStatusJpegOutOfBuffer, take back your own copies of state, *dstPos and *lastDC
+ * from before the call, and code the block again.
+ *
+ * THE DIRECT FORMS have neither length nor state. Nothing bounds them: an encoder's buffer must have room for what is
+ * coded, and a decoder's segment must end in a marker, or with enough bytes for four bytes of read-ahead.
+ *
+ * Direct decoding. *srcBitPos is an offset in bits, of which only the whole bytes count; *bitBuffer and *bitCount, 0 at
+ * the start of a segment, hold what has been read ahead. No byte behind a marker is read.
+ * In front of a marker the Direct form drops what it cannot be sure of: when fewer than 8 bits are left, the block ends
+ * with qelStatusOk, its later coefficients zero and the bits gone. The last block of a segment can lose coefficients
+ * that way, which the normal form decodes: use the normal form for blocks near a marker. A segment without bits gives
+ * qelStatusOk and a block of zeros. Positions from 72 up end the block; nothing is stored outside it.
+ *   qelStatusNullPointer        a pointer is null           (src, srcBitPos; then dst to bitCount; then the tables)
+ *   qelStatusBadArg             *srcBitPos below 0 (checked behind srcBitPos) or *bitCount below 0 (behind bitCount)
+ *   qelStatusJpegCoeffRange     no code of up to 16 bits matches
+ *   qelStatusJpegOutOfBuffer    a value's bits were needed behind a marker
+ *
+ * Direct encoding. *dstBitPos is an offset in bits: the top *dstBitPos & 7 bits of its byte are pending, and so are the
+ * bits of the last byte that the call stores. The caller ends a segment by filling the last byte with ones. Stored bits
+ * are those of the normal form; a symbol without a code adds no bits, and nothing reports it. Nothing behind the last
+ * byte is touched.
+ *   qelStatusNullPointer        a pointer is null
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst, int16_t* lastDC, int32_t* marker, const QelDecodeHuffmanSpec* dcTable, const QelDecodeHuffmanSpec* acTable, QelDecodeHuffmanState* state);
+QELJ_API QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos, int16_t* lastDC, const QelEncodeHuffmanSpec* dcTable, const QelEncodeHuffmanSpec* acTable, QelEncodeHuffmanState* state, int32_t flush);
+QELJ_API QelStatus qeliDecodeHuffman8x8_Direct_JPEG_1u16s_C1(const uint8_t* src, int32_t* srcBitPos, int16_t* dst, int16_t* lastDC, int32_t* marker, uint32_t* bitBuffer, int32_t* bitCount, const QelDecodeHuffmanSpec* dcTable, const QelDecodeHuffmanSpec* acTable);
+QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t* dstBitPos, int16_t* lastDC, const QelEncodeHuffmanSpec* dcTable, const QelEncodeHuffmanSpec* acTable);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Progressive block coding

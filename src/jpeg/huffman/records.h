@@ -1,0 +1,74 @@
+// The four Huffman records and the facts that every entropy coder of JPEG shares: scan order, categories.
+//
+// A record may stand at any address in the caller's memory, so the structures are packed.
+#ifndef QELJ_JPEG_HUFFMAN_RECORDS_H
+#define QELJ_JPEG_HUFFMAN_RECORDS_H
+
+#include <bit>
+#include <cstdint>
+
+#include "qelj.h"
+
+// Decoding by table look-up, and by the search of F.2.2.3 for codes of more than 8 bits.
+struct __attribute__((packed)) QelDecodeHuffmanSpec {
+  uint16_t symbols[256];    // in code order
+  uint32_t lookup[256];     // by the next 8 bits: length << 16 | symbol, or 0 where no short code begins so
+  uint16_t minCode[18];     // by code length, 1 to 16
+  uint16_t maxCode[18];     // 0xFFFF where the length has no code
+  uint16_t valueIndex[18];  // of the length's first code, in `symbols`
+};
+
+struct __attribute__((packed)) QelEncodeHuffmanSpec {
+  uint32_t codes[256];  // by symbol: length << 16 | code, or 0 for a symbol without a code
+};
+
+struct __attribute__((packed)) QelDecodeHuffmanState {
+  uint32_t bitBuffer;     // the next bit is bit bitCount - 1
+  uint32_t stuffFlag;     // always 0
+  int32_t bitCount;       // 0 to 32
+  int32_t eobRun;         // blocks left in the end-of-band run
+  int32_t blockPosition;  // positions handled in the last block; 0 after an error
+  uint32_t unused;
+};
+
+struct __attribute__((packed)) QelEncodeHuffmanState {
+  uint32_t bitBuffer;            // the pending bits, downwards from bit 23
+  uint32_t stuffFlag;            // always 0
+  int32_t bitCount;              // 0 to 7
+  int32_t eobRun;                // blocks in the pending end-of-band run
+  int32_t correctionCount;       // pending correction bits
+  uint8_t correctionBits[1024];  // one a byte
+  uint32_t unused;
+};
+
+static_assert(sizeof(QelDecodeHuffmanSpec) == 1644 && sizeof(QelEncodeHuffmanSpec) == 1024);
+static_assert(sizeof(QelDecodeHuffmanState) == 24 && sizeof(QelEncodeHuffmanState) == 1048);
+
+namespace qelj {
+
+// Natural index of each position of the zig-zag scan (Figure 5). A corrupt stream can run past position 63:
+// eight guard entries still name a place in the block, and behind them stands no place (64).
+inline constexpr int kGuarded = 64 + 8;
+inline constexpr uint8_t kZigzag[kGuarded + 8] = {
+    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,   //
+    12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,  //
+    35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,  //
+    58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63,  //
+    63, 63, 63, 63, 63, 63, 63, 63, 64, 64, 64, 64, 64, 64, 64, 64};
+
+// The category of a value (F.1.2.1): the bit length of its magnitude.
+inline int ownCategory(int32_t value) { return std::bit_width(uint32_t(value < 0 ? -value : value)); }
+
+// The bits that follow a symbol of category `length`: the value, or value - 1 for a negative one.
+inline uint32_t ownValueBits(int32_t value, int length) {
+  return uint32_t(value + (value >> 31)) & ((1u << length) - 1);
+}
+
+// The value that `length` such bits stand for (EXTEND, F.2.2.1).
+inline int32_t ownExtend(int32_t bits, int length) {
+  return bits < (1 << length >> 1) ? bits + 1 - (1 << length) : bits;
+}
+
+}  // namespace qelj
+
+#endif
