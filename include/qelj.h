@@ -577,8 +577,47 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src,
  * ============================================================================================================ */
 
 /* ------------------------------------------------------------------------------------------------------------
- * Component transforms
+ * Component transforms (Annex G)
+ *
+ * Decorrelate three components of equal size, before the wavelet; and the way back. RCT: reversible (G.2).
+ * ICT: irreversible (G.3). The level shift and the limiting to the output range are not included.
+ *   C3P3R  from pixels of three samples to three planes;  P3C3R  back;  P3IR  three planes in place.
+ * The components are red, green, blue on the one side and Y, Cb, Cr (RCT: Y, U, V) on the other, in this order.
+ * size.width pixels a row, size.height rows; the one step of a planar side belongs to all three planes.
+ *
+ *   RCT        Y = (R + 2G + B) >> 2, U = B - G, V = R - G;  G = Y - ((U + V) >> 2), R = V + G, B = U + G. Forward,
+ *              then inverse, gives back any data whose differences fit the sample type. 32s: sums wrap.
+ *              16s: sums are formed in 32 bits and results cut to 16.
+ *   ICT, 32f   single precision, products first, then the sums from left to right; no fused multiply-add.
+ *              Y = 0.299 R + 0.587 G + 0.114 B, Cb = -0.16875 R - 0.33126 G + 0.5 B,
+ *              Cr = 0.5 R - 0.41869 G - 0.08131 B;  R = 1.402 Cr + Y, G = (-0.34413 Cb - 0.71414 Cr) + Y,
+ *              B = 1.772 Cb + Y.
+ *   ICT, 32s   the same with coefficients of 14 fractional bits and rounding, in 32 bits that wrap: results are
+ *              right while |sample| stays below 2^16.
+ *   ICT, 16s   results saturate. Forward, Cb and Cr are scaled differences B - Y and R - Y, which are cut to 16
+ *              bits before the scaling: keep |sample| below 2^14, or a far difference folds over.
+ *
+ * Checked in this order: every pointer and plane pointer (qelStatusNullPointer), steps (qelStatusBadStep), size
+ * (qelStatusBadSize). None of these functions forks.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliRCTFwd_JPEG2K_16s_C3P3R(const int16_t* src, int32_t srcStep, int16_t* const dst[3], int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTFwd_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliRCTFwd_JPEG2K_32s_C3P3R(const int32_t* src, int32_t srcStep, int32_t* const dst[3], int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTFwd_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliRCTInv_JPEG2K_16s_P3C3R(const int16_t* const src[3], int32_t srcStep, int16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTInv_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliRCTInv_JPEG2K_32s_P3C3R(const int32_t* const src[3], int32_t srcStep, int32_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTInv_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
+
+QELJ_API QelStatus qeliICTFwd_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliICTFwd_JPEG2K_32f_C3P3R(const float* src, int32_t srcStep, float* const dst[3], int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliICTFwd_JPEG2K_32f_P3IR(float* const srcDst[3], int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliICTFwd_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliICTInv_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliICTInv_JPEG2K_32f_P3C3R(const float* const src[3], int32_t srcStep, float* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliICTInv_JPEG2K_32f_P3IR(float* const srcDst[3], int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliICTInv_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Reversible 5/3 wavelet: rows and columns
@@ -589,8 +628,84 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src,
  * ------------------------------------------------------------------------------------------------------------ */
 
 /* ------------------------------------------------------------------------------------------------------------
- * Whole-tile wavelets
+ * Whole-tile wavelets (F.3.2, F.4.2)
+ *
+ * One level of the two-dimensional wavelet over a tile-component or resolution level, with the symmetric extension
+ * done inside. Forward: columns, then rows. Inverse: rows, then columns. B53: the reversible 5/3 filter. D97: the
+ * irreversible 9/7 filter. Call them once a level, each time on the low-low quadrant of the level before.
+ *
+ * Tile.     tile->width samples a row, tile->height rows. tile->x and tile->y are the coordinates of the first
+ *   sample in its level; only their lowest bits px and py count, also of negative ones. A sample at an even
+ *   coordinate is a low-pass position, at an odd one a high-pass position: a line of n samples has
+ *   (n + 1 - p) >> 1 low and n - that many high ones.
+ * Layout.   C1IR: the tile is transformed in place. In the transformed tile the low samples of each line come
+ *   first: low-low at the top left, high-pass across at the top right, high-pass down at the bottom left.
+ *   C1R: image and bands are apart. The four planes and their steps are, in this order: low both ways; low across
+ *   and high down; high across and low down; high both ways. With w and h the tile's width and height their sizes
+ *   are (w + 1) / 2 or w / 2 columns (low, high across) and (h + 1) / 2 or h / 2 rows (low, high down), whatever
+ *   px and py: the transformed tile is cut there also when an odd origin with an odd length makes the low band one
+ *   line shorter, so that plane 0 then holds a high-pass line last. The inverse joins them in the same way. For
+ *   such tiles C1IR gives the bands of the standard. A plane whose size is empty is not accessed, though its
+ *   pointer must not be null.
+ * Buffer.   A work buffer of at least the size that qeliWTGetBufSize_* of the same filter, type and layout reports
+ *   for the tile; any alignment; its contents mean nothing before and after the call. It must not be null even
+ *   where the size is 0; then it is not touched. The size functions check tile, then size (qelStatusNullPointer),
+ *   and compute with any width and height, wrapping at 32 bits.
+ *
+ * Arithmetic.
+ *   B53, 32s  sums wrap at 32 bits.     B53, 16s  each step in 32 bits, its result cut to 16.
+ *   D97, 16s  fixed point with 14 fractional bits, each result cut to 16; nothing saturates. The filter gains up
+ *             to a bit or two: leave headroom.
+ *   D97, 32s  single precision inside. Results of each direction are cut towards zero to integers and saturate;
+ *             the sum of two input samples wraps before it is converted. Scale samples up by some fractional bits
+ *             before the first level to keep precision.
+ *   A line of one sample stays at an even coordinate. At an odd one it is doubled, wrapping, and the inverse
+ *   halves it towards zero.
+ *
+ * These functions are exact in their own right and don't go through the row and column functions above: B53 gives
+ * the same values as those, D97 close but not equal ones. They allocate nothing and don't fork. Image rows must not
+ * overlap one another, nor the planes, nor the buffer.
+ *
+ * C1IR checks, in this order: srcDst (qelStatusNullPointer), srcDstStep (qelStatusBadStep), tile, buffer
+ * (qelStatusNullPointer). A width or height below 1 is not an error there: nothing is done.
+ * C1R checks, in this order: the image, both arrays, tile, buffer (qelStatusNullPointer), the image's step
+ * (qelStatusBadStep), the four planes (qelStatusNullPointer), their four steps (qelStatusBadStep), width and height
+ * (qelStatusBadSize).
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_16s_C1IR(const QelRect* tile, int32_t* size);
+QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_32s_C1IR(const QelRect* tile, int32_t* size);
+QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_16s_C1R(const QelRect* tile, int32_t* size);
+QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, const QelRect* tile,
+    int16_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_16s_C1R(const int16_t* const src[4], const int32_t srcStep[4],
+    int16_t* dst, int32_t dstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_32s_C1R(const QelRect* tile, int32_t* size);
+QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, const QelRect* tile,
+    int32_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_32s_C1R(const int32_t* const src[4], const int32_t srcStep[4],
+    int32_t* dst, int32_t dstStep, const QelRect* tile, uint8_t* buffer);
+
+QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_16s_C1IR(const QelRect* tile, int32_t* size);
+QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_32s_C1IR(const QelRect* tile, int32_t* size);
+QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_16s_C1R(const QelRect* tile, int32_t* size);
+QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, const QelRect* tile,
+    int16_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_16s_C1R(const int16_t* const src[4], const int32_t srcStep[4],
+    int16_t* dst, int32_t dstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_32s_C1R(const QelRect* tile, int32_t* size);
+QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, const QelRect* tile,
+    int32_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1R(const int32_t* const src[4], const int32_t srcStep[4],
+    int32_t* dst, int32_t dstStep, const QelRect* tile, uint8_t* buffer);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Code-block encoder

@@ -648,23 +648,25 @@ struct Planes4 {
 };
 
 namespace detail {
-// Bytes of channel `channel` within 16-byte part `part` of 48 bytes of three-byte pixels, and the inverse map.
+// Bytes of channel `channel` within 16-byte part `part` of 48 bytes of three-channel pixels, and the inverse map.
 struct Shuffle3 {
-  uint8_t split[3][3][16];  // [channel][part]: which byte of the part each pixel's sample is, or 0x80
-  uint8_t merge[3][3][16];  // [part][channel]: which pixel's sample each byte of the part is, or 0x80
+  uint8_t split[3][3][16];  // [channel][part]: which byte of the part each byte of the channel is, or 0x80
+  uint8_t merge[3][3][16];  // [part][channel]: which byte of the channel each byte of the part is, or 0x80
 };
-constexpr Shuffle3 makeShuffle3() {
+constexpr Shuffle3 makeShuffle3(int sampleBytes) {
   Shuffle3 s{};
   for (int c = 0; c < 3; ++c)
     for (int part = 0; part < 3; ++part)
       for (int i = 0; i < 16; ++i) {
-        const int from = 3 * i + c - 16 * part, byte = 16 * part + i;
+        const int from = (3 * (i / sampleBytes) + c) * sampleBytes + i % sampleBytes - 16 * part;
+        const int sample = (16 * part + i) / sampleBytes, byte = (16 * part + i) % sampleBytes;
         s.split[c][part][i] = uint8_t(from >= 0 && from < 16 ? from : 0x80);
-        s.merge[part][c][i] = uint8_t(byte % 3 == c ? byte / 3 : 0x80);
+        s.merge[part][c][i] = uint8_t(sample % 3 == c ? sample / 3 * sampleBytes + byte : 0x80);
       }
   return s;
 }
-inline constexpr Shuffle3 kShuffle3 = makeShuffle3();
+template <class T>
+inline constexpr Shuffle3 kShuffle3 = makeShuffle3(int(sizeof(T)));
 
 // Three vectors whose block b holds bytes 16p..16p+15 (p = 0, 1, 2) of the b-th 48 bytes.
 inline Planes3 loadParts3(const uint8_t* p) {
@@ -685,23 +687,35 @@ inline void storeParts3(uint8_t* p, Planes3 v) {
 }
 }  // namespace detail
 
-QELJ_INLINE Planes3 loadPixels3(const uint8_t* p) {
-  const Planes3 parts = detail::loadParts3(p);
-  const auto channel = [&](int c) {
-    const auto& s = detail::kShuffle3.split[c];
-    return shuffleBytes(parts.c0, blockPattern(s[0])) | shuffleBytes(parts.c1, blockPattern(s[1])) |
-           shuffleBytes(parts.c2, blockPattern(s[2]));
+// kLanes<V> pixels of three samples each, as one vector a channel.
+template <class V>
+struct Triples {
+  V c0, c1, c2;
+};
+template <class V>
+QELJ_INLINE Triples<V> loadTriples(const void* p) {
+  const Planes3 parts = detail::loadParts3(static_cast<const uint8_t*>(p));
+  const auto channel = [&](int c) QELJ_INLINE_LAMBDA {
+    const auto& s = detail::kShuffle3<Lane<V>>.split[c];
+    return (V)(shuffleBytes(parts.c0, blockPattern(s[0])) | shuffleBytes(parts.c1, blockPattern(s[1])) |
+               shuffleBytes(parts.c2, blockPattern(s[2])));
   };
   return {channel(0), channel(1), channel(2)};
 }
-QELJ_INLINE void storePixels3(uint8_t* p, Planes3 v) {
-  const auto part = [&](int i) {
-    const auto& s = detail::kShuffle3.merge[i];
-    return shuffleBytes(v.c0, blockPattern(s[0])) | shuffleBytes(v.c1, blockPattern(s[1])) |
-           shuffleBytes(v.c2, blockPattern(s[2]));
+template <class V>
+QELJ_INLINE void storeTriples(void* p, Triples<V> v) {
+  const auto part = [&](int i) QELJ_INLINE_LAMBDA {
+    const auto& s = detail::kShuffle3<Lane<V>>.merge[i];
+    return shuffleBytes((U8)v.c0, blockPattern(s[0])) | shuffleBytes((U8)v.c1, blockPattern(s[1])) |
+           shuffleBytes((U8)v.c2, blockPattern(s[2]));
   };
-  detail::storeParts3(p, {part(0), part(1), part(2)});
+  detail::storeParts3(static_cast<uint8_t*>(p), {part(0), part(1), part(2)});
 }
+QELJ_INLINE Planes3 loadPixels3(const uint8_t* p) {
+  const auto v = loadTriples<U8>(p);
+  return {v.c0, v.c1, v.c2};
+}
+QELJ_INLINE void storePixels3(uint8_t* p, Planes3 v) { storeTriples<U8>(p, {v.c0, v.c1, v.c2}); }
 QELJ_INLINE Planes4 loadPixels4(const uint8_t* p) {
   // Part i: four pixels of each block, as four bytes of each channel.
   const auto part = [p](int i) QELJ_INLINE_LAMBDA {
