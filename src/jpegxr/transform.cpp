@@ -1,0 +1,384 @@
+// The photo core transform (ITU-T T.832, 9.9.7): the reversible transform of 4x4 blocks, in place.
+#include <algorithm>
+
+#include "frame/arith.h"
+#include "frame/check.h"
+#include "frame/fronts.h"
+#include "frame/simd.h"
+
+namespace qelj {
+namespace {
+
+// One sample, or one vector with a sample of many blocks. Integers wrap in the width of the sample at every
+// step, which is what keeps the lifting reversible over the full range; floats round at every step.
+template <class V>
+struct Value {
+  V v;
+
+  static constexpr bool kScalar = std::is_arithmetic_v<V>;
+  static constexpr bool kFloat = [] {
+    if constexpr (kScalar)
+      return std::is_floating_point_v<V>;
+    else
+      return std::is_floating_point_v<simd::Lane<V>>;
+  }();
+
+  friend Value operator+(Value a, Value b) {
+    if constexpr (kFloat)
+      return {a.v + b.v};
+    else if constexpr (kScalar)
+      return {addWrap<V>(a.v, b.v)};
+    else
+      return {simd::addWrap(a.v, b.v)};
+  }
+  friend Value operator-(Value a, Value b) {
+    if constexpr (kFloat)
+      return {a.v - b.v};
+    else if constexpr (kScalar)
+      return {subWrap<V>(a.v, b.v)};
+    else
+      return {simd::subWrap(a.v, b.v)};
+  }
+  friend Value operator-(Value a) {
+    if constexpr (kFloat)
+      return {-a.v};
+    else
+      return Value{V{}} - a;
+  }
+  friend Value plusConstant(Value a, int n) {
+    if constexpr (kScalar)
+      return a + Value{V(n)};
+    else
+      return a + Value{simd::splat<V>(simd::Lane<V>(n))};
+  }
+};
+
+// (x + rounding) >> 1, (3x + rounding) >> 3, (3x + 3) >> 2. In float there is no rounding term, and each is
+// one multiplication.
+template <class V>
+inline Value<V> half(Value<V> x, int rounding) {
+  if constexpr (Value<V>::kFloat)
+    return {x.v * 0.5f};
+  else
+    return {V((rounding ? plusConstant(x, rounding) : x).v >> 1)};
+}
+template <class V>
+inline Value<V> threeEighths(Value<V> x, int rounding) {
+  if constexpr (Value<V>::kFloat)
+    return {x.v * 0.375f};
+  else
+    return {V(plusConstant(x + x + x, rounding).v >> 3)};
+}
+template <class V>
+inline Value<V> threeQuarters(Value<V> x) {
+  if constexpr (Value<V>::kFloat)
+    return {x.v * 0.75f};
+  else
+    return {V(plusConstant(x + x + x, 3).v >> 2)};
+}
+
+// --- the lifting operations, in place
+// --------------------------------------------------------------------------
+
+// Its own inverse. The last difference is t - c; in float it keeps the form that rounds twice.
+template <class V>
+inline void butterfly(Value<V>& a, Value<V>& b, Value<V>& c, Value<V>& d, int rounding) {
+  const auto s = a + d, u = b - c;
+  const auto t = half(s - u, rounding);
+  const auto c1 = t - d;
+  d = (c1 + d) - c;
+  c = c1;
+  a = s - d;
+  b = u + c;
+}
+
+template <class V>
+inline void oddRotation(Value<V>& a, Value<V>& b, Value<V>& c, Value<V>& d) {
+  b = b - c;
+  a = a + d;
+  c = c + half(b, 1);
+  d = half(a, 1) - d;
+  b = b - threeEighths(a, 4);
+  a = a + threeEighths(b, 4);
+  d = d - threeEighths(c, 4);
+  c = c + threeEighths(d, 4);
+  d = d + half(b, 0);
+  c = c - half(a, 1);
+  b = b - d;
+  a = a + c;
+}
+
+template <class V>
+inline void oddRotationInv(Value<V>& a, Value<V>& b, Value<V>& c, Value<V>& d) {
+  b = b + d;
+  a = a - c;
+  d = d - half(b, 0);
+  c = c + half(a, 1);
+  a = a - threeEighths(b, 4);
+  b = b + threeEighths(a, 4);
+  c = c - threeEighths(d, 4);
+  d = d + threeEighths(c, 4);
+  c = c - half(b, 1);
+  d = half(a, 1) - d;
+  b = b + c;
+  a = a - d;
+}
+
+template <class V>
+inline void oddOddRotation(Value<V>& p, Value<V>& q, Value<V>& r, Value<V>& s) {
+  const auto v = p + q, h1 = half(v, 0);
+  const auto w = s - r, h2 = half(w, 0);
+  auto m = q - h1, n = h2 - s;
+  m = m + threeEighths(n, 4);
+  n = n - threeQuarters(m);
+  m = m + threeEighths(n, 3);
+  p = m + h1;
+  q = n - h2;
+  r = q + w;
+  s = v - p;
+}
+
+// The three rotation steps run backwards with the roundings of their forward partners.
+template <class V>
+inline void oddOddRotationInv(Value<V>& e, Value<V>& f, Value<V>& g, Value<V>& h) {
+  const auto v = h + e, h1 = half(v, 0);
+  const auto w = g - f, h2 = half(w, 0);
+  auto m = e - h1, n = f + h2;
+  m = m - threeEighths(n, 3);
+  n = n + threeQuarters(m);
+  m = m - threeEighths(n, 4);
+  e = m + h1;
+  f = v - e;
+  g = n - h2;
+  h = w + g;
+}
+
+// --- the transform of a block, or of one block a lane: x[row][column]
+// --------------------------------------------
+
+struct Forward {
+  template <class V>
+  static void block(Value<V> (&x)[4][4]) {
+    butterfly(x[0][0], x[0][3], x[3][0], x[3][3], 0);
+    butterfly(x[1][1], x[1][2], x[2][1], x[2][2], 0);
+    butterfly(x[0][1], x[0][2], x[3][1], x[3][2], 0);
+    butterfly(x[1][0], x[1][3], x[2][0], x[2][3], 0);
+    // Every butterfly left its four results, low to high, at its own four corners.
+    auto aP = x[0][0], bP = x[0][3], cP = x[3][0], dP = x[3][3];
+    auto aQ = x[1][1], bQ = x[1][2], cQ = x[2][1], dQ = x[2][2];
+    auto aR = x[0][1], bR = x[0][2], cR = x[3][1], dR = x[3][2];
+    auto aS = x[1][0], bS = x[1][3], cS = x[2][0], dS = x[2][3];
+    butterfly(aP, aR, aS, aQ, 1);
+    oddRotation(bR, bP, bQ, bS);
+    oddRotation(cS, cP, cQ, cR);
+    oddOddRotation(dP, dQ, dR, dS);
+    x[0][0] = aP, x[0][1] = aR, x[1][0] = aS, x[1][1] = aQ;
+    x[0][2] = bR, x[0][3] = bP, x[1][2] = bQ, x[1][3] = bS;
+    x[2][0] = cS, x[3][0] = cP, x[2][1] = cQ, x[3][1] = cR;
+    x[2][2] = dP, x[2][3] = dQ, x[3][2] = dR, x[3][3] = dS;
+  }
+};
+
+struct Inverse {
+  template <class V>
+  static void block(Value<V> (&y)[4][4]) {
+    butterfly(y[0][0], y[0][1], y[1][0], y[1][1], 1);
+    oddRotationInv(y[0][2], y[0][3], y[1][2], y[1][3]);
+    oddRotationInv(y[2][0], y[3][0], y[2][1], y[3][1]);
+    oddOddRotationInv(y[2][2], y[2][3], y[3][2], y[3][3]);
+    auto a = y[0][0], b = y[0][1], c = y[1][0], d = y[1][1];
+    auto a1 = y[0][2], b1 = y[0][3], c1 = y[1][2], d1 = y[1][3];
+    auto a2 = y[2][0], b2 = y[3][0], c2 = y[2][1], d2 = y[3][1];
+    auto e1 = y[2][2], e2 = y[2][3], e3 = -y[3][2], e4 = -y[3][3];
+    butterfly(a, b1, b2, e2, 0);
+    butterfly(b, a1, d2, e4, 0);
+    butterfly(c, d1, a2, e3, 0);
+    butterfly(d, c1, c2, e1, 0);
+    y[0][0] = a, y[0][3] = b1, y[3][0] = b2, y[3][3] = e2;
+    y[0][1] = b, y[0][2] = a1, y[3][1] = d2, y[3][2] = e4;
+    y[1][0] = c, y[1][3] = d1, y[2][0] = a2, y[2][3] = e3;
+    y[1][1] = d, y[1][2] = c1, y[2][1] = c2, y[2][2] = e1;
+  }
+};
+
+// --- many blocks at once
+// ------------------------------------------------------------------------------------------
+
+// Transposes the 4x4 squares that four vectors of four-sample groups make: behind it vector c holds sample c
+// of every group. Its own inverse.
+template <class V>
+inline void transposeSquares(V (&v)[4]) {
+  using simd::unpackHigh, simd::unpackLow, simd::as;
+  if constexpr (sizeof(simd::Lane<V>) == 2) {
+    const auto a = as<uint32_t>(unpackLow(v[0], v[1])), b = as<uint32_t>(unpackHigh(v[0], v[1]));
+    const auto c = as<uint32_t>(unpackLow(v[2], v[3])), d = as<uint32_t>(unpackHigh(v[2], v[3]));
+    const auto ac01 = as<uint64_t>(unpackLow(a, c)), ac23 = as<uint64_t>(unpackHigh(a, c));
+    const auto bd01 = as<uint64_t>(unpackLow(b, d)), bd23 = as<uint64_t>(unpackHigh(b, d));
+    v[0] = (V)unpackLow(ac01, bd01), v[1] = (V)unpackHigh(ac01, bd01);
+    v[2] = (V)unpackLow(ac23, bd23), v[3] = (V)unpackHigh(ac23, bd23);
+  } else {
+    const auto ab01 = as<uint64_t>(unpackLow(v[0], v[1])), ab23 = as<uint64_t>(unpackHigh(v[0], v[1]));
+    const auto cd01 = as<uint64_t>(unpackLow(v[2], v[3])), cd23 = as<uint64_t>(unpackHigh(v[2], v[3]));
+    v[0] = (V)unpackLow(ab01, cd01), v[1] = (V)unpackHigh(ab01, cd01);
+    v[2] = (V)unpackLow(ab23, cd23), v[3] = (V)unpackHigh(ab23, cd23);
+  }
+}
+
+// The blocks in a column of four cells, each a vector wide and four rows high. Where the region has fewer
+// cells, the last one stands for those that lack: it is transformed more than once, to the same values.
+template <class Direction, class V, class T>
+inline void ownCells(T* column, ptrdiff_t step, int cells) {
+  T* cell[4];
+  for (int k = 0; k < 4; ++k) cell[k] = row(column, step, 4 * (k < cells ? k : cells - 1));
+  Value<V> x[4][4];
+  for (int r = 0; r < 4; ++r) {
+    V v[4];
+    for (int k = 0; k < 4; ++k) v[k] = simd::load<V>(row(cell[k], step, r));
+    transposeSquares(v);
+    for (int c = 0; c < 4; ++c) x[r][c].v = v[c];
+  }
+  Direction::block(x);
+  for (int r = 0; r < 4; ++r) {
+    V v[4] = {x[r][0].v, x[r][1].v, x[r][2].v, x[r][3].v};
+    transposeSquares(v);
+    for (int k = 0; k < 4; ++k) simd::store(row(cell[k], step, r), v[k]);
+  }
+}
+
+template <class Direction, class T>
+inline void ownBlock(T* block, ptrdiff_t step) {
+  Value<T> x[4][4];
+  for (int r = 0; r < 4; ++r)
+    for (int c = 0; c < 4; ++c) x[r][c].v = at(row(block, step, r), c);
+  Direction::block(x);
+  for (int r = 0; r < 4; ++r)
+    for (int c = 0; c < 4; ++c) put(row(block, step, r), c, x[r][c].v);
+}
+
+// Bands of up to four rows of blocks, each in cells as wide as they fit. The float transform takes blocks in
+// pairs and leaves a single last column of blocks as it is.
+template <class Direction, class T>
+void ownPCT(T* srcDst, ptrdiff_t step, ptrdiff_t width, ptrdiff_t height) {
+  constexpr ptrdiff_t kSample = sizeof(T);
+  if constexpr (std::is_floating_point_v<T>) width &= ~ptrdiff_t(7);
+  for (ptrdiff_t y = 0; y < height; y += 16) {
+    T* const band = row(srcDst, step, y);
+    const int cells = int(std::min<ptrdiff_t>(height - y, 16) / 4);
+    ptrdiff_t x = 0;
+    const auto strip = [&](auto vector) {
+      using V = decltype(vector);
+      for (constexpr ptrdiff_t n = simd::kLanes<V>; x + n <= width; x += n)
+        ownCells<Direction, V>(row(band, kSample, x), step, cells);
+    };
+    if constexpr (simd::kEnabled) {
+      if constexpr (simd::kBytes > 16) strip(simd::Vec<T>{});
+      strip(simd::Vec<T, 16>{});
+    }
+    for (; x < width; x += 4)
+      for (int k = 0; k < cells; ++k) ownBlock<Direction>(row(row(band, step, 4 * k), kSample, x), step);
+  }
+}
+
+// --- fronts
+// --------------------------------------------------------------------------------------------------------
+
+// The step counts as unsigned: a negative one passes, and the rows go upwards.
+template <class T>
+QelStatus rowFits(int32_t srcDstStep, int32_t width) {
+  return require(uint64_t(uint32_t(srcDstStep)) >= uint64_t(width) * sizeof(T), qelStatusBadStep);
+}
+
+template <class Direction, class T>
+QelStatus pct(T* srcDst, int32_t srcDstStep, QelSize size) {
+  if (auto s = check(nonNull(srcDst), area(size), rowFits<T>(srcDstStep, size.width),
+                     require(size.width % 4 == 0 && size.height % 4 == 0, qelStatusBadSize));
+      s)
+    return s;
+  ownPCT<Direction>(srcDst, srcDstStep, size.width, size.height);
+  return qelStatusOk;
+}
+
+template <class Direction, int width, int height, class T>
+QelStatus pct(T* srcDst, int32_t srcDstStep) {
+  if (auto s = check(nonNull(srcDst), rowFits<T>(srcDstStep, width)); s) return s;
+  ownPCT<Direction>(srcDst, srcDstStep, width, height);
+  return qelStatusOk;
+}
+
+}  // namespace
+
+QelStatus qeliPCTFwd_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, QelSize size) {
+  return pct<Forward>(srcDst, srcDstStep, size);
+}
+QelStatus qeliPCTFwd_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, QelSize size) {
+  return pct<Forward>(srcDst, srcDstStep, size);
+}
+QelStatus qeliPCTFwd_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep, QelSize size) {
+  return pct<Forward>(srcDst, srcDstStep, size);
+}
+QelStatus qeliPCTFwd16x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
+  return pct<Forward, 16, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTFwd16x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
+  return pct<Forward, 16, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTFwd16x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
+  return pct<Forward, 16, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTFwd8x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
+  return pct<Forward, 8, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTFwd8x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
+  return pct<Forward, 8, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTFwd8x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
+  return pct<Forward, 8, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTFwd8x8_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
+  return pct<Forward, 8, 8>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTFwd8x8_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
+  return pct<Forward, 8, 8>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTFwd8x8_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
+  return pct<Forward, 8, 8>(srcDst, srcDstStep);
+}
+
+QelStatus qeliPCTInv_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, QelSize size) {
+  return pct<Inverse>(srcDst, srcDstStep, size);
+}
+QelStatus qeliPCTInv_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, QelSize size) {
+  return pct<Inverse>(srcDst, srcDstStep, size);
+}
+QelStatus qeliPCTInv_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep, QelSize size) {
+  return pct<Inverse>(srcDst, srcDstStep, size);
+}
+QelStatus qeliPCTInv16x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
+  return pct<Inverse, 16, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTInv16x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
+  return pct<Inverse, 16, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTInv16x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
+  return pct<Inverse, 16, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTInv8x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
+  return pct<Inverse, 8, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTInv8x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
+  return pct<Inverse, 8, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTInv8x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
+  return pct<Inverse, 8, 16>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTInv8x8_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
+  return pct<Inverse, 8, 8>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTInv8x8_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
+  return pct<Inverse, 8, 8>(srcDst, srcDstStep);
+}
+QelStatus qeliPCTInv8x8_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
+  return pct<Inverse, 8, 8>(srcDst, srcDstStep);
+}
+
+}  // namespace qelj
