@@ -727,21 +727,208 @@ QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1R(const int32_t* const src[4], con
  * Photo core transform
  * ------------------------------------------------------------------------------------------------------------ */
 
+/* The reversible transform of 4x4 blocks (T.832, 9.9.7), in place: every aligned 4x4 block of the region by itself.
+ * No overlap filter, and no coefficient leaves its block; a macroblock's second transform over the DC values is a
+ * further call on the gathered values.
+ *   behind Fwd   row 0, column 0   the block's DC: its sum over 4, up to rounding; a flat block of v gives 4v
+ *                (0,1) (1,0) (1,1) the rest of the low-pass butterfly
+ *                (0,2) (0,3) (1,2) (1,3) and (2,0) (2,1) (3,0) (3,1)   the two odd rotations
+ *                (2,2) (2,3) (3,2) (3,3)   the odd-odd rotation
+ *   16s, 32s     every step wraps in the width of the sample, and Inv undoes Fwd to the bit for every input
+ *   32f          each step is rounded to single precision, without fused operations; not lossless
+ *   16x16, 8x16, 8x8   the region's width and height are part of the name
+ *   size         width and height in samples, multiples of 4. The 32f functions transform blocks in pairs: with a
+ *                width that is no multiple of 8, the last four columns stay as they are
+ *   srcDstStep   bytes, compared as unsigned: a negative step passes, and the rows then go upwards
+ * qelStatusNullPointer; qelStatusBadSize (a side below 1); qelStatusBadStep (below the bytes of a row);
+ * qelStatusBadSize (a side that is no multiple of 4). Fixed sizes: qelStatusNullPointer, qelStatusBadStep. */
+QELJ_API QelStatus qeliPCTFwd_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliPCTFwd_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliPCTFwd_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliPCTFwd16x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTFwd16x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTFwd16x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTFwd8x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTFwd8x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTFwd8x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTFwd8x8_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTFwd8x8_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTFwd8x8_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTInv_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliPCTInv_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliPCTInv_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep, QelSize size);
+QELJ_API QelStatus qeliPCTInv16x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTInv16x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTInv16x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTInv8x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTInv8x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTInv8x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTInv8x8_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTInv8x8_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep);
+QELJ_API QelStatus qeliPCTInv8x8_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep);
+
 /* ------------------------------------------------------------------------------------------------------------
  * Adaptive VLC state and scan
  * ------------------------------------------------------------------------------------------------------------ */
+
+/* The record that the coefficient coders adapt (T.832, 8.8): the code table in use for each of 21 classes of symbols
+ * with its discriminants, and three scans, whose places move with the coefficients seen. An encoder and a decoder
+ * stay in step when they make the same calls on the same data.
+ *
+ * The record lies in the caller's memory, at any address, and owns nothing. It points into itself: a copy at another
+ * address needs ScanSet before its first use. One record serves one thread at a time.
+ *
+ * Order of calls: GetStateSize, Init, ScanReset of all three scans; then, as the image goes, ScanSet and the coders,
+ * Adapt at the moments that T.832 prescribes, ScanReset where it restarts the counts. Nothing adapts on its own. */
+typedef struct VLCState VLCState;
+
+/* The record's size in bytes. qelStatusNullPointer. */
+QELJ_API QelStatus qeliVLCGetStateSize_JPEGXR(int32_t* stateSize);
+
+/* Start tables, discriminants at 0, the scans in their initial orders, scan 2 in use. The memory may hold anything.
+ * The counts of the scans are not set: ScanReset must follow for each scan. qelStatusNullPointer. */
+QELJ_API QelStatus qeliVLCInit_JPEGXR(VLCState* state);
+
+/* Chooses the code tables of a group anew by its discriminants: group 0 the low-pass classes, 1 the high-pass classes.
+ * qelStatusNullPointer, then qelStatusOutOfRange (another group). */
+QELJ_API QelStatus qeliVLCAdapt_JPEGXR(VLCState* state, int32_t group);
+
+/* ScanReset sets the counts of scan 0, 1 or 2 to their start values and leaves its order as it is. ScanSet makes a scan
+ * the one that the block coders use: 0 horizontal and 1 vertical high-pass, 2 low-pass.
+ * qelStatusNullPointer, then qelStatusOutOfRange (another index). */
+QELJ_API QelStatus qeliVLCScanReset_JPEGXR(VLCState* state, int32_t scanIndex);
+QELJ_API QelStatus qeliVLCScanSet_JPEGXR(VLCState* state, uint32_t scanIndex);
+
+/* Walks a DC block along scan 2, which becomes the scan in use and is sorted on the way, and splits `modelBits` low
+ * bits (0 to 15) off each coefficient.
+ *   src         16 coefficients by position (position p stands at column 0 1 0 1 3 2 3 2 0 1 0 1 3 2 3 2 and row
+ *               0 0 1 1 0 0 1 1 3 3 2 2 3 3 2 2 of a block); position 0, the DC, is not coded
+ *   residual    16 values by position; position 0 is not written, and nothing is with modelBits 0. The low bits of a
+ *               coefficient with a level give 2 * bits; one without gives 4 * magnitude + 2 * (negative) + 1, or 0
+ *   runLevel    room for 15 pairs (run of places without a level, signed level); only the pairs found are written
+ *   pairCount   their number
+ * Arrays need no alignment. qelStatusNullPointer, then qelStatusOutOfRange (modelBits above 15). */
+QELJ_API QelStatus qeliVLCScan4x4DC_JPEGXR_32s(const int32_t* src, uint32_t modelBits, uint32_t* residual,
+                                               int32_t* runLevel, int32_t* pairCount, VLCState* state);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Block coefficient coding
  * ------------------------------------------------------------------------------------------------------------ */
 
+/* The fifteen AC coefficients of a 4x4 block (T.832, 8.7), in the layout of the photo core transform and along the scan
+ * in use. The DC at row 0, column 0 is neither coded nor written.
+ *
+ * Bit position, for these and the following families: three values that the caller keeps between calls.
+ *   stream      the next byte to write or read; the stream is big-endian in units of 16 bits
+ *   bitBuffer   the bits held, left-aligned; those below bitCount must be 0, and are on return
+ *   bitCount    how many are held, 0 to 32
+ * An encoder stores two bytes whenever more than 16 bits are held, a decoder fetches two whenever fewer than 16 are;
+ * both do so on entry as well. The three values on return depend on nothing but the number of bits coded. Nothing is
+ * flushed, and neither side knows the end of its buffer: the caller flushes the last bits, gives an encoder room, and
+ * gives a decoder a readable margin. A decoder has read nothing at or behind the `stream` that it returns.
+ * One block takes at most 64 bytes to encode in the 16s forms and 104 in the 32s forms.
+ *
+ *   chroma      0 luma, else chroma: which classes of symbols are used
+ *   modelBits   0 to 15, the low bits of each magnitude that are not coded here
+ *   pairCount   out: coefficients coded. With none, no bit is written
+ *   scale       the decoder multiplies by it; the product wraps to the sample's width
+ *   count       out: coefficients decoded, or 16 when the stream sent one behind the end of the block, at which the
+ *               decoder stops. That is the only sign of a corrupt stream; the samples before it are in place
+ *   step        bytes, not tested: rows may lie anywhere
+ * Flex forms also give what modelBits splits off, less its `trimBits` lowest bits (0 to 15, may exceed modelBits), as
+ * 16 values by position for the fixed-length encoder, in the forms told at qeliVLCScan4x4DC_JPEGXR_32s. All but
+ * position 0 are written, whatever modelBits is.
+ * The decoders clear the fifteen samples first. Magnitudes above 2^30 + 1 behind modelBits can't be coded: their
+ * length field is cut.
+ * qelStatusNullPointer (also for a null byte pointer in `stream`), then qelStatusOutOfRange (bitCount below 0 or above
+ * 32, modelBits or trimBits above 15). */
+QELJ_API QelStatus qeliVLCEncode4x4_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma,
+                                                     uint32_t modelBits, uint8_t** stream, uint32_t* bitBuffer,
+                                                     int32_t* bitCount, int32_t* pairCount, VLCState* state);
+QELJ_API QelStatus qeliVLCEncode4x4_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma,
+                                                     uint32_t modelBits, uint8_t** stream, uint32_t* bitBuffer,
+                                                     int32_t* bitCount, int32_t* pairCount, VLCState* state);
+QELJ_API QelStatus qeliVLCEncode4x4Flex_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma,
+                                                         uint32_t modelBits, uint32_t trimBits,
+                                                         uint32_t* residual, uint8_t** stream,
+                                                         uint32_t* bitBuffer, int32_t* bitCount,
+                                                         int32_t* pairCount, VLCState* state);
+QELJ_API QelStatus qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma,
+                                                         uint32_t modelBits, uint32_t trimBits,
+                                                         uint32_t* residual, uint8_t** stream,
+                                                         uint32_t* bitBuffer, int32_t* bitCount,
+                                                         int32_t* pairCount, VLCState* state);
+QELJ_API QelStatus qeliVLCDecode4x4_JPEGXR_1u16s_C1R(const uint8_t** stream, uint32_t* bitBuffer,
+                                                     int32_t* bitCount, int16_t scale, int16_t* dst,
+                                                     int32_t dstStep, int32_t chroma, int32_t* count,
+                                                     VLCState* state);
+QELJ_API QelStatus qeliVLCDecode4x4_JPEGXR_1u32s_C1R(const uint8_t** stream, uint32_t* bitBuffer,
+                                                     int32_t* bitCount, int32_t scale, int32_t* dst,
+                                                     int32_t dstStep, int32_t chroma, int32_t* count,
+                                                     VLCState* state);
+
 /* ------------------------------------------------------------------------------------------------------------
  * DC block coding
  * ------------------------------------------------------------------------------------------------------------ */
 
+/* The second-stage block of a macroblock (T.832, 8.7): the low-pass coefficients that the caller's transform over the
+ * DC values gives. DC444 has 15 of them, DC422 14 (both chroma planes, interleaved by the caller), DC420 6.
+ *   pairs       (run, level) as made by qeliVLCScan4x4DC_JPEGXR_32s; a level is not 0, and runs stay in the block
+ *   pairCount   at most 16, 14, 6. With 0 or less nothing is coded
+ *   chroma      DC444 only: 0 luma, else chroma. DC422 and DC420 are always chroma
+ *   dst         DC444: by position of scan 2, which is sorted on the way; what has no coefficient stays as it was.
+ *               DC422, DC420: 14 or 6 consecutive values, cleared first
+ *   count       levels decoded. A coefficient behind the end of the block stops the decoder: DC422 and DC420 then leave
+ *               `count` as it was, DC444 sets it to 16. Nothing is written outside the block
+ * The encoders leave the scans alone. The bit position is that of the block coders.
+ * qelStatusNullPointer (of `stream`, the encoders test the outer pointer only), then qelStatusOutOfRange (bitCount below
+ * 0 or above 32, pairCount too large). */
+QELJ_API QelStatus qeliVLCEncodeDC420_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, uint8_t** stream,
+                                                   uint32_t* bitBuffer, int32_t* bitCount, VLCState* state);
+QELJ_API QelStatus qeliVLCEncodeDC422_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, uint8_t** stream,
+                                                   uint32_t* bitBuffer, int32_t* bitCount, VLCState* state);
+QELJ_API QelStatus qeliVLCEncodeDC444_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, int32_t chroma,
+                                                   uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                                   VLCState* state);
+QELJ_API QelStatus qeliVLCDecodeDC420_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer,
+                                                   int32_t* bitCount, int32_t* dst, int32_t* count,
+                                                   VLCState* state);
+QELJ_API QelStatus qeliVLCDecodeDC422_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer,
+                                                   int32_t* bitCount, int32_t* dst, int32_t* count,
+                                                   VLCState* state);
+QELJ_API QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer,
+                                                   int32_t* bitCount, int32_t* dst, int32_t chroma,
+                                                   int32_t* count, VLCState* state);
+
 /* ------------------------------------------------------------------------------------------------------------
  * Fixed-length coding
  * ------------------------------------------------------------------------------------------------------------ */
+
+/* The flex bits of a block (T.832, 8.7.20): a field of `flexBits` bits (0 to 15) for each of the fifteen AC coefficients,
+ * in a fixed order, with a sign where the block coders sent none. The bit position is that of the block coders.
+ *   fromResidual  not 0: the fields are those of `residual`, 16 values by position as the Flex encoders make them; a value
+ *                 wider than its field sends its low bits. 0: they are made from the samples, whose magnitudes lose
+ *                 `trimBits` low bits (0 to 15); a sign goes with every magnitude that is not 0 then
+ *   refine        0: a field that is not 0 has a sign, and replaces the sample. Not 0: a sample that is 0 takes a signed
+ *                 field; another has its magnitude raised by the field, which has no sign then
+ *   scale         the decoder multiplies the field by it; samples wrap to their width
+ * Row 0, column 0 is neither read nor written. `residual` is not read with fromResidual 0, but must not be null.
+ * qelStatusNullPointer (also for a null byte pointer in `stream`), then qelStatusOutOfRange (bitCount below 0 or above
+ * 32, flexBits or trimBits above 15). */
+QELJ_API QelStatus qeliFLCEncode4x4_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep,
+                                                     const uint32_t* residual, uint8_t** stream,
+                                                     uint32_t* bitBuffer, int32_t* bitCount, uint32_t flexBits,
+                                                     uint32_t trimBits, int32_t fromResidual);
+QELJ_API QelStatus qeliFLCEncode4x4_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep,
+                                                     const uint32_t* residual, uint8_t** stream,
+                                                     uint32_t* bitBuffer, int32_t* bitCount, uint32_t flexBits,
+                                                     uint32_t trimBits, int32_t fromResidual);
+QELJ_API QelStatus qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(const uint8_t** stream, uint32_t* bitBuffer,
+                                                      int32_t* bitCount, int16_t* srcDst, int32_t srcDstStep,
+                                                      uint32_t flexBits, int16_t scale, int32_t refine);
+QELJ_API QelStatus qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(const uint8_t** stream, uint32_t* bitBuffer,
+                                                      int32_t* bitCount, int32_t* srcDst, int32_t srcDstStep,
+                                                      uint32_t flexBits, int32_t scale, int32_t refine);
 
 /* ============================================================================================================
  * Texture blocks (BC1 to BC7)

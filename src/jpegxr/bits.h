@@ -1,0 +1,113 @@
+// The bit position of the coefficient coders: a byte pointer and a left-aligned accumulator of 32 bits that
+// the caller keeps between calls. The stream is big-endian in units of 16 bits, and the position that a call
+// leaves follows from the number of bits alone: a writer ends with at most 16 bits held, a reader with at
+// least 16.
+#ifndef QELJ_JPEGXR_BITS_H
+#define QELJ_JPEGXR_BITS_H
+
+#include "frame/arith.h"
+#include "frame/check.h"
+
+namespace qelj {
+
+constexpr QelStatus bytesOf(const uint8_t* const* stream) {
+  return require(stream && *stream, qelStatusNullPointer);
+}
+constexpr QelStatus bitsHeld(int32_t bitCount) {
+  return require(bitCount >= 0 && bitCount <= 32, qelStatusOutOfRange);
+}
+constexpr QelStatus fieldBits(uint32_t bits) { return require(bits <= 15, qelStatusOutOfRange); }
+
+class BitWriter {
+ public:
+  BitWriter(uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
+      : stream_(stream), bitBuffer_(bitBuffer), bitCount_(bitCount), next_(*stream), count_(*bitCount) {
+    held_ = uint64_t(*bitBuffer) >> (32 - count_);
+  }
+  BitWriter(const BitWriter&) = delete;
+  BitWriter& operator=(const BitWriter&) = delete;
+
+  // The low `count` bits of `bits`, 0 to 32 of them. More than 32 held bits are stored at once, so that one
+  // is left at least: the last 16 may still be the caller's.
+  void put(uint32_t bits, int count) {
+    held_ = held_ << count | (bits & ((uint64_t(1) << count) - 1));
+    count_ += count;
+    if (count_ > 32) {
+      count_ -= 32;
+      store(next_, __builtin_bswap32(uint32_t(held_ >> count_)));
+      next_ += 4;
+    }
+  }
+
+  // Stores whole units until at most 16 bits are held, and hands the position back.
+  void finish() {
+    if (count_ > 16) {
+      count_ -= 16;
+      store(next_, __builtin_bswap16(uint16_t(held_ >> count_)));
+      next_ += 2;
+    }
+    *stream_ = next_;
+    *bitBuffer_ = uint32_t(held_ << (32 - count_));
+    *bitCount_ = count_;
+  }
+
+ private:
+  uint8_t** stream_;
+  uint32_t* bitBuffer_;
+  int32_t* bitCount_;
+  uint8_t* next_;
+  uint64_t held_;  // the low count_ bits; above them, bits already stored
+  int count_;
+};
+
+class BitReader {
+ public:
+  BitReader(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
+      : stream_(stream), bitBuffer_(bitBuffer), bitCount_(bitCount), next_(*stream), count_(*bitCount) {
+    held_ = uint32_t(uint64_t(*bitBuffer) >> (32 - count_) << (32 - count_));
+    refill();
+  }
+  BitReader(const BitReader&) = delete;
+  BitReader& operator=(const BitReader&) = delete;
+
+  // Behind it, at least 16 bits are held. No byte is fetched before it is needed: nothing at or behind the
+  // pointer that the caller gets back has been read.
+  void refill() {
+    if (count_ < 16) {
+      held_ |= uint32_t(__builtin_bswap16(load<uint16_t>(next_))) << (16 - count_);
+      next_ += 2;
+      count_ += 16;
+    }
+  }
+
+  // The next `count` bits, 1 to 16; held bits have to suffice for peek, skip and take.
+  uint32_t peek(int count) const { return held_ >> (32 - count); }
+  void skip(int count) {
+    held_ <<= count;
+    count_ -= count;
+  }
+  uint32_t take(int count) {
+    const uint32_t bits = peek(count);
+    skip(count);
+    return bits;
+  }
+
+  void finish() {
+    refill();
+    *stream_ = next_;
+    *bitBuffer_ = held_;
+    *bitCount_ = count_;
+  }
+
+ private:
+  const uint8_t** stream_;
+  uint32_t* bitBuffer_;
+  int32_t* bitCount_;
+  const uint8_t* next_;
+  uint32_t held_;
+  int count_;
+};
+
+}  // namespace qelj
+
+#endif

@@ -1,0 +1,103 @@
+// Block coefficient coding (ITU-T T.832, 8.7): the fifteen AC coefficients of a 4x4 block.
+#include "frame/fronts.h"
+#include "jpegxr/symbols.h"
+
+namespace qelj {
+namespace {
+
+template <bool kFlex, class T>
+QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBits, uint32_t trimBits,
+                 uint32_t* residual, uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                 int32_t* pairCount, VLCState* state) {
+  if (auto s = check(nonNull(state), nonNull(src), nonNull(pairCount),
+                     require(!kFlex || residual, qelStatusNullPointer), bytesOf(stream), nonNull(bitBuffer),
+                     nonNull(bitCount));
+      s)
+    return s;
+  if (auto s = check(bitsHeld(*bitCount), fieldBits(trimBits), fieldBits(modelBits)); s) return s;
+
+  BitWriter bits(stream, bitBuffer, bitCount);
+  ScanEntry* const scan = state->currentScan;
+  const auto value = [=](uint32_t position) -> int32_t {
+    return at(row(src, srcStep, kRow[position]), kColumn[position]);
+  };
+  const uint32_t places = significantPlaces<kFlex>(scan, modelBits, trimBits, residual, value,
+                                                   [=] { return Coefficients::of(src, srcStep); });
+  int32_t pairs[2 * kPlaces], count = 0;
+  walkSignificant(scan, places, [&](int32_t run, uint32_t position) {
+    pairs[2 * count] = run;
+    pairs[2 * count + 1] = levelOf(value(position), modelBits);
+    ++count;
+  });
+  ownEncodePairs<kBlock>(bits, *state, pairs, count, chroma);
+  bits.finish();
+  *pairCount = count;
+  return qelStatusOk;
+}
+
+template <class T>
+QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T scale, T* dst,
+                 int32_t dstStep, int32_t chroma, int32_t* count, VLCState* state) {
+  if (auto s = check(nonNull(state), nonNull(dst), nonNull(count), bytesOf(stream), nonNull(bitBuffer),
+                     nonNull(bitCount));
+      s)
+    return s;
+  if (auto s = check(bitsHeld(*bitCount)); s) return s;
+
+  for (int c = 1; c < 4; ++c) put(dst, c, 0);
+  for (int r = 1; r < 4; ++r)
+    for (int c = 0; c < 4; ++c) put(row(dst, dstStep, r), c, 0);
+  BitReader bits(stream, bitBuffer, bitCount);
+  ScanEntry* const scan = state->currentScan;
+  *count =
+      ownDecodeCoefficients<kBlock>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
+        const uint32_t product = uint32_t(scale) * level;  // wraps
+        put(row(dst, dstStep, scan[place].row), scan[place].column, T(negative ? 0u - product : product));
+        countSignificant(scan, place);
+      });
+  bits.finish();
+  return qelStatusOk;
+}
+
+}  // namespace
+
+QelStatus qeliVLCEncode4x4_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma,
+                                            uint32_t modelBits, uint8_t** stream, uint32_t* bitBuffer,
+                                            int32_t* bitCount, int32_t* pairCount, VLCState* state) {
+  return encode<false>(src, srcStep, chroma, modelBits, 0, nullptr, stream, bitBuffer, bitCount, pairCount,
+                       state);
+}
+QelStatus qeliVLCEncode4x4_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma,
+                                            uint32_t modelBits, uint8_t** stream, uint32_t* bitBuffer,
+                                            int32_t* bitCount, int32_t* pairCount, VLCState* state) {
+  return encode<false>(src, srcStep, chroma, modelBits, 0, nullptr, stream, bitBuffer, bitCount, pairCount,
+                       state);
+}
+
+QelStatus qeliVLCEncode4x4Flex_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma,
+                                                uint32_t modelBits, uint32_t trimBits, uint32_t* residual,
+                                                uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                                int32_t* pairCount, VLCState* state) {
+  return encode<true>(src, srcStep, chroma, modelBits, trimBits, residual, stream, bitBuffer, bitCount,
+                      pairCount, state);
+}
+QelStatus qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma,
+                                                uint32_t modelBits, uint32_t trimBits, uint32_t* residual,
+                                                uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                                int32_t* pairCount, VLCState* state) {
+  return encode<true>(src, srcStep, chroma, modelBits, trimBits, residual, stream, bitBuffer, bitCount,
+                      pairCount, state);
+}
+
+QelStatus qeliVLCDecode4x4_JPEGXR_1u16s_C1R(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                            int16_t scale, int16_t* dst, int32_t dstStep, int32_t chroma,
+                                            int32_t* count, VLCState* state) {
+  return decode(stream, bitBuffer, bitCount, scale, dst, dstStep, chroma, count, state);
+}
+QelStatus qeliVLCDecode4x4_JPEGXR_1u32s_C1R(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                            int32_t scale, int32_t* dst, int32_t dstStep, int32_t chroma,
+                                            int32_t* count, VLCState* state) {
+  return decode(stream, bitBuffer, bitCount, scale, dst, dstStep, chroma, count, state);
+}
+
+}  // namespace qelj

@@ -1,0 +1,91 @@
+// DC block coding (ITU-T T.832, 8.7): the second-stage block of a macroblock, in the symbols of the block
+// coders.
+#include "frame/fronts.h"
+#include "jpegxr/symbols.h"
+
+namespace qelj {
+namespace {
+
+template <const BlockKind& kind>
+QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, int32_t chroma,
+                   uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
+  if (auto s = check(nonNull(state), nonNull(pairs), nonNull(stream), nonNull(bitBuffer), nonNull(bitCount));
+      s)
+    return s;
+  if (auto s = check(bitsHeld(*bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
+  BitWriter bits(stream, bitBuffer, bitCount);
+  ownEncodePairs<kind>(bits, *state, pairs, pairCount, chroma);
+  bits.finish();
+  return qelStatusOk;
+}
+
+constexpr int32_t signedLevel(uint32_t level, uint32_t negative) {
+  return int32_t(negative ? 0u - level : level);
+}
+
+QelStatus checkDecoder(const uint8_t* const* stream, const uint32_t* bitBuffer, const int32_t* bitCount,
+                       const int32_t* dst, const int32_t* count, const VLCState* state) {
+  if (auto s = check(nonNull(state), nonNull(dst), nonNull(count), bytesOf(stream), nonNull(bitBuffer),
+                     nonNull(bitCount));
+      s)
+    return s;
+  return bitsHeld(*bitCount);
+}
+
+// The values of a subsampled plane in their coded order. A coefficient behind the last one leaves the count
+// alone.
+template <const BlockKind& kind>
+QelStatus decodeLinear(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,
+                       int32_t* count, VLCState* state) {
+  if (auto s = checkDecoder(stream, bitBuffer, bitCount, dst, count, state); s) return s;
+  for (int i = kind.firstPlace; i < kPlaces; ++i) put(dst, i - kind.firstPlace, 0);
+  BitReader bits(stream, bitBuffer, bitCount);
+  const int decoded =
+      ownDecodeCoefficients<kind>(bits, *state, 0, [=](int place, uint32_t level, uint32_t negative) {
+        put(dst, place - kind.firstPlace, signedLevel(level, negative));
+      });
+  bits.finish();
+  if (decoded != kStopped) *count = decoded;
+  return qelStatusOk;
+}
+
+}  // namespace
+
+QelStatus qeliVLCEncodeDC444_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, int32_t chroma,
+                                          uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                          VLCState* state) {
+  return encodeDC<kDC444>(pairs, pairCount, 16, chroma, stream, bitBuffer, bitCount, state);
+}
+QelStatus qeliVLCEncodeDC422_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, uint8_t** stream,
+                                          uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
+  return encodeDC<kDC422>(pairs, pairCount, 14, 0, stream, bitBuffer, bitCount, state);
+}
+QelStatus qeliVLCEncodeDC420_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, uint8_t** stream,
+                                          uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
+  return encodeDC<kDC420>(pairs, pairCount, 6, 0, stream, bitBuffer, bitCount, state);
+}
+
+// Here place 1 can move as well, though only past a DC place of a lower count than any reset leaves.
+QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                          int32_t* dst, int32_t chroma, int32_t* count, VLCState* state) {
+  if (auto s = checkDecoder(stream, bitBuffer, bitCount, dst, count, state); s) return s;
+  BitReader bits(stream, bitBuffer, bitCount);
+  ScanEntry* const scan = state->scanTable2;
+  *count =
+      ownDecodeCoefficients<kDC444>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
+        put(dst, scan[place].position, signedLevel(level, negative));
+        countSignificant<1>(scan, place);
+      });
+  bits.finish();
+  return qelStatusOk;
+}
+QelStatus qeliVLCDecodeDC422_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                          int32_t* dst, int32_t* count, VLCState* state) {
+  return decodeLinear<kDC422>(stream, bitBuffer, bitCount, dst, count, state);
+}
+QelStatus qeliVLCDecodeDC420_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                          int32_t* dst, int32_t* count, VLCState* state) {
+  return decodeLinear<kDC420>(stream, bitBuffer, bitCount, dst, count, state);
+}
+
+}  // namespace qelj

@@ -1,0 +1,103 @@
+// Fixed-length coding (ITU-T T.832, 8.7.20): the low bits of a block's coefficients, which the adaptive codes
+// left.
+#include "frame/fronts.h"
+#include "jpegxr/bits.h"
+#include "jpegxr/state.h"
+
+namespace qelj {
+namespace {
+
+// The positions in coding order; the DC has no field. Behind its value, a field has the sign where the level
+// coder sent none.
+constexpr uint8_t kFieldOrder[] = {5, 1, 6, 10, 12, 8, 14, 2, 4, 3, 7, 9, 13, 11, 15};
+
+template <class T>
+QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_t** stream,
+                 uint32_t* bitBuffer, int32_t* bitCount, uint32_t flexBits, uint32_t trimBits,
+                 int32_t fromResidual) {
+  if (auto s = check(nonNull(src), nonNull(residual), bytesOf(stream), nonNull(bitBuffer), nonNull(bitCount));
+      s)
+    return s;
+  if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
+  const int n = int(flexBits);
+  BitWriter bits(stream, bitBuffer, bitCount);
+  if (fromResidual) {
+    for (int position : kFieldOrder) {
+      const uint32_t r = at(residual, position);
+      bits.put(r >> 1, n + int(r & 1));
+    }
+  } else {
+    for (int position : kFieldOrder) {
+      const int32_t v = at(row(src, srcStep, kRow[position]), kColumn[position]);
+      const uint32_t a = magnitude(v) >> trimBits;
+      // The sign goes with any value above 0, also with one whose low bits are all 0.
+      if (a)
+        bits.put((a & ((1u << n) - 1)) << 1 | uint32_t(v < 0), n + 1);
+      else
+        bits.put(0, n);
+    }
+  }
+  bits.finish();
+  return qelStatusOk;
+}
+
+template <bool kRefine, class T>
+void ownDecodeFields(BitReader& bits, T* srcDst, ptrdiff_t step, int n, uint32_t scale) {
+  for (int position : kFieldOrder) {
+    T* const line = row(srcDst, step, kRow[position]);
+    const int column = kColumn[position];
+    const uint32_t w = bits.peek(n + 1), m = w >> 1;
+    int used = n;
+    if (m) {
+      const uint32_t product = m * scale;  // wraps
+      const T v = kRefine ? at(line, column) : T(0);
+      const bool negative = v ? v < 0 : w & 1;
+      used += v == 0;
+      put(line, column, T(uint32_t(v) + (negative ? 0u - product : product)));
+    }
+    bits.skip(used);
+    bits.refill();
+  }
+}
+
+template <class T>
+QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T* srcDst,
+                 int32_t srcDstStep, uint32_t flexBits, T scale, int32_t refine) {
+  if (auto s = check(nonNull(srcDst), bytesOf(stream), nonNull(bitBuffer), nonNull(bitCount)); s) return s;
+  if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits)); s) return s;
+  BitReader bits(stream, bitBuffer, bitCount);
+  if (flexBits) {
+    if (refine)
+      ownDecodeFields<true>(bits, srcDst, srcDstStep, int(flexBits), uint32_t(scale));
+    else
+      ownDecodeFields<false>(bits, srcDst, srcDstStep, int(flexBits), uint32_t(scale));
+  }
+  bits.finish();
+  return qelStatusOk;
+}
+
+}  // namespace
+
+QelStatus qeliFLCEncode4x4_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, const uint32_t* residual,
+                                            uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                            uint32_t flexBits, uint32_t trimBits, int32_t fromResidual) {
+  return encode(src, srcStep, residual, stream, bitBuffer, bitCount, flexBits, trimBits, fromResidual);
+}
+QelStatus qeliFLCEncode4x4_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, const uint32_t* residual,
+                                            uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                            uint32_t flexBits, uint32_t trimBits, int32_t fromResidual) {
+  return encode(src, srcStep, residual, stream, bitBuffer, bitCount, flexBits, trimBits, fromResidual);
+}
+
+QelStatus qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                             int16_t* srcDst, int32_t srcDstStep, uint32_t flexBits,
+                                             int16_t scale, int32_t refine) {
+  return decode(stream, bitBuffer, bitCount, srcDst, srcDstStep, flexBits, scale, refine);
+}
+QelStatus qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                             int32_t* srcDst, int32_t srcDstStep, uint32_t flexBits,
+                                             int32_t scale, int32_t refine) {
+  return decode(stream, bitBuffer, bitCount, srcDst, srcDstStep, flexBits, scale, refine);
+}
+
+}  // namespace qelj

@@ -1,0 +1,185 @@
+// The adaptive state of the coefficient coders: which code table every class of symbols uses, and the three
+// scans. The record lies in the caller's storage, at any address.
+#ifndef QELJ_JPEGXR_STATE_H
+#define QELJ_JPEGXR_STATE_H
+
+#include <bit>
+#include <utility>
+
+#include "frame/arith.h"
+#include "frame/simd.h"
+#include "qelj.h"
+
+namespace qelj {
+
+// A coefficient's place in a scan. Places move up as their counts of significant coefficients grow.
+struct __attribute__((packed)) ScanEntry {
+  int32_t count;
+  uint32_t position;     // 0..15
+  uint32_t column, row;  // of that position in a block
+};
+
+// One class of symbols.
+struct __attribute__((packed)) VLCEntry {
+  int32_t alphabet;
+  int32_t tableIndex;
+  uint32_t initialised;
+  int32_t upperBound, lowerBound;
+};
+
+inline constexpr int kEntries = 21, kPlaces = 16;
+
+}  // namespace qelj
+
+struct __attribute__((packed)) VLCState {
+  qelj::ScanEntry* currentScan;
+  const int32_t* codeTable[qelj::kEntries];     // the symbol count, then (code, length) a symbol
+  const int32_t* deltaTable[qelj::kEntries];    // what a symbol adds to `discriminant`
+  const int32_t* deltaTable2[qelj::kEntries];   // ... and to `discriminant2`
+  const int16_t* decodeTable[qelj::kEntries];   // by the next 5 bits, longer codes by nodes behind
+  const int16_t* decodeTable2[qelj::kEntries];  // for alphabets of codes above 5 bits, by the next 8 bits
+  qelj::VLCEntry entry[qelj::kEntries];
+  int32_t discriminant[qelj::kEntries];
+  int32_t discriminant2[qelj::kEntries];
+  qelj::ScanEntry scanTable2[qelj::kPlaces];
+  qelj::ScanEntry scanTable1[qelj::kPlaces];
+  qelj::ScanEntry scanTable0[qelj::kPlaces];
+};
+
+namespace qelj {
+
+// Entries of the record: the class of run lengths, the low-pass classes, and the high-pass classes. A class
+// with a chroma form has it three entries later; next index and level take the context bit on top.
+enum : int {
+  kRunClass = 0,
+  kLowFirst = 5,
+  kLowNext = 6,
+  kLowLevel = 11,
+  kHighFirst = 13,
+  kHighNext = 14,
+  kHighLevel = 19
+};
+inline constexpr int kChromaStep = 3;
+
+// Where `position` lies in a block.
+inline constexpr uint8_t kColumn[kPlaces] = {0, 1, 0, 1, 3, 2, 3, 2, 0, 1, 0, 1, 3, 2, 3, 2};
+inline constexpr uint8_t kRow[kPlaces] = {0, 0, 1, 1, 0, 0, 1, 1, 3, 3, 2, 2, 3, 3, 2, 2};
+
+// A significant coefficient at `place`: its count rises, and it changes places with the one before when it
+// has been significant more often. From `firstMoving` on, places can move.
+template <int firstMoving = 2>
+inline void countSignificant(ScanEntry* scan, int place) {
+  scan[place].count = addWrap<int32_t>(scan[place].count, 1);
+  if (place >= firstMoving && scan[place].count > scan[place - 1].count)
+    std::swap(scan[place], scan[place - 1]);
+}
+
+// --- what of a block's coefficients is coded as levels, and what stays behind
+// ------------------------------------- `modelBits` low bits of a coefficient are split off. What remains of
+// its magnitude is its level; a coefficient of level 0 is not significant.
+
+constexpr uint32_t magnitude(int32_t v) { return v < 0 ? 0u - uint32_t(v) : uint32_t(v); }
+constexpr int32_t levelOf(int32_t v, uint32_t modelBits) {
+  const uint32_t level = magnitude(v) >> modelBits;
+  return int32_t(v < 0 ? 0u - level : level);
+}
+
+// The bits split off, less `trimBits` of them, as the fixed-length layer codes them: the lowest bit says that
+// a sign belongs to the field.
+constexpr uint32_t residualOf(int32_t v, uint32_t modelBits, uint32_t trimBits) {
+  const uint32_t a = magnitude(v), t = (a & ((1u << modelBits) - 1)) >> trimBits;
+  if (a >> modelBits) return 2 * t;
+  return t ? 4 * t + (v < 0 ? 3 : 1) : 0;
+}
+
+// Sixteen coefficients in the order of their positions.
+struct Coefficients {
+  using Quad = simd::Vec<int32_t, 16>;
+  Quad quad[4];
+
+  static Coefficients of(const int32_t* linear) {
+    Coefficients c;
+    for (int i = 0; i < 4; ++i) c.quad[i] = simd::load<Quad>(row(linear, 16, i));
+    return c;
+  }
+  template <class T>
+  static Coefficients of(const T* block, ptrdiff_t step) {
+    Quad r[4];
+    for (int y = 0; y < 4; ++y) r[y] = simd::loadAs<Quad, T>(row(block, step, y));
+    return {{__builtin_shufflevector(r[0], r[1], 0, 1, 4, 5), __builtin_shufflevector(r[0], r[1], 3, 2, 7, 6),
+             __builtin_shufflevector(r[3], r[2], 0, 1, 4, 5),
+             __builtin_shufflevector(r[3], r[2], 3, 2, 7, 6)}};
+  }
+};
+
+// The significant places of a scan, place k in bit k, and the residuals if they are asked for. Place 0 is the
+// DC's and stays out. A walk along the scan may move an entry that it has passed, never one to come, so that
+// the order in force at each visit is that of before the walk.
+//   value(position)   one coefficient
+//   all()             the Coefficients
+template <bool kResidual, class Value, class All>
+inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uint32_t trimBits,
+                                  uint32_t* residual, Value&& value, All&& all) {
+  uint32_t places = 0;
+  if constexpr (!simd::kEnabled) {
+    for (int k = 1; k < kPlaces; ++k) {
+      const uint32_t position = scan[k].position;
+      const int32_t v = value(position);
+      places |= uint32_t(magnitude(v) >> modelBits != 0) << k;
+      if constexpr (kResidual) put(residual, position, residualOf(v, modelBits, trimBits));
+    }
+    return places;
+  } else {
+    using Words = simd::Vec<uint32_t, 16>;
+    using Mask = simd::Vec<int32_t, 16>;
+    const Coefficients c = all();
+    Mask significant[4];
+    for (int i = 0; i < 4; ++i) {
+      const Mask sign = c.quad[i] >> 31;
+      const Words a = Words(c.quad[i] ^ sign) - Words(sign), level = a >> modelBits;
+      significant[i] = Mask(level != Words{});
+      if constexpr (kResidual) {
+        const Words t = (a & ((1u << modelBits) - 1)) >> trimBits;
+        const Words signedField = (4 * t + (1 - 2 * Words(sign))) & Words(t != Words{});
+        const Words r = simd::select(significant[i], 2 * t, signedField);
+        if (i)
+          simd::store(row(residual, 16, i), r);
+        else
+          for (int k = 1; k < 4; ++k) put(residual, k, r[k]);
+      }
+    }
+    using Bytes = simd::Vec<uint8_t, 16>;
+    const auto pack = [](auto a, auto b, auto x, auto y) {
+      using Halves = simd::Vec<int16_t, 16>;
+      return Bytes(
+          simd::packI8(Halves(simd::packI16(Mask(a), Mask(b))), Halves(simd::packI16(Mask(x), Mask(y)))));
+    };
+    const Bytes byPosition = pack(significant[0], significant[1], significant[2], significant[3]);
+    if (simd::isZero(byPosition)) return 0;
+    // The positions along the scan, out of four entries at a time.
+    Words order[4];
+    for (int i = 0; i < 4; ++i) {
+      Words e[4];
+      for (int k = 0; k < 4; ++k) e[k] = simd::load<Words>(scan + 4 * i + k);
+      using simd::as, simd::unpackHigh, simd::unpackLow;
+      order[i] = Words(unpackHigh(as<uint64_t>(unpackLow(e[0], e[1])), as<uint64_t>(unpackLow(e[2], e[3]))));
+    }
+    return simd::topBits(simd::shuffleBytes(byPosition, pack(order[0], order[1], order[2], order[3]))) &
+           0xFFFE;
+  }
+}
+
+// Hands the pairs (run, position) of the significant places out in the order of the scan, and sorts the scan.
+template <class Append>
+inline void walkSignificant(ScanEntry* scan, uint32_t places, Append&& append) {
+  for (int last = 0; places; places &= places - 1) {
+    const int k = std::countr_zero(places);
+    append(k - last - 1, scan[k].position);
+    countSignificant(scan, k);
+    last = k;
+  }
+}
+
+}  // namespace qelj
+
+#endif
