@@ -1001,7 +1001,7 @@ QELJ_API QelStatus qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(const uint8_t* 
  * Blocks of 16 bytes, 4x4 pixels of three half-precision channels each (BC6H of Direct3D), into interleaved R, G, B of
  * 16 bits: the bit patterns of halves, unsigned ones (16u: UF16, never negative) or ones with sign and magnitude
  * (16s: SF16). Values never reach the patterns of infinity or NaN, but for the most negative end-points that the signed
- * form can code, whose magnitudes reach 0x7E00 or so.
+ * form can code, whose magnitudes reach 0x7DF0.
  *
  * The image's size comes as two numbers, width and height in pixels; dstStep is in bytes. src holds ceil(width / 4) x
  * ceil(height / 4) blocks in raster order and has no length argument. Any bytes are valid blocks; one of a reserved

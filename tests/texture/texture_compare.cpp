@@ -32,7 +32,15 @@ constexpr auto decode = [](auto* function, Random& random, Trace& trace) {
   for (size_t i = 0; i < src.rowBytes(); i += kBlock) touch(random, src.data() + i);
   const bool upwards = random.chance(20);
   auto* first = dst.data(upwards ? shape.height - 1 : 0);
-  trace.status(function(src.data(), first, upwards ? -dst.step() : dst.step(), shape.size()));
+  const int32_t step = upwards ? -dst.step() : dst.step();
+  if constexpr (std::is_same_v<decltype(function), decltype(&qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R)>)
+    trace.status(function(src.data(), reinterpret_cast<uint16_t*>(first), step, shape.size().width,
+                          shape.size().height));
+  else if constexpr (std::is_same_v<decltype(function), decltype(&qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R)>)
+    trace.status(function(src.data(), reinterpret_cast<int16_t*>(first), step, shape.size().width,
+                          shape.size().height));
+  else
+    trace.status(function(src.data(), first, step, shape.size()));
   trace.buffer(dst);
 };
 QELJ_COMPARE(qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R, decode<8, 4>);
@@ -41,6 +49,8 @@ QELJ_COMPARE(qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R, decode<16, 4>);
 QELJ_COMPARE(qeliTextureDecodeBlock_BC4_8u_C1R, decode<8, 1>);
 QELJ_COMPARE(qeliTextureDecodeBlockToRG_BC5_8u_C1C2R, decode<16, 2>);
 QELJ_COMPARE(qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R, decode<16, 4, everyBc7Mode>);
+QELJ_COMPARE(qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R, decode<16, 6>);
+QELJ_COMPARE(qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R, decode<16, 6>);
 
 // Pixels around a colour, with small and large spans.
 template <size_t kBlock, size_t kPixel>

@@ -1,0 +1,352 @@
+// The decoder of BC6 (BC6H): high dynamic range, three channels of half floats.
+#include <array>
+#include <cstdlib>
+#include <utility>
+
+#include "frame/fronts.h"
+#include "texture/bc7_tables.h"
+#include "texture/bits.h"
+#include "texture/decode_walk.h"
+#include "texture/indices.h"
+
+namespace qelj {
+namespace texture {
+namespace {
+
+// Behind the mode's code (2 bits in modes 0 and 1, 5 in the others) come these fields: g2[3:0] is bits 0 to 3
+// of green of end-point 2, lowest first in the stream; with the smaller bit named first, as in r0[10:11], the
+// highest comes first. End-points 0 and 1 are region 0's, 2 and 3 region 1's. Where deltaBits are given,
+// end-points 1 to 3 are signed differences from end-point 0. The indices follow.
+struct Mode {
+  int regions, bits;
+  int deltaBits[3];
+  const char* fields;
+
+  constexpr bool transformed() const { return deltaBits[0] != 0; }
+  constexpr int indexBits() const { return regions == 2 ? 3 : 4; }
+};
+constexpr int kModeCount = 14;
+// clang-format off
+constexpr Mode kModes[kModeCount] = {
+    {2, 10, {5, 5, 5},
+     "g2[4] b2[4] b3[4] r0[9:0] g0[9:0] b0[9:0] r1[4:0] g3[4] g2[3:0] g1[4:0] b3[0] g3[3:0] b1[4:0] "
+     "b3[1] b2[3:0] r2[4:0] b3[2] r3[4:0] b3[3] shape[4:0]"},
+    {2, 7, {6, 6, 6},
+     "g2[5] g3[4] g3[5] r0[6:0] b3[0] b3[1] b2[4] g0[6:0] b2[5] b3[2] g2[4] b0[6:0] b3[3] b3[5] b3[4] "
+     "r1[5:0] g2[3:0] g1[5:0] g3[3:0] b1[5:0] b2[3:0] r2[5:0] r3[5:0] shape[4:0]"},
+    {2, 11, {5, 4, 4},
+     "r0[9:0] g0[9:0] b0[9:0] r1[4:0] r0[10] g2[3:0] g1[3:0] g0[10] b3[0] g3[3:0] b1[3:0] b0[10] "
+     "b3[1] b2[3:0] r2[4:0] b3[2] r3[4:0] b3[3] shape[4:0]"},
+    {2, 11, {4, 5, 4},
+     "r0[9:0] g0[9:0] b0[9:0] r1[3:0] r0[10] g3[4] g2[3:0] g1[4:0] g0[10] g3[3:0] b1[3:0] b0[10] "
+     "b3[1] b2[3:0] r2[3:0] b3[0] b3[2] r3[3:0] g2[4] b3[3] shape[4:0]"},
+    {2, 11, {4, 4, 5},
+     "r0[9:0] g0[9:0] b0[9:0] r1[3:0] r0[10] b2[4] g2[3:0] g1[3:0] g0[10] b3[0] g3[3:0] b1[4:0] "
+     "b0[10] b2[3:0] r2[3:0] b3[1] b3[2] r3[3:0] b3[4] b3[3] shape[4:0]"},
+    {2, 9, {5, 5, 5},
+     "r0[8:0] b2[4] g0[8:0] g2[4] b0[8:0] b3[4] r1[4:0] g3[4] g2[3:0] g1[4:0] b3[0] g3[3:0] b1[4:0] "
+     "b3[1] b2[3:0] r2[4:0] b3[2] r3[4:0] b3[3] shape[4:0]"},
+    {2, 8, {6, 5, 5},
+     "r0[7:0] g3[4] b2[4] g0[7:0] b3[2] g2[4] b0[7:0] b3[3] b3[4] r1[5:0] g2[3:0] g1[4:0] b3[0] "
+     "g3[3:0] b1[4:0] b3[1] b2[3:0] r2[5:0] r3[5:0] shape[4:0]"},
+    {2, 8, {5, 6, 5},
+     "r0[7:0] b3[0] b2[4] g0[7:0] g2[5] g2[4] b0[7:0] g3[5] b3[4] r1[4:0] g3[4] g2[3:0] g1[5:0] "
+     "g3[3:0] b1[4:0] b3[1] b2[3:0] r2[4:0] b3[2] r3[4:0] b3[3] shape[4:0]"},
+    {2, 8, {5, 5, 6},
+     "r0[7:0] b3[1] b2[4] g0[7:0] b2[5] g2[4] b0[7:0] b3[5] b3[4] r1[4:0] g3[4] g2[3:0] g1[4:0] b3[0] "
+     "g3[3:0] b1[5:0] b2[3:0] r2[4:0] b3[2] r3[4:0] b3[3] shape[4:0]"},
+    {2, 6, {0, 0, 0},
+     "r0[5:0] g3[4] b3[0] b3[1] b2[4] g0[5:0] g2[5] b2[5] b3[2] g2[4] b0[5:0] g3[5] b3[3] b3[5] b3[4] "
+     "r1[5:0] g2[3:0] g1[5:0] g3[3:0] b1[5:0] b2[3:0] r2[5:0] r3[5:0] shape[4:0]"},
+    {1, 10, {0, 0, 0},
+     "r0[9:0] g0[9:0] b0[9:0] r1[9:0] g1[9:0] b1[9:0]"},
+    {1, 11, {9, 9, 9},
+     "r0[9:0] g0[9:0] b0[9:0] r1[8:0] r0[10] g1[8:0] g0[10] b1[8:0] b0[10]"},
+    {1, 12, {8, 8, 8},
+     "r0[9:0] g0[9:0] b0[9:0] r1[7:0] r0[10:11] g1[7:0] g0[10:11] b1[7:0] b0[10:11]"},
+    {1, 16, {4, 4, 4},
+     "r0[9:0] g0[9:0] b0[9:0] r1[3:0] r0[10:15] g1[3:0] g0[10:15] b1[3:0] b0[10:15]"},
+};
+// clang-format on
+
+// The mode of a block's first byte; kModeCount and above are reserved.
+constexpr int ownMode(uint8_t first) {
+  const int code = first & 31;
+  return code % 4 < 2 ? code % 4 : code % 4 == 2 ? 2 + (code >> 2) : 10 + (code >> 2);
+}
+
+// --- fields
+// --------------------------------------------------------------------------------------------------------
+
+struct Ends {
+  int32_t of[4][4] = {};  // [end-point][r, g, b, 0]
+  int shape = 0;
+};
+
+// `count` bits of the block from `from` on are bits `to` and up of a value.
+struct Run {
+  int endPoint, channel, from, count, to;
+};
+struct Runs {
+  Run of[64] = {};
+  int count = 0, end = 0;
+};
+constexpr int kShapeChannel = 3;
+
+constexpr Runs ownParse(int mode) {
+  Runs runs;
+  int at = mode < 2 ? 2 : 5;
+  const char* p = kModes[mode].fields;
+  const auto number = [&] {
+    int n = 0;
+    for (; *p >= '0' && *p <= '9'; ++p) n = 10 * n + (*p - '0');
+    return n;
+  };
+  const auto add = [&](Run run) {
+    runs.of[runs.count++] = run;
+    at += run.count;
+  };
+  while (*p) {
+    const int channel = *p == 'r' ? 0 : *p == 'g' ? 1 : *p == 'b' ? 2 : kShapeChannel;
+    while (*p >= 'a') ++p;
+    const int endPoint = number();
+    ++p;  // [
+    const int first = number();
+    int last = first;
+    if (*p == ':') ++p, last = number();
+    p += p[1] ? 2 : 1;  // ] and space
+    if (first >= last)
+      add({endPoint, channel, at, first - last + 1, last});
+    else
+      for (int bit = last; bit >= first; --bit) add({endPoint, channel, at, 1, bit});
+  }
+  runs.end = at;
+  return runs;
+}
+template <int kMode>
+constexpr Runs kRuns = ownParse(kMode);
+static_assert(kRuns<0>.end == 82 && kRuns<9>.end == 82 && kRuns<10>.end == 65 && kRuns<13>.end == 65);
+
+template <int kMode>
+Ends ownReadFields(const Bits& bits) {
+  Ends ends;
+  [&]<size_t... i>(std::index_sequence<i...>) {
+    const auto read = [&]<size_t kRun>() {
+      constexpr Run kOf = kRuns<kMode>.of[kRun];
+      const auto value = int32_t(bits.at(kOf.from, kOf.count)) << kOf.to;
+      if constexpr (kOf.channel == kShapeChannel)
+        ends.shape |= value;
+      else
+        ends.of[kOf.endPoint][kOf.channel] |= value;
+    };
+    (read.template operator()<i>(), ...);
+  }
+  (std::make_index_sequence<size_t(kRuns<kMode>.count)>{});
+  return ends;
+}
+constexpr auto kReadFields = []<size_t... mode>(std::index_sequence<mode...>) {
+  return std::array{ownReadFields<int(mode)>...};
+}
+(std::make_index_sequence<size_t(kModeCount)>{});
+
+template <int kRegions>
+uint64_t ownIndices(const Bits& bits, const bc7::Shape& shape) {
+  if constexpr (kRegions == 1)
+    return insertAnchorBit<4>(bits.at(65, 63), 0);
+  else
+    return insertAnchorBit<3>(insertAnchorBit<3>(bits.at(82, 46), 0), shape.anchors[1]);
+}
+
+// --- scalar form
+// -------------------------------------------------------------------------------------------------
+
+constexpr int32_t ownSignExtend(int32_t value, int bits) { return shlWrap(value, 32 - bits) >> (32 - bits); }
+
+// To 16 bits. The largest value of an n-bit end-point is the largest of 16, and nothing else is: the compare
+// is for equality, and a signed magnitude one above it takes the formula.
+template <bool kSigned>
+int32_t ownUnquantise(int32_t value, int bits) {
+  if constexpr (kSigned) {
+    if (bits >= 16) return value;
+    const int n = bits - 1, magnitude = std::abs(value);
+    const int32_t wide = magnitude == 0              ? 0
+                         : magnitude == (1 << n) - 1 ? 0x7FFF
+                                                     : ((magnitude << 15) + 0x4000) >> n;
+    return value < 0 ? -wide : wide;
+  } else {
+    if (bits >= 15 || value == 0) return value;
+    return value == (1 << bits) - 1 ? 0xFFFF : ((value << 16) + 0x8000) >> bits;
+  }
+}
+
+// To the bit pattern of a half: 31/64 of the unsigned range, 31/32 of the signed magnitude below the sign.
+template <bool kSigned>
+uint16_t ownFinish(int32_t value) {
+  if constexpr (kSigned)
+    return uint16_t((31 * std::abs(value)) >> 5 | (value < 0 ? 0x8000 : 0));
+  else
+    return uint16_t((31 * value) >> 6);
+}
+
+template <bool kSigned, int kRegions>
+void ownDecodeBlock(const Bits& bits, const Mode& mode, Ends ends, uint8_t* dst, ptrdiff_t dstStep) {
+  constexpr int kIndexBits = kRegions == 2 ? 3 : 4;
+  for (int c = 0; c < 3; ++c) {
+    for (int e = 0; e < 2 * kRegions; ++e) {
+      int32_t& value = ends.of[e][c];
+      if (mode.transformed() && e > 0)
+        value = (ends.of[0][c] + ownSignExtend(value, mode.deltaBits[c])) & ((1 << mode.bits) - 1);
+    }
+    for (int e = 0; e < 2 * kRegions; ++e) {
+      int32_t& value = ends.of[e][c];
+      if (kSigned) value = ownSignExtend(value, mode.bits);
+      value = ownUnquantise<kSigned>(value, mode.bits);
+    }
+  }
+  const bc7::Shape& shape = bc7::shape<kRegions>(ends.shape);
+  const uint64_t indices = ownIndices<kRegions>(bits, shape);
+  for (int i = 0; i < 16; ++i) {
+    const int w = bc7::weights<kIndexBits>()[indexAt<kIndexBits>(indices, i)], region = shape.subset(i);
+    for (int c = 0; c < 3; ++c) {
+      const int32_t a = ends.of[2 * region][c], b = ends.of[2 * region + 1][c];
+      store(row(dst, dstStep, i / 4) + 6 * (i % 4) + 2 * c,
+            ownFinish<kSigned>(((64 - w) * a + w * b + 32) >> 6));
+    }
+  }
+}
+
+// --- vector form
+// -------------------------------------------------------------------------------------------------
+
+using E = simd::Vec<int32_t, 16>;  // the channels of an end-point
+using V = simd::I32;               // of kAcross palette entries
+using B = simd::Vec<uint8_t, 16>;
+
+template <bool kSigned>
+inline E ownUnquantise(E value, int bits) {
+  const int n = bits - kSigned;
+  if (n >= 15) return value;
+  const E sign = kSigned ? E(value < 0) : E{}, magnitude = (value ^ sign) - sign;
+  constexpr int kTop = kSigned ? 15 : 16;
+  E wide = ((magnitude << kTop) + (1 << (kTop - 1))) >> n;
+  wide = simd::select(E(magnitude == (1 << n) - 1), E{} + ((1 << kTop) - 1), wide);
+  wide = simd::select(E(magnitude == 0), E{}, wide);
+  return (wide ^ sign) - sign;
+}
+
+template <bool kSigned>
+inline V ownFinish(V value) {
+  if constexpr (!kSigned) return ((value << 5) - value) >> 6;
+  const V sign = V(value < 0), magnitude = (value ^ sign) - sign;
+  return ((magnitude << 5) - magnitude) >> 5 | (sign & 0x8000);
+}
+
+template <class Vector>
+inline V ownRepeat(Vector v) {
+  if constexpr (sizeof(V) == sizeof(Vector))
+    return v;
+  else
+    return simd::join(v, v);
+}
+
+// The weights of palette entries i + 2 block + j, for a vector i of two: packed, the two vectors are in
+// order.
+template <int kIndexBits>
+struct PaletteWeights {
+  alignas(32) int32_t of[16 / (2 * kAcross)][2][4 * kAcross];
+  constexpr PaletteWeights() : of{} {
+    for (int i = 0; i < 16; i += 2 * kAcross)
+      for (int j = 0; j < 2; ++j)
+        for (int k = 0; k < 4 * kAcross; ++k)
+          of[i / (2 * kAcross)][j][k] = bc7::weights<kIndexBits>()[(i + k / 4 * 2 + j) % (1 << kIndexBits)];
+  }
+};
+template <int kIndexBits>
+constexpr PaletteWeights<kIndexBits> kPaletteWeights;
+
+template <bool kSigned, int kRegions>
+inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw, uint8_t* dst,
+                             ptrdiff_t dstStep) {
+  constexpr int kIndexBits = kRegions == 2 ? 3 : 4;
+  E ends[2 * kRegions];
+  for (int e = 0; e < 2 * kRegions; ++e) ends[e] = simd::load<E>(raw.of[e]);
+  if (mode.transformed()) {
+    const E unused = 32 - E{mode.deltaBits[0], mode.deltaBits[1], mode.deltaBits[2], 1};
+    for (int e = 1; e < 2 * kRegions; ++e)
+      ends[e] =
+          (ends[0] + ((E)((simd::Vec<uint32_t, 16>)ends[e] << (simd::Vec<uint32_t, 16>)unused) >> unused)) &
+          ((1 << mode.bits) - 1);
+  }
+  for (E& end : ends) {
+    if constexpr (kSigned) end = simd::shlWrap(end, 32 - mode.bits) >> (32 - mode.bits);
+    end = ownUnquantise<kSigned>(end, mode.bits);
+  }
+
+  // 16 entries of four 16-bit lanes: the 16 of the one region, or 8 of each.
+  alignas(32) uint64_t palette[16];
+  for (int i = 0; i < 16; i += 2 * kAcross) {
+    const int region = kRegions == 2 ? i / 8 : 0;
+    const V a = ownRepeat(ends[2 * region]), b = ownRepeat(ends[2 * region + 1]);
+    const auto entries = [&](int j) {
+      const V w = simd::load<V>(kPaletteWeights<kIndexBits>.of[i / (2 * kAcross)][j]);
+      return ownFinish<kSigned>(((a << 6) + w * (b - a) + 32) >> 6);
+    };
+    simd::store(palette + i, simd::packU16(entries(0), entries(1)));
+  }
+
+  const bc7::Shape& shape = bc7::shape<kRegions>(raw.shape);
+  B entry = unpackIndices<kIndexBits, 0>((B)simd::Vec<uint64_t, 16>{ownIndices<kRegions>(bits, shape), 0});
+  if constexpr (kRegions == 2) entry |= (simd::load<B>(shape.subsets) & uint8_t(1)) << 3;
+  uint8_t entries[16];
+  simd::store(entries, entry);
+  for (int y = 0; y < 4; ++y) {
+    const auto at = [&](int x) { return palette[entries[4 * y + x]]; };
+    uint8_t* to = row(dst, dstStep, y);
+    store(to, at(0) | at(1) << 48);
+    store(to + 8, at(1) >> 16 | at(2) << 32);
+    store(to + 16, at(2) >> 32 | at(3) << 16);
+  }
+}
+
+// --- format
+// ------------------------------------------------------------------------------------------------------
+
+template <bool kSigned>
+struct Bc6 {
+  static constexpr int kBlockBytes = 16, kPixelBytes = 6;
+  static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
+    const int number = ownMode(src[0]);
+    if (number >= kModeCount) {
+      for (int y = 0; y < 4; ++y) std::memset(row(dst, dstStep, y), 0, 24);
+      return;
+    }
+    const Bits bits(src);
+    const Mode& mode = kModes[number];
+    const Ends ends = kReadFields[size_t(number)](bits);
+    if (mode.regions == 2)
+      decode<2>(bits, mode, ends, dst, dstStep);
+    else
+      decode<1>(bits, mode, ends, dst, dstStep);
+  }
+  template <int kRegions>
+  static void decode(const Bits& bits, const Mode& mode, const Ends& ends, uint8_t* dst, ptrdiff_t dstStep) {
+    if constexpr (simd::kEnabled)
+      ownDecodeVectors<kSigned, kRegions>(bits, mode, ends, dst, dstStep);
+    else
+      ownDecodeBlock<kSigned, kRegions>(bits, mode, ends, dst, dstStep);
+  }
+};
+
+}  // namespace
+}  // namespace texture
+
+QelStatus qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(const uint8_t* src, uint16_t* dst, int32_t dstStep,
+                                                    int32_t width, int32_t height) {
+  return texture::decodeBlocks<texture::Bc6<false>>(src, dst, dstStep, {width, height});
+}
+QelStatus qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* src, int16_t* dst, int32_t dstStep,
+                                                    int32_t width, int32_t height) {
+  return texture::decodeBlocks<texture::Bc6<true>>(src, dst, dstStep, {width, height});
+}
+
+}  // namespace qelj
