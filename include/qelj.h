@@ -1034,7 +1034,37 @@ QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(const uint8_t* src,
 
 /* ------------------------------------------------------------------------------------------------------------
  * PackBits and byte planes of a row
+ *
+ * PackBits (TIFF 6.0, section 9) codes a row of bytes as tokens: a byte n of 0..127 and n + 1 literal bytes, or a byte
+ * 1 - c and the value of a run of c equal bytes, 2 to 128. -128 is no token. Rows are coded one by one.
+ *
+ * Pack    codes srcLen bytes to dst + *dstPos, and moves *dstPos behind the last token. dstLen is the size of dst
+ *         itself, not what is left of it. Two equal bytes at the start of a token begin a run, which goes on to at most
+ *         128. A literal holds up to 128 bytes, pairs included; it ends before three equal bytes, and before two that
+ *         end the row. qelStatusOutOfBuffer: a token did not fit; *dstPos is behind the last one that did, nothing
+ *         is written behind it, and how much of src was coded is not told. A row of n bytes never needs more than
+ *         n + ceil(n / 128) bytes.
+ * Unpack  decodes from src + *srcPos until dst is full (qelStatusOk), and moves *srcPos behind the last byte read; source
+ *         may be left. srcLen is the size of src itself. qelStatusOutOfBuffer: the source is used up (*srcPos at or
+ *         above srcLen), or a literal does not lie within srcLen, or a token holds more than dst has room for; in the
+ *         latter two cases *srcPos is behind that token's first byte and nothing of the token is written. The bytes of
+ *         the tokens before it are in dst; their number is not told.
+ *         Where the last of the srcLen bytes begins a run, the run's value is read from src[srcLen]: keep one readable
+ *         byte behind a source that is not known to be well formed. Nothing else is read at or above srcLen.
+ *
+ * Checked in this order: pointers (qelStatusNullPointer), srcLen, dstLen below 1 (qelStatusBadSize). Positions are
+ * unsigned, up to 0xFFFFFFFF; one at or above the length gives qelStatusOutOfBuffer and stays.
+ *
+ * Split   writes the high bytes of len 16-bit samples to plane dst[0] and the low bytes to plane dst[1].
+ * Join    makes samples from the high bytes src[0] and the low bytes src[1].
+ * len counts samples. Checked in this order: src, dst (qelStatusNullPointer), len below 1 (qelStatusBadStep, though it
+ * is a length). The plane pointers themselves are not checked and must not be null.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliPackBitsRow_TIFF_8u_C1(const uint8_t* src, int32_t srcLen, uint8_t* dst, uint32_t* dstPos, int32_t dstLen);
+QELJ_API QelStatus qeliUnpackBitsRow_TIFF_8u_C1(const uint8_t* src, uint32_t* srcPos, int32_t srcLen, uint8_t* dst, int32_t dstLen);
+QELJ_API QelStatus qeliSplitRow_TIFF_16u8u_C1(const uint16_t* src, uint8_t* const* dst, int32_t len);
+QELJ_API QelStatus qeliJoinRow_TIFF_8u16u_C1(const uint8_t* const* src, uint16_t* dst, int32_t len);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,163 @@
+// PackBits rows (TIFF 6.0, section 9). A token is a byte n of 0..127 and n + 1 literal bytes, or a byte 1 - c
+// and the value of a run of c, 2 to 128; -128 is no token.
+#include <bit>
+
+#include "frame/arith.h"
+#include "frame/check.h"
+#include "frame/fronts.h"
+#include "frame/simd.h"
+
+namespace qelj {
+namespace {
+
+using V = simd::U8;
+constexpr int64_t kMaxToken = 128;
+
+// --- copies and fills of 1 to 128 bytes, which touch exactly these
+// ----------------------------------------------------- Two stores that overlap serve every length between
+// one vector and two.
+
+template <class Make>  // Make(Type{}, offset): the value of this type at this byte
+inline void ownStoreExactly(uint8_t* dst, int64_t n, Make make) {
+  using Half = simd::Vec<uint8_t, 16>;
+  const auto both = [&](auto type) {
+    store(dst, make(type, 0));
+    store(dst + n - int64_t(sizeof type), make(type, n - int64_t(sizeof type)));
+  };
+  if (n >= simd::kBytes) {
+    for (int64_t i = 0; i + simd::kBytes < n; i += simd::kBytes) store(dst + i, make(V{}, i));
+    store(dst + n - simd::kBytes, make(V{}, n - simd::kBytes));
+  } else if (n >= 16) {
+    both(Half{});
+  } else if (n >= 8) {
+    both(uint64_t{});
+  } else if (n >= 4) {
+    both(uint32_t{});
+  } else if (n >= 2) {
+    both(uint16_t{});
+  } else {
+    both(uint8_t{});
+  }
+}
+
+inline void ownCopyLiteral(uint8_t* dst, const uint8_t* src, int64_t n) {
+  if constexpr (simd::kEnabled)
+    ownStoreExactly(dst, n, [=](auto type, int64_t i) { return load<decltype(type)>(src + i); });
+  else
+    std::memcpy(dst, src, size_t(n));
+}
+
+inline void ownFillRun(uint8_t* dst, uint8_t value, int64_t n) {
+  if constexpr (simd::kEnabled) {
+    const V all = simd::splat<V>(value);
+    ownStoreExactly(dst, n, [&](auto type, int64_t) { return load<decltype(type)>(&all); });
+  } else {
+    std::memset(dst, value, size_t(n));
+  }
+}
+
+// --- the encoder's scanner
+// -------------------------------------------------------------------------------------------
+
+// The length of the run at src, of at most `limit` bytes.
+inline int64_t ownRun(const uint8_t* src, int64_t limit) {
+  int64_t n = 1;
+  if constexpr (simd::kEnabled) {
+    const V value = simd::splat<V>(src[0]);
+    for (; n + simd::kBytes <= limit; n += simd::kBytes) {
+      const uint32_t same = simd::topBits(simd::load<V>(src + n) == value);
+      const int count = std::countr_one(same);
+      if (count < simd::kBytes) return n + count;
+    }
+  }
+  while (n < limit && src[n] == src[0]) ++n;
+  return n;
+}
+
+// The length of the literal at src, whose first two bytes differ. It ends before three equal bytes, before
+// two equal bytes that end the row, and at 128 bytes. `left` bytes remain in the row.
+inline int64_t ownLiteral(const uint8_t* src, int64_t left) {
+  const int64_t limit = left < kMaxToken ? left : kMaxToken;
+  int64_t n = 1;
+  if constexpr (simd::kEnabled) {
+    for (; n < limit && n + simd::kBytes + 2 <= left; n += simd::kBytes) {
+      const V here = simd::load<V>(src + n), next = simd::load<V>(src + n + 1),
+              third = simd::load<V>(src + n + 2);
+      const uint32_t equal = simd::topBits((here == next) & (next == third));
+      if (equal) {
+        n += std::countr_zero(equal);
+        return n < limit ? n : limit;
+      }
+    }
+  }
+  for (; n < limit; ++n) {
+    const bool pair = n + 1 < left && src[n] == src[n + 1];
+    if (pair && (n + 2 == left || src[n + 1] == src[n + 2])) return n;
+  }
+  return limit;
+}
+
+}  // namespace
+
+QelStatus qeliPackBitsRow_TIFF_8u_C1(const uint8_t* src, int32_t srcLen, uint8_t* dst, uint32_t* dstPos,
+                                     int32_t dstLen) {
+  if (auto s = check(nonNull(src), nonNull(dstPos), nonNull(dst), length(srcLen), length(dstLen)); s)
+    return s;
+  int64_t position = *dstPos;
+  for (int64_t i = 0; i < srcLen;) {
+    const int64_t left = srcLen - i, room = dstLen - position;
+    int64_t taken;
+    if (left >= 2 && src[i] == src[i + 1]) {
+      taken = ownRun(src + i, left < kMaxToken ? left : kMaxToken);
+      if (room < 2) break;
+      dst[position] = uint8_t(1 - taken);
+      dst[position + 1] = src[i];
+      position += 2;
+    } else {
+      taken = ownLiteral(src + i, left);
+      if (room < taken + 1) break;
+      dst[position] = uint8_t(taken - 1);
+      ownCopyLiteral(dst + position + 1, src + i, taken);
+      position += taken + 1;
+    }
+    i += taken;
+    if (i == srcLen) {
+      *dstPos = uint32_t(position);
+      return qelStatusOk;
+    }
+  }
+  *dstPos = uint32_t(position);
+  return qelStatusOutOfBuffer;
+}
+
+QelStatus qeliUnpackBitsRow_TIFF_8u_C1(const uint8_t* src, uint32_t* srcPos, int32_t srcLen, uint8_t* dst,
+                                       int32_t dstLen) {
+  if (auto s = check(nonNull(src), nonNull(srcPos), nonNull(dst), length(srcLen), length(dstLen)); s)
+    return s;
+  int64_t position = *srcPos, count = 0;
+  while (position < srcLen) {
+    const auto header = int8_t(src[position++]);
+    if (header == -128) continue;
+    const int64_t room = dstLen - count;
+    if (header >= 0) {
+      const int64_t n = header + 1;
+      if (position + n > srcLen || n > room) break;
+      ownCopyLiteral(dst + count, src + position, n);
+      position += n;
+      count += n;
+    } else {
+      const int64_t n = 1 - header;
+      if (n > room) break;
+      ownFillRun(dst + count, src[position++], n);  // position may be srcLen: the byte behind the source
+      count += n;
+    }
+    if (count == dstLen) {
+      *srcPos = uint32_t(position);
+      return qelStatusOk;
+    }
+  }
+  *srcPos = uint32_t(position);
+  return qelStatusOutOfBuffer;
+}
+
+}  // namespace qelj
