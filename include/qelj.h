@@ -247,11 +247,95 @@ QELJ_API QelStatus qeliYCbCrToBGR565_JPEG_8u16u_P3C3R(const uint8_t* const* src,
 
 /* ------------------------------------------------------------------------------------------------------------
  * Subsampled plane conversion: RGB, BGR to and from YCbCr planes of 4:2:2 and 4:1:1
+ *
+ * 422 halves chroma across; 411 halves it across and down (one chroma sample for 2 by 2 pixels, the world's 4:2:0).
+ * The Y plane has the image's size, Cb and Cr have width / 2 columns and, for 411, height / 2 rows. The planes have
+ * steps of their own: dstStep and srcStep are arrays of three, for Y, Cb, Cr.
+ *
+ * Forward.  The colours of the pixels of a chroma sample are added up, then converted; Y is converted from each
+ *   pixel. Pixels x < W - W % 8 of a row of width W take truncated products, the pairs behind them 14-bit weights;
+ *   for some colours the two differ by one unit. C4: the fourth byte is ignored.
+ * Inverse.  Each chroma sample serves its pixels as it is, without a filter, in the arithmetic of the full-size
+ *   P3C4 conversions. C4: the fourth byte of every pixel written becomes `alpha`.
+ *
+ * An odd last column, and for 411 an odd last row, is left out: it is not written in any plane or pixel, its old
+ * contents stay, and the result is qelStatusOddSizeWarning (422: odd width; 411: odd width or height).
+ *
+ * Checked in this order: src and dst, then the plane pointers (qelStatusNullPointer), size (qelStatusBadSize: width
+ * at least 2, height at least 1 for 422 and 2 for 411). No step is tested: zero and negative steps are used as given.
+ * The arrays of steps are not tested for null, and are read only behind the checks. Nothing forks. Nothing is read or
+ * written outside the rows of the region.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliRGBToYCbCr422_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr422_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr422_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr422_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr411_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr411_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr411_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr411_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
+
+QELJ_API QelStatus qeliYCbCr422ToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCr422ToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCr411ToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCr411ToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCr422ToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size, uint8_t alpha);
+QELJ_API QelStatus qeliYCbCr422ToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size, uint8_t alpha);
+QELJ_API QelStatus qeliYCbCr411ToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size, uint8_t alpha);
+QELJ_API QelStatus qeliYCbCr411ToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size, uint8_t alpha);
+
+/* Packed 4:2:2 to RGB. Two pixels are four bytes: Y0, Cb, Y1, Cr. Any width and height from 1 up, without a warning.
+ * An odd width converts its last pair whole: in every row 2 bytes behind the row's 2 * width are read and 3 bytes
+ * behind its 3 * width are written (a width of 1 writes two pixels). Leave room for them behind the last row. Where
+ * dstStep is too small for them the next row overwrites them: rows that overlap are written in order.
+ * Pixels x < W - W % 8 take products floored at nine bits, under which neutral grey v gives G = v - 1 (R = B = v); the
+ * pairs behind them take 16-bit weights.
+ * Checked in this order: src, dst (qelStatusNullPointer), size (qelStatusBadSize); no step is tested. Forks. */
+QELJ_API QelStatus qeliYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Resampling of a chroma plane or row
+ *
+ * Two-to-one across (H2V1) or across and down (H2V2): box averages down, a triangle filter (weights 3 and 1) up. The
+ * functions of planes and of rows round differently, and only those of rows have an edge rule.
+ *
+ * Planes.  With s a source row, a and b source rows 2y and 2y + 1, k = x / 2, and m[k] = 3 near[k] + far[k], where near
+ *   is source row y / 2 and far the row below it for an odd destination row y, the row above it for an even one:
+ *   DownH2V1  dst[x] = (s[2x] + s[2x+1] + 1) >> 1
+ *   DownH2V2  dst[x] = (a[2x] + a[2x+1] + b[2x] + b[2x+1] + 3) >> 2
+ *   UpH2V1    dst[x] = (s[k-1] + 3 s[k] + 1) >> 2 for even x,  (3 s[k] + s[k+1] + 2) >> 2 for odd x
+ *   UpH2V2    dst[x] = (m[k-1] + 3 m[k] + 8) >> 4 for even x,  (3 m[k] + m[k+1] + 7) >> 4 for odd x
+ *   dstSize alone says what is written, all of it, and so what is read: srcSize is checked to be positive and has no
+ *   other role, and a dstSize that the source cannot serve is not detected. The up-samplers read one sample in front
+ *   of each source row and one behind the last one used; UpH2V2 reads the row above the first and (for an even height)
+ *   the one below the last one used as well. The caller supplies them: the source is meant to lie in a larger
+ *   buffer with filled borders.
+ *   Checked in this order: src (qelStatusNullPointer), srcStep (qelStatusBadStep), srcSize (qelStatusBadSize, both at
+ *   least 1), dst, dstStep, dstSize likewise. All fork but UpH2V1.
+ *
+ * Rows.  With n = srcWidth:
+ *   DownRowH2V1  n / 2 samples, (src[2k] + src[2k+1] + r) >> 1, r = 0, 1, 0, 1, ...; for n = 4, 8, 12 r = 1, 0, ...
+ *                Keep dst aligned to 16 bytes: otherwise, with p bytes from dst to the next 16-byte boundary, a row of
+ *                n <= 2p (other than n = 2, 4, ..., 14) gets only max(n - p, 0) / 2 samples; the rest stays as it was,
+ *                and the result is qelStatusOk all the same.
+ *   DownRowH2V2  (src1[2k] + src1[2k+1] + src2[2k] + src2[2k+1] + r) >> 2, r = 1, 2, 1, 2, ...; n / 2 samples for n of 32
+ *                or more, (n + 1) / 2 below that, so that an odd n below 32 reads one sample behind each row.
+ *   UpRowH2V1, UpRowH2V2  2n samples, as the planes' functions, with src1 the near row and src2 the far one; the end
+ *                samples take themselves for the neighbour that they lack: dst[0] = src[0] and dst[2n-1] = src[n-1]
+ *                for H2V1. Nothing outside the rows is read; n may be 1.
+ *   Checked in this order: pointers (qelStatusNullPointer), srcWidth (qelStatusBadSize, at least 1). None forks.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliSampleDownH2V1_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst, int32_t dstStep, QelSize dstSize);
+QELJ_API QelStatus qeliSampleDownH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst, int32_t dstStep, QelSize dstSize);
+QELJ_API QelStatus qeliSampleUpH2V1_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst, int32_t dstStep, QelSize dstSize);
+QELJ_API QelStatus qeliSampleUpH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst, int32_t dstStep, QelSize dstSize);
+
+QELJ_API QelStatus qeliSampleDownRowH2V1_Box_JPEG_8u_C1(const uint8_t* src, int32_t srcWidth, uint8_t* dst);
+QELJ_API QelStatus qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(const uint8_t* src, int32_t srcWidth, uint8_t* dst);
+QELJ_API QelStatus qeliSampleDownRowH2V2_Box_JPEG_8u_C1(const uint8_t* src1, const uint8_t* src2, int32_t srcWidth, uint8_t* dst);
+QELJ_API QelStatus qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(const uint8_t* src1, const uint8_t* src2, int32_t srcWidth, uint8_t* dst);
 
 /* ------------------------------------------------------------------------------------------------------------
  * MCU conversion, forward: pixels to level-shifted blocks (A.2.3, A.3.1)

@@ -189,17 +189,26 @@ struct FloatLumaForm {
 };
 
 // --- Inverse forms
-// --------------------------------------------------------------------------------------------------- From
-// samples y 0..255 and chroma centred on 0 (-128..127).
+// --------------------------------------------------------------------------------------------- An inverse
+// form tells what chroma, centred on 0 (-128..127), adds to luma for each colour: pixels that share a chroma
+// sample share that. offset() counts in units of 2^-kFraction; what is left after adding is cut, not rounded.
+// Vector lanes of chroma hold c << 8, which is how bytes unpack for nothing.
 
-// (weight * c + round) >> 14 in 16-bit lanes takes a high multiply of a weight and a rounding term of its
-// own.
+template <class Form, class T>
+QELJ_INLINE T shade(T y, T offset) {
+  if constexpr (Form::kFraction == 0)
+    return y + offset;
+  else
+    return (y * int16_t(1 << Form::kFraction) + offset) >> Form::kFraction;
+}
+
+// (weight * c + round) >> 14. In 16-bit lanes that takes a rounded high multiply, a weight and a rounding
+// term of their own.
 struct ChromaTerm {
   int32_t weight, round;
   int16_t laneWeight, laneRound;
 
   constexpr int32_t operator()(int32_t c) const { return (weight * c + round) >> 14; }
-  // Lanes of c << 8.
   QELJ_INLINE I16 operator()(I16 c) const {
     return (simd::mulHiRound(c, simd::splat<I16>(laneWeight)) + simd::splat<I16>(laneRound)) >> 7;
   }
@@ -213,6 +222,7 @@ struct ChromaTerm {
 // Blue, and the direction in which green is rounded, differ between pixels and planes.
 template <bool kPixels>
 struct InverseQ14Form {
+  static constexpr int kFraction = 0;
   static constexpr ChromaTerm kRed{22970, 8145, 22970, 63};
   static constexpr ChromaTerm kBlue =
       kPixels ? ChromaTerm{29032, 8135, 29032, 63} : ChromaTerm{29032, 7535, 29033, 59};
@@ -220,17 +230,17 @@ struct InverseQ14Form {
   static constexpr int kSign = kPixels ? -1 : 1, kCb = kSign * 5638, kCr = kSign * 11700,
                        kRound = kPixels ? 8302 : 8082;
 
-  static Rgb<int32_t> rgb(Ycc<int32_t> p) {
-    const int32_t green = (kCb * p.cb + kCr * p.cr + kRound) >> 14;
-    return {p.y + kRed(p.cr), p.y - kSign * green, p.y + kBlue(p.cb)};
-  }
-  // Chroma lanes hold c << 8, which is how bytes unpack for nothing.
-  static QELJ_INLINE Rgb<I16> rgb(Ycc<I16> p) {
+  static int32_t green(int32_t cb, int32_t cr) { return (kCb * cb + kCr * cr + kRound) >> 14; }
+  static QELJ_INLINE I16 green(I16 cb, I16 cr) {
     const auto weights = simd::pairs(kCb, kCr);
     const auto round = simd::splat<simd::I32>(kRound << 8);
-    const I16 green = simd::packI16((simd::mulAddPairs(simd::unpackLow(p.cb, p.cr), weights) + round) >> 22,
-                                    (simd::mulAddPairs(simd::unpackHigh(p.cb, p.cr), weights) + round) >> 22);
-    return {p.y + kRed(p.cr), kPixels ? p.y + green : p.y - green, p.y + kBlue(p.cb)};
+    return simd::packI16((simd::mulAddPairs(simd::unpackLow(cb, cr), weights) + round) >> 22,
+                         (simd::mulAddPairs(simd::unpackHigh(cb, cr), weights) + round) >> 22);
+  }
+  template <class T>
+  static QELJ_INLINE Rgb<T> offset(Chroma<T> c) {
+    const T g = green(c.cb, c.cr);
+    return {kRed(c.cr), kPixels ? g : -g, kBlue(c.cb)};
   }
 };
 using PixelQ14Form = InverseQ14Form<true>;
@@ -238,25 +248,39 @@ using PlaneQ14Form = InverseQ14Form<false>;
 
 // Sixteen bits of fraction, rounded to nearest: the form of a row's last pixels.
 struct InverseQ16Form {
-  static Rgb<int32_t> rgb(Ycc<int32_t> p) {
-    return {p.y + ((91881 * p.cr + 32768) >> 16), p.y + ((-46802 * p.cr - 22554 * p.cb + 32768) >> 16),
-            p.y + ((116130 * p.cb + 32768) >> 16)};
+  static constexpr int kFraction = 0;
+  static Rgb<int32_t> offset(Chroma<int32_t> c) {
+    return {(91881 * c.cr + 32768) >> 16, (-46802 * c.cr - 22554 * c.cb + 32768) >> 16,
+            (116130 * c.cb + 32768) >> 16};
   }
 };
 
-// Four bits of fraction; every product is truncated by itself, on chroma as stored (0..255).
+// (stored * weight) >> 9, for chroma as stored (0..255).
+inline int32_t storedTerm(int32_t c, int32_t weight) { return ((c + 128) * weight) >> 9; }
+QELJ_INLINE I16 storedTerm(I16 c, int32_t weight) {
+  const auto stored = (simd::as<uint16_t>(c) ^ uint16_t(0x8000)) >> 1;  // << 7
+  return simd::mulHi(simd::as<int16_t>(stored), simd::splat<I16>(int16_t(weight)));
+}
+
+// Four bits of fraction; every product is truncated by itself.
 struct InverseQ4Form {
-  static int32_t term(int32_t centred, int32_t weight) { return ((centred + 128) * weight) >> 9; }
-  static QELJ_INLINE I16 term(I16 centred, int32_t weight) {  // c << 8: as stored, << 7, without a sign
-    const auto stored = (simd::as<uint16_t>(centred) ^ uint16_t(0x8000)) >> 1;
-    return simd::mulHi(simd::as<int16_t>(stored), simd::splat<I16>(int16_t(weight)));
-  }
+  static constexpr int kFraction = 4;
   template <class T>
-  static QELJ_INLINE Rgb<T> rgb(Ycc<T> p) {
-    const T y = p.y * int16_t(16) + int16_t(8);
-    return {T((y + term(p.cr, 11485) - int16_t(2871)) >> 4),
-            T((y + int16_t(2167) - (term(p.cb, 2819) + term(p.cr, 5850))) >> 4),
-            T((y + term(p.cb, 14516) - int16_t(3629)) >> 4)};
+  static QELJ_INLINE Rgb<T> offset(Chroma<T> c) {
+    return {storedTerm(c.cr, 11485) + int16_t(8 - 2871),
+            int16_t(8 + 2167) - (storedTerm(c.cb, 2819) + storedTerm(c.cr, 5850)),
+            storedTerm(c.cb, 14516) + int16_t(8 - 3629)};
+  }
+};
+
+// The same products at nine bits of fraction, floored before they are added; no rounding term.
+struct InverseQ9Form {
+  static constexpr int kFraction = 0;
+  template <class T>
+  static QELJ_INLINE Rgb<T> offset(Chroma<T> c) {
+    return {(storedTerm(c.cr, 22970) >> 5) - int16_t(179),
+            ((storedTerm(c.cr, -11700) + storedTerm(c.cb, -5638)) >> 5) + int16_t(135),
+            (storedTerm(c.cb, 29032) >> 5) - int16_t(226)};
   }
 };
 

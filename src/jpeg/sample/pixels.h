@@ -285,6 +285,16 @@ struct YccSource {
 
 // A form works on 16-bit lanes, half a vector of bytes at a time. Unpacking and packing both go by blocks, so
 // that the pixels come back in order.
+struct Halves {
+  I16 low, high;
+};
+QELJ_INLINE Halves widen(U8 v) { return {I16(simd::unpackLow(v, U8{})), I16(simd::unpackHigh(v, U8{}))}; }
+QELJ_INLINE Halves widenCentred(U8 chroma) {  // c << 8
+  const U8 centred = chroma ^ uint8_t(0x80);
+  return {I16(simd::unpackLow(U8{}, centred)), I16(simd::unpackHigh(U8{}, centred))};
+}
+QELJ_INLINE Rgb<Halves> widen(Rgb<U8> p) { return {widen(p.r), widen(p.g), widen(p.b)}; }
+
 template <class Form>
 QELJ_INLINE Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
   const auto v = Form::ycc(p);
@@ -292,27 +302,35 @@ QELJ_INLINE Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
 }
 template <class Form>
 QELJ_INLINE Ycc<U8> toYcc(Rgb<U8> p) {
-  const U8 zero{};
-  const auto low = Form::ycc(Rgb<I16>{I16(simd::unpackLow(p.r, zero)), I16(simd::unpackLow(p.g, zero)),
-                                      I16(simd::unpackLow(p.b, zero))});
-  const auto high = Form::ycc(Rgb<I16>{I16(simd::unpackHigh(p.r, zero)), I16(simd::unpackHigh(p.g, zero)),
-                                       I16(simd::unpackHigh(p.b, zero))});
+  const auto [r, g, b] = widen(p);
+  const auto low = Form::ycc(Rgb<I16>{r.low, g.low, b.low}),
+             high = Form::ycc(Rgb<I16>{r.high, g.high, b.high});
   return {simd::packU8(low.y, high.y), simd::packU8(low.cb, high.cb), simd::packU8(low.cr, high.cr)};
 }
 
+// Luma with what chroma adds to it.
+template <class Form>
+QELJ_INLINE Rgb<uint8_t> toRgb(uint8_t y, Rgb<int32_t> offset) {
+  const auto colour = [y](int32_t add) { return clampU8(shade<Form>(int32_t(y), add)); };
+  return {colour(offset.r), colour(offset.g), colour(offset.b)};
+}
+template <class Form>
+QELJ_INLINE Rgb<U8> toRgb(U8 y, Rgb<I16> low, Rgb<I16> high) {
+  const Halves luma = widen(y);
+  const auto colour = [&](I16 addLow, I16 addHigh) QELJ_INLINE_LAMBDA {
+    return simd::packU8(shade<Form>(luma.low, addLow), shade<Form>(luma.high, addHigh));
+  };
+  return {colour(low.r, high.r), colour(low.g, high.g), colour(low.b, high.b)};
+}
 template <class Form>
 QELJ_INLINE Rgb<uint8_t> toRgb(Ycc<uint8_t> p) {
-  const auto v = Form::rgb(Ycc<int32_t>{p.y, p.cb - 128, p.cr - 128});
-  return {clampU8(v.r), clampU8(v.g), clampU8(v.b)};
+  return toRgb<Form>(p.y, Form::offset(Chroma<int32_t>{p.cb - 128, p.cr - 128}));
 }
 template <class Form>
 QELJ_INLINE Rgb<U8> toRgb(Ycc<U8> p) {
-  const U8 zero{}, cb = p.cb ^ uint8_t(0x80), cr = p.cr ^ uint8_t(0x80);
-  const auto low = Form::rgb(Ycc<I16>{I16(simd::unpackLow(p.y, zero)), I16(simd::unpackLow(zero, cb)),
-                                      I16(simd::unpackLow(zero, cr))});
-  const auto high = Form::rgb(Ycc<I16>{I16(simd::unpackHigh(p.y, zero)), I16(simd::unpackHigh(zero, cb)),
-                                       I16(simd::unpackHigh(zero, cr))});
-  return {simd::packU8(low.r, high.r), simd::packU8(low.g, high.g), simd::packU8(low.b, high.b)};
+  const Halves cb = widenCentred(p.cb), cr = widenCentred(p.cr);
+  return toRgb<Form>(p.y, Form::offset(Chroma<I16>{cb.low, cr.low}),
+                     Form::offset(Chroma<I16>{cb.high, cr.high}));
 }
 
 // --- Loops

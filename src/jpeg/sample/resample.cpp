@@ -1,0 +1,210 @@
+// Two-to-one resampling of a plane or a row: box averages down, a triangle filter up.
+#include <algorithm>
+
+#include "frame/arith.h"
+#include "frame/check.h"
+#include "frame/fronts.h"
+#include "frame/rows.h"
+#include "frame/simd.h"
+
+namespace qelj {
+namespace {
+
+using simd::I16;
+using simd::U8;
+constexpr int kVector = simd::kBytes;
+
+// --- Down: the mean of two or four samples
+// ------------------------------------------------------------------------
+
+// The rounding terms of the means at even and odd places. Terms that alternate leave the plane's mean as it
+// is.
+struct Rounding {
+  int even, odd;
+};
+
+// kRows rows of 2 * count samples to `count` means.
+template <int kRows>
+void ownDownRow(const uint8_t* const (&src)[2], uint8_t* dst, ptrdiff_t count, Rounding round) {
+  constexpr int kShift = kRows == 2 ? 2 : 1;
+  ptrdiff_t k = 0;
+  if constexpr (simd::kEnabled) {
+    const auto one = simd::splat<simd::I8>(1);
+    const I16 term = simd::pairs(round.even, round.odd);
+    const auto means = [&](ptrdiff_t from) QELJ_INLINE_LAMBDA {
+      I16 sum = simd::mulAddBytes(simd::load<U8>(src[0] + from), one);
+      if constexpr (kRows == 2) sum += simd::mulAddBytes(simd::load<U8>(src[1] + from), one);
+      return (sum + term) >> kShift;
+    };
+    for (; k <= count - kVector; k += kVector)
+      simd::store(dst + k, simd::orderPacked(simd::packU8(means(2 * k), means(2 * k + kVector))));
+  }
+  for (; k < count; ++k) {
+    int sum = k % 2 ? round.odd : round.even;
+    for (int row = 0; row < kRows; ++row) sum += src[row][2 * k] + src[row][2 * k + 1];
+    dst[k] = uint8_t(sum >> kShift);
+  }
+}
+
+// --- Up: three parts of the near sample, one of the far one
+// --------------------------------------------------------
+
+// The samples that are spread across: those of one row, or three parts of a near row and one of a far row.
+// sum(k, far) is three parts of sample k and one of sample `far`; the vector face gives sums for kVector
+// samples from k on, in the lower and the upper halves of the blocks.
+struct Halves {
+  I16 low, high;
+};
+struct OneRow {
+  const uint8_t* s;
+  static constexpr int kShift = 2, kEven = 1, kOdd = 2;
+
+  int sum(ptrdiff_t k, ptrdiff_t far) const { return 3 * s[k] + s[far]; }
+  QELJ_INLINE Halves sums(ptrdiff_t k, ptrdiff_t far) const { return threeToOne(s + k, s + far); }
+
+  static QELJ_INLINE Halves threeToOne(const uint8_t* near, const uint8_t* far) {
+    const auto weights = simd::as<int8_t>(simd::splat<I16>(0x0103));
+    const U8 n = simd::load<U8>(near), f = simd::load<U8>(far);
+    return {simd::mulAddBytes(simd::unpackLow(n, f), weights),
+            simd::mulAddBytes(simd::unpackHigh(n, f), weights)};
+  }
+};
+struct TwoRows {
+  const uint8_t *near, *far;
+  static constexpr int kShift = 4, kEven = 8, kOdd = 7;
+
+  int down(ptrdiff_t k) const { return 3 * near[k] + far[k]; }
+  int sum(ptrdiff_t k, ptrdiff_t other) const { return 3 * down(k) + down(other); }
+  QELJ_INLINE Halves sums(ptrdiff_t k, ptrdiff_t other) const {
+    const Halves a = OneRow::threeToOne(near + k, far + k), b = OneRow::threeToOne(near + other, far + other);
+    const auto three = simd::splat<I16>(3);
+    return {a.low * three + b.low, a.high * three + b.high};
+  }
+};
+
+template <class Source>
+uint8_t ownEven(const Source& s, ptrdiff_t k, ptrdiff_t far) {
+  return uint8_t((s.sum(k, far) + Source::kEven) >> Source::kShift);
+}
+template <class Source>
+uint8_t ownOdd(const Source& s, ptrdiff_t k, ptrdiff_t far) {
+  return uint8_t((s.sum(k, far) + Source::kOdd) >> Source::kShift);
+}
+
+// Samples 2k and 2k + 1 for k from `from` to `to` - 1. Reads source samples from - 1 to `to`.
+template <class Source>
+void ownUpSamples(const Source& s, uint8_t* dst, ptrdiff_t from, ptrdiff_t to) {
+  ptrdiff_t k = from;
+  if constexpr (simd::kEnabled) {
+    const auto roundEven = simd::splat<I16>(Source::kEven), roundOdd = simd::splat<I16>(Source::kOdd);
+    for (; k <= to - kVector; k += kVector) {
+      const Halves even = s.sums(k, k - 1), odd = s.sums(k, k + 1);
+      const auto merge = [&](I16 e,
+                             I16 o) QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
+        const I16 low = (e + roundEven) >> Source::kShift, high = simd::shlWrap(o + roundOdd, 8 - Source::kShift);
+        return low | (high & int16_t(-256));
+      };
+      const I16 first = merge(even.low, odd.low), second = merge(even.high, odd.high);
+      simd::store(dst + 2 * k, simd::lowBlocks(first, second));
+      simd::store(dst + 2 * k + kVector, simd::highBlocks(first, second));
+    }
+  }
+  for (; k < to; ++k) dst[2 * k] = ownEven(s, k, k - 1), dst[2 * k + 1] = ownOdd(s, k, k + 1);
+}
+
+// A row of a plane that has samples beyond both ends. An odd width ends with an even sample.
+template <class Source>
+void ownUpPlaneRow(const Source& s, uint8_t* dst, ptrdiff_t dstWidth) {
+  const ptrdiff_t pairs = dstWidth / 2;
+  ownUpSamples(s, dst, 0, pairs);
+  if (dstWidth % 2) dst[2 * pairs] = ownEven(s, pairs, pairs - 1);
+}
+
+// A row by itself: its first and last samples stand in for their missing neighbours.
+template <class Source>
+void ownUpRow(const Source& s, uint8_t* dst, ptrdiff_t srcWidth) {
+  const ptrdiff_t last = srcWidth - 1;
+  dst[0] = ownEven(s, 0, 0);
+  if (last > 0) {
+    dst[1] = ownOdd(s, 0, 1);
+    ownUpSamples(s, dst, 1, last);
+    dst[2 * last] = ownEven(s, last, last - 1);
+  }
+  dst[2 * last + 1] = ownOdd(s, last, last);
+}
+
+QelStatus checkPlanes(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst, int32_t dstStep,
+                      QelSize dstSize) {
+  return check(nonNull(src), step(srcStep), area(srcSize), nonNull(dst), step(dstStep), area(dstSize));
+}
+
+}  // namespace
+
+QelStatus qeliSampleDownH2V1_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst,
+                                         int32_t dstStep, QelSize dstSize) {
+  if (auto s = checkPlanes(src, srcStep, srcSize, dst, dstStep, dstSize); s) return s;
+  return forEachRow(dstSize, [=](int32_t y) {
+    ownDownRow<1>({row(src, srcStep, y), nullptr}, row(dst, dstStep, y), dstSize.width, {1, 1});
+  });
+}
+
+// Three, not two: the mean of four is rounded up from a quarter on.
+QelStatus qeliSampleDownH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst,
+                                         int32_t dstStep, QelSize dstSize) {
+  if (auto s = checkPlanes(src, srcStep, srcSize, dst, dstStep, dstSize); s) return s;
+  return forEachRow(dstSize, [=](int32_t y) {
+    const uint8_t* first = row(src, srcStep, 2 * ptrdiff_t(y));
+    ownDownRow<2>({first, row(first, srcStep, 1)}, row(dst, dstStep, y), dstSize.width, {3, 3});
+  });
+}
+
+QelStatus qeliSampleUpH2V1_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst,
+                                       int32_t dstStep, QelSize dstSize) {
+  if (auto s = checkPlanes(src, srcStep, srcSize, dst, dstStep, dstSize); s) return s;
+  return forEachRowSerial(dstSize, [=](int32_t y) {
+    ownUpPlaneRow(OneRow{row(src, srcStep, y)}, row(dst, dstStep, y), dstSize.width);
+  });
+}
+
+QelStatus qeliSampleUpH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst,
+                                       int32_t dstStep, QelSize dstSize) {
+  if (auto s = checkPlanes(src, srcStep, srcSize, dst, dstStep, dstSize); s) return s;
+  return forEachRow(dstSize, [=](int32_t y) {
+    const uint8_t* near = row(src, srcStep, y / 2);
+    ownUpPlaneRow(TwoRows{near, row(near, srcStep, y % 2 ? 1 : -1)}, row(dst, dstStep, y), dstSize.width);
+  });
+}
+
+QelStatus qeliSampleDownRowH2V1_Box_JPEG_8u_C1(const uint8_t* src, int32_t srcWidth, uint8_t* dst) {
+  if (auto s = check(nonNull(src), nonNull(dst), length(srcWidth)); s) return s;
+  const bool shortEven = srcWidth % 2 == 0 && srcWidth <= 14;
+  const bool oddFirst = shortEven && srcWidth % 4 == 0;  // 4, 8, 12
+  // Bytes to the next 16-byte boundary: a row that ends within twice as many loses them from its length.
+  const auto lead = int32_t(-reinterpret_cast<uintptr_t>(dst) & 15);
+  const bool cut = !shortEven && srcWidth <= 2 * lead;
+  const int32_t count = cut ? std::max(srcWidth - lead, 0) / 2 : srcWidth / 2;
+  ownDownRow<1>({src, nullptr}, dst, count, oddFirst ? Rounding{1, 0} : Rounding{0, 1});
+  return qelStatusOk;
+}
+
+QelStatus qeliSampleDownRowH2V2_Box_JPEG_8u_C1(const uint8_t* src1, const uint8_t* src2, int32_t srcWidth,
+                                               uint8_t* dst) {
+  if (auto s = check(nonNull(src1), nonNull(src2), nonNull(dst), length(srcWidth)); s) return s;
+  ownDownRow<2>({src1, src2}, dst, srcWidth < 32 ? (srcWidth + 1) / 2 : srcWidth / 2, {1, 2});
+  return qelStatusOk;
+}
+
+QelStatus qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(const uint8_t* src, int32_t srcWidth, uint8_t* dst) {
+  if (auto s = check(nonNull(src), nonNull(dst), length(srcWidth)); s) return s;
+  ownUpRow(OneRow{src}, dst, srcWidth);
+  return qelStatusOk;
+}
+
+QelStatus qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(const uint8_t* src1, const uint8_t* src2, int32_t srcWidth,
+                                                  uint8_t* dst) {
+  if (auto s = check(nonNull(src1), nonNull(src2), nonNull(dst), length(srcWidth)); s) return s;
+  ownUpRow(TwoRows{src1, src2}, dst, srcWidth);
+  return qelStatusOk;
+}
+
+}  // namespace qelj

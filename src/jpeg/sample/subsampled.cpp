@@ -1,0 +1,227 @@
+// RGB and BGR pixels to and from YCbCr planes (or packed 4:2:2) whose chroma has half the columns, or half
+// the columns and half the rows.
+#include <cstdlib>
+
+#include "frame/fronts.h"
+#include "jpeg/sample/pixels.h"
+
+namespace qelj {
+namespace {
+using namespace colour;
+
+// --- Forward: the colours of a chroma sample's pixels are added up first, then converted
+// -----------------------
+
+using ForwardMain = TruncatedForm;         // pixels in whole groups of eight
+using ForwardTail = MatrixForm<kQ14Half>;  // the pairs behind them
+
+struct YccRows {
+  uint8_t *y[2], *cb, *cr;
+};
+
+// kRows rows of pixels to as many rows of luma and one of chroma. Whole pairs only.
+template <int kRows, class Source>
+void ownForwardRows(const Source (&source)[2], const YccRows& dst, ptrdiff_t width) {
+  constexpr int kLog2 = kRows == 2 ? 2 : 1;
+  const auto pair = [&]<class Form>(Form, ptrdiff_t x) {
+    Rgb<int32_t> sum{};
+    for (int row = 0; row < kRows; ++row)
+      for (int i = 0; i < 2; ++i) {
+        const Rgb<int32_t> p = source[row].pixel(x + i).rgb;
+        sum.r += p.r, sum.g += p.g, sum.b += p.b;
+        dst.y[row][x + i] = clampU8(Form::luma(p));
+      }
+    const auto c = Form::template chroma<kLog2>(sum);
+    dst.cb[x / 2] = clampU8(c.cb), dst.cr[x / 2] = clampU8(c.cr);
+  };
+  const ptrdiff_t main = width / 8 * 8;
+  ptrdiff_t x = coverByGroups(main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    const auto one = simd::splat<simd::I8>(1);
+    Rgb<I16> sum{};
+    for (int row = 0; row < kRows; ++row) {
+      const Rgb<U8> p = source[row].group(at).rgb;
+      sum.r += simd::mulAddBytes(p.r, one), sum.g += simd::mulAddBytes(p.g, one),
+          sum.b += simd::mulAddBytes(p.b, one);
+      const auto [r, g, b] = widen(p);
+      simd::store(dst.y[row] + at, simd::packU8(ForwardMain::luma(Rgb<I16>{r.low, g.low, b.low}),
+                                                ForwardMain::luma(Rgb<I16>{r.high, g.high, b.high})));
+    }
+    const auto c = ForwardMain::chroma<kLog2>(sum);
+    const U8 both = simd::orderPacked(simd::packU8(c.cb, c.cr));
+    simd::store(dst.cb + at / 2, simd::lower(both)), simd::store(dst.cr + at / 2, simd::upper(both));
+  });
+  for (; x < main; x += 2) pair(ForwardMain{}, x);
+  for (; x + 1 < width; x += 2) pair(ForwardTail{}, x);
+}
+
+constexpr QelStatus oddSize(QelSize size, int rows) {
+  return size.width % 2 != 0 || (rows == 2 && size.height % 2 != 0) ? qelStatusOddSizeWarning : qelStatusOk;
+}
+
+template <int kRows, class Source>
+QelStatus forward(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep,
+                  QelSize size) {
+  if (auto s = check(nonNull(src), planes(dst, 3), area(size, 2, kRows)); s) return s;
+  for (int32_t y = 0; y <= size.height - kRows; y += kRows) {
+    const int32_t last = y + kRows - 1;
+    const Source source[2] = {{src, srcStep, y}, {src, srcStep, last}};
+    ownForwardRows<kRows>(source,
+                          {{row(dst[0], dstStep[0], y), row(dst[0], dstStep[0], last)},
+                           row(dst[1], dstStep[1], y / kRows),
+                           row(dst[2], dstStep[2], y / kRows)},
+                          size.width);
+  }
+  return oddSize(size, kRows);
+}
+
+// --- Inverse: a chroma sample serves all its pixels as it is
+// ----------------------------------------------------
+
+// What a vector of chroma pairs adds to the pixels in the lower and the upper halves of the blocks of a
+// group.
+template <class Form>
+struct PairOffsets {
+  Rgb<I16> low, high;
+  QELJ_INLINE explicit PairOffsets(Chroma<I16> c) {
+    const Rgb<I16> o = Form::offset(c);
+    low = {simd::unpackLow(o.r, o.r), simd::unpackLow(o.g, o.g), simd::unpackLow(o.b, o.b)};
+    high = {simd::unpackHigh(o.r, o.r), simd::unpackHigh(o.g, o.g), simd::unpackHigh(o.b, o.b)};
+  }
+};
+QELJ_INLINE I16 centred(simd::U16 chromaShifted8) {
+  return simd::as<int16_t>(chromaShifted8 ^ uint16_t(0x8000));
+}
+
+template <int kRows, class Sink>
+void ownInverseRows(const uint8_t* const (&y)[2], const uint8_t* cb, const uint8_t* cr, const Sink (&sink)[2],
+                    ptrdiff_t width) {
+  using Form = InverseQ4Form;
+  ptrdiff_t x = coverByGroups(width / 2 * 2, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    const auto load = [at](const uint8_t* p) {
+      return centred(simd::loadAs<simd::U16, uint8_t>(p + at / 2) << 8);
+    };
+    const PairOffsets<Form> add({load(cb), load(cr)});
+    for (int row = 0; row < kRows; ++row)
+      sink[row].group(at, {toRgb<Form>(simd::load<U8>(y[row] + at), add.low, add.high), U8{}});
+  });
+  for (; x + 1 < width; x += 2) {
+    const auto add = Form::offset(Chroma<int32_t>{cb[x / 2] - 128, cr[x / 2] - 128});
+    for (int row = 0; row < kRows; ++row)
+      for (int i = 0; i < 2; ++i) sink[row].pixel(x + i, {toRgb<Form>(y[row][x + i], add), 0});
+  }
+}
+
+template <int kRows, class Sink, class... Alpha>
+QelStatus inverse(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep,
+                  QelSize size, Alpha... alpha) {
+  if (auto s = check(nonNull(dst), planes(src, 3), area(size, 2, kRows)); s) return s;
+  for (int32_t y = 0; y <= size.height - kRows; y += kRows) {
+    const int32_t last = y + kRows - 1;
+    const Sink sink[2] = {{dst, dstStep, y, alpha...}, {dst, dstStep, last, alpha...}};
+    ownInverseRows<kRows>({row(src[0], srcStep[0], y), row(src[0], srcStep[0], last)},
+                          row(src[1], srcStep[1], y / kRows), row(src[2], srcStep[2], y / kRows), sink,
+                          size.width);
+  }
+  return oddSize(size, kRows);
+}
+
+// Packed 4:2:2: Y0, Cb, Y1, Cr. Whole groups of eight pixels, then pairs in another form; the pair that an
+// odd width begins is read and written whole.
+void ownPackedRow(const uint8_t* src, PixelSink<RgbOrder> sink, ptrdiff_t width) {
+  const ptrdiff_t main = width / 8 * 8;
+  const auto pair = [&]<class Form>(Form, ptrdiff_t x) {
+    const uint8_t* p = src + 2 * x;
+    const auto add = Form::offset(Chroma<int32_t>{p[1] - 128, p[3] - 128});
+    const uint8_t y1 = p[2];
+    sink.pixel(x, {toRgb<Form>(p[0], add), 0}), sink.pixel(x + 1, {toRgb<Form>(y1, add), 0});
+  };
+  ptrdiff_t x = coverByGroups(main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    using Form = InverseQ9Form;
+    const auto split =
+        simd::deinterleave(simd::load<U8>(src + 2 * at), simd::load<U8>(src + 2 * at + kVector));
+    const auto chroma = simd::as<uint16_t>(split.second);  // Cb in the low bytes, Cr in the high ones
+    const PairOffsets<Form> add({centred(chroma << 8), centred(chroma & uint16_t(0xFF00))});
+    sink.group(at, {toRgb<Form>(split.first, add.low, add.high), U8{}});
+  });
+  for (; x < main; x += 2) pair(InverseQ9Form{}, x);
+  for (; x < width; x += 2) pair(InverseQ16Form{}, x);
+}
+
+}  // namespace
+
+QelStatus qeliYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                          QelSize size) {
+  if (auto s = check(nonNull(src), nonNull(dst), area(size)); s) return s;
+  const auto oneRow = [=](int32_t y) { ownPackedRow(row(src, srcStep, y), {dst, dstStep, y}, size.width); };
+  // An odd width writes a pixel more. Where that reaches into the next row, the rows go in order, as one.
+  const bool overlap = std::abs(int64_t(dstStep)) < 3 * (int64_t(size.width) + size.width % 2);
+  if (overlap) return forEachRow({1, 1}, [=](int32_t) { forEachRowSerial(size, oneRow); });
+  return forEachRow(size, oneRow);
+}
+
+QelStatus qeliRGBToYCbCr422_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                          const int32_t* dstStep, QelSize size) {
+  return forward<1, PixelSource<RgbOrder, 3>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliBGRToYCbCr422_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                          const int32_t* dstStep, QelSize size) {
+  return forward<1, PixelSource<BgrOrder, 3>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliRGBToYCbCr422_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                          const int32_t* dstStep, QelSize size) {
+  return forward<1, PixelSource<RgbOrder, 4>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliBGRToYCbCr422_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                          const int32_t* dstStep, QelSize size) {
+  return forward<1, PixelSource<BgrOrder, 4>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliRGBToYCbCr411_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                          const int32_t* dstStep, QelSize size) {
+  return forward<2, PixelSource<RgbOrder, 3>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliBGRToYCbCr411_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                          const int32_t* dstStep, QelSize size) {
+  return forward<2, PixelSource<BgrOrder, 3>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliRGBToYCbCr411_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                          const int32_t* dstStep, QelSize size) {
+  return forward<2, PixelSource<RgbOrder, 4>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliBGRToYCbCr411_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
+                                          const int32_t* dstStep, QelSize size) {
+  return forward<2, PixelSource<BgrOrder, 4>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliYCbCr422ToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst,
+                                          int32_t dstStep, QelSize size) {
+  return inverse<1, PixelSink<RgbOrder>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliYCbCr422ToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst,
+                                          int32_t dstStep, QelSize size) {
+  return inverse<1, PixelSink<BgrOrder>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliYCbCr422ToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst,
+                                          int32_t dstStep, QelSize size, uint8_t alpha) {
+  return inverse<1, AlphaPixelSink<RgbOrder>>(src, srcStep, dst, dstStep, size, alpha);
+}
+QelStatus qeliYCbCr422ToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst,
+                                          int32_t dstStep, QelSize size, uint8_t alpha) {
+  return inverse<1, AlphaPixelSink<BgrOrder>>(src, srcStep, dst, dstStep, size, alpha);
+}
+QelStatus qeliYCbCr411ToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst,
+                                          int32_t dstStep, QelSize size) {
+  return inverse<2, PixelSink<RgbOrder>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliYCbCr411ToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst,
+                                          int32_t dstStep, QelSize size) {
+  return inverse<2, PixelSink<BgrOrder>>(src, srcStep, dst, dstStep, size);
+}
+QelStatus qeliYCbCr411ToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst,
+                                          int32_t dstStep, QelSize size, uint8_t alpha) {
+  return inverse<2, AlphaPixelSink<RgbOrder>>(src, srcStep, dst, dstStep, size, alpha);
+}
+QelStatus qeliYCbCr411ToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst,
+                                          int32_t dstStep, QelSize size, uint8_t alpha) {
+  return inverse<2, AlphaPixelSink<BgrOrder>>(src, srcStep, dst, dstStep, size, alpha);
+}
+
+}  // namespace qelj
