@@ -75,16 +75,16 @@ struct Plane {
 
 Plane photograph() {
   const Photo photo = loadPhoto("raccoon.png");
-  Plane plane{photo.width / 8 * 8, photo.height / 8 * 8, {}};
+  Plane plane{photo.width / 8 * 8, 128, {}};
   for (int y = 0; y < plane.height; ++y)
     for (int x = 0; x < plane.width; ++x) {
-      const uint8_t* p = &photo.rgb[size_t(y * photo.width + x) * 3];
+      const uint8_t* p = &photo.rgb[size_t((y + 320) * photo.width + x) * 3];
       plane.samples.push_back(uint8_t((p[0] * 77 + p[1] * 150 + p[2] * 29) >> 8));
     }
   return plane;
 }
 Plane noise() {
-  Plane plane{1024, 768, std::vector<uint8_t>(1024 * 768)};
+  Plane plane{1024, 128, std::vector<uint8_t>(1024 * 128)};
   uint32_t state = 1;
   for (auto& sample : plane.samples) sample = uint8_t((state = state * 1664525 + 1013904223) >> 24);
   return plane;
@@ -154,6 +154,11 @@ void pairs(const std::string& on, Plane plane) {
                : Work());
   };
   inverse("inverse DCT", qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R, jsimd_idct_islow_avx2);
+  inverse("inverse DCT to 4x4", qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, jsimd_idct_4x4_sse2);
+  inverse("inverse DCT to 2x2", qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, jsimd_idct_2x2_sse2);
+  inverse("inverse DCT of 4x4 coefficients", qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, nullptr);
+  inverse("inverse DCT of 2x2 coefficients", qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, nullptr);
+  inverse("inverse DCT of the DC", qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R, nullptr);
 }
 
 }  // namespace

@@ -528,8 +528,31 @@ QELJ_API QelStatus qeliDCTQuantInv8x8_JPEG_16s_C1(const int16_t* src, int16_t* d
 QELJ_API QelStatus qeliDCTQuantInv8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16_t* table);
 
 /* ------------------------------------------------------------------------------------------------------------
- * Reduced-size inverse DCT
+ * Reduced-size inverse DCT (8-bit samples)
+ *
+ * Inverse DCTs with dequantisation that cost less, for decoders that know a block to have few coefficients, and for
+ * small versions of an image. Arguments as those of qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R; `src` and `table` have 64
+ * entries. Coefficients that a function leaves out may hold anything.
+ *
+ * The whole block of 8 rows of 8 samples:
+ *   LS_1x1   from the DC: all samples are (DC q >> 3) + 128, cut to 16 bits, then clamped to 0..255. May differ by one
+ *            from what the whole transform gives. Products above 261119 or below -263168 wrap.
+ *   LS_2x2   from rows and columns 0 and 1;  LS_4x4: from rows and columns 0 to 3. Exactly what the whole transform
+ *            gives for a block whose other coefficients are 0.
+ * A smaller block, for images at 1/4 and 1/2 of their size. Nothing but its own samples is written:
+ *   To2x2LS  2 rows of 2 samples, from rows and columns 0, 1, 3, 5, 7
+ *   To4x4LS  4 rows of 4 samples, from all rows and columns but number 4
+ *            A sample is the mean of the 4x4 or 2x2 samples of the whole block, but for rounding.
+ *
+ * Checked in this order: src and dst (qelStatusNullPointer), dstStep below 1 (qelStatusBadStep), table
+ * (qelStatusNullPointer).
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Huffman records: tables and coder states

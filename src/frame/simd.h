@@ -547,6 +547,21 @@ inline Two<V> deinterleave(V first, V second) {
   }
 }
 
+// The lanes A and B of a, then C and D of b, of 32 bits and by blocks.
+template <int A, int B, int C, int D, class V>
+inline V shuffleTwo4(V a, V b) {
+  static_assert(sizeof(Lane<V>) == 4);
+#if QELJ_HAS_AVX2
+  // Compilers take three instructions for whole numbers, to stay clear of the float unit.
+  if constexpr (sizeof(V) == 32) return (V)_mm256_shuffle_ps((__m256)a, (__m256)b, A | B << 2 | C << 4 | D << 6);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (V)_mm_shuffle_ps((__m128)a, (__m128)b, A | B << 2 | C << 4 | D << 6);
+#endif
+  if constexpr (sizeof(V) == 16) return __builtin_shufflevector(a, b, A, B, C + 4, D + 4);
+  else return __builtin_shufflevector(a, b, A, B, C + 8, D + 8, A + 4, B + 4, C + 12, D + 12);
+}
+
 // r[i] = v[index[i] & 15] of the same block, or 0 where the index has its top bit set.
 template <class V>
 inline V shuffleBytes(V v, V index) {

@@ -10,8 +10,7 @@
 namespace qelj {
 namespace {
 
-// --- constants
-// -----------------------------------------------------------------------------------------------
+// --- constants ---------------------------------------------------------------------------------------------
 
 constexpr float kCos4 = 0.707106769f;  // cos(4 pi/16)
 constexpr float kTan1 = 0.198912367f;  // tan(pi/16)
@@ -32,8 +31,7 @@ constexpr std::array<float, 64> kScale = [] {
   return all;
 }();
 
-// --- one-dimensional transforms, of one line (T is float) or of several (a vector)
-// -----------------------------
+// --- one-dimensional transforms, of one line (T is float) or of several (a vector) -------------------------
 
 template <class T>
 inline void ownForwardLine(T (&c)[8]) {
@@ -71,8 +69,7 @@ inline void ownInverseLine(T (&z)[8]) {
   z[7] = f0 - e0;
 }
 
-// --- blocks
-// ----------------------------------------------------------------------------------------------------
+// --- blocks ------------------------------------------------------------------------------------------------
 
 // 64 values, as scalars.
 template <void Line(float (&)[8])>

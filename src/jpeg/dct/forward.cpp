@@ -8,8 +8,7 @@ namespace {
 
 using namespace dct;
 
-// --- the source block
-// ------------------------------------------------------------------------------------------
+// --- the source block --------------------------------------------------------------------------------------
 
 struct Centred {
   const int16_t* src;
@@ -23,8 +22,7 @@ struct LevelShifted {
   Row row(int y) const { return simd::loadAs<Row, uint8_t>(qelj::row(src, step, y)) - int16_t(128); }
 };
 
-// --- first pass, down the columns
-// --------------------------------------------------------------------------------
+// --- first pass, down the columns --------------------------------------------------------------------------
 
 template <class S>
 inline void ownForwardColumns(S (&row)[8]) {
@@ -47,8 +45,7 @@ inline void ownForwardColumns(S (&row)[8]) {
   row[3] = d1 - (hi(e1, kTan3Less1) + e1);
 }
 
-// --- second pass, along the rows, and quantisation
-// -----------------------------------------------------------------
+// --- second pass, along the rows, and quantisation ---------------------------------------------------------
 
 constexpr int kShift = 20;
 constexpr int32_t kRound = 1 << (kShift - 1);
@@ -80,8 +77,7 @@ constexpr auto kForwardWeights = [] {
   for (int i = 0; i < 8; ++i)
     for (int u = 0; u < 8; ++u)
       for (int n = 0; n < 4; ++n)
-        all[size_t(i / kRows)].w[u / 4][n / 2][i % kRows * 8 + u % 4 * 2 + n % 2] =
-            weight(kRowOrder[i], n, u);
+        all[size_t(i / kRows)].w[u / 4][n / 2][i % kRows * 8 + u % 4 * 2 + n % 2] = weight(i, n, u);
   return all;
 }();
 
@@ -117,11 +113,9 @@ void ownForward(Source source, int16_t* dst, const uint16_t* table) {
     simd::unroll<8>([&](auto k) { rows[k] = {source.row(k)}; });
     ownForwardColumns(rows);
     simd::unroll<8 / kRows>([&](auto i) {
-      constexpr int a = kRowOrder[i * kRows], b = kRowOrder[i * kRows + kRows - 1];
-      const Rows x = ownForwardRows(joinRows(rows[a].v, rows[b].v), kForwardWeights[i]);
-      const Rows y = ownQuantise(x, loadRows(table, a, b));
-      simd::store(row(dst, 16, a), firstRow(y));
-      if constexpr (kRows == 2) simd::store(row(dst, 16, b), secondRow(y));
+      constexpr int k = i * kRows;
+      const Rows x = ownForwardRows(joinRows(rows + k), kForwardWeights[i]);
+      simd::store(row(dst, 16, k), ownQuantise(x, loadRows(table, k)));
     });
   } else {
     Sat16<int16_t> rows[8][8];

@@ -9,17 +9,13 @@ namespace {
 
 using namespace dct;
 
-constexpr auto kWholeWeights = makeInverseWeights(kRowOrder);
-
 template <class Destination>
 void ownInverse(const int16_t* src, const uint16_t* table, Destination destination) {
   if constexpr (simd::kEnabled) {
     Sat16<Row> y[8], rows[8];
     simd::unroll<8 / kRows>([&](auto i) {
-      constexpr int a = kRowOrder[i * kRows], b = kRowOrder[i * kRows + kRows - 1];
-      const Rows both = ownInverseRows<8>(ownDequantiseRows(src, table, a, b), kWholeWeights[i]);
-      y[a].v = firstRow(both);
-      y[b].v = secondRow(both);
+      constexpr int k = i * kRows;
+      splitRows(ownInverseRows<8>(ownDequantiseRows(src, table, k), kInverseWeights[i]), y + k);
     });
     ownInverseColumns(rows, y[0], y[1], y[2], y[3], y[4], y[5], y[6], y[7]);
     destination.rows(rows);

@@ -12,18 +12,16 @@ inline constexpr int kInverseShift = 11;  // of the row pass; the column pass ta
 // all the block: 2^16 >> 11 is 32, which is 2^6 / 2.
 inline constexpr int32_t kInverseRound[8] = {65536, 2901, 2260, 1704, 1024, 455, 512, 373};
 
-// --- dequantisation: the product wraps at 16 bits
-// ----------------------------------------------------------------
+// --- dequantisation: the product wraps at 16 bits ----------------------------------------------------------
 
 inline int16_t ownDequantise(const int16_t* src, const uint16_t* table, int i) {
   return mulWrap(at(src, i), int16_t(at(table, i)));
 }
-inline Rows ownDequantiseRows(const int16_t* src, const uint16_t* table, int a, int b) {
-  return simd::mulWrap(loadRows(src, a, b), loadRows(table, a, b));
+inline Rows ownDequantiseRows(const int16_t* src, const uint16_t* table, int k) {
+  return simd::mulWrap(loadRows(src, k), loadRows(table, k));
 }
 
-// --- first pass, along the rows
-// ------------------------------------------------------------------------------------
+// --- first pass, along the rows ----------------------------------------------------------------------------
 
 inline void ownInverseRow(const int16_t (&x)[8], int k, int16_t (&y)[8]) {
   for (int n = 0; n < 4; ++n) {
@@ -43,21 +41,20 @@ struct alignas(simd::kBytes) InverseWeights {
   int16_t even[2][8 * kRows], odd[2][8 * kRows];
   int32_t round[4 * kRows];
 };
-template <size_t N>
-constexpr auto makeInverseWeights(const int (&order)[N]) {
-  std::array<InverseWeights, N / size_t(kRows)> all{};
-  for (int i = 0; i < int(N); ++i)
+inline constexpr auto kInverseWeights = [] {
+  std::array<InverseWeights, 8 / kRows> all{};
+  for (int k = 0; k < 8; ++k)
     for (int n = 0; n < 4; ++n) {
-      auto& one = all[size_t(i / kRows)];
+      auto& one = all[size_t(k / kRows)];
       for (int u = 0; u < 8; u += 2) {
-        const int place = i % kRows * 8 + 2 * n + u / 2 % 2;
-        one.even[u / 4][place] = weight(order[i], n, u);
-        one.odd[u / 4][place] = weight(order[i], n, u + 1);
+        const int place = k % kRows * 8 + 2 * n + u / 2 % 2;
+        one.even[u / 4][place] = weight(k, n, u);
+        one.odd[u / 4][place] = weight(k, n, u + 1);
       }
-      one.round[i % kRows * 4 + n] = kInverseRound[order[i]];
+      one.round[k % kRows * 4 + n] = kInverseRound[k];
     }
   return all;
-}
+}();
 
 // Of rows that have kCount coefficients, 4 or 8; with 4, the other lanes of x don't matter.
 template <int kCount>
@@ -78,18 +75,30 @@ inline Rows ownInverseRows(Rows x, const InverseWeights& weights) {
   return simd::shuffle8<0, 1, 2, 3, 7, 6, 5, 4>(y);
 }
 
-// --- second pass, down the columns
-// -----------------------------------------------------------------------------------
+// --- second pass, down the columns -------------------------------------------------------------------------
+
+// What the odd rows make of a column; y3 to y7 may be Zero.
+template <class S>
+struct OddPart {
+  S e0, e1, e2, e3;
+};
+template <class S>
+inline OddPart<S> ownOddRows(S y1, auto y3, auto y5, auto y7) {
+  const auto a = (hi(y5, kTan3Less1) + y5) + y3;
+  const auto b = y5 - (hi(y3, kTan3Less1) + y3);
+  const S p = y1 + hi(y7, kTan1), q = hi(y1, kTan1) - y7;
+  return {p + a, p - a, q + b, q - b};
+}
+template <class S>
+inline S ownTimesCos4(S x) {
+  return hi(x, kCos4Less1) + x;
+}
 
 // y3 to y7 may be Zero.
 template <class S>
 inline void ownInverseColumns(S (&row)[8], S y0, S y1, S y2, auto y3, auto y4, auto y5, auto y6, auto y7) {
-  const auto a = (hi(y5, kTan3Less1) + y5) + y3;
-  const auto b = y5 - (hi(y3, kTan3Less1) + y3);
-  const S p = y1 + hi(y7, kTan1), q = hi(y1, kTan1) - y7;
-  const S e0 = p + a, e1 = p - a, e2 = q + b, e3 = q - b;
-  const S m = e1 - e3, n = e1 + e3;
-  const S h0 = hi(m, kCos4Less1) + m, h1 = hi(n, kCos4Less1) + n;
+  const auto [e0, e1, e2, e3] = ownOddRows(y1, y3, y5, y7);
+  const S h0 = ownTimesCos4(e1 - e3), h1 = ownTimesCos4(e1 + e3);
   const S g0 = y2 + hi(y6, kTan2), g1 = hi(y2, kTan2) - y6;
   const S s0 = y0 + y4, s1 = y0 - y4;
   const S f0 = s0 + g0, f3 = s0 - g0, f1 = s1 + g1, f2 = s1 - g1;
@@ -103,8 +112,7 @@ inline void ownInverseColumns(S (&row)[8], S y0, S y1, S y2, auto y3, auto y4, a
   row[7] = (f0 - e0) >> 6;
 }
 
-// --- the destination block
-// ---------------------------------------------------------------------------------------------
+// --- the destination block ---------------------------------------------------------------------------------
 
 struct CentredOut {
   int16_t* dst;
@@ -113,16 +121,20 @@ struct CentredOut {
     simd::unroll<8>([&](auto y) { simd::store(row(dst, 16, y), r[y].v); });
   }
 };
-// With 128 added, clamped to 0..255. A sample saturated to a signed byte needs its top bit turned over.
+// With 128 added, clamped to 0..255.
 struct LevelShiftedOut {
   uint8_t* dst;
   int32_t step;
   void sample(int y, int x, int16_t v) const { row(dst, step, y)[x] = clampU8(v + 128); }
+  // Saturated to a signed byte, a sample needs only its top bit turned over.
+  static auto bytes(Row a, Row b) {
+    return simd::as<uint8_t>(simd::packI8(a, b)) ^ lanes<simd::Vec<uint8_t, 16>>(kTopBits);
+  }
   void rows(const Sat16<Row> (&r)[8]) const {
     simd::unroll<4>([&](auto i) {
-      const auto bytes = simd::as<uint8_t>(simd::packI8(r[2 * i].v, r[2 * i + 1].v)) ^ uint8_t(0x80);
-      simd::store(row(dst, step, 2 * i), simd::lower(bytes));
-      simd::store(row(dst, step, 2 * i + 1), simd::upper(bytes));
+      const auto two = bytes(r[2 * i].v, r[2 * i + 1].v);
+      simd::store(row(dst, step, 2 * i), simd::lower(two));
+      simd::store(row(dst, step, 2 * i + 1), simd::upper(two));
     });
   }
 };

@@ -13,8 +13,7 @@ namespace {
 constexpr uint16_t kOne = 0x8000;
 constexpr uint16_t kReciprocalOfZero = 0xFFFF;
 
-// --- tables
-// --------------------------------------------------------------------------------------------------
+// --- tables ------------------------------------------------------------------------------------------------
 
 void ownScaleTable(uint8_t* table, int32_t quality) {
   // In percent: 100 at quality 50, 0 at 100. Above 100 it is negative, and the small entries become 1, as at

@@ -14,15 +14,28 @@
 
 namespace qelj::dct {
 
-// --- constants
-// -----------------------------------------------------------------------------------------------
+// --- constants ---------------------------------------------------------------------------------------------
+
+// A constant as a whole vector in memory. Its value stays out of this header on purpose: GCC builds a vector
+// of a known value in registers, with three instructions each time, which is much for a function of one
+// block.
+template <class T>
+struct alignas(32) Lanes {
+  T lane[32 / sizeof(T)];
+};
+template <class V>
+inline V lanes(const Lanes<simd::Lane<V>>& constant) {
+  return simd::load<V>(constant.lane);
+}
 
 // High multipliers. Those above 1/2 stand without their 1, which is added behind the multiplication.
-inline constexpr int16_t kTan1 = 13036;        // tan(pi/16)
-inline constexpr int16_t kTan2 = 27146;        // tan(2 pi/16)
-inline constexpr int16_t kTan3Less1 = -21746;  // tan(3 pi/16) - 1
-inline constexpr int16_t kCos4Less1 = -19195;  // cos(4 pi/16) - 1
-inline constexpr int16_t kHalfCos4 = 23170;    // cos(4 pi/16) / 2
+[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kTan1;       // tan(pi/16)
+[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kTan2;       // tan(2 pi/16)
+[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kTan3Less1;  // tan(3 pi/16) - 1
+[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kCos4Less1;  // cos(4 pi/16) - 1
+[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kHalfCos4;   // cos(4 pi/16) / 2
+[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kOddOne;     // the lowest bit
+[[gnu::visibility("hidden")]] extern const Lanes<uint8_t> kTopBits;    // of bytes
 
 // c(k) c(i) in 14 fraction bits, by k as the row's set and i.
 inline constexpr int16_t kWeights[4][8] = {
@@ -40,8 +53,7 @@ constexpr int16_t weight(int k, int n, int u) {
   return half > 8 ? int16_t(-w[16 - half]) : w[half];
 }
 
-// --- column arithmetic
-// -----------------------------------------------------------------------------------------
+// --- column arithmetic -------------------------------------------------------------------------------------
 
 // Signed 16-bit arithmetic on one sample (V is int16_t) or a vector of them: + and - saturate, << drops what
 // leaves at the top.
@@ -77,15 +89,18 @@ inline Sat16<V> operator>>(Sat16<V> a, int bits) {
 // The lowest bit set: half a unit, on average, for the fraction that a high multiplication dropped.
 template <class V>
 inline Sat16<V> oddOne(Sat16<V> a) {
-  return {V(a.v | int16_t(1))};
+  if constexpr (std::is_integral_v<V>)
+    return {V(a.v | kOddOne.lane[0])};
+  else
+    return {a.v | lanes<V>(kOddOne)};
 }
 // The high half of the product.
 template <class V>
-inline Sat16<V> hi(Sat16<V> a, int16_t factor) {
+inline Sat16<V> hi(Sat16<V> a, const Lanes<int16_t>& factor) {
   if constexpr (std::is_integral_v<V>)
-    return {int16_t(int32_t(a.v) * factor >> 16)};
+    return {int16_t(int32_t(a.v) * factor.lane[0] >> 16)};
   else
-    return {simd::mulHi(a.v, simd::splat<V>(factor))};
+    return {simd::mulHi(a.v, lanes<V>(factor))};
 }
 
 // A row that is known to be zero: what it takes part in is left out when the kernel is compiled.
@@ -108,44 +123,34 @@ inline Sat16<V> operator-(Zero, Sat16<V> b) {
 }
 inline Zero operator+(Zero, Zero) { return {}; }
 inline Zero operator-(Zero, Zero) { return {}; }
-inline Zero hi(Zero, int16_t) { return {}; }
+inline Zero hi(Zero, const Lanes<int16_t>&) { return {}; }
 
-// --- rows as vectors
-// ---------------------------------------------------------------------------------------------
+// --- rows as vectors ---------------------------------------------------------------------------------------
 
 using Row = simd::Vec<int16_t, 16>;  // one row of a block
 using Rows = simd::I16;              // one row or two, as wide as the image's vectors are
 inline constexpr int kRows = simd::kLanes<Rows> / 8;
 
-// The order in which row passes take the rows, so that two rows of one vector share their weights.
-inline constexpr int kRowOrder[8] = {0, 4, 1, 7, 2, 6, 3, 5};
-
-// Between one or two rows and the vector that holds them; where it holds one, the second is the first.
+// The vector of row k, or of rows k and k + 1: of a block or table in memory, and of rows one by one, to and
+// fro.
+inline Rows loadRows(const void* block, int k) {
+  return simd::load<Rows>(static_cast<const char*>(block) + 16 * k);
+}
 template <class V = Rows>
-inline V joinRows(Row a, [[maybe_unused]] Row b) {
+inline V joinRows(const Sat16<Row>* row) {
   if constexpr (sizeof(V) == sizeof(Row))
-    return a;
+    return row[0].v;
   else
-    return simd::join(a, b);
+    return simd::join(row[0].v, row[1].v);
 }
 template <class V>
-inline Row firstRow(V rows) {
-  if constexpr (sizeof(V) == sizeof(Row))
-    return rows;
-  else
-    return simd::lower(rows);
-}
-template <class V>
-inline Row secondRow(V rows) {
-  if constexpr (sizeof(V) == sizeof(Row))
-    return rows;
-  else
-    return simd::upper(rows);
-}
-// Rows a and b of a block or of a table.
-inline Rows loadRows(const void* block, int a, int b) {
-  const auto* bytes = static_cast<const char*>(block);
-  return joinRows(simd::load<Row>(bytes + 16 * a), simd::load<Row>(bytes + 16 * b));
+inline void splitRows(V rows, Sat16<Row>* row) {
+  if constexpr (sizeof(V) == sizeof(Row)) {
+    row[0].v = rows;
+  } else {
+    row[0].v = simd::lower(rows);
+    row[1].v = simd::upper(rows);
+  }
 }
 
 }  // namespace qelj::dct

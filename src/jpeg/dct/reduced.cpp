@@ -1,0 +1,312 @@
+// Inverse DCTs that save work: of blocks with few coefficients (LS_1x1, LS_2x2, LS_4x4), and to fewer samples
+// (To2x2LS, To4x4LS), where a sample stands for 4x4 or 2x2 samples of the whole block.
+#include "frame/check.h"
+#include "frame/fronts.h"
+#include "jpeg/dct/inverse.h"
+
+namespace qelj {
+namespace {
+
+using namespace dct;
+
+// --- few coefficients --------------------------------------------------------------------------------------
+
+void ownInverse1(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
+  // Not rounded, and cut to 16 bits before it is clamped.
+  const uint32_t product = uint32_t(at(src, 0) * int32_t(at(table, 0)));
+  const uint64_t sample = clampU8(int16_t((product >> 3) + 128));
+  for (int y = 0; y < 8; ++y) store(row(dst, dstStep, y), sample * 0x0101010101010101u);
+}
+
+// A row without coefficients still has its rounding term: 1 in row 2, 0 further down.
+constexpr int16_t ownEmptyRow(int k) { return int16_t(kInverseRound[k] >> kInverseShift); }
+static_assert(ownEmptyRow(2) == 1 && ownEmptyRow(3) == 0 && ownEmptyRow(4) == 0 && ownEmptyRow(5) == 0 &&
+              ownEmptyRow(6) == 0 && ownEmptyRow(7) == 0);
+
+// The whole transform of a block whose coefficients stand in the top left kSize x kSize places, 2 or 4.
+template <int kSize>
+void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
+  const LevelShiftedOut destination{dst, dstStep};
+  if constexpr (simd::kEnabled) {
+    Sat16<Row> y[4] = {{}, {}, {simd::splat<Row>(ownEmptyRow(2))}, {}}, rows[8];
+    simd::unroll<kSize / kRows>([&](auto i) {
+      constexpr int k = i * kRows;
+      Rows x = ownDequantiseRows(src, table, k);
+      if constexpr (kSize == 2) x = simd::as<int16_t>(simd::as<uint64_t>(x) & 0xFFFFFFFFu);
+      splitRows(ownInverseRows<4>(x, kInverseWeights[i]), y + k);
+    });
+    constexpr Zero zero;
+    if constexpr (kSize == 2)
+      ownInverseColumns(rows, y[0], y[1], y[2], zero, zero, zero, zero, zero);
+    else
+      ownInverseColumns(rows, y[0], y[1], y[2], y[3], zero, zero, zero, zero);
+    destination.rows(rows);
+  } else {
+    int16_t coefficients[8][8] = {};
+    for (int v = 0; v < kSize; ++v)
+      for (int u = 0; u < kSize; ++u) coefficients[v][u] = ownDequantise(src, table, 8 * v + u);
+    ownInverseScalar(coefficients, destination);
+  }
+}
+
+// --- fewer samples: along the rows
+// ----------------------------------------------------------------------------------- A weight is the mean of
+// the whole transform's weights over the samples that one sample stands for. They stand by row set, sample of
+// the left half, and coefficient; the mirrored sample has the opposite sign for odd coefficients.
+
+constexpr int kReducedShift = 12;
+
+struct Four {
+  static constexpr int kSize = 4;
+  static constexpr int16_t kWeights[4][2][8] = {
+      {{16384, 20995, 15137, 7373, 0, -4926, -6270, -4176},  // row 0
+       {16384, 8697, -15137, -17799, 0, 11893, 6270, -1730}},
+      {{22725, 29121, 20995, 10226, 0, -6833, -8697, -5793},  // rows 1, 7
+       {22725, 12063, -20995, -24688, 0, 16496, 8697, -2399}},
+      {{21407, 27432, 19777, 9633, 0, -6436, -8192, -5457},  // rows 2, 6
+       {21407, 11363, -19777, -23256, 0, 15539, 8192, -2260}},
+      {{19266, 24688, 17799, 8669, 0, -5793, -7373, -4911},  // rows 3, 5
+       {19266, 10226, -17799, -20929, 0, 13985, 7373, -2034}}};
+  static constexpr int32_t kRound[8] = {66560, 5802, 4520, 3408, 0, 910, 1024, 746};
+};
+struct Two {
+  static constexpr int kSize = 2;
+  static constexpr int16_t kWeights[4][1][8] = {{{16384, 14846, 0, -5213, 0, 3483, 0, -2953}},  // row 0
+                                                {{22725, 20592, 0, -7231, 0, 4832, 0, -4096}},  // rows 1, 7
+                                                {},
+                                                {{19266, 17457, 0, -6130, 0, 4096, 0, -3472}}};  // rows 3, 5
+  static constexpr int32_t kRound[8] = {67072, 5802, 0, 3408, 0, 910, 0, 746};
+};
+
+template <class Reduced>
+void ownReducedRow(const int16_t* src, const uint16_t* table, int k, Sat16<int16_t> (&y)[Reduced::kSize]) {
+  for (int n = 0; n < Reduced::kSize / 2; ++n) {
+    const auto& w = Reduced::kWeights[kWeightSet[k]][n];
+    uint32_t even = uint32_t(Reduced::kRound[k]), odd = 0;
+    for (int u = 0; u < 8; u += 2) {
+      even += uint32_t(w[u] * ownDequantise(src, table, 8 * k + u));
+      odd += uint32_t(w[u + 1] * ownDequantise(src, table, 8 * k + u + 1));
+    }
+    y[n] = {clampI16(int32_t(even + odd) >> kReducedShift)};
+    y[Reduced::kSize - 1 - n] = {clampI16(int32_t(even - odd) >> kReducedShift)};
+  }
+}
+
+// The same as vectors. A vector of rows holds row k, or rows k and k + 1, k even; the sums of rows 0, 2, 4
+// and 6 come together in one block of 16 bytes, and those of rows 1, 3, 5 and 7 in another. Weights and
+// rounding terms stand by block (0 and 1) in one structure where vectors have both, else in two.
+template <class W>
+using ByBlock = std::array<W, 2 / kRows>;
+// f(i) for the vectors that begin with block i: the Rows of blocks 0 and 1.
+struct Blocks {
+  Row even, odd;
+};
+template <class F>
+inline Blocks bothBlocks(F f) {
+  const auto v = f(0);
+  if constexpr (sizeof v == sizeof(Row))
+    return {v, f(1)};
+  else
+    return {simd::lower(v), simd::upper(v)};
+}
+
+// By blocks: even + odd, and the mirrored even - odd behind it.
+inline Rows ownMirroredSums(simd::I32 even, simd::I32 odd) {
+  return simd::packI16(simd::addWrap(even, odd) >> kReducedShift, simd::subWrap(even, odd) >> kReducedShift);
+}
+
+struct alignas(simd::kBytes) FourWeights {
+  // [which pair of rows]: the weights of coefficients 0 2, 0 2, 1 3, 1 3 and of 4 6, 4 6, 5 7, 5 7, which
+  // give the even parts of two samples and their odd parts.
+  int16_t low[4][8 * kRows], high[4][8 * kRows];
+  int32_t round[2][4 * kRows];  // of the even parts of two pairs of rows
+};
+constexpr auto kFourWeights = [] {
+  ByBlock<FourWeights> all{};
+  for (int k = 0; k < 8; ++k) {
+    const int block = k % kRows;
+    auto& one = all[size_t(k % 2 / kRows)];
+    for (int n = 0; n < 2; ++n) {
+      const auto& w = Four::kWeights[kWeightSet[k]][n];
+      for (int u = 0; u < 4; ++u) {
+        const int place = 8 * block + u % 2 * 4 + 2 * n + u / 2;
+        one.low[k / 2][place] = w[u];
+        one.high[k / 2][place] = w[u + 4];
+      }
+      one.round[k / 4][4 * block + k / 2 % 2 * 2 + n] = Four::kRound[k];
+    }
+  }
+  return all;
+}();
+
+// Of four samples a row: samples 0, 1 of row k, then of row k + 2; samples 3, 2 of row k, then of row k + 2.
+inline Rows ownRowsToFour(const int16_t* src, const uint16_t* table, int k, const FourWeights& weights) {
+  const auto sums = [&](int row) {
+    const Rows x = ownDequantiseRows(src, table, row);
+    const auto low = simd::shuffle8<0, 2, 0, 2, 1, 3, 1, 3>(x),
+               high = simd::shuffle8<4, 6, 4, 6, 5, 7, 5, 7>(x);
+    return simd::as<uint64_t>(
+        simd::addWrap(simd::mulAddPairs(low, simd::load<Rows>(weights.low[row / 2])),
+                      simd::mulAddPairs(high, simd::load<Rows>(weights.high[row / 2]))));
+  };
+  const auto a = sums(k), b = sums(k + 2);
+  const auto even = simd::as<int32_t>(simd::unpackLow(a, b)), odd = simd::as<int32_t>(simd::unpackHigh(a, b));
+  return ownMirroredSums(simd::addWrap(even, simd::load<simd::I32>(weights.round[k / 4])), odd);
+}
+
+struct alignas(simd::kBytes) TwoWeights {
+  // [coefficients 1 3 or 5 7][rows of two pairs]: the odd parts, as sums over two lanes.
+  int16_t odd[2][2][8 * kRows];
+  int16_t even[8 * kRows];  // of coefficient 0 of the rows of four pairs
+  int32_t round[4 * kRows];
+};
+constexpr auto kTwoWeights = [] {
+  ByBlock<TwoWeights> all{};
+  for (int k = 0; k < 8; ++k) {
+    const int block = k % kRows, pair = k / 2;
+    auto& one = all[size_t(k % 2 / kRows)];
+    const auto& w = Two::kWeights[kWeightSet[k]][0];
+    const bool counts = k % 2 || k == 0;
+    for (int u = 1; u < 8 && counts; u += 2)
+      one.odd[u / 4][pair / 2][8 * block + pair % 2 * 4 + u % 4] = w[u];
+    if (counts) one.even[8 * block + 2 * pair] = w[0];
+    one.round[4 * block + pair] = Two::kRound[k];
+  }
+  return all;
+}();
+
+// Of two samples a row: sample 0 of row i, i + 2, i + 4, i + 6; sample 1 of the same. Of the even rows only
+// row 0 counts.
+inline Rows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, const TwoWeights& weights) {
+  using Quads = simd::U64;  // four coefficients
+  const auto row = [&](int k) { return simd::as<uint64_t>(ownDequantiseRows(src, table, i + k)); };
+  const auto products = [](auto x, const int16_t* w) {
+    return simd::mulAddPairs(simd::as<int16_t>(x), simd::load<Rows>(w));
+  };
+  const Quads x0 = row(0), x2 = row(2), x4 = row(4), x6 = row(6);
+  const Quads low02 = simd::unpackLow(x0, x2), low46 = simd::unpackLow(x4, x6);
+  const auto odd02 = simd::addWrap(products(low02, weights.odd[0][0]),
+                                   products(simd::unpackHigh(x0, x2), weights.odd[1][0]));
+  const auto odd46 = simd::addWrap(products(low46, weights.odd[0][1]),
+                                   products(simd::unpackHigh(x4, x6), weights.odd[1][1]));
+  const auto odd =
+      simd::addWrap(simd::shuffleTwo4<0, 2, 0, 2>(odd02, odd46), simd::shuffleTwo4<1, 3, 1, 3>(odd02, odd46));
+  const auto first = simd::shuffleTwo4<0, 2, 0, 2>(simd::as<int32_t>(low02), simd::as<int32_t>(low46));
+  return ownMirroredSums(simd::addWrap(products(first, weights.even), simd::load<simd::I32>(weights.round)),
+                         odd);
+}
+
+// --- fewer samples: down the columns -----------------------------------------------------------------------
+// The means of two or four neighbours among the samples of the whole transform, before its final shift.
+
+template <class S>
+inline void ownColumnsToFour(S (&row)[4], S y0, S y1, S y2, S y3, S y5, S y6, S y7) {
+  const auto [e0, e1, e2, e3] = ownOddRows(y1, y3, y5, y7);
+  const S g = (y2 + hi(y6, kTan2)) + (hi(y2, kTan2) - y6), z = y0 + y0;
+  const S evenTop = z + g, evenBottom = z - g;
+  const S oddTop = e0 + ownTimesCos4(e1 + e3), oddBottom = e2 + ownTimesCos4(e1 - e3);
+  row[0] = (evenTop + oddTop) >> 6;
+  row[1] = (evenBottom + oddBottom) >> 6;
+  row[2] = (evenBottom - oddBottom) >> 6;
+  row[3] = (evenTop - oddTop) >> 6;
+}
+
+template <class S>
+inline void ownColumnsToTwo(S (&row)[2], S y0, S y1, S y3, S y5, S y7) {
+  const auto odd = ownOddRows(y1, y3, y5, y7);
+  const S h = ownTimesCos4(odd.e1), d = (odd.e2 + odd.e0) + (h + h);
+  const S two = y0 + y0, z = two + two;
+  row[0] = (z + d) >> 7;
+  row[1] = (z - d) >> 7;
+}
+
+// --- fewer samples: blocks ---------------------------------------------------------------------------------
+
+void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
+  if constexpr (simd::kEnabled) {
+    const auto [y02, y13] =
+        bothBlocks([&](int i) { return ownRowsToFour(src, table, i, kFourWeights[size_t(i)]); });
+    const auto [y46, y57] =
+        bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, kFourWeights[size_t(i)]); });
+    // From here on the lanes 0, 1, 5 and 4 are the four columns; the others have no meaning.
+    using S = Sat16<Row>;
+    const auto second = [](Row v) { return S{simd::as<int16_t>(simd::as<uint64_t>(v) >> 32)}; };
+    S rows[4];
+    ownColumnsToFour(rows, S{y02}, S{y13}, second(y02), second(y13), S{y57}, second(y46), second(y57));
+    const auto two = [](S a, S b) {
+      return simd::as<int16_t>(simd::shuffleTwo4<0, 2, 0, 2>(simd::as<int32_t>(a.v), simd::as<int32_t>(b.v)));
+    };
+    constexpr uint8_t kColumns[16] = {0, 1, 3, 2, 4, 5, 7, 6, 8, 9, 11, 10, 12, 13, 15, 14};
+    const auto bytes = LevelShiftedOut::bytes(two(rows[0], rows[1]), two(rows[2], rows[3]));
+    const auto samples =
+        simd::as<uint32_t>(simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns)));
+    simd::unroll<4>([&](auto y) { store(row(dst, dstStep, y), uint32_t(samples[int(y)])); });
+  } else {
+    Sat16<int16_t> y[8][4];
+    for (const int k : {0, 1, 2, 3, 5, 6, 7}) ownReducedRow<Four>(src, table, k, y[k]);
+    for (int x = 0; x < 4; ++x) {
+      Sat16<int16_t> column[4];
+      ownColumnsToFour(column, y[0][x], y[1][x], y[2][x], y[3][x], y[5][x], y[6][x], y[7][x]);
+      for (int k = 0; k < 4; ++k) LevelShiftedOut{dst, dstStep}.sample(k, x, column[k].v);
+    }
+  }
+}
+
+void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
+  if constexpr (simd::kEnabled) {
+    const auto [y0, y1357] =
+        bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, kTwoWeights[size_t(i)]); });
+    // From here on the lanes 0 and 4 are the two columns; the others have no meaning.
+    using S = Sat16<Row>;
+    const auto lane = [&y1357](int n) { return S{simd::as<int16_t>(simd::as<uint64_t>(y1357) >> (16 * n))}; };
+    S rows[2];
+    ownColumnsToTwo(rows, S{y0}, lane(0), lane(1), lane(2), lane(3));
+    constexpr uint8_t kColumns[16] = {0,   4,   8,   12,  128, 128, 128, 128,
+                                      128, 128, 128, 128, 128, 128, 128, 128};
+    const auto bytes = LevelShiftedOut::bytes(rows[0].v, rows[1].v);
+    const auto samples = simd::as<uint32_t>(
+        simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns)))[0];
+    store(row(dst, dstStep, 0), uint16_t(samples));
+    store(row(dst, dstStep, 1), uint16_t(samples >> 16));
+  } else {
+    Sat16<int16_t> y[8][2];
+    for (const int k : {0, 1, 3, 5, 7}) ownReducedRow<Two>(src, table, k, y[k]);
+    for (int x = 0; x < 2; ++x) {
+      Sat16<int16_t> column[2];
+      ownColumnsToTwo(column, y[0][x], y[1][x], y[3][x], y[5][x], y[7][x]);
+      for (int k = 0; k < 2; ++k) LevelShiftedOut{dst, dstStep}.sample(k, x, column[k].v);
+    }
+  }
+}
+
+template <void Inverse(const int16_t*, uint8_t*, int32_t, const uint16_t*)>
+QelStatus block(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
+  if (auto s = check(nonNull(src), nonNull(dst), step(dstStep), nonNull(table)); s) return s;
+  Inverse(src, dst, dstStep, table);
+  return qelStatusOk;
+}
+
+}  // namespace
+
+QelStatus qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
+                                                  const uint16_t* table) {
+  return block<ownInverse1>(src, dst, dstStep, table);
+}
+QelStatus qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
+                                                  const uint16_t* table) {
+  return block<ownInverseCorner<2>>(src, dst, dstStep, table);
+}
+QelStatus qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
+                                                  const uint16_t* table) {
+  return block<ownInverseCorner<4>>(src, dst, dstStep, table);
+}
+QelStatus qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
+                                                   const uint16_t* table) {
+  return block<ownInverseToTwo>(src, dst, dstStep, table);
+}
+QelStatus qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
+                                                   const uint16_t* table) {
+  return block<ownInverseToFour>(src, dst, dstStep, table);
+}
+
+}  // namespace qelj

@@ -1,0 +1,22 @@
+// Constants of the 8-bit transforms as vectors; see transform.h.
+#include "jpeg/dct/transform.h"
+
+namespace qelj::dct {
+namespace {
+template <class T>
+consteval Lanes<T> all(T value) {
+  Lanes<T> constant{};
+  for (T& lane : constant.lane) lane = value;
+  return constant;
+}
+}  // namespace
+
+constinit const Lanes<int16_t> kTan1 = all<int16_t>(13036);
+constinit const Lanes<int16_t> kTan2 = all<int16_t>(27146);
+constinit const Lanes<int16_t> kTan3Less1 = all<int16_t>(-21746);
+constinit const Lanes<int16_t> kCos4Less1 = all<int16_t>(-19195);
+constinit const Lanes<int16_t> kHalfCos4 = all<int16_t>(23170);
+constinit const Lanes<int16_t> kOddOne = all<int16_t>(1);
+constinit const Lanes<uint8_t> kTopBits = all<uint8_t>(0x80);
+
+}  // namespace qelj::dct
