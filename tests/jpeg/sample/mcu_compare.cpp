@@ -14,7 +14,7 @@ std::vector<Guarded> blocks(Random& random) {
   return all;
 }
 
-template <int PixelBytes, int Across, int Down, int Planes = 3>
+template <int PixelBytes, int Across, int Down, int Planes>
 constexpr auto forward = [](auto* function, Random& random, Trace& trace) {
   Guarded src(random, 8 * Across * PixelBytes, 8 * Down, 8 * Across * PixelBytes + size_t(random.in(0, 9)),
               size_t(random.in(0, 33)));
@@ -27,7 +27,7 @@ constexpr auto forward = [](auto* function, Random& random, Trace& trace) {
   for (const auto& plane : planes) trace.buffer(plane);
 };
 
-template <int PixelBytes, int Across, int Down, int Planes = 3>
+template <int PixelBytes, int Across, int Down, int Planes>
 constexpr auto inverse = [](auto* function, Random& random, Trace& trace) {
   Guarded dst(
       random, 8 * Across * PixelBytes, 8 * Down,
@@ -47,45 +47,25 @@ constexpr auto inverse = [](auto* function, Random& random, Trace& trace) {
   trace.buffer(dst);
 };
 
-QELJ_COMPARE(qeliRGBToYCbCr444LS_MCU_8u16s_C3P3R, forward<3, 1, 1>);
-QELJ_COMPARE(qeliRGBToYCbCr422LS_MCU_8u16s_C3P3R, forward<3, 2, 1>);
-QELJ_COMPARE(qeliRGBToYCbCr411LS_MCU_8u16s_C3P3R, forward<3, 2, 2>);
-QELJ_COMPARE(qeliBGRToYCbCr444LS_MCU_8u16s_C3P3R, forward<3, 1, 1>);
-QELJ_COMPARE(qeliBGRToYCbCr422LS_MCU_8u16s_C3P3R, forward<3, 2, 1>);
-QELJ_COMPARE(qeliBGRToYCbCr411LS_MCU_8u16s_C3P3R, forward<3, 2, 2>);
-QELJ_COMPARE(qeliBGR555ToYCbCr444LS_MCU_16u16s_C3P3R, forward<2, 1, 1>);
-QELJ_COMPARE(qeliBGR555ToYCbCr422LS_MCU_16u16s_C3P3R, forward<2, 2, 1>);
-QELJ_COMPARE(qeliBGR555ToYCbCr411LS_MCU_16u16s_C3P3R, forward<2, 2, 2>);
-QELJ_COMPARE(qeliBGR565ToYCbCr444LS_MCU_16u16s_C3P3R, forward<2, 1, 1>);
-QELJ_COMPARE(qeliBGR565ToYCbCr422LS_MCU_16u16s_C3P3R, forward<2, 2, 1>);
-QELJ_COMPARE(qeliBGR565ToYCbCr411LS_MCU_16u16s_C3P3R, forward<2, 2, 2>);
-QELJ_COMPARE(qeliCMYKToYCCK444LS_MCU_8u16s_C4P4R, forward<4, 1, 1, 4>);
-QELJ_COMPARE(qeliCMYKToYCCK422LS_MCU_8u16s_C4P4R, forward<4, 2, 1, 4>);
-QELJ_COMPARE(qeliCMYKToYCCK411LS_MCU_8u16s_C4P4R, forward<4, 2, 2, 4>);
-QELJ_COMPARE(qeliSampleDown444LS_MCU_8u16s_C3P3R, forward<3, 1, 1>);
-QELJ_COMPARE(qeliSampleDown422LS_MCU_8u16s_C3P3R, forward<3, 2, 1>);
-QELJ_COMPARE(qeliSampleDown411LS_MCU_8u16s_C3P3R, forward<3, 2, 2>);
-QELJ_COMPARE(qeliSplit422LS_MCU_8u16s_C2P3R, forward<2, 2, 1>);
+#define COMPARE_THREE(before, after, operation, pixelBytes, planes)      \
+  QELJ_COMPARE(before##444##after, operation<pixelBytes, 1, 1, planes>); \
+  QELJ_COMPARE(before##422##after, operation<pixelBytes, 2, 1, planes>); \
+  QELJ_COMPARE(before##411##after, operation<pixelBytes, 2, 2, planes>)
 
-QELJ_COMPARE(qeliYCbCr444ToRGBLS_MCU_16s8u_P3C3R, inverse<3, 1, 1>);
-QELJ_COMPARE(qeliYCbCr422ToRGBLS_MCU_16s8u_P3C3R, inverse<3, 2, 1>);
-QELJ_COMPARE(qeliYCbCr411ToRGBLS_MCU_16s8u_P3C3R, inverse<3, 2, 2>);
-QELJ_COMPARE(qeliYCbCr444ToBGRLS_MCU_16s8u_P3C3R, inverse<3, 1, 1>);
-QELJ_COMPARE(qeliYCbCr422ToBGRLS_MCU_16s8u_P3C3R, inverse<3, 2, 1>);
-QELJ_COMPARE(qeliYCbCr411ToBGRLS_MCU_16s8u_P3C3R, inverse<3, 2, 2>);
-QELJ_COMPARE(qeliYCbCr444ToBGR555LS_MCU_16s16u_P3C3R, inverse<2, 1, 1>);
-QELJ_COMPARE(qeliYCbCr422ToBGR555LS_MCU_16s16u_P3C3R, inverse<2, 2, 1>);
-QELJ_COMPARE(qeliYCbCr411ToBGR555LS_MCU_16s16u_P3C3R, inverse<2, 2, 2>);
-QELJ_COMPARE(qeliYCbCr444ToBGR565LS_MCU_16s16u_P3C3R, inverse<2, 1, 1>);
-QELJ_COMPARE(qeliYCbCr422ToBGR565LS_MCU_16s16u_P3C3R, inverse<2, 2, 1>);
-QELJ_COMPARE(qeliYCbCr411ToBGR565LS_MCU_16s16u_P3C3R, inverse<2, 2, 2>);
-QELJ_COMPARE(qeliYCCK444ToCMYKLS_MCU_16s8u_P4C4R, inverse<4, 1, 1, 4>);
-QELJ_COMPARE(qeliYCCK422ToCMYKLS_MCU_16s8u_P4C4R, inverse<4, 2, 1, 4>);
-QELJ_COMPARE(qeliYCCK411ToCMYKLS_MCU_16s8u_P4C4R, inverse<4, 2, 2, 4>);
-QELJ_COMPARE(qeliSampleUp444LS_MCU_16s8u_P3C3R, inverse<3, 1, 1>);
-QELJ_COMPARE(qeliSampleUp422LS_MCU_16s8u_P3C3R, inverse<3, 2, 1>);
-QELJ_COMPARE(qeliSampleUp411LS_MCU_16s8u_P3C3R, inverse<3, 2, 2>);
-QELJ_COMPARE(qeliJoin422LS_MCU_16s8u_P3C2R, inverse<2, 2, 1>);
+COMPARE_THREE(qeliRGBToYCbCr, LS_MCU_8u16s_C3P3R, forward, 3, 3);
+COMPARE_THREE(qeliBGRToYCbCr, LS_MCU_8u16s_C3P3R, forward, 3, 3);
+COMPARE_THREE(qeliBGR555ToYCbCr, LS_MCU_16u16s_C3P3R, forward, 2, 3);
+COMPARE_THREE(qeliBGR565ToYCbCr, LS_MCU_16u16s_C3P3R, forward, 2, 3);
+COMPARE_THREE(qeliCMYKToYCCK, LS_MCU_8u16s_C4P4R, forward, 4, 4);
+COMPARE_THREE(qeliSampleDown, LS_MCU_8u16s_C3P3R, forward, 3, 3);
+QELJ_COMPARE(qeliSplit422LS_MCU_8u16s_C2P3R, forward<2, 2, 1, 3>);
+COMPARE_THREE(qeliYCbCr, ToRGBLS_MCU_16s8u_P3C3R, inverse, 3, 3);
+COMPARE_THREE(qeliYCbCr, ToBGRLS_MCU_16s8u_P3C3R, inverse, 3, 3);
+COMPARE_THREE(qeliYCbCr, ToBGR555LS_MCU_16s16u_P3C3R, inverse, 2, 3);
+COMPARE_THREE(qeliYCbCr, ToBGR565LS_MCU_16s16u_P3C3R, inverse, 2, 3);
+COMPARE_THREE(qeliYCCK, ToCMYKLS_MCU_16s8u_P4C4R, inverse, 4, 4);
+COMPARE_THREE(qeliSampleUp, LS_MCU_16s8u_P3C3R, inverse, 3, 3);
+QELJ_COMPARE(qeliJoin422LS_MCU_16s8u_P3C2R, inverse<2, 2, 1, 3>);
 
 }  // namespace
 }  // namespace qelj::test

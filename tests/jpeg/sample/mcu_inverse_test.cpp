@@ -31,27 +31,19 @@ QelStatus call(const int16_t* const* src, uint8_t* dst, int32_t step) {
 }
 #define MEMBER(name, ...) \
   { #name, call < name>, __VA_ARGS__ }
+#define THREE(format, before, after, tested)                                                          \
+  MEMBER(before##444##after, format, 1, 1, tested), MEMBER(before##422##after, format, 2, 1, tested), \
+      MEMBER(before##411##after, format, 2, 2, tested)
 const Member kMembers[] = {
-    MEMBER(qeliYCbCr444ToRGBLS_MCU_16s8u_P3C3R, kRgb, 1, 1, true),
-    MEMBER(qeliYCbCr422ToRGBLS_MCU_16s8u_P3C3R, kRgb, 2, 1, true),
-    MEMBER(qeliYCbCr411ToRGBLS_MCU_16s8u_P3C3R, kRgb, 2, 2, true),
-    MEMBER(qeliYCbCr444ToBGRLS_MCU_16s8u_P3C3R, kBgr, 1, 1, true),
-    MEMBER(qeliYCbCr422ToBGRLS_MCU_16s8u_P3C3R, kBgr, 2, 1, true),
-    MEMBER(qeliYCbCr411ToBGRLS_MCU_16s8u_P3C3R, kBgr, 2, 2, true),
-    MEMBER(qeliYCbCr444ToBGR555LS_MCU_16s16u_P3C3R, k555, 1, 1, false),
-    MEMBER(qeliYCbCr422ToBGR555LS_MCU_16s16u_P3C3R, k555, 2, 1, false),
-    MEMBER(qeliYCbCr411ToBGR555LS_MCU_16s16u_P3C3R, k555, 2, 2, false),
-    MEMBER(qeliYCbCr444ToBGR565LS_MCU_16s16u_P3C3R, k565, 1, 1, false),
-    MEMBER(qeliYCbCr422ToBGR565LS_MCU_16s16u_P3C3R, k565, 2, 1, false),
-    MEMBER(qeliYCbCr411ToBGR565LS_MCU_16s16u_P3C3R, k565, 2, 2, false),
-    MEMBER(qeliYCCK444ToCMYKLS_MCU_16s8u_P4C4R, kCmyk, 1, 1, true),
-    MEMBER(qeliYCCK422ToCMYKLS_MCU_16s8u_P4C4R, kCmyk, 2, 1, true),
-    MEMBER(qeliYCCK411ToCMYKLS_MCU_16s8u_P4C4R, kCmyk, 2, 2, true),
-    MEMBER(qeliSampleUp444LS_MCU_16s8u_P3C3R, kYcc, 1, 1, false),
-    MEMBER(qeliSampleUp422LS_MCU_16s8u_P3C3R, kYcc, 2, 1, false),
-    MEMBER(qeliSampleUp411LS_MCU_16s8u_P3C3R, kYcc, 2, 2, false),
+    THREE(kRgb, qeliYCbCr, ToRGBLS_MCU_16s8u_P3C3R, true),
+    THREE(kBgr, qeliYCbCr, ToBGRLS_MCU_16s8u_P3C3R, true),
+    THREE(k555, qeliYCbCr, ToBGR555LS_MCU_16s16u_P3C3R, false),
+    THREE(k565, qeliYCbCr, ToBGR565LS_MCU_16s16u_P3C3R, false),
+    THREE(kCmyk, qeliYCCK, ToCMYKLS_MCU_16s8u_P4C4R, true),
+    THREE(kYcc, qeliSampleUp, LS_MCU_16s8u_P3C3R, false),
     MEMBER(qeliJoin422LS_MCU_16s8u_P3C2R, kYuyv, 2, 1, false),
 };
+#undef THREE
 #undef MEMBER
 
 // The three channels of one pixel, from 64-bit sums and the reductions that are named.
