@@ -98,6 +98,11 @@ void checkPairsAndPacks() {
     expectLanes(shuffleBytes(u, w), u, w,
                 [](B x, B y, int i) { return y[i] & 0x80 ? 0 : x[i / 16 * 16 + (y[i] & 15)]; });
     const W c = randomVector<W>(random), d = randomVector<W>(random);
+    expectLanes(addNeighbours(c, d), c, d, [](W x, W y, int i) {
+      const W& v = i % 4 < 2 ? x : y;
+      const int pair = i / 4 * 4 + i % 2 * 2;
+      return int32_t(uint32_t(v[pair]) + uint32_t(v[pair + 1]));
+    });
     expectLanes(mulEven(c, d), c, d, [](W x, W y, int i) { return int64_t(x[2 * i]) * y[2 * i]; });
     // orderPacked undoes the blocks of a pack.
     expectLanes(orderPacked(packU8(a, b)), a, b,

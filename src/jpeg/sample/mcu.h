@@ -8,6 +8,7 @@
 
 #include "frame/arith.h"
 #include "frame/simd.h"
+#include "jpeg/sample/pixels.h"
 
 namespace qelj::mcu {
 
@@ -191,37 +192,32 @@ using Bgr = BytePixels<BgrLayout>;
 using Cmyk = BytePixels<CmykLayout>;
 using Yuyv = BytePixels<YuyvLayout>;
 
-// 16-bit pixels: blue in the low five bits, then green, then red in five bits. Fields widen with zero low
-// bits, and bytes lose their low bits.
+// 16-bit pixels with blue in the low bits: fields widen with zero low bits, and bytes lose their low bits.
 template <int GreenBits>
 struct PackedPixels {
   using Sample = uint16_t;
+  using Source = colour::PackedSource<colour::BgrOrder, GreenBits>;
+  using Sink = colour::PackedSink<colour::BgrOrder, GreenBits>;
   static constexpr int kPixelBytes = 2, kChannels = 3;
-  static constexpr int kRedShift = 5 + GreenBits - 3, kGreenShift = GreenBits - 3;
-  static constexpr uint16_t kFive = 0xF8, kGreen = uint16_t(0x100 - (1 << (8 - GreenBits)));
 
   static Pixel get(const uint8_t* line, int x) {
-    const int32_t word = qelj::load<uint16_t>(line + 2 * x);
-    return {{word >> kRedShift & kFive, word >> kGreenShift & kGreen, word << 3 & kFive, 0}};
+    const auto p = Source::template unpack<int32_t>(qelj::load<uint16_t>(line + 2 * x));
+    return {{p.r, p.g, p.b, 0}};
   }
   static void put(uint8_t* line, int x, const Pixel& p) {
-    const int32_t r = clampU8(p.c[0]) & kFive, g = clampU8(p.c[1]) & kGreen, b = clampU8(p.c[2]);
-    qelj::store(line + 2 * x, uint16_t(r << kRedShift | g << kGreenShift | b >> 3));
+    const uint32_t r = clampU8(p.c[0]), g = clampU8(p.c[1]), b = clampU8(p.c[2]);
+    qelj::store(line + 2 * x, uint16_t(Sink::pack(r, g, b)));
   }
 
   static Octets load(const uint8_t* p, ptrdiff_t apart) {
-    const U16 words = loadBlocks<U16>(p, apart);
-    const I16 r = (I16)(words >> uint16_t(kRedShift) & kFive),
-              g = (I16)(words >> uint16_t(kGreenShift) & kGreen);
-    const I16 b = (I16)(words << uint16_t(3) & kFive), zero{};
-    return {{simd::unpackLow(r, g), simd::unpackLow(b, zero)},
-            {simd::unpackHigh(r, g), simd::unpackHigh(b, zero)}};
+    const auto [r, g, b] = Source::unpack(loadBlocks<U16>(p, apart));
+    const U16 zero{};
+    return {{(I16)simd::unpackLow(r, g), (I16)simd::unpackLow(b, zero)},
+            {(I16)simd::unpackHigh(r, g), (I16)simd::unpackHigh(b, zero)}};
   }
   static void store(uint8_t* p, ptrdiff_t apart, const I16 (&c)[4]) {
     const auto byte = [](I16 v) { return (U16)simd::min(simd::max(v, I16{}), simd::splat<I16>(255)); };
-    const U16 words = (byte(c[0]) & kFive) << uint16_t(kRedShift) |
-                      (byte(c[1]) & kGreen) << uint16_t(kGreenShift) | byte(c[2]) >> uint16_t(3);
-    storeBlocks(p, apart, words);
+    storeBlocks(p, apart, Sink::pack(byte(c[0]), byte(c[1]), byte(c[2])));
   }
 };
 using Bgr555 = PackedPixels<5>;

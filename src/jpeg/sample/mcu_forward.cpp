@@ -3,6 +3,7 @@
 #include "frame/check.h"
 #include "frame/fronts.h"
 #include "frame/simd.h"
+#include "jpeg/sample/colour_forms.h"
 #include "jpeg/sample/mcu.h"
 
 namespace qelj {
@@ -13,60 +14,52 @@ using namespace mcu;
 // --- arithmetic
 // ----------------------------------------------------------------------------------------------------
 
-// One output sample from the sums of n = 1, 2 or 4 pixels:
-//   (weight . sums + bias * n) >> (the form's shift + log2 n)
-// Sums are made before the multiplication; the bias holds the rounding term and luma's level shift. Chroma is
+// One output sample from the sums rs, gs, bs of n = 1, 2 or 4 pixels:
+//   (r rs + g gs + b bs + round * n) >> (shift + log2 n)
+// Sums are made before the multiplication. The rounding term takes luma's level shift with it; chroma is
 // centred on zero by its weights.
-struct Linear {
-  int32_t weight[3], bias;
-};
-struct Form {
-  Linear luma, cb, cr;
-  int shift;
-};
+using colour::Matrix, colour::Weights;
+constexpr Weights rounded(Weights w, int32_t round) { return {w.r, w.g, w.b, round}; }
 
-// Q14, rounded. The 4:4:4 CMYK member rounds chroma with a little less than a half.
+// The 4:4:4 CMYK member rounds chroma with a little less than a half.
 template <class Pixels, class Mcu>
 constexpr int32_t kChromaRound = std::is_same_v<Pixels, Cmyk>&& std::is_same_v<Mcu, Mcu444> ? 8133 : 8192;
 template <class Pixels, class Mcu>
-constexpr Form kRounded = {{{4899, 9617, 1868}, 8192 - (128 << 14)},
-                           {{-2764, -5428, 8192}, kChromaRound<Pixels, Mcu>},
-                           {{8192, -6860, -1332}, kChromaRound<Pixels, Mcu>},
-                           14};
+constexpr Matrix kRounded = {14, rounded(colour::kQ14.y, 8192 - (128 << 14)),
+                             rounded(colour::kQ14.cb, kChromaRound<Pixels, Mcu>),
+                             rounded(colour::kQ14.cr, kChromaRound<Pixels, Mcu>)};
 
-// Q16, truncated: the form of some members for blocks that are not 16-byte aligned.
-constexpr Form kTruncated = {
-    {{19595, 38470, 7471}, -(128 << 16)}, {{-11059, -21709, 32768}, 0}, {{32768, -27439, -5329}, 0}, 16};
+// The form of some members for blocks that are not 16-byte aligned.
+constexpr Matrix kTruncated = {16, rounded(colour::kQ16.y, -(128 << 16)), rounded(colour::kQ16.cb, 0),
+                               rounded(colour::kQ16.cr, 0)};
 
 // No colour conversion: the level shift, and the truncated mean of chroma.
-constexpr Form kSampled = {{{1, 0, 0}, -128}, {{0, 1, 0}, -128}, {{0, 0, 1}, -128}, 0};
+constexpr Matrix kSampled = {0, {1, 0, 0, -128}, {0, 1, 0, -128}, {0, 0, 1, -128}};
 
-[[maybe_unused]] inline int16_t ownLinear(const Linear& l, const Pixel& sums, int log2n, int shift) {
-  int32_t value = l.bias << log2n;
-  for (int c = 0; c < 3; ++c) value += l.weight[c] * sums.c[c];
-  return int16_t(value >> (shift + log2n));
+[[maybe_unused]] inline int16_t ownWeigh(const Weights& w, const Pixel& sums, int log2n, int shift) {
+  const int32_t sum = w.r * sums.c[0] + w.g * sums.c[1] + w.b * sums.c[2] + (w.round << log2n);
+  return int16_t(sum >> (shift + log2n));
 }
 
-template <Linear L>
-I32 ownLinearSums(Pairs p) {
-  constexpr int32_t w0 = L.weight[0], w1 = L.weight[1], w2 = L.weight[2];
+template <Weights W>
+I32 ownProducts(Pairs p) {
   constexpr auto fits = [](int32_t w) { return w == int16_t(w); };
-  if constexpr (fits(w0) && fits(w1) && fits(w2)) {
-    if constexpr (w2 == 0)
-      return simd::mulAddPairs(p.c01, simd::pairs(w0, w1));
-    else if constexpr (w0 == 0 && w1 == 0)
-      return simd::mulAddPairs(p.c23, simd::pairs(w2, 0));
+  if constexpr (fits(W.r) && fits(W.g) && fits(W.b)) {
+    if constexpr (W.b == 0)
+      return simd::mulAddPairs(p.c01, simd::pairs(W.r, W.g));
+    else if constexpr (W.r == 0 && W.g == 0)
+      return simd::mulAddPairs(p.c23, simd::pairs(W.b, 0));
     else
-      return simd::mulAddPairs(p.c01, simd::pairs(w0, w1)) + simd::mulAddPairs(p.c23, simd::pairs(w2, 0));
+      return simd::mulAddPairs(p.c01, simd::pairs(W.r, W.g)) + simd::mulAddPairs(p.c23, simd::pairs(W.b, 0));
   } else {
-    return ((I32)p.c01 & 0xFFFF) * w0 + ((I32)p.c01 >> 16) * w1 + ((I32)p.c23 & 0xFFFF) * w2;
+    return ((I32)p.c01 & 0xFFFF) * W.r + ((I32)p.c01 >> 16) * W.g + ((I32)p.c23 & 0xFFFF) * W.b;
   }
 }
-template <Linear L, int Log2n, int Shift>
-I16 ownLinearOctets(const Octets& sums) {
-  constexpr int32_t kBias = L.bias << Log2n;
-  return simd::packI16((ownLinearSums<L>(sums.low) + kBias) >> (Shift + Log2n),
-                       (ownLinearSums<L>(sums.high) + kBias) >> (Shift + Log2n));
+template <Weights W, int Log2n, int Shift>
+I16 ownWeighOctets(const Octets& sums) {
+  constexpr int32_t kRound = W.round * (1 << Log2n);
+  return simd::packI16((ownProducts<W>(sums.low) + kRound) >> (Shift + Log2n),
+                       (ownProducts<W>(sums.high) + kRound) >> (Shift + Log2n));
 }
 
 inline Pairs operator+(const Pairs& a, const Pairs& b) { return {a.c01 + b.c01, a.c23 + b.c23}; }
@@ -80,7 +73,7 @@ inline Pairs ownSumsAcross(const Octets& o) {
 // --- one MCU
 // -------------------------------------------------------------------------------------------------------
 
-template <class Pixels, class Mcu, const Form& F>
+template <class Pixels, class Mcu, const Matrix& M>
 void ownForwardOctets(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
   constexpr int kAcross = Mcu::kAcross, kDown = Mcu::kDown;
   int16_t *const luma = dst[0], *const cb = dst[1], *const cr = dst[2];
@@ -92,7 +85,7 @@ void ownForwardOctets(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst
       constexpr int h = i / kDown, v = i % kDown, x = 8 * h;
       const int y = kDown * r + v;
       const Octets o = Pixels::load(row(src, srcStep, y) + x * Pixels::kPixelBytes, kDown * srcStep);
-      storeOctets<kDown>(row(luma, 2, Mcu::luma(x, y)), ownLinearOctets<F.luma, 0, F.shift>(o));
+      storeOctets<kDown>(row(luma, 2, Mcu::luma(x, y)), ownWeighOctets<M.y, 0, M.shift>(o));
       if constexpr (Pixels::kChannels == 4) {
         const I16 k = simd::packI16((I32)o.low.c23 >> 16, (I32)o.high.c23 >> 16);
         storeOctets<kDown>(row(black, 2, Mcu::luma(x, y)), k - int16_t(128));
@@ -100,12 +93,12 @@ void ownForwardOctets(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst
       sums[h] = v == 0 ? o : Octets{sums[h].low + o.low, sums[h].high + o.high};
     });
     if constexpr (kAcross == 2) sums[0] = {ownSumsAcross(sums[0]), ownSumsAcross(sums[1])};
-    storeOctets<1>(row(cb, 2, 8 * r), ownLinearOctets<F.cb, Mcu::kLog2n, F.shift>(sums[0]));
-    storeOctets<1>(row(cr, 2, 8 * r), ownLinearOctets<F.cr, Mcu::kLog2n, F.shift>(sums[0]));
+    storeOctets<1>(row(cb, 2, 8 * r), ownWeighOctets<M.cb, Mcu::kLog2n, M.shift>(sums[0]));
+    storeOctets<1>(row(cr, 2, 8 * r), ownWeighOctets<M.cr, Mcu::kLog2n, M.shift>(sums[0]));
   }
 }
 
-template <class Pixels, class Mcu, const Form& F>
+template <class Pixels, class Mcu, const Matrix& M>
 void ownForwardPixels(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
   for (int r = 0; r < 8; ++r)
     for (int s = 0; s < 8; ++s) {
@@ -113,28 +106,28 @@ void ownForwardPixels(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst
       for (int y = Mcu::kDown * r; y < Mcu::kDown * (r + 1); ++y)
         for (int x = Mcu::kAcross * s; x < Mcu::kAcross * (s + 1); ++x) {
           const Pixel p = Pixels::get(row(src, srcStep, y), x);
-          put(dst[0], Mcu::luma(x, y), ownLinear(F.luma, p, 0, F.shift));
+          put(dst[0], Mcu::luma(x, y), ownWeigh(M.y, p, 0, M.shift));
           if constexpr (Pixels::kChannels == 4) put(dst[3], Mcu::luma(x, y), int16_t(p.c[3] - 128));
           for (int c = 0; c < 3; ++c) sums.c[c] += p.c[c];
         }
-      put(dst[1], 8 * r + s, ownLinear(F.cb, sums, Mcu::kLog2n, F.shift));
-      put(dst[2], 8 * r + s, ownLinear(F.cr, sums, Mcu::kLog2n, F.shift));
+      put(dst[1], 8 * r + s, ownWeigh(M.cb, sums, Mcu::kLog2n, M.shift));
+      put(dst[2], 8 * r + s, ownWeigh(M.cr, sums, Mcu::kLog2n, M.shift));
     }
 }
 
-template <class Pixels, class Mcu, const Form& F>
+template <class Pixels, class Mcu, const Matrix& M>
 void ownForward(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
   if constexpr (simd::kEnabled)
-    ownForwardOctets<Pixels, Mcu, F>(src, srcStep, dst);
+    ownForwardOctets<Pixels, Mcu, M>(src, srcStep, dst);
   else
-    ownForwardPixels<Pixels, Mcu, F>(src, srcStep, dst);
+    ownForwardPixels<Pixels, Mcu, M>(src, srcStep, dst);
 }
 
 // --- fronts
 // --------------------------------------------------------------------------------------------------------
 
 // Aligned and Misaligned are the forms for the two cases of an address test on the planes Tested.
-template <class Pixels, class Mcu, const Form& Aligned, const Form& Misaligned = Aligned,
+template <class Pixels, class Mcu, const Matrix& Aligned, const Matrix& Misaligned = Aligned,
           unsigned Tested = kNoPlane>
 QelStatus forward(const typename Pixels::Sample* src, int32_t srcStep, int16_t* const* dst) {
   if (auto s = check(nonNull(src), nonNull(dst), step(srcStep), planes(dst, Pixels::kChannels)); s) return s;
@@ -147,7 +140,7 @@ QelStatus forward(const typename Pixels::Sample* src, int32_t srcStep, int16_t* 
 }
 
 template <class Pixels, class Mcu, unsigned Tested = kNoPlane>
-QelStatus colour(const typename Pixels::Sample* src, int32_t srcStep, int16_t* const* dst) {
+QelStatus convert(const typename Pixels::Sample* src, int32_t srcStep, int16_t* const* dst) {
   return forward<Pixels, Mcu, kRounded<Pixels, Mcu>, kTruncated, Tested>(src, srcStep, dst);
 }
 template <class Pixels, class Mcu>
@@ -158,59 +151,59 @@ QelStatus sampleDown(const uint8_t* src, int32_t srcStep, int16_t* const* dst) {
 }  // namespace
 
 QelStatus qeliRGBToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return colour<Rgb, Mcu444>(src, srcStep, dst);
+  return convert<Rgb, Mcu444>(src, srcStep, dst);
 }
 QelStatus qeliRGBToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return colour<Rgb, Mcu422>(src, srcStep, dst);
+  return convert<Rgb, Mcu422>(src, srcStep, dst);
 }
 QelStatus qeliRGBToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return colour<Rgb, Mcu411, kLuma>(src, srcStep, dst);
+  return convert<Rgb, Mcu411, kLuma>(src, srcStep, dst);
 }
 
 QelStatus qeliBGRToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return colour<Bgr, Mcu444>(src, srcStep, dst);
+  return convert<Bgr, Mcu444>(src, srcStep, dst);
 }
 QelStatus qeliBGRToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return colour<Bgr, Mcu422>(src, srcStep, dst);
+  return convert<Bgr, Mcu422>(src, srcStep, dst);
 }
 QelStatus qeliBGRToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return colour<Bgr, Mcu411, kLuma>(src, srcStep, dst);
+  return convert<Bgr, Mcu411, kLuma>(src, srcStep, dst);
 }
 
 QelStatus qeliBGR555ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
                                                   int16_t* const dst[3]) {
-  return colour<Bgr555, Mcu444>(src, srcStep, dst);
+  return convert<Bgr555, Mcu444>(src, srcStep, dst);
 }
 QelStatus qeliBGR555ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
                                                   int16_t* const dst[3]) {
-  return colour<Bgr555, Mcu422>(src, srcStep, dst);
+  return convert<Bgr555, Mcu422>(src, srcStep, dst);
 }
 QelStatus qeliBGR555ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
                                                   int16_t* const dst[3]) {
-  return colour<Bgr555, Mcu411>(src, srcStep, dst);
+  return convert<Bgr555, Mcu411>(src, srcStep, dst);
 }
 
 QelStatus qeliBGR565ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
                                                   int16_t* const dst[3]) {
-  return colour<Bgr565, Mcu444>(src, srcStep, dst);
+  return convert<Bgr565, Mcu444>(src, srcStep, dst);
 }
 QelStatus qeliBGR565ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
                                                   int16_t* const dst[3]) {
-  return colour<Bgr565, Mcu422>(src, srcStep, dst);
+  return convert<Bgr565, Mcu422>(src, srcStep, dst);
 }
 QelStatus qeliBGR565ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
                                                   int16_t* const dst[3]) {
-  return colour<Bgr565, Mcu411>(src, srcStep, dst);
+  return convert<Bgr565, Mcu411>(src, srcStep, dst);
 }
 
 QelStatus qeliCMYKToYCCK444LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]) {
-  return colour<Cmyk, Mcu444, kFourPlanes>(src, srcStep, dst);
+  return convert<Cmyk, Mcu444, kFourPlanes>(src, srcStep, dst);
 }
 QelStatus qeliCMYKToYCCK422LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]) {
-  return colour<Cmyk, Mcu422, kLumaAndK>(src, srcStep, dst);
+  return convert<Cmyk, Mcu422, kLumaAndK>(src, srcStep, dst);
 }
 QelStatus qeliCMYKToYCCK411LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]) {
-  return colour<Cmyk, Mcu411, kLumaAndK>(src, srcStep, dst);
+  return convert<Cmyk, Mcu411, kLumaAndK>(src, srcStep, dst);
 }
 
 QelStatus qeliSampleDown444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {

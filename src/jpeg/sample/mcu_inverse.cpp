@@ -168,7 +168,7 @@ QelStatus inverse(const int16_t* const* src, typename Pixels::Sample* dst, int32
 }
 
 template <class Pixels, class Mcu, unsigned Tested = kNoPlane>
-QelStatus colour(const int16_t* const* src, typename Pixels::Sample* dst, int32_t dstStep) {
+QelStatus convert(const int16_t* const* src, typename Pixels::Sample* dst, int32_t dstStep) {
   return inverse<Pixels, Mcu, kRounded<Mcu>, kTruncated, Tested>(src, dst, dstStep);
 }
 template <class Pixels, class Mcu>
@@ -179,59 +179,59 @@ QelStatus sampleUp(const int16_t* const* src, uint8_t* dst, int32_t dstStep) {
 }  // namespace
 
 QelStatus qeliYCbCr444ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return colour<Rgb, Mcu444, kThreePlanes>(src, dst, dstStep);
+  return convert<Rgb, Mcu444, kThreePlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr422ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return colour<Rgb, Mcu422, kThreePlanes>(src, dst, dstStep);
+  return convert<Rgb, Mcu422, kThreePlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr411ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return colour<Rgb, Mcu411, kThreePlanes>(src, dst, dstStep);
+  return convert<Rgb, Mcu411, kThreePlanes>(src, dst, dstStep);
 }
 
 QelStatus qeliYCbCr444ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return colour<Bgr, Mcu444, kThreePlanes>(src, dst, dstStep);
+  return convert<Bgr, Mcu444, kThreePlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr422ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return colour<Bgr, Mcu422, kThreePlanes>(src, dst, dstStep);
+  return convert<Bgr, Mcu422, kThreePlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr411ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return colour<Bgr, Mcu411, kThreePlanes>(src, dst, dstStep);
+  return convert<Bgr, Mcu411, kThreePlanes>(src, dst, dstStep);
 }
 
 QelStatus qeliYCbCr444ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
                                                   int32_t dstStep) {
-  return colour<Bgr555, Mcu444>(src, dst, dstStep);
+  return convert<Bgr555, Mcu444>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr422ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
                                                   int32_t dstStep) {
-  return colour<Bgr555, Mcu422>(src, dst, dstStep);
+  return convert<Bgr555, Mcu422>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr411ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
                                                   int32_t dstStep) {
-  return colour<Bgr555, Mcu411>(src, dst, dstStep);
+  return convert<Bgr555, Mcu411>(src, dst, dstStep);
 }
 
 QelStatus qeliYCbCr444ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
                                                   int32_t dstStep) {
-  return colour<Bgr565, Mcu444>(src, dst, dstStep);
+  return convert<Bgr565, Mcu444>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr422ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
                                                   int32_t dstStep) {
-  return colour<Bgr565, Mcu422>(src, dst, dstStep);
+  return convert<Bgr565, Mcu422>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr411ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
                                                   int32_t dstStep) {
-  return colour<Bgr565, Mcu411>(src, dst, dstStep);
+  return convert<Bgr565, Mcu411>(src, dst, dstStep);
 }
 
 QelStatus qeliYCCK444ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst, int32_t dstStep) {
-  return colour<Cmyk, Mcu444, kFourPlanes>(src, dst, dstStep);
+  return convert<Cmyk, Mcu444, kFourPlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCCK422ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst, int32_t dstStep) {
-  return colour<Cmyk, Mcu422, kFourPlanes>(src, dst, dstStep);
+  return convert<Cmyk, Mcu422, kFourPlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCCK411ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst, int32_t dstStep) {
-  return colour<Cmyk, Mcu411, kFourPlanes>(src, dst, dstStep);
+  return convert<Cmyk, Mcu411, kFourPlanes>(src, dst, dstStep);
 }
 
 QelStatus qeliSampleUp444LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
