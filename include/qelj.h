@@ -727,12 +727,140 @@ QELJ_API QelStatus qeliICTInv_JPEG2K_32f_P3IR(float* const srcDst[3], int32_t sr
 QELJ_API QelStatus qeliICTInv_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 
 /* ------------------------------------------------------------------------------------------------------------
- * Reversible 5/3 wavelet: rows and columns
+ * Reversible 5/3 wavelet: rows and columns (F.4.8.1, F.3.8.2.1)
+ *
+ * Building blocks for callers that walk a tile themselves; qeliWTFwd_B53... below do a whole tile.
+ *   Row       transforms the rows of a region      Col   transforms its columns, each by itself
+ *   ColLift   one lifting step down the columns on separate rows, to transform vertically row by row
+ *
+ * Row and Col. With x[k] the sample k places from src along the transform, L and H the two bands, w their length
+ * (size.width for Row, size.height for Col; size is that of each band), and all shifts rounding down:
+ *   phase 0: x[0] is at an even position; L[i] is centred on x[2i], H[i] on x[2i + 1].
+ *   phase not 0: x[0] is at an odd position; H[i] is centred on x[2i], L[i] on x[2i + 1].
+ *   forward: H = x - ((left + right) >> 1) at odd positions, L = x + ((left H + right H + 2) >> 2) at even ones.
+ *   inverse: even x = L - ((left H + right H + 2) >> 2), odd x = H + ((left x + right x) >> 1).
+ * Both bands have w samples and a line has 2w. For a line of odd length take the longer band's length, let the border
+ * reach far enough, and ignore the last sample of the shorter band.
+ * Nothing is extended: these samples outside the region are read and must hold the extended signal (for Col: whole
+ * rows of size.width samples at the same step).
+ *   forward, phase 0: x[-2] to x[2w]; else x[-1] to x[2w + 1].
+ *   inverse, phase 0: L[0] to L[w], H[-1] to H[w]; else L[-1] to L[w - 1], H[-1] to H[w].
+ * Checked in this order: the three pointers (qelStatusNullPointer), the three steps (qelStatusBadStep), size
+ * (qelStatusBadSize).
+ *
+ * ColLift. Rows of `width` samples; in terms of rows 2k of the signal,
+ *   forward: srcEven, srcOdd, srcEvenNext are rows 2k, 2k + 1, 2k + 2; dstHigh becomes H[k] = srcOdd - ((srcEven +
+ *   srcEvenNext) >> 1), dstLow becomes L[k] = srcEven + ((srcHighPrev + dstHigh + 2) >> 2); srcHighPrev is the
+ *   dstHigh of the call before.
+ *   inverse: srcLow is L[k], srcHighPrev and srcHigh are H[k - 1] and H[k]; dstEven becomes row 2k = srcLow -
+ *   ((srcHighPrev + srcHigh + 2) >> 2), dstOdd becomes row 2k - 1 = srcHighPrev + ((srcEvenPrev + dstEven) >> 1);
+ *   srcEvenPrev is the dstEven of the call before.
+ * At the ends of the signal give mirrored rows; a signal that starts at an odd row starts the sequence one row early.
+ * Checked in this order: the six pointers (qelStatusNullPointer), width (qelStatusBadSize).
+ *
+ * 32s: sums wrap at 32 bits. 16s: exact while the sum of any two neighbours, and of two high samples and 2, fits 16
+ * bits; outside that range ColLift wraps at 16 bits, and the results of Row and Col are not specified. Outputs must not
+ * overlap inputs. None of these functions forks.
  * ------------------------------------------------------------------------------------------------------------ */
 
+QELJ_API QelStatus qeliWTFwdRow_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, int16_t* dstLow, int32_t dstLowStep,
+    int16_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTInvRow_B53_JPEG2K_16s_C1R(const int16_t* srcLow, int32_t srcLowStep, const int16_t* srcHigh,
+    int32_t srcHighStep, QelSize size, int16_t* dst, int32_t dstStep, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdRow_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, int32_t* dstLow, int32_t dstLowStep,
+    int32_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTInvRow_B53_JPEG2K_32s_C1R(const int32_t* srcLow, int32_t srcLowStep, const int32_t* srcHigh,
+    int32_t srcHighStep, QelSize size, int32_t* dst, int32_t dstStep, uint32_t phase);
+
+QELJ_API QelStatus qeliWTFwdCol_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, int16_t* dstLow, int32_t dstLowStep,
+    int16_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTInvCol_B53_JPEG2K_16s_C1R(const int16_t* srcLow, int32_t srcLowStep, const int16_t* srcHigh,
+    int32_t srcHighStep, QelSize size, int16_t* dst, int32_t dstStep, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdCol_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, int32_t* dstLow, int32_t dstLowStep,
+    int32_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTInvCol_B53_JPEG2K_32s_C1R(const int32_t* srcLow, int32_t srcLowStep, const int32_t* srcHigh,
+    int32_t srcHighStep, QelSize size, int32_t* dst, int32_t dstStep, uint32_t phase);
+
+QELJ_API QelStatus qeliWTFwdColLift_B53_JPEG2K_16s_C1(const int16_t* srcEven, const int16_t* srcOdd, const int16_t* srcEvenNext,
+    int16_t* dstLow, const int16_t* srcHighPrev, int16_t* dstHigh, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_B53_JPEG2K_16s_C1(const int16_t* srcLow, const int16_t* srcHighPrev, const int16_t* srcHigh,
+    const int16_t* srcEvenPrev, int16_t* dstOdd, int16_t* dstEven, int32_t width);
+QELJ_API QelStatus qeliWTFwdColLift_B53_JPEG2K_32s_C1(const int32_t* srcEven, const int32_t* srcOdd, const int32_t* srcEvenNext,
+    int32_t* dstLow, const int32_t* srcHighPrev, int32_t* dstHigh, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_B53_JPEG2K_32s_C1(const int32_t* srcLow, const int32_t* srcHighPrev, const int32_t* srcHigh,
+    const int32_t* srcEvenPrev, int32_t* dstOdd, int32_t* dstEven, int32_t width);
+
 /* ------------------------------------------------------------------------------------------------------------
- * Irreversible 9/7 wavelet: rows and columns
+ * Irreversible 9/7 wavelet: rows and columns (F.4.8.2, F.3.8.2.2)
+ *
+ * Building blocks as above: Row and ColLift in 16s, 32s and 32f, Col in 32f. qeliWTFwd_D97... below do a whole tile.
+ * x, L, H, w and phase mean what they mean for 5/3. Nothing is extended; read are
+ *   forward, phase 0: x[-4] to x[2w + 2]; else x[-3] to x[2w + 3].
+ *   inverse, phase 0: L[-1] to L[w + 1], H[-2] to H[w + 1]; else L[-2] to L[w], H[-2] to H[w + 1].
+ *
+ * Lifting, where "left" and "right" are the values of the other parity on either side after the stage before:
+ *   forward: d = x + alpha (left + right) at odd positions, s = x + beta (left + right) at even ones, D = d + gamma
+ *   (left + right), L = (s + delta (left + right)) / K, H = D K.
+ *   inverse: E = K L - (delta / K)(left + right), O = H / K - gamma (left + right), E2 = E - beta (left + right),
+ *   O2 = O - alpha (left + right); E2 and O2 are the even and odd samples.
+ *   alpha = -1.5861343, beta = -0.052980117, gamma = 0.8829111, delta = 0.44350687, K = 1.2301741. The low band has a
+ *   gain of 1 at frequency 0, the high band of 2 at the highest frequency.
+ * A line of one sample a band is not lifted but filtered directly, with the taps of the standard.
+ *
+ * ColLift. Rows of `width` samples; a call advances the pipeline by one pair of rows. All rows are different memory.
+ *   forward: srcEven, srcOdd, srcEvenNext are rows 2k, 2k + 1, 2k + 2. srcDstLow: s of row 2k - 2, becomes low row k - 1.
+ *   dstLowNext becomes s of row 2k. srcDstHigh: D of row 2k - 3, becomes high row k - 2. srcDstHighNext: d of row
+ *   2k - 1, becomes its D. dstHighNext becomes d of row 2k + 1. For the next call rotate: srcDstLow = dstLowNext,
+ *   srcDstHigh = srcDstHighNext, srcDstHighNext = dstHighNext, and use the two rows that are free for the new ones.
+ *   inverse: srcLow is L[k], srcHighPrev and srcHigh are H[k - 1] and H[k]. srcEvenDone is even row k - 2, finished.
+ *   srcDstOdd: O of k - 2, becomes the finished odd row k - 2. srcDstEven: E of k - 1, becomes the finished even row
+ *   k - 1. dstOddNext becomes O of k - 1, dstEvenNext E of k. Rotate: srcEvenDone = srcDstEven, srcDstOdd =
+ *   dstOddNext, srcDstEven = dstEvenNext.
+ *
+ * Arithmetic.
+ *   32f  each product and each sum rounded by itself, neighbours added first; no fused multiply-add.
+ *   32s  16.16 fixed point: (c x + 32768) >> 16 with 64-bit products. Nothing saturates: sums of two samples and
+ *        results wrap at 32 bits. L, E and O are formed from one 64-bit sum and rounded once; but in Row the last low
+ *        sample (phase not 0: the last two) is rounded twice.
+ *   16s  15 fractional bits, saturating: ColLift, and Row but near the ends of a line. A doubled sum of two samples
+ *        saturates: keep |sample| below 8192. The ends of a Row, up to three samples of each stage, have the wider
+ *        arithmetic of 32s with saturated results.
+ *
+ * Row and Col check, in this order: the three pointers (qelStatusNullPointer), the three steps (qelStatusBadStep), size
+ * (qelStatusBadSize). ColLift: the eight pointers (qelStatusNullPointer), width (qelStatusBadSize). Outputs must not
+ * overlap inputs but for the rows that are both. None of these functions forks.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliWTFwdRow_D97_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, int16_t* dstLow, int32_t dstLowStep,
+    int16_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTInvRow_D97_JPEG2K_16s_C1R(const int16_t* srcLow, int32_t srcLowStep, const int16_t* srcHigh,
+    int32_t srcHighStep, QelSize size, int16_t* dst, int32_t dstStep, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdRow_D97_JPEG2K_32f_C1R(const float* src, int32_t srcStep, float* dstLow, int32_t dstLowStep,
+    float* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTInvRow_D97_JPEG2K_32f_C1R(const float* srcLow, int32_t srcLowStep, const float* srcHigh,
+    int32_t srcHighStep, QelSize size, float* dst, int32_t dstStep, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdRow_D97_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, int32_t* dstLow, int32_t dstLowStep,
+    int32_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTInvRow_D97_JPEG2K_32s_C1R(const int32_t* srcLow, int32_t srcLowStep, const int32_t* srcHigh,
+    int32_t srcHighStep, QelSize size, int32_t* dst, int32_t dstStep, uint32_t phase);
+
+QELJ_API QelStatus qeliWTFwdCol_D97_JPEG2K_32f_C1R(const float* src, int32_t srcStep, float* dstLow, int32_t dstLowStep,
+    float* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTInvCol_D97_JPEG2K_32f_C1R(const float* srcLow, int32_t srcLowStep, const float* srcHigh,
+    int32_t srcHighStep, QelSize size, float* dst, int32_t dstStep, uint32_t phase);
+
+QELJ_API QelStatus qeliWTFwdColLift_D97_JPEG2K_16s_C1(const int16_t* srcEven, const int16_t* srcOdd, const int16_t* srcEvenNext,
+    int16_t* srcDstLow, int16_t* dstLowNext, int16_t* srcDstHigh, int16_t* srcDstHighNext, int16_t* dstHighNext, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_16s_C1(const int16_t* srcLow, const int16_t* srcHighPrev, const int16_t* srcHigh,
+    const int16_t* srcEvenDone, int16_t* srcDstOdd, int16_t* srcDstEven, int16_t* dstOddNext, int16_t* dstEvenNext, int32_t width);
+QELJ_API QelStatus qeliWTFwdColLift_D97_JPEG2K_32f_C1(const float* srcEven, const float* srcOdd, const float* srcEvenNext,
+    float* srcDstLow, float* dstLowNext, float* srcDstHigh, float* srcDstHighNext, float* dstHighNext, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32f_C1(const float* srcLow, const float* srcHighPrev, const float* srcHigh,
+    const float* srcEvenDone, float* srcDstOdd, float* srcDstEven, float* dstOddNext, float* dstEvenNext, int32_t width);
+QELJ_API QelStatus qeliWTFwdColLift_D97_JPEG2K_32s_C1(const int32_t* srcEven, const int32_t* srcOdd, const int32_t* srcEvenNext,
+    int32_t* srcDstLow, int32_t* dstLowNext, int32_t* srcDstHigh, int32_t* srcDstHighNext, int32_t* dstHighNext, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32s_C1(const int32_t* srcLow, const int32_t* srcHighPrev, const int32_t* srcHigh,
+    const int32_t* srcEvenDone, int32_t* srcDstOdd, int32_t* srcDstEven, int32_t* dstOddNext, int32_t* dstEvenNext, int32_t width);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Whole-tile wavelets (F.3.2, F.4.2)
