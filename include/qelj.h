@@ -822,9 +822,9 @@ QELJ_API QelStatus qeliWTInvColLift_B53_JPEG2K_32s_C1(const int32_t* srcLow, con
  *   32s  16.16 fixed point: (c x + 32768) >> 16 with 64-bit products. Nothing saturates: sums of two samples and
  *        results wrap at 32 bits. L, E and O are formed from one 64-bit sum and rounded once; but in Row the last low
  *        sample (phase not 0: the last two) is rounded twice.
- *   16s  15 fractional bits, saturating: ColLift, and Row but near the ends of a line. A doubled sum of two samples
- *        saturates: keep |sample| below 8192. The ends of a Row, up to three samples of each stage, have the wider
- *        arithmetic of 32s with saturated results.
+ *   16s  15 fractional bits, saturating: ColLift, and Row but near the ends of a line. Sums of two values saturate
+ *        before they are scaled, and d reaches 4.2 times the largest sample: below 3900 nothing saturates. The ends
+ *        of a Row, up to four samples of each stage, have the wider arithmetic of 32s with saturated results.
  *
  * Row and Col check, in this order: the three pointers (qelStatusNullPointer), the three steps (qelStatusBadStep), size
  * (qelStatusBadSize). ColLift: the eight pointers (qelStatusNullPointer), width (qelStatusBadSize). Outputs must not
@@ -889,8 +889,8 @@ QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32s_C1(const int32_t* srcLow, con
  *
  * Arithmetic.
  *   B53, 32s  sums wrap at 32 bits.     B53, 16s  each step in 32 bits, its result cut to 16.
- *   D97, 16s  fixed point with 14 fractional bits, each result cut to 16; nothing saturates. The filter gains up
- *             to a bit or two: leave headroom.
+ *   D97, 16s  fixed point with 14 fractional bits, each result cut to 16; nothing saturates. Between the stages
+ *             values reach 4.2 times the largest sample: below 7800 nothing is lost.
  *   D97, 32s  single precision inside. Results of each direction are cut towards zero to integers and saturate;
  *             the sum of two input samples wraps before it is converted. Scale samples up by some fractional bits
  *             before the first level to keep precision.

@@ -5,6 +5,7 @@
 #include <functional>
 #include <numeric>
 
+#include "jpeg2000/transform/model.h"
 #include "qelj.h"
 #include "support/buffer.h"
 
@@ -14,140 +15,30 @@ namespace {
 template <class T>
 using Line = std::vector<T>;
 
-// --- one line, written out: extend, lift, take apart
-// --------------------------------------------------------------
-
-// A line by coordinate, extended symmetrically: periodic with 2(n - 1), and even about both ends.
-template <class T>
-struct Extended {
-  Line<T> samples;
-  int first;
-  T& operator[](int coordinate) {
-    const int n = int(samples.size()), period = 2 * (n - 1);
-    int k = ((coordinate - first) % period + period) % period;
-    return samples[size_t(k < n ? k : period - k)];
+// One line of a tile, at coordinate `first`: extended symmetrically, lifted, taken apart; and the way back.
+template <class Model, class T>
+Line<T> liftLine(bool forward, const Line<T>& in, int first) {
+  const int n = int(in.size()), odd = first & 1, period = 2 * (n - 1), lows = (n + 1 - odd) / 2;
+  if (n == 1) return {T(forward ? in[0] * (odd + 1) : in[0] / (odd + 1))};
+  // The place in the bands of the sample at position m of the line.
+  const auto band = [&](int m) { return size_t((m + odd) % 2 ? lows + m / 2 : m / 2); };
+  if (std::is_same_v<Model, Model53<T>> && n == 2) {
+    if (forward) {
+      const int64_t e = in[size_t(odd)], d = wrap(in[size_t(1 - odd)] - e);
+      return {T(e + (wrap(d + 1) >> 1)), T(d)};
+    }
+    const int64_t e = wrap(in[0] - int64_t(wrap(in[1] + int64_t(1)) >> 1)), o = in[1] + e;
+    return odd ? Line<T>{T(o), T(e)} : Line<T>{T(e), T(o)};
   }
-};
-
-// The value of one lifting step at each coordinate of one parity, over the whole line.
-template <class T, class Step>
-void lift(Extended<T>& line, int parity, Step step) {
-  const auto before = line;
-  auto source = before;
-  for (int c = line.first; c < line.first + int(line.samples.size()); ++c)
-    if ((c & 1) == parity) line[c] = step(source[c], source[c - 1], source[c + 1]);
-}
-
-int32_t wrap(int64_t x) { return int32_t(uint32_t(x)); }
-template <class T>
-struct B53 {
-  static void forward(Extended<T>& l) {
-    lift(l, 1, [](T x, T a, T b) { return T(wrap(int64_t(x) - (wrap(int64_t(a) + b) >> 1))); });
-    lift(l, 0, [](T x, T a, T b) { return T(wrap(int64_t(x) + (wrap(int64_t(a) + b + 2) >> 2))); });
+  constexpr int kBorder = 5;
+  Line<T> line, out(in.size());
+  for (int m = -kBorder; m < n + kBorder; ++m) {
+    const int k = ((m % period) + period) % period, reflected = k < n ? k : period - k;
+    line.push_back(in[forward ? size_t(reflected) : band(reflected)]);
   }
-  static void inverse(Extended<T>& l) {
-    lift(l, 0, [](T x, T a, T b) { return T(wrap(int64_t(x) - (wrap(int64_t(a) + b + 2) >> 2))); });
-    lift(l, 1, [](T x, T a, T b) { return T(wrap(int64_t(x) + (wrap(int64_t(a) + b) >> 1))); });
-  }
-};
-
-template <class T>
-struct D97;
-template <>
-struct D97<int16_t> {
-  static int32_t r14(int64_t v) { return int32_t((v + 8192) >> 14); }
-  template <int c>
-  static int16_t step(int16_t x, int16_t a, int16_t b) {
-    return int16_t(x + r14(c * (int64_t(a) + b)));
-  }
-  static void forward(Extended<int16_t>& l) {
-    lift(l, 1, step<-25987>);
-    lift(l, 0, step<-868>);
-    lift(l, 1, step<14466>);
-    lift(l, 0, step<7266>);
-    lift(l, 0, [](int16_t x, int16_t, int16_t) { return int16_t(r14(13318 * x)); });
-    lift(l, 1, [](int16_t x, int16_t, int16_t) { return int16_t(r14(20155 * x)); });
-  }
-  static void inverse(Extended<int16_t>& l) {
-    lift(l, 1, [](int16_t x, int16_t, int16_t) { return int16_t(r14(13318 * x)); });
-    lift(l, 0, [](int16_t x, int16_t a, int16_t b) {
-      return int16_t(r14(20155 * x) - r14(7266 * (int64_t(a) + b)));
-    });
-    const auto minus = [](int c) {
-      return [c](int16_t x, int16_t a, int16_t b) { return int16_t(x - r14(c * (int64_t(a) + b))); };
-    };
-    lift(l, 1, minus(14466));
-    lift(l, 0, minus(-868));
-    lift(l, 1, minus(-25987));
-  }
-};
-template <>
-struct D97<int32_t> {
-  static constexpr float alpha = -1.5861343f, beta = -0.052980117f, gamma = 0.8829111f, delta = 0.44350687f,
-                         k = 1.2301741f, ik = 0.8128931f;
-  static int32_t cut(float x) {
-    return x >= 2147483648.0f ? INT32_MAX : x < -2147483648.0f ? INT32_MIN : int32_t(x);
-  }
-  // Products and sums are stored, so that each is rounded by itself.
-  static float step(float x, float c, float sum) {
-    volatile const float product = c * sum;
-    return x + product;
-  }
-  static void forward(Extended<int32_t>& l) {
-    Extended<float> f{Line<float>(l.samples.begin(), l.samples.end()), l.first};
-    for (int c = l.first; c < l.first + int(l.samples.size()); ++c)
-      if (c & 1) f[c] = step(float(l[c]), alpha, float(wrap(int64_t(l[c - 1]) + l[c + 1])));
-    lift(f, 0, [](float x, float a, float b) { return step(x, beta, a + b); });
-    lift(f, 1, [](float x, float a, float b) { return step(x, gamma, a + b); });
-    lift(f, 0, [](float x, float a, float b) { return step(x, delta, a + b) * ik; });
-    lift(f, 1, [](float x, float, float) { return x * k; });
-    std::transform(f.samples.begin(), f.samples.end(), l.samples.begin(), cut);
-  }
-  static void inverse(Extended<int32_t>& l) {
-    Extended<float> f{Line<float>(l.samples.begin(), l.samples.end()), l.first};
-    lift(f, 0, [](float x, float, float) { return k * x; });
-    lift(f, 1, [](float x, float, float) { return ik * x; });
-    lift(f, 0, [](float x, float a, float b) { return step(x, -delta, a + b); });
-    lift(f, 1, [](float x, float a, float b) { return step(x, -gamma, a + b); });
-    lift(f, 0, [](float x, float a, float b) { return step(x, -beta, a + b); });
-    lift(f, 1, [](float x, float a, float b) { return step(x, -alpha, a + b); });
-    std::transform(f.samples.begin(), f.samples.end(), l.samples.begin(), cut);
-  }
-};
-
-template <class Wavelet, class T>
-Line<T> forwardLine(const Line<T>& in, int first) {
-  Extended<T> line{in, first & 1};
-  const int odd = first & 1;
-  if (in.size() == 1) return {T(in[0] * (odd + 1))};
-  if (std::is_same_v<Wavelet, B53<T>> && in.size() == 2) {
-    const int64_t e = in[size_t(odd)], d = wrap(in[size_t(1 - odd)] - e);
-    return {T(wrap(e + (wrap(d + 1) >> 1))), T(d)};
-  }
-  Wavelet::forward(line);
-  Line<T> out;
-  for (const int parity : {0, 1})
-    for (int c = odd; c < odd + int(in.size()); ++c)
-      if ((c & 1) == parity) out.push_back(line[c]);
+  line = lifted<Model>(forward, line, -kBorder, n, odd);
+  for (int m = 0; m < n; ++m) out[forward ? band(m) : size_t(m)] = line[size_t(m + kBorder)];
   return out;
-}
-template <class Wavelet, class T>
-Line<T> inverseLine(const Line<T>& in, int first) {
-  const int odd = first & 1;
-  if (in.size() == 1) return {T(in[0] / (odd + 1))};
-  Extended<T> line{in, odd};
-  size_t next = 0;
-  for (const int parity : {0, 1})
-    for (int c = odd; c < odd + int(in.size()); ++c)
-      if ((c & 1) == parity) line[c] = in[next++];
-  if (std::is_same_v<Wavelet, B53<T>> && in.size() == 2) {
-    const int64_t e = wrap(in[0] - int64_t(wrap(in[1] + int64_t(1)) >> 1));
-    line.samples[size_t(odd)] = T(e);
-    line.samples[size_t(1 - odd)] = T(wrap(in[1] + e));
-  } else {
-    Wavelet::inverse(line);
-  }
-  return line.samples;
 }
 
 template <class T>
@@ -182,57 +73,33 @@ struct Functions {
   QelStatus (*size)(const QelRect*, int32_t*);
   QelStatus (*sizeWithBands)(const QelRect*, int32_t*);
 };
-#define TILE_FUNCTIONS(wavelet, type)                                                                       \
-  {                                                                                                         \
-    qeliWTFwd_##wavelet##_JPEG2K_##type##_C1IR, qeliWTInv_##wavelet##_JPEG2K_##type##_C1IR,                 \
-        qeliWTFwd_##wavelet##_JPEG2K_##type##_C1R, qeliWTInv_##wavelet##_JPEG2K_##type##_C1R,               \
-        qeliWTGetBufSize_##wavelet##_JPEG2K_##type##_C1IR, qeliWTGetBufSize_##wavelet##_JPEG2K_##type##_C1R \
+#define TILE_CASE(name, Model_, wavelet, type)                                                         \
+  struct name {                                                                                        \
+    using Model = Model_;                                                                              \
+    using Sample = Model_::Sample;                                                                     \
+    static constexpr Functions<Sample> functions = {qeliWTFwd_##wavelet##_JPEG2K_##type##_C1IR,        \
+                                                    qeliWTInv_##wavelet##_JPEG2K_##type##_C1IR,        \
+                                                    qeliWTFwd_##wavelet##_JPEG2K_##type##_C1R,         \
+                                                    qeliWTInv_##wavelet##_JPEG2K_##type##_C1R,         \
+                                                    qeliWTGetBufSize_##wavelet##_JPEG2K_##type##_C1IR, \
+                                                    qeliWTGetBufSize_##wavelet##_JPEG2K_##type##_C1R}; \
   }
-template <class Wavelet>
-Functions<int16_t> functions16s();
-template <>
-Functions<int16_t> functions16s<B53<int16_t>>() {
-  return TILE_FUNCTIONS(B53, 16s);
-}
-template <>
-Functions<int16_t> functions16s<D97<int16_t>>() {
-  return TILE_FUNCTIONS(D97, 16s);
-}
-template <class Wavelet>
-Functions<int32_t> functions32s();
-template <>
-Functions<int32_t> functions32s<B53<int32_t>>() {
-  return TILE_FUNCTIONS(B53, 32s);
-}
-template <>
-Functions<int32_t> functions32s<D97<int32_t>>() {
-  return TILE_FUNCTIONS(D97, 32s);
-}
-
-template <class W, class T>
-struct Case {
-  using Wavelet = W;
-  using Sample = T;
-  static Functions<T> functions() {
-    if constexpr (sizeof(T) == 2)
-      return functions16s<W>();
-    else
-      return functions32s<W>();
-  }
-};
+TILE_CASE(B53_16s, Model53<int16_t>, B53, 16s);
+TILE_CASE(B53_32s, Model53<int32_t>, B53, 32s);
+TILE_CASE(D97_16s, Tile97_16s, D97, 16s);
+TILE_CASE(D97_32s, Tile97_32s, D97, 32s);
 
 template <class C>
 class Tile : public ::testing::Test {};
-using Cases = ::testing::Types<Case<B53<int16_t>, int16_t>, Case<B53<int32_t>, int32_t>,
-                               Case<D97<int16_t>, int16_t>, Case<D97<int32_t>, int32_t>>;
+using Cases = ::testing::Types<B53_16s, B53_32s, D97_16s, D97_32s>;
 TYPED_TEST_SUITE(Tile, Cases);
 
 // Every size and parity against the lines written out, over the whole range of the type; the work buffer ends
 // at an inaccessible page behind the reported size.
 TYPED_TEST(Tile, IsTheTransformOfItsLines) {
   using T = typename TypeParam::Sample;
-  using W = typename TypeParam::Wavelet;
-  const auto f = TypeParam::functions();
+  using Model = typename TypeParam::Model;
+  const auto f = TypeParam::functions;
   Random random;
   std::vector<std::pair<int, int>> sizes = {{600, 5}, {5, 600}, {67, 131}, {128, 64}};
   for (int w = 1; w <= 12; ++w)
@@ -251,12 +118,8 @@ TYPED_TEST(Tile, IsTheTransformOfItsLines) {
       for (const bool forward : {true, false}) {
         SCOPED_TRACE(testing::Message()
                      << width << "x" << height << " parity " << parity << " forward " << forward);
-        const auto across = [&](const Line<T>& l) {
-          return forward ? forwardLine<W>(l, tile.x) : inverseLine<W>(l, tile.x);
-        };
-        const auto down = [&](const Line<T>& l) {
-          return forward ? forwardLine<W>(l, tile.y) : inverseLine<W>(l, tile.y);
-        };
+        const auto across = [&](const Line<T>& l) { return liftLine<Model>(forward, l, tile.x); };
+        const auto down = [&](const Line<T>& l) { return liftLine<Model>(forward, l, tile.y); };
         auto expected = original;
         if (forward) expected.columns(down), expected.rows(across);
         if (!forward) expected.rows(across), expected.columns(down);
@@ -307,7 +170,7 @@ TYPED_TEST(Tile, IsTheTransformOfItsLines) {
 
 TYPED_TEST(Tile, ChecksInOrder) {
   using T = typename TypeParam::Sample;
-  const auto f = TypeParam::functions();
+  const auto f = TypeParam::functions;
   T image[4] = {1, 2, 3, 4}, band[4][4] = {};
   T* planes[4] = {band[0], band[1], band[2], band[3]};
   int32_t steps[4] = {8, 8, 8, 8}, size = 77;
