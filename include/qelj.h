@@ -669,15 +669,126 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src,
 
 /* ------------------------------------------------------------------------------------------------------------
  * Progressive block coding
+ *
+ * One block of one scan of a progressive image (Annex G): the first scan of the DC coefficients, their refinements by
+ * one bit each, the first scan of a band of AC coefficients, and its refinements. Buffers, positions, *marker, *lastDC,
+ * restarts and what a failed call leaves are as in the normal forms of baseline block coding above.
+ *
+ *   al       the point transform (successive approximation, Al), 0 to 13
+ *   ss, se   the band, first and last zig-zag position: 1 <= ss <= se <= 63
+ *   dst      of a decoder: the block in natural order, kept by the caller from scan to scan and zero before the first.
+ *            A call changes only coefficients of its band; nothing is zeroed.
+ *   src      of an encoder: the whole block, unshifted: the same block for every scan
+ *
+ * The state carries the run of blocks whose band has ended (EOB run) from call to call, and an AC refinement's pending
+ * correction bits: one state a scan, every block of the scan in order, and the flush at the scan's end and in front of
+ * every restart marker. An AC scan holds one component's blocks. A run is stored when it reaches 32767 blocks, or when
+ * more than 937 correction bits are pending.
+ *
+ * Decoders.
+ *   qelStatusNullPointer        a pointer is null
+ *   qelStatusBadSize            srcLen is below 1           (checked behind src)
+ *   qelStatusBadArg             al, ss or se is out of range (checked behind marker, in front of table and state)
+ *   qelStatusJpegOutOfBuffer    the source ended where more bits were needed, or right behind a 0xFF
+ *   qelStatusJpegCoeffRange     no code matches; bits were needed behind a marker; a first scan's run leads past
+ *                               position 63; a refinement's symbol has a size above 1, or its new coefficient has no
+ *                               place left in the band
+ * Inside an EOB run, ACFirst reads nothing at all, even at the end of the source. A position behind se, up to 63, is
+ * stored to by ACFirst as the stream says.
+ *
+ * Encoders, with flush 0, code the block; with flush not 0 they end the segment: first the pending run with its
+ * correction bits (AC; needs the table, which is always tested), then ones in the last byte, then the state is
+ * initialised. If the pending run cannot be stored the flush returns at once, with the state as it is.
+ *   qelStatusNullPointer        dst, then dstPos, table (AC) or state; with flush 0 then src or lastDC; table (DCFirst)
+ *   qelStatusBadSize            dstLen is below 1           (checked behind dst)
+ *   qelStatusBadArg             al, ss or se is out of range (behind src and lastDC; in DCFirst in front of table)
+ *   qelStatusJpegOutOfBuffer    no room
+ *   qelStatusJpegHuffTable      a symbol has no code
+ *   qelStatusJpegCoeffRange     DCFirst: the difference has more than 11 bits (*lastDC is updated all the same)
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst, int16_t* lastDC, int32_t* marker, uint32_t al, const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state);
+QELJ_API QelStatus qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst, int32_t* marker, uint32_t al, QelDecodeHuffmanState* state);
+QELJ_API QelStatus qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst, int32_t* marker, int32_t ss, int32_t se, uint32_t al, const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state);
+QELJ_API QelStatus qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst, int32_t* marker, int32_t ss, int32_t se, uint32_t al, const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state);
+
+QELJ_API QelStatus qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos, int16_t* lastDC, uint32_t al, const QelEncodeHuffmanSpec* table, QelEncodeHuffmanState* state, int32_t flush);
+QELJ_API QelStatus qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos, uint32_t al, QelEncodeHuffmanState* state, int32_t flush);
+QELJ_API QelStatus qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos, int32_t ss, int32_t se, uint32_t al, const QelEncodeHuffmanSpec* table, QelEncodeHuffmanState* state, int32_t flush);
+QELJ_API QelStatus qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos, int32_t ss, int32_t se, uint32_t al, const QelEncodeHuffmanSpec* table, QelEncodeHuffmanState* state, int32_t flush);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Lossless coding and prediction
+ *
+ * The lossless process (Annex H) on 16-bit rows: samples to and from differences, differences to and from codes. All
+ * arithmetic is modulo 2^16; samples of 16 bits are passed as the int16_t of the same bits.
+ *
+ * PREDICTION. The first row of a scan, and the first behind a restart, is predicted from the left, and its first sample
+ * by 2^(precision - pointTransform - 1). Every other row has a predictor from 1 to 7 (Table H.1), with a on the left, b
+ * above, c above on the left; its first sample is always predicted by b:
+ *   1 a   2 b   3 c   4 a + b - c   5 a + ((b - c) >> 1)   6 b + ((a - c) >> 1)   7 (a + b) >> 1
+ * Sums are exact and shifts arithmetic, so samples of 16 bits are taken as signed here. The Diff functions give src
+ * minus the prediction; the Reconstruct functions take the differences in src and give the samples, with a from dst.
+ * dst may be src or prevRow itself; other overlap is not allowed. width is the number of samples.
+ *   qelStatusNullPointer        a pointer is null
+ *   qelStatusBadSize            width is below 1
+ *   qelStatusBadArg             precision outside 2 to 16, pointTransform below 0 or not below precision; predictor
+ *                               outside 1 to 7
+ *
+ * CODING. One difference (One), or a row of up to four interleaved components (Row: for each column, each channel in
+ * turn, with its own table; src and dst are arrays of `channels` plane pointers, tables of as many table pointers).
+ * Buffers, positions, *marker, states, flush and restarts are as in the normal forms of baseline block coding above. A
+ * difference of -32768 has category 16 and no value bits. With channels above 4, the first four are coded, and entries
+ * behind them are not looked at. After a failure, the differences decoded so far are stored.
+ *   qelStatusNullPointer        a pointer, or one of the first four entries of an array, is null
+ *   qelStatusBadSize            srcLen or dstLen (checked behind src or dst), width or channels is below 1
+ *   qelStatusJpegOutOfBuffer    the source ended where more bits were needed or right behind a 0xFF; no room
+ *   qelStatusJpegCoeffRange     no code matches, or bits were needed behind a marker
+ *   qelStatusJpegHuffTable      a symbol has no code
+ * Order of checks: decoders src, srcLen, srcPos, dst, width, channels, marker, tables, state, array entries; encoders
+ * dst, dstLen, dstPos, state, then with flush 0 src, width, channels, tables, array entries.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliDiffPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width, int32_t precision, int32_t pointTransform);
+QELJ_API QelStatus qeliDiffPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width, int32_t predictor);
+QELJ_API QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width, int32_t precision, int32_t pointTransform);
+QELJ_API QelStatus qeliReconstructPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width, int32_t predictor);
+
+QELJ_API QelStatus qeliDecodeHuffmanOne_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst, int32_t* marker, const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state);
+QELJ_API QelStatus qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* const* dst, int32_t width, int32_t channels, int32_t* marker, const QelDecodeHuffmanSpec* const* tables, QelDecodeHuffmanState* state);
+QELJ_API QelStatus qeliEncodeHuffmanOne_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos, const QelEncodeHuffmanSpec* table, QelEncodeHuffmanState* state, int32_t flush);
+QELJ_API QelStatus qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(const int16_t* const* src, int32_t width, int32_t channels, uint8_t* dst, int32_t dstLen, int32_t* dstPos, const QelEncodeHuffmanSpec* const* tables, QelEncodeHuffmanState* state, int32_t flush);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Huffman statistics and optimal code lengths
+ *
+ * The first pass of an optimising encoder: count the symbols that the encoders above would store for the same blocks,
+ * then make the lists of a DHT segment from the counts.
+ *
+ * A statistics table is 256 counters, indexed by symbol, that the caller sets to zero; counters only grow. The counters
+ * of blocks coded on several threads, one table a thread, are added up by the caller. *lastDC, ss, se, al and state are
+ * as in the encoders; the AC functions keep the pending run in an encode state of their own, and `last` not 0 counts it,
+ * as a flush stores it, and initialises the state (src, ss, se and al are ignored then). After a failure the counters
+ * hold what was counted before it.
+ *   qelStatusNullPointer       a pointer is null; in the AC functions acStatistics and state come first, then `last` is
+ *                              served, then src is tested
+ *   qelStatusBadArg            al, ss or se is out of range
+ *   qelStatusJpegCoeffRange    a category above 15 (DC) or 14 (AC) in a sequential block, or above 11 (DCFirst); in an AC
+ *                              scan, a value or run that no symbol can express
+ *
+ * RawTableInit makes code lengths of the least total size, limited to 16 bits, without a code of all ones (K.2); ties go
+ * to the larger symbol. `bits` has room for 16 bytes; `vals` for 256, of which as many are written as `bits` adds up to.
+ * Counters of zero or below mean that a symbol is not used. The result is always fit for
+ * qeliEncodeHuffmanSpecInit_JPEG_8u.
+ *   qelStatusJpegHuffTable     the counts need codes of more than 32 bits before the limit; nothing is written
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliGetHuffmanStatistics8x8_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics, int32_t* acStatistics, int16_t* lastDC);
+QELJ_API QelStatus qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics, int16_t* lastDC, uint32_t al);
+QELJ_API QelStatus qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics, int32_t ss, int32_t se, uint32_t al, QelEncodeHuffmanState* state, int32_t last);
+QELJ_API QelStatus qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics, int32_t ss, int32_t se, uint32_t al, QelEncodeHuffmanState* state, int32_t last);
+QELJ_API QelStatus qeliGetHuffmanStatisticsOne_JPEG_16s_C1(const int16_t* src, int32_t* statistics);
+QELJ_API QelStatus qeliEncodeHuffmanRawTableInit_JPEG_8u(const int32_t* statistics, uint8_t* bits, uint8_t* vals);
 
 /* ============================================================================================================
  * JPEG 2000 (ISO/IEC 15444-1)

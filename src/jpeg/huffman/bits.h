@@ -8,10 +8,11 @@
 
 namespace qelj {
 
-// A word whose first byte in memory is its most significant one.
+static_assert(std::endian::native == std::endian::little);
+
+// A word loaded from memory with its first byte as the most significant one, and back.
 template <class Word>
 inline Word ownStreamOrder(Word word) {
-  if constexpr (std::endian::native == std::endian::big) return word;
   if constexpr (sizeof(Word) == 8) return __builtin_bswap64(word);
   if constexpr (sizeof(Word) == 4) return __builtin_bswap32(word);
   if constexpr (sizeof(Word) == 2) return __builtin_bswap16(word);

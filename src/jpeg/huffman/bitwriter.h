@@ -145,6 +145,19 @@ class WideWriter {
   uint32_t pending_ = 0;
 };
 
+// Counts symbols by the same operations.
+class SymbolCounter {
+ public:
+  using Table = int32_t*;  // 256 counters
+
+  QelStatus code(Table counters, int symbol, uint32_t = 0, int = 0) {
+    if (symbol > 255) return qelStatusJpegCoeffRange;
+    put(counters, symbol, addWrap(at(counters, symbol), 1));
+    return qelStatusOk;
+  }
+  QelStatus plain(uint32_t, int) { return qelStatusOk; }
+};
+
 // Ends a segment: pads the partial byte with ones and re-initialises the state, whether or not the byte
 // fitted.
 inline QelStatus ownFlush(uint8_t* dst, int32_t dstLen, int32_t* dstPos, QelEncodeHuffmanState* state) {

@@ -3,6 +3,7 @@
 #ifndef QELJ_JPEG_HUFFMAN_STEPS_H
 #define QELJ_JPEG_HUFFMAN_STEPS_H
 
+#include "frame/check.h"
 #include "jpeg/huffman/bitwriter.h"
 #include "jpeg/huffman/scan.h"
 
@@ -46,6 +47,133 @@ inline QelStatus ownCodeBlock(Sink& sink, const int16_t* src, int32_t dcDifferen
 }
 // A block's symbols and bits: 32 at most for each coefficient, and an end of block.
 inline constexpr int kMaxBlockBits = 64 * 32 + 3 * 16 + 16;
+
+// --- progressive scans (Annex G.1.2)
+// ------------------------------------------------------------------------------ The state carries the run of
+// blocks that ended early, and the correction bits of those blocks.
+
+inline constexpr uint32_t kMaxPointTransform = 13;
+constexpr QelStatus pointTransform(uint32_t al) { return require(al <= kMaxPointTransform, qelStatusBadArg); }
+constexpr QelStatus band(int32_t ss, int32_t se, uint32_t al) {
+  return check(require(ss >= 1 && ss <= 63 && se >= ss && se <= 63, qelStatusBadArg), pointTransform(al));
+}
+
+inline constexpr int kMaxDcFirstCategory = 11;
+inline constexpr int32_t kLongestRun = 0x7FFF;
+// A refinement run is stored when more bits than this are pending: another block's 63 still fit, in the 1000
+// bits that decoders and encoders commonly keep.
+inline constexpr int32_t kMostCorrectionBits = 937;
+
+// Correction bits, one a byte.
+template <class Sink>
+inline QelStatus ownStoreCorrections(Sink& sink, const uint8_t* bits, int32_t count) {
+  // Eight at a time: the product gathers byte i's bit at 63 - i.
+  for (; count >= 8; bits += 8, count -= 8)
+    if (auto s = sink.plain(uint32_t(load<uint64_t>(bits) * 0x8040201008040201u >> 56), 8); s) return s;
+  for (; count > 0; ++bits, --count)
+    if (auto s = sink.plain(*bits, 1); s) return s;
+  return qelStatusOk;
+}
+
+// The pending end-of-band run, with its correction bits.
+template <class Sink>
+inline QelStatus ownStoreRun(Sink& sink, typename Sink::Table table, QelEncodeHuffmanState* state) {
+  const int32_t run = state->eobRun;
+  if (run == 0) return qelStatusOk;
+  const int n = std::bit_width(uint32_t(run)) - 1;
+  if (auto s = sink.code(table, n * 16, uint32_t(run) & ((1u << n) - 1), n); s) return s;
+  state->eobRun = 0;
+  const int32_t count = state->correctionCount;
+  state->correctionCount = 0;
+  return ownStoreCorrections(sink, state->correctionBits, count);
+}
+
+// The band's coefficients, shifted: magnitudes in 32 bits, so that -32768 has one.
+constexpr auto ownShifted = [](uint32_t al) {
+  return [al](auto c) {
+    if constexpr (std::is_integral_v<decltype(c)>) {
+      return (c < 0 ? -c : c) >> al;
+    } else {
+      using U = simd::With<uint16_t, decltype(c)>;
+      return (decltype(c))((U)simd::absWrap(c) >> uint16_t(al));
+    }
+  };
+};
+
+// A block of the first scan of a band.
+template <class Sink>
+inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, uint32_t al,
+                              typename Sink::Table table, QelEncodeHuffmanState* state) {
+  uint64_t set = ownScanSet(src, ownShifted(al)) & ownBand(ss, se);
+  if (set)
+    if (auto s = ownStoreRun(sink, table, state); s) return s;
+  int last = ss - 1;
+  for (; set; set &= set - 1) {
+    const int k = std::countr_zero(set);
+    int run = k - last - 1;
+    last = k;
+    for (; run > 15; run -= 16)
+      if (auto s = sink.code(table, 0xF0); s) return s;
+    const int32_t c = at(src, kZigzag[k]);
+    if (auto s = ownCodeValue(sink, table, run, c < 0 ? -(-c >> al) : c >> al, kNoLimit); s) return s;
+  }
+  if (last < se && (state->eobRun += 1) == kLongestRun) return ownStoreRun(sink, table, state);
+  return qelStatusOk;
+}
+// A run, and 63 coefficients of up to 32 bits with three runs of 16 zeros, or a run.
+inline constexpr int kMaxFirstBits = 2 * 32 + 63 * 32 + 3 * 16;
+
+// A block of a refinement scan of a band.
+template <class Sink>
+inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se, uint32_t al,
+                               typename Sink::Table table, QelEncodeHuffmanState* state) {
+  const uint64_t band = ownBand(ss, se);
+  const auto shifted = ownShifted(al);
+  uint64_t set = ownScanSet(src, shifted) & band;
+  // Of the coefficients that count, those with a magnitude of 1 are new, and the others have a bit to
+  // correct.
+  const uint64_t fresh = set ? ownScanSet(src, [&](auto c) { return shifted(c) == 1; }) & band : 0;
+  const uint64_t ones = set & ~fresh ? ownScanSet(src, [&](auto c) { return shifted(c) & 1; }) : 0;
+
+  uint8_t* bits = state->correctionBits + state->correctionCount;  // of this block, behind the pending ones
+  int32_t count = 0, run = 0;
+  const auto storeBits = [&] {
+    const QelStatus s = ownStoreCorrections(sink, bits, count);
+    bits = state->correctionBits;
+    count = 0;
+    return s;
+  };
+  int last = ss - 1;
+  for (; set; set &= set - 1) {
+    const int k = std::countr_zero(set);
+    run += k - last - 1;
+    last = k;
+    // A run of 16 zeros is stored only while a new coefficient is to come; else it belongs to the end of the
+    // band.
+    for (; run > 15 && fresh >> k; run -= 16) {
+      if (auto s = ownStoreRun(sink, table, state); s) return s;
+      if (auto s = sink.code(table, 0xF0); s) return s;
+      if (auto s = storeBits(); s) return s;
+    }
+    if (fresh >> k & 1) {
+      if (auto s = ownStoreRun(sink, table, state); s) return s;
+      if (auto s = sink.code(table, run * 16 + 1, at(src, kZigzag[k]) >= 0, 1); s) return s;
+      if (auto s = storeBits(); s) return s;
+      run = 0;
+    } else {
+      bits[count++] = uint8_t(ones >> k & 1);
+    }
+  }
+  if (last < se || run > 0 || count > 0) {
+    state->eobRun += 1;
+    state->correctionCount += count;
+    if (state->eobRun == kLongestRun || state->correctionCount > kMostCorrectionBits)
+      return ownStoreRun(sink, table, state);
+  }
+  return qelStatusOk;
+}
+// Two runs with all pending bits, and 63 coefficients with three runs of 16 zeros.
+inline constexpr int kMaxRefineBits = 2 * 32 + 1024 + 63 * 18 + 3 * 16;
 
 }  // namespace qelj
 

@@ -190,5 +190,237 @@ QELJ_COMPARE(qeliDecodeHuffman8x8_Direct_JPEG_1u16s_C1, [](auto* decode, Random&
   }
 });
 
+// --- progressive
+// ------------------------------------------------------------------------------------------------
+
+struct Band {
+  int ss, se;
+  uint32_t al;
+  explicit Band(Random& r)
+      : ss(int(r.in(1, 63))), se(int(r.in(ss, 63))), al(uint32_t(r.chance(80) ? r.in(0, 3) : r.in(0, 13))) {
+    if (r.chance(40)) ss = 1, se = 63;
+  }
+};
+Block progressiveBlock(Random& r) {
+  Block b = randomBlock(r, r.chance(40) ? 0 : int(r.in(0, 100)), int(r.in(1, r.chance(5) ? 15 : 8)));
+  if (r.chance(2)) b[size_t(r.in(0, 63))] = -32768;
+  return b;
+}
+
+QELJ_COMPARE(qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1, [](auto* encode, Random& random, Trace& trace) {
+  Tables t(tableFor(random));
+  const Band band(random);
+  int16_t last = 0;
+  traceEncoder(random, trace, size_t(random.in(1, 50)),
+               [&](uint8_t* dst, int32_t length, int32_t* pos, auto& state, bool flush) {
+                 const Block b = progressiveBlock(random);
+                 return encode(b.data(), dst, length, pos, &last, band.al, t.encoder(), state, flush);
+               });
+});
+QELJ_COMPARE(qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1, [](auto* encode, Random& random, Trace& trace) {
+  const Band band(random);
+  traceEncoder(random, trace, size_t(random.in(1, 30)),
+               [&](uint8_t* dst, int32_t length, int32_t* pos, auto& state, bool flush) {
+                 const Block b = progressiveBlock(random);
+                 return encode(b.data(), dst, length, pos, band.al, state, flush);
+               });
+});
+// The pending correction bits stand in the state: only those that count are compared, as bytes and positions.
+constexpr auto encodeBand = [](auto* encode, Random& random, Trace& trace) {
+  Tables t(tableFor(random));
+  const Band band(random);
+  traceEncoder(random, trace, size_t(random.in(1, 4000)),
+               [&](uint8_t* dst, int32_t length, int32_t* pos, auto& state, bool flush) {
+                 const Block b = progressiveBlock(random);
+                 return encode(b.data(), dst, length, pos, band.ss, band.se, band.al, t.encoder(), state,
+                               flush);
+               });
+};
+QELJ_COMPARE(qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1, encodeBand);
+QELJ_COMPARE(qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1, encodeBand);
+
+std::vector<uint8_t> codedBand(Random& random, Tables& t, const Band& band, bool refine) {
+  std::vector<uint8_t> bytes(8000);
+  EncodeState state;
+  int32_t pos = 0;
+  const auto encode =
+      refine ? qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1 : qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1;
+  for (int n = 0; n < 12; ++n) {
+    const Block b = progressiveBlock(random);
+    encode(b.data(), bytes.data(), 8000, &pos, band.ss, band.se, band.al, t.encoder(), state, n == 11);
+  }
+  bytes.resize(size_t(pos) + 1);
+  damage(random, bytes);
+  return bytes;
+}
+template <bool kRefine>
+constexpr auto decodeBand = [](auto* decode, Random& random, Trace& trace) {
+  Tables t(tableFor(random));
+  const Band band(random);
+  traceDecoder(trace, codedBand(random, t, band, kRefine),
+               [&](const uint8_t* src, int32_t length, int32_t* pos, int32_t* marker, auto& state) {
+                 Guarded block(random, 128, 1, 0, size_t(random.in(0, 3)));
+                 for (int i = 0; i < 64; ++i)
+                   if (random.chance(50)) std::memset(block.data() + 2 * i, 0, 2);
+                 const QelStatus s = decode(src, length, pos, block.data<int16_t>(), marker, band.ss, band.se,
+                                            band.al, t.decoder(), state);
+                 trace.buffer(block);
+                 return s;
+               });
+};
+QELJ_COMPARE(qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1, decodeBand<false>);
+QELJ_COMPARE(qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1, decodeBand<true>);
+QELJ_COMPARE(qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1, [](auto* decode, Random& random, Trace& trace) {
+  Tables t(tableFor(random));
+  const Band band(random);
+  Block block{};
+  int16_t last = 0;
+  traceDecoder(trace, codedBlocks(random, t, t),
+               [&](const uint8_t* src, int32_t length, int32_t* pos, int32_t* marker, auto& state) {
+                 const QelStatus s =
+                     decode(src, length, pos, block.data(), &last, marker, band.al, t.decoder(), state);
+                 trace.value(block), trace.value(last);
+                 return s;
+               });
+});
+QELJ_COMPARE(qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1, [](auto* decode, Random& random, Trace& trace) {
+  std::vector<uint8_t> coded(size_t(random.in(1, 6)));
+  random.fill(coded.data(), coded.size());
+  const Band band(random);
+  Block block{};
+  traceDecoder(trace, coded,
+               [&](const uint8_t* src, int32_t length, int32_t* pos, int32_t* marker, auto& state) {
+                 const QelStatus s = decode(src, length, pos, block.data(), marker, band.al, state);
+                 trace.value(block);
+                 return s;
+               });
+});
+
+// --- lossless
+// ----------------------------------------------------------------------------------------------------
+
+template <class Call>
+void tracePrediction(Random& random, Trace& trace, Call call) {
+  const auto width = size_t(random.in(1, 200));
+  Guarded src(random, 2 * width, 1, 0, size_t(random.in(0, 33))),
+      above(random, 2 * width, 1, 0, size_t(random.in(0, 33)));
+  Guarded dst(random, 2 * width, 1, 0, size_t(random.in(0, 33)));
+  trace.status(call(src.data<int16_t>(), above.data<int16_t>(), dst.data<int16_t>(), int32_t(width)));
+  trace.buffer(dst);
+}
+constexpr auto firstRow = [](auto* function, Random& random, Trace& trace) {
+  tracePrediction(random, trace, [&](auto* src, auto*, auto* dst, int32_t width) {
+    return function(src, dst, width, int32_t(random.in(2, 16)), int32_t(random.in(0, 8)));
+  });
+};
+constexpr auto otherRow = [](auto* function, Random& random, Trace& trace) {
+  tracePrediction(random, trace, [&](auto* src, auto* above, auto* dst, int32_t width) {
+    return function(src, above, dst, width, int32_t(random.in(1, 7)));
+  });
+};
+QELJ_COMPARE(qeliDiffPredFirstRow_JPEG_16s_C1, firstRow);
+QELJ_COMPARE(qeliReconstructPredFirstRow_JPEG_16s_C1, firstRow);
+QELJ_COMPARE(qeliDiffPredRow_JPEG_16s_C1, otherRow);
+QELJ_COMPARE(qeliReconstructPredRow_JPEG_16s_C1, otherRow);
+
+QELJ_COMPARE(qeliEncodeHuffmanOne_JPEG_16s1u_C1, [](auto* encode, Random& random, Trace& trace) {
+  Tables t(tableFor(random));
+  traceEncoder(random, trace, size_t(random.in(1, 60)),
+               [&](uint8_t* dst, int32_t length, int32_t* pos, auto& state, bool flush) {
+                 const auto d = int16_t(random.in(-32768, 32767));
+                 return encode(&d, dst, length, pos, t.encoder(), state, flush);
+               });
+});
+struct Row {
+  int32_t width, channels;
+  std::vector<Tables> tables;
+  std::vector<Guarded> rows;
+  int16_t* planes[4];
+  const int16_t* sources[4];
+  const QelEncodeHuffmanSpec* encoders[4];
+  const QelDecodeHuffmanSpec* decoders[4];
+  explicit Row(Random& r) : width(int32_t(r.in(1, 200))), channels(int32_t(r.in(1, 4))) {
+    for (int c = 0; c < channels; ++c)
+      tables.emplace_back(tableFor(r)), rows.emplace_back(r, size_t(width) * 2, 1, 0, size_t(r.in(0, 3)));
+    for (int c = 0; c < channels; ++c) {
+      sources[c] = planes[c] = rows[size_t(c)].data<int16_t>();
+      encoders[c] = tables[size_t(c)].encoder(), decoders[c] = tables[size_t(c)].decoder();
+    }
+  }
+};
+QELJ_COMPARE(qeliEncodeHuffmanRow_JPEG_16s1u_P4C1, [](auto* encode, Random& random, Trace& trace) {
+  Row row(random);
+  traceEncoder(random, trace, size_t(random.in(1, 9000)),
+               [&](uint8_t* dst, int32_t length, int32_t* pos, auto& state, bool flush) {
+                 return encode(row.sources, row.width, row.channels, dst, length, pos, row.encoders, state,
+                               flush);
+               });
+});
+QELJ_COMPARE(qeliDecodeHuffmanOne_JPEG_1u16s_C1, [](auto* decode, Random& random, Trace& trace) {
+  Tables t(tableFor(random));
+  traceDecoder(trace, codedBlocks(random, t, t),
+               [&](const uint8_t* src, int32_t length, int32_t* pos, int32_t* marker, auto& state) {
+                 int16_t d = 0;
+                 const QelStatus s = decode(src, length, pos, &d, marker, t.decoder(), state);
+                 trace.value(d);
+                 return s;
+               });
+});
+QELJ_COMPARE(qeliDecodeHuffmanRow_JPEG_1u16s_C1P4, [](auto* decode, Random& random, Trace& trace) {
+  Row row(random);
+  traceDecoder(trace, codedBlocks(random, row.tables[0], row.tables[0]),
+               [&](const uint8_t* src, int32_t length, int32_t* pos, int32_t* marker, auto& state) {
+                 return decode(src, length, pos, row.planes, row.width, row.channels, marker, row.decoders,
+                               state);
+               });
+  for (const auto& r : row.rows) trace.buffer(r);
+});
+
+// --- statistics
+// --------------------------------------------------------------------------------------------------
+
+template <class Count>
+void traceCounts(Random& random, Trace& trace, Count count) {
+  Guarded counters(random, 2048, 1, 0, size_t(random.in(0, 3)));
+  for (int n = 0; n < 20; ++n) {
+    const Block b = progressiveBlock(random);
+    trace.status(count(b.data(), counters.data<int32_t>(), counters.data<int32_t>() + 256, n == 19));
+  }
+  trace.buffer(counters);
+}
+QELJ_COMPARE(qeliGetHuffmanStatistics8x8_JPEG_16s_C1, [](auto* function, Random& random, Trace& trace) {
+  int16_t last = 0;
+  traceCounts(random, trace,
+              [&](auto* src, auto* dc, auto* ac, bool) { return function(src, dc, ac, &last); });
+});
+QELJ_COMPARE(qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1,
+             [](auto* function, Random& random, Trace& trace) {
+               int16_t last = 0;
+               const Band band(random);
+               traceCounts(random, trace, [&](auto* src, auto* dc, auto*, bool) {
+                 return function(src, dc, &last, band.al);
+               });
+             });
+constexpr auto countBand = [](auto* function, Random& random, Trace& trace) {
+  const Band band(random);
+  EncodeState state;
+  traceCounts(random, trace, [&](auto* src, auto*, auto* ac, bool flush) {
+    return function(src, ac, band.ss, band.se, band.al, state, flush);
+  });
+  trace.bytes(state.bytes.data(), state.bytes.size());
+};
+QELJ_COMPARE(qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1, countBand);
+QELJ_COMPARE(qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1, countBand);
+QELJ_COMPARE(qeliGetHuffmanStatisticsOne_JPEG_16s_C1, [](auto* function, Random& random, Trace& trace) {
+  traceCounts(random, trace, [&](auto* src, auto* dc, auto*, bool) { return function(src, dc); });
+});
+QELJ_COMPARE(qeliEncodeHuffmanRawTableInit_JPEG_8u, [](auto* function, Random& random, Trace& trace) {
+  std::vector<int32_t> counts(256);
+  for (auto& c : counts) c = random.chance(50) ? int32_t(random.in(-5, int64_t(1) << random.in(0, 30))) : 0;
+  Guarded bits(random, 16), vals(random, 256);
+  trace.status(function(counts.data(), bits.data(), vals.data()));
+  trace.buffer(bits), trace.buffer(vals);
+});
+
 }  // namespace
 }  // namespace qelj::test

@@ -37,7 +37,8 @@ struct Lists {
     for (int l = 1; l <= 16; ++l) {
       left *= 2;
       const int64_t most = std::min({todo, left - 1, int64_t(255)});
-      const int64_t n = l == 16 ? most : r.chance(skew) ? r.in(0, most / (l < 8 ? 3 : 1)) : 0;
+      int64_t n = l == 16 ? most : r.chance(skew) ? r.in(0, most / (l < 8 ? 3 : 1)) : 0;
+      while (n > 0 && ((left - n) << (16 - l)) - 1 < todo - n) --n;  // the others need room
       t.bits[size_t(l - 1)] = uint8_t(n);
       left -= n, todo -= n;
     }

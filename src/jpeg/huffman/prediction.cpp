@@ -1,0 +1,212 @@
+// Prediction of lossless JPEG (ISO/IEC 10918-1, H.1.2.1, Table H.1): rows of samples to and from differences,
+// modulo 2^16. With a the sample on the left, b the one above, c the one above on the left.
+#include "frame/check.h"
+#include "frame/fronts.h"
+#include "frame/simd.h"
+
+namespace qelj {
+namespace {
+
+template <int kPredictor>
+inline int32_t ownPredict(int32_t a, int32_t b, int32_t c) {
+  switch (kPredictor) {
+    case 1:
+      return a;
+    case 2:
+      return b;
+    case 3:
+      return c;
+    case 4:
+      return a + b - c;
+    case 5:
+      return a + ((b - c) >> 1);
+    case 6:
+      return b + ((a - c) >> 1);
+    default:
+      return (a + b) >> 1;
+  }
+}
+
+// --- differences: all of a row's samples are known
+// ---------------------------------------------------------------
+
+using simd::I16;
+
+// The halves of exact 17-bit sums and differences; what the low bits carry or borrow comes last.
+template <class V>
+inline V ownHalfSum(V a, V b) {
+  return simd::addWrap(simd::addWrap(a >> 1, b >> 1), a & b & 1);
+}
+template <class V>
+inline V ownHalfDifference(V a, V b) {
+  return simd::subWrap(simd::subWrap(a >> 1, b >> 1), ~a & b & 1);
+}
+
+template <int kPredictor>
+inline I16 ownPredict(I16 a, I16 b, I16 c) {
+  switch (kPredictor) {
+    case 1:
+      return a;
+    case 2:
+      return b;
+    case 3:
+      return c;
+    case 4:
+      return simd::subWrap(simd::addWrap(a, b), c);
+    case 5:
+      return simd::addWrap(a, ownHalfDifference(b, c));
+    case 6:
+      return simd::addWrap(b, ownHalfDifference(a, c));
+    default:
+      return ownHalfSum(a, b);
+  }
+}
+
+// From right to left, so that dst may be src or prevRow. `first` predicts the leftmost sample.
+template <int kPredictor>
+void ownDiffRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width, int32_t first) {
+  constexpr int kGroup = simd::kLanes<I16>;
+  const auto group = [](const int16_t* samples, int32_t x) { return simd::load<I16>(row(samples, 2, x)); };
+  int32_t x = width;
+  if constexpr (simd::kEnabled)
+    for (; x - kGroup >= 1; x -= kGroup) {
+      const int32_t i = x - kGroup;
+      const I16 p = ownPredict<kPredictor>(group(src, i - 1), group(prevRow, i), group(prevRow, i - 1));
+      simd::store(row(dst, 2, i), simd::subWrap(group(src, i), p));
+    }
+  for (--x; x >= 1; --x)
+    put(dst, x,
+        int16_t(at(src, x) - ownPredict<kPredictor>(at(src, x - 1), at(prevRow, x), at(prevRow, x - 1))));
+  put(dst, 0, int16_t(at(src, 0) - first));
+}
+
+// --- reconstruction: every sample feeds the next
+// -----------------------------------------------------------------
+
+using Lanes = simd::Vec<int16_t, 16>;
+
+// The lanes moved up by kMove, zeros in front.
+template <int kMove>
+inline Lanes ownMoveUp(Lanes v) {
+  using U = simd::Vec<uint8_t, 16>;
+  U from;
+  for (int i = 0; i < 16; ++i) from[i] = uint8_t(i < 2 * kMove ? 0x80 : i - 2 * kMove);
+  return (Lanes)simd::shuffleBytes((U)v, from);
+}
+inline Lanes ownLastInAll(Lanes v) {
+  using U = simd::Vec<uint8_t, 16>;
+  return (Lanes)simd::shuffleBytes((U)v, U{14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15});
+}
+inline Lanes ownRunningSum(Lanes v) {
+  v = simd::addWrap(v, ownMoveUp<1>(v));
+  v = simd::addWrap(v, ownMoveUp<2>(v));
+  return simd::addWrap(v, ownMoveUp<4>(v));
+}
+
+// Predictors 1 to 5 make rows of sums: 2 and 3 of the row above alone; 1, 4 and 5 running sums of what does
+// not depend on the row itself (4: of the differences, for dst - b). 6 and 7 go sample by sample. A sample of
+// the row above is read before dst is written there, so that dst may be src or prevRow. `first` predicts the
+// leftmost sample.
+template <int kPredictor>
+void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width,
+                       int32_t first) {
+  int16_t c = at(prevRow, 0);
+  int16_t a = int16_t(at(src, 0) + first);
+  put(dst, 0, a);
+  int32_t x = 1;
+  if constexpr (simd::kEnabled && kPredictor <= 5) {
+    Lanes sum = Lanes{} + (kPredictor == 4 ? qelj::subWrap(a, c) : a);
+    for (; x + 8 <= width; x += 8) {
+      Lanes d = simd::load<Lanes>(row(src, 2, x));
+      const Lanes above = kPredictor == 1 ? Lanes{} : simd::load<Lanes>(row(prevRow, 2, x));
+      const Lanes left = ownMoveUp<1>(above) | Lanes{c, 0, 0, 0, 0, 0, 0, 0};
+      c = above[7];
+      if constexpr (kPredictor == 2) d = simd::addWrap(d, above);
+      if constexpr (kPredictor == 3) d = simd::addWrap(d, left);
+      if constexpr (kPredictor == 5) d = simd::addWrap(d, ownHalfDifference(above, left));
+      if constexpr (kPredictor == 1 || kPredictor >= 4) {
+        d = simd::addWrap(ownRunningSum(d), sum);
+        sum = ownLastInAll(d);
+      }
+      if constexpr (kPredictor == 4) d = simd::addWrap(d, above);
+      simd::store(row(dst, 2, x), d);
+      a = d[7];
+    }
+  }
+  for (; x < width; ++x) {
+    const int16_t b = at(prevRow, x);
+    a = int16_t(at(src, x) + ownPredict<kPredictor>(a, b, c));
+    put(dst, x, a);
+    c = b;
+  }
+}
+
+// Calls work(std::integral_constant<int, predictor>).
+template <class Work>
+inline QelStatus ownWithPredictor(int32_t predictor, Work&& work) {
+  switch (predictor) {
+    case 1:
+      work(std::integral_constant<int, 1>());
+      break;
+    case 2:
+      work(std::integral_constant<int, 2>());
+      break;
+    case 3:
+      work(std::integral_constant<int, 3>());
+      break;
+    case 4:
+      work(std::integral_constant<int, 4>());
+      break;
+    case 5:
+      work(std::integral_constant<int, 5>());
+      break;
+    case 6:
+      work(std::integral_constant<int, 6>());
+      break;
+    case 7:
+      work(std::integral_constant<int, 7>());
+      break;
+    default:
+      return qelStatusBadArg;
+  }
+  return qelStatusOk;
+}
+
+constexpr QelStatus checkFirstRow(const int16_t* src, const int16_t* dst, int32_t width, int32_t precision,
+                                  int32_t pointTransform) {
+  return check(nonNull(src), nonNull(dst), length(width),
+               require(precision >= 2 && precision <= 16 && pointTransform >= 0 && pointTransform < precision,
+                       qelStatusBadArg));
+}
+
+}  // namespace
+
+QelStatus qeliDiffPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width, int32_t precision,
+                                           int32_t pointTransform) {
+  if (auto s = checkFirstRow(src, dst, width, precision, pointTransform); s) return s;
+  ownDiffRow<1>(src, src, dst, width, 1 << (precision - pointTransform - 1));
+  return qelStatusOk;
+}
+
+QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width,
+                                                  int32_t precision, int32_t pointTransform) {
+  if (auto s = checkFirstRow(src, dst, width, precision, pointTransform); s) return s;
+  ownReconstructRow<1>(src, src, dst, width, 1 << (precision - pointTransform - 1));
+  return qelStatusOk;
+}
+
+QelStatus qeliDiffPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width,
+                                      int32_t predictor) {
+  if (auto s = check(nonNull(src), nonNull(prevRow), nonNull(dst), length(width)); s) return s;
+  return ownWithPredictor(predictor,
+                          [&](auto p) { ownDiffRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
+}
+
+QelStatus qeliReconstructPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst,
+                                             int32_t width, int32_t predictor) {
+  if (auto s = check(nonNull(src), nonNull(prevRow), nonNull(dst), length(width)); s) return s;
+  return ownWithPredictor(predictor,
+                          [&](auto p) { ownReconstructRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
+}
+
+}  // namespace qelj

@@ -1,0 +1,488 @@
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "jpeg/huffman/huffman_support.h"
+
+namespace qelj::test {
+namespace {
+
+struct Scan {
+  int ss, se;
+  uint32_t al;
+  bool refine;
+};
+
+// One scan over blocks of one component through the library's functions.
+QelStatus encodeBlock(const Scan& scan, const int16_t* src, uint8_t* dst, int32_t length, int32_t* pos,
+                      int16_t* last, Tables& t, EncodeState& state, bool flush) {
+  if (scan.ss == 0 && !scan.refine)
+    return qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(src, dst, length, pos, last, scan.al, t.encoder(),
+                                                      state, flush);
+  if (scan.ss == 0)
+    return qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(src, dst, length, pos, scan.al, state, flush);
+  const auto ac =
+      scan.refine ? qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1 : qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1;
+  return ac(src, dst, length, pos, scan.ss, scan.se, scan.al, t.encoder(), state, flush);
+}
+QelStatus decodeBlock(const Scan& scan, const uint8_t* src, int32_t length, int32_t* pos, int16_t* dst,
+                      int16_t* last, int32_t* marker, Tables& t, DecodeState& state) {
+  if (scan.ss == 0 && !scan.refine)
+    return qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(src, length, pos, dst, last, marker, scan.al,
+                                                      t.decoder(), state);
+  if (scan.ss == 0)
+    return qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(src, length, pos, dst, marker, scan.al, state);
+  const auto ac =
+      scan.refine ? qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1 : qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1;
+  return ac(src, length, pos, dst, marker, scan.ss, scan.se, scan.al, t.decoder(), state);
+}
+
+// Codes a scan, ended by a flush, into at most `room` bytes.
+QelStatus encodeScan(const Scan& scan, const std::vector<Block>& blocks, Tables& t, std::vector<uint8_t>& out,
+                     size_t room) {
+  out.assign(room, 0xAA);
+  EncodeState state;
+  int32_t pos = 0;
+  int16_t last = 0;
+  QelStatus s = qelStatusOk;
+  for (size_t n = 0; n <= blocks.size() && !s; ++n) {
+    const bool flush = n == blocks.size();
+    s = encodeBlock(scan, flush ? nullptr : blocks[n].data(), out.data(), int32_t(room), &pos, &last, t,
+                    state, flush);
+  }
+  out.resize(size_t(pos));
+  return s;
+}
+QelStatus decodeScan(const Scan& scan, std::vector<Block>& blocks, Tables& t,
+                     const std::vector<uint8_t>& coded) {
+  PageBuffer src(coded.size());
+  src.assign(coded.data(), coded.size());
+  DecodeState state;
+  int32_t pos = 0, marker = 0;
+  int16_t last = 0;
+  for (Block& b : blocks)
+    if (auto s =
+            decodeBlock(scan, src.data(), int32_t(coded.size()), &pos, b.data(), &last, &marker, t, state))
+      return s;
+  EXPECT_EQ(int32_t(coded.size()), pos);
+  return qelStatusOk;
+}
+
+std::vector<Block> randomBlocks(Random& r, size_t count, int percent) {
+  std::vector<Block> blocks(count);
+  int dc = 0;
+  for (Block& b : blocks) {
+    b = randomBlock(r, r.chance(40) ? 0 : int(r.in(0, percent)), int(r.in(1, 10)));
+    b[0] = int16_t(dc = int(std::clamp<int64_t>(dc + r.in(-300, 300), -1023, 1023)));
+  }
+  return blocks;
+}
+
+const std::vector<Scan> kScript = {{0, 0, 2, false},  {1, 5, 2, false}, {6, 6, 3, false},
+                                   {7, 63, 2, false}, {6, 6, 2, true},  {1, 63, 1, true},
+                                   {0, 0, 1, true},   {1, 63, 0, true}, {0, 0, 0, true}};
+
+TEST(Progressive, ScriptRestoresTheCoefficients) {
+  Random r;
+  for (int round = 0; round < 60; ++round) {
+    const auto blocks = randomBlocks(r, size_t(r.in(1, 120)), int(r.in(1, 100)));
+    std::vector<Block> decoded(blocks.size());
+    for (const Scan& scan : kScript) {
+      Tables t(Lists::decodable(r, 10 + round));
+      std::vector<uint8_t> coded, small;
+      ASSERT_EQ(qelStatusOk, encodeScan(scan, blocks, t, coded, 1 << 16));
+      for (size_t room = 1; room < coded.size();
+           room += 1 + coded.size() / 20) {  // any room: the same bytes, up to the end
+        ASSERT_EQ(qelStatusJpegOutOfBuffer, encodeScan(scan, blocks, t, small, room));
+        ASSERT_TRUE(small.size() == room && std::equal(small.begin(), small.end(), coded.begin()));
+      }
+      ASSERT_EQ(qelStatusOk, decodeScan(scan, decoded, t, coded)) << scan.ss << ' ' << scan.al;
+    }
+    ASSERT_EQ(blocks, decoded);
+  }
+}
+
+// First scans against the standard's text (G.1.2.2).
+TEST(Progressive, FirstScansGiveTheStandardsBits) {
+  Random r;
+  for (int round = 0; round < 100; ++round) {
+    const auto blocks = randomBlocks(r, 40, 30);
+    const Lists lists = Lists::random(r);
+    const auto codes = lists.codes();
+    const Scan scan{int(r.in(1, 20)), int(r.in(20, 63)), uint32_t(r.in(0, 3)), false};
+    std::string text;
+    int run = 0;
+    const auto endRun = [&] {
+      if (run) text += codes[size_t(bitLength(run) - 1) * 16] + bitText(run, bitLength(run) - 1);
+      run = 0;
+    };
+    for (const Block& b : blocks) {
+      int zeros = 0;
+      for (int k = scan.ss; k <= scan.se; ++k) {
+        const int c = b[size_t(kScan[k])], m = std::abs(c) >> scan.al;
+        if (m == 0) {
+          ++zeros;
+          continue;
+        }
+        endRun();
+        for (; zeros > 15; zeros -= 16) text += codes[0xF0];
+        text += codes[size_t(zeros * 16 + bitLength(m))] + bitText(c < 0 ? ~m : m, bitLength(m));
+        zeros = 0;
+      }
+      if (zeros) ++run;
+    }
+    endRun();
+    Tables t(lists);
+    std::vector<uint8_t> coded;
+    ASSERT_EQ(qelStatusOk, encodeScan(scan, blocks, t, coded, 1 << 16));
+    ASSERT_EQ(stuffed(text), coded);
+  }
+}
+
+// Runs of 32767 blocks end by themselves, and refinement runs before the correction bits overflow.
+TEST(Progressive, LongRuns) {
+  Tables t(Lists::flat());
+  for (size_t count : {32766, 32767, 32768, 70000}) {
+    std::vector<uint8_t> coded;
+    std::vector<Block> decoded(count);
+    for (bool refine : {false, true}) {
+      const Scan scan{1, 63, 0, refine};
+      ASSERT_EQ(qelStatusOk, encodeScan(scan, std::vector<Block>(count), t, coded, 100));
+      ASSERT_EQ(qelStatusOk, decodeScan(scan, decoded, t, coded));
+      std::string text;
+      for (size_t left = count, run; left > 0; left -= run) {
+        run = std::min<size_t>(left, 32767);
+        const int n = bitLength(int64_t(run)) - 1;
+        text += bitText(n * 16, 8) + bitText(int64_t(run), n);
+      }
+      ASSERT_EQ(stuffed(text), coded);
+    }
+  }
+  std::vector<Block> full(100), decoded(100);
+  for (size_t n = 0; n < full.size(); ++n)
+    for (size_t i = 1; i < 64; ++i)
+      full[n][i] = int16_t((i + n) % 2 ? 3 : -2), decoded[n][i] = int16_t((i + n) % 2 ? 2 : -2);
+  std::vector<uint8_t> coded;
+  ASSERT_EQ(qelStatusOk, encodeScan({1, 63, 0, true}, full, t, coded, 4096));
+  ASSERT_EQ(qelStatusOk, decodeScan({1, 63, 0, true}, decoded, t, coded));
+  EXPECT_EQ(full, decoded);
+}
+
+TEST(Progressive, LimitsOfValues) {
+  Tables t(Lists::flat());
+  std::vector<uint8_t> coded;
+  Block b{};
+  b[0] = 2047, b[63] = -32768;
+  EXPECT_EQ(qelStatusOk, encodeScan({0, 0, 0, false}, {b}, t, coded, 100));
+  EXPECT_EQ(qelStatusOk,
+            encodeScan({63, 63, 0, false}, {b}, t, coded, 100));  // 16 bits behind no zero: symbol 0x10
+  EXPECT_EQ(qelStatusJpegHuffTable,
+            encodeScan({48, 63, 0, false}, {b}, t, coded, 100));  // behind fifteen: none
+  EXPECT_EQ(qelStatusOk, encodeScan({48, 63, 1, false}, {b}, t, coded, 100));
+  b[0] = 2048;
+  EXPECT_EQ(qelStatusJpegCoeffRange, encodeScan({0, 0, 0, false}, {b}, t, coded, 100));
+  EXPECT_EQ(qelStatusOk, encodeScan({0, 0, 1, false}, {b}, t, coded, 100));
+}
+
+// Streams by hand, in codes of eight bits (of nine from symbol 254 on).
+TEST(Progressive, WhatDecodersRefuse) {
+  Tables t(Lists::flat());
+  struct {
+    Scan scan;
+    std::string bits;  // behind the symbol's own
+    std::vector<int> symbols;
+    QelStatus status;
+  } const cases[] = {
+      {{1, 63, 0, false}, "100000000", {0xF0, 0xF0, 0xF0, 0xD1}, qelStatusOk},  // position 62, end of block
+      {{1, 63, 0, false}, "1", {0xF0, 0xF0, 0xF0, 0xF0}, qelStatusOk},          // runs only, past the end
+      {{1, 5, 0, false}, "1", {0xF0}, qelStatusOk},
+      {{1, 5, 13, false}, "1", {0xE1}, qelStatusOk},               // behind the band: stored
+      {{60, 63, 0, false}, "1", {0x41}, qelStatusJpegCoeffRange},  // position 64
+      {{1, 63, 0, true}, "11", {0x02}, qelStatusJpegCoeffRange},   // a refinement of two bits
+      {{1, 5, 0, true}, "1", {0x51}, qelStatusJpegCoeffRange},     // no sixth place
+      {{1, 5, 0, true}, "1", {0x41, 0x00}, qelStatusOk},
+      {{1, 5, 0, true}, "", {0xF0}, qelStatusOk},
+  };
+  for (const auto& c : cases) {
+    std::string text;
+    for (int symbol : c.symbols) text += bitText(symbol, 8);
+    const auto bytes = stuffed(text + c.bits);
+    Block b{};
+    DecodeState state;
+    int32_t pos = 0, marker = 0;
+    int16_t last = 0;
+    EXPECT_EQ(c.status, decodeBlock(c.scan, bytes.data(), int32_t(bytes.size()), &pos, b.data(), &last,
+                                    &marker, t, state))
+        << &c - cases;
+    if (c.scan.al == 13) {
+      EXPECT_EQ(8192, b[size_t(kScan[15])]);
+    }
+  }
+  // Inside a run, the first scan reads nothing, though there is nothing to read.
+  const uint8_t src[] = {0x10};
+  DecodeState state;
+  Block b{};
+  int32_t pos = 0, marker = 0;
+  int16_t last = 0;
+  const Scan scan{1, 63, 0, false};
+  EXPECT_EQ(qelStatusJpegOutOfBuffer, decodeBlock(scan, src, 1, &pos, b.data(), &last, &marker, t, state));
+  const uint8_t run[] = {0x10, 0x80};  // a run of 2 + 1
+  DecodeState fresh;
+  pos = 0;
+  for (int n = 0; n < 3; ++n)
+    EXPECT_EQ(qelStatusOk, decodeBlock(scan, run, 2, &pos, b.data(), &last, &marker, t, fresh));
+  EXPECT_EQ(2, pos);
+}
+
+TEST(Progressive, Checks) {
+  Tables t(Lists::flat());
+  DecodeState decode;
+  EncodeState encode;
+  uint8_t bytes[64] = {};
+  Block block{};
+  int32_t pos = 0, marker = 0;
+  int16_t last = 0;
+  const auto dec = qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1;
+  EXPECT_EQ(qelStatusBadSize, dec(bytes, 0, nullptr, nullptr, nullptr, 0, 0, 14, nullptr, nullptr));
+  EXPECT_EQ(qelStatusNullPointer, dec(bytes, 1, &pos, block.data(), nullptr, 0, 0, 14, nullptr, nullptr));
+  const auto enc = qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1;
+  EXPECT_EQ(qelStatusNullPointer,
+            enc(nullptr, bytes, 64, &pos, 0, 0, 14, nullptr, encode, 1));  // table before flush
+  EXPECT_EQ(qelStatusOk, enc(nullptr, bytes, 64, &pos, 0, 0, 14, t.encoder(), encode, 1));
+  EXPECT_EQ(qelStatusNullPointer, enc(nullptr, bytes, 64, &pos, 0, 0, 14, t.encoder(), encode, 0));
+  struct {
+    int ss, se;
+    uint32_t al;
+    bool good;
+  } const bands[] = {{1, 1, 13, true},   {63, 63, 0, true}, {0, 1, 0, false},  {1, 64, 0, false},
+                     {64, 64, 0, false}, {5, 4, 0, false},  {1, 63, 14, false}};
+  for (const auto& b : bands) {
+    EXPECT_EQ(b.good ? qelStatusOk : qelStatusBadArg,
+              enc(block.data(), bytes, 64, &pos, b.ss, b.se, b.al, t.encoder(), encode, 0));
+    EXPECT_EQ(b.good ? qelStatusNullPointer : qelStatusBadArg,
+              dec(bytes, 1, &pos, block.data(), &marker, b.ss, b.se, b.al, nullptr, decode));
+  }
+  EXPECT_EQ(qelStatusBadArg, qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(block.data(), bytes, 64, &pos, &last,
+                                                                        14, nullptr, encode, 0));
+  EXPECT_EQ(qelStatusNullPointer, qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(block.data(), bytes, 64, &pos,
+                                                                             &last, 13, nullptr, encode, 0));
+  EXPECT_EQ(qelStatusBadArg,
+            qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(block.data(), bytes, 64, &pos, 14, encode, 0));
+  EXPECT_EQ(qelStatusBadArg, qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(bytes, 1, &pos, block.data(), &last,
+                                                                        &marker, 14, nullptr, decode));
+  EXPECT_EQ(qelStatusBadArg,
+            qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(bytes, 1, &pos, block.data(), &marker, 14, nullptr));
+}
+
+// Cut at every byte, damaged, or noise: a status, and nothing outside the block.
+TEST(Progressive, HostileStreams) {
+  Random r;
+  const auto blocks = randomBlocks(r, 30, 60);
+  for (int round = 0; round < 400; ++round) {
+    const Scan scan = kScript[size_t(round) % kScript.size()];
+    Tables t(Lists::decodable(r, int(r.in(10, 90))));
+    std::vector<uint8_t> coded;
+    ASSERT_EQ(qelStatusOk, encodeScan(scan, blocks, t, coded, 1 << 16));
+    if (round % 3 == 0) coded.resize(size_t(r.in(1, int64_t(coded.size()))));
+    if (round % 3 == 1)
+      for (int n = 0; n < 6; ++n)
+        coded[size_t(r.in(0, int64_t(coded.size()) - 1))] ^= uint8_t(1 << r.in(0, 7));
+    if (round % 3 == 2) r.fill(coded.data(), coded.size());
+    PageBuffer src(coded.size());
+    src.assign(coded.data(), coded.size());
+    DecodeState state;
+    int32_t pos = 0, marker = 0;
+    int16_t last = 0;
+    Guarded out(r, 128, 1, 0, 1);
+    for (size_t n = 0; n < 60; ++n) {
+      decodeBlock(scan, src.data(), int32_t(coded.size()), &pos, out.data<int16_t>(), &last, &marker, t,
+                  state);
+      ASSERT_TRUE(out.intact() && pos >= 0 && pos <= int32_t(coded.size()));
+    }
+  }
+}
+
+// --- statistics
+// ------------------------------------------------------------------------------------------------
+
+using Counters = std::array<int32_t, 256>;
+
+// The bits of a scan before its last byte is filled: bits of DC refinement show how far that byte is.
+int64_t scanBits(const Scan* scan, const std::vector<Block>& blocks, Tables& t) {
+  std::vector<uint8_t> out(1 << 17);
+  EncodeState state;
+  int32_t pos = 0;
+  int16_t last = 0;
+  for (const Block& b : blocks)
+    EXPECT_EQ(qelStatusOk,
+              scan ? encodeBlock(*scan, b.data(), out.data(), 1 << 17, &pos, &last, t, state, false)
+                   : qeliEncodeHuffman8x8_JPEG_16s1u_C1(b.data(), out.data(), 1 << 17, &pos, &last,
+                                                        t.encoder(), t.encoder(), state, 0));
+  if (scan && scan->ss) {  // a block with a new coefficient in front ends the run
+    Block end{};
+    end[size_t(kScan[scan->ss])] = int16_t(1 << scan->al);
+    EXPECT_EQ(qelStatusOk, encodeBlock({scan->ss, scan->ss, scan->al, scan->refine}, end.data(), out.data(),
+                                       1 << 17, &pos, &last, t, state, false));
+  }
+  const int32_t before = pos;
+  Block zero{};
+  int64_t bits = 8;
+  for (; pos == before; --bits)
+    EXPECT_EQ(qelStatusOk, qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(zero.data(), out.data(), 1 << 17, &pos,
+                                                                       0, state, 0));
+  for (int32_t i = 0; i < before; ++i) bits += 8 * !(i && out[size_t(i)] == 0 && out[size_t(i) - 1] == 0xFF);
+  return bits;
+}
+
+// What a scan takes with any table is the counted symbols times their lengths, and bits that do not depend on
+// it.
+TEST(HuffmanStatistics, CountWhatEncodersStore) {
+  Random r;
+  std::vector<std::optional<Scan>> scans{std::nullopt};
+  for (const Scan& scan : kScript)
+    if (!(scan.ss == 0 && scan.refine)) scans.push_back(scan);
+  for (int round = 0; round < 40; ++round)
+    for (const auto& scan : scans) {
+      const auto blocks = randomBlocks(r, 150, int(r.in(1, 100)));
+      Counters counts{};
+      EncodeState state;
+      int16_t last = 0;
+      for (const Block& b : blocks) {
+        QelStatus s;
+        if (!scan)
+          s = qeliGetHuffmanStatistics8x8_JPEG_16s_C1(b.data(), counts.data(), counts.data(), &last);
+        else if (scan->ss == 0)
+          s = qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(b.data(), counts.data(), &last, scan->al);
+        else
+          s = (scan->refine ? qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1
+                            : qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1)(
+              b.data(), counts.data(), scan->ss, scan->se, scan->al, state, 0);
+        ASSERT_EQ(qelStatusOk, s);
+      }
+      if (scan && scan->ss) {
+        const auto count = scan->refine ? qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1
+                                        : qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1;
+        ASSERT_EQ(qelStatusOk, count(nullptr, counts.data(), 0, 0, 99, state, 1));
+        ASSERT_EQ(EncodeState().bytes, state.bytes);
+        ++counts[1];  // the block that scanBits() adds
+      }
+      int64_t plain = -1;
+      for (int table = 0; table < 4; ++table) {
+        Tables t(table == 0 ? Lists::flat() : Lists::random(r));
+        const auto codes = t.lists.codes();
+        int64_t bits = scanBits(scan ? &*scan : nullptr, blocks, t);
+        for (size_t s = 0; s < 256; ++s) bits -= counts[s] * int64_t(codes[s].size());
+        if (table == 0) plain = bits;
+        ASSERT_EQ(plain, bits) << (scan ? scan->ss : -1);
+      }
+    }
+}
+
+TEST(HuffmanStatistics, LimitsAndChecks) {
+  Counters dc{}, ac{};
+  EncodeState state;
+  Block b{};
+  int16_t last = -32768;
+  b[0] = 32767;
+  EXPECT_EQ(qelStatusJpegCoeffRange,
+            qeliGetHuffmanStatistics8x8_JPEG_16s_C1(b.data(), dc.data(), ac.data(), &last));
+  EXPECT_EQ(32767, last);
+  b[63] = 16384;  // 15 bits: three runs of 16 are counted before it is refused
+  EXPECT_EQ(qelStatusJpegCoeffRange,
+            qeliGetHuffmanStatistics8x8_JPEG_16s_C1(b.data(), dc.data(), ac.data(), &last));
+  EXPECT_EQ(1, dc[0]);
+  EXPECT_EQ(3, ac[0xF0]);
+  last = 0, b[0] = 2048;
+  EXPECT_EQ(qelStatusJpegCoeffRange,
+            qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(b.data(), dc.data(), &last, 0));
+  EXPECT_EQ(qelStatusBadArg, qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(b.data(), dc.data(), &last, 14));
+  const int16_t lowest = -32768;
+  EXPECT_EQ(qelStatusOk, qeliGetHuffmanStatisticsOne_JPEG_16s_C1(&lowest, dc.data()));
+  EXPECT_EQ(1, dc[16]);
+  for (const auto count :
+       {qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1, qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1}) {
+    EXPECT_EQ(qelStatusNullPointer, count(b.data(), ac.data(), 1, 63, 0, nullptr, 1));
+    EXPECT_EQ(qelStatusNullPointer, count(nullptr, ac.data(), 0, 63, 0, state, 0));
+    EXPECT_EQ(qelStatusBadArg, count(b.data(), ac.data(), 0, 63, 0, state, 0));
+  }
+  b[63] = -32768;
+  EXPECT_EQ(qelStatusJpegCoeffRange,
+            qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(b.data(), ac.data(), 48, 63, 0, state, 0));
+}
+
+struct Made {
+  QelStatus status;
+  Lists lists;
+};
+Made makeTable(const Counters& counts) {
+  Made made;
+  made.lists.vals.resize(256);
+  made.status =
+      qeliEncodeHuffmanRawTableInit_JPEG_8u(counts.data(), made.lists.bits.data(), made.lists.vals.data());
+  if (!made.status)
+    made.lists.vals.resize(size_t(std::accumulate(made.lists.bits.begin(), made.lists.bits.end(), 0)));
+  return made;
+}
+
+TEST(OptimalTable, KnownTables) {
+  Counters c{};
+  EXPECT_EQ(0u, makeTable(c).lists.vals.size());
+  c[7] = 5;
+  EXPECT_EQ((std::vector<uint8_t>{7}), makeTable(c).lists.vals);
+  EXPECT_EQ(1, makeTable(c).lists.bits[0]);
+  // Four equal symbols and the reserved one: 3 is the first of the equals to pair with it, and gets the long
+  // code.
+  c = {};
+  c[0] = c[1] = c[2] = c[3] = 1, c[9] = -4;
+  EXPECT_EQ((std::vector<uint8_t>{0, 1, 2, 3}), makeTable(c).lists.vals);
+  EXPECT_EQ((std::array<uint8_t, 16>{0, 3, 1}), makeTable(c).lists.bits);
+  // Fibonacci counts make a code as deep as there are symbols; 33 bits are refused.
+  for (size_t n : {10, 20, 31, 32, 33, 40}) {
+    c = {};
+    for (size_t i = 0; i < n; ++i) c[i] = i < 2 ? int32_t(i + 1) : c[i - 1] + c[i - 2];
+    const Made made = makeTable(c);
+    EXPECT_EQ(n > 32 ? qelStatusJpegHuffTable : qelStatusOk, made.status) << n;
+    if (made.status) continue;
+    EXPECT_EQ(n, made.lists.vals.size());
+    EXPECT_EQ(qelStatusOk, Tables(made.lists).encoderStatus);
+  }
+}
+
+TEST(OptimalTable, CostsTheLeast) {
+  Random r;
+  for (int round = 0; round < 300; ++round) {
+    Counters counts{};
+    const int64_t scale = r.in(0, 31), used = r.in(0, 100);
+    for (auto& c : counts)  // spread over many sizes as long as no code can have more than 32 bits
+      if (r.chance(int(used)))
+        c = int32_t(r.in(0, (int64_t(1) << (scale <= 12 ? r.in(0, scale) : scale)) - 1));
+    const Made made = makeTable(counts);
+    ASSERT_EQ(qelStatusOk, made.status);
+    ASSERT_EQ(qelStatusOk, Tables(made.lists).encoderStatus);  // no code of all ones
+    const auto codes = made.lists.codes();
+    int64_t cost = 0;
+    size_t longest = 0;
+    for (size_t s = 0; s < 256; ++s) {
+      ASSERT_EQ(counts[s] > 0, !codes[s].empty());
+      cost += counts[s] * int64_t(codes[s].size());
+      longest = std::max(longest, codes[s].size());
+    }
+    // The least cost with one more symbol of count 1: the sum of all merges.
+    std::vector<int64_t> heap{1};
+    int64_t least = 0;
+    for (int32_t c : counts)
+      if (c > 0) heap.push_back(c);
+    while (heap.size() > 1) {
+      std::sort(heap.begin(), heap.end(), std::greater());
+      const int64_t sum = heap.back() + heap[heap.size() - 2];
+      heap.resize(heap.size() - 2), heap.push_back(sum), least += sum;
+    }
+    ASSERT_GE(cost + int64_t(longest), least);
+    if (longest < 16) {
+      ASSERT_EQ(least, cost + int64_t(longest));  // the reserved symbol has one of the longest codes
+    }
+  }
+}
+
+}  // namespace
+}  // namespace qelj::test
