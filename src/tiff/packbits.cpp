@@ -97,6 +97,86 @@ inline int64_t ownLiteral(const uint8_t* src, int64_t left) {
   return limit;
 }
 
+// --- the decoder
+// -------------------------------------------------------------------------------------------------------
+
+// The vector form for a token of n, at most 16, bytes takes no branch on what it is. Its last 16 bytes of
+// output are stored as one vector that ends with the token: the upper n bytes are new, and the others are the
+// ones in front of it, which `tail` still holds. So every store is exact.
+namespace short_token {
+using Half = simd::Vec<uint8_t, 16>;
+struct Windows {
+  uint8_t older[32];     // from n on: moves 16 bytes down by n
+  uint8_t fresh[32];     // from n on: marks the upper n bytes
+  uint8_t value[2][16];  // [is a run]: the bytes themselves, or the last one in all places
+  constexpr Windows() : older{}, fresh{}, value{} {
+    for (int i = 0; i < 16; ++i) {
+      older[i] = uint8_t(i);
+      older[16 + i] = 0x80;
+      fresh[16 + i] = 0xFF;
+      value[0][i] = uint8_t(i);
+      value[1][i] = 15;
+    }
+  }
+};
+constexpr Windows kWindows;
+
+// `data` is the 16 bytes of source that end with the literal or with the run's value.
+inline Half join(Half tail, Half data, int64_t n, bool isRun) {
+  const Half bytes = simd::shuffleBytes(data, load<Half>(kWindows.value[isRun]));
+  const Half before = simd::shuffleBytes(tail, load<Half>(kWindows.older + n));
+  return simd::select(load<Half>(kWindows.fresh + n), bytes, before);
+}
+}  // namespace short_token
+
+// Decodes tokens until dst is full (true) or the next one can't be taken (false).
+bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* dst, int64_t& count,
+               int64_t dstLen) {
+  using short_token::Half;
+  [[maybe_unused]] Half tail{};  // dst[count - 16 .. count), once there are as many
+  while (position < srcLen) {
+    const auto header = int8_t(src[position++]);
+    const int64_t room = dstLen - count;
+    if constexpr (simd::kEnabled) {
+      // Full literals have a branch of their own: while it is predicted, no header waits for the one before it.
+      if (header == 127 && room >= kMaxToken && position + kMaxToken <= srcLen) {
+        ownCopyLiteral(dst + count, src + position, kMaxToken);
+        position += kMaxToken;
+        count += kMaxToken;
+        tail = load<Half>(src + position - 16);
+        if (count == dstLen) return true;
+        continue;
+      }
+    }
+    if (header == -128) continue;
+    const bool isRun = header < 0;
+    const int64_t n = isRun ? 1 - header : header + 1, taken = isRun ? 1 : n;
+    if (n > room || (!isRun && position + n > srcLen)) return false;
+    position += taken;  // behind the source's end where a run's header was its last byte
+    if (simd::kEnabled && n <= 16 && count >= 16 && position >= 16) {
+      tail = short_token::join(tail, load<Half>(src + position - 16), n, isRun);
+      store(dst + count + n - 16, tail);
+      count += n;
+    } else {
+      if (isRun)
+        ownFillRun(dst + count, src[position - 1], n);
+      else
+        ownCopyLiteral(dst + count, src + position - n, n);
+      count += n;
+      if constexpr (simd::kEnabled) {
+        if (isRun && n >= 16)
+          tail = simd::splat<Half>(src[position - 1]);
+        else if (n >= 16)
+          tail = load<Half>(src + position - 16);
+        else if (count >= 16)
+          tail = load<Half>(dst + count - 16);
+      }
+    }
+    if (count == dstLen) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 QelStatus qeliPackBitsRow_TIFF_8u_C1(const uint8_t* src, int32_t srcLen, uint8_t* dst, uint32_t* dstPos,
@@ -135,29 +215,9 @@ QelStatus qeliUnpackBitsRow_TIFF_8u_C1(const uint8_t* src, uint32_t* srcPos, int
   if (auto s = check(nonNull(src), nonNull(srcPos), nonNull(dst), length(srcLen), length(dstLen)); s)
     return s;
   int64_t position = *srcPos, count = 0;
-  while (position < srcLen) {
-    const auto header = int8_t(src[position++]);
-    if (header == -128) continue;
-    const int64_t room = dstLen - count;
-    if (header >= 0) {
-      const int64_t n = header + 1;
-      if (position + n > srcLen || n > room) break;
-      ownCopyLiteral(dst + count, src + position, n);
-      position += n;
-      count += n;
-    } else {
-      const int64_t n = 1 - header;
-      if (n > room) break;
-      ownFillRun(dst + count, src[position++], n);  // position may be srcLen: the byte behind the source
-      count += n;
-    }
-    if (count == dstLen) {
-      *srcPos = uint32_t(position);
-      return qelStatusOk;
-    }
-  }
+  const bool full = ownUnpack(src, position, srcLen, dst, count, dstLen);
   *srcPos = uint32_t(position);
-  return qelStatusOutOfBuffer;
+  return full ? qelStatusOk : qelStatusOutOfBuffer;
 }
 
 }  // namespace qelj
