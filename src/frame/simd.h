@@ -761,6 +761,18 @@ QELJ_INLINE void storePixels4(uint8_t* p, Planes4 v) {
   }
 }
 
+// --- loops -----------------------------------------------------------------------------------------------------------
+
+// Calls group(x) for vectors of kBytes elements that together cover first..end-1; the last one overlaps the one
+// before it. Returns the first element that is not done: `end`, or `first` when there are too few for a vector. For
+// kernels whose result doesn't depend on what they write.
+template <class Group>
+QELJ_INLINE ptrdiff_t coverByVectors(ptrdiff_t first, ptrdiff_t end, Group&& group) {
+  if (!kEnabled || end - first < kBytes) return first;
+  for (ptrdiff_t x = first; x < end; x += kBytes) group(x < end - kBytes ? x : end - kBytes);
+  return end;
+}
+
 }  // namespace qelj::simd
 
 #endif

@@ -10,7 +10,7 @@ using namespace colour;
 template <class Main, class Tail, int kGroup>
 constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
   const ptrdiff_t main = width / kGroup * kGroup;
-  ptrdiff_t x = coverByGroups(main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+  ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
     const auto p = source.group(at);
     sink.group(at, {toYcc<Main>(p.rgb), p.k});
   });

@@ -10,7 +10,7 @@ using namespace colour;
 template <class Main, class Tail>
 constexpr auto ownInverseRow = [](auto source, auto sink, ptrdiff_t width) {
   const ptrdiff_t main = width / 4 * 4;
-  ptrdiff_t x = coverByGroups(main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+  ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
     const auto p = source.group(at);
     sink.group(at, {toRgb<Main>(p.ycc), p.k});
   });

@@ -3,8 +3,6 @@
 #ifndef QELJ_JPEG_SAMPLE_PIXELS_H
 #define QELJ_JPEG_SAMPLE_PIXELS_H
 
-#include <algorithm>
-
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/rows.h"
@@ -34,8 +32,7 @@ struct YccK {
   T k;
 };
 
-// --- Sources of RGB
-// ----------------------------------------------------------------------------------------------
+// --- Sources of RGB --------------------------------------------------------------------------------------
 
 template <class Order, int kChannels>
 struct PixelSource {
@@ -127,8 +124,7 @@ struct PackedSource {
   }
 };
 
-// --- Sinks of RGB
-// --------------------------------------------------------------------------------------------------
+// --- Sinks of RGB ----------------------------------------------------------------------------------------
 
 template <class Order>
 struct PixelSink {
@@ -232,8 +228,7 @@ struct PackedSink {
   }
 };
 
-// --- Planes of Y, Cb, Cr, K
-// ------------------------------------------------------------------------------------------
+// --- Planes of Y, Cb, Cr, K ------------------------------------------------------------------------------
 
 // kPlanes: 1 (Y alone), 3, or 4 (with K).
 template <int kPlanes>
@@ -280,8 +275,7 @@ struct YccSource {
   }
 };
 
-// --- From bytes to a form's operands and back
-// ----------------------------------------------------------------------
+// --- From bytes to a form's operands and back ------------------------------------------------------------
 
 // A form works on 16-bit lanes, half a vector of bytes at a time. Unpacking and packing both go by blocks, so
 // that the pixels come back in order.
@@ -333,17 +327,7 @@ QELJ_INLINE Rgb<U8> toRgb(Ycc<U8> p) {
                      Form::offset(Chroma<I16>{cb.high, cr.high}));
 }
 
-// --- Loops
-// -------------------------------------------------------------------------------------------------------------
-
-// Calls group(x) for vectors of kVector pixels that together cover 0..count-1; the last one overlaps the one
-// before it. Returns the number of pixels done: all of them, or 0 when there are too few for a vector.
-template <class Group>
-QELJ_INLINE ptrdiff_t coverByGroups(ptrdiff_t count, Group&& group) {
-  if (!simd::kEnabled || count < kVector) return 0;
-  for (ptrdiff_t x = 0; x < count; x += kVector) group(std::min(x, count - kVector));
-  return count;
-}
+// --- Loops -----------------------------------------------------------------------------------------------
 
 enum class Rows { kFork, kSerial, kSerialAnyStep };
 

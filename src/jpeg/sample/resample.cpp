@@ -14,8 +14,7 @@ using simd::I16;
 using simd::U8;
 constexpr int kVector = simd::kBytes;
 
-// --- Down: the mean of two or four samples
-// ------------------------------------------------------------------------
+// --- Down: the mean of two or four samples ---------------------------------------------------------------
 
 // The rounding terms of the means at even and odd places. Terms that alternate leave the plane's mean as it
 // is.
@@ -23,31 +22,29 @@ struct Rounding {
   int even, odd;
 };
 
-// kRows rows of 2 * count samples to `count` means.
+// kRows rows of 2 * count samples to `count` means; `second` is for two rows.
 template <int kRows>
-void ownDownRow(const uint8_t* const (&src)[2], uint8_t* dst, ptrdiff_t count, Rounding round) {
+void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdiff_t count, Rounding round) {
   constexpr int kShift = kRows == 2 ? 2 : 1;
-  ptrdiff_t k = 0;
-  if constexpr (simd::kEnabled) {
-    const auto one = simd::splat<simd::I8>(1);
-    const I16 term = simd::pairs(round.even, round.odd);
+  const auto one = simd::splat<simd::I8>(1);
+  const I16 term = simd::pairs(round.even, round.odd);
+  // An even number of means, so that the last vector too begins at an even place.
+  ptrdiff_t k = simd::coverByVectors(0, count & ~ptrdiff_t(1), [&](ptrdiff_t to) QELJ_INLINE_LAMBDA {
     const auto means = [&](ptrdiff_t from) QELJ_INLINE_LAMBDA {
-      I16 sum = simd::mulAddBytes(simd::load<U8>(src[0] + from), one);
-      if constexpr (kRows == 2) sum += simd::mulAddBytes(simd::load<U8>(src[1] + from), one);
+      I16 sum = simd::mulAddBytes(simd::load<U8>(first + from), one);
+      if constexpr (kRows == 2) sum += simd::mulAddBytes(simd::load<U8>(second + from), one);
       return (sum + term) >> kShift;
     };
-    for (; k <= count - kVector; k += kVector)
-      simd::store(dst + k, simd::orderPacked(simd::packU8(means(2 * k), means(2 * k + kVector))));
-  }
+    simd::store(dst + to, simd::orderPacked(simd::packU8(means(2 * to), means(2 * to + kVector))));
+  });
   for (; k < count; ++k) {
-    int sum = k % 2 ? round.odd : round.even;
-    for (int row = 0; row < kRows; ++row) sum += src[row][2 * k] + src[row][2 * k + 1];
+    int sum = (k % 2 ? round.odd : round.even) + first[2 * k] + first[2 * k + 1];
+    if constexpr (kRows == 2) sum += second[2 * k] + second[2 * k + 1];
     dst[k] = uint8_t(sum >> kShift);
   }
 }
 
-// --- Up: three parts of the near sample, one of the far one
-// --------------------------------------------------------
+// --- Up: three parts of the near sample, one of the far one ----------------------------------------------
 
 // The samples that are spread across: those of one row, or three parts of a near row and one of a far row.
 // sum(k, far) is three parts of sample k and one of sample `far`; the vector face gives sums for kVector
@@ -94,21 +91,19 @@ uint8_t ownOdd(const Source& s, ptrdiff_t k, ptrdiff_t far) {
 // Samples 2k and 2k + 1 for k from `from` to `to` - 1. Reads source samples from - 1 to `to`.
 template <class Source>
 void ownUpSamples(const Source& s, uint8_t* dst, ptrdiff_t from, ptrdiff_t to) {
-  ptrdiff_t k = from;
-  if constexpr (simd::kEnabled) {
-    const auto roundEven = simd::splat<I16>(Source::kEven), roundOdd = simd::splat<I16>(Source::kOdd);
-    for (; k <= to - kVector; k += kVector) {
-      const Halves even = s.sums(k, k - 1), odd = s.sums(k, k + 1);
-      const auto merge = [&](I16 e,
-                             I16 o) QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
-        const I16 low = (e + roundEven) >> Source::kShift, high = simd::shlWrap(o + roundOdd, 8 - Source::kShift);
-        return low | (high & int16_t(-256));
-      };
-      const I16 first = merge(even.low, odd.low), second = merge(even.high, odd.high);
-      simd::store(dst + 2 * k, simd::lowBlocks(first, second));
-      simd::store(dst + 2 * k + kVector, simd::highBlocks(first, second));
-    }
-  }
+  const auto roundEven = simd::splat<I16>(Source::kEven), roundOdd = simd::splat<I16>(Source::kOdd);
+  ptrdiff_t k = simd::coverByVectors(from, to, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    const Halves even = s.sums(at, at - 1), odd = s.sums(at, at + 1);
+    const auto merge = [&](I16 e, I16 o)
+                           QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
+                             const I16 low = (e + roundEven) >> Source::kShift,
+                                       high = simd::shlWrap(o + roundOdd, 8 - Source::kShift);
+                             return low | (high & int16_t(-256));
+                           };
+    const I16 first = merge(even.low, odd.low), second = merge(even.high, odd.high);
+    simd::store(dst + 2 * at, simd::lowBlocks(first, second));
+    simd::store(dst + 2 * at + kVector, simd::highBlocks(first, second));
+  });
   for (; k < to; ++k) dst[2 * k] = ownEven(s, k, k - 1), dst[2 * k + 1] = ownOdd(s, k, k + 1);
 }
 
@@ -144,7 +139,7 @@ QelStatus qeliSampleDownH2V1_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, Qe
                                          int32_t dstStep, QelSize dstSize) {
   if (auto s = checkPlanes(src, srcStep, srcSize, dst, dstStep, dstSize); s) return s;
   return forEachRow(dstSize, [=](int32_t y) {
-    ownDownRow<1>({row(src, srcStep, y), nullptr}, row(dst, dstStep, y), dstSize.width, {1, 1});
+    ownDownRow<1>(row(src, srcStep, y), nullptr, row(dst, dstStep, y), dstSize.width, {1, 1});
   });
 }
 
@@ -154,7 +149,7 @@ QelStatus qeliSampleDownH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, Qe
   if (auto s = checkPlanes(src, srcStep, srcSize, dst, dstStep, dstSize); s) return s;
   return forEachRow(dstSize, [=](int32_t y) {
     const uint8_t* first = row(src, srcStep, 2 * ptrdiff_t(y));
-    ownDownRow<2>({first, row(first, srcStep, 1)}, row(dst, dstStep, y), dstSize.width, {3, 3});
+    ownDownRow<2>(first, row(first, srcStep, 1), row(dst, dstStep, y), dstSize.width, {3, 3});
   });
 }
 
@@ -183,14 +178,14 @@ QelStatus qeliSampleDownRowH2V1_Box_JPEG_8u_C1(const uint8_t* src, int32_t srcWi
   const auto lead = int32_t(-reinterpret_cast<uintptr_t>(dst) & 15);
   const bool cut = !shortEven && srcWidth <= 2 * lead;
   const int32_t count = cut ? std::max(srcWidth - lead, 0) / 2 : srcWidth / 2;
-  ownDownRow<1>({src, nullptr}, dst, count, oddFirst ? Rounding{1, 0} : Rounding{0, 1});
+  ownDownRow<1>(src, nullptr, dst, count, oddFirst ? Rounding{1, 0} : Rounding{0, 1});
   return qelStatusOk;
 }
 
 QelStatus qeliSampleDownRowH2V2_Box_JPEG_8u_C1(const uint8_t* src1, const uint8_t* src2, int32_t srcWidth,
                                                uint8_t* dst) {
   if (auto s = check(nonNull(src1), nonNull(src2), nonNull(dst), length(srcWidth)); s) return s;
-  ownDownRow<2>({src1, src2}, dst, srcWidth < 32 ? (srcWidth + 1) / 2 : srcWidth / 2, {1, 2});
+  ownDownRow<2>(src1, src2, dst, srcWidth < 32 ? (srcWidth + 1) / 2 : srcWidth / 2, {1, 2});
   return qelStatusOk;
 }
 

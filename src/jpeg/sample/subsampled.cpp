@@ -9,8 +9,7 @@ namespace qelj {
 namespace {
 using namespace colour;
 
-// --- Forward: the colours of a chroma sample's pixels are added up first, then converted
-// -----------------------
+// --- Forward: the colours of a chroma sample's pixels are added up first, then converted -----------------
 
 using ForwardMain = TruncatedForm;         // pixels in whole groups of eight
 using ForwardTail = MatrixForm<kQ14Half>;  // the pairs behind them
@@ -35,7 +34,7 @@ void ownForwardRows(const Source (&source)[2], const YccRows& dst, ptrdiff_t wid
     dst.cb[x / 2] = clampU8(c.cb), dst.cr[x / 2] = clampU8(c.cr);
   };
   const ptrdiff_t main = width / 8 * 8;
-  ptrdiff_t x = coverByGroups(main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+  ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
     const auto one = simd::splat<simd::I8>(1);
     Rgb<I16> sum{};
     for (int row = 0; row < kRows; ++row) {
@@ -74,8 +73,7 @@ QelStatus forward(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, cons
   return oddSize(size, kRows);
 }
 
-// --- Inverse: a chroma sample serves all its pixels as it is
-// ----------------------------------------------------
+// --- Inverse: a chroma sample serves all its pixels as it is ---------------------------------------------
 
 // What a vector of chroma pairs adds to the pixels in the lower and the upper halves of the blocks of a
 // group.
@@ -96,7 +94,7 @@ template <int kRows, class Sink>
 void ownInverseRows(const uint8_t* const (&y)[2], const uint8_t* cb, const uint8_t* cr, const Sink (&sink)[2],
                     ptrdiff_t width) {
   using Form = InverseQ4Form;
-  ptrdiff_t x = coverByGroups(width / 2 * 2, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+  ptrdiff_t x = simd::coverByVectors(0, width / 2 * 2, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
     const auto load = [at](const uint8_t* p) {
       return centred(simd::loadAs<simd::U16, uint8_t>(p + at / 2) << 8);
     };
@@ -135,7 +133,7 @@ void ownPackedRow(const uint8_t* src, PixelSink<RgbOrder> sink, ptrdiff_t width)
     const uint8_t y1 = p[2];
     sink.pixel(x, {toRgb<Form>(p[0], add), 0}), sink.pixel(x + 1, {toRgb<Form>(y1, add), 0});
   };
-  ptrdiff_t x = coverByGroups(main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+  ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
     using Form = InverseQ9Form;
     const auto split =
         simd::deinterleave(simd::load<U8>(src + 2 * at), simd::load<U8>(src + 2 * at + kVector));
