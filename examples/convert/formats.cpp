@@ -7,12 +7,13 @@
 
 namespace qelconv {
 
-extern const Format kPnm, kPng;
+extern const Format kPnm, kPng, kJpeg;
 
 const std::vector<const Format*>& formats() {
   static const std::vector<const Format*> all = {
       &kPnm,
       &kPng,
+      &kJpeg,
   };
   return all;
 }

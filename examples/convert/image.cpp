@@ -78,6 +78,12 @@ void convertPixel(const Image& from, size_t pixel, Image& to) {
 
 }  // namespace
 
+const Image& adapt(const Image& image, Image& storage, std::initializer_list<Colour> accepted, int maxBits) {
+  const bool fits = std::find(accepted.begin(), accepted.end(), image.colour) != accepted.end();
+  if (fits && image.bits <= maxBits && !image.half) return image;
+  return storage = adapt(image, accepted, maxBits);
+}
+
 Image adapt(const Image& image, std::initializer_list<Colour> accepted, int maxBits) {
   const Colour best = *std::min_element(accepted.begin(), accepted.end(), [&](Colour a, Colour b) {
     return loss(image.colour, a) < loss(image.colour, b);

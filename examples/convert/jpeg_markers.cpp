@@ -1,0 +1,270 @@
+// Marker segments of JPEG files (ISO/IEC 10918-1, Annex B), with the JFIF and Adobe application segments.
+#include <algorithm>
+#include <numeric>
+
+#include "jpeg.h"
+
+namespace qelconv::jpeg {
+namespace {
+
+constexpr int32_t divideUp(int32_t a, int32_t b) { return (a + b - 1) / b; }
+
+// Reads the segments of one file into a File.
+class Parser {
+ public:
+  explicit Parser(Bytes bytes) : bytes_(bytes), in_(bytes) {}
+
+  File parse() {
+    if (in_.u16be() != (0xFF00 | SOI)) throw Error("not a JPEG file");
+    while (const uint8_t marker = nextMarker()) {
+      if (marker == EOI) break;
+      segment(marker);
+    }
+    if (file_.frame.components.empty()) throw Error("the file has no frame header");
+    if (file_.scans.empty()) throw Error("the file has no scan");
+    for (size_t i = 0; i < seen_.size(); ++i)
+      if (!seen_[i]) throw Error("the file ends before component " + std::to_string(i) + " has a scan");
+    return std::move(file_);
+  }
+
+ private:
+  // The next marker, or 0 at the end of the file (a missing EOI is forgiven).
+  uint8_t nextMarker() {
+    if (in_.left() < 2) return 0;
+    if (in_.u8() != 0xFF) throw Error("a marker was expected at byte " + std::to_string(in_.position() - 1));
+    uint8_t marker = 0xFF;
+    while (marker == 0xFF) marker = in_.u8();
+    return marker;
+  }
+
+  void segment(uint8_t marker) {
+    if (marker == 0x01 || (marker >= RST0 && marker <= SOI)) return;  // without parameters
+    const int length = in_.u16be();
+    if (length < 2) throw Error("a marker segment has an impossible length");
+    Reader body(in_.take(size_t(length - 2)));
+    switch (marker) {
+      case DQT:
+        quantTables(body);
+        break;
+      case DHT:
+        huffmanTables(body);
+        break;
+      case DRI:
+        restartInterval_ = body.u16be();
+        break;
+      case SOS:
+        scan(body);
+        break;
+      case APP0:
+        file_.jfif |= startsWith(body, "JFIF");
+        break;
+      case APP14:
+        if (startsWith(body, "Adobe") && body.left() >= 7) body.skip(6), file_.adobe = body.u8();
+        break;
+      case DNL:
+        throw Error("files with a DNL segment can't be read");
+      case DAC:
+        throw Error("arithmetic coding can't be read");
+      default:
+        if (marker >= SOF0 && marker <= SOF15 && marker != JPG) frame(marker, body);
+    }
+  }
+
+  static bool startsWith(Reader& body, const char* text) {
+    const size_t n = std::strlen(text);
+    return body.left() >= n && std::memcmp(body.take(n).data(), text, n) == 0;
+  }
+
+  void quantTables(Reader& body) {
+    while (body.left()) {
+      const int head = body.u8();
+      if ((head & 15) > 3) throw Error("a quantisation table has a bad number");
+      for (uint16_t& q : quant_[size_t(head & 15)]) q = head >> 4 ? body.u16be() : body.u8();
+      quantDefined_[size_t(head & 15)] = true;
+    }
+  }
+
+  void huffmanTables(Reader& body) {
+    while (body.left()) {
+      const int head = body.u8();
+      if ((head & 15) > 3 || head >> 4 > 1) throw Error("a Huffman table has a bad number");
+      HuffmanList list;
+      const Bytes bits = body.take(16);
+      std::copy(bits.begin(), bits.end(), list.bits.begin());
+      if (list.symbols() > 256) throw Error("a Huffman table has more than 256 codes");
+      const Bytes vals = body.take(size_t(list.symbols()));
+      std::copy(vals.begin(), vals.end(), list.vals.begin());
+      (head >> 4 ? ac_ : dc_)[size_t(head & 15)] = list;
+    }
+  }
+
+  void frame(uint8_t marker, Reader& body) {
+    Frame& frame = file_.frame;
+    if (!frame.components.empty()) throw Error("the file has two frame headers");
+    if (marker > SOF3) throw Error("this process (SOF" + std::to_string(marker - SOF0) + ") can't be read");
+    frame.process = marker;
+    frame.precision = body.u8();
+    frame.height = body.u16be(), frame.width = body.u16be();
+    const int count = body.u8();
+    if (marker == SOF3 ? frame.precision < 2 || frame.precision > 16 : frame.precision != 8)
+      throw Error("a precision of " + std::to_string(frame.precision) + " bits can't be read");
+    if (count != 1 && count != 3 && count != 4)
+      throw Error("a frame of " + std::to_string(count) + " components can't be read");
+    checkDimensions(frame.width, frame.height, count);
+    for (int i = 0; i < count; ++i) {
+      Component c;
+      c.id = body.u8();
+      const int sampling = body.u8();
+      c.h = sampling >> 4, c.v = sampling & 15, c.quantTable = body.u8();
+      if (c.h < 1 || c.h > 4 || c.v < 1 || c.v > 4 || c.quantTable > 3)
+        throw Error("a component is described wrongly");
+      if (c.h > 2 || c.v > 2) throw Error("sampling factors above 2 can't be read");
+      frame.components.push_back(c);
+    }
+    frame.layOut();
+    file_.quant.resize(size_t(count));
+    seen_.assign(size_t(count), false);
+  }
+
+  void scan(Reader& body) {
+    Frame& frame = file_.frame;
+    if (frame.components.empty()) throw Error("a scan stands in front of the frame header");
+    Scan scan;
+    const int count = body.u8();
+    if (count < 1 || count > 4) throw Error("a scan has a bad number of components");
+    for (int i = 0; i < count; ++i) {
+      const int id = body.u8(), tables = body.u8();
+      const auto found =
+          std::find_if(frame.components.begin(), frame.components.end(), [&](auto& c) { return c.id == id; });
+      if (found == frame.components.end() || (tables & 15) > 3 || tables >> 4 > 3)
+        throw Error("a scan header is wrong");
+      const int index = int(found - frame.components.begin());
+      for (const auto& part : scan.header.parts)
+        if (part.component == index) throw Error("a scan names a component twice");
+      scan.header.parts.push_back({index, tables >> 4, tables & 15});
+      if (!seen_[size_t(index)]) {
+        if (frame.process != SOF3 && !quantDefined_[size_t(found->quantTable)])
+          throw Error("a quantisation table is missing");
+        file_.quant[size_t(index)] = quant_[size_t(found->quantTable)];
+        seen_[size_t(index)] = true;
+      }
+    }
+    ScanHeader& h = scan.header;
+    h.ss = body.u8(), h.se = body.u8();
+    const int approximation = body.u8();
+    h.ah = approximation >> 4, h.al = approximation & 15;
+    if (frame.process == SOF2) {
+      const bool good = h.ss == 0 ? h.se == 0 : h.se >= h.ss && h.se <= 63 && count == 1;
+      if (!good || h.al > 13 || (h.ah && h.ah != h.al + 1)) throw Error("a progressive scan header is wrong");
+    }
+    scan.dc = dc_, scan.ac = ac_;
+    scan.restartInterval = restartInterval_;
+    entropyCoded(scan);
+    file_.scans.push_back(std::move(scan));
+  }
+
+  // Finds the end of the data that follows, and the restart markers in it.
+  void entropyCoded(Scan& scan) {
+    size_t start = in_.position(), at = start;
+    for (;;) {
+      const void* found = at < bytes_.size() ? std::memchr(&bytes_[at], 0xFF, bytes_.size() - at) : nullptr;
+      at = found ? size_t(static_cast<const uint8_t*>(found) - bytes_.data()) : bytes_.size();
+      if (at + 1 >= bytes_.size()) {
+        scan.intervals.push_back(bytes_.subspan(start));
+        in_.seek(bytes_.size());
+        return;
+      }
+      const uint8_t next = bytes_[at + 1];
+      if (next == 0xFF) {
+        ++at;
+      } else if (next == 0) {
+        at += 2;
+      } else {
+        scan.intervals.push_back(bytes_.subspan(start, at + 2 - start));
+        if (next < RST0 || next > RST7) break;
+        start = at += 2;
+      }
+    }
+    in_.seek(at);
+  }
+
+  Bytes bytes_;
+  Reader in_;
+  File file_;
+  std::array<FileQuantTable, 4> quant_{};
+  std::array<bool, 4> quantDefined_{};
+  std::array<HuffmanList, 4> dc_, ac_;
+  int32_t restartInterval_ = 0;
+  std::vector<bool> seen_;
+};
+
+void marker(Writer& out, uint8_t m) { out.u8(0xFF), out.u8(m); }
+
+}  // namespace
+
+int HuffmanList::symbols() const { return std::accumulate(bits.begin(), bits.end(), 0); }
+
+void Frame::layOut() {
+  hMax = vMax = 1;
+  for (const Component& c : components) hMax = std::max(hMax, c.h), vMax = std::max(vMax, c.v);
+  mcusWide = divideUp(width, 8 * hMax);
+  mcusHigh = divideUp(height, 8 * vMax);
+  for (Component& c : components) {
+    c.width = divideUp(width * c.h, hMax), c.height = divideUp(height * c.v, vMax);
+    c.blocksWide = divideUp(c.width, 8), c.blocksHigh = divideUp(c.height, 8);
+    c.paddedWide = mcusWide * c.h, c.paddedHigh = mcusHigh * c.v;
+  }
+}
+
+Space spaceOf(const File& file) {
+  const auto& c = file.frame.components;
+  if (c.size() == 1) return Space::grey;
+  if (c.size() == 4) return file.adobe == 2 ? Space::ycck : Space::cmyk;
+  if (file.jfif) return Space::ycc;
+  if (file.adobe >= 0) return file.adobe == 0 ? Space::rgb : Space::ycc;
+  return c[0].id == 'R' && c[1].id == 'G' && c[2].id == 'B' ? Space::rgb : Space::ycc;
+}
+
+File parse(Bytes bytes) { return Parser(bytes).parse(); }
+
+void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant) {
+  marker(out, SOI);
+  if (space == Space::grey || space == Space::ycc) {
+    marker(out, APP0), out.u16be(16), out.text("JFIF"), out.u8(0);
+    out.u16be(0x0102), out.u8(0), out.u16be(1), out.u16be(1), out.u16be(0);
+  } else {
+    marker(out, APP14), out.u16be(14), out.text("Adobe");
+    out.u16be(100), out.u16be(0), out.u16be(0), out.u8(space == Space::ycck ? 2 : 0);
+  }
+  for (size_t i = 0; i < quant.size(); ++i) {
+    marker(out, DQT), out.u16be(67), out.u8(unsigned(i));
+    out.put(quant[i]);
+  }
+  marker(out, frame.process);
+  out.u16be(unsigned(8 + 3 * frame.components.size()));
+  out.u8(unsigned(frame.precision)), out.u16be(unsigned(frame.height)), out.u16be(unsigned(frame.width));
+  out.u8(unsigned(frame.components.size()));
+  for (const Component& c : frame.components)
+    out.u8(unsigned(c.id)), out.u8(unsigned(c.h << 4 | c.v)), out.u8(unsigned(c.quantTable));
+}
+
+void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& list) {
+  marker(out, DHT), out.u16be(unsigned(19 + list.symbols())), out.u8(unsigned(tableClass << 4 | index));
+  out.put(list.bits), out.put(Bytes(list.vals).first(size_t(list.symbols())));
+}
+
+void writeRestartInterval(Writer& out, int32_t interval) {
+  if (!interval) return;
+  if (interval > 65535) throw Error("the restart interval is above 65535 MCUs");
+  marker(out, DRI), out.u16be(4), out.u16be(unsigned(interval));
+}
+
+void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan) {
+  marker(out, SOS), out.u16be(unsigned(6 + 2 * scan.parts.size())), out.u8(unsigned(scan.parts.size()));
+  for (const auto& part : scan.parts)
+    out.u8(unsigned(frame.components[size_t(part.component)].id)),
+        out.u8(unsigned(part.dcTable << 4 | part.acTable));
+  out.u8(unsigned(scan.ss)), out.u8(unsigned(scan.se)), out.u8(unsigned(scan.ah << 4 | scan.al));
+}
+
+}  // namespace qelconv::jpeg

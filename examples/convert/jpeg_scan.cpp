@@ -1,0 +1,572 @@
+// Entropy-coded scans to and from blocks of coefficients, by the library's Huffman coders.
+#include <algorithm>
+#include <sstream>
+
+#include "jpeg.h"
+
+namespace qelconv::jpeg {
+namespace {
+
+// --- the library's records, released by their scope
+// -----------------------------------------------------------------
+
+template <class Record, auto Free>
+struct Release {
+  void operator()(Record* record) const { Free(record); }
+};
+template <class Record, auto Free>
+using Owned = std::unique_ptr<Record, Release<Record, Free>>;
+
+using DecodeTable = Owned<QelDecodeHuffmanSpec, qeliDecodeHuffmanSpecFree_JPEG_8u>;
+using EncodeTable = Owned<QelEncodeHuffmanSpec, qeliEncodeHuffmanSpecFree_JPEG_8u>;
+using DecodeState = Owned<QelDecodeHuffmanState, qeliDecodeHuffmanStateFree_JPEG_8u>;
+using EncodeState = Owned<QelEncodeHuffmanState, qeliEncodeHuffmanStateFree_JPEG_8u>;
+
+// The record is stored even when the lists are not usable, so it is owned before the status is looked at.
+template <class Table, class Record>
+Table makeTable(const HuffmanList& list, QelStatus (*initAlloc)(const uint8_t*, const uint8_t*, Record**)) {
+  Record* record = nullptr;
+  const QelStatus status = initAlloc(list.bits.data(), list.vals.data(), &record);
+  Table table(record);
+  expectOk(status, "making a Huffman table");
+  return table;
+}
+DecodeTable decodeTable(const HuffmanList& list) {
+  if (!list.symbols()) throw Error("a Huffman table is missing");
+  return makeTable<DecodeTable>(list, qeliDecodeHuffmanSpecInitAlloc_JPEG_8u);
+}
+template <class State, class Record>
+State makeState(QelStatus (*initAlloc)(Record**)) {
+  Record* record = nullptr;
+  expectOk(initAlloc(&record), "making a coder state");
+  return State(record);
+}
+
+// The restart intervals of a scan, one after the other, and where the decoder stands in the present one.
+struct IntervalReader {
+  explicit IntervalReader(const Scan& scan) : scan(scan) {}
+  void next() {
+    if (started == scan.intervals.size()) throw Error("the scan's data ends early");
+    data = scan.intervals[started++];
+    position = marker = 0;
+    expectOk(qeliDecodeHuffmanStateInit_JPEG_8u(state.get()), "starting a restart interval");
+  }
+  const Scan& scan;
+  size_t started = 0;
+  Bytes data;
+  int32_t position = 0, marker = 0;
+  DecodeState state = makeState<DecodeState>(qeliDecodeHuffmanStateInitAlloc_JPEG_8u);
+};
+
+// Coded data at the end of a growing file.
+class IntervalWriter {
+ public:
+  explicit IntervalWriter(std::vector<uint8_t>& bytes) : bytes_(bytes), start_(bytes.size()) {}
+  void room(size_t more) {
+    const size_t need = start_ + size_t(position) + more;
+    if (bytes_.size() < need) bytes_.resize(std::max(need, 2 * bytes_.size()));
+  }
+  uint8_t* data() { return bytes_.data() + start_; }
+  int32_t length() const { return int32_t(bytes_.size() - start_); }
+  void putRestartMarker() {
+    room(2);
+    data()[position++] = 0xFF;
+    data()[position++] = uint8_t(RST0 + restarts_++ % 8);
+  }
+  void finish() { bytes_.resize(start_ + size_t(position)); }
+
+  int32_t position = 0;
+
+ private:
+  std::vector<uint8_t>& bytes_;
+  size_t start_;
+  int32_t restarts_ = 0;
+};
+
+// --- the order of blocks
+// ----------------------------------------------------------------------------------------------
+
+// Walks the blocks of a scan, a row of MCUs at a time, with the restarts between them. A scan of one
+// component has no MCU structure: its rows are the component's own block rows (A.2.2).
+class Walk {
+ public:
+  Walk(const Frame& frame, const ScanHeader& scan, int32_t restartInterval)
+      : frame_(frame), scan_(scan), interval_(restartInterval), left_(restartInterval) {
+    if (single()) {
+      const Component& c = component(0);
+      rows_ = c.blocksHigh, columns_ = c.blocksWide;
+    } else {
+      rows_ = frame.mcusHigh, columns_ = frame.mcusWide;
+    }
+  }
+  int32_t rows() const { return rows_; }
+
+  // onBlock(index of the part in the scan, block); onRestart() between two intervals.
+  template <class OnRestart, class OnBlock>
+  void row(int32_t row, std::vector<Coefficients>& coefficients, OnRestart&& onRestart, OnBlock&& onBlock) {
+    for (int32_t column = 0; column < columns_; ++column) {
+      if (interval_ && left_-- == 0) {
+        onRestart();
+        left_ = interval_ - 1;
+      }
+      if (single()) {
+        onBlock(0, coefficients[size_t(scan_.parts[0].component)].block(row, column));
+        continue;
+      }
+      for (size_t p = 0; p < scan_.parts.size(); ++p) {
+        const Component& c = component(p);
+        auto& blocks = coefficients[size_t(scan_.parts[p].component)];
+        for (int v = 0; v < c.v; ++v)
+          for (int h = 0; h < c.h; ++h) onBlock(p, blocks.block(row * c.v + v, column * c.h + h));
+      }
+    }
+  }
+  size_t blocksInRow() const {
+    size_t blocks = 0;
+    for (size_t p = 0; p < scan_.parts.size(); ++p)
+      blocks += single() ? 1 : size_t(component(p).h * component(p).v);
+    return blocks * size_t(columns_);
+  }
+
+ private:
+  bool single() const { return scan_.parts.size() == 1; }
+  const Component& component(size_t part) const {
+    return frame_.components[size_t(scan_.parts[part].component)];
+  }
+
+  const Frame& frame_;
+  const ScanHeader& scan_;
+  int32_t rows_, columns_, interval_, left_;
+};
+
+enum class Pass { sequential, dcFirst, dcRefine, acFirst, acRefine };
+Pass passOf(const Frame& frame, const ScanHeader& scan) {
+  if (frame.process != SOF2) return Pass::sequential;
+  if (scan.ss == 0) return scan.ah ? Pass::dcRefine : Pass::dcFirst;
+  return scan.ah ? Pass::acRefine : Pass::acFirst;
+}
+
+}  // namespace
+
+std::vector<Coefficients> allCoefficients(const Frame& frame) {
+  std::vector<Coefficients> all(frame.components.size());
+  for (size_t i = 0; i < all.size(); ++i) {
+    const Component& c = frame.components[i];
+    all[i].blocksWide = c.paddedWide;
+    all[i].data.resize(size_t(c.paddedWide) * size_t(c.paddedHigh) * 64);
+  }
+  return all;
+}
+
+std::vector<Coefficients> rowCoefficients(const Frame& frame) {
+  std::vector<Coefficients> row(frame.components.size());
+  for (size_t i = 0; i < row.size(); ++i) {
+    const Component& c = frame.components[i];
+    row[i].blocksWide = c.paddedWide;
+    row[i].data.resize(size_t(c.paddedWide) * size_t(c.v) * 64);
+  }
+  return row;
+}
+
+// --- decoding
+// -----------------------------------------------------------------------------------------------------------
+
+struct ScanDecoder::Impl {
+  Impl(const Frame& frame, const Scan& scan)
+      : header(scan.header),
+        walk(frame, scan.header, scan.restartInterval),
+        pass(passOf(frame, scan.header)),
+        in(scan) {
+    for (const auto& part : header.parts) {
+      const bool needsDc = pass == Pass::sequential || pass == Pass::dcFirst;
+      const bool needsAc = pass == Pass::sequential || pass == Pass::acFirst || pass == Pass::acRefine;
+      dc.push_back(needsDc ? decodeTable(scan.dc[size_t(part.dcTable)]) : nullptr);
+      ac.push_back(needsAc ? decodeTable(scan.ac[size_t(part.acTable)]) : nullptr);
+    }
+    startInterval();
+  }
+
+  void startInterval() {
+    in.next();
+    lastDc.fill(0);
+  }
+
+  QelStatus decode(size_t part, int16_t* block) {
+    const uint8_t* src = in.data.data();
+    const auto length = int32_t(in.data.size());
+    const auto al = uint32_t(header.al);
+    int32_t *position = &in.position, *marker = &in.marker;
+    QelDecodeHuffmanState* state = in.state.get();
+    switch (pass) {
+      case Pass::sequential:
+        return qeliDecodeHuffman8x8_JPEG_1u16s_C1(src, length, position, block, &lastDc[part], marker,
+                                                  dc[part].get(), ac[part].get(), state);
+      case Pass::dcFirst:
+        return qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(src, length, position, block, &lastDc[part], marker,
+                                                          al, dc[part].get(), state);
+      case Pass::dcRefine:
+        return qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(src, length, position, block, marker, al, state);
+      case Pass::acFirst:
+        return qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(src, length, position, block, marker, header.ss,
+                                                          header.se, al, ac[part].get(), state);
+      case Pass::acRefine:
+        return qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(src, length, position, block, marker, header.ss,
+                                                           header.se, al, ac[part].get(), state);
+    }
+    return qelStatusBadArg;
+  }
+
+  const ScanHeader& header;
+  Walk walk;
+  Pass pass;
+  std::vector<DecodeTable> dc, ac;
+  IntervalReader in;
+  std::array<int16_t, 4> lastDc{};
+};
+
+ScanDecoder::ScanDecoder(const Frame& frame, const Scan& scan) : impl_(std::make_unique<Impl>(frame, scan)) {}
+ScanDecoder::~ScanDecoder() = default;
+int32_t ScanDecoder::rows() const { return impl_->walk.rows(); }
+
+void ScanDecoder::decodeRow(int32_t row, std::vector<Coefficients>& coefficients) {
+  impl_->walk.row(
+      row, coefficients, [&] { impl_->startInterval(); },
+      [&](size_t part, int16_t* block) {
+        const QelStatus status = impl_->decode(part, block);
+        if (status < 0)
+          throw Error("the scan's data is damaged or truncated (status " + std::to_string(status) +
+                      " in row " + std::to_string(row) + ")");
+      });
+}
+
+// --- encoding
+// -----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+// Codes the blocks of one scan, of any kind, with given tables.
+class BlockEncoder {
+ public:
+  using Lists = std::array<HuffmanList, 4>;
+
+  BlockEncoder(const Frame& frame, const ScanHeader& scan, const Lists& dc, const Lists& ac,
+               int32_t restartInterval, std::vector<uint8_t>& out)
+      : scan_(scan), walk_(frame, scan, restartInterval), pass_(passOf(frame, scan)), out_(out) {
+    for (const auto& part : scan.parts) {
+      dc_.push_back(table(dc[size_t(part.dcTable)]));
+      ac_.push_back(table(ac[size_t(part.acTable)]));
+    }
+  }
+  Walk& walk() { return walk_; }
+
+  void encodeRow(int32_t row, std::vector<Coefficients>& coefficients) {
+    // A block takes at most 64 codes of 16 bits with 11 bits behind each, every byte stuffed; a refinement
+    // pass may bring the correction bits of a whole end-of-band run besides.
+    out_.room(walk_.blocksInRow() * 512 + kEndOfIntervalRoom);
+    walk_.row(
+        row, coefficients, [&] { restart(); },
+        [&](size_t part, int16_t* block) { expectOk(encode(part, block, 0), "coding a block"); });
+  }
+  void finish() {
+    flush();
+    out_.finish();
+  }
+
+ private:
+  static constexpr size_t kEndOfIntervalRoom = 4096;
+
+  static EncodeTable table(const HuffmanList& list) {
+    if (!list.symbols()) return nullptr;
+    return makeTable<EncodeTable>(list, qeliEncodeHuffmanSpecInitAlloc_JPEG_8u);
+  }
+
+  void flush() {
+    out_.room(kEndOfIntervalRoom);
+    expectOk(encode(0, nullptr, 1), "ending a scan");
+  }
+
+  void restart() {
+    flush();
+    out_.putRestartMarker();
+    lastDc_.fill(0);
+  }
+
+  QelStatus encode(size_t part, const int16_t* block, int32_t flush) {
+    uint8_t* dst = out_.data();
+    const int32_t length = out_.length();
+    int32_t* position = &out_.position;
+    const auto al = uint32_t(scan_.al);
+    switch (pass_) {
+      case Pass::sequential:
+        return qeliEncodeHuffman8x8_JPEG_16s1u_C1(block, dst, length, position, &lastDc_[part],
+                                                  dc_[part].get(), ac_[part].get(), state_.get(), flush);
+      case Pass::dcFirst:
+        return qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(block, dst, length, position, &lastDc_[part], al,
+                                                          dc_[part].get(), state_.get(), flush);
+      case Pass::dcRefine:
+        return qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(block, dst, length, position, al, state_.get(),
+                                                           flush);
+      case Pass::acFirst:
+        return qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(block, dst, length, position, scan_.ss, scan_.se,
+                                                          al, ac_[part].get(), state_.get(), flush);
+      case Pass::acRefine:
+        return qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(block, dst, length, position, scan_.ss, scan_.se,
+                                                           al, ac_[part].get(), state_.get(), flush);
+    }
+    return qelStatusBadArg;
+  }
+
+  const ScanHeader& scan_;
+  Walk walk_;
+  Pass pass_;
+  IntervalWriter out_;
+  std::vector<EncodeTable> dc_, ac_;
+  EncodeState state_ = makeState<EncodeState>(qeliEncodeHuffmanStateInitAlloc_JPEG_8u);
+  std::array<int16_t, 4> lastDc_{};
+};
+
+// Counts the symbols that BlockEncoder would store for the same scan, and makes the best tables for them.
+class TableMaker {
+ public:
+  TableMaker(const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
+             std::vector<Coefficients>& coefficients)
+      : scan_(scan), pass_(passOf(frame, scan)) {
+    Walk walk(frame, scan, restartInterval);
+    const auto endInterval = [&] {
+      count(0, nullptr, 1);
+      lastDc_.fill(0);
+    };
+    for (int32_t row = 0; row < walk.rows(); ++row)
+      walk.row(row, coefficients, endInterval, [&](size_t part, int16_t* block) { count(part, block, 0); });
+    endInterval();
+  }
+
+  // The list of one class (0 DC, 1 AC) and index; empty where nothing was counted.
+  HuffmanList list(int tableClass, int index) {
+    HuffmanList list;
+    auto& counters = counters_[size_t(tableClass)][size_t(index)];
+    expectOk(qeliEncodeHuffmanRawTableInit_JPEG_8u(counters.data(), list.bits.data(), list.vals.data()),
+             "making an optimal Huffman table");
+    return list;
+  }
+
+ private:
+  void count(size_t part, const int16_t* block, int32_t last) {
+    const auto& tables = scan_.parts[part];
+    int32_t* dc = counters_[0][size_t(tables.dcTable)].data();
+    int32_t* ac = counters_[1][size_t(tables.acTable)].data();
+    const auto al = uint32_t(scan_.al);
+    QelStatus status = qelStatusOk;
+    switch (pass_) {
+      case Pass::sequential:
+        if (!last) status = qeliGetHuffmanStatistics8x8_JPEG_16s_C1(block, dc, ac, &lastDc_[part]);
+        break;
+      case Pass::dcFirst:
+        if (!last) status = qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(block, dc, &lastDc_[part], al);
+        break;
+      case Pass::dcRefine:
+        break;  // plain bits
+      case Pass::acFirst:
+        status = qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(block, ac, scan_.ss, scan_.se, al,
+                                                                 state_.get(), last);
+        break;
+      case Pass::acRefine:
+        status = qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(block, ac, scan_.ss, scan_.se, al,
+                                                                  state_.get(), last);
+        break;
+    }
+    expectOk(status, "counting symbols");
+  }
+
+  const ScanHeader& scan_;
+  Pass pass_;
+  std::array<std::array<std::array<int32_t, 256>, 4>, 2> counters_{};
+  EncodeState state_ = makeState<EncodeState>(qeliEncodeHuffmanStateInitAlloc_JPEG_8u);
+  std::array<int16_t, 4> lastDc_{};
+};
+
+}  // namespace
+
+struct SequentialEncoder::Impl : BlockEncoder {
+  using BlockEncoder::BlockEncoder;
+};
+
+SequentialEncoder::SequentialEncoder(const Frame& frame, const ScanHeader& scan,
+                                     const std::array<HuffmanList, 4>& dc,
+                                     const std::array<HuffmanList, 4>& ac, int32_t restartInterval,
+                                     std::vector<uint8_t>& out)
+    : impl_(std::make_unique<Impl>(frame, scan, dc, ac, restartInterval, out)) {}
+SequentialEncoder::~SequentialEncoder() = default;
+void SequentialEncoder::encodeRow(int32_t row, std::vector<Coefficients>& c) { impl_->encodeRow(row, c); }
+void SequentialEncoder::finish() { impl_->finish(); }
+
+void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
+                      std::vector<Coefficients>& coefficients) {
+  TableMaker maker(frame, scan, restartInterval, coefficients);
+  std::array<std::array<HuffmanList, 4>, 2> lists;
+  for (int tableClass = 0; tableClass < 2; ++tableClass)
+    for (int index = 0; index < 4; ++index) {
+      auto& list = lists[size_t(tableClass)][size_t(index)];
+      list = maker.list(tableClass, index);
+      if (list.symbols()) writeHuffman(out, tableClass, index, list);
+    }
+  writeScanHeader(out, frame, scan);
+  BlockEncoder encoder(frame, scan, lists[0], lists[1], restartInterval, out.bytes);
+  for (int32_t row = 0; row < encoder.walk().rows(); ++row) encoder.encodeRow(row, coefficients);
+  encoder.finish();
+}
+
+// --- rows of differences
+// -----------------------------------------------------------------------------------------------
+
+struct DifferenceDecoder::Impl {
+  explicit Impl(const Scan& scan) : scan(scan) {
+    for (const auto& part : scan.header.parts) {
+      tables.push_back(decodeTable(scan.dc[size_t(part.dcTable)]));
+      records.push_back(tables.back().get());
+    }
+  }
+  const Scan& scan;
+  std::vector<DecodeTable> tables;
+  std::vector<const QelDecodeHuffmanSpec*> records;
+  IntervalReader in{scan};
+};
+
+DifferenceDecoder::DifferenceDecoder(const Scan& scan) : impl_(std::make_unique<Impl>(scan)) {}
+DifferenceDecoder::~DifferenceDecoder() = default;
+void DifferenceDecoder::startInterval() { impl_->in.next(); }
+void DifferenceDecoder::decodeRow(int16_t* const* planes, int32_t width) {
+  IntervalReader& in = impl_->in;
+  if (qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(in.data.data(), int32_t(in.data.size()), &in.position, planes,
+                                           width, int32_t(impl_->records.size()), &in.marker,
+                                           impl_->records.data(), in.state.get()) < 0)
+    throw Error("the scan's data is damaged or truncated");
+}
+
+struct DifferenceEncoder::Impl {
+  Impl(const HuffmanList& list, int channels, std::vector<uint8_t>& out)
+      : table(makeTable<EncodeTable>(list, qeliEncodeHuffmanSpecInitAlloc_JPEG_8u)),
+        records(size_t(channels), table.get()),
+        out(out) {}
+  void encode(const int16_t* const* planes, int32_t width, int32_t flush) {
+    out.room(size_t(width) * records.size() * 8 + 16);  // a code and its bits, every byte stuffed
+    expectOk(
+        qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(planes, width, int32_t(records.size()), out.data(), out.length(),
+                                             &out.position, records.data(), state.get(), flush),
+        "coding a row");
+  }
+  EncodeTable table;
+  std::vector<const QelEncodeHuffmanSpec*> records;
+  IntervalWriter out;
+  EncodeState state = makeState<EncodeState>(qeliEncodeHuffmanStateInitAlloc_JPEG_8u);
+};
+
+DifferenceEncoder::DifferenceEncoder(const HuffmanList& list, int channels, std::vector<uint8_t>& out)
+    : impl_(std::make_unique<Impl>(list, channels, out)) {}
+DifferenceEncoder::~DifferenceEncoder() = default;
+void DifferenceEncoder::encodeRow(const int16_t* const* planes, int32_t width) {
+  impl_->encode(planes, width, 0);
+}
+void DifferenceEncoder::restart() {
+  impl_->encode(nullptr, 1, 1);
+  impl_->out.putRestartMarker();
+}
+void DifferenceEncoder::finish() {
+  impl_->encode(nullptr, 1, 1);
+  impl_->out.finish();
+}
+
+// --- tables and scripts
+// ---------------------------------------------------------------------------------------------
+
+HuffmanList typicalTable(bool ac, int index) {
+  // Tables K.3 to K.6, as code counts and symbols.
+  static constexpr uint8_t kDcBits[2][16] = {{0, 1, 5, 1, 1, 1, 1, 1, 1}, {0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1}};
+  static constexpr uint8_t kAcBits[2][16] = {{0, 2, 1, 3, 3, 2, 4, 3, 5, 5, 4, 4, 0, 0, 1, 0x7D},
+                                             {0, 2, 1, 2, 4, 4, 3, 4, 7, 5, 4, 4, 0, 1, 2, 0x77}};
+  static constexpr uint8_t kAcVals[2][162] = {
+      {0x01, 0x02, 0x03, 0x00, 0x04, 0x11, 0x05, 0x12, 0x21, 0x31, 0x41, 0x06, 0x13, 0x51, 0x61, 0x07, 0x22,
+       0x71, 0x14, 0x32, 0x81, 0x91, 0xA1, 0x08, 0x23, 0x42, 0xB1, 0xC1, 0x15, 0x52, 0xD1, 0xF0, 0x24, 0x33,
+       0x62, 0x72, 0x82, 0x09, 0x0A, 0x16, 0x17, 0x18, 0x19, 0x1A, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x34,
+       0x35, 0x36, 0x37, 0x38, 0x39, 0x3A, 0x43, 0x44, 0x45, 0x46, 0x47, 0x48, 0x49, 0x4A, 0x53, 0x54, 0x55,
+       0x56, 0x57, 0x58, 0x59, 0x5A, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x73, 0x74, 0x75, 0x76,
+       0x77, 0x78, 0x79, 0x7A, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x92, 0x93, 0x94, 0x95, 0x96,
+       0x97, 0x98, 0x99, 0x9A, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9, 0xAA, 0xB2, 0xB3, 0xB4, 0xB5,
+       0xB6, 0xB7, 0xB8, 0xB9, 0xBA, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xD2, 0xD3, 0xD4,
+       0xD5, 0xD6, 0xD7, 0xD8, 0xD9, 0xDA, 0xE1, 0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0xE9, 0xEA, 0xF1,
+       0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA},
+      {0x00, 0x01, 0x02, 0x03, 0x11, 0x04, 0x05, 0x21, 0x31, 0x06, 0x12, 0x41, 0x51, 0x07, 0x61, 0x71, 0x13,
+       0x22, 0x32, 0x81, 0x08, 0x14, 0x42, 0x91, 0xA1, 0xB1, 0xC1, 0x09, 0x23, 0x33, 0x52, 0xF0, 0x15, 0x62,
+       0x72, 0xD1, 0x0A, 0x16, 0x24, 0x34, 0xE1, 0x25, 0xF1, 0x17, 0x18, 0x19, 0x1A, 0x26, 0x27, 0x28, 0x29,
+       0x2A, 0x35, 0x36, 0x37, 0x38, 0x39, 0x3A, 0x43, 0x44, 0x45, 0x46, 0x47, 0x48, 0x49, 0x4A, 0x53, 0x54,
+       0x55, 0x56, 0x57, 0x58, 0x59, 0x5A, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x73, 0x74, 0x75,
+       0x76, 0x77, 0x78, 0x79, 0x7A, 0x82, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x92, 0x93, 0x94,
+       0x95, 0x96, 0x97, 0x98, 0x99, 0x9A, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9, 0xAA, 0xB2, 0xB3,
+       0xB4, 0xB5, 0xB6, 0xB7, 0xB8, 0xB9, 0xBA, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xD2,
+       0xD3, 0xD4, 0xD5, 0xD6, 0xD7, 0xD8, 0xD9, 0xDA, 0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0xE9, 0xEA,
+       0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA}};
+  HuffmanList list;
+  std::copy_n(ac ? kAcBits[index] : kDcBits[index], 16, list.bits.begin());
+  if (ac)
+    std::copy_n(kAcVals[index], 162, list.vals.begin());
+  else
+    for (int i = 0; i < 12; ++i) list.vals[size_t(i)] = uint8_t(i);
+  return list;
+}
+
+std::vector<ScanHeader> usualProgression(int components) {
+  const auto table = [](int component) { return component == 1 || component == 2 ? 1 : 0; };
+  std::vector<ScanHeader> scans;
+  const auto dc = [&](int ah, int al) {
+    ScanHeader h{{}, 0, 0, ah, al};
+    for (int i = 0; i < components; ++i) h.parts.push_back({i, table(i), 0});
+    scans.push_back(h);
+  };
+  const auto ac = [&](int i, int ss, int se, int ah, int al) {
+    scans.push_back({{{i, 0, table(i)}}, ss, se, ah, al});
+  };
+  if (components == 3) {
+    // Luminance is seen first; chrominance comes in fewer, larger steps.
+    dc(0, 1), ac(0, 1, 5, 0, 2), ac(2, 1, 63, 0, 1), ac(1, 1, 63, 0, 1), ac(0, 6, 63, 0, 2);
+    ac(0, 1, 63, 2, 1), dc(1, 0), ac(2, 1, 63, 1, 0), ac(1, 1, 63, 1, 0), ac(0, 1, 63, 1, 0);
+    return scans;
+  }
+  const auto each = [&](int ss, int se, int ah, int al) {
+    for (int i = 0; i < components; ++i) ac(i, ss, se, ah, al);
+  };
+  dc(0, 1), each(1, 5, 0, 2), each(6, 63, 0, 2), each(1, 63, 2, 1), dc(1, 0), each(1, 63, 1, 0);
+  return scans;
+}
+
+// "0,1,2: 0-0, 0, 1;" for each scan: components, band, successive approximation; "#" starts a comment.
+std::vector<ScanHeader> parseScanScript(const std::string& text, int components) {
+  std::string clean;
+  bool comment = false;
+  for (const char c : text) {
+    comment = c == '\n' ? false : comment || c == '#';
+    clean += comment || c == ',' ? ' ' : c;
+  }
+  std::vector<ScanHeader> scans;
+  std::istringstream entries(clean);
+  for (std::string entry; std::getline(entries, entry, ';');) {
+    if (entry.find_first_not_of(" \t\r\n") == std::string::npos) continue;
+    ScanHeader h;
+    const size_t colon = entry.find(':');
+    std::istringstream who(entry.substr(0, colon));
+    for (int i; who >> i;) h.parts.push_back({i, i == 1 || i == 2 ? 1 : 0, i == 1 || i == 2 ? 1 : 0});
+    bool good = who.eof() && !h.parts.empty();
+    for (const auto& part : h.parts) good &= part.component >= 0 && part.component < components;
+    if (colon != std::string::npos) {
+      std::istringstream band(entry.substr(colon + 1));
+      char dash = 0;
+      good &= bool(band >> h.ss >> dash >> h.se >> h.ah >> h.al) && dash == '-';
+    }
+    good &= h.ss >= 0 && h.se >= h.ss && h.se <= 63 && h.ah >= 0 && h.al >= 0 && h.al <= 13;
+    if (!good) throw Error("the scan script has a bad entry: \"" + entry + "\"");
+    scans.push_back(h);
+  }
+  if (scans.empty()) throw Error("the scan script has no scan");
+  return scans;
+}
+
+}  // namespace qelconv::jpeg
