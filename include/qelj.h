@@ -1140,7 +1140,8 @@ QELJ_API QelStatus qeliVLCInit_JPEGXR(VLCState* state);
 QELJ_API QelStatus qeliVLCAdapt_JPEGXR(VLCState* state, int32_t group);
 
 /* ScanReset sets the counts of scan 0, 1 or 2 to their start values and leaves its order as it is. ScanSet makes a scan
- * the one that the block coders use: 0 horizontal and 1 vertical high-pass, 2 low-pass.
+ * the one that the block coders use: 0 for the high-pass blocks of a macroblock that is predicted from its top, 1 for
+ * other high-pass blocks, 2 for the low-pass block.
  * qelStatusNullPointer, then qelStatusOutOfRange (another index). */
 QELJ_API QelStatus qeliVLCScanReset_JPEGXR(VLCState* state, int32_t scanIndex);
 QELJ_API QelStatus qeliVLCScanSet_JPEGXR(VLCState* state, uint32_t scanIndex);

@@ -7,13 +7,14 @@
 
 namespace qelconv {
 
-extern const Format kPnm, kPng, kJpeg;
+extern const Format kPnm, kPng, kJpeg, kJpegXr;
 
 const std::vector<const Format*>& formats() {
   static const std::vector<const Format*> all = {
       &kPnm,
       &kPng,
       &kJpeg,
+      &kJpegXr,
   };
   return all;
 }
