@@ -7,6 +7,7 @@
 namespace qelconv::jpeg {
 namespace {
 
+// Some rows of a plane, the ones last written: row y takes the place of row y - rows.
 struct Plane {
   int32_t step = 0, rows = 0;
   std::vector<uint8_t> data;
@@ -14,7 +15,7 @@ struct Plane {
     step = newStep, rows = newRows;
     data.resize(size_t(step) * size_t(rows));
   }
-  uint8_t* row(int32_t y) { return data.data() + size_t(y) * size_t(step); }
+  uint8_t* row(int32_t y) { return data.data() + size_t(y % rows) * size_t(step); }
 };
 
 // Adobe's files hold inverted ink; pictures here count ink.
@@ -77,7 +78,8 @@ struct PixelWriter::Impl {
       while (ch.blockSize < 8 && ch.across == 2 && ch.down == 2) ch.blockSize *= 2, ch.across = ch.down = 1;
       ch.width = (image.width + ch.across - 1) / ch.across,
       ch.height = (image.height + ch.down - 1) / ch.down;
-      ch.plane.resize(c.paddedWide * ch.blockSize, c.paddedHigh * ch.blockSize);
+      // Two rows of MCUs: the triangle filter looks back into the one before.
+      ch.plane.resize(c.paddedWide * ch.blockSize, 2 * c.v * ch.blockSize);
       if (ch.across > 1 || ch.down > 1) ch.row.resize(size_t(2 * ch.width) + 2);
       ch.table = inverseTable(file.quant[i]);
       channels.push_back(std::move(ch));
