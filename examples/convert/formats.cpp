@@ -7,14 +7,17 @@
 
 namespace qelconv {
 
-extern const Format kPnm, kPng, kJpeg, kJpegXr;
+extern const Format kPnm, kPfm, kPng, kJpeg, kJpegXr, kTiff, kDds;
 
 const std::vector<const Format*>& formats() {
   static const std::vector<const Format*> all = {
       &kPnm,
+      &kPfm,
       &kPng,
       &kJpeg,
       &kJpegXr,
+      &kTiff,
+      &kDds,
   };
   return all;
 }

@@ -108,4 +108,13 @@ Image adapt(const Image& image, std::initializer_list<Colour> accepted, int maxB
   return result;
 }
 
+Image wholeBytes(Image image) {
+  if (image.bits == 8 || image.bits == 16) return image;
+  Image spread(image.width, image.height, image.colour, image.bits > 8 ? 16 : 8);
+  const uint64_t from = (1u << image.bits) - 1, to = (1u << spread.bits) - 1;
+  for (size_t i = 0; i < spread.data.size() / size_t(spread.sampleBytes()); ++i)
+    spread.setSample(i, uint32_t((image.sample(i) * to + from / 2) / from));
+  return spread;
+}
+
 }  // namespace qelconv

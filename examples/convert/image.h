@@ -78,6 +78,9 @@ Image adapt(const Image& image, std::initializer_list<Colour> accepted, int maxB
 const Image& adapt(const Image& image, Image& storage, std::initializer_list<Colour> accepted,
                    int maxBits = 16);
 
+// The picture with samples spread to the full range of 8 or 16 bits, for formats that know no other depth.
+Image wholeBytes(Image image);
+
 // Reads multi-byte fields of a file in memory; throws Error("the file is truncated") past its end.
 class Reader {
  public:

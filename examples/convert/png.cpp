@@ -67,15 +67,7 @@ Image read(Bytes file, const Options&, Stages& stages) {
 
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
   return stages.time("write PNG", [&] {
-    Image image = adapt(original, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha});
-    // PNG has 8 and 16 bits only: other depths are spread to the full range.
-    if (image.bits != 8 && image.bits != 16) {
-      Image spread(image.width, image.height, image.colour, image.bits > 8 ? 16 : 8);
-      const uint64_t from = (1u << image.bits) - 1, to = (1u << spread.bits) - 1;
-      for (size_t i = 0; i < spread.data.size() / size_t(spread.sampleBytes()); ++i)
-        spread.setSample(i, uint32_t((image.sample(i) * to + from / 2) / from));
-      image = std::move(spread);
-    }
+    const Image image = wholeBytes(adapt(original, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha}));
     std::vector<uint8_t> out;
     WriteRecord w;
     png_set_write_fn(w.png, &out, push, flush);

@@ -1,0 +1,108 @@
+// Portable float map: the samples of half-float pictures as 32-bit floats, bottom row first.
+#include <bit>
+#include <cmath>
+#include <ostream>
+
+#include "format.h"
+
+namespace qelconv {
+namespace {
+
+float fromHalf(uint32_t half) {
+  const int exponent = half >> 10 & 31;
+  const auto mantissa = float(half & 0x3FF);
+  const float magnitude = exponent == 0    ? std::ldexp(mantissa, -24)
+                          : exponent == 31 ? (mantissa == 0 ? INFINITY : NAN)
+                                           : std::ldexp(1024 + mantissa, exponent - 25);
+  return half & 0x8000 ? -magnitude : magnitude;
+}
+
+// The nearest half, ties to even; values beyond the largest become infinite.
+uint16_t toHalf(float value) {
+  const auto sign = uint16_t(std::signbit(value) ? 0x8000 : 0);
+  const float magnitude = std::fabs(value);
+  if (magnitude == 0) return sign;
+  if (std::isnan(value)) return uint16_t(sign | 0x7E00);
+  if (magnitude >= 65520) return uint16_t(sign | 0x7C00);
+  int exponent;
+  std::frexp(magnitude, &exponent);
+  const int unit = std::max(exponent - 11, -24);  // the exponent of the last place
+  const auto units = uint32_t(std::nearbyint(std::ldexp(magnitude, -unit)));
+  // A subnormal's units are its bits; above them, every step of the exponent adds 1024.
+  return uint16_t(sign | (units + uint32_t(unit + 24) * 1024));
+}
+
+struct Header {
+  int64_t width, height;
+  bool colour, littleEndian;
+  Bytes samples;
+};
+
+bool recognises(Bytes file) {
+  return file.size() > 2 && file[0] == 'P' && (file[1] == 'F' || file[1] == 'f');
+}
+
+Header readHeader(Bytes file) {
+  Reader in(file, 1);
+  Header header{};
+  header.colour = in.u8() == 'F';
+  const auto word = [&] {
+    std::string text;
+    for (char c; (c = char(in.u8())) > ' ' || text.empty();)
+      if (c > ' ') text += c;
+    return text;
+  };
+  header.width = std::atoll(word().c_str());
+  header.height = std::atoll(word().c_str());
+  header.littleEndian = std::atof(word().c_str()) < 0;
+  checkDimensions(header.width, header.height, 3);
+  header.samples = in.take(size_t(header.width * header.height) * (header.colour ? 12 : 4));
+  return header;
+}
+
+Image read(Bytes file, const Options&, Stages& stages) {
+  return stages.time("read PFM", [&] {
+    const Header header = readHeader(file);
+    Image image(int32_t(header.width), int32_t(header.height), header.colour ? Colour::rgb : Colour::grey,
+                16);
+    image.half = true;
+    Reader in(header.samples);
+    const auto samples = size_t(image.width) * size_t(image.channels());
+    for (int32_t y = image.height - 1; y >= 0; --y)
+      for (size_t i = 0; i < samples; ++i)
+        image.setSample(size_t(y) * samples + i,
+                        toHalf(std::bit_cast<float>(header.littleEndian ? in.u32le() : in.u32be())));
+    return image;
+  });
+}
+
+std::vector<uint8_t> write(const Image& image, const Options&, Stages& stages) {
+  return stages.time("write PFM", [&] {
+    if (image.colour != Colour::rgb && image.colour != Colour::grey)
+      throw Error(std::string("this format has no place for ") + nameOf(image.colour) + " pictures");
+    Writer out;
+    out.text(image.colour == Colour::rgb ? "PF\n" : "Pf\n");
+    out.text((std::to_string(image.width) + " " + std::to_string(image.height) + "\n-1.0\n").c_str());
+    const auto samples = size_t(image.width) * size_t(image.channels());
+    const auto top = float((1u << image.bits) - 1);
+    for (int32_t y = image.height - 1; y >= 0; --y)
+      for (size_t i = 0; i < samples; ++i) {
+        const uint32_t v = image.sample(size_t(y) * samples + i);
+        out.u32le(std::bit_cast<uint32_t>(image.half ? fromHalf(v) : float(v) / top));
+      }
+    return std::move(out.bytes);
+  });
+}
+
+void describe(Bytes file, std::ostream& out) {
+  const Header header = readHeader(file);
+  out << "PFM, " << header.width << " x " << header.height << ", " << (header.colour ? "RGB" : "grey")
+      << " floats\n";
+}
+
+}  // namespace
+
+extern const Format kPfm;
+const Format kPfm = {"PFM", {".pfm"}, {}, recognises, read, write, describe};
+
+}  // namespace qelconv
