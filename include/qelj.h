@@ -1055,15 +1055,136 @@ QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1R(const int32_t* const src[4], con
 
 /* ------------------------------------------------------------------------------------------------------------
  * Code-block encoder
+ *
+ * Codes the quantised samples of one code-block (Annexes C and D). Two stages, so that a rate allocator can weigh
+ * every coding pass: Load runs the passes and notes their symbols and distortions; StoreBits gives the bytes, in as
+ * many calls as the caller's buffers need. One state serves any number of blocks, one after the other.
+ *
+ * Samples.  32 bits, sign and magnitude: bit 31 the sign, bits 30 to 0 the magnitude, left-aligned, so that the lowest
+ *   coded plane is 31 - magnitudeBits: shift magnitudes of M bits left by 31 - M and give magnitudeBits M. Planes
+ *   below are not coded but count in the distortion. Values of magnitudeBits outside 0..31 are clamped.
+ * subband.  2: HL, 3: HH, any other value: LL or LH; decides the significance contexts.
+ *
+ * codeStyle, bits of this library (not those of the standard's marker segments); the encoder's and the decoders':
+ *   0x1       vertically causal context
+ *   0x2       selective arithmetic coding bypass: from the fifth plane, significance and refinement passes are raw bits
+ *   0x4       termination on each coding pass
+ *   0x8       reset of the context probabilities after each pass
+ *   0x10      segmentation symbols (1010) at the end of each cleanup pass
+ *   0x20      encoder: measure the distortion of the lowest plane as for a lossless end: nothing stands below it
+ *   0x10000   decoder, one call: after a corrupted segment, cut all samples at the bit plane reached
+ *   0x20000   decoder: keep the destination's samples at the attach
+ *   0x40000   decoder, one call: keep the mid-point bit
+ *   0x80000   decoder: keep the flags in the state memory at the attach
+ *   0x100000  decoder: test predictable termination
+ *
+ * qeliEncodeInitAlloc_JPEG2K   allocates a state for blocks of up to `size` samples.
+ *   state (qelStatusNullPointer), size (qelStatusBadSize), then qelStatusNoMemory with *state null.
+ * qeliEncodeFree_JPEG2K        releases it. Null: qelStatusNullPointer. The pointer is not tested further.
+ * qeliEncodeLoadCodeBlock_...  src: size.height rows of size.width samples. prevByte: the byte in front of the block's
+ *   output, 0 if there is none (only its low 8 bits count; it matters when it is 255). reserved: kept, not used.
+ *   Gives numBitPlanes (the largest magnitude's top bit + 1, counted from bit 0 of the sample: 0 to 31; the packet
+ *   header's number of zero planes is 31 - numBitPlanes when magnitudeBits is the band's number of planes), numPasses,
+ *   0 or 3 * planes - 2, and numTermPasses, the number of codeword segments: with 0x4 one a pass, else one and
+ *   another for each change between MQ and raw passes (a block without passes: 0 with 0x4, else 1, of no bytes).
+ *   Checked in this order: state (qelStatusNullPointer), a state that is none (qelStatusContextMismatch), the three
+ *   results (qelStatusNullPointer), size (qelStatusBadSize), src (qelStatusNullPointer), srcStep (qelStatusBadStep),
+ *   and a block larger than the state's memory (qelStatusBadSize).
+ * qeliEncodeStoreBits_...      *dstLen: room in dst, then the bytes written. *isNotFinished: 1 while bytes remain, else
+ *   0, also when the last byte just fits. A call with nothing left gives 0 bytes.
+ *   Checked: state, its kind, dst, dstLen, isNotFinished (qelStatusNullPointer), *dstLen below 1 (qelStatusBadSize).
+ * qeliEncodeGetRate_...        bytes that suffice to decode all passes up to passNumber, from 0; never falls.
+ * qeliEncodeGetDist_...        by how much passes 0 to passNumber lower the squared error, exactly summed, in units of
+ *   the square of the lowest plane.
+ * qeliEncodeGetTermPassLen_... the bytes of one codeword segment.
+ *   Checked: state, its kind, the result (qelStatusNullPointer), a number that is negative or too high
+ *   (qelStatusJpeg2kBadPassNumber). They may be called at any time after the load.
+ *
+ * A segment ends by the flush of C.2.9 and never in 0xFF; a raw segment's last byte is filled with 0, 1, 0, ...
  * ------------------------------------------------------------------------------------------------------------ */
+
+typedef struct QelEncodeStateJPEG2K QelEncodeStateJPEG2K;
+
+QELJ_API QelStatus qeliEncodeInitAlloc_JPEG2K(QelEncodeStateJPEG2K** state, QelSize size);
+QELJ_API QelStatus qeliEncodeFree_JPEG2K(QelEncodeStateJPEG2K* state);
+QELJ_API QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, QelSize size,
+    QelEncodeStateJPEG2K* state, int32_t subband, int32_t magnitudeBits, int32_t prevByte, int32_t reserved,
+    int32_t codeStyle, int32_t* numBitPlanes, int32_t* numPasses, int32_t* numTermPasses);
+QELJ_API QelStatus qeliEncodeStoreBits_JPEG2K_1u(uint8_t* dst, int32_t* dstLen, QelEncodeStateJPEG2K* state, int32_t* isNotFinished);
+QELJ_API QelStatus qeliEncodeGetRate_JPEG2K(QelEncodeStateJPEG2K* state, int32_t passNumber, int32_t* rate);
+QELJ_API QelStatus qeliEncodeGetDist_JPEG2K(QelEncodeStateJPEG2K* state, int32_t passNumber, double* dist);
+QELJ_API QelStatus qeliEncodeGetTermPassLen_JPEG2K(QelEncodeStateJPEG2K* state, int32_t termPassNumber, int32_t* length);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Code-block decoder
+ *
+ * Decodes a code-block in one call, from its codeword segments, which follow one another in src; their lengths stand
+ * in segmentLengths. The samples come in sign and magnitude: bit 31 the sign, magnitude bit p for bit plane p. The
+ * first plane is numBitPlanes - 1; above 31 numBitPlanes counts as 31. What a segment is: with termination on each
+ * pass one pass; with bypass alone the passes of the first four planes, then by turns a significance and refinement
+ * pass together, and a cleanup pass; else the whole block. A segment that ends early reads as ones: any bytes of any
+ * length decode to something, and nothing outside the segments and the block is touched.
+ *
+ * While a block is incomplete, a sample has a 1 below its last known bit, the mid-point; at the end every bit below the
+ * current plane (the plane that the next pass would code) is cleared, unless codeStyle has 0x40000. In a block
+ * without termination on each pass that ends with a cleanup, the current plane is still that cleanup's.
+ * A corrupted segment - wrong segmentation symbol, or 0x100000 and an end that an encoder with predictable termination
+ * can't make - gives qelStatusJpeg2kBadCodeBlock: decoding stops behind it, all samples so far stand, and
+ * bitPlaneReached, unless null, receives the current plane (0xFFFFFFFF below plane 0). With 0x10000, samples are then
+ * cut at that plane: those that keep a magnitude get the plane's bit set, the others become 0.
+ *
+ * state: memory of the size that qeliDecodeGetBufSize_JPEG2K reports for the block, at any address.
+ * Checked in this order: src, state (qelStatusNullPointer), size (qelStatusBadSize), segmentLengths, dst
+ * (qelStatusNullPointer), dstStep (qelStatusBadStep). GetBufSize: size (also where the result would pass 2^31 - 1:
+ * qelStatusBadSize), stateSize (qelStatusNullPointer). No segments, or numSegments below 0: the samples are cleared.
  * ------------------------------------------------------------------------------------------------------------ */
+
+QELJ_API QelStatus qeliDecodeGetBufSize_JPEG2K(QelSize size, int32_t* stateSize);
+QELJ_API QelStatus qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* src, int32_t* dst, int32_t dstStep, QelSize size,
+    int32_t subband, uint32_t numBitPlanes, uint32_t numPasses, const uint32_t* segmentLengths, int32_t numSegments,
+    int32_t codeStyle, uint32_t* bitPlaneReached, uint8_t* state);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Progressive code-block decoder
+ *
+ * The same decoder for blocks that arrive in pieces: Init or InitAlloc; Attach; SetPassCounter; Step for each codeword
+ * segment, with the counter raised as passes arrive; Attach again for the next block. Between steps the samples hold
+ * what is known, with the mid-point bit.
+ *
+ * State.  Memory of the size that GetStateSize reports for the largest block, at any address, filled by Init, with no
+ *   release; or from InitAlloc, released by Free. Passed as void*, so that plain bytes serve. Attaching a larger block
+ *   than the state was made for is not detected. The memory must not move between calls.
+ * Attach.  Clears the block's samples (size.width * 4 bytes a row; not with 0x20000) and the flags (not with 0x80000:
+ *   then those that the last block of the same size left are used), resets the contexts. numBitPlanes is clamped
+ *   to 0..31. The pass counter is 0: set it before the first step. The block must stay in place until the last step.
+ * Step.  Decodes one segment of srcLen bytes (below 0: as 0), as long as the counter is above 0 and the current plane
+ *   is not negative; else it does nothing. Segments come whole: in a block without termination on each pass, a segment
+ *   that was cut short by the counter can't go on after the counter is raised.
+ * Checks.
+ *   GetStateSize        size (qelStatusBadSize; also where the result would pass 2^31 - 1), stateSize
+ *   Init                state
+ *   InitAlloc           state, size (qelStatusBadSize), then qelStatusNoMemory with *state null
+ *   Attach              state, its kind, dst, dstStep (qelStatusBadStep), size (qelStatusBadSize)
+ *   Set/GetPassCounter  state, numPasses, the state's kind
+ *   GetCurBitPlaneNum   state, its kind, bitPlane
+ *   Step                src, state, its kind, a state without a block (qelStatusJpeg2kNotAttached); then
+ *                       qelStatusJpeg2kBadCodeBlock for a corrupted segment, after which decoding may go on
+ *   Free                state, its kind
+ * Null pointers give qelStatusNullPointer; "its kind": qelStatusContextMismatch for memory that holds no state.
  * ------------------------------------------------------------------------------------------------------------ */
+
+typedef struct QelDecodeCBProgrStateJPEG2K QelDecodeCBProgrStateJPEG2K;
+
+QELJ_API QelStatus qeliDecodeCBProgrGetStateSize_JPEG2K(QelSize size, int32_t* stateSize);
+QELJ_API QelStatus qeliDecodeCBProgrInit_JPEG2K(void* state);
+QELJ_API QelStatus qeliDecodeCBProgrInitAlloc_JPEG2K(QelDecodeCBProgrStateJPEG2K** state, QelSize size);
+QELJ_API QelStatus qeliDecodeCBProgrFree_JPEG2K(void* state);
+QELJ_API QelStatus qeliDecodeCBProgrAttach_JPEG2K_32s_C1R(int32_t* dst, int32_t dstStep, QelSize size, void* state, int32_t subband,
+    int32_t numBitPlanes, int32_t codeStyle);
+QELJ_API QelStatus qeliDecodeCBProgrSetPassCounter_JPEG2K(int32_t numPasses, void* state);
+QELJ_API QelStatus qeliDecodeCBProgrGetPassCounter_JPEG2K(const void* state, int32_t* numPasses);
+QELJ_API QelStatus qeliDecodeCBProgrGetCurBitPlaneNum_JPEG2K(const void* state, int32_t* bitPlane);
+QELJ_API QelStatus qeliDecodeCBProgrStep_JPEG2K(const uint8_t* src, int32_t srcLen, void* state);
 
 /* ============================================================================================================
  * JPEG XR (ITU-T T.832)

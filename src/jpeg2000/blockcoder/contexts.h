@@ -1,0 +1,124 @@
+// The coding contexts of a code-block and the tables that lead from a sample's neighbourhood to its context
+// (ISO/IEC 15444-1, D.3), and the code-block style bits.
+#ifndef QELJ_JPEG2000_CONTEXTS_H
+#define QELJ_JPEG2000_CONTEXTS_H
+
+#include <array>
+#include <cstdint>
+
+namespace qelj {
+
+// Bits of codeStyle.
+enum : int32_t {
+  kCausal = 0x1,
+  kBypass = 0x2,
+  kTerminateAll = 0x4,
+  kResetContexts = 0x8,
+  kSegmentationSymbols = 0x10,
+  kLosslessEnd = 0x20,  // encoder, and the rest decoder
+  kCutCorrupted = 0x10000,
+  kKeepSamples = 0x20000,
+  kKeepMidPoint = 0x40000,
+  kKeepFlags = 0x80000,
+  kPredictableTermination = 0x100000,
+};
+
+// The highest bit plane has number 30: bit 31 of a sample is its sign.
+inline constexpr int32_t kMagnitudeBits = 31;
+// With bypass, this many planes from the top have no raw pass.
+inline constexpr int32_t kPlanesBeforeBypass = 4;
+
+inline constexpr int kContexts = 19;
+inline constexpr uint8_t kUniform = 0, kRunLength = 1, kSignificance = 2, kSign = 11, kRefinement = 16;
+
+// What is known of one sample and its neighbours: 16 bits.
+enum : uint32_t {
+  kSouthEast = 1 << 0,  // diagonal neighbours that are significant
+  kSouthWest = 1 << 1,
+  kNorthEast = 1 << 2,
+  kNorthWest = 1 << 3,
+  kSouth = 1 << 4,  // the others
+  kNorth = 1 << 5,
+  kEast = 1 << 6,
+  kWest = 1 << 7,
+  kRefined = 1 << 8,
+  kSouthNegative = 1 << 9,
+  kNorthNegative = 1 << 10,
+  kEastNegative = 1 << 11,
+  kWestNegative = 1 << 12,
+  kNeighbour = 1 << 13,  // one neighbour at least is significant
+  kVisited = 1 << 14,    // coded in the significance pass of this plane
+  kSignificant = 1 << 15,
+};
+
+// Context of a sample's significance, by the eight neighbour bits (Table D.1).
+using SignificanceTable = std::array<uint8_t, 256>;
+namespace detail {
+enum class Band { lowLow, highLow, highHigh };
+constexpr SignificanceTable significanceTable(Band band) {
+  SignificanceTable table{};
+  for (uint32_t n = 0; n < table.size(); ++n) {
+    int h = !!(n & kEast) + !!(n & kWest), v = !!(n & kNorth) + !!(n & kSouth);
+    const int d = !!(n & kSouthEast) + !!(n & kSouthWest) + !!(n & kNorthEast) + !!(n & kNorthWest);
+    int label;
+    if (band == Band::highHigh) {
+      const int hv = h + v;
+      label = d >= 3   ? 8
+              : d == 2 ? (hv >= 1 ? 7 : 6)
+              : d == 1 ? (hv >= 2   ? 5
+                          : hv == 1 ? 4
+                                    : 3)
+                       : (hv >= 2 ? 2 : hv);
+    } else {
+      if (band == Band::highLow) {
+        const int t = h;
+        h = v, v = t;
+      }
+      label = h == 2   ? 8
+              : h == 1 ? (v >= 1   ? 7
+                          : d >= 1 ? 6
+                                   : 5)
+              : v == 2 ? 4
+              : v == 1 ? 3
+                       : (d >= 2 ? 2 : d);
+    }
+    table[n] = uint8_t(kSignificance + label);
+  }
+  return table;
+}
+}  // namespace detail
+// 0: LL and LH bands, 1: HL, 2: HH.
+inline constexpr SignificanceTable kSignificanceTables[3] = {
+    detail::significanceTable(detail::Band::lowLow), detail::significanceTable(detail::Band::highLow),
+    detail::significanceTable(detail::Band::highHigh)};
+constexpr int ownBandTable(int32_t subband) { return subband == 2 ? 1 : subband == 3 ? 2 : 0; }
+
+// Context of a sample's sign, and in bit 7 what the sign is XORed with (Tables D.2 and D.3), by flag bits 4
+// to 12.
+inline constexpr auto kSignTable = [] {
+  std::array<uint8_t, 512> table{};
+  for (uint32_t i = 0; i < table.size(); ++i) {
+    const uint32_t n = i << 4;
+    const auto clamp = [](int x) { return x > 1 ? 1 : x < -1 ? -1 : x; };
+    const auto one = [n](uint32_t significant, uint32_t negative) {
+      return n & significant ? (n & negative ? -1 : 1) : 0;
+    };
+    const int h = clamp(one(kWest, kWestNegative) + one(kEast, kEastNegative));
+    const int v = clamp(one(kNorth, kNorthNegative) + one(kSouth, kSouthNegative));
+    const bool flip = h < 0 || (h == 0 && v < 0);
+    const int label = h == 0 ? (v != 0) : 3 + (flip ? -v : v);
+    table[i] = uint8_t((kSign + label) | (flip ? 0x80 : 0));
+  }
+  // No stream can tell: an insignificant sample has not been refined.
+  table[511] = 0;
+  return table;
+}();
+
+// Context of a refinement (Table D.4), by "refined before" and "has a significant neighbour".
+constexpr int ownRefinementContext(uint32_t flags) {
+  return kRefinement + (flags & kRefined ? 2 : (flags & kNeighbour) != 0);
+}
+
+}  // namespace qelj
+
+#endif

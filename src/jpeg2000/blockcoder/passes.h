@@ -1,0 +1,182 @@
+// The three coding passes (ISO/IEC 15444-1, D.3), once for the encoder and the decoders.
+//
+// The flags of a stripe column, four samples of 16 bits, make one 64-bit word, so that one test finds the
+// samples that a pass has to code in a column, and an empty column is a zero. A pass hands every symbol to a
+// coder, which codes it or decodes it:
+//
+//   void column(stripe, x)                  the next symbols belong to this stripe column
+//   uint32_t significance(context, i)       whether sample i (0 to 3) of the column is significant in this
+//   plane uint32_t sign(entry, i)                 the sign of sample i, which has become significant; of
+//   kSignTable void refine(context, i)                 one more bit of sample i int run() the first
+//   significant sample of a column coded as a run, 4 for none
+#ifndef QELJ_JPEG2000_PASSES_H
+#define QELJ_JPEG2000_PASSES_H
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+#include "frame/arith.h"
+#include "jpeg2000/blockcoder/contexts.h"
+
+namespace qelj {
+
+inline constexpr int32_t kStripe = 4;
+inline constexpr uint64_t kLanes = 0x0001000100010001;
+constexpr uint64_t ownLane(uint32_t bits, int i) { return i < 0 || i > 3 ? 0 : uint64_t(bits) << (16 * i); }
+
+// A row of words a stripe, with one more left and right that catch what goes beyond the block.
+struct FlagGrid {
+  uint64_t* words;
+  int32_t width, height;
+
+  static int64_t count(int64_t width, int64_t height) { return (width + 2) * ((height + 3) / kStripe); }
+  ptrdiff_t stride() const { return ptrdiff_t(width) + 2; }
+  int32_t stripes() const { return int32_t((int64_t(height) + 3) / kStripe); }
+  uint64_t* stripe(int32_t s) const { return words + s * stride() + 1; }
+  // One bit a row that exists.
+  uint64_t rows(int32_t s) const {
+    const int32_t n = height - s * kStripe;
+    return n >= kStripe ? kLanes : kLanes >> (16 * (kStripe - n));
+  }
+};
+
+// What a sample that becomes significant adds to its own column and to the columns beside it.
+struct Spread {
+  uint64_t left, centre, right;
+};
+inline constexpr auto kSpread = [] {
+  std::array<std::array<Spread, kStripe>, 2> all{};  // by sign, by row
+  for (int negative = 0; negative < 2; ++negative)
+    for (int i = 0; i < kStripe; ++i) {
+      const auto sign = [=](uint32_t bit) { return kNeighbour | (negative ? bit : 0); };
+      all[size_t(negative)][size_t(i)] = {
+          ownLane(kNeighbour | kSouthEast, i - 1) | ownLane(sign(kEastNegative) | kEast, i) |
+              ownLane(kNeighbour | kNorthEast, i + 1),
+          ownLane(sign(kSouthNegative) | kSouth, i - 1) | ownLane(kSignificant, i) |
+              ownLane(sign(kNorthNegative) | kNorth, i + 1),
+          ownLane(kNeighbour | kSouthWest, i - 1) | ownLane(sign(kWestNegative) | kWest, i) |
+              ownLane(kNeighbour | kNorthWest, i + 1)};
+    }
+  return all;
+}();
+
+// A stripe's words and how far off the words above and below stand, 0 where a sample there sees nothing of
+// this stripe.
+struct FlagStripe {
+  uint64_t* word;
+  ptrdiff_t above, below;
+  uint64_t rows;
+
+  FlagStripe(const FlagGrid& grid, int32_t s, bool causal)
+      : word(grid.stripe(s)),
+        above(s > 0 && !causal ? -grid.stride() : 0),
+        below(s + 1 < grid.stripes() ? grid.stride() : 0),
+        rows(grid.rows(s)) {}
+
+  // Makes sample i of column x significant, whose word the caller holds in `own`.
+  QELJ_INLINE void spread(int32_t x, int i, uint32_t negative, uint64_t& own) const {
+    const Spread& s = kSpread[negative][size_t(i)];
+    uint64_t* w = word + x;
+    own |= s.centre;
+    w[-1] |= s.left;
+    w[1] |= s.right;
+    if (i == 0 && above) {
+      w[above - 1] |= ownLane(kNeighbour | kSouthEast, 3);
+      w[above] |= ownLane(kNeighbour | kSouth | (negative ? kSouthNegative : 0u), 3);
+      w[above + 1] |= ownLane(kNeighbour | kSouthWest, 3);
+    }
+    if (i == 3 && below) {
+      w[below - 1] |= kNeighbour | kNorthEast;
+      w[below] |= kNeighbour | kNorth | (negative ? kNorthNegative : 0u);
+      w[below + 1] |= kNeighbour | kNorthWest;
+    }
+  }
+};
+
+// The first of the samples that have bit 0 of their lane set.
+QELJ_INLINE int ownFirst(uint64_t lanes) { return std::countr_zero(lanes) >> 4; }
+
+// A sample's significance is known to be coded now; and what follows from it.
+template <class Coder>
+QELJ_INLINE void ownSign(Coder& coder, const FlagStripe& stripe, int32_t x, int i, uint64_t& f) {
+  const uint32_t entry = kSignTable[f >> (16 * i + 4) & 511];
+  stripe.spread(x, i, coder.sign(entry, i), f);
+}
+
+template <class Coder>
+QELJ_INLINE void ownSignificancePass(const FlagGrid grid, bool causal, const SignificanceTable& table,
+                                     Coder& coder) {
+  for (int32_t s = 0; s < grid.stripes(); ++s) {
+    const FlagStripe stripe(grid, s, causal);
+    const auto wanted = [&](uint64_t f) { return f >> 13 & ~(f >> 15) & stripe.rows; };
+    for (int32_t x = 0; x < grid.width; ++x) {
+      uint64_t f = stripe.word[x];
+      uint64_t todo = wanted(f);
+      if (!todo) continue;
+      coder.column(s, x);
+      do {
+        const int i = ownFirst(todo);
+        const uint64_t below = ~uint64_t(1) << (16 * i);
+        if (coder.significance(table[f >> (16 * i) & 255], i)) {
+          ownSign(coder, stripe, x, i, f);
+          todo = wanted(f);
+        }
+        f |= ownLane(kVisited, i);
+        todo &= below;
+      } while (todo);
+      stripe.word[x] = f;
+    }
+  }
+}
+
+template <class Coder>
+QELJ_INLINE void ownRefinementPass(const FlagGrid grid, Coder& coder) {
+  for (int32_t s = 0; s < grid.stripes(); ++s) {
+    uint64_t* const word = grid.stripe(s);
+    const uint64_t rows = grid.rows(s);
+    for (int32_t x = 0; x < grid.width; ++x) {
+      const uint64_t f = word[x];
+      uint64_t todo = f >> 15 & ~(f >> 14) & rows;
+      if (!todo) continue;
+      word[x] = f | todo << 8;
+      coder.column(s, x);
+      do {
+        const int i = ownFirst(todo);
+        coder.refine(ownRefinementContext(uint32_t(f >> (16 * i))), i);
+        todo &= todo - 1;
+      } while (todo);
+    }
+  }
+}
+
+template <class Coder>
+QELJ_INLINE void ownCleanupPass(const FlagGrid grid, bool causal, const SignificanceTable& table,
+                                Coder& coder) {
+  for (int32_t s = 0; s < grid.stripes(); ++s) {
+    const FlagStripe stripe(grid, s, causal);
+    const bool full = stripe.rows == kLanes;
+    for (int32_t x = 0; x < grid.width; ++x) {
+      uint64_t f = stripe.word[x];
+      uint64_t todo = ~(f >> 14 | f >> 15) & stripe.rows;
+      if (todo) {
+        coder.column(s, x);
+        if (f == 0 && full) {
+          const int first = coder.run();
+          if (first == 4) continue;
+          ownSign(coder, stripe, x, first, f);
+          todo &= ~uint64_t(1) << (16 * first);
+        }
+        for (; todo; todo &= todo - 1) {
+          const int i = ownFirst(todo);
+          if (coder.significance(table[f >> (16 * i) & 255], i)) ownSign(coder, stripe, x, i, f);
+        }
+      }
+      stripe.word[x] = f & ~(kLanes * kVisited);
+    }
+  }
+}
+
+}  // namespace qelj
+
+#endif
