@@ -59,52 +59,60 @@ struct Tables {
   }
 };
 
-// One plane of 8-bit samples and its blocks.
+// One plane of 8-bit samples and its blocks. 128 rows: blocks and samples stay in the processor's cache, as
+// in a codec that works strip by strip.
+constexpr int kHeight = 128;
 struct Plane {
-  int width, height;
+  int width;
   std::vector<uint8_t> samples;
+  std::vector<uint8_t*> rows;  // the peer finds samples by pointers to rows, which a codec makes once
 
-  int blocks() const { return width / 8 * (height / 8); }
-  template <class Each>  // each(block number, top left sample)
+  Plane(int w, std::vector<uint8_t> s) : width(w), samples(std::move(s)) {
+    for (int y = 0; y < kHeight; ++y) rows.push_back(samples.data() + ptrdiff_t(y) * width);
+  }
+  int blocks() const { return width / 8 * (kHeight / 8); }
+  template <class Each>  // each(block number, y, x)
   void forEachBlock(Each each) {
-    int number = 0;
-    for (int y = 0; y < height; y += 8)
-      for (int x = 0; x < width; x += 8) each(number++, samples.data() + ptrdiff_t(y) * width + x);
+    size_t number = 0;
+    for (int y = 0; y < kHeight; y += 8)
+      for (int x = 0; x < width; x += 8) each(number++, y, x);
   }
 };
 
 Plane photograph() {
   const Photo photo = loadPhoto("raccoon.png");
-  Plane plane{photo.width / 8 * 8, 128, {}};
-  for (int y = 0; y < plane.height; ++y)
-    for (int x = 0; x < plane.width; ++x) {
-      const uint8_t* p = &photo.rgb[size_t((y + 320) * photo.width + x) * 3];
-      plane.samples.push_back(uint8_t((p[0] * 77 + p[1] * 150 + p[2] * 29) >> 8));
+  const int width = photo.width / 8 * 8, top = (photo.height - kHeight) / 2;
+  std::vector<uint8_t> luma;
+  for (int y = top; y < top + kHeight; ++y)
+    for (int x = 0; x < width; ++x) {
+      const uint8_t* p = &photo.rgb[size_t(y * photo.width + x) * 3];
+      luma.push_back(uint8_t((p[0] * 77 + p[1] * 150 + p[2] * 29) >> 8));
     }
-  return plane;
+  return Plane(width, std::move(luma));
 }
 Plane noise() {
-  Plane plane{1024, 128, std::vector<uint8_t>(1024 * 128)};
+  std::vector<uint8_t> samples(1024 * kHeight);
   uint32_t state = 1;
-  for (auto& sample : plane.samples) sample = uint8_t((state = state * 1664525 + 1013904223) >> 24);
-  return plane;
+  for (auto& sample : samples) sample = uint8_t((state = state * 1664525 + 1013904223) >> 24);
+  return Plane(1024, std::move(samples));
 }
 
 struct alignas(32) Block {
   int16_t at[64];
 };
 
-// The work of all benchmarks on one plane; lives as long as the program.
+// What the benchmarks of one plane work on; lives as long as the program.
 struct Subject {
   Plane plane, decoded;
   std::vector<Block> coefficients, out;
   Tables tables;
 
-  explicit Subject(Plane p) : plane(std::move(p)), decoded(plane) {
+  explicit Subject(Plane p) : plane(std::move(p)), decoded(plane.width, plane.samples) {
     coefficients.resize(size_t(plane.blocks()));
     out = coefficients;
-    plane.forEachBlock([&](int i, uint8_t* samples) {
-      qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(samples, plane.width, coefficients[size_t(i)].at, tables.forward);
+    plane.forEachBlock([&](size_t i, int y, int x) {
+      qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(plane.rows[size_t(y)] + x, plane.width, coefficients[i].at,
+                                          tables.forward);
     });
   }
 };
@@ -112,46 +120,38 @@ struct Subject {
 void pairs(const std::string& on, Plane plane) {
   Subject* s = new Subject(std::move(plane));
   const double blocks = s->plane.blocks() / 1e6;
-  const auto rowsOf = [s](uint8_t* samples, uint8_t*(&rows)[8]) {
-    for (int y = 0; y < 8; ++y) rows[y] = samples + ptrdiff_t(y) * s->plane.width;
-  };
 
   pair(
       "forward DCT, quantise, level shift; " + on, blocks, "Mblock/s",
       [=] {
-        s->plane.forEachBlock([&](int i, uint8_t* samples) {
-          qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(samples, s->plane.width, s->out[size_t(i)].at,
+        s->plane.forEachBlock([&](size_t i, int y, int x) {
+          qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(s->plane.rows[size_t(y)] + x, s->plane.width, s->out[i].at,
                                               s->tables.forward);
         });
       },
       [=] {
         Block workspace;
-        s->plane.forEachBlock([&](int i, uint8_t* samples) {
-          uint8_t* rows[8];
-          rowsOf(samples, rows);
-          jsimd_convsamp_avx2(rows, 0, workspace.at);
+        s->plane.forEachBlock([&](size_t i, int y, int x) {
+          jsimd_convsamp_avx2(&s->plane.rows[size_t(y)], unsigned(x), workspace.at);
           jsimd_fdct_islow_avx2(workspace.at);
-          jsimd_quantize_avx2(s->out[size_t(i)].at, s->tables.divisors, workspace.at);
+          jsimd_quantize_avx2(s->out[i].at, s->tables.divisors, workspace.at);
         });
       });
+
   using Ours = QelStatus (*)(const int16_t*, uint8_t*, int32_t, const uint16_t*);
   using Theirs = void (*)(void*, int16_t*, uint8_t**, unsigned);
   const auto inverse = [&](const std::string& name, Ours ours, Theirs theirs) {
-    pair(
-        name + "; " + on, blocks, "Mblock/s",
-        [=] {
-          s->decoded.forEachBlock([&](int i, uint8_t* samples) {
-            ours(s->coefficients[size_t(i)].at, samples, s->plane.width, s->tables.inverse);
-          });
-        },
-        theirs ? Work([=] {
-          s->decoded.forEachBlock([&](int i, uint8_t* samples) {
-            uint8_t* rows[8];
-            rowsOf(samples, rows);
-            theirs(s->tables.inverse, s->coefficients[size_t(i)].at, rows, 0);
-          });
-        })
-               : Work());
+    const Work work = [=] {
+      s->decoded.forEachBlock([&](size_t i, int y, int x) {
+        ours(s->coefficients[i].at, s->decoded.rows[size_t(y)] + x, s->decoded.width, s->tables.inverse);
+      });
+    };
+    const Work peer = [=] {
+      s->decoded.forEachBlock([&](size_t i, int y, int x) {
+        theirs(s->tables.inverse, s->coefficients[i].at, &s->decoded.rows[size_t(y)], unsigned(x));
+      });
+    };
+    pair(name + "; " + on, blocks, "Mblock/s", work, theirs ? peer : Work());
   };
   inverse("inverse DCT", qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R, jsimd_idct_islow_avx2);
   inverse("inverse DCT to 4x4", qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, jsimd_idct_4x4_sse2);

@@ -34,8 +34,12 @@ inline V lanes(const Lanes<simd::Lane<V>>& constant) {
 [[gnu::visibility("hidden")]] extern const Lanes<int16_t> kTan3Less1;  // tan(3 pi/16) - 1
 [[gnu::visibility("hidden")]] extern const Lanes<int16_t> kCos4Less1;  // cos(4 pi/16) - 1
 [[gnu::visibility("hidden")]] extern const Lanes<int16_t> kHalfCos4;   // cos(4 pi/16) / 2
-[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kOddOne;     // the lowest bit
-[[gnu::visibility("hidden")]] extern const Lanes<uint8_t> kTopBits;    // of bytes
+[[gnu::visibility("hidden")]] extern const Lanes<int16_t>
+    kTan1331;  // of lanes in fours: kTan1, kTan3Less1, and back
+[[gnu::visibility("hidden")]] extern const Lanes<int16_t>
+    kMiddleLanes;  // of lanes in fours: all bits of the middle two
+[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kOddOne;   // the lowest bit
+[[gnu::visibility("hidden")]] extern const Lanes<uint8_t> kTopBits;  // of bytes
 
 // c(k) c(i) in 14 fraction bits, by k as the row's set and i.
 inline constexpr int16_t kWeights[4][8] = {

@@ -252,7 +252,10 @@ TEST(Dct, ChecksInOrder) {
   };
   forward(qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R, bytes, block, table);
   forward(qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R, words, block, multipliers);
-  inverse(qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R, block, bytes, table);
+  for (const auto f : {qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R, qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R,
+                       qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R,
+                       qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R})
+    inverse(f, block, bytes, table);
   inverse(qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R, block, words, multipliers);
   for (const auto f : {qeliDCTQuantFwd8x8_JPEG_16s_C1, qeliDCTQuantInv8x8_JPEG_16s_C1}) {
     EXPECT_EQ(qelStatusNullPointer, f(nullptr, block, table));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <vector>
 
 namespace qelj::test::model {
 
@@ -69,6 +70,16 @@ inline Block forward(const Block& in, const Table& table) {
   return out;
 }
 
+struct Odd {
+  int e0, e1, e2, e3;
+};
+inline Odd odd(const int (&y)[8]) {
+  const int a = sat(sat(hi(y[5], -21746) + y[5]) + y[3]), b = sat(y[5] - sat(hi(y[3], -21746) + y[3]));
+  const int p = sat(y[1] + hi(y[7], 13036)), q = sat(hi(y[1], 13036) - y[7]);
+  return {sat(p + a), sat(p - a), sat(q + b), sat(q - b)};
+}
+inline int cos4(int v) { return sat(hi(v, -19195) + v); }
+
 inline Block inverse(const Block& in, const Table& table) {
   constexpr int kRound[8] = {65536, 2901, 2260, 1704, 1024, 455, 512, 373};
   int rows[8][8];
@@ -94,11 +105,9 @@ inline Block inverse(const Block& in, const Table& table) {
   for (size_t x = 0; x < 8; ++x) {
     int y[8];
     for (size_t k = 0; k < 8; ++k) y[k] = rows[k][x];
-    const int a = sat(sat(hi(y[5], -21746) + y[5]) + y[3]), b = sat(y[5] - sat(hi(y[3], -21746) + y[3]));
-    const int p = sat(y[1] + hi(y[7], 13036)), q = sat(hi(y[1], 13036) - y[7]);
-    const int e0 = sat(p + a), e1 = sat(p - a), e2 = sat(q + b), e3 = sat(q - b);
+    const auto [e0, e1, e2, e3] = odd(y);
     const int g0 = sat(y[2] + hi(y[6], 27146)), g1 = sat(hi(y[2], 27146) - y[6]);
-    const int m = sat(e1 - e3), n = sat(e1 + e3), h0 = sat(hi(m, -19195) + m), h1 = sat(hi(n, -19195) + n);
+    const int h0 = cos4(sat(e1 - e3)), h1 = cos4(sat(e1 + e3));
     const int s0 = sat(y[0] + y[4]), s1 = sat(y[0] - y[4]);
     const int f[4] = {sat(s0 + g0), sat(s1 + g1), sat(s1 - g1), sat(s0 - g0)}, t[4] = {e0, h1, h0, e2};
     for (size_t k = 0; k < 4; ++k) {
@@ -107,6 +116,51 @@ inline Block inverse(const Block& in, const Table& table) {
     }
   }
   return out;
+}
+
+// The weights of row sets, by sample of the left half and coefficient.
+constexpr int kToTwo[4][1][8] = {{{16384, 14846, 0, -5213, 0, 3483, 0, -2953}},
+                                 {{22725, 20592, 0, -7231, 0, 4832, 0, -4096}},
+                                 {},
+                                 {{19266, 17457, 0, -6130, 0, 4096, 0, -3472}}};
+constexpr int kToFour[4][2][8] = {{{16384, 20995, 15137, 7373, 0, -4926, -6270, -4176},
+                                   {16384, 8697, -15137, -17799, 0, 11893, 6270, -1730}},
+                                  {{22725, 29121, 20995, 10226, 0, -6833, -8697, -5793},
+                                   {22725, 12063, -20995, -24688, 0, 16496, 8697, -2399}},
+                                  {{21407, 27432, 19777, 9633, 0, -6436, -8192, -5457},
+                                   {21407, 11363, -19777, -23256, 0, 15539, 8192, -2260}},
+                                  {{19266, 24688, 17799, 8669, 0, -5793, -7373, -4911},
+                                   {19266, 10226, -17799, -20929, 0, 13985, 7373, -2034}}};
+
+inline std::vector<uint8_t> reduced(const Block& in, const Table& table, size_t size) {
+  constexpr int kRound[2][8] = {{67072, 5802, 0, 3408, 0, 910, 0, 746},
+                                {66560, 5802, 4520, 3408, 0, 910, 1024, 746}};
+  int rows[8][4];
+  for (size_t k = 0; k < 8; ++k)
+    for (size_t n = 0; n < size; ++n) {
+      const size_t set = k < 4 ? k : 8 - k, mirrored = std::min(n, size - 1 - n);
+      int64_t sum = kRound[size / 4][k];
+      for (size_t u = 0; u < 8 && k != 4; ++u) {
+        const int w = size == 2 ? kToTwo[set][mirrored][u] : kToFour[set][mirrored][u];
+        sum += (u % 2 && n != mirrored ? -w : w) * int64_t(low16(int64_t(in[8 * k + u]) * table[8 * k + u]));
+      }
+      rows[k][n] = sat(low32(sum) >> 12);
+    }
+  std::vector<uint8_t> samples(size * size);
+  for (size_t x = 0; x < size; ++x) {
+    int y[8];
+    for (size_t k = 0; k < 8; ++k) y[k] = rows[k][x];
+    const auto [e0, e1, e2, e3] = odd(y);
+    const int z2 = sat(2 * y[0]), z4 = sat(2 * z2), h = cos4(e1), d = sat(sat(e2 + e0) + sat(h + h));
+    const int g = sat(sat(y[2] + hi(y[6], 27146)) + sat(hi(y[2], 27146) - y[6])), a = sat(z2 + g),
+              b = sat(z2 - g);
+    const int c = sat(e0 + cos4(sat(e1 + e3))), f = sat(e2 + cos4(sat(e1 - e3)));
+    const int two[2] = {sat(z4 + d) >> 7, sat(z4 - d) >> 7};
+    const int four[4] = {sat(a + c) >> 6, sat(b + f) >> 6, sat(b - f) >> 6, sat(a - c) >> 6};
+    for (size_t k = 0; k < size; ++k)
+      samples[k * size + x] = uint8_t(std::clamp((size == 2 ? two[k] : four[k]) + 128, 0, 255));
+  }
+  return samples;
 }
 
 }  // namespace qelj::test::model
