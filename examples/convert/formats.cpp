@@ -7,7 +7,7 @@
 
 namespace qelconv {
 
-extern const Format kPnm, kPfm, kPng, kJpeg, kJpegXr, kTiff, kDds;
+extern const Format kPnm, kPfm, kPng, kJpeg, kJpeg2000, kJp2, kJpegXr, kTiff, kDds;
 
 const std::vector<const Format*>& formats() {
   static const std::vector<const Format*> all = {
@@ -15,6 +15,8 @@ const std::vector<const Format*>& formats() {
       &kPfm,
       &kPng,
       &kJpeg,
+      &kJpeg2000,
+      &kJp2,
       &kJpegXr,
       &kTiff,
       &kDds,

@@ -1,0 +1,184 @@
+// The JPEG 2000 formats: options, codestream and JP2 files.
+#include "jpeg2000.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <ostream>
+#include <sstream>
+
+namespace qelconv {
+namespace {
+
+using namespace jpeg2000;
+
+bool recognisesCodestream(Bytes file) {
+  return file.size() > 4 && file[0] == 0xFF && file[1] == 0x4F && file[2] == 0xFF && file[3] == 0x51;
+}
+
+Image read(Bytes file, const Options&, Stages& stages) {
+  const Codestream stream = stages.time("markers", [&] { return parse(file); });
+  return decodeTiles(stream, stages);
+}
+
+std::vector<double> listOfNumbers(const Options& options, const char* name) {
+  std::vector<double> numbers;
+  std::istringstream words(options.text(name));
+  for (std::string word; std::getline(words, word, ',');) {
+    char* end = nullptr;
+    const double number = std::strtod(word.c_str(), &end);
+    if (word.empty() || *end || !(number > 0))
+      throw Error(std::string("--") + name + " takes positive numbers, not \"" + word + "\"");
+    if (!numbers.empty() && number <= numbers.back())
+      throw Error(std::string("--") + name + " takes numbers in rising order");
+    numbers.push_back(number);
+  }
+  return numbers;
+}
+
+// "WxH", as in a tile or code-block size.
+std::pair<int, int> sizeOption(const Options& options, const char* name, int fallback) {
+  if (!options.has(name)) return {fallback, fallback};
+  int w = 0, h = 0;
+  char x = 0;
+  std::istringstream text(options.text(name));
+  if (!(text >> w >> x >> h) || x != 'x' || !text.eof() || w < 1 || h < 1)
+    throw Error(std::string("--") + name + " takes a size such as 64x64");
+  return {w, h};
+}
+
+int styleOption(const Options& options) {
+  constexpr std::pair<const char*, int> kStyles[] = {{"bypass", kBypass},
+                                                     {"reset", kReset},
+                                                     {"terminate", kTerminate},
+                                                     {"causal", kCausal},
+                                                     {"segment", kSegmentSymbols}};
+  int style = 0;
+  std::istringstream words(options.text("style"));
+  for (std::string word; std::getline(words, word, ',');) {
+    const auto found =
+        std::find_if(std::begin(kStyles), std::end(kStyles), [&](auto& s) { return word == s.first; });
+    if (found == std::end(kStyles))
+      throw Error("--style takes bypass, reset, terminate, causal and segment, not \"" + word + "\"");
+    style |= found->second;
+  }
+  return style;
+}
+
+// Step sizes at which a quantiser's error costs as much in every band.
+std::vector<Step> stepsFor(const Coding& coding, int bits) {
+  std::vector<Step> steps;
+  for (int band = 0; band <= 3 * coding.levels; ++band) {
+    const int resolution = (band + 2) / 3, kind = band ? (band - 1) % 3 + 1 : 0;
+    const int range = bits + (kind == 0 ? 0 : kind == 3 ? 2 : 1);
+    if (coding.reversible) {
+      steps.push_back({range, 0});
+      continue;
+    }
+    const double step = 1 / std::sqrt(synthesisGain(false, coding.levels, resolution, kind));
+    int power = int(std::floor(std::log2(step)));
+    int mantissa = int(std::lround((std::ldexp(step, -power) - 1) * 2048));
+    if (mantissa == 2048) mantissa = 0, ++power;
+    steps.push_back({range - power, mantissa});
+  }
+  return steps;
+}
+
+Parameters makeParameters(const Image& image, const Options& options, const Goal& goal) {
+  Parameters p;
+  p.width = image.width, p.height = image.height;
+  p.colour = image.colour;
+  p.bits.assign(size_t(image.channels()), image.bits);
+  const auto [tileWidth, tileHeight] = sizeOption(options, "tiles", 0);
+  p.tileWidth = tileWidth ? std::min(tileWidth, p.width) : p.width;
+  p.tileHeight = tileHeight ? std::min(tileHeight, p.height) : p.height;
+  if (int64_t(p.tilesWide()) * p.tilesHigh() > 65535) throw Error("--tiles makes more than 65535 tiles");
+  p.progression = Progression(options.choice("order", {"LRCP", "RLCP", "RPCL", "PCRL", "CPRL"}, 0));
+  p.colourTransform = image.channels() >= 3;
+  const int fromGoal = int(std::max(goal.bitsPerPixel.size(), goal.psnr.size()));
+  p.layers = options.integer("layers", std::max(1, fromGoal), std::max(1, fromGoal), 1000);
+
+  Coding coding;
+  coding.levels = options.integer("levels", 5, 0, 32);
+  coding.reversible = !options.has("irreversible");
+  coding.style = styleOption(options);
+  const auto [w, h] = sizeOption(options, "block", 64);
+  const auto isPower = [](int n) { return n >= 4 && n <= 1024 && (n & (n - 1)) == 0; };
+  if (!isPower(w) || !isPower(h) || w * h > 4096)
+    throw Error("--block takes powers of two from 4 to 1024, at most 4096 together");
+  coding.blockWidthLog2 = std::bit_width(unsigned(w)) - 1,
+  coding.blockHeightLog2 = std::bit_width(unsigned(h)) - 1;
+  coding.precincts.fill(0xFF);
+  coding.steps = stepsFor(coding, image.bits);
+  p.coding.assign(p.bits.size(), coding);
+  return p;
+}
+
+std::vector<uint8_t> writeCodestream(const Image& original, const Options& options, Stages& stages,
+                                     Parameters& p) {
+  Image adapted;
+  const Image& image = adapt(original, adapted, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha});
+  Goal goal{listOfNumbers(options, "rate"), listOfNumbers(options, "psnr")};
+  if (!goal.bitsPerPixel.empty() && !goal.psnr.empty())
+    throw Error("--rate and --psnr can't be had together");
+  p = makeParameters(image, options, goal);
+  std::vector<Tile> tiles;
+  encodeTiles(image, p, goal, tiles, stages);
+  return stages.time("packets", [&] {
+    std::vector<uint8_t> out = writeMainHeader(p), packets;
+    for (size_t t = 0; t < tiles.size(); ++t) {
+      packets.clear();
+      writePackets(packets, p, tiles[t], p.layers);
+      writeTile(out, int32_t(t), packets);
+    }
+    out.push_back(0xFF), out.push_back(0xD9);
+    return out;
+  });
+}
+
+std::vector<uint8_t> writePlain(const Image& image, const Options& options, Stages& stages) {
+  Parameters p;
+  return writeCodestream(image, options, stages, p);
+}
+
+std::vector<uint8_t> writeBoxed(const Image& image, const Options& options, Stages& stages) {
+  Parameters p;
+  const auto codestream = writeCodestream(image, options, stages, p);
+  return wrapJp2(p, codestream);
+}
+
+void describe(Bytes file, std::ostream& out) {
+  const Codestream stream = parse(file);
+  const Parameters& p = stream.parameters;
+  const Coding& c = p.coding[0];
+  constexpr const char* kOrders[] = {"LRCP", "RLCP", "RPCL", "PCRL", "CPRL"};
+  out << (isJp2(file) ? "JP2, " : "JPEG 2000 codestream, ") << p.width - p.x0 << " x " << p.height - p.y0
+      << ", " << p.bits.size() << " components of " << p.bits[0] << " bits, "
+      << (c.reversible ? "5/3" : "9/7") << ", " << c.levels << " levels, " << p.layers
+      << (p.layers == 1 ? " layer, " : " layers, ") << p.tilesWide() * p.tilesHigh()
+      << (p.tilesWide() * p.tilesHigh() == 1 ? " tile, " : " tiles, ") << kOrders[int(p.progression)]
+      << ", blocks of " << (1 << c.blockWidthLog2) << " x " << (1 << c.blockHeightLog2)
+      << (p.colourTransform ? ", colour transform" : "") << "\n";
+}
+
+}  // namespace
+
+extern const Format kJpeg2000, kJp2;
+const Format kJpeg2000 = {"JPEG 2000 codestream",
+                          {".j2k", ".j2c"},
+                          {{"irreversible", nullptr, "the 9/7 wavelet; without it the 5/3 one, lossless"},
+                           {"rate", "LIST", "bits per pixel of each layer, rising, such as 0.5,1,2"},
+                           {"psnr", "LIST", "quality of each layer in dB, rising"},
+                           {"layers", "N", "quality layers (1)"},
+                           {"levels", "N", "wavelet levels, 0 to 32 (5)"},
+                           {"tiles", "WxH", "tile size (one tile)"},
+                           {"block", "WxH", "code-block size (64x64)"},
+                           {"style", "LIST", "of bypass, reset, terminate, causal, segment"},
+                           {"order", "NAME", "progression LRCP, RLCP, RPCL, PCRL or CPRL (LRCP)"}},
+                          recognisesCodestream,
+                          read,
+                          writePlain,
+                          describe};
+const Format kJp2 = {"JP2", {".jp2"}, {}, isJp2, read, writeBoxed, describe};
+
+}  // namespace qelconv

@@ -1,0 +1,358 @@
+// Marker segments of codestreams (ISO/IEC 15444-1, Annex A) and the boxes of JP2 files (Annex I).
+#include <algorithm>
+
+#include "jpeg2000.h"
+
+namespace qelconv::jpeg2000 {
+namespace {
+
+enum Marker : uint16_t {
+  SOC = 0xFF4F,
+  SIZ = 0xFF51,
+  COD = 0xFF52,
+  COC = 0xFF53,
+  QCD = 0xFF5C,
+  QCC = 0xFF5D,
+  RGN = 0xFF5E,
+  POC = 0xFF5F,
+  PPM = 0xFF60,
+  PPT = 0xFF61,
+  SOT = 0xFF90,
+  SOD = 0xFF93,
+  EOC = 0xFFD9
+};
+
+constexpr uint32_t box(const char (&name)[5]) {
+  return uint32_t(uint8_t(name[0])) << 24 | uint32_t(uint8_t(name[1])) << 16 |
+         uint32_t(uint8_t(name[2])) << 8 | uint8_t(name[3]);
+}
+
+// --- reading
+// ----------------------------------------------------------------------------------------------------------
+
+class Parser {
+ public:
+  explicit Parser(Bytes bytes) : in_(bytes) {}
+
+  Codestream parse() {
+    if (in_.u16be() != SOC) throw Error("not a JPEG 2000 codestream");
+    while (in_.left() >= 2) {
+      const uint16_t marker = in_.u16be();
+      if (marker == EOC) break;
+      if (marker == SOT) {
+        if (!tilePart()) break;
+        continue;
+      }
+      const int length = in_.u16be();
+      if (marker < 0xFF00 || length < 2) throw Error("a marker segment is damaged");
+      Reader body(in_.take(size_t(length - 2)));
+      segment(marker, body, false);
+    }
+    if (p_.bits.empty()) throw Error("the codestream has no size");
+    if (out_.tileParts.empty()) throw Error("the codestream has no tile");
+    finishCoding();
+    out_.parameters = std::move(p_);
+    return std::move(out_);
+  }
+
+ private:
+  void segment(uint16_t marker, Reader& body, bool inTile) {
+    const bool known = marker == COD || marker == COC || marker == QCD || marker == QCC;
+    if (known && inTile) throw Error("coding parameters of a single tile can't be read");
+    if (known && p_.bits.empty()) throw Error("the codestream does not start with its size");
+    switch (marker) {
+      case SIZ:
+        size(body);
+        break;
+      case COD: {
+        const int scod = body.u8();
+        p_.sop = scod & 2, p_.eph = scod & 4;
+        const int order = body.u8();
+        if (order > 4) throw Error("an unknown progression order");
+        p_.progression = Progression(order);
+        p_.layers = body.u16be();
+        if (p_.layers < 1) throw Error("the codestream has no layer");
+        p_.colourTransform = body.u8();
+        for (size_t c = 0; c < p_.bits.size(); ++c)
+          if (!hasOwnCoding_[c]) {
+            Reader copy = body;
+            coding(copy, scod & 1, p_.coding[c]);
+          }
+        hasCoding_ = true;
+        break;
+      }
+      case COC: {
+        const size_t c = componentIndex(body);
+        const int flags = body.u8();
+        coding(body, flags & 1, p_.coding[c]);
+        hasOwnCoding_[c] = true;
+        break;
+      }
+      case QCD:
+        for (size_t c = 0; c < p_.bits.size(); ++c)
+          if (!hasOwnSteps_[c]) {
+            Reader copy = body;
+            quantisation(copy, p_.coding[c]);
+          }
+        hasSteps_ = true;
+        break;
+      case QCC: {
+        const size_t c = componentIndex(body);
+        quantisation(body, p_.coding[c]);
+        hasOwnSteps_[c] = true;
+        break;
+      }
+      case RGN:
+        throw Error("regions of interest can't be read");
+      case POC:
+        throw Error("changes of the progression order can't be read");
+      case PPM:
+      case PPT:
+        throw Error("packed packet headers can't be read");
+      default:
+        break;  // comments and lengths
+    }
+  }
+
+  void size(Reader& body) {
+    if (!p_.bits.empty()) throw Error("the codestream has two sizes");
+    body.skip(2);
+    uint32_t fields[8];
+    for (uint32_t& f : fields) {
+      f = body.u32be();
+      if (f > INT32_MAX) throw Error("the picture is too large");
+    }
+    const auto at = [&](int i) { return int32_t(fields[i]); };
+    p_.width = at(0), p_.height = at(1), p_.x0 = at(2), p_.y0 = at(3);
+    p_.tileWidth = at(4), p_.tileHeight = at(5), p_.tileX0 = at(6), p_.tileY0 = at(7);
+    const int count = body.u16be();
+    if (count < 1 || count > 4)
+      throw Error("pictures of " + std::to_string(count) + " components can't be read");
+    checkDimensions(int64_t(p_.width) - p_.x0, int64_t(p_.height) - p_.y0, count);
+    const bool good = p_.tileWidth > 0 && p_.tileHeight > 0 && p_.tileX0 <= p_.x0 && p_.tileY0 <= p_.y0 &&
+                      int64_t(p_.tileX0) + p_.tileWidth > p_.x0 && int64_t(p_.tileY0) + p_.tileHeight > p_.y0;
+    if (!good) throw Error("the tile grid is impossible");
+    if (int64_t(p_.tilesWide()) * p_.tilesHigh() > 65535) throw Error("the file has too many tiles");
+    for (int c = 0; c < count; ++c) {
+      const int depth = body.u8(), dx = body.u8(), dy = body.u8();
+      if (depth & 0x80) throw Error("signed samples can't be read");
+      if (depth + 1 > 16) throw Error("samples of more than 16 bits can't be read");
+      if (dx != 1 || dy != 1) throw Error("subsampled components can't be read");
+      p_.bits.push_back(depth + 1);
+      if (p_.bits[0] != p_.bits.back()) throw Error("components of different depths can't be read");
+    }
+    p_.coding.resize(size_t(count));
+    hasOwnCoding_.assign(size_t(count), false), hasOwnSteps_ = hasOwnCoding_;
+  }
+
+  size_t componentIndex(Reader& body) {
+    const size_t c = body.u8();
+    if (c >= p_.bits.size()) throw Error("parameters of a component that is not there");
+    return c;
+  }
+
+  static void coding(Reader& body, bool precincts, Coding& c) {
+    c.levels = body.u8();
+    c.blockWidthLog2 = (body.u8() & 15) + 2, c.blockHeightLog2 = (body.u8() & 15) + 2;
+    c.style = body.u8();
+    const int transform = body.u8();
+    if (c.levels > 32 || c.blockWidthLog2 > 10 || c.blockHeightLog2 > 10 ||
+        c.blockWidthLog2 + c.blockHeightLog2 > 12)
+      throw Error("the coding parameters are impossible");
+    if (c.style & 0xC0) throw Error("high-throughput block coding can't be read");
+    if (transform > 1) throw Error("an unknown wavelet");
+    c.reversible = transform == 1;
+    for (int r = 0; r <= c.levels; ++r) c.precincts[size_t(r)] = precincts ? body.u8() : 0xFF;
+  }
+
+  static void quantisation(Reader& body, Coding& c) {
+    const int style = body.u8();
+    c.guardBits = style >> 5;
+    c.steps.clear();
+    if ((style & 31) > 2) throw Error("an unknown quantisation");
+    while (body.left()) {
+      if ((style & 31) == 0) {
+        c.steps.push_back({body.u8() >> 3, 0});
+      } else {
+        const int word = body.u16be();
+        c.steps.push_back({word >> 11, word & 2047});
+      }
+    }
+    if ((style & 31) == 1 && c.steps.size() > 1) c.steps.resize(1);
+  }
+
+  // The rest of a tile-part behind its SOT marker; false where the file ends inside it.
+  bool tilePart() {
+    const size_t start = in_.position() - 2;
+    if (in_.u16be() != 10) throw Error("a tile-part header is damaged");
+    const int32_t tile = in_.u16be();
+    const uint32_t length = in_.u32be();
+    in_.skip(2);
+    if (p_.bits.empty() || tile >= p_.tilesWide() * p_.tilesHigh())
+      throw Error("a tile-part header is damaged");
+    for (uint16_t marker; (marker = in_.u16be()) != SOD;) {
+      const int bytes = in_.u16be();
+      if (bytes < 2) throw Error("a marker segment is damaged");
+      Reader body(in_.take(size_t(bytes - 2)));
+      segment(marker, body, true);
+    }
+    const size_t header = in_.position() - start;
+    if (length && length < header) throw Error("a tile-part header is damaged");
+    // A length of 0 means up to the end; a file that is cut short gives what it has.
+    const size_t left = in_.left(), wanted = length ? length - header : left;
+    out_.tileParts.push_back(in_.take(std::min(wanted, left)));
+    out_.tileOfPart.push_back(tile);
+    return wanted <= left;
+  }
+
+  void finishCoding() {
+    if (!hasCoding_ || !hasSteps_) throw Error("the codestream has no coding parameters");
+    for (const Coding& c : p_.coding)
+      if (c.steps.size() != 1 && c.steps.size() < size_t(3 * c.levels + 1))
+        throw Error("quantisation steps are missing");
+    for (const Coding& c : p_.coding)
+      if (c.steps.size() == 1 && c.reversible && c.levels > 0) throw Error("quantisation steps are missing");
+    if (p_.colourTransform) {
+      if (p_.bits.size() < 3) throw Error("a colour transform of fewer than three components");
+      for (int c = 1; c < 3; ++c)
+        if (p_.coding[size_t(c)].reversible != p_.coding[0].reversible)
+          throw Error("a colour transform over different wavelets");
+    }
+    constexpr Colour kByCount[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
+    p_.colour = kByCount[p_.bits.size() - 1];
+  }
+
+  Reader in_;
+  Parameters p_;
+  Codestream out_;
+  bool hasCoding_ = false, hasSteps_ = false;
+  std::vector<bool> hasOwnCoding_, hasOwnSteps_;
+};
+
+// The codestream of a JP2 file, and what its header says of colour.
+Bytes unwrapJp2(Bytes file) {
+  Reader in(file);
+  while (in.left() >= 8) {
+    const size_t start = in.position();
+    uint64_t length = in.u32be();
+    const uint32_t type = in.u32be();
+    if (length == 1) length = in.u64be();
+    const size_t header = in.position() - start;
+    if (length && length < header) throw Error("a box has an impossible length");
+    // The codestream of a file that was cut short is still worth reading.
+    const uint64_t body = length ? length - header : in.left();
+    if (type == box("jp2c")) return in.take(size_t(std::min<uint64_t>(body, in.left())));
+    if (type == box("jp2h")) {
+      Reader boxes(in.take(size_t(std::min<uint64_t>(body, in.left()))));
+      while (boxes.left() >= 8) {
+        const uint32_t n = boxes.u32be(), kind = boxes.u32be();
+        if (kind == box("pclr")) throw Error("palettes can't be read");
+        if (n < 8) break;
+        boxes.skip(std::min<size_t>(n - 8, boxes.left()));
+      }
+      continue;
+    }
+    in.skip(size_t(std::min<uint64_t>(body, in.left())));
+  }
+  throw Error("the file has no codestream");
+}
+
+// --- writing
+// ----------------------------------------------------------------------------------------------------------
+
+void endSegment(Writer& out, size_t start) {
+  const size_t length = out.bytes.size() - start;
+  out.bytes[start] = uint8_t(length >> 8), out.bytes[start + 1] = uint8_t(length);
+}
+
+template <class Body>
+void segment(Writer& out, Marker marker, Body&& body) {
+  out.u16be(marker);
+  const size_t start = out.bytes.size();
+  out.u16be(0);
+  body();
+  endSegment(out, start);
+}
+
+template <class Body>
+void putBox(Writer& out, const char (&name)[5], Body&& body) {
+  const size_t start = out.bytes.size();
+  out.u32be(0), out.u32be(box(name));
+  body();
+  const size_t length = out.bytes.size() - start;
+  for (size_t i = 0; i < 4; ++i) out.bytes[start + i] = uint8_t(length >> (24 - 8 * i));
+}
+
+}  // namespace
+
+bool isJp2(Bytes file) {
+  return file.size() >= 12 && std::equal(file.begin(), file.begin() + 8, "\0\0\0\x0CjP  ");
+}
+
+Codestream parse(Bytes file) { return Parser(isJp2(file) ? unwrapJp2(file) : file).parse(); }
+
+std::vector<uint8_t> writeMainHeader(const Parameters& p) {
+  Writer out;
+  const Coding& c = p.coding[0];
+  out.u16be(SOC);
+  segment(out, SIZ, [&] {
+    out.u16be(0);
+    for (const int32_t v : {p.width, p.height, p.x0, p.y0, p.tileWidth, p.tileHeight, p.tileX0, p.tileY0})
+      out.u32be(uint32_t(v));
+    out.u16be(unsigned(p.bits.size()));
+    for (const int bits : p.bits) out.u8(unsigned(bits - 1)), out.u8(1), out.u8(1);
+  });
+  segment(out, COD, [&] {
+    out.u8(0);
+    out.u8(unsigned(p.progression)), out.u16be(unsigned(p.layers)), out.u8(p.colourTransform);
+    out.u8(unsigned(c.levels)), out.u8(unsigned(c.blockWidthLog2 - 2)),
+        out.u8(unsigned(c.blockHeightLog2 - 2));
+    out.u8(unsigned(c.style)), out.u8(c.reversible);
+  });
+  segment(out, QCD, [&] {
+    out.u8(unsigned(c.guardBits << 5 | (c.reversible ? 0 : 2)));
+    for (const Step& s : c.steps)
+      if (c.reversible)
+        out.u8(unsigned(s.exponent << 3));
+      else
+        out.u16be(unsigned(s.exponent << 11 | s.mantissa));
+  });
+  return std::move(out.bytes);
+}
+
+void writeTile(std::vector<uint8_t>& bytes, int32_t index, Bytes packets) {
+  Writer out;
+  out.u16be(SOT), out.u16be(10), out.u16be(unsigned(index));
+  out.u32be(uint32_t(packets.size() + 14)), out.u8(0), out.u8(1), out.u16be(SOD);
+  bytes.insert(bytes.end(), out.bytes.begin(), out.bytes.end());
+  bytes.insert(bytes.end(), packets.begin(), packets.end());
+}
+
+std::vector<uint8_t> wrapJp2(const Parameters& p, Bytes codestream) {
+  Writer out;
+  const bool grey = p.colour == Colour::grey || p.colour == Colour::greyAlpha;
+  const bool alpha = p.colour == Colour::greyAlpha || p.colour == Colour::rgba;
+  putBox(out, "jP  ", [&] { out.u32be(0x0D0A870A); });
+  putBox(out, "ftyp", [&] { out.u32be(box("jp2 ")), out.u32be(0), out.u32be(box("jp2 ")); });
+  putBox(out, "jp2h", [&] {
+    putBox(out, "ihdr", [&] {
+      out.u32be(uint32_t(p.height - p.y0)), out.u32be(uint32_t(p.width - p.x0)),
+          out.u16be(unsigned(p.bits.size()));
+      out.u8(unsigned(p.bits[0] - 1)), out.u8(7), out.u8(0), out.u8(0);
+    });
+    putBox(out, "colr", [&] { out.u8(1), out.u8(0), out.u8(0), out.u32be(grey ? 17 : 16); });
+    if (alpha)
+      putBox(out, "cdef", [&] {
+        const unsigned channels = unsigned(p.bits.size());
+        out.u16be(channels);
+        for (unsigned i = 0; i < channels; ++i) {
+          const bool isAlpha = i + 1 == channels;  // opacity of the whole picture
+          out.u16be(i), out.u16be(isAlpha), out.u16be(isAlpha ? 0 : i + 1);
+        }
+      });
+  });
+  putBox(out, "jp2c", [&] { out.put(codestream); });
+  return std::move(out.bytes);
+}
+
+}  // namespace qelconv::jpeg2000

@@ -1,0 +1,315 @@
+// Packet headers and bodies (ISO/IEC 15444-1, B.9 and B.10).
+#include <algorithm>
+#include <bit>
+
+#include "jpeg2000.h"
+
+namespace qelconv::jpeg2000 {
+
+// Bits of a packet header, most significant first; behind a byte 0xFF only seven follow.
+class BitWriter {
+ public:
+  explicit BitWriter(std::vector<uint8_t>& out) : out_(out) {}
+  void bit(int b) {
+    if (left_ == 0) next();
+    value_ |= unsigned(b) << --left_;
+  }
+  void bits(unsigned value, int count) {
+    while (count-- > 0) bit(int(value >> count & 1));
+  }
+  void finish() {
+    next();
+    if (out_.back() == 0xFF) out_.push_back(0);
+  }
+
+ private:
+  void next() {
+    out_.push_back(uint8_t(value_));
+    left_ = value_ == 0xFF ? 7 : 8;
+    value_ = 0;
+  }
+  std::vector<uint8_t>& out_;
+  unsigned value_ = 0;
+  int left_ = 8;
+};
+
+class BitReader {
+ public:
+  explicit BitReader(Reader& in) : in_(in) {}
+  int bit() {
+    if (left_ == 0) {
+      left_ = value_ == 0xFF ? 7 : 8;
+      value_ = in_.u8();
+    }
+    return value_ >> --left_ & 1;
+  }
+  unsigned bits(int count) {
+    unsigned value = 0;
+    while (count-- > 0) value = value << 1 | unsigned(bit());
+    return value;
+  }
+  void finish() {
+    if (value_ == 0xFF) in_.skip(1);
+    value_ = left_ = 0;
+  }
+
+ private:
+  Reader& in_;
+  int value_ = 0, left_ = 0;
+};
+
+// --- tag trees (B.10.2)
+// -----------------------------------------------------------------------------------------------
+
+TagTree::TagTree(int32_t width, int32_t height) : leaves_(width * height) {
+  int32_t first = 0;
+  while (width * height > 0) {
+    const bool root = width * height == 1;
+    const int32_t next = first + width * height, nextWidth = (width + 1) / 2;
+    for (int32_t y = 0; y < height; ++y)
+      for (int32_t x = 0; x < width; ++x) {
+        nodes_.emplace_back();
+        nodes_.back().parent = root ? -1 : next + y / 2 * nextWidth + x / 2;
+      }
+    if (root) break;
+    first = next, width = nextWidth, height = (height + 1) / 2;
+  }
+}
+
+void TagTree::set(int32_t leaf, int value) { nodes_[size_t(leaf)].value = value; }
+
+void TagTree::propagate() {
+  for (size_t i = size_t(leaves_); i < nodes_.size(); ++i) nodes_[i].value = 1 << 20;
+  for (const Node& node : nodes_)
+    if (node.parent >= 0)
+      nodes_[size_t(node.parent)].value = std::min(nodes_[size_t(node.parent)].value, node.value);
+}
+
+void TagTree::reset() {
+  for (Node& node : nodes_) node.low = 0, node.known = false;
+}
+
+template <class Visit>
+void TagTree::fromRoot(int32_t leaf, Visit&& visit) {
+  int32_t path[32];  // a tree halves its sides at every level
+  int depth = 0;
+  for (int32_t i = leaf; i >= 0; i = nodes_[size_t(i)].parent) path[depth++] = i;
+  while (depth > 0) visit(nodes_[size_t(path[--depth])]);
+}
+
+void TagTree::encode(BitWriter& out, int32_t leaf, int threshold) {
+  int low = 0;
+  fromRoot(leaf, [&](Node& node) {
+    low = std::max(low, node.low);
+    while (low < threshold && low < node.value) out.bit(0), ++low;
+    if (low < threshold && !node.known) out.bit(1), node.known = true;
+    node.low = low;
+  });
+}
+
+bool TagTree::decode(BitReader& in, int32_t leaf, int threshold) {
+  int low = 0;
+  fromRoot(leaf, [&](Node& node) {
+    low = std::max(low, node.low);
+    while (low < threshold && !node.known) {
+      if (in.bit())
+        node.known = true, node.value = low;
+      else
+        ++low;
+    }
+    node.low = low;
+  });
+  const Node& node = nodes_[size_t(leaf)];
+  return node.known && node.value < threshold;
+}
+
+namespace {
+
+// --- numbers of passes (Table B.4) and segments
+// -----------------------------------------------------------------------
+
+void putPasses(BitWriter& out, int n) {
+  if (n == 1)
+    out.bit(0);
+  else if (n == 2)
+    out.bits(2, 2);
+  else if (n <= 5)
+    out.bits(unsigned(0xC | (n - 3)), 4);
+  else if (n <= 36)
+    out.bits(unsigned(0x1E0 | (n - 6)), 9);
+  else
+    out.bits(unsigned(0xFF80 | (n - 37)), 16);
+}
+
+int takePasses(BitReader& in) {
+  if (!in.bit()) return 1;
+  if (!in.bit()) return 2;
+  unsigned n = in.bits(2);
+  if (n < 3) return int(3 + n);
+  n = in.bits(5);
+  if (n < 31) return int(6 + n);
+  return int(37 + in.bits(7));
+}
+
+int floorLog2(int n) { return std::bit_width(unsigned(n)) - 1; }
+
+// The pieces that a block's new passes from..to-1 form: each ends at a termination or at the last pass.
+struct Piece {
+  int passes;
+  int32_t length;
+};
+std::vector<Piece> piecesOf(const Block& b, int from, int to) {
+  std::vector<Piece> pieces;
+  int32_t start = from ? b.passes[size_t(from - 1)].end : 0;
+  int count = 0;
+  for (int p = from; p < to; ++p) {
+    ++count;
+    const auto& pass = b.passes[size_t(p)];
+    if (p + 1 < to && !pass.terminated) continue;
+    pieces.push_back({count, pass.end - start});
+    start = pass.end, count = 0;
+  }
+  return pieces;
+}
+
+void writePacket(std::vector<uint8_t>& out, Precinct& precinct, int layer) {
+  const auto passesAt = [&](const Block& b) { return b.layerPasses[size_t(layer)]; };
+  BitWriter bits(out);
+  bool any = false;
+  for (const Group& g : precinct.groups)
+    for (const Block& b : g.blocks) any |= passesAt(b) > b.passesSent;
+  bits.bit(any);
+  if (any)
+    for (Group& g : precinct.groups)
+      for (size_t i = 0; i < g.blocks.size(); ++i) {
+        Block& b = g.blocks[i];
+        const int from = b.passesSent, to = passesAt(b);
+        if (b.included)
+          bits.bit(to > from);
+        else
+          g.inclusion.encode(bits, int32_t(i), layer + 1);
+        if (to <= from) continue;
+        if (!b.included) {
+          g.zeroPlanes.encode(bits, int32_t(i), b.zeroPlanes + 1);
+          b.included = true;
+        }
+        putPasses(bits, to - from);
+        const auto pieces = piecesOf(b, from, to);
+        int more = 0;
+        for (const Piece& p : pieces)
+          more =
+              std::max(more, int(std::bit_width(unsigned(p.length))) - (b.lengthBits + floorLog2(p.passes)));
+        for (int k = 0; k < more; ++k) bits.bit(1);
+        bits.bit(0);
+        b.lengthBits += more;
+        for (const Piece& p : pieces) bits.bits(unsigned(p.length), b.lengthBits + floorLog2(p.passes));
+      }
+  bits.finish();
+  for (Group& g : precinct.groups)
+    for (Block& b : g.blocks) {
+      const int from = b.passesSent, to = passesAt(b);
+      if (to <= from) continue;
+      const int32_t start = from ? b.passes[size_t(from - 1)].end : 0, end = b.passes[size_t(to - 1)].end;
+      out.insert(out.end(), b.data.begin() + start, b.data.begin() + end);
+      b.passesSent = to;
+    }
+}
+
+void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& precinct,
+                std::vector<Band>& bands, int layer) {
+  if (parameters.sop && in.left() >= 6) {
+    Reader ahead = in;
+    if (ahead.u16be() == 0xFF91) in.skip(6);
+  }
+  struct Arrival {
+    Block* block;
+    size_t segment;
+    uint32_t length;
+  };
+  std::vector<Arrival> arrivals;
+  BitReader bits(in);
+  if (bits.bit()) {
+    for (Group& g : precinct.groups)
+      for (size_t i = 0; i < g.blocks.size(); ++i) {
+        Block& b = g.blocks[i];
+        const bool here = b.included ? bits.bit() : g.inclusion.decode(bits, int32_t(i), layer + 1);
+        if (!here) continue;
+        if (!b.included) {
+          b.included = true;
+          int planes = 1;
+          while (!g.zeroPlanes.decode(bits, int32_t(i), planes))
+            if (++planes > 80) throw Error("a packet header is damaged");
+          b.zeroPlanes = planes - 1;
+          if (b.zeroPlanes > bands[size_t(g.band)].planes) throw Error("a packet header is damaged");
+        }
+        int left = takePasses(bits);
+        while (bits.bit())
+          if (++b.lengthBits > 31) throw Error("a packet header is damaged");
+        while (left > 0) {
+          if (b.segments.empty() || b.segments.back().passes == b.segments.back().maxPasses)
+            b.segments.push_back({0, passesOfSegment(style, b.segments.size()), 0});
+          Segment& s = b.segments.back();
+          const int now = std::min(left, s.maxPasses - s.passes);
+          const int width = b.lengthBits + floorLog2(now);
+          if (width > 31) throw Error("a packet header is damaged");
+          arrivals.push_back({&b, b.segments.size() - 1, bits.bits(width)});
+          s.passes += now, left -= now;
+        }
+      }
+  }
+  bits.finish();
+  if (parameters.eph && in.left() >= 2) {
+    Reader ahead = in;
+    if (ahead.u16be() == 0xFF92) in.skip(2);
+  }
+  for (const Arrival& a : arrivals) {
+    const Bytes bytes = in.take(a.length);
+    a.block->data.insert(a.block->data.end(), bytes.begin(), bytes.end());
+    a.block->segments[a.segment].length += int32_t(a.length);
+  }
+}
+
+}  // namespace
+
+int passesOfSegment(int style, size_t segment) {
+  if (style & kTerminate) return 1;
+  if (!(style & kBypass)) return 1 << 20;
+  // The first four planes, then raw pairs and cleanups by turns.
+  return segment == 0 ? 10 : segment % 2 ? 2 : 1;
+}
+
+void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile& tile, int layers) {
+  for (TileComponent& c : tile.components)
+    for (Resolution& r : c.resolutions)
+      for (Precinct& p : r.precincts)
+        for (Group& g : p.groups) {
+          g.inclusion.reset(), g.zeroPlanes.reset();
+          for (size_t i = 0; i < g.blocks.size(); ++i) {
+            Block& b = g.blocks[i];
+            b.included = false, b.passesSent = 0, b.lengthBits = 3;
+            int first = 0;
+            while (first < parameters.layers && b.layerPasses[size_t(first)] == 0) ++first;
+            g.inclusion.set(int32_t(i), first), g.zeroPlanes.set(int32_t(i), b.zeroPlanes);
+          }
+          g.inclusion.propagate(), g.zeroPlanes.propagate();
+        }
+  for (const PacketPlace& at : packetOrder(parameters, tile))
+    if (at.layer < layers)
+      writePacket(out,
+                  tile.components[size_t(at.component)]
+                      .resolutions[size_t(at.resolution)]
+                      .precincts[size_t(at.precinct)],
+                  at.layer);
+}
+
+void readPackets(const Parameters& parameters, Tile& tile) {
+  Reader in(tile.coded);
+  for (const PacketPlace& at : packetOrder(parameters, tile)) {
+    if (!in.left()) return;
+    auto& res = tile.components[size_t(at.component)].resolutions[size_t(at.resolution)];
+    readPacket(in, parameters, parameters.coding[size_t(at.component)].style,
+               res.precincts[size_t(at.precinct)], res.bands, at.layer);
+  }
+}
+
+}  // namespace qelconv::jpeg2000
