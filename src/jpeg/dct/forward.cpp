@@ -56,7 +56,8 @@ inline int16_t ownQuantise(int16_t x, uint16_t t) {
   return clampI16((p + 16383 + (p >> 15 & 1)) >> 15);
 }
 
-[[maybe_unused]] void ownForwardRow(const Sat16<int16_t> (&x)[8], int k, int16_t* dst, const uint16_t* table) {
+[[maybe_unused]] void ownForwardRow(const Sat16<int16_t> (&x)[8], int k, int16_t* dst,
+                                    const uint16_t* table) {
   for (int u = 0; u < 8; ++u) {
     uint32_t sum = kRound;
     for (int n = 0; n < 4; ++n) {

@@ -46,9 +46,8 @@ QelStatus ownqelsDivCRev_16u_omp(uint16_t* divisors, int32_t count) {
   return sharesWithZero ? qelStatusZeroDivisorWarning : qelStatusOk;
 }
 
-// --- blocks
-// -------------------------------------------------------------------------------------------------- Each
-// operation stands twice: on one coefficient, and on a vector of them.
+// --- blocks ------------------------------------------------------------------------------------------------
+// Each operation stands twice: on one coefficient, and on a vector of them.
 
 struct Quantise {
   // Three fraction bits more on x and one fewer on t leave x * t / 2^15 with one fraction bit in the high

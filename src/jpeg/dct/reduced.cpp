@@ -49,10 +49,10 @@ void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
   }
 }
 
-// --- fewer samples: along the rows
-// ----------------------------------------------------------------------------------- A weight is the mean of
-// the whole transform's weights over the samples that one sample stands for. They stand by row set, sample of
-// the left half, and coefficient; the mirrored sample has the opposite sign for odd coefficients.
+// --- fewer samples: along the rows -------------------------------------------------------------------------
+// A weight is the mean of the whole transform's weights over the samples that one sample stands for. They
+// stand by row set, sample of the left half, and coefficient; the mirrored sample has the opposite sign for
+// odd coefficients.
 
 constexpr int kReducedShift = 12;
 

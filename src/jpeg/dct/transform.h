@@ -28,18 +28,19 @@ inline V lanes(const Lanes<simd::Lane<V>>& constant) {
   return simd::load<V>(constant.lane);
 }
 
+#pragma GCC visibility push(hidden)
 // High multipliers. Those above 1/2 stand without their 1, which is added behind the multiplication.
-[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kTan1;       // tan(pi/16)
-[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kTan2;       // tan(2 pi/16)
-[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kTan3Less1;  // tan(3 pi/16) - 1
-[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kCos4Less1;  // cos(4 pi/16) - 1
-[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kHalfCos4;   // cos(4 pi/16) / 2
-[[gnu::visibility("hidden")]] extern const Lanes<int16_t>
-    kTan1331;  // of lanes in fours: kTan1, kTan3Less1, and back
-[[gnu::visibility("hidden")]] extern const Lanes<int16_t>
-    kMiddleLanes;  // of lanes in fours: all bits of the middle two
-[[gnu::visibility("hidden")]] extern const Lanes<int16_t> kOddOne;   // the lowest bit
-[[gnu::visibility("hidden")]] extern const Lanes<uint8_t> kTopBits;  // of bytes
+extern const Lanes<int16_t> kTan1;       // tan(pi/16)
+extern const Lanes<int16_t> kTan2;       // tan(2 pi/16)
+extern const Lanes<int16_t> kTan3Less1;  // tan(3 pi/16) - 1
+extern const Lanes<int16_t> kCos4Less1;  // cos(4 pi/16) - 1
+extern const Lanes<int16_t> kHalfCos4;   // cos(4 pi/16) / 2
+extern const Lanes<int16_t> kTan1331;    // in each four lanes: kTan1, kTan3Less1, kTan3Less1, kTan1
+
+extern const Lanes<int16_t> kMiddleLanes;  // in each four lanes: all bits of the middle two
+extern const Lanes<int16_t> kOddOne;       // the lowest bit
+extern const Lanes<uint8_t> kTopBits;
+#pragma GCC visibility pop
 
 // c(k) c(i) in 14 fraction bits, by k as the row's set and i.
 inline constexpr int16_t kWeights[4][8] = {
