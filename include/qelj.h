@@ -1173,11 +1173,11 @@ QELJ_API QelStatus qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* src, int3
  * Null pointers give qelStatusNullPointer; "its kind": qelStatusContextMismatch for memory that holds no state.
  * ------------------------------------------------------------------------------------------------------------ */
 
-typedef struct QelDecodeCBProgrStateJPEG2K QelDecodeCBProgrStateJPEG2K;
+typedef struct QelDecodeStateJPEG2K QelDecodeStateJPEG2K;
 
 QELJ_API QelStatus qeliDecodeCBProgrGetStateSize_JPEG2K(QelSize size, int32_t* stateSize);
 QELJ_API QelStatus qeliDecodeCBProgrInit_JPEG2K(void* state);
-QELJ_API QelStatus qeliDecodeCBProgrInitAlloc_JPEG2K(QelDecodeCBProgrStateJPEG2K** state, QelSize size);
+QELJ_API QelStatus qeliDecodeCBProgrInitAlloc_JPEG2K(QelDecodeStateJPEG2K** state, QelSize size);
 QELJ_API QelStatus qeliDecodeCBProgrFree_JPEG2K(void* state);
 QELJ_API QelStatus qeliDecodeCBProgrAttach_JPEG2K_32s_C1R(int32_t* dst, int32_t dstStep, QelSize size, void* state, int32_t subband,
     int32_t numBitPlanes, int32_t codeStyle);

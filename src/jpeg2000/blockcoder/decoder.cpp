@@ -272,11 +272,11 @@ QelStatus qeliDecodeCBProgrInit_JPEG2K(void* state) {
   return qelStatusOk;
 }
 
-QelStatus qeliDecodeCBProgrInitAlloc_JPEG2K(QelDecodeCBProgrStateJPEG2K** state, QelSize size) {
+QelStatus qeliDecodeCBProgrInitAlloc_JPEG2K(QelDecodeStateJPEG2K** state, QelSize size) {
   if (auto s = check(nonNull(state), area(size)); s) return s;
   const int64_t bytes = ownStateSize(size);
   void* memory = bytes > std::numeric_limits<int32_t>::max() ? nullptr : ownAlloc(int32_t(bytes));
-  *state = static_cast<QelDecodeCBProgrStateJPEG2K*>(memory);
+  *state = static_cast<QelDecodeStateJPEG2K*>(memory);
   if (!memory) return qelStatusNoMemory;
   ownInit(memory);
   return qelStatusOk;

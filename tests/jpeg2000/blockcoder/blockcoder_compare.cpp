@@ -80,7 +80,7 @@ constexpr auto progressive = [](auto*, const Image& image, Random& random, Trace
   c.coded.bytes.push_back(0);
   Guarded dst(random, size_t(c.size.width) * 4, size_t(c.size.height));
   std::vector<uint8_t> memory(stateSize(c.size));
-  QelDecodeCBProgrStateJPEG2K* made = nullptr;
+  QelDecodeStateJPEG2K* made = nullptr;
   void* state = memory.data();
   if (random.chance(50)) {
     trace.status(QELJ_FIND(image, qeliDecodeCBProgrInitAlloc_JPEG2K)(&made, c.size));

@@ -277,7 +277,7 @@ TEST(BlockCoder, HostileSegments) {
 struct ProgressiveState {
   explicit ProgressiveState(QelSize size) { qeliDecodeCBProgrInitAlloc_JPEG2K(&state, size); }
   ~ProgressiveState() { qeliDecodeCBProgrFree_JPEG2K(state); }
-  QelDecodeCBProgrStateJPEG2K* state = nullptr;
+  QelDecodeStateJPEG2K* state = nullptr;
 };
 
 TEST(ProgressiveDecoder, PassByPassEqualsOneCall) {
@@ -453,7 +453,7 @@ TEST(ProgressiveDecoder, Arguments) {
   EXPECT_EQ(qeliDecodeCBProgrGetPassCounter_JPEG2K(state, nullptr), qelStatusNullPointer);
   EXPECT_EQ(qeliDecodeCBProgrGetCurBitPlaneNum_JPEG2K(state, nullptr), qelStatusNullPointer);
   EXPECT_EQ(qeliDecodeCBProgrSetPassCounter_JPEG2K(7, memory.data() + 60), qelStatusContextMismatch);
-  QelDecodeCBProgrStateJPEG2K* made = nullptr;
+  QelDecodeStateJPEG2K* made = nullptr;
   EXPECT_EQ(qeliDecodeCBProgrInitAlloc_JPEG2K(nullptr, {0, 0}), qelStatusNullPointer);
   EXPECT_EQ(qeliDecodeCBProgrInitAlloc_JPEG2K(&made, {0, 1}), qelStatusBadSize);
   EXPECT_EQ(qeliDecodeCBProgrInitAlloc_JPEG2K(&made, {1 << 30, 1 << 30}), qelStatusNoMemory);
