@@ -21,6 +21,9 @@ using Bytes = std::span<const uint8_t>;
 struct Error : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
+struct Truncated : Error {
+  Truncated() : Error("the file is truncated") {}
+};
 // Throws for a negative status of the library: `what` was being done.
 void expectOk(QelStatus status, const char* what);
 
@@ -81,7 +84,7 @@ const Image& adapt(const Image& image, Image& storage, std::initializer_list<Col
 // The picture with samples spread to the full range of 8 or 16 bits, for formats that know no other depth.
 Image wholeBytes(Image image);
 
-// Reads multi-byte fields of a file in memory; throws Error("the file is truncated") past its end.
+// Reads multi-byte fields of a file in memory; throws Truncated past its end.
 class Reader {
  public:
   explicit Reader(Bytes bytes, size_t at = 0) : bytes_(bytes), at_(at) {}
@@ -103,7 +106,7 @@ class Reader {
 
  private:
   void need(size_t n, size_t at) const {
-    if (at > bytes_.size() || n > bytes_.size() - at) throw Error("the file is truncated");
+    if (at > bytes_.size() || n > bytes_.size() - at) throw Truncated();
   }
   uint64_t number(size_t n, bool bigEndian) {
     uint64_t value = 0;

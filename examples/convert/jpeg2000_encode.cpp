@@ -70,30 +70,37 @@ void transformWavelet(const Coding& coding, TileComponent& c) {
 
 class BlockCoder {
  public:
-  explicit BlockCoder(const Coding& coding) {
+  BlockCoder(const Coding& coding, bool measure) : measure_(measure) {
     QelEncodeStateJPEG2K* state = nullptr;
     expectOk(qeliEncodeInitAlloc_JPEG2K(&state, {1 << coding.blockWidthLog2, 1 << coding.blockHeightLog2}),
              "making a block coder");
     state_.reset(state);
   }
 
-  // Codes a block; returns its squared error in the picture when nothing of it is sent.
-  double code(const Coding& coding, const TileComponent& c, const Band& band, double gain,
-              double inverseScale, Block& b) {
+  // Codes a block; returns its squared error in the picture when all of it is sent, if that is asked for.
+  double code(const Coding& coding, int bits, const TileComponent& c, const Band& band, double gain,
+              Block& b) {
     const int32_t w = b.area.width(), h = b.area.height();
     const int32_t* source = &c.data[size_t(b.y) * size_t(c.area.width()) + size_t(b.x)];
     samples_.resize(size_t(w) * size_t(h));
     // Sign and magnitude, the lowest plane of the band at bit 31 - planes, fractions of it below.
-    const double weight = inverseScale * std::ldexp(1 / band.step, 31 - band.planes);
-    double energy = 0;
-    for (int32_t y = 0; y < h; ++y)
-      for (int32_t x = 0; x < w; ++x) {
-        const int32_t v = source[ptrdiff_t(y) * c.area.width() + x];
-        const double magnitude = std::min(std::abs(double(v)) * weight, 2147483647.0);
-        energy += magnitude * magnitude;
-        samples_[size_t(y) * size_t(w) + size_t(x)] =
-            int32_t(uint32_t(magnitude) | (v < 0 ? 0x80000000u : 0u));
-      }
+    const int below = 31 - band.planes;
+    const float weight = float(std::ldexp(1 / band.step, below - fractionBits(bits)));
+    for (int32_t y = 0; y < h; ++y) {
+      const int32_t* from = source + ptrdiff_t(y) * c.area.width();
+      int32_t* to = &samples_[size_t(y) * size_t(w)];
+      if (coding.reversible)
+        for (int32_t x = 0; x < w; ++x) {
+          const uint32_t sign = uint32_t(from[x]) >> 31;
+          to[x] = int32_t(((uint32_t(from[x]) ^ (0 - sign)) + sign) << below | sign << 31);
+        }
+      else
+        for (int32_t x = 0; x < w; ++x) {
+          constexpr float kTop = 2147483520.0f;  // the last one below 2^31
+          const float magnitude = std::abs(float(from[x])) * weight;
+          to[x] = int32_t(magnitude < kTop ? magnitude : kTop) | (from[x] & INT32_MIN);
+        }
+    }
 
     int32_t planes = 0, passes = 0, segments = 0;
     // A lossless end is measured as one.
@@ -106,13 +113,24 @@ class BlockCoder {
     store(b);
     const double unit = band.step * band.step * gain;
     readPasses(coding.style, passes, unit, b);
-    return std::ldexp(energy, -2 * (31 - band.planes)) * unit;
+    return measure_ && !coding.reversible ? remainingError(below) * unit : 0;
   }
 
  private:
   struct Release {
     void operator()(QelEncodeStateJPEG2K* state) const { qeliEncodeFree_JPEG2K(state); }
   };
+
+  // Against the middles of the last intervals, in squares of the lowest plane.
+  double remainingError(int below) const {
+    double sum = 0;
+    for (const int32_t s : samples_) {
+      const double v = std::ldexp(double(s & INT32_MAX), -below);
+      const double e = v < 1 ? v : v - std::floor(v) - 0.5;
+      sum += e * e;
+    }
+    return sum;
+  }
 
   void store(Block& b) {
     b.data.clear();
@@ -178,6 +196,7 @@ class BlockCoder {
     }
   }
 
+  bool measure_;
   std::unique_ptr<QelEncodeStateJPEG2K, Release> state_;
   std::vector<int32_t> samples_;
 };
@@ -196,9 +215,9 @@ double componentGain(const Parameters& p, size_t component) {
 
 class Allocator {
  public:
-  Allocator(const Parameters& p, std::vector<Tile>& tiles, std::vector<Block*> blocks, double totalError,
+  Allocator(const Parameters& p, std::vector<Tile>& tiles, std::vector<Block*> blocks, double remainingError,
             size_t header)
-      : p_(p), tiles_(tiles), blocks_(std::move(blocks)), totalError_(totalError), header_(header) {
+      : p_(p), tiles_(tiles), blocks_(std::move(blocks)), remainingError_(remainingError), header_(header) {
     for (const Block* b : blocks_)
       for (const auto& pass : b->passes)
         if (pass.slope > 0)
@@ -255,16 +274,19 @@ class Allocator {
   }
 
   double errorOf(int layer) const {
-    double error = totalError_;
+    double error = remainingError_;
     for (const Block* b : blocks_)
-      if (const int n = b->layerPasses[size_t(layer)]) error -= b->passes[size_t(n - 1)].reduction;
+      if (!b->passes.empty()) {
+        const int n = b->layerPasses[size_t(layer)];
+        error += b->passes.back().reduction - (n ? b->passes[size_t(n - 1)].reduction : 0);
+      }
     return error;
   }
 
   const Parameters& p_;
   std::vector<Tile>& tiles_;
   std::vector<Block*> blocks_;
-  double totalError_;
+  double remainingError_;
   size_t header_;
   double lowest_ = 1e200, highest_ = 1e-200;
 };
@@ -301,25 +323,23 @@ void encodeTiles(const Image& image, const Parameters& p, const Goal& goal, std:
   const auto jobs = allBlocks(tiles);
   std::vector<Block*> blocks;
   for (const BlockJob& job : jobs) blocks.push_back(job.block);
-  double totalError = 0;
+  double remainingError = 0;
   stages.time("block coding", [&] {
     std::vector<double> errors(jobs.size());
     std::vector<std::unique_ptr<BlockCoder>> coders{size_t(omp_get_max_threads())};
     inParallel(jobs.size(), [&](size_t i) {
       auto& coder = coders[size_t(omp_get_thread_num())];
+      if (!coder) coder = std::make_unique<BlockCoder>(p.coding[0], !goal.psnr.empty());
       const BlockJob& job = jobs[i];
       const Coding& coding = p.coding[job.componentIndex];
-      if (!coder) coder = std::make_unique<BlockCoder>(coding);
-      const double inverseScale = coding.reversible ? 1 : 1.0 / (1 << fractionBits(p.bits[0]));
-      errors[i] =
-          coder->code(coding, *job.component, *job.band,
-                      job.band->gain * componentGain(p, job.componentIndex), inverseScale, *job.block);
+      errors[i] = coder->code(coding, p.bits[0], *job.component, *job.band,
+                              job.band->gain * componentGain(p, job.componentIndex), *job.block);
       job.block->layerPasses.assign(size_t(p.layers), 0);
     });
-    for (const double e : errors) totalError += e;
+    for (const double e : errors) remainingError += e;
   });
   stages.time("rate allocation", [&] {
-    Allocator allocator(p, tiles, blocks, totalError, writeMainHeader(p).size());
+    Allocator allocator(p, tiles, blocks, remainingError, writeMainHeader(p).size());
     Goal g = goal;
     if (p.layers > 1 && g.bitsPerPixel.empty() && g.psnr.empty()) {
       // Each layer doubles the file; the last one has everything.

@@ -215,18 +215,23 @@ void writePacket(std::vector<uint8_t>& out, Precinct& precinct, int layer) {
     }
 }
 
+// What a packet brings to one segment of a block.
+struct Arrival {
+  Block* block;
+  size_t segment;
+  int passes;
+  uint32_t length;
+
+  // Passes without their bytes are as good as not sent.
+  void drop() const { block->segments[segment].passes -= passes; }
+};
+
 void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& precinct,
-                std::vector<Band>& bands, int layer) {
+                std::vector<Band>& bands, int layer, std::vector<Arrival>& arrivals) {
   if (parameters.sop && in.left() >= 6) {
     Reader ahead = in;
     if (ahead.u16be() == 0xFF91) in.skip(6);
   }
-  struct Arrival {
-    Block* block;
-    size_t segment;
-    uint32_t length;
-  };
-  std::vector<Arrival> arrivals;
   BitReader bits(in);
   if (bits.bit()) {
     for (Group& g : precinct.groups)
@@ -252,8 +257,9 @@ void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& p
           const int now = std::min(left, s.maxPasses - s.passes);
           const int width = b.lengthBits + floorLog2(now);
           if (width > 31) throw Error("a packet header is damaged");
-          arrivals.push_back({&b, b.segments.size() - 1, bits.bits(width)});
           s.passes += now, left -= now;
+          arrivals.push_back({&b, b.segments.size() - 1, now, 0});
+          arrivals.back().length = bits.bits(width);
         }
       }
   }
@@ -262,7 +268,9 @@ void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& p
     Reader ahead = in;
     if (ahead.u16be() == 0xFF92) in.skip(2);
   }
-  for (const Arrival& a : arrivals) {
+  std::reverse(arrivals.begin(), arrivals.end());
+  for (; !arrivals.empty(); arrivals.pop_back()) {
+    const Arrival& a = arrivals.back();
     const Bytes bytes = in.take(a.length);
     a.block->data.insert(a.block->data.end(), bytes.begin(), bytes.end());
     a.block->segments[a.segment].length += int32_t(a.length);
@@ -307,8 +315,14 @@ void readPackets(const Parameters& parameters, Tile& tile) {
   for (const PacketPlace& at : packetOrder(parameters, tile)) {
     if (!in.left()) return;
     auto& res = tile.components[size_t(at.component)].resolutions[size_t(at.resolution)];
-    readPacket(in, parameters, parameters.coding[size_t(at.component)].style,
-               res.precincts[size_t(at.precinct)], res.bands, at.layer);
+    std::vector<Arrival> arrivals;
+    try {
+      readPacket(in, parameters, parameters.coding[size_t(at.component)].style,
+                 res.precincts[size_t(at.precinct)], res.bands, at.layer, arrivals);
+    } catch (const Truncated&) {
+      for (const Arrival& a : arrivals) a.drop();
+      return;
+    }
   }
 }
 
