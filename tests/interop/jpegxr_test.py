@@ -1,0 +1,117 @@
+"""JPEG XR both ways with libjxr's command-line programs."""
+import os
+import random
+import unittest
+
+from support import InteropTest, convert, fails, psnr, read_pnm, run, write_pnm
+from support import QELCONV
+
+SIZES = [(1, 1), (5, 7), (16, 16), (17, 33), (250, 131), (271, 16)]
+
+
+class JpegXrTest(InteropTest):
+    def decode_theirs(self, path, channels):
+        target = self.path("theirs.pgm" if channels == 1 else "theirs.ppm")
+        run("JxrDecApp", "-i", path, "-o", target, "-c", 2 if channels == 1 else 9)
+        return read_pnm(target)
+
+    def encode_theirs(self, source, channels, *options):
+        target = self.path("theirs.jxr")
+        run("JxrEncApp", "-i", source, "-o", target, "-l", 0, "-c", 2 if channels == 1 else 9, *options)
+        return target
+
+    def decode_ours(self, path):
+        return read_pnm(convert(path, self.path("ours.pnm")))
+
+    def assert_same(self, a, b):
+        self.assertEqual(a.shape, b.shape)
+        self.assertTrue((a == b).all())
+
+    def sources(self):
+        for channels in (1, 3):
+            for width, height in SIZES:
+                source = self.cut("source.pgm" if channels == 1 else "source.ppm", width, height, channels)
+                with self.subTest(channels=channels, width=width, height=height):
+                    yield source, read_pnm(source), channels
+
+    def test_ours_is_read_by_both_alike(self):
+        for source, array, channels in self.sources():
+            path = convert(source, self.path("mine.jxr"))
+            self.assert_same(array, self.decode_theirs(path, channels))
+            self.assert_same(array, self.decode_ours(path))
+            for options in (["--quality", "95"], ["--quality", "30"], ["--quantizer", "2"], ["--quantizer", "255"]):
+                path = convert(source, self.path("mine.jxr"), *options)
+                self.assert_same(self.decode_theirs(path, channels), self.decode_ours(path))
+
+    def test_theirs_is_read_by_both_alike(self):
+        for source, array, channels in self.sources():
+            for order in ([], ["-f"]):  # frequency mode, spatial mode
+                self.assert_same(array, self.decode_ours(self.encode_theirs(source, channels, *order)))
+                for options in (["-q", 0.9], ["-q", 0.5], ["-q", 3], ["-q", 120], ["-q", 1, "-F", 2], ["-q", 30, "-F", 9],
+                                ["-q", 1, "-s", 1], ["-q", 30, "-s", 2], ["-q", 1, "-s", 3]):
+                    path = self.encode_theirs(source, channels, *order, *options)
+                    self.assert_same(self.decode_theirs(path, channels), self.decode_ours(path))
+
+    # Statistics far from a photograph's drive the adaptation into its corners.
+    def test_noise_and_flat_areas(self):
+        array = read_pnm(self.coffee)[:160, :240].copy()
+        for y in range(0, 160, 16):
+            for x in range(0, 240, 48):
+                kind = random.Random(y * 1000 + x).choice(["flat", "noise", "photo", "edges"])
+                patch = array[y:y + 16, x:x + 48]
+                if kind == "flat":
+                    patch[:] = patch[0, 0]
+                elif kind == "noise":
+                    patch[:] = (patch * 7919 + patch[::-1] * 104729) % 256
+                elif kind == "edges":
+                    patch[:, ::3] = 255 - patch[:, ::3]
+        source = write_pnm(self.path("patches.ppm"), array)
+        for options in (["--quality", "100"], ["--quality", "80"]):
+            path = convert(source, self.path("mine.jxr"), *options)
+            self.assert_same(self.decode_theirs(path, 3), self.decode_ours(path))
+        for options in (["-q", 1], ["-q", 12], ["-q", 1, "-f"]):
+            path = self.encode_theirs(source, 3, *options)
+            self.assert_same(self.decode_theirs(path, 3), self.decode_ours(path))
+
+    def test_quality_pays(self):
+        array = read_pnm(self.raccoon)
+        sizes, errors = [], []
+        for quality in (20, 60, 90, 100):
+            path = convert(self.raccoon, self.path("mine.jxr"), "--quality", quality)
+            sizes.append(os.path.getsize(path))
+            errors.append(psnr(array, self.decode_ours(path)))
+        self.assertEqual(sizes, sorted(sizes))
+        self.assertEqual(errors, sorted(errors))
+        self.assertGreater(errors[2], 35)
+        self.assertLess(sizes[3], array.size)
+        theirs = os.path.getsize(self.encode_theirs(self.raccoon, 3, "-f"))
+        self.assertLess(abs(sizes[3] - theirs), theirs * 0.01)
+
+    def test_what_cannot_be_read_says_why(self):
+        for options, word in ((["-l", 1], "overlap"), (["-d", 1], "subsampled"), (["-V", 2], "tile"), (["-d", 0], "output")):
+            path = self.encode_theirs(self.coffee, 3, *options)
+            self.assertIn(word, fails(QELCONV, path, self.path("never.ppm")))
+
+    def test_damaged_files_fail_or_decode(self):
+        source = self.cut("small.ppm", 100, 70)
+        data = open(self.encode_theirs(source, 3, "-f"), "rb").read()
+        rng = random.Random(1)
+        for turn in range(60):
+            damaged = bytearray(data[:rng.randrange(len(data))] if turn % 3 == 0 else data)
+            for _ in range(rng.randrange(4)):
+                if damaged:
+                    damaged[rng.randrange(len(damaged))] = rng.randrange(256)
+            path = self.path("damaged.jxr")
+            with open(path, "wb") as out:
+                out.write(damaged)
+            if turn % 3 == 0:
+                fails(QELCONV, path, self.path("never.ppm"))
+            else:
+                try:
+                    run(QELCONV, path, self.path("maybe.ppm"))
+                except AssertionError as e:
+                    self.assertRegex(str(e), r"failed \(1\)")
+
+
+if __name__ == "__main__":
+    unittest.main()
