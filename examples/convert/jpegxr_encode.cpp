@@ -1,4 +1,6 @@
 // The encoder's side of JPEG XR's macroblock layer.
+#include <cmath>
+
 #include "jpegxr.h"
 
 namespace qelconv::jxr {
@@ -54,7 +56,7 @@ class Quantizer {
     if (step_ == 1) return;
     for (int i = 0; i < count; ++i) {
       const float v = float(values[i]) * inverse_;
-      values[i] = int32_t(v < 0 ? v - 0.375f : v + 0.375f);
+      values[i] = int32_t(v + std::copysign(0.375f, v));
     }
   }
 

@@ -18,25 +18,31 @@ constexpr QelStatus bitsHeld(int32_t bitCount) {
 }
 constexpr QelStatus fieldBits(uint32_t bits) { return require(bits <= 15, qelStatusOutOfRange); }
 
+// A position is worked on by value, so that it can live in registers, and handed back by finish().
 class BitWriter {
  public:
   BitWriter(uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
       : stream_(stream), bitBuffer_(bitBuffer), bitCount_(bitCount), next_(*stream), count_(*bitCount) {
     held_ = uint64_t(*bitBuffer) >> (32 - count_);
   }
-  BitWriter(const BitWriter&) = delete;
-  BitWriter& operator=(const BitWriter&) = delete;
 
-  // The low `count` bits of `bits`, 0 to 32 of them. More than 32 held bits are stored at once, so that one
-  // is left at least: the last 16 may still be the caller's.
-  void put(uint32_t bits, int count) {
+  // Appends the low `count` bits of `bits`. At most 32 bits may be held in front, and 64 behind.
+  void add(uint32_t bits, int count) {
     held_ = held_ << count | (bits & ((uint64_t(1) << count) - 1));
     count_ += count;
+  }
+  // More than 32 held bits are stored at once, so that one is left at least: the last 16 may still be the
+  // caller's.
+  void settle() {
     if (count_ > 32) {
       count_ -= 32;
       store(next_, __builtin_bswap32(uint32_t(held_ >> count_)));
       next_ += 4;
     }
+  }
+  void put(uint32_t bits, int count) {
+    add(bits, count);
+    settle();
   }
 
   // Stores whole units until at most 16 bits are held, and hands the position back.
@@ -67,8 +73,6 @@ class BitReader {
     held_ = uint32_t(uint64_t(*bitBuffer) >> (32 - count_) << (32 - count_));
     refill();
   }
-  BitReader(const BitReader&) = delete;
-  BitReader& operator=(const BitReader&) = delete;
 
   // Behind it, at least 16 bits are held. No byte is fetched before it is needed: nothing at or behind the
   // pointer that the caller gets back has been read.
@@ -86,8 +90,8 @@ class BitReader {
     held_ <<= count;
     count_ -= count;
   }
-  uint32_t take(int count) {
-    const uint32_t bits = peek(count);
+  uint32_t take(int count) {  // 0 as well
+    const uint32_t bits = held_ >> 1 >> (31 - count);
     skip(count);
     return bits;
   }

@@ -29,8 +29,7 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBi
     pairs[2 * count + 1] = levelOf(value(position), modelBits);
     ++count;
   });
-  ownEncodePairs<kBlock>(bits, *state, pairs, count, chroma);
-  bits.finish();
+  ownEncodePairs<kBlock>(bits, *state, pairs, count, chroma).finish();
   *pairCount = count;
   return qelStatusOk;
 }

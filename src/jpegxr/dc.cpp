@@ -14,8 +14,7 @@ QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, i
     return s;
   if (auto s = check(bitsHeld(*bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
   BitWriter bits(stream, bitBuffer, bitCount);
-  ownEncodePairs<kind>(bits, *state, pairs, pairCount, chroma);
-  bits.finish();
+  ownEncodePairs<kind>(bits, *state, pairs, pairCount, chroma).finish();
   return qelStatusOk;
 }
 

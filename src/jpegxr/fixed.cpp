@@ -29,12 +29,9 @@ QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_
   } else {
     for (int position : kFieldOrder) {
       const int32_t v = at(row(src, srcStep, kRow[position]), kColumn[position]);
-      const uint32_t a = magnitude(v) >> trimBits;
+      const uint32_t a = magnitude(v) >> trimBits, field = (a & ((1u << n) - 1)) << 1 | uint32_t(v < 0);
       // The sign goes with any value above 0, also with one whose low bits are all 0.
-      if (a)
-        bits.put((a & ((1u << n) - 1)) << 1 | uint32_t(v < 0), n + 1);
-      else
-        bits.put(0, n);
+      bits.put(a ? field : 0, n + (a != 0));
     }
   }
   bits.finish();
@@ -46,16 +43,13 @@ void ownDecodeFields(BitReader& bits, T* srcDst, ptrdiff_t step, int n, uint32_t
   for (int position : kFieldOrder) {
     T* const line = row(srcDst, step, kRow[position]);
     const int column = kColumn[position];
+    // Without branches: a field of 0 adds 0. A sample that is replaced counts as 0 where it is.
     const uint32_t w = bits.peek(n + 1), m = w >> 1;
-    int used = n;
-    if (m) {
-      const uint32_t product = m * scale;  // wraps
-      const T v = kRefine ? at(line, column) : T(0);
-      const bool negative = v ? v < 0 : w & 1;
-      used += v == 0;
-      put(line, column, T(uint32_t(v) + (negative ? 0u - product : product)));
-    }
-    bits.skip(used);
+    const T old = at(line, column), v = kRefine || !m ? old : T(0);
+    const bool hasSign = kRefine ? v == 0 : true;
+    const uint32_t sign = 0u - (hasSign ? w & 1 : uint32_t(v < 0));
+    put(line, column, T(uint32_t(v) + ((m * scale ^ sign) - sign)));  // wraps
+    bits.skip(n + int(hasSign && m));
     bits.refill();
   }
 }

@@ -74,8 +74,8 @@ inline void countSignificant(ScanEntry* scan, int place) {
     std::swap(scan[place], scan[place - 1]);
 }
 
-// --- what of a block's coefficients is coded as levels, and what stays behind
-// ------------------------------------- `modelBits` low bits of a coefficient are split off. What remains of
+// --- what of a block's coefficients is coded as levels, and what stays behind --------------------
+// `modelBits` low bits of a coefficient are split off. What remains of
 // its magnitude is its level; a coefficient of level 0 is not significant.
 
 constexpr uint32_t magnitude(int32_t v) { return v < 0 ? 0u - uint32_t(v) : uint32_t(v); }

@@ -27,8 +27,7 @@ inline constexpr BlockKind kDC420 = {kLowFirst + kChromaStep, kLowNext + kChroma
 // What an index says about the next coefficient.
 enum Following : uint32_t { kLast = 0, kAdjacent = 1, kBehindRun = 2 };
 
-// --- runs
-// ----------------------------------------------------------------------------------------------------------
+// --- runs ----------------------------------------------------------------------------------------
 
 // A run of zeros in `room` places: below 5 places a unary code, above it a class of the row for that much
 // room, and extra bits.
@@ -40,10 +39,11 @@ inline constexpr RunClass kRunClasses[3][5] = {
     {{1, 0}, {2, 0}, {3, 1}, {5, 1}, {7, 2}},
     {{1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 1}},
 };
+// The class of a run, of 7 and more alike; in row 2 the last class begins at 5.
+inline constexpr uint8_t kRunSymbol[2][8] = {{0, 0, 1, 2, 2, 3, 3, 4}, {0, 0, 1, 2, 3, 4, 4, 4}};
 constexpr int runRow(int64_t room) { return room >= 11 ? 0 : room >= 7 ? 1 : 2; }
 
-// --- levels
-// --------------------------------------------------------------------------------------------------------
+// --- levels --------------------------------------------------------------------------------------
 
 // A magnitude of 2 or more, less 2, below 16: symbol, and bits behind its code. From 16 on the symbol is
 // kEscape.
@@ -51,8 +51,7 @@ inline constexpr uint8_t kLevelSymbol[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4,
 inline constexpr uint8_t kLevelBits[6] = {0, 0, 1, 2, 2, 2}, kLevelBase[6] = {2, 3, 4, 6, 10, 14};
 inline constexpr int kEscape = 6, kEscapeBits = 4;
 
-// --- adaptation
-// ----------------------------------------------------------------------------------------------------
+// --- adaptation ----------------------------------------------------------------------------------
 
 inline void adaptFirst(VLCState& state, int entry, int symbol) {
   state.discriminant[entry] = addWrap<int32_t>(state.discriminant[entry], state.deltaTable[entry][symbol]);
@@ -62,9 +61,10 @@ inline void adaptBoth(VLCState& state, int entry, int symbol) {
   state.discriminant2[entry] = addWrap<int32_t>(state.discriminant2[entry], state.deltaTable2[entry][symbol]);
 }
 
-// --- encoder
-// -------------------------------------------------------------------------------------------------------
+// --- encoder ---------------------------------------------------------------------------------
 
+// The bits of a run, an index with its sign, and a level below the escape are at most 28, so that a
+// coefficient is settled once.
 class SymbolWriter {
  public:
   SymbolWriter(BitWriter& out, VLCState& state) : out_(out), state_(state) {}
@@ -72,7 +72,7 @@ class SymbolWriter {
   // A symbol's code and `extraBits` bits behind it.
   void code(int entry, int symbol, uint32_t extra = 0, int extraBits = 0) {
     const int32_t* const pair = state_.codeTable[entry] + 1 + 2 * symbol;
-    out_.put(uint32_t(pair[0]) << extraBits | (extra & ((1u << extraBits) - 1)), pair[1] + extraBits);
+    out_.add(uint32_t(pair[0]) << extraBits | (extra & ((1u << extraBits) - 1)), pair[1] + extraBits);
   }
   void index(int entry, int symbol, bool negative) {
     adaptBoth(state_, entry, symbol);
@@ -88,26 +88,27 @@ class SymbolWriter {
     }
     adaptFirst(state_, entry, kEscape);
     const int length = std::bit_width(a >> 5);
+    out_.settle();
     if (length < 15)
       code(entry, kEscape, uint32_t(length), 4);
     else if (length < 18)
       code(entry, kEscape, 15u << 2 | uint32_t(length - 15), 6);
     else  // beyond 25 the length does not fit, and its low bits go out
       code(entry, kEscape, 15u << 5 | 3u << 3 | (uint32_t(length - 18) & 7), 9);
-    out_.put(a, length + kEscapeBits);
+    out_.settle();
+    out_.add(a, length + kEscapeBits);
   }
   void run(int32_t run, int64_t room) {
     if (room < 2) return;
     if (room < 5)
-      out_.put(run < room, int(std::min<int64_t>(run, room - 1)));
+      out_.add(run < room, int(std::min<int64_t>(run, room - 1)));
     else
       runClass(run, runRow(room));
   }
   void runClass(int32_t run, int row) {
-    int symbol = 4;
-    while (run < kRunClasses[row][symbol].base) --symbol;
-    code(kRunClass, symbol, uint32_t(run - kRunClasses[row][symbol].base),
-         kRunClasses[row][symbol].extraBits);
+    const int symbol = kRunSymbol[row == 2][std::min(run, 7)];
+    const RunClass c = kRunClasses[row][symbol];
+    code(kRunClass, symbol, uint32_t(run - c.base), c.extraBits);
   }
 
  private:
@@ -118,49 +119,53 @@ class SymbolWriter {
 // Codes `count` pairs (run, level). A list that doesn't fit its block gives a stream that no decoder follows,
 // but nothing is written elsewhere.
 template <const BlockKind& kind>
-inline void ownEncodePairs(BitWriter& bits, VLCState& state, const int32_t* pairs, int32_t count,
-                           int32_t chroma) {
-  if (count < 1) return;
+inline BitWriter ownEncodePairs(BitWriter bits, VLCState& state, const int32_t* pairs, int32_t count,
+                                int32_t chroma) {
+  if (count < 1) return bits;
   SymbolWriter out(bits, state);
   const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
-  const auto run = [=](int32_t i) { return at(pairs, 2 * ptrdiff_t(i)); };
-  const auto following = [=](int32_t i) {
-    return i + 1 >= count ? kLast : run(i + 1) == 0 ? kAdjacent : kBehindRun;
+  int32_t run = at(pairs, 0), nextRun = 0, level = at(pairs, 1);
+  const auto following = [&](int32_t i) -> int {
+    if (i + 1 >= count) return kLast;
+    nextRun = at(pairs, 2 * ptrdiff_t(i + 1));
+    return nextRun == 0 ? kAdjacent : kBehindRun;
   };
 
-  int32_t level = at(pairs, 1);
   uint32_t size = magnitude(level);
-  Following then = following(0);
-  const bool adjacent = run(0) == 0;
-  int context = adjacent && then == kAdjacent;
-  out.index(first, int(adjacent) + 2 * int(size > 1) + 4 * int(then), level < 0);
+  int then = following(0);
+  int context = run == 0 && then == kAdjacent;
+  out.index(first, int(run == 0) + 2 * int(size > 1) + 4 * then, level < 0);
   if (size > 1) out.level(kind.level + context, size);
-  if (run(0) > 0) out.runClass(run(0), kind.firstRow);
+  bits.settle();
+  if (run > 0) out.runClass(run, kind.firstRow);
+  bits.settle();
 
-  int64_t room = int64_t(14 - kind.firstPlace) - run(0);
+  int64_t room = int64_t(14 - kind.firstPlace) - run;
   for (int32_t i = 1; i < count; ++i) {
-    if (run(i) > 0) out.run(run(i), room);
-    room -= int64_t(run(i)) + 1;
+    run = nextRun;
+    if (run > 0) out.run(run, room);
+    room -= int64_t(run) + 1;
     level = at(pairs, 2 * ptrdiff_t(i) + 1);
     size = magnitude(level);
     then = following(i);
-    const int symbol = int(size > 1) + 2 * int(then);
+    const int symbol = int(size > 1) + 2 * then;
     if (room > 0) {
       out.index(next + context, symbol, level < 0);
     } else if (room == 0) {
       // Place 14: a last coefficient or one with a neighbour, in a fixed code.
       constexpr uint8_t kCode[4] = {0, 6, 2, 7}, kLength[4] = {1, 3, 2, 3};
-      bits.put(uint32_t(kCode[symbol & 3] << 1 | int(level < 0)), kLength[symbol & 3] + 1);
+      bits.add(uint32_t(kCode[symbol & 3] << 1 | int(level < 0)), kLength[symbol & 3] + 1);
     } else {
-      bits.put(uint32_t(int(size > 1) << 1 | int(level < 0)), 2);
+      bits.add(uint32_t(int(size > 1) << 1 | int(level < 0)), 2);
     }
     if (then != kAdjacent) context = 0;
     if (size > 1) out.level(kind.level + context, size);
+    bits.settle();
   }
+  return bits;
 }
 
-// --- decoder
-// -------------------------------------------------------------------------------------------------------
+// --- decoder -------------------------------------------------------------------------------------
 
 class SymbolReader {
  public:
@@ -199,9 +204,7 @@ class SymbolReader {
     const int symbol = longCode(entry);
     adaptFirst(state_, entry, symbol);
     uint32_t magnitude;
-    if (symbol < 2) {
-      magnitude = uint32_t(symbol) + 2;
-    } else if (symbol < kEscape) {
+    if (symbol < kEscape) {
       magnitude = kLevelBase[symbol] + in_.take(kLevelBits[symbol]);
     } else {
       int length = int(in_.take(4));
@@ -230,7 +233,7 @@ class SymbolReader {
   }
   int runClass(int row) {
     const RunClass c = kRunClasses[row][shortCode(kRunClass)];
-    return c.base + (c.extraBits ? int(in_.take(c.extraBits)) : 0);
+    return c.base + int(in_.take(c.extraBits));
   }
 
  private:

@@ -21,7 +21,7 @@ Bits bitsOf(const uint8_t* from, const uint8_t* to, uint32_t bitBuffer, int32_t 
 
 // A record at an odd address, in memory that held something, and a bit position on a buffer of its own.
 struct Coder {
-  explicit Coder(uint64_t seed = 0) : random(seed), record(random, 2208, 1, 0, 3), bytes(1 << 20) {
+  explicit Coder(size_t capacity = 4096) : random(0), record(random, 2208, 1, 0, 3), bytes(capacity) {
     EXPECT_EQ(qelStatusOk, qeliVLCInit_JPEGXR(&state()));
     for (int i = 0; i < 3; ++i) EXPECT_EQ(qelStatusOk, qeliVLCScanReset_JPEGXR(&state(), i));
     rewind();
@@ -116,8 +116,7 @@ void decodeFixed(Coder& c, Block<T>& block, uint32_t flexBits, T scale, bool ref
                                   scale, refine));
 }
 
-// --- state
-// -------------------------------------------------------------------------------------------------------------
+// --- state ---------------------------------------------------------------------------------------
 
 TEST(VlcState, Initialisation) {
   int32_t size = 0;
@@ -226,8 +225,7 @@ TEST(VlcScan, DcWalkSplitsAndSorts) {
   EXPECT_EQ(3, count);
 }
 
-// --- known streams
-// -------------------------------------------------------------------------------------------------------
+// --- known streams -------------------------------------------------------------------------------
 
 // In the start tables. Place 1 has room for a first coefficient alone; 14 and 15 have no adaptive codes.
 TEST(VlcBlock, KnownStreams) {
@@ -378,8 +376,7 @@ void adaptBy(Coder& c, int group, size_t turn) {
   qeliVLCAdapt_JPEGXR(&c.state(), group);
 }
 
-// --- there and back
-// ----------------------------------------------------------------------------------------------------
+// --- there and back ------------------------------------------------------------------------------
 
 template <class T>
 class VlcRoundTrip : public testing::Test {};
@@ -390,7 +387,7 @@ TYPED_TEST_SUITE(VlcRoundTrip, Samples);
 // tables.
 TYPED_TEST(VlcRoundTrip, BlocksWithFlexBits) {
   using T = TypeParam;
-  Coder encoder, decoder;
+  Coder encoder(1 << 20), decoder(1 << 20);
   Random random(6);
   struct Coded {
     Block<T> block;
@@ -514,11 +511,10 @@ TEST(FlcBlock, BlockFormAndKnownFields) {
   EXPECT_TRUE(empty.bitCount == 16 && empty.readStream == empty.bytes.data() + 2);
 }
 
-// --- DC blocks
-// -----------------------------------------------------------------------------------------------------------
+// --- DC blocks -----------------------------------------------------------------------------------
 
 TEST(VlcDc, RoundTripsThroughAllTables) {
-  Coder encoder, decoder;
+  Coder encoder(1 << 20), decoder(1 << 20);
   Random random(7);
   struct Coded {
     int kind, chroma;
@@ -619,8 +615,7 @@ TEST(VlcBlock, CorruptStreamsStayInTheBlock) {
   EXPECT_TRUE(counts.contains(16));
 }
 
-// --- arguments
-// -----------------------------------------------------------------------------------------------------------
+// --- arguments -----------------------------------------------------------------------------------
 
 TEST(VlcChecks, EveryArgumentInOrder) {
   Coder c;
