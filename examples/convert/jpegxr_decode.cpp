@@ -245,7 +245,6 @@ class Decoder {
       const int bits = model.bits(p);
       const int plain = plainBits_ ? std::max(bits - trim_, 0) : 0;
       const auto step = uint32_t(steps_[p][kHP]);
-      std::memset(mb.samples[p], 0, sizeof mb.samples[p]);
       for (int i = 0; i < 16; ++i) {
         int32_t* const block = blockOf(mb.samples[p], kBlocks[i]);
         const bool coded = pattern[p] >> i & 1;
@@ -255,6 +254,8 @@ class Decoder {
                                             block, 64, p > 0, &count, a_.state());
           if (count > 15) damaged();
           counts[p > 0] += count;
+        } else {
+          for (int r = 0; r < 4; ++r) std::memset(block + 16 * r, 0, 16);
         }
         if (plain)
           qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, 64,
@@ -287,7 +288,7 @@ class Decoder {
                   rows = std::min(16, header_.height - 16 * y);
     const auto sample = [=](int32_t v) { return uint8_t(std::clamp(v >> shift, 0, 255)); };
     for (int r = 0; r < rows; ++r) {
-      uint8_t pixels[48];
+      uint8_t pixels[48 + 1];
       if (header_.planes == 1) {
         for (int c = 0; c < 16; ++c) pixels[c] = sample(plus(mb.samples[0][16 * r + c], centre));
       } else {
@@ -297,7 +298,10 @@ class Decoder {
           const int32_t minus = plus(0, -int64_t(u));
           const int32_t green = plus(luma, -int64_t(minus >> 1));
           const int32_t red = plus(plus(minus, green), -int64_t(plus(v, 1) >> 1)), blue = plus(v, red);
-          pixels[3 * c] = sample(red), pixels[3 * c + 1] = sample(green), pixels[3 * c + 2] = sample(blue);
+          // Four bytes at a time, of which the last is the next pixel's.
+          const uint32_t pixel =
+              uint32_t(sample(red)) | uint32_t(sample(green)) << 8 | uint32_t(sample(blue)) << 16;
+          std::memcpy(pixels + 3 * c, &pixel, 4);
         }
       }
       const int channels = header_.planes;

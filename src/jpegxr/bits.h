@@ -5,6 +5,8 @@
 #ifndef QELJ_JPEGXR_BITS_H
 #define QELJ_JPEGXR_BITS_H
 
+#include <algorithm>
+
 #include "frame/arith.h"
 #include "frame/check.h"
 
@@ -70,28 +72,30 @@ class BitReader {
  public:
   BitReader(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
       : stream_(stream), bitBuffer_(bitBuffer), bitCount_(bitCount), next_(*stream), count_(*bitCount) {
-    held_ = uint32_t(uint64_t(*bitBuffer) >> (32 - count_) << (32 - count_));
+    held_ = uint64_t(*bitBuffer) >> (32 - count_) << (32 - count_) << 32;
     refill();
   }
 
   // Behind it, at least 16 bits are held. No byte is fetched before it is needed: nothing at or behind the
-  // pointer that the caller gets back has been read.
-  void refill() {
-    if (count_ < 16) {
-      held_ |= uint32_t(__builtin_bswap16(load<uint16_t>(next_))) << (16 - count_);
+  // pointer that the caller gets back has been read. With `certain` bits that will be taken in any case, what
+  // they need may be fetched ahead.
+  void refill(int certain = 0) {
+    if (count_ >= 16) return;
+    do {
+      held_ |= uint64_t(__builtin_bswap16(load<uint16_t>(next_))) << (48 - count_);
       next_ += 2;
       count_ += 16;
-    }
+    } while (count_ < 16 + std::min(certain, 32));
   }
 
   // The next `count` bits, 1 to 16; held bits have to suffice for peek, skip and take.
-  uint32_t peek(int count) const { return held_ >> (32 - count); }
+  uint32_t peek(int count) const { return uint32_t(held_ >> (64 - count)); }
   void skip(int count) {
     held_ <<= count;
     count_ -= count;
   }
   uint32_t take(int count) {  // 0 as well
-    const uint32_t bits = held_ >> 1 >> (31 - count);
+    const auto bits = uint32_t(held_ >> 1 >> (63 - count));
     skip(count);
     return bits;
   }
@@ -99,7 +103,7 @@ class BitReader {
   void finish() {
     refill();
     *stream_ = next_;
-    *bitBuffer_ = held_;
+    *bitBuffer_ = uint32_t(held_ >> 32);
     *bitCount_ = count_;
   }
 
@@ -108,7 +112,7 @@ class BitReader {
   uint32_t* bitBuffer_;
   int32_t* bitCount_;
   const uint8_t* next_;
-  uint32_t held_;
+  uint64_t held_;  // left-aligned, 0 behind the bits held
   int count_;
 };
 

@@ -1,5 +1,8 @@
 // Fixed-length coding (ITU-T T.832, 8.7.20): the low bits of a block's coefficients, which the adaptive codes
 // left.
+#include <iterator>
+#include <utility>
+
 #include "frame/fronts.h"
 #include "jpegxr/bits.h"
 #include "jpegxr/state.h"
@@ -10,6 +13,14 @@ namespace {
 // The positions in coding order; the DC has no field. Behind its value, a field has the sign where the level
 // coder sent none.
 constexpr uint8_t kFieldOrder[] = {5, 1, 6, 10, 12, 8, 14, 2, 4, 3, 7, 9, 13, 11, 15};
+constexpr int kFields = std::size(kFieldOrder);
+
+// Calls field(place, position) for all, with both known to the compiler: their addresses are.
+template <class Field>
+inline void forEachField(Field&& field) {
+  [&]<int... place>(std::integer_sequence<int, place...>) { (field(place, kFieldOrder[place]), ...); }
+  (std::make_integer_sequence<int, kFields>());
+}
 
 template <class T>
 QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_t** stream,
@@ -21,28 +32,33 @@ QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_
   if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
   const int n = int(flexBits);
   BitWriter bits(stream, bitBuffer, bitCount);
+  // Two fields of at most 16 bits are settled at once.
   if (fromResidual) {
-    for (int position : kFieldOrder) {
+    forEachField([&](int place, int position) {
       const uint32_t r = at(residual, position);
-      bits.put(r >> 1, n + int(r & 1));
-    }
+      bits.add(r >> 1, n + int(r & 1));
+      if (place % 2) bits.settle();
+    });
   } else {
-    for (int position : kFieldOrder) {
+    forEachField([&](int place, int position) {
       const int32_t v = at(row(src, srcStep, kRow[position]), kColumn[position]);
       const uint32_t a = magnitude(v) >> trimBits, field = (a & ((1u << n) - 1)) << 1 | uint32_t(v < 0);
       // The sign goes with any value above 0, also with one whose low bits are all 0.
-      bits.put(a ? field : 0, n + (a != 0));
-    }
+      bits.add(a ? field : 0, n + (a != 0));
+      if (place % 2) bits.settle();
+    });
   }
+  bits.settle();
   bits.finish();
   return qelStatusOk;
 }
 
 template <bool kRefine, class T>
-void ownDecodeFields(BitReader& bits, T* srcDst, ptrdiff_t step, int n, uint32_t scale) {
-  for (int position : kFieldOrder) {
+inline void ownDecodeFields(BitReader& bits, T* srcDst, ptrdiff_t step, int n, uint32_t scale) {
+  forEachField([&](int place, int position) {
     T* const line = row(srcDst, step, kRow[position]);
     const int column = kColumn[position];
+    bits.refill((kFields - place) * n);
     // Without branches: a field of 0 adds 0. A sample that is replaced counts as 0 where it is.
     const uint32_t w = bits.peek(n + 1), m = w >> 1;
     const T old = at(line, column), v = kRefine || !m ? old : T(0);
@@ -50,8 +66,7 @@ void ownDecodeFields(BitReader& bits, T* srcDst, ptrdiff_t step, int n, uint32_t
     const uint32_t sign = 0u - (hasSign ? w & 1 : uint32_t(v < 0));
     put(line, column, T(uint32_t(v) + ((m * scale ^ sign) - sign)));  // wraps
     bits.skip(n + int(hasSign && m));
-    bits.refill();
-  }
+  });
 }
 
 template <class T>
