@@ -286,23 +286,23 @@ class Decoder {
     const int32_t centre = (128 << shift) + (shift ? (1 << (shift - 1)) - 1 : 0);  // a half rounds down
     const int32_t columns = std::min(16, header_.width - 16 * x),
                   rows = std::min(16, header_.height - 16 * y);
-    const auto sample = [=](int32_t v) { return uint8_t(std::clamp(v >> shift, 0, 255)); };
+    // Loops of one kind of work each, which compilers turn into vectors.
+    const auto sample = [=](uint32_t v) { return std::clamp(int32_t(v) >> shift, 0, 255); };
     for (int r = 0; r < rows; ++r) {
       uint8_t pixels[48 + 1];
+      const int32_t *luma = mb.samples[0] + 16 * r, *u = mb.samples[1] + 16 * r, *v = mb.samples[2] + 16 * r;
       if (header_.planes == 1) {
-        for (int c = 0; c < 16; ++c) pixels[c] = sample(plus(mb.samples[0][16 * r + c], centre));
+        for (int c = 0; c < 16; ++c) pixels[c] = uint8_t(sample(uint32_t(luma[c]) + uint32_t(centre)));
       } else {
+        int32_t pixel[16];
         for (int c = 0; c < 16; ++c) {
-          const int32_t luma = plus(mb.samples[0][16 * r + c], centre), u = mb.samples[1][16 * r + c],
-                        v = mb.samples[2][16 * r + c];
-          const int32_t minus = plus(0, -int64_t(u));
-          const int32_t green = plus(luma, -int64_t(minus >> 1));
-          const int32_t red = plus(plus(minus, green), -int64_t(plus(v, 1) >> 1)), blue = plus(v, red);
-          // Four bytes at a time, of which the last is the next pixel's.
-          const uint32_t pixel =
-              uint32_t(sample(red)) | uint32_t(sample(green)) << 8 | uint32_t(sample(blue)) << 16;
-          std::memcpy(pixels + 3 * c, &pixel, 4);
+          const uint32_t minus = 0u - uint32_t(u[c]), blueness = uint32_t(v[c]);
+          const uint32_t green = uint32_t(luma[c]) + uint32_t(centre) - uint32_t(int32_t(minus) >> 1);
+          const uint32_t red = minus + green - uint32_t(int32_t(blueness + 1) >> 1), blue = blueness + red;
+          pixel[c] = sample(red) | sample(green) << 8 | sample(blue) << 16;
         }
+        // Four bytes at a time, of which the last is the next pixel's.
+        for (int c = 0; c < 16; ++c) std::memcpy(pixels + 3 * c, &pixel[c], 4);
       }
       const int channels = header_.planes;
       std::memcpy(image_.row(16 * y + r) + size_t(channels) * 16 * size_t(x), pixels,

@@ -127,11 +127,13 @@ class Encoder {
         for (int c = 0; c < 16; ++c) std::memcpy(edge + 3 * c, pixels + 3 * std::min(c, columns - 1), 3);
         pixels = edge;
       }
+      int32_t red[16], green[16], blue[16];  // apart, for the compiler's vectors
+      for (int c = 0; c < 16; ++c)
+        red[c] = pixels[3 * c], green[c] = pixels[3 * c + 1], blue[c] = pixels[3 * c + 2];
       for (int c = 0; c < 16; ++c) {
-        const int32_t red = pixels[3 * c] << shift, green = pixels[3 * c + 1] << shift,
-                      blue = pixels[3 * c + 2] << shift;
-        const int32_t v = blue - red, u = green - red - ((v + 1) >> 1);
-        mb.samples[0][16 * r + c] = green + (-u >> 1) - (128 << shift);
+        const int32_t b = blue[c] << shift, g = green[c] << shift, v = b - (red[c] << shift);
+        const int32_t u = g - (red[c] << shift) - ((v + 1) >> 1);
+        mb.samples[0][16 * r + c] = g + (-u >> 1) - (128 << shift);
         mb.samples[1][16 * r + c] = u;
         mb.samples[2][16 * r + c] = v;
       }
