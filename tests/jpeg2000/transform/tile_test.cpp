@@ -19,7 +19,7 @@ using Line = std::vector<T>;
 template <class Model, class T>
 Line<T> liftLine(bool forward, const Line<T>& in, int first) {
   const int n = int(in.size()), odd = first & 1, period = 2 * (n - 1), lows = (n + 1 - odd) / 2;
-  if (n == 1) return {T(forward ? in[0] * (odd + 1) : in[0] / (odd + 1))};
+  if (n == 1) return {T(forward ? int64_t(in[0]) * (odd + 1) : in[0] / (odd + 1))};
   // The place in the bands of the sample at position m of the line.
   const auto band = [&](int m) { return size_t((m + odd) % 2 ? lows + m / 2 : m / 2); };
   if (std::is_same_v<Model, Model53<T>> && n == 2) {
