@@ -168,6 +168,52 @@ void components(const std::string& name, int size, Ours ours, void (*peer)(T*, T
        runOurs, runPeer, [=] { std::memcpy(copy, mine->now, 3 * count * sizeof(T)); });
 }
 
+// Functions without a peer: rows of 512 samples a band with their borders, and columns.
+template <class T, class Function>
+void region(const std::string& name, Function* forward, bool down) {
+  constexpr int kLength = 1024, kLines = 256, kBorder = 8;
+  constexpr size_t kPitch = kLength + 2 * kBorder;
+  auto* x = leak(Tile<T>(kPitch * kPitch));
+  T *low = plane<T>(kPitch * kPitch), *high = plane<T>(kPitch * kPitch), *copy = plane<T>(kPitch * kPitch);
+  const QelSize size = down ? QelSize{kLines, kLength / 2} : QelSize{kLength / 2, kLines};
+  constexpr auto kStep = int32_t(kPitch * sizeof(T));
+  pair(
+      name, double(kLength) * kLines / 1e6, "MPix/s",
+      [=] { forward(x->now + kBorder * kPitch + kBorder, kStep, low, kStep, high, kStep, size, 0); }, {},
+      [=] { std::memcpy(copy, x->now, sizeof(T) * kLength * kLines); });
+}
+
+template <class T, class Function>
+void steps97(const std::string& name, Function* forward) {
+  constexpr int kWidth = 1024;
+  T* const r = leak(Tile<T>(8 * kWidth))->now;
+  pair(name, 2.0 * kWidth / 1e6, "MPix/s", [=] {
+    forward(r, r + kWidth, r + 2 * kWidth, r + 3 * kWidth, r + 4 * kWidth, r + 5 * kWidth, r + 6 * kWidth,
+            r + 7 * kWidth, kWidth);
+  });
+}
+
+template <class T, class Function, class Size>
+void bands(const std::string& name, Function* forward, Size* sizeOf) {
+  constexpr int kSize = 512;
+  const QelRect tile{0, 0, kSize, kSize};
+  int32_t bytes = 0;
+  sizeOf(&tile, &bytes);
+  auto* x = leak(Tile<T>(kSize * kSize));
+  T *out = plane<T>(kSize * kSize), *copy = plane<T>(kSize * kSize);
+  auto* work = plane<uint8_t>(size_t(bytes));
+  pair(
+      name, kSize * kSize / 1e6, "MPix/s",
+      [=] {
+        constexpr int32_t kStep = kSize / 2 * int32_t(sizeof(T));
+        constexpr size_t kBand = kSize * kSize / 4;
+        T* const planes[4] = {out, out + kBand, out + 2 * kBand, out + 3 * kBand};
+        const int32_t planeSteps[4] = {kStep, kStep, kStep, kStep};
+        forward(x->now, kSize * int32_t(sizeof(T)), &tile, planes, planeSteps, work);
+      },
+      {}, [=] { std::memcpy(copy, x->now, kSize * kSize * sizeof(T)); });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -185,5 +231,19 @@ int main(int argc, char** argv) {
     tiles<float>("9/7 forward level", size, qeliWTFwd_D97_JPEG2K_32s_C1IR, opj_dwt_encode_real, false);
     tiles<float>("9/7 inverse level", size, qeliWTInv_D97_JPEG2K_32s_C1IR, decodeReal, false);
   }
+  bands<int32_t>("5/3 forward level to bands, 512x512", qeliWTFwd_B53_JPEG2K_32s_C1R,
+                 qeliWTGetBufSize_B53_JPEG2K_32s_C1R);
+  bands<int16_t>("5/3 the same, 16 bits", qeliWTFwd_B53_JPEG2K_16s_C1R, qeliWTGetBufSize_B53_JPEG2K_16s_C1R);
+  bands<int16_t>("9/7 the same, 16 bits", qeliWTFwd_D97_JPEG2K_16s_C1R, qeliWTGetBufSize_D97_JPEG2K_16s_C1R);
+  region<int32_t>("5/3 rows, 1024x256", qeliWTFwdRow_B53_JPEG2K_32s_C1R, false);
+  region<int16_t>("5/3 rows, 16 bits", qeliWTFwdRow_B53_JPEG2K_16s_C1R, false);
+  region<int32_t>("5/3 columns, 256x1024", qeliWTFwdCol_B53_JPEG2K_32s_C1R, true);
+  region<float>("9/7 rows, float, 1024x256", qeliWTFwdRow_D97_JPEG2K_32f_C1R, false);
+  region<int32_t>("9/7 rows, 32 bits", qeliWTFwdRow_D97_JPEG2K_32s_C1R, false);
+  region<int16_t>("9/7 rows, 16 bits", qeliWTFwdRow_D97_JPEG2K_16s_C1R, false);
+  region<float>("9/7 columns, float, 256x1024", qeliWTFwdCol_D97_JPEG2K_32f_C1R, true);
+  steps97<float>("9/7 steps, float", qeliWTFwdColLift_D97_JPEG2K_32f_C1);
+  steps97<int32_t>("9/7 steps, 32 bits", qeliWTFwdColLift_D97_JPEG2K_32s_C1);
+  steps97<int16_t>("9/7 steps, 16 bits", qeliWTFwdColLift_D97_JPEG2K_16s_C1);
   return runPairs(argc, argv);
 }
