@@ -10,7 +10,7 @@ namespace {
 inline QelStatus ownDecodeBlock(BitReader<true>& reader, int16_t* dst, int16_t* lastDC,
                                 const QelDecodeHuffmanSpec* dcTable, const QelDecodeHuffmanSpec* acTable,
                                 int32_t& blockPosition) {
-  std::memset(dst, 0, 128);
+  ownClear(dst);
   blockPosition = 0;
   int32_t symbol, value;
   if (auto s = reader.symbol(dcTable, symbol); s) return s;
@@ -70,7 +70,7 @@ QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, i
   if (auto s = check(nonNull(src), nonNull(lastDC), nonNull(dcTable), nonNull(acTable)); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
   return ownEncode(dst, dstLen, dstPos, state, kMaxBlockBits,
-                   [&](auto& sink) { return ownCodeBlock(sink, src, d, dcTable, acTable); });
+                   [=](auto& sink) { return ownCodeBlock(sink, src, d, dcTable, acTable); });
 }
 
 }  // namespace qelj

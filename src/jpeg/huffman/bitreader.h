@@ -105,8 +105,10 @@ class BitReader {
   // The search of F.2.2.3 from codes of `length` bits on, bit by bit.
   QelStatus search(const QelDecodeHuffmanSpec* table, int length, int32_t& symbol) {
     BitReader reader = *this;
-    const QelStatus s = reader.searchByBits(table, length, symbol);
+    int32_t found;
+    const QelStatus s = reader.searchByBits(table, length, found);
     *this = reader;
+    symbol = found;
     return s;
   }
 

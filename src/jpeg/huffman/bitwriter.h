@@ -89,46 +89,64 @@ class WideWriter {
     return qelStatusOk;
   }
 
-  // Stores the whole bytes; fewer than 8 bits stay pending. With kRoom, eight bytes may be stored where the
-  // bytes behind the last one keep their values; without it no other byte is touched.
-  template <bool kRoom>
+  // Stores the whole bytes; fewer than 8 bits stay pending. With room behind them, as one word in which the
+  // bytes behind keep their values.
   void finish() {
-    const uint64_t word = free_ < 64 ? word_ << free_ : 0;  // left-aligned
-    const int bytes = (64 - free_) >> 3;
-    if (kRoom && !ownHasFF(word)) {
-      const uint64_t whole = bytes ? ~uint64_t(0) << (64 - 8 * bytes) : 0;
-      store(dst_, ownStreamOrder((word & whole) | (ownStreamOrder(load<uint64_t>(dst_)) & ~whole)));
+    const uint64_t word = leftAligned();
+    const int bytes = settle();
+    if (!ownHasFF(word)) [[likely]] {
+      const uint64_t behind = ~uint64_t(0) >> 8 * bytes;
+      store(dst_, ownStreamOrder((word & ~behind) | (ownStreamOrder(load<uint64_t>(dst_)) & behind)));
       dst_ += bytes;
     } else {
-      putBytes(word, bytes);
+      dst_ = stuffed(dst_, word, bytes);
     }
-    count_ = (64 - free_) & 7;
-    pending_ = uint32_t(word_) & ((1u << count_) - 1);
+  }
+  // Stores the whole bytes and a last partial one, which end() names, and touches no other.
+  void finishExactly() {
+    const uint64_t word = leftAligned();
+    const int bytes = settle();
+    const auto partial = uint8_t(pending_ << (8 - count_));
+    if (!ownHasFF(word) && bytes >= 4) [[likely]] {
+      store(dst_, ownStreamOrder(uint32_t(word >> 32)));
+      store(dst_ + bytes - 4, ownStreamOrder(uint32_t(word >> (64 - 8 * bytes))));
+      dst_ += bytes;
+    } else {
+      dst_ = stuffed(dst_, word, bytes);
+    }
+    if (count_ > 0) *dst_ = partial;
   }
   uint8_t* end() const { return dst_; }
   int count() const { return count_; }
   uint32_t pending() const { return pending_; }  // right-aligned
 
  private:
+  uint64_t leftAligned() const { return word_ << (free_ & 63); }
+  // Parts whole bytes (0 to 7) from pending bits.
+  int settle() {
+    count_ = (64 - free_) & 7;
+    pending_ = uint32_t(word_) & ((1u << count_) - 1);
+    return (64 - free_) >> 3;
+  }
+
   // At most 32 bits, with nothing above them.
   void put(uint64_t bits, int length) {
-    free_ -= length;
-    if (free_ >= 0) {
+    if (length < free_) [[likely]] {
+      free_ -= length;
       word_ = word_ << length | bits;
     } else {
       // Bits that went into the full word stay above the others; the next full word shifts them out.
-      const uint64_t full = word_ << (length + free_) | bits >> -free_;
+      const uint64_t full = word_ << free_ | bits >> (length - free_);
       word_ = bits;
-      free_ += 64;
+      free_ += 64 - length;
       if (!ownHasFF(full)) [[likely]] {
         store(dst_, ownStreamOrder(full));
         dst_ += 8;
       } else {
-        putBytes(full, 8);
+        dst_ = stuffed(dst_, full, 8);
       }
     }
   }
-  void putBytes(uint64_t word, int bytes) { dst_ = stuffed(dst_, word, bytes); }
   // Static, so that the writer's members stay in registers.
   [[gnu::noinline]] static uint8_t* stuffed(uint8_t* dst, uint64_t word, int bytes) {
     for (; bytes > 0; --bytes, word <<= 8) {
@@ -140,8 +158,9 @@ class WideWriter {
   }
 
   uint8_t* dst_;
-  uint64_t word_;  // right-aligned
-  int free_, count_ = 0;
+  uint64_t word_;  // right-aligned; above its 64 - free_ bits stands what has been stored
+  int free_;       // 1 to 64
+  int count_ = 0;
   uint32_t pending_ = 0;
 };
 
@@ -168,27 +187,32 @@ inline QelStatus ownFlush(uint8_t* dst, int32_t dstLen, int32_t* dstPos, QelEnco
   return s;
 }
 
-// Runs step(sink) on an encode state: a step that adds at most `maxBits` bits. Position and state are those
-// behind the last operation that succeeded.
+// The byte-by-byte half of ownEncode, out of the way of the fast half's registers.
+template <class Step>
+[[gnu::noinline]] QelStatus ownEncodeByBytes(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
+                                             QelEncodeHuffmanState* state, Step step) {
+  BitWriter sink(dst, dstLen, *dstPos, state->bitBuffer, state->bitCount);
+  const QelStatus s = step(sink);
+  *dstPos = sink.position();
+  state->bitCount = sink.count();
+  state->bitBuffer = sink.buffer();
+  return s;
+}
+
+// Runs step(sink) on an encode state: a step that adds at most `maxBits` bits, and captures by value.
+// Position and state are those behind the last operation that succeeded.
 template <class Step>
 inline QelStatus ownEncode(uint8_t* dst, int32_t dstLen, int32_t* dstPos, QelEncodeHuffmanState* state,
-                           int maxBits, Step&& step) {
+                           int maxBits, Step step) {
   const int32_t position = *dstPos;
-  QelStatus s;
-  if (simd::kEnabled && position >= 0 && int64_t(dstLen) - position >= ownRoomFor(maxBits)) {
-    WideWriter<true> sink(dst + position, state->bitBuffer >> (24 - state->bitCount), state->bitCount);
-    s = step(sink);
-    sink.finish<true>();
-    *dstPos = int32_t(sink.end() - dst);
-    state->bitCount = sink.count();
-    state->bitBuffer = sink.pending() << (24 - sink.count());
-  } else {
-    BitWriter sink(dst, dstLen, position, state->bitBuffer, state->bitCount);
-    s = step(sink);
-    *dstPos = sink.position();
-    state->bitCount = sink.count();
-    state->bitBuffer = sink.buffer();
-  }
+  if (!simd::kEnabled || position < 0 || int64_t(dstLen) - position < ownRoomFor(maxBits)) [[unlikely]]
+    return ownEncodeByBytes(dst, dstLen, dstPos, state, step);
+  WideWriter<true> sink(dst + position, state->bitBuffer >> (24 - state->bitCount), state->bitCount);
+  const QelStatus s = step(sink);
+  sink.finish();
+  *dstPos = int32_t(sink.end() - dst);
+  state->bitCount = sink.count();
+  state->bitBuffer = sink.pending() << (24 - sink.count());
   return s;
 }
 

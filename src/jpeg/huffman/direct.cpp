@@ -33,7 +33,7 @@ inline Found ownDirectSymbol(DirectReader& reader, const QelDecodeHuffmanSpec* t
 inline QelStatus ownDecodeBlockDirect(DirectReader& reader, int16_t* dst, int16_t* lastDC,
                                       const QelDecodeHuffmanSpec* dcTable,
                                       const QelDecodeHuffmanSpec* acTable) {
-  std::memset(dst, 0, 128);
+  ownClear(dst);
   int32_t symbol, value;
   if (reader.count() < 8) {
     reader.refill(0);
@@ -112,8 +112,7 @@ QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src, uint8_t*
   const int pendingCount = *dstBitPos & 7;
   WideWriter<false> sink(start, pendingCount ? *start >> (8 - pendingCount) : 0, pendingCount);
   ownCodeBlock(sink, src, ownDcDifference(at(src, 0), lastDC), dcTable, acTable);
-  sink.finish<false>();
-  if (sink.count() > 0) *sink.end() = uint8_t(sink.pending() << (8 - sink.count()));
+  sink.finishExactly();
   *dstBitPos = int32_t(uint32_t(sink.end() - dst) * 8 + uint32_t(sink.count()));
   return qelStatusOk;
 }

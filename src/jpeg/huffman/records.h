@@ -56,13 +56,17 @@ inline constexpr uint8_t kZigzag[kGuarded + 8] = {
     58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63,  //
     63, 63, 63, 63, 63, 63, 63, 63, 64, 64, 64, 64, 64, 64, 64, 64};
 
-// The category of a value (F.1.2.1): the bit length of its magnitude.
-inline int ownCategory(int32_t value) { return std::bit_width(uint32_t(value < 0 ? -value : value)); }
-
-// The bits that follow a symbol of category `length`: the value, or value - 1 for a negative one.
-inline uint32_t ownValueBits(int32_t value, int length) {
-  return uint32_t(value + (value >> 31)) & ((1u << length) - 1);
+// The category of a value (F.1.2.1), which is the bit length of its magnitude, and the bits that follow a
+// symbol of this category: the value, or value - 1 for a negative one.
+struct ValueCode {
+  int category;
+  uint32_t bits;
+};
+inline ValueCode ownValueCode(int32_t value) {
+  const int category = 31 - std::countl_zero(uint32_t(value < 0 ? -value : value) * 2 + 1);
+  return {category, uint32_t(value + (value >> 31)) & ((1u << category) - 1)};
 }
+inline int ownCategory(int32_t value) { return ownValueCode(value).category; }
 
 // The value that `length` such bits stand for (EXTEND, F.2.2.1).
 inline int32_t ownExtend(int32_t bits, int length) {

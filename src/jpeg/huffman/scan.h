@@ -1,4 +1,5 @@
-// Which coefficients of a block count, as a bit set in zig-zag order: encoders visit only those.
+// A block of 64 coefficients: clearing it, and which of its coefficients count, as a bit set in zig-zag
+// order, so that encoders visit only those.
 #ifndef QELJ_JPEG_HUFFMAN_SCAN_H
 #define QELJ_JPEG_HUFFMAN_SCAN_H
 
@@ -8,6 +9,10 @@
 #include "jpeg/huffman/records.h"
 
 namespace qelj {
+
+inline void ownClear(int16_t* block) {
+  for (int i = 0; i < 128; i += simd::kBytes) simd::store(row(block, 1, i), simd::I16{});
+}
 
 // Bit k of the result tells whether flag(coefficient at zig-zag position k) is non-zero. `flag` maps an
 // int16_t to an integer, and a vector of them to a vector.
@@ -34,8 +39,9 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
       for (int i = 0; i < 4; ++i)
         if (!(group == 0 && i == 3) && !(group == 3 && i == 0))  // the corners hold none of these
           bytes |= simd::shuffleBytes(rows[i], simd::load<U>(kFrom[group][i].data()));
-      set |= uint64_t(simd::topBits((U)(bytes != 0))) << (16 * group);
+      set |= uint64_t(simd::topBits((U)(bytes == 0))) << (16 * group);
     }
+    return ~set;
   } else {
     for (int k = 0; k < 64; ++k) set |= uint64_t(flag(at(block, kZigzag[k])) != 0) << k;
   }

@@ -22,9 +22,9 @@ inline constexpr int kNoLimit = 17;  // above every category of a 16-bit coeffic
 template <class Sink>
 inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, int run, int32_t value,
                               int maxCategory) {
-  const int t = ownCategory(value);
+  const auto [t, bits] = ownValueCode(value);
   if (t > maxCategory) return qelStatusJpegCoeffRange;
-  return sink.code(table, run * 16 + t, ownValueBits(value, t), t);
+  return sink.code(table, run * 16 + t, bits, t);
 }
 
 // A block of a sequential scan (F.1.2).
@@ -32,18 +32,20 @@ template <class Sink>
 inline QelStatus ownCodeBlock(Sink& sink, const int16_t* src, int32_t dcDifference,
                               typename Sink::Table dcTable, typename Sink::Table acTable,
                               int maxDc = kNoLimit, int maxAc = kNoLimit) {
-  uint64_t set = ownNonZero(src) & ~uint64_t(1);
+  uint64_t set = ownNonZero(src) >> 1;
   if (auto s = ownCodeValue(sink, dcTable, 0, dcDifference, maxDc); s) return s;
-  int last = 0;
-  for (; set; set &= set - 1) {
-    const int k = std::countr_zero(set);
-    int run = k - last - 1;
-    last = k;
-    for (; run > 15; run -= 16)
-      if (auto s = sink.code(acTable, 0xF0); s) return s;
-    if (auto s = ownCodeValue(sink, acTable, run, at(src, kZigzag[k]), maxAc); s) return s;
+  const uint8_t* position = kZigzag;
+  while (set) {
+    int run = std::countr_zero(set);
+    set = set >> run >> 1;
+    position += run + 1;
+    if (run > 15) [[unlikely]] {
+      for (; run > 15; run -= 16)
+        if (auto s = sink.code(acTable, 0xF0); s) return s;
+    }
+    if (auto s = ownCodeValue(sink, acTable, run, at(src, *position), maxAc); s) return s;
   }
-  return last < 63 ? sink.code(acTable, 0) : qelStatusOk;
+  return position < kZigzag + 63 ? sink.code(acTable, 0) : qelStatusOk;
 }
 // A block's symbols and bits: 32 at most for each coefficient, and an end of block.
 inline constexpr int kMaxBlockBits = 64 * 32 + 3 * 16 + 16;

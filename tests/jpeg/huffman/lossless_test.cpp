@@ -12,6 +12,11 @@ int predicted(int predictor, int a, int b, int c) {
 }
 
 // Every 16-bit sample on the left, above and behind, at every phase of a vector.
+std::vector<int16_t> copied(Guarded& samples) {
+  std::vector<int16_t> copy(samples.rowBytes() / 2);
+  std::memcpy(copy.data(), samples.data(), samples.rowBytes());
+  return copy;
+}
 TEST(LosslessPrediction, FormulasAndTheirInverse) {
   Random r;
   for (int predictor = 1; predictor <= 7; ++predictor)
@@ -19,15 +24,19 @@ TEST(LosslessPrediction, FormulasAndTheirInverse) {
       Guarded row(r, size_t(width) * 2, 1, 0, 1), above(r, size_t(width) * 2, 1, 0, 3);
       Guarded differences(r, size_t(width) * 2, 1, 0, 5), back(r, size_t(width) * 2);
       if (width > 65536)
-        for (int32_t x = 0; x < width; ++x)
-          row.data<int16_t>()[x] = int16_t(x), above.data<int16_t>()[x] = int16_t(x * 40503);
+        for (int32_t x = 0; x < width; ++x) {
+          const int16_t values[] = {int16_t(x), int16_t(uint32_t(x) * 40503)};
+          std::memcpy(row.data() + 2 * x, &values[0], 2);
+          std::memcpy(above.data() + 2 * x, &values[1], 2);
+        }
       ASSERT_EQ(qelStatusOk, qeliDiffPredRow_JPEG_16s_C1(row.data<int16_t>(), above.data<int16_t>(),
                                                          differences.data<int16_t>(), width, predictor));
       ASSERT_EQ(qelStatusOk,
                 qeliReconstructPredRow_JPEG_16s_C1(differences.data<int16_t>(), above.data<int16_t>(),
                                                    back.data<int16_t>(), width, predictor));
       ASSERT_TRUE(differences.intact() && back.intact());
-      const int16_t *s = row.data<int16_t>(), *u = above.data<int16_t>(), *d = differences.data<int16_t>();
+      const auto rowCopy = copied(row), aboveCopy = copied(above), differencesCopy = copied(differences);
+      const int16_t *s = rowCopy.data(), *u = aboveCopy.data(), *d = differencesCopy.data();
       for (int32_t x = 0; x < width; ++x)
         ASSERT_EQ(int16_t(s[x] - (x ? predicted(predictor, s[x - 1], u[x], u[x - 1]) : u[0])), d[x])
             << predictor << ' ' << x;
@@ -50,9 +59,10 @@ TEST(LosslessPrediction, FirstRow) {
   for (int32_t width = 1; width < 40; ++width)
     for (auto [precision, shift] : {std::pair(8, 0), {16, 0}, {12, 3}, {2, 1}, {16, 15}}) {
       Guarded row(r, size_t(width) * 2, 1, 0, 1), differences(r, size_t(width) * 2, 1, 0, 1);
-      const int16_t *s = row.data<int16_t>(), *d = differences.data<int16_t>();
-      ASSERT_EQ(qelStatusOk,
-                qeliDiffPredFirstRow_JPEG_16s_C1(s, differences.data<int16_t>(), width, precision, shift));
+      ASSERT_EQ(qelStatusOk, qeliDiffPredFirstRow_JPEG_16s_C1(
+                                 row.data<int16_t>(), differences.data<int16_t>(), width, precision, shift));
+      const auto rowCopy = copied(row), differencesCopy = copied(differences);
+      const int16_t *s = rowCopy.data(), *d = differencesCopy.data();
       for (int32_t x = 0; x < width; ++x)
         ASSERT_EQ(int16_t(s[x] - (x ? s[x - 1] : 1 << (precision - shift - 1))), d[x]);
       std::vector<int16_t> place(s, s + width);
