@@ -67,7 +67,8 @@ class Quantizer {
 
 class Encoder {
  public:
-  Encoder(const Image& image, const Header& header) : image_(image), header_(header), a_(header) {
+  Encoder(const Image& image, const Header& header)
+      : image_(image), header_(header), a_(header), pixels_(size_t(header.across()) * 16) {
     for (int p = 0; p < header.planes; ++p)
       for (const Band band : {kDC, kLP, kHP})
         quantizers_.emplace_back(header.quantizer[band][p], header.scaled, p > 0 && band != kHP);
@@ -79,7 +80,8 @@ class Encoder {
     std::vector<Macroblock> row(size_t(header_.across()));
     for (int32_t y = 0; y < header_.down(); ++y) {
       stages.time("transform", [&] {
-        for (int32_t x = 0; x < header_.across(); ++x) transform(row[size_t(x)], x, y);
+        load(row, y);
+        for (Macroblock& mb : row) transform(mb);
       });
       stages.time("code", [&] {
         for (int32_t x = 0; x < header_.across(); ++x) code(row[size_t(x)], x, y);
@@ -91,8 +93,7 @@ class Encoder {
  private:
   // --- from samples to quantised coefficients ---
 
-  void transform(Macroblock& mb, int32_t x, int32_t y) {
-    load(mb, x, y);
+  void transform(Macroblock& mb) {
     for (int p = 0; p < header_.planes; ++p) {
       int32_t* const plane = mb.samples[p];
       qeliPCTFwd16x16_JPEGXR_32s_C1IR(plane, 64);
@@ -110,32 +111,33 @@ class Encoder {
     }
   }
 
-  // The macroblock's samples around 0, the last column and row repeated; colours by the lossless rotation.
-  void load(Macroblock& mb, int32_t x, int32_t y) {
+  // A row of macroblocks: samples around 0, colours by the lossless rotation, the last column and row
+  // repeated.
+  void load(std::vector<Macroblock>& row, int32_t y) {
     const int shift = header_.scaled ? kFractionalBits : 0;
-    const int32_t columns = std::min(16, image_.width - 16 * x);
+    const int planes = header_.planes;
     for (int r = 0; r < 16; ++r) {
       const uint8_t* const from = image_.row(std::min(16 * y + r, image_.height - 1));
-      if (header_.planes == 1) {
-        for (int c = 0; c < 16; ++c)
-          mb.samples[0][16 * r + c] = (from[16 * x + std::min(c, columns - 1)] - 128) * (1 << shift);
-        continue;
+      for (int32_t x = 0; x < image_.width; ++x) {
+        const uint8_t* const pixel = from + size_t(planes) * size_t(x);
+        pixels_[size_t(x)] = planes == 1 ? pixel[0] : pixel[0] | pixel[1] << 8 | pixel[2] << 16;
       }
-      uint8_t edge[48];
-      const uint8_t* pixels = from + size_t(48) * size_t(x);
-      if (columns < 16) {
-        for (int c = 0; c < 16; ++c) std::memcpy(edge + 3 * c, pixels + 3 * std::min(c, columns - 1), 3);
-        pixels = edge;
-      }
-      int32_t red[16], green[16], blue[16];  // apart, for the compiler's vectors
-      for (int c = 0; c < 16; ++c)
-        red[c] = pixels[3 * c], green[c] = pixels[3 * c + 1], blue[c] = pixels[3 * c + 2];
-      for (int c = 0; c < 16; ++c) {
-        const int32_t b = blue[c] << shift, g = green[c] << shift, v = b - (red[c] << shift);
-        const int32_t u = g - (red[c] << shift) - ((v + 1) >> 1);
-        mb.samples[0][16 * r + c] = g + (-u >> 1) - (128 << shift);
-        mb.samples[1][16 * r + c] = u;
-        mb.samples[2][16 * r + c] = v;
+      std::fill(pixels_.begin() + image_.width, pixels_.end(), pixels_[size_t(image_.width - 1)]);
+      for (int32_t x = 0; x < header_.across(); ++x) {
+        const int32_t* const pixels = &pixels_[16 * size_t(x)];
+        Macroblock& mb = row[size_t(x)];
+        for (int c = 0; c < 16; ++c) {
+          const int32_t red = (pixels[c] & 255) << shift;
+          if (planes == 1) {
+            mb.samples[0][16 * r + c] = red - (128 << shift);  // its grey value
+            continue;
+          }
+          const int32_t green = (pixels[c] >> 8 & 255) << shift, v = ((pixels[c] >> 16) << shift) - red;
+          const int32_t u = green - red - ((v + 1) >> 1);
+          mb.samples[0][16 * r + c] = green + (-u >> 1) - (128 << shift);
+          mb.samples[1][16 * r + c] = u;
+          mb.samples[2][16 * r + c] = v;
+        }
       }
     }
   }
@@ -335,6 +337,7 @@ class Encoder {
   const Header& header_;
   Adaptation a_;
   std::vector<Quantizer> quantizers_;  // by plane, then band
+  std::vector<int32_t> pixels_;        // one row
   BitOut out_;
 };
 
