@@ -46,11 +46,12 @@ struct Fields {
   }
 };
 
-// --- scalar form
-// -------------------------------------------------------------------------------------------------
+// --- scalar form ---------------------------------------------------------------------------------------
 
 // Moves an n-bit value to the top of a byte and repeats its high bits below.
-constexpr int ownExpand(int value, int bits) { return value << (8 - bits) | value >> (2 * bits - 8); }
+[[maybe_unused]] constexpr int ownExpand(int value, int bits) {
+  return value << (8 - bits) | value >> (2 * bits - 8);
+}
 
 template <int kMode>
 void ownDecodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
@@ -85,8 +86,7 @@ void ownDecodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
   }
 }
 
-// --- vector form
-// -------------------------------------------------------------------------------------------------
+// --- vector form ---------------------------------------------------------------------------------------
 
 using V = simd::U8;
 using B = simd::Vec<uint8_t, 16>;
@@ -130,7 +130,7 @@ constexpr EndPointLanes ownEndPointLanes() {
   return lanes;
 }
 template <int kMode, int kSubset>
-inline constexpr EndPointLanes kEndPointLanes = ownEndPointLanes<kMode, kSubset>();
+[[maybe_unused]] constexpr EndPointLanes kEndPointLanes = ownEndPointLanes<kMode, kSubset>();
 
 // A value of n bits at the top of a lane expands to 8 as the high half of its product with 2^8 + 2^(8-n).
 template <int kMode, int kSubset>
@@ -245,8 +245,7 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
   }
 }
 
-// --- format
-// ------------------------------------------------------------------------------------------------------
+// --- format --------------------------------------------------------------------------------------------
 
 template <int kMode>
 void ownDecode(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {

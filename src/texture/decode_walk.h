@@ -16,10 +16,10 @@ namespace qelj::texture {
 // and may have a faster form for blocks side by side:
 //   kGroup                     how many
 //   group(src, dst, dstStep)   writes the 4 rows of kGroup blocks
+// clang-format off
 template <class Format>
-concept GroupDecoder = simd::kEnabled && requires {
-  Format::kGroup;
-};
+concept GroupDecoder = requires { Format::kGroup; } && simd::kEnabled;
+// clang-format on
 
 // Blocks lie in raster order. One that lies inside the image is decoded in place; one that crosses the right
 // or bottom edge goes through a buffer, from which the covered pixels are copied.

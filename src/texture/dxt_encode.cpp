@@ -43,8 +43,7 @@ struct Reciprocals {
 constexpr Reciprocals<32768, 3 * 255 + 1> kColourReciprocals;
 constexpr Reciprocals<65536, 255 + 1> kAlphaReciprocals;
 
-// --- scalar form
-// -------------------------------------------------------------------------------------------------
+// --- scalar form ---------------------------------------------------------------------------------------
 
 struct Extremes {
   int min, max;
@@ -152,8 +151,7 @@ uint64_t ownRampBlock(const uint8_t* values) {
   store(dst + 8, colours);
 }
 
-// --- vector form
-// -------------------------------------------------------------------------------------------------
+// --- vector form ---------------------------------------------------------------------------------------
 
 // Combines all 16 bytes of each block (or its four pixels) by `op`; every byte (or pixel) holds the result.
 template <class Op>
@@ -220,19 +218,29 @@ inline V ownExpandEnds(V ends) {
          ((V)((V16)ends >> 6) & (V)simd::splat<V32>(0x00000300));
 }
 
-inline V64 ownColourBlocks(const Rows& rows, const Box& box) {
-  V palette[4] = {ownExpandEnds(box.high()), ownExpandEnds(box.low())};
+// Palette entries 2 and 3, a third of the way from 0 to 1 and from 1 to 0, where all pixels of a block are
+// the same.
+inline void ownMixPalette(V (&palette)[4]) {
   const auto p0 = (V16)simd::unpackLow(palette[0], V{}), p1 = (V16)simd::unpackLow(palette[1], V{});
-  const auto third = simd::splat<V16>(0x5556);
+  const auto third = simd::splat<V16>(0x5556);  // exact below 2^15
   const auto p2 = (I16)simd::mulHi(p0 + p0 + p1, third), p3 = (I16)simd::mulHi(p0 + p1 + p1, third);
   palette[2] = simd::packU8(p2, p2);
   palette[3] = simd::packU8(p3, p3);
+}
+
+inline I16 ownNearest(const I16 (&d)[4]) {
+  const I16 b0 = d[0] > d[3], b1 = d[1] > d[2], b2 = d[0] > d[2], b3 = d[1] > d[3], b4 = d[2] > d[3];
+  return (b0 & b4 & int16_t(1)) | (((b1 & b2) | (b0 & b3)) & int16_t(2));
+}
+
+inline V64 ownColourBlocks(const Rows& rows, const Box& box) {
+  V palette[4] = {ownExpandEnds(box.high()), ownExpandEnds(box.low())};
+  ownMixPalette(palette);
   const auto indicesOfRows = [&](V first, V second) {
     I16 d[4];
     for (int k = 0; k < 4; ++k)
       d[k] = ownSumRows(ownDistance(first, palette[k]), ownDistance(second, palette[k]), 1);
-    const I16 b0 = d[0] > d[3], b1 = d[1] > d[2], b2 = d[0] > d[2], b3 = d[1] > d[3], b4 = d[2] > d[3];
-    return (I16)((b0 & b4 & int16_t(1)) | (((b1 & b2) | (b0 & b3)) & int16_t(2)));
+    return ownNearest(d);
   };
   const V indices =
       simd::packU8(indicesOfRows(rows.of[0], rows.of[1]), indicesOfRows(rows.of[2], rows.of[3]));
@@ -245,9 +253,8 @@ inline V64 ownPackRamps(V a0, V a1, V indices) {
   return ends | packIndices<3>(indices) << 16;
 }
 
-inline V64 ownRampBlocks(V values) {
-  const Box box{ownReduceBytes(values, kMin), ownReduceBytes(values, kMax)};
-  const V a0 = box.high(), a1 = box.low();
+// Every byte of a block holds the block's a0 and a1.
+inline V64 ownRampBlocks(V values, V a0, V a1) {
   const auto middle = simd::mulHi((V16)(a0 - a1) & uint16_t(0xFF), simd::splat<V16>(4682));  // / 14
   const auto sevenths = (V16)simd::mulAddBytes(
       simd::unpackLow(a0, a1), (simd::I8)blockPattern({0, 7, 6, 1, 5, 2, 4, 3, 3, 4, 2, 5, 1, 6, 0, 0}));
@@ -261,13 +268,18 @@ inline V64 ownRampBlocks(V values) {
   return ownPackRamps(a0, a1, shuffleBytes(blockPattern(kRampIndex), count));
 }
 
+inline V64 ownRampBlocks(V values) {
+  const Box box{ownReduceBytes(values, kMin), ownReduceBytes(values, kMax)};
+  return ownRampBlocks(values, box.high(), box.low());
+}
+
 // (8 * span position * reciprocal) >> 16, not below 0, mapped to indices.
 inline V ownStepIndices(I16 low, I16 high, I16 reciprocal, const uint8_t (&map)[16]) {
   return shuffleBytes(blockPattern(map),
                       simd::packU8(simd::mulHi(low, reciprocal), simd::mulHi(high, reciprocal)));
 }
 
-inline V ownGroupedDxt5Blocks(const Rows& rows) {
+[[maybe_unused]] inline V ownGroupedDxt5Blocks(const Rows& rows) {
   const Box box = rows.box();
   uint8_t spans[simd::kBytes];
   simd::store(spans, box.max - box.min);
@@ -298,8 +310,7 @@ inline void ownStoreBlocks(uint8_t* dst, V64 blocks) {
   for (int i = 0; i < kAcross; ++i) store(dst + 8 * i, uint64_t(blocks[2 * i]));
 }
 
-// --- formats
-// -----------------------------------------------------------------------------------------------------
+// --- formats -------------------------------------------------------------------------------------------
 
 struct Dxt1 {
   static constexpr int kBlockBytes = 8, kPixelBytes = 4, kGroup = kAcross;
@@ -383,7 +394,7 @@ struct Bc5 {
 
 // Y goes to the alpha ramp, Co to red and Cg to green; blue tells by how much the chroma was scaled.
 struct YCoCg {
-  static constexpr int kBlockBytes = 16, kPixelBytes = 3;
+  static constexpr int kBlockBytes = 16, kPixelBytes = 3, kGroup = kAcross;
 
   // One chroma channel's end-points: inset by about a sixteenth, with rounding, and expanded again. An inset
   // below 0 wraps to 255.
@@ -423,7 +434,95 @@ struct YCoCg {
     store(dst, ownRampBlock(planes.of[0], y.max, y.min));  // the ramp of Y has no inset
     store(dst + 8, ends | uint64_t(indices) << 32);
   }
+
+  static void group(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
+    V planes[3] = {};
+    for (uint8_t y = 0; y < 4; ++y) {
+      V64 pixels{};  // the 12 bytes of a row of each block
+      for (int i = 0; i < kAcross; ++i) {
+        const uint8_t* from = row(src, srcStep, y) + 12 * i;
+        pixels[2 * i] = load<uint64_t>(from);
+        pixels[2 * i + 1] = load<uint32_t>(from + 8);
+      }
+      for (int c = 0; c < 3; ++c) planes[c] |= shuffleBytes((V)pixels, blockPattern(kSplit.of[y][c]));
+    }
+    const auto box = [](V v) { return Box{ownReduceBytes(v, kMin), ownReduceBytes(v, kMax)}; };
+    const Box y = box(planes[0]), rawCo = box(planes[1]), rawCg = box(planes[2]);
+    const V centre = simd::splat<V>(128);
+    const V widest = simd::max(simd::max(ownDistance(rawCo.min, centre), ownDistance(rawCo.max, centre)),
+                               simd::max(ownDistance(rawCg.min, centre), ownDistance(rawCg.max, centre)));
+    const V below64 = (V)(simd::min(widest, simd::splat<V>(63)) == widest);
+    const V below32 = (V)(simd::min(widest, simd::splat<V>(31)) == widest);
+    const auto scaled = [&](V x) {  // around 128, in 8 bits
+      x ^= centre;
+      x = simd::select(below64, x + x, x);
+      return simd::select(below32, x + x, x) ^ centre;
+    };
+    const V cos = scaled(planes[1]), cgs = scaled(planes[2]);
+
+    struct Ends {
+      V low, high;
+    };
+    const auto inset = [&](const Box& raw) {
+      const auto min = (I16)simd::unpackLow(scaled(raw.min), V{}),
+                 max = (I16)simd::unpackLow(scaled(raw.max), V{});
+      const I16 span = max - min - int16_t(7);
+      const I16 low = ((min << 4) + span) >> 4 & int16_t(0xFF),
+                high = ((max << 4) - span) >> 4 & int16_t(0xFF);
+      return Ends{simd::packU8(low, low), simd::packU8(high, high)};
+    };
+    const auto expand = [](const Ends& ends, int bits) {
+      const auto top = simd::splat<V>(uint8_t(0xFF << (8 - bits))),
+                 below = simd::splat<V>(uint8_t(0xFF >> bits));
+      const auto of = [&](V v) { return (v & top) | ((V)((V16)v >> uint16_t(bits)) & below); };
+      return Ends{of(ends.low), of(ends.high)};
+    };
+    const Ends co = expand(inset(rawCo), 5);
+    Ends cg = expand(inset(rawCg), 6);
+    const auto notBelow = [](V a, V b) { return (V)(simd::max(a, b) == a); };
+    const V sides =
+        notBelow(cos, simd::average(co.low, co.high)) ^ notBelow(cgs, simd::average(cg.low, cg.high));
+    auto opposite = simd::sumAbsDiff8(sides & uint8_t(1), V{});
+    opposite +=
+        (V64)shuffleBytes((V)opposite, blockPattern({8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7}));
+    const V swap = (V)((simd::I64)opposite > 8);
+    cg = {simd::select(swap, cg.high, cg.low), simd::select(swap, cg.low, cg.high)};
+
+    const V code = (below64 & uint8_t(1)) + (below32 & uint8_t(2));
+    const auto packed = [&](V o,
+                            V g) {  // bytes are the same throughout a block: a 16-bit lane is one times 257
+      return (((V16)o << 8) & uint16_t(0xF800)) | (((V16)g << 3) & uint16_t(0x07E0)) |
+             ((V16)code & uint16_t(0x1F));
+    };
+    const auto ends = (V64)simd::unpackLow(packed(co.high, cg.high), packed(co.low, cg.low)) & 0xFFFFFFFFu;
+
+    V reds[4] = {co.high, co.low}, greens[4] = {cg.high, cg.low};
+    ownMixPalette(reds);
+    ownMixPalette(greens);
+    I16 first[4], second[4];
+    for (int k = 0; k < 4; ++k) {
+      const V red = ownDistance(cos, reds[k]), green = ownDistance(cgs, greens[k]);
+      const auto ones = simd::splat<simd::I8>(1);
+      first[k] = simd::mulAddBytes(simd::unpackLow(red, green), ones);
+      second[k] = simd::mulAddBytes(simd::unpackHigh(red, green), ones);
+    }
+    const V indices = simd::packU8(ownNearest(first), ownNearest(second));
+    simd::store(
+        dst, simd::unpackLow(ownRampBlocks(planes[0], y.max, y.min), ends | packIndices<2>(indices) << 32));
+  }
+
+  // From 12 bytes of a row to the 4 bytes of that row in a plane.
+  struct Split {
+    uint8_t of[4][3][16];
+    constexpr Split() : of{} {
+      for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 3; ++c)
+          for (int i = 0; i < 16; ++i) of[r][c][i] = uint8_t(i / 4 == r ? 3 * (i % 4) + c : 0x80);
+    }
+  };
+  static const Split kSplit;
 };
+constexpr YCoCg::Split YCoCg::kSplit;
 
 }  // namespace
 }  // namespace texture

@@ -16,16 +16,14 @@ namespace qelj::texture {
 // and may have another form for blocks side by side:
 //   kGroup                     how many
 //   group(src, srcStep, dst)   encodes kGroup blocks
-//   kGroupDiffers              present where a group's bytes are not those of its blocks one by one: then its
-//   form
-//                              is used on every build
-// Groups start at multiples of kGroup blocks, in complete rows of blocks; all blocks that can be in a group
-// are.
+//   kGroupDiffers              present where a group's bytes are not those of its blocks one by one: then
+//                              groups are used on every build
+// Groups start at multiples of kGroup blocks, in complete rows of blocks; every block that can be in a group
+// is in one.
+// clang-format off
 template <class Format>
-concept GroupEncoder = requires {
-  Format::kGroup;
-}
-&&(simd::kEnabled || requires { Format::kGroupDiffers; });
+concept GroupEncoder = requires { Format::kGroup; } && (requires { Format::kGroupDiffers; } || simd::kEnabled);
+// clang-format on
 
 // The 16 pixels of a block that crosses the right or bottom edge: columns beyond the edge repeat the row's
 // last pixel inside the image, rows below it repeat the last row. Reads `columns` x `rows` pixels.

@@ -13,10 +13,9 @@ namespace {
 using V = simd::U8;
 constexpr int64_t kMaxToken = 128;
 
-// --- copies and fills of 1 to 128 bytes, which touch exactly these
-// ----------------------------------------------------- Two stores that overlap serve every length between
-// one vector and two.
+// --- copies and fills ----------------------------------------------------------------------------------
 
+// Of 1 to 128 bytes, exactly these. Two stores that overlap serve every length between one vector and two.
 template <class Make>  // Make(Type{}, offset): the value of this type at this byte
 inline void ownStoreExactly(uint8_t* dst, int64_t n, Make make) {
   using Half = simd::Vec<uint8_t, 16>;
@@ -56,8 +55,7 @@ inline void ownFillRun(uint8_t* dst, uint8_t value, int64_t n) {
   }
 }
 
-// --- the encoder's scanner
-// -------------------------------------------------------------------------------------------
+// --- the encoder's scanner -----------------------------------------------------------------------------
 
 // The length of the run at src, of at most `limit` bytes.
 inline int64_t ownRun(const uint8_t* src, int64_t limit) {
@@ -97,8 +95,7 @@ inline int64_t ownLiteral(const uint8_t* src, int64_t left) {
   return limit;
 }
 
-// --- the decoder
-// -------------------------------------------------------------------------------------------------------
+// --- the decoder ---------------------------------------------------------------------------------------
 
 // The vector form for a token of n, at most 16, bytes takes no branch on what it is. Its last 16 bytes of
 // output are stored as one vector that ends with the token: the upper n bytes are new, and the others are the
@@ -138,7 +135,8 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
     const auto header = int8_t(src[position++]);
     const int64_t room = dstLen - count;
     if constexpr (simd::kEnabled) {
-      // Full literals have a branch of their own: while it is predicted, no header waits for the one before it.
+      // Full literals have a branch of their own: while it is predicted, no header waits for the one before
+      // it.
       if (header == 127 && room >= kMaxToken && position + kMaxToken <= srcLen) {
         ownCopyLiteral(dst + count, src + position, kMaxToken);
         position += kMaxToken;
