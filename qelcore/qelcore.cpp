@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -32,6 +33,33 @@ int32_t environmentCount() {
   return wellFormed && value >= 1 && value <= 65536 ? int32_t(value) : 0;
 }
 
+// The system's description of the first processor's caches. (sysconf counts every third-level cache of a processor
+// in several parts as one, on some versions of the C library.)
+long describedCache() {
+  long largest = 0;
+  for (int i = 0; i < 8; ++i) {
+    char path[64];
+    std::snprintf(path, sizeof path, "/sys/devices/system/cpu/cpu0/cache/index%d/size", i);
+    std::FILE* file = std::fopen(path, "r");
+    if (!file) break;
+    long count = 0;
+    char unit = 0;
+    if (std::fscanf(file, "%9ld%c", &count, &unit) >= 1)
+      largest = std::max(largest, unit == 'M' ? count << 20 : unit == 'K' ? count << 10 : count);
+    std::fclose(file);
+  }
+  return largest;
+}
+
+long largestCache() {
+  if (const long described = describedCache()) return described;
+#ifdef _SC_LEVEL3_CACHE_SIZE
+  return std::max({0L, sysconf(_SC_LEVEL2_CACHE_SIZE), sysconf(_SC_LEVEL3_CACHE_SIZE), sysconf(_SC_LEVEL4_CACHE_SIZE)});
+#else
+  return 0;
+#endif
+}
+
 }  // namespace
 
 extern "C" {
@@ -53,12 +81,7 @@ int32_t ownGetNumThreads() {
 
 int32_t qelGetMaxCacheSizeB(int32_t* bytes) {
   if (!bytes) return -8;
-  long largest = 0;
-#ifdef _SC_LEVEL3_CACHE_SIZE
-  static const long fromSystem = std::max(
-      {sysconf(_SC_LEVEL2_CACHE_SIZE), sysconf(_SC_LEVEL3_CACHE_SIZE), sysconf(_SC_LEVEL4_CACHE_SIZE)});
-  largest = fromSystem;
-#endif
+  static const long largest = largestCache();
   *bytes = largest > 0 ? int32_t(std::min<long>(largest, INT_MAX)) : 0;
   return *bytes ? 0 : kUnknown;
 }

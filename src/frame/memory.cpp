@@ -15,12 +15,6 @@ namespace {
 
 constexpr int64_t kStreamingMinimum = 0x200000;  // fills up to 2 MiB always go through the cache
 
-bool pastTheCaches(int64_t bytes) {
-  if (bytes <= kStreamingMinimum) return false;
-  int32_t cache = 0;
-  return qelGetMaxCacheSizeB(&cache) == qelStatusOk && cache > 0 && bytes > cache;
-}
-
 // Fills with a 4-byte pattern whose phase is that of `dst`.
 void fillCached(char* dst, uint32_t pattern, int64_t bytes) {
   int64_t i = 0;
@@ -49,7 +43,7 @@ void fillStreaming(char* dst, uint32_t pattern, int64_t bytes) { fillCached(dst,
 #endif
 
 void fill(void* dst, uint32_t pattern, int64_t bytes) {
-  const auto work = pastTheCaches(bytes) ? fillStreaming : fillCached;
+  const auto work = ownPastTheCaches(bytes) ? fillStreaming : fillCached;
   work(static_cast<char*>(dst), pattern, bytes);
 }
 
@@ -60,6 +54,12 @@ QelStatus checkedFill(void* dst, uint32_t pattern, int32_t count, int32_t elemen
 }
 
 }  // namespace
+
+bool ownPastTheCaches(int64_t bytes) {
+  if (bytes <= kStreamingMinimum) return false;
+  int32_t cache = 0;
+  return qelGetMaxCacheSizeB(&cache) == qelStatusOk && cache > 0 && bytes > cache;
+}
 
 void* ownAlloc(int32_t bytes) { return bytes < 1 ? nullptr : qelMalloc(bytes); }
 void ownFree(void* block) { qelFree(block); }

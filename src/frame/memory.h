@@ -11,6 +11,10 @@ void* ownAlloc(int32_t bytes);
 // Hands the pointer to qelFree as it is.
 void ownFree(void* block);
 
+// Whether so many bytes, written in one go, had better pass the caches by: more than 2 MiB, and more than the
+// largest cache holds.
+bool ownPastTheCaches(int64_t bytes);
+
 // Fills. A null pointer is qelStatusNullPointer, a count below 1 qelStatusBadSize. A fill of more than 2 MiB
 // that is also larger than the largest cache goes past the caches with streaming stores.
 QelStatus ownSet8u(uint8_t value, void* dst, int32_t bytes);

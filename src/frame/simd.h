@@ -692,15 +692,24 @@ inline Planes3 loadParts3(const uint8_t* p) {
             join(load<H>(p + 32), load<H>(p + 80))};
   }
 }
-inline void storeParts3(uint8_t* p, Planes3 v) {
+template <class Store>
+QELJ_INLINE void storeParts3(uint8_t* p, Planes3 v, Store put) {
   if constexpr (kBytes == 16) {
-    store(p, v.c0), store(p + 16, v.c1), store(p + 32, v.c2);
+    put(p, v.c0), put(p + 16, v.c1), put(p + 32, v.c2);
   } else {
-    store(p, lower(v.c0)), store(p + 16, lower(v.c1)), store(p + 32, lower(v.c2));
-    store(p + 48, upper(v.c0)), store(p + 64, upper(v.c1)), store(p + 80, upper(v.c2));
+    put(p, lower(v.c0)), put(p + 16, lower(v.c1)), put(p + 32, lower(v.c2));
+    put(p + 48, upper(v.c0)), put(p + 64, upper(v.c1)), put(p + 80, upper(v.c2));
   }
 }
 }  // namespace detail
+
+// How a vector is stored; a caller may have a way of its own.
+struct PlainStore {
+  template <class V>
+  QELJ_INLINE void operator()(void* p, V v) const {
+    store(p, v);
+  }
+};
 
 // kLanes<V> pixels of three samples each, as one vector a channel.
 template <class V>
@@ -717,20 +726,23 @@ QELJ_INLINE Triples<V> loadTriples(const void* p) {
   };
   return {channel(0), channel(1), channel(2)};
 }
-template <class V>
-QELJ_INLINE void storeTriples(void* p, Triples<V> v) {
+template <class V, class Store = PlainStore>
+QELJ_INLINE void storeTriples(void* p, Triples<V> v, Store put = {}) {
   const auto part = [&](int i) QELJ_INLINE_LAMBDA {
     const auto& s = detail::kShuffle3<Lane<V>>.merge[i];
     return shuffleBytes((U8)v.c0, blockPattern(s[0])) | shuffleBytes((U8)v.c1, blockPattern(s[1])) |
            shuffleBytes((U8)v.c2, blockPattern(s[2]));
   };
-  detail::storeParts3(static_cast<uint8_t*>(p), {part(0), part(1), part(2)});
+  detail::storeParts3(static_cast<uint8_t*>(p), {part(0), part(1), part(2)}, put);
 }
 QELJ_INLINE Planes3 loadPixels3(const uint8_t* p) {
   const auto v = loadTriples<U8>(p);
   return {v.c0, v.c1, v.c2};
 }
-QELJ_INLINE void storePixels3(uint8_t* p, Planes3 v) { storeTriples<U8>(p, {v.c0, v.c1, v.c2}); }
+template <class Store = PlainStore>
+QELJ_INLINE void storePixels3(uint8_t* p, Planes3 v, Store put = {}) {
+  storeTriples<U8>(p, {v.c0, v.c1, v.c2}, put);
+}
 QELJ_INLINE Planes4 loadPixels4(const uint8_t* p) {
   // Part i: four pixels of each block, as four bytes of each channel.
   const auto part = [p](int i) QELJ_INLINE_LAMBDA {
@@ -747,18 +759,47 @@ QELJ_INLINE Planes4 loadPixels4(const uint8_t* p) {
   return {(U8)unpackLow(low01, low23), (U8)unpackHigh(low01, low23), (U8)unpackLow(high01, high23),
           (U8)unpackHigh(high01, high23)};
 }
-QELJ_INLINE void storePixels4(uint8_t* p, Planes4 v) {
+template <class Store = PlainStore>
+QELJ_INLINE void storePixels4(uint8_t* p, Planes4 v, Store put = {}) {
   const U16 low01 = (U16)unpackLow(v.c0, v.c1), high01 = (U16)unpackHigh(v.c0, v.c1);
   const U16 low23 = (U16)unpackLow(v.c2, v.c3), high23 = (U16)unpackHigh(v.c2, v.c3);
   // Part i: pixels 4i..4i+3 of each block.
   const U16 p0 = unpackLow(low01, low23), p1 = unpackHigh(low01, low23);
   const U16 p2 = unpackLow(high01, high23), p3 = unpackHigh(high01, high23);
   if constexpr (kBytes == 16) {
-    store(p, p0), store(p + 16, p1), store(p + 32, p2), store(p + 48, p3);
+    put(p, p0), put(p + 16, p1), put(p + 32, p2), put(p + 48, p3);
   } else {
-    store(p, lowBlocks(p0, p1)), store(p + 32, lowBlocks(p2, p3));
-    store(p + 64, highBlocks(p0, p1)), store(p + 96, highBlocks(p2, p3));
+    put(p, lowBlocks(p0, p1)), put(p + 32, lowBlocks(p2, p3));
+    put(p + 64, highBlocks(p0, p1)), put(p + 96, highBlocks(p2, p3));
   }
+}
+
+// --- memory, by blocks and past the caches ----------------------------------------------------------------------
+
+// The blocks of a vector from places `distance` bytes apart.
+template <class V>
+QELJ_INLINE V loadBlocks(const uint8_t* p, ptrdiff_t distance) {
+  if constexpr (sizeof(V) == 16) return load<V>(p);
+  else return (V)join(load<Vec<uint8_t, 16>>(p), load<Vec<uint8_t, 16>>(p + distance));
+}
+
+// Stores past the caches where p is aligned to the vector. Other threads see the stores behind a streamFence.
+template <class V>
+QELJ_INLINE void stream(void* p, V v) {
+#if QELJ_HAS_AVX2
+  if constexpr (sizeof(V) == 32)
+    if (reinterpret_cast<uintptr_t>(p) % 32 == 0) return _mm256_stream_si256((__m256i*)p, (__m256i)v);
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16)
+    if (reinterpret_cast<uintptr_t>(p) % 16 == 0) return _mm_stream_si128((__m128i*)p, (__m128i)v);
+#endif
+  store(p, v);
+}
+inline void streamFence() {
+#if QELJ_HAS_SSE41
+  _mm_sfence();
+#endif
 }
 
 // --- loops -----------------------------------------------------------------------------------------------------------
@@ -769,7 +810,9 @@ QELJ_INLINE void storePixels4(uint8_t* p, Planes4 v) {
 template <class Group>
 QELJ_INLINE ptrdiff_t coverByVectors(ptrdiff_t first, ptrdiff_t end, Group&& group) {
   if (!kEnabled || end - first < kBytes) return first;
-  for (ptrdiff_t x = first; x < end; x += kBytes) group(x < end - kBytes ? x : end - kBytes);
+  ptrdiff_t x = first;
+  for (; x <= end - kBytes; x += kBytes) group(x);
+  if (x < end) group(end - kBytes);
   return end;
 }
 

@@ -5,6 +5,7 @@
 
 #include "frame/arith.h"
 #include "frame/check.h"
+#include "frame/memory.h"
 #include "frame/rows.h"
 #include "frame/simd.h"
 #include "jpeg/sample/colour_forms.h"
@@ -124,12 +125,38 @@ struct PackedSource {
   }
 };
 
+// --- How a result is stored ------------------------------------------------------------------------------
+
+// An image larger than the caches would drive out everything else and not be there when it is read:
+// interleaved pixels go past them. Planes do not: several such streams side by side are no faster than plain
+// stores.
+struct Writer {
+  bool streams;
+
+  static Writer forImage(QelSize size, int32_t pixelBytes) {
+    return {ownPastTheCaches(int64_t(size.width) * size.height * pixelBytes)};
+  }
+  template <class V>
+  QELJ_INLINE void operator()(void* p, V v) const {
+    if (streams)
+      simd::stream(p, v);
+    else
+      simd::store(p, v);
+  }
+  // Behind every row, so that the thread that joins sees it.
+  void endRow() const {
+    if (streams) simd::streamFence();
+  }
+};
+
 // --- Sinks of RGB ----------------------------------------------------------------------------------------
 
 template <class Order>
 struct PixelSink {
+  static constexpr int kStreamedBytes = 3;
+  Writer write;
   uint8_t* p;
-  PixelSink(uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  PixelSink(uint8_t* base, int32_t step, int32_t y, Writer w) : write(w), p(row(base, step, y)) {}
   static QelStatus valid(uint8_t* base) { return nonNull(base); }
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
@@ -138,15 +165,18 @@ struct PixelSink {
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     const auto& [r, g, b] = v.rgb;
-    simd::storePixels3(p + 3 * x, Order::r == 0 ? simd::Planes3{r, g, b} : simd::Planes3{b, g, r});
+    simd::storePixels3(p + 3 * x, Order::r == 0 ? simd::Planes3{r, g, b} : simd::Planes3{b, g, r}, write);
   }
 };
 
 template <class Order>
 struct AlphaPixelSink {
+  static constexpr int kStreamedBytes = 4;
+  Writer write;
   uint8_t* p;
   uint8_t alpha;
-  AlphaPixelSink(uint8_t* base, int32_t step, int32_t y, uint8_t a) : p(row(base, step, y)), alpha(a) {}
+  AlphaPixelSink(uint8_t* base, int32_t step, int32_t y, Writer w, uint8_t a)
+      : write(w), p(row(base, step, y)), alpha(a) {}
   static QelStatus valid(uint8_t* base) { return nonNull(base); }
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
@@ -156,13 +186,15 @@ struct AlphaPixelSink {
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     const auto& [r, g, b] = v.rgb;
     const U8 a = simd::splat<U8>(alpha);
-    simd::storePixels4(p + 4 * x, Order::r == 0 ? simd::Planes4{r, g, b, a} : simd::Planes4{b, g, r, a});
+    simd::storePixels4(p + 4 * x, Order::r == 0 ? simd::Planes4{r, g, b, a} : simd::Planes4{b, g, r, a},
+                       write);
   }
 };
 
 struct PlaneSink {
+  static constexpr int kStreamedBytes = 0;
   uint8_t *r, *g, *b;
-  PlaneSink(uint8_t* const* base, int32_t step, int32_t y)
+  PlaneSink(uint8_t* const* base, int32_t step, int32_t y, Writer)
       : r(row(base[0], step, y)), g(row(base[1], step, y)), b(row(base[2], step, y)) {}
   static QelStatus valid(uint8_t* const* base) { return planes(base, 3); }
 
@@ -173,8 +205,10 @@ struct PlaneSink {
 };
 
 struct CmykPixelSink {
+  static constexpr int kStreamedBytes = 4;
+  Writer write;
   uint8_t* p;
-  CmykPixelSink(uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  CmykPixelSink(uint8_t* base, int32_t step, int32_t y, Writer w) : write(w), p(row(base, step, y)) {}
   static QelStatus valid(uint8_t* base) { return nonNull(base); }
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
@@ -182,12 +216,13 @@ struct CmykPixelSink {
     at[0] = uint8_t(~v.rgb.r), at[1] = uint8_t(~v.rgb.g), at[2] = uint8_t(~v.rgb.b), at[3] = v.k;
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    simd::storePixels4(p + 4 * x, {~v.rgb.r, ~v.rgb.g, ~v.rgb.b, v.k});
+    simd::storePixels4(p + 4 * x, {~v.rgb.r, ~v.rgb.g, ~v.rgb.b, v.k}, write);
   }
 };
 struct CmykPlaneSink {
+  static constexpr int kStreamedBytes = 0;
   uint8_t *c, *m, *y, *k;
-  CmykPlaneSink(uint8_t* const* base, int32_t step, int32_t at)
+  CmykPlaneSink(uint8_t* const* base, int32_t step, int32_t at, Writer)
       : c(row(base[0], step, at)),
         m(row(base[1], step, at)),
         y(row(base[2], step, at)),
@@ -205,8 +240,10 @@ struct CmykPlaneSink {
 
 template <class Order, int kGreenBits>
 struct PackedSink {
+  static constexpr int kStreamedBytes = 2;
+  Writer write;
   uint16_t* p;
-  PackedSink(uint16_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  PackedSink(uint16_t* base, int32_t step, int32_t y, Writer w) : write(w), p(row(base, step, y)) {}
   static QelStatus valid(uint16_t* base) { return nonNull(base); }
 
   // The top bits of every byte; bit 15 of a 555 pixel is 0.
@@ -223,8 +260,8 @@ struct PackedSink {
     const auto high = [](U8 bytes) { return simd::as<uint16_t>(simd::unpackHigh(bytes, U8{})); };
     const auto first = pack(low(v.rgb.r), low(v.rgb.g), low(v.rgb.b));
     const auto second = pack(high(v.rgb.r), high(v.rgb.g), high(v.rgb.b));
-    simd::store(row(p, 2, x), simd::lowBlocks(first, second));
-    simd::store(row(p, 2, x + kVector / 2), simd::highBlocks(first, second));
+    write(row(p, 2, x), simd::lowBlocks(first, second));
+    write(row(p, 2, x + kVector / 2), simd::highBlocks(first, second));
   }
 };
 
@@ -233,8 +270,9 @@ struct PackedSink {
 // kPlanes: 1 (Y alone), 3, or 4 (with K).
 template <int kPlanes>
 struct YccSink {
+  static constexpr int kStreamedBytes = 0;
   uint8_t* plane[kPlanes];
-  YccSink(uint8_t* const* base, int32_t step, int32_t y) {
+  YccSink(uint8_t* const* base, int32_t step, int32_t y, Writer) {
     for (int i = 0; i < kPlanes; ++i) plane[i] = row(base[i], step, y);
   }
   static QelStatus valid(uint8_t* const* base) { return planes(base, kPlanes); }
@@ -250,8 +288,9 @@ struct YccSink {
   }
 };
 struct LumaSink {
+  static constexpr int kStreamedBytes = 0;
   uint8_t* p;
-  LumaSink(uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
+  LumaSink(uint8_t* base, int32_t step, int32_t y, Writer) : p(row(base, step, y)) {}
   static QelStatus valid(uint8_t* base) { return nonNull(base); }
 
   void pixel(ptrdiff_t x, YccK<uint8_t> v) const { p[x] = v.ycc.y; }
@@ -339,8 +378,10 @@ QelStatus convertRows(const From* src, int32_t srcStep, To* dst, int32_t dstStep
   const auto usable = [](int32_t s) { return kRows == Rows::kSerialAnyStep ? qelStatusOk : step(s); };
   if (auto s = check(Source::valid(src), Sink::valid(dst), usable(srcStep), usable(dstStep), area(size)); s)
     return s;
+  const Writer write = Writer::forImage(size, Sink::kStreamedBytes);
   const auto oneRow = [=](int32_t y) {
-    rowOperation(Source(src, srcStep, y), Sink(dst, dstStep, y, sinkArgument...), size.width);
+    rowOperation(Source(src, srcStep, y), Sink(dst, dstStep, y, write, sinkArgument...), size.width);
+    write.endRow();
   };
   return kRows == Rows::kFork ? forEachRow(size, oneRow) : forEachRowSerial(size, oneRow);
 }

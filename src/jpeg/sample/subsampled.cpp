@@ -113,12 +113,14 @@ template <int kRows, class Sink, class... Alpha>
 QelStatus inverse(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep,
                   QelSize size, Alpha... alpha) {
   if (auto s = check(nonNull(dst), planes(src, 3), area(size, 2, kRows)); s) return s;
+  const Writer write = Writer::forImage(size, Sink::kStreamedBytes);
   for (int32_t y = 0; y <= size.height - kRows; y += kRows) {
     const int32_t last = y + kRows - 1;
-    const Sink sink[2] = {{dst, dstStep, y, alpha...}, {dst, dstStep, last, alpha...}};
+    const Sink sink[2] = {{dst, dstStep, y, write, alpha...}, {dst, dstStep, last, write, alpha...}};
     ownInverseRows<kRows>({row(src[0], srcStep[0], y), row(src[0], srcStep[0], last)},
                           row(src[1], srcStep[1], y / kRows), row(src[2], srcStep[2], y / kRows), sink,
                           size.width);
+    write.endRow();
   }
   return oddSize(size, kRows);
 }
@@ -150,7 +152,11 @@ void ownPackedRow(const uint8_t* src, PixelSink<RgbOrder> sink, ptrdiff_t width)
 QelStatus qeliYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
                                           QelSize size) {
   if (auto s = check(nonNull(src), nonNull(dst), area(size)); s) return s;
-  const auto oneRow = [=](int32_t y) { ownPackedRow(row(src, srcStep, y), {dst, dstStep, y}, size.width); };
+  const Writer write = Writer::forImage(size, PixelSink<RgbOrder>::kStreamedBytes);
+  const auto oneRow = [=](int32_t y) {
+    ownPackedRow(row(src, srcStep, y), {dst, dstStep, y, write}, size.width);
+    write.endRow();
+  };
   // An odd width writes a pixel more. Where that reaches into the next row, the rows go in order, as one.
   const bool overlap = std::abs(int64_t(dstStep)) < 3 * (int64_t(size.width) + size.width % 2);
   if (overlap) return forEachRow({1, 1}, [=](int32_t) { forEachRowSerial(size, oneRow); });

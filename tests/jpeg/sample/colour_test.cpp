@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "qelcore.h"
 #include "qelj.h"
 #include "support/buffer.h"
 
@@ -327,6 +328,26 @@ TEST(ColourValues, Corners) {
   EXPECT_EQ(0, rgb[0]);
   EXPECT_EQ(135, rgb[1]);
   EXPECT_EQ(0, rgb[2]);
+}
+
+// An image larger than the caches is stored in another way; a row alone is not.
+TEST(ColourValues, LargeImageEqualsItsRows) {
+  int32_t cache = 0;
+  if (qelGetMaxCacheSizeB(&cache) != qelStatusOk || cache > (64 << 20))
+    GTEST_SKIP() << "cache of unknown or great size";
+  constexpr int kWidth = 4099, kStep = 4 * kWidth + 20;  // rows at all alignments of four bytes
+  const int height = cache / (4 * kWidth) + 2;
+  std::vector<uint8_t> source(size_t(kWidth) * 3 + size_t(height)), row(kStep),
+      image(size_t(kStep) * size_t(height));
+  Random().fill(source.data(), source.size());
+  // A step of one byte: every row is another one, of little memory.
+  const uint8_t* const planes[] = {source.data(), source.data() + kWidth, source.data() + 2 * kWidth};
+  ASSERT_EQ(qelStatusOk, qeliYCbCrToBGR_JPEG_8u_P3C4R(planes, 1, image.data(), kStep, {kWidth, height}, 9));
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* const at[] = {planes[0] + y, planes[1] + y, planes[2] + y};
+    ASSERT_EQ(qelStatusOk, qeliYCbCrToBGR_JPEG_8u_P3C4R(at, 1, row.data(), kStep, {kWidth, 1}, 9));
+    ASSERT_EQ(0, std::memcmp(row.data(), image.data() + size_t(kStep) * size_t(y), 4 * kWidth)) << y;
+  }
 }
 
 }  // namespace
