@@ -1492,9 +1492,21 @@ QELJ_API QelStatus qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* src,
  * the right or bottom edge only the pixels inside the image are written, and nothing between two rows. Any dstStep but
  * 0 is accepted, a negative one included; rows must not overlap. Checked in this order: src, dst
  * (qelStatusNullPointer), dstStep of 0 (qelStatusBadStep), size below 1 (qelStatusBadSize).
+ *
+ * Encoding: dst receives ceil(width / 4) x ceil(height / 4) blocks in raster order; it has no length argument. A block
+ * that crosses the right edge repeats each row's last pixel inside the image, one that crosses the bottom edge repeats
+ * its last row; no byte outside the image's pixels is read. Any srcStep but 0 is accepted, a negative one included.
+ * Checked in this order: src, dst (qelStatusNullPointer), srcStep of 0 (qelStatusBadStep), size below 1
+ * (qelStatusBadSize).
+ *   What is made smallest is the squared error over red, green, blue and alpha, all weighing the same, as the decoder
+ * above decodes. The same pixels always give the same block. Opaque blocks (alpha 255 throughout) use modes 6, 1 and 3
+ * and decode to an alpha of 255; others use modes 6, 5, 4 and 7. A block of one colour decodes to within 1 of it, and
+ * exactly when it is opaque and has no channel of 0. Of the 64 shapes of two subsets, two are tried, chosen by the
+ * error that the best lines through their subsets would leave. Modes 0 and 2 and rotations are not used.
  * ------------------------------------------------------------------------------------------------------------ */
 
 QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
 
 /* ============================================================================================================
  * TIFF

@@ -86,7 +86,14 @@ const Block kBlocks[] = {
      96,
      {},
      {}},
-    {"bc7", 16, Sample::rgba, qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R, nullptr, 98, {97, 99}, {}},
+    {"bc7",
+     16,
+     Sample::rgba,
+     qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R,
+     qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R,
+     98,
+     {97, 99},
+     {}},
 };
 
 constexpr uint32_t kHeaderBytes = 124, kPixelFormatBytes = 32, kFourCode = 4;

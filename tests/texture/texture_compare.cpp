@@ -71,6 +71,7 @@ constexpr auto encode = [](auto* function, Random& random, Trace& trace) {
   trace.status(function(first, upwards ? -src.step() : src.step(), shape.size(), dst.data()));
   trace.buffer(dst);
 };
+QELJ_COMPARE(qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R, encode<16, 4>);
 QELJ_COMPARE(qeliTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R, encode<8, 4>);
 QELJ_COMPARE(qeliTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R, encode<16, 4>);
 QELJ_COMPARE(qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R, encode<16, 4>);
