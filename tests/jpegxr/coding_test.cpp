@@ -58,62 +58,47 @@ template <class T>
 constexpr int32_t kStep = 4 * sizeof(T);
 
 template <class T>
+struct Of;
+#define QELJ_CODERS(T, tag)                                                       \
+  template <>                                                                     \
+  struct Of<T> {                                                                  \
+    static constexpr auto encode = qeliVLCEncode4x4_JPEGXR_##tag##1u_C1R;         \
+    static constexpr auto encodeFlex = qeliVLCEncode4x4Flex_JPEGXR_##tag##1u_C1R; \
+    static constexpr auto decode = qeliVLCDecode4x4_JPEGXR_1u##tag##_C1R;         \
+    static constexpr auto encodeFixed = qeliFLCEncode4x4_JPEGXR_##tag##1u_C1R;    \
+    static constexpr auto decodeFixed = qeliFLCDecode4x4_JPEGXR_1u##tag##_C1IR;   \
+  };
+QELJ_CODERS(int16_t, 16s)
+QELJ_CODERS(int32_t, 32s)
+
+template <class T>
 int32_t encode(Coder& c, const Block<T>& block, int chroma, uint32_t modelBits, uint32_t trimBits = 0,
                uint32_t* residual = nullptr) {
   int32_t pairs = -1;
-  const auto normal = [] {
-    if constexpr (sizeof(T) == 2)
-      return qeliVLCEncode4x4_JPEGXR_16s1u_C1R;
-    else
-      return qeliVLCEncode4x4_JPEGXR_32s1u_C1R;
-  }();
-  const auto flex = [] {
-    if constexpr (sizeof(T) == 2)
-      return qeliVLCEncode4x4Flex_JPEGXR_16s1u_C1R;
-    else
-      return qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R;
-  }();
-  EXPECT_EQ(qelStatusOk, residual ? flex(block.data(), kStep<T>, chroma, modelBits, trimBits, residual,
+  EXPECT_EQ(qelStatusOk,
+            residual ? Of<T>::encodeFlex(block.data(), kStep<T>, chroma, modelBits, trimBits, residual,
                                          &c.stream, &c.bitBuffer, &c.bitCount, &pairs, &c.state())
-                                  : normal(block.data(), kStep<T>, chroma, modelBits, &c.stream, &c.bitBuffer,
-                                           &c.bitCount, &pairs, &c.state()));
+                     : Of<T>::encode(block.data(), kStep<T>, chroma, modelBits, &c.stream, &c.bitBuffer,
+                                     &c.bitCount, &pairs, &c.state()));
   return pairs;
 }
 template <class T>
 int32_t decode(Coder& c, Block<T>& block, int chroma, T scale) {
   int32_t count = -1;
-  const auto function = [] {
-    if constexpr (sizeof(T) == 2)
-      return qeliVLCDecode4x4_JPEGXR_1u16s_C1R;
-    else
-      return qeliVLCDecode4x4_JPEGXR_1u32s_C1R;
-  }();
-  EXPECT_EQ(qelStatusOk, function(&c.readStream, &c.bitBuffer, &c.bitCount, scale, block.data(), kStep<T>,
-                                  chroma, &count, &c.state()));
+  EXPECT_EQ(qelStatusOk, Of<T>::decode(&c.readStream, &c.bitBuffer, &c.bitCount, scale, block.data(),
+                                       kStep<T>, chroma, &count, &c.state()));
   return count;
 }
 template <class T>
 void encodeFixed(Coder& c, const Block<T>& block, const uint32_t* residual, uint32_t flexBits,
                  uint32_t trimBits, bool fromResidual) {
-  const auto function = [] {
-    if constexpr (sizeof(T) == 2)
-      return qeliFLCEncode4x4_JPEGXR_16s1u_C1R;
-    else
-      return qeliFLCEncode4x4_JPEGXR_32s1u_C1R;
-  }();
-  EXPECT_EQ(qelStatusOk, function(block.data(), kStep<T>, residual, &c.stream, &c.bitBuffer, &c.bitCount,
-                                  flexBits, trimBits, fromResidual));
+  EXPECT_EQ(qelStatusOk, Of<T>::encodeFixed(block.data(), kStep<T>, residual, &c.stream, &c.bitBuffer,
+                                            &c.bitCount, flexBits, trimBits, fromResidual));
 }
 template <class T>
 void decodeFixed(Coder& c, Block<T>& block, uint32_t flexBits, T scale, bool refine) {
-  const auto function = [] {
-    if constexpr (sizeof(T) == 2)
-      return qeliFLCDecode4x4_JPEGXR_1u16s_C1IR;
-    else
-      return qeliFLCDecode4x4_JPEGXR_1u32s_C1IR;
-  }();
-  EXPECT_EQ(qelStatusOk, function(&c.readStream, &c.bitBuffer, &c.bitCount, block.data(), kStep<T>, flexBits,
-                                  scale, refine));
+  EXPECT_EQ(qelStatusOk, Of<T>::decodeFixed(&c.readStream, &c.bitBuffer, &c.bitCount, block.data(), kStep<T>,
+                                            flexBits, scale, refine));
 }
 
 // --- state ---------------------------------------------------------------------------------------
@@ -240,72 +225,20 @@ TEST(VlcBlock, KnownStreams) {
     EXPECT_EQ(int(placed.size()), encode(c, block, 0, 0));
     return c.bits();
   };
+  const auto joined = [](Bits bits) { return std::erase(bits, ' '), bits; };
   EXPECT_EQ("", coded({}));
-  EXPECT_EQ(
-      "00010"
-      "0",
-      coded({{1, 1}}));  // first index 1, sign
-  EXPECT_EQ(
-      "000001"
-      "1"
-      "00001"
-      "0000"
-      "0000",
-      coded({{1, -18}}));  // 3, sign, escape, length 4, bits
-  EXPECT_EQ(
-      "0010"
-      "0"
-      "0001"
-      "111",
-      coded({{15, 1}}));  // 0, sign, class 4, run 7 + 7
+  // First index 1, sign; 3, sign, escape, length 4, bits; 0, sign, class 4, run 7 + 7.
+  EXPECT_EQ(joined("00010 0"), coded({{1, 1}}));
+  EXPECT_EQ(joined("000001 1 00001 0000 0000"), coded({{1, -18}}));
+  EXPECT_EQ(joined("0010 0 0001 111"), coded({{15, 1}}));
   // A neighbour: 5, sign; index 1 in context 1, sign, level 0.
-  EXPECT_EQ(
-      "010"
-      "0"
-      "0000"
-      "1"
-      "01",
-      coded({{1, 1}, {2, -2}}));
+  EXPECT_EQ(joined("010 0 0000 1 01"), coded({{1, 1}, {2, -2}}));
   // Behind a run of 2 in 4 places: 8, sign, class 4, run 7 + 2; the run, index 0 in context 0, sign.
-  EXPECT_EQ(
-      "011"
-      "0"
-      "0001"
-      "010"
-      "01"
-      "01"
-      "0",
-      coded({{10, 1}, {13, 1}}));
-  // Place 14 has a fixed code, 0 for a last coefficient of 1 and 3 for a larger one with a neighbour; place
-  // 15 a bit.
-  EXPECT_EQ(
-      "0011"
-      "0"
-      "0001"
-      "101"
-      "0"
-      "1",
-      coded({{13, 1}, {14, -1}}));
-  EXPECT_EQ(
-      "0011"
-      "0"
-      "0001"
-      "110"
-      "1"
-      "1"
-      "01",
-      coded({{14, 1}, {15, -2}}));
-  EXPECT_EQ(
-      "0011"
-      "0"
-      "0001"
-      "101"
-      "111"
-      "0"
-      "01"
-      "0"
-      "0",
-      coded({{13, 1}, {14, 2}, {15, 1}}));
+  EXPECT_EQ(joined("011 0 0001 010 01 01 0"), coded({{10, 1}, {13, 1}}));
+  // Place 14 has a fixed code, 0 for a last 1, 3 for a larger one with a neighbour; place 15 has a bit.
+  EXPECT_EQ(joined("0011 0 0001 101 0 1"), coded({{13, 1}, {14, -1}}));
+  EXPECT_EQ(joined("0011 0 0001 110 1 1 01"), coded({{14, 1}, {15, -2}}));
+  EXPECT_EQ(joined("0011 0 0001 101 111 0 01 0 0"), coded({{13, 1}, {14, 2}, {15, 1}}));
 }
 
 TEST(VlcBlock, PositionFollowsFromTheNumberOfBits) {
@@ -325,25 +258,38 @@ TEST(VlcBlock, PositionFollowsFromTheNumberOfBits) {
     }
 }
 
-TEST(VlcBlock, ReaderStaysBeforeTheReturnedPointer) {
+TEST(VlcBlock, ReadersStayBeforeTheReturnedPointer) {
   Random random(5);
-  for (int round = 0; round < 200; ++round) {
+  for (int round = 0; round < 300; ++round) {
     Coder encoder, decoder, tight;
     Block<int32_t> block{}, out;
     for (auto& v : block) v = random.chance(50) ? int32_t(random.bits()) >> random.in(2, 31) : 0;
-    block[1] = 1;
-    encode(encoder, block, 1, 0);
+    block[1] = 1 << 20;
+    uint32_t residual[16];
+    const auto bits = uint32_t(random.in(0, 15));
+    encode(encoder, block, 1, bits, 0, residual);
+    encodeFixed(encoder, block, residual, bits, 0, true);
     decoder.load(encoder);
-    decode(decoder, out, 1, 1);
-    const size_t used = size_t(decoder.readStream - decoder.bytes.data());
-    PageBuffer pages(used);
-    pages.assign(decoder.bytes.data(), used);
-    tight.readStream = pages.data();
-    Block<int32_t> again;
-    decode(tight, again, 1, 1);
-    EXPECT_EQ(pages.data() + used, tight.readStream);
+    const auto decodeBoth = [&](Coder& c) {
+      decode(c, out, 1, 1 << bits);
+      const auto between = c.readStream;
+      decodeFixed(c, out, bits, 1, true);
+      return between;
+    };
+    const auto start = decoder.bytes.data();
+    const size_t blockBytes = size_t(decodeBoth(decoder) - start), all = size_t(decoder.readStream - start);
+    PageBuffer first(blockBytes), second(all);
+    first.assign(start, blockBytes), second.assign(start, all);
+    tight.readStream = first.data();
+    decode(tight, out, 1, 1 << bits);
+    EXPECT_EQ(first.data() + blockBytes, tight.readStream);
+    tight.readStream = second.data() + blockBytes;
+    decodeFixed(tight, out, bits, 1, true);
+    EXPECT_EQ(second.data() + all, tight.readStream);
     EXPECT_TRUE(decoder.bitCount == tight.bitCount && decoder.bitBuffer == tight.bitBuffer);
     EXPECT_TRUE(decoder.bitCount >= 16 && decoder.bitCount < 32);
+    out[0] = block[0];
+    EXPECT_EQ(block, out);
   }
 }
 
@@ -618,9 +564,10 @@ TEST(VlcBlock, CorruptStreamsStayInTheBlock) {
 // --- arguments -----------------------------------------------------------------------------------
 
 TEST(VlcChecks, EveryArgumentInOrder) {
+  constexpr auto kNull = qelStatusNullPointer, kRange = qelStatusOutOfRange;
   Coder c;
-  Block<int16_t> narrow{};
-  Block<int32_t> wide{};
+  int16_t n[16] = {};
+  int32_t w[16] = {};
   uint32_t residual[16] = {};
   int32_t pairs[32] = {0, 1}, count = 5, big = 33, negative = -1, none = 0;
   uint32_t held = 0;
@@ -631,53 +578,41 @@ TEST(VlcChecks, EveryArgumentInOrder) {
   const auto record = c.record.whole();
   VLCState* s = &c.state();
 
-  EXPECT_EQ(qelStatusNullPointer, qeliVLCGetStateSize_JPEGXR(nullptr));
-  EXPECT_EQ(qelStatusNullPointer, qeliVLCInit_JPEGXR(nullptr));
-  EXPECT_EQ(qelStatusNullPointer, qeliVLCAdapt_JPEGXR(nullptr, 2));
-  EXPECT_EQ(qelStatusOutOfRange, qeliVLCAdapt_JPEGXR(s, 2));
-  EXPECT_EQ(qelStatusNullPointer, qeliVLCScanReset_JPEGXR(nullptr, 3));
-  EXPECT_EQ(qelStatusOutOfRange, qeliVLCScanReset_JPEGXR(s, -1));
-  EXPECT_EQ(qelStatusNullPointer, qeliVLCScanSet_JPEGXR(nullptr, 3));
-  EXPECT_EQ(qelStatusOutOfRange, qeliVLCScanSet_JPEGXR(s, 3));
-  EXPECT_EQ(qelStatusOutOfRange, qeliVLCScan4x4DC_JPEGXR_32s(wide.data(), 16, residual, pairs, &count, s));
-  EXPECT_EQ(qelStatusNullPointer, qeliVLCScan4x4DC_JPEGXR_32s(wide.data(), 16, residual, nullptr, &count, s));
+  EXPECT_EQ(kNull, qeliVLCGetStateSize_JPEGXR(nullptr));
+  EXPECT_EQ(kNull, qeliVLCInit_JPEGXR(nullptr));
+  EXPECT_EQ(kNull, qeliVLCAdapt_JPEGXR(nullptr, 2));
+  EXPECT_EQ(kRange, qeliVLCAdapt_JPEGXR(s, 2));
+  EXPECT_EQ(kNull, qeliVLCScanReset_JPEGXR(nullptr, 3));
+  EXPECT_EQ(kRange, qeliVLCScanReset_JPEGXR(s, -1));
+  EXPECT_EQ(kNull, qeliVLCScanSet_JPEGXR(nullptr, 3));
+  EXPECT_EQ(kRange, qeliVLCScanSet_JPEGXR(s, 3));
+  EXPECT_EQ(kRange, qeliVLCScan4x4DC_JPEGXR_32s(w, 16, residual, pairs, &count, s));
+  EXPECT_EQ(kNull, qeliVLCScan4x4DC_JPEGXR_32s(w, 16, residual, nullptr, &count, s));
 
   for (int32_t* bad : {&big, &negative}) {
-    EXPECT_EQ(qelStatusNullPointer,
-              qeliVLCEncode4x4_JPEGXR_16s1u_C1R(narrow.data(), 8, 0, 16, &null, &held, bad, &count, s));
-    EXPECT_EQ(qelStatusOutOfRange,
-              qeliVLCEncode4x4_JPEGXR_16s1u_C1R(narrow.data(), 8, 0, 0, &out, &held, bad, &count, s));
-    EXPECT_EQ(qelStatusOutOfRange,
-              qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&in, &held, bad, 1, wide.data(), 16, 0, &count, s));
-    EXPECT_EQ(qelStatusNullPointer,
-              qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&nullIn, &held, bad, 1, wide.data(), 16, 0, &count, s));
-    EXPECT_EQ(qelStatusOutOfRange, qeliVLCEncodeDC422_JPEGXR_32s1u(pairs, 1, &out, &held, bad, s));
-    EXPECT_EQ(qelStatusOutOfRange, qeliVLCDecodeDC422_JPEGXR_1u32s(&in, &held, bad, wide.data(), &count, s));
-    EXPECT_EQ(qelStatusOutOfRange,
-              qeliFLCEncode4x4_JPEGXR_16s1u_C1R(narrow.data(), 8, residual, &out, &held, bad, 0, 0, 1));
-    EXPECT_EQ(qelStatusOutOfRange,
-              qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(&in, &held, bad, narrow.data(), 8, 0, 1, 1));
+    EXPECT_EQ(kNull, qeliVLCEncode4x4_JPEGXR_16s1u_C1R(n, 8, 0, 16, &null, &held, bad, &count, s));
+    EXPECT_EQ(kRange, qeliVLCEncode4x4_JPEGXR_16s1u_C1R(n, 8, 0, 0, &out, &held, bad, &count, s));
+    EXPECT_EQ(kRange, qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&in, &held, bad, 1, w, 16, 0, &count, s));
+    EXPECT_EQ(kNull, qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&nullIn, &held, bad, 1, w, 16, 0, &count, s));
+    EXPECT_EQ(kRange, qeliVLCEncodeDC422_JPEGXR_32s1u(pairs, 1, &out, &held, bad, s));
+    EXPECT_EQ(kRange, qeliVLCDecodeDC422_JPEGXR_1u32s(&in, &held, bad, w, &count, s));
+    EXPECT_EQ(kRange, qeliFLCEncode4x4_JPEGXR_16s1u_C1R(n, 8, residual, &out, &held, bad, 0, 0, 1));
+    EXPECT_EQ(kRange, qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(&in, &held, bad, n, 8, 0, 1, 1));
   }
-  EXPECT_EQ(qelStatusOutOfRange,
-            qeliVLCEncode4x4_JPEGXR_32s1u_C1R(wide.data(), 16, 0, 16, &out, &held, &none, &count, s));
-  EXPECT_EQ(qelStatusOutOfRange, qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(wide.data(), 16, 0, 0, 16, residual,
-                                                                       &out, &held, &none, &count, s));
-  EXPECT_EQ(qelStatusNullPointer, qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(wide.data(), 16, 0, 0, 16, nullptr,
-                                                                        &out, &held, &none, &count, s));
-  EXPECT_EQ(qelStatusOutOfRange,
-            qeliFLCEncode4x4_JPEGXR_32s1u_C1R(wide.data(), 16, residual, &out, &held, &none, 16, 0, 1));
-  EXPECT_EQ(qelStatusOutOfRange,
-            qeliFLCEncode4x4_JPEGXR_32s1u_C1R(wide.data(), 16, residual, &out, &held, &none, 0, 16, 1));
-  EXPECT_EQ(qelStatusOutOfRange,
-            qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&in, &held, &none, wide.data(), 16, 16, 1, 1));
-  EXPECT_EQ(qelStatusOutOfRange, qeliVLCEncodeDC444_JPEGXR_32s1u(pairs, 17, 0, &out, &held, &none, s));
-  EXPECT_EQ(qelStatusOutOfRange, qeliVLCEncodeDC422_JPEGXR_32s1u(pairs, 15, &out, &held, &none, s));
-  EXPECT_EQ(qelStatusOutOfRange, qeliVLCEncodeDC420_JPEGXR_32s1u(pairs, 7, &out, &held, &none, s));
-  EXPECT_EQ(qelStatusNullPointer, qeliVLCEncodeDC420_JPEGXR_32s1u(nullptr, 7, &out, &held, &none, s));
-  EXPECT_EQ(qelStatusNullPointer,
-            qeliVLCDecodeDC420_JPEGXR_1u32s(&nullIn, &held, &none, wide.data(), &count, s));
-  EXPECT_EQ(qelStatusNullPointer,
-            qeliVLCDecodeDC444_JPEGXR_1u32s(&in, &held, &none, wide.data(), 0, &count, nullptr));
+  EXPECT_EQ(kRange, qeliVLCEncode4x4_JPEGXR_32s1u_C1R(w, 16, 0, 16, &out, &held, &none, &count, s));
+  EXPECT_EQ(kRange,
+            qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(w, 16, 0, 0, 16, residual, &out, &held, &none, &count, s));
+  EXPECT_EQ(kNull,
+            qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(w, 16, 0, 0, 16, nullptr, &out, &held, &none, &count, s));
+  EXPECT_EQ(kRange, qeliFLCEncode4x4_JPEGXR_32s1u_C1R(w, 16, residual, &out, &held, &none, 16, 0, 1));
+  EXPECT_EQ(kRange, qeliFLCEncode4x4_JPEGXR_32s1u_C1R(w, 16, residual, &out, &held, &none, 0, 16, 1));
+  EXPECT_EQ(kRange, qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&in, &held, &none, w, 16, 16, 1, 1));
+  EXPECT_EQ(kRange, qeliVLCEncodeDC444_JPEGXR_32s1u(pairs, 17, 0, &out, &held, &none, s));
+  EXPECT_EQ(kRange, qeliVLCEncodeDC422_JPEGXR_32s1u(pairs, 15, &out, &held, &none, s));
+  EXPECT_EQ(kRange, qeliVLCEncodeDC420_JPEGXR_32s1u(pairs, 7, &out, &held, &none, s));
+  EXPECT_EQ(kNull, qeliVLCEncodeDC420_JPEGXR_32s1u(nullptr, 7, &out, &held, &none, s));
+  EXPECT_EQ(kNull, qeliVLCDecodeDC420_JPEGXR_1u32s(&nullIn, &held, &none, w, &count, s));
+  EXPECT_EQ(kNull, qeliVLCDecodeDC444_JPEGXR_1u32s(&in, &held, &none, w, 0, &count, nullptr));
 
   EXPECT_TRUE(record == c.record.whole() && out == c.bytes.data() && in == out && held == 0 && none == 0 &&
               count == 5);
