@@ -819,21 +819,27 @@ QELJ_API QelStatus qeliEncodeHuffmanRawTableInit_JPEG_8u(const int32_t* statisti
  * (qelStatusBadSize). None of these functions forks.
  * ------------------------------------------------------------------------------------------------------------ */
 
-QELJ_API QelStatus qeliRCTFwd_JPEG2K_16s_C3P3R(const int16_t* src, int32_t srcStep, int16_t* const dst[3], int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTFwd_JPEG2K_16s_C3P3R(const int16_t* src, int32_t srcStep, int16_t* const dst[3],
+    int32_t dstStep, QelSize size);
 QELJ_API QelStatus qeliRCTFwd_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
-QELJ_API QelStatus qeliRCTFwd_JPEG2K_32s_C3P3R(const int32_t* src, int32_t srcStep, int32_t* const dst[3], int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTFwd_JPEG2K_32s_C3P3R(const int32_t* src, int32_t srcStep, int32_t* const dst[3],
+    int32_t dstStep, QelSize size);
 QELJ_API QelStatus qeliRCTFwd_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
-QELJ_API QelStatus qeliRCTInv_JPEG2K_16s_P3C3R(const int16_t* const src[3], int32_t srcStep, int16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTInv_JPEG2K_16s_P3C3R(const int16_t* const src[3], int32_t srcStep, int16_t* dst,
+    int32_t dstStep, QelSize size);
 QELJ_API QelStatus qeliRCTInv_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
-QELJ_API QelStatus qeliRCTInv_JPEG2K_32s_P3C3R(const int32_t* const src[3], int32_t srcStep, int32_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTInv_JPEG2K_32s_P3C3R(const int32_t* const src[3], int32_t srcStep, int32_t* dst,
+    int32_t dstStep, QelSize size);
 QELJ_API QelStatus qeliRCTInv_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 
 QELJ_API QelStatus qeliICTFwd_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
-QELJ_API QelStatus qeliICTFwd_JPEG2K_32f_C3P3R(const float* src, int32_t srcStep, float* const dst[3], int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliICTFwd_JPEG2K_32f_C3P3R(const float* src, int32_t srcStep, float* const dst[3], int32_t dstStep,
+    QelSize size);
 QELJ_API QelStatus qeliICTFwd_JPEG2K_32f_P3IR(float* const srcDst[3], int32_t srcDstStep, QelSize size);
 QELJ_API QelStatus qeliICTFwd_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 QELJ_API QelStatus qeliICTInv_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
-QELJ_API QelStatus qeliICTInv_JPEG2K_32f_P3C3R(const float* const src[3], int32_t srcStep, float* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliICTInv_JPEG2K_32f_P3C3R(const float* const src[3], int32_t srcStep, float* dst, int32_t dstStep,
+    QelSize size);
 QELJ_API QelStatus qeliICTInv_JPEG2K_32f_P3IR(float* const srcDst[3], int32_t srcDstStep, QelSize size);
 QELJ_API QelStatus qeliICTInv_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 
@@ -874,32 +880,32 @@ QELJ_API QelStatus qeliICTInv_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t 
  * overlap inputs. None of these functions forks.
  * ------------------------------------------------------------------------------------------------------------ */
 
-QELJ_API QelStatus qeliWTFwdRow_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, int16_t* dstLow, int32_t dstLowStep,
-    int16_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdRow_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, int16_t* dstLow,
+    int32_t dstLowStep, int16_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
 QELJ_API QelStatus qeliWTInvRow_B53_JPEG2K_16s_C1R(const int16_t* srcLow, int32_t srcLowStep, const int16_t* srcHigh,
     int32_t srcHighStep, QelSize size, int16_t* dst, int32_t dstStep, uint32_t phase);
-QELJ_API QelStatus qeliWTFwdRow_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, int32_t* dstLow, int32_t dstLowStep,
-    int32_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdRow_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, int32_t* dstLow,
+    int32_t dstLowStep, int32_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
 QELJ_API QelStatus qeliWTInvRow_B53_JPEG2K_32s_C1R(const int32_t* srcLow, int32_t srcLowStep, const int32_t* srcHigh,
     int32_t srcHighStep, QelSize size, int32_t* dst, int32_t dstStep, uint32_t phase);
 
-QELJ_API QelStatus qeliWTFwdCol_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, int16_t* dstLow, int32_t dstLowStep,
-    int16_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdCol_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, int16_t* dstLow,
+    int32_t dstLowStep, int16_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
 QELJ_API QelStatus qeliWTInvCol_B53_JPEG2K_16s_C1R(const int16_t* srcLow, int32_t srcLowStep, const int16_t* srcHigh,
     int32_t srcHighStep, QelSize size, int16_t* dst, int32_t dstStep, uint32_t phase);
-QELJ_API QelStatus qeliWTFwdCol_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, int32_t* dstLow, int32_t dstLowStep,
-    int32_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdCol_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, int32_t* dstLow,
+    int32_t dstLowStep, int32_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
 QELJ_API QelStatus qeliWTInvCol_B53_JPEG2K_32s_C1R(const int32_t* srcLow, int32_t srcLowStep, const int32_t* srcHigh,
     int32_t srcHighStep, QelSize size, int32_t* dst, int32_t dstStep, uint32_t phase);
 
-QELJ_API QelStatus qeliWTFwdColLift_B53_JPEG2K_16s_C1(const int16_t* srcEven, const int16_t* srcOdd, const int16_t* srcEvenNext,
-    int16_t* dstLow, const int16_t* srcHighPrev, int16_t* dstHigh, int32_t width);
-QELJ_API QelStatus qeliWTInvColLift_B53_JPEG2K_16s_C1(const int16_t* srcLow, const int16_t* srcHighPrev, const int16_t* srcHigh,
-    const int16_t* srcEvenPrev, int16_t* dstOdd, int16_t* dstEven, int32_t width);
-QELJ_API QelStatus qeliWTFwdColLift_B53_JPEG2K_32s_C1(const int32_t* srcEven, const int32_t* srcOdd, const int32_t* srcEvenNext,
-    int32_t* dstLow, const int32_t* srcHighPrev, int32_t* dstHigh, int32_t width);
-QELJ_API QelStatus qeliWTInvColLift_B53_JPEG2K_32s_C1(const int32_t* srcLow, const int32_t* srcHighPrev, const int32_t* srcHigh,
-    const int32_t* srcEvenPrev, int32_t* dstOdd, int32_t* dstEven, int32_t width);
+QELJ_API QelStatus qeliWTFwdColLift_B53_JPEG2K_16s_C1(const int16_t* srcEven, const int16_t* srcOdd,
+    const int16_t* srcEvenNext, int16_t* dstLow, const int16_t* srcHighPrev, int16_t* dstHigh, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_B53_JPEG2K_16s_C1(const int16_t* srcLow, const int16_t* srcHighPrev,
+    const int16_t* srcHigh, const int16_t* srcEvenPrev, int16_t* dstOdd, int16_t* dstEven, int32_t width);
+QELJ_API QelStatus qeliWTFwdColLift_B53_JPEG2K_32s_C1(const int32_t* srcEven, const int32_t* srcOdd,
+    const int32_t* srcEvenNext, int32_t* dstLow, const int32_t* srcHighPrev, int32_t* dstHigh, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_B53_JPEG2K_32s_C1(const int32_t* srcLow, const int32_t* srcHighPrev,
+    const int32_t* srcHigh, const int32_t* srcEvenPrev, int32_t* dstOdd, int32_t* dstEven, int32_t width);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Irreversible 9/7 wavelet: rows and columns (F.4.8.2, F.3.8.2.2)
@@ -919,14 +925,16 @@ QELJ_API QelStatus qeliWTInvColLift_B53_JPEG2K_32s_C1(const int32_t* srcLow, con
  * A line of one sample a band is not lifted but filtered directly, with the taps of the standard.
  *
  * ColLift. Rows of `width` samples; a call advances the pipeline by one pair of rows. All rows are different memory.
- *   forward: srcEven, srcOdd, srcEvenNext are rows 2k, 2k + 1, 2k + 2. srcDstLow: s of row 2k - 2, becomes low row k - 1.
- *   dstLowNext becomes s of row 2k. srcDstHigh: D of row 2k - 3, becomes high row k - 2. srcDstHighNext: d of row
- *   2k - 1, becomes its D. dstHighNext becomes d of row 2k + 1. For the next call rotate: srcDstLow = dstLowNext,
+ *   forward: srcEven, srcOdd, srcEvenNext are rows 2k, 2k + 1, 2k + 2. srcDstLow: s of row 2k - 2, becomes low row
+ *   k - 1. dstLowNext becomes s of row 2k. srcDstHigh: D of row 2k - 3, becomes high row k - 2. srcDstHighNext: d of
+ *   row 2k - 1, becomes its D. dstHighNext becomes d of row 2k + 1. For the next call rotate: srcDstLow = dstLowNext,
  *   srcDstHigh = srcDstHighNext, srcDstHighNext = dstHighNext, and use the two rows that are free for the new ones.
  *   inverse: srcLow is L[k], srcHighPrev and srcHigh are H[k - 1] and H[k]. srcEvenDone is even row k - 2, finished.
  *   srcDstOdd: O of k - 2, becomes the finished odd row k - 2. srcDstEven: E of k - 1, becomes the finished even row
  *   k - 1. dstOddNext becomes O of k - 1, dstEvenNext E of k. Rotate: srcEvenDone = srcDstEven, srcDstOdd =
  *   dstOddNext, srcDstEven = dstEvenNext.
+ * The caller's first calls fill the pipeline: begin two pairs before the first row, on mirrored rows (forward), or one
+ * low row before (inverse), with any contents in the rows that are not known yet, and leave out what comes of those.
  *
  * Arithmetic.
  *   32f  each product and each sum rounded by itself, neighbours added first; no fused multiply-add.
@@ -942,16 +950,16 @@ QELJ_API QelStatus qeliWTInvColLift_B53_JPEG2K_32s_C1(const int32_t* srcLow, con
  * overlap inputs but for the rows that are both. None of these functions forks.
  * ------------------------------------------------------------------------------------------------------------ */
 
-QELJ_API QelStatus qeliWTFwdRow_D97_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, int16_t* dstLow, int32_t dstLowStep,
-    int16_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdRow_D97_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, int16_t* dstLow,
+    int32_t dstLowStep, int16_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
 QELJ_API QelStatus qeliWTInvRow_D97_JPEG2K_16s_C1R(const int16_t* srcLow, int32_t srcLowStep, const int16_t* srcHigh,
     int32_t srcHighStep, QelSize size, int16_t* dst, int32_t dstStep, uint32_t phase);
 QELJ_API QelStatus qeliWTFwdRow_D97_JPEG2K_32f_C1R(const float* src, int32_t srcStep, float* dstLow, int32_t dstLowStep,
     float* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
 QELJ_API QelStatus qeliWTInvRow_D97_JPEG2K_32f_C1R(const float* srcLow, int32_t srcLowStep, const float* srcHigh,
     int32_t srcHighStep, QelSize size, float* dst, int32_t dstStep, uint32_t phase);
-QELJ_API QelStatus qeliWTFwdRow_D97_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, int32_t* dstLow, int32_t dstLowStep,
-    int32_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
+QELJ_API QelStatus qeliWTFwdRow_D97_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, int32_t* dstLow,
+    int32_t dstLowStep, int32_t* dstHigh, int32_t dstHighStep, QelSize size, uint32_t phase);
 QELJ_API QelStatus qeliWTInvRow_D97_JPEG2K_32s_C1R(const int32_t* srcLow, int32_t srcLowStep, const int32_t* srcHigh,
     int32_t srcHighStep, QelSize size, int32_t* dst, int32_t dstStep, uint32_t phase);
 
@@ -960,18 +968,24 @@ QELJ_API QelStatus qeliWTFwdCol_D97_JPEG2K_32f_C1R(const float* src, int32_t src
 QELJ_API QelStatus qeliWTInvCol_D97_JPEG2K_32f_C1R(const float* srcLow, int32_t srcLowStep, const float* srcHigh,
     int32_t srcHighStep, QelSize size, float* dst, int32_t dstStep, uint32_t phase);
 
-QELJ_API QelStatus qeliWTFwdColLift_D97_JPEG2K_16s_C1(const int16_t* srcEven, const int16_t* srcOdd, const int16_t* srcEvenNext,
-    int16_t* srcDstLow, int16_t* dstLowNext, int16_t* srcDstHigh, int16_t* srcDstHighNext, int16_t* dstHighNext, int32_t width);
-QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_16s_C1(const int16_t* srcLow, const int16_t* srcHighPrev, const int16_t* srcHigh,
-    const int16_t* srcEvenDone, int16_t* srcDstOdd, int16_t* srcDstEven, int16_t* dstOddNext, int16_t* dstEvenNext, int32_t width);
-QELJ_API QelStatus qeliWTFwdColLift_D97_JPEG2K_32f_C1(const float* srcEven, const float* srcOdd, const float* srcEvenNext,
-    float* srcDstLow, float* dstLowNext, float* srcDstHigh, float* srcDstHighNext, float* dstHighNext, int32_t width);
-QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32f_C1(const float* srcLow, const float* srcHighPrev, const float* srcHigh,
-    const float* srcEvenDone, float* srcDstOdd, float* srcDstEven, float* dstOddNext, float* dstEvenNext, int32_t width);
-QELJ_API QelStatus qeliWTFwdColLift_D97_JPEG2K_32s_C1(const int32_t* srcEven, const int32_t* srcOdd, const int32_t* srcEvenNext,
-    int32_t* srcDstLow, int32_t* dstLowNext, int32_t* srcDstHigh, int32_t* srcDstHighNext, int32_t* dstHighNext, int32_t width);
-QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32s_C1(const int32_t* srcLow, const int32_t* srcHighPrev, const int32_t* srcHigh,
-    const int32_t* srcEvenDone, int32_t* srcDstOdd, int32_t* srcDstEven, int32_t* dstOddNext, int32_t* dstEvenNext, int32_t width);
+QELJ_API QelStatus qeliWTFwdColLift_D97_JPEG2K_16s_C1(const int16_t* srcEven, const int16_t* srcOdd,
+    const int16_t* srcEvenNext, int16_t* srcDstLow, int16_t* dstLowNext, int16_t* srcDstHigh, int16_t* srcDstHighNext,
+    int16_t* dstHighNext, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_16s_C1(const int16_t* srcLow, const int16_t* srcHighPrev,
+    const int16_t* srcHigh, const int16_t* srcEvenDone, int16_t* srcDstOdd, int16_t* srcDstEven, int16_t* dstOddNext,
+    int16_t* dstEvenNext, int32_t width);
+QELJ_API QelStatus qeliWTFwdColLift_D97_JPEG2K_32f_C1(const float* srcEven, const float* srcOdd,
+    const float* srcEvenNext, float* srcDstLow, float* dstLowNext, float* srcDstHigh, float* srcDstHighNext,
+    float* dstHighNext, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32f_C1(const float* srcLow, const float* srcHighPrev,
+    const float* srcHigh, const float* srcEvenDone, float* srcDstOdd, float* srcDstEven, float* dstOddNext,
+    float* dstEvenNext, int32_t width);
+QELJ_API QelStatus qeliWTFwdColLift_D97_JPEG2K_32s_C1(const int32_t* srcEven, const int32_t* srcOdd,
+    const int32_t* srcEvenNext, int32_t* srcDstLow, int32_t* dstLowNext, int32_t* srcDstHigh, int32_t* srcDstHighNext,
+    int32_t* dstHighNext, int32_t width);
+QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32s_C1(const int32_t* srcLow, const int32_t* srcHighPrev,
+    const int32_t* srcHigh, const int32_t* srcEvenDone, int32_t* srcDstOdd, int32_t* srcDstEven, int32_t* dstOddNext,
+    int32_t* dstEvenNext, int32_t width);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Whole-tile wavelets (F.3.2, F.4.2)
@@ -1020,38 +1034,46 @@ QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32s_C1(const int32_t* srcLow, con
  * ------------------------------------------------------------------------------------------------------------ */
 
 QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_16s_C1IR(const QelRect* tile, int32_t* size);
-QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
-QELJ_API QelStatus qeliWTInv_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
+    uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
+    uint8_t* buffer);
 QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_32s_C1IR(const QelRect* tile, int32_t* size);
-QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
-QELJ_API QelStatus qeliWTInv_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
+    uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
+    uint8_t* buffer);
 QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_16s_C1R(const QelRect* tile, int32_t* size);
 QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, const QelRect* tile,
     int16_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer);
-QELJ_API QelStatus qeliWTInv_B53_JPEG2K_16s_C1R(const int16_t* const src[4], const int32_t srcStep[4],
-    int16_t* dst, int32_t dstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_16s_C1R(const int16_t* const src[4], const int32_t srcStep[4], int16_t* dst,
+    int32_t dstStep, const QelRect* tile, uint8_t* buffer);
 QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_32s_C1R(const QelRect* tile, int32_t* size);
 QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, const QelRect* tile,
     int32_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer);
-QELJ_API QelStatus qeliWTInv_B53_JPEG2K_32s_C1R(const int32_t* const src[4], const int32_t srcStep[4],
-    int32_t* dst, int32_t dstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_32s_C1R(const int32_t* const src[4], const int32_t srcStep[4], int32_t* dst,
+    int32_t dstStep, const QelRect* tile, uint8_t* buffer);
 
 QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_16s_C1IR(const QelRect* tile, int32_t* size);
-QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
-QELJ_API QelStatus qeliWTInv_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
+    uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
+    uint8_t* buffer);
 QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_32s_C1IR(const QelRect* tile, int32_t* size);
-QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
-QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
+    uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
+    uint8_t* buffer);
 QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_16s_C1R(const QelRect* tile, int32_t* size);
 QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, const QelRect* tile,
     int16_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer);
-QELJ_API QelStatus qeliWTInv_D97_JPEG2K_16s_C1R(const int16_t* const src[4], const int32_t srcStep[4],
-    int16_t* dst, int32_t dstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_16s_C1R(const int16_t* const src[4], const int32_t srcStep[4], int16_t* dst,
+    int32_t dstStep, const QelRect* tile, uint8_t* buffer);
 QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_32s_C1R(const QelRect* tile, int32_t* size);
 QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, const QelRect* tile,
     int32_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer);
-QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1R(const int32_t* const src[4], const int32_t srcStep[4],
-    int32_t* dst, int32_t dstStep, const QelRect* tile, uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1R(const int32_t* const src[4], const int32_t srcStep[4], int32_t* dst,
+    int32_t dstStep, const QelRect* tile, uint8_t* buffer);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Code-block encoder

@@ -110,33 +110,86 @@ T stage(bool forward, int t, T x, T l, T r) {
   return Model::step({forward, 1000, 5000, 0}, t, x, l, r);  // as in the interior of a long row
 }
 
-template <class Model, class Forward, class Inverse>
-void holdSteps53(Forward* forward, Inverse* inverse) {
-  using T = typename Model::Sample;
+// Line by line over an image, as a caller would who has no tile in memory: the same as the tile driver, and
+// for 9/7 the same as the columns.
+constexpr int kWidth = 21, kHeight = 38, kBands = kHeight / 2;
+
+int mirror(int m) { return m < 0 ? -m : m >= kHeight ? 2 * (kHeight - 1) - m : m; }
+
+template <class T>
+using Lines = std::vector<std::vector<T>>;
+template <class T>
+Lines<T> randomLines(int64_t range) {
   Random random;
-  for (int width = 1; width < 70; ++width) {
-    std::vector<T> r[4], a(size_t(width), 0), b(a);
-    for (auto& row : r) row = random.vector<T>(size_t(width), INT32_MIN, INT32_MAX);
-    ASSERT_EQ(qelStatusOk,
-              forward(r[0].data(), r[1].data(), r[2].data(), a.data(), r[3].data(), b.data(), width));
-    const auto sum = [](int64_t x, int64_t y, int64_t z) { return T(x + y + z); };
-    for (size_t i = 0; i < a.size(); ++i) {
-      const T high = T(r[1][i] - int64_t(sum(r[0][i], r[2][i], 0) >> 1));
-      ASSERT_EQ(high, b[i]);
-      ASSERT_EQ(T(r[0][i] + int64_t(sum(r[3][i], high, 2) >> 2)), a[i]);
-    }
-    ASSERT_EQ(qelStatusOk,
-              inverse(r[0].data(), r[1].data(), r[2].data(), r[3].data(), a.data(), b.data(), width));
-    for (size_t i = 0; i < a.size(); ++i) {
-      const T even = T(r[0][i] - int64_t(sum(r[1][i], r[2][i], 2) >> 2));
-      ASSERT_EQ(even, b[i]);
-      ASSERT_EQ(T(r[1][i] + int64_t(sum(r[3][i], even, 0) >> 1)), a[i]);
-    }
-  }
+  Lines<T> lines(kHeight + 8, std::vector<T>(kWidth));
+  for (auto& line : lines)
+    for (T& x : line) x = sample<T>(random, range);
+  return lines;
 }
-TEST(WaveletB53, StepsWrapInTheirOwnWidth) {
-  holdSteps53<Model53<int16_t>>(qeliWTFwdColLift_B53_JPEG2K_16s_C1, qeliWTInvColLift_B53_JPEG2K_16s_C1);
-  holdSteps53<Model53<int32_t>>(qeliWTFwdColLift_B53_JPEG2K_32s_C1, qeliWTInvColLift_B53_JPEG2K_32s_C1);
+
+template <class T, class Forward, class Inverse, class Driver>
+void driveSteps53(Forward* forward, Inverse* inverse, Driver* driver, int64_t range) {
+  auto lines = randomLines<T>(range), low = lines, high = lines, back = lines;
+  // Row by row of one column each, the driver transforms the columns only.
+  std::vector<uint8_t> work(1024);
+  for (int x = 0; x < kWidth; ++x) {
+    std::vector<T> column;
+    for (int y = 0; y < kHeight; ++y) column.push_back(lines[size_t(y)][size_t(x)]);
+    const QelRect tile{0, 0, 1, kHeight};
+    driver(column.data(), sizeof(T), &tile, work.data());
+    for (int y = 0; y < kHeight; ++y) back[size_t(y)][size_t(x)] = column[size_t(y)];
+  }
+  const auto row = [](Lines<T>& from, int m) { return from[size_t(m)].data(); };
+  for (int k = -1; k < kBands; ++k)  // high[k + 1] is H[k], low[k + 1] is L[k]
+    ASSERT_EQ(qelStatusOk,
+              forward(row(lines, mirror(2 * k)), row(lines, mirror(2 * k + 1)), row(lines, mirror(2 * k + 2)),
+                      row(low, k + 1), row(high, std::max(k, 0)), row(high, k < 0 ? 0 : k + 1), kWidth));
+  for (int k = 0; k < kBands; ++k) {
+    EXPECT_EQ(back[size_t(k)], low[size_t(k + 1)]);
+    EXPECT_EQ(back[size_t(kBands + k)], high[size_t(k + 1)]);
+  }
+  const auto l = [&](int k) { return row(low, mirror(2 * k) / 2 + 1); };
+  const auto h = [&](int k) { return row(high, mirror(2 * k + 1) / 2 + 1); };
+  for (int k = 0; k <= kBands; ++k)  // back[2k + 1] becomes row 2k
+    ASSERT_EQ(qelStatusOk, inverse(l(k), h(k - 1), h(k), row(back, std::max(2 * k - 1, kHeight * !k)),
+                                   row(back, 2 * k), row(back, 2 * k + 1), kWidth));
+  for (int y = 0; y < kHeight; ++y) EXPECT_EQ(lines[size_t(y)], back[size_t(y + 1)]);
+}
+TEST(WaveletB53, StepsLineByLineAreTheTransform) {
+  driveSteps53<int16_t>(qeliWTFwdColLift_B53_JPEG2K_16s_C1, qeliWTInvColLift_B53_JPEG2K_16s_C1,
+                        qeliWTFwd_B53_JPEG2K_16s_C1IR, 5000);
+  driveSteps53<int32_t>(qeliWTFwdColLift_B53_JPEG2K_32s_C1, qeliWTInvColLift_B53_JPEG2K_32s_C1,
+                        qeliWTFwd_B53_JPEG2K_32s_C1IR, INT32_MAX);
+}
+TEST(WaveletB53, SixteenBitStepsWrap) {
+  const int16_t a = 30000, b = 1, c = -30000;
+  int16_t low, high;
+  qeliWTFwdColLift_B53_JPEG2K_16s_C1(&a, &b, &a, &low, &c, &high, 1);
+  EXPECT_EQ(1 - (60000 - 65536) / 2, high);
+  EXPECT_EQ(30000 + ((-30000 + 2769 + 2) >> 2), low);
+}
+
+TEST(WaveletD97, StepsLineByLineAreTheColumns) {
+  auto lines = randomLines<float>(100000);
+  std::vector<float> extended, low(kBands * kWidth), high(low);
+  for (int y = -4; y < kHeight + 4; ++y)
+    for (const float x : lines[size_t(mirror(y))]) extended.push_back(x);
+  constexpr int kStep = kWidth * sizeof(float);
+  qeliWTFwdCol_D97_JPEG2K_32f_C1R(extended.data() + 4 * kWidth, kStep, low.data(), kStep, high.data(), kStep,
+                                  {kWidth, kBands}, 0);
+  Lines<float> r(5, std::vector<float>(kWidth));  // s; D, d; the new s and d
+  for (int k = -2; k <= kBands + 1; ++k) {
+    const auto source = [&](int m) {
+      return extended.data() + (std::clamp(m, -4, kHeight + 3) + 4) * kWidth;
+    };
+    ASSERT_EQ(qelStatusOk, qeliWTFwdColLift_D97_JPEG2K_32f_C1(source(2 * k), source(2 * k + 1),
+                                                              source(2 * k + 2), r[0].data(), r[3].data(),
+                                                              r[1].data(), r[2].data(), r[4].data(), kWidth));
+    const bool lowDone = k >= 1 && k <= kBands, highDone = k >= 2;
+    EXPECT_TRUE(!lowDone || std::equal(r[0].begin(), r[0].end(), &low[size_t(k - 1) * kWidth])) << k;
+    EXPECT_TRUE(!highDone || std::equal(r[1].begin(), r[1].end(), &high[size_t(k - 2) * kWidth])) << k;
+    std::swap(r[0], r[3]), std::swap(r[1], r[2]), std::swap(r[2], r[4]);
+  }
 }
 
 template <class Model, class Forward, class Inverse>
