@@ -261,8 +261,8 @@ inline V64 ownRampBlocks(V values, V a0, V a1) {
   const auto thresholds16 = (I16)(simd::mulHi(sevenths, simd::splat<V16>(9363)) + middle);
   const V thresholds = simd::packU8(thresholds16, thresholds16);
   V count{};
-  for (uint8_t t = 0; t < 7; ++t) {
-    const V threshold = shuffleBytes(thresholds, simd::splat<V>(t));
+  for (int t = 0; t < 7; ++t) {
+    const V threshold = shuffleBytes(thresholds, simd::splat<V>(uint8_t(t)));
     count -= (V)(simd::min(values, threshold) == values);
   }
   return ownPackRamps(a0, a1, shuffleBytes(blockPattern(kRampIndex), count));
@@ -436,16 +436,20 @@ struct YCoCg {
   }
 
   static void group(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
-    V planes[3] = {};
-    for (uint8_t y = 0; y < 4; ++y) {
-      V64 pixels{};  // the 12 bytes of a row of each block
-      for (int i = 0; i < kAcross; ++i) {
-        const uint8_t* from = row(src, srcStep, y) + 12 * i;
-        pixels[2 * i] = load<uint64_t>(from);
-        pixels[2 * i + 1] = load<uint32_t>(from + 8);
+    const auto pixels = [&](int y) {  // the 12 bytes of a row of each block
+      V64 v{};
+      for (int i = 0; i < 2 * kAcross; ++i) {
+        const uint8_t* from = row(src, srcStep, y) + i / 2 * 12;
+        v[i] = i % 2 ? load<uint32_t>(from + 8) : load<uint64_t>(from);
       }
-      for (int c = 0; c < 3; ++c) planes[c] |= shuffleBytes((V)pixels, blockPattern(kSplit.of[y][c]));
-    }
+      return (V)v;
+    };
+    const V rows[4] = {pixels(0), pixels(1), pixels(2), pixels(3)};
+    const auto plane = [&](int c) {
+      const auto part = [&](int y) { return shuffleBytes(rows[y], blockPattern(kSplit.of[y][c])); };
+      return (part(0) | part(1)) | (part(2) | part(3));
+    };
+    const V planes[3] = {plane(0), plane(1), plane(2)};
     const auto box = [](V v) { return Box{ownReduceBytes(v, kMin), ownReduceBytes(v, kMax)}; };
     const Box y = box(planes[0]), rawCo = box(planes[1]), rawCg = box(planes[2]);
     const V centre = simd::splat<V>(128);

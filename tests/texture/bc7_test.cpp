@@ -100,46 +100,5 @@ TEST(Bc7Decode, ThreeSubsetsWithAnchorsInFallingOrder) {
   }
 }
 
-// Mode 1, shape 17 (anchor 2): p-bits are shared by the ends of a subset.
-TEST(Bc7Decode, TwoSubsetsWithSharedPBits) {
-  const char* subsets = "0111000100000000";
-  Block block;
-  block.put(2, 2).put(17, 6);
-  for (int c = 0; c < 3; ++c) block.put(0, 6).put(63, 6).put(0, 6).put(63, 6);
-  block.put(0, 1).put(1, 1);
-  for (int i = 0; i < 16; ++i) block.put(i == 0 || i == 2 ? 3 : 4, i == 0 || i == 2 ? 2 : 3);
-  ASSERT_EQ(128, block.used);
-  const Pixels pixels = decode(block);
-  for (int i = 0; i < 16; ++i) {
-    const int e0 = subsets[i] == '1' ? 2 : 0,
-              e1 = subsets[i] == '1' ? 255 : 253;  // of 7 bits: 0, 126 and 1, 127
-    const int w = i == 0 || i == 2 ? 27 : 37;
-    const auto v = uint8_t(((64 - w) * e0 + w * e1 + 32) >> 6);
-    EXPECT_EQ((Pixel{v, v, v, 255}), pixels[i]) << i;
-  }
-}
-
-TEST(Bc7Decode, PartialBlocksAndChecks) {
-  Random random;
-  PageBuffer blocks(4 * 16);
-  random.fill(blocks.data(), blocks.size());
-  Guarded whole(random, 32, 8), part(random, 20, 5, 27);
-  EXPECT_EQ(qelStatusOk,
-            qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(blocks.data(), whole.data(), whole.step(), {8, 8}));
-  EXPECT_EQ(qelStatusOk,
-            qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(blocks.data(), part.data(), part.step(), {5, 5}));
-  EXPECT_TRUE(part.intact());
-  for (size_t y = 0; y < 5; ++y) EXPECT_EQ(0, std::memcmp(part.data(y), whole.data(y), 20));
-
-  EXPECT_EQ(qelStatusNullPointer,
-            qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(nullptr, whole.data(), 0, {0, 0}));
-  EXPECT_EQ(qelStatusNullPointer,
-            qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(blocks.data(), nullptr, 0, {0, 0}));
-  EXPECT_EQ(qelStatusBadStep,
-            qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(blocks.data(), whole.data(), 0, {0, 0}));
-  EXPECT_EQ(qelStatusBadSize,
-            qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(blocks.data(), whole.data(), -1, {1, 0}));
-}
-
 }  // namespace
 }  // namespace qelj::test

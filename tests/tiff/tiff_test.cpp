@@ -194,16 +194,16 @@ TEST(Tiff, ChecksInOrder) {
   uint16_t words[2] = {};
   uint8_t* const planes[] = {bytes, bytes + 2};
   uint32_t position = 0;
-  EXPECT_EQ(qelStatusNullPointer, qeliPackBitsRow_TIFF_8u_C1(nullptr, 0, bytes, &position, 0));
-  EXPECT_EQ(qelStatusNullPointer, qeliPackBitsRow_TIFF_8u_C1(bytes, 0, bytes, nullptr, 0));
-  EXPECT_EQ(qelStatusNullPointer, qeliPackBitsRow_TIFF_8u_C1(bytes, 0, nullptr, &position, 0));
-  EXPECT_EQ(qelStatusBadSize, qeliPackBitsRow_TIFF_8u_C1(bytes, 0, bytes, &position, 1));
-  EXPECT_EQ(qelStatusBadSize, qeliPackBitsRow_TIFF_8u_C1(bytes, 1, bytes, &position, -1));
-  EXPECT_EQ(qelStatusNullPointer, qeliUnpackBitsRow_TIFF_8u_C1(nullptr, &position, 0, bytes, 0));
-  EXPECT_EQ(qelStatusNullPointer, qeliUnpackBitsRow_TIFF_8u_C1(bytes, nullptr, 0, bytes, 0));
-  EXPECT_EQ(qelStatusNullPointer, qeliUnpackBitsRow_TIFF_8u_C1(bytes, &position, 0, nullptr, 0));
-  EXPECT_EQ(qelStatusBadSize, qeliUnpackBitsRow_TIFF_8u_C1(bytes, &position, 0, bytes, 1));
-  EXPECT_EQ(qelStatusBadSize, qeliUnpackBitsRow_TIFF_8u_C1(bytes, &position, 1, bytes, 0));
+  const auto bits = [&](uint8_t* src, int32_t srcLen, uint8_t* dst, uint32_t* at, int32_t dstLen,
+                        QelStatus expected) {
+    EXPECT_EQ(expected, qeliPackBitsRow_TIFF_8u_C1(src, srcLen, dst, at, dstLen));
+    EXPECT_EQ(expected, qeliUnpackBitsRow_TIFF_8u_C1(src, at, srcLen, dst, dstLen));
+  };
+  bits(nullptr, 0, bytes, &position, 0, qelStatusNullPointer);
+  bits(bytes, 0, bytes, nullptr, 0, qelStatusNullPointer);
+  bits(bytes, 0, nullptr, &position, 0, qelStatusNullPointer);
+  bits(bytes, 0, bytes, &position, 1, qelStatusBadSize);
+  bits(bytes, 1, bytes, &position, -1, qelStatusBadSize);
   EXPECT_EQ(qelStatusNullPointer, qeliSplitRow_TIFF_16u8u_C1(nullptr, planes, 0));
   EXPECT_EQ(qelStatusNullPointer, qeliSplitRow_TIFF_16u8u_C1(words, nullptr, 0));
   EXPECT_EQ(qelStatusBadStep, qeliSplitRow_TIFF_16u8u_C1(words, planes, 0));
