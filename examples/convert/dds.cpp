@@ -151,7 +151,7 @@ Header readHeader(Bytes file) {
   return header;
 }
 
-// --- from what the blocks hold to the picture, and back ------------------------------------------------
+// --- from what the blocks hold to the picture, and back ----------------------------------------------------
 
 // The first `to` of the `from` channels of every pixel; channels that are not there are 0.
 std::vector<uint8_t> selectChannels(const std::vector<uint8_t>& pixels, size_t from, size_t to) {

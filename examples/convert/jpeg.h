@@ -17,8 +17,7 @@
 
 namespace qelconv::jpeg {
 
-// --- what the markers say
-// ---------------------------------------------------------------------------------------
+// --- what the markers say ----------------------------------------------------------------------------------
 
 enum Marker : uint8_t {
   SOF0 = 0xC0,
@@ -100,8 +99,7 @@ void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& lis
 void writeRestartInterval(Writer& out, int32_t interval);
 void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan);
 
-// --- coefficients and scans
-// --------------------------------------------------------------------------------------
+// --- coefficients and scans --------------------------------------------------------------------------------
 
 // Blocks of one component, row by row, from block row `firstRow` on.
 struct Coefficients {
@@ -154,8 +152,7 @@ void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, i
 std::vector<ScanHeader> usualProgression(int components);
 std::vector<ScanHeader> parseScanScript(const std::string& text, int components);
 
-// --- coefficients and pixels
-// ---------------------------------------------------------------------------------------
+// --- coefficients and pixels -------------------------------------------------------------------------------
 
 enum class Filter { box, triangle };
 
@@ -186,8 +183,7 @@ class PixelReader {
   std::unique_ptr<Impl> impl_;
 };
 
-// --- lossless
-// ---------------------------------------------------------------------------------------------------------
+// --- lossless ----------------------------------------------------------------------------------------------
 
 // Interleaved rows of differences, one plane a component.
 class DifferenceDecoder {

@@ -18,8 +18,7 @@
 
 namespace qelconv::jpeg2000 {
 
-// --- parameters
-// -----------------------------------------------------------------------------------------------------
+// --- parameters --------------------------------------------------------------------------------------------
 
 enum class Progression { LRCP, RLCP, RPCL, PCRL, CPRL };
 
@@ -63,8 +62,7 @@ struct Parameters {
   int32_t tilesHigh() const;
 };
 
-// --- geometry
-// -------------------------------------------------------------------------------------------------------
+// --- geometry ----------------------------------------------------------------------------------------------
 
 struct Area {
   int32_t x0 = 0, y0 = 0, x1 = 0, y1 = 0;
@@ -172,8 +170,7 @@ std::vector<PacketPlace> packetOrder(const Parameters& parameters, const Tile& t
 // The squared norm of a band's synthesis function: what a unit error there costs in the picture.
 double synthesisGain(bool reversible, int levels, int resolution, int bandKind);
 
-// --- packets
-// --------------------------------------------------------------------------------------------------------
+// --- packets -----------------------------------------------------------------------------------------------
 
 int passesOfSegment(int style, size_t segment);
 
@@ -183,8 +180,7 @@ void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile&
 // read.
 void readPackets(const Parameters& parameters, Tile& tile);
 
-// --- files
-// ----------------------------------------------------------------------------------------------------------
+// --- files -------------------------------------------------------------------------------------------------
 
 struct Codestream {
   Parameters parameters;
@@ -197,8 +193,7 @@ std::vector<uint8_t> writeMainHeader(const Parameters& parameters);
 void writeTile(std::vector<uint8_t>& out, int32_t index, Bytes packets);
 std::vector<uint8_t> wrapJp2(const Parameters& parameters, Bytes codestream);
 
-// --- pixels
-// ---------------------------------------------------------------------------------------------------------
+// --- pixels ------------------------------------------------------------------------------------------------
 
 struct Goal {
   std::vector<double> bitsPerPixel, psnr;  // of each layer; both empty: everything

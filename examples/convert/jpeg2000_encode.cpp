@@ -11,8 +11,7 @@
 namespace qelconv::jpeg2000 {
 namespace {
 
-// --- tile-components: level shift, component transform, wavelet
-// -------------------------------------------------------
+// --- tile-components: level shift, component transform, wavelet --------------------------------------------
 
 void loadSamples(const Image& image, const Parameters& p, Tile& tile) {
   const size_t channels = tile.components.size();
@@ -65,8 +64,7 @@ void transformWavelet(const Coding& coding, TileComponent& c) {
   }
 }
 
-// --- code-blocks
-// --------------------------------------------------------------------------------------------------------
+// --- code-blocks -------------------------------------------------------------------------------------------
 
 class BlockCoder {
  public:
@@ -210,8 +208,7 @@ double componentGain(const Parameters& p, size_t component) {
   return (p.coding[0].reversible ? kReversible : kIrreversible)[component];
 }
 
-// --- allocation
-// ---------------------------------------------------------------------------------------------------------
+// --- allocation --------------------------------------------------------------------------------------------
 
 class Allocator {
  public:

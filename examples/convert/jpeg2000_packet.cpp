@@ -58,8 +58,7 @@ class BitReader {
   int value_ = 0, left_ = 0;
 };
 
-// --- tag trees (B.10.2)
-// -----------------------------------------------------------------------------------------------
+// --- tag trees (B.10.2) ------------------------------------------------------------------------------------
 
 TagTree::TagTree(int32_t width, int32_t height) : leaves_(width * height) {
   int32_t first = 0;
@@ -125,8 +124,7 @@ bool TagTree::decode(BitReader& in, int32_t leaf, int threshold) {
 
 namespace {
 
-// --- numbers of passes (Table B.4) and segments
-// -----------------------------------------------------------------------
+// --- numbers of passes (Table B.4) and segments ------------------------------------------------------------
 
 void putPasses(BitWriter& out, int n) {
   if (n == 1)

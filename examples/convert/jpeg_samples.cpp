@@ -49,8 +49,7 @@ std::array<uint16_t, 64> inverseTable(const FileQuantTable& quant) {
 
 }  // namespace
 
-// --- blocks to pixels
-// -----------------------------------------------------------------------------------------------
+// --- blocks to pixels --------------------------------------------------------------------------------------
 
 struct PixelWriter::Impl {
   // One component: its plane, and how its samples spread over the picture.
@@ -202,8 +201,7 @@ Image PixelWriter::finish() {
   return std::move(impl_->image);
 }
 
-// --- pixels to blocks
-// -----------------------------------------------------------------------------------------------
+// --- pixels to blocks --------------------------------------------------------------------------------------
 
 struct PixelReader::Impl {
   Impl(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,

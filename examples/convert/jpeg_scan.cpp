@@ -7,8 +7,7 @@
 namespace qelconv::jpeg {
 namespace {
 
-// --- the library's records, released by their scope
-// -----------------------------------------------------------------
+// --- the library's records, released by their scope --------------------------------------------------------
 
 template <class Record, auto Free>
 struct Release {
@@ -83,8 +82,7 @@ class IntervalWriter {
   int32_t restarts_ = 0;
 };
 
-// --- the order of blocks
-// ----------------------------------------------------------------------------------------------
+// --- the order of blocks -----------------------------------------------------------------------------------
 
 // Walks the blocks of a scan, a row of MCUs at a time, with the restarts between them. A scan of one
 // component has no MCU structure: its rows are the component's own block rows (A.2.2).
@@ -168,8 +166,7 @@ std::vector<Coefficients> rowCoefficients(const Frame& frame) {
   return row;
 }
 
-// --- decoding
-// -----------------------------------------------------------------------------------------------------------
+// --- decoding ----------------------------------------------------------------------------------------------
 
 struct ScanDecoder::Impl {
   Impl(const Frame& frame, const Scan& scan)
@@ -239,8 +236,7 @@ void ScanDecoder::decodeRow(int32_t row, std::vector<Coefficients>& coefficients
       });
 }
 
-// --- encoding
-// -----------------------------------------------------------------------------------------------------------
+// --- encoding ----------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -416,8 +412,7 @@ void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, i
   encoder.finish();
 }
 
-// --- rows of differences
-// -----------------------------------------------------------------------------------------------
+// --- rows of differences -----------------------------------------------------------------------------------
 
 struct DifferenceDecoder::Impl {
   explicit Impl(const Scan& scan) : scan(scan) {
@@ -476,8 +471,7 @@ void DifferenceEncoder::finish() {
   impl_->out.finish();
 }
 
-// --- tables and scripts
-// ---------------------------------------------------------------------------------------------
+// --- tables and scripts ------------------------------------------------------------------------------------
 
 HuffmanList typicalTable(bool ac, int index) {
   // Tables K.3 to K.6, as code counts and symbols.

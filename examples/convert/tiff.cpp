@@ -33,7 +33,7 @@ enum Tag : uint16_t {
 enum Compression { kNone = 1, kPackBits = 32773 };
 enum Photometric { kWhiteIsZero = 0, kBlackIsZero = 1, kRgb = 2, kSeparated = 5 };
 
-// --- files in both byte orders -------------------------------------------------------------------------
+// --- files in both byte orders -----------------------------------------------------------------------------
 
 class OrderedReader {
  public:
@@ -188,7 +188,7 @@ Image readPicture(OrderedReader& in, const Picture& p) {
   return image;
 }
 
-// --- byte planes: a 16-bit picture as two 8-bit ones, high bytes first ---------------------------------
+// --- byte planes: a 16-bit picture as two 8-bit ones, high bytes first -------------------------------------
 
 std::array<Image, 2> split(const Image& wide) {
   std::array<Image, 2> planes = {Image(wide.width, wide.height, wide.colour, 8),
@@ -216,7 +216,7 @@ Image join(const Image& high, const Image& low) {
   return wide;
 }
 
-// --- the format ----------------------------------------------------------------------------------------
+// --- the format --------------------------------------------------------------------------------------------
 
 bool recognises(Bytes file) {
   return file.size() >= 8 &&

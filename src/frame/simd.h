@@ -70,7 +70,7 @@ inline void unroll(F&& f) {
   }(std::make_integer_sequence<int, N>{});
 }
 
-// --- memory, constants, halves -------------------------------------------------------------------------------
+// --- memory, constants, halves -----------------------------------------------------------------------------
 
 template <class V>
 inline V load(const void* p) {
@@ -153,7 +153,7 @@ inline V loadAs(const void* p) {
   return convert<Lane<V>>(load<Vec<From, kLanes<V> * int(sizeof(From))>>(p));
 }
 
-// --- lane-wise operations ----------------------------------------------------------------------------------------
+// --- lane-wise operations ----------------------------------------------------------------------------------
 
 // Wrap-around on signed lanes.
 template <class V>
@@ -303,7 +303,7 @@ inline With<int32_t, V> truncateToInt(V a) {
   return r;
 }
 
-// --- operations on pairs of lanes ---------------------------------------------------------------------------------
+// --- operations on pairs of lanes --------------------------------------------------------------------------
 
 // a[2i] * b[2i] + a[2i+1] * b[2i+1] in 32 bits (wrapping in the one case of four times -32768).
 template <class V>
@@ -391,7 +391,7 @@ inline With<uint64_t, V> sumAbsDiff8(V a, V b) {
   return r;
 }
 
-// --- packing: wide lanes to half as wide, saturated, by blocks -----------------------------------------------------
+// --- packing: wide lanes to half as wide, saturated, by blocks ---------------------------------------------
 // Each 16-byte block of the result holds that block's lanes of a, then those of b.
 
 namespace plain {
@@ -429,7 +429,7 @@ QELJ_PACK(packI8, int16_t, int8_t, _mm_packs_epi16, _mm256_packs_epi16)
 QELJ_PACK(packI16, int32_t, int16_t, _mm_packs_epi32, _mm256_packs_epi32)
 QELJ_PACK(packU16, int32_t, uint16_t, _mm_packus_epi32, _mm256_packus_epi32)
 
-// --- moving lanes --------------------------------------------------------------------------------------------------
+// --- moving lanes ------------------------------------------------------------------------------------------
 
 // Puts the quarters of a packed vector in order: behind it, pack's result is a's lanes, then b's.
 template <class V>
@@ -622,7 +622,7 @@ inline V pickLanes(V v, V index) {
   return r;
 }
 
-// --- facts about a vector ------------------------------------------------------------------------------------------
+// --- facts about a vector ----------------------------------------------------------------------------------
 
 // The top bits of all bytes, byte 0 in bit 0.
 template <class V>
@@ -652,7 +652,7 @@ inline bool isZero(V v) {
   return any == 0;
 }
 
-// --- pixels of three and four bytes ---------------------------------------------------------------------------------
+// --- pixels of three and four bytes ------------------------------------------------------------------------
 // kBytes pixels at a time, between interleaved memory and one vector a channel.
 
 struct Planes3 {
@@ -774,7 +774,7 @@ QELJ_INLINE void storePixels4(uint8_t* p, Planes4 v, Store put = {}) {
   }
 }
 
-// --- memory, by blocks and past the caches ----------------------------------------------------------------------
+// --- memory, by blocks and past the caches -----------------------------------------------------------------
 
 // The blocks of a vector from places `distance` bytes apart.
 template <class V>
@@ -802,7 +802,7 @@ inline void streamFence() {
 #endif
 }
 
-// --- loops -----------------------------------------------------------------------------------------------------------
+// --- loops -------------------------------------------------------------------------------------------------
 
 // Calls group(x) for vectors of kBytes elements that together cover first..end-1; the last one overlaps the one
 // before it. Returns the first element that is not done: `end`, or `first` when there are too few for a vector. For

@@ -75,7 +75,7 @@ constexpr int ownMode(uint8_t first) {
   return code % 4 < 2 ? code % 4 : code % 4 == 2 ? 2 + (code >> 2) : 10 + (code >> 2);
 }
 
-// --- fields --------------------------------------------------------------------------------------------
+// --- fields ------------------------------------------------------------------------------------------------
 
 struct Ends {
   int32_t of[4][4] = {};  // [end-point][r, g, b, 0]
@@ -156,7 +156,7 @@ uint64_t ownIndices(const Bits& bits, const bc7::Shape& shape) {
     return insertAnchorBit<3>(insertAnchorBit<3>(bits.at(82, 46), 0), shape.anchors[1]);
 }
 
-// --- scalar form ---------------------------------------------------------------------------------------
+// --- scalar form -------------------------------------------------------------------------------------------
 
 [[maybe_unused]] constexpr int32_t ownSignExtend(int32_t value, int bits) {
   return shlWrap(value, 32 - bits) >> (32 - bits);
@@ -215,7 +215,7 @@ void ownDecodeBlock(const Bits& bits, const Mode& mode, Ends ends, uint8_t* dst,
   }
 }
 
-// --- vector form ---------------------------------------------------------------------------------------
+// --- vector form -------------------------------------------------------------------------------------------
 
 using E = simd::Vec<int32_t, 16>;  // the channels of an end-point
 using V = simd::I32;               // of kAcross palette entries
@@ -307,7 +307,7 @@ inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw
   }
 }
 
-// --- format --------------------------------------------------------------------------------------------
+// --- format ------------------------------------------------------------------------------------------------
 
 template <bool kSigned>
 struct Bc6 {

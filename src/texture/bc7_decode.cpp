@@ -46,7 +46,7 @@ struct Fields {
   }
 };
 
-// --- scalar form ---------------------------------------------------------------------------------------
+// --- scalar form -------------------------------------------------------------------------------------------
 
 // Moves an n-bit value to the top of a byte and repeats its high bits below.
 [[maybe_unused]] constexpr int ownExpand(int value, int bits) {
@@ -86,7 +86,7 @@ void ownDecodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
   }
 }
 
-// --- vector form ---------------------------------------------------------------------------------------
+// --- vector form -------------------------------------------------------------------------------------------
 
 using V = simd::U8;
 using B = simd::Vec<uint8_t, 16>;
@@ -245,7 +245,7 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
   }
 }
 
-// --- format --------------------------------------------------------------------------------------------
+// --- format ------------------------------------------------------------------------------------------------
 
 template <int kMode>
 void ownDecode(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {

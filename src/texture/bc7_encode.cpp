@@ -26,8 +26,7 @@ using F32x8 = simd::Vec<float, 32>;
 using I32x4 = simd::Vec<int32_t, 16>;  // one value a channel
 using F32x4 = simd::Vec<float, 16>;
 
-// --- small vector helpers
-// --------------------------------------------------------------------------------------
+// --- small vector helpers ----------------------------------------------------------------------------------
 
 // The sums of the lanes of four vectors.
 inline I32x4 ownSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
@@ -49,8 +48,7 @@ inline float ownLowest(F32x8 v) {
   return a < b ? a : b;
 }
 
-// --- a block and its statistics
-// ----------------------------------------------------------------------------------
+// --- a block and its statistics ----------------------------------------------------------------------------
 
 struct Block {
   Pixels16 channel[4];
@@ -128,8 +126,7 @@ inline F32x8 ownLine(const Block& block, const Moments& m, Pixels16 mask) {
   return simd::join(mean + axis * (lowest * scale), mean + axis * (highest * scale));
 }
 
-// --- end-points
-// --------------------------------------------------------------------------------------------------------
+// --- end-points --------------------------------------------------------------------------------------------
 
 // How a mode spends its p-bits: none, one a subset, one an end-point, or one an end-point fixed at 1 (so that
 // an opaque block's alpha stays 255).
@@ -179,8 +176,7 @@ inline EndPoints ownQuantise(F32x8 ends) {
   }
 }
 
-// --- judging a candidate
-// ------------------------------------------------------------------------------------------------
+// --- judging a candidate -----------------------------------------------------------------------------------
 
 struct Judgement {
   int32_t error;
@@ -279,8 +275,7 @@ inline F32x8 ownRefit(const Judgement& j, int s, const Moments& m, F32x8 ends) {
   return ends;
 }
 
-// --- candidates
-// ------------------------------------------------------------------------------------------------------------
+// --- candidates --------------------------------------------------------------------------------------------
 
 struct Candidate {
   int32_t error = std::numeric_limits<int32_t>::max();
@@ -360,8 +355,7 @@ inline void ownTrySeparate(const Block& block, const Moments& all, int rotation,
   best.indices = indices, best.alphaIndices = alphaIndices;
 }
 
-// --- ranking shapes
-// -------------------------------------------------------------------------------------------------------
+// --- ranking shapes ----------------------------------------------------------------------------------------
 
 // For every pair of pixels, the 64 shapes' membership in subset 1 as pairs of 0 and 1; and the masks of the
 // shapes.
@@ -524,8 +518,7 @@ inline Moments ownMoments(const Block& block) {
   return m;
 }
 
-// --- the bits of a block
-// -----------------------------------------------------------------------------------------------
+// --- the bits of a block -----------------------------------------------------------------------------------
 
 struct BitField {
   uint64_t word[2] = {0, 0};
@@ -616,8 +609,7 @@ void ownStoreBest(const Candidate& best, uint8_t* dst) {
   }
 }
 
-// --- the choice of modes
-// --------------------------------------------------------------------------------------------------
+// --- the choice of modes -----------------------------------------------------------------------------------
 
 // All pixels the same: mode 6 half-way between the two values beside it. Exact for opaque blocks but for 0,
 // which mode 6 with its alpha at 255 stores as 1; within 1 otherwise.

@@ -21,7 +21,7 @@ using V16 = simd::U16;
 // Whether equal or ascending colours select the palette of three colours and white (DXT1 only).
 enum class Colours { kFourOrThree, kFour };
 
-// --- scalar form ---------------------------------------------------------------------------------------
+// --- scalar form -------------------------------------------------------------------------------------------
 
 // RGBA entries. Colours are interpolated on their expanded 8-bit channels, truncating.
 template <Colours kColours>
@@ -73,7 +73,7 @@ void ownRampBlock(const uint8_t* block, uint8_t* dst, ptrdiff_t dstStep) {
   for (int i = 0; i < 16; ++i) row(dst, dstStep, i / 4)[i % 4 * kPixelBytes] = ramp[indexAt<3>(indices, i)];
 }
 
-// --- vector form ---------------------------------------------------------------------------------------
+// --- vector form -------------------------------------------------------------------------------------------
 
 // Eight bytes of kAcross blocks that lie `stride` bytes apart, in the lower halves of the vector's blocks.
 inline V ownLoadBlocks(const uint8_t* src, ptrdiff_t stride) {
@@ -145,7 +145,7 @@ inline void ownStoreFourRows(uint8_t* dst, ptrdiff_t dstStep, V a, V b) {
   ownStoreTwoRows(row(dst, dstStep, 2), dstStep, (V)simd::unpackHigh((Units)a, (Units)b));
 }
 
-// --- formats -------------------------------------------------------------------------------------------
+// --- formats -----------------------------------------------------------------------------------------------
 
 struct Dxt1 {
   static constexpr int kBlockBytes = 8, kPixelBytes = 4, kGroup = kAcross;

@@ -43,7 +43,7 @@ struct Reciprocals {
 constexpr Reciprocals<32768, 3 * 255 + 1> kColourReciprocals;
 constexpr Reciprocals<65536, 255 + 1> kAlphaReciprocals;
 
-// --- scalar form ---------------------------------------------------------------------------------------
+// --- scalar form -------------------------------------------------------------------------------------------
 
 struct Extremes {
   int min, max;
@@ -151,7 +151,7 @@ uint64_t ownRampBlock(const uint8_t* values) {
   store(dst + 8, colours);
 }
 
-// --- vector form ---------------------------------------------------------------------------------------
+// --- vector form -------------------------------------------------------------------------------------------
 
 // Combines all 16 bytes of each block (or its four pixels) by `op`; every byte (or pixel) holds the result.
 template <class Op>
@@ -310,7 +310,7 @@ inline void ownStoreBlocks(uint8_t* dst, V64 blocks) {
   for (int i = 0; i < kAcross; ++i) store(dst + 8 * i, uint64_t(blocks[2 * i]));
 }
 
-// --- formats -------------------------------------------------------------------------------------------
+// --- formats -----------------------------------------------------------------------------------------------
 
 struct Dxt1 {
   static constexpr int kBlockBytes = 8, kPixelBytes = 4, kGroup = kAcross;

@@ -13,7 +13,7 @@ namespace {
 using V = simd::U8;
 constexpr int64_t kMaxToken = 128;
 
-// --- copies and fills ----------------------------------------------------------------------------------
+// --- copies and fills --------------------------------------------------------------------------------------
 
 // Of 1 to 128 bytes, exactly these. Two stores that overlap serve every length between one vector and two.
 template <class Make>  // Make(Type{}, offset): the value of this type at this byte
@@ -55,7 +55,7 @@ inline void ownFillRun(uint8_t* dst, uint8_t value, int64_t n) {
   }
 }
 
-// --- the encoder's scanner -----------------------------------------------------------------------------
+// --- the encoder's scanner ---------------------------------------------------------------------------------
 
 // The length of the run at src, of at most `limit` bytes.
 inline int64_t ownRun(const uint8_t* src, int64_t limit) {
@@ -95,7 +95,7 @@ inline int64_t ownLiteral(const uint8_t* src, int64_t left) {
   return limit;
 }
 
-// --- the decoder ---------------------------------------------------------------------------------------
+// --- the decoder -------------------------------------------------------------------------------------------
 
 // The vector form for a token of n, at most 16, bytes takes no branch on what it is. Its last 16 bytes of
 // output are stored as one vector that ends with the token: the upper n bytes are new, and the others are the

@@ -32,7 +32,7 @@ struct Chroma {
   T cb, cr;
 };
 
-// --- Fixed-point matrices --------------------------------------------------------------------------------
+// --- Fixed-point matrices ----------------------------------------------------------------------------------
 
 // One output: (r R + g G + b B + round) >> shift. Chroma comes centred on 0; the 128 of a stored plane is
 // added behind the shift, which is the same as adding 128 << shift to the rounding term.
@@ -120,7 +120,7 @@ struct MatrixForm {
   }
 };
 
-// --- Forward forms of their own shape --------------------------------------------------------------------
+// --- Forward forms of their own shape ----------------------------------------------------------------------
 
 // Every product is truncated by itself, to what a 16-bit high multiply keeps, before the sum.
 struct TruncatedForm {
@@ -186,7 +186,7 @@ struct FloatLumaForm {
   }
 };
 
-// --- Inverse forms ---------------------------------------------------------------------------------------
+// --- Inverse forms -----------------------------------------------------------------------------------------
 
 // An inverse form tells what chroma, centred on 0 (-128..127), adds to luma for each colour: pixels that
 // share a chroma sample share that. offset() counts in units of 2^-kFraction; what is left after adding is

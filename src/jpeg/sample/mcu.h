@@ -20,8 +20,7 @@ using simd::U8;
 constexpr int kOctets = simd::kBytes / 16;
 static_assert(kOctets <= 2);
 
-// --- geometry
-// ------------------------------------------------------------------------------------------------------
+// --- geometry ----------------------------------------------------------------------------------------------
 
 // One chroma sample serves Across x Down pixels.
 template <int Across, int Down>
@@ -49,8 +48,7 @@ inline bool misaligned(Sample* const* planes) {
   return bits % 16 != 0;
 }
 
-// --- octets in memory
-// ------------------------------------------------------------------------------------------------
+// --- octets in memory --------------------------------------------------------------------------------------
 
 // The 16 bytes at p, and at p + apart where vectors have two blocks.
 template <class V = U8>
@@ -85,8 +83,7 @@ inline void storeOctets(int16_t* block, I16 v) {
     storeBlocks(reinterpret_cast<uint8_t*>(block), Down * 16, (U8)v);
 }
 
-// --- pixel formats
-// ---------------------------------------------------------------------------------------------------
+// --- pixel formats -----------------------------------------------------------------------------------------
 
 // One pixel: its channels in the order of the colour model (R, G, B or Y, Cb, Cr), then K.
 struct Pixel {

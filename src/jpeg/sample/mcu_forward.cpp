@@ -11,8 +11,7 @@ namespace {
 
 using namespace mcu;
 
-// --- arithmetic
-// ----------------------------------------------------------------------------------------------------
+// --- arithmetic --------------------------------------------------------------------------------------------
 
 // One output sample from the sums rs, gs, bs of n = 1, 2 or 4 pixels:
 //   (r rs + g gs + b bs + round * n) >> (shift + log2 n)
@@ -70,8 +69,7 @@ inline Pairs ownSumsAcross(const Octets& o) {
   return {sums(o.low.c01, o.high.c01), sums(o.low.c23, o.high.c23)};
 }
 
-// --- one MCU
-// -------------------------------------------------------------------------------------------------------
+// --- one MCU -----------------------------------------------------------------------------------------------
 
 template <class Pixels, class Mcu, const Matrix& M>
 void ownForwardOctets(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
@@ -123,8 +121,7 @@ void ownForward(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
     ownForwardPixels<Pixels, Mcu, M>(src, srcStep, dst);
 }
 
-// --- fronts
-// --------------------------------------------------------------------------------------------------------
+// --- fronts ------------------------------------------------------------------------------------------------
 
 // Aligned and Misaligned are the forms for the two cases of an address test on the planes Tested.
 template <class Pixels, class Mcu, const Matrix& Aligned, const Matrix& Misaligned = Aligned,

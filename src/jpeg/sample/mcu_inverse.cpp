@@ -11,8 +11,7 @@ namespace {
 
 using namespace mcu;
 
-// --- arithmetic
-// ----------------------------------------------------------------------------------------------------
+// --- arithmetic --------------------------------------------------------------------------------------------
 
 // One output channel:
 //   term  = saturate16((cb * Cb + cr * Cr + bias) >> shift), the sum wrapping at 32 bits
@@ -86,8 +85,7 @@ I16 ownValues(I16 y, I16 term) {
   return Offset ? simd::addSat(value, simd::splat<I16>(int16_t(Offset))) : value;
 }
 
-// --- one MCU
-// -------------------------------------------------------------------------------------------------------
+// --- one MCU -----------------------------------------------------------------------------------------------
 
 template <class Pixels, class Mcu, const Form& F>
 void ownInverseOctets(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
@@ -151,8 +149,7 @@ void ownInverse(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
     ownInversePixels<Pixels, Mcu, F>(src, dst, dstStep);
 }
 
-// --- fronts
-// --------------------------------------------------------------------------------------------------------
+// --- fronts ------------------------------------------------------------------------------------------------
 
 // Aligned and Misaligned are the forms for the two cases of an address test on the planes Tested.
 template <class Pixels, class Mcu, const Form& Aligned, const Form& Misaligned = Aligned,

@@ -33,7 +33,7 @@ struct YccK {
   T k;
 };
 
-// --- Sources of RGB --------------------------------------------------------------------------------------
+// --- Sources of RGB ----------------------------------------------------------------------------------------
 
 template <class Order, int kChannels>
 struct PixelSource {
@@ -125,7 +125,7 @@ struct PackedSource {
   }
 };
 
-// --- How a result is stored ------------------------------------------------------------------------------
+// --- How a result is stored --------------------------------------------------------------------------------
 
 // An image larger than the caches would drive out everything else and not be there when it is read:
 // interleaved pixels go past them. Planes do not: several such streams side by side are no faster than plain
@@ -149,7 +149,7 @@ struct Writer {
   }
 };
 
-// --- Sinks of RGB ----------------------------------------------------------------------------------------
+// --- Sinks of RGB ------------------------------------------------------------------------------------------
 
 template <class Order>
 struct PixelSink {
@@ -265,7 +265,7 @@ struct PackedSink {
   }
 };
 
-// --- Planes of Y, Cb, Cr, K ------------------------------------------------------------------------------
+// --- Planes of Y, Cb, Cr, K --------------------------------------------------------------------------------
 
 // kPlanes: 1 (Y alone), 3, or 4 (with K).
 template <int kPlanes>
@@ -314,7 +314,7 @@ struct YccSource {
   }
 };
 
-// --- From bytes to a form's operands and back ------------------------------------------------------------
+// --- From bytes to a form's operands and back --------------------------------------------------------------
 
 // A form works on 16-bit lanes, half a vector of bytes at a time. Unpacking and packing both go by blocks, so
 // that the pixels come back in order.
@@ -366,7 +366,7 @@ QELJ_INLINE Rgb<U8> toRgb(Ycc<U8> p) {
                      Form::offset(Chroma<I16>{cb.high, cr.high}));
 }
 
-// --- Loops -----------------------------------------------------------------------------------------------
+// --- Loops -------------------------------------------------------------------------------------------------
 
 enum class Rows { kFork, kSerial, kSerialAnyStep };
 

@@ -14,7 +14,7 @@ using simd::I16;
 using simd::U8;
 constexpr int kVector = simd::kBytes;
 
-// --- Down: the mean of two or four samples ---------------------------------------------------------------
+// --- Down: the mean of two or four samples -----------------------------------------------------------------
 
 // The rounding terms of the means at even and odd places. Terms that alternate leave the plane's mean as it
 // is.
@@ -45,7 +45,7 @@ void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdi
   }
 }
 
-// --- Up: three parts of the near sample, one of the far one ----------------------------------------------
+// --- Up: three parts of the near sample, one of the far one ------------------------------------------------
 
 // The samples that are spread across: those of one row, or three parts of a near row and one of a far row.
 // sum(k, far) is three parts of sample k and one of sample `far`; the vector face gives sums for kVector

@@ -9,7 +9,7 @@ namespace qelj {
 namespace {
 using namespace colour;
 
-// --- Forward: the colours of a chroma sample's pixels are added up first, then converted -----------------
+// --- Forward: the colours of a chroma sample's pixels are added up first, then converted -------------------
 
 using ForwardMain = TruncatedForm;         // pixels in whole groups of eight
 using ForwardTail = MatrixForm<kQ14Half>;  // the pairs behind them
@@ -73,7 +73,7 @@ QelStatus forward(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, cons
   return oddSize(size, kRows);
 }
 
-// --- Inverse: a chroma sample serves all its pixels as it is ---------------------------------------------
+// --- Inverse: a chroma sample serves all its pixels as it is -----------------------------------------------
 
 // What a vector of chroma pairs adds to the pixels in the lower and the upper halves of the blocks of a
 // group.

@@ -18,8 +18,7 @@ struct Three {
   V a, b, c;
 };
 
-// --- transforms
-// ---------------------------------------------------------------------------------------------------
+// --- transforms --------------------------------------------------------------------------------------------
 
 // G.2. Sums of 32-bit samples wrap. Those of 16-bit samples are formed in 32 bits and cut on store.
 struct RctForward {
@@ -165,8 +164,7 @@ struct IctInverse16s {
   }
 };
 
-// --- layouts: row y of the three components
-// ------------------------------------------------------------------------
+// --- layouts: row y of the three components ----------------------------------------------------------------
 
 template <class T>
 struct Planes {
@@ -220,8 +218,7 @@ struct Pixels {
   Row operator[](ptrdiff_t y) const { return {row(pixel, step, y)}; }
 };
 
-// --- the kernel
-// ------------------------------------------------------------------------------------------------------
+// --- the kernel --------------------------------------------------------------------------------------------
 
 template <class Transform, class T, class SrcRow, class DstRow>
 void ownComponentRow(const SrcRow src, const DstRow dst, int32_t width) {

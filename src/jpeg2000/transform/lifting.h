@@ -25,8 +25,7 @@
 
 namespace qelj::lifting {
 
-// --- arithmetic that reads alike for one sample and for a vector; integers wrap
-// -----------------------------------
+// --- arithmetic that reads alike for one sample and for a vector; integers wrap ----------------------------
 
 template <class V>
 inline constexpr bool kOneSample = std::is_arithmetic_v<V>;
@@ -74,8 +73,7 @@ inline V sar(V a) {
   return V(a >> bits);
 }
 
-// --- element by element over rows, columns' rows, or the halves of a line
-// -----------------------------------------
+// --- element by element over rows, columns' rows, or the halves of a line ----------------------------------
 
 // dst[i] = operation(src[0][i], src[1][i], ...), where dst may be any of the sources.
 template <class T, class Operation, class... Source>
@@ -151,8 +149,7 @@ inline void ownStep(ptrdiff_t count, const typename Filter::Sample* const (&srcR
   for (; i < count; ++i) step(i, static_cast<T*>(nullptr));
 }
 
-// --- between a line and its two bands
-// -------------------------------------------------------------------------------
+// --- between a line and its two bands ----------------------------------------------------------------------
 
 // first[i] = src[2i], second[i] = src[2i + 1], for `count` samples in all.
 template <class T>
@@ -190,8 +187,7 @@ inline void ownMerge(ptrdiff_t count, const T* first, const T* second, T* dst) {
   if (2 * i < count) put(dst, 2 * i, at(first, i));
 }
 
-// --- filters that more than one family uses
-// ---------------------------------------------------------------------------
+// --- filters that more than one family uses ----------------------------------------------------------------
 
 // The sums of the 5/3 filter, wrapping in the width of the sample: (a + b) >> 1 and (a + b + 2) >> 2.
 struct WrappingSums {

@@ -20,8 +20,7 @@ namespace qelj::lifting {
 template <class T>
 inline constexpr ptrdiff_t kStripOfRegion = 1024 / ptrdiff_t(sizeof(T));
 
-// --- along rows
-// -----------------------------------------------------------------------------------------------------
+// --- along rows --------------------------------------------------------------------------------------------
 
 // A filter may compute the samples near the ends of a line otherwise. Then it has Filter::kHasEnds, and
 //   inner<t>(w, offset)                        the range of sample numbers that have stage()'s form; t =
@@ -123,8 +122,7 @@ void ownInverseRow(const T* low, const T* high, T* dst, ptrdiff_t w, int q) {
   }
 }
 
-// --- down columns
-// ---------------------------------------------------------------------------------------------------
+// --- down columns ------------------------------------------------------------------------------------------
 
 // The values of a strip's rows, by position: what the caller gave, what a stage leaves for a later one, the
 // result. source(m) is the row that is read at position m; result(m) is where its final value goes, or null
@@ -183,8 +181,7 @@ void ownInverseColumns(const T* low, ptrdiff_t lowStep, const T* high, ptrdiff_t
         });
 }
 
-// --- fronts
-// ---------------------------------------------------------------------------------------------------------
+// --- fronts ------------------------------------------------------------------------------------------------
 
 template <class T>
 constexpr QelStatus checkRegion(const T* a, const T* b, const T* c, int32_t aStep, int32_t bStep,

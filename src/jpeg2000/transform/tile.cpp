@@ -20,8 +20,7 @@ namespace {
 
 using namespace lifting;
 
-// --- filters
-// ----------------------------------------------------------------------------------------------------------
+// --- filters -----------------------------------------------------------------------------------------------
 
 // The 5/3 sums in 32 bits before they are cut. In 16-bit lanes, (a & b) + ((a ^ b) >> 1) is (a + b) >> 1
 // without the overflow, and (a + b + 2) >> 2 is half of it, rounded up.
@@ -238,8 +237,7 @@ struct D97_32s {
 template <class Wavelet>
 using SampleOf = typename Wavelet::Forward::Sample;
 
-// --- lines of one and two samples
-// -----------------------------------------------------------------------------------
+// --- lines of one and two samples --------------------------------------------------------------------------
 
 // A single sample stays at an even coordinate; at an odd one it is doubled, and halved towards zero on the
 // way back.
@@ -269,8 +267,7 @@ void ownLiftPair(bool forward, T* even, T* odd, ptrdiff_t count) {
   }
 }
 
-// --- along a row
-// -----------------------------------------------------------------------------------------------------
+// --- along a row -------------------------------------------------------------------------------------------
 
 // Where the low and the high band of a line lie, as positions in it.
 struct Split {
@@ -347,8 +344,7 @@ void ownInverseRow(T* src, T* dst, const Split& line) {
     ownMerge(line.length, low, high, dst);
 }
 
-// --- down the columns
-// --------------------------------------------------------------------------------------------------
+// --- down the columns --------------------------------------------------------------------------------------
 
 // The rows of one strip of columns, lifted where they lie.
 template <class T>
@@ -424,8 +420,7 @@ void ownColumns(T* base, ptrdiff_t step, int32_t width, const Split& column, Fet
 
 constexpr auto nothing = [](auto...) {};
 
-// --- in place
-// ------------------------------------------------------------------------------------------------------------
+// --- in place ----------------------------------------------------------------------------------------------
 
 // Moves every row j of 0 .. count - 1 to its place: rowOperation(from, to), where `from` is row(source(to)),
 // and `held` for the one row of each cycle whose place is overwritten first; hold(j) saves that row.
@@ -476,8 +471,7 @@ QelStatus inPlace(SampleOf<Wavelet>* srcDst, int32_t srcDstStep, const QelRect* 
   return qelStatusOk;
 }
 
-// --- with four bands
-// -------------------------------------------------------------------------------------------------------
+// --- with four bands ---------------------------------------------------------------------------------------
 
 // Bytes between the rows of the work image.
 template <class T>
@@ -553,8 +547,7 @@ QelStatus withBands(Image* image, int32_t imageStep, Plane* const* plane, const 
   return qelStatusOk;
 }
 
-// --- sizes of the work buffer
-// --------------------------------------------------------------------------------------------------
+// --- sizes of the work buffer ------------------------------------------------------------------------------
 
 // A line of the longer side with its margins; nothing where every line is short enough to do without. `width`
 // and `height` are taken as they are, and the sums wrap at 32 bits.

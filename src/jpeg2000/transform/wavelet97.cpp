@@ -10,8 +10,7 @@ namespace {
 
 using namespace lifting;
 
-// --- single precision
-// ---------------------------------------------------------------------------------------------
+// --- single precision --------------------------------------------------------------------------------------
 
 struct Forward32f {
   using Sample = float;
@@ -50,8 +49,7 @@ struct Inverse32f : Forward32f {
   }
 };
 
-// --- 16.16 fixed point
-// ----------------------------------------------------------------------------------------------
+// --- 16.16 fixed point -------------------------------------------------------------------------------------
 
 constexpr int32_t kAlpha16 = -103949, kBeta16 = -3472, kGamma16 = 57862, kDelta16 = 29066;
 constexpr int32_t kInvK16 = 53274, kK16 = 80621, kDeltaOverK16 = 23627;
@@ -132,8 +130,7 @@ struct ForwardRow32s : Forward32s {
   }
 };
 
-// --- 16-bit samples
-// ---------------------------------------------------------------------------------------------------
+// --- 16-bit samples ----------------------------------------------------------------------------------------
 
 inline int16_t sumSat(int16_t a, int16_t b) { return addSat<int16_t>(a, b); }
 inline int16_t differenceSat(int16_t a, int16_t b) { return subSat<int16_t>(a, b); }
@@ -258,8 +255,7 @@ struct InverseRow16s : Inverse16s {
   }
 };
 
-// --- one sample a band: the direct filter
-// -----------------------------------------------------------------------------
+// --- one sample a band: the direct filter ------------------------------------------------------------------
 
 // Taps from the centre outwards. The synthesis filter of an odd position does not mirror the analysis
 // exactly.

@@ -18,8 +18,7 @@ using Triple = std::array<int, 3>;
 using Model = Triple (*)(int, int, int);
 using Image = std::vector<std::array<int, 4>>;  // R, G, B, K or Y, Cb, Cr, K, row by row
 
-// --- The formulas: r, g, b to Y, Cb, Cr
-// ---------------------------------------------------------------------------
+// --- The formulas: r, g, b to Y, Cb, Cr --------------------------------------------------------------------
 
 Triple q15(int r, int g, int b) {
   return {(9798 * r + 19235 * g + 3736 * b + 16266) >> 15,
@@ -53,8 +52,7 @@ Triple floatLuma(int r, int g, int b) {
   return {int(std::lrintf(xy + float(b) * 0.11400000005960464f)), 0, 0};
 }
 
-// --- Y, Cb, Cr to r, g, b
-// ---------------------------------------------------------------------------------------------
+// --- Y, Cb, Cr to r, g, b ----------------------------------------------------------------------------------
 
 Triple planeQ14(int y, int cb, int cr) {
   return {y + ((22970 * cr - 2932015) >> 14), y - ((5638 * cb + 11700 * cr - 2211182) >> 14),
@@ -75,8 +73,7 @@ Triple q4(int y, int cb, int cr) {
           (y * 16 + ((cb * 14516) >> 9) - 3629 + 8) >> 4};
 }
 
-// --- Layouts
-// -----------------------------------------------------------------------------------------------------------
+// --- Layouts -----------------------------------------------------------------------------------------------
 
 // What each channel or plane holds: 0, 1, 2, 3 a component, c, m, y the complement of 0, 1, 2, x a byte
 // without meaning. Packed 16-bit pixels name the fields from the low one up.

@@ -9,8 +9,7 @@
 namespace qelj::test {
 namespace {
 
-// --- rows and columns against the formulas
-// ---------------------------------------------------------------------------
+// --- rows and columns against the formulas -----------------------------------------------------------------
 
 template <class T>
 T sample(Random& random, int64_t range) {
@@ -102,8 +101,7 @@ HOLD_COLUMNS(B53, 16s, Model53<int16_t>, 5000)
 HOLD_COLUMNS(B53, 32s, Model53<int32_t>, INT32_MAX)
 HOLD_COLUMNS(D97, 32f, Model97_32f, 100000)
 
-// --- single steps
-// ------------------------------------------------------------------------------------------------------
+// --- single steps ------------------------------------------------------------------------------------------
 
 template <class Model, class T>
 T stage(bool forward, int t, T x, T l, T r) {
@@ -236,8 +234,7 @@ TEST(WaveletD97, StepsHaveTheArithmeticOfTheirType) {
                                  32767);
 }
 
-// --- the direct filter of one sample a band, and the distance from the exact transform
-// ----------------------------------
+// --- the direct filter of one sample a band, and the distance from the exact transform ---------------------
 
 // Lifting in double precision with mirrored ends, as a check of the constants and of what the types lose.
 std::vector<double> exact(std::vector<double> x, int q) {
