@@ -116,7 +116,7 @@ inline constexpr auto kSignTable = [] {
 
 // Context of a refinement (Table D.4), by "refined before" and "has a significant neighbour".
 constexpr int ownRefinementContext(uint32_t flags) {
-  return kRefinement + (flags & kRefined ? 2 : (flags & kNeighbour) != 0);
+  return kRefinement + (0xA4 >> ((flags >> 6 & 4) | (flags >> 12 & 2)) & 3);  // 0, 1, 2, 2
 }
 
 }  // namespace qelj

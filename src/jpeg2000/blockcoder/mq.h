@@ -83,20 +83,39 @@ class MqDecoder {
     limit();
   }
 
+  // For symbols that decide what comes next: branches that the processor can bet on.
   QELJ_INLINE uint32_t decode(MqState& context) {
     const MqState s = context;
     const uint32_t qe = ownQe(s);
     a_ -= qe;
     if (a_ >= limit_) [[likely]]
       return ownMps(s);  // the upper part of the interval, and nothing to renormalise
-    const bool lower = a_ <= c_ >> 16;
-    const bool isMps = lower == (a_ < qe);
-    c_ -= lower ? a_ << 16 : 0;
-    a_ = lower ? qe : a_;
-    context = isMps ? ownAfterMps(s) : ownAfterLps(s);
-    renormalise();
-    limit();
-    return ownMps(s) ^ uint32_t(!isMps);
+    // Which part the code is in is the stream's own choice; whether the parts are exchanged is rare.
+    if (a_ <= c_ >> 16) {
+      c_ -= a_ << 16;
+      const bool exchanged = a_ < qe;
+      a_ = qe;
+      return move(context, s, exchanged);
+    }
+    return move(context, s, a_ >= qe);
+  }
+
+  // The same without branches, for symbols near one bit that are only data: signs and refinements.
+  QELJ_INLINE uint32_t decodeData(MqState& context) {
+    // Masks of all ones or none: compilers make branches of conditions.
+    const MqState s = context;
+    const uint32_t qe = ownQe(s), upper = a_ - qe;
+    const uint32_t lower = uint32_t(int32_t(upper - (c_ >> 16) - 1) >> 31);
+    const uint32_t exchanged = uint32_t(int32_t(upper - qe) >> 31);
+    const uint32_t lps = lower ^ exchanged;
+    c_ -= upper << 16 & lower;
+    a_ = upper ^ ((upper ^ qe) & lower);
+    const int shift = __builtin_clz(a_) - 16;  // never of 0
+    const MqState next = kMqStates[s >> (9 - (lps & 7)) & 127];
+    const uint32_t moved = uint32_t(-shift >> 31);
+    context = s ^ ((s ^ next) & moved);
+    renormalise(shift);
+    return ownMps(s) ^ (lps & 1);
   }
 
   // Whether the segment ends otherwise than an encoder with predictable termination ends it (D.4.2). Of no
@@ -118,16 +137,22 @@ class MqDecoder {
   // With every symbol that leaves A at or above this, C stays as it is.
   void limit() { limit_ = std::max(0x8000u, (c_ >> 16) + 1); }
 
-  QELJ_INLINE void renormalise() {
-    int shift = std::countl_zero(a_) - 16;
+  QELJ_INLINE uint32_t move(MqState& context, MqState s, bool isMps) {
+    context = isMps ? ownAfterMps(s) : ownAfterLps(s);
+    renormalise(std::countl_zero(a_) - 16);
+    return ownMps(s) ^ uint32_t(!isMps);
+  }
+
+  QELJ_INLINE void renormalise(int shift) {
     a_ <<= shift;
-    while (shift > ct_) {
-      c_ <<= ct_;
-      shift -= ct_;
-      fetch();
-    }
+    while (shift > ct_) [[unlikely]] {
+        c_ <<= ct_;
+        shift -= ct_;
+        fetch();
+      }
     c_ <<= shift;
     ct_ -= shift;
+    limit();
   }
 
   // C is inverted, so that the ones that follow the end of a segment add nothing.
@@ -165,6 +190,7 @@ class RawDecoder {
     }
     return last_ >> count_-- & 1;
   }
+  QELJ_INLINE uint32_t decodeData(MqState& context) { return decode(context); }
 
  private:
   SegmentBytes in_;
@@ -206,26 +232,23 @@ class MqEncoder {
   }
 
  private:
+  // Without branches, by masks of all ones or none: compilers make branches of conditions.
   QELJ_INLINE void encodeOne(MqState& context, uint32_t bit) {
     const MqState s = context;
-    const uint32_t qe = ownQe(s);
-    const bool isLps = bit != ownMps(s);
-    a_ -= qe;
-    if (!isLps && a_ >= 0x8000) {
-      c_ += qe;
-      return;
-    }
-    const bool lower = isLps != (a_ < qe);  // the lower part of the interval, whose size is Qe
-    c_ += lower ? 0 : qe;
-    a_ = lower ? qe : a_;
-    context = isLps ? ownAfterLps(s) : ownAfterMps(s);
-    int shift = std::countl_zero(a_) - 16;
+    const uint32_t qe = ownQe(s), upper = a_ - qe;
+    const uint32_t lps = 0 - ((s ^ bit) & 1), exchanged = uint32_t(int32_t(upper - qe) >> 31);
+    const uint32_t lower = lps ^ exchanged;  // the lower part of the interval, whose size is Qe
+    c_ += qe & ~lower;
+    a_ = upper ^ ((upper ^ qe) & lower);
+    int shift = __builtin_clz(a_) - 16;  // never of 0
+    const MqState next = kMqStates[s >> (9 - (lps & 7)) & 127];
+    context = s ^ ((s ^ next) & uint32_t(-shift >> 31));
     a_ <<= shift;
-    while (shift >= ct_) {
-      c_ <<= ct_;
-      shift -= ct_;
-      byteOut();
-    }
+    while (shift >= ct_) [[unlikely]] {
+        c_ <<= ct_;
+        shift -= ct_;
+        byteOut();
+      }
     c_ <<= shift;
     ct_ -= shift;
   }

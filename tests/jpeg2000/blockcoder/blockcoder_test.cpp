@@ -27,7 +27,7 @@ Decoded decodeBlock(const std::vector<uint8_t>& bytes, const std::vector<uint32_
               size_t(size.width) * 4 + size_t(random.in(0, 9)), size_t(random.in(0, 7)));
   Guarded state(random, stateSize(size), 1, 0, size_t(random.in(0, 40)));
   PageBuffer exact(std::max<size_t>(bytes.size(), 1));
-  exact.assign(bytes.data(), bytes.size());
+  if (!bytes.empty()) exact.assign(bytes.data(), bytes.size());
   Decoded d;
   static const uint32_t none = 0;
   d.status = qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(
