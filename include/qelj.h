@@ -1228,7 +1228,8 @@ QELJ_API QelStatus qeliDecodeCBProgrStep_JPEG2K(const uint8_t* src, int32_t srcL
  *   16x16, 8x16, 8x8   the region's width and height are part of the name
  *   size         width and height in samples, multiples of 4. The 32f functions transform blocks in pairs: with a
  *                width that is no multiple of 8, the last four columns stay as they are
- *   srcDstStep   bytes, compared as unsigned: a negative step passes, and the rows then go upwards
+ *   srcDstStep   bytes, compared as unsigned: a negative step passes, and the rows then go upwards. Rows must not
+ *                overlap
  * qelStatusNullPointer; qelStatusBadSize (a side below 1); qelStatusBadStep (below the bytes of a row);
  * qelStatusBadSize (a side that is no multiple of 4). Fixed sizes: qelStatusNullPointer, qelStatusBadStep. */
 QELJ_API QelStatus qeliPCTFwd_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, QelSize size);

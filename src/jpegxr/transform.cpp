@@ -221,12 +221,10 @@ inline void transposeSquares(V (&v)[4]) {
   }
 }
 
-// The blocks in a column of four cells, each a vector wide and four rows high. Where the region has fewer
-// cells, the last one stands for those that lack: it is transformed more than once, to the same values.
+// The blocks in four cells, each a vector wide and four rows high. One cell may stand for several: it is
+// transformed more than once, to the same values.
 template <class Direction, class V, class T>
-inline void ownCells(T* column, ptrdiff_t step, int cells) {
-  T* cell[4];
-  for (int k = 0; k < 4; ++k) cell[k] = row(column, step, 4 * (k < cells ? k : cells - 1));
+inline void ownCells(T* const (&cell)[4], ptrdiff_t step) {
   Value<V> x[4][4];
   for (int r = 0; r < 4; ++r) {
     V v[4];
@@ -252,27 +250,35 @@ inline void ownBlock(T* block, ptrdiff_t step) {
     for (int c = 0; c < 4; ++c) put(row(block, step, r), c, x[r][c].v);
 }
 
-// Bands of up to four rows of blocks, each in cells as wide as they fit. The float transform takes blocks in
-// pairs and leaves a single last column of blocks as it is.
+// Bands of up to four rows of blocks, each in cells as wide as they fit, four cells at once: those on top of
+// each other, or in a single row of blocks those side by side. The float transform takes blocks in pairs and
+// leaves a single last column of blocks as it is.
 template <class Direction, class T>
 void ownPCT(T* srcDst, ptrdiff_t step, ptrdiff_t width, ptrdiff_t height) {
   constexpr ptrdiff_t kSample = sizeof(T);
   if constexpr (std::is_floating_point_v<T>) width &= ~ptrdiff_t(7);
   for (ptrdiff_t y = 0; y < height; y += 16) {
     T* const band = row(srcDst, step, y);
-    const int cells = int(std::min<ptrdiff_t>(height - y, 16) / 4);
+    const int rows = int(std::min<ptrdiff_t>(height - y, 16) / 4);
     ptrdiff_t x = 0;
     const auto strip = [&](auto vector) {
       using V = decltype(vector);
-      for (constexpr ptrdiff_t n = simd::kLanes<V>; x + n <= width; x += n)
-        ownCells<Direction, V>(row(band, kSample, x), step, cells);
+      constexpr ptrdiff_t n = simd::kLanes<V>;
+      const auto cell = [&](ptrdiff_t across, int down) {
+        return row(row(band, step, 4 * std::min(down, rows - 1)), kSample, x + across * n);
+      };
+      if (rows == 1)
+        for (; x + 4 * n <= width; x += 4 * n)
+          ownCells<Direction, V>({cell(0, 0), cell(1, 0), cell(2, 0), cell(3, 0)}, step);
+      for (; x + n <= width; x += n)
+        ownCells<Direction, V>({cell(0, 0), cell(0, 1), cell(0, 2), cell(0, 3)}, step);
     };
     if constexpr (simd::kEnabled) {
       if constexpr (simd::kBytes > 16) strip(simd::Vec<T>{});
       strip(simd::Vec<T, 16>{});
     }
     for (; x < width; x += 4)
-      for (int k = 0; k < cells; ++k) ownBlock<Direction>(row(row(band, step, 4 * k), kSample, x), step);
+      for (int k = 0; k < rows; ++k) ownBlock<Direction>(row(row(band, step, 4 * k), kSample, x), step);
   }
 }
 
