@@ -20,24 +20,27 @@ inline QelStatus ownDecodeBlock(BitReader<true>& reader, int16_t* dst, int16_t* 
   }
   put(dst, 0, *lastDC);
 
-  int k = 1;
+  unsigned k = 1;
   QelStatus status = qelStatusOk;
   while (k < 64) {
     status = reader.symbol(acTable, symbol);
     if (status) break;
-    const int run = symbol >> 4 & 15, length = symbol & 15;
+    const int run = symbol >> 4, length = symbol & 15;
     if (length == 0) {
       if (run < 15) break;
       k += 16;
       continue;
     }
-    k += run;
+    k += unsigned(run);
     if (auto s = reader.value(length, value); s) return s;
-    if (k >= kGuarded) return qelStatusJpegBlockOverrun;
     put(dst, kZigzag[k], int16_t(value));
+    if (k >= kGuarded) [[unlikely]] {
+      put(dst, 63, 0);  // nothing else has been stored there: position 63 ends a block
+      return qelStatusJpegBlockOverrun;
+    }
     ++k;
   }
-  blockPosition = k;
+  blockPosition = int(k);
   return status;
 }
 

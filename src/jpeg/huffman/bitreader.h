@@ -28,9 +28,11 @@ inline uint32_t ownLongCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
                   (bits & U{0, 0, 0, 0, 0, 0, 0, 0xFFFF});
   const I max =
       simd::load<I>(reinterpret_cast<const char*>(table) + offsetof(QelDecodeHuffmanSpec, maxCode[9]));
-  const uint32_t found = simd::topBits(((I)codes <= max) & (max != -1));
+  // A length without codes has a maximum of -1, which only codes of 16 bits can seem to reach.
+  const uint32_t found = ~simd::topBits((I)((I)codes > max)) & 0xFFFF;
   if (found == 0) return 0;
   const int l = 9 + std::countr_zero(found) / 2;
+  if (table->maxCode[l] == 0xFFFF) return 0;
   const int index = table->valueIndex[l] - table->minCode[l] + int(next >> (16 - l));
   return unsigned(index) < 256 ? uint32_t(l) << 16 | table->symbols[index] : 0;
 }
@@ -48,6 +50,7 @@ class BitReader {
             int32_t count)
       : src_(src), position_(position), marker_(marker), count_(count), buffer_(buffer) {
     end_ = uint32_t(position) <= uint32_t(length) ? length : position;
+    wordEnd_ = marker == 0 ? end_ - 4 : INT64_MIN;
   }
 
   int32_t position() const { return int32_t(position_); }
@@ -60,7 +63,8 @@ class BitReader {
 
   // Takes in bytes up to 25 bits or more; fails where fewer than `needed` bits can be had.
   QelStatus refill(int needed) {
-    if (marker_ == 0 && takeWord()) return qelStatusOk;
+    if (takeWord()) [[likely]]
+      return qelStatusOk;
     BitReader reader = *this;  // keeps the accumulator of the caller's loop in registers
     const QelStatus s = reader.refillByBytes(needed);
     *this = reader;
@@ -91,14 +95,16 @@ class BitReader {
       if (entry == 0 || int(entry >> 16) > count_) return search(table, 9, symbol);
     }
     count_ -= int(entry >> 16);
-    symbol = int32_t(entry & 0xFFFF);
+    symbol = uint8_t(entry);
     return qelStatusOk;
   }
 
   // `length` (0 to 15) bits behind a symbol, as a value.
   QelStatus value(int length, int32_t& value) {
     if (auto s = need(length); s) return s;
-    value = ownExtend(int32_t(take(length)), length);
+    count_ -= length;
+    const uint32_t ones = (1u << length) - 1, bits = uint32_t(buffer_ >> count_) & ones;
+    value = int32_t(bits <= ones >> 1 ? bits - ones : bits);  // EXTEND, F.2.2.1
     return qelStatusOk;
   }
 
@@ -119,15 +125,15 @@ class BitReader {
     if constexpr (!simd::kEnabled) {
       return false;
     } else if constexpr (kBounded) {
-      if (position_ + 4 > end_) return false;
+      if (position_ > wordEnd_) return false;
       const uint32_t word = ownStreamOrder(load<uint32_t>(src_ + position_));
       if (ownHasFF(word)) return false;
-      const int bytes = (32 - count_) >> 3;
-      buffer_ = (buffer_ << 8 * bytes) | word >> (32 - 8 * bytes);
-      count_ += 8 * bytes;
-      position_ += bytes;
+      const int bits = (32 - count_) & ~7;
+      buffer_ = (buffer_ << 32 | word) >> (32 - bits);
+      count_ += bits;
+      position_ += bits >> 3;
     } else {
-      if (count_ > 16) return false;
+      if (marker_ != 0 || count_ > 16) return false;
       const uint16_t pair = ownStreamOrder(load<uint16_t>(src_ + position_));
       if (ownHasFF(pair)) return false;
       buffer_ = buffer_ << 16 | pair;
@@ -159,6 +165,7 @@ class BitReader {
         } while (second == 0xFF);
         if (second != 0) {
           marker_ = int32_t(second);
+          wordEnd_ = INT64_MIN;
           position_ = next;
           return needed > count_ ? qelStatusJpegCoeffRange : qelStatusOk;
         }
@@ -197,6 +204,7 @@ class BitReader {
 
   const uint8_t* src_;
   int64_t position_, end_;
+  int64_t wordEnd_;  // the last position of four bytes, while no marker has been met
   int32_t marker_, count_;
   uint64_t buffer_;
 };

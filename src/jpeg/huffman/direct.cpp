@@ -65,7 +65,7 @@ inline QelStatus ownDecodeBlockDirect(DirectReader& reader, int16_t* dst, int16_
         reader.drop(reader.count());
         return qelStatusOk;
     }
-    const int run = symbol >> 4 & 15, length = symbol & 15;
+    const int run = symbol >> 4, length = symbol & 15;
     if (length == 0) {
       if (run < 15) break;
       k += 16;

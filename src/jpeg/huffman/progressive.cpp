@@ -15,7 +15,7 @@ inline QelStatus ownDecodeFirst(BitReader<true>& reader, int16_t* dst, int ss, i
   for (int k = ss; k <= se;) {
     int32_t symbol, value;
     if (auto s = reader.symbol(table, symbol); s) return s;
-    const int run = symbol >> 4 & 15, length = symbol & 15;
+    const int run = symbol >> 4, length = symbol & 15;
     if (length == 0) {
       if (run < 15) {
         if (auto s = reader.need(run); s) return s;
@@ -56,7 +56,7 @@ inline QelStatus ownDecodeRefine(BitReader<true>& reader, int16_t* dst, int ss, 
     ahead = ~uint64_t(0) << k;
     int32_t symbol, value = 0;
     if (auto s = reader.symbol(table, symbol); s) return s;
-    const int run = symbol >> 4 & 15, length = symbol & 15;
+    const int run = symbol >> 4, length = symbol & 15;
     if (length > 1) return qelStatusJpegCoeffRange;
     if (length == 1) {
       if (auto s = reader.need(1); s) return s;

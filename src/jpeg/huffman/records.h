@@ -46,15 +46,15 @@ static_assert(sizeof(QelDecodeHuffmanState) == 24 && sizeof(QelEncodeHuffmanStat
 
 namespace qelj {
 
-// Natural index of each position of the zig-zag scan (Figure 5). A corrupt stream can run past position 63:
-// eight guard entries still name a place in the block, and behind them stands no place (64).
-inline constexpr int kGuarded = 64 + 8;
-inline constexpr uint8_t kZigzag[kGuarded + 8] = {
+// Natural index of each position of the zig-zag scan (Figure 5). A corrupt stream can run past position 63,
+// up to 78: there, too, stands a place in the block.
+inline constexpr int kGuarded = 64 + 8;  // decoders of sequential blocks refuse positions from here on
+inline constexpr uint8_t kZigzag[64 + 16] = {
     0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,   //
     12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,  //
     35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,  //
     58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63,  //
-    63, 63, 63, 63, 63, 63, 63, 63, 64, 64, 64, 64, 64, 64, 64, 64};
+    63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63};
 
 // The category of a value (F.1.2.1), which is the bit length of its magnitude, and the bits that follow a
 // symbol of this category: the value, or value - 1 for a negative one.
@@ -67,11 +67,6 @@ inline ValueCode ownValueCode(int32_t value) {
   return {category, uint32_t(value + (value >> 31)) & ((1u << category) - 1)};
 }
 inline int ownCategory(int32_t value) { return ownValueCode(value).category; }
-
-// The value that `length` such bits stand for (EXTEND, F.2.2.1).
-inline int32_t ownExtend(int32_t bits, int length) {
-  return bits < (1 << length >> 1) ? bits + 1 - (1 << length) : bits;
-}
 
 }  // namespace qelj
 
