@@ -41,56 +41,59 @@ struct FlagGrid {
   }
 };
 
-// What a sample that becomes significant adds to its own column and to the columns beside it.
+// What a sample that becomes significant adds to three columns' words: those of its own stripe, and those of the
+// stripe above or below, which samples 1 and 2 don't reach.
 struct Spread {
-  uint64_t left, centre, right;
+  uint64_t left, centre, right, farLeft, far, farRight;
 };
 inline constexpr auto kSpread = [] {
   std::array<std::array<Spread, kStripe>, 2> all{};  // by sign, by row
   for (int negative = 0; negative < 2; ++negative)
     for (int i = 0; i < kStripe; ++i) {
       const auto sign = [=](uint32_t bit) { return kNeighbour | (negative ? bit : 0); };
-      all[size_t(negative)][size_t(i)] = {
-          ownLane(kNeighbour | kSouthEast, i - 1) | ownLane(sign(kEastNegative) | kEast, i) |
-              ownLane(kNeighbour | kNorthEast, i + 1),
-          ownLane(sign(kSouthNegative) | kSouth, i - 1) | ownLane(kSignificant, i) |
-              ownLane(sign(kNorthNegative) | kNorth, i + 1),
-          ownLane(kNeighbour | kSouthWest, i - 1) | ownLane(sign(kWestNegative) | kWest, i) |
-              ownLane(kNeighbour | kNorthWest, i + 1)};
+      // In rows j of a stripe `up` stripes away.
+      const auto words = [=](int up) {
+        const int above = i - 1 + up * kStripe, own = i + up * kStripe, below = i + 1 + up * kStripe;
+        return std::array<uint64_t, 3>{
+            ownLane(kNeighbour | kSouthEast, above) | ownLane(sign(kEastNegative) | kEast, own) |
+                ownLane(kNeighbour | kNorthEast, below),
+            ownLane(sign(kSouthNegative) | kSouth, above) | ownLane(kSignificant, own) |
+                ownLane(sign(kNorthNegative) | kNorth, below),
+            ownLane(kNeighbour | kSouthWest, above) | ownLane(sign(kWestNegative) | kWest, own) |
+                ownLane(kNeighbour | kNorthWest, below)};
+      };
+      const auto near = words(0), far = words(i == 0 ? 1 : -1);
+      all[size_t(negative)][size_t(i)] = {near[0], near[1], near[2], far[0], far[1], far[2]};
     }
   return all;
 }();
 
-// A stripe's words and how far off the words above and below stand, 0 where a sample there sees nothing of
-// this stripe.
+// A stripe's words, and for each row how far off the other stripe's words stand that its samples reach. Where there
+// is none, or it must see nothing of this stripe, the mask is empty.
 struct FlagStripe {
   uint64_t* word;
-  ptrdiff_t above, below;
   uint64_t rows;
+  ptrdiff_t away[kStripe];
+  uint64_t mask[kStripe];
 
   FlagStripe(const FlagGrid& grid, int32_t s, bool causal)
-      : word(grid.stripe(s)),
-        above(s > 0 && !causal ? -grid.stride() : 0),
-        below(s + 1 < grid.stripes() ? grid.stride() : 0),
-        rows(grid.rows(s)) {}
+      : word(grid.stripe(s)), rows(grid.rows(s)), away{}, mask{} {
+    if (s > 0 && !causal) away[0] = -grid.stride(), mask[0] = ~uint64_t(0);
+    if (s + 1 < grid.stripes()) away[3] = grid.stride(), mask[3] = ~uint64_t(0);
+  }
 
-  // Makes sample i of column x significant, whose word the caller holds in `own`.
+  // Makes sample i of column x significant, whose word the caller holds in `own`. Without a branch on the row, which
+  // no processor can foretell.
   QELJ_INLINE void spread(int32_t x, int i, uint32_t negative, uint64_t& own) const {
     const Spread& s = kSpread[negative][size_t(i)];
     uint64_t* w = word + x;
     own |= s.centre;
     w[-1] |= s.left;
     w[1] |= s.right;
-    if (i == 0 && above) {
-      w[above - 1] |= ownLane(kNeighbour | kSouthEast, 3);
-      w[above] |= ownLane(kNeighbour | kSouth | (negative ? kSouthNegative : 0u), 3);
-      w[above + 1] |= ownLane(kNeighbour | kSouthWest, 3);
-    }
-    if (i == 3 && below) {
-      w[below - 1] |= kNeighbour | kNorthEast;
-      w[below] |= kNeighbour | kNorth | (negative ? kNorthNegative : 0u);
-      w[below + 1] |= kNeighbour | kNorthWest;
-    }
+    w += away[i];
+    w[-1] |= s.farLeft & mask[i];
+    w[0] |= s.far & mask[i];
+    w[1] |= s.farRight & mask[i];
   }
 };
 
