@@ -49,8 +49,7 @@ void __wrap_opj_t1_decode_cblks(void* tcd, volatile int* ok, void* component, vo
 
 namespace {
 
-// --- the peer, memory to memory
-// ---------------------------------------------------------------------------------------
+// --- the peer, memory to memory ----------------------------------------------------------------------------
 
 struct Memory {
   std::vector<uint8_t> bytes;
@@ -119,8 +118,7 @@ void peerDecode(Memory file) {
   opj_stream_destroy(stream), opj_destroy_codec(codec), opj_image_destroy(image);
 }
 
-// --- ours
-// ---------------------------------------------------------------------------------------------------------------
+// --- ours --------------------------------------------------------------------------------------------------
 
 struct Block {
   int32_t *data, width, height, subband, magnitudeBits;

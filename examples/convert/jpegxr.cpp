@@ -67,7 +67,7 @@ void need(bool supported, const char* what) {
   if (!supported) throw Error(std::string("JPEG XR with ") + what + " isn't supported");
 }
 
-// --- reading -------------------------------------------------------------------------------------
+// --- reading -----------------------------------------------------------------------------------------------
 
 struct Codestream {
   Header header;
@@ -206,7 +206,7 @@ void describe(Bytes file, std::ostream& out) {
       << " " << int(h.quantizer[1][0]) << " " << int(h.quantizer[2][0]) << "\n";
 }
 
-// --- writing -------------------------------------------------------------------------------------
+// --- writing -----------------------------------------------------------------------------------------------
 
 std::vector<uint8_t> writeHeader(const Header& header) {
   Writer out;

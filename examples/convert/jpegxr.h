@@ -41,7 +41,7 @@ inline int32_t stepOf(uint8_t index, bool scaled, bool halved) {
   return index < 48 ? (mantissa + 1) >> 1 : mantissa << (exponent - 2);
 }
 
-// --- places in a macroblock ----------------------------------------------------------------------
+// --- places in a macroblock --------------------------------------------------------------------------------
 
 // Where a coefficient of the standard's order 0..15 lies in a 4x4 block of the transform, row * 4 + column.
 inline constexpr uint8_t kPlace[16] = {0, 2, 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13, 14, 9, 10};
@@ -57,7 +57,7 @@ struct Macroblock {
 // The first sample of block `b`, row * 4 + column.
 inline int32_t* blockOf(int32_t* plane, int b) { return plane + b / 4 * 64 + b % 4 * 4; }
 
-// --- prediction ----------------------------------------------------------------------------------
+// --- prediction --------------------------------------------------------------------------------------------
 
 // What later macroblocks see of one.
 struct Seen {
@@ -118,7 +118,7 @@ inline Predict predictHigh(const int32_t (&low)[3][16], int planes) {
   return clearer(down, across, Predict::none);
 }
 
-// --- adaptation ----------------------------------------------------------------------------------
+// --- adaptation --------------------------------------------------------------------------------------------
 
 // How many low bits of a band's coefficients are sent plainly, for luma and chroma (T.832, 8.10).
 class Model {
@@ -265,7 +265,7 @@ inline constexpr uint8_t kQuarter[16] = {0, 15, 3, 12, 1, 2, 4, 8, 5, 6, 9, 10, 
 // A level of a DC value, symbol and bits behind it, below an escape.
 inline constexpr uint8_t kLevelBits[6] = {0, 0, 1, 2, 2, 2}, kLevelBase[6] = {0, 1, 2, 4, 8, 12};
 
-// --- all that adapts, from the start of a tile ---------------------------------------------------
+// --- all that adapts, from the start of a tile -------------------------------------------------------------
 
 struct Adaptation {
   std::vector<uint64_t> record;

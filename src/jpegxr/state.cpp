@@ -11,7 +11,7 @@
 namespace qelj {
 namespace {
 
-// --- alphabets -----------------------------------------------------------------------------------
+// --- alphabets ---------------------------------------------------------------------------------------------
 
 template <int n>
 constexpr auto kDecode = [] {
@@ -58,7 +58,7 @@ constexpr Alphabet kAlphabets[] = {
     alphabet<4, kFixed>(), alphabet<5, kMoving>(),     alphabet<6, kMoving>(),     alphabet<7, kMovingLong>(),
     alphabet<8, kFixed>(), alphabet<9, kMovingLong>(), alphabet<12, kMovingLong>()};
 
-// --- table adaptation ----------------------------------------------------------------------------
+// --- table adaptation --------------------------------------------------------------------------------------
 
 // The alphabet of every entry. Entries 1 to 4 (for coded-block patterns and DC values) are in neither group.
 constexpr int kAlphabetOf[kEntries] = {5, 4, 8, 7, 7, 12, 6, 6, 12, 6, 6, 7, 7, 12, 6, 6, 12, 6, 6, 7, 7};
@@ -100,7 +100,7 @@ void ownAdapt(VLCState& state, bool highPass) {
     for (int e : kLowPass) ownAdaptEntry(state, e);
 }
 
-// --- scans ---------------------------------------------------------------------------------------
+// --- scans -------------------------------------------------------------------------------------------------
 
 // The orders of T.832 as positions, from place 0 on.
 constexpr uint8_t kOrder0[kPlaces] = {0, 10, 2, 12, 5, 9, 4, 8, 1, 13, 6, 15, 14, 3, 11, 7};
@@ -121,7 +121,7 @@ ScanEntry* scanOf(VLCState& state, uint32_t index) {
 
 }  // namespace
 
-// --- fronts --------------------------------------------------------------------------------------
+// --- fronts ------------------------------------------------------------------------------------------------
 
 QelStatus qeliVLCGetStateSize_JPEGXR(int32_t* stateSize) {
   if (auto s = check(nonNull(stateSize)); s) return s;

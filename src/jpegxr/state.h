@@ -74,7 +74,7 @@ inline void countSignificant(ScanEntry* scan, int place) {
     std::swap(scan[place], scan[place - 1]);
 }
 
-// --- what of a block's coefficients is coded as levels, and what stays behind --------------------
+// --- what of a block's coefficients is coded as levels, and what stays behind ------------------------------
 // `modelBits` low bits of a coefficient are split off. What remains of
 // its magnitude is its level; a coefficient of level 0 is not significant.
 

@@ -27,7 +27,7 @@ inline constexpr BlockKind kDC420 = {kLowFirst + kChromaStep, kLowNext + kChroma
 // What an index says about the next coefficient.
 enum Following : uint32_t { kLast = 0, kAdjacent = 1, kBehindRun = 2 };
 
-// --- runs ----------------------------------------------------------------------------------------
+// --- runs --------------------------------------------------------------------------------------------------
 
 // A run of zeros in `room` places: below 5 places a unary code, above it a class of the row for that much
 // room, and extra bits.
@@ -43,7 +43,7 @@ inline constexpr RunClass kRunClasses[3][5] = {
 inline constexpr uint8_t kRunSymbol[2][8] = {{0, 0, 1, 2, 2, 3, 3, 4}, {0, 0, 1, 2, 3, 4, 4, 4}};
 constexpr int runRow(int64_t room) { return room >= 11 ? 0 : room >= 7 ? 1 : 2; }
 
-// --- levels --------------------------------------------------------------------------------------
+// --- levels ------------------------------------------------------------------------------------------------
 
 // A magnitude of 2 or more, less 2, below 16: symbol, and bits behind its code. From 16 on the symbol is
 // kEscape.
@@ -51,7 +51,7 @@ inline constexpr uint8_t kLevelSymbol[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4,
 inline constexpr uint8_t kLevelBits[6] = {0, 0, 1, 2, 2, 2}, kLevelBase[6] = {2, 3, 4, 6, 10, 14};
 inline constexpr int kEscape = 6, kEscapeBits = 4;
 
-// --- adaptation ----------------------------------------------------------------------------------
+// --- adaptation --------------------------------------------------------------------------------------------
 
 inline void adaptFirst(VLCState& state, int entry, int symbol) {
   state.discriminant[entry] = addWrap<int32_t>(state.discriminant[entry], state.deltaTable[entry][symbol]);
@@ -61,7 +61,7 @@ inline void adaptBoth(VLCState& state, int entry, int symbol) {
   state.discriminant2[entry] = addWrap<int32_t>(state.discriminant2[entry], state.deltaTable2[entry][symbol]);
 }
 
-// --- encoder ---------------------------------------------------------------------------------
+// --- encoder -----------------------------------------------------------------------------------------------
 
 // The bits of a run, an index with its sign, and a level below the escape are at most 28, so that a
 // coefficient is settled once.
@@ -165,7 +165,7 @@ inline BitWriter ownEncodePairs(BitWriter bits, VLCState& state, const int32_t* 
   return bits;
 }
 
-// --- decoder -------------------------------------------------------------------------------------
+// --- decoder -----------------------------------------------------------------------------------------------
 
 class SymbolReader {
  public:

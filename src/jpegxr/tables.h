@@ -103,7 +103,7 @@ struct Codes<12> {
 };
 // clang-format on
 
-// --- decode tables -------------------------------------------------------------------------------
+// --- decode tables -----------------------------------------------------------------------------------------
 // Indexed by
 // the next 5 bits: symbol << 3 | length. A negative value stands for a longer code: less its top bit it is
 // the index of a node of the same table, where the next bit chooses between two values: a symbol, or again a

@@ -77,7 +77,7 @@ inline Value<V> threeQuarters(Value<V> x) {
     return {V(plusConstant(x + x + x, 3).v >> 2)};
 }
 
-// --- the lifting operations, in place ------------------------------------------------------------
+// --- the lifting operations, in place ----------------------------------------------------------------------
 
 // Its own inverse. The last difference is t - c; in float it keeps the form that rounds twice.
 template <class V>
@@ -152,7 +152,7 @@ inline void oddOddRotationInv(Value<V>& e, Value<V>& f, Value<V>& g, Value<V>& h
   h = w + g;
 }
 
-// --- the transform of a block, or of one block a lane: x[row][column] ----------------------------
+// --- the transform of a block, or of one block a lane: x[row][column] --------------------------------------
 
 struct Forward {
   template <class V>
@@ -199,7 +199,7 @@ struct Inverse {
   }
 };
 
-// --- many blocks at once -------------------------------------------------------------------------
+// --- many blocks at once -----------------------------------------------------------------------------------
 
 // Transposes the 4x4 squares that four vectors of four-sample groups make: behind it vector c holds sample c
 // of every group. Its own inverse.
@@ -282,7 +282,7 @@ void ownPCT(T* srcDst, ptrdiff_t step, ptrdiff_t width, ptrdiff_t height) {
   }
 }
 
-// --- fronts --------------------------------------------------------------------------------------
+// --- fronts ------------------------------------------------------------------------------------------------
 
 // The step counts as unsigned: a negative one passes, and the rows go upwards.
 template <class T>

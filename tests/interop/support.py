@@ -34,7 +34,8 @@ def convert(source, target, *options):
 
 def read_pnm(path):
     """A binary PGM, PPM or PAM as an array of height x width x channels."""
-    data = open(path, "rb").read()
+    with open(path, "rb") as file:
+        data = file.read()
     if data[:2] == b"P7":
         head, body = data.split(b"ENDHDR\n", 1)
         fields = dict(line.split(b" ", 1) for line in head.split(b"\n")[1:] if b" " in line)

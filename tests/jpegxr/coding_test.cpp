@@ -101,7 +101,7 @@ void decodeFixed(Coder& c, Block<T>& block, uint32_t flexBits, T scale, bool ref
                                             flexBits, scale, refine));
 }
 
-// --- state ---------------------------------------------------------------------------------------
+// --- state -------------------------------------------------------------------------------------------------
 
 TEST(VlcState, Initialisation) {
   int32_t size = 0;
@@ -210,7 +210,7 @@ TEST(VlcScan, DcWalkSplitsAndSorts) {
   EXPECT_EQ(3, count);
 }
 
-// --- known streams -------------------------------------------------------------------------------
+// --- known streams -----------------------------------------------------------------------------------------
 
 // In the start tables. Place 1 has room for a first coefficient alone; 14 and 15 have no adaptive codes.
 TEST(VlcBlock, KnownStreams) {
@@ -322,7 +322,7 @@ void adaptBy(Coder& c, int group, size_t turn) {
   qeliVLCAdapt_JPEGXR(&c.state(), group);
 }
 
-// --- there and back ------------------------------------------------------------------------------
+// --- there and back ----------------------------------------------------------------------------------------
 
 template <class T>
 class VlcRoundTrip : public testing::Test {};
@@ -457,7 +457,7 @@ TEST(FlcBlock, BlockFormAndKnownFields) {
   EXPECT_TRUE(empty.bitCount == 16 && empty.readStream == empty.bytes.data() + 2);
 }
 
-// --- DC blocks -----------------------------------------------------------------------------------
+// --- DC blocks ---------------------------------------------------------------------------------------------
 
 TEST(VlcDc, RoundTripsThroughAllTables) {
   Coder encoder(1 << 20), decoder(1 << 20);
@@ -561,7 +561,7 @@ TEST(VlcBlock, CorruptStreamsStayInTheBlock) {
   EXPECT_TRUE(counts.contains(16));
 }
 
-// --- arguments -----------------------------------------------------------------------------------
+// --- arguments ---------------------------------------------------------------------------------------------
 
 TEST(VlcChecks, EveryArgumentInOrder) {
   constexpr auto kNull = qelStatusNullPointer, kRange = qelStatusOutOfRange;

@@ -3,7 +3,7 @@
 namespace qelj::test {
 namespace {
 
-// --- transform -----------------------------------------------------------------------------------
+// --- transform ---------------------------------------------------------------------------------------------
 
 template <class T>
 void fillSamples(Random& random, Guarded& image, size_t width) {
@@ -40,7 +40,7 @@ QELJ_COMPARE_PCT(Inv, 16s, int16_t);
 QELJ_COMPARE_PCT(Inv, 32s, int32_t);
 QELJ_COMPARE_PCT(Inv, 32f, float);
 
-// --- state ---------------------------------------------------------------------------------------
+// --- state -------------------------------------------------------------------------------------------------
 
 // A record and a bit position of one image. What follows the pointers in the record is plain data.
 struct Coder {
@@ -132,7 +132,7 @@ QELJ_COMPARE(qeliVLCScan4x4DC_JPEGXR_32s, [](auto* scan, const Image& image, Ran
   coder.traceAll(trace);
 });
 
-// --- block coders --------------------------------------------------------------------------------
+// --- block coders ------------------------------------------------------------------------------------------
 
 template <class T, bool flex>
 constexpr auto encode = [](auto* function, const Image& image, Random& random, Trace& trace) {

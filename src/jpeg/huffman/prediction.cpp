@@ -27,8 +27,7 @@ inline int32_t ownPredict(int32_t a, int32_t b, int32_t c) {
   }
 }
 
-// --- differences: all of a row's samples are known
-// ---------------------------------------------------------------
+// --- differences: all of a row's samples are known ---------------------------------------------------------
 
 using simd::I16;
 
@@ -80,8 +79,7 @@ void ownDiffRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_
   put(dst, 0, int16_t(at(src, 0) - first));
 }
 
-// --- reconstruction: every sample feeds the next
-// -----------------------------------------------------------------
+// --- reconstruction: every sample feeds the next -----------------------------------------------------------
 
 using Lanes = simd::Vec<int16_t, 16>;
 

@@ -7,8 +7,7 @@
 namespace qelj {
 namespace {
 
-// --- decoding
-// ----------------------------------------------------------------------------------------------------
+// --- decoding ----------------------------------------------------------------------------------------------
 
 inline QelStatus ownDecodeFirst(BitReader<true>& reader, int16_t* dst, int ss, int se, uint32_t al,
                                 const QelDecodeHuffmanSpec* table, int32_t& eobRun) {
@@ -104,8 +103,7 @@ constexpr QelStatus checkBandDecoder(const uint8_t* src, int32_t srcLen, const i
                nonNull(table), nonNull(state));
 }
 
-// --- encoding
-// ----------------------------------------------------------------------------------------------------
+// --- encoding ----------------------------------------------------------------------------------------------
 
 // Ends a segment: the pending run, then the last byte. A run that cannot be stored leaves the state as it is.
 inline QelStatus ownFlushBand(uint8_t* dst, int32_t dstLen, int32_t* dstPos,

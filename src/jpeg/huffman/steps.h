@@ -50,8 +50,8 @@ inline QelStatus ownCodeBlock(Sink& sink, const int16_t* src, int32_t dcDifferen
 // A block's symbols and bits: 32 at most for each coefficient, and an end of block.
 inline constexpr int kMaxBlockBits = 64 * 32 + 3 * 16 + 16;
 
-// --- progressive scans (Annex G.1.2)
-// ------------------------------------------------------------------------------ The state carries the run of
+// --- progressive scans (Annex G.1.2) -----------------------------------------------------------------------
+// The state carries the run of
 // blocks that ended early, and the correction bits of those blocks.
 
 inline constexpr uint32_t kMaxPointTransform = 13;

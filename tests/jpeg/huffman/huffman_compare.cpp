@@ -4,8 +4,7 @@
 namespace qelj::test {
 namespace {
 
-// --- records: all that they hold is compared
-// ---------------------------------------------------------------------
+// --- records: all that they hold is compared ---------------------------------------------------------------
 
 constexpr auto bufSize = [](auto* getBufSize, Random&, Trace& trace) {
   int32_t bytes = 0;
@@ -75,8 +74,7 @@ COMPARE_TABLE(EncodeHuffmanSpec, 1024);
 COMPARE_STATE(DecodeHuffmanState, 20);
 COMPARE_STATE(EncodeHuffmanState, 1048);
 
-// --- encoders: bytes, positions and states, with room and without
-// ------------------------------------------------
+// --- encoders: bytes, positions and states, with room and without ------------------------------------------
 
 Lists tableFor(Random& r) {
   return r.chance(15) ? Lists::random(r, int(r.in(0, 256))) : Lists::random(r, 256, int(r.in(5, 95)));
@@ -121,8 +119,7 @@ QELJ_COMPARE(qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1, [](auto* encode, Random&
   trace.buffer(out);
 });
 
-// --- decoders: coded blocks, sometimes damaged, cut short, or noise
-// ---------------------------------------------
+// --- decoders: coded blocks, sometimes damaged, cut short, or noise ----------------------------------------
 
 void damage(Random& random, std::vector<uint8_t>& bytes) {
   if (random.chance(30)) random.fill(bytes.data(), bytes.size());
@@ -190,8 +187,7 @@ QELJ_COMPARE(qeliDecodeHuffman8x8_Direct_JPEG_1u16s_C1, [](auto* decode, Random&
   }
 });
 
-// --- progressive
-// ------------------------------------------------------------------------------------------------
+// --- progressive -------------------------------------------------------------------------------------------
 
 struct Band {
   int ss, se;
@@ -296,8 +292,7 @@ QELJ_COMPARE(qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1, [](auto* decode, Rando
                });
 });
 
-// --- lossless
-// ----------------------------------------------------------------------------------------------------
+// --- lossless ----------------------------------------------------------------------------------------------
 
 template <class Call>
 void tracePrediction(Random& random, Trace& trace, Call call) {
@@ -376,8 +371,7 @@ QELJ_COMPARE(qeliDecodeHuffmanRow_JPEG_1u16s_C1P4, [](auto* decode, Random& rand
   for (const auto& r : row.rows) trace.buffer(r);
 });
 
-// --- statistics
-// --------------------------------------------------------------------------------------------------
+// --- statistics --------------------------------------------------------------------------------------------
 
 template <class Count>
 void traceCounts(Random& random, Trace& trace, Count count) {
