@@ -73,20 +73,19 @@ struct BlockReader {
     samples = dst + stripe * kStripe * step + ptrdiff_t(x) * 4;
   }
   QELJ_INLINE uint32_t decode(uint32_t context) { return bits.decode(contexts.state[context]); }
-  QELJ_INLINE uint32_t decodeData(uint32_t context) { return bits.decodeData(contexts.state[context]); }
   QELJ_INLINE uint32_t significance(uint32_t context, int) { return decode(context); }
   QELJ_INLINE uint32_t sign(uint32_t entry, int i) {
-    const uint32_t negative = decodeData(entry & 31) ^ (Bits::kRaw ? 0 : entry >> 7);
+    const uint32_t negative = decode(entry & 31) ^ (Bits::kRaw ? 0 : entry >> 7);
     store(samples + i * step, negative << 31 | (uint32_t(3) << plane >> 1));
     return negative;
   }
   QELJ_INLINE void refine(uint32_t context, int i) {
     const uint32_t known = uint32_t(-2) << plane, midPoint = uint32_t(1) << plane >> 1;
     uint8_t* at = samples + i * step;
-    store(at, (load<uint32_t>(at) & known) | decodeData(context) << plane | midPoint);
+    store(at, (load<uint32_t>(at) & known) | decode(context) << plane | midPoint);
   }
   QELJ_INLINE int run() {
-    if (!decode(kRunLength)) return 4;
+    if (!bits.decodeLikely(contexts.state[kRunLength])) return 4;
     const int high = int(decode(kUniform));
     return high << 1 | int(decode(kUniform));
   }

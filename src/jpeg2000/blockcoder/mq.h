@@ -47,8 +47,11 @@ inline constexpr auto kMqStates = [] {
 }();
 constexpr uint32_t ownQe(MqState s) { return s >> 16; }
 constexpr uint32_t ownMps(MqState s) { return s & 1; }
-inline MqState ownAfterMps(MqState s) { return kMqStates[s >> 9 & 127]; }
-inline MqState ownAfterLps(MqState s) { return kMqStates[s >> 2 & 127]; }
+// The state after a symbol, chosen by masks of all ones or none: it stays where nothing is renormalised.
+inline MqState ownAfter(MqState s, uint32_t lps, uint32_t renormalised) {
+  const MqState next = kMqStates[s >> (9 - (lps & 7)) & 127];
+  return s ^ ((s ^ next) & renormalised);
+}
 
 struct MqContexts {
   MqState state[kContexts];
@@ -80,42 +83,30 @@ class MqDecoder {
     fetch();
     c_ <<= 7;
     ct_ -= 7;
-    limit();
   }
 
-  // For symbols that decide what comes next: branches that the processor can bet on.
+  // Without branches but for the next byte: what a stream says no processor foretells, and a wrong bet costs more
+  // than the longer road. Masks of all ones or none, as compilers make branches of conditions.
   QELJ_INLINE uint32_t decode(MqState& context) {
     const MqState s = context;
-    const uint32_t qe = ownQe(s);
-    a_ -= qe;
-    if (a_ >= limit_) [[likely]]
-      return ownMps(s);  // the upper part of the interval, and nothing to renormalise
-    // Which part the code is in is the stream's own choice; whether the parts are exchanged is rare.
-    if (a_ <= c_ >> 16) {
-      c_ -= a_ << 16;
-      const bool exchanged = a_ < qe;
-      a_ = qe;
-      return move(context, s, exchanged);
-    }
-    return move(context, s, a_ >= qe);
-  }
-
-  // The same without branches, for symbols near one bit that are only data: signs and refinements.
-  QELJ_INLINE uint32_t decodeData(MqState& context) {
-    // Masks of all ones or none: compilers make branches of conditions.
-    const MqState s = context;
-    const uint32_t qe = ownQe(s), upper = a_ - qe;
-    const uint32_t lower = uint32_t(int32_t(upper - (c_ >> 16) - 1) >> 31);
-    const uint32_t exchanged = uint32_t(int32_t(upper - qe) >> 31);
+    const uint32_t qe = s & 0xFFFF0000, upper = a_ - qe;
+    const auto lower = uint32_t((int64_t(upper) - int64_t(c_) - 1) >> 63);
+    const auto exchanged = uint32_t((int64_t(upper) - int64_t(qe)) >> 63);
     const uint32_t lps = lower ^ exchanged;
-    c_ -= upper << 16 & lower;
+    c_ -= upper & lower;
     a_ = upper ^ ((upper ^ qe) & lower);
-    const int shift = __builtin_clz(a_) - 16;  // never of 0
-    const MqState next = kMqStates[s >> (9 - (lps & 7)) & 127];
-    const uint32_t moved = uint32_t(-shift >> 31);
-    context = s ^ ((s ^ next) & moved);
+    const int shift = __builtin_clz(a_);  // never of 0
+    context = ownAfter(s, lps, uint32_t(-shift >> 31));
     renormalise(shift);
     return ownMps(s) ^ (lps & 1);
+  }
+
+  // The same, for a symbol that hardly ever is the less probable one.
+  QELJ_INLINE uint32_t decodeLikely(MqState& context) {
+    const uint32_t upper = a_ - (context & 0xFFFF0000);
+    if (upper < 0x80000000 || upper <= c_) return decode(context);
+    a_ = upper;
+    return ownMps(context);
   }
 
   // Whether the segment ends otherwise than an encoder with predictable termination ends it (D.4.2). Of no
@@ -130,29 +121,19 @@ class MqDecoder {
       if (!marker_ && in_[in_.index + 1] < 144) return true;
       ct = 8;
     }
-    return a_ - (0x8000u >> (ct - 1)) > c_ >> 16;
+    return a_ - (0x80000000u >> (ct - 1)) > c_;
   }
 
  private:
-  // With every symbol that leaves A at or above this, C stays as it is.
-  void limit() { limit_ = std::max(0x8000u, (c_ >> 16) + 1); }
-
-  QELJ_INLINE uint32_t move(MqState& context, MqState s, bool isMps) {
-    context = isMps ? ownAfterMps(s) : ownAfterLps(s);
-    renormalise(std::countl_zero(a_) - 16);
-    return ownMps(s) ^ uint32_t(!isMps);
-  }
-
   QELJ_INLINE void renormalise(int shift) {
     a_ <<= shift;
-    while (shift > ct_) [[unlikely]] {
-        c_ <<= ct_;
-        shift -= ct_;
-        fetch();
-      }
+    while (__builtin_expect(shift > ct_, 0)) {
+      c_ <<= ct_;
+      shift -= ct_;
+      fetch();
+    }
     c_ <<= shift;
     ct_ -= shift;
-    limit();
   }
 
   // C is inverted, so that the ones that follow the end of a segment add nothing.
@@ -173,7 +154,7 @@ class MqDecoder {
   }
 
   SegmentBytes in_;
-  uint32_t a_ = 0x8000, c_, limit_;
+  uint32_t a_ = 0x80000000, c_;  // A in the high half, as C has it
   int ct_;
   bool marker_ = false;
 };
@@ -190,7 +171,7 @@ class RawDecoder {
     }
     return last_ >> count_-- & 1;
   }
-  QELJ_INLINE uint32_t decodeData(MqState& context) { return decode(context); }
+  QELJ_INLINE uint32_t decodeLikely(MqState& context) { return decode(context); }
 
  private:
   SegmentBytes in_;
@@ -232,7 +213,6 @@ class MqEncoder {
   }
 
  private:
-  // Without branches, by masks of all ones or none: compilers make branches of conditions.
   QELJ_INLINE void encodeOne(MqState& context, uint32_t bit) {
     const MqState s = context;
     const uint32_t qe = ownQe(s), upper = a_ - qe;
@@ -241,14 +221,13 @@ class MqEncoder {
     c_ += qe & ~lower;
     a_ = upper ^ ((upper ^ qe) & lower);
     int shift = __builtin_clz(a_) - 16;  // never of 0
-    const MqState next = kMqStates[s >> (9 - (lps & 7)) & 127];
-    context = s ^ ((s ^ next) & uint32_t(-shift >> 31));
+    context = ownAfter(s, lps, uint32_t(-shift >> 31));
     a_ <<= shift;
-    while (shift >= ct_) [[unlikely]] {
-        c_ <<= ct_;
-        shift -= ct_;
-        byteOut();
-      }
+    while (__builtin_expect(shift >= ct_, 0)) {
+      c_ <<= ct_;
+      shift -= ct_;
+      byteOut();
+    }
     c_ <<= shift;
     ct_ -= shift;
   }
