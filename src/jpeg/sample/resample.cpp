@@ -30,13 +30,12 @@ void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdi
   const I16 term = simd::pairs(round.even, round.odd);
   // An even number of means, so that the last vector too begins at an even place.
   ptrdiff_t k = simd::coverByVectors(0, count & ~ptrdiff_t(1), [&](ptrdiff_t to) QELJ_INLINE_LAMBDA {
-    // From blocks that are apart, so that packing puts the means in order.
     const auto means = [&](ptrdiff_t from) QELJ_INLINE_LAMBDA {
-      I16 sum = simd::mulAddBytes(simd::loadBlocks<U8>(first + from, 32), one);
-      if constexpr (kRows == 2) sum += simd::mulAddBytes(simd::loadBlocks<U8>(second + from, 32), one);
+      I16 sum = simd::mulAddBytes(simd::load<U8>(first + from), one);
+      if constexpr (kRows == 2) sum += simd::mulAddBytes(simd::load<U8>(second + from), one);
       return (sum + term) >> kShift;
     };
-    simd::store(dst + to, simd::packU8(means(2 * to), means(2 * to + 16)));
+    simd::store(dst + to, simd::orderPacked(simd::packU8(means(2 * to), means(2 * to + kVector))));
   });
   for (; k < count; ++k) {
     int sum = (k % 2 ? round.odd : round.even) + first[2 * k] + first[2 * k + 1];
