@@ -21,24 +21,27 @@ inline QelStatus ownDecodeBlock(BitReader<true>& reader, int16_t* dst, int16_t* 
   put(dst, 0, *lastDC);
 
   unsigned k = 1;
-  QelStatus status = qelStatusOk;
-  while (k < 64) {
+  QelStatus status;
+  for (;;) {
     status = reader.symbol(acTable, symbol);
     if (status) break;
     const int run = symbol >> 4, length = symbol & 15;
     if (length == 0) {
       if (run < 15) break;
       k += 16;
+      if (k >= 64) break;
       continue;
     }
     k += unsigned(run);
     if (auto s = reader.value(length, value); s) return s;
     put(dst, kZigzag[k], int16_t(value));
-    if (k >= kGuarded) [[unlikely]] {
+    if (++k < 64) [[likely]]
+      continue;
+    if (k > kGuarded) {
       put(dst, 63, 0);  // nothing else has been stored there: position 63 ends a block
       return qelStatusJpegBlockOverrun;
     }
-    ++k;
+    break;
   }
   blockPosition = int(k);
   return status;

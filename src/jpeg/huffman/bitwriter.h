@@ -33,11 +33,11 @@ class BitWriter {
   uint32_t buffer() const { return buffer_; }
   int32_t count() const { return count_; }
 
-  QelStatus code(Table table, int symbol, uint32_t bits = 0, int length = 0) {
+  QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
     const uint32_t entry = symbol < 256 ? table->codes[symbol] : 0;
     if (entry == 0) return qelStatusJpegHuffTable;
     if (auto s = plain(entry & 0xFFFF, int(entry >> 16)); s) return s;
-    return length ? plain(bits, length) : qelStatusOk;
+    return length ? plain(uint32_t(bits), length) : qelStatusOk;
   }
 
   // Where it fails, the bytes that fit are stored and the pending bits are those before the call.
@@ -75,7 +75,7 @@ class WideWriter {
   // `pending` are `count` (0 to 7) bits in front of the first.
   WideWriter(uint8_t* dst, uint32_t pending, int count) : dst_(dst), word_(pending), free_(64 - count) {}
 
-  QelStatus code(Table table, int symbol, uint32_t bits = 0, int length = 0) {
+  QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
     if (symbol > 255) [[unlikely]]
       return kChecked ? qelStatusJpegHuffTable : qelStatusOk;
     const uint32_t entry = table->codes[symbol];
@@ -169,7 +169,7 @@ class SymbolCounter {
  public:
   using Table = int32_t*;  // 256 counters
 
-  QelStatus code(Table counters, int symbol, uint32_t = 0, int = 0) {
+  QelStatus code(Table counters, unsigned symbol, uint64_t = 0, int = 0) {
     if (symbol > 255) return qelStatusJpegCoeffRange;
     put(counters, symbol, addWrap(at(counters, symbol), 1));
     return qelStatusOk;

@@ -23,7 +23,7 @@ inline QelStatus ownDecodeDifference(BitReader<true>& reader, const QelDecodeHuf
 template <class Sink>
 inline QelStatus ownCodeDifference(Sink& sink, const QelEncodeHuffmanSpec* table, int32_t d) {
   const auto [t, bits] = ownValueCode(d);
-  return t < 16 ? sink.code(table, t, bits, t) : sink.code(table, t);
+  return t < 16 ? sink.code(table, unsigned(t), bits, t) : sink.code(table, unsigned(t));
 }
 constexpr int kMaxDifferenceBits = 16 + 15;
 

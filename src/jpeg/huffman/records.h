@@ -60,11 +60,11 @@ inline constexpr uint8_t kZigzag[64 + 16] = {
 // symbol of this category: the value, or value - 1 for a negative one.
 struct ValueCode {
   int category;
-  uint32_t bits;
+  uint64_t bits;
 };
 inline ValueCode ownValueCode(int32_t value) {
-  const int category = 31 - std::countl_zero(uint32_t(value < 0 ? -value : value) * 2 + 1);
-  return {category, uint32_t(value + (value >> 31)) & ((1u << category) - 1)};
+  const int category = 31 ^ std::countl_zero(uint32_t(value < 0 ? -value : value) * 2 + 1);
+  return {category, uint64_t(int64_t(value) + (value >> 31)) & ((uint64_t(1) << category) - 1)};
 }
 inline int ownCategory(int32_t value) { return ownValueCode(value).category; }
 

@@ -117,7 +117,7 @@ QelStatus qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const int16_t* src, i
 QelStatus qeliGetHuffmanStatisticsOne_JPEG_16s_C1(const int16_t* src, int32_t* statistics) {
   if (auto s = check(nonNull(src), nonNull(statistics)); s) return s;
   SymbolCounter sink;
-  return sink.code(statistics, ownCategory(at(src, 0)));  // 16 at most
+  return sink.code(statistics, unsigned(ownCategory(at(src, 0))));  // 16 at most
 }
 
 QelStatus qeliEncodeHuffmanRawTableInit_JPEG_8u(const int32_t* statistics, uint8_t* bits, uint8_t* vals) {

@@ -24,7 +24,7 @@ inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, int run, i
                               int maxCategory) {
   const auto [t, bits] = ownValueCode(value);
   if (t > maxCategory) return qelStatusJpegCoeffRange;
-  return sink.code(table, run * 16 + t, bits, t);
+  return sink.code(table, unsigned(run) * 16 + unsigned(t), bits, t);
 }
 
 // A block of a sequential scan (F.1.2).
@@ -83,7 +83,7 @@ inline QelStatus ownStoreRun(Sink& sink, typename Sink::Table table, QelEncodeHu
   const int32_t run = state->eobRun;
   if (run == 0) return qelStatusOk;
   const int n = std::bit_width(uint32_t(run)) - 1;
-  if (auto s = sink.code(table, n * 16, uint32_t(run) & ((1u << n) - 1), n); s) return s;
+  if (auto s = sink.code(table, unsigned(n) * 16, uint32_t(run) & ((1u << n) - 1), n); s) return s;
   state->eobRun = 0;
   const int32_t count = state->correctionCount;
   state->correctionCount = 0;
@@ -159,7 +159,7 @@ inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se, u
     }
     if (fresh >> k & 1) {
       if (auto s = ownStoreRun(sink, table, state); s) return s;
-      if (auto s = sink.code(table, run * 16 + 1, at(src, kZigzag[k]) >= 0, 1); s) return s;
+      if (auto s = sink.code(table, unsigned(run) * 16 + 1, at(src, kZigzag[k]) >= 0, 1); s) return s;
       if (auto s = storeBits(); s) return s;
       run = 0;
     } else {
