@@ -774,14 +774,7 @@ QELJ_INLINE void storePixels4(uint8_t* p, Planes4 v, Store put = {}) {
   }
 }
 
-// --- memory, by blocks and past the caches -----------------------------------------------------------------
-
-// The blocks of a vector from places `distance` bytes apart.
-template <class V>
-QELJ_INLINE V loadBlocks(const uint8_t* p, ptrdiff_t distance) {
-  if constexpr (sizeof(V) == 16) return load<V>(p);
-  else return (V)join(load<Vec<uint8_t, 16>>(p), load<Vec<uint8_t, 16>>(p + distance));
-}
+// --- memory past the caches --------------------------------------------------------------------------------
 
 // Stores past the caches where p is aligned to the vector. Other threads see the stores behind a streamFence.
 template <class V>
