@@ -154,6 +154,46 @@ class JpegTest(InteropTest):
                             convert(source, self.path("l.jpg"), "--lossless", "--predictor", predictor, "--restart", restart)
                             self.assertTrue(np.array_equal(array, self.ours(self.path("l.jpg"))))
 
+    # A DICOM toolkit has the one lossless coder at hand: its files are a header of text, and frames to cut out.
+    def dicom(self, name, array, bits, syntax, pixels):
+        height, width, channels = array.shape
+        lines = [f"(0002,0010) UI [{syntax}]", "(0008,0016) UI [1.2.840.10008.5.1.4.1.1.7]", "(0008,0018) UI [1.2.3.4]",
+                 f"(0028,0002) US {channels}", f"(0028,0004) CS [{'MONOCHROME2' if channels == 1 else 'RGB'}]"]
+        lines += ["(0028,0006) US 0"] if channels > 1 else []
+        lines += [f"(0028,0010) US {height}", f"(0028,0011) US {width}", f"(0028,0100) US {bits}", f"(0028,0101) US {bits}",
+                  f"(0028,0102) US {bits - 1}", "(0028,0103) US 0"] + pixels
+        with open(self.path("dump.txt"), "w") as out:
+            out.write("\n".join(lines) + "\n")
+        run("dump2dcm", self.path("dump.txt"), self.path(name))
+        return self.path(name)
+
+    def test_lossless_with_a_dicom_toolkit(self):
+        random = np.random.default_rng(5)
+        for bits, channels in ((8, 1), (8, 3), (16, 1)):
+            ramp = np.add.outer(np.arange(37) * 3, np.arange(54) * 5)[:, :, None]
+            array = (ramp + random.integers(0, 9, (37, 54, channels))) % (1 << bits)
+            raw = self.path("pixels.raw")
+            array.astype("<u2" if bits > 8 else "u1").tofile(raw)
+            plain = self.dicom("plain.dcm", array, bits, "1.2.840.10008.1.2.1", [f"(7fe0,0010) OW ={raw}"])
+            source = write_pnm(self.path("l.pnm"), array, (1 << bits) - 1)
+            for predictor in range(1, 8):
+                with self.subTest(bits=bits, channels=channels, predictor=predictor):
+                    run("dcmcjpeg", "+el", "+sv", predictor, plain, self.path("theirs.dcm"))
+                    data = open(self.path("theirs.dcm"), "rb").read()
+                    with open(self.path("theirs.jpg"), "wb") as out:
+                        out.write(data[data.index(b"\xff\xd8\xff"):])
+                    self.assertTrue(np.array_equal(array, self.ours(self.path("theirs.jpg"))))
+                    mine = convert(source, self.path("mine.jpg"), "--lossless", "--predictor", predictor)
+                    if os.path.getsize(mine) % 2:
+                        with open(mine, "ab") as out:
+                            out.write(b"\0")
+                    pixels = ["(7fe0,0010) OB (PixelSequence #=2)", "(fffe,e000) pi (no value available)",
+                              f"(fffe,e000) pi ={mine}", "(fffe,e0dd) na (SequenceDelimitationItem)"]
+                    coded = self.dicom("mine.dcm", array, bits, "1.2.840.10008.1.2.4.57", pixels)
+                    run("dcmdjpeg", coded, self.path("back.dcm"))
+                    expected = array.astype("<u2" if bits > 8 else "u1").tobytes()
+                    self.assertIn(expected, open(self.path("back.dcm"), "rb").read())
+
     def test_cmyk_round_trip(self):
         random = np.random.default_rng(3)
         ink = np.repeat(np.repeat(random.integers(0, 256, (5, 6, 4)), 16, axis=0), 16, axis=1).astype("u1")
