@@ -188,6 +188,16 @@ int main(int argc, char** argv) {
     qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(ycocg.data(), image.width * 3, image.size(), out.data());
   });
 
+  static Bytes opaque = image.rgba;
+  for (size_t i = 3; i < opaque.size(); i += 4) opaque[i] = 255;
+  const auto encodeBc7 = [&image](const Bytes& pixels, Bytes& blocks) {
+    qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(pixels.data(), image.width * 4, image.size(), blocks.data());
+  };
+  static Bytes bc7Blocks(16 * image.blocks());
+  encodeBc7(opaque, bc7Blocks);
+  pair("BC7 encode, opaque", units, "MPix/s", [=] { encodeBc7(opaque, out); });
+  pair("BC7 encode, alpha", units, "MPix/s", [=, &image] { encodeBc7(image.rgba, out); });
+
   static std::vector<uint16_t> halves(3 * image.blocks() * 16);
   const auto bc7 = [&](const char* name, const Bytes& blocks) {
     pair(name, units, "MPix/s", [&image, &blocks] {
@@ -200,6 +210,7 @@ int main(int argc, char** argv) {
                                                 image.height);
     });
   };
+  bc7("BC7 decode, photograph", bc7Blocks);
   bc7("BC7 decode, photograph in mode 6", hold(packOneSubset(image, true)));
   bc7("BC7 decode, random modes", hold(randomBc7(image.blocks())));
   const Bytes& bc6Photo = hold(packOneSubset(image, false));
