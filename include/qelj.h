@@ -614,7 +614,8 @@ QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* sta
  *
  * THE NORMAL FORMS know the buffer: its length in bytes (srcLen, dstLen) and the byte position in it (*srcPos, *dstPos,
  * read and updated); bits between two bytes are in the state. They read and write nothing outside the buffer; a
- * position outside it counts as the end. Bytes of dst between the new position and dstLen keep their values.
+ * position outside it counts as the end. Bytes of dst between the new position and dstLen keep their values, but up to
+ * 32 of them may be loaded and stored again: no other thread may write there meanwhile.
  *
  * Decoding. *marker is 0 to begin with. Fill bytes (further 0xFF) in front of a marker or stuffed byte are skipped. The
  * decoder reads up to four bytes ahead into the state; when it meets a marker it stores the code (0xD9 for EOI) in
@@ -632,7 +633,7 @@ QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* sta
  * Encoding. With flush 0 the block is coded. With flush not 0 the segment ends: the last byte is filled with ones
  * (nothing is stored where no bits are pending), and the state is initialised, whatever the status; src, lastDC and the
  * tables are ignored and may be null. Any 16-bit coefficient is coded as long as the table has its symbol. A block needs
- * less than 520 bytes; calls that have this room behind the position run several times as fast.
+ * less than 570 bytes; calls that have this room behind the position run several times as fast.
  *   qelStatusNullPointer        dst, then dstPos or state, then, with flush 0, src, lastDC, dcTable or acTable is null
  *   qelStatusBadSize            dstLen is below 1           (checked behind dst)
  *   qelStatusJpegOutOfBuffer    no room; this includes the zero stuffed behind a 0xFF. The bytes that fit are stored and

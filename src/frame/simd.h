@@ -413,7 +413,7 @@ inline With<To, V> pack(V a, V b) {
   inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return (Vec<TO, 32>)M256((__m256i)a, (__m256i)b); }
 #else
 #define QELJ_PACK_256(NAME, FROM, TO, M256) \
-  inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return plain::pack<TO>(a, b); }
+  inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); }
 #endif
 #if QELJ_HAS_SSE41
 #define QELJ_PACK_128(NAME, FROM, TO, M128) \
@@ -571,6 +571,7 @@ inline V shuffleBytes(V v, V index) {
 #endif
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return (V)_mm_shuffle_epi8((__m128i)v, (__m128i)index);
+  if constexpr (sizeof(V) == 32) return join(shuffleBytes(lower(v), lower(index)), shuffleBytes(upper(v), upper(index)));
 #endif
   V r;
   for (int i = 0; i < kLanes<V>; ++i)
@@ -632,6 +633,7 @@ inline uint32_t topBits(V v) {
 #endif
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return uint32_t(_mm_movemask_epi8((__m128i)v));
+  if constexpr (sizeof(V) == 32) return topBits(lower(v)) | topBits(upper(v)) << 16;
 #endif
   const auto bytes = (With<uint8_t, V>)v;
   uint32_t bits = 0;

@@ -75,8 +75,11 @@ QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, i
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = check(nonNull(src), nonNull(lastDC), nonNull(dcTable), nonNull(acTable)); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
-  return ownEncode(dst, dstLen, dstPos, state, kMaxBlockBits,
-                   [=](auto& sink) { return ownCodeBlock(sink, src, d, dcTable, acTable); });
+  return ownWithAc(src, [=](const auto& ac) {
+    return ownEncode<kMaxBlockBits>(dst, dstLen, dstPos, state, [=, &ac](auto& sink) {
+      return ownCodeBlock(sink, ac, d, dcTable, acTable);
+    });
+  });
 }
 
 }  // namespace qelj

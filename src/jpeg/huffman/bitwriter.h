@@ -9,6 +9,9 @@
 #ifndef QELJ_JPEG_HUFFMAN_BITWRITER_H
 #define QELJ_JPEG_HUFFMAN_BITWRITER_H
 
+#include <algorithm>
+#include <array>
+
 #include "frame/simd.h"
 #include "jpeg/huffman/bits.h"
 #include "jpeg/huffman/records.h"
@@ -17,7 +20,7 @@ namespace qelj {
 
 // What one step can add at most: `bits` bits behind a partial byte, every byte stuffed, and the slack of a
 // word-wide store.
-constexpr int64_t ownRoomFor(int bits) { return 2 * ((bits + 7) / 8 + 1) + 8; }
+constexpr int64_t ownRoomFor(int bits) { return 2 * ((bits + 7) / 8 + 1) + simd::kBytes; }
 
 class BitWriter {
  public:
@@ -65,15 +68,78 @@ class BitWriter {
   int32_t count_;
 };
 
-// Stores eight bytes at a time. kChecked: a symbol without a code stops it, with everything before it stored;
-// otherwise such a symbol adds no bits.
+// Memory for a step's bits, up to 7 in front of them, and the slack of word-wide access on both sides.
+template <int kMaxBits>
+struct Unstuffed {
+  uint8_t bytes[8 + (kMaxBits + 7 + 7) / 8 + simd::kBytes];
+};
+
+// Which of the next simd::kBytes bytes are among the first n, and which of those are 0xFF.
+struct Ahead {
+  simd::I8 bytes, inside;
+  uint32_t ff;
+};
+inline Ahead ownLookAhead(const uint8_t* src, int n) {
+  static constexpr auto kLane = [] {
+    std::array<int8_t, simd::kBytes> lane{};
+    for (int i = 0; i < simd::kBytes; ++i) lane[size_t(i)] = int8_t(i);
+    return lane;
+  }();
+  const auto bytes = simd::load<simd::I8>(src);
+  const auto inside = (simd::I8)(simd::load<simd::I8>(kLane.data()) < simd::splat<simd::I8>(int8_t(n)));
+  return {bytes, inside, simd::topBits((simd::I8)(bytes == -1) & inside)};
+}
+
+// Copies bytes with a zero behind each 0xFF, and returns the end. Bytes behind keep their values, though up to
+// simd::kBytes of them are loaded and stored.
+inline uint8_t* ownStuff(uint8_t* dst, const uint8_t* src, int bytes) {
+  for (;;) {
+    int n = std::min(bytes, simd::kBytes);
+    const Ahead ahead = ownLookAhead(src, n);
+    simd::store(dst, simd::select(ahead.inside, ahead.bytes, simd::load<simd::I8>(dst)));
+    if (ahead.ff != 0) [[unlikely]] {
+      n = std::countr_zero(ahead.ff) + 1;
+      dst[n] = 0;
+      dst += 1;
+    }
+    dst += n;
+    bytes -= n;
+    if (bytes == 0) return dst;
+    src += n;
+  }
+}
+
+// The same, touching no byte behind the end.
+inline uint8_t* ownStuffExactly(uint8_t* dst, const uint8_t* src, int bytes) {
+  const auto ends = [&]<class Word>(Word) {  // two words, which may overlap
+    store(dst, load<Word>(src));
+    store(dst + bytes - sizeof(Word), load<Word>(src + bytes - sizeof(Word)));
+    return dst + bytes;
+  };
+  if (bytes <= simd::kBytes && ownLookAhead(src, bytes).ff == 0) [[likely]] {
+    if (bytes >= 16) return ends(simd::Vec<uint8_t, 16>());
+    if (bytes >= 8) return ends(uint64_t());
+    if (bytes >= 4) return ends(uint32_t());
+    if (bytes >= 2) return ends(uint16_t());
+  }
+  for (int i = 0; i < bytes; ++i) {
+    *dst++ = src[i];
+    if (src[i] == 0xFF) *dst++ = 0;
+  }
+  return dst;
+}
+
+// Gathers a step's bits without a branch, and stores the bytes at its end. kChecked: a symbol without a code
+// stops it, with everything before it stored; otherwise such a symbol adds no bits.
 template <bool kChecked>
 class WideWriter {
  public:
   using Table = const QelEncodeHuffmanSpec*;
 
   // `pending` are `count` (0 to 7) bits in front of the first.
-  WideWriter(uint8_t* dst, uint32_t pending, int count) : dst_(dst), word_(pending), free_(64 - count) {}
+  template <int kMaxBits>
+  WideWriter(Unstuffed<kMaxBits>& memory, uint32_t pending, int count)
+      : bytes_(memory.bytes), word_(pending), end_(uint32_t(count) + 7) {}
 
   QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
     if (symbol > 255) [[unlikely]]
@@ -89,79 +155,29 @@ class WideWriter {
     return qelStatusOk;
   }
 
-  // Stores the whole bytes; fewer than 8 bits stay pending. With room behind them, as one word in which the
-  // bytes behind keep their values.
-  void finish() {
-    const uint64_t word = leftAligned();
-    const int bytes = settle();
-    if (!ownHasFF(word)) [[likely]] {
-      const uint64_t behind = ~uint64_t(0) >> 8 * bytes;
-      store(dst_, ownStreamOrder((word & ~behind) | (ownStreamOrder(load<uint64_t>(dst_)) & behind)));
-      dst_ += bytes;
-    } else {
-      dst_ = stuffed(dst_, word, bytes);
-    }
-  }
-  // Stores the whole bytes and a last partial one, which end() names, and touches no other.
-  void finishExactly() {
-    const uint64_t word = leftAligned();
-    const int bytes = settle();
-    const auto partial = uint8_t(pending_ << (8 - count_));
-    if (!ownHasFF(word) && bytes >= 4) [[likely]] {
-      store(dst_, ownStreamOrder(uint32_t(word >> 32)));
-      store(dst_ + bytes - 4, ownStreamOrder(uint32_t(word >> (64 - 8 * bytes))));
-      dst_ += bytes;
-    } else {
-      dst_ = stuffed(dst_, word, bytes);
-    }
-    if (count_ > 0) *dst_ = partial;
-  }
-  uint8_t* end() const { return dst_; }
-  int count() const { return count_; }
-  uint32_t pending() const { return pending_; }  // right-aligned
-
- private:
-  uint64_t leftAligned() const { return word_ << (free_ & 63); }
-  // Parts whole bytes (0 to 7) from pending bits.
-  int settle() {
-    count_ = (64 - free_) & 7;
-    pending_ = uint32_t(word_) & ((1u << count_) - 1);
-    return (64 - free_) >> 3;
-  }
-
-  // At most 32 bits, with nothing above them.
-  void put(uint64_t bits, int length) {
-    if (length < free_) [[likely]] {
-      free_ -= length;
-      word_ = word_ << length | bits;
-    } else {
-      // Bits that went into the full word stay above the others; the next full word shifts them out.
-      const uint64_t full = word_ << free_ | bits >> (length - free_);
-      word_ = bits;
-      free_ += 64 - length;
-      if (!ownHasFF(full)) [[likely]] {
-        store(dst_, ownStreamOrder(full));
-        dst_ += 8;
-      } else {
-        dst_ = stuffed(dst_, full, 8);
-      }
-    }
-  }
-  // Static, so that the writer's members stay in registers.
-  [[gnu::noinline]] static uint8_t* stuffed(uint8_t* dst, uint64_t word, int bytes) {
-    for (; bytes > 0; --bytes, word <<= 8) {
-      const auto byte = uint8_t(word >> 56);
-      *dst++ = byte;
-      if (byte == 0xFF) *dst++ = 0;
-    }
+  // Stores the whole bytes; fewer than 8 bits stay pending.
+  uint8_t* finish(uint8_t* dst) const { return ownStuff(dst, bytes_ + 8, whole()); }
+  // Stores the whole bytes and a last partial one, which the result names, and touches no other.
+  uint8_t* finishExactly(uint8_t* dst) const {
+    dst = ownStuffExactly(dst, bytes_ + 8, whole());
+    if (count() > 0) *dst = uint8_t(pending() << (8 - count()));
     return dst;
   }
+  int count() const { return int((end_ + 1) & 7); }
+  uint32_t pending() const { return uint32_t(word_) & ((1u << count()) - 1); }  // right-aligned
 
-  uint8_t* dst_;
-  uint64_t word_;  // right-aligned; above its 64 - free_ bits stands what has been stored
-  int free_;       // 1 to 64
-  int count_ = 0;
-  uint32_t pending_ = 0;
+ private:
+  // At most 32 bits, with nothing above them.
+  void put(uint64_t bits, int length) {
+    word_ = word_ << length | bits;
+    end_ += uint32_t(length);
+    store(bytes_ + (end_ >> 3), ownStreamOrder(word_ << (~end_ & 7)));
+  }
+  int whole() const { return int((end_ - 7) >> 3); }
+
+  uint8_t* bytes_;  // eight in front of the first
+  uint64_t word_;   // the last 64 bits, right-aligned
+  uint32_t end_;    // bits, and 7
 };
 
 // Counts symbols by the same operations.
@@ -179,7 +195,8 @@ class SymbolCounter {
 
 // Ends a segment: pads the partial byte with ones and re-initialises the state, whether or not the byte
 // fitted.
-inline QelStatus ownFlush(uint8_t* dst, int32_t dstLen, int32_t* dstPos, QelEncodeHuffmanState* state) {
+[[gnu::noinline]] inline QelStatus ownFlush(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
+                                            QelEncodeHuffmanState* state) {
   BitWriter sink(dst, dstLen, *dstPos, state->bitBuffer, state->bitCount);
   const QelStatus s = sink.plain(0x7F, 7);
   *dstPos = sink.position();
@@ -199,18 +216,18 @@ template <class Step>
   return s;
 }
 
-// Runs step(sink) on an encode state: a step that adds at most `maxBits` bits, and captures by value.
+// Runs step(sink) on an encode state: a step that adds at most kMaxBits bits, and captures by value.
 // Position and state are those behind the last operation that succeeded.
-template <class Step>
-inline QelStatus ownEncode(uint8_t* dst, int32_t dstLen, int32_t* dstPos, QelEncodeHuffmanState* state,
-                           int maxBits, Step step) {
+template <int kMaxBits, class Step>
+[[gnu::always_inline]] inline QelStatus ownEncode(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
+                                                  QelEncodeHuffmanState* state, Step step) {
   const int32_t position = *dstPos;
-  if (!simd::kEnabled || position < 0 || int64_t(dstLen) - position < ownRoomFor(maxBits)) [[unlikely]]
+  if (!simd::kEnabled || position < 0 || int64_t(dstLen) - position < ownRoomFor(kMaxBits)) [[unlikely]]
     return ownEncodeByBytes(dst, dstLen, dstPos, state, step);
-  WideWriter<true> sink(dst + position, state->bitBuffer >> (24 - state->bitCount), state->bitCount);
+  Unstuffed<kMaxBits> memory;
+  WideWriter<true> sink(memory, state->bitBuffer >> (24 - state->bitCount), state->bitCount);
   const QelStatus s = step(sink);
-  sink.finish();
-  *dstPos = int32_t(sink.end() - dst);
+  *dstPos = int32_t(sink.finish(dst + position) - dst);
   state->bitCount = sink.count();
   state->bitBuffer = sink.pending() << (24 - sink.count());
   return s;

@@ -108,13 +108,17 @@ QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src, uint8_t*
                      nonNull(acTable));
       s)
     return s;
-  uint8_t* const start = dst + (*dstBitPos >> 3);
-  const int pendingCount = *dstBitPos & 7;
-  WideWriter<false> sink(start, pendingCount ? *start >> (8 - pendingCount) : 0, pendingCount);
-  ownCodeBlock(sink, src, ownDcDifference(at(src, 0), lastDC), dcTable, acTable);
-  sink.finishExactly();
-  *dstBitPos = int32_t(uint32_t(sink.end() - dst) * 8 + uint32_t(sink.count()));
-  return qelStatusOk;
+  const int32_t d = ownDcDifference(at(src, 0), lastDC);
+  return ownWithAc(src, [=](const auto& ac) {
+    uint8_t* const start = dst + (*dstBitPos >> 3);
+    const int pendingCount = *dstBitPos & 7;
+    Unstuffed<kMaxBlockBits> memory;
+    WideWriter<false> sink(memory, pendingCount ? *start >> (8 - pendingCount) : 0, pendingCount);
+    ownCodeBlock(sink, ac, d, dcTable, acTable);
+    const uint8_t* const end = sink.finishExactly(start);
+    *dstBitPos = int32_t(uint32_t(end - dst) * 8 + uint32_t(sink.count()));
+    return QelStatus(qelStatusOk);
+  });
 }
 
 }  // namespace qelj

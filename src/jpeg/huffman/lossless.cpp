@@ -50,7 +50,7 @@ inline QelStatus ownEncodeRow(const int16_t* const* src, int32_t width, uint8_t*
   for (int32_t x = 0; x < width;) {
     const int32_t end = width - x > kGroup ? x + kGroup : width;
     const QelStatus s =
-        ownEncode(dst, dstLen, dstPos, state, kGroup * kChannels * kMaxDifferenceBits, [=](auto& sink) {
+        ownEncode<kGroup * kChannels * kMaxDifferenceBits>(dst, dstLen, dstPos, state, [=](auto& sink) {
           for (int32_t i = x; i < end; ++i)
             for (int c = 0; c < kChannels; ++c)
               if (auto failed = ownCodeDifference(sink, tables[c], at(src[c], i)); failed) return failed;
@@ -113,8 +113,8 @@ QelStatus qeliEncodeHuffmanOne_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, i
   if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos), nonNull(state)); s) return s;
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = check(nonNull(src), nonNull(table)); s) return s;
-  return ownEncode(dst, dstLen, dstPos, state, kMaxDifferenceBits,
-                   [=](auto& sink) { return ownCodeDifference(sink, table, at(src, 0)); });
+  return ownEncode<kMaxDifferenceBits>(
+      dst, dstLen, dstPos, state, [=](auto& sink) { return ownCodeDifference(sink, table, at(src, 0)); });
 }
 
 QelStatus qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(const int16_t* const* src, int32_t width, int32_t channels,

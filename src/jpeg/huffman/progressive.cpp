@@ -108,8 +108,8 @@ constexpr QelStatus checkBandDecoder(const uint8_t* src, int32_t srcLen, const i
 // Ends a segment: the pending run, then the last byte. A run that cannot be stored leaves the state as it is.
 inline QelStatus ownFlushBand(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
                               const QelEncodeHuffmanSpec* table, QelEncodeHuffmanState* state) {
-  if (auto s = ownEncode(dst, dstLen, dstPos, state, kMaxRefineBits,
-                         [=](auto& sink) { return ownStoreRun(sink, table, state); });
+  if (auto s = ownEncode<kMaxRefineBits>(dst, dstLen, dstPos, state,
+                                         [=](auto& sink) { return ownStoreRun(sink, table, state); });
       s)
     return s;
   return ownFlush(dst, dstLen, dstPos, state);
@@ -188,8 +188,9 @@ QelStatus qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = check(nonNull(src), nonNull(lastDC), pointTransform(al), nonNull(table)); s) return s;
   const int32_t d = ownDcDifference(at(src, 0) >> al, lastDC);
-  return ownEncode(dst, dstLen, dstPos, state, 32,
-                   [=](auto& sink) { return ownCodeValue(sink, table, 0, d, kMaxDcFirstCategory); });
+  return ownEncode<32>(dst, dstLen, dstPos, state, [=](auto& sink) {
+    return ownCodeValue<kMaxDcFirstCategory>(sink, table, 0, ownValueCode(d));
+  });
 }
 
 QelStatus qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen,
@@ -198,8 +199,8 @@ QelStatus qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(const int16_t* src, uint8_
   if (auto s = checkEncoder(dst, dstLen, dstPos, state); s) return s;
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = check(nonNull(src), pointTransform(al)); s) return s;
-  return ownEncode(dst, dstLen, dstPos, state, 1,
-                   [=](auto& sink) { return sink.plain(uint32_t(at(src, 0) >> al) & 1, 1); });
+  return ownEncode<1>(dst, dstLen, dstPos, state,
+                      [=](auto& sink) { return sink.plain(uint32_t(at(src, 0) >> al) & 1, 1); });
 }
 
 QelStatus qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen,
@@ -210,8 +211,9 @@ QelStatus qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t
     return s;
   if (flush) return ownFlushBand(dst, dstLen, dstPos, table, state);
   if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
-  return ownEncode(dst, dstLen, dstPos, state, kMaxFirstBits,
-                   [=](auto& sink) { return ownCodeFirst(sink, src, ss, se, al, table, state); });
+  return ownEncode<kMaxFirstBits>(dst, dstLen, dstPos, state, [=](auto& sink) {
+    return ownCodeFirst(sink, src, ss, se, al, table, state);
+  });
 }
 
 QelStatus qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen,
@@ -222,8 +224,9 @@ QelStatus qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* src, uint8_
     return s;
   if (flush) return ownFlushBand(dst, dstLen, dstPos, table, state);
   if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
-  return ownEncode(dst, dstLen, dstPos, state, kMaxRefineBits,
-                   [=](auto& sink) { return ownCodeRefine(sink, src, ss, se, al, table, state); });
+  return ownEncode<kMaxRefineBits>(dst, dstLen, dstPos, state, [=](auto& sink) {
+    return ownCodeRefine(sink, src, ss, se, al, table, state);
+  });
 }
 
 }  // namespace qelj

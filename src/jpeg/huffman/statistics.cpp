@@ -86,16 +86,19 @@ QelStatus qeliGetHuffmanStatistics8x8_JPEG_16s_C1(const int16_t* src, int32_t* d
                                                   int32_t* acStatistics, int16_t* lastDC) {
   if (auto s = check(nonNull(src), nonNull(dcStatistics), nonNull(acStatistics), nonNull(lastDC)); s)
     return s;
-  SymbolCounter sink;
-  return ownCodeBlock(sink, src, ownDcDifference(at(src, 0), lastDC), dcStatistics, acStatistics,
-                      kMaxDcCategory, kMaxAcCategory);
+  const int32_t d = ownDcDifference(at(src, 0), lastDC);
+  return ownWithAc(src, [=](const auto& ac) {
+    SymbolCounter sink;
+    return ownCodeBlock<kMaxDcCategory, kMaxAcCategory>(sink, ac, d, dcStatistics, acStatistics);
+  });
 }
 
 QelStatus qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics,
                                                           int16_t* lastDC, uint32_t al) {
   if (auto s = check(nonNull(src), nonNull(dcStatistics), nonNull(lastDC), pointTransform(al)); s) return s;
   SymbolCounter sink;
-  return ownCodeValue(sink, dcStatistics, 0, ownDcDifference(at(src, 0) >> al, lastDC), kMaxDcFirstCategory);
+  return ownCodeValue<kMaxDcFirstCategory>(sink, dcStatistics, 0,
+                                           ownValueCode(ownDcDifference(at(src, 0) >> al, lastDC)));
 }
 
 QelStatus qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics,

@@ -19,33 +19,27 @@ inline int32_t ownDcDifference(int32_t dc, int16_t* lastDC) {
 inline constexpr int kNoLimit = 17;  // above every category of a 16-bit coefficient
 
 // The symbol of `run` zeros and a value, and the value's bits.
-template <class Sink>
-inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, int run, int32_t value,
-                              int maxCategory) {
-  const auto [t, bits] = ownValueCode(value);
-  if (t > maxCategory) return qelStatusJpegCoeffRange;
-  return sink.code(table, unsigned(run) * 16 + unsigned(t), bits, t);
+template <int kMaxCategory = kNoLimit, class Sink>
+inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, unsigned run, ValueCode value) {
+  if (kMaxCategory < kNoLimit && value.category > kMaxCategory) return qelStatusJpegCoeffRange;
+  return sink.code(table, run * 16 + unsigned(value.category), value.bits, value.category);
 }
 
-// A block of a sequential scan (F.1.2).
-template <class Sink>
-inline QelStatus ownCodeBlock(Sink& sink, const int16_t* src, int32_t dcDifference,
-                              typename Sink::Table dcTable, typename Sink::Table acTable,
-                              int maxDc = kNoLimit, int maxAc = kNoLimit) {
-  uint64_t set = ownNonZero(src) >> 1;
-  if (auto s = ownCodeValue(sink, dcTable, 0, dcDifference, maxDc); s) return s;
-  const uint8_t* position = kZigzag;
-  while (set) {
-    int run = std::countr_zero(set);
-    set = set >> run >> 1;
-    position += run + 1;
-    if (run > 15) [[unlikely]] {
-      for (; run > 15; run -= 16)
-        if (auto s = sink.code(acTable, 0xF0); s) return s;
-    }
-    if (auto s = ownCodeValue(sink, acTable, run, at(src, *position), maxAc); s) return s;
+// A block of a sequential scan (F.1.2), with its AC coefficients as AcValues or AcBytes.
+template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
+[[gnu::always_inline]] inline QelStatus ownCodeBlock(Sink& sink, const Ac& ac, int32_t dcDifference,
+                                                     typename Sink::Table dcTable,
+                                                     typename Sink::Table acTable) {
+  if (auto s = ownCodeValue<kMaxDc>(sink, dcTable, 0, ownValueCode(dcDifference)); s) return s;
+  int next = 1;
+  for (uint64_t set = ac.set; set; set &= set - 1) {
+    const int k = std::countr_zero(set);
+    auto run = unsigned(k - next);
+    next = k + 1;
+    for (; run > 15; run -= 16) [[unlikely]] if (auto s = sink.code(acTable, 0xF0); s) return s;
+    if (auto s = ownCodeValue<kMaxAc>(sink, acTable, run, ac[k]); s) return s;
   }
-  return position < kZigzag + 63 ? sink.code(acTable, 0) : qelStatusOk;
+  return next < 64 ? sink.code(acTable, 0) : qelStatusOk;
 }
 // A block's symbols and bits: 32 at most for each coefficient, and an end of block.
 inline constexpr int kMaxBlockBits = 64 * 32 + 3 * 16 + 16;
@@ -117,7 +111,8 @@ inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, ui
     for (; run > 15; run -= 16)
       if (auto s = sink.code(table, 0xF0); s) return s;
     const int32_t c = at(src, kZigzag[k]);
-    if (auto s = ownCodeValue(sink, table, run, c < 0 ? -(-c >> al) : c >> al, kNoLimit); s) return s;
+    if (auto s = ownCodeValue(sink, table, unsigned(run), ownValueCode(c < 0 ? -(-c >> al) : c >> al)); s)
+      return s;
   }
   if (last < se && (state->eobRun += 1) == kLongestRun) return ownStoreRun(sink, table, state);
   return qelStatusOk;
