@@ -98,6 +98,16 @@ constexpr T subSat(T a, std::type_identity_t<T> b) {
   return saturate<T>(int64_t(a) - int64_t(b));
 }
 
+// x < limit ? a : b, for outcomes that no branch predictor can learn.
+inline int selectLess(int x, int limit, int a, int b) {
+#if defined(__x86_64__) && !defined(QELJ_PORTABLE)
+  asm("cmpl %2, %1\n\tcmovl %3, %0" : "+r"(b) : "r"(x), "ri"(limit), "r"(a) : "cc");
+  return b;
+#else
+  return x < limit ? a : b;
+#endif
+}
+
 }  // namespace qelj
 
 #endif

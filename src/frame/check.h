@@ -18,7 +18,10 @@ constexpr QelStatus check(Status... results) {
   return first;
 }
 
-constexpr QelStatus nonNull(const void* p) { return require(p != nullptr, qelStatusNullPointer); }
+template <class... T>
+constexpr QelStatus nonNull(const T*... p) {
+  return require(((p != nullptr) && ...), qelStatusNullPointer);
+}
 
 // A plane array: the array pointer, then its `count` elements.
 template <class T>

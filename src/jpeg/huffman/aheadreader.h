@@ -1,0 +1,130 @@
+// The fast half of the baseline decoder: a bit reader without a branch on how many bits are left.
+#ifndef QELJ_JPEG_HUFFMAN_AHEADREADER_H
+#define QELJ_JPEG_HUFFMAN_AHEADREADER_H
+
+#include <array>
+
+#include "jpeg/huffman/bitreader.h"
+
+namespace qelj {
+
+// Reads symbols from the next bytes: each refill brings 56 bits or more. Beside them it keeps the end of what a
+// BitReader's refills would have taken in, so that a BitReader can go on in front of any symbol. Positions are in
+// bits of data, without stuffed zeros; 0 is where the BitReader would take in its next byte.
+class AheadReader {
+ public:
+  // Data bytes behind which it can start again when it had to stop.
+  static constexpr int kReach = 12;
+  // The bytes that are looked at.
+  static constexpr int kWindow = 64;
+  // Memory for data whose stuffed zeros are taken out.
+  struct Unstuffed {
+    uint8_t bytes[2 * kWindow];
+  };
+
+  AheadReader(const uint8_t* src, int32_t length, int32_t position, int32_t marker,
+              const QelDecodeHuffmanState& state, Unstuffed& unstuffed)
+      : unstuffed_(unstuffed.bytes), buffer_(state.bitBuffer) {
+    if (marker != 0 || uint32_t(state.bitCount) > 32 || position < 0 || length - position < 2 * kWindow + 2)
+      return;
+    src_ = data_ = src + position;
+    position_ = -state.bitCount;
+    bits_ = position_ ? buffer_ << (64 + position_) : 0;
+    for (int i = 0; i < kWindow; i += simd::kBytes)
+      ff_ |= uint64_t(simd::topBits((simd::I8)(simd::load<simd::I8>(src_ + i) == -1))) << i;
+    limit_ = 8 * std::countr_zero(ff_) - kAhead;
+  }
+
+  // Whether there is anything to read, and whether it has been read.
+  bool usable() const { return limit_ != kNone; }
+  bool atEnd() const { return position_ > limit_; }
+
+  // Makes room for a code of up to 8 bits with its value, and any code with its value behind that. Fails at the end.
+  bool refill() {
+    while (position_ > limit_) [[unlikely]] if (!unstuff()) return false;
+    bits_ |= ownStreamOrder(load<uint64_t>(data_ + (loaded_ >> 3))) >> (loaded_ - position_);
+    loaded_ = (position_ + 63) & ~7;
+    return true;
+  }
+
+  // The code of up to 8 bits that comes next, as length << 16 | symbol, or 0; and the value behind it.
+  uint32_t peek(const QelDecodeHuffmanSpec* table) const { return table->lookup[bits_ >> 56]; }
+  int32_t take(uint32_t entry) { return take(entry, refilled(8)); }
+
+  // The same for longer codes. A BitReader searches for these bit by bit where it has too few: it refills in front of
+  // the ninth bit, or once it has used its last one.
+  uint32_t peekLong(const QelDecodeHuffmanSpec* table) const {
+    return ownLongCode(table, uint32_t(bits_ >> 48));
+  }
+  int32_t takeLong(uint32_t entry) {
+    const int taken = refilled(8), count = taken - position_;
+    if (int(entry >> 16) <= count) return take(entry, taken);
+    return take(entry, count < 9 ? refilled(9) : taken + 32);
+  }
+
+  // Leaves position and state where a BitReader would.
+  void leave(int32_t* position, QelDecodeHuffmanState* state) const {
+    const int bytes = taken_ >> 3, last = std::min(bytes, 4);
+    const uint64_t word = ownStreamOrder(load<uint32_t>(data_ + (bytes - last)));
+    state->bitBuffer = uint32_t((buffer_ << 32 | word) >> (32 - 8 * last));
+    state->bitCount = taken_ - position_;
+    *position += bytes + std::popcount(stuffed_ & ((uint64_t(1) << bytes) - 1));
+  }
+
+ private:
+  static constexpr int kNone = INT32_MIN;
+  // Between two refills, a BitReader's last one can be behind 8 + 15 + 16 bits, and bring 32; one less than the limit.
+  static constexpr int kAhead = 8 + 15 + 16 + 32 + 1;
+  static constexpr auto kLowest = [] {
+    std::array<int32_t, 16> lowest{};
+    for (int i = 0; i < 16; ++i) lowest[size_t(i)] = 1 - (1 << i);
+    return lowest;
+  }();
+
+  // Takes the zero behind the next 0xFF out of the data ahead; fails at a marker and at the end of the window.
+  bool unstuff() {
+    const int at = std::countr_zero(ff_), removed = std::popcount(stuffed_), index = at - removed;
+    if (ff_ == 0 || src_[at + 1] != 0) return false;
+    if (removed == 0) std::memcpy(unstuffed_, src_, kWindow);
+    std::memcpy(unstuffed_ + index + 1, src_ + at + 2, kWindow);
+    data_ = unstuffed_;
+    stuffed_ |= uint64_t(1) << index;
+    ff_ &= ff_ - 1;
+    limit_ = 8 * (std::countr_zero(ff_) - removed - 1) - kAhead;
+    return true;
+  }
+
+  int32_t take(uint32_t entry, int taken) {
+    const int code = int(entry >> 16), length = int(entry & 15);
+    const uint64_t behind = bits_ << code;
+    taken_ = taken;
+    position_ += code;
+    taken_ = refilled(length);
+    position_ += length;
+    bits_ <<= code + length;
+    // EXTEND, F.2.2.1: the values of a category that begin with a 0 are negative.
+    const auto notNegative = int32_t(int64_t(behind) >> 63);
+    return int32_t(behind >> 1 >> (63 - length)) + (kLowest[size_t(length)] & ~notNegative);
+  }
+
+  // The end of what a BitReader has taken in once it needs some bits: if it has to refill, 25 or more, by whole
+  // bytes.
+  int refilled(int needed) const {
+    return selectLess(taken_ - position_, needed, (position_ + 32) & ~7, taken_);
+  }
+
+  const uint8_t *src_, *data_;
+  uint8_t* unstuffed_;
+  uint64_t ff_ = 0;       // the 0xFF that are still ahead, by source byte
+  uint64_t stuffed_ = 0;  // those that were stuffed, by data byte
+  uint64_t bits_;         // left-aligned
+  int position_ = 0;      // of the first of them
+  int loaded_ = 0;        // their end
+  int taken_ = 0;         // the end of what a BitReader would have
+  int limit_ = kNone;     // the last position of a refill
+  uint64_t buffer_;       // of the state
+};
+
+}  // namespace qelj
+
+#endif
