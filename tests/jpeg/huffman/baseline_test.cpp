@@ -120,7 +120,7 @@ TEST(BaselineEncoder, GivesTheStandardsBits) {
     }
     ASSERT_TRUE(direct.intact());
 
-    for (size_t length = 1; length < whole.size(); length += 1 + whole.size() / 40) {
+    for (size_t length = 1; length < whole.size(); ++length) {
       Guarded small(r, length);
       EncodeState start;
       last = 0, pos = 0, s = qelStatusOk;
@@ -274,6 +274,46 @@ TEST(BaselineDecoder, EndsOfTheSource) {
                                                            flat.encoder(), flat.encoder(), encode, 0);
     EXPECT_EQ(qelStatusJpegOutOfBuffer, s);
     EXPECT_EQ(start == 0 ? 1 : start, pos);
+  }
+}
+
+// A source that ends anywhere: the blocks that it holds, then no more bits.
+TEST(BaselineDecoder, CutAtEveryByte) {
+  Random r;
+  for (int round = 0; round < 40; ++round) {
+    Tables dc(Lists::decodable(r, round + 10)), ac(Lists::decodable(r, round + 10));
+    std::vector<Block> blocks;
+    std::vector<size_t> ends;  // in bits
+    std::string text;
+    while (blocks.size() < 9) {
+      const Block b = randomBlock(r, int(r.in(0, 100)), int(r.in(1, 12)));
+      std::string more;
+      if (blockText(b, blocks.empty() ? 0 : blocks.back()[0], dc.lists, ac.lists, more)) continue;
+      text += more, blocks.push_back(b), ends.push_back(text.size());
+    }
+    const auto coded = stuffed(text);
+    size_t bits = 0;
+    for (size_t cut = 0; cut <= coded.size(); ++cut) {
+      const bool half = cut > 0 && coded[cut - 1] == 0xFF;  // fails, though bits are left
+      if (cut > 0 && !half) bits += 8;                      // the zero behind a 0xFF brings that byte's
+      const auto whole = size_t(std::upper_bound(ends.begin(), ends.end(), bits) - ends.begin());
+      PageBuffer src(cut);
+      src.assign(coded.data(), cut);
+      DecodeState state;
+      int32_t pos = 0, marker = 0;
+      int16_t last = 0;
+      size_t n = 0;
+      QelStatus s = qelStatusOk;
+      for (; n < blocks.size(); ++n) {
+        Block out;
+        s = qeliDecodeHuffman8x8_JPEG_1u16s_C1(src.data(), int32_t(cut), &pos, out.data(), &last, &marker,
+                                               dc.decoder(), ac.decoder(), state);
+        if (s) break;
+        ASSERT_EQ(blocks[n], out);
+      }
+      ASSERT_EQ(n < blocks.size() ? qelStatusJpegOutOfBuffer : qelStatusOk, s);
+      ASSERT_TRUE(half ? n <= whole : n == whole);
+    }
   }
 }
 
