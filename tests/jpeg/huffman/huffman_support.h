@@ -45,13 +45,14 @@ struct Lists {
     t.vals.assign(order.begin(), order.begin() + (symbols - todo));
     return t;
   }
-  // As random, without 16-bit codes on both sides of 0x8000, some of which a decoder would not find.
+  // As random, with all 256 symbols (one length holds 255), and without 16-bit codes on both sides of 0x8000, some
+  // of which a decoder would not find.
   static Lists decodable(Random& r, int skew) {
     for (;;) {
       const Lists t = random(r, 256, skew);
       unsigned code = 0;
       for (size_t l = 1; l < 16; ++l) code = (code + t.bits[l - 1]) * 2;
-      if (code >= 0x8000 || code + t.bits[15] <= 0x8000) return t;
+      if (t.vals.size() == 256 && (code >= 0x8000 || code + t.bits[15] <= 0x8000)) return t;
     }
   }
   // Every symbol, eight bits or nine each: any block can be coded.

@@ -37,7 +37,8 @@ void holdAgainstModel(Forward* forwardFunction, Inverse* inverseFunction, bool d
         for (const bool atStart : {false, true}) {
           SCOPED_TRACE(testing::Message() << w << " phase " << q << " forward " << forward);
           const int columns = down ? 1 + w % 23 : 1;
-          const auto [first, last] = reads<Model>(forward, w, q);
+          const auto ends = reads<Model>(forward, w, q);
+          const int first = ends.first, last = ends.second;
           std::vector<T> line;
           for (int m = first; m <= last; ++m) line.push_back(sample<T>(random, range));
           const auto expected = lifted<Model>(forward, line, first, w, q);
