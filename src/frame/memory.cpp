@@ -73,7 +73,7 @@ QelStatus ownZero32f(float* dst, int32_t count) { return checkedFill(dst, 0, cou
 void ownSet32s(int32_t value, int32_t* dst, int32_t count) { fill(dst, uint32_t(value), int64_t(count) * 4); }
 
 QelStatus ownCopy8u(const void* src, void* dst, int32_t bytes) {
-  if (auto s = check(nonNull(src), nonNull(dst), length(bytes)); s) return s;
+  if (auto s = check(nonNull(src, dst), length(bytes)); s) return s;
   // The C library's copy takes the block-move path for long runs by itself.
   std::memcpy(dst, src, size_t(bytes));
   return qelStatusOk;

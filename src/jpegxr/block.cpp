@@ -9,9 +9,8 @@ template <bool kFlex, class T>
 QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBits, uint32_t trimBits,
                  uint32_t* residual, uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
                  int32_t* pairCount, VLCState* state) {
-  if (auto s = check(nonNull(state), nonNull(src), nonNull(pairCount),
-                     require(!kFlex || residual, qelStatusNullPointer), bytesOf(stream), nonNull(bitBuffer),
-                     nonNull(bitCount));
+  if (auto s = check(nonNull(state, src, pairCount), require(!kFlex || residual, qelStatusNullPointer),
+                     bytesOf(stream), nonNull(bitBuffer, bitCount));
       s)
     return s;
   if (auto s = check(bitsHeld(*bitCount), fieldBits(trimBits), fieldBits(modelBits)); s) return s;
@@ -37,10 +36,7 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBi
 template <class T>
 QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T scale, T* dst,
                  int32_t dstStep, int32_t chroma, int32_t* count, VLCState* state) {
-  if (auto s = check(nonNull(state), nonNull(dst), nonNull(count), bytesOf(stream), nonNull(bitBuffer),
-                     nonNull(bitCount));
-      s)
-    return s;
+  if (auto s = check(nonNull(state, dst, count), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
   if (auto s = check(bitsHeld(*bitCount)); s) return s;
 
   for (int c = 1; c < 4; ++c) put(dst, c, 0);

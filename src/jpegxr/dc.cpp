@@ -9,9 +9,7 @@ namespace {
 template <const BlockKind& kind>
 QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, int32_t chroma,
                    uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
-  if (auto s = check(nonNull(state), nonNull(pairs), nonNull(stream), nonNull(bitBuffer), nonNull(bitCount));
-      s)
-    return s;
+  if (auto s = nonNull(state, pairs, stream, bitBuffer, bitCount); s) return s;
   if (auto s = check(bitsHeld(*bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
   BitWriter bits(stream, bitBuffer, bitCount);
   ownEncodePairs<kind>(bits, *state, pairs, pairCount, chroma).finish();
@@ -24,10 +22,7 @@ constexpr int32_t signedLevel(uint32_t level, uint32_t negative) {
 
 QelStatus checkDecoder(const uint8_t* const* stream, const uint32_t* bitBuffer, const int32_t* bitCount,
                        const int32_t* dst, const int32_t* count, const VLCState* state) {
-  if (auto s = check(nonNull(state), nonNull(dst), nonNull(count), bytesOf(stream), nonNull(bitBuffer),
-                     nonNull(bitCount));
-      s)
-    return s;
+  if (auto s = check(nonNull(state, dst, count), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
   return bitsHeld(*bitCount);
 }
 

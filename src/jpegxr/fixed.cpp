@@ -26,9 +26,7 @@ template <class T>
 QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_t** stream,
                  uint32_t* bitBuffer, int32_t* bitCount, uint32_t flexBits, uint32_t trimBits,
                  int32_t fromResidual) {
-  if (auto s = check(nonNull(src), nonNull(residual), bytesOf(stream), nonNull(bitBuffer), nonNull(bitCount));
-      s)
-    return s;
+  if (auto s = check(nonNull(src, residual), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
   if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
   const int n = int(flexBits);
   BitWriter bits(stream, bitBuffer, bitCount);
@@ -72,7 +70,7 @@ inline void ownDecodeFields(BitReader& bits, T* srcDst, ptrdiff_t step, int n, u
 template <class T>
 QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T* srcDst,
                  int32_t srcDstStep, uint32_t flexBits, T scale, int32_t refine) {
-  if (auto s = check(nonNull(srcDst), bytesOf(stream), nonNull(bitBuffer), nonNull(bitCount)); s) return s;
+  if (auto s = check(nonNull(srcDst), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
   if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits)); s) return s;
   BitReader bits(stream, bitBuffer, bitCount);
   if (flexBits) {

@@ -124,7 +124,7 @@ ScanEntry* scanOf(VLCState& state, uint32_t index) {
 // --- fronts ------------------------------------------------------------------------------------------------
 
 QelStatus qeliVLCGetStateSize_JPEGXR(int32_t* stateSize) {
-  if (auto s = check(nonNull(stateSize)); s) return s;
+  if (auto s = nonNull(stateSize); s) return s;
   // As if the fields had their natural alignment, so that records can stand in an array.
   constexpr size_t unit = alignof(void*);
   *stateSize = int32_t((sizeof(VLCState) + unit - 1) / unit * unit);
@@ -132,7 +132,7 @@ QelStatus qeliVLCGetStateSize_JPEGXR(int32_t* stateSize) {
 }
 
 QelStatus qeliVLCInit_JPEGXR(VLCState* state) {
-  if (auto s = check(nonNull(state)); s) return s;
+  if (auto s = nonNull(state); s) return s;
   for (int e = 0; e < kEntries; ++e) {
     state->discriminant[e] = 0;
     state->entry[e] = {};
@@ -170,7 +170,7 @@ QelStatus qeliVLCScanSet_JPEGXR(VLCState* state, uint32_t scanIndex) {
 
 QelStatus qeliVLCScan4x4DC_JPEGXR_32s(const int32_t* src, uint32_t modelBits, uint32_t* residual,
                                       int32_t* runLevel, int32_t* pairCount, VLCState* state) {
-  if (auto s = check(nonNull(state), nonNull(src), nonNull(residual), nonNull(runLevel), nonNull(pairCount),
+  if (auto s = check(nonNull(state, src, residual, runLevel, pairCount),
                      require(modelBits <= 15, qelStatusOutOfRange));
       s)
     return s;

@@ -25,9 +25,7 @@ concept GroupDecoder = requires { Format::kGroup; } && simd::kEnabled;
 // or bottom edge goes through a buffer, from which the covered pixels are copied.
 template <class Format>
 QelStatus decodeBlocks(const void* source, void* destination, int32_t dstStep, QelSize size) {
-  if (auto s =
-          check(nonNull(source), nonNull(destination), require(dstStep != 0, qelStatusBadStep), area(size));
-      s)
+  if (auto s = check(nonNull(source, destination), require(dstStep != 0, qelStatusBadStep), area(size)); s)
     return s;
   constexpr ptrdiff_t kPixel = Format::kPixelBytes;
   auto* src = static_cast<const uint8_t*>(source);

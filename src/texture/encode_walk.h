@@ -40,8 +40,7 @@ void padBlock(const uint8_t* src, ptrdiff_t srcStep, ptrdiff_t columns, ptrdiff_
 // Writes the blocks in raster order.
 template <class Format>
 QelStatus encodeBlocks(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst) {
-  if (auto s = check(nonNull(src), nonNull(dst), require(srcStep != 0, qelStatusBadStep), area(size)); s)
-    return s;
+  if (auto s = check(nonNull(src, dst), require(srcStep != 0, qelStatusBadStep), area(size)); s) return s;
   constexpr ptrdiff_t kPixel = Format::kPixelBytes;
   const ptrdiff_t width = size.width, height = size.height, step = srcStep;
   for (ptrdiff_t y = 0; y < height; y += 4) {

@@ -9,7 +9,7 @@ namespace {
 
 // A length that is not positive is reported as a step.
 QelStatus ownCheck(const void* src, const void* dst, int32_t len) {
-  return check(nonNull(src), nonNull(dst), require(len >= 1, qelStatusBadStep));
+  return check(nonNull(src, dst), require(len >= 1, qelStatusBadStep));
 }
 
 }  // namespace

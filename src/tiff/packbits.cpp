@@ -179,8 +179,7 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
 
 QelStatus qeliPackBitsRow_TIFF_8u_C1(const uint8_t* src, int32_t srcLen, uint8_t* dst, uint32_t* dstPos,
                                      int32_t dstLen) {
-  if (auto s = check(nonNull(src), nonNull(dstPos), nonNull(dst), length(srcLen), length(dstLen)); s)
-    return s;
+  if (auto s = check(nonNull(src, dstPos, dst), length(srcLen), length(dstLen)); s) return s;
   int64_t position = *dstPos;
   for (int64_t i = 0; i < srcLen;) {
     const int64_t left = srcLen - i, room = dstLen - position;
@@ -210,8 +209,7 @@ QelStatus qeliPackBitsRow_TIFF_8u_C1(const uint8_t* src, int32_t srcLen, uint8_t
 
 QelStatus qeliUnpackBitsRow_TIFF_8u_C1(const uint8_t* src, uint32_t* srcPos, int32_t srcLen, uint8_t* dst,
                                        int32_t dstLen) {
-  if (auto s = check(nonNull(src), nonNull(srcPos), nonNull(dst), length(srcLen), length(dstLen)); s)
-    return s;
+  if (auto s = check(nonNull(src, srcPos, dst), length(srcLen), length(dstLen)); s) return s;
   int64_t position = *srcPos, count = 0;
   const bool full = ownUnpack(src, position, srcLen, dst, count, dstLen);
   *srcPos = uint32_t(position);

@@ -133,7 +133,7 @@ void ownForward(Source source, int16_t* dst, const uint16_t* table) {
 }  // namespace
 
 QelStatus qeliDCTQuantFwd8x8_JPEG_16s_C1(const int16_t* src, int16_t* dst, const uint16_t* table) {
-  if (auto s = check(nonNull(src), nonNull(dst), nonNull(table)); s) return s;
+  if (auto s = nonNull(src, dst, table); s) return s;
   ownForward(Centred{src}, dst, table);
   return qelStatusOk;
 }
@@ -144,7 +144,7 @@ QelStatus qeliDCTQuantFwd8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16_t* table
 
 QelStatus qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const uint8_t* src, int32_t srcStep, int16_t* dst,
                                               const uint16_t* table) {
-  if (auto s = check(nonNull(src), nonNull(dst), step(srcStep), nonNull(table)); s) return s;
+  if (auto s = check(nonNull(src, dst), step(srcStep), nonNull(table)); s) return s;
   ownForward(LevelShifted{src, srcStep}, dst, table);
   return qelStatusOk;
 }

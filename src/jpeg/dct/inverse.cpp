@@ -29,7 +29,7 @@ void ownInverse(const int16_t* src, const uint16_t* table, Destination destinati
 }  // namespace
 
 QelStatus qeliDCTQuantInv8x8_JPEG_16s_C1(const int16_t* src, int16_t* dst, const uint16_t* table) {
-  if (auto s = check(nonNull(src), nonNull(dst), nonNull(table)); s) return s;
+  if (auto s = nonNull(src, dst, table); s) return s;
   ownInverse(src, table, CentredOut{dst});
   return qelStatusOk;
 }
@@ -40,7 +40,7 @@ QelStatus qeliDCTQuantInv8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16_t* table
 
 QelStatus qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
                                               const uint16_t* table) {
-  if (auto s = check(nonNull(src), nonNull(dst), step(dstStep), nonNull(table)); s) return s;
+  if (auto s = check(nonNull(src, dst), step(dstStep), nonNull(table)); s) return s;
   ownInverse(src, table, LevelShiftedOut{dst, dstStep});
   return qelStatusOk;
 }

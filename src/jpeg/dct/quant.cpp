@@ -67,7 +67,7 @@ struct Dequantise {
 
 template <class Operation>
 QelStatus block(int16_t* srcDst, const uint16_t* table) {
-  if (auto s = check(nonNull(srcDst), nonNull(table)); s) return s;
+  if (auto s = nonNull(srcDst, table); s) return s;
   constexpr Operation operation{};
   if constexpr (simd::kEnabled)
     for (int i = 0; i < 64; i += simd::kLanes<simd::I16>)
@@ -87,13 +87,13 @@ QelStatus qeliQuantFwdRawTableInit_JPEG_8u(uint8_t* table, int32_t quality) {
 }
 
 QelStatus qeliQuantFwdTableInit_JPEG_8u16u(const uint8_t* rawTable, uint16_t* table) {
-  if (auto s = check(nonNull(rawTable), nonNull(table)); s) return s;
+  if (auto s = nonNull(rawTable, table); s) return s;
   ownNaturalTable(rawTable, table);
   return ownqelsDivCRev_16u_omp(table, 64);
 }
 
 QelStatus qeliQuantInvTableInit_JPEG_8u16u(const uint8_t* rawTable, uint16_t* table) {
-  if (auto s = check(nonNull(rawTable), nonNull(table)); s) return s;
+  if (auto s = nonNull(rawTable, table); s) return s;
   ownNaturalTable(rawTable, table);
   return qelStatusOk;
 }

@@ -296,7 +296,7 @@ void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const ui
 
 template <void Inverse(const int16_t*, uint8_t*, int32_t, const uint16_t*)>
 QelStatus block(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
-  if (auto s = check(nonNull(src), nonNull(dst), step(dstStep), nonNull(table)); s) return s;
+  if (auto s = check(nonNull(src, dst), step(dstStep), nonNull(table)); s) return s;
   Inverse(src, dst, dstStep, table);
   return qelStatusOk;
 }

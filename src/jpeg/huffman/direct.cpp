@@ -85,13 +85,12 @@ QelStatus qeliDecodeHuffman8x8_Direct_JPEG_1u16s_C1(const uint8_t* src, int32_t*
                                                     int16_t* lastDC, int32_t* marker, uint32_t* bitBuffer,
                                                     int32_t* bitCount, const QelDecodeHuffmanSpec* dcTable,
                                                     const QelDecodeHuffmanSpec* acTable) {
-  if (auto s = check(nonNull(src), nonNull(srcBitPos)); s) return s;
-  if (auto s = check(require(*srcBitPos >= 0, qelStatusBadArg), nonNull(dst), nonNull(lastDC),
-                     nonNull(marker), nonNull(bitBuffer), nonNull(bitCount));
+  if (auto s = nonNull(src, srcBitPos); s) return s;
+  if (auto s =
+          check(require(*srcBitPos >= 0, qelStatusBadArg), nonNull(dst, lastDC, marker, bitBuffer, bitCount));
       s)
     return s;
-  if (auto s = check(require(*bitCount >= 0, qelStatusBadArg), nonNull(dcTable), nonNull(acTable)); s)
-    return s;
+  if (auto s = check(require(*bitCount >= 0, qelStatusBadArg), nonNull(dcTable, acTable)); s) return s;
   DirectReader reader(src, 0, *srcBitPos >> 3, *marker, *bitBuffer, std::min(*bitCount, 32));
   const QelStatus s = ownDecodeBlockDirect(reader, dst, lastDC, dcTable, acTable);
   *srcBitPos = int32_t(uint32_t(reader.position()) * 8);
@@ -104,10 +103,7 @@ QelStatus qeliDecodeHuffman8x8_Direct_JPEG_1u16s_C1(const uint8_t* src, int32_t*
 QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t* dstBitPos,
                                                     int16_t* lastDC, const QelEncodeHuffmanSpec* dcTable,
                                                     const QelEncodeHuffmanSpec* acTable) {
-  if (auto s = check(nonNull(src), nonNull(dst), nonNull(dstBitPos), nonNull(lastDC), nonNull(dcTable),
-                     nonNull(acTable));
-      s)
-    return s;
+  if (auto s = nonNull(src, dst, dstBitPos, lastDC, dcTable, acTable); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
   return ownWithAc(src, [=](const auto& ac) {
     uint8_t* const start = dst + (*dstBitPos >> 3);

@@ -84,10 +84,7 @@ constexpr int looked(int32_t channels) { return channels < kMaxChannels ? channe
 QelStatus qeliDecodeHuffmanOne_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos,
                                              int16_t* dst, int32_t* marker, const QelDecodeHuffmanSpec* table,
                                              QelDecodeHuffmanState* state) {
-  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos), nonNull(dst), nonNull(marker),
-                     nonNull(table), nonNull(state));
-      s)
-    return s;
+  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker, table, state)); s) return s;
   return ownDecode(src, srcLen, srcPos, marker, state,
                    [&](BitReader<true>& reader) { return ownDecodeDifference(reader, table, dst); });
 }
@@ -96,8 +93,8 @@ QelStatus qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(const uint8_t* src, int32_t srcLe
                                                int16_t* const* dst, int32_t width, int32_t channels,
                                                int32_t* marker, const QelDecodeHuffmanSpec* const* tables,
                                                QelDecodeHuffmanState* state) {
-  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos), nonNull(dst), length(width),
-                     length(channels), nonNull(marker), nonNull(tables), nonNull(state));
+  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos, dst), length(width), length(channels),
+                     nonNull(marker, tables, state));
       s)
     return s;
   if (auto s = check(planes(dst, looked(channels)), planes(tables, looked(channels))); s) return s;
@@ -110,9 +107,9 @@ QelStatus qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(const uint8_t* src, int32_t srcLe
 QelStatus qeliEncodeHuffmanOne_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen,
                                              int32_t* dstPos, const QelEncodeHuffmanSpec* table,
                                              QelEncodeHuffmanState* state, int32_t flush) {
-  if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos), nonNull(state)); s) return s;
+  if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos, state)); s) return s;
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
-  if (auto s = check(nonNull(src), nonNull(table)); s) return s;
+  if (auto s = nonNull(src, table); s) return s;
   return ownEncode<kMaxDifferenceBits>(
       dst, dstLen, dstPos, state, [=](auto& sink) { return ownCodeDifference(sink, table, at(src, 0)); });
 }
@@ -121,7 +118,7 @@ QelStatus qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(const int16_t* const* src, int32_
                                                uint8_t* dst, int32_t dstLen, int32_t* dstPos,
                                                const QelEncodeHuffmanSpec* const* tables,
                                                QelEncodeHuffmanState* state, int32_t flush) {
-  if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos), nonNull(state)); s) return s;
+  if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos, state)); s) return s;
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = check(nonNull(src), length(width), length(channels), nonNull(tables)); s) return s;
   if (auto s = check(planes(src, looked(channels)), planes(tables, looked(channels))); s) return s;

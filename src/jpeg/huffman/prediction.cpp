@@ -172,7 +172,7 @@ inline QelStatus ownWithPredictor(int32_t predictor, Work&& work) {
 
 constexpr QelStatus checkFirstRow(const int16_t* src, const int16_t* dst, int32_t width, int32_t precision,
                                   int32_t pointTransform) {
-  return check(nonNull(src), nonNull(dst), length(width),
+  return check(nonNull(src, dst), length(width),
                require(precision >= 2 && precision <= 16 && pointTransform >= 0 && pointTransform < precision,
                        qelStatusBadArg));
 }
@@ -195,14 +195,14 @@ QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* d
 
 QelStatus qeliDiffPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width,
                                       int32_t predictor) {
-  if (auto s = check(nonNull(src), nonNull(prevRow), nonNull(dst), length(width)); s) return s;
+  if (auto s = check(nonNull(src, prevRow, dst), length(width)); s) return s;
   return ownWithPredictor(predictor,
                           [&](auto p) { ownDiffRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
 }
 
 QelStatus qeliReconstructPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst,
                                              int32_t width, int32_t predictor) {
-  if (auto s = check(nonNull(src), nonNull(prevRow), nonNull(dst), length(width)); s) return s;
+  if (auto s = check(nonNull(src, prevRow, dst), length(width)); s) return s;
   return ownWithPredictor(predictor,
                           [&](auto p) { ownReconstructRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
 }

@@ -99,8 +99,8 @@ constexpr QelStatus checkBandDecoder(const uint8_t* src, int32_t srcLen, const i
                                      const int16_t* dst, const int32_t* marker, int32_t ss, int32_t se,
                                      uint32_t al, const QelDecodeHuffmanSpec* table,
                                      const QelDecodeHuffmanState* state) {
-  return check(nonNull(src), length(srcLen), nonNull(srcPos), nonNull(dst), nonNull(marker), band(ss, se, al),
-               nonNull(table), nonNull(state));
+  return check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker), band(ss, se, al),
+               nonNull(table, state));
 }
 
 // --- encoding ----------------------------------------------------------------------------------------------
@@ -117,7 +117,7 @@ inline QelStatus ownFlushBand(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
 
 constexpr QelStatus checkEncoder(const uint8_t* dst, int32_t dstLen, const int32_t* dstPos,
                                  const QelEncodeHuffmanState* state) {
-  return check(nonNull(dst), length(dstLen), nonNull(dstPos), nonNull(state));
+  return check(nonNull(dst), length(dstLen), nonNull(dstPos, state));
 }
 
 }  // namespace
@@ -126,8 +126,8 @@ QelStatus qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t
                                                      int16_t* dst, int16_t* lastDC, int32_t* marker,
                                                      uint32_t al, const QelDecodeHuffmanSpec* table,
                                                      QelDecodeHuffmanState* state) {
-  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos), nonNull(dst), nonNull(lastDC),
-                     nonNull(marker), pointTransform(al), nonNull(table), nonNull(state));
+  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos, dst, lastDC, marker), pointTransform(al),
+                     nonNull(table, state));
       s)
     return s;
   return ownDecode(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader) {
@@ -145,8 +145,8 @@ QelStatus qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t
 QelStatus qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos,
                                                       int16_t* dst, int32_t* marker, uint32_t al,
                                                       QelDecodeHuffmanState* state) {
-  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos), nonNull(dst), nonNull(marker),
-                     pointTransform(al), nonNull(state));
+  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker), pointTransform(al),
+                     nonNull(state));
       s)
     return s;
   return ownDecode(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader) {
@@ -186,7 +186,7 @@ QelStatus qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t
                                                      QelEncodeHuffmanState* state, int32_t flush) {
   if (auto s = checkEncoder(dst, dstLen, dstPos, state); s) return s;
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
-  if (auto s = check(nonNull(src), nonNull(lastDC), pointTransform(al), nonNull(table)); s) return s;
+  if (auto s = check(nonNull(src, lastDC), pointTransform(al), nonNull(table)); s) return s;
   const int32_t d = ownDcDifference(at(src, 0) >> al, lastDC);
   return ownEncode<32>(dst, dstLen, dstPos, state, [=](auto& sink) {
     return ownCodeValue<kMaxDcFirstCategory>(sink, table, 0, ownValueCode(d));
@@ -207,8 +207,7 @@ QelStatus qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t
                                                      int32_t* dstPos, int32_t ss, int32_t se, uint32_t al,
                                                      const QelEncodeHuffmanSpec* table,
                                                      QelEncodeHuffmanState* state, int32_t flush) {
-  if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos), nonNull(table), nonNull(state)); s)
-    return s;
+  if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos, table, state)); s) return s;
   if (flush) return ownFlushBand(dst, dstLen, dstPos, table, state);
   if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
   return ownEncode<kMaxFirstBits>(dst, dstLen, dstPos, state, [=](auto& sink) {
@@ -220,8 +219,7 @@ QelStatus qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* src, uint8_
                                                       int32_t* dstPos, int32_t ss, int32_t se, uint32_t al,
                                                       const QelEncodeHuffmanSpec* table,
                                                       QelEncodeHuffmanState* state, int32_t flush) {
-  if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos), nonNull(table), nonNull(state)); s)
-    return s;
+  if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos, table, state)); s) return s;
   if (flush) return ownFlushBand(dst, dstLen, dstPos, table, state);
   if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
   return ownEncode<kMaxRefineBits>(dst, dstLen, dstPos, state, [=](auto& sink) {

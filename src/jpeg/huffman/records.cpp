@@ -104,12 +104,12 @@ QelStatus qeliDecodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size) {
 }
 QelStatus qeliDecodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
                                             QelDecodeHuffmanSpec* spec) {
-  if (auto s = check(nonNull(bits), nonNull(vals), nonNull(spec)); s) return s;
+  if (auto s = nonNull(bits, vals, spec); s) return s;
   return ownInit(spec, bits, vals);
 }
 QelStatus qeliDecodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
                                                  QelDecodeHuffmanSpec** spec) {
-  if (auto s = check(nonNull(bits), nonNull(vals), nonNull(spec)); s) return s;
+  if (auto s = nonNull(bits, vals, spec); s) return s;
   return ownInitAlloc(spec, bits, vals);
 }
 
@@ -118,12 +118,12 @@ QelStatus qeliEncodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size) {
 }
 QelStatus qeliEncodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
                                             QelEncodeHuffmanSpec* spec) {
-  if (auto s = check(nonNull(bits), nonNull(vals), nonNull(spec)); s) return s;
+  if (auto s = nonNull(bits, vals, spec); s) return s;
   return ownInit(spec, bits, vals);
 }
 QelStatus qeliEncodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
                                                  QelEncodeHuffmanSpec** spec) {
-  if (auto s = check(nonNull(bits), nonNull(vals), nonNull(spec)); s) return s;
+  if (auto s = nonNull(bits, vals, spec); s) return s;
   return ownInitAlloc(spec, bits, vals);
 }
 

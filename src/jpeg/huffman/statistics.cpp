@@ -25,7 +25,7 @@ QelStatus ownCountLastRun(int32_t* counters, QelEncodeHuffmanState* state) {
 template <class Step>
 inline QelStatus ownCountBand(const int16_t* src, int32_t* counters, int32_t ss, int32_t se, uint32_t al,
                               QelEncodeHuffmanState* state, int32_t last, Step&& step) {
-  if (auto s = check(nonNull(counters), nonNull(state)); s) return s;
+  if (auto s = nonNull(counters, state); s) return s;
   if (last) return ownCountLastRun(counters, state);
   if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
   SymbolCounter sink;
@@ -84,8 +84,7 @@ void ownLimitSizes(int (&lengths)[kLongest + 1]) {
 
 QelStatus qeliGetHuffmanStatistics8x8_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics,
                                                   int32_t* acStatistics, int16_t* lastDC) {
-  if (auto s = check(nonNull(src), nonNull(dcStatistics), nonNull(acStatistics), nonNull(lastDC)); s)
-    return s;
+  if (auto s = nonNull(src, dcStatistics, acStatistics, lastDC); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
   return ownWithAc(src, [=](const auto& ac) {
     SymbolCounter sink;
@@ -95,7 +94,7 @@ QelStatus qeliGetHuffmanStatistics8x8_JPEG_16s_C1(const int16_t* src, int32_t* d
 
 QelStatus qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics,
                                                           int16_t* lastDC, uint32_t al) {
-  if (auto s = check(nonNull(src), nonNull(dcStatistics), nonNull(lastDC), pointTransform(al)); s) return s;
+  if (auto s = check(nonNull(src, dcStatistics, lastDC), pointTransform(al)); s) return s;
   SymbolCounter sink;
   return ownCodeValue<kMaxDcFirstCategory>(sink, dcStatistics, 0,
                                            ownValueCode(ownDcDifference(at(src, 0) >> al, lastDC)));
@@ -118,13 +117,13 @@ QelStatus qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const int16_t* src, i
 }
 
 QelStatus qeliGetHuffmanStatisticsOne_JPEG_16s_C1(const int16_t* src, int32_t* statistics) {
-  if (auto s = check(nonNull(src), nonNull(statistics)); s) return s;
+  if (auto s = nonNull(src, statistics); s) return s;
   SymbolCounter sink;
   return sink.code(statistics, unsigned(ownCategory(at(src, 0))));  // 16 at most
 }
 
 QelStatus qeliEncodeHuffmanRawTableInit_JPEG_8u(const int32_t* statistics, uint8_t* bits, uint8_t* vals) {
-  if (auto s = check(nonNull(statistics), nonNull(bits), nonNull(vals)); s) return s;
+  if (auto s = nonNull(statistics, bits, vals); s) return s;
   int sizes[kSymbols];
   if (!ownCodeSizes(statistics, sizes)) return qelStatusJpegHuffTable;
   int lengths[kLongest + 1] = {};

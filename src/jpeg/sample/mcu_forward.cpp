@@ -127,7 +127,7 @@ void ownForward(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
 template <class Pixels, class Mcu, const Matrix& Aligned, const Matrix& Misaligned = Aligned,
           unsigned Tested = kNoPlane>
 QelStatus forward(const typename Pixels::Sample* src, int32_t srcStep, int16_t* const* dst) {
-  if (auto s = check(nonNull(src), nonNull(dst), step(srcStep), planes(dst, Pixels::kChannels)); s) return s;
+  if (auto s = check(nonNull(src, dst), step(srcStep), planes(dst, Pixels::kChannels)); s) return s;
   const auto* bytes = reinterpret_cast<const uint8_t*>(src);
   if (Tested && misaligned<Tested>(dst))
     ownForward<Pixels, Mcu, Misaligned>(bytes, srcStep, dst);

@@ -155,7 +155,7 @@ void ownInverse(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
 template <class Pixels, class Mcu, const Form& Aligned, const Form& Misaligned = Aligned,
           unsigned Tested = kNoPlane>
 QelStatus inverse(const int16_t* const* src, typename Pixels::Sample* dst, int32_t dstStep) {
-  if (auto s = check(nonNull(src), nonNull(dst), planes(src, Pixels::kChannels), step(dstStep)); s) return s;
+  if (auto s = check(nonNull(src, dst), planes(src, Pixels::kChannels), step(dstStep)); s) return s;
   auto* bytes = reinterpret_cast<uint8_t*>(dst);
   if (Tested && misaligned<Tested>(src))
     ownInverse<Pixels, Mcu, Misaligned>(src, bytes, dstStep);

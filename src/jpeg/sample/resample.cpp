@@ -171,7 +171,7 @@ QelStatus qeliSampleUpH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelS
 }
 
 QelStatus qeliSampleDownRowH2V1_Box_JPEG_8u_C1(const uint8_t* src, int32_t srcWidth, uint8_t* dst) {
-  if (auto s = check(nonNull(src), nonNull(dst), length(srcWidth)); s) return s;
+  if (auto s = check(nonNull(src, dst), length(srcWidth)); s) return s;
   const bool shortEven = srcWidth % 2 == 0 && srcWidth <= 14;
   const bool oddFirst = shortEven && srcWidth % 4 == 0;  // 4, 8, 12
   // Bytes to the next 16-byte boundary: a row that ends within twice as many loses them from its length.
@@ -184,20 +184,20 @@ QelStatus qeliSampleDownRowH2V1_Box_JPEG_8u_C1(const uint8_t* src, int32_t srcWi
 
 QelStatus qeliSampleDownRowH2V2_Box_JPEG_8u_C1(const uint8_t* src1, const uint8_t* src2, int32_t srcWidth,
                                                uint8_t* dst) {
-  if (auto s = check(nonNull(src1), nonNull(src2), nonNull(dst), length(srcWidth)); s) return s;
+  if (auto s = check(nonNull(src1, src2, dst), length(srcWidth)); s) return s;
   ownDownRow<2>(src1, src2, dst, srcWidth < 32 ? (srcWidth + 1) / 2 : srcWidth / 2, {1, 2});
   return qelStatusOk;
 }
 
 QelStatus qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(const uint8_t* src, int32_t srcWidth, uint8_t* dst) {
-  if (auto s = check(nonNull(src), nonNull(dst), length(srcWidth)); s) return s;
+  if (auto s = check(nonNull(src, dst), length(srcWidth)); s) return s;
   ownUpRow(OneRow{src}, dst, srcWidth);
   return qelStatusOk;
 }
 
 QelStatus qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(const uint8_t* src1, const uint8_t* src2, int32_t srcWidth,
                                                   uint8_t* dst) {
-  if (auto s = check(nonNull(src1), nonNull(src2), nonNull(dst), length(srcWidth)); s) return s;
+  if (auto s = check(nonNull(src1, src2, dst), length(srcWidth)); s) return s;
   ownUpRow(TwoRows{src1, src2}, dst, srcWidth);
   return qelStatusOk;
 }

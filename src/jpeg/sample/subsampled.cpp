@@ -151,7 +151,7 @@ void ownPackedRow(const uint8_t* src, PixelSink<RgbOrder> sink, ptrdiff_t width)
 
 QelStatus qeliYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
                                           QelSize size) {
-  if (auto s = check(nonNull(src), nonNull(dst), area(size)); s) return s;
+  if (auto s = check(nonNull(src, dst), area(size)); s) return s;
   const Writer write = Writer::forImage(size, PixelSink<RgbOrder>::kStreamedBytes);
   const auto oneRow = [=](int32_t y) {
     ownPackedRow(row(src, srcStep, y), {dst, dstStep, y, write}, size.width);

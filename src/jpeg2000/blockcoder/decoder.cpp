@@ -267,7 +267,7 @@ QelStatus qeliDecodeGetBufSize_JPEG2K(QelSize size, int32_t* stateSize) {
 }
 
 QelStatus qeliDecodeCBProgrInit_JPEG2K(void* state) {
-  if (auto s = check(nonNull(state)); s) return s;
+  if (auto s = nonNull(state); s) return s;
   ownInit(state);
   return qelStatusOk;
 }
@@ -306,7 +306,7 @@ QelStatus qeliDecodeCBProgrSetPassCounter_JPEG2K(int32_t numPasses, void* state)
 }
 
 QelStatus qeliDecodeCBProgrGetPassCounter_JPEG2K(const void* state, int32_t* numPasses) {
-  if (auto s = check(nonNull(state), nonNull(numPasses)); s) return s;
+  if (auto s = nonNull(state, numPasses); s) return s;
   if (auto s = isDecoder(state); s) return s;
   *numPasses = load<Decoder>(state).passes;
   return qelStatusOk;
@@ -320,7 +320,7 @@ QelStatus qeliDecodeCBProgrGetCurBitPlaneNum_JPEG2K(const void* state, int32_t* 
 }
 
 QelStatus qeliDecodeCBProgrStep_JPEG2K(const uint8_t* src, int32_t srcLen, void* state) {
-  if (auto s = check(nonNull(src), nonNull(state)); s) return s;
+  if (auto s = nonNull(src, state); s) return s;
   if (auto s = isDecoder(state); s) return s;
   if (!load<Decoder>(state).attached) return qelStatusJpeg2kNotAttached;
   return ownStep(state, src, size_t(std::max(srcLen, 0)));
@@ -331,9 +331,7 @@ QelStatus qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* src, int32_t* dst,
                                                uint32_t numPasses, const uint32_t* segmentLengths,
                                                int32_t numSegments, int32_t codeStyle,
                                                uint32_t* bitPlaneReached, uint8_t* state) {
-  if (auto s = check(nonNull(src), nonNull(state), area(size), nonNull(segmentLengths), nonNull(dst),
-                     step(dstStep));
-      s)
+  if (auto s = check(nonNull(src, state), area(size), nonNull(segmentLengths, dst), step(dstStep)); s)
     return s;
   ownInit(state);
   ownAttach(state, dst, dstStep, size, subband, int32_t(std::min<uint32_t>(numBitPlanes, kMagnitudeBits)),

@@ -288,8 +288,8 @@ QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t src
                                                  int32_t codeStyle, int32_t* numBitPlanes, int32_t* numPasses,
                                                  int32_t* numTermPasses) {
   if (!state) return qelStatusNullPointer;
-  if (auto s = check(isEncoder(state), nonNull(numBitPlanes), nonNull(numPasses), nonNull(numTermPasses),
-                     area(size), nonNull(src), step(srcStep));
+  if (auto s = check(isEncoder(state), nonNull(numBitPlanes, numPasses, numTermPasses), area(size),
+                     nonNull(src), step(srcStep));
       s)
     return s;
   Encoder& e = *state;
@@ -321,7 +321,7 @@ QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t src
 QelStatus qeliEncodeStoreBits_JPEG2K_1u(uint8_t* dst, int32_t* dstLen, QelEncodeStateJPEG2K* state,
                                         int32_t* isNotFinished) {
   if (!state) return qelStatusNullPointer;
-  if (auto s = check(isEncoder(state), nonNull(dst), nonNull(dstLen), nonNull(isNotFinished)); s) return s;
+  if (auto s = check(isEncoder(state), nonNull(dst, dstLen, isNotFinished)); s) return s;
   if (auto s = length(*dstLen); s) return s;
   Encoder& e = *state;
   ownCode(e);

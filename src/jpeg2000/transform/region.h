@@ -186,7 +186,7 @@ void ownInverseColumns(const T* low, ptrdiff_t lowStep, const T* high, ptrdiff_t
 template <class T>
 constexpr QelStatus checkRegion(const T* a, const T* b, const T* c, int32_t aStep, int32_t bStep,
                                 int32_t cStep, QelSize size) {
-  return check(nonNull(a), nonNull(b), nonNull(c), step(aStep), step(bStep), step(cStep), area(size));
+  return check(nonNull(a, b, c), step(aStep), step(bStep), step(cStep), area(size));
 }
 
 // One::forward and One::inverse transform a line of one sample a band, where the wavelet has a form of its

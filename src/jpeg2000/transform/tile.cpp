@@ -464,7 +464,7 @@ void ownInPlace(SampleOf<Wavelet>* tile, ptrdiff_t step, const Split& rowSplit, 
 
 template <class Wavelet, bool forward>
 QelStatus inPlace(SampleOf<Wavelet>* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer) {
-  if (auto s = check(nonNull(srcDst), step(srcDstStep), nonNull(tile), nonNull(buffer)); s) return s;
+  if (auto s = check(nonNull(srcDst), step(srcDstStep), nonNull(tile, buffer)); s) return s;
   if (tile->width < 1 || tile->height < 1) return qelStatusOk;
   ownInPlace<Wavelet, forward>(srcDst, srcDstStep, {tile->width, tile->x}, {tile->height, tile->y},
                                reinterpret_cast<SampleOf<Wavelet>*>(buffer));
@@ -534,10 +534,7 @@ void ownWithBands(Image* image, ptrdiff_t imageStep, const Bands<Plane>& bands, 
 template <class Wavelet, bool forward, class Image, class Plane>
 QelStatus withBands(Image* image, int32_t imageStep, Plane* const* plane, const int32_t* planeStep,
                     const QelRect* tile, uint8_t* buffer) {
-  if (auto s = check(nonNull(image), nonNull(plane), nonNull(planeStep), nonNull(tile), nonNull(buffer),
-                     step(imageStep));
-      s)
-    return s;
+  if (auto s = check(nonNull(image, plane, planeStep, tile, buffer), step(imageStep)); s) return s;
   if (auto s = check(planes(plane, 4), step(planeStep[0]), step(planeStep[1]), step(planeStep[2]),
                      step(planeStep[3]), area({tile->width, tile->height}));
       s)
@@ -561,7 +558,7 @@ int32_t lineBytes(const QelRect& tile) {
 
 template <class Wavelet, bool withBands>
 QelStatus bufferSize(const QelRect* tile, int32_t* size) {
-  if (auto s = check(nonNull(tile), nonNull(size)); s) return s;
+  if (auto s = nonNull(tile, size); s) return s;
   const int32_t image = withBands ? mulWrap(tile->height, pitch<SampleOf<Wavelet>>(tile->width)) : 0;
   *size = addWrap(lineBytes<Wavelet>(*tile), image);
   return qelStatusOk;
