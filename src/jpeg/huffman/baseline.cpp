@@ -122,7 +122,15 @@ inline void ownDecodeSymbol(BitReader<true>& reader, const Block& block, Progres
 }
 
 // Decodes on to the end: by the defining reader as long as must be, and ahead of it where that is possible.
-[[gnu::noinline]] Progress ownDecodeRest(Source source, Block block, Progress progress, int32_t bytes) {
+[[gnu::noinline]] QelStatus ownDecodeRest(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
+                                          int16_t* lastDC, int32_t* marker,
+                                          const QelDecodeHuffmanSpec* dcTable,
+                                          const QelDecodeHuffmanSpec* acTable, QelDecodeHuffmanState* state,
+                                          unsigned k, int32_t bytes) {
+  const Block block{dst, lastDC, dcTable, acTable};
+  const Source source{src, srcLen, srcPos, marker, state};
+  Progress progress;
+  progress.k = k;
   for (;;) {
     ownDecode(source.src, source.length, source.position, source.marker, source.state,
               [&](BitReader<true>& reader) {
@@ -131,10 +139,12 @@ inline void ownDecodeSymbol(BitReader<true>& reader, const Block& block, Progres
                 while (progress.more && reader.position() - start < bytes);
                 return progress.status;
               });
-    if (!progress.more) return progress;
+    if (!progress.more) break;
     bytes = ownTryAhead(source, block, progress);
-    if (!progress.more) return progress;
+    if (!progress.more) break;
   }
+  state->blockPosition = int(progress.k);
+  return progress.status;
 }
 
 }  // namespace
@@ -154,7 +164,8 @@ QelStatus qeliDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen,
   ownClear(dst);
   const int32_t bytes = ownTryAhead(source, block, progress);
   if (progress.more) [[unlikely]]
-    progress = ownDecodeRest(source, block, progress, bytes);
+    return ownDecodeRest(src, srcLen, srcPos, dst, lastDC, marker, dcTable, acTable, state, progress.k,
+                         bytes);
   state->blockPosition = int(progress.k);
   return progress.status;
 }
