@@ -71,7 +71,7 @@ class BitWriter {
 // Memory for a step's bits, up to 7 in front of them, and the slack of word-wide access on both sides.
 template <int kMaxBits>
 struct Unstuffed {
-  uint8_t bytes[8 + (kMaxBits + 7 + 7) / 8 + simd::kBytes];
+  alignas(64) uint8_t bytes[8 + (kMaxBits + 7 + 7) / 8 + simd::kBytes];
 };
 
 // Which of the next simd::kBytes bytes are among the first n, and which of those are 0xFF.

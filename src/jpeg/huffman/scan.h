@@ -131,7 +131,7 @@ class AcBytes {
     return places;
   }();
 
-  uint8_t categories_[64], bits_[64];
+  alignas(64) uint8_t categories_[64], bits_[64];
 };
 
 // work(ac), with whichever fits the block.
