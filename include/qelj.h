@@ -646,7 +646,8 @@ QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* sta
  * coded, and a decoder's segment must end in a marker, or with enough bytes for four bytes of read-ahead.
  *
  * Direct decoding. *srcBitPos is an offset in bits, of which only the whole bytes count; *bitBuffer and *bitCount, 0 at
- * the start of a segment, hold what has been read ahead. No byte behind a marker is read.
+ * the start of a segment, hold what has been read ahead. No byte behind a marker is read: the Direct form cannot look as
+ * far ahead as the normal one, and is the slower decoder.
  * In front of a marker the Direct form drops what it cannot be sure of: when fewer than 8 bits are left, the block ends
  * with qelStatusOk, its later coefficients zero and the bits gone. The last block of a segment can lose coefficients
  * that way, which the normal form decodes: use the normal form for blocks near a marker. A segment without bits gives
