@@ -36,7 +36,8 @@ function(qelj_image target cpu directory)
   else()
     target_compile_options(${target} PRIVATE -march=${cpu} -mtune=generic)
   endif()
-  target_link_libraries(${target} PRIVATE qelj_warnings qelcore OpenMP::OpenMP_CXX)
+  target_link_libraries(${target} PRIVATE
+    qelj_warnings $<$<STREQUAL:${cpu},scalar>:qelj_scalar_warnings> qelcore OpenMP::OpenMP_CXX)
   target_link_options(${target} PRIVATE
     -Wl,--version-script=${CMAKE_BINARY_DIR}/exports.map -Wl,-z,relro,-z,now)
 endfunction()
