@@ -18,8 +18,8 @@
 
 namespace qelj {
 
-// What one step can add at most: `bits` bits behind a partial byte, every byte stuffed, and the slack of a
-// word-wide store.
+// The room for what one step can add at most: `bits` bits behind a partial byte, every byte stuffed, and the slack
+// of a vector-wide store.
 constexpr int64_t ownRoomFor(int bits) { return 2 * ((bits + 7) / 8 + 1) + simd::kBytes; }
 
 class BitWriter {

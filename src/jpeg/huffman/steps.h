@@ -36,7 +36,8 @@ template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
     const int k = std::countr_zero(set);
     auto run = unsigned(k - next);
     next = k + 1;
-    for (; run > 15; run -= 16) [[unlikely]] if (auto s = sink.code(acTable, 0xF0); s) return s;
+    for (; run > 15; run -= 16)
+      if (auto s = sink.code(acTable, 0xF0); s) return s;
     if (auto s = ownCodeValue<kMaxAc>(sink, acTable, run, ac[k]); s) return s;
   }
   return next < 64 ? sink.code(acTable, 0) : qelStatusOk;
@@ -45,8 +46,7 @@ template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
 inline constexpr int kMaxBlockBits = 64 * 32 + 3 * 16 + 16;
 
 // --- progressive scans (Annex G.1.2) -----------------------------------------------------------------------
-// The state carries the run of
-// blocks that ended early, and the correction bits of those blocks.
+// The state carries the run of blocks that ended early, and the correction bits of those blocks.
 
 inline constexpr uint32_t kMaxPointTransform = 13;
 constexpr QelStatus pointTransform(uint32_t al) { return require(al <= kMaxPointTransform, qelStatusBadArg); }
