@@ -246,7 +246,6 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   const int choice = options.choice("block", {"bc1", "bc2", "bc3", "bc4", "bc5", "ycocg", "bc7"}, standard);
   const bool ycocg = choice == 5;
   const Block& block = kBlocks[ycocg ? 2 : choice == 6 ? 7 : choice];
-  if (!block.encode) throw Error(std::string(block.name) + " blocks can only be read");
 
   const int used = block.sample == Sample::grey ? 1 : block.sample == Sample::redGreen ? 2 : ycocg ? 3 : 4;
   const bool isGrey = used == 1 && (original.colour == Colour::grey || original.colour == Colour::greyAlpha);

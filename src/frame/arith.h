@@ -98,6 +98,15 @@ constexpr T subSat(T a, std::type_identity_t<T> b) {
   return saturate<T>(int64_t(a) - int64_t(b));
 }
 
+// Calls work(std::integral_constant<int, value>()) where the value is kFirst to kLast, and tells whether it is.
+template <int kFirst, int kLast, class Work>
+inline bool withConstant(int value, Work&& work) {
+  const auto is = [&](auto constant) { return value == constant && (work(constant), true); };
+  return [&]<int... i>(std::integer_sequence<int, i...>) {
+    return (is(std::integral_constant<int, kFirst + i>()) || ...);
+  }(std::make_integer_sequence<int, kLast - kFirst + 1>());
+}
+
 // x < limit ? a : b, for outcomes that no branch predictor can learn.
 inline int selectLess(int x, int limit, int a, int b) {
 #if defined(__x86_64__) && !defined(QELJ_PORTABLE)

@@ -62,22 +62,15 @@ inline QelStatus ownEncodeRow(const int16_t* const* src, int32_t width, uint8_t*
   return qelStatusOk;
 }
 
-// Calls work(std::integral_constant<int, N>) with the number of channels that are coded.
+constexpr int looked(int32_t channels) { return channels < kMaxChannels ? channels : kMaxChannels; }
+
+// work(N), with the number of channels that are coded as a constant.
 template <class Work>
 inline QelStatus ownWithChannels(int32_t channels, Work&& work) {
-  switch (channels) {
-    case 1:
-      return work(std::integral_constant<int, 1>());
-    case 2:
-      return work(std::integral_constant<int, 2>());
-    case 3:
-      return work(std::integral_constant<int, 3>());
-    default:
-      return work(std::integral_constant<int, kMaxChannels>());
-  }
+  QelStatus status = qelStatusOk;
+  withConstant<1, kMaxChannels>(looked(channels), [&](auto count) { status = work(count); });
+  return status;
 }
-
-constexpr int looked(int32_t channels) { return channels < kMaxChannels ? channels : kMaxChannels; }
 
 }  // namespace
 

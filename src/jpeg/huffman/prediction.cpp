@@ -139,35 +139,10 @@ void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst,
   }
 }
 
-// Calls work(std::integral_constant<int, predictor>).
-template <class Work>
-inline QelStatus ownWithPredictor(int32_t predictor, Work&& work) {
-  switch (predictor) {
-    case 1:
-      work(std::integral_constant<int, 1>());
-      break;
-    case 2:
-      work(std::integral_constant<int, 2>());
-      break;
-    case 3:
-      work(std::integral_constant<int, 3>());
-      break;
-    case 4:
-      work(std::integral_constant<int, 4>());
-      break;
-    case 5:
-      work(std::integral_constant<int, 5>());
-      break;
-    case 6:
-      work(std::integral_constant<int, 6>());
-      break;
-    case 7:
-      work(std::integral_constant<int, 7>());
-      break;
-    default:
-      return qelStatusBadArg;
-  }
-  return qelStatusOk;
+// The row's kernel for a predictor of Table H.1.
+template <class Kernel>
+inline QelStatus ownWithPredictor(int32_t predictor, Kernel&& kernel) {
+  return require(withConstant<1, 7>(predictor, kernel), qelStatusBadArg);
 }
 
 constexpr QelStatus checkFirstRow(const int16_t* src, const int16_t* dst, int32_t width, int32_t precision,
