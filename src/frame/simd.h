@@ -35,6 +35,8 @@ inline constexpr bool kEnabled = false;
 #else
 inline constexpr bool kEnabled = true;
 #endif
+// Whether byte shuffles and masks are instructions. Where they are loops, what lives on them has a better way.
+inline constexpr bool kShuffles = QELJ_HAS_SSE41;
 inline constexpr int kBytes = QELJ_HAS_AVX2 ? 32 : 16;
 
 template <class T, int Bytes>

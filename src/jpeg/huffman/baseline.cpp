@@ -92,7 +92,7 @@ struct Source {
 // Decodes on as fast as possible; the result is how many bytes a BitReader should decode in any case before the
 // next try.
 QELJ_INLINE int32_t ownTryAhead(const Source& source, const Block& block, Progress& progress) {
-  if constexpr (!simd::kEnabled) return INT32_MAX;
+  if constexpr (!simd::kShuffles) return INT32_MAX;
   AheadReader::Unstuffed memory;
   AheadReader reader(source.src, source.length, *source.position, *source.marker, *source.state, memory);
   if (!reader.usable()) [[unlikely]]

@@ -20,7 +20,7 @@ namespace qelj {
 // none or where only the search, length by length, can tell. All lengths at once: a length's code is the high
 // part of next * 2^length.
 inline uint32_t ownLongCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
-  if constexpr (!simd::kEnabled) return 0;
+  if constexpr (!simd::kShuffles) return 0;
   using U = simd::Vec<uint16_t, 16>;
   using I = simd::Vec<int16_t, 16>;
   const U bits = simd::splat<U>(uint16_t(next));

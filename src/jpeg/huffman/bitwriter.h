@@ -90,9 +90,29 @@ inline Ahead ownLookAhead(const uint8_t* src, int n) {
   return {bytes, inside, simd::topBits((simd::I8)(bytes == -1) & inside)};
 }
 
-// Copies bytes with a zero behind each 0xFF, and returns the end. Bytes behind keep their values, though up to
-// simd::kBytes of them are loaded and stored.
+// Copies bytes with a zero behind each 0xFF, touching no byte behind the end, which it returns.
+inline uint8_t* ownStuffExactly(uint8_t* dst, const uint8_t* src, int bytes) {
+  const auto ends = [&]<class Word>(Word) {  // two words, which may overlap
+    store(dst, load<Word>(src));
+    store(dst + bytes - sizeof(Word), load<Word>(src + bytes - sizeof(Word)));
+    return dst + bytes;
+  };
+  if (simd::kShuffles && bytes <= simd::kBytes && ownLookAhead(src, bytes).ff == 0) [[likely]] {
+    if (bytes >= 16) return ends(simd::Vec<uint8_t, 16>());
+    if (bytes >= 8) return ends(uint64_t());
+    if (bytes >= 4) return ends(uint32_t());
+    if (bytes >= 2) return ends(uint16_t());
+  }
+  for (int i = 0; i < bytes; ++i) {
+    *dst++ = src[i];
+    if (src[i] == 0xFF) *dst++ = 0;
+  }
+  return dst;
+}
+// The same with room behind the end: bytes there keep their values, though up to simd::kBytes of them are loaded
+// and stored.
 inline uint8_t* ownStuff(uint8_t* dst, const uint8_t* src, int bytes) {
+  if constexpr (!simd::kShuffles) return ownStuffExactly(dst, src, bytes);
   for (;;) {
     int n = std::min(bytes, simd::kBytes);
     const Ahead ahead = ownLookAhead(src, n);
@@ -107,26 +127,6 @@ inline uint8_t* ownStuff(uint8_t* dst, const uint8_t* src, int bytes) {
     if (bytes == 0) return dst;
     src += n;
   }
-}
-
-// The same, touching no byte behind the end.
-inline uint8_t* ownStuffExactly(uint8_t* dst, const uint8_t* src, int bytes) {
-  const auto ends = [&]<class Word>(Word) {  // two words, which may overlap
-    store(dst, load<Word>(src));
-    store(dst + bytes - sizeof(Word), load<Word>(src + bytes - sizeof(Word)));
-    return dst + bytes;
-  };
-  if (bytes <= simd::kBytes && ownLookAhead(src, bytes).ff == 0) [[likely]] {
-    if (bytes >= 16) return ends(simd::Vec<uint8_t, 16>());
-    if (bytes >= 8) return ends(uint64_t());
-    if (bytes >= 4) return ends(uint32_t());
-    if (bytes >= 2) return ends(uint16_t());
-  }
-  for (int i = 0; i < bytes; ++i) {
-    *dst++ = src[i];
-    if (src[i] == 0xFF) *dst++ = 0;
-  }
-  return dst;
 }
 
 // Gathers a step's bits without a branch, and stores the bytes at its end. kChecked: a symbol without a code

@@ -19,7 +19,7 @@ inline void ownClear(int16_t* block) {
 template <class Flag>
 inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
   uint64_t set = 0;
-  if constexpr (simd::kEnabled) {
+  if constexpr (simd::kShuffles) {
     using I = simd::Vec<int16_t, 16>;
     using U = simd::Vec<uint8_t, 16>;
     // Two rows a vector, one byte a coefficient; then the bytes of each 16 positions from the rows they stand
@@ -65,28 +65,27 @@ struct AcValues {
 class AcBytes {
  public:
   explicit AcBytes(const int16_t* block) {
-    // A pack of four rows leaves the even ones in its lower half, the odd ones in the upper half.
-    U categories[2], bits[2];
+    using namespace simd;
+    U8 categories[kVectors], bits[kVectors];
     U16 magnitudes{};
-    for (int i = 0; i < 2; ++i) {
-      I16 a = simd::load<I16>(row(block, 64, i));
-      const I16 b = simd::load<I16>(row(block, 64, i) + 16);
-      if (i == 0) a &= I16{0, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};  // not the DC
-      const I16 absA = simd::absWrap(a), absB = simd::absWrap(b);
+    for (int i = 0; i < kVectors; ++i) {
+      I16 a = simd::load<I16>(row(block, 2 * kBytes, i));
+      const I16 b = simd::load<I16>(row(block, 2 * kBytes, i) + kBytes / 2);
+      if (i == 0) a &= simd::load<I16>(kNotDc.data());
+      const I16 absA = absWrap(a), absB = absWrap(b);
       magnitudes |= (U16)(absA | absB);
-      const U magnitude = (U)simd::packU8(absA, absB);
+      const U8 magnitude = (U8)packU8(absA, absB);
       // By half byte; the larger of the two counts.
       static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
       static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
-      categories[i] =
-          simd::max(simd::shuffleBytes(simd::blockPattern<U>(kLow), magnitude & 15),
-                    simd::shuffleBytes(simd::blockPattern<U>(kHigh), (U)((U16)magnitude >> 4) & 15));
+      categories[i] = simd::max(shuffleBytes(blockPattern(kLow), magnitude & 15),
+                                shuffleBytes(blockPattern(kHigh), (U8)((U16)magnitude >> 4) & 15));
       // A negative value's bits are those of its magnitude, inverted.
       static constexpr uint8_t kOnes[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255};
-      const U negative = (U)(simd::packI8(a, b) < 0);
-      bits[i] = magnitude ^ (negative & simd::shuffleBytes(simd::blockPattern<U>(kOnes), categories[i]));
+      const U8 negative = (U8)(packI8(a, b) < 0);
+      bits[i] = magnitude ^ (negative & shuffleBytes(blockPattern(kOnes), categories[i]));
     }
-    fit = simd::isZero((U16)(magnitudes >> 8));
+    fit = isZero((U16)(magnitudes >> 8));
     set = ~ownZigzag(categories, categories_);
     ownZigzag(bits, bits_);
   }
@@ -99,35 +98,48 @@ class AcBytes {
   bool fit;  // if not, nothing else counts
 
  private:
-  using U = simd::Vec<uint8_t, 32>;
-  using U16 = simd::Vec<uint16_t, 32>;
-  using I16 = simd::Vec<int16_t, 32>;
+  static constexpr int kVectors = 64 / simd::kBytes;
+  static constexpr auto kNotDc = [] {
+    std::array<int16_t, simd::kBytes / 2> mask{};
+    for (size_t i = 1; i < mask.size(); ++i) mask[i] = -1;
+    return mask;
+  }();
 
-  // Stores the bytes in zig-zag order, and tells which are zero.
-  static uint64_t ownZigzag(const U (&packed)[2], uint8_t* ordered) {
-    const U from[4] = {packed[0], swapHalves(packed[0]), packed[1], swapHalves(packed[1])};
+  // Stores the packed bytes in zig-zag order, and tells which are zero. A shuffle stays within 16 bytes, so
+  // that each result comes from four vectors: the packed ones, and, where they are wider, the same with their
+  // halves swapped.
+  static uint64_t ownZigzag(const simd::U8 (&packed)[kVectors], uint8_t* ordered) {
+    simd::U8 from[4];
+    for (int j = 0; j < 4; ++j) {
+      from[j] = packed[j * kVectors / 4];
+      if constexpr (kVectors == 2)
+        if (j % 2) from[j] = simd::join(simd::upper(from[j]), simd::lower(from[j]));
+    }
     uint64_t zero = 0;
-    for (int i = 0; i < 2; ++i) {
-      U bytes[4];
-      for (int j = 0; j < 4; ++j) bytes[j] = simd::shuffleBytes(from[j], simd::load<U>(kPlaces[i][j].data()));
-      const U all = (bytes[0] | bytes[1]) | (bytes[2] | bytes[3]);
-      simd::store(ordered + 32 * i, all);
-      zero |= uint64_t(simd::topBits((U)(all == 0))) << (32 * i);
+    for (int i = 0; i < kVectors; ++i) {
+      simd::U8 bytes[4];
+      for (int j = 0; j < 4; ++j)
+        bytes[j] = simd::shuffleBytes(from[j], simd::load<simd::U8>(kPlaces[size_t(i)][size_t(j)].data()));
+      const simd::U8 all = (bytes[0] | bytes[1]) | (bytes[2] | bytes[3]);
+      simd::store(ordered + simd::kBytes * i, all);
+      zero |= uint64_t(simd::topBits((simd::U8)(all == 0))) << (simd::kBytes * i);
     }
     return zero;
   }
-  static U swapHalves(U v) { return simd::join(simd::upper(v), simd::lower(v)); }
 
-  // For 32 positions, their places in each of the four vectors.
+  // For the positions of each result, their places in the four vectors. A pack of four rows leaves the even
+  // ones in its lower half, the odd ones in the upper half; one of two rows leaves them as they are.
   static constexpr auto kPlaces = [] {
-    std::array<std::array<std::array<uint8_t, 32>, 4>, 2> places{};
-    for (int k = 0; k < 64; ++k)
-      for (int j = 0; j < 4; ++j) {
-        const int y = kZigzag[k] / 8, x = kZigzag[k] % 8;
-        const bool swapped = y % 2 != k / 16 % 2;
-        places[size_t(k / 32)][size_t(j)][size_t(k % 32)] =
-            uint8_t(j == y / 4 * 2 + swapped ? y / 2 % 2 * 8 + x : 0x80);
-      }
+    std::array<std::array<std::array<uint8_t, simd::kBytes>, 4>, kVectors> places{};
+    for (int k = 0; k < 64; ++k) {
+      const int y = kZigzag[k] / 8, x = kZigzag[k] % 8;
+      const bool swapped = y % 2 != k / 16 % 2;
+      const int vector = kVectors == 2 ? y / 4 * 2 + swapped : y / 2;
+      const int place = kVectors == 2 ? y / 2 % 2 * 8 + x : y % 2 * 8 + x;
+      for (int j = 0; j < 4; ++j)
+        places[size_t(k / simd::kBytes)][size_t(j)][size_t(k % simd::kBytes)] =
+            uint8_t(j == vector ? place : 0x80);
+    }
     return places;
   }();
 
@@ -141,7 +153,7 @@ template <class Work>
 }
 template <class Work>
 [[gnu::always_inline]] inline QelStatus ownWithAc(const int16_t* block, Work work) {
-  if constexpr (simd::kEnabled) {
+  if constexpr (simd::kShuffles) {
     const AcBytes ac(block);
     if (ac.fit) [[likely]]
       return work(ac);
