@@ -13,6 +13,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <limits>
+#include <tuple>
 
 #include "frame/arith.h"
 
@@ -100,10 +102,42 @@ inline With<T, V> as(V v) {
   return (With<T, V>)v;
 }
 namespace detail {
+template <class V>
+struct LaneArray {
+  explicit LaneArray(V v) { store(lanes, v); }
+  Lane<V> lanes[kLanes<V>];
+};
 // Lanes First, First + 1, ... of the lanes of a, then those of b. (By way of memcpy, halves would pass through memory.)
 template <int First, class V, int... i>
 inline auto consecutive(V a, V b, std::integer_sequence<int, i...>) {
   return __builtin_shufflevector(a, b, (First + i)...);
+}
+// Lanes First, First + Step, ... of the lanes of a, then those of b.
+template <int First, int Step, class V, int... i>
+inline V everyNth(V a, V b, std::integer_sequence<int, i...>) {
+  return __builtin_shufflevector(a, b, (First + Step * i)...);
+}
+template <int First, int Step, class V>
+inline V everyNth(V a, V b) {
+  return everyNth<First, Step>(a, b, std::make_integer_sequence<int, kLanes<V>>{});
+}
+// a[First] b[First] a[First + 1] b[First + 1] ...
+template <int First, class V, int... i>
+inline V interleaved(V a, V b, std::integer_sequence<int, i...>) {
+  return __builtin_shufflevector(a, b, (First + i / 2 + (i % 2) * kLanes<V>)...);
+}
+template <int First, class V>
+inline V interleaved(V a, V b) {
+  return interleaved<First>(a, b, std::make_integer_sequence<int, kLanes<V>>{});
+}
+// f of every lane, by way of arrays, which compilers vectorise where they can't see through lanes.
+template <class R, class F, class... V>
+inline R mapLanes(F f, V... v) {
+  Lane<R> results[kLanes<R>];
+  const auto lanes = std::make_tuple(LaneArray<V>(v)...);
+  for (int i = 0; i < kLanes<R>; ++i)
+    results[i] = std::apply([&](const auto&... a) { return f(a.lanes[i]...); }, lanes);
+  return load<R>(results);
 }
 }  // namespace detail
 // GCC makes wide permutations of the plain forms.
@@ -152,6 +186,13 @@ inline V loadAs(const void* p) {
     if constexpr (std::is_same_v<From, int16_t>) return (V)_mm_cvtepi16_epi32(eight);
   }
 #endif
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 2 * sizeof(From)) {
+    using N = Vec<From, 16>;
+    N narrow{};
+    std::memcpy(&narrow, p, 8);
+    if constexpr (std::is_unsigned_v<From>) return (V)detail::interleaved<0>(narrow, N{});
+    else return (V)detail::interleaved<0>(narrow, narrow) >> int(8 * sizeof(From));
+  }
   return convert<Lane<V>>(load<Vec<From, kLanes<V> * int(sizeof(From))>>(p));
 }
 
@@ -193,25 +234,58 @@ inline V select(M mask, V a, V b) {
   return (V)(((U)mask & (U)a) | (~(U)mask & (U)b));
 }
 
+// Operations as expressions of whole vectors, from which compilers make instructions of any processor.
 namespace plain {
-constexpr int16_t mulHi(int16_t a, int16_t b) { return int16_t((int32_t(a) * b) >> 16); }
-constexpr uint16_t mulHi(uint16_t a, uint16_t b) { return uint16_t((uint32_t(a) * b) >> 16); }
-constexpr int16_t mulHiRound(int16_t a, int16_t b) { return int16_t((((int32_t(a) * b) >> 14) + 1) >> 1); }
-template <class T>
-constexpr T average(T a, T b) {
-  return T((unsigned(a) + b + 1) >> 1);
+template <class V>
+inline V addSat(V a, V b) {
+  const V sum = addWrap(a, b);
+  if constexpr (std::is_unsigned_v<Lane<V>>) return sum | (V)(sum < a);
+  else {
+    constexpr Lane<V> kMax = std::numeric_limits<Lane<V>>::max();
+    return select((V)(((a ^ sum) & (b ^ sum)) < 0), (V)(a < 0) ^ kMax, sum);
+  }
 }
-template <class T>
-constexpr T min(T a, T b) {
-  return a < b ? a : b;
+template <class V>
+inline V subSat(V a, V b) {
+  const V difference = subWrap(a, b);
+  if constexpr (std::is_unsigned_v<Lane<V>>) return difference & (V)(a > b);
+  else {
+    constexpr Lane<V> kMax = std::numeric_limits<Lane<V>>::max();
+    return select((V)(((a ^ b) & (a ^ difference)) < 0), (V)(a < 0) ^ kMax, difference);
+  }
 }
-template <class T>
-constexpr T max(T a, T b) {
-  return a > b ? a : b;
+// 16-bit lanes from what f makes of the 32-bit products of the even and of the odd ones.
+template <class V, class F>
+inline V fromProducts(V a, V b, F f) {
+  using W = With<std::conditional_t<std::is_signed_v<Lane<V>>, int32_t, uint32_t>, V>;
+  const auto even = [](V v) { return (W)shlWrap((W)v, 16) >> 16; };
+  const auto odd = [](V v) { return (W)v >> 16; };
+  const W low = f(even(a) * even(b)), high = f(odd(a) * odd(b));
+  return (V)((low & 0xFFFF) | shlWrap(high, 16));
+}
+template <class V>
+inline V mulHi(V a, V b) {
+  return fromProducts(a, b, [](auto product) { return product >> 16; });
+}
+template <class V>
+inline V mulHiRound(V a, V b) {
+  return fromProducts(a, b, [](auto product) { return ((product >> 14) + 1) >> 1; });
+}
+template <class V>
+inline V average(V a, V b) {
+  return (a | b) - ((a ^ b) >> 1);
+}
+template <class V>
+inline V min(V a, V b) {
+  return select((V)(a < b), a, b);
+}
+template <class V>
+inline V max(V a, V b) {
+  return select((V)(a > b), a, b);
 }
 }  // namespace plain
 
-// QELJ_LANES2(name, lane type, 128-bit form, 256-bit form, plain form of one lane)
+// QELJ_LANES2(name, lane type, 128-bit form, 256-bit form)
 #if QELJ_HAS_AVX2
 #define QELJ_LANES2_256(NAME, T, M256) \
   inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return (Vec<T, 32>)M256((__m256i)a, (__m256i)b); }
@@ -220,48 +294,44 @@ constexpr T max(T a, T b) {
   inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); }
 #endif
 #if QELJ_HAS_SSE41
-#define QELJ_LANES2_128(NAME, T, M128, PLAIN) \
+#define QELJ_LANES2_128(NAME, T, M128) \
   inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return (Vec<T, 16>)M128((__m128i)a, (__m128i)b); }
 #else
-#define QELJ_LANES2_128(NAME, T, M128, PLAIN)            \
-  inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) {   \
-    Vec<T, 16> r;                                        \
-    for (int i = 0; i < int(16 / sizeof(T)); ++i) r[i] = PLAIN(T(a[i]), T(b[i])); \
-    return r;                                            \
-  }
+#define QELJ_LANES2_128(NAME, T, M128) \
+  inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return plain::NAME(a, b); }
 #endif
-#define QELJ_LANES2(NAME, T, M128, M256, PLAIN) \
-  QELJ_LANES2_128(NAME, T, M128, PLAIN)         \
+#define QELJ_LANES2(NAME, T, M128, M256) \
+  QELJ_LANES2_128(NAME, T, M128)         \
   QELJ_LANES2_256(NAME, T, M256)
 
 // Saturating sum and difference.
-QELJ_LANES2(addSat, int16_t, _mm_adds_epi16, _mm256_adds_epi16, qelj::addSat<int16_t>)
-QELJ_LANES2(addSat, uint16_t, _mm_adds_epu16, _mm256_adds_epu16, qelj::addSat<uint16_t>)
-QELJ_LANES2(addSat, int8_t, _mm_adds_epi8, _mm256_adds_epi8, qelj::addSat<int8_t>)
-QELJ_LANES2(addSat, uint8_t, _mm_adds_epu8, _mm256_adds_epu8, qelj::addSat<uint8_t>)
-QELJ_LANES2(subSat, int16_t, _mm_subs_epi16, _mm256_subs_epi16, qelj::subSat<int16_t>)
-QELJ_LANES2(subSat, uint16_t, _mm_subs_epu16, _mm256_subs_epu16, qelj::subSat<uint16_t>)
-QELJ_LANES2(subSat, int8_t, _mm_subs_epi8, _mm256_subs_epi8, qelj::subSat<int8_t>)
-QELJ_LANES2(subSat, uint8_t, _mm_subs_epu8, _mm256_subs_epu8, qelj::subSat<uint8_t>)
+QELJ_LANES2(addSat, int16_t, _mm_adds_epi16, _mm256_adds_epi16)
+QELJ_LANES2(addSat, uint16_t, _mm_adds_epu16, _mm256_adds_epu16)
+QELJ_LANES2(addSat, int8_t, _mm_adds_epi8, _mm256_adds_epi8)
+QELJ_LANES2(addSat, uint8_t, _mm_adds_epu8, _mm256_adds_epu8)
+QELJ_LANES2(subSat, int16_t, _mm_subs_epi16, _mm256_subs_epi16)
+QELJ_LANES2(subSat, uint16_t, _mm_subs_epu16, _mm256_subs_epu16)
+QELJ_LANES2(subSat, int8_t, _mm_subs_epi8, _mm256_subs_epi8)
+QELJ_LANES2(subSat, uint8_t, _mm_subs_epu8, _mm256_subs_epu8)
 // High half of the product; with rounding: (a * b + 2^14) >> 15.
-QELJ_LANES2(mulHi, int16_t, _mm_mulhi_epi16, _mm256_mulhi_epi16, plain::mulHi)
-QELJ_LANES2(mulHi, uint16_t, _mm_mulhi_epu16, _mm256_mulhi_epu16, plain::mulHi)
-QELJ_LANES2(mulHiRound, int16_t, _mm_mulhrs_epi16, _mm256_mulhrs_epi16, plain::mulHiRound)
+QELJ_LANES2(mulHi, int16_t, _mm_mulhi_epi16, _mm256_mulhi_epi16)
+QELJ_LANES2(mulHi, uint16_t, _mm_mulhi_epu16, _mm256_mulhi_epu16)
+QELJ_LANES2(mulHiRound, int16_t, _mm_mulhrs_epi16, _mm256_mulhrs_epi16)
 // (a + b + 1) >> 1 without overflow.
-QELJ_LANES2(average, uint8_t, _mm_avg_epu8, _mm256_avg_epu8, plain::average)
-QELJ_LANES2(average, uint16_t, _mm_avg_epu16, _mm256_avg_epu16, plain::average)
-QELJ_LANES2(min, uint8_t, _mm_min_epu8, _mm256_min_epu8, plain::min)
-QELJ_LANES2(min, int8_t, _mm_min_epi8, _mm256_min_epi8, plain::min)
-QELJ_LANES2(min, uint16_t, _mm_min_epu16, _mm256_min_epu16, plain::min)
-QELJ_LANES2(min, int16_t, _mm_min_epi16, _mm256_min_epi16, plain::min)
-QELJ_LANES2(min, uint32_t, _mm_min_epu32, _mm256_min_epu32, plain::min)
-QELJ_LANES2(min, int32_t, _mm_min_epi32, _mm256_min_epi32, plain::min)
-QELJ_LANES2(max, uint8_t, _mm_max_epu8, _mm256_max_epu8, plain::max)
-QELJ_LANES2(max, int8_t, _mm_max_epi8, _mm256_max_epi8, plain::max)
-QELJ_LANES2(max, uint16_t, _mm_max_epu16, _mm256_max_epu16, plain::max)
-QELJ_LANES2(max, int16_t, _mm_max_epi16, _mm256_max_epi16, plain::max)
-QELJ_LANES2(max, uint32_t, _mm_max_epu32, _mm256_max_epu32, plain::max)
-QELJ_LANES2(max, int32_t, _mm_max_epi32, _mm256_max_epi32, plain::max)
+QELJ_LANES2(average, uint8_t, _mm_avg_epu8, _mm256_avg_epu8)
+QELJ_LANES2(average, uint16_t, _mm_avg_epu16, _mm256_avg_epu16)
+QELJ_LANES2(min, uint8_t, _mm_min_epu8, _mm256_min_epu8)
+QELJ_LANES2(min, int8_t, _mm_min_epi8, _mm256_min_epi8)
+QELJ_LANES2(min, uint16_t, _mm_min_epu16, _mm256_min_epu16)
+QELJ_LANES2(min, int16_t, _mm_min_epi16, _mm256_min_epi16)
+QELJ_LANES2(min, uint32_t, _mm_min_epu32, _mm256_min_epu32)
+QELJ_LANES2(min, int32_t, _mm_min_epi32, _mm256_min_epi32)
+QELJ_LANES2(max, uint8_t, _mm_max_epu8, _mm256_max_epu8)
+QELJ_LANES2(max, int8_t, _mm_max_epi8, _mm256_max_epi8)
+QELJ_LANES2(max, uint16_t, _mm_max_epu16, _mm256_max_epu16)
+QELJ_LANES2(max, int16_t, _mm_max_epi16, _mm256_max_epi16)
+QELJ_LANES2(max, uint32_t, _mm_max_epu32, _mm256_max_epu32)
+QELJ_LANES2(max, int32_t, _mm_max_epi32, _mm256_max_epi32)
 
 // The magnitude, wrapping for the most negative value.
 template <class V>
@@ -287,9 +357,7 @@ inline With<int32_t, V> roundToInt(V a) {
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return (Vec<int32_t, 16>)_mm_cvtps_epi32((__m128)a);
 #endif
-  With<int32_t, V> r;
-  for (int i = 0; i < kLanes<V>; ++i) r[i] = qelj::roundToInt(a[i]);
-  return r;
+  return detail::mapLanes<With<int32_t, V>>([](float x) { return qelj::roundToInt(x); }, a);
 }
 // The same, cut towards zero.
 template <class V>
@@ -300,9 +368,7 @@ inline With<int32_t, V> truncateToInt(V a) {
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return (Vec<int32_t, 16>)_mm_cvttps_epi32((__m128)a);
 #endif
-  With<int32_t, V> r;
-  for (int i = 0; i < kLanes<V>; ++i) r[i] = qelj::truncateToInt(a[i]);
-  return r;
+  return detail::mapLanes<With<int32_t, V>>([](float x) { return qelj::truncateToInt(x); }, a);
 }
 
 // --- operations on pairs of lanes --------------------------------------------------------------------------
@@ -317,10 +383,10 @@ inline With<int32_t, V> mulAddPairs(V a, V b) {
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return (Vec<int32_t, 16>)_mm_madd_epi16((__m128i)a, (__m128i)b);
 #endif
-  With<int32_t, V> r;
-  for (int i = 0; i < kLanes<V> / 2; ++i)
-    r[i] = qelj::addWrap<int32_t>(int32_t(a[2 * i]) * b[2 * i], int32_t(a[2 * i + 1]) * b[2 * i + 1]);
-  return r;
+  using W = With<int32_t, V>;
+  const auto even = [](V v) { return shlWrap((W)v, 16) >> 16; };
+  const auto odd = [](V v) { return (W)v >> 16; };
+  return addWrap(even(a) * even(b), odd(a) * odd(b));
 }
 // The pair (even, odd) of 16-bit weights in every pair of lanes.
 template <class V = I16>
@@ -337,10 +403,10 @@ inline With<int16_t, V> mulAddBytes(V a, With<int8_t, V> b) {
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return (Vec<int16_t, 16>)_mm_maddubs_epi16((__m128i)a, (__m128i)b);
 #endif
-  With<int16_t, V> r;
-  for (int i = 0; i < kLanes<V> / 2; ++i)
-    r[i] = saturate<int16_t>(int32_t(a[2 * i]) * b[2 * i] + int32_t(a[2 * i + 1]) * b[2 * i + 1]);
-  return r;
+  using S = With<int16_t, V>;
+  const S evenA = (S)((With<uint16_t, V>)a & 0xFF), oddA = (S)((With<uint16_t, V>)a >> 8);
+  const S evenB = shlWrap((S)b, 8) >> 8, oddB = (S)b >> 8;
+  return addSat(evenA * evenB, oddA * oddB);
 }
 // a0 + a1, a2 + a3, b0 + b1, b2 + b3 of 32-bit lanes, by blocks, wrapping. With 16-bit values in the halves of the
 // lanes, and no carry between them, it adds both halves.
@@ -353,13 +419,8 @@ inline V addNeighbours(V a, V b) {
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return (V)_mm_hadd_epi32((__m128i)a, (__m128i)b);
 #endif
-  V r;
-  for (int i = 0; i < kLanes<V>; i += 4)
-    for (int k = 0; k < 2; ++k) {
-      r[i + k] = qelj::addWrap(Lane<V>(a[i + 2 * k]), Lane<V>(a[i + 2 * k + 1]));
-      r[i + 2 + k] = qelj::addWrap(Lane<V>(b[i + 2 * k]), Lane<V>(b[i + 2 * k + 1]));
-    }
-  return r;
+  if constexpr (sizeof(V) == 32) return join(addNeighbours(lower(a), lower(b)), addNeighbours(upper(a), upper(b)));
+  else return addWrap(detail::everyNth<0, 2>(a, b), detail::everyNth<1, 2>(a, b));
 }
 // Full 64-bit products of the even 32-bit lanes.
 template <class V>
@@ -374,9 +435,8 @@ inline auto mulEven(V a, V b) {
   if constexpr (sizeof(V) == 16 && std::is_signed_v<Lane<V>>) return (W)_mm_mul_epi32((__m128i)a, (__m128i)b);
   if constexpr (sizeof(V) == 16 && !std::is_signed_v<Lane<V>>) return (W)_mm_mul_epu32((__m128i)a, (__m128i)b);
 #endif
-  W r;
-  for (int i = 0; i < kLanes<W>; ++i) r[i] = Wide(a[2 * i]) * Wide(b[2 * i]);
-  return r;
+  const auto even = [](V v) { return shlWrap((W)v, 32) >> 32; };
+  return even(a) * even(b);
 }
 // Sums of |a - b| over every eight bytes, as 64-bit lanes.
 template <class V>
@@ -388,9 +448,10 @@ inline With<uint64_t, V> sumAbsDiff8(V a, V b) {
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return (Vec<uint64_t, 16>)_mm_sad_epu8((__m128i)a, (__m128i)b);
 #endif
-  With<uint64_t, V> r{};
-  for (int i = 0; i < kLanes<V>; ++i) r[i / 8] += uint64_t(a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]);
-  return r;
+  using W = With<uint64_t, V>;
+  const W d = (W)(plain::max(a, b) - plain::min(a, b)), pairs = (d & 0x00FF00FF00FF00FF) + (d >> 8 & 0x00FF00FF00FF00FF);
+  const W fours = (pairs & 0x0000FFFF0000FFFF) + (pairs >> 16 & 0x0000FFFF0000FFFF);
+  return (fours & 0xFFFFFFFF) + (fours >> 32);
 }
 
 // --- packing: wide lanes to half as wide, saturated, by blocks ---------------------------------------------
@@ -399,14 +460,12 @@ inline With<uint64_t, V> sumAbsDiff8(V a, V b) {
 namespace plain {
 template <class To, class V>
 inline With<To, V> pack(V a, V b) {
-  constexpr int n = 16 / int(sizeof(Lane<V>));  // wide lanes in a block
-  With<To, V> r;
-  for (int block = 0; block < int(sizeof(V)) / 16; ++block)
-    for (int i = 0; i < n; ++i) {
-      r[block * 2 * n + i] = saturate<To>(Lane<V>(a[block * n + i]));
-      r[block * 2 * n + n + i] = saturate<To>(Lane<V>(b[block * n + i]));
-    }
-  return r;
+  using L = Lane<V>;
+  using N = With<To, V>;
+  const auto narrow = [](V v) {
+    return (N)max(min(v, splat<V>(L(std::numeric_limits<To>::max()))), splat<V>(L(std::numeric_limits<To>::min())));
+  };
+  return detail::everyNth<0, 2>(narrow(a), narrow(b));  // the low halves, which stand first
 }
 }  // namespace plain
 
@@ -467,14 +526,8 @@ inline V unpackLow(V a, V b) {
 #if QELJ_HAS_SSE41
   QELJ_UNPACK_16(lo)
 #endif
-  V r;
-  constexpr int n = 16 / int(sizeof(Lane<V>));
-  for (int i = 0; i < kLanes<V>; i += 2) {
-    const int from = i / n * n + i % n / 2;
-    r[i] = a[from];
-    r[i + 1] = b[from];
-  }
-  return r;
+  if constexpr (sizeof(V) == 32) return join(unpackLow(lower(a), lower(b)), unpackLow(upper(a), upper(b)));
+  else return detail::interleaved<0>(a, b);
 }
 template <class V>
 inline V unpackHigh(V a, V b) {
@@ -484,14 +537,8 @@ inline V unpackHigh(V a, V b) {
 #if QELJ_HAS_SSE41
   QELJ_UNPACK_16(hi)
 #endif
-  V r;
-  constexpr int n = 16 / int(sizeof(Lane<V>));
-  for (int i = 0; i < kLanes<V>; i += 2) {
-    const int from = i / n * n + n / 2 + i % n / 2;
-    r[i] = a[from];
-    r[i + 1] = b[from];
-  }
-  return r;
+  if constexpr (sizeof(V) == 32) return join(unpackHigh(lower(a), lower(b)), unpackHigh(upper(a), upper(b)));
+  else return detail::interleaved<kLanes<V> / 2>(a, b);
 }
 #undef QELJ_UNPACK
 #undef QELJ_UNPACK_16
@@ -575,10 +622,10 @@ inline V shuffleBytes(V v, V index) {
   if constexpr (sizeof(V) == 16) return (V)_mm_shuffle_epi8((__m128i)v, (__m128i)index);
   if constexpr (sizeof(V) == 32) return join(shuffleBytes(lower(v), lower(index)), shuffleBytes(upper(v), upper(index)));
 #endif
-  V r;
-  for (int i = 0; i < kLanes<V>; ++i)
-    r[i] = index[i] & 0x80 ? uint8_t(0) : uint8_t(v[i / 16 * 16 + (index[i] & 15)]);
-  return r;
+  uint8_t bytes[sizeof(V)], places[sizeof(V)], results[sizeof(V)];
+  store(bytes, v), store(places, index & 15);
+  for (int i = 0; i < int(sizeof(V)); ++i) results[i] = bytes[i / 16 * 16 + places[i]];
+  return load<V>(results) & (V)(index < 0x80);
 }
 // The 32-bit lanes A, B, C, D of each block, in this order.
 template <int A, int B, int C, int D, class V>
@@ -620,9 +667,10 @@ inline V pickLanes(V v, V index) {
   if constexpr (sizeof(V) == 32) return (V)_mm256_permutevar_ps((__m256)v, (__m256i)index);
   if constexpr (sizeof(V) == 16) return (V)_mm_permutevar_ps((__m128)v, (__m128i)index);
 #endif
-  V r;
-  for (int i = 0; i < kLanes<V>; ++i) r[i] = v[i / 4 * 4 + int(index[i] & 3)];
-  return r;
+  uint32_t lanes[kLanes<V>], places[kLanes<V>], results[kLanes<V>];
+  store(lanes, v), store(places, index & 3);
+  for (int i = 0; i < kLanes<V>; ++i) results[i] = lanes[i / 4 * 4 + int(places[i])];
+  return load<V>(results);
 }
 
 // --- facts about a vector ----------------------------------------------------------------------------------
@@ -637,9 +685,11 @@ inline uint32_t topBits(V v) {
   if constexpr (sizeof(V) == 16) return uint32_t(_mm_movemask_epi8((__m128i)v));
   if constexpr (sizeof(V) == 32) return topBits(lower(v)) | topBits(upper(v)) << 16;
 #endif
-  const auto bytes = (With<uint8_t, V>)v;
+  uint64_t words[sizeof(V) / 8];
+  store(words, v);
   uint32_t bits = 0;
-  for (int i = 0; i < int(sizeof(V)); ++i) bits |= uint32_t(bytes[i] >> 7) << i;
+  for (int i = 0; i < int(sizeof(V)) / 8; ++i)  // the product gathers byte i's bit at 56 + i
+    bits |= uint32_t((words[i] >> 7 & 0x0101010101010101) * 0x0102040810204080 >> 56) << (8 * i);
   return bits;
 }
 template <class V>
@@ -722,6 +772,12 @@ struct Triples {
 };
 template <class V>
 QELJ_INLINE Triples<V> loadTriples(const void* p) {
+  if constexpr (!kShuffles) {
+    Lane<V> lanes[3][kLanes<V>];
+    for (int i = 0; i < kLanes<V>; ++i)
+      for (int c = 0; c < 3; ++c) lanes[c][i] = at(static_cast<const Lane<V>*>(p), 3 * i + c);
+    return {load<V>(lanes[0]), load<V>(lanes[1]), load<V>(lanes[2])};
+  }
   const Planes3 parts = detail::loadParts3(static_cast<const uint8_t*>(p));
   const auto channel = [&](int c) QELJ_INLINE_LAMBDA {
     const auto& s = detail::kShuffle3<Lane<V>>.split[c];
@@ -732,6 +788,15 @@ QELJ_INLINE Triples<V> loadTriples(const void* p) {
 }
 template <class V, class Store = PlainStore>
 QELJ_INLINE void storeTriples(void* p, Triples<V> v, Store put = {}) {
+  if constexpr (!kShuffles) {
+    const detail::LaneArray<V> channels[3] = {detail::LaneArray<V>(v.c0), detail::LaneArray<V>(v.c1),
+                                              detail::LaneArray<V>(v.c2)};
+    Lane<V> lanes[3 * kLanes<V>];
+    for (int i = 0; i < kLanes<V>; ++i)
+      for (int c = 0; c < 3; ++c) lanes[3 * i + c] = channels[c].lanes[i];
+    const auto* bytes = reinterpret_cast<const uint8_t*>(lanes);
+    return detail::storeParts3(static_cast<uint8_t*>(p), detail::loadParts3(bytes), put);
+  }
   const auto part = [&](int i) QELJ_INLINE_LAMBDA {
     const auto& s = detail::kShuffle3<Lane<V>>.merge[i];
     return shuffleBytes((U8)v.c0, blockPattern(s[0])) | shuffleBytes((U8)v.c1, blockPattern(s[1])) |
@@ -748,6 +813,13 @@ QELJ_INLINE void storePixels3(uint8_t* p, Planes3 v, Store put = {}) {
   storeTriples<U8>(p, {v.c0, v.c1, v.c2}, put);
 }
 QELJ_INLINE Planes4 loadPixels4(const uint8_t* p) {
+  if constexpr (!kShuffles) {
+    const auto channel = [p](int c) QELJ_INLINE_LAMBDA {
+      const auto quarter = [&](int i) { return (I32)(load<U32>(p + kBytes * i) >> 8 * c & 0xFF); };
+      return (U8)packU8(packI16(quarter(0), quarter(1)), packI16(quarter(2), quarter(3)));
+    };
+    return {channel(0), channel(1), channel(2), channel(3)};
+  }
   // Part i: four pixels of each block, as four bytes of each channel.
   const auto part = [p](int i) QELJ_INLINE_LAMBDA {
     constexpr uint8_t kByChannel[16] = {0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15};

@@ -146,7 +146,7 @@ inline V differenceSat(V a, V b) {
 template <int c, class V>
 inline V mulrs(V x) {
   if constexpr (kOneSample<V>)
-    return simd::plain::mulHiRound(x, int16_t(c));
+    return int16_t((x * int16_t(c) + 16384) >> 15);
   else
     return simd::mulHiRound(x, all<V>(int16_t(c)));
 }
