@@ -577,6 +577,10 @@ inline Two<V> interleave(V a, V b) {
 // The inverse: the even and the odd lanes of 2n consecutive lanes.
 template <class V>
 inline Two<V> deinterleave(V first, V second) {
+#if !QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16)
+    return {detail::everyNth<0, 2>(first, second), detail::everyNth<1, 2>(first, second)};
+#endif
   if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) {
     return {orderPacked(__builtin_shufflevector(first, second, 0, 2, 8, 10, 4, 6, 12, 14)),
             orderPacked(__builtin_shufflevector(first, second, 1, 3, 9, 11, 5, 7, 13, 15))};
@@ -626,6 +630,12 @@ inline V shuffleBytes(V v, V index) {
   store(bytes, v), store(places, index & 15);
   for (int i = 0; i < int(sizeof(V)); ++i) results[i] = bytes[i / 16 * 16 + places[i]];
   return load<V>(results) & (V)(index < 0x80);
+}
+// The lanes moved up by kMove within 16 bytes, zeros in front.
+template <int kMove, class V>
+inline V moveUp(V v) {
+  static_assert(sizeof(V) == 16);
+  return detail::consecutive<kLanes<V> - kMove>(V{}, v, std::make_integer_sequence<int, kLanes<V>>{});
 }
 // The 32-bit lanes A, B, C, D of each block, in this order.
 template <int A, int B, int C, int D, class V>

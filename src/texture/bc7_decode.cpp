@@ -249,7 +249,7 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
 
 template <int kMode>
 void ownDecode(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-  if constexpr (simd::kEnabled)
+  if constexpr (simd::kShuffles)
     ownDecodeVectors<kMode>(src, dst, dstStep);
   else
     ownDecodeBlock<kMode>(src, dst, dstStep);

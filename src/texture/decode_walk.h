@@ -18,7 +18,7 @@ namespace qelj::texture {
 //   group(src, dst, dstStep)   writes the 4 rows of kGroup blocks
 // clang-format off
 template <class Format>
-concept GroupDecoder = requires { Format::kGroup; } && simd::kEnabled;
+concept GroupDecoder = requires { Format::kGroup; } && simd::kShuffles;
 // clang-format on
 
 // Blocks lie in raster order. One that lies inside the image is decoded in place; one that crosses the right

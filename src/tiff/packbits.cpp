@@ -134,7 +134,7 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
   while (position < srcLen) {
     const auto header = int8_t(src[position++]);
     const int64_t room = dstLen - count;
-    if constexpr (simd::kEnabled) {
+    if constexpr (simd::kShuffles) {
       // Full literals have a branch of their own: while it is predicted, no header waits for the one before
       // it.
       if (header == 127 && room >= kMaxToken && position + kMaxToken <= srcLen) {
@@ -151,7 +151,7 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
     const int64_t n = isRun ? 1 - header : header + 1, taken = isRun ? 1 : n;
     if (n > room || (!isRun && position + n > srcLen)) return false;
     position += taken;  // behind the source's end where a run's header was its last byte
-    if (simd::kEnabled && n <= 16 && count >= 16 && position >= 16) {
+    if (simd::kShuffles && n <= 16 && count >= 16 && position >= 16) {
       tail = short_token::join(tail, load<Half>(src + position - 16), n, isRun);
       store(dst + count + n - 16, tail);
       count += n;
@@ -161,7 +161,7 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
       else
         ownCopyLiteral(dst + count, src + position - n, n);
       count += n;
-      if constexpr (simd::kEnabled) {
+      if constexpr (simd::kShuffles) {
         if (isRun && n >= 16)
           tail = simd::splat<Half>(src[position - 1]);
         else if (n >= 16)

@@ -83,22 +83,11 @@ void ownDiffRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_
 
 using Lanes = simd::Vec<int16_t, 16>;
 
-// The lanes moved up by kMove, zeros in front.
-template <int kMove>
-inline Lanes ownMoveUp(Lanes v) {
-  using U = simd::Vec<uint8_t, 16>;
-  U from;
-  for (int i = 0; i < 16; ++i) from[i] = uint8_t(i < 2 * kMove ? 0x80 : i - 2 * kMove);
-  return (Lanes)simd::shuffleBytes((U)v, from);
-}
-inline Lanes ownLastInAll(Lanes v) {
-  using U = simd::Vec<uint8_t, 16>;
-  return (Lanes)simd::shuffleBytes((U)v, U{14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15, 14, 15});
-}
+inline Lanes ownLastInAll(Lanes v) { return simd::shuffle8<7, 7, 7, 7, 7, 7, 7, 7>(v); }
 inline Lanes ownRunningSum(Lanes v) {
-  v = simd::addWrap(v, ownMoveUp<1>(v));
-  v = simd::addWrap(v, ownMoveUp<2>(v));
-  return simd::addWrap(v, ownMoveUp<4>(v));
+  v = simd::addWrap(v, simd::moveUp<1>(v));
+  v = simd::addWrap(v, simd::moveUp<2>(v));
+  return simd::addWrap(v, simd::moveUp<4>(v));
 }
 
 // Predictors 1 to 5 make rows of sums: 2 and 3 of the row above alone; 1, 4 and 5 running sums of what does
@@ -117,7 +106,7 @@ void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst,
     for (; x + 8 <= width; x += 8) {
       Lanes d = simd::load<Lanes>(row(src, 2, x));
       const Lanes above = kPredictor == 1 ? Lanes{} : simd::load<Lanes>(row(prevRow, 2, x));
-      const Lanes left = ownMoveUp<1>(above) | Lanes{c, 0, 0, 0, 0, 0, 0, 0};
+      const Lanes left = simd::moveUp<1>(above) | Lanes{c, 0, 0, 0, 0, 0, 0, 0};
       c = above[7];
       if constexpr (kPredictor == 2) d = simd::addWrap(d, above);
       if constexpr (kPredictor == 3) d = simd::addWrap(d, left);
