@@ -97,6 +97,8 @@ void checkPairsAndPacks() {
     });
     expectLanes(shuffleBytes(u, w), u, w,
                 [](B x, B y, int i) { return y[i] & 0x80 ? 0 : x[i / 16 * 16 + (y[i] & 15)]; });
+    if constexpr (Bytes == 16)
+      expectLanes(moveUp<3>(a), a, b, [](S x, S, int i) { return i < 3 ? 0 : x[i - 3]; });
     const W c = randomVector<W>(random), d = randomVector<W>(random);
     expectLanes(addNeighbours(c, d), c, d, [](W x, W y, int i) {
       const W& v = i % 4 < 2 ? x : y;
