@@ -8,6 +8,8 @@
 //   kBytes     bytes of this image's natural vector
 //   kEnabled   false in the image that runs every kernel in its scalar form; a kernel's vector loop starts with
 //              `if constexpr (simd::kEnabled)`
+//   kShuffles  whether byte shuffles and masks are instructions; where they are loops, a kernel that lives on them
+//              does better in its scalar form
 #ifndef QELJ_FRAME_SIMD_H
 #define QELJ_FRAME_SIMD_H
 
@@ -37,7 +39,6 @@ inline constexpr bool kEnabled = false;
 #else
 inline constexpr bool kEnabled = true;
 #endif
-// Whether byte shuffles and masks are instructions. Where they are loops, what lives on them has a better way.
 inline constexpr bool kShuffles = QELJ_HAS_SSE41;
 inline constexpr int kBytes = QELJ_HAS_AVX2 ? 32 : 16;
 
@@ -449,7 +450,8 @@ inline With<uint64_t, V> sumAbsDiff8(V a, V b) {
   if constexpr (sizeof(V) == 16) return (Vec<uint64_t, 16>)_mm_sad_epu8((__m128i)a, (__m128i)b);
 #endif
   using W = With<uint64_t, V>;
-  const W d = (W)(plain::max(a, b) - plain::min(a, b)), pairs = (d & 0x00FF00FF00FF00FF) + (d >> 8 & 0x00FF00FF00FF00FF);
+  const W d = (W)(plain::max(a, b) - plain::min(a, b));
+  const W pairs = (d & 0x00FF00FF00FF00FF) + (d >> 8 & 0x00FF00FF00FF00FF);
   const W fours = (pairs & 0x0000FFFF0000FFFF) + (pairs >> 16 & 0x0000FFFF0000FFFF);
   return (fours & 0xFFFFFFFF) + (fours >> 32);
 }
