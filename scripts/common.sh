@@ -29,22 +29,31 @@ need() {
   fi
 }
 
-# The processor generation to build for: what this machine can run.
-cpu_generation() {
+# The processor generations that this machine has, the best one to build for first.
+cpu_generations() {
   case $(uname -m) in
     x86_64) ;;
     *) echo portable; return ;;
   esac
-  local flags flag level=x86-64-v3
+  local flags
   flags=" $(grep -m1 '^flags' /proc/cpuinfo | cut -d: -f2) "
-  for flag in avx2 bmi1 bmi2 fma f16c movbe abm; do
-    case $flags in *" $flag "*) ;; *) level=x86-64-v2 ;; esac
-  done
-  for flag in sse4_1 sse4_2 ssse3 popcnt cx16; do
-    case $flags in *" $flag "*) ;; *) level=portable ;; esac
-  done
-  echo "$level"
+  has() {
+    local flag
+    for flag in "$@"; do
+      case $flags in *" $flag "*) ;; *) return 1 ;; esac
+    done
+  }
+  if ! has sse4_1 sse4_2 ssse3 popcnt cx16; then
+    echo portable
+  elif ! has avx2 bmi1 bmi2 fma f16c movbe abm; then
+    echo x86-64-v2
+  elif ! has avx512f avx512bw avx512cd avx512dq avx512vl; then
+    echo x86-64-v3 x86-64-v2
+  else
+    echo x86-64-v3 x86-64-v2 x86-64-v4
+  fi
 }
+cpu_generation() { cpu_generations | cut -d' ' -f1; }
 
 build_packages=(g++ cmake ninja-build libpng-dev)
 
