@@ -234,10 +234,10 @@ TEST(Dct12, RangesAndStrangeTables) {
 }
 
 TEST(Dct, ChecksInOrder) {
-  uint8_t bytes[64];
-  uint16_t words[64], table[64];
-  int16_t block[64];
-  float multipliers[64];
+  uint8_t bytes[64] = {};
+  uint16_t words[64] = {}, table[64] = {};
+  int16_t block[64] = {};
+  float multipliers[64] = {};
   const auto forward = [](auto* f, auto* src, auto* dst, auto* t) {
     EXPECT_EQ(qelStatusNullPointer, f(nullptr, 0, dst, t));
     EXPECT_EQ(qelStatusNullPointer, f(src, 0, nullptr, t));
