@@ -160,10 +160,6 @@ void measure(Peer& peer, int quality) {
 int main(int argc, char** argv) {
   using namespace qelj::bench;
   const Photo photo = loadPhoto("raccoon.png");
-  std::vector<std::unique_ptr<Peer>> peers;
-  for (int quality : {50, 85, 95}) {
-    peers.push_back(std::make_unique<Peer>(photo, quality));
-    measure(*peers.back(), quality);
-  }
+  measureQualities(photo, measure);
   return runPairs(argc, argv);
 }

@@ -223,11 +223,7 @@ struct Lossless {
 int main(int argc, char** argv) {
   using namespace qelj::bench;
   const Photo photo = loadPhoto("raccoon.png");
-  std::vector<std::unique_ptr<Peer>> peers;
-  for (int quality : {50, 85, 95}) {
-    peers.push_back(std::make_unique<Peer>(photo, quality));
-    measure(*peers.back(), quality);
-  }
+  measureQualities(photo, measure);
   Lossless rows(photo);
   const double pixels = double(photo.width) * photo.height / 1e6;
   for (int predictor : {1, 4, 7}) {

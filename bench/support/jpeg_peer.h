@@ -208,6 +208,14 @@ inline void require(bool good, const char* what) {
   std::exit(1);
 }
 
+// measure(peer, quality) for a photograph at a low, a usual and a high quality. The peers live as long as what is measured.
+template <class Measure>
+void measureQualities(const Photo& photo, Measure&& measure) {
+  static std::vector<std::unique_ptr<Peer>> peers;
+  for (int quality : {50, 85, 95})
+    measure(*peers.emplace_back(std::make_unique<Peer>(photo, quality)), quality);
+}
+
 }  // namespace qelj::bench
 
 #endif

@@ -628,10 +628,18 @@ inline Candidate ownFlat(const uint8_t* pixel) {
   return flat;
 }
 
-template <int kChannels, int kWanted>
-inline void ownMeasureAndRank(const Block& block, ShapeMoments<kChannels>& shapes, int (&ranked)[kWanted]) {
+// attempt(rank, shape, moments of the two subsets, the second subset) for the shapes that part the block best.
+template <int kChannels, class Attempt>
+inline void ownWithBestShapes(const Block& block, Attempt&& attempt) {
+  ShapeMoments<kChannels> shapes;
+  int ranked[2];
   ownMeasureShapes(block, shapes);
   ownRankShapes(shapes, ranked);
+  for (int rank = 0; rank < 2; ++rank) {
+    Moments m[2];
+    ownMomentsOf(shapes, ranked[rank], m);
+    attempt(rank, ranked[rank], m, simd::load<Pixels16>(kShapes.masks[ranked[rank]]));
+  }
 }
 
 // An error (over 16 pixels) below which no other mode is tried.
@@ -640,16 +648,11 @@ constexpr int32_t kGoodEnough = 24;
 inline void ownEncodeOpaque(const Block& block, const Moments (&all)[1], Candidate& best) {
   ownTry<6, PBits::ones, 1>(block, all, 0, Pixels16{}, 3, best);
   if (best.error <= kGoodEnough) return;
-  ShapeMoments<3> shapes;
-  int ranked[2];
-  ownMeasureAndRank(block, shapes, ranked);
-  for (const int shape : ranked) {
-    Moments m[2];
-    ownMomentsOf(shapes, shape, m);
-    const Pixels16 second = simd::load<Pixels16>(kShapes.masks[shape]);
-    ownTry<1, PBits::shared, 2>(block, m, shape, second, 3, best);
-    if (shape == ranked[0]) ownTry<3, PBits::each, 2>(block, m, shape, second, 2, best);
-  }
+  ownWithBestShapes<3>(block,
+                       [&](int rank, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
+                         ownTry<1, PBits::shared, 2>(block, m, shape, second, 3, best);
+                         if (rank == 0) ownTry<3, PBits::each, 2>(block, m, shape, second, 2, best);
+                       });
 }
 
 inline void ownEncodeAlpha(const Block& block, const Moments (&all)[1], Candidate& best) {
@@ -658,14 +661,9 @@ inline void ownEncodeAlpha(const Block& block, const Moments (&all)[1], Candidat
   ownTrySeparate<5, 2>(block, all[0], 0, best);
   ownTrySeparate<4, 3>(block, all[0], 0, best);
   ownTrySeparate<4, 2>(block, all[0], 0, best);
-  ShapeMoments<4> shapes;
-  int ranked[2];
-  ownMeasureAndRank(block, shapes, ranked);
-  for (const int shape : ranked) {
-    Moments m[2];
-    ownMomentsOf(shapes, shape, m);
-    ownTry<7, PBits::each, 2>(block, m, shape, simd::load<Pixels16>(kShapes.masks[shape]), 3, best);
-  }
+  ownWithBestShapes<4>(block, [&](int, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
+    ownTry<7, PBits::each, 2>(block, m, shape, second, 3, best);
+  });
 }
 
 struct Bc7Encoder {
