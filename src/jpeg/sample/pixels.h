@@ -3,6 +3,8 @@
 #ifndef QELJ_JPEG_SAMPLE_PIXELS_H
 #define QELJ_JPEG_SAMPLE_PIXELS_H
 
+#include <algorithm>
+
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/memory.h"
@@ -134,7 +136,8 @@ struct Writer {
   bool streams;
 
   static Writer forImage(QelSize size, int32_t pixelBytes) {
-    return {ownPastTheCaches(int64_t(size.width) * size.height * pixelBytes)};
+    const int64_t pixels = int64_t(size.width) * size.height;
+    return {ownPastTheCaches(std::min(pixels, int64_t(1) << 40) * pixelBytes)};  // far from overflow
   }
   template <class V>
   QELJ_INLINE void operator()(void* p, V v) const {
