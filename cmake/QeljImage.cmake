@@ -29,6 +29,7 @@ function(qelj_image target cpu directory)
   target_compile_options(${target} PRIVATE
     -ffp-contract=off -fno-math-errno -fno-trapping-math -Wconversion -Wno-sign-conversion
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+  target_compile_definitions(${target} PRIVATE QELJ_IMAGE="${cpu}")
   if(cpu STREQUAL "portable")
     target_compile_definitions(${target} PRIVATE QELJ_PORTABLE=1)
   elseif(cpu STREQUAL "scalar")
