@@ -41,6 +41,7 @@ function(qelj_image target cpu directory)
   endif()
   target_link_libraries(${target} PRIVATE
     qelj_warnings $<$<STREQUAL:${cpu},scalar>:qelj_scalar_warnings> qelcore OpenMP::OpenMP_CXX)
+  # Never unloaded: the OpenMP runtime would go as well, and between calls its threads wait in its code.
   target_link_options(${target} PRIVATE
-    -Wl,--version-script=${PROJECT_BINARY_DIR}/exports.map -Wl,-z,relro,-z,now)
+    -Wl,--version-script=${PROJECT_BINARY_DIR}/exports.map -Wl,-z,relro,-z,now,-z,nodelete)
 endfunction()

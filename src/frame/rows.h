@@ -16,12 +16,13 @@ inline constexpr int32_t kForkThreshold = 0x2000;
 // Runs rowOperation(y) for every row of `size`, on several threads when the image is large. Each thread gets
 // one contiguous block of rows. A row operation cannot fail, and it writes nothing that another one reads or
 // writes, so the bytes do not depend on the split. The thread count is asked for on every call, and the pixel
-// count wraps at 32 bits like the product it stands for.
+// count wraps at 32 bits like the product it stands for. One thread alone needs no region, for whose team the
+// runtime would allocate.
 template <class RowOperation>
 inline QelStatus forEachRow(QelSize size, RowOperation&& rowOperation) {
   const int32_t threads = ownGetNumThreads();
   const int32_t pixels = mulWrap(size.width, size.height);
-  if (pixels <= kForkThreshold || threads < 1) {
+  if (pixels <= kForkThreshold || threads <= 1) {
     for (int32_t y = 0; y < size.height; ++y) rowOperation(y);
   } else {
     // Where the runtime refuses to nest, the region runs on the calling thread alone.
