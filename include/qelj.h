@@ -34,6 +34,7 @@
  * Threads.  Calls that work on different buffers and different records may run at the same time. Calls on one
  *   record must be serial. Functions marked "forks" use an OpenMP team inside the call for images of more than
  *   8192 pixels; the bytes that they write do not depend on the number of threads. Nothing else starts a thread.
+ *   qelSetNumThreads of qelcore.h keeps the calls of one thread on it, or gives them a team of another size.
  *
  * Memory.  All sample and stream memory belongs to the caller. Nothing is allocated unless a function says so
  *   (...InitAlloc and a few coders); allocation goes through qelcore (see qelcore.h).

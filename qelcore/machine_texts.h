@@ -1,5 +1,6 @@
-// What the system's texts say: the thread list of the environment, the quota of a control group, the size of a
-// cache. A garbled text grants nothing and takes nothing away. Nothing here allocates or calls the C++ library.
+// What the system's texts say: the thread list of the environment, the quota of a control group, the size of
+// a cache. A garbled text grants nothing and takes nothing away. Nothing here allocates or calls the C++
+// library.
 #ifndef QELCORE_MACHINE_TEXTS_H
 #define QELCORE_MACHINE_TEXTS_H
 
@@ -21,8 +22,8 @@ inline std::string_view cut(std::string_view& text, char mark) {
   return front;
 }
 
-// Cuts the decimal number off the front of `text`; -1 where there is no digit. It stops growing far above any number
-// that is meant.
+// Cuts the decimal number off the front of `text`; -1 where there is no digit. It stops growing far above any
+// number that is meant.
 inline int64_t cutNumber(std::string_view& text) {
   constexpr int64_t kMost = 1'000'000'000'000'000;
   int64_t value = -1;
@@ -31,7 +32,8 @@ inline int64_t cutNumber(std::string_view& text) {
   return value;
 }
 
-// The first entry of OMP_NUM_THREADS, a list with one entry a nesting level; 0 when it is no number of threads.
+// The first entry of OMP_NUM_THREADS, a list with one entry a nesting level; 0 when it is no number of
+// threads.
 inline int32_t threadsAsked(std::string_view list) {
   const auto cutBlanks = [&] {
     while (!list.empty() && (list[0] == ' ' || (list[0] >= '\t' && list[0] <= '\r'))) list.remove_prefix(1);
@@ -57,14 +59,16 @@ inline int32_t processorsFor(int64_t quota, int64_t period) {
   return int32_t(std::min<int64_t>((quota - 1) / period + 1, kMostThreads));
 }
 
-// The processors that the quotas of one control group and of all groups above it grant. `root` is where the groups'
-// hierarchy is mounted, `group` the path in it; `unified` tells the second version's files from the first one's.
+// The processors that the quotas of one control group and of all groups above it grant. `root` is where the
+// groups' hierarchy is mounted, `group` the path in it; `unified` tells the second version's files from the
+// first one's.
 template <class ReadFile>
-int32_t processorsOfGroup(std::string_view root, std::string_view group, bool unified, const ReadFile& readFile) {
+int32_t processorsOfGroup(std::string_view root, std::string_view group, bool unified,
+                          const ReadFile& readFile) {
   char path[4096], text[64];
   int32_t granted = kMostThreads;
   // From a process whose group lies outside the part that it sees, the group's path leads out of the mount.
-  if (group.find("/..") != group.npos) group = {};
+  if (group.find("/..") != group.npos) group.remove_suffix(group.size());
   while (!group.empty() && group.back() == '/') group.remove_suffix(1);
   if (root.size() + group.size() + sizeof "/cpu.cfs_period_us" > sizeof path) return granted;
   std::memcpy(path, root.data(), root.size());

@@ -42,8 +42,8 @@ int32_t readThreadCount() {
   return std::max(1, std::min(allowed, processorsOfQuotas(readFile)));
 }
 
-// The system's description of the first processor's caches. (sysconf counts every third-level cache of a processor
-// in several parts as one, on some versions of the C library.)
+// The system's description of the first processor's caches. (sysconf counts every third-level cache of a
+// processor in several parts as one, on some versions of the C library.)
 int32_t readCacheSize() {
   char path[] = "/sys/devices/system/cpu/cpu0/cache/index0/size", text[32];
   long largest = 0;
@@ -87,8 +87,8 @@ uint64_t readFeatures() {
 
 // --- What is answered -------------------------------------------------------------------------------------
 
-// Finished answers; 0 while nothing has been read. Each is a fact of its own, so that no order is needed between
-// them, and threads that come first at the same time read the same.
+// Finished answers; 0 while nothing has been read. Each is a fact of its own, so that no order is needed
+// between them, and threads that come first at the same time read the same.
 constinit std::atomic<int32_t> threadCount{0};
 constinit std::atomic<int32_t> cacheBytes{0};  // or kUnknown
 constinit std::atomic<uint64_t> features{0};   // with kRead, for a processor may have none
@@ -109,22 +109,24 @@ uint64_t keptFeatures() {
   return kept(features, [] { return readFeatures() | kRead; });
 }
 
-// What the calling thread has asked for; 0: nothing. The C library of GNU would allocate a late-loaded library's
-// variable in a thread's first use of it; in the initial-exec model it stands in memory that each thread has.
+// What the calling thread has asked for; 0: nothing. The C library of GNU would allocate a late-loaded
+// library's variable in a thread's first use of it; in the initial-exec model it stands in memory that each
+// thread has.
 #ifdef __GLIBC__
 __attribute__((tls_model("initial-exec")))
 #endif
 constinit thread_local int32_t threadSetting = 0;
 
-// Of the parent's threads only the caller of fork() lives on in the child, and a team of GNU's OpenMP runtime waits for
-// the others for ever.
+// Of the parent's threads only the caller of fork() lives on in the child, and a team of GNU's OpenMP runtime
+// waits for the others for ever.
 void stayOnOneThread() {
   threadSetting = 0;
   threadCount.store(1, std::memory_order_relaxed);
 }
 
-// As early as a constructor may run, for the others of a program that this library is linked into. The thread count is
-// read again if it has been: who asks in front of the C library's own constructor finds no environment.
+// As early as a constructor may run, for the others of a program that this library is linked into. The thread
+// count is read again if it has been: who asks in front of the C library's own constructor finds no
+// environment.
 __attribute__((constructor(101))) void load() {
   threadCount.store(readThreadCount(), std::memory_order_relaxed);
   keptCacheSize();

@@ -1,15 +1,15 @@
-/* qelcore: what libqelj takes from outside, memory, the number of threads and facts of the machine, and the say that
- * a program has in the number of threads.
+/* qelcore: what libqelj takes from outside, memory, the number of threads and facts of the machine, and the
+ * say that a program has in the number of threads.
  *
  * libqelj.so leaves five names undefined: qelMalloc, qelFree, ownGetNumThreads, qelGetMaxCacheSizeB and
- * qelGetEnabledCpuFeatures. libqelcore.so supplies them. An application that wants its own memory, thread count or
- * cache figure defines functions of these names itself and links in front of libqelcore, or instead of it; what is said
- * below of the functions that it replaces then holds no more.
+ * qelGetEnabledCpuFeatures. libqelcore.so supplies them. An application that wants its own memory, thread
+ * count or cache figure defines functions of these names itself and links in front of libqelcore, or instead
+ * of it; what is said below of the functions that it replaces then holds no more.
  *
- * What the machine says is read once, when libqelcore is loaded, or in the first call if that comes earlier (from an
- * earlier constructor). After that no function but qelMalloc and qelFree allocates, locks or enters the kernel. All may
- * be called from any thread at any time, all but qelMalloc and qelFree from a signal handler too. libqelcore stays
- * loaded until the process ends, whatever dlclose() is told.
+ * What the machine says is read once, when libqelcore is loaded, or in the first call if that comes earlier
+ * (from an earlier constructor). After that no function but qelMalloc and qelFree allocates, locks or enters
+ * the kernel. All may be called from any thread at any time, all but qelMalloc and qelFree from a signal
+ * handler too. libqelcore stays loaded until the process ends, whatever dlclose() is told.
  */
 #ifndef QELCORE_H
 #define QELCORE_H
@@ -45,29 +45,32 @@ QELCORE_API void* qelMalloc(int32_t bytes);
 /* Releases a block of qelMalloc; null is ignored. */
 QELCORE_API void qelFree(void* block);
 
-/* The number of threads that the library may use for a call of the calling thread, 1 to 1024: the first of these that
- * there is.
+/* The number of threads that the library may use for a call of the calling thread, 1 to 1024: the first of
+ * these that there is.
  *
  *   1. What the thread has set by qelSetNumThreads.
- *   2. In a child of fork(): 1. OpenMP runtimes need not survive a fork (GNU's doesn't: a child's first team waits for
- *      ever if its parent had one). A child made without fork(), by a bare clone system call, is not noticed.
- *   3. The first number of OMP_NUM_THREADS, when that is a list that starts with a number from 1 up. It may exceed
- *      the number of processors; above 1024 it counts as 1024.
- *   4. The processors that the process may use: those of the affinity mask, but no more than the processor quotas of
- *      its control group and of all above it grant (cpu.max, or cpu.cfs_quota_us of the first version, below
- *      /sys/fs/cgroup), rounded up.
+ *   2. In a child of fork(): 1. OpenMP runtimes need not survive a fork (GNU's doesn't: a child's first team
+ *      waits for ever if its parent had one). A child made without fork(), by a bare clone system call, is
+ *      not noticed.
+ *   3. The first number of OMP_NUM_THREADS, when that is a list that starts with a number from 1 up. It may
+ *      exceed the number of processors; above 1024 it counts as 1024.
+ *   4. The processors that the process may use: those of the affinity mask, but no more than the processor
+ *      quotas of its control group and of all above it grant (cpu.max, or cpu.cfs_quota_us of the first
+ *      version, below /sys/fs/cgroup), rounded up.
  *
- * 3 and 4 are what held at load: later changes of the environment, of the mask or of a quota go unseen. The mask is
- * that of the thread that loaded the library. A thread that binds itself to fewer processors calls
+ * 3 and 4 are what held at load: later changes of the environment, of the mask or of a quota go unseen. The
+ * mask is that of the thread that loaded the library. A thread that binds itself to fewer processors calls
  * qelSetNumThreads. */
 QELCORE_API int32_t ownGetNumThreads(void);
 
-/* Sets the number of threads that the library may use for calls of the calling thread, other threads' calls aside.
+/* Sets the number of threads that the library may use for calls of the calling thread, other threads' calls
+ * aside.
  *
- * From 1 up it holds, whatever the environment, the affinity mask and quotas say, and in a child of fork() too, until
- * the thread sets another or ends; above 1024 it counts as 1024. 0 restores what holds without a setting, and so does
- * a negative number. A new thread has no setting, also one that OpenMP started, and neither has a child of fork(),
- * whatever its parent had set: a child that sets more than 1 answers for the OpenMP runtime's behaviour after a fork.
+ * From 1 up it holds, whatever the environment, the affinity mask and quotas say, and in a child of fork()
+ * too, until the thread sets another or ends; above 1024 it counts as 1024. 0 restores what holds without a
+ * setting, and so does a negative number. A new thread has no setting, also one that OpenMP started, and
+ * neither has a child of fork(), whatever its parent had set: a child that sets more than 1 answers for the
+ * OpenMP runtime's behaviour after a fork.
  *
  * Returns what had been set before, 0 for nothing, so that a caller can put it back:
  *

@@ -69,6 +69,18 @@ class PairReporter : public benchmark::BenchmarkReporter {
   }
 };
 
+// Starts Google Benchmark for medians of nine runs, taken by turns, so that a change of the machine's speed
+// meets all. False for arguments that it does not know.
+inline bool start(std::vector<char*> arguments) {
+  for (const char* fixed :
+       {"--benchmark_repetitions=9", "--benchmark_min_time=0.05",
+        "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true"})
+    arguments.insert(arguments.begin() + 1, const_cast<char*>(fixed));
+  int count = int(arguments.size());
+  benchmark::Initialize(&count, arguments.data());
+  return !benchmark::ReportUnrecognizedArguments(count, arguments.data());
+}
+
 inline int runPairs(int argc, char** argv) {
   bool markdown = false;
   std::vector<char*> arguments;
@@ -77,14 +89,7 @@ inline int runPairs(int argc, char** argv) {
       markdown = true;
     else
       arguments.push_back(argv[i]);
-  // Taken by turns, so that a change of the machine's speed meets both sides.
-  for (const char* fixed :
-       {"--benchmark_repetitions=9", "--benchmark_min_time=0.05",
-        "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true"})
-    arguments.insert(arguments.begin() + 1, const_cast<char*>(fixed));
-  int count = int(arguments.size());
-  benchmark::Initialize(&count, arguments.data());
-  if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 1;
+  if (!start(std::move(arguments))) return 1;
   PairReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
 

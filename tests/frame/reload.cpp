@@ -15,7 +15,8 @@ int main(int argc, char** argv) {
   for (int i = 0; i < std::atoi(argv[2]); ++i) {
     void* library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
     if (!library) return std::fprintf(stderr, "%s\n", dlerror()), 1;
-    const auto call = reinterpret_cast<decltype(&qeliSub128_JPEG_8u16s_C1R)>(dlsym(library, "qeliSub128_JPEG_8u16s_C1R"));
+    const auto call =
+        reinterpret_cast<decltype(&qeliSub128_JPEG_8u16s_C1R)>(dlsym(library, "qeliSub128_JPEG_8u16s_C1R"));
     std::vector<int16_t> dst(src.size());
     if (!call || call(src.data(), kSize.width, dst.data(), 2 * kSize.width, kSize) != qelStatusOk) return 1;
     for (const int16_t value : dst)

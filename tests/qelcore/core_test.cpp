@@ -1,7 +1,6 @@
-// The core library as it is delivered: what it answers, that it answers without the kernel's help, and what becomes of
-// it in a child of fork(). What depends on a fresh process runs this program again, in one of the modes of main().
-#include "qelcore.h"
-
+// The core library as it is delivered: what it answers, that it answers without the kernel's help, and what
+// becomes of it in a child of fork(). What depends on a fresh process runs this program again, in one of the
+// modes of main().
 #include <gtest/gtest.h>
 #include <linux/seccomp.h>
 #include <malloc.h>
@@ -21,6 +20,7 @@
 #include <vector>
 
 #include "machine_texts.h"
+#include "qelcore.h"
 #include "qelj.h"
 #include "support/random.h"
 
@@ -29,7 +29,8 @@ namespace {
 
 // --- A fresh process ---------------------------------------------------------------------------------------
 
-// In front of every constructor, the core library's own among them; but not in a mode, which shows what that one does.
+// In front of every constructor, the core library's own among them; but not in a mode, which shows what that
+// one does.
 int32_t earlyThreads, earlyCache;
 uint64_t earlyFeatures;
 void ask(int argc, char** argv) {
@@ -43,8 +44,8 @@ __attribute__((section(".preinit_array"), used)) void (*const askEarly)(int, cha
 // Mode "count": prints the number of threads.
 int printCount() { return std::printf("%d", ownGetNumThreads()) < 0; }
 
-// Mode "quiet": calls with everything but read, write and exit forbidden to the process. Prints each step before it;
-// the kernel ends the process where a call enters it.
+// Mode "quiet": calls with everything but read, write and exit forbidden to the process. Prints each step
+// before it; the kernel ends the process where a call enters it.
 int callQuietly() {
   static uint8_t source[3 * 2048 + 300], grey[64], image[4 * 2048 * 300];
   const uint8_t* const planes[] = {source, source + 2048, source + 4096};
@@ -84,21 +85,33 @@ std::string fresh(const std::string& environment, const std::string& mode) {
 
 // --- Texts -------------------------------------------------------------------------------------------------
 
+struct Text {
+  const char* text;
+  int32_t number;
+};
+
 TEST(CoreTexts, ThreadList) {
-  using qelcore::threadsAsked;
-  for (const auto& [text, threads] : std::map<std::string, int32_t>{
-           {"4", 4}, {" 8 , 2", 8}, {"3,x", 3}, {"1024", 1024}, {"1025", 1024}, {"65536", 1024},
-           {"99999999999999999999999999", 1024}, {"", 0}, {"0", 0}, {"-2", 0}, {"x", 0}, {"4x", 0}, {"4 4", 0},
-           {",4", 0}, {"  ", 0}})
-    EXPECT_EQ(threads, threadsAsked(text)) << '"' << text << '"';
+  constexpr Text kLists[] = {{"4", 4},       {" 8 , 2", 8},
+                             {"3,x", 3},     {"1024", 1024},
+                             {"1025", 1024}, {"", 0},
+                             {"0", 0},       {"-2", 0},
+                             {"x", 0},       {"4x", 0},
+                             {"4 4", 0},     {",4", 0},
+                             {"  ", 0},      {"99999999999999999999999999", 1024}};
+  for (const auto& [text, threads] : kLists) EXPECT_EQ(threads, qelcore::threadsAsked(text)) << text;
 }
 
 TEST(CoreTexts, CacheSize) {
-  using qelcore::cacheSize;
-  for (const auto& [text, bytes] : std::map<std::string, int32_t>{
-           {"48K\n", 48 << 10}, {"32M", 32 << 20}, {"1G\n", 1 << 30}, {"512", 512}, {"2G", INT32_MAX},
-           {"99999999999999999999G", INT32_MAX}, {"", 0}, {"K", 0}, {"-1K", 0}})
-    EXPECT_EQ(bytes, cacheSize(text)) << '"' << text << '"';
+  constexpr Text kSizes[] = {{"48K\n", 48 << 10},
+                             {"32M", 32 << 20},
+                             {"1G\n", 1 << 30},
+                             {"2G", INT32_MAX},
+                             {"512", 512},
+                             {"99999999999999999999G", INT32_MAX},
+                             {"", 0},
+                             {"K", 0},
+                             {"-1K", 0}};
+  for (const auto& [text, bytes] : kSizes) EXPECT_EQ(bytes, qelcore::cacheSize(text)) << text;
 }
 
 // The processors that the quotas of a file system made of these texts grant.
@@ -121,15 +134,19 @@ TEST(CoreTexts, Quotas) {
   EXPECT_EQ(2, unified("200000 100000\n"));
   EXPECT_EQ(3, unified("200001 100000\n"));
   EXPECT_EQ(1, unified("1000 100000\n"));
-  for (const char* garbled : {"max 100000\n", "", "\n", "200000", "200000 0\n", "0 100000\n", "-5 1\n", "a b", "5 -1"})
+  for (const char* garbled :
+       {"max 100000\n", "", "\n", "200000", "200000 0\n", "0 100000\n", "-5 1\n", "a b", "5 -1"})
     EXPECT_EQ(kNone, unified(garbled)) << garbled;
   EXPECT_EQ(kNone, unified("99999999999999999999 1\n"));
-  EXPECT_EQ(2, granted({{groups, "0::/a/b/c\n"}, {root + "/a/b/c/cpu.max", "max 100000\n"},
-                        {root + "/a/b/cpu.max", "400000 100000\n"}, {root + "/a/cpu.max", "150000 100000\n"},
+  EXPECT_EQ(2, granted({{groups, "0::/a/b/c\n"},
+                        {root + "/a/b/c/cpu.max", "max 100000\n"},
+                        {root + "/a/b/cpu.max", "400000 100000\n"},
+                        {root + "/a/cpu.max", "150000 100000\n"},
                         {root + "/cpu.max", "300000 100000\n"}}));
   // In a container the root is its own group; a path that leads out of the mount is not followed.
   EXPECT_EQ(2, granted({{groups, "0::/\n"}, {root + "/cpu.max", "200000 100000\n"}}));
-  EXPECT_EQ(2, granted({{groups, "0::/../../x\n"}, {root + "/cpu.max", "200000 100000\n"},
+  EXPECT_EQ(2, granted({{groups, "0::/../../x\n"},
+                        {root + "/cpu.max", "200000 100000\n"},
                         {root + "/../../x/cpu.max", "100000 100000\n"}}));
   // The first version's: one hierarchy a controller, and two files.
   const std::map<std::string, std::string> first{
@@ -200,8 +217,10 @@ TEST(Core, SettingIsTheThreadsOwn) {
 
 TEST(Core, CallsNeitherEnterTheKernelNorAllocate) {
   const std::string printed = fresh("-u OMP_NUM_THREADS", "quiet");
-  if (printed == "forbidden") GTEST_SKIP() << "the kernel lets no process forbid itself system calls (seccomp)";
-  EXPECT_EQ(": done", printed.substr(std::min(printed.rfind(':'), printed.size()))) << "it ended in: " << printed;
+  if (printed == "forbidden")
+    GTEST_SKIP() << "the kernel lets no process forbid itself system calls (seccomp)";
+  EXPECT_EQ(": done", printed.substr(std::min(printed.rfind(':'), printed.size())))
+      << "it ended in: " << printed;
 }
 
 // --- fork() ------------------------------------------------------------------------------------------------
@@ -211,7 +230,8 @@ bool shiftsRight() {
   std::vector<uint8_t> src(size_t(kSize.width) * kSize.height);
   std::vector<int16_t> dst(src.size());
   Random().fill(src.data(), src.size());
-  bool right = qeliSub128_JPEG_8u16s_C1R(src.data(), kSize.width, dst.data(), 2 * kSize.width, kSize) == qelStatusOk;
+  bool right =
+      qeliSub128_JPEG_8u16s_C1R(src.data(), kSize.width, dst.data(), 2 * kSize.width, kSize) == qelStatusOk;
   for (size_t i = 0; i < src.size(); ++i) right &= dst[i] == src[i] - 128;
   return right;
 }
@@ -241,7 +261,8 @@ TEST(CoreFork, ChildOfAParentThatForkedTeamsStaysOnOneThread) {
 
 TEST(CoreFork, ChildMaySetAnotherCount) {
   EXPECT_TRUE(trueInChild([] {
-    return qelSetNumThreads(3) == 0 && ownGetNumThreads() == 3 && qelSetNumThreads(0) == 3 && ownGetNumThreads() == 1;
+    return qelSetNumThreads(3) == 0 && ownGetNumThreads() == 3 && qelSetNumThreads(0) == 3 &&
+           ownGetNumThreads() == 1;
   }));
 }
 
