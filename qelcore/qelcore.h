@@ -7,9 +7,9 @@
  * of it; what is said below of the functions that it replaces then holds no more.
  *
  * What the machine says is read once, when libqelcore is loaded, or in the first call if that comes earlier
- * (from an earlier constructor). After that no function but qelMalloc and qelFree allocates, locks or enters
- * the kernel. All may be called from any thread at any time, all but qelMalloc and qelFree from a signal
- * handler too. libqelcore stays loaded until the process ends, whatever dlclose() is told.
+ * (from an earlier constructor). After that the functions for threads, cache and features neither allocate nor
+ * lock nor enter the kernel, and may be called from a signal handler too. All functions may be called from any
+ * thread at any time. libqelcore stays loaded until the process ends, whatever dlclose() is told.
  */
 #ifndef QELCORE_H
 #define QELCORE_H
