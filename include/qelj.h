@@ -570,6 +570,8 @@ QELJ_API QelStatus qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* src, 
  * address and needs no release. ...InitAlloc takes memory from qelcore and fills it; release it with ...Free, which is
  * the same function for all four kinds, and never pass it a record of your own memory. Copying a record with memcpy is
  * fine: an encoder that may run out of room copies its state first (see below).
+ * A coder trusts its tables, which a successful Init has filled, but not its state: whatever that holds, nothing is
+ * written outside the state and the buffers, and every call ends.
  *
  *   qelStatusNullPointer     a pointer is null; in ...InitAlloc also a failed allocation (*spec or *state is then null)
  *   qelStatusJpegHuffTable   more than 256 codes. Decoder: a code of up to 8 bits lies behind the end of its length's
@@ -674,7 +676,8 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src,
  *
  * One block of one scan of a progressive image (Annex G): the first scan of the DC coefficients, their refinements by
  * one bit each, the first scan of a band of AC coefficients, and its refinements. Buffers, positions, *marker, *lastDC,
- * restarts and what a failed call leaves are as in the normal forms of baseline block coding above.
+ * restarts and what a failed call leaves are as in the normal forms of baseline block coding above; ACRefine is fast
+ * where it has 580 bytes of room.
  *
  *   al       the point transform (successive approximation, Al), 0 to 13
  *   ss, se   the band, first and last zig-zag position: 1 <= ss <= se <= 63
@@ -686,6 +689,8 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src,
  * correction bits: one state a scan, every block of the scan in order, and the flush at the scan's end and in front of
  * every restart marker. An AC scan holds one component's blocks. A run is stored when it reaches 32767 blocks, or when
  * more than 937 correction bits are pending.
+ * A failed call whose copies the caller did not take back may leave such a run unstored: then the next calls store it
+ * first, and until that succeeds they return its failure and don't count their own blocks.
  *
  * Decoders.
  *   qelStatusNullPointer        a pointer is null
@@ -707,6 +712,7 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src,
  *   qelStatusJpegOutOfBuffer    no room
  *   qelStatusJpegHuffTable      a symbol has no code
  *   qelStatusJpegCoeffRange     DCFirst: the difference has more than 11 bits (*lastDC is updated all the same)
+ *                               AC: the state holds a run, or correction bits, that no call leaves; nothing is stored
  * ------------------------------------------------------------------------------------------------------------ */
 
 QELJ_API QelStatus qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst, int16_t* lastDC, int32_t* marker, uint32_t al, const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state);
