@@ -1017,8 +1017,15 @@ QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32s_C1(const int32_t* srcLow, con
  *   pointer must not be null.
  * Buffer.   A work buffer of at least the size that qeliWTGetBufSize_* of the same filter, type and layout reports
  *   for the tile; any alignment; its contents mean nothing before and after the call. It must not be null even
- *   where the size is 0; then it is not touched. The size functions check tile, then size (qelStatusNullPointer),
- *   and compute with any width and height, wrapping at 32 bits.
+ *   where the size is 0; then it is not touched. The size functions check tile, then size (qelStatusNullPointer).
+ *   They compute with any width w and height h, with s bytes a sample and a margin m of 4 (B53) or 8 (D97) samples:
+ *     C1IR   s * (max(w, h) + m); 0 where both are below 3 (B53) or 2 (D97)
+ *     C1R    the same and h * p, p being s * w rounded up to a multiple of 32
+ *   THE RESULT WRAPS AT 32 BITS, and a wrapped one may be positive: nothing in it tells. It holds as long as the exact
+ *   value is below 2^31. For C1IR that is a longer side of up to
+ *     B53 16s 1073741819      B53 32s 536870907      D97 16s 1073741815      D97 32s 536870903
+ *   and for C1R a square tile of up to 32766 (16s) or 23168 (32s) samples a side. Take C1R tiles of other shapes, when
+ *   they come near 2^31 bytes, from the formula in 64 bits, or transform them by C1IR.
  *
  * Arithmetic.
  *   B53, 32s  sums wrap at 32 bits.     B53, 16s  each step in 32 bits, its result cut to 16.
