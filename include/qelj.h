@@ -25,7 +25,12 @@
  *   addresses. Plane arrays, results and size records are ordinary C objects with their natural alignment. Where
  *   a function's values depend on an address (some MCU conversions do), it says so.
  *
- * Overlap.  Source and destination must not overlap unless a function says that they may.
+ * Overlap.  Source and destination must not overlap unless a function says that they may. Nor may the rows that a call
+ *   writes, in one plane or several: a step is checked to be positive, if at all, but one that is smaller than a row
+ *   makes rows overlap, and what then stands in the bytes that they share is not defined; it may differ from build to
+ *   build and, in functions that fork, from call to call. Nothing is written outside the rows all the same. Two families
+ *   say otherwise: packed 4:2:2 to RGB, and MCU conversion to pixels, write rows that overlap in order, top to bottom.
+ *   Rows that are only read may overlap one another. With one row, its step has no role.
  *
  * Status.  Every function but qeljGetLibVersion returns a QelStatus. Arguments are checked in the order that a
  *   family states, the first failure is the result, and nothing has been written by then. Each family lists the
@@ -33,7 +38,8 @@
  *
  * Threads.  Calls that work on different buffers and different records may run at the same time. Calls on one
  *   record must be serial. Functions marked "forks" use an OpenMP team inside the call for images of more than
- *   8192 pixels; the bytes that they write do not depend on the number of threads. Nothing else starts a thread.
+ *   8192 pixels; each row has one writer, so the bytes do not depend on the number of threads as long as rows do not
+ *   overlap. Nothing else starts a thread.
  *
  * Memory.  All sample and stream memory belongs to the caller. Nothing is allocated unless a function says so
  *   (...InitAlloc and a few coders); allocation goes through qelcore (see qelcore.h).
@@ -147,7 +153,7 @@ QELJ_API const QelLibVersion* qeljGetLibVersion(void);
  * Centre 8-bit samples on zero before a forward DCT, and bring them back behind an inverse one.
  *   Sub128: dst = src - 128, from -128 to 127.      Add128: dst = src + 128, clamped to 0..255.
  *
- * size.width samples a row, size.height rows; both at least 1. Any step from 1 up is accepted.
+ * size.width samples a row, size.height rows; both at least 1. Steps from 1 up pass the check; see "Overlap" above.
  * Checked in this order: src (qelStatusNullPointer), srcStep (qelStatusBadStep), dst (qelStatusNullPointer),
  * dstStep (qelStatusBadStep), size (qelStatusBadSize). Both functions fork.
  * ------------------------------------------------------------------------------------------------------------ */
