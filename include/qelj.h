@@ -651,7 +651,8 @@ QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* sta
  * from before the call, and code the block again.
  *
  * THE DIRECT FORMS have neither length nor state. Nothing bounds them: an encoder's buffer must have room for what is
- * coded, and a decoder's segment must end in a marker, or with enough bytes for four bytes of read-ahead.
+ * coded, and a decoder's segment must end in a marker, or have four more bytes behind it, none of them 0xFF, for the
+ * read-ahead.
  *
  * Direct decoding. *srcBitPos is an offset in bits, of which only the whole bytes count; *bitBuffer and *bitCount, 0 at
  * the start of a segment, hold what has been read ahead. No byte behind a marker is read: the Direct form cannot look as
@@ -1573,8 +1574,10 @@ QELJ_API QelStatus qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(const uint8_t*
  *         above srcLen), or a literal does not lie within srcLen, or a token holds more than dst has room for; in the
  *         latter two cases *srcPos is behind that token's first byte and nothing of the token is written. The bytes of
  *         the tokens before it are in dst; their number is not told.
- *         Where the last of the srcLen bytes begins a run, the run's value is read from src[srcLen]: keep one readable
- *         byte behind a source that is not known to be well formed. Nothing else is read at or above srcLen.
+ *         WHERE THE LAST OF THE srcLen BYTES BEGINS A RUN, THE RUN'S VALUE IS READ FROM src[srcLen]: ONE BYTE BEHIND THE
+ *         SOURCE. Keep a readable byte there unless the source is known to be well formed; or put a byte -128, which is
+ *         no token, behind it and count that in srcLen: a run or literal that takes it leaves *srcPos at srcLen, and was
+ *         cut short. Nothing else is read at or above srcLen.
  *
  * Checked in this order: pointers (qelStatusNullPointer), srcLen, dstLen below 1 (qelStatusBadSize). Positions are
  * unsigned, up to 0xFFFFFFFF; one at or above the length gives qelStatusOutOfBuffer and stays.
