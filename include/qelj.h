@@ -25,7 +25,12 @@
  *   addresses. Plane arrays, results and size records are ordinary C objects with their natural alignment. Where
  *   a function's values depend on an address (some MCU conversions do), it says so.
  *
- * Overlap.  Source and destination must not overlap unless a function says that they may.
+ * Overlap.  Source and destination must not overlap unless a function says that they may. Nor may the rows that a call
+ *   writes, in one plane or several: a step is checked to be positive, if at all, but one that is smaller than a row
+ *   makes rows overlap, and what then stands in the bytes that they share is not defined; it may differ from build to
+ *   build and, in functions that fork, from call to call. Nothing is written outside the rows all the same. Two families
+ *   say otherwise: packed 4:2:2 to RGB, and MCU conversion to pixels, write rows that overlap in order, top to bottom.
+ *   Rows that are only read may overlap one another. With one row, its step has no role.
  *
  * Status.  Every function but qeljGetLibVersion returns a QelStatus. Arguments are checked in the order that a
  *   family states, the first failure is the result, and nothing has been written by then. Each family lists the
@@ -33,7 +38,8 @@
  *
  * Threads.  Calls that work on different buffers and different records may run at the same time. Calls on one
  *   record must be serial. Functions marked "forks" use an OpenMP team inside the call for images of more than
- *   8192 pixels; the bytes that they write do not depend on the number of threads. Nothing else starts a thread.
+ *   8192 pixels; each row has one writer, so the bytes do not depend on the number of threads as long as rows do not
+ *   overlap. Nothing else starts a thread.
  *   qelSetNumThreads of qelcore.h keeps the calls of one thread on it, or gives them a team of another size.
  *
  * Memory.  All sample and stream memory belongs to the caller. Nothing is allocated unless a function says so
@@ -148,7 +154,7 @@ QELJ_API const QelLibVersion* qeljGetLibVersion(void);
  * Centre 8-bit samples on zero before a forward DCT, and bring them back behind an inverse one.
  *   Sub128: dst = src - 128, from -128 to 127.      Add128: dst = src + 128, clamped to 0..255.
  *
- * size.width samples a row, size.height rows; both at least 1. Any step from 1 up is accepted.
+ * size.width samples a row, size.height rows; both at least 1. Steps from 1 up pass the check; see "Overlap" above.
  * Checked in this order: src (qelStatusNullPointer), srcStep (qelStatusBadStep), dst (qelStatusNullPointer),
  * dstStep (qelStatusBadStep), size (qelStatusBadSize). Both functions fork.
  * ------------------------------------------------------------------------------------------------------------ */
@@ -571,6 +577,8 @@ QELJ_API QelStatus qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* src, 
  * address and needs no release. ...InitAlloc takes memory from qelcore and fills it; release it with ...Free, which is
  * the same function for all four kinds, and never pass it a record of your own memory. Copying a record with memcpy is
  * fine: an encoder that may run out of room copies its state first (see below).
+ * A coder trusts its tables, which a successful Init has filled, but not its state: whatever that holds, nothing is
+ * written outside the state and the buffers, and every call ends.
  *
  *   qelStatusNullPointer     a pointer is null; in ...InitAlloc also a failed allocation (*spec or *state is then null)
  *   qelStatusJpegHuffTable   more than 256 codes. Decoder: a code of up to 8 bits lies behind the end of its length's
@@ -644,7 +652,8 @@ QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* sta
  * from before the call, and code the block again.
  *
  * THE DIRECT FORMS have neither length nor state. Nothing bounds them: an encoder's buffer must have room for what is
- * coded, and a decoder's segment must end in a marker, or with enough bytes for four bytes of read-ahead.
+ * coded, and a decoder's segment must end in a marker, or have four more bytes behind it, none of them 0xFF, for the
+ * read-ahead.
  *
  * Direct decoding. *srcBitPos is an offset in bits, of which only the whole bytes count; *bitBuffer and *bitCount, 0 at
  * the start of a segment, hold what has been read ahead. No byte behind a marker is read: the Direct form cannot look as
@@ -675,7 +684,8 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src,
  *
  * One block of one scan of a progressive image (Annex G): the first scan of the DC coefficients, their refinements by
  * one bit each, the first scan of a band of AC coefficients, and its refinements. Buffers, positions, *marker, *lastDC,
- * restarts and what a failed call leaves are as in the normal forms of baseline block coding above.
+ * restarts and what a failed call leaves are as in the normal forms of baseline block coding above; ACRefine is fast
+ * where it has 580 bytes of room.
  *
  *   al       the point transform (successive approximation, Al), 0 to 13
  *   ss, se   the band, first and last zig-zag position: 1 <= ss <= se <= 63
@@ -687,6 +697,8 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src,
  * correction bits: one state a scan, every block of the scan in order, and the flush at the scan's end and in front of
  * every restart marker. An AC scan holds one component's blocks. A run is stored when it reaches 32767 blocks, or when
  * more than 937 correction bits are pending.
+ * A failed call whose copies the caller did not take back may leave such a run unstored: then the next calls store it
+ * first, and until that succeeds they return its failure and don't count their own blocks.
  *
  * Decoders.
  *   qelStatusNullPointer        a pointer is null
@@ -708,6 +720,7 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src,
  *   qelStatusJpegOutOfBuffer    no room
  *   qelStatusJpegHuffTable      a symbol has no code
  *   qelStatusJpegCoeffRange     DCFirst: the difference has more than 11 bits (*lastDC is updated all the same)
+ *                               AC: the state holds a run, or correction bits, that no call leaves; nothing is stored
  * ------------------------------------------------------------------------------------------------------------ */
 
 QELJ_API QelStatus qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst, int16_t* lastDC, int32_t* marker, uint32_t al, const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state);
@@ -1012,8 +1025,15 @@ QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32s_C1(const int32_t* srcLow, con
  *   pointer must not be null.
  * Buffer.   A work buffer of at least the size that qeliWTGetBufSize_* of the same filter, type and layout reports
  *   for the tile; any alignment; its contents mean nothing before and after the call. It must not be null even
- *   where the size is 0; then it is not touched. The size functions check tile, then size (qelStatusNullPointer),
- *   and compute with any width and height, wrapping at 32 bits.
+ *   where the size is 0; then it is not touched. The size functions check tile, then size (qelStatusNullPointer).
+ *   They compute with any width w and height h, with s bytes a sample and a margin m of 4 (B53) or 8 (D97) samples:
+ *     C1IR   s * (max(w, h) + m); 0 where both are below 3 (B53) or 2 (D97)
+ *     C1R    the same and h * p, p being s * w rounded up to a multiple of 32
+ *   THE RESULT WRAPS AT 32 BITS, and a wrapped one may be positive: nothing in it tells. It holds as long as the exact
+ *   value is below 2^31. For C1IR that is a longer side of up to
+ *     B53 16s 1073741819      B53 32s 536870907      D97 16s 1073741815      D97 32s 536870903
+ *   and for C1R a square tile of up to 32766 (16s) or 23168 (32s) samples a side. Take C1R tiles of other shapes, when
+ *   they come near 2^31 bytes, from the formula in 64 bits, or transform them by C1IR.
  *
  * Arithmetic.
  *   B53, 32s  sums wrap at 32 bits.     B53, 16s  each step in 32 bits, its result cut to 16.
@@ -1555,8 +1575,10 @@ QELJ_API QelStatus qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(const uint8_t*
  *         above srcLen), or a literal does not lie within srcLen, or a token holds more than dst has room for; in the
  *         latter two cases *srcPos is behind that token's first byte and nothing of the token is written. The bytes of
  *         the tokens before it are in dst; their number is not told.
- *         Where the last of the srcLen bytes begins a run, the run's value is read from src[srcLen]: keep one readable
- *         byte behind a source that is not known to be well formed. Nothing else is read at or above srcLen.
+ *         WHERE THE LAST OF THE srcLen BYTES BEGINS A RUN, THE RUN'S VALUE IS READ FROM src[srcLen]: ONE BYTE BEHIND THE
+ *         SOURCE. Keep a readable byte there unless the source is known to be well formed; or put a byte -128, which is
+ *         no token, behind it and count that in srcLen: a run or literal that takes it leaves *srcPos at srcLen, and was
+ *         cut short. Nothing else is read at or above srcLen.
  *
  * Checked in this order: pointers (qelStatusNullPointer), srcLen, dstLen below 1 (qelStatusBadSize). Positions are
  * unsigned, up to 0xFFFFFFFF; one at or above the length gives qelStatusOutOfBuffer and stays.

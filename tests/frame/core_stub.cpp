@@ -14,6 +14,7 @@ using qelj::test::core;
 extern "C" {
 void* qelMalloc(int32_t bytes) {
   ++core.allocations;
+  core.requestedBytes = bytes;
   return core.refuseAllocations ? nullptr : std::malloc(size_t(bytes));
 }
 void qelFree(void* block) { std::free(block); }

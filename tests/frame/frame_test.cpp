@@ -108,6 +108,7 @@ TEST(Fork, AsksForTheThreadCountOnceAndAfterTheChecks) {
   EXPECT_EQ(1, core.threadQuestions);
 }
 
+// Rows here do not overlap: only so far do the bytes not depend on the team.
 TEST(Fork, SameBytesForAnyTeam) {
   for (const QelSize size : {QelSize{128, 64}, {8193, 1}, {91, 91}, {1, 9000}, {300, 200}}) {
     for (const int threads : {-3, 0, 1, 2, 3, 7, 64}) {
@@ -115,6 +116,28 @@ TEST(Fork, SameBytesForAnyTeam) {
       Shift shift(size);
       EXPECT_EQ(qelStatusOk, shift.run());
       EXPECT_TRUE(shift.right()) << size.width << "x" << size.height << " on " << threads;
+    }
+  }
+  core.threads = 2;
+}
+
+// The one forking function whose rows may overlap: an odd width writes a pixel more, into the next row's place.
+TEST(Fork, PackedRowsThatOverlapStandInOrder) {
+  constexpr int32_t kWidth = 91, kHeight = 100;
+  Random random;
+  std::vector<uint8_t> src(2 * (kWidth + 1) * kHeight);
+  random.fill(src.data(), src.size());
+  for (const int32_t step : {3 * kWidth, kWidth, 1, 0}) {
+    std::vector<uint8_t> expected(size_t(step * (kHeight - 1) + 3 * (kWidth + 1)));
+    for (int32_t y = 0; y < kHeight; ++y)
+      qeliYCbCr422ToRGB_JPEG_8u_C2C3R(&src[size_t(2 * (kWidth + 1) * y)], 1, &expected[size_t(step * y)], 1,
+                                      {kWidth, 1});
+    for (const int threads : {1, 2, 7}) {
+      core.threads = threads;
+      std::vector<uint8_t> dst(expected.size());
+      EXPECT_EQ(qelStatusOk, qeliYCbCr422ToRGB_JPEG_8u_C2C3R(src.data(), 2 * (kWidth + 1), dst.data(), step,
+                                                             {kWidth, kHeight}));
+      EXPECT_EQ(expected, dst) << step << " on " << threads;
     }
   }
   core.threads = 2;

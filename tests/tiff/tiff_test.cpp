@@ -156,6 +156,14 @@ TEST(PackBits, UnpackPositionsAndHeaders) {
   position = 2;
   EXPECT_EQ(qelStatusOk, qeliUnpackBitsRow_TIFF_8u_C1(skip, &position, 3, dst, 3));
   EXPECT_EQ(4u, position);
+  // With a byte that is no token behind the source, counted in, the position tells that the run was cut short.
+  const uint8_t cut[] = {0, 5, 0xFE, 0x80};
+  position = 0;
+  EXPECT_EQ(qelStatusOk, qeliUnpackBitsRow_TIFF_8u_C1(cut, &position, 4, dst, 4));
+  EXPECT_EQ(4u, position);
+  position = 0;
+  EXPECT_EQ(qelStatusOk, qeliUnpackBitsRow_TIFF_8u_C1(cut, &position, 4, dst, 1));
+  EXPECT_EQ(2u, position);
   // A full destination returns with source left, and the rest continues from there.
   const uint8_t two[] = {0, 1, 0, 2};
   position = 0;

@@ -213,7 +213,8 @@ class BitReader {
 template <class Step>
 inline QelStatus ownDecode(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int32_t* marker,
                            QelDecodeHuffmanState* state, Step&& step) {
-  BitReader<true> reader(src, srcLen, *srcPos, *marker, state->bitBuffer, state->bitCount);
+  // Calls leave a count of 0 to 32; whatever a record holds, no shift may pass the accumulator.
+  BitReader<true> reader(src, srcLen, *srcPos, *marker, state->bitBuffer, state->bitCount & 63);
   const QelStatus s = step(reader);
   *srcPos = reader.position();
   *marker = reader.marker();

@@ -22,13 +22,26 @@ namespace qelj {
 // of a vector-wide store.
 constexpr int64_t ownRoomFor(int bits) { return 2 * ((bits + 7) / 8 + 1) + simd::kBytes; }
 
+// The bits of a state that wait for a byte, right-aligned; those above them don't count. Calls leave 0 to 7, and
+// whatever a record holds, no shift and no store may follow more.
+struct Pending {
+  explicit Pending(const QelEncodeHuffmanState* state)
+      : count(state->bitCount & 7), bits(state->bitBuffer >> (24 - count)) {}
+
+  int32_t count;
+  uint32_t bits;
+};
+
 class BitWriter {
  public:
   using Table = const QelEncodeHuffmanSpec*;
 
   // A position outside the destination counts as its end.
-  BitWriter(uint8_t* dst, int32_t length, int32_t position, uint32_t buffer, int32_t count)
-      : dst_(dst), position_(position), buffer_(buffer), count_(count) {
+  BitWriter(uint8_t* dst, int32_t length, int32_t position, Pending pending)
+      : dst_(dst),
+        position_(position),
+        buffer_(pending.bits << (24 - pending.count) & 0xFFFFFF),
+        count_(pending.count) {
     end_ = uint32_t(position) <= uint32_t(length) ? length : position;
   }
 
@@ -136,7 +149,7 @@ class WideWriter {
  public:
   using Table = const QelEncodeHuffmanSpec*;
 
-  // `pending` are `count` (0 to 7) bits in front of the first.
+  // `pending` are `count` (0 to 7) bits in front of the first; what stands above them is not stored.
   template <int kMaxBits>
   WideWriter(Unstuffed<kMaxBits>& memory, uint32_t pending, int count)
       : bytes_(memory.bytes), word_(pending), end_(uint32_t(count) + 7) {}
@@ -197,7 +210,7 @@ class SymbolCounter {
 // fitted.
 [[gnu::noinline]] inline QelStatus ownFlush(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
                                             QelEncodeHuffmanState* state) {
-  BitWriter sink(dst, dstLen, *dstPos, state->bitBuffer, state->bitCount);
+  BitWriter sink(dst, dstLen, *dstPos, Pending(state));
   const QelStatus s = sink.plain(0x7F, 7);
   *dstPos = sink.position();
   std::memset(static_cast<void*>(state), 0, sizeof *state);
@@ -208,7 +221,7 @@ class SymbolCounter {
 template <class Step>
 [[gnu::noinline]] QelStatus ownEncodeByBytes(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
                                              QelEncodeHuffmanState* state, Step step) {
-  BitWriter sink(dst, dstLen, *dstPos, state->bitBuffer, state->bitCount);
+  BitWriter sink(dst, dstLen, *dstPos, Pending(state));
   const QelStatus s = step(sink);
   *dstPos = sink.position();
   state->bitCount = sink.count();
@@ -225,7 +238,8 @@ template <int kMaxBits, class Step>
   if (!simd::kEnabled || position < 0 || int64_t(dstLen) - position < ownRoomFor(kMaxBits)) [[unlikely]]
     return ownEncodeByBytes(dst, dstLen, dstPos, state, step);
   Unstuffed<kMaxBits> memory;
-  WideWriter<true> sink(memory, state->bitBuffer >> (24 - state->bitCount), state->bitCount);
+  const Pending pending(state);
+  WideWriter<true> sink(memory, pending.bits, pending.count);
   const QelStatus s = step(sink);
   *dstPos = int32_t(sink.finish(dst + position) - dst);
   state->bitCount = sink.count();

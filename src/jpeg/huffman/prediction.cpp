@@ -95,12 +95,12 @@ inline Lanes ownRunningSum(Lanes v) {
 // the row above is read before dst is written there, so that dst may be src or prevRow. `first` predicts the
 // leftmost sample.
 template <int kPredictor>
-void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width,
+void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, ptrdiff_t width,
                        int32_t first) {
   int16_t c = at(prevRow, 0);
   int16_t a = int16_t(at(src, 0) + first);
   put(dst, 0, a);
-  int32_t x = 1;
+  ptrdiff_t x = 1;
   if constexpr (simd::kEnabled && kPredictor <= 5) {
     Lanes sum = Lanes{} + (kPredictor == 4 ? qelj::subWrap(a, c) : a);
     for (; x + 8 <= width; x += 8) {

@@ -108,8 +108,8 @@ constexpr QelStatus checkBandDecoder(const uint8_t* src, int32_t srcLen, const i
 // Ends a segment: the pending run, then the last byte. A run that cannot be stored leaves the state as it is.
 inline QelStatus ownFlushBand(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
                               const QelEncodeHuffmanSpec* table, QelEncodeHuffmanState* state) {
-  if (auto s = ownEncode<kMaxRefineBits>(dst, dstLen, dstPos, state,
-                                         [=](auto& sink) { return ownStoreRun(sink, table, state); });
+  if (auto s = ownEncode<kMaxRefinedRunBits>(
+          dst, dstLen, dstPos, state, [=](auto& sink) { return ownStoreRefinedRun(sink, table, state); });
       s)
     return s;
   return ownFlush(dst, dstLen, dstPos, state);

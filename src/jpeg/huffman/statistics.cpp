@@ -17,7 +17,7 @@ QelStatus ownCountLastRun(int32_t* counters, QelEncodeHuffmanState* state) {
     sink.code(counters, 0xE0);
     state->eobRun -= kLongestRun;
   }
-  if (auto s = ownStoreRun(sink, counters, state); s) return s;
+  if (auto s = ownStoreRefinedRun(sink, counters, state); s) return s;
   std::memset(static_cast<void*>(state), 0, sizeof *state);
   return qelStatusOk;
 }

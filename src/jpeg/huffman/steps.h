@@ -67,22 +67,42 @@ inline QelStatus ownStoreCorrections(Sink& sink, const uint8_t* bits, int32_t co
   for (; count >= 8; bits += 8, count -= 8)
     if (auto s = sink.plain(uint32_t(load<uint64_t>(bits) * 0x8040201008040201u >> 56), 8); s) return s;
   for (; count > 0; ++bits, --count)
-    if (auto s = sink.plain(*bits, 1); s) return s;
+    if (auto s = sink.plain(*bits & 1, 1); s) return s;
   return qelStatusOk;
 }
 
-// The pending end-of-band run, with its correction bits.
+// Whether the pending run must be stored before another block is counted. A call stores such a run at its end, so
+// that one finds it only behind a failure. Unsigned: a negative count, which no call leaves, is full as well.
+inline bool ownRunIsFull(const QelEncodeHuffmanState* state) {
+  return uint32_t(state->eobRun) >= kLongestRun;
+}
+inline bool ownRefinedRunIsFull(const QelEncodeHuffmanState* state) {
+  return ownRunIsFull(state) || uint32_t(state->correctionCount) > kMostCorrectionBits;
+}
+
+// The pending end-of-band run. One that no call leaves has no symbol.
 template <class Sink>
 inline QelStatus ownStoreRun(Sink& sink, typename Sink::Table table, QelEncodeHuffmanState* state) {
   const int32_t run = state->eobRun;
   if (run == 0) return qelStatusOk;
+  if (uint32_t(run) > kLongestRun) return qelStatusJpegCoeffRange;
   const int n = std::bit_width(uint32_t(run)) - 1;
   if (auto s = sink.code(table, unsigned(n) * 16, uint32_t(run) & ((1u << n) - 1), n); s) return s;
   state->eobRun = 0;
+  return qelStatusOk;
+}
+inline constexpr int kMaxRunBits = 16 + 14;
+
+// The same with the correction bits of its blocks; more than there is room for, or bits of no run, are none.
+template <class Sink>
+inline QelStatus ownStoreRefinedRun(Sink& sink, typename Sink::Table table, QelEncodeHuffmanState* state) {
   const int32_t count = state->correctionCount;
+  if (uint32_t(count) > (state->eobRun ? sizeof state->correctionBits : 0)) return qelStatusJpegCoeffRange;
+  if (auto s = ownStoreRun(sink, table, state); s) return s;
   state->correctionCount = 0;
   return ownStoreCorrections(sink, state->correctionBits, count);
 }
+inline constexpr int kMaxRefinedRunBits = kMaxRunBits + int(sizeof(QelEncodeHuffmanState::correctionBits));
 
 // The band's coefficients, shifted: magnitudes in 32 bits, so that -32768 has one.
 constexpr auto ownShifted = [](uint32_t al) {
@@ -101,7 +121,7 @@ template <class Sink>
 inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, uint32_t al,
                               typename Sink::Table table, QelEncodeHuffmanState* state) {
   uint64_t set = ownScanSet(src, ownShifted(al)) & ownBand(ss, se);
-  if (set)
+  if (set || ownRunIsFull(state))
     if (auto s = ownStoreRun(sink, table, state); s) return s;
   int last = ss - 1;
   for (; set; set &= set - 1) {
@@ -117,13 +137,14 @@ inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, ui
   if (last < se && (state->eobRun += 1) == kLongestRun) return ownStoreRun(sink, table, state);
   return qelStatusOk;
 }
-// A run, and 63 coefficients of up to 32 bits with three runs of 16 zeros, or a run.
-inline constexpr int kMaxFirstBits = 2 * 32 + 63 * 32 + 3 * 16;
+// A run, and 63 coefficients of up to 32 bits with three runs of 16 zeros; a run in place of the last takes less.
+inline constexpr int kMaxFirstBits = kMaxRunBits + 63 * 32 + 3 * 16;
 
 // A block of a refinement scan of a band.
 template <class Sink>
-inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se, uint32_t al,
-                               typename Sink::Table table, QelEncodeHuffmanState* state) {
+[[gnu::always_inline]] inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se,
+                                                      uint32_t al, typename Sink::Table table,
+                                                      QelEncodeHuffmanState* state) {
   const uint64_t band = ownBand(ss, se);
   const auto shifted = ownShifted(al);
   uint64_t set = ownScanSet(src, shifted) & band;
@@ -132,11 +153,14 @@ inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se, u
   const uint64_t fresh = set ? ownScanSet(src, [&](auto c) { return shifted(c) == 1; }) & band : 0;
   const uint64_t ones = set & ~fresh ? ownScanSet(src, [&](auto c) { return shifted(c) & 1; }) : 0;
 
+  // The pending run comes before any symbol of this block.
+  if (fresh || ownRefinedRunIsFull(state))
+    if (auto s = ownStoreRefinedRun(sink, table, state); s) return s;
+
   uint8_t* bits = state->correctionBits + state->correctionCount;  // of this block, behind the pending ones
   int32_t count = 0, run = 0;
   const auto storeBits = [&] {
     const QelStatus s = ownStoreCorrections(sink, bits, count);
-    bits = state->correctionBits;
     count = 0;
     return s;
   };
@@ -148,12 +172,10 @@ inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se, u
     // A run of 16 zeros is stored only while a new coefficient is to come; else it belongs to the end of the
     // band.
     for (; run > 15 && fresh >> k; run -= 16) {
-      if (auto s = ownStoreRun(sink, table, state); s) return s;
       if (auto s = sink.code(table, 0xF0); s) return s;
       if (auto s = storeBits(); s) return s;
     }
     if (fresh >> k & 1) {
-      if (auto s = ownStoreRun(sink, table, state); s) return s;
       if (auto s = sink.code(table, unsigned(run) * 16 + 1, at(src, kZigzag[k]) >= 0, 1); s) return s;
       if (auto s = storeBits(); s) return s;
       run = 0;
@@ -164,13 +186,12 @@ inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se, u
   if (last < se || run > 0 || count > 0) {
     state->eobRun += 1;
     state->correctionCount += count;
-    if (state->eobRun == kLongestRun || state->correctionCount > kMostCorrectionBits)
-      return ownStoreRun(sink, table, state);
+    if (ownRefinedRunIsFull(state)) return ownStoreRefinedRun(sink, table, state);
   }
   return qelStatusOk;
 }
-// Two runs with all pending bits, and 63 coefficients with three runs of 16 zeros.
-inline constexpr int kMaxRefineBits = 2 * 32 + 1024 + 63 * 18 + 3 * 16;
+// A run with its pending bits, and 63 coefficients with three runs of 16 zeros; a run behind the block takes less.
+inline constexpr int kMaxRefineBits = kMaxRefinedRunBits + 63 * 17 + 3 * 16;
 
 }  // namespace qelj
 

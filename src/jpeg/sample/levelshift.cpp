@@ -8,18 +8,18 @@
 namespace qelj {
 namespace {
 
-void ownSub128Row(const uint8_t* src, int16_t* dst, int32_t width) {
+void ownSub128Row(const uint8_t* src, int16_t* dst, ptrdiff_t width) {
   constexpr int kGroup = simd::kLanes<simd::I16>;
-  int32_t x = 0;
+  ptrdiff_t x = 0;
   if constexpr (simd::kEnabled)
     for (; x + kGroup <= width; x += kGroup)
       simd::store(row(dst, 2, x), simd::loadAs<simd::I16, uint8_t>(src + x) - int16_t(128));
   for (; x < width; ++x) put(dst, x, int16_t(src[x] - 128));
 }
 
-void ownAdd128Row(const int16_t* src, uint8_t* dst, int32_t width) {
+void ownAdd128Row(const int16_t* src, uint8_t* dst, ptrdiff_t width) {
   constexpr int kGroup = simd::kLanes<simd::U8>;
-  int32_t x = 0;
+  ptrdiff_t x = 0;
   if constexpr (simd::kEnabled) {
     const auto shift = simd::splat<simd::I16>(128);
     for (; x + kGroup <= width; x += kGroup) {

@@ -2,7 +2,6 @@
 // D).
 #include <algorithm>
 #include <cstring>
-#include <limits>
 
 #include "frame/check.h"
 #include "frame/fronts.h"
@@ -53,10 +52,10 @@ QelStatus isDecoder(const void* state) {
 }
 
 // Two border rows of words more than the rows of two samples, which leaves room for the flags as they are
-// kept here: no borders above and below, but words of twice the size.
-int64_t ownStateSize(QelSize size) {
-  const int64_t rowBytes = (int64_t(size.width) * 4 + 8 + 31) / 32 * 32;
-  return rowBytes * (((int64_t(size.height) + 1) >> 1) + 2) + kFixedBytes;
+// kept here: no borders above and below, but words of twice the size. Exact for every size: 2^63 and a little at most.
+uint64_t ownStateSize(QelSize size) {
+  const uint64_t rowBytes = (uint64_t(size.width) * 4 + 8 + 31) / 32 * 32;
+  return rowBytes * (((uint64_t(size.height) + 1) >> 1) + 2) + kFixedBytes;
 }
 
 // Decodes the symbols of one pass into the samples.
@@ -257,8 +256,8 @@ void ownSetPassCounter(void* state, int32_t passes) {
 
 QelStatus qeliDecodeCBProgrGetStateSize_JPEG2K(QelSize size, int32_t* stateSize) {
   if (auto s = check(area(size), nonNull(stateSize)); s) return s;
-  const int64_t bytes = ownStateSize(size);
-  if (bytes > std::numeric_limits<int32_t>::max()) return qelStatusBadSize;
+  const uint64_t bytes = ownStateSize(size);
+  if (bytes > INT32_MAX) return qelStatusBadSize;
   *stateSize = int32_t(bytes);
   return qelStatusOk;
 }
@@ -274,8 +273,8 @@ QelStatus qeliDecodeCBProgrInit_JPEG2K(void* state) {
 
 QelStatus qeliDecodeCBProgrInitAlloc_JPEG2K(QelDecodeStateJPEG2K** state, QelSize size) {
   if (auto s = check(nonNull(state), area(size)); s) return s;
-  const int64_t bytes = ownStateSize(size);
-  void* memory = bytes > std::numeric_limits<int32_t>::max() ? nullptr : ownAlloc(int32_t(bytes));
+  const uint64_t bytes = ownStateSize(size);
+  void* memory = bytes > INT32_MAX ? nullptr : ownAlloc(int32_t(bytes));
   *state = static_cast<QelDecodeStateJPEG2K*>(memory);
   if (!memory) return qelStatusNoMemory;
   ownInit(memory);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 
 #include "frame/check.h"
 #include "frame/fronts.h"
@@ -251,16 +250,13 @@ QelStatus qeliEncodeInitAlloc_JPEG2K(QelEncodeStateJPEG2K** state, QelSize size)
   if (auto s = check(nonNull(state), area(size)); s) return s;
   *state = nullptr;
   const int64_t columns = ownColumns(size), words = FlagGrid::count(size.width, size.height);
-  const double columnBytes = 8 + kStripe * 4 + double(kSymbolsPerColumn * (1 + kBytesPerSymbol));
-  if (columnBytes * double(columns) + 16 * double(size.height) > std::numeric_limits<int32_t>::max())
-    return qelStatusNoMemory;
+  if (columns > INT32_MAX / kSymbolsPerColumn) return qelStatusNoMemory;  // from here on, no product wraps
   const int64_t symbols = columns * kSymbolsPerColumn + kSymbolsPerBlock;
   // Widest alignment first.
   const int64_t flagBytes = words * 8, sampleBytes = columns * kStripe * 4;
   const int64_t outputBytes = 1 + symbols * kBytesPerSymbol + kBytesPerBlock;
   const int64_t total = int64_t(sizeof(Encoder)) + flagBytes + sampleBytes + symbols + outputBytes;
-  auto* memory =
-      static_cast<uint8_t*>(total > std::numeric_limits<int32_t>::max() ? nullptr : ownAlloc(int32_t(total)));
+  auto* memory = static_cast<uint8_t*>(total > INT32_MAX ? nullptr : ownAlloc(int32_t(total)));
   if (!memory) return qelStatusNoMemory;
   auto* e = reinterpret_cast<Encoder*>(memory);
   std::memset(static_cast<void*>(e), 0, sizeof *e);

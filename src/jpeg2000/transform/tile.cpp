@@ -350,8 +350,7 @@ void ownInverseRow(T* src, T* dst, const Split& line) {
 template <class T>
 struct Rows {
   T* base;
-  ptrdiff_t step;
-  int32_t count;
+  ptrdiff_t step, count;
   T* operator[](ptrdiff_t m) const { return row(base, step, m); }
   // Past either end stands the mirror image.
   T* mirrored(ptrdiff_t m) const { return (*this)[m < 0 ? -m : m >= count ? 2 * (count - 1) - m : m]; }
@@ -475,8 +474,8 @@ QelStatus inPlace(SampleOf<Wavelet>* srcDst, int32_t srcDstStep, const QelRect* 
 
 // Bytes between the rows of the work image.
 template <class T>
-constexpr int32_t pitch(int32_t width) {
-  return addWrap(mulWrap(width, int32_t(sizeof(T))), 31) & ~31;
+constexpr int64_t pitch(int32_t width) {
+  return (int64_t(width) * int64_t(sizeof(T)) + 31) & ~int64_t(31);
 }
 
 // The line of the work image at `j` of the band layout, as its two pieces in the caller's planes. Planes are
@@ -559,7 +558,7 @@ int32_t lineBytes(const QelRect& tile) {
 template <class Wavelet, bool withBands>
 QelStatus bufferSize(const QelRect* tile, int32_t* size) {
   if (auto s = nonNull(tile, size); s) return s;
-  const int32_t image = withBands ? mulWrap(tile->height, pitch<SampleOf<Wavelet>>(tile->width)) : 0;
+  const int32_t image = withBands ? mulWrap(tile->height, int32_t(pitch<SampleOf<Wavelet>>(tile->width))) : 0;
   *size = addWrap(lineBytes<Wavelet>(*tile), image);
   return qelStatusOk;
 }

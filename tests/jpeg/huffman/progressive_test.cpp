@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "jpeg/huffman/huffman_support.h"
+#include "jpeg/huffman/records.h"
 
 namespace qelj::test {
 namespace {
@@ -15,7 +16,7 @@ struct Scan {
 
 // One scan over blocks of one component through the library's functions.
 QelStatus encodeBlock(const Scan& scan, const int16_t* src, uint8_t* dst, int32_t length, int32_t* pos,
-                      int16_t* last, Tables& t, EncodeState& state, bool flush) {
+                      int16_t* last, Tables& t, QelEncodeHuffmanState* state, bool flush) {
   if (scan.ss == 0 && !scan.refine)
     return qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(src, dst, length, pos, last, scan.al, t.encoder(),
                                                       state, flush);
@@ -26,7 +27,7 @@ QelStatus encodeBlock(const Scan& scan, const int16_t* src, uint8_t* dst, int32_
   return ac(src, dst, length, pos, scan.ss, scan.se, scan.al, t.encoder(), state, flush);
 }
 QelStatus decodeBlock(const Scan& scan, const uint8_t* src, int32_t length, int32_t* pos, int16_t* dst,
-                      int16_t* last, int32_t* marker, Tables& t, DecodeState& state) {
+                      int16_t* last, int32_t* marker, Tables& t, QelDecodeHuffmanState* state) {
   if (scan.ss == 0 && !scan.refine)
     return qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(src, length, pos, dst, last, marker, scan.al,
                                                       t.decoder(), state);
@@ -52,6 +53,32 @@ QelStatus encodeScan(const Scan& scan, const std::vector<Block>& blocks, Tables&
   }
   out.resize(size_t(pos));
   return s;
+}
+// Codes a scan with too little room, again and again: behind each failure, the copies from before the call and some
+// bytes more.
+std::vector<uint8_t> encodeScanInPieces(Random& r, const Scan& scan, const std::vector<Block>& blocks,
+                                        Tables& t) {
+  std::vector<uint8_t> out(1);
+  EncodeState state;
+  int32_t pos = 0;
+  int16_t last = 0;
+  for (size_t n = 0; n <= blocks.size(); ++n) {
+    const bool flush = n == blocks.size();
+    const auto block = flush ? nullptr : blocks[n].data();
+    for (;;) {
+      const EncodeState state0 = state;
+      const int32_t pos0 = pos;
+      const int16_t last0 = last;
+      const QelStatus s =
+          encodeBlock(scan, block, out.data(), int32_t(out.size()), &pos, &last, t, state, flush);
+      if (s == qelStatusOk) break;
+      EXPECT_EQ(qelStatusJpegOutOfBuffer, s);
+      state = state0, pos = pos0, last = last0;
+      out.resize(out.size() + size_t(r.in(1, 40)));
+    }
+  }
+  out.resize(size_t(pos));
+  return out;
 }
 QelStatus decodeScan(const Scan& scan, std::vector<Block>& blocks, Tables& t,
                      const std::vector<uint8_t>& coded) {
@@ -96,6 +123,7 @@ TEST(Progressive, ScriptRestoresTheCoefficients) {
         ASSERT_EQ(qelStatusJpegOutOfBuffer, encodeScan(scan, blocks, t, small, room));
         ASSERT_TRUE(small.size() == room && std::equal(small.begin(), small.end(), coded.begin()));
       }
+      ASSERT_EQ(coded, encodeScanInPieces(r, scan, blocks, t));
       ASSERT_EQ(qelStatusOk, decodeScan(scan, decoded, t, coded)) << scan.ss << ' ' << scan.al;
     }
     ASSERT_EQ(blocks, decoded);
@@ -141,6 +169,7 @@ TEST(Progressive, FirstScansGiveTheStandardsBits) {
 
 // Runs of 32767 blocks end by themselves, and refinement runs before the correction bits overflow.
 TEST(Progressive, LongRuns) {
+  Random r;
   Tables t(Lists::flat());
   for (size_t count : {32766, 32767, 32768, 70000}) {
     std::vector<uint8_t> coded;
@@ -156,6 +185,7 @@ TEST(Progressive, LongRuns) {
         text += bitText(n * 16, 8) + bitText(int64_t(run), n);
       }
       ASSERT_EQ(stuffed(text), coded);
+      ASSERT_EQ(coded, encodeScanInPieces(r, scan, std::vector<Block>(count), t));
     }
   }
   std::vector<Block> full(100), decoded(100);
@@ -164,8 +194,163 @@ TEST(Progressive, LongRuns) {
       full[n][i] = int16_t((i + n) % 2 ? 3 : -2), decoded[n][i] = int16_t((i + n) % 2 ? 2 : -2);
   std::vector<uint8_t> coded;
   ASSERT_EQ(qelStatusOk, encodeScan({1, 63, 0, true}, full, t, coded, 4096));
+  ASSERT_EQ(coded, encodeScanInPieces(r, {1, 63, 0, true}, full, t));
   ASSERT_EQ(qelStatusOk, decodeScan({1, 63, 0, true}, decoded, t, coded));
   EXPECT_EQ(full, decoded);
+}
+
+// A record that ends, or begins, at an inaccessible page.
+template <class Record>
+struct Paged : PageBuffer {
+  explicit Paged(bool atStart = false) : PageBuffer(sizeof(Record), atStart) {}
+  operator Record*() { return data<Record>(); }
+  Record* operator->() { return *this; }
+  std::vector<uint8_t> bytes() { return {data(), data() + size()}; }
+};
+
+// A caller that heeds no failure: what is full stays as it is, without another block, until it can be stored.
+TEST(Progressive, FullRunsBehindFailures) {
+  Tables flat(Lists::flat());
+  Lists few;
+  few.bits[0] = 1, few.vals = {1};  // no code for a run
+  Tables none(few);
+  Block corrections{};
+  for (size_t i = 1; i < 64; ++i) corrections[i] = 2;
+  std::vector<Block> bits(16, corrections);  // 937 bits, then 1000
+  std::fill_n(bits[14].begin() + 1, 8, int16_t(0));
+  const std::vector<Block> run(32767);
+  for (const auto& [refine, blocks] : {std::pair(false, run), {true, run}, {true, bits}})
+    for (Tables* table : {&flat, &none}) {
+      const QelStatus failure = table == &flat ? qelStatusJpegOutOfBuffer : qelStatusJpegHuffTable;
+      const Scan scan{1, 63, 0, refine};
+      Paged<QelEncodeHuffmanState> state;
+      qeliEncodeHuffmanStateInit_JPEG_8u(state);
+      uint8_t byte = 0x5A;
+      int32_t pos = 1;
+      const auto code = [&](const Block& block) {
+        return encodeBlock(scan, block.data(), &byte, 1, &pos, nullptr, *table, state, false);
+      };
+      for (size_t n = 0; n + 1 < blocks.size(); ++n) ASSERT_EQ(qelStatusOk, code(blocks[n]));
+      ASSERT_EQ(failure, code(blocks.back()));
+      const auto full = state.bytes();
+      for (int n = 0; n < 7233; ++n) {
+        ASSERT_EQ(failure, code(blocks.back()));
+        ASSERT_EQ(0, std::memcmp(full.data(), state.data(), full.size()));
+      }
+      ASSERT_TRUE(pos == 1 && byte == 0x5A);
+      // With room and a table, what was counted is a stream; and so it is with another block behind it.
+      for (size_t more : {0, 1}) {
+        auto all = blocks;
+        all.insert(all.end(), more, blocks.back());
+        std::vector<uint8_t> expected, out(1000);
+        ASSERT_EQ(qelStatusOk, encodeScan(scan, all, flat, expected, 1000));
+        state.assign(full.data(), full.size());
+        pos = 0;
+        for (size_t n = 0; n <= more; ++n)
+          ASSERT_EQ(qelStatusOk, encodeBlock(scan, blocks.back().data(), out.data(), 1000, &pos, nullptr,
+                                             flat, state, n == more));
+        out.resize(size_t(pos));
+        ASSERT_EQ(expected, out);
+      }
+    }
+}
+
+// States that no call has left: counts at the edges of what a call leaves and of the types, or anything.
+int32_t anyOf(Random& r, std::initializer_list<int32_t> edges) {
+  if (r.chance(20)) return int32_t(r.in(INT32_MIN, INT32_MAX));
+  return *(edges.begin() + r.in(0, int64_t(edges.size()) - 1));
+}
+int32_t anyBitCount(Random& r) {
+  return anyOf(r, {0, 0, 1, 7, 8, 9, 24, 25, 31, 32, 33, 63, 64, 65535, INT32_MAX, INT32_MIN, -1, -8, -64});
+}
+int32_t anyRun(Random& r) {
+  return anyOf(r, {0, 0, 1, 2, 0x7FFE, 0x7FFF, 0x8000, 0xFFFF, 0x10000, INT32_MAX, INT32_MIN, -1});
+}
+int32_t anyCorrectionCount(Random& r) {
+  return anyOf(r, {0, 0, 1, 937, 938, 961, 962, 1000, 1024, 1025, INT32_MAX, INT32_MIN, -1, -63});
+}
+
+// Every encoder and counter ends, with a status, inside its buffers, and gives the same with room to spare and
+// without. What is no run is not flushed.
+TEST(HuffmanEncoders, GarbageStatesStayInside) {
+  Random r;
+  for (int round = 0; round < 6000; ++round) {
+    Tables t(r.chance(50) ? Lists::flat() : Lists::random(r, int(r.in(0, 256))));
+    const Scan scan = kScript[size_t(r.in(0, int64_t(kScript.size()) - 1))];
+    const Block block = randomBlock(r, int(r.in(0, 100)), int(r.in(1, 15)));
+    const int64_t kind = r.in(0, 3);
+    const auto code = [&](uint8_t* dst, int32_t length, int32_t* pos, QelEncodeHuffmanState* state,
+                          bool flush) {
+      int16_t last = 0;
+      if (kind == 0)
+        return qeliEncodeHuffman8x8_JPEG_16s1u_C1(block.data(), dst, length, pos, &last, t.encoder(),
+                                                  t.encoder(), state, flush);
+      if (kind == 1)
+        return qeliEncodeHuffmanOne_JPEG_16s1u_C1(&block[1], dst, length, pos, t.encoder(), state, flush);
+      return encodeBlock(scan, block.data(), dst, length, pos, &last, t, state, flush);
+    };
+    Paged<QelEncodeHuffmanState> state(r.chance(50)), again, counting(r.chance(50));
+    r.fill(state.data(), state.size());
+    state->bitCount = anyBitCount(r), state->eobRun = anyRun(r),
+    state->correctionCount = anyCorrectionCount(r);
+    counting.assign(state.data(), state.size());
+    const auto length = int32_t(r.in(1, r.chance(50) ? 30 : 3000));
+    Guarded out(r, size_t(length)), counters(r, 1024);
+    int32_t pos = int32_t(r.in(0, length));
+    for (int n = 0; n < 6; ++n) {
+      const bool flush = r.chance(30), noRun = kind > 1 && scan.ss && uint32_t(state->eobRun) > 0x7FFF;
+      const int32_t from = pos;
+      again.assign(state.data(), state.size());
+      const QelStatus s = code(out.data(), length, &pos, state, flush);
+      ASSERT_TRUE(out.intact() && from <= pos && pos <= length);
+      if (noRun && flush) {
+        ASSERT_TRUE(s == qelStatusJpegCoeffRange && pos == from);
+      }
+      if (s != qelStatusJpegOutOfBuffer && pos > 0) {
+        std::vector<uint8_t> exact(out.data(), out.data() + from);
+        exact.resize(size_t(pos));
+        int32_t exactPos = from;
+        ASSERT_EQ(s, code(exact.data(), pos, &exactPos, again, flush));
+        ASSERT_EQ(pos, exactPos);
+        ASSERT_TRUE(std::equal(exact.begin(), exact.end(), out.data()));
+        ASSERT_EQ(state.bytes(), again.bytes());
+      }
+      if (scan.ss == 0) continue;
+      (scan.refine ? qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1
+                   : qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1)(
+          block.data(), counters.data<int32_t>(), scan.ss, scan.se, scan.al, counting, flush);
+      ASSERT_TRUE(counters.intact());
+    }
+  }
+}
+
+TEST(HuffmanDecoders, GarbageStatesStayInside) {
+  Random r;
+  for (int round = 0; round < 6000; ++round) {
+    Tables t(r.chance(50) ? Lists::flat() : Lists::random(r, int(r.in(0, 256))));
+    const Scan scan = kScript[size_t(r.in(0, int64_t(kScript.size()) - 1))];
+    const int64_t kind = r.in(0, 3);
+    Paged<QelDecodeHuffmanState> state(r.chance(50));
+    r.fill(state.data(), state.size());
+    state->bitCount = anyBitCount(r), state->eobRun = anyRun(r);
+    PageBuffer src(size_t(r.in(2, 300)));
+    r.fill(src.data(), src.size());
+    const auto size = int32_t(src.size());
+    Guarded out(r, 128);
+    auto* const dst = out.data<int16_t>();
+    int32_t marker = 0, pos = int32_t(r.in(0, size));
+    int16_t last = 0;
+    for (int n = 0; n < 6; ++n) {
+      if (kind == 0)
+        qeliDecodeHuffman8x8_JPEG_1u16s_C1(src.data(), size, &pos, dst, &last, &marker, t.decoder(),
+                                           t.decoder(), state);
+      else if (kind == 1)
+        qeliDecodeHuffmanOne_JPEG_1u16s_C1(src.data(), size, &pos, dst, &marker, t.decoder(), state);
+      else
+        decodeBlock(scan, src.data(), size, &pos, dst, &last, &marker, t, state);
+      ASSERT_TRUE(out.intact() && pos >= 0 && pos <= size);
+    }
+  }
 }
 
 TEST(Progressive, LimitsOfValues) {

@@ -352,22 +352,6 @@ TEST(ProgressiveDecoder, KeptSamplesAndFlagsGoOn) {
   EXPECT_EQ(dst, std::vector<int32_t>(90));
 }
 
-TEST(BlockCoder, StateSizes) {
-  int32_t bytes = 0;
-  for (const auto& [size, expected] : std::vector<std::pair<QelSize, int32_t>>{{{1, 1}, 32 * 3 + 388},
-                                                                               {{64, 64}, 288 * 34 + 388},
-                                                                               {{6, 5}, 32 * 5 + 388},
-                                                                               {{7, 6}, 64 * 5 + 388}}) {
-    EXPECT_EQ(qeliDecodeGetBufSize_JPEG2K(size, &bytes), qelStatusOk);
-    EXPECT_EQ(bytes, expected);
-    EXPECT_EQ(qeliDecodeCBProgrGetStateSize_JPEG2K(size, &bytes), qelStatusOk);
-    EXPECT_EQ(bytes, expected);
-  }
-  EXPECT_EQ(qeliDecodeGetBufSize_JPEG2K({1 << 20, 1 << 20}, &bytes), qelStatusBadSize);
-  EXPECT_EQ(qeliDecodeGetBufSize_JPEG2K({0, 1}, nullptr), qelStatusBadSize);
-  EXPECT_EQ(qeliDecodeGetBufSize_JPEG2K({1, 1}, nullptr), qelStatusNullPointer);
-}
-
 TEST(BlockCoder, EncoderArguments) {
   const QelSize one{4, 4};
   QelEncodeStateJPEG2K* state = nullptr;

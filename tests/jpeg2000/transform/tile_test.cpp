@@ -197,26 +197,6 @@ TYPED_TEST(Tile, ChecksInOrder) {
   for (int i = 0; i < 4; ++i) EXPECT_EQ(i + 1, image[i]);
 }
 
-TEST(TileBuffer, Sizes) {
-  const auto size = [](auto* function, int32_t w, int32_t h) {
-    const QelRect tile{0, 0, w, h};
-    int32_t bytes = -1;
-    EXPECT_EQ(qelStatusOk, function(&tile, &bytes));
-    return bytes;
-  };
-  EXPECT_EQ(0, size(qeliWTGetBufSize_B53_JPEG2K_16s_C1IR, 2, 2));
-  EXPECT_EQ(14, size(qeliWTGetBufSize_B53_JPEG2K_16s_C1IR, 2, 3));
-  EXPECT_EQ(28, size(qeliWTGetBufSize_B53_JPEG2K_32s_C1IR, 3, 1));
-  EXPECT_EQ(0, size(qeliWTGetBufSize_D97_JPEG2K_16s_C1IR, 1, 1));
-  EXPECT_EQ(20, size(qeliWTGetBufSize_D97_JPEG2K_16s_C1IR, 2, 1));
-  EXPECT_EQ(40, size(qeliWTGetBufSize_D97_JPEG2K_32s_C1IR, 1, 2));
-  EXPECT_EQ(32, size(qeliWTGetBufSize_B53_JPEG2K_16s_C1R, 1, 1));
-  EXPECT_EQ(32, size(qeliWTGetBufSize_D97_JPEG2K_32s_C1R, 1, 1));
-  EXPECT_EQ(3 * 96 + 17 * 4 + 16, size(qeliWTGetBufSize_B53_JPEG2K_32s_C1R, 17, 3));
-  EXPECT_EQ(3 * 64 + 17 * 2 + 16, size(qeliWTGetBufSize_D97_JPEG2K_16s_C1R, 17, 3));
-  EXPECT_EQ(8, size(qeliWTGetBufSize_B53_JPEG2K_16s_C1IR, -100, 3) - 6);
-}
-
 // 5/3 gives back everything whose sums stay in range, extremes of that range included.
 TEST(Tile53, ReconstructsPerfectly) {
   Random random;
