@@ -39,6 +39,7 @@ struct Image {
   int bits = 8;
   bool half = false;
   std::vector<uint8_t> data;
+  std::string missing;  // why this is only part of the file's picture; empty: all of it
 
   Image() = default;
   Image(int32_t width, int32_t height, Colour colour, int bits = 8);
