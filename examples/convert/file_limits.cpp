@@ -48,4 +48,16 @@ void Limits::onlyPart(Image& image, const std::string& why) const {
   image.missing = why;
 }
 
+void FirstWrong::note(size_t part, const std::string& why) {
+  limits_.expectWhole(why);
+  const std::lock_guard lock(mutex_);
+  if (part >= part_) return;
+  part_ = part;
+  why_ = why;
+}
+
+void FirstWrong::settle(Image& image) const {
+  if (part_ != SIZE_MAX) limits_.onlyPart(image, why_);
+}
+
 }  // namespace qelconv

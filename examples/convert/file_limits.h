@@ -3,6 +3,8 @@
 #ifndef QELCONV_FILE_LIMITS_H
 #define QELCONV_FILE_LIMITS_H
 
+#include <cstddef>
+#include <mutex>
 #include <string>
 
 #include "image.h"
@@ -41,6 +43,22 @@ class Limits {
   uint64_t limit_;
   size_t fileBytes_;
   bool partial_;
+};
+
+// What is wrong with the first bad part of a picture, whose parts (tiles, strips) may be read side by side.
+class FirstWrong {
+ public:
+  explicit FirstWrong(const Limits& limits) : limits_(limits) {}
+  // Throws unless --partial asks for the other parts.
+  void note(size_t part, const std::string& why);
+  // Behind all parts: hands the picture out as it is.
+  void settle(Image& image) const;
+
+ private:
+  const Limits& limits_;
+  std::mutex mutex_;
+  size_t part_ = SIZE_MAX;
+  std::string why_;
 };
 
 }  // namespace qelconv

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <mutex>
 
 #include "jpeg2000.h"
 #include "jpeg2000_parallel.h"
@@ -139,7 +138,7 @@ void storePixels(const Parameters& p, Tile& tile, Image& image) {
 class TileDecoder {
  public:
   TileDecoder(const Codestream& stream, const Limits& limits, Image& image, Stages* stages)
-      : stream_(stream), p_(stream.parameters), limits_(limits), image_(image), stages_(stages) {
+      : stream_(stream), p_(stream.parameters), limits_(limits), image_(image), stages_(stages), wrong_(limits) {
     const uint64_t samples = uint64_t(image.width) * uint64_t(image.height) * p_.bits.size();
     bytes_ = image.data.size() + samples * sizeof(int32_t);
   }
@@ -147,7 +146,7 @@ class TileDecoder {
   void decode(int32_t index) {
     const auto& parts = stream_.tileParts[size_t(index)];
     if (parts.empty()) {
-      note(index, "tiles are missing");
+      wrong_.note(size_t(index), "tiles are missing");
       return fillGrey(index);
     }
     Tile tile;
@@ -160,7 +159,8 @@ class TileDecoder {
       auto coded = std::move(tile.coded);
       tile = layOut(p_, index);
       tile.coded = std::move(coded);
-      note(index, readPackets(p_, tile, limits_, visits_));
+      const std::string wrong = readPackets(p_, tile, limits_, visits_);
+      if (!wrong.empty()) wrong_.note(size_t(index), wrong);
       for (auto& c : tile.components) c.data.resize(size_t(c.area.width()) * size_t(c.area.height()));
     });
     time("block decoding", [&] {
@@ -170,7 +170,7 @@ class TileDecoder {
         const BlockJob& job = jobs[i];
         BlockDecoder& decoder = decoders[size_t(omp_get_thread_num())];
         if (!decoder.decode(p_.coding[job.componentIndex], p_.bits[0], *job.component, *job.band, *job.block))
-          note(index, "a code-block is damaged");
+          wrong_.note(size_t(index), "a code-block is damaged");
       });
     });
     time("transforms", [&] {
@@ -180,20 +180,12 @@ class TileDecoder {
     });
   }
 
-  // The first tile's complaint.
-  const std::string& wrong() const { return wrong_; }
+  const FirstWrong& wrong() const { return wrong_; }
 
  private:
   template <class Work>
   void time(const char* name, Work&& work) {
     stages_ ? stages_->time(name, work) : work();
-  }
-
-  void note(int32_t index, const std::string& wrong) {
-    if (wrong.empty()) return;
-    limits_.expectWhole(wrong);
-    const std::lock_guard lock(mutex_);
-    if (index < wrongTile_) wrongTile_ = index, wrong_ = wrong;
   }
 
   // The middle of the range, as a tile without coefficients.
@@ -214,9 +206,7 @@ class TileDecoder {
   Stages* stages_;  // null where tiles are decoded side by side
   uint64_t bytes_;  // of the picture and its coefficients
   std::atomic<uint64_t> visits_ = 0;
-  std::mutex mutex_;
-  int32_t wrongTile_ = INT32_MAX;
-  std::string wrong_;
+  FirstWrong wrong_;
 };
 
 }  // namespace
@@ -236,8 +226,8 @@ Image decodeTiles(const Codestream& stream, const Limits& limits, Stages& stages
     stages.time("tiles", [&] { inParallel(size_t(tiles), [&](size_t t) { decoder.decode(int32_t(t)); }); });
   else
     for (int32_t t = 0; t < tiles; ++t) decoder.decode(t);
-  const std::string& wrong = stream.missing.empty() ? decoder.wrong() : stream.missing;
-  if (!wrong.empty()) limits.onlyPart(image, wrong);
+  decoder.wrong().settle(image);
+  if (!stream.missing.empty()) limits.onlyPart(image, stream.missing);
   return image;
 }
 
