@@ -8,7 +8,7 @@ namespace {
 constexpr uint64_t kMegabyte = 1 << 20;
 // Without --max-memory: small pictures always, and beyond them four times what the densest of the compressions
 // (deflate, 1032 to 1) makes of a byte.
-constexpr uint64_t kFloor = 64 * kMegabyte, kPerByte = 4096;
+constexpr uint64_t kFloor = 96 * kMegabyte, kPerByte = 4096;
 // Writers hold a picture up to four times its size beside it, as coefficients or as bytes to be written.
 constexpr uint64_t kCopies = 4;
 
@@ -27,11 +27,11 @@ void Limits::expectPicture(int64_t width, int64_t height, int channels, int bits
   expectMemory(std::max(kCopies * bytes, bytes + working));
 }
 
-void Limits::expectMemory(uint64_t bytes) const {
+void Limits::expect(uint64_t bytes, const char* what) const {
   if (bytes <= limit_) return;
-  const uint64_t megabytes = bytes / kMegabyte + 1;
-  throw Error("a file of " + std::to_string(fileBytes_) + " bytes asks for " + std::to_string(megabytes) +
-              " MB of memory (--max-memory " + std::to_string(megabytes) + " allows it)");
+  const std::string megabytes = std::to_string(bytes / kMegabyte + 1);
+  throw Error("a file of " + std::to_string(fileBytes_) + " bytes asks for " + megabytes + " " + what +
+              " (--max-memory " + megabytes + " allows it)");
 }
 
 void Limits::expectData(size_t coded, uint64_t units, uint64_t bits) const {

@@ -15,7 +15,7 @@ namespace qelconv {
 // The options of all readers.
 inline constexpr OptionSpec kReadOptions[] = {
     {"partial", nullptr, "take what there is of a truncated or damaged file"},
-    {"max-memory", "MB", "memory that a file may ask for (64 and 4096 times its size)"}};
+    {"max-memory", "MB", "memory that a file may ask for (96 and 4096 times its size)"}};
 
 class Limits {
  public:
@@ -25,9 +25,9 @@ class Limits {
   // than the limit: `working` is what the reader holds beside the picture, all together.
   void expectPicture(int64_t width, int64_t height, int channels, int bits, uint64_t working = 0) const;
   // The same for memory of other kinds, and for steps of work that a file asks for without giving a bit for
-  // each, such as visits to blocks that a packet leaves out: one for a byte.
-  void expectMemory(uint64_t bytes) const;
-  void expectWork(uint64_t steps) const { expectMemory(steps); }
+  // each, such as visits to blocks that a packet leaves out: each counts as some bytes.
+  void expectMemory(uint64_t bytes) const { expect(bytes, "megabytes of memory"); }
+  void expectWork(uint64_t steps) const { expect(kBytesPerStep * steps, "megabytes' worth of work"); }
   // Throws where `coded` bytes can't hold this many units (pixels, blocks, packets) of at least `bits` bits each.
   // Under --partial nothing is expected of the data: ask for the memory as well.
   void expectData(size_t coded, uint64_t units, uint64_t bits) const;
@@ -40,6 +40,9 @@ class Limits {
   void onlyPart(Image& image, const std::string& why) const;
 
  private:
+  static constexpr uint64_t kBytesPerStep = 4;
+  void expect(uint64_t bytes, const char* what) const;
+
   uint64_t limit_;
   size_t fileBytes_;
   bool partial_;
