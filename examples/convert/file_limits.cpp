@@ -11,6 +11,8 @@ constexpr uint64_t kMegabyte = 1 << 20;
 constexpr uint64_t kFloor = 96 * kMegabyte, kPerByte = 4096;
 // Writers hold a picture up to four times its size beside it, as coefficients or as bytes to be written.
 constexpr uint64_t kCopies = 4;
+// A step of some 30 ns counts as this much memory: a second of them at the floor.
+constexpr uint64_t kBytesPerStep = 4;
 
 }  // namespace
 
@@ -27,11 +29,17 @@ void Limits::expectPicture(int64_t width, int64_t height, int channels, int bits
   expectMemory(std::max(kCopies * bytes, bytes + working));
 }
 
-void Limits::expect(uint64_t bytes, const char* what) const {
+void Limits::expectMemory(uint64_t bytes) const {
   if (bytes <= limit_) return;
   const std::string megabytes = std::to_string(bytes / kMegabyte + 1);
-  throw Error("a file of " + std::to_string(fileBytes_) + " bytes asks for " + megabytes + " " + what +
-              " (--max-memory " + megabytes + " allows it)");
+  throw Error("a file of " + std::to_string(fileBytes_) + " bytes asks for " + megabytes +
+              " MB of memory (--max-memory " + megabytes + " allows it)");
+}
+
+void Limits::expectWork(uint64_t steps) const {
+  if (steps * kBytesPerStep > limit_)
+    throw Error("a file of " + std::to_string(fileBytes_) +
+                " bytes asks for too much work (a higher --max-memory allows more)");
 }
 
 void Limits::expectData(size_t coded, uint64_t units, uint64_t bits) const {

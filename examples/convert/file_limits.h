@@ -24,10 +24,11 @@ class Limits {
   // Throws where a picture can't be held (see checkDimensions), or where the conversion would take more memory
   // than the limit: `working` is what the reader holds beside the picture, all together.
   void expectPicture(int64_t width, int64_t height, int channels, int bits, uint64_t working = 0) const;
-  // The same for memory of other kinds, and for steps of work that a file asks for without giving a bit for
-  // each, such as visits to blocks that a packet leaves out: each counts as some bytes.
-  void expectMemory(uint64_t bytes) const { expect(bytes, "megabytes of memory"); }
-  void expectWork(uint64_t steps) const { expect(kBytesPerStep * steps, "megabytes' worth of work"); }
+  // The same for memory of other kinds.
+  void expectMemory(uint64_t bytes) const;
+  // And for steps of work that a file asks for without giving a bit for each, such as visits to blocks that a packet
+  // leaves out.
+  void expectWork(uint64_t steps) const;
   // Throws where `coded` bytes can't hold this many units (pixels, blocks, packets) of at least `bits` bits each.
   // Under --partial nothing is expected of the data: ask for the memory as well.
   void expectData(size_t coded, uint64_t units, uint64_t bits) const;
@@ -40,9 +41,6 @@ class Limits {
   void onlyPart(Image& image, const std::string& why) const;
 
  private:
-  static constexpr uint64_t kBytesPerStep = 4;
-  void expect(uint64_t bytes, const char* what) const;
-
   uint64_t limit_;
   size_t fileBytes_;
   bool partial_;

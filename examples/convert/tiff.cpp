@@ -8,7 +8,6 @@
 
 #include "file_limits.h"
 #include "format.h"
-#include "parallel.h"
 
 namespace qelconv {
 namespace {
@@ -199,21 +198,22 @@ void readStrip(const Picture& p, Bytes file, bool big, size_t index, int32_t top
 Image readPicture(OrderedReader& in, const Picture& p, const Limits& limits) {
   const auto strips = size_t((p.height + p.rowsPerStrip - 1) / p.rowsPerStrip);
   uint64_t coded = 0;
-  for (size_t i = 0; i < strips; ++i) coded += p.counts[i];
+  for (size_t i = 0; i < strips; ++i) coded += std::min<size_t>(p.counts[i], in.file().size());
   // PackBits makes 128 bytes of two.
   const auto bytes = uint64_t(p.width * p.height * p.channels * (p.bits / 8));
   limits.expectData(coded, p.packBits ? bytes / 64 : bytes, 8);
+  limits.expectWork(coded / 4);  // strips may share their bytes
   limits.expectPicture(p.width, p.height, p.channels, p.bits);
   Image image(int32_t(p.width), int32_t(p.height), p.colour, p.bits);
   FirstWrong wrong(limits);
-  inParallel(strips, [&](size_t i) {
+  for (size_t i = 0; i < strips; ++i) {
     const auto top = int32_t(int64_t(i) * p.rowsPerStrip);
     try {
       readStrip(p, in.file(), in.big(), i, top, int32_t(std::min<int64_t>(p.rowsPerStrip, p.height - top)), image);
     } catch (const Damaged& e) {
       wrong.note(i, e.what());
     }
-  });
+  }
   wrong.settle(image);
   if (p.inverted) {
     const auto channels = size_t(p.channels);
@@ -228,14 +228,12 @@ Image readPicture(OrderedReader& in, const Picture& p, const Limits& limits) {
 std::array<Image, 2> split(const Image& wide) {
   std::array<Image, 2> planes = {Image(wide.width, wide.height, wide.colour, 8),
                                  Image(wide.width, wide.height, wide.colour, 8)};
-  inStrips(wide.width, wide.height, [&](int32_t first, int32_t end) {
-    for (int32_t y = first; y < end; ++y) {
-      uint8_t* const rows[] = {planes[0].row(y), planes[1].row(y)};
-      expectOk(qeliSplitRow_TIFF_16u8u_C1(reinterpret_cast<const uint16_t*>(wide.row(y)), rows,
-                                          wide.width * wide.channels()),
-               "splitting samples");
-    }
-  });
+  for (int32_t y = 0; y < wide.height; ++y) {
+    uint8_t* const rows[] = {planes[0].row(y), planes[1].row(y)};
+    expectOk(qeliSplitRow_TIFF_16u8u_C1(reinterpret_cast<const uint16_t*>(wide.row(y)), rows,
+                                        wide.width * wide.channels()),
+             "splitting samples");
+  }
   return planes;
 }
 
@@ -244,14 +242,12 @@ Image join(const Image& high, const Image& low) {
       high.colour != low.colour)
     throw Error("the first two pictures are no byte planes of one");
   Image wide(high.width, high.height, high.colour, 16);
-  inStrips(wide.width, wide.height, [&](int32_t first, int32_t end) {
-    for (int32_t y = first; y < end; ++y) {
-      const uint8_t* const rows[] = {high.row(y), low.row(y)};
-      expectOk(qeliJoinRow_TIFF_8u16u_C1(rows, reinterpret_cast<uint16_t*>(wide.row(y)),
-                                         wide.width * wide.channels()),
-               "joining samples");
-    }
-  });
+  for (int32_t y = 0; y < wide.height; ++y) {
+    const uint8_t* const rows[] = {high.row(y), low.row(y)};
+    expectOk(qeliJoinRow_TIFF_8u16u_C1(rows, reinterpret_cast<uint16_t*>(wide.row(y)),
+                                       wide.width * wide.channels()),
+             "joining samples");
+  }
   return wide;
 }
 
