@@ -138,10 +138,7 @@ void storePixels(const Parameters& p, Tile& tile, Image& image) {
 class TileDecoder {
  public:
   TileDecoder(const Codestream& stream, const Limits& limits, Image& image, Stages* stages)
-      : stream_(stream), p_(stream.parameters), limits_(limits), image_(image), stages_(stages), wrong_(limits) {
-    const uint64_t samples = uint64_t(image.width) * uint64_t(image.height) * p_.bits.size();
-    bytes_ = image.data.size() + samples * sizeof(int32_t);
-  }
+      : stream_(stream), p_(stream.parameters), limits_(limits), image_(image), stages_(stages), wrong_(limits) {}
 
   void decode(int32_t index) {
     const auto& parts = stream_.tileParts[size_t(index)];
@@ -151,14 +148,8 @@ class TileDecoder {
     }
     Tile tile;
     time("packets", [&] {
-      for (const Bytes part : parts) tile.coded.insert(tile.coded.end(), part.begin(), part.end());
-      const Extent extent = measure(p_, index);
-      limits_.expectData(tile.coded.size(), extent.packets, 8);
-      const uint64_t atOnce = stages_ ? 1 : uint64_t(omp_get_max_threads());
-      limits_.expectMemory(bytes_ + atOnce * extent.bytes);
-      auto coded = std::move(tile.coded);
       tile = layOut(p_, index);
-      tile.coded = std::move(coded);
+      for (const Bytes part : parts) tile.coded.insert(tile.coded.end(), part.begin(), part.end());
       const std::string wrong = readPackets(p_, tile, limits_, visits_);
       if (!wrong.empty()) wrong_.note(size_t(index), wrong);
       for (auto& c : tile.components) c.data.resize(size_t(c.area.width()) * size_t(c.area.height()));
@@ -204,7 +195,6 @@ class TileDecoder {
   const Limits& limits_;
   Image& image_;
   Stages* stages_;  // null where tiles are decoded side by side
-  uint64_t bytes_;  // of the picture and its coefficients
   std::atomic<uint64_t> visits_ = 0;
   FirstWrong wrong_;
 };
@@ -215,17 +205,30 @@ Image decodeTiles(const Codestream& stream, const Limits& limits, Stages& stages
   const Parameters& p = stream.parameters;
   const int32_t width = p.width - p.x0, height = p.height - p.y0;
   const auto channels = int(p.bits.size());
-  limits.expectPicture(width, height, channels, p.bits[0],
-                       sizeof(int32_t) * uint64_t(width) * uint64_t(height) * uint64_t(channels));
+  const size_t tiles = stream.tileParts.size();
   if (!stream.missing.empty()) limits.expectWhole(stream.missing);
+
+  uint64_t tileBytes = 0;
+  for (size_t t = 0; t < tiles; ++t) {
+    size_t coded = 0;
+    for (const Bytes part : stream.tileParts[t]) coded += part.size();
+    if (stream.tileParts[t].empty()) continue;
+    const Extent extent = measure(p, int32_t(t));
+    limits.expectData(coded, extent.packets, 8);  // an empty one takes a byte
+    tileBytes = std::max(tileBytes, extent.bytes);
+  }
+  const bool together = sideBySide(tiles);
+  const uint64_t atOnce = together ? uint64_t(omp_get_max_threads()) : 1;
+  const uint64_t coefficients = uint64_t(width) * uint64_t(height) * uint64_t(channels);
+  limits.expectPicture(width, height, channels, p.bits[0],
+                       sizeof(int32_t) * coefficients + atOnce * tileBytes);
+
   Image image(width, height, p.colour, p.bits[0]);
-  const auto tiles = int32_t(stream.tileParts.size());
-  const bool together = sideBySide(size_t(tiles));
   TileDecoder decoder(stream, limits, image, together ? nullptr : &stages);
   if (together)
-    stages.time("tiles", [&] { inParallel(size_t(tiles), [&](size_t t) { decoder.decode(int32_t(t)); }); });
+    stages.time("tiles", [&] { inParallel(tiles, [&](size_t t) { decoder.decode(int32_t(t)); }); });
   else
-    for (int32_t t = 0; t < tiles; ++t) decoder.decode(t);
+    for (size_t t = 0; t < tiles; ++t) decoder.decode(int32_t(t));
   decoder.wrong().settle(image);
   if (!stream.missing.empty()) limits.onlyPart(image, stream.missing);
   return image;
