@@ -229,7 +229,8 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     const int32_t step = size.width * pixelBytes;
     stages.time("decode blocks", [&] {
       inBlockStrips(size, [&](QelSize strip, size_t row, size_t block) {
-        expectOk(header.block->decode(blocks.data() + block * blockBytes, &pixels[row * size_t(step)], step, strip),
+        expectOk(header.block->decode(blocks.data() + block * blockBytes, &pixels[row * size_t(step)], step,
+                                      strip),
                  "decoding blocks");
       });
     });

@@ -6,8 +6,8 @@ namespace qelconv {
 namespace {
 
 constexpr uint64_t kMegabyte = 1 << 20;
-// Without --max-memory: small pictures always, and beyond them four times what the densest of the compressions
-// (deflate, 1032 to 1) makes of a byte.
+// Without --max-memory: small pictures always, and beyond them four times what the densest of the
+// compressions (deflate, 1032 to 1) makes of a byte.
 constexpr uint64_t kFloor = 96 * kMegabyte, kPerByte = 4096;
 // Writers hold a picture up to four times its size beside it, as coefficients or as bytes to be written.
 constexpr uint64_t kCopies = 4;
@@ -17,9 +17,8 @@ constexpr uint64_t kBytesPerStep = 4;
 }  // namespace
 
 Limits::Limits(Bytes file, const Options& options)
-    : limit_(options.has("max-memory")
-                 ? uint64_t(options.integer("max-memory", 0, 1, 1 << 20)) * kMegabyte
-                 : kFloor + kPerByte * file.size()),
+    : limit_(options.has("max-memory") ? uint64_t(options.integer("max-memory", 0, 1, 1 << 20)) * kMegabyte
+                                       : kFloor + kPerByte * file.size()),
       fileBytes_(file.size()),
       partial_(options.has("partial")) {}
 
@@ -44,7 +43,8 @@ void Limits::expectWork(uint64_t steps) const {
 
 void Limits::expectData(size_t coded, uint64_t units, uint64_t bits) const {
   // Units are counted by 64 bits, so that nothing overflows.
-  if (units / 64 * bits > coded / 8) expectWhole("the file is truncated: its data are too few for its picture");
+  if (units / 64 * bits > coded / 8)
+    expectWhole("the file is truncated: its data are too few for its picture");
 }
 
 void Limits::expectWhole(const std::string& why) const {

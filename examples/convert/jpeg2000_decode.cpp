@@ -85,8 +85,8 @@ void storePlane(const Value* from, int32_t shift, Sample* to, size_t channels, i
 
 // Rows `first` to `end` of a tile's planes; planes[c] begins with the first of them.
 template <class Value>
-void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const Value*>& planes, int32_t first,
-                  int32_t end, Image& image) {
+void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const Value*>& planes,
+                  int32_t first, int32_t end, Image& image) {
   const int32_t w = tile.area.width(), shift = 1 << (p.bits[0] - 1), top = (1 << p.bits[0]) - 1;
   const size_t channels = planes.size();
   for (size_t c = 0; c < channels; ++c)
@@ -138,7 +138,12 @@ void storePixels(const Parameters& p, Tile& tile, Image& image) {
 class TileDecoder {
  public:
   TileDecoder(const Codestream& stream, const Limits& limits, Image& image, Stages* stages)
-      : stream_(stream), p_(stream.parameters), limits_(limits), image_(image), stages_(stages), wrong_(limits) {}
+      : stream_(stream),
+        p_(stream.parameters),
+        limits_(limits),
+        image_(image),
+        stages_(stages),
+        wrong_(limits) {}
 
   void decode(int32_t index) {
     const auto& parts = stream_.tileParts[size_t(index)];
@@ -165,8 +170,7 @@ class TileDecoder {
       });
     });
     time("transforms", [&] {
-      inParallel(tile.components.size(),
-                 [&](size_t c) { invertWavelet(p_.coding[c], tile.components[c]); });
+      inParallel(tile.components.size(), [&](size_t c) { invertWavelet(p_.coding[c], tile.components[c]); });
       storePixels(p_, tile, image_);
     });
   }
@@ -184,8 +188,7 @@ class TileDecoder {
     const Area a = tileArea(p_, index);
     const size_t samples = size_t(a.width()) * p_.bits.size();
     for (int32_t y = a.y0; y < a.y1; ++y) {
-      const size_t first =
-          (size_t(y - p_.y0) * size_t(image_.width) + size_t(a.x0 - p_.x0)) * p_.bits.size();
+      const size_t first = (size_t(y - p_.y0) * size_t(image_.width) + size_t(a.x0 - p_.x0)) * p_.bits.size();
       for (size_t i = 0; i < samples; ++i) image_.setSample(first + i, 1u << (p_.bits[0] - 1));
     }
   }

@@ -71,8 +71,8 @@ class Decoder {
         steps_[p][band] = stepOf(header.quantizer[band][p], header.scaled, p > 0 && band != kHP);
   }
 
-  // Entropy coding takes four fifths of the time and goes one way through the picture: other cores would mostly wait,
-  // and on a busy machine waiting costs more than they bring.
+  // Entropy coding takes four fifths of the time and goes one way through the picture: other cores would
+  // mostly wait, and on a busy machine waiting costs more than they bring.
   Image run(Stages& stages) {
     std::vector<Macroblock> row(size_t(header_.across()));
     for (int32_t y = 0; y < header_.down() && has(kDC); ++y) {
@@ -102,12 +102,12 @@ class Decoder {
     if (wrong_.empty()) wrong_ = why;
     bands_ = band;
   }
-  // Whether a band's bits of this macroblock were there. Bands that have packets of their own are lost alone.
-  bool isWhole(Band band) {
-    if (!in(band).beyond()) return true;
-    if (in_.size() == 1 || band == kDC) throw Truncated();
+  // Behind a macroblock's bits of a band: were they all there? A packet of its own is lost alone, and with it
+  // the bands behind it.
+  void check(Band band) {
+    if (!in(band).beyond()) return;
+    if (in_.size() == 1) throw Truncated();
     lose(band, Truncated().what());
-    return false;
   }
 
   void startPacket(BitIn& in, bool trimmed) {
@@ -123,10 +123,12 @@ class Decoder {
     const bool adapts = Adaptation::adaptsAt(x, header_);
     std::memset(mb.low, 0, sizeof mb.low);
     decodeDC(mb.low);
-    if (isWhole(kDC) && has(kLP)) {
+    if (in(kDC).beyond()) throw Truncated();
+    if (has(kLP)) {
       a_.restartScans(x, 2);
       decodeLow(mb.low);
-      if (!isWhole(kLP))
+      check(kLP);
+      if (!has(kLP))
         for (auto& low : mb.low) std::fill(low + 1, low + 16, 0);
     }
     if (adapts) a_.adaptDC(), qeliVLCAdapt_JPEGXR(a_.state(), 0);
@@ -144,8 +146,8 @@ class Decoder {
       if (how == Predict::left || how == Predict::top)
         for (int p = 0; p < header_.planes; ++p)
           predict(mb.samples[p], how == Predict::left ? kHighFromLeft : kHighFromTop);
-      if (has(kFlex)) isWhole(kFlex);
-      isWhole(kHP);
+      if (has(kFlex)) check(kFlex);
+      check(kHP);
     }
     if (!has(kHP)) std::memset(mb.samples, 0, sizeof mb.samples);
     a_.remember(x, mb.low, pattern);
@@ -350,7 +352,8 @@ class Decoder {
 
 }  // namespace
 
-Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits, Stages& stages) {
+Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits,
+                 Stages& stages) {
   // A macroblock takes a bit a band at least, and one more for the DC values of three planes.
   size_t bytes = 0;
   for (const Bytes packet : packets) bytes = std::max(bytes, packet.size());

@@ -57,8 +57,8 @@ class OrderedReader {
   bool big_;
 };
 
-// The whole numbers of one directory, by tag, read when they are asked for: a field can name any place of the file, and
-// there are up to 65,535 of them.
+// The whole numbers of one directory, by tag, read when they are asked for: a field can name any place of the
+// file, and there are up to 65,535 of them.
 class Directory {
  public:
   Directory(OrderedReader& in, size_t at) : in_(in) {
@@ -164,9 +164,11 @@ void swapBytes(uint8_t* row, int32_t samples, std::vector<uint8_t>& scratch) {
   expectOk(qeliJoinRow_TIFF_8u16u_C1(exchanged, words, samples), "joining samples");
 }
 
-// Rows of one strip, from `top` on. A row of PackBits may be cut anywhere by a damaged file: a byte that is no token
-// follows the strip, so that no run's header is the source's last byte, and a run that ends in it isn't whole.
-void readStrip(const Picture& p, Bytes file, bool big, size_t index, int32_t top, int32_t rows, Image& image) {
+// Rows of one strip, from `top` on. A row of PackBits may be cut anywhere by a damaged file: a byte that is
+// no token follows the strip, so that no run's header is the source's last byte, and a run that ends in it
+// isn't whole.
+void readStrip(const Picture& p, Bytes file, bool big, size_t index, int32_t top, int32_t rows,
+               Image& image) {
   constexpr uint8_t kNoToken = 0x80;
   const int32_t rowBytes = image.step();
   Reader in(file);
@@ -181,8 +183,8 @@ void readStrip(const Picture& p, Bytes file, bool big, size_t index, int32_t top
   uint32_t position = 0;
   for (int32_t y = top; y < top + rows; ++y) {
     if (p.packBits) {
-      if (qeliUnpackBitsRow_TIFF_8u_C1(strip.data(), &position, int32_t(strip.size()), image.row(y), rowBytes) !=
-              qelStatusOk ||
+      if (qeliUnpackBitsRow_TIFF_8u_C1(strip.data(), &position, int32_t(strip.size()), image.row(y),
+                                       rowBytes) != qelStatusOk ||
           position > coded.size())
         throw Damaged("the PackBits data of row " + std::to_string(y) + " is damaged");
     } else {
@@ -209,7 +211,8 @@ Image readPicture(OrderedReader& in, const Picture& p, const Limits& limits) {
   for (size_t i = 0; i < strips; ++i) {
     const auto top = int32_t(int64_t(i) * p.rowsPerStrip);
     try {
-      readStrip(p, in.file(), in.big(), i, top, int32_t(std::min<int64_t>(p.rowsPerStrip, p.height - top)), image);
+      readStrip(p, in.file(), in.big(), i, top, int32_t(std::min<int64_t>(p.rowsPerStrip, p.height - top)),
+                image);
     } catch (const Damaged& e) {
       wrong.note(i, e.what());
     }
