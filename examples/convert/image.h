@@ -21,8 +21,13 @@ using Bytes = std::span<const uint8_t>;
 struct Error : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
-struct Truncated : Error {
-  Truncated() : Error("the file is truncated") {}
+// Of data that can't be right, in contrast to what this program can't do: readers may still have part of a
+// picture.
+struct Damaged : Error {
+  using Error::Error;
+};
+struct Truncated : Damaged {
+  Truncated() : Damaged("the file is truncated") {}
 };
 // Throws for a negative status of the library: `what` was being done.
 void expectOk(QelStatus status, const char* what);
@@ -39,6 +44,7 @@ struct Image {
   int bits = 8;
   bool half = false;
   std::vector<uint8_t> data;
+  std::string missing;  // why this is only part of the file's picture; empty: all of it
 
   Image() = default;
   Image(int32_t width, int32_t height, Colour colour, int bits = 8);

@@ -1,11 +1,11 @@
-// What encoder and decoder share: the list of a picture's blocks, loops over all cores, fixed-point facts.
+// What encoder and decoder share: the list of a picture's blocks, fixed-point facts.
 #ifndef QELCONV_JPEG2000_PARALLEL_H
 #define QELCONV_JPEG2000_PARALLEL_H
 
 #include <algorithm>
-#include <exception>
 
 #include "jpeg2000.h"
+#include "parallel.h"
 
 namespace qelconv::jpeg2000 {
 
@@ -24,21 +24,9 @@ inline size_t workBytes(const Coding& coding, const TileComponent& c) {
   return size_t(std::max(bytes, 1));
 }
 
-// work(i) for 0..count-1 on all cores. The first exception of any of them is thrown behind the loop.
-template <class Work>
-void inParallel(size_t count, Work&& work) {
-  std::exception_ptr failure;
-#pragma omp parallel for schedule(dynamic)
-  for (size_t i = 0; i < count; ++i) {
-    try {
-      work(i);
-    } catch (...) {
-#pragma omp critical
-      failure = std::current_exception();
-    }
-  }
-  if (failure) std::rethrow_exception(failure);
-}
+// Whether there are tiles enough to keep all cores busy with one each; else cores share the work on every
+// tile.
+inline bool sideBySide(size_t tiles) { return tiles >= 4 * size_t(omp_get_max_threads()); }
 
 struct BlockJob {
   size_t componentIndex;
@@ -47,7 +35,7 @@ struct BlockJob {
   Block* block;
 };
 
-inline std::vector<BlockJob> allBlocks(std::vector<Tile>& tiles) {
+inline std::vector<BlockJob> allBlocks(std::span<Tile> tiles) {
   std::vector<BlockJob> jobs;
   for (Tile& tile : tiles)
     for (size_t c = 0; c < tile.components.size(); ++c)

@@ -9,11 +9,22 @@
 #include <map>
 #include <memory>
 
+#include "file_limits.h"
 #include "format.h"
 
 namespace {
 
 using namespace qelconv;
+
+template <class Specs>
+void printOptions(const Specs& specs) {
+  for (const OptionSpec& option : specs) {
+    std::string left =
+        std::string("--") + option.name + (option.argument ? std::string(" ") + option.argument : "");
+    left.resize(std::max<size_t>(left.size(), 22), ' ');
+    std::cout << "  " << left << " " << option.help << "\n";
+  }
+}
 
 void printHelp() {
   std::cout << "usage: qelconv IN OUT [options]    convert a picture; the name of OUT tells its format\n"
@@ -22,17 +33,13 @@ void printHelp() {
                "  -v, --verbose          print the time of each stage\n"
                "  --repeat N             read and write N times, for the times: the fastest counts\n"
                "  -h, --help             print this text\n";
+  printOptions(kReadOptions);
   for (const Format* format : formats()) {
     std::cout << "\n" << format->name << " (";
     for (size_t i = 0; i < format->extensions.size(); ++i)
       std::cout << (i ? " " : "") << format->extensions[i];
     std::cout << (format->write ? format->read ? ")" : "), written only" : "), read only") << "\n";
-    for (const OptionSpec& option : format->options) {
-      std::string left =
-          std::string("--") + option.name + (option.argument ? std::string(" ") + option.argument : "");
-      left.resize(std::max<size_t>(left.size(), 22), ' ');
-      std::cout << "  " << left << " " << option.help << "\n";
-    }
+    printOptions(format->options);
   }
 }
 
@@ -88,6 +95,13 @@ const Format& recognise(Bytes file) {
   return *format;
 }
 
+// Says what is missing of a picture that was read under --partial.
+Image warned(const std::string& path, Image image) {
+  if (!image.missing.empty())
+    std::cerr << "qelconv: " << path << ": only part of the picture: " << image.missing << "\n";
+  return image;
+}
+
 // Peak signal-to-noise ratio in dB over all samples; infinite for equal pictures.
 double psnr(const Image& a, const Image& original) {
   const Image b = adapt(original, {a.colour}, a.bits);
@@ -121,6 +135,7 @@ int run(int argc, char** argv) {
 
   enum { kInfo = 256, kCompare, kRepeat, kFormatOption };
   std::map<std::string, const char*> seen;  // option name -> argument's name
+  for (const OptionSpec& spec : kReadOptions) seen.emplace(spec.name, spec.argument);
   for (const Format* format : formats())
     for (const OptionSpec& spec : format->options) seen.emplace(spec.name, spec.argument);
   std::vector<option> table = {{"help", no_argument, nullptr, 'h'},
@@ -157,7 +172,7 @@ int run(int argc, char** argv) {
       return on(path, [&] {
         const auto bytes = readFile(path);
         Stages stages;
-        return recognise(bytes).read(bytes, options, stages);
+        return warned(path, recognise(bytes).read(bytes, options, stages));
       });
     };
     std::printf("%.2f dB\n", psnr(load(paths[0]), load(paths[1])));
@@ -177,8 +192,10 @@ int run(int argc, char** argv) {
   if (!to->write) throw Error(paths[1] + ": " + to->name + " files can't be written");
 
   Stages reading, writing;
-  const Image image = on(
-      paths[0], [&] { return fastest(repeat, reading, [&](Stages& s) { return from.read(bytes, options, s); }); });
+  const Image image = on(paths[0], [&] {
+    return warned(paths[0],
+                  fastest(repeat, reading, [&](Stages& s) { return from.read(bytes, options, s); }));
+  });
   const auto result = on(
       paths[1], [&] { return fastest(repeat, writing, [&](Stages& s) { return to->write(image, options, s); }); });
   on(paths[1], [&] { writeFile(paths[1], result); });
