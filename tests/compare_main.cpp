@@ -55,8 +55,8 @@ const char* currentImage = "";
 int currentRound = 0;
 void reportFault(int, siginfo_t* info, void*) {
   char text[512];
-  const int n = std::snprintf(text, sizeof text, "%s: round %d: %s reached the inaccessible address %p\n", current,
-                              currentRound, currentImage, info->si_addr);
+  const int n = std::snprintf(text, sizeof text, "%s: round %d: %s reached the inaccessible address %p\n",
+                              current, currentRound, currentImage, info->si_addr);
   [[maybe_unused]] const auto written = write(STDOUT_FILENO, text, size_t(n));
   _exit(1);
 }
@@ -82,7 +82,8 @@ struct Options {
 };
 
 // Runs one export on all images; the digests of what it gave.
-bool compareExport(const char* name, const std::vector<Image>& images, const Options& options, Digests& digests) {
+bool compareExport(const char* name, const std::vector<Image>& images, const Options& options,
+                   Digests& digests) {
   const auto found = comparisons().find(name);
   if (found == comparisons().end()) return std::printf("%s: no comparison is registered\n", name), false;
   const auto& comparison = found->second;
@@ -99,7 +100,8 @@ bool compareExport(const char* name, const std::vector<Image>& images, const Opt
       comparison.run(function, c);
       const std::vector<uint8_t>& given = c.finish();
       if (!c.fault().empty())
-        return std::printf("%s: round %d: %s: %s\n", name, round, image.path().c_str(), c.fault().c_str()), false;
+        return std::printf("%s: round %d: %s: %s\n", name, round, image.path().c_str(), c.fault().c_str()),
+               false;
       if (&image == &images.front()) {
         reference = given;
         digests.all = digest(digests.all, reference);
@@ -108,8 +110,8 @@ bool compareExport(const char* name, const std::vector<Image>& images, const Opt
       if (given == reference) continue;
       size_t at = 0;
       while (at < reference.size() && at < given.size() && reference[at] == given[at]) ++at;
-      std::printf("%s: round %d: %s differs at traced byte %zu of %zu\n", name, round, image.path().c_str(), at,
-                  reference.size());
+      std::printf("%s: round %d: %s differs at traced byte %zu of %zu\n", name, round, image.path().c_str(),
+                  at, reference.size());
       return false;
     }
     if (round == quick - 1) digests.quick = digests.all;
@@ -152,14 +154,18 @@ int main(int argc, char** argv) {
     }
   }
   if (images.empty() || (options.write && options.quick))
-    return std::printf("usage: compare_images [--digests FILE | --write FILE] [--quick] [--only TEXT] [--times] IMAGE...\n"), 2;
+    return std::printf(
+               "usage: compare_images [--digests FILE | --write FILE] [--quick] [--only TEXT] [--times] "
+               "IMAGE...\n"),
+           2;
 
   DigestFile expected;
   // Other data than those of the file when the seed is another.
   const bool holds = options.digests && !std::getenv("QELJ_SEED");
   if (holds && !readDigests(options.digests, expected)) return 1;
   std::FILE* written = nullptr;
-  if (options.write && !(written = std::fopen(options.write, "w"))) return std::printf("%s: cannot be written\n", options.write), 1;
+  if (options.write && !(written = std::fopen(options.write, "w")))
+    return std::printf("%s: cannot be written\n", options.write), 1;
 
   struct sigaction action {};
   action.sa_sigaction = reportFault;
@@ -174,12 +180,15 @@ int main(int argc, char** argv) {
     const std::clock_t start = std::clock();
     const bool good = compareExport(name, images, options, digests) &&
                       (!holds || hold(name, digests, expected, options.quick));
-    if (options.times) std::printf("%7.1f ms %s\n", 1000.0 * double(std::clock() - start) / CLOCKS_PER_SEC, name);
+    if (options.times)
+      std::printf("%7.1f ms %s\n", 1000.0 * double(std::clock() - start) / CLOCKS_PER_SEC, name);
     ++compared;
     failed += !good;
-    if (written) std::fprintf(written, "%s %016" PRIx64 " %016" PRIx64 "\n", name, digests.quick, digests.all);
+    if (written)
+      std::fprintf(written, "%s %016" PRIx64 " %016" PRIx64 "\n", name, digests.quick, digests.all);
   }
   if (written) std::fclose(written);
-  std::printf("%d exports on %zu image%s, %d failed\n", compared, images.size(), images.size() > 1 ? "s" : "", failed);
+  std::printf("%d exports on %zu image%s, %d failed\n", compared, images.size(), images.size() > 1 ? "s" : "",
+              failed);
   return failed ? 1 : 0;
 }

@@ -120,7 +120,8 @@ struct Traits<Planes<T>> {
   static Planes<T> damaged(const Planes<T>& p, int way, Kept& kept) {
     if (way == 0) return {nullptr, p.count};
     kept.resize(size_t(p.count));
-    for (int i = 0; i < p.count; ++i) kept[size_t(i)] = i == way - 1 ? nullptr : const_cast<void*>(static_cast<const void*>(p.array[i]));
+    for (int i = 0; i < p.count; ++i)
+      kept[size_t(i)] = i == way - 1 ? nullptr : const_cast<void*>(static_cast<const void*>(p.array[i]));
     return {reinterpret_cast<T* const*>(kept.data()), p.count};
   }
 };
@@ -143,7 +144,9 @@ struct Traits<Domain<T>> {
 class Buffer {
  public:
   Buffer(Random& random, size_t rowBytes, size_t rows, size_t step)
-      : memory_(Pages::drawn(random, rows ? step * (rows - 1) + rowBytes : 0)), rowBytes_(rowBytes), rows_(rows),
+      : memory_(Pages::drawn(random, rows ? step * (rows - 1) + rowBytes : 0)),
+        rowBytes_(rowBytes),
+        rows_(rows),
         step_(step) {
     random.fill(memory_.data(), memory_.size());
   }
@@ -226,7 +229,8 @@ class Case {
   Rows<T>& rows(int64_t width, int64_t height = 1, int64_t gap = -1) {
     const auto rowBytes = size_t(width) * sizeof(T);
     const int64_t drawn = chance(30) ? 0 : in(0, chance(50) ? 9 : 70);
-    auto made = std::make_unique<Rows<T>>(random, rowBytes, size_t(height), rowBytes + size_t(gap < 0 ? drawn : gap));
+    auto made =
+        std::make_unique<Rows<T>>(random, rowBytes, size_t(height), rowBytes + size_t(gap < 0 ? drawn : gap));
     Rows<T>& rows = *made;
     buffers_.push_back(std::move(made));
     return rows;
@@ -253,7 +257,9 @@ class Case {
     const auto all = std::make_tuple(argument...);
     const auto call = [&](const auto& arguments) {
       value(std::apply(
-          [&](const auto&... a) { return function(argument::Traits<std::decay_t<decltype(a)>>::plain(a)...); },
+          [&](const auto&... a) {
+            return function(argument::Traits<std::decay_t<decltype(a)>>::plain(a)...);
+          },
           arguments));
     };
     forEachDamage(all, 0, [&](const auto& one, size_t next) {
@@ -341,8 +347,8 @@ inline std::map<std::string, Comparison>& comparisons() {
 }
 template <class Function, class Operation>
 bool addComparison(const char* name, Operation operation, int rounds = kRounds) {
-  comparisons()[name] = {[operation](void* function, Case& c) { operation(reinterpret_cast<Function*>(function), c); },
-                         rounds};
+  comparisons()[name] = {
+      [operation](void* function, Case& c) { operation(reinterpret_cast<Function*>(function), c); }, rounds};
   return true;
 }
 
