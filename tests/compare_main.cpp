@@ -6,6 +6,7 @@
 //   --quick          a twentieth of the rounds
 //   --only TEXT      exports with TEXT in their names
 //   --times          prints the milliseconds of each export
+//   --counts         dumps the instructions of each export's calls (scripts/bench --check)
 #include <dlfcn.h>
 #include <signal.h>
 #include <unistd.h>
@@ -17,6 +18,17 @@
 #include <ctime>
 
 #include "support/compare.h"
+
+#if __has_include(<valgrind/callgrind.h>)
+#  include <valgrind/callgrind.h>
+void toggleCollect() { CALLGRIND_TOGGLE_COLLECT; }
+void dumpCounts(const char* name) { CALLGRIND_DUMP_STATS_AT(name); }
+bool counts() { return RUNNING_ON_VALGRIND; }
+#else
+void toggleCollect() {}
+void dumpCounts(const char*) {}
+bool counts() { return false; }
+#endif
 
 namespace qelj::test {
 void* Image::find(const char* name) const { return dlsym(handle_, name); }
@@ -78,7 +90,7 @@ bool readDigests(const char* path, DigestFile& digests) {
 
 struct Options {
   const char *only = "", *digests = nullptr, *write = nullptr;
-  bool quick = false, times = false;
+  bool quick = false, times = false, counts = false;
 };
 
 // Runs one export on all images; the digests of what it gave.
@@ -147,6 +159,8 @@ int main(int argc, char** argv) {
       options.quick = true;
     } else if (argument == "--times") {
       options.times = true;
+    } else if (argument == "--counts") {
+      options.counts = true;
     } else {
       void* handle = dlopen(argv[i], RTLD_NOW | RTLD_LOCAL);
       if (!handle) return std::printf("%s\n", dlerror()), 1;
@@ -167,6 +181,10 @@ int main(int argc, char** argv) {
   if (options.write && !(written = std::fopen(options.write, "w")))
     return std::printf("%s: cannot be written\n", options.write), 1;
 
+  if (options.counts) {
+    if (!counts()) return std::printf("--counts: not under callgrind, or built without its header\n"), 2;
+    Case::aroundCall = toggleCollect;
+  }
   struct sigaction action {};
   action.sa_sigaction = reportFault;
   action.sa_flags = SA_SIGINFO;
@@ -182,6 +200,7 @@ int main(int argc, char** argv) {
                       (!holds || hold(name, digests, expected, options.quick));
     if (options.times)
       std::printf("%7.1f ms %s\n", 1000.0 * double(std::clock() - start) / CLOCKS_PER_SEC, name);
+    if (options.counts) dumpCounts(name);
     ++compared;
     failed += !good;
     if (written)

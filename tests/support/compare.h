@@ -205,6 +205,8 @@ class Case {
 
   const Image& image;
   Random random;
+  // Called in front of and behind each call that counts: what counts its instructions.
+  static inline void (*aroundCall)() = nullptr;
 
   int64_t in(int64_t low, int64_t high) { return random.in(low, high); }
   bool chance(int percent) { return random.chance(percent); }
@@ -247,7 +249,9 @@ class Case {
   template <class Function, class... Argument>
   QelStatus call(Function* function, const Argument&... argument) {
     if (tryChecks_) checks(function, argument...);
+    if (aroundCall) aroundCall();
     const QelStatus s = function(argument::Traits<Argument>::plain(argument)...);
+    if (aroundCall) aroundCall();
     value(s);
     return s;
   }
