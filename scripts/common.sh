@@ -63,6 +63,6 @@ build() {
   shift
   while [ $# -gt 0 ] && [ "$1" != -- ]; do targets+=("$1"); shift; done
   [ $# -gt 0 ] && shift
-  cmake --preset "$preset" -DQELJ_CPU="${QELJ_CPU:-$(cpu_generation)}" "$@" >/dev/null
+  cmake --preset "$preset" -DQELJ_CPU="$(cpu_generation)" "$@" >/dev/null
   cmake --build "build/$preset" --parallel "$jobs" ${targets:+--target "${targets[@]}"}
 }

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "guard.h"
 #include "support/compare.h"
 
 #if __has_include(<valgrind/callgrind.h>)
@@ -37,6 +38,7 @@ void* Image::find(const char* name) const { return dlsym(handle_, name); }
 namespace {
 
 using namespace qelj::test;
+using qelj::runsHere;
 
 const char* const kExports[] = {
 #define QELJ_EXPORT(name) #name,
@@ -164,6 +166,7 @@ int main(int argc, char** argv) {
     } else {
       void* handle = dlopen(argv[i], RTLD_NOW | RTLD_LOCAL);
       if (!handle) return std::printf("%s\n", dlerror()), 1;
+      if (!runsHere(dlsym(handle, "qeljGetLibVersion"))) return 1;
       images.emplace_back(argv[i], handle);
     }
   }
