@@ -202,6 +202,9 @@ class Rows : public Buffer {
   }
 };
 
+// How many times the image has asked for the number of threads, which functions that fork do once, behind their checks.
+inline int threadQuestions = 0;
+
 // One round of one export on one image.
 class Case {
  public:
@@ -249,18 +252,21 @@ class Case {
     return scratch_.back().data();
   }
 
-  // A call that counts: its status does. In some rounds all its checks are tried before, one and two at a time, and
+  // A call that counts: its status does, and whether it asks for threads. In some rounds all its checks are tried before, one and two at a time, and
   // nothing may have been written then.
   template <class Function, class... Argument>
   QelStatus call(Function* function, const Argument&... argument) {
     if (tryChecks_) checks(function, argument...);
+    const int asked = threadQuestions;
     const QelStatus s = function(argument::Traits<Argument>::plain(argument)...);
     value(s);
+    value(threadQuestions - asked);
     return s;
   }
   template <class Function, class... Argument>
   void checks(Function* function, const Argument&... argument) {
     const auto before = contents();
+    const int asked = threadQuestions;
     const auto all = std::make_tuple(argument...);
     const auto call = [&](const auto& arguments) {
       value(std::apply(
@@ -272,6 +278,7 @@ class Case {
       forEachDamage(one, next, [&](const auto& two, size_t) { call(two); });
     });
     if (contents() != before) fault("a call that failed a check wrote");
+    if (threadQuestions != asked) fault("a call that failed a check asked for threads");
   }
 
   template <class T>

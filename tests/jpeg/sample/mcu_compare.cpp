@@ -3,7 +3,7 @@
 namespace qelj::test {
 namespace {
 
-constexpr int kMany = 1000;
+constexpr int kMany = 2000;
 
 // kPlanes block pointers of an MCU of kAcross x kDown luma blocks, on and off their 16-byte boundaries.
 template <int kAcross, int kDown, int kPlanes>
@@ -43,7 +43,7 @@ using Pixels3 = Operand<uint8_t, 3, 0>;
 using Pixels4 = Operand<uint8_t, 4, 0>;
 using Packed = Operand<uint16_t, 1, 0>;
 
-#define COMPARE_THREE(before, after, operation, pixels, planes)               \
+#define COMPARE_THREE(before, after, operation, pixels, planes)             \
   QELJ_COMPARE(before##444##after, operation<pixels, 1, 1, planes>, kMany); \
   QELJ_COMPARE(before##422##after, operation<pixels, 2, 1, planes>, kMany); \
   QELJ_COMPARE(before##411##after, operation<pixels, 2, 2, planes>, kMany)

@@ -8,18 +8,18 @@
 
 namespace qelj::test {
 
-// Small images, with narrow high ones for the arithmetic of a row's last pixels, a few that are wide and fork, and
-// (in one of 200 cases) one whose `pixelBytes` come to more than 2 MiB.
+// Small images, with narrow high ones for the arithmetic of a row's last pixels, a few that are wide and fork, and in
+// one of 200 cases one whose `streamedBytes` a pixel come to more than 2 MiB.
 struct Extent {
   QelSize size;
   bool huge;  // its source has kLittleMemory as its step
 };
 constexpr int32_t kLittleMemory = 3;
-inline Extent drawnExtent(Case& c, int32_t pixelBytes = 0) {
+inline Extent drawnExtent(Case& c, int32_t streamedBytes = 0) {
   const auto kind = c.in(0, 199);
-  if (kind == 0 && pixelBytes) {
+  if (kind == 0 && streamedBytes) {
     const auto width = int32_t(c.in(1000, 3000));
-    return {{width, (2 << 20) / (width * pixelBytes) + 1}, true};
+    return {{width, (2 << 20) / (width * streamedBytes) + 1}, true};
   }
   if (kind < 4) {
     const auto width = int32_t(c.in(8000, 8500));
@@ -41,7 +41,8 @@ enum class Tested { no, yes };
 inline int32_t drawnStep(Case& c, int32_t rowBytes, Overlap overlap, Tested tested) {
   const auto gap = int32_t(c.chance(50) ? 0 : c.in(0, 40));
   const auto kind = c.in(0, 11);
-  if (kind == 0 && overlap == Overlap::yes) return int32_t(c.in(tested == Tested::yes ? 1 : -rowBytes, rowBytes));
+  if (kind == 0 && overlap == Overlap::yes)
+    return int32_t(c.in(tested == Tested::yes ? 1 : -rowBytes, rowBytes));
   if (kind == 1 && tested == Tested::no) return 0;
   if (kind == 2 && tested == Tested::no) return -rowBytes - gap;
   return rowBytes + gap;
@@ -49,7 +50,7 @@ inline int32_t drawnStep(Case& c, int32_t rowBytes, Overlap overlap, Tested test
 
 // Random samples, or mostly the ends of their range.
 template <class T>
-Rows<T>& drawnSource(Case& c, int32_t width, int32_t height, int32_t step) {
+Rows<T>& drawnSamples(Case& c, int32_t width, int32_t height, int32_t step) {
   auto& rows = c.region<T>(width, height, step);
   if (c.chance(20)) rows.fill([&] { return c.of<T>({0, 0, 0, 1, 128, T(-2), T(-1), T(-1), T(-1)}); });
   return rows;
@@ -58,14 +59,17 @@ Rows<T>& drawnSource(Case& c, int32_t width, int32_t height, int32_t step) {
 // Pixels of kChannels samples, or kPlanes planes (0: pixels) with one step.
 template <class T, int kChannels, int kPlanes>
 struct Operand {
-  static constexpr int32_t kPixelBytes = kChannels * int32_t(sizeof(T)), kStreamedBytes = kPlanes ? 0 : kPixelBytes;
+  static constexpr int32_t kPixelBytes = kChannels * int32_t(sizeof(T));
+  // Planes are never streamed.
+  static constexpr int32_t kStreamedBytes = kPixelBytes > 1 ? kPixelBytes : 0;
   int32_t step;
   std::array<T*, std::max(kPlanes, 1)> pointers{};
 
   static Operand source(Case& c, Extent extent, Tested tested) {
     const int32_t drawn = drawnStep(c, extent.size.width * kPixelBytes, Overlap::yes, tested);
     Operand o{extent.huge ? kLittleMemory : drawn};
-    for (auto& p : o.pointers) p = drawnSource<T>(c, extent.size.width * kChannels, extent.size.height, o.step).data();
+    for (auto& p : o.pointers)
+      p = drawnSamples<T>(c, extent.size.width * kChannels, extent.size.height, o.step).data();
     return o;
   }
   static Operand destination(Case& c, QelSize size, Tested tested, Overlap overlap = Overlap::no) {

@@ -12,7 +12,7 @@ constexpr auto plane = [](auto* function, Case& c) {
   const int32_t srcStep = drawnStep(c, width, Overlap::yes, Tested::yes);
   const int32_t dstStep = drawnStep(c, size.width, Overlap::no, Tested::yes);
   const QelSize srcSize = c.size(9, 9);
-  auto& src = drawnSource<uint8_t>(c, width, height, srcStep);
+  auto& src = drawnSamples<uint8_t>(c, width, height, srcStep);
   auto& dst = c.region<uint8_t>(size.width, size.height, dstStep);
   const uint8_t* first = src.data(kUp && kRows == 2) + kUp;  // inside the borders that are read
   c.call(function, first, Step{srcStep}, srcSize, dst.data(), Step{dstStep}, size);
@@ -29,8 +29,8 @@ constexpr auto line = [](auto* function, Case& c) {
   const auto width = int32_t(c.in(1, isShort ? 40 : 300));
   const int32_t written = kUp ? 2 * width : (width + (kRows == 2 && width < 32)) / 2;
   const int32_t read = kUp ? width : std::max(width, 2 * written);
-  auto& first = drawnSource<uint8_t>(c, read, 1, 0);
-  auto& second = drawnSource<uint8_t>(c, read, 1, 0);
+  auto& first = drawnSamples<uint8_t>(c, read, 1, 0);
+  auto& second = drawnSamples<uint8_t>(c, read, 1, 0);
   auto& dst = c.region<uint8_t>(written, 1, 0);
   if constexpr (kRows == 2)
     c.call(function, first.data(), second.data(), Length{width}, dst.data());

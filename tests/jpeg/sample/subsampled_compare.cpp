@@ -10,21 +10,21 @@ struct Planes3 {
   std::array<uint8_t*, 3> plane{};
   std::array<int32_t, 3> step{};
 
-  template <class Make>
-  Planes3(Case& c, QelSize size, int32_t rows, Overlap overlap, bool huge, Make make) {
+  Planes3(Case& c, Extent e, int32_t rows, Overlap overlap) {
     for (size_t i = 0; i < 3; ++i) {
-      const int32_t width = i ? size.width / 2 : size.width, height = i ? size.height / rows : size.height;
+      const int32_t width = i ? e.size.width / 2 : e.size.width;
+      const int32_t height = i ? e.size.height / rows : e.size.height;
       const int32_t drawn = drawnStep(c, width, overlap, Tested::no);
-      step[i] = huge ? kLittleMemory : drawn;
-      plane[i] = make(width, height, step[i]).data();
+      step[i] = e.huge ? kLittleMemory : drawn;
+      plane[i] = drawnSamples<uint8_t>(c, width, height, step[i]).data();
     }
   }
 };
 
 // At least a pair of columns, for 411 also of rows.
 template <int kRows>
-Extent pairExtent(Case& c, int32_t pixelBytes = 0) {
-  Extent e = drawnExtent(c, pixelBytes);
+Extent pairExtent(Case& c, int32_t streamedBytes = 0) {
+  Extent e = drawnExtent(c, streamedBytes);
   e.size.width = std::max(e.size.width, 2), e.size.height = std::max(e.size.height, kRows);
   return e;
 }
@@ -37,20 +37,18 @@ Domain<QelSize> area(QelSize s) {
 
 template <int kChannels, int kRows>
 constexpr auto forward = [](auto* function, Case& c) {
-  const QelSize size = pairExtent<kRows>(c).size;
-  const auto src = Operand<uint8_t, kChannels, 0>::source(c, {size, false}, Tested::no);
-  const Planes3 dst(c, size, kRows, Overlap::no, false,
-                    [&](int32_t w, int32_t h, int32_t step) -> auto& { return c.region<uint8_t>(w, h, step); });
-  c.call(function, src.argument(), src.step, Planes{dst.plane.data(), 3}, Unchecked{dst.step.data()}, area<kRows>(size));
+  const Extent e = pairExtent<kRows>(c);
+  const auto src = Operand<uint8_t, kChannels, 0>::source(c, e, Tested::no);
+  const Planes3 dst(c, e, kRows, Overlap::no);
+  c.call(function, src.argument(), src.step, Planes{dst.plane.data(), 3}, Unchecked{dst.step.data()},
+         area<kRows>(e.size));
 };
 template <int kChannels, int kRows>
-constexpr auto inverse = []<class... Alpha>(QelStatus (*function)(const uint8_t* const*, const int32_t*, uint8_t*,
-                                                                  int32_t, QelSize, Alpha...),
+constexpr auto inverse = []<class... Alpha>(QelStatus (*function)(const uint8_t* const*, const int32_t*,
+                                                                  uint8_t*, int32_t, QelSize, Alpha...),
                                             Case& c) {
   const Extent e = pairExtent<kRows>(c, kChannels);
-  const Planes3 src(c, e.size, kRows, Overlap::yes, e.huge, [&](int32_t w, int32_t h, int32_t step) -> auto& {
-    return drawnSource<uint8_t>(c, w, h, step);
-  });
+  const Planes3 src(c, e, kRows, Overlap::yes);
   const auto dst = Operand<uint8_t, kChannels, 0>::destination(c, e.size, Tested::no);
   [[maybe_unused]] const auto alpha = uint8_t(c.in(0, 255));
   c.call(function, Planes{src.plane.data(), 3}, Unchecked{src.step.data()}, dst.argument(), dst.step,
@@ -82,7 +80,7 @@ constexpr auto packedPairs = [](auto* function, Case& c) {
   const int32_t srcStep = e.huge ? kLittleMemory : drawn;
   const int32_t wide = drawnStep(c, 6 * pairs, Overlap::yes, Tested::no);
   const int32_t dstStep = c.chance(30) ? 3 * e.size.width : wide;
-  auto& src = drawnSource<uint8_t>(c, 4 * pairs, e.size.height, srcStep);
+  auto& src = drawnSamples<uint8_t>(c, 4 * pairs, e.size.height, srcStep);
   auto& dst = c.region<uint8_t>(6 * pairs, e.size.height, dstStep);
   c.call(function, src.data(), srcStep, dst.data(), dstStep, e.size);
 };
