@@ -88,4 +88,9 @@ struct Operand {
 
 }  // namespace qelj::test
 
+// The two members of a pair whose names differ in the order of colours.
+#define QELJ_COMPARE_ORDERS(before, after, ...)  \
+  QELJ_COMPARE(before##RGB##after, __VA_ARGS__); \
+  QELJ_COMPARE(before##BGR##after, __VA_ARGS__)
+
 #endif

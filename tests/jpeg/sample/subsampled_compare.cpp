@@ -55,22 +55,14 @@ constexpr auto inverse = []<class... Alpha>(QelStatus (*function)(const uint8_t*
          area<kRows>(e.size), Alpha(alpha)...);
 };
 
-QELJ_COMPARE(qeliRGBToYCbCr422_JPEG_8u_C3P3R, forward<3, 1>, kMany);
-QELJ_COMPARE(qeliBGRToYCbCr422_JPEG_8u_C3P3R, forward<3, 1>, kMany);
-QELJ_COMPARE(qeliRGBToYCbCr422_JPEG_8u_C4P3R, forward<4, 1>, kMany);
-QELJ_COMPARE(qeliBGRToYCbCr422_JPEG_8u_C4P3R, forward<4, 1>, kMany);
-QELJ_COMPARE(qeliRGBToYCbCr411_JPEG_8u_C3P3R, forward<3, 2>, kMany);
-QELJ_COMPARE(qeliBGRToYCbCr411_JPEG_8u_C3P3R, forward<3, 2>, kMany);
-QELJ_COMPARE(qeliRGBToYCbCr411_JPEG_8u_C4P3R, forward<4, 2>, kMany);
-QELJ_COMPARE(qeliBGRToYCbCr411_JPEG_8u_C4P3R, forward<4, 2>, kMany);
-QELJ_COMPARE(qeliYCbCr422ToRGB_JPEG_8u_P3C3R, inverse<3, 1>, kMany);
-QELJ_COMPARE(qeliYCbCr422ToBGR_JPEG_8u_P3C3R, inverse<3, 1>, kMany);
-QELJ_COMPARE(qeliYCbCr422ToRGB_JPEG_8u_P3C4R, inverse<4, 1>, kMany);
-QELJ_COMPARE(qeliYCbCr422ToBGR_JPEG_8u_P3C4R, inverse<4, 1>, kMany);
-QELJ_COMPARE(qeliYCbCr411ToRGB_JPEG_8u_P3C3R, inverse<3, 2>, kMany);
-QELJ_COMPARE(qeliYCbCr411ToBGR_JPEG_8u_P3C3R, inverse<3, 2>, kMany);
-QELJ_COMPARE(qeliYCbCr411ToRGB_JPEG_8u_P3C4R, inverse<4, 2>, kMany);
-QELJ_COMPARE(qeliYCbCr411ToBGR_JPEG_8u_P3C4R, inverse<4, 2>, kMany);
+QELJ_COMPARE_ORDERS(qeli, ToYCbCr422_JPEG_8u_C3P3R, forward<3, 1>, kMany);
+QELJ_COMPARE_ORDERS(qeli, ToYCbCr422_JPEG_8u_C4P3R, forward<4, 1>, kMany);
+QELJ_COMPARE_ORDERS(qeli, ToYCbCr411_JPEG_8u_C3P3R, forward<3, 2>, kMany);
+QELJ_COMPARE_ORDERS(qeli, ToYCbCr411_JPEG_8u_C4P3R, forward<4, 2>, kMany);
+QELJ_COMPARE_ORDERS(qeliYCbCr422To, _JPEG_8u_P3C3R, inverse<3, 1>, kMany);
+QELJ_COMPARE_ORDERS(qeliYCbCr422To, _JPEG_8u_P3C4R, inverse<4, 1>, kMany);
+QELJ_COMPARE_ORDERS(qeliYCbCr411To, _JPEG_8u_P3C3R, inverse<3, 2>, kMany);
+QELJ_COMPARE_ORDERS(qeliYCbCr411To, _JPEG_8u_P3C4R, inverse<4, 2>, kMany);
 
 // Pairs are read and written whole, also the one that an odd width begins; rows may overlap on both sides.
 constexpr auto packedPairs = [](auto* function, Case& c) {
