@@ -18,6 +18,7 @@
 #include <ctime>
 
 #include "guard.h"
+#include "qelcore.h"
 #include "support/compare.h"
 
 #if __has_include(<valgrind/callgrind.h>)
@@ -30,6 +31,18 @@ void toggleCollect() {}
 void dumpCounts(const char*) {}
 bool counts() { return false; }
 #endif
+
+// A processor of three threads and small caches in the place of this machine's, so that large images are divided and
+// take the stores that pass the caches by wherever the comparison runs.
+static int32_t threads = 3;
+extern "C" int32_t ownGetNumThreads(void) {
+  ++qelj::test::threadQuestions;
+  return threads;
+}
+extern "C" int32_t qelGetMaxCacheSizeB(int32_t* bytes) {
+  *bytes = 1 << 20;
+  return 0;
+}
 
 namespace qelj::test {
 void* Image::find(const char* name) const { return dlsym(handle_, name); }
@@ -187,6 +200,7 @@ int main(int argc, char** argv) {
   if (options.counts) {
     if (!counts()) return std::printf("--counts: not under callgrind, or built without its header\n"), 2;
     Case::aroundCall = toggleCollect;
+    threads = 1;  // how long one waits for another is no fixed number of instructions
   }
   struct sigaction action {};
   action.sa_sigaction = reportFault;

@@ -19,6 +19,7 @@
 #ifndef QELJ_TESTS_COMPARE_H
 #define QELJ_TESTS_COMPARE_H
 
+#include <cstdlib>
 #include <deque>
 #include <functional>
 #include <limits>
@@ -140,11 +141,12 @@ struct Traits<Domain<T>> {
 
 }  // namespace argument
 
-// Rows of samples in memory of an exact length; the last row ends with its last sample.
+// Rows of samples in memory of an exact length; the last row ends with its last sample. With a negative step, the first
+// row does.
 class Buffer {
  public:
-  Buffer(Random& random, size_t rowBytes, size_t rows, size_t step)
-      : memory_(Pages::drawn(random, rows ? step * (rows - 1) + rowBytes : 0)),
+  Buffer(Random& random, size_t rowBytes, size_t rows, int32_t step)
+      : memory_(Pages::drawn(random, rows ? size_t(std::abs(step)) * (rows - 1) + rowBytes : 0)),
         rowBytes_(rowBytes),
         rows_(rows),
         step_(step) {
@@ -152,18 +154,23 @@ class Buffer {
   }
   virtual ~Buffer() = default;
 
-  int32_t step() const { return int32_t(step_); }
+  int32_t step() const { return step_; }
   size_t rowBytes() const { return rowBytes_; }
   size_t rowCount() const { return rows_; }
-  uint8_t* raw(size_t y = 0) const { return memory_.data() + y * step_; }
+  // Where row y lies in the memory.
+  size_t place(size_t y) const { return size_t(std::abs(step_)) * (step_ < 0 ? rows_ - 1 - y : y); }
+  uint8_t* raw(size_t y = 0) const { return memory_.data() + place(y); }
   size_t bytes() const { return memory_.size(); }
   bool intact() const { return memory_.intact(); }
   // Adds the content. Of NaNs only that they are some.
-  virtual void trace(std::vector<uint8_t>& to) const { to.insert(to.end(), raw(), raw() + bytes()); }
+  virtual void trace(std::vector<uint8_t>& to) const {
+    to.insert(to.end(), memory_.data(), memory_.data() + bytes());
+  }
 
  private:
   Pages memory_;
-  size_t rowBytes_, rows_, step_;
+  size_t rowBytes_, rows_;
+  int32_t step_;
 };
 
 template <class T>
@@ -193,10 +200,13 @@ class Rows : public Buffer {
         for (size_t x = 0; x < width(); ++x)
           if (const T value = get(x, y); value != value) {
             constexpr T nan = std::numeric_limits<T>::quiet_NaN();
-            std::memcpy(&to[from + y * size_t(step()) + x * sizeof(T)], &nan, sizeof nan);
+            std::memcpy(&to[from + place(y) + x * sizeof(T)], &nan, sizeof nan);
           }
   }
 };
+
+// How many times the image has asked for the number of threads, which functions that fork do once, behind their checks.
+inline int threadQuestions = 0;
 
 // One round of one export on one image.
 class Case {
@@ -229,10 +239,13 @@ class Case {
   // Random bytes as `height` rows of `width` samples. The step is drawn; or `gap` bytes lie between two rows.
   template <class T>
   Rows<T>& rows(int64_t width, int64_t height = 1, int64_t gap = -1) {
-    const auto rowBytes = size_t(width) * sizeof(T);
     const int64_t drawn = chance(30) ? 0 : in(0, chance(50) ? 9 : 70);
-    auto made =
-        std::make_unique<Rows<T>>(random, rowBytes, size_t(height), rowBytes + size_t(gap < 0 ? drawn : gap));
+    return region<T>(width, height, width * int64_t(sizeof(T)) + (gap < 0 ? drawn : gap));
+  }
+  // The same with a given step: also one short of a row, zero or negative.
+  template <class T>
+  Rows<T>& region(int64_t width, int64_t height, int64_t step) {
+    auto made = std::make_unique<Rows<T>>(random, size_t(width) * sizeof(T), size_t(height), int32_t(step));
     Rows<T>& rows = *made;
     buffers_.push_back(std::move(made));
     return rows;
@@ -244,20 +257,23 @@ class Case {
     return scratch_.back().data();
   }
 
-  // A call that counts: its status does. In some rounds all its checks are tried before, one and two at a time, and
+  // A call that counts: its status does, and whether it asks for threads. In some rounds all its checks are tried before, one and two at a time, and
   // nothing may have been written then.
   template <class Function, class... Argument>
   QelStatus call(Function* function, const Argument&... argument) {
     if (tryChecks_) checks(function, argument...);
+    const int asked = threadQuestions;
     if (aroundCall) aroundCall();
     const QelStatus s = function(argument::Traits<Argument>::plain(argument)...);
     if (aroundCall) aroundCall();
     value(s);
+    value(threadQuestions - asked);
     return s;
   }
   template <class Function, class... Argument>
   void checks(Function* function, const Argument&... argument) {
     const auto before = contents();
+    const int asked = threadQuestions;
     const auto all = std::make_tuple(argument...);
     const auto call = [&](const auto& arguments) {
       value(std::apply(
@@ -271,6 +287,7 @@ class Case {
       forEachDamage(one, next, [&](const auto& two, size_t) { call(two); });
     });
     if (contents() != before) fault("a call that failed a check wrote");
+    if (threadQuestions != asked) fault("a call that failed a check asked for threads");
   }
 
   template <class T>
