@@ -79,20 +79,20 @@ struct Components {
 template <class T>
 constexpr auto planesInPlace = [](auto* function, Case& c) {
   const Components<T> in(c);
-  c.call(function, Planes(in.plane, 3), Step{in.step}, in.size);
+  c.call(function, Planes{in.plane, 3}, Step{in.step}, in.size);
 };
 template <class T>
 constexpr auto toPlanes = [](auto* function, Case& c) {
   const Components<T> out(c);
   const auto pixels = drawnPlane<T>(c, 3 * out.size.width, out.size.height);
-  c.call(function, pixels.first, Step{pixels.step}, Planes(out.plane, 3), Step{out.step}, out.size);
+  c.call(function, pixels.first, Step{pixels.step}, Planes{out.plane, 3}, Step{out.step}, out.size);
 };
 template <class T>
 constexpr auto toPixels = [](auto* function, Case& c) {
   const Components<T> in(c);
   const T* const plane[3] = {in.plane[0], in.plane[1], in.plane[2]};
   const auto pixels = drawnPlane<T>(c, 3 * in.size.width, in.size.height);
-  c.call(function, Planes(plane, 3), Step{in.step}, pixels.first, Step{pixels.step}, in.size);
+  c.call(function, Planes{plane, 3}, Step{in.step}, pixels.first, Step{pixels.step}, in.size);
 };
 
 QELJ_COMPARE(qeliRCTFwd_JPEG2K_16s_C3P3R, toPlanes<int16_t>);
@@ -128,7 +128,7 @@ struct Sums53 {
 // The first inverse stage of an odd sample doesn't saturate: its high sample is small; or low and high samples are such
 // that it is.
 struct Differences97 {
-  static constexpr int64_t kSignal = kMost<int16_t>, kLow = kMost<int16_t>, kHigh = 4700;
+  static constexpr int64_t kLow = kMost<int16_t>, kHigh = 4700;
   static constexpr bool kAll = false;
 };
 constexpr int64_t lowBeside(int64_t high) { return high * 3 / 4; }
@@ -271,9 +271,9 @@ constexpr auto tileWithBands = [](auto* function, Case& c, const QelRect& tile, 
   static constexpr int32_t kBad[4][4] = {{0, 8, 8, 8}, {8, -4, 8, 8}, {8, 8, 0, 8}, {8, 8, 8, -4}};
   const Domain<const int32_t*> planeSteps{steps, {nullptr, kBad[0], kBad[1], kBad[2], kBad[3]}};
   if constexpr (forward)
-    c.call(function, image.first, Step{image.step}, tileOr(tile), Planes(plane, 4), planeSteps, work);
+    c.call(function, image.first, Step{image.step}, tileOr(tile), Planes{plane, 4}, planeSteps, work);
   else
-    c.call(function, Planes(plane, 4), planeSteps, image.first, Step{image.step}, tileOr(tile), work);
+    c.call(function, Planes{plane, 4}, planeSteps, image.first, Step{image.step}, tileOr(tile), work);
 };
 
 constexpr auto bufferSize = [](auto* function, Case& c) {
