@@ -31,7 +31,8 @@ Shape drawnShape(Case& c) {
            : kind == 1 ? QelSize{1024, 4}
            : kind == 2 ? QelSize{4, 1024}
            : kind < 15 ? c.size(64, 64)
-                       : c.size(12, 12);
+           : kind < 35 ? c.size(12, 12)
+                       : c.size(3, 4);
   s.subband = int32_t(c.in(-1, 4));
   s.bits = int32_t(c.in(0, 31));
   s.style = int32_t(c.in(0, 63));
@@ -211,15 +212,15 @@ Segments drawnSegments(Case& c, const Shape& s) {
   } else {
     all.planes = int32_t(c.in(0, 31));
     all.passes = int32_t(c.in(0, 3 * all.planes));
-    const auto ones = int(c.of<int64_t>({0, 20, 90}));
-    const int64_t longest = c.of<int64_t>({1, 6, 50, 1000});
+    const auto common = uint8_t(c.of({0, 255}));
+    const int share = c.of({0, 20, 90});
+    const int64_t longest = c.of({1, 2, 6, 50, 1000});
     for (int64_t i = c.in(0, all.passes + 1); i > 0; --i) all.lengths.push_back(uint32_t(c.in(0, longest)));
     size_t total = 0;
     for (const uint32_t length : all.lengths) total += length;
     for (; total; --total) {
-      const bool one = c.chance(ones);
       const auto byte = uint8_t(c.random.bits());
-      all.bytes.push_back(one ? 255 : byte);
+      all.bytes.push_back(c.chance(share) ? common : byte);
     }
   }
   return all;
