@@ -21,9 +21,9 @@ constexpr QelStatus bitsHeld(int32_t bitCount) {
 constexpr QelStatus fieldBits(uint32_t bits) { return require(bits <= 15, qelStatusOutOfRange); }
 
 // A position is worked on by value, so that it can live in registers, and handed back by finish().
-class BitWriter {
+class UnitWriter {
  public:
-  BitWriter(uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
+  UnitWriter(uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
       : stream_(stream), bitBuffer_(bitBuffer), bitCount_(bitCount), next_(*stream), count_(*bitCount) {
     held_ = uint64_t(*bitBuffer) >> (32 - count_);
   }
@@ -68,9 +68,9 @@ class BitWriter {
   int count_;
 };
 
-class BitReader {
+class UnitReader {
  public:
-  BitReader(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
+  UnitReader(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
       : stream_(stream), bitBuffer_(bitBuffer), bitCount_(bitCount), next_(*stream), count_(*bitCount) {
     held_ = uint64_t(*bitBuffer) >> (32 - count_) << (32 - count_) << 32;
     refill();

@@ -15,7 +15,7 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBi
     return s;
   if (auto s = check(bitsHeld(*bitCount), fieldBits(trimBits), fieldBits(modelBits)); s) return s;
 
-  BitWriter bits(stream, bitBuffer, bitCount);
+  UnitWriter bits(stream, bitBuffer, bitCount);
   ScanEntry* const scan = state->currentScan;
   const auto value = [=](uint32_t position) -> int32_t {
     return at(row(src, srcStep, kRow[position]), kColumn[position]);
@@ -42,7 +42,7 @@ QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
   for (int c = 1; c < 4; ++c) put(dst, c, 0);
   for (int r = 1; r < 4; ++r)
     for (int c = 0; c < 4; ++c) put(row(dst, dstStep, r), c, 0);
-  BitReader bits(stream, bitBuffer, bitCount);
+  UnitReader bits(stream, bitBuffer, bitCount);
   ScanEntry* const scan = state->currentScan;
   *count =
       ownDecodeCoefficients<kBlock>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {

@@ -11,7 +11,7 @@ QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, i
                    uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
   if (auto s = nonNull(state, pairs, stream, bitBuffer, bitCount); s) return s;
   if (auto s = check(bitsHeld(*bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
-  BitWriter bits(stream, bitBuffer, bitCount);
+  UnitWriter bits(stream, bitBuffer, bitCount);
   ownEncodePairs<kind>(bits, *state, pairs, pairCount, chroma).finish();
   return qelStatusOk;
 }
@@ -33,7 +33,7 @@ QelStatus decodeLinear(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bit
                        int32_t* count, VLCState* state) {
   if (auto s = checkDecoder(stream, bitBuffer, bitCount, dst, count, state); s) return s;
   for (int i = kind.firstPlace; i < kPlaces; ++i) put(dst, i - kind.firstPlace, 0);
-  BitReader bits(stream, bitBuffer, bitCount);
+  UnitReader bits(stream, bitBuffer, bitCount);
   const int decoded =
       ownDecodeCoefficients<kind>(bits, *state, 0, [=](int place, uint32_t level, uint32_t negative) {
         put(dst, place - kind.firstPlace, signedLevel(level, negative));
@@ -63,7 +63,7 @@ QelStatus qeliVLCEncodeDC420_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCoun
 QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
                                           int32_t* dst, int32_t chroma, int32_t* count, VLCState* state) {
   if (auto s = checkDecoder(stream, bitBuffer, bitCount, dst, count, state); s) return s;
-  BitReader bits(stream, bitBuffer, bitCount);
+  UnitReader bits(stream, bitBuffer, bitCount);
   ScanEntry* const scan = state->scanTable2;
   *count =
       ownDecodeCoefficients<kDC444>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {

@@ -29,7 +29,7 @@ QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_
   if (auto s = check(nonNull(src, residual), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
   if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
   const int n = int(flexBits);
-  BitWriter bits(stream, bitBuffer, bitCount);
+  UnitWriter bits(stream, bitBuffer, bitCount);
   // Two fields of at most 16 bits are settled at once.
   if (fromResidual) {
     forEachField([&](int place, int position) {
@@ -52,7 +52,7 @@ QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_
 }
 
 template <bool kRefine, class T>
-inline void ownDecodeFields(BitReader& bits, T* srcDst, ptrdiff_t step, int n, uint32_t scale) {
+inline void ownDecodeFields(UnitReader& bits, T* srcDst, ptrdiff_t step, int n, uint32_t scale) {
   forEachField([&](int place, int position) {
     T* const line = row(srcDst, step, kRow[position]);
     const int column = kColumn[position];
@@ -72,7 +72,7 @@ QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
                  int32_t srcDstStep, uint32_t flexBits, T scale, int32_t refine) {
   if (auto s = check(nonNull(srcDst), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
   if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits)); s) return s;
-  BitReader bits(stream, bitBuffer, bitCount);
+  UnitReader bits(stream, bitBuffer, bitCount);
   if (flexBits) {
     if (refine)
       ownDecodeFields<true>(bits, srcDst, srcDstStep, int(flexBits), uint32_t(scale));

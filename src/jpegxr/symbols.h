@@ -67,7 +67,7 @@ inline void adaptBoth(VLCState& state, int entry, int symbol) {
 // coefficient is settled once.
 class SymbolWriter {
  public:
-  SymbolWriter(BitWriter& out, VLCState& state) : out_(out), state_(state) {}
+  SymbolWriter(UnitWriter& out, VLCState& state) : out_(out), state_(state) {}
 
   // A symbol's code and `extraBits` bits behind it.
   void code(int entry, int symbol, uint32_t extra = 0, int extraBits = 0) {
@@ -112,14 +112,14 @@ class SymbolWriter {
   }
 
  private:
-  BitWriter& out_;
+  UnitWriter& out_;
   VLCState& state_;
 };
 
 // Codes `count` pairs (run, level). A list that doesn't fit its block gives a stream that no decoder follows,
 // but nothing is written elsewhere.
 template <const BlockKind& kind>
-inline BitWriter ownEncodePairs(BitWriter bits, VLCState& state, const int32_t* pairs, int32_t count,
+inline UnitWriter ownEncodePairs(UnitWriter bits, VLCState& state, const int32_t* pairs, int32_t count,
                                 int32_t chroma) {
   if (count < 1) return bits;
   SymbolWriter out(bits, state);
@@ -169,7 +169,7 @@ inline BitWriter ownEncodePairs(BitWriter bits, VLCState& state, const int32_t* 
 
 class SymbolReader {
  public:
-  SymbolReader(BitReader& in, VLCState& state) : in_(in), state_(state) {}
+  SymbolReader(UnitReader& in, VLCState& state) : in_(in), state_(state) {}
 
   // Codes of at most 5 bits, by one look; at most 8 bits, by one look.
   int shortCode(int entry) {
@@ -237,7 +237,7 @@ class SymbolReader {
   }
 
  private:
-  BitReader& in_;
+  UnitReader& in_;
   VLCState& state_;
 };
 
@@ -245,7 +245,7 @@ class SymbolReader {
 // one. Returns their number, or kStopped when the stream sends a coefficient behind place 15.
 inline constexpr int kStopped = 16;
 template <const BlockKind& kind, class Store>
-inline int ownDecodeCoefficients(BitReader& bits, VLCState& state, int32_t chroma, Store&& store) {
+inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chroma, Store&& store) {
   SymbolReader in(bits, state);
   const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
 

@@ -620,10 +620,9 @@ inline Candidate ownFlat(const uint8_t* pixel) {
   flat.colour[0].p[0] = opaque, flat.colour[0].p[1] = 1;
   for (int c = 0; c < 4; ++c) {
     const int v = pixel[c];
-    // Opaque: two odd values around v. Else: an even one and the odd one above it.
+    // Opaque: two odd values around v. Else: an even one and the odd one above it. The upper one is v | 1 in both.
     const int first = opaque ? (v & 1 || v == 0 ? v | 1 : v - 1) : v & ~1;
-    const int second = opaque ? (v & 1 || v == 0 ? v | 1 : v + 1) : v | 1;
-    flat.colour[0].fields[c] = first >> 1, flat.colour[0].fields[c + 4] = second >> 1;
+    flat.colour[0].fields[c] = first >> 1, flat.colour[0].fields[c + 4] = v >> 1;
   }
   return flat;
 }

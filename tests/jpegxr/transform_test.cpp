@@ -14,21 +14,11 @@ struct Pct;
   template <>                                                                                         \
   struct Pct<T> {                                                                                     \
     static constexpr auto fwd = qeliPCTFwd_JPEGXR_##tag##_C1IR, inv = qeliPCTInv_JPEGXR_##tag##_C1IR; \
-    static constexpr decltype(&qeliPCTFwd16x16_JPEGXR_##tag##_C1IR) fixed[2][3] = {                   \
-        {qeliPCTFwd16x16_JPEGXR_##tag##_C1IR, qeliPCTFwd8x16_JPEGXR_##tag##_C1IR,                     \
-         qeliPCTFwd8x8_JPEGXR_##tag##_C1IR},                                                          \
-        {qeliPCTInv16x16_JPEGXR_##tag##_C1IR, qeliPCTInv8x16_JPEGXR_##tag##_C1IR,                     \
-         qeliPCTInv8x8_JPEGXR_##tag##_C1IR}};                                                         \
   };
 QELJ_PCT(int16_t, 16s)
 QELJ_PCT(int32_t, 32s)
 QELJ_PCT(float, 32f)
-constexpr QelSize kFixedSizes[3] = {{16, 16}, {8, 16}, {8, 8}};
 
-template <class T>
-class PctTest : public testing::Test {};
-using Types = testing::Types<int16_t, int32_t, float>;
-TYPED_TEST_SUITE(PctTest, Types);
 template <class T>
 class PctIntegerTest : public testing::Test {};
 using Integers = testing::Types<int16_t, int32_t>;
@@ -75,34 +65,6 @@ TYPED_TEST(PctIntegerTest, InverseUndoesForwardOverTheFullRange) {
     ASSERT_EQ(before, image.whole()) << size.width << "x" << size.height;
   }
 }
-
-// Blocks are independent of their place, the fixed sizes are the generic form, and rows may go upwards.
-TYPED_TEST(PctTest, EveryRegionIsItsBlocks) {
-  using T = TypeParam;
-  Random random(2);
-  const auto samples = random.vector<T>(24 * 16, -1000, 1000);
-  for (const bool inverse : {false, true}) {
-    const auto transform = inverse ? Pct<T>::inv : Pct<T>::fwd;
-    auto wanted = samples;
-    for (size_t y = 0; y < 16; y += 4)
-      for (size_t x = 0; x < 24; x += 8)  // pairs of blocks: what the float form needs
-        ASSERT_EQ(qelStatusOk, transform(&wanted[y * 24 + x], 24 * sizeof(T), {8, 4}));
-    auto whole = samples, upwards = samples;
-    ASSERT_EQ(qelStatusOk, transform(whole.data(), 24 * sizeof(T), {24, 16}));
-    EXPECT_EQ(wanted, whole);
-    for (size_t y = 0; y < 16; ++y) std::copy_n(&samples[y * 24], 24, &upwards[(15 - y) * 24]);
-    ASSERT_EQ(qelStatusOk, transform(&upwards[15 * 24], -24 * int(sizeof(T)), {24, 16}));
-    for (size_t y = 0; y < 16; ++y)
-      EXPECT_TRUE(std::equal(&wanted[y * 24], &wanted[y * 24 + 24], &upwards[(15 - y) * 24]));
-    for (int i = 0; i < 3; ++i) {
-      auto part = samples, generic = samples;
-      ASSERT_EQ(qelStatusOk, Pct<T>::fixed[inverse][i](part.data(), 24 * sizeof(T)));
-      ASSERT_EQ(qelStatusOk, transform(generic.data(), 24 * sizeof(T), kFixedSizes[i]));
-      EXPECT_EQ(generic, part);
-    }
-  }
-}
-
 TEST(PctFloat, LeavesAnUnpairedColumnOfBlocks) {
   for (const auto transform : {Pct<float>::fwd, Pct<float>::inv})
     for (const int32_t width : {4, 12, 20}) {
@@ -126,10 +88,10 @@ TEST(PctFloat, IsTheIntegerTransformWithoutRounding) {
     auto whole = random.vector<int32_t>(256, -100000000, 100000000);
     std::vector<float> real(whole.begin(), whole.end());
     const auto first = real;
-    Pct<int32_t>::fixed[inverse][0](whole.data(), 64);
-    Pct<float>::fixed[inverse][0](real.data(), 64);
+    (inverse ? Pct<int32_t>::inv : Pct<int32_t>::fwd)(whole.data(), 64, {16, 16});
+    (inverse ? Pct<float>::inv : Pct<float>::fwd)(real.data(), 64, {16, 16});
     for (size_t i = 0; i < 256; ++i) EXPECT_NEAR(double(whole[i]), double(real[i]), 300) << i;
-    Pct<float>::fixed[!inverse][0](real.data(), 64);
+    (inverse ? Pct<float>::fwd : Pct<float>::inv)(real.data(), 64, {16, 16});
     for (size_t i = 0; i < 256; ++i) EXPECT_NEAR(double(first[i]), double(real[i]), 300) << i;
   }
 }
@@ -142,30 +104,6 @@ TEST(PctFloat, RoundsInTheStatedOrder) {
   block[8 * 3 + 3] = 33554436.0f;
   qeliPCTFwd_JPEGXR_32f_C1IR(block, 32, {8, 4});
   EXPECT_EQ(0.0f, block[0]);
-}
-
-TYPED_TEST(PctTest, ChecksInOrder) {
-  using T = TypeParam;
-  constexpr int32_t kSample = sizeof(T);
-  std::vector<T> block(16 * 16, T(7));
-  const auto before = block;
-  for (const auto transform : {Pct<T>::fwd, Pct<T>::inv}) {
-    EXPECT_EQ(qelStatusNullPointer, transform(nullptr, 0, {0, 4}));
-    EXPECT_EQ(qelStatusBadSize, transform(block.data(), 0, {0, 4}));
-    EXPECT_EQ(qelStatusBadSize, transform(block.data(), 0, {4, -4}));
-    EXPECT_EQ(qelStatusBadStep, transform(block.data(), 6 * kSample - 1, {6, 4}));
-    EXPECT_EQ(qelStatusBadSize, transform(block.data(), 6 * kSample, {6, 4}));
-    EXPECT_EQ(qelStatusBadSize, transform(block.data(), 8 * kSample, {8, 6}));
-    // The bytes of a row are no 32-bit product.
-    EXPECT_EQ(qelStatusBadStep, transform(block.data(), 16, {1 << 30, 4}));
-  }
-  for (int i = 0; i < 3; ++i)
-    for (const bool inverse : {false, true}) {
-      EXPECT_EQ(qelStatusNullPointer, Pct<T>::fixed[inverse][i](nullptr, 0));
-      EXPECT_EQ(qelStatusBadStep,
-                Pct<T>::fixed[inverse][i](block.data(), kFixedSizes[i].width * kSample - 1));
-    }
-  EXPECT_EQ(before, block);
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "qelj.h"
-#include "support/buffer.h"
 
 namespace qelj::test {
 namespace {
@@ -107,26 +108,6 @@ TEST(Bc6Decode, TwoRegions) {
   EXPECT_EQ(1536u * 31 >> 6, pixels.at(7, 0));
   EXPECT_EQ(0u, pixels.at(0, 1));
   EXPECT_EQ((((49u << 16) + 32768) >> 6) * 31 >> 6, pixels.at(2, 1));
-}
-
-TEST(Bc6Decode, PartialBlocksAndChecks) {
-  Random random;
-  PageBuffer blocks(4 * 16);
-  random.fill(blocks.data(), blocks.size());
-  Guarded whole(random, 48, 8), part(random, 30, 5, 41, 1);
-  EXPECT_EQ(qelStatusOk, qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(blocks.data(), whole.data<uint16_t>(),
-                                                                   whole.step(), 8, 8));
-  EXPECT_EQ(qelStatusOk, qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(blocks.data(), part.data<uint16_t>(),
-                                                                   part.step(), 5, 5));
-  EXPECT_TRUE(part.intact() && whole.intact());
-  for (size_t y = 0; y < 5; ++y) EXPECT_EQ(0, std::memcmp(part.data(y), whole.data(y), 30));
-
-  int16_t pixel[3] = {};
-  EXPECT_EQ(qelStatusNullPointer, qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(nullptr, pixel, 0, 0, 0));
-  EXPECT_EQ(qelStatusNullPointer, qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(blocks.data(), nullptr, 0, 0, 0));
-  EXPECT_EQ(qelStatusBadStep, qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(blocks.data(), pixel, 0, 0, 0));
-  EXPECT_EQ(qelStatusBadSize, qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(blocks.data(), pixel, 1, 0, 1));
-  EXPECT_EQ(qelStatusBadSize, qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(blocks.data(), pixel, 1, 1, 0));
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <vector>
+
 #include "qelj.h"
-#include "support/buffer.h"
 
 namespace qelj::test {
 namespace {

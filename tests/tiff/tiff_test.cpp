@@ -180,46 +180,5 @@ TEST(PackBits, UnpackPositionsAndHeaders) {
   }
 }
 
-TEST(BytePlanes, SplitAndJoinEveryLength) {
-  Random random;
-  for (size_t length = 1; length <= 100; ++length) {
-    Guarded words(random, 2 * length, 1, 0, length % 3), back(random, 2 * length, 1, 0, 1),
-        high(random, length), low(random, length);
-    uint8_t* const planes[] = {high.data(), low.data()};
-    ASSERT_EQ(qelStatusOk, qeliSplitRow_TIFF_16u8u_C1(words.data<uint16_t>(), planes, int32_t(length)));
-    for (size_t i = 0; i < length; ++i) {
-      ASSERT_EQ(words.data()[2 * i], low.data()[i]);
-      ASSERT_EQ(words.data()[2 * i + 1], high.data()[i]);
-    }
-    ASSERT_EQ(qelStatusOk, qeliJoinRow_TIFF_8u16u_C1(planes, back.data<uint16_t>(), int32_t(length)));
-    ASSERT_TRUE(std::equal(words.data(), words.data() + 2 * length, back.data()));
-    ASSERT_TRUE(back.intact() && high.intact() && low.intact());
-  }
-}
-
-TEST(Tiff, ChecksInOrder) {
-  uint8_t bytes[4] = {};
-  uint16_t words[2] = {};
-  uint8_t* const planes[] = {bytes, bytes + 2};
-  uint32_t position = 0;
-  const auto bits = [&](uint8_t* src, int32_t srcLen, uint8_t* dst, uint32_t* at, int32_t dstLen,
-                        QelStatus expected) {
-    EXPECT_EQ(expected, qeliPackBitsRow_TIFF_8u_C1(src, srcLen, dst, at, dstLen));
-    EXPECT_EQ(expected, qeliUnpackBitsRow_TIFF_8u_C1(src, at, srcLen, dst, dstLen));
-  };
-  bits(nullptr, 0, bytes, &position, 0, qelStatusNullPointer);
-  bits(bytes, 0, bytes, nullptr, 0, qelStatusNullPointer);
-  bits(bytes, 0, nullptr, &position, 0, qelStatusNullPointer);
-  bits(bytes, 0, bytes, &position, 1, qelStatusBadSize);
-  bits(bytes, 1, bytes, &position, -1, qelStatusBadSize);
-  EXPECT_EQ(qelStatusNullPointer, qeliSplitRow_TIFF_16u8u_C1(nullptr, planes, 0));
-  EXPECT_EQ(qelStatusNullPointer, qeliSplitRow_TIFF_16u8u_C1(words, nullptr, 0));
-  EXPECT_EQ(qelStatusBadStep, qeliSplitRow_TIFF_16u8u_C1(words, planes, 0));
-  EXPECT_EQ(qelStatusNullPointer, qeliJoinRow_TIFF_8u16u_C1(nullptr, words, 0));
-  EXPECT_EQ(qelStatusNullPointer, qeliJoinRow_TIFF_8u16u_C1(planes, nullptr, 0));
-  EXPECT_EQ(qelStatusBadStep, qeliJoinRow_TIFF_8u16u_C1(planes, words, -1));
-  EXPECT_EQ(0u, position);
-}
-
 }  // namespace
 }  // namespace qelj::test

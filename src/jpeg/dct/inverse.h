@@ -139,7 +139,8 @@ struct LevelShiftedOut {
   }
 };
 
-// The whole transform in its scalar form, of dequantised coefficients.
+// The whole transform in its scalar form, of dequantised coefficients. Samples go out row after row: with a step
+// shorter than a row, the later one stays.
 template <class Destination>
 inline void ownInverseScalar(const int16_t (&coefficients)[8][8], Destination destination) {
   int16_t rows[8][8];
@@ -148,8 +149,9 @@ inline void ownInverseScalar(const int16_t (&coefficients)[8][8], Destination de
     Sat16<int16_t> y[8], column[8];
     for (int k = 0; k < 8; ++k) y[k] = {rows[k][x]};
     ownInverseColumns(column, y[0], y[1], y[2], y[3], y[4], y[5], y[6], y[7]);
-    for (int k = 0; k < 8; ++k) destination.sample(k, x, column[k].v);
+    for (int k = 0; k < 8; ++k) rows[k][x] = column[k].v;
   }
+  for (int i = 0; i < 64; ++i) destination.sample(i / 8, i % 8, rows[i / 8][i % 8]);
 }
 
 }  // namespace qelj::dct

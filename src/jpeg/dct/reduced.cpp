@@ -266,8 +266,9 @@ void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
     for (int x = 0; x < 4; ++x) {
       Sat16<int16_t> column[4];
       ownColumnsToFour(column, y[0][x], y[1][x], y[2][x], y[3][x], y[5][x], y[6][x], y[7][x]);
-      for (int k = 0; k < 4; ++k) LevelShiftedOut{dst, dstStep}.sample(k, x, column[k].v);
+      for (int k = 0; k < 4; ++k) y[k][x] = column[k];
     }
+    for (int i = 0; i < 16; ++i) LevelShiftedOut{dst, dstStep}.sample(i / 4, i % 4, y[i / 4][i % 4].v);
   }
 }
 
@@ -289,8 +290,9 @@ void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const ui
     for (int x = 0; x < 2; ++x) {
       Sat16<int16_t> column[2];
       ownColumnsToTwo(column, y[0][x], y[1][x], y[3][x], y[5][x], y[7][x]);
-      for (int k = 0; k < 2; ++k) LevelShiftedOut{dst, dstStep}.sample(k, x, column[k].v);
+      for (int k = 0; k < 2; ++k) y[k][x] = column[k];
     }
+    for (int i = 0; i < 4; ++i) LevelShiftedOut{dst, dstStep}.sample(i / 2, i % 2, y[i / 2][i % 2].v);
   }
 }
 

@@ -240,8 +240,8 @@ QelStatus isEncoder(const Encoder* e) { return require(e->magic == kEncoderMagic
 // The checks that the three questions about a pass or segment share.
 QelStatus checkQuestion(const Encoder* state, int32_t number, const void* result, int32_t Encoder::*count) {
   if (!state) return qelStatusNullPointer;
-  return check(isEncoder(state), nonNull(result),
-               require(number >= 0 && number < state->*count, qelStatusJpeg2kBadPassNumber));
+  if (auto s = check(isEncoder(state), nonNull(result)); s) return s;  // other memory may be shorter than a state
+  return require(number >= 0 && number < state->*count, qelStatusJpeg2kBadPassNumber);
 }
 
 }  // namespace

@@ -1,93 +1,160 @@
-#include "support/compare.h"
+#include <cmath>
+
+#include "jpeg/sample/operand.h"
 
 namespace qelj::test {
 namespace {
 
-// Coefficients or centred samples in one of several ranges, with a tail of zeros now and then.
-Guarded someBlock(Random& random) {
-  Guarded block(random, 128, 1, 0, size_t(random.in(0, 33)));
-  const int shift = int(random.in(0, 15)), last = random.chance(30) ? int(random.in(0, 63)) : 63;
-  for (int i = 0; i < 64; ++i) {
-    int16_t x;
-    std::memcpy(&x, block.data() + 2 * i, 2);
-    x = i > last ? int16_t(0) : int16_t(x >> shift);
-    std::memcpy(block.data() + 2 * i, &x, 2);
+constexpr int kMany = 2000;
+
+// --- what blocks, tables and images hold -------------------------------------------------------------------
+
+// Coefficients or centred samples of any size, all of them, the first ones or a few; or the ends of their range.
+void refill(Case& c, const Rows<int16_t>& block) {
+  const auto kind = c.in(0, 9);
+  const auto shift = int(c.in(0, 15));
+  const auto last = size_t(kind < 3 ? c.in(0, 63) : 63);
+  std::array<int16_t, 64> x;
+  c.random.fill(x.data(), sizeof x);
+  uint64_t few = c.random.bits();
+  few &= c.random.bits();
+  for (size_t i = 0; i < 64; ++i) {
+    x[i] = int16_t(i > last || (kind == 3 && !(few >> i & 1)) ? 0 : x[i] >> shift);
+    if (kind == 4) x[i] = x[i] & 1 ? 32767 : x[i] & 2 ? -32768 : x[i];
   }
+  std::memcpy(block.data(), x.data(), sizeof x);
+}
+Rows<int16_t>& drawnBlock(Case& c) {
+  auto& block = c.rows<int16_t>(64);
+  refill(c, block);
   return block;
 }
-template <class T>
-Guarded someTable(Random& random) {
-  Guarded table(random, 64 * sizeof(T), 1, 0, size_t(random.in(0, 33)));
-  if (random.chance(30)) return table;  // any bits: huge numbers, infinities, NaN
-  const int64_t high = random.in(1, 4000);
-  for (int i = 0; i < 64; ++i) {
-    const T t = std::is_integral_v<T> ? T(random.in(0, high)) : T(random.in(1, high)) / T(random.in(1, 256));
-    std::memcpy(table.data() + i * int(sizeof t), &t, sizeof t);
+
+// Divisors, multipliers and reciprocals, and what no table should hold: zeros, huge numbers, infinities, NaN.
+template <class Entry>
+Rows<Entry>& drawnTable(Case& c) {
+  auto& table = c.rows<Entry>(64);  // any bits
+  const auto kind = c.in(0, 9);
+  const int64_t high = int64_t(1) << c.in(0, 12);
+  if constexpr (std::is_integral_v<Entry>) {
+    const auto one = c.of({1, 0x8000});
+    if (kind < 4) table.fill([&] { return c.in(0, high); });
+    if (kind == 4) table.fill([&] { return c.of({0, 1, 0x7FFF, 0x8000, 0x8001, 0xFFFF}); });
+    if (kind == 5) table.fill([&] { return 1 << c.in(0, 15); });
+    if (kind == 6) table.fill([&] { return one; });
+  } else {
+    const Entry strange[] = {0, -0.0f, 1e-45f, -1, 1e5f, 1e6f, -1e9f, 3e38f, INFINITY, NAN};
+    if (kind < 5)
+      table.fill([&] {
+        const auto numerator = Entry(c.in(1, high));
+        return numerator / Entry(c.in(1, 255));
+      });
+    if (kind == 5) table.fill([&] { return strange[c.in(0, 9)]; });
+    if (kind == 6) table.fill([] { return 1; });
   }
   return table;
 }
-template <class T>
-Guarded someImage(Random& random) {
-  Guarded image(random, 8 * sizeof(T), 8, 8 * sizeof(T) + size_t(random.in(0, 50)), size_t(random.in(0, 33)));
-  for (size_t y = 0; y < 8 && sizeof(T) == 2; ++y)  // mostly 12-bit samples
-    for (size_t x = 0; x < 8; ++x)
-      if (random.chance(95)) image.data(y)[2 * x + 1] &= 0x0F;
-  return image;
+
+void refill(Case& c, const Rows<uint8_t>& image) {
+  const bool ends = c.chance(20);
+  image.fill([&] { return ends ? c.of({0, 255}) : c.in(0, 255); });
+}
+// Mostly of 12 bits.
+void refill(Case& c, const Rows<uint16_t>& image) {
+  const int64_t high = c.of({4095, 4095, 4095, 65535});
+  const bool ends = c.chance(20);
+  image.fill([&] { return ends ? c.of({int64_t(0), high}) : c.in(0, high); });
 }
 
-template <class Sample, class Entry>
-constexpr auto toBlock = [](auto* function, Random& random, Trace& trace) {
-  Guarded src = someImage<Sample>(random), dst = someBlock(random), table = someTable<Entry>(random);
-  trace.status(
-      function(src.template data<Sample>(), src.step(), dst.data<int16_t>(), table.template data<Entry>()));
-  trace.buffer(dst);
+// --- one table, several blocks -----------------------------------------------------------------------------
+
+template <class Sample, class Entry, int kBlocks>
+constexpr auto toBlock = [](auto* function, Case& c) {
+  const int32_t step = drawnStep(c, 8 * int32_t(sizeof(Sample)), Overlap::yes, Tested::yes);
+  auto& src = c.region<Sample>(8, 8, step);
+  auto& dst = c.rows<int16_t>(64);
+  auto& table = drawnTable<Entry>(c);
+  c.call(function, src.data(), Step{step}, dst.data(), table.data());
+  for (int i = 1; i < kBlocks; ++i) {
+    refill(c, src);
+    function(src.data(), step, dst.data(), table.data());
+    c.now(dst);
+  }
 };
-template <class Sample, class Entry>
-constexpr auto toImage = [](auto* function, Random& random, Trace& trace) {
-  Guarded src = someBlock(random), dst = someImage<Sample>(random), table = someTable<Entry>(random);
-  trace.status(
-      function(src.data<int16_t>(), dst.template data<Sample>(), dst.step(), table.template data<Entry>()));
-  trace.buffer(dst);
+template <class Sample, class Entry, int kSize, int kBlocks>
+constexpr auto toImage = [](auto* function, Case& c) {
+  const int32_t step = drawnStep(c, kSize * int32_t(sizeof(Sample)), Overlap::yes, Tested::yes);
+  auto& src = drawnBlock(c);
+  auto& dst = c.region<Sample>(kSize, kSize, step);
+  auto& table = drawnTable<Entry>(c);
+  c.call(function, src.data(), dst.data(), Step{step}, table.data());
+  for (int i = 1; i < kBlocks; ++i) {
+    refill(c, src);
+    function(src.data(), dst.data(), step, table.data());
+    c.now(dst);
+  }
 };
-constexpr auto blockToBlock = [](auto* function, Random& random, Trace& trace) {
-  Guarded src = someBlock(random), dst = someBlock(random), table = someTable<uint16_t>(random);
-  trace.status(function(src.data<int16_t>(), dst.data<int16_t>(), table.data<uint16_t>()));
-  trace.buffer(dst);
+// Source and destination may be one block.
+template <int kBlocks>
+constexpr auto blockToBlock = [](auto* function, Case& c) {
+  auto& src = drawnBlock(c);
+  auto& dst = c.chance(20) ? src : drawnBlock(c);
+  auto& table = drawnTable<uint16_t>(c);
+  c.call(function, src.data(), dst.data(), table.data());
+  for (int i = 1; i < kBlocks; ++i) {
+    refill(c, src);
+    function(src.data(), dst.data(), table.data());
+    c.now(dst);
+  }
 };
-constexpr auto inPlace = [](auto* function, Random& random, Trace& trace) {
-  Guarded block = someBlock(random), table = someTable<uint16_t>(random);
-  trace.status(function(block.data<int16_t>(), table.data<uint16_t>()));
-  trace.buffer(block);
-};
-constexpr auto tableInit = [](auto* function, Random& random, Trace& trace) {
-  Guarded raw(random, 64, 1, 0, size_t(random.in(0, 33))), table(random, 128, 1, 0, size_t(random.in(0, 33)));
-  trace.status(function(raw.data(), table.data<uint16_t>()));
-  trace.buffer(table);
+constexpr auto inPlace = [](auto* function, Case& c) {
+  auto& block = drawnBlock(c);
+  auto& table = drawnTable<uint16_t>(c);
+  c.call(function, block.data(), table.data());
 };
 
-QELJ_COMPARE(qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R, toBlock<uint8_t, uint16_t>);
-QELJ_COMPARE(qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R, toBlock<uint16_t, float>);
-QELJ_COMPARE(qeliDCTQuantFwd8x8_JPEG_16s_C1, blockToBlock);
-QELJ_COMPARE(qeliDCTQuantFwd8x8_JPEG_16s_C1I, inPlace);
-QELJ_COMPARE(qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t>);
-QELJ_COMPARE(qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t>);
-QELJ_COMPARE(qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t>);
-QELJ_COMPARE(qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t>);
-QELJ_COMPARE(qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t>);
-QELJ_COMPARE(qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t>);
-QELJ_COMPARE(qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R, toImage<uint16_t, float>);
-QELJ_COMPARE(qeliDCTQuantInv8x8_JPEG_16s_C1, blockToBlock);
-QELJ_COMPARE(qeliDCTQuantInv8x8_JPEG_16s_C1I, inPlace);
-QELJ_COMPARE(qeliQuantFwd8x8_JPEG_16s_C1I, inPlace);
-QELJ_COMPARE(qeliQuantInv8x8_JPEG_16s_C1I, inPlace);
+QELJ_COMPARE(qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R, toBlock<uint8_t, uint16_t, 8>, kMany);
+QELJ_COMPARE(qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R, toBlock<uint16_t, float, 8>, kMany);
+QELJ_COMPARE(qeliDCTQuantFwd8x8_JPEG_16s_C1, blockToBlock<8>, kMany);
+QELJ_COMPARE(qeliDCTQuantFwd8x8_JPEG_16s_C1I, inPlace, kMany);
+QELJ_COMPARE(qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t, 8, 8>, kMany);
+QELJ_COMPARE(qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R, toImage<uint16_t, float, 8, 8>, kMany);
+QELJ_COMPARE(qeliDCTQuantInv8x8_JPEG_16s_C1, blockToBlock<10>, kMany);
+QELJ_COMPARE(qeliDCTQuantInv8x8_JPEG_16s_C1I, inPlace, kMany);
+
+// The fewer samples, the more blocks it takes until one shows a rounding term.
+QELJ_COMPARE(qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t, 8, 8>, kMany);
+QELJ_COMPARE(qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t, 8, 8>, kMany);
+QELJ_COMPARE(qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t, 8, 8>, kMany);
+QELJ_COMPARE(qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t, 2, 300>, kMany);
+QELJ_COMPARE(qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, toImage<uint8_t, uint16_t, 4, 100>, kMany);
+
+// --- quantisation ------------------------------------------------------------------------------------------
+
+QELJ_COMPARE(qeliQuantFwd8x8_JPEG_16s_C1I, inPlace, kMany);
+QELJ_COMPARE(qeliQuantInv8x8_JPEG_16s_C1I, inPlace, kMany);
+
+// The raw table may lie in the memory of the one that is made of it.
+constexpr auto tableInit = [](auto* function, Case& c) {
+  auto& table = c.rows<uint16_t>(64);
+  auto& raw = c.rows<uint8_t>(64);
+  if (c.chance(60)) raw.fill([&] { return c.in(1, 255); });
+  const auto within = c.in(0, 64);
+  const uint8_t* src = c.chance(20) ? table.raw() + within : raw.data();
+  c.call(function, src, table.data());
+};
 QELJ_COMPARE(qeliQuantFwdTableInit_JPEG_8u16u, tableInit);
 QELJ_COMPARE(qeliQuantInvTableInit_JPEG_8u16u, tableInit);
-QELJ_COMPARE(qeliQuantFwdRawTableInit_JPEG_8u, [](auto* function, Random& random, Trace& trace) {
-  Guarded raw(random, 64, 1, 0, size_t(random.in(0, 33)));
-  trace.status(function(raw.data(),
-                        int32_t(random.chance(80) ? random.in(-3, 110) : random.in(INT32_MIN, INT32_MAX))));
-  trace.buffer(raw);
-});
+
+QELJ_COMPARE(
+    qeliQuantFwdRawTableInit_JPEG_8u,
+    [](auto* function, Case& c) {
+      auto& raw = c.rows<uint8_t>(64);
+      const int32_t most = c.of({110, 110, 5100, INT32_MAX});
+      const auto quality = int32_t(c.in(1, most));
+      c.call(function, raw.data(), Domain<int32_t>{quality, {0, -1, INT32_MIN}});
+    },
+    kMany);
 
 }  // namespace
 }  // namespace qelj::test

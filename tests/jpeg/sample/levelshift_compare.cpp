@@ -1,17 +1,17 @@
-#include "support/compare.h"
+#include "jpeg/sample/operand.h"
 
 namespace qelj::test {
 namespace {
 
 template <class From, class To>
-constexpr auto shift = [](auto* function, Random& random, Trace& trace) {
-  const auto width = size_t(random.in(1, 200)), height = size_t(random.in(1, 60));
-  const auto gap = size_t(random.in(0, 9));
-  Guarded src(random, width * sizeof(From), height, width * sizeof(From) + gap, size_t(random.in(0, 33)));
-  Guarded dst(random, width * sizeof(To), height, width * sizeof(To) + gap, size_t(random.in(0, 33)));
-  trace.status(
-      function(src.data<From>(), src.step(), dst.data<To>(), dst.step(), {int32_t(width), int32_t(height)}));
-  trace.buffer(dst);
+constexpr auto shift = [](auto* function, Case& c) {
+  const QelSize size = drawnExtent(c).size;
+  const int32_t srcStep = drawnStep(c, size.width * int32_t(sizeof(From)), Overlap::yes, Tested::yes);
+  const int32_t dstStep = drawnStep(c, size.width * int32_t(sizeof(To)), Overlap::no, Tested::yes);
+  auto& src = c.region<From>(size.width, size.height, srcStep);
+  auto& dst = c.region<To>(size.width, size.height, dstStep);
+  if (sizeof(From) == 2 && c.chance(60)) src.fill([&] { return c.in(-150, 150); });
+  c.call(function, src.data(), Step{srcStep}, dst.data(), Step{dstStep}, size);
 };
 
 QELJ_COMPARE(qeliSub128_JPEG_8u16s_C1R, shift<uint8_t, int16_t>);

@@ -1,67 +1,82 @@
-#include "support/compare.h"
+#include "jpeg/sample/operand.h"
 
 namespace qelj::test {
 namespace {
 
-// Three planes, chroma of half the columns and 1 / kRows of the rows.
-struct Planes {
-  Guarded y, cb, cr;
-  int32_t step[3];
-  uint8_t* plane[3];
-  Planes(Random& random, size_t width, size_t height, size_t rows)
-      : y(random, width, height, width + random.bits() % 9, random.bits() % 34),
-        cb(random, width / 2, height / rows, width / 2 + random.bits() % 9, random.bits() % 34),
-        cr(random, width / 2, height / rows, width / 2 + random.bits() % 9, random.bits() % 34),
-        step{y.step(), cb.step(), cr.step()},
-        plane{y.data(), cb.data(), cr.data()} {}
+constexpr int kMany = 1000;
+
+// Three planes with steps of their own, chroma of half the columns and 1 / kRows of the rows.
+struct Planes3 {
+  std::array<uint8_t*, 3> plane{};
+  std::array<int32_t, 3> step{};
+
+  Planes3(Case& c, Extent e, int32_t rows, Overlap overlap) {
+    for (size_t i = 0; i < 3; ++i) {
+      const int32_t width = i ? e.size.width / 2 : e.size.width;
+      const int32_t height = i ? e.size.height / rows : e.size.height;
+      const int32_t drawn = drawnStep(c, width, overlap, Tested::no);
+      step[i] = e.huge ? kLittleMemory : drawn;
+      plane[i] = drawnSamples<uint8_t>(c, width, height, step[i]).data();
+    }
+  }
 };
 
-template <size_t kChannels, size_t kRows>
-constexpr auto forward = [](auto* function, Random& random, Trace& trace) {
-  const auto width = size_t(random.in(2, 200)), height = size_t(random.in(2, 12));
-  Guarded src(random, width * kChannels, height, 0, size_t(random.in(0, 33)));
-  if (random.chance(20))
-    for (size_t i = 0; i < height * width * kChannels; ++i) src.data()[i] = random.chance(50) ? 0 : 255;
-  Planes dst(random, width, height, kRows);
-  trace.status(function(src.data(), src.step(), dst.plane, dst.step, {int32_t(width), int32_t(height)}));
-  for (const auto* p : {&dst.y, &dst.cb, &dst.cr}) trace.buffer(*p);
+// At least a pair of columns, for 411 also of rows.
+template <int kRows>
+Extent pairExtent(Case& c, int32_t streamedBytes = 0) {
+  Extent e = drawnExtent(c, streamedBytes);
+  e.size.width = std::max(e.size.width, 2), e.size.height = std::max(e.size.height, kRows);
+  return e;
+}
+template <int kRows>
+Domain<QelSize> area(QelSize s) {
+  Domain<QelSize> d{s, {{1, s.height}, {0, s.height}, {-5, s.height}, {s.width, 0}, {s.width, -5}}};
+  if (kRows == 2) d.bad.push_back({s.width, 1});
+  return d;
+}
+
+template <int kChannels, int kRows>
+constexpr auto forward = [](auto* function, Case& c) {
+  const Extent e = pairExtent<kRows>(c);
+  const auto src = Operand<uint8_t, kChannels, 0>::source(c, e, Tested::no);
+  const Planes3 dst(c, e, kRows, Overlap::no);
+  c.call(function, src.argument(), src.step, Planes{dst.plane.data(), 3}, Unchecked{dst.step.data()},
+         area<kRows>(e.size));
 };
-template <size_t kChannels, size_t kRows>
+template <int kChannels, int kRows>
 constexpr auto inverse = []<class... Alpha>(QelStatus (*function)(const uint8_t* const*, const int32_t*,
                                                                   uint8_t*, int32_t, QelSize, Alpha...),
-                                            Random& random, Trace& trace) {
-  const auto width = size_t(random.in(2, 200)), height = size_t(random.in(2, 12));
-  Planes src(random, width, height, kRows);
-  Guarded dst(random, width * kChannels, height, width * kChannels + random.bits() % 9,
-              size_t(random.in(0, 33)));
-  const QelSize size{int32_t(width), int32_t(height)};
-  trace.status(function(src.plane, src.step, dst.data(), dst.step(), size, Alpha(random.bits())...));
-  trace.buffer(dst);
+                                            Case& c) {
+  const Extent e = pairExtent<kRows>(c, kChannels);
+  const Planes3 src(c, e, kRows, Overlap::yes);
+  const auto dst = Operand<uint8_t, kChannels, 0>::destination(c, e.size, Tested::no);
+  [[maybe_unused]] const auto alpha = uint8_t(c.in(0, 255));
+  c.call(function, Planes{src.plane.data(), 3}, Unchecked{src.step.data()}, dst.argument(), dst.step,
+         area<kRows>(e.size), Alpha(alpha)...);
 };
 
-QELJ_COMPARE(qeliRGBToYCbCr422_JPEG_8u_C3P3R, forward<3, 1>);
-QELJ_COMPARE(qeliBGRToYCbCr422_JPEG_8u_C3P3R, forward<3, 1>);
-QELJ_COMPARE(qeliRGBToYCbCr422_JPEG_8u_C4P3R, forward<4, 1>);
-QELJ_COMPARE(qeliBGRToYCbCr422_JPEG_8u_C4P3R, forward<4, 1>);
-QELJ_COMPARE(qeliRGBToYCbCr411_JPEG_8u_C3P3R, forward<3, 2>);
-QELJ_COMPARE(qeliBGRToYCbCr411_JPEG_8u_C3P3R, forward<3, 2>);
-QELJ_COMPARE(qeliRGBToYCbCr411_JPEG_8u_C4P3R, forward<4, 2>);
-QELJ_COMPARE(qeliBGRToYCbCr411_JPEG_8u_C4P3R, forward<4, 2>);
-QELJ_COMPARE(qeliYCbCr422ToRGB_JPEG_8u_P3C3R, inverse<3, 1>);
-QELJ_COMPARE(qeliYCbCr422ToBGR_JPEG_8u_P3C3R, inverse<3, 1>);
-QELJ_COMPARE(qeliYCbCr422ToRGB_JPEG_8u_P3C4R, inverse<4, 1>);
-QELJ_COMPARE(qeliYCbCr422ToBGR_JPEG_8u_P3C4R, inverse<4, 1>);
-QELJ_COMPARE(qeliYCbCr411ToRGB_JPEG_8u_P3C3R, inverse<3, 2>);
-QELJ_COMPARE(qeliYCbCr411ToBGR_JPEG_8u_P3C3R, inverse<3, 2>);
-QELJ_COMPARE(qeliYCbCr411ToRGB_JPEG_8u_P3C4R, inverse<4, 2>);
-QELJ_COMPARE(qeliYCbCr411ToBGR_JPEG_8u_P3C4R, inverse<4, 2>);
-QELJ_COMPARE(qeliYCbCr422ToRGB_JPEG_8u_C2C3R, [](auto* function, Random& random, Trace& trace) {
-  const auto width = size_t(random.in(1, 300)), height = size_t(random.in(1, 40)), even = (width + 1) / 2 * 2;
-  Guarded src(random, 2 * even, height, 0, size_t(random.in(0, 33)));
-  Guarded dst(random, 3 * even, height, 3 * width + size_t(random.in(0, 9)), size_t(random.in(0, 33)));
-  trace.status(function(src.data(), src.step(), dst.data(), dst.step(), {int32_t(width), int32_t(height)}));
-  trace.buffer(dst);
-});
+QELJ_COMPARE_ORDERS(qeli, ToYCbCr422_JPEG_8u_C3P3R, forward<3, 1>, kMany);
+QELJ_COMPARE_ORDERS(qeli, ToYCbCr422_JPEG_8u_C4P3R, forward<4, 1>, kMany);
+QELJ_COMPARE_ORDERS(qeli, ToYCbCr411_JPEG_8u_C3P3R, forward<3, 2>, kMany);
+QELJ_COMPARE_ORDERS(qeli, ToYCbCr411_JPEG_8u_C4P3R, forward<4, 2>, kMany);
+QELJ_COMPARE_ORDERS(qeliYCbCr422To, _JPEG_8u_P3C3R, inverse<3, 1>, kMany);
+QELJ_COMPARE_ORDERS(qeliYCbCr422To, _JPEG_8u_P3C4R, inverse<4, 1>, kMany);
+QELJ_COMPARE_ORDERS(qeliYCbCr411To, _JPEG_8u_P3C3R, inverse<3, 2>, kMany);
+QELJ_COMPARE_ORDERS(qeliYCbCr411To, _JPEG_8u_P3C4R, inverse<4, 2>, kMany);
+
+// Pairs are read and written whole, also the one that an odd width begins; rows may overlap on both sides.
+constexpr auto packedPairs = [](auto* function, Case& c) {
+  const Extent e = drawnExtent(c, 3);
+  const int32_t pairs = (e.size.width + 1) / 2;
+  const int32_t drawn = drawnStep(c, 4 * pairs, Overlap::yes, Tested::no);
+  const int32_t srcStep = e.huge ? kLittleMemory : drawn;
+  const int32_t wide = drawnStep(c, 6 * pairs, Overlap::yes, Tested::no);
+  const int32_t dstStep = c.chance(30) ? 3 * e.size.width : wide;
+  auto& src = drawnSamples<uint8_t>(c, 4 * pairs, e.size.height, srcStep);
+  auto& dst = c.region<uint8_t>(6 * pairs, e.size.height, dstStep);
+  c.call(function, src.data(), srcStep, dst.data(), dstStep, e.size);
+};
+QELJ_COMPARE(qeliYCbCr422ToRGB_JPEG_8u_C2C3R, packedPairs, kMany);
 
 }  // namespace
 }  // namespace qelj::test
