@@ -88,13 +88,12 @@ constexpr auto toPixels = [](auto* function, Random& random, Trace& trace) {
                     });
 };
 
+// Lines of 1 to 4 samples have forms of their own, beside short lines and long ones.
 QelRect randomTile(Random& random) {
-  const bool tiny = random.chance(40), wide = random.chance(10);
-  return {int32_t(random.in(-9, 9)), int32_t(random.in(-9, 9)),
-          int32_t(random.in(1, tiny   ? 6
-                               : wide ? 1400
-                                      : 90)),
-          int32_t(random.in(1, tiny ? 6 : 70))};
+  const auto length = [&](int64_t most) { return int32_t(random.in(1, random.chance(50) ? 4 : most)); };
+  const auto x = int32_t(random.in(-9, 9)), y = int32_t(random.in(-9, 9));
+  const int32_t width = length(random.chance(10) ? 1400 : 90);
+  return {x, y, width, length(70)};
 }
 
 // A work buffer that is always large enough; its contents are not compared.
