@@ -18,6 +18,21 @@ endforeach()
 string(APPEND qelj_version_script "  local: *;\n};\n")
 file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/exports.map CONTENT "${qelj_version_script}" @ONLY)
 
+# qelj_protect_branches(<target> [MARK]): landing pads where indirect branches arrive, and protected return addresses
+# (Intel CET; Arm BTI and PAC). A process has the protection only if each of its libraries is marked, and the linker
+# marks a library only if each of its objects is: so the start-up objects stay out (frame/start.cpp has what is needed
+# of them), and on AArch64 the compiler's functions for atomic operations. MARK marks the library in any case.
+function(qelj_protect_branches target)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
+    target_compile_options(${target} PRIVATE -fcf-protection)
+    set(mark -Wl,-z,ibt,-z,shstk)
+  elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+    target_compile_options(${target} PRIVATE -mbranch-protection=standard -mno-outline-atomics)
+    set(mark -Wl,-z,force-bti)
+  endif()
+  target_link_options(${target} PRIVATE -nostartfiles $<$<STREQUAL:"${ARGN}","MARK">:${mark}>)
+endfunction()
+
 function(qelj_image target cpu directory)
   add_library(${target} SHARED ${qelj_sources})
   set_target_properties(${target} PROPERTIES
@@ -41,6 +56,7 @@ function(qelj_image target cpu directory)
   endif()
   target_link_libraries(${target} PRIVATE
     qelj_warnings $<$<STREQUAL:${cpu},scalar>:qelj_scalar_warnings> qelcore OpenMP::OpenMP_CXX)
+  qelj_protect_branches(${target})
   # Never unloaded: the OpenMP runtime would go as well, and between calls its threads wait in its code.
   target_link_options(${target} PRIVATE
     -Wl,--version-script=${PROJECT_BINARY_DIR}/exports.map -Wl,-z,relro,-z,now,-z,nodelete)

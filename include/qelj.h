@@ -46,7 +46,14 @@
  *   (...InitAlloc and a few coders); allocation goes through qelcore (see qelcore.h).
  *
  * Exactness.  Results are defined to the bit, on every processor and build. Where the pixels at the end of a row
- *   use another fixed-point form than the main part, that is part of the definition.
+ *   use another fixed-point form than the main part, that is part of the definition. Not defined are the sign and
+ *   the payload of a NaN: what a 32f function makes of a NaN, or of infinities that cancel, is a NaN.
+ *
+ * Floating point.  A function without 32f in its name gives the same bytes in every rounding mode that the calling
+ *   thread may have set, and whether or not denormal numbers are flushed to zero. It raises the flag for inexact
+ *   results and no other, unless it says so; none is meant to be trapped. A 32f function computes in the environment
+ *   that it is called in; its results are defined for the one that a program starts with (to nearest, denormal
+ *   numbers kept), and it raises what its arithmetic raises. The environment is left as it was.
  */
 #ifndef QELJ_H
 #define QELJ_H
@@ -500,7 +507,7 @@ QELJ_API QelStatus qeliQuantInv8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16_t*
  * caller).
  *   LS 16u16s  8x8 16-bit samples, rows srcStep bytes apart; 2048 is subtracted from each. A sample of 32768 or more
  *              counts as that less 65536. A coefficient is rounded to nearest with ties to even, and saturated to 16
- *              bits; one beyond 32 bits, or a NaN in the table, gives -32768.
+ *              bits; one beyond 32 bits, or a NaN in the table, gives -32768. Such tables raise other flags too.
  *
  * LS forms check src and dst (qelStatusNullPointer), srcStep below 1 (qelStatusBadStep), table (qelStatusNullPointer);
  * the others check their pointers. Only the 64 samples are read, and only the 64 coefficients are written.
@@ -522,7 +529,7 @@ QELJ_API QelStatus qeliDCTQuantFwd8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16
  *   16s_C1I    the same in place. 16s_C1 with src == dst does the same.
  * 12-bit samples (single precision; `table` holds 64 multipliers in natural order, normally q, made by the caller).
  *   LS 16s16u  8x8 16-bit samples, rows dstStep bytes apart; 2048 is added, then cut towards zero and clamped to
- *              0..4095. A sum beyond 32 bits or a NaN, from a strange table, gives 0.
+ *              0..4095. A sum beyond 32 bits or a NaN, from a strange table, gives 0 and raises other flags too.
  *
  * LS forms check src and dst (qelStatusNullPointer), dstStep below 1 (qelStatusBadStep), table (qelStatusNullPointer);
  * the others check their pointers. Only the 64 coefficients are read, and only the 64 samples are written, row after
@@ -1041,7 +1048,8 @@ QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32s_C1(const int32_t* srcLow, con
  *             values reach 4.2 times the largest sample: below 7800 nothing is lost.
  *   D97, 32s  single precision inside. Results of each direction are cut towards zero to integers and saturate;
  *             the sum of two input samples wraps before it is converted. Scale samples up by some fractional bits
- *             before the first level to keep precision.
+ *             before the first level to keep precision. A result that saturates may raise the flag for an invalid
+ *             operation.
  *   A line of one sample stays at an even coordinate. At an odd one it is doubled, wrapping, and the inverse
  *   halves it towards zero.
  *

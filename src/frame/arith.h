@@ -1,8 +1,10 @@
 // Scalar arithmetic that C++ leaves undefined or implementation-defined, made exact: saturation, wrap-around,
-// unaligned access, row addresses.
+// unaligned access, row addresses. A build that would not do float operations one by one, in single precision and in
+// the order that is written, ends here.
 #ifndef QELJ_FRAME_ARITH_H
 #define QELJ_FRAME_ARITH_H
 
+#include <cfloat>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +12,14 @@
 #include <limits>
 #include <type_traits>
 #include <utility>
+
+#if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__) || \
+    defined(__NO_SIGNED_ZEROS__) || __FINITE_MATH_ONLY__
+#error "qelj keeps the order of its float operations: leave -ffast-math and its parts away"
+#endif
+#if FLT_EVAL_METHOD != 0
+#error "qelj rounds every float operation to single precision: use instructions that do (-mfpmath=sse)"
+#endif
 
 // For the pieces of a kernel that pass vectors by value: a call would send every one of them through memory.
 #define QELJ_INLINE __attribute__((always_inline)) inline

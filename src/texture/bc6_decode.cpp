@@ -270,7 +270,8 @@ inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw
   E ends[2 * kRegions];
   for (int e = 0; e < 2 * kRegions; ++e) ends[e] = simd::load<E>(raw.of[e]);
   if (mode.transformed()) {
-    const E unused = 32 - E{mode.deltaBits[0], mode.deltaBits[1], mode.deltaBits[2], 1};
+    // The last lane holds nothing, and does what its neighbour does.
+    const E unused = 32 - E{mode.deltaBits[0], mode.deltaBits[1], mode.deltaBits[2], mode.deltaBits[2]};
     for (int e = 1; e < 2 * kRegions; ++e)
       ends[e] =
           (ends[0] + ((E)((simd::Vec<uint32_t, 16>)ends[e] << (simd::Vec<uint32_t, 16>)unused) >> unused)) &

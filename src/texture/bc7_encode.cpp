@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "frame/fronts.h"
+#include "frame/rounding.h"
 #include "texture/bc7_tables.h"
 #include "texture/encode_walk.h"
 
@@ -40,6 +41,9 @@ inline I32x4 ownSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
 inline F32x8 ownBroadcast(float x) { return F32x8{x, x, x, x, x, x, x, x}; }
 inline F32x8 ownMin(F32x8 a, F32x8 b) { return simd::select(a < b, a, b); }
 inline F32x8 ownMax(F32x8 a, F32x8 b) { return simd::select(a > b, a, b); }
+// x / y, and 0 for a y of 0. There is no division by 0 to raise a flag, or to trap, where a compiler computes both
+// sides of a choice.
+inline float ownRatio(float x, float y) { return (y > 0 ? x : 0) / (y > 0 ? y : 1); }
 inline float ownLowest(F32x8 v) {
   F32x4 half = simd::lower(v);
   const F32x4 other = simd::upper(v);
@@ -122,7 +126,7 @@ inline F32x8 ownLine(const Block& block, const Moments& m, Pixels16 mask) {
       -ownLowest(ownMin(simd::select(inLow, -low, huge), simd::select(inHigh, -high, huge)));
   const F32x4 square = axis * axis;
   const float length = (square[0] + square[1]) + (square[2] + square[3]);
-  const float scale = length > 0 ? 1 / length : 0;
+  const float scale = ownRatio(1, length);
   return simd::join(mean + axis * (lowest * scale), mean + axis * (highest * scale));
 }
 
@@ -206,7 +210,7 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
     const F32x4 d = simd::convert<float>(simd::upper(ends[s].expanded)) - e0;
     float length = 0, start = 0;
     for (int c = kFirst; c < kFirst + kCount; ++c) length += d[c] * d[c], start += e0[c] * d[c];
-    const float scale = length > 0 ? kTop / length : 0;
+    const float scale = ownRatio(kTop, length);
     for (int c = kFirst; c < kFirst + kCount; ++c) factor[s][c] = d[c] * scale;
     offset[s] = start * scale;
   }
@@ -689,6 +693,7 @@ struct Bc7Encoder {
 
 QelStatus qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(const uint8_t* src, int32_t srcStep, QelSize size,
                                                          uint8_t* dst) {
+  const RoundToNearest rounding;
   return texture::encodeBlocks<texture::Bc7Encoder>(src, srcStep, size, dst);
 }
 

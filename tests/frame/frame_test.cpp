@@ -15,24 +15,43 @@
 #include "qelj.h"
 #include "support/buffer.h"
 
+// Of the compiler's runtime: the rule for unwinding at an address.
+extern "C" const void* _Unwind_Find_FDE(void* address, void** bases);
+
 namespace qelj::test {
 namespace {
+
+// What a command prints.
+std::string printed(const char* command) {
+  std::string text;
+  FILE* pipe = popen(command, "r");
+  std::array<char, 512> line;
+  while (pipe && std::fgets(line.data(), int(line.size()), pipe)) text += line.data();
+  if (pipe) pclose(pipe);
+  return text;
+}
 
 // The names of one kind ('T' defined, 'U' undefined) among the dynamic symbols of the library.
 std::set<std::string> dynamicSymbols(char kind) {
   std::set<std::string> names;
-  FILE* pipe = popen("nm -D --portability " QELJ_LIBRARY, "r");
-  std::array<char, 512> line;
-  while (pipe && std::fgets(line.data(), int(line.size()), pipe)) {
-    std::istringstream words(line.data());
+  std::istringstream lines(printed("nm -D --portability " QELJ_LIBRARY));
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
     std::string name;
     char type = 0;
     words >> name >> type;
     if (type == kind) names.insert(name.substr(0, name.find('@')));
   }
-  if (pipe) pclose(pipe);
   return names;
 }
+
+void* const kEntries[] = {
+#define QELJ_EXPORT(name) reinterpret_cast<void*>(&::name),
+#define QELJ_EXPORT_AS(name, implementation) reinterpret_cast<void*>(&::name),
+#include "frame/exports.def"
+#undef QELJ_EXPORT
+#undef QELJ_EXPORT_AS
+};
 
 TEST(Frame, ExportsExactlyTheList) {
   const std::set<std::string> listed = {
@@ -63,6 +82,41 @@ TEST(Frame, ImportsFiveServices) {
   EXPECT_EQ((std::set<std::string>{"ownGetNumThreads", "qelFree", "qelGetEnabledCpuFeatures",
                                    "qelGetMaxCacheSizeB", "qelMalloc"}),
             services);
+}
+
+#if defined(__x86_64__)
+constexpr const char* kProtection = "IBT, SHSTK";
+constexpr uint8_t kLandingPad[] = {0xF3, 0x0F, 0x1E, 0xFA};  // endbr64
+#elif defined(__aarch64__)
+constexpr const char* kProtection = "BTI";
+constexpr uint8_t kLandingPad[] = {0x5F, 0x24, 0x03, 0xD5};  // bti c
+#endif
+
+#if defined(__x86_64__) || defined(__aarch64__)
+// A library without the note takes the protection of indirect branches from the whole process; one with it whose
+// entries lack the landing pad ends the process.
+TEST(Frame, AdmitsIndirectCallsWhereTheyAreGuarded) {
+  for (const char* command : {"readelf -nW " QELJ_LIBRARY, "readelf -nW " QELCORE_LIBRARY})
+    EXPECT_NE(std::string::npos, printed(command).find(kProtection)) << command;
+  for (const void* entry : kEntries) {
+    ASSERT_EQ(0, std::memcmp(entry, kLandingPad, sizeof kLandingPad));
+#if defined(__x86_64__)
+    int32_t toSlot = 0;
+    std::memcpy(&toSlot, static_cast<const char*>(entry) + 6, 4);  // endbr64; jmp *toSlot(%rip)
+    const void* front = nullptr;
+    std::memcpy(&front, static_cast<const char*>(entry) + 10 + toSlot, sizeof front);
+    EXPECT_EQ(0, std::memcmp(front, kLandingPad, sizeof kLandingPad));
+#endif
+  }
+}
+#endif
+
+// A debugger and a profiler find their way out of any entry.
+TEST(Frame, EntriesTellHowToUnwind) {
+  for (void* entry : kEntries) {
+    void* bases[3];
+    EXPECT_NE(nullptr, _Unwind_Find_FDE(entry, bases));
+  }
 }
 
 TEST(Frame, LoadAsksForTheFeaturesOnce) { EXPECT_EQ(1, core.featureQuestions); }

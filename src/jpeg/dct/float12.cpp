@@ -5,6 +5,7 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
+#include "frame/rounding.h"
 #include "frame/simd.h"
 
 namespace qelj {
@@ -208,6 +209,7 @@ void ownInverse12(const int16_t* src, uint16_t* dst, int32_t dstStep, const floa
 QelStatus qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* src, int32_t srcStep, int16_t* dst,
                                                const float* table) {
   if (auto s = check(nonNull(src, dst), step(srcStep), nonNull(table)); s) return s;
+  const RoundToNearest rounding;
   // A sample counts as a signed number.
   ownForward12(reinterpret_cast<const int16_t*>(src), srcStep, dst, table);
   return qelStatusOk;
@@ -216,6 +218,7 @@ QelStatus qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* src, int32_t srcS
 QelStatus qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R(const int16_t* src, uint16_t* dst, int32_t dstStep,
                                                const float* table) {
   if (auto s = check(nonNull(src, dst), step(dstStep), nonNull(table)); s) return s;
+  const RoundToNearest rounding;
   ownInverse12(src, dst, dstStep, table);
   return qelStatusOk;
 }

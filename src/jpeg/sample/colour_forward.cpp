@@ -1,5 +1,6 @@
 // RGB, BGR, packed and CMYK pixels or planes to Y, YCbCr and YCCK planes of full resolution.
 #include "frame/fronts.h"
+#include "frame/rounding.h"
 #include "jpeg/sample/pixels.h"
 
 namespace qelj {
@@ -28,7 +29,10 @@ constexpr auto ownPixelsRow = ownForwardRow<MatrixForm<kQ15>, MatrixForm<kQ14>, 
 constexpr auto ownAlphaPixelsRow = ownForwardRow<TruncatedForm, MatrixForm<kQ14Quarter>, 8>;
 constexpr auto ownPlanesRow = ownForwardRow<DifferenceForm, MatrixForm<kQ16>, 4>;
 constexpr auto ownPixelLumaRow = ownForwardRow<MatrixForm<kQ15>, MatrixForm<kQ15>, 1>;
-constexpr auto ownPlaneLumaRow = ownForwardRow<FloatLumaForm, MatrixForm<kQ16>, 4>;
+constexpr auto ownPlaneLumaRow = [](auto source, auto sink, ptrdiff_t width) {
+  const RoundToNearest rounding;  // in the row, for every thread has a mode of its own
+  ownForwardRow<FloatLumaForm, MatrixForm<kQ16>, 4>(source, sink, width);
+};
 constexpr auto ownQ14Row = ownForwardRow<MatrixForm<kQ14>, MatrixForm<kQ14>, 1>;
 
 template <class Order>

@@ -7,6 +7,7 @@
 #include "frame/check.h"
 #include "frame/fronts.h"
 #include "frame/memory.h"
+#include "frame/rounding.h"
 #include "jpeg2000/blockcoder/mq.h"
 #include "jpeg2000/blockcoder/passes.h"
 
@@ -338,6 +339,7 @@ QelStatus qeliEncodeGetRate_JPEG2K(QelEncodeStateJPEG2K* state, int32_t passNumb
 
 QelStatus qeliEncodeGetDist_JPEG2K(QelEncodeStateJPEG2K* state, int32_t passNumber, double* dist) {
   if (auto s = checkQuestion(state, passNumber, dist, &Encoder::passes); s) return s;
+  const RoundToNearest rounding;
   double sum = 0;
   for (int32_t i = 0; i <= passNumber; ++i)
     sum += std::ldexp(double(state->pass[i].mantissa), state->pass[i].exponent);
