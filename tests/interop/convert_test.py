@@ -50,6 +50,22 @@ class ConvertTest(InteropTest):
                     convert(self.path("a.png"), self.path("b.pnm"))
                     self.assertTrue(np.array_equal(array, read_pnm(self.path("b.pnm"))))
 
+    # Sides at the ends of their range: every format keeps the size, those without loss every sample.
+    def test_longest_sides(self):
+        random = np.random.default_rng(2)
+        for height, width in ((65535, 1), (1, 65535), (3, 65535)):
+            array = random.integers(0, 256, (height, width, 1))
+            source = write_pnm(self.path("long.pgm"), array)
+            for name, *options in (["a.png"], ["a.j2k"], ["a.j2k", "--tiles", "999x999"], ["a.j2k", "--levels", 16],
+                                   ["a.jxr"], ["a.tif"], ["a.tif", "--packing", "none"], ["a.dds"],
+                                   ["a.jxr", "--quality", 50], ["a.j2k", "--irreversible"]):
+                with self.subTest(width=width, options=[name, *options]):
+                    back = read_pnm(convert(convert(source, self.path(name), *options), self.path("back.pam")))
+                    self.assertEqual((height, width), back.shape[:2])
+                    if not {"--quality", "--irreversible"} & set(options) and name != "a.dds":
+                        self.assertTrue(np.array_equal(array, back))
+        self.assertIn("too large", fails(QELCONV, self.file("over.pgm", b"P5 65536 1 255 " + bytes(65536)), self.path("b.png")))
+
     def test_failures_name_the_file_and_the_reason(self):
         out = self.path("out.png")
         self.assertIn("nowhere.ppm: can't be opened", fails(QELCONV, "nowhere.ppm", out))
