@@ -7,8 +7,8 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 using DecodeSpec = QelDecodeHuffmanSpec;
 using EncodeSpec = QelEncodeHuffmanSpec;
-using DecodeState = QelDecodeHuffmanState;
-using EncodeState = QelEncodeHuffmanState;
+using DecoderState = QelDecodeHuffmanState;
+using EncoderState = QelEncodeHuffmanState;
 
 // A copy in memory of its own, no byte longer.
 template <class Values>
@@ -22,19 +22,19 @@ const auto* copied(Case& c, const Values& values) {
 
 void* record(Case& c, const DecodeSpec*) { return c.scratch(1644); }
 void* record(Case& c, const EncodeSpec*) { return c.scratch(1024); }
-void* record(Case& c, const DecodeState*) { return c.scratch(24); }
-void* record(Case& c, const EncodeState*) { return c.scratch(1048); }
+void* record(Case& c, const DecoderState*) { return c.scratch(24); }
+void* record(Case& c, const EncoderState*) { return c.scratch(1048); }
 template <class Record>
 Record* newRecord(Case& c) {
   return static_cast<Record*>(record(c, static_cast<Record*>(nullptr)));
 }
-DecodeState* newDecodeState(Case& c) {
-  auto* state = newRecord<DecodeState>(c);
+DecoderState* newDecodeState(Case& c) {
+  auto* state = newRecord<DecoderState>(c);
   QELJ_FIND(c, qeliDecodeHuffmanStateInit_JPEG_8u)(state);
   return state;
 }
-EncodeState* newEncodeState(Case& c) {
-  auto* state = newRecord<EncodeState>(c);
+EncoderState* newEncodeState(Case& c) {
+  auto* state = newRecord<EncoderState>(c);
   QELJ_FIND(c, qeliEncodeHuffmanStateInit_JPEG_8u)(state);
   return state;
 }
@@ -79,11 +79,10 @@ Lists anyLists(Case& c) {
 class Codes {
  public:
   Codes(Case& c, const Lists& lists) {
-    const uint8_t* vals = lists.vals.empty() ? lists.bits.data() : lists.vals.data();
-    EncodeSpec* forEncoder = newRecord<EncodeSpec>(c);
-    DecodeSpec* forDecoder = newRecord<DecodeSpec>(c);
-    QELJ_FIND(c, qeliEncodeHuffmanSpecInit_JPEG_8u)(lists.bits.data(), vals, forEncoder);
-    QELJ_FIND(c, qeliDecodeHuffmanSpecInit_JPEG_8u)(lists.bits.data(), vals, forDecoder);
+    auto* forEncoder = newRecord<EncodeSpec>(c);
+    auto* forDecoder = newRecord<DecodeSpec>(c);
+    QELJ_FIND(c, qeliEncodeHuffmanSpecInit_JPEG_8u)(lists.bits.data(), symbols(lists), forEncoder);
+    QELJ_FIND(c, qeliDecodeHuffmanSpecInit_JPEG_8u)(lists.bits.data(), symbols(lists), forDecoder);
     encoder = forEncoder, decoder = forDecoder;
   }
   explicit Codes(Case& c) : Codes(c, coderLists(c)) {}
@@ -92,20 +91,24 @@ class Codes {
     Codes codes(c);
     if (!c.chance(20)) return codes;
     const Lists lists = anyLists(c);
+    auto* spec = newRecord<DecodeSpec>(c);
     const auto init = QELJ_FIND(c, qeliDecodeHuffmanSpecInit_JPEG_8u);
-    DecodeSpec* spec = newRecord<DecodeSpec>(c);
-    if (init(lists.bits.data(), lists.vals.data() ? lists.vals.data() : lists.bits.data(), spec) ==
-        qelStatusOk)
-      codes.decoder = spec;
+    if (init(lists.bits.data(), symbols(lists), spec) == qelStatusOk) codes.decoder = spec;
     return codes;
   }
 
   const EncodeSpec* encoder;
   const DecodeSpec* decoder;
+
+ private:
+  // Not null, also of an empty list.
+  static const uint8_t* symbols(const Lists& lists) {
+    return lists.vals.empty() ? &lists.bits[0] : &lists.vals[0];
+  }
 };
 
 // What a decoder's state holds shows in what calls behind a marker can still take: its bits, then the blocks of its run.
-void probe(Case& c, DecodeState* state, const Lists& = {}) {
+void probe(Case& c, DecoderState* state, const Lists& = {}) {
   static const uint8_t src[1] = {};
   const auto bit = QELJ_FIND(c, qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1);
   const auto block = QELJ_FIND(c, qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1);
@@ -119,7 +122,7 @@ void probe(Case& c, DecodeState* state, const Lists& = {}) {
   c.value(bits), c.value(run);
 }
 // What an encoder's state holds shows in what a flush stores behind one bit more.
-void probe(Case& c, EncodeState* state, const Lists& = {}) {
+void probe(Case& c, EncoderState* state, const Lists& = {}) {
   const Codes flat(c, Lists::flat());
   const int16_t zero[64] = {};
   uint8_t bytes[600];
@@ -132,7 +135,7 @@ void probe(Case& c, EncodeState* state, const Lists& = {}) {
 // Every byte and every code, with what comes behind it.
 void probe(Case& c, const DecodeSpec* spec, const Lists& lists) {
   const auto codes = lists.codes();
-  DecodeState* state = newDecodeState(c);
+  DecoderState* state = newDecodeState(c);
   for (size_t i = 0; i < 512; ++i) {
     if (i >= 256 && codes[i - 256].empty()) continue;
     const auto behind = int64_t(c.random.bits() >> 32);
@@ -149,7 +152,7 @@ void probe(Case& c, const DecodeSpec* spec, const Lists& lists) {
 // Every symbol: a run and a category of up to 16, and, by the flush, 0.
 void probe(Case& c, const EncodeSpec* spec, const Lists&) {
   const auto encode = QELJ_FIND(c, qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1);
-  EncodeState* state = newEncodeState(c);
+  EncoderState* state = newEncodeState(c);
   uint8_t bytes[1500];
   int32_t pos = 0;
   int16_t block[64] = {};
@@ -275,7 +278,7 @@ Domain<int32_t> bandEnd(int32_t flush, const Band& b) { return coded<int32_t>(fl
 struct Output {
   uint8_t* dst;
   int32_t length;
-  EncodeState* state;
+  EncoderState* state;
   int32_t pos = 0;
   int16_t last = 0;
 };
@@ -398,7 +401,7 @@ QELJ_COMPARE(qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1, encodeDirect, 1000);
 struct Input {
   const uint8_t* src;
   int32_t length;
-  DecodeState* state;
+  DecoderState* state;
   int32_t pos = 0, marker = 0;
   int16_t last = 0;
 };
@@ -420,17 +423,6 @@ QelStatus decodeBlock(Case& c, Function* function, Input& in, int16_t* dst, cons
                   ac.decoder, in.state);
 }
 
-// Fill bytes in front of stuffed zeros, at some of them.
-void addFill(Case& c, Bytes& bytes) {
-  Bytes filled;
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    const auto count = size_t(c.in(1, 3));
-    if (i > 0 && bytes[i - 1] == 0xFF && bytes[i] == 0 && c.chance(50))
-      filled.insert(filled.end(), count, 0xFF);
-    filled.push_back(bytes[i]);
-  }
-  bytes = filled;
-}
 // Leaves a stream as it is, cuts it, damages it, or puts noise in its place; at times it ends in a marker.
 void spoil(Case& c, Bytes& bytes, int64_t least) {
   const int64_t kind = c.in(0, 11);
@@ -451,7 +443,11 @@ void spoil(Case& c, Bytes& bytes, int64_t least) {
       const auto byte = uint8_t(c.in(0, 255));
       bytes[at] = c.chance(30) ? 0xFF : byte;
     }
-  if (kind == 5 || kind == 6) addFill(c, bytes);
+  if (kind == 5 || kind == 6)  // fill bytes in front of stuffed zeros
+    for (size_t i = bytes.size(); i-- > 1;) {
+      const auto count = size_t(c.in(0, 3));
+      if (bytes[i - 1] == 0xFF && bytes[i] == 0) bytes.insert(bytes.begin() + long(i), count, 0xFF);
+    }
   if (kind == 7) {
     const auto at = c.in(0, int64_t(bytes.size()));
     const auto code = uint8_t(c.in(1, 0xFE));
@@ -482,14 +478,13 @@ void decodeStream(Case& c, Bytes bytes, int64_t calls, int64_t least, Decode&& d
   probe(c, in.state);
 }
 
-// A flushed scan of blocks, and those. Their coefficients are within +-limit.
+// A flushed scan of blocks, and those.
 struct CodedScan {
   Bytes bytes;
   std::vector<Block> blocks;
 };
 template <Kind kKind, class Encode>
-CodedScan codedScan(Case& c, Encode* function, const Band& band, const Codes& dc, const Codes& ac,
-                    int16_t limit = INT16_MAX) {
+CodedScan codedScan(Case& c, Encode* function, const Band& band, const Codes& dc, const Codes& ac) {
   const bool rich = kKind == Kind::acRefine && c.chance(20);
   const Content content(c, band.al, rich);
   const int64_t blocks = c.in(1, rich ? 40 : 12);
@@ -500,9 +495,7 @@ CodedScan codedScan(Case& c, Encode* function, const Band& band, const Codes& dc
     const Output before = out;
     std::array<uint8_t, 1048> state;
     std::memcpy(state.data(), out.state, state.size());
-    Block block = content.block(c);
-    if (limit < INT16_MAX)
-      for (auto& x : block) x = std::clamp<int16_t>(x, int16_t(-limit), limit);
+    const Block block = content.block(c);
     if (encodeBlock<kKind>(silent, function, out, block.data(), 0, band, dc, ac) == qelStatusOk) {
       scan.blocks.push_back(block);
     } else {
@@ -559,26 +552,24 @@ QELJ_COMPARE_SCAN(DCRefine_, Kind::dcRefine, 400);
 QELJ_COMPARE_SCAN(ACFirst_, Kind::acFirst, 1000);
 QELJ_COMPARE_SCAN(ACRefine_, Kind::acRefine, 1000);
 
-// The segment ends in a marker; or, where no more is decoded than was coded, in four bytes that are not 0xFF.
+// Without a length: the segment ends in a marker.
 constexpr auto decodeDirect = [](auto* function, Case& c) {
   const Band band(c);
-  const bool ends = c.chance(80);
-  const Codes dc = ends ? Codes::toDecode(c) : Codes(c, Lists::decodable(c.random, 40));
-  const Codes ac = ends ? Codes::toDecode(c) : Codes(c, Lists::decodable(c.random, 60));
+  const Codes dc = Codes::toDecode(c);
+  const Codes ac = Codes::toDecode(c);
   const auto encode = QELJ_FIND(c, qeliEncodeHuffman8x8_JPEG_16s1u_C1);
-  auto [bytes, blocks] = codedScan<Kind::sequential>(c, encode, band, dc, ac, ends ? INT16_MAX : 8000);
-  if (ends) spoil(c, bytes, 0);
-  const auto behind = uint8_t(c.in(0, 254));
-  bytes.insert(bytes.end(), ends ? 2 : 4, ends ? 0xFF : behind);
-  if (ends) bytes.back() = 0xD9;
+  auto [bytes, blocks] = codedScan<Kind::sequential>(c, encode, band, dc, ac);
+  spoil(c, bytes, 0);
+  bytes.insert(bytes.end(), {0xFF, 0xD9});
   const auto length = int32_t(bytes.size());
   const uint8_t* src = copied(c, bytes);
   const auto from = int32_t(c.in(0, length - 2)), held = int32_t(c.in(0, 32));
-  int32_t bitPos = int32_t(c.in(0, 7)) + (ends && c.chance(20) ? 8 * from : 0);
-  int32_t bitCount = ends && c.chance(10) ? held : 0, marker = 0, none = -1;
+  int32_t bitPos = int32_t(c.in(0, 7));
+  if (c.chance(20)) bitPos += 8 * from;
+  int32_t bitCount = c.chance(10) ? held : 0, marker = 0, none = -1;
   auto bitBuffer = uint32_t(c.random.bits());
   int16_t last = 0;
-  for (size_t n = 0; n < blocks.size() + (ends ? 3 : 0); ++n) {
+  for (size_t n = 0; n < blocks.size() + 3; ++n) {
     auto& dst = c.rows<int16_t>(64);
     const Domain<int32_t*> position{&bitPos, {nullptr, &none}}, count{&bitCount, {nullptr, &none}};
     c.call(function, src, position, dst.data(), &last, &marker, &bitBuffer, count, dc.decoder, ac.decoder);
@@ -741,7 +732,7 @@ constexpr auto countBand = [](auto* function, Case& c) {
   const bool rich = kKind == Kind::acRefine && c.chance(20);
   const Content content(c, band.al, rich);
   auto& counts = counters(c);
-  EncodeState* state = newEncodeState(c);
+  EncoderState* state = newEncodeState(c);
   const auto count = [&](auto& caller, const int16_t* block, int32_t last) {
     return caller.call(function, coded(last, block), counts.data(), bandStart(last, band),
                        bandEnd(last, band), transform(last, band.al), state, last);
