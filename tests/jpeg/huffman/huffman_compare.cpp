@@ -211,7 +211,8 @@ QELJ_COMPARE_RECORD(EncodeHuffmanState, 40);
 // --- blocks ------------------------------------------------------------------------------------------------
 
 enum class Kind { sequential, dcFirst, dcRefine, acFirst, acRefine };
-constexpr bool ofBand(Kind kind) { return kind == Kind::acFirst || kind == Kind::acRefine; }
+template <Kind kKind>
+constexpr bool kOfBand = kKind == Kind::acFirst || kKind == Kind::acRefine;
 
 struct Band {
   explicit Band(Case& c) : ss(int32_t(c.in(1, 63))), se(int32_t(c.in(ss, 63))), al(uint32_t(c.in(0, 13))) {
@@ -250,6 +251,7 @@ struct Content {
   uint32_t al;
   bool rich;
 };
+
 // Calls as Case::call does, of which nothing is kept.
 struct Silent {
   template <class Function, class... Argument>
@@ -351,7 +353,7 @@ constexpr auto encode = [](auto* function, Case& c) {
   const Codes dc(c);
   const Codes ac(c);
   const Band band(c);
-  const bool run = ofBand(kKind) && c.chance(4), rich = kKind == Kind::acRefine && c.chance(20);
+  const bool run = kOfBand<kKind> && c.chance(4), rich = kKind == Kind::acRefine && c.chance(20);
   const Content content(c, band.al, rich);
   const int64_t blocks = rich ? c.in(13, 60) : c.in(1, 12);
   const bool heeding = rich || run || c.chance(30);
@@ -369,6 +371,7 @@ constexpr auto encode = [](auto* function, Case& c) {
     return encodeBlock<kKind>(c, function, to, block, flush, band, dc, ac);
   });
 };
+
 // Without a length: once with room, to learn how far it goes, and once with no byte more than that.
 constexpr auto encodeDirect = [](auto* function, Case& c) {
   const Codes dc(c);
@@ -376,13 +379,12 @@ constexpr auto encodeDirect = [](auto* function, Case& c) {
   const Content content(c, 0, false);
   const auto blocks = c.in(1, 8);
   const auto start = int32_t(c.in(0, 99));
-  Bytes bytes(8 * 600 + 16);
-  c.random.fill(bytes.data(), bytes.size());
+  const auto pending = uint8_t(c.in(0, 255));
   const Random from = c.random;
-  size_t used = bytes.size();
+  size_t used = 8 * 600 + 16;
   for (int pass = 0; pass < 2; ++pass) {
     auto& dst = c.rows<uint8_t>(int64_t(used));
-    std::memcpy(dst.data(), bytes.data(), used);
+    if (size_t(start / 8) < used) dst.set(size_t(start / 8), 0, pending);
     c.random = from;
     int32_t bitPos = start;
     int16_t last = 0;
@@ -492,18 +494,11 @@ CodedScan codedScan(Case& c, Encode* function, const Band& band, const Codes& dc
   Output out{scan.bytes.data(), int32_t(scan.bytes.size()), newEncodeState(c)};
   Silent silent;
   for (int64_t n = 0; n < blocks; ++n) {
-    const Output before = out;
-    std::array<uint8_t, 1048> state;
-    std::memcpy(state.data(), out.state, state.size());
     const Block block = content.block(c);
-    if (encodeBlock<kKind>(silent, function, out, block.data(), 0, band, dc, ac) == qelStatusOk) {
-      scan.blocks.push_back(block);
-    } else {
-      out = before;
-      std::memcpy(static_cast<void*>(out.state), state.data(), state.size());
-    }
+    if (encodeBlock<kKind>(silent, function, out, block.data(), 0, band, dc, ac)) break;
+    scan.blocks.push_back(block);
   }
-  if (ofBand(kKind) && c.chance(4))
+  if (kOfBand<kKind> && c.chance(4))
     longRun<kKind>(c, band, [&](const int16_t* block) {
       return encodeBlock<kKind>(silent, function, out, block, 0, band, dc, ac);
     });
