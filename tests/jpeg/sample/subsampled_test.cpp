@@ -7,25 +7,23 @@
 namespace qelj::test {
 namespace {
 
-// 3 and 4 bytes a pixel; rows: 1 for 422, 2 for 411.
-struct Forward {
-  decltype(&qeliRGBToYCbCr422_JPEG_8u_C4P3R) subsampled;
-  decltype(&qeliRGBToYCbCr_JPEG_8u_C4P3R) full;
+// A conversion and that of full resolution; rows: 1 for 422, 2 for 411.
+template <class Subsampled, class Full>
+struct Pair {
+  Subsampled* subsampled;
+  Full* full;
   int rows;
 };
-const Forward kForward[] = {{qeliRGBToYCbCr422_JPEG_8u_C4P3R, qeliRGBToYCbCr_JPEG_8u_C4P3R, 1},
-                            {qeliBGRToYCbCr422_JPEG_8u_C4P3R, qeliBGRToYCbCr_JPEG_8u_C4P3R, 1},
-                            {qeliRGBToYCbCr411_JPEG_8u_C4P3R, qeliRGBToYCbCr_JPEG_8u_C4P3R, 2},
-                            {qeliBGRToYCbCr411_JPEG_8u_C4P3R, qeliBGRToYCbCr_JPEG_8u_C4P3R, 2}};
-struct Inverse {
-  decltype(&qeliYCbCr422ToRGB_JPEG_8u_P3C4R) subsampled;
-  decltype(&qeliYCbCrToRGB_JPEG_8u_P3C4R) full;
-  int rows;
-};
-const Inverse kInverse[] = {{qeliYCbCr422ToRGB_JPEG_8u_P3C4R, qeliYCbCrToRGB_JPEG_8u_P3C4R, 1},
-                            {qeliYCbCr422ToBGR_JPEG_8u_P3C4R, qeliYCbCrToBGR_JPEG_8u_P3C4R, 1},
-                            {qeliYCbCr411ToRGB_JPEG_8u_P3C4R, qeliYCbCrToRGB_JPEG_8u_P3C4R, 2},
-                            {qeliYCbCr411ToBGR_JPEG_8u_P3C4R, qeliYCbCrToBGR_JPEG_8u_P3C4R, 2}};
+const Pair<decltype(qeliRGBToYCbCr422_JPEG_8u_C4P3R), decltype(qeliRGBToYCbCr_JPEG_8u_C4P3R)> kForward[] = {
+    {qeliRGBToYCbCr422_JPEG_8u_C4P3R, qeliRGBToYCbCr_JPEG_8u_C4P3R, 1},
+    {qeliBGRToYCbCr422_JPEG_8u_C4P3R, qeliBGRToYCbCr_JPEG_8u_C4P3R, 1},
+    {qeliRGBToYCbCr411_JPEG_8u_C4P3R, qeliRGBToYCbCr_JPEG_8u_C4P3R, 2},
+    {qeliBGRToYCbCr411_JPEG_8u_C4P3R, qeliBGRToYCbCr_JPEG_8u_C4P3R, 2}};
+const Pair<decltype(qeliYCbCr422ToRGB_JPEG_8u_P3C4R), decltype(qeliYCbCrToRGB_JPEG_8u_P3C4R)> kInverse[] = {
+    {qeliYCbCr422ToRGB_JPEG_8u_P3C4R, qeliYCbCrToRGB_JPEG_8u_P3C4R, 1},
+    {qeliYCbCr422ToBGR_JPEG_8u_P3C4R, qeliYCbCrToBGR_JPEG_8u_P3C4R, 1},
+    {qeliYCbCr411ToRGB_JPEG_8u_P3C4R, qeliYCbCrToRGB_JPEG_8u_P3C4R, 2},
+    {qeliYCbCr411ToBGR_JPEG_8u_P3C4R, qeliYCbCrToBGR_JPEG_8u_P3C4R, 2}};
 
 constexpr int kWidth = 48, kHeight = 6, kPixels = kWidth * kHeight;
 using Plane = std::vector<uint8_t>;
@@ -43,7 +41,7 @@ Plane repeated(const Plane& half, int pixelBytes, int rows) {
 // Where the pixels of a chroma sample are alike there is nothing to average.
 TEST(Subsampled, ForwardOfRepeatedPixelsIsThatOfFullResolution) {
   Random random;
-  for (const Forward& c : kForward) {
+  for (const auto& c : kForward) {
     const Plane pixels = repeated(random.vector<uint8_t>(kPixels * 4, 0, 255), 4, c.rows);
     Plane y(kPixels), cb(kPixels), cr(kPixels), y2(kPixels), cb2(kPixels), cr2(kPixels);
     uint8_t *const full[] = {y.data(), cb.data(), cr.data()}, *const half[] = {y2.data(), cb2.data(),
@@ -58,7 +56,7 @@ TEST(Subsampled, ForwardOfRepeatedPixelsIsThatOfFullResolution) {
 }
 TEST(Subsampled, InverseIsThatOfRepeatedChroma) {
   Random random;
-  for (const Inverse& c : kInverse) {
+  for (const auto& c : kInverse) {
     const auto y = random.vector<uint8_t>(kPixels, 0, 255), cb = random.vector<uint8_t>(kPixels, 0, 255),
                cr = random.vector<uint8_t>(kPixels, 0, 255);
     const Plane cb1 = repeated(cb, 1, c.rows), cr1 = repeated(cr, 1, c.rows);
