@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <functional>
 #include <string>
 
 #include "qelj.h"
@@ -55,53 +54,41 @@ struct Stored {
   }
 };
 
-struct Conversion {
-  const char* name;
-  Triple (*equations)(Triple);
-  std::string from, to;
-  int group;  // pixels whose number divides the parts of a row
-  std::function<QelStatus(Stored&, Stored&, int32_t x, int32_t width)> run;
-};
+// group: pixels whose number divides the parts of a row.
 template <class Src, class Dst, class... Alpha>
-Conversion make(const char* name, QelStatus (*f)(Src, int32_t, Dst, int32_t, QelSize, Alpha...),
-                Triple (*equations)(Triple), std::string from, std::string to, int group) {
-  return {name, equations, from, to, group, [=](Stored& src, Stored& dst, int32_t x, int32_t width) {
-            return f(src.from<Src>(x), 1, dst.from<Dst>(x), 1, {width, 1}, Alpha(255)...);
-          }};
+void expectNear(Triple (*equations)(Triple), QelStatus (*f)(Src, int32_t, Dst, int32_t, QelSize, Alpha...),
+                const char* from, const char* to, int group) {
+  Random random;
+  for (int round = 0; round < 300; ++round) {
+    Stored src{from}, whole{to}, parts{to};
+    random.fill(src.bytes.data(), src.bytes.size());
+    const auto run = [&](Stored& dst, int32_t x, int32_t width) {
+      ASSERT_EQ(qelStatusOk, f(src.from<Src>(x), 1, dst.from<Dst>(x), 1, {width, 1}, Alpha(255)...));
+    };
+    const int32_t cut = int32_t(random.in(1, kWidth / group - 1)) * group;
+    run(whole, 0, kWidth);
+    run(parts, 0, cut), run(parts, cut, kWidth - cut);
+    ASSERT_EQ(whole.bytes, parts.bytes) << "cut at " << cut;
+    for (int32_t x = 0; x < kWidth; ++x) {
+      const Triple exact = equations(src.pixel(x)), got = whole.pixel(x);
+      for (size_t i = 0; i < 3; ++i)
+        ASSERT_LT(std::abs(std::clamp(exact[i], 0.0, 255.0) - got[i]), 1.1)
+            << "component " << i << " at " << x;
+    }
+  }
 }
-#define MAKE(name, ...) make(#name, name, __VA_ARGS__)
-
-const Conversion kConversions[] = {
-    MAKE(qeliRGBToYCbCr_JPEG_8u_C3P3R, toYcc, "012", "012", 8),
-    MAKE(qeliBGRToYCbCr_JPEG_8u_C3P3R, toYcc, "210", "012", 8),
-    MAKE(qeliRGBToYCbCr_JPEG_8u_C4P3R, toYcc, "012x", "012", 8),
-    MAKE(qeliBGRToYCbCr_JPEG_8u_C4P3R, toYcc, "210x", "012", 8),
-    MAKE(qeliRGBToYCbCr_JPEG_8u_P3R, toYcc, "012", "012", 4),
-    MAKE(qeliYCbCrToRGB_JPEG_8u_P3C3R, toRgb, "012", "012", 4),
-    MAKE(qeliYCbCrToBGR_JPEG_8u_P3C3R, toRgb, "012", "210", 4),
-    MAKE(qeliYCbCrToRGB_JPEG_8u_P3R, toRgb, "012", "012", 4),
-    MAKE(qeliYCbCrToRGB_JPEG_8u_P3C4R, toRgb, "012", "012x", 1),
-    MAKE(qeliYCbCrToBGR_JPEG_8u_P3C4R, toRgb, "012", "210x", 1),
-};
 
 TEST(Colour, NearTheEquationsInWholeRowsAndParts) {
-  Random random;
-  for (const Conversion& c : kConversions)
-    for (int round = 0; round < 300; ++round) {
-      Stored src{c.from}, whole{c.to}, parts{c.to};
-      random.fill(src.bytes.data(), src.bytes.size());
-      const int32_t cut = int32_t(random.in(1, kWidth / c.group - 1)) * c.group;
-      ASSERT_EQ(qelStatusOk, c.run(src, whole, 0, kWidth));
-      ASSERT_EQ(qelStatusOk, c.run(src, parts, 0, cut));
-      ASSERT_EQ(qelStatusOk, c.run(src, parts, cut, kWidth - cut));
-      ASSERT_EQ(whole.bytes, parts.bytes) << c.name << " cut at " << cut;
-      for (int32_t x = 0; x < kWidth; ++x) {
-        const Triple exact = c.equations(src.pixel(x)), got = whole.pixel(x);
-        for (size_t i = 0; i < 3; ++i)
-          ASSERT_LT(std::abs(std::clamp(exact[i], 0.0, 255.0) - got[i]), 1.1)
-              << c.name << " " << x << " " << i;
-      }
-    }
+  expectNear(toYcc, qeliRGBToYCbCr_JPEG_8u_C3P3R, "012", "012", 8);
+  expectNear(toYcc, qeliBGRToYCbCr_JPEG_8u_C3P3R, "210", "012", 8);
+  expectNear(toYcc, qeliRGBToYCbCr_JPEG_8u_C4P3R, "012x", "012", 8);
+  expectNear(toYcc, qeliBGRToYCbCr_JPEG_8u_C4P3R, "210x", "012", 8);
+  expectNear(toYcc, qeliRGBToYCbCr_JPEG_8u_P3R, "012", "012", 4);
+  expectNear(toRgb, qeliYCbCrToRGB_JPEG_8u_P3C3R, "012", "012", 4);
+  expectNear(toRgb, qeliYCbCrToBGR_JPEG_8u_P3C3R, "012", "210", 4);
+  expectNear(toRgb, qeliYCbCrToRGB_JPEG_8u_P3R, "012", "012", 4);
+  expectNear(toRgb, qeliYCbCrToRGB_JPEG_8u_P3C4R, "012", "012x", 1);
+  expectNear(toRgb, qeliYCbCrToBGR_JPEG_8u_P3C4R, "012", "210x", 1);
 }
 
 TEST(Colour, Corners) {

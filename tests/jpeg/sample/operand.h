@@ -28,7 +28,7 @@ inline Extent drawnExtent(Case& c, int32_t streamedBytes = 0) {
   }
   if (kind < 60) {
     const auto width = int32_t(c.in(1, 9));
-    const auto height = int32_t(c.in(1, 500));
+    const auto height = int32_t(c.in(1, 1000));
     return {{width, height}, false};
   }
   return {c.size(300, 40), false};

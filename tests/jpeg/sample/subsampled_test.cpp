@@ -7,26 +7,6 @@
 namespace qelj::test {
 namespace {
 
-// 3 and 4 bytes a pixel; rows: 1 for 422, 2 for 411.
-struct Forward {
-  decltype(&qeliRGBToYCbCr422_JPEG_8u_C4P3R) subsampled;
-  decltype(&qeliRGBToYCbCr_JPEG_8u_C4P3R) full;
-  int rows;
-};
-const Forward kForward[] = {{qeliRGBToYCbCr422_JPEG_8u_C4P3R, qeliRGBToYCbCr_JPEG_8u_C4P3R, 1},
-                            {qeliBGRToYCbCr422_JPEG_8u_C4P3R, qeliBGRToYCbCr_JPEG_8u_C4P3R, 1},
-                            {qeliRGBToYCbCr411_JPEG_8u_C4P3R, qeliRGBToYCbCr_JPEG_8u_C4P3R, 2},
-                            {qeliBGRToYCbCr411_JPEG_8u_C4P3R, qeliBGRToYCbCr_JPEG_8u_C4P3R, 2}};
-struct Inverse {
-  decltype(&qeliYCbCr422ToRGB_JPEG_8u_P3C4R) subsampled;
-  decltype(&qeliYCbCrToRGB_JPEG_8u_P3C4R) full;
-  int rows;
-};
-const Inverse kInverse[] = {{qeliYCbCr422ToRGB_JPEG_8u_P3C4R, qeliYCbCrToRGB_JPEG_8u_P3C4R, 1},
-                            {qeliYCbCr422ToBGR_JPEG_8u_P3C4R, qeliYCbCrToBGR_JPEG_8u_P3C4R, 1},
-                            {qeliYCbCr411ToRGB_JPEG_8u_P3C4R, qeliYCbCrToRGB_JPEG_8u_P3C4R, 2},
-                            {qeliYCbCr411ToBGR_JPEG_8u_P3C4R, qeliYCbCrToBGR_JPEG_8u_P3C4R, 2}};
-
 constexpr int kWidth = 48, kHeight = 6, kPixels = kWidth * kHeight;
 using Plane = std::vector<uint8_t>;
 // Samples repeated across, and down.
@@ -40,36 +20,45 @@ Plane repeated(const Plane& half, int pixelBytes, int rows) {
   return all;
 }
 
-// Where the pixels of a chroma sample are alike there is nothing to average.
+constexpr QelSize kSize{kWidth, kHeight};
+constexpr int32_t kSteps[] = {kWidth, kWidth / 2, kWidth / 2};
+
+// Where the pixels of a chroma sample are alike there is nothing to average. rows: 1 for 422, 2 for 411.
 TEST(Subsampled, ForwardOfRepeatedPixelsIsThatOfFullResolution) {
   Random random;
-  for (const Forward& c : kForward) {
-    const Plane pixels = repeated(random.vector<uint8_t>(kPixels * 4, 0, 255), 4, c.rows);
+  const auto compare = [&](auto* subsampled, auto* full, int rows) {
+    const Plane pixels = repeated(random.vector<uint8_t>(kPixels * 4, 0, 255), 4, rows);
     Plane y(kPixels), cb(kPixels), cr(kPixels), y2(kPixels), cb2(kPixels), cr2(kPixels);
-    uint8_t *const full[] = {y.data(), cb.data(), cr.data()}, *const half[] = {y2.data(), cb2.data(),
-                                                                               cr2.data()};
-    const int32_t steps[] = {kWidth, kWidth / 2, kWidth / 2};
-    ASSERT_EQ(qelStatusOk, c.full(pixels.data(), 4 * kWidth, full, kWidth, {kWidth, kHeight}));
-    ASSERT_EQ(qelStatusOk, c.subsampled(pixels.data(), 4 * kWidth, half, steps, {kWidth, kHeight}));
+    uint8_t *const all[] = {y.data(), cb.data(), cr.data()}, *const half[] = {y2.data(), cb2.data(),
+                                                                              cr2.data()};
+    ASSERT_EQ(qelStatusOk, full(pixels.data(), 4 * kWidth, all, kWidth, kSize));
+    ASSERT_EQ(qelStatusOk, subsampled(pixels.data(), 4 * kWidth, half, kSteps, kSize));
     EXPECT_EQ(y, y2);
-    EXPECT_EQ(cb, repeated(cb2, 1, c.rows));
-    EXPECT_EQ(cr, repeated(cr2, 1, c.rows));
-  }
+    EXPECT_EQ(cb, repeated(cb2, 1, rows));
+    EXPECT_EQ(cr, repeated(cr2, 1, rows));
+  };
+  compare(qeliRGBToYCbCr422_JPEG_8u_C4P3R, qeliRGBToYCbCr_JPEG_8u_C4P3R, 1);
+  compare(qeliBGRToYCbCr422_JPEG_8u_C4P3R, qeliBGRToYCbCr_JPEG_8u_C4P3R, 1);
+  compare(qeliRGBToYCbCr411_JPEG_8u_C4P3R, qeliRGBToYCbCr_JPEG_8u_C4P3R, 2);
+  compare(qeliBGRToYCbCr411_JPEG_8u_C4P3R, qeliBGRToYCbCr_JPEG_8u_C4P3R, 2);
 }
 TEST(Subsampled, InverseIsThatOfRepeatedChroma) {
   Random random;
-  for (const Inverse& c : kInverse) {
-    const auto y = random.vector<uint8_t>(kPixels, 0, 255), cb = random.vector<uint8_t>(kPixels, 0, 255),
-               cr = random.vector<uint8_t>(kPixels, 0, 255);
-    const Plane cb1 = repeated(cb, 1, c.rows), cr1 = repeated(cr, 1, c.rows);
-    const uint8_t *const half[] = {y.data(), cb.data(), cr.data()}, *const full[] = {y.data(), cb1.data(),
-                                                                                     cr1.data()};
-    const int32_t steps[] = {kWidth, kWidth / 2, kWidth / 2};
+  const auto compare = [&](auto* subsampled, auto* full, int rows) {
+    const Plane y = random.vector<uint8_t>(kPixels, 0, 255), cb = random.vector<uint8_t>(kPixels, 0, 255),
+                cr = random.vector<uint8_t>(kPixels, 0, 255), cb1 = repeated(cb, 1, rows),
+                cr1 = repeated(cr, 1, rows);
+    const uint8_t *const half[] = {y.data(), cb.data(), cr.data()}, *const all[] = {y.data(), cb1.data(),
+                                                                                    cr1.data()};
     Plane a(kPixels * 4), b(kPixels * 4);
-    ASSERT_EQ(qelStatusOk, c.full(full, kWidth, a.data(), 4 * kWidth, {kWidth, kHeight}, 9));
-    ASSERT_EQ(qelStatusOk, c.subsampled(half, steps, b.data(), 4 * kWidth, {kWidth, kHeight}, 9));
+    ASSERT_EQ(qelStatusOk, full(all, kWidth, a.data(), 4 * kWidth, kSize, 9));
+    ASSERT_EQ(qelStatusOk, subsampled(half, kSteps, b.data(), 4 * kWidth, kSize, 9));
     EXPECT_EQ(a, b);
-  }
+  };
+  compare(qeliYCbCr422ToRGB_JPEG_8u_P3C4R, qeliYCbCrToRGB_JPEG_8u_P3C4R, 1);
+  compare(qeliYCbCr422ToBGR_JPEG_8u_P3C4R, qeliYCbCrToBGR_JPEG_8u_P3C4R, 1);
+  compare(qeliYCbCr411ToRGB_JPEG_8u_P3C4R, qeliYCbCrToRGB_JPEG_8u_P3C4R, 2);
+  compare(qeliYCbCr411ToBGR_JPEG_8u_P3C4R, qeliYCbCrToBGR_JPEG_8u_P3C4R, 2);
 }
 
 TEST(Subsampled, OddSizesLeaveTheLastColumnAndRow) {
