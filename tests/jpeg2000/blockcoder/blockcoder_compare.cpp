@@ -112,7 +112,9 @@ struct Encoder {
 
 QELJ_COMPARE(qeliEncodeInitAlloc_JPEG2K, [](auto* initAlloc, Case& c) {
   const Shape s = drawnShape(c);
-  QelEncodeStateJPEG2K* state = nullptr;
+  auto* state = foreign<QelEncodeStateJPEG2K>();
+  initAlloc(&state, {1 << 20, 1 << 20});
+  c.value(!state);
   c.call(initAlloc, &state, Domain<QelSize>{s.size, {{0, 4}, {4, -5}, {1 << 20, 1 << 20}}});
   Encoder encoder(c, state);
   encoder.trace();  // nothing yet
@@ -293,19 +295,18 @@ constexpr auto progressive = [](auto* compared, Case& c) {
   };
   const auto init = QELJ_FIND(c, qeliDecodeCBProgrInit_JPEG2K);
   const auto initAlloc = QELJ_FIND(c, qeliDecodeCBProgrInitAlloc_JPEG2K);
-  const auto attach = QELJ_FIND(c, qeliDecodeCBProgrAttach_JPEG2K_32s_C1R);
   const auto setCounter = QELJ_FIND(c, qeliDecodeCBProgrSetPassCounter_JPEG2K);
-  const auto getCounter = QELJ_FIND(c, qeliDecodeCBProgrGetPassCounter_JPEG2K);
-  const auto getPlane = QELJ_FIND(c, qeliDecodeCBProgrGetCurBitPlaneNum_JPEG2K);
-  const auto step = QELJ_FIND(c, qeliDecodeCBProgrStep_JPEG2K);
 
   Shape s = drawnShape(c);
   auto& dst = c.rows<int32_t>(s.size.width, s.size.height);
   void* const memory = stateMemory(c, s.size);
-  QelDecodeStateJPEG2K* made = nullptr;
+  auto* made = foreign<QelDecodeStateJPEG2K>();
+  initAlloc(&made, {1 << 20, 1 << 20});
+  c.value(!made);
   const bool allocated = c.chance(50);
   if (allocated) call(initAlloc, &made, Domain<QelSize>{s.size, {{0, 4}, {4, -5}, {1 << 20, 1 << 20}}});
   const Domain<void*> state = stateOr<void>(allocated ? made : memory);
+  if (!allocated && c.chance(80)) call(init, state.good);
   const Domain<const void*> constState{state.good, {nullptr, foreign<void>()}};
 
   bool attached = false, hasFlags = false;
@@ -322,7 +323,8 @@ constexpr auto progressive = [](auto* compared, Case& c) {
       segments = drawnSegments(c, s);
       next = at = 0;
       const int32_t style = decoderStyle(c, s, hasFlags);
-      if (call(attach, dst.data(), Step{dst.step()}, s.size, state, s.subband, segments.planes, style))
+      if (call(QELJ_FIND(c, qeliDecodeCBProgrAttach_JPEG2K_32s_C1R), dst.data(), Step{dst.step()}, s.size,
+               state, s.subband, segments.planes, style))
         continue;
       attached = hasFlags = true;
       call(setCounter, segments.passes, state);
@@ -331,17 +333,18 @@ constexpr auto progressive = [](auto* compared, Case& c) {
       call(setCounter, passes, state);
     } else if (action == 3) {
       int32_t passes = 77;
-      call(getCounter, constState, &passes);
+      call(QELJ_FIND(c, qeliDecodeCBProgrGetPassCounter_JPEG2K), constState, &passes);
       if (attached) c.value(passes);
     } else if (action == 4) {
       int32_t plane = 77;
-      call(getPlane, constState, &plane);
+      call(QELJ_FIND(c, qeliDecodeCBProgrGetCurBitPlaneNum_JPEG2K), constState, &plane);
       if (attached) c.value(plane);
     } else {
       const size_t length = next < segments.lengths.size() ? segments.lengths[next++] : 0;
       const auto& src = exactly(c, segments.bytes.data() + at, length);
       const bool negative = !length && c.chance(30);  // is empty too
-      call(step, src.data(), negative ? INT32_MIN : int32_t(length), state);
+      call(QELJ_FIND(c, qeliDecodeCBProgrStep_JPEG2K), src.data(), negative ? INT32_MIN : int32_t(length),
+           state);
       at += length;
       c.now(dst);
     }

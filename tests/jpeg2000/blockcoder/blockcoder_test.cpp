@@ -13,8 +13,7 @@ namespace qelj::test {
 namespace {
 
 constexpr int kCausal = 1, kBypass = 2, kTerminate = 4, kReset = 8, kSymbols = 16, kLossless = 32;
-constexpr int kCut = 0x10000, kKeepSamples = 0x20000, kKeepMidPoint = 0x40000, kKeepFlags = 0x80000,
-              kPredictable = 0x100000;
+constexpr int kCut = 0x10000, kKeepMidPoint = 0x40000, kPredictable = 0x100000;
 
 using Bytes = std::vector<uint8_t>;
 
@@ -339,63 +338,29 @@ TEST(BlockCoder, CountsOutOfRange) {
   }
 }
 
-// --- progressive decoder -----------------------------------------------------------------------------------
-
-struct ProgressiveState {
-  explicit ProgressiveState(QelSize size) { qeliDecodeCBProgrInitAlloc_JPEG2K(&state, size); }
-  ~ProgressiveState() { qeliDecodeCBProgrFree_JPEG2K(state); }
-  QelDecodeStateJPEG2K* state = nullptr;
-};
-
 TEST(ProgressiveDecoder, PassByPassEqualsOneCall) {
   Random random(9);
   for (const int style : {0, kBypass, kTerminate, kBypass | kTerminate}) {
     const QelSize size{21, 18};
     const auto b = encodeBlock(randomBlock(random, size, 9), size, 2, 9, style);
-    ProgressiveState p(size);
+    QelDecodeStateJPEG2K* state = nullptr;
+    ASSERT_EQ(qeliDecodeCBProgrInitAlloc_JPEG2K(&state, size), qelStatusOk);
     std::vector<int32_t> samples(size_t(size.width) * size_t(size.height), 99);
-    qeliDecodeCBProgrAttach_JPEG2K_32s_C1R(samples.data(), size.width * 4, size, p.state, 2, 9, style);
-    qeliDecodeCBProgrSetPassCounter_JPEG2K(b.passes, p.state);
+    qeliDecodeCBProgrAttach_JPEG2K_32s_C1R(samples.data(), size.width * 4, size, state, 2, 9, style);
+    qeliDecodeCBProgrSetPassCounter_JPEG2K(b.passes, state);
     int32_t left = b.passes, plane = 8;
     for (size_t i = 0, at = 0; i < b.lengths.size(); at += b.lengths[i++]) {
       const int32_t before = left;
-      ASSERT_EQ(qeliDecodeCBProgrStep_JPEG2K(b.bytes.data() + at, int32_t(b.lengths[i]), p.state), 0);
-      qeliDecodeCBProgrGetPassCounter_JPEG2K(p.state, &left);
-      qeliDecodeCBProgrGetCurBitPlaneNum_JPEG2K(p.state, &plane);
+      ASSERT_EQ(qeliDecodeCBProgrStep_JPEG2K(b.bytes.data() + at, int32_t(b.lengths[i]), state), 0);
+      qeliDecodeCBProgrGetPassCounter_JPEG2K(state, &left);
+      qeliDecodeCBProgrGetCurBitPlaneNum_JPEG2K(state, &plane);
       EXPECT_EQ(before - left, style & kTerminate ? 1 : !style ? before : i == 0 ? 10 : i % 2 ? 2 : 1);
     }
+    EXPECT_EQ(qeliDecodeCBProgrFree_JPEG2K(state), qelStatusOk);
     EXPECT_EQ(left, 0);
     EXPECT_EQ(plane, style & kTerminate ? -1 : 0);  // else the last cleanup lowers it only if passes remain
     EXPECT_EQ(samples, decodeBlock(b.bytes, b.lengths, size, 2, 9, uint32_t(b.passes), style).samples);
   }
-}
-
-TEST(ProgressiveDecoder, KeptSamplesAndFlagsGoOn) {
-  Random random(11);
-  const QelSize size{9, 10};
-  const auto b = encodeBlock(randomBlock(random, size, 6), size, 0, 6, kTerminate);
-  ProgressiveState p(size);
-  std::vector<int32_t> dst(90);
-  const auto attachAndStep = [&](int planes, int style, const Bytes& bytes) {
-    qeliDecodeCBProgrAttach_JPEG2K_32s_C1R(dst.data(), 36, size, p.state, 0, planes, kTerminate | style);
-    qeliDecodeCBProgrSetPassCounter_JPEG2K(1, p.state);
-    EXPECT_EQ(qeliDecodeCBProgrStep_JPEG2K(bytes.data(), int32_t(bytes.size()), p.state), qelStatusOk);
-    return dst;
-  };
-  const auto first = attachAndStep(6, 0, {b.bytes.begin(), b.bytes.begin() + b.lengths[0]});
-  // Attached again with both kept, a cleanup of the plane below skips every significant sample.
-  const auto second = attachAndStep(5, kKeepSamples | kKeepFlags, {0x12, 0x34, 0x56, 0x78});
-  EXPECT_NE(first, second);
-  for (size_t i = 0; i < dst.size(); ++i) EXPECT_EQ(first[i] ? second[i] : 0, first[i]);
-}
-
-TEST(BlockCoder, StatesThatAreTooLarge) {
-  auto* encoder = reinterpret_cast<QelEncodeStateJPEG2K*>(8);
-  auto* decoder = reinterpret_cast<QelDecodeStateJPEG2K*>(8);
-  EXPECT_EQ(qeliEncodeInitAlloc_JPEG2K(&encoder, {1 << 30, 1 << 30}), qelStatusNoMemory);
-  EXPECT_EQ(encoder, nullptr);
-  EXPECT_EQ(qeliDecodeCBProgrInitAlloc_JPEG2K(&decoder, {1 << 30, 1 << 30}), qelStatusNoMemory);
-  EXPECT_EQ(decoder, nullptr);
 }
 
 }  // namespace

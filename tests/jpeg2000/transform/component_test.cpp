@@ -51,20 +51,17 @@ TEST(ComponentTransform, IrreversibleTypesAgreeAndComeBack) {
   Random random;
   for (int i = 0; i < 1000; ++i) {
     const auto in = random.vector<int16_t>(3, -8000, 8000);
-    const Pixel<float> f{float(in[0]), float(in[1]), float(in[2])};
-    const auto real = inPlace(qeliICTFwd_JPEG2K_32f_P3IR, f);
-    const auto wide = inPlace(qeliICTFwd_JPEG2K_32s_P3IR, Q{in[0], in[1], in[2]});
-    const auto narrow = inPlace(qeliICTFwd_JPEG2K_16s_P3IR, P{in[0], in[1], in[2]});
-    const auto realBack = inPlace(qeliICTInv_JPEG2K_32f_P3IR, real);
-    const auto wideBack = inPlace(qeliICTInv_JPEG2K_32s_P3IR, wide);
-    const auto narrowBack = inPlace(qeliICTInv_JPEG2K_16s_P3IR, narrow);
-    EXPECT_NEAR(real[0], 0.299 * in[0] + 0.587 * in[1] + 0.114 * in[2], 0.01);
+    const auto f =
+        inPlace(qeliICTFwd_JPEG2K_32f_P3IR, Pixel<float>{float(in[0]), float(in[1]), float(in[2])});
+    const auto q = inPlace(qeliICTFwd_JPEG2K_32s_P3IR, Q{in[0], in[1], in[2]});
+    const auto p = inPlace(qeliICTFwd_JPEG2K_16s_P3IR, P{in[0], in[1], in[2]});
+    EXPECT_NEAR(f[0], 0.299 * in[0] + 0.587 * in[1] + 0.114 * in[2], 0.01);
     for (size_t k = 0; k < 3; ++k) {
-      EXPECT_NEAR(wide[k], real[k], 1.2);
-      EXPECT_NEAR(narrow[k], real[k], 1.2);
-      EXPECT_NEAR(realBack[k], in[k], 0.5);
-      EXPECT_NEAR(wideBack[k], in[k], 2.5);
-      EXPECT_NEAR(narrowBack[k], in[k], 2.5);
+      EXPECT_NEAR(q[k], f[k], 1.2);
+      EXPECT_NEAR(p[k], f[k], 1.2);
+      EXPECT_NEAR(inPlace(qeliICTInv_JPEG2K_32f_P3IR, f)[k], in[k], 0.5);
+      EXPECT_NEAR(inPlace(qeliICTInv_JPEG2K_32s_P3IR, q)[k], in[k], 2.5);
+      EXPECT_NEAR(inPlace(qeliICTInv_JPEG2K_16s_P3IR, p)[k], in[k], 2.5);
     }
   }
 }

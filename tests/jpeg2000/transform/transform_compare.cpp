@@ -95,22 +95,20 @@ constexpr auto toPixels = [](auto* function, Case& c) {
   c.call(function, Planes{plane, 3}, Step{in.step}, pixels.first, Step{pixels.step}, in.size);
 };
 
-QELJ_COMPARE(qeliRCTFwd_JPEG2K_16s_C3P3R, toPlanes<int16_t>);
-QELJ_COMPARE(qeliRCTFwd_JPEG2K_32s_C3P3R, toPlanes<int32_t>);
-QELJ_COMPARE(qeliICTFwd_JPEG2K_32f_C3P3R, toPlanes<float>);
-QELJ_COMPARE(qeliRCTInv_JPEG2K_16s_P3C3R, toPixels<int16_t>);
-QELJ_COMPARE(qeliRCTInv_JPEG2K_32s_P3C3R, toPixels<int32_t>);
-QELJ_COMPARE(qeliICTInv_JPEG2K_32f_P3C3R, toPixels<float>);
-QELJ_COMPARE(qeliRCTFwd_JPEG2K_16s_P3IR, planesInPlace<int16_t>);
-QELJ_COMPARE(qeliRCTFwd_JPEG2K_32s_P3IR, planesInPlace<int32_t>);
-QELJ_COMPARE(qeliRCTInv_JPEG2K_16s_P3IR, planesInPlace<int16_t>);
-QELJ_COMPARE(qeliRCTInv_JPEG2K_32s_P3IR, planesInPlace<int32_t>);
-QELJ_COMPARE(qeliICTFwd_JPEG2K_16s_P3IR, planesInPlace<int16_t>);
-QELJ_COMPARE(qeliICTFwd_JPEG2K_32s_P3IR, planesInPlace<int32_t>);
-QELJ_COMPARE(qeliICTFwd_JPEG2K_32f_P3IR, planesInPlace<float>);
-QELJ_COMPARE(qeliICTInv_JPEG2K_16s_P3IR, planesInPlace<int16_t>);
-QELJ_COMPARE(qeliICTInv_JPEG2K_32s_P3IR, planesInPlace<int32_t>);
-QELJ_COMPARE(qeliICTInv_JPEG2K_32f_P3IR, planesInPlace<float>);
+#define COMPARE_PIXELS(transform, type, T)                               \
+  QELJ_COMPARE(qeli##transform##Fwd_JPEG2K_##type##_C3P3R, toPlanes<T>); \
+  QELJ_COMPARE(qeli##transform##Inv_JPEG2K_##type##_P3C3R, toPixels<T>)
+#define COMPARE_PLANES(transform, type, T)                                   \
+  QELJ_COMPARE(qeli##transform##Fwd_JPEG2K_##type##_P3IR, planesInPlace<T>); \
+  QELJ_COMPARE(qeli##transform##Inv_JPEG2K_##type##_P3IR, planesInPlace<T>)
+COMPARE_PIXELS(RCT, 16s, int16_t);
+COMPARE_PIXELS(RCT, 32s, int32_t);
+COMPARE_PIXELS(ICT, 32f, float);
+COMPARE_PLANES(RCT, 16s, int16_t);
+COMPARE_PLANES(RCT, 32s, int32_t);
+COMPARE_PLANES(ICT, 16s, int16_t);
+COMPARE_PLANES(ICT, 32s, int32_t);
+COMPARE_PLANES(ICT, 32f, float);
 
 // --- rows, columns and single steps ------------------------------------------------------------------------
 
