@@ -359,7 +359,7 @@ struct Comparison {
   int rounds;
 };
 // A twentieth of the rounds is what slow runs do.
-inline constexpr int kRounds = 400;
+inline constexpr int kRounds = 1000;
 inline constexpr int kQuickShare = 20;
 
 inline std::map<std::string, Comparison>& comparisons() {
