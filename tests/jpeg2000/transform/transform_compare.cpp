@@ -243,9 +243,9 @@ QelRect drawnTile(Case& c) {
   return tile;
 }
 
-// The largest sample; the conversion back from float may reach 2^31 itself with the largest integers.
+// 32-bit sums wrap and results pass 2^31 with these, but none is 2^31 itself, which only just saturates.
 template <class T>
-constexpr int64_t kMostInTile = sizeof(T) == 4 ? kMost<T> - 1000 : kMost<T>;
+constexpr int64_t kMostInTile = sizeof(T) == 4 ? (int64_t(3) << 28) + 12345 : kMost<T>;
 
 constexpr QelRect kNarrow{0, 0, 0, 3}, kFlat{1, 1, 3, -1};  // an error with bands; nothing is done in place
 Domain<const QelRect*> tileOr(const QelRect& tile) { return {&tile, {nullptr, &kNarrow, &kFlat}}; }
