@@ -32,7 +32,7 @@ def bounded(*command, seconds=6, megabytes=256):
     """Runs a program that has to end by itself within these bounds of processor time and memory; returns its status
     and what it printed."""
     with tempfile.TemporaryFile() as out:
-        process = subprocess.Popen(["timeout", "60", *map(str, command)], stdout=out, stderr=subprocess.STDOUT,
+        process = subprocess.Popen(["timeout", "600", *map(str, command)], stdout=out, stderr=subprocess.STDOUT,
                                    preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CPU, (seconds, seconds)))
         _, status, usage = os.wait4(process.pid, 0)
         process.returncode = os.waitstatus_to_exitcode(status)
