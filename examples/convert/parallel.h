@@ -12,11 +12,11 @@
 
 namespace qelconv {
 
-// work(i) for 0..count-1 on all cores, on one inside another such loop. The first exception of any of them is
-// thrown behind the loop, and nothing more is begun. Waking the other cores takes tens of microseconds, on a
-// busy machine milliseconds: one loop over a whole picture's strips, tiles or blocks, and not one a row.
-// Inside, the library's calls stay on one thread: the runtime runs a parallel region within another on the
-// thread that meets it.
+// work(i) for 0..count-1 on all cores, on one inside another such loop. Of their exceptions that of the lowest i is
+// thrown behind the loop, whichever came first, so that a fault has one message; nothing behind it is begun. Waking the
+// other cores takes tens of microseconds, on a busy machine milliseconds: one loop over a whole picture's strips, tiles
+// or blocks, and not one a row. Inside, the library's calls stay on one thread: the runtime runs a parallel region
+// within another on the thread that meets it.
 template <class Work>
 void inParallel(size_t count, Work&& work) {
   if (count < 2 || omp_in_parallel()) {
@@ -24,14 +24,18 @@ void inParallel(size_t count, Work&& work) {
     return;
   }
   std::exception_ptr failure;
-  std::atomic<bool> failed = false;
+  std::atomic<size_t> failed = SIZE_MAX;
 #pragma omp parallel for schedule(dynamic)
   for (size_t i = 0; i < count; ++i) {
-    if (failed) continue;
+    if (i > failed) continue;
     try {
       work(i);
     } catch (...) {
-      if (!failed.exchange(true)) failure = std::current_exception();
+#pragma omp critical(qelconvFailure)
+      if (i < failed) {
+        failed = i;
+        failure = std::current_exception();
+      }
     }
   }
   if (failure) std::rethrow_exception(failure);
