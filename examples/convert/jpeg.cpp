@@ -38,16 +38,16 @@ Image read(Bytes bytes, const Options& options, Stages& stages) {
   // One scan with everything: a row of MCUs at a time, while it is in the cache.
   if (file.scans.size() == 1 && frame.process != SOF2 &&
       file.scans[0].header.parts.size() == frame.components.size()) {
-    auto coefficients = rowCoefficients(frame);
+    Coefficients coefficients(frame, 1);
     ScanDecoder decoder(frame, file.scans[0]);
     for (int32_t row = 0; row < frame.mcusHigh; ++row) {
-      for (size_t i = 0; i < coefficients.size(); ++i) coefficients[i].firstRow = row * frame.components[i].v;
+      coefficients.moveTo(row);
       stages.time("Huffman decoding", [&] { decoder.decodeRow(row, coefficients); });
       pixels.row(row, coefficients);
     }
     return pixels.finish();
   }
-  auto coefficients = allCoefficients(frame);
+  Coefficients coefficients(frame, frame.mcusHigh);
   stages.time("Huffman decoding", [&] {
     for (const Scan& scan : file.scans) {
       ScanDecoder decoder(frame, scan);
@@ -129,16 +129,16 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
       writeHuffman(out, 1, int(i), ac[i] = typicalTable(true, int(i)));
     }
     writeScanHeader(out, frame, whole);
-    auto coefficients = rowCoefficients(frame);
+    Coefficients coefficients(frame, 1);
     SequentialEncoder encoder(frame, whole, dc, ac, restart, out.bytes);
     for (int32_t row = 0; row < frame.mcusHigh; ++row) {
-      for (size_t i = 0; i < coefficients.size(); ++i) coefficients[i].firstRow = row * frame.components[i].v;
+      coefficients.moveTo(row);
       pixels.row(row, coefficients);
       stages.time("Huffman coding", [&] { encoder.encodeRow(row, coefficients); });
     }
     encoder.finish();
   } else {
-    auto coefficients = allCoefficients(frame);
+    Coefficients coefficients(frame, frame.mcusHigh);
     for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
     std::vector<ScanHeader> script = {whole};
     const int count = int(frame.components.size());

@@ -101,17 +101,31 @@ void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan);
 
 // --- coefficients and scans --------------------------------------------------------------------------------
 
-// Blocks of one component, row by row, from block row `firstRow` on.
-struct Coefficients {
-  int32_t blocksWide = 0, firstRow = 0;
-  std::vector<int16_t> data;
-  int16_t* block(int32_t r, int32_t c) {
-    return data.data() + (size_t(r - firstRow) * size_t(blocksWide) + size_t(c)) * 64;
+// The blocks of all components in some rows of MCUs, 64 coefficients each. There is room for whole MCUs, so
+// that scans of any kind find their blocks.
+class Coefficients {
+ public:
+  Coefficients(const Frame& frame, int32_t mcuRows);
+  // The rows of MCUs are those from this one on; the blocks keep what is in them.
+  void moveTo(int32_t mcuRow) { firstMcuRow_ = mcuRow; }
+  void clear();
+  // A row of a component's blocks, by its number in the picture.
+  int16_t* row(size_t component, int32_t blockRow) {
+    Plane& plane = planes_[component];
+    const int32_t r = blockRow - firstMcuRow_ * plane.rowsOfMcu;
+    if (r < 0 || r >= plane.rows) throw std::logic_error("a row of blocks lies outside its buffer");
+    return plane.data.data() + size_t(r) * plane.step;
   }
+
+ private:
+  struct Plane {
+    int32_t rowsOfMcu, rows;
+    size_t step;
+    std::vector<int16_t> data;
+  };
+  std::vector<Plane> planes_;
+  int32_t firstMcuRow_ = 0;
 };
-// For every component of the frame: all its blocks, or those of one row of MCUs.
-std::vector<Coefficients> allCoefficients(const Frame& frame);
-std::vector<Coefficients> rowCoefficients(const Frame& frame);
 
 // Decodes a scan, a row of MCUs (of blocks, where the scan has one component) at a time.
 class ScanDecoder {
@@ -119,7 +133,7 @@ class ScanDecoder {
   ScanDecoder(const Frame& frame, const Scan& scan);
   ~ScanDecoder();
   int32_t rows() const;
-  void decodeRow(int32_t row, std::vector<Coefficients>& coefficients);
+  void decodeRow(int32_t row, Coefficients& coefficients);
 
  private:
   struct Impl;
@@ -132,7 +146,7 @@ class SequentialEncoder {
   SequentialEncoder(const Frame& frame, const ScanHeader& scan, const std::array<HuffmanList, 4>& dc,
                     const std::array<HuffmanList, 4>& ac, int32_t restartInterval, std::vector<uint8_t>& out);
   ~SequentialEncoder();
-  void encodeRow(int32_t row, std::vector<Coefficients>& coefficients);
+  void encodeRow(int32_t row, Coefficients& coefficients);
   void finish();
 
  private:
@@ -145,7 +159,7 @@ HuffmanList typicalTable(bool ac, int index);
 
 // Writes one scan of complete coefficients with tables made for it: DHT, SOS and data. Any kind of scan.
 void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
-                      std::vector<Coefficients>& coefficients);
+                      Coefficients& coefficients);
 
 // The progression of `components` components that encoders usually take, and one in the notation of scan
 // files.
@@ -162,7 +176,7 @@ class PixelWriter {
  public:
   PixelWriter(const File& file, int size, Filter filter, Stages& stages);
   ~PixelWriter();
-  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients);
+  void row(int32_t mcuRow, Coefficients& coefficients);
   Image finish();
 
  private:
@@ -176,7 +190,7 @@ class PixelReader {
   PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
               Stages& stages);
   ~PixelReader();
-  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients);
+  void row(int32_t mcuRow, Coefficients& coefficients);
 
  private:
   struct Impl;

@@ -118,6 +118,9 @@ class Parser {
       c.h = sampling >> 4, c.v = sampling & 15, c.quantTable = body.u8();
       if (c.h < 1 || c.h > 4 || c.v < 1 || c.v > 4 || c.quantTable > 3)
         throw Error("a component is described wrongly");
+      // An only component has nothing to be sampled against, and its scan no MCUs (A.2.2): its factors mean
+      // nothing.
+      if (count == 1) c.h = c.v = 1;
       if (c.h > 2 || c.v > 2) throw Error("sampling factors above 2 can't be read");
       frame.components.push_back(c);
     }

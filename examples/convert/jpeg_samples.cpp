@@ -86,7 +86,7 @@ struct PixelWriter::Impl {
     }
   }
 
-  void transform(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
+  void transform(int32_t mcuRow, Coefficients& coefficients) {
     for (size_t i = 0; i < channels.size(); ++i) {
       const Component& c = frame.components[i];
       Channel& ch = channels[i];
@@ -95,9 +95,10 @@ struct PixelWriter::Impl {
                            : ch.blockSize == 2 ? qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R
                                                : onlyMean;
       for (int32_t r = mcuRow * c.v; r < (mcuRow + 1) * c.v; ++r) {
+        const int16_t* blocks = coefficients.row(i, r);
         uint8_t* out = ch.plane.row(r * ch.blockSize);
         for (int32_t b = 0; b < c.paddedWide; ++b)
-          inverse(coefficients[i].block(r, b), out + b * ch.blockSize, ch.plane.step, ch.table.data());
+          inverse(blocks + 64 * b, out + b * ch.blockSize, ch.plane.step, ch.table.data());
       }
     }
   }
@@ -166,7 +167,7 @@ struct PixelWriter::Impl {
     if (image.colour == Colour::cmyk && file.adobe >= 0) invert(out, size_t(image.step()) * size_t(count));
   }
 
-  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
+  void row(int32_t mcuRow, Coefficients& coefficients) {
     stages.time("inverse DCT", [&] { transform(mcuRow, coefficients); });
     // The triangle filter looks one chroma row ahead, into the next row of MCUs.
     const int32_t ready = (mcuRow + 1) * rowsOfMcu - (needsNextRow ? 1 : 0);
@@ -193,7 +194,7 @@ struct PixelWriter::Impl {
 PixelWriter::PixelWriter(const File& file, int size, Filter filter, Stages& stages)
     : impl_(std::make_unique<Impl>(file, size, filter, stages)) {}
 PixelWriter::~PixelWriter() = default;
-void PixelWriter::row(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
+void PixelWriter::row(int32_t mcuRow, Coefficients& coefficients) {
   impl_->row(mcuRow, coefficients);
 }
 Image PixelWriter::finish() {
@@ -280,17 +281,19 @@ struct PixelReader::Impl {
     }
   }
 
-  void transform(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
+  void transform(int32_t mcuRow, Coefficients& coefficients) {
     for (size_t i = 0; i < planes.size(); ++i) {
       const Component& c = frame.components[i];
-      for (int32_t v = 0; v < c.v; ++v)
+      for (int32_t v = 0; v < c.v; ++v) {
+        int16_t* blocks = coefficients.row(i, mcuRow * c.v + v);
         for (int32_t b = 0; b < c.paddedWide; ++b)
-          qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(planes[i].row(8 * v) + 8 * b, planes[i].step,
-                                              coefficients[i].block(mcuRow * c.v + v, b), tables[i].data());
+          qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(planes[i].row(8 * v) + 8 * b, planes[i].step, blocks + 64 * b,
+                                              tables[i].data());
+      }
     }
   }
 
-  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
+  void row(int32_t mcuRow, Coefficients& coefficients) {
     stages.time("colour and downsampling", [&] {
       int32_t step = 0;
       const uint8_t* src = paddedStrip(mcuRow, step);
@@ -312,7 +315,7 @@ PixelReader::PixelReader(const Image& image, const Frame& frame, Space space,
                          const std::vector<RawQuantTable>& quant, Stages& stages)
     : impl_(std::make_unique<Impl>(image, frame, space, quant, stages)) {}
 PixelReader::~PixelReader() = default;
-void PixelReader::row(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
+void PixelReader::row(int32_t mcuRow, Coefficients& coefficients) {
   impl_->row(mcuRow, coefficients);
 }
 

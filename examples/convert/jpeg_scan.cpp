@@ -89,52 +89,48 @@ class IntervalWriter {
 class Walk {
  public:
   Walk(const Frame& frame, const ScanHeader& scan, int32_t restartInterval)
-      : frame_(frame), scan_(scan), interval_(restartInterval), left_(restartInterval) {
-    if (single()) {
-      const Component& c = component(0);
-      rows_ = c.blocksHigh, columns_ = c.blocksWide;
-    } else {
-      rows_ = frame.mcusHigh, columns_ = frame.mcusWide;
+      : interval_(restartInterval), left_(restartInterval) {
+    const bool single = scan.parts.size() == 1;
+    for (size_t p = 0; p < scan.parts.size(); ++p) {
+      const auto index = size_t(scan.parts[p].component);
+      const Component& c = frame.components[index];
+      const int h = single ? 1 : c.h, v = single ? 1 : c.v;
+      for (int line = 0; line < v; ++line) lines_.push_back({p, index, h, v, line});
+      rows_ = single ? c.blocksHigh : frame.mcusHigh;
+      columns_ = single ? c.blocksWide : frame.mcusWide;
     }
   }
   int32_t rows() const { return rows_; }
 
   // onBlock(index of the part in the scan, block); onRestart() between two intervals.
   template <class OnRestart, class OnBlock>
-  void row(int32_t row, std::vector<Coefficients>& coefficients, OnRestart&& onRestart, OnBlock&& onBlock) {
+  void row(int32_t row, Coefficients& coefficients, OnRestart&& onRestart, OnBlock&& onBlock) {
+    for (Line& line : lines_) line.next = coefficients.row(line.component, row * line.linesOfMcu + line.number);
     for (int32_t column = 0; column < columns_; ++column) {
       if (interval_ && left_-- == 0) {
         onRestart();
         left_ = interval_ - 1;
       }
-      if (single()) {
-        onBlock(0, coefficients[size_t(scan_.parts[0].component)].block(row, column));
-        continue;
-      }
-      for (size_t p = 0; p < scan_.parts.size(); ++p) {
-        const Component& c = component(p);
-        auto& blocks = coefficients[size_t(scan_.parts[p].component)];
-        for (int v = 0; v < c.v; ++v)
-          for (int h = 0; h < c.h; ++h) onBlock(p, blocks.block(row * c.v + v, column * c.h + h));
-      }
+      for (Line& line : lines_)
+        for (int h = 0; h < line.blocks; ++h, line.next += 64) onBlock(line.part, line.next);
     }
   }
   size_t blocksInRow() const {
     size_t blocks = 0;
-    for (size_t p = 0; p < scan_.parts.size(); ++p)
-      blocks += single() ? 1 : size_t(component(p).h * component(p).v);
+    for (const Line& line : lines_) blocks += size_t(line.blocks);
     return blocks * size_t(columns_);
   }
 
  private:
-  bool single() const { return scan_.parts.size() == 1; }
-  const Component& component(size_t part) const {
-    return frame_.components[size_t(scan_.parts[part].component)];
-  }
+  // What an MCU has of one row of a component's blocks.
+  struct Line {
+    size_t part, component;
+    int blocks, linesOfMcu, number;
+    int16_t* next = nullptr;
+  };
 
-  const Frame& frame_;
-  const ScanHeader& scan_;
-  int32_t rows_, columns_, interval_, left_;
+  std::vector<Line> lines_;
+  int32_t rows_ = 0, columns_ = 0, interval_, left_;
 };
 
 enum class Pass { sequential, dcFirst, dcRefine, acFirst, acRefine };
@@ -146,24 +142,16 @@ Pass passOf(const Frame& frame, const ScanHeader& scan) {
 
 }  // namespace
 
-std::vector<Coefficients> allCoefficients(const Frame& frame) {
-  std::vector<Coefficients> all(frame.components.size());
-  for (size_t i = 0; i < all.size(); ++i) {
-    const Component& c = frame.components[i];
-    all[i].blocksWide = c.paddedWide;
-    all[i].data.resize(size_t(c.paddedWide) * size_t(c.paddedHigh) * 64);
+Coefficients::Coefficients(const Frame& frame, int32_t mcuRows) {
+  for (const Component& c : frame.components) {
+    Plane plane{c.v, mcuRows * c.v, size_t(c.paddedWide) * 64, {}};
+    plane.data.resize(plane.step * size_t(plane.rows));
+    planes_.push_back(std::move(plane));
   }
-  return all;
 }
 
-std::vector<Coefficients> rowCoefficients(const Frame& frame) {
-  std::vector<Coefficients> row(frame.components.size());
-  for (size_t i = 0; i < row.size(); ++i) {
-    const Component& c = frame.components[i];
-    row[i].blocksWide = c.paddedWide;
-    row[i].data.resize(size_t(c.paddedWide) * size_t(c.v) * 64);
-  }
-  return row;
+void Coefficients::clear() {
+  for (Plane& plane : planes_) std::fill(plane.data.begin(), plane.data.end(), int16_t(0));
 }
 
 // --- decoding ----------------------------------------------------------------------------------------------
@@ -225,7 +213,7 @@ ScanDecoder::ScanDecoder(const Frame& frame, const Scan& scan) : impl_(std::make
 ScanDecoder::~ScanDecoder() = default;
 int32_t ScanDecoder::rows() const { return impl_->walk.rows(); }
 
-void ScanDecoder::decodeRow(int32_t row, std::vector<Coefficients>& coefficients) {
+void ScanDecoder::decodeRow(int32_t row, Coefficients& coefficients) {
   impl_->walk.row(
       row, coefficients, [&] { impl_->startInterval(); },
       [&](size_t part, int16_t* block) {
@@ -255,7 +243,7 @@ class BlockEncoder {
   }
   Walk& walk() { return walk_; }
 
-  void encodeRow(int32_t row, std::vector<Coefficients>& coefficients) {
+  void encodeRow(int32_t row, Coefficients& coefficients) {
     // A block takes at most 64 codes of 16 bits with 11 bits behind each, every byte stuffed; a refinement
     // pass may bring the correction bits of a whole end-of-band run besides.
     out_.room(walk_.blocksInRow() * 512 + kEndOfIntervalRoom);
@@ -325,7 +313,7 @@ class BlockEncoder {
 class TableMaker {
  public:
   TableMaker(const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
-             std::vector<Coefficients>& coefficients)
+             Coefficients& coefficients)
       : scan_(scan), pass_(passOf(frame, scan)) {
     Walk walk(frame, scan, restartInterval);
     const auto endInterval = [&] {
@@ -393,11 +381,11 @@ SequentialEncoder::SequentialEncoder(const Frame& frame, const ScanHeader& scan,
                                      std::vector<uint8_t>& out)
     : impl_(std::make_unique<Impl>(frame, scan, dc, ac, restartInterval, out)) {}
 SequentialEncoder::~SequentialEncoder() = default;
-void SequentialEncoder::encodeRow(int32_t row, std::vector<Coefficients>& c) { impl_->encodeRow(row, c); }
+void SequentialEncoder::encodeRow(int32_t row, Coefficients& c) { impl_->encodeRow(row, c); }
 void SequentialEncoder::finish() { impl_->finish(); }
 
 void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
-                      std::vector<Coefficients>& coefficients) {
+                      Coefficients& coefficients) {
   TableMaker maker(frame, scan, restartInterval, coefficients);
   std::array<std::array<HuffmanList, 4>, 2> lists;
   for (int tableClass = 0; tableClass < 2; ++tableClass)

@@ -31,13 +31,15 @@ class JpegTest(InteropTest):
         self.assertGreaterEqual(np.mean(d <= most), share)
         self.assertLessEqual(d.max(), all_within)
 
-    # Grey files have no colour conversion in the way: the inverse DCTs themselves are compared.
+    # Grey files have no colour conversion in the way: the inverse DCTs themselves are compared. The sampling factors
+    # that an only component declares mean nothing.
     def test_grey_of_theirs(self):
         for width, height in SIZES:
             source = self.cut("grey.pgm", width, height, 1)
-            for quality in (1, 25, 75, 92, 100):
+            for quality, *options in ((1,), (25, "-sample", "1x2"), (75, "-sample", "2x2", "-restart", "3B"),
+                                      (92, "-sample", "2x1", "-progressive"), (100, "-sample", "4x4")):
                 with self.subTest(width=width, height=height, quality=quality):
-                    path = self.cjpeg(source, "-quality", quality)
+                    path = self.cjpeg(source, "-quality", quality, *options)
                     self.assert_close(self.djpeg(path), self.ours(path), 1)
 
     # With colour the two decoders' conversions differ by rounding as well, weighted by up to 1.77.
@@ -58,8 +60,14 @@ class JpegTest(InteropTest):
 
     def test_restarts_optimised_and_progressive_of_theirs(self):
         source = self.cut("part.ppm", 123, 77)
+        # Sequential scans of some components only: those of one walk its own blocks, the others MCUs.
+        alone, pair = self.path("alone.txt"), self.path("pair.txt")
+        open(alone, "w").write("2; 0; 1;")
+        open(pair, "w").write("0 2; 1;")
         for options in (["-restart", "1"], ["-restart", "3B"], ["-optimize"], ["-progressive"],
-                        ["-progressive", "-restart", "1"], ["-progressive", "-sample", "1x1"]):
+                        ["-progressive", "-restart", "1"], ["-progressive", "-sample", "1x1"],
+                        ["-scans", alone, "-restart", "5B"], ["-scans", alone, "-sample", "1x2"],
+                        ["-scans", pair, "-restart", "1"], ["-scans", pair, "-sample", "2x1,1x2,1x1"]):
             with self.subTest(options=options):
                 path = self.cjpeg(source, *options)
                 self.assert_close(self.djpeg(path, "-nosmooth"), self.ours(path, "--filter", "box"), 3, 0.99, 5)
