@@ -12,8 +12,6 @@ constexpr uint64_t kFloor = 64 * kMegabyte, kPerByte = 4096;
 // Writers hold a picture up to four times its size beside it, as coefficients or as bytes to be written.
 constexpr uint64_t kCopies = 4;
 
-const char* const kHint = " (--partial takes what there is)";
-
 }  // namespace
 
 Limits::Limits(Bytes file, const Options& options)
@@ -38,12 +36,15 @@ void Limits::expectMemory(uint64_t bytes) const {
 
 void Limits::expectData(size_t coded, uint64_t units, uint64_t bits) const {
   // Units are counted by 64 bits, so that nothing overflows.
-  if (!partial_ && units / 64 * bits > coded / 8)
-    throw Error(std::string("the file is truncated: its data can't be a picture of its size") + kHint);
+  if (units / 64 * bits > coded / 8) expectWhole("the file is truncated: its data are too few for its picture");
+}
+
+void Limits::expectWhole(const std::string& why) const {
+  if (!partial_) throw Error(why + " (--partial takes what there is)");
 }
 
 void Limits::onlyPart(Image& image, const std::string& why) const {
-  if (!partial_) throw Error(why + kHint);
+  expectWhole(why);
   image.missing = why;
 }
 

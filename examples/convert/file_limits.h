@@ -31,8 +31,10 @@ class Limits {
   void expectData(size_t coded, uint64_t units, uint64_t bits) const;
 
   bool partial() const { return partial_; }
-  // For a reader that has only part of a picture: throws unless --partial asks for what there is. Then the
-  // picture bears the reason, which the program prints, and reading it has succeeded.
+  // For a reader that has only part of a picture: throws unless --partial asks for what there is.
+  void expectWhole(const std::string& why) const;
+  // The same at the end: under --partial the picture bears the reason, which the program prints, and reading it
+  // has succeeded.
   void onlyPart(Image& image, const std::string& why) const;
 
  private:

@@ -21,8 +21,12 @@ using Bytes = std::span<const uint8_t>;
 struct Error : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
-struct Truncated : Error {
-  Truncated() : Error("the file is truncated") {}
+// Of data that can't be right, in contrast to what this program can't do: readers may still have part of a picture.
+struct Damaged : Error {
+  using Error::Error;
+};
+struct Truncated : Damaged {
+  Truncated() : Damaged("the file is truncated") {}
 };
 // Throws for a negative status of the library: `what` was being done.
 void expectOk(QelStatus status, const char* what);

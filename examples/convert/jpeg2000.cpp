@@ -16,9 +16,9 @@ bool recognisesCodestream(Bytes file) {
   return file.size() > 4 && file[0] == 0xFF && file[1] == 0x4F && file[2] == 0xFF && file[3] == 0x51;
 }
 
-Image read(Bytes file, const Options&, Stages& stages) {
+Image read(Bytes file, const Options& options, Stages& stages) {
   const Codestream stream = stages.time("markers", [&] { return parse(file); });
-  return decodeTiles(stream, stages);
+  return decodeTiles(stream, Limits(file, options), stages);
 }
 
 std::vector<double> listOfNumbers(const Options& options, const char* name) {
@@ -69,13 +69,13 @@ int styleOption(const Options& options) {
 std::vector<Step> stepsFor(const Coding& coding, int bits) {
   std::vector<Step> steps;
   for (int band = 0; band <= 3 * coding.levels; ++band) {
-    const int resolution = (band + 2) / 3, kind = band ? (band - 1) % 3 + 1 : 0;
+    const int kind = band ? (band - 1) % 3 + 1 : 0;
     const int range = bits + (kind == 0 ? 0 : kind == 3 ? 2 : 1);
     if (coding.reversible) {
       steps.push_back({range, 0});
       continue;
     }
-    const double step = 1 / std::sqrt(synthesisGain(false, coding.levels, resolution, kind));
+    const double step = 1 / std::sqrt(coding.gains[size_t(band)]);
     int power = int(std::floor(std::log2(step)));
     int mantissa = int(std::lround((std::ldexp(step, -power) - 1) * 2048));
     if (mantissa == 2048) mantissa = 0, ++power;
@@ -99,8 +99,11 @@ Parameters makeParameters(const Image& image, const Options& options, const Goal
   p.layers = options.integer("layers", std::max(1, fromGoal), std::max(1, fromGoal), 1000);
 
   Coding coding;
-  coding.levels = options.integer("levels", 5, 0, 32);
+  // A level more would find nothing but single samples.
+  const int most = int(std::bit_width(unsigned(std::max(p.tileWidth, p.tileHeight) - 1)));
+  coding.levels = options.integer("levels", std::min(5, most), 0, most);
   coding.reversible = !options.has("irreversible");
+  coding.gains = synthesisGains(coding.reversible, coding.levels);
   coding.style = styleOption(options);
   const auto [w, h] = sizeOption(options, "block", 64);
   const auto isPower = [](int n) { return n >= 4 && n <= 1024 && (n & (n - 1)) == 0; };
@@ -170,7 +173,7 @@ const Format kJpeg2000 = {"JPEG 2000 codestream",
                            {"rate", "LIST", "bits per pixel of each layer, rising, such as 0.5,1,2"},
                            {"psnr", "LIST", "quality of each layer in dB, rising"},
                            {"layers", "N", "quality layers (1)"},
-                           {"levels", "N", "wavelet levels, 0 to 32 (5)"},
+                           {"levels", "N", "wavelet levels, as far as they split the tile (5)"},
                            {"tiles", "WxH", "tile size (one tile)"},
                            {"block", "WxH", "code-block size (64x64)"},
                            {"style", "LIST", "of bypass, reset, terminate, causal, segment"},

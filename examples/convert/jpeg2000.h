@@ -11,8 +11,11 @@
 #define QELCONV_JPEG2000_H
 
 #include <array>
+#include <atomic>
+#include <functional>
 #include <vector>
 
+#include "file_limits.h"
 #include "format.h"
 #include "image.h"
 
@@ -45,7 +48,8 @@ struct Coding {
   bool reversible = true;
   std::array<uint8_t, 33> precincts{};  // PPx | PPy << 4 of each resolution
   int guardBits = 2;
-  std::vector<Step> steps;  // one a band, LL first; one alone is derived for all
+  std::vector<Step> steps;    // one a band, LL first; one alone is derived for all
+  std::vector<double> gains;  // encoder: one a band, see synthesisGains
 };
 
 struct Parameters {
@@ -81,6 +85,7 @@ class TagTree {
   // Codes whether the leaf's value is below the threshold, with as many bits as that needs.
   void encode(class BitWriter& out, int32_t leaf, int threshold);
   bool decode(class BitReader& in, int32_t leaf, int threshold);
+  static size_t bytesOfLeaf() { return 2 * sizeof(Node); }  // at most, with the nodes above it
 
  private:
   struct Node {
@@ -126,7 +131,7 @@ struct Band {
   int32_t x = 0, y = 0;  // in the tile-component's buffer
   int planes = 0;        // Mb
   double step = 1;       // 1 for reversible coding
-  double gain = 1;       // squared error in the picture of a unit error here
+  double gain = 1;       // encoder: squared error in the picture of a unit error here
 };
 
 // The blocks of one band in one precinct.
@@ -160,15 +165,24 @@ struct Tile {
   std::vector<uint8_t> coded;  // decoder: the tile's parts, one after the other
 };
 
+Area tileArea(const Parameters& parameters, int32_t index);
 Tile layOut(const Parameters& parameters, int32_t index);
+
+// What a tile will hold, without making it.
+struct Extent {
+  uint64_t packets = 0, bytes = 0;  // of memory beside the samples
+};
+Extent measure(const Parameters& parameters, int32_t index);
 
 struct PacketPlace {
   int layer, resolution, component, precinct;
 };
-std::vector<PacketPlace> packetOrder(const Parameters& parameters, const Tile& tile);
+// Calls visit(place) for the packets of a tile in the order of its progression, until that gives false.
+void visitPackets(const Parameters& parameters, const Tile& tile,
+                  const std::function<bool(const PacketPlace&)>& visit);
 
-// The squared norm of a band's synthesis function: what a unit error there costs in the picture.
-double synthesisGain(bool reversible, int levels, int resolution, int bandKind);
+// The squared norms of all bands' synthesis functions: what a unit error there costs in the picture.
+std::vector<double> synthesisGains(bool reversible, int levels);
 
 // --- packets -----------------------------------------------------------------------------------------------
 
@@ -176,16 +190,17 @@ int passesOfSegment(int style, size_t segment);
 
 // Appends the packets of a tile, up to `layers` layers.
 void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile& tile, int layers);
-// Takes a tile's packets apart into its blocks' data and segments. A stream that ends early leaves what was
-// read.
-void readPackets(const Parameters& parameters, Tile& tile);
+// Takes a tile's packets apart into its blocks' data and segments. Gives what is wrong with them, empty if nothing
+// is: then all packets up to there were read. `visits` counts the blocks that packets were asked about.
+std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& limits,
+                        std::atomic<uint64_t>& visits);
 
 // --- files -------------------------------------------------------------------------------------------------
 
 struct Codestream {
   Parameters parameters;
-  std::vector<Bytes> tileParts;
-  std::vector<int32_t> tileOfPart;
+  std::vector<std::vector<Bytes>> tileParts;  // by tile
+  std::string missing;                        // what is wrong with the file behind its main header
 };
 bool isJp2(Bytes file);
 Codestream parse(Bytes file);
@@ -200,7 +215,7 @@ struct Goal {
 };
 void encodeTiles(const Image& image, const Parameters& parameters, const Goal& goal, std::vector<Tile>& tiles,
                  Stages& stages);
-Image decodeTiles(const Codestream& stream, Stages& stages);
+Image decodeTiles(const Codestream& stream, const Limits& limits, Stages& stages);
 
 }  // namespace qelconv::jpeg2000
 

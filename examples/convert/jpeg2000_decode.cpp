@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 
 #include "jpeg2000.h"
 #include "jpeg2000_parallel.h"
@@ -18,28 +19,29 @@ struct BlockDecoder {
   std::vector<int32_t> samples;
   std::vector<uint32_t> lengths;
 
-  void decode(const Coding& coding, int bits, TileComponent& c, const Band& band, const Block& b) {
-    if (!b.included || b.segments.empty()) return;
+  // Decodes a block as far as it is whole; gives whether all of it is.
+  bool decode(const Coding& coding, int bits, TileComponent& c, const Band& band, const Block& b) {
+    if (!b.included || b.segments.empty()) return true;
     const int32_t w = b.area.width(), h = b.area.height();
     // Irreversible samples get one more plane below the lowest, for the middle of the last interval.
     const int half = coding.reversible ? 0 : 1;
-    const int planes = band.planes - b.zeroPlanes + half;
-    if (planes < 1 || planes > 31) return;
+    const int coded = band.planes - b.zeroPlanes, planes = coded + half;
+    if (coded < 1 || planes > 31) return false;
     uint32_t passes = 0;
     lengths.clear();
     for (const Segment& s : b.segments) passes += uint32_t(s.passes), lengths.push_back(uint32_t(s.length));
-    passes = std::min(passes, uint32_t(3 * (planes - half) - 2));
+    const uint32_t most = uint32_t(3 * coded - 2);
 
     int32_t bytes = 0;
     expectOk(qeliDecodeGetBufSize_JPEG2K({w, h}, &bytes), "asking for a block's state");
     state.resize(std::max(state.size(), size_t(bytes)));
     samples.resize(size_t(w) * size_t(h));
-    // A damaged block keeps what was decoded of it: the status of the call is not looked at.
+    // A corrupted segment ends the block: what was decoded of it stands.
     static const uint8_t none = 0;
-    qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(b.data.empty() ? &none : b.data.data(), samples.data(), 4 * w,
-                                         {w, h}, libraryBand(band.kind), uint32_t(planes), passes,
-                                         lengths.data(), int32_t(lengths.size()),
-                                         libraryStyle(coding.style) | kKeepMidPoint, nullptr, state.data());
+    const QelStatus status = qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(
+        b.data.empty() ? &none : b.data.data(), samples.data(), 4 * w, {w, h}, libraryBand(band.kind),
+        uint32_t(planes), std::min(passes, most), lengths.data(), int32_t(lengths.size()),
+        libraryStyle(coding.style) | kKeepMidPoint, nullptr, state.data());
     const float scale = float(std::ldexp(band.step, fractionBits(bits) - half));
     for (int32_t y = 0; y < h; ++y) {
       const int32_t* from = &samples[size_t(y) * size_t(w)];
@@ -55,6 +57,7 @@ struct BlockDecoder {
           to[x] = from[x] < 0 ? -int32_t(magnitude) : int32_t(magnitude);
         }
     }
+    return status == qelStatusOk && passes <= most;
   }
 };
 
@@ -81,14 +84,15 @@ void storePlane(const Value* from, int32_t shift, Sample* to, size_t channels, i
   }
 }
 
+// Rows `first` to `end` of a tile's planes; planes[c] begins with the first of them.
 template <class Value>
-void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const Value*>& planes,
-                  Image& image) {
+void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const Value*>& planes, int32_t first,
+                  int32_t end, Image& image) {
   const int32_t w = tile.area.width(), shift = 1 << (p.bits[0] - 1), top = (1 << p.bits[0]) - 1;
   const size_t channels = planes.size();
   for (size_t c = 0; c < channels; ++c)
-    for (int32_t y = 0; y < tile.area.height(); ++y) {
-      const Value* from = planes[c] + size_t(y) * size_t(w);
+    for (int32_t y = first; y < end; ++y) {
+      const Value* from = planes[c] + size_t(y - first) * size_t(w);
       uint8_t* row =
           image.row(tile.area.y0 + y - p.y0) + size_t(tile.area.x0 - p.x0) * size_t(image.pixelBytes());
       if (image.sampleBytes() == 1)
@@ -100,67 +104,140 @@ void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const
 
 void storePixels(const Parameters& p, Tile& tile, Image& image) {
   auto& c = tile.components;
-  const QelSize size{tile.area.width(), tile.area.height()};
-  const int32_t step = 4 * size.width;
+  const int32_t w = tile.area.width(), step = 4 * w;
   bool reversible = true;
   for (const Coding& coding : p.coding) reversible &= coding.reversible;
-  if (reversible) {
-    if (p.colourTransform) {
-      int32_t* planes[3] = {c[0].data.data(), c[1].data.data(), c[2].data.data()};
-      expectOk(qeliRCTInv_JPEG2K_32s_P3IR(planes, step, size), "the colour transform");
-    }
-    std::vector<const int32_t*> planes;
-    for (auto& component : c) planes.push_back(component.data.data());
-    return storeSamples(p, tile, planes, image);
-  }
-  std::vector<std::vector<float>> floats(c.size());
   const float scale = 1.0f / float(1 << fractionBits(p.bits[0]));
-  for (size_t i = 0; i < c.size(); ++i) {
-    floats[i].resize(c[i].data.size());
-    const float factor = p.coding[i].reversible ? 1.0f : scale;
-    for (size_t k = 0; k < floats[i].size(); ++k) floats[i][k] = float(c[i].data[k]) * factor;
-  }
-  if (p.colourTransform) {
-    float* planes[3] = {floats[0].data(), floats[1].data(), floats[2].data()};
-    expectOk(qeliICTInv_JPEG2K_32f_P3IR(planes, step, size), "the colour transform");
-  }
-  std::vector<const float*> planes;
-  for (auto& f : floats) planes.push_back(f.data());
-  storeSamples(p, tile, planes, image);
+  inStrips(w, tile.area.height(), [&](int32_t first, int32_t end) {
+    const size_t start = size_t(first) * size_t(w), samples = size_t(end - first) * size_t(w);
+    if (reversible) {
+      if (p.colourTransform) {
+        int32_t* planes[3] = {&c[0].data[start], &c[1].data[start], &c[2].data[start]};
+        expectOk(qeliRCTInv_JPEG2K_32s_P3IR(planes, step, {w, end - first}), "the colour transform");
+      }
+      std::vector<const int32_t*> planes;
+      for (auto& component : c) planes.push_back(&component.data[start]);
+      return storeSamples(p, tile, planes, first, end, image);
+    }
+    std::vector<std::vector<float>> floats(c.size());
+    for (size_t i = 0; i < c.size(); ++i) {
+      floats[i].resize(samples);
+      const float factor = p.coding[i].reversible ? 1.0f : scale;
+      for (size_t k = 0; k < samples; ++k) floats[i][k] = float(c[i].data[start + k]) * factor;
+    }
+    if (p.colourTransform) {
+      float* planes[3] = {floats[0].data(), floats[1].data(), floats[2].data()};
+      expectOk(qeliICTInv_JPEG2K_32f_P3IR(planes, step, {w, end - first}), "the colour transform");
+    }
+    std::vector<const float*> planes;
+    for (auto& f : floats) planes.push_back(f.data());
+    storeSamples(p, tile, planes, first, end, image);
+  });
 }
+
+// Decodes tiles one at a time on all cores, or as many at a time as there are cores.
+class TileDecoder {
+ public:
+  TileDecoder(const Codestream& stream, const Limits& limits, Image& image, Stages* stages)
+      : stream_(stream), p_(stream.parameters), limits_(limits), image_(image), stages_(stages) {
+    const uint64_t samples = uint64_t(image.width) * uint64_t(image.height) * p_.bits.size();
+    bytes_ = image.data.size() + samples * sizeof(int32_t);
+  }
+
+  void decode(int32_t index) {
+    const auto& parts = stream_.tileParts[size_t(index)];
+    if (parts.empty()) {
+      note(index, "tiles are missing");
+      return fillGrey(index);
+    }
+    Tile tile;
+    time("packets", [&] {
+      for (const Bytes part : parts) tile.coded.insert(tile.coded.end(), part.begin(), part.end());
+      const Extent extent = measure(p_, index);
+      limits_.expectData(tile.coded.size(), extent.packets, 8);
+      const uint64_t atOnce = stages_ ? 1 : uint64_t(omp_get_max_threads());
+      limits_.expectMemory(bytes_ + atOnce * extent.bytes);
+      auto coded = std::move(tile.coded);
+      tile = layOut(p_, index);
+      tile.coded = std::move(coded);
+      note(index, readPackets(p_, tile, limits_, visits_));
+      for (auto& c : tile.components) c.data.resize(size_t(c.area.width()) * size_t(c.area.height()));
+    });
+    time("block decoding", [&] {
+      const auto jobs = allBlocks({&tile, 1});
+      std::vector<BlockDecoder> decoders{size_t(omp_get_max_threads())};
+      inParallel(jobs.size(), [&](size_t i) {
+        const BlockJob& job = jobs[i];
+        BlockDecoder& decoder = decoders[size_t(omp_get_thread_num())];
+        if (!decoder.decode(p_.coding[job.componentIndex], p_.bits[0], *job.component, *job.band, *job.block))
+          note(index, "a code-block is damaged");
+      });
+    });
+    time("transforms", [&] {
+      inParallel(tile.components.size(),
+                 [&](size_t c) { invertWavelet(p_.coding[c], tile.components[c]); });
+      storePixels(p_, tile, image_);
+    });
+  }
+
+  // The first tile's complaint.
+  const std::string& wrong() const { return wrong_; }
+
+ private:
+  template <class Work>
+  void time(const char* name, Work&& work) {
+    stages_ ? stages_->time(name, work) : work();
+  }
+
+  void note(int32_t index, const std::string& wrong) {
+    if (wrong.empty()) return;
+    limits_.expectWhole(wrong);
+    const std::lock_guard lock(mutex_);
+    if (index < wrongTile_) wrongTile_ = index, wrong_ = wrong;
+  }
+
+  // The middle of the range, as a tile without coefficients.
+  void fillGrey(int32_t index) {
+    const Area a = tileArea(p_, index);
+    const size_t samples = size_t(a.width()) * p_.bits.size();
+    for (int32_t y = a.y0; y < a.y1; ++y) {
+      const size_t first =
+          (size_t(y - p_.y0) * size_t(image_.width) + size_t(a.x0 - p_.x0)) * p_.bits.size();
+      for (size_t i = 0; i < samples; ++i) image_.setSample(first + i, 1u << (p_.bits[0] - 1));
+    }
+  }
+
+  const Codestream& stream_;
+  const Parameters& p_;
+  const Limits& limits_;
+  Image& image_;
+  Stages* stages_;  // null where tiles are decoded side by side
+  uint64_t bytes_;  // of the picture and its coefficients
+  std::atomic<uint64_t> visits_ = 0;
+  std::mutex mutex_;
+  int32_t wrongTile_ = INT32_MAX;
+  std::string wrong_;
+};
 
 }  // namespace
 
-Image decodeTiles(const Codestream& stream, Stages& stages) {
+Image decodeTiles(const Codestream& stream, const Limits& limits, Stages& stages) {
   const Parameters& p = stream.parameters;
-  Image image(p.width - p.x0, p.height - p.y0, p.colour, p.bits[0]);
-  std::vector<Tile> tiles;
-  stages.time("packets", [&] {
-    for (int32_t t = 0; t < p.tilesWide() * p.tilesHigh(); ++t) {
-      tiles.push_back(layOut(p, t));
-      Tile& tile = tiles.back();
-      for (size_t part = 0; part < stream.tileParts.size(); ++part)
-        if (stream.tileOfPart[part] == t)
-          tile.coded.insert(tile.coded.end(), stream.tileParts[part].begin(), stream.tileParts[part].end());
-      readPackets(p, tile);
-      for (auto& c : tile.components) c.data.resize(size_t(c.area.width()) * size_t(c.area.height()));
-    }
-  });
-  stages.time("block decoding", [&] {
-    const auto jobs = allBlocks(tiles);
-    std::vector<BlockDecoder> decoders{size_t(omp_get_max_threads())};
-    inParallel(jobs.size(), [&](size_t i) {
-      const BlockJob& job = jobs[i];
-      decoders[size_t(omp_get_thread_num())].decode(p.coding[job.componentIndex], p.bits[0], *job.component,
-                                                    *job.band, *job.block);
-    });
-  });
-  stages.time("transforms", [&] {
-    for (Tile& tile : tiles) {
-      inParallel(tile.components.size(), [&](size_t c) { invertWavelet(p.coding[c], tile.components[c]); });
-      storePixels(p, tile, image);
-    }
-  });
+  const int32_t width = p.width - p.x0, height = p.height - p.y0;
+  const auto channels = int(p.bits.size());
+  limits.expectPicture(width, height, channels, p.bits[0],
+                       sizeof(int32_t) * uint64_t(width) * uint64_t(height) * uint64_t(channels));
+  if (!stream.missing.empty()) limits.expectWhole(stream.missing);
+  Image image(width, height, p.colour, p.bits[0]);
+  const auto tiles = int32_t(stream.tileParts.size());
+  const bool together = sideBySide(size_t(tiles));
+  TileDecoder decoder(stream, limits, image, together ? nullptr : &stages);
+  if (together)
+    stages.time("tiles", [&] { inParallel(size_t(tiles), [&](size_t t) { decoder.decode(int32_t(t)); }); });
+  else
+    for (int32_t t = 0; t < tiles; ++t) decoder.decode(t);
+  const std::string& wrong = stream.missing.empty() ? decoder.wrong() : stream.missing;
+  if (!wrong.empty()) limits.onlyPart(image, wrong);
   return image;
 }
 

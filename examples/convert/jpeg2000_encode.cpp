@@ -13,13 +13,13 @@ namespace {
 
 // --- tile-components: level shift, component transform, wavelet --------------------------------------------
 
-void loadSamples(const Image& image, const Parameters& p, Tile& tile) {
+// Rows `first` to `end` of the tile.
+void loadSamples(const Image& image, const Parameters& p, Tile& tile, int32_t first, int32_t end) {
   const size_t channels = tile.components.size();
   const int32_t shift = 1 << (p.bits[0] - 1), w = tile.area.width();
   for (size_t c = 0; c < channels; ++c) {
     auto& data = tile.components[c].data;
-    data.resize(size_t(w) * size_t(tile.area.height()));
-    for (int32_t y = 0; y < tile.area.height(); ++y) {
+    for (int32_t y = first; y < end; ++y) {
       const size_t from =
           (size_t(tile.area.y0 + y) * size_t(image.width) + size_t(tile.area.x0)) * channels + c;
       int32_t* to = &data[size_t(y) * size_t(w)];
@@ -31,18 +31,22 @@ void loadSamples(const Image& image, const Parameters& p, Tile& tile) {
   }
 }
 
-void transformColour(const Parameters& p, Tile& tile) {
-  const QelSize size{tile.area.width(), tile.area.height()};
+void transformColour(const Parameters& p, Tile& tile, int32_t first, int32_t end) {
+  const QelSize size{tile.area.width(), end - first};
   const int32_t step = 4 * size.width;
+  const size_t start = size_t(first) * size_t(size.width), samples = size_t(size.width) * size_t(size.height);
   auto& c = tile.components;
   if (p.coding[0].reversible) {
     if (!p.colourTransform) return;
-    int32_t* planes[3] = {c[0].data.data(), c[1].data.data(), c[2].data.data()};
+    int32_t* planes[3] = {&c[0].data[start], &c[1].data[start], &c[2].data[start]};
     expectOk(qeliRCTFwd_JPEG2K_32s_P3IR(planes, step, size), "the colour transform");
     return;
   }
   std::vector<std::vector<float>> floats;
-  for (auto& component : c) floats.emplace_back(component.data.begin(), component.data.end());
+  for (auto& component : c) {
+    const int32_t* const from = &component.data[start];
+    floats.emplace_back(from, from + samples);
+  }
   if (p.colourTransform) {
     float* planes[3] = {floats[0].data(), floats[1].data(), floats[2].data()};
     expectOk(qeliICTFwd_JPEG2K_32f_P3IR(planes, step, size), "the colour transform");
@@ -50,7 +54,7 @@ void transformColour(const Parameters& p, Tile& tile) {
   // The irreversible wavelet keeps whole numbers between its passes: give it fractions to round.
   const float scale = float(1 << fractionBits(p.bits[0]));
   for (size_t i = 0; i < c.size(); ++i)
-    for (size_t k = 0; k < floats[i].size(); ++k) c[i].data[k] = int32_t(std::lrintf(floats[i][k] * scale));
+    for (size_t k = 0; k < samples; ++k) c[i].data[start + k] = int32_t(std::lrintf(floats[i][k] * scale));
 }
 
 void transformWavelet(const Coding& coding, TileComponent& c) {
@@ -133,11 +137,10 @@ class BlockCoder {
   void store(Block& b) {
     b.data.clear();
     for (int32_t more = 1; more;) {
-      const size_t at = b.data.size();
-      int32_t length = 8192;
-      b.data.resize(at + size_t(length));
-      expectOk(qeliEncodeStoreBits_JPEG2K_1u(&b.data[at], &length, state_.get(), &more), "storing a block");
-      b.data.resize(at + size_t(length));
+      uint8_t bytes[8192];
+      int32_t length = sizeof bytes;
+      expectOk(qeliEncodeStoreBits_JPEG2K_1u(bytes, &length, state_.get(), &more), "storing a block");
+      b.data.insert(b.data.end(), bytes, bytes + length);
     }
   }
 
@@ -233,13 +236,12 @@ class Allocator {
     search(layer, [&] { return errorOf(layer) >= error; });
   }
   size_t fileBytes(int layer) {
-    size_t bytes = header_ + 2;
-    std::vector<uint8_t> packets;
-    for (Tile& tile : tiles_) {
-      packets.clear();
-      writePackets(packets, p_, tile, layer + 1);
+    std::atomic<size_t> bytes = header_ + 2;
+    inParallel(tiles_.size(), [&](size_t t) {
+      std::vector<uint8_t> packets;
+      writePackets(packets, p_, tiles_[t], layer + 1);
       bytes += 14 + packets.size();
-    }
+    });
     return bytes;
   }
 
@@ -308,14 +310,22 @@ void allocate(Allocator& allocator, const Image& image, const Parameters& p, con
 void encodeTiles(const Image& image, const Parameters& p, const Goal& goal, std::vector<Tile>& tiles,
                  Stages& stages) {
   stages.time("transforms", [&] {
-    for (int32_t t = 0; t < p.tilesWide() * p.tilesHigh(); ++t) {
-      tiles.push_back(layOut(p, t));
-      Tile& tile = tiles.back();
-      loadSamples(image, p, tile);
-      transformColour(p, tile);
+    tiles.resize(size_t(p.tilesWide()) * size_t(p.tilesHigh()));
+    const auto transform = [&](size_t t) {
+      Tile& tile = tiles[t];
+      tile = layOut(p, int32_t(t));
+      for (auto& c : tile.components) c.data.resize(size_t(c.area.width()) * size_t(c.area.height()));
+      inStrips(tile.area.width(), tile.area.height(), [&](int32_t first, int32_t end) {
+        loadSamples(image, p, tile, first, end);
+        transformColour(p, tile, first, end);
+      });
       inParallel(tile.components.size(),
                  [&](size_t c) { transformWavelet(p.coding[c], tile.components[c]); });
-    }
+    };
+    if (sideBySide(tiles.size()))
+      inParallel(tiles.size(), transform);
+    else
+      for (size_t t = 0; t < tiles.size(); ++t) transform(t);
   });
   const auto jobs = allBlocks(tiles);
   std::vector<Block*> blocks;

@@ -35,26 +35,33 @@ class Parser {
 
   Codestream parse() {
     if (in_.u16be() != SOC) throw Error("not a JPEG 2000 codestream");
-    while (in_.left() >= 2) {
-      const uint16_t marker = in_.u16be();
-      if (marker == EOC) break;
-      if (marker == SOT) {
-        if (!tilePart()) break;
-        continue;
-      }
-      const int length = in_.u16be();
-      if (marker < 0xFF00 || length < 2) throw Error("a marker segment is damaged");
-      Reader body(in_.take(size_t(length - 2)));
-      segment(marker, body, false);
-    }
+    uint16_t marker;
+    while ((marker = in_.u16be()) != SOT) mainSegment(marker);
     if (p_.bits.empty()) throw Error("the codestream has no size");
-    if (out_.tileParts.empty()) throw Error("the codestream has no tile");
     finishCoding();
+    out_.tileParts.resize(size_t(p_.tilesWide()) * size_t(p_.tilesHigh()));
+    // What is wrong from here on leaves the tiles in front of it.
+    try {
+      for (; marker != EOC; marker = in_.u16be())
+        if (marker == SOT)
+          tilePart();
+        else
+          mainSegment(marker);
+    } catch (const Damaged& e) {
+      out_.missing = e.what();
+    }
     out_.parameters = std::move(p_);
     return std::move(out_);
   }
 
  private:
+  void mainSegment(uint16_t marker) {
+    const int length = in_.u16be();
+    if (marker < 0xFF00 || length < 2) throw Damaged("a marker segment is damaged");
+    Reader body(in_.take(size_t(length - 2)));
+    segment(marker, body, false);
+  }
+
   void segment(uint16_t marker, Reader& body, bool inTile) {
     const bool known = marker == COD || marker == COC || marker == QCD || marker == QCC;
     if (known && inTile) throw Error("coding parameters of a single tile can't be read");
@@ -180,28 +187,26 @@ class Parser {
     if ((style & 31) == 1 && c.steps.size() > 1) c.steps.resize(1);
   }
 
-  // The rest of a tile-part behind its SOT marker; false where the file ends inside it.
-  bool tilePart() {
+  // The rest of a tile-part behind its SOT marker.
+  void tilePart() {
     const size_t start = in_.position() - 2;
-    if (in_.u16be() != 10) throw Error("a tile-part header is damaged");
+    if (in_.u16be() != 10) throw Damaged("a tile-part header is damaged");
     const int32_t tile = in_.u16be();
     const uint32_t length = in_.u32be();
     in_.skip(2);
-    if (p_.bits.empty() || tile >= p_.tilesWide() * p_.tilesHigh())
-      throw Error("a tile-part header is damaged");
+    if (size_t(tile) >= out_.tileParts.size()) throw Damaged("a tile-part header is damaged");
     for (uint16_t marker; (marker = in_.u16be()) != SOD;) {
       const int bytes = in_.u16be();
-      if (bytes < 2) throw Error("a marker segment is damaged");
+      if (bytes < 2) throw Damaged("a marker segment is damaged");
       Reader body(in_.take(size_t(bytes - 2)));
       segment(marker, body, true);
     }
     const size_t header = in_.position() - start;
-    if (length && length < header) throw Error("a tile-part header is damaged");
-    // A length of 0 means up to the end; a file that is cut short gives what it has.
-    const size_t left = in_.left(), wanted = length ? length - header : left;
-    out_.tileParts.push_back(in_.take(std::min(wanted, left)));
-    out_.tileOfPart.push_back(tile);
-    return wanted <= left;
+    if (length && length < header) throw Damaged("a tile-part header is damaged");
+    // A length of 0 means up to the end marker; a file that is cut short gives what it has.
+    const size_t left = in_.left(), wanted = length ? length - header : std::max<size_t>(left, 2) - 2;
+    out_.tileParts[size_t(tile)].push_back(in_.take(std::min(wanted, left)));
+    if (wanted > left) throw Truncated();
   }
 
   void finishCoding() {
@@ -228,32 +233,38 @@ class Parser {
   std::vector<bool> hasOwnCoding_, hasOwnSteps_;
 };
 
-// The codestream of a JP2 file, and what its header says of colour.
-Bytes unwrapJp2(Bytes file) {
+// The codestream of a JP2 file. `cut`: the file ends within it or behind it, in the middle of a box.
+Bytes unwrapJp2(Bytes file, bool& cut) {
   Reader in(file);
+  Bytes codestream;
   while (in.left() >= 8) {
     const size_t start = in.position();
     uint64_t length = in.u32be();
     const uint32_t type = in.u32be();
     if (length == 1) length = in.u64be();
     const size_t header = in.position() - start;
-    if (length && length < header) throw Error("a box has an impossible length");
-    // The codestream of a file that was cut short is still worth reading.
+    if (length && length < header) {
+      if (codestream.empty()) throw Error("a box has an impossible length");
+      cut = true;
+      break;
+    }
     const uint64_t body = length ? length - header : in.left();
-    if (type == box("jp2c")) return in.take(size_t(std::min<uint64_t>(body, in.left())));
+    cut = body > in.left();
+    const Bytes content = in.take(size_t(std::min<uint64_t>(body, in.left())));
+    if (type == box("jp2c") && codestream.empty()) codestream = content;
     if (type == box("jp2h")) {
-      Reader boxes(in.take(size_t(std::min<uint64_t>(body, in.left()))));
+      Reader boxes(content);
       while (boxes.left() >= 8) {
         const uint32_t n = boxes.u32be(), kind = boxes.u32be();
         if (kind == box("pclr")) throw Error("palettes can't be read");
         if (n < 8) break;
         boxes.skip(std::min<size_t>(n - 8, boxes.left()));
       }
-      continue;
     }
-    in.skip(size_t(std::min<uint64_t>(body, in.left())));
   }
-  throw Error("the file has no codestream");
+  cut |= in.left() > 0;
+  if (codestream.empty()) throw Error("the file has no codestream");
+  return codestream;
 }
 
 // --- writing -----------------------------------------------------------------------------------------------
@@ -287,7 +298,12 @@ bool isJp2(Bytes file) {
   return file.size() >= 12 && std::equal(file.begin(), file.begin() + 8, "\0\0\0\x0CjP  ");
 }
 
-Codestream parse(Bytes file) { return Parser(isJp2(file) ? unwrapJp2(file) : file).parse(); }
+Codestream parse(Bytes file) {
+  bool cut = false;
+  Codestream stream = Parser(isJp2(file) ? unwrapJp2(file, cut) : file).parse();
+  if (cut && stream.missing.empty()) stream.missing = Truncated().what();
+  return stream;
+}
 
 std::vector<uint8_t> writeMainHeader(const Parameters& p) {
   Writer out;

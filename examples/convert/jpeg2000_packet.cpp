@@ -225,14 +225,15 @@ struct Arrival {
 };
 
 void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& precinct,
-                std::vector<Band>& bands, int layer, std::vector<Arrival>& arrivals) {
+                std::vector<Band>& bands, int layer, std::vector<Arrival>& arrivals, uint64_t& visits) {
   if (parameters.sop && in.left() >= 6) {
     Reader ahead = in;
     if (ahead.u16be() == 0xFF91) in.skip(6);
   }
   BitReader bits(in);
   if (bits.bit()) {
-    for (Group& g : precinct.groups)
+    for (Group& g : precinct.groups) {
+      visits += g.blocks.size();
       for (size_t i = 0; i < g.blocks.size(); ++i) {
         Block& b = g.blocks[i];
         const bool here = b.included ? bits.bit() : g.inclusion.decode(bits, int32_t(i), layer + 1);
@@ -241,25 +242,26 @@ void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& p
           b.included = true;
           int planes = 1;
           while (!g.zeroPlanes.decode(bits, int32_t(i), planes))
-            if (++planes > 80) throw Error("a packet header is damaged");
+            if (++planes > 80) throw Damaged("a packet header is damaged");
           b.zeroPlanes = planes - 1;
-          if (b.zeroPlanes > bands[size_t(g.band)].planes) throw Error("a packet header is damaged");
+          if (b.zeroPlanes > bands[size_t(g.band)].planes) throw Damaged("a packet header is damaged");
         }
         int left = takePasses(bits);
         while (bits.bit())
-          if (++b.lengthBits > 31) throw Error("a packet header is damaged");
+          if (++b.lengthBits > 31) throw Damaged("a packet header is damaged");
         while (left > 0) {
           if (b.segments.empty() || b.segments.back().passes == b.segments.back().maxPasses)
             b.segments.push_back({0, passesOfSegment(style, b.segments.size()), 0});
           Segment& s = b.segments.back();
           const int now = std::min(left, s.maxPasses - s.passes);
           const int width = b.lengthBits + floorLog2(now);
-          if (width > 31) throw Error("a packet header is damaged");
+          if (width > 31) throw Damaged("a packet header is damaged");
           s.passes += now, left -= now;
           arrivals.push_back({&b, b.segments.size() - 1, now, 0});
           arrivals.back().length = bits.bits(width);
         }
       }
+    }
   }
   bits.finish();
   if (parameters.eph && in.left() >= 2) {
@@ -270,6 +272,7 @@ void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& p
   for (; !arrivals.empty(); arrivals.pop_back()) {
     const Arrival& a = arrivals.back();
     const Bytes bytes = in.take(a.length);
+    if (a.block->data.size() + bytes.size() > INT32_MAX) throw Damaged("a code-block is too long");
     a.block->data.insert(a.block->data.end(), bytes.begin(), bytes.end());
     a.block->segments[a.segment].length += int32_t(a.length);
   }
@@ -299,29 +302,38 @@ void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile&
           }
           g.inclusion.propagate(), g.zeroPlanes.propagate();
         }
-  for (const PacketPlace& at : packetOrder(parameters, tile))
+  visitPackets(parameters, tile, [&](const PacketPlace& at) {
     if (at.layer < layers)
       writePacket(out,
                   tile.components[size_t(at.component)]
                       .resolutions[size_t(at.resolution)]
                       .precincts[size_t(at.precinct)],
                   at.layer);
+    return true;
+  });
 }
 
-void readPackets(const Parameters& parameters, Tile& tile) {
+std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& limits,
+                        std::atomic<uint64_t>& visits) {
   Reader in(tile.coded);
-  for (const PacketPlace& at : packetOrder(parameters, tile)) {
-    if (!in.left()) return;
+  std::string wrong;
+  std::vector<Arrival> arrivals;
+  visitPackets(parameters, tile, [&](const PacketPlace& at) {
     auto& res = tile.components[size_t(at.component)].resolutions[size_t(at.resolution)];
-    std::vector<Arrival> arrivals;
+    arrivals.clear();
+    uint64_t visited = 0;
     try {
       readPacket(in, parameters, parameters.coding[size_t(at.component)].style,
-                 res.precincts[size_t(at.precinct)], res.bands, at.layer, arrivals);
-    } catch (const Truncated&) {
+                 res.precincts[size_t(at.precinct)], res.bands, at.layer, arrivals, visited);
+    } catch (const Damaged& e) {
       for (const Arrival& a : arrivals) a.drop();
-      return;
+      wrong = e.what();
     }
-  }
+    // A layer can leave out any number of blocks by one bit.
+    limits.expectWork(visits += visited);
+    return wrong.empty();
+  });
+  return wrong;
 }
 
 }  // namespace qelconv::jpeg2000

@@ -24,6 +24,9 @@ inline size_t workBytes(const Coding& coding, const TileComponent& c) {
   return size_t(std::max(bytes, 1));
 }
 
+// Whether there are tiles enough to keep all cores busy with one each; else cores share the work on every tile.
+inline bool sideBySide(size_t tiles) { return tiles >= 4 * size_t(omp_get_max_threads()); }
+
 struct BlockJob {
   size_t componentIndex;
   TileComponent* component;
@@ -31,7 +34,7 @@ struct BlockJob {
   Block* block;
 };
 
-inline std::vector<BlockJob> allBlocks(std::vector<Tile>& tiles) {
+inline std::vector<BlockJob> allBlocks(std::span<Tile> tiles) {
   std::vector<BlockJob> jobs;
   for (Tile& tile : tiles)
     for (size_t c = 0; c < tile.components.size(); ++c)

@@ -33,21 +33,51 @@ void quantise(Band& band, const Coding& coding, int bits, int level, size_t inde
   band.step = coding.reversible ? 1.0 : std::ldexp(1 + step.mantissa / 2048.0, bits + gain - step.exponent);
 }
 
+// Places of a partition into cells of 2^xLog2 by 2^yLog2 that an area touches.
+struct Grid {
+  int64_t x0, y0, x1, y1;
+  uint64_t cells() const { return uint64_t(x1 - x0) * uint64_t(y1 - y0); }
+};
+Grid gridOf(const Area& area, int xLog2, int yLog2) {
+  if (area.empty()) return {};
+  return {area.x0 >> xLog2, area.y0 >> yLog2, ceilShift(area.x1, xLog2), ceilShift(area.y1, yLog2)};
+}
+
+// One cell of a partition. Coordinates go up to 2^31 - 1, the ends of cells beyond it.
+Area cell(int64_t x, int64_t y, int xLog2, int yLog2) {
+  const auto end = [](int64_t v) { return int32_t(std::min<int64_t>(v, INT32_MAX)); };
+  return {end(x << xLog2), end(y << yLog2), end((x + 1) << xLog2), end((y + 1) << yLog2)};
+}
+Area intersection(const Area& a, const Area& b) {
+  return {std::max(a.x0, b.x0), std::max(a.y0, b.y0), std::min(a.x1, b.x1), std::min(a.y1, b.y1)};
+}
+
+// Base-2 logarithms of the sides of a resolution's precincts, of their parts in its bands, and of code-blocks.
+struct Partition {
+  int ppx, ppy, bandPpx, bandPpy, blockX, blockY;
+};
+Partition partitionOf(const Coding& coding, int r) {
+  Partition p;
+  p.ppx = coding.precincts[size_t(r)] & 15, p.ppy = coding.precincts[size_t(r)] >> 4;
+  p.bandPpx = p.ppx - (r > 0), p.bandPpy = p.ppy - (r > 0);
+  if (p.bandPpx < 0 || p.bandPpy < 0) throw Error("a precinct size is impossible");
+  p.blockX = std::min(coding.blockWidthLog2, p.bandPpx);
+  p.blockY = std::min(coding.blockHeightLog2, p.bandPpy);
+  return p;
+}
+
 // The blocks of one band that lie in one precinct.
-Group makeGroup(const Band& band, int bandIndex, const Area& precinct, int widthLog2, int heightLog2) {
+Group makeGroup(const Band& band, int bandIndex, const Area& precinct, const Partition& p) {
   Group group;
   group.band = bandIndex;
-  const Area area{std::max(band.area.x0, precinct.x0), std::max(band.area.y0, precinct.y0),
-                  std::min(band.area.x1, precinct.x1), std::min(band.area.y1, precinct.y1)};
-  if (area.empty()) return group;
-  const int32_t firstX = area.x0 >> widthLog2, firstY = area.y0 >> heightLog2;
-  group.wide = int32_t(ceilShift(area.x1, widthLog2)) - firstX;
-  group.high = int32_t(ceilShift(area.y1, heightLog2)) - firstY;
-  for (int32_t j = firstY; j < firstY + group.high; ++j)
-    for (int32_t i = firstX; i < firstX + group.wide; ++i) {
+  const Area area = intersection(band.area, precinct);
+  const Grid grid = gridOf(area, p.blockX, p.blockY);
+  group.wide = int32_t(grid.x1 - grid.x0), group.high = int32_t(grid.y1 - grid.y0);
+  group.blocks.reserve(grid.cells());
+  for (int64_t j = grid.y0; j < grid.y1; ++j)
+    for (int64_t i = grid.x0; i < grid.x1; ++i) {
       Block b;
-      b.area = {std::max(area.x0, i << widthLog2), std::max(area.y0, j << heightLog2),
-                std::min(area.x1, (i + 1) << widthLog2), std::min(area.y1, (j + 1) << heightLog2)};
+      b.area = intersection(area, cell(i, j, p.blockX, p.blockY));
       b.x = band.x + b.area.x0 - band.area.x0, b.y = band.y + b.area.y0 - band.area.y0;
       group.blocks.push_back(std::move(b));
     }
@@ -57,26 +87,26 @@ Group makeGroup(const Band& band, int bandIndex, const Area& precinct, int width
 }
 
 void layOutPrecincts(Resolution& res, const Area& tile, const Coding& coding, int r) {
-  const int ppx = coding.precincts[size_t(r)] & 15, ppy = coding.precincts[size_t(r)] >> 4;
-  if (res.area.empty()) return;
-  const int down = coding.levels - r, halved = r ? 1 : 0;
-  const int64_t firstX = res.area.x0 >> ppx, firstY = res.area.y0 >> ppy;
-  const int64_t endX = ceilShift(res.area.x1, ppx), endY = ceilShift(res.area.y1, ppy);
-  const int bandPpx = ppx - halved, bandPpy = ppy - halved;
-  if (bandPpx < 0 || bandPpy < 0) throw Error("a precinct size is impossible");
-  if ((endX - firstX) * (endY - firstY) > 1 << 22) throw Error("the file has too many precincts");
-  const auto cut = [](int64_t v) { return int32_t(std::min<int64_t>(v, INT32_MAX)); };
-  for (int64_t j = firstY; j < endY; ++j)
-    for (int64_t i = firstX; i < endX; ++i) {
-      Precinct p;
-      p.x = std::max<int64_t>(tile.x0, i << (ppx + down)),
-      p.y = std::max<int64_t>(tile.y0, j << (ppy + down));
-      const Area area{cut(i << bandPpx), cut(j << bandPpy), cut((i + 1) << bandPpx), cut((j + 1) << bandPpy)};
+  const Partition p = partitionOf(coding, r);
+  const Grid grid = gridOf(res.area, p.ppx, p.ppy);
+  const int down = coding.levels - r;
+  res.precincts.reserve(grid.cells());
+  for (int64_t j = grid.y0; j < grid.y1; ++j)
+    for (int64_t i = grid.x0; i < grid.x1; ++i) {
+      Precinct precinct;
+      precinct.x = std::max<int64_t>(tile.x0, i << (p.ppx + down));
+      precinct.y = std::max<int64_t>(tile.y0, j << (p.ppy + down));
       for (size_t b = 0; b < res.bands.size(); ++b)
-        p.groups.push_back(makeGroup(res.bands[b], int(b), area, std::min(coding.blockWidthLog2, bandPpx),
-                                     std::min(coding.blockHeightLog2, bandPpy)));
-      res.precincts.push_back(std::move(p));
+        precinct.groups.push_back(makeGroup(res.bands[b], int(b), cell(i, j, p.bandPpx, p.bandPpy), p));
+      res.precincts.push_back(std::move(precinct));
     }
+}
+
+// The bands of a resolution: LL, or HL to HH.
+int firstKind(int r) { return r ? 1 : 0; }
+int lastKind(int r) { return r ? 3 : 0; }
+Area bandOf(const Area& tile, const Coding& coding, int r, int kind) {
+  return coding.levels == 0 ? tile : bandArea(tile, r ? coding.levels - r + 1 : coding.levels, kind);
 }
 
 TileComponent layOutComponent(const Area& tile, const Coding& coding, int bits) {
@@ -87,20 +117,52 @@ TileComponent layOutComponent(const Area& tile, const Coding& coding, int bits) 
     const int level = r ? coding.levels - r + 1 : coding.levels;  // of its bands
     res.area = scaled(tile, coding.levels - r);
     const Area low = scaled(tile, level);
-    for (int kind = r ? 1 : 0; kind <= (r ? 3 : 0); ++kind) {
+    for (int kind = firstKind(r); kind <= lastKind(r); ++kind) {
       Band band;
       band.kind = kind;
-      band.area = coding.levels == 0 ? tile : bandArea(tile, level, kind);
+      band.area = bandOf(tile, coding, r, kind);
       // In the in-place layout the low half stands first.
       band.x = kind & 1 ? low.width() : 0, band.y = kind & 2 ? low.height() : 0;
-      quantise(band, coding, bits, level, r ? size_t(3 * (r - 1) + kind) : 0);
-      band.gain = synthesisGain(coding.reversible, coding.levels, r, kind);
+      const size_t index = r ? size_t(3 * (r - 1) + kind) : 0;
+      quantise(band, coding, bits, level, index);
+      if (!coding.gains.empty()) band.gain = coding.gains[index];
       res.bands.push_back(band);
     }
     layOutPrecincts(res, tile, coding, r);
     c.resolutions.push_back(std::move(res));
   }
   return c;
+}
+
+// A precinct's place, with what progressions sort by (B.12).
+struct Spot {
+  int resolution, component, precinct;
+  int64_t x, y;
+};
+
+// The precincts of a tile in the order of their packets, layers aside.
+std::vector<Spot> spotsOf(Progression progression, const Tile& tile) {
+  std::vector<Spot> spots;
+  size_t most = 0;
+  for (const TileComponent& c : tile.components) most = std::max(most, c.resolutions.size());
+  for (size_t r = 0; r < most; ++r)
+    for (size_t c = 0; c < tile.components.size(); ++c) {
+      const auto& resolutions = tile.components[c].resolutions;
+      if (r >= resolutions.size()) continue;
+      const auto& precincts = resolutions[r].precincts;
+      for (size_t k = 0; k < precincts.size(); ++k)
+        spots.push_back({int(r), int(c), int(k), precincts[k].x, precincts[k].y});
+    }
+  const auto sortBy = [&](auto key) {
+    std::sort(spots.begin(), spots.end(), [&](const Spot& a, const Spot& b) { return key(a) < key(b); });
+  };
+  if (progression == Progression::RPCL)
+    sortBy([](const Spot& s) { return std::tuple(s.resolution, s.y, s.x, s.component, s.precinct); });
+  if (progression == Progression::PCRL)
+    sortBy([](const Spot& s) { return std::tuple(s.y, s.x, s.component, s.resolution, s.precinct); });
+  if (progression == Progression::CPRL)
+    sortBy([](const Spot& s) { return std::tuple(s.component, s.y, s.x, s.resolution, s.precinct); });
+  return spots;
 }
 
 }  // namespace
@@ -116,86 +178,69 @@ int32_t libraryStyle(int style) {
   return result;
 }
 
-Tile layOut(const Parameters& parameters, int32_t index) {
+Area tileArea(const Parameters& parameters, int32_t index) {
   const int32_t column = index % parameters.tilesWide(), row = index / parameters.tilesWide();
   const int64_t x = parameters.tileX0 + int64_t(column) * parameters.tileWidth;
   const int64_t y = parameters.tileY0 + int64_t(row) * parameters.tileHeight;
+  return {int32_t(std::max<int64_t>(x, parameters.x0)), int32_t(std::max<int64_t>(y, parameters.y0)),
+          int32_t(std::min<int64_t>(x + parameters.tileWidth, parameters.width)),
+          int32_t(std::min<int64_t>(y + parameters.tileHeight, parameters.height))};
+}
+
+Tile layOut(const Parameters& parameters, int32_t index) {
   Tile tile;
-  tile.area = {int32_t(std::max<int64_t>(x, parameters.x0)), int32_t(std::max<int64_t>(y, parameters.y0)),
-               int32_t(std::min<int64_t>(x + parameters.tileWidth, parameters.width)),
-               int32_t(std::min<int64_t>(y + parameters.tileHeight, parameters.height))};
-  // Enough for any real picture; a damaged header must not ask for all memory.
-  constexpr int64_t kMaxBlocks = 1 << 22;
-  int64_t blocks = 0;
-  for (const Coding& c : parameters.coding) {
-    const int log2 = std::min(c.blockWidthLog2, 12) + std::min(c.blockHeightLog2, 12);
-    blocks += (int64_t(tile.area.width()) * tile.area.height() >> log2) + 1;
-  }
-  if (blocks > kMaxBlocks) throw Error("the file has too many code-blocks");
+  tile.area = tileArea(parameters, index);
   for (size_t c = 0; c < parameters.bits.size(); ++c)
     tile.components.push_back(layOutComponent(tile.area, parameters.coding[c], parameters.bits[c]));
   return tile;
 }
 
-std::vector<PacketPlace> packetOrder(const Parameters& parameters, const Tile& tile) {
-  // Every packet with the five numbers by which progressions sort (B.12).
-  struct Keyed {
-    std::array<int64_t, 6> key;
-    PacketPlace place;
-  };
-  std::vector<Keyed> all;
-  int64_t packets = 0;
-  for (const TileComponent& c : tile.components)
-    for (const Resolution& r : c.resolutions) packets += int64_t(r.precincts.size()) * parameters.layers;
-  if (packets > 1 << 23) throw Error("the file has too many packets");
-  for (int c = 0; c < int(tile.components.size()); ++c) {
-    const auto& resolutions = tile.components[size_t(c)].resolutions;
-    for (int r = 0; r < int(resolutions.size()); ++r) {
-      const auto& precincts = resolutions[size_t(r)].precincts;
-      for (int k = 0; k < int(precincts.size()); ++k) {
-        const auto [x, y] = std::pair(precincts[size_t(k)].x, precincts[size_t(k)].y);
-        for (int l = 0; l < parameters.layers; ++l) {
-          std::array<int64_t, 6> key{};
-          switch (parameters.progression) {
-            case Progression::LRCP:
-              key = {l, r, c, k};
-              break;
-            case Progression::RLCP:
-              key = {r, l, c, k};
-              break;
-            case Progression::RPCL:
-              key = {r, y, x, c, k, l};
-              break;
-            case Progression::PCRL:
-              key = {y, x, c, r, k, l};
-              break;
-            case Progression::CPRL:
-              key = {c, y, x, r, k, l};
-              break;
-          }
-          all.push_back({key, {l, r, c, k}});
-        }
-      }
+Extent measure(const Parameters& parameters, int32_t index) {
+  const Area tile = tileArea(parameters, index);
+  Extent extent;
+  for (const Coding& coding : parameters.coding)
+    for (int r = 0; r <= coding.levels; ++r) {
+      const Partition p = partitionOf(coding, r);
+      const uint64_t precincts = gridOf(scaled(tile, coding.levels - r), p.ppx, p.ppy).cells();
+      uint64_t blocks = 0;
+      for (int kind = firstKind(r); kind <= lastKind(r); ++kind)
+        blocks += gridOf(bandOf(tile, coding, r, kind), p.blockX, p.blockY).cells();
+      extent.packets += precincts * uint64_t(parameters.layers);
+      extent.bytes += precincts * (sizeof(Precinct) + 3 * sizeof(Group) + sizeof(Spot)) +
+                      blocks * (sizeof(Block) + 2 * TagTree::bytesOfLeaf());
     }
-  }
-  std::sort(all.begin(), all.end(), [](const Keyed& a, const Keyed& b) { return a.key < b.key; });
-  std::vector<PacketPlace> order;
-  order.reserve(all.size());
-  for (const Keyed& k : all) order.push_back(k.place);
-  return order;
+  return extent;
 }
 
-double synthesisGain(bool reversible, int levels, int resolution, int bandKind) {
-  // The squared norm of one direction's synthesis function, from an impulse sent through the inverse lifting.
-  const auto norm = [reversible](int level, bool high) {
-    std::vector<double> line = {1};
-    int64_t position = 0;  // of line[0]
-    for (int i = 0; i < level; ++i) {
+void visitPackets(const Parameters& parameters, const Tile& tile,
+                  const std::function<bool(const PacketPlace&)>& visit) {
+  const auto spots = spotsOf(parameters.progression, tile);
+  const auto layersOf = [&](size_t from, size_t to) {
+    for (int l = 0; l < parameters.layers; ++l)
+      for (size_t i = from; i < to; ++i)
+        if (!visit({l, spots[i].resolution, spots[i].component, spots[i].precinct})) return false;
+    return true;
+  };
+  // Layers are outermost, or they come below the resolution, or at every single precinct.
+  for (size_t from = 0, to; from < spots.size(); from = to) {
+    to = from + 1;
+    if (parameters.progression == Progression::LRCP) to = spots.size();
+    if (parameters.progression == Progression::RLCP)
+      while (to < spots.size() && spots[to].resolution == spots[from].resolution) ++to;
+    if (!layersOf(from, to)) return;
+  }
+}
+
+std::vector<double> synthesisGains(bool reversible, int levels) {
+  // The squared norms of one direction's synthesis functions of levels 1 up, from an impulse sent through the inverse
+  // lifting.
+  const auto normsOf = [&](bool high) {
+    std::vector<double> norms, line = {1};
+    for (int i = 0; i < levels; ++i) {
       // Put the samples at even places (the first time a high one at an odd place) with room on both sides.
       std::vector<double> wide(2 * line.size() + 16);
       const bool odd = high && i == 0;
       for (size_t k = 0; k < line.size(); ++k) wide[2 * k + 8 + odd] = line[k];
-      position = 2 * position - 8;
       const auto lift = [&](bool odds, double weight) {
         for (size_t k = odds ? 1 : 2; k + 1 < wide.size(); k += 2)
           wide[k] += weight * (wide[k - 1] + wide[k + 1]);
@@ -208,15 +253,22 @@ double synthesisGain(bool reversible, int levels, int resolution, int bandKind) 
         lift(false, -0.443506852043971), lift(true, -0.882911075530934);
         lift(false, 0.052980118572961), lift(true, 1.586134342059924);
       }
-      line = wide;
+      line = std::move(wide);
+      double sum = 0;
+      for (const double v : line) sum += v * v;
+      norms.push_back(sum);
     }
-    double sum = 0;
-    for (const double v : line) sum += v * v;
-    return sum;
+    return norms;
   };
-  if (levels == 0) return 1;
-  const int level = resolution ? levels - resolution + 1 : levels;
-  return norm(level, bandKind & 1) * norm(level, bandKind & 2);
+  const std::vector<double> norms[2] = {normsOf(false), normsOf(true)};
+  std::vector<double> gains;
+  for (int r = 0; r <= levels; ++r)
+    for (int kind = firstKind(r); kind <= lastKind(r); ++kind) {
+      const int level = r ? levels - r + 1 : levels;
+      const auto norm = [&](int high) { return level ? norms[high > 0][size_t(level - 1)] : 1; };
+      gains.push_back(norm(kind & 1) * norm(kind & 2));
+    }
+  return gains;
 }
 
 }  // namespace qelconv::jpeg2000
