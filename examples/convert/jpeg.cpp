@@ -83,6 +83,16 @@ Frame makeFrame(const Image& image, Space space, const Options& options) {
   return frame;
 }
 
+// One scan of all components with everything in it.
+ScanHeader wholeScan(const Frame& frame) {
+  ScanHeader whole;
+  for (size_t i = 0; i < frame.components.size(); ++i) {
+    const int table = frame.components[i].quantTable;
+    whole.parts.push_back({int(i), table, table});
+  }
+  return whole;
+}
+
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
   if (options.has("lossless")) {
     Image adapted;
@@ -108,29 +118,29 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
     expectOk(qeliQuantFwdRawTableInit_JPEG_8u(table.data(), options.integer("quality", 85, 1, 100)),
              "scaling a quantiser");
   const int32_t restart = options.integer("restart", 0, 0, 65535) * frame.mcusWide;
-  const bool progressive = options.has("progressive") || options.has("scans");
-  frame.process = progressive ? SOF2 : SOF0;
+  std::vector<ScanHeader> script = {wholeScan(frame)};
+  if (options.has("scans"))
+    script = parseScanScript(textOfFile(options.text("scans")));
+  else if (options.has("progressive"))
+    script = usualProgression(int(frame.components.size()));
+  frame.process = isSequential(script) ? SOF0 : SOF2;
+  checkScanScript(script, frame);
 
-  ScanHeader whole;
-  for (size_t i = 0; i < frame.components.size(); ++i) {
-    const int table = frame.components[i].quantTable;
-    whole.parts.push_back({int(i), table, table});
-  }
   Writer out;
   out.bytes.reserve(image.data.size() / 4 + 1024);
   writeHeader(out, frame, space, quant);
   writeRestartInterval(out, restart);
   PixelReader pixels(image, frame, space, quant, stages);
 
-  if (!progressive && !options.has("optimize")) {
+  if (!options.has("scans") && !options.has("progressive") && !options.has("optimize")) {
     std::array<HuffmanList, 4> dc, ac;
     for (size_t i = 0; i < quant.size(); ++i) {
       writeHuffman(out, 0, int(i), dc[i] = typicalTable(false, int(i)));
       writeHuffman(out, 1, int(i), ac[i] = typicalTable(true, int(i)));
     }
-    writeScanHeader(out, frame, whole);
+    writeScanHeader(out, frame, script[0]);
     Coefficients coefficients(frame, 1);
-    SequentialEncoder encoder(frame, whole, dc, ac, restart, out.bytes);
+    SequentialEncoder encoder(frame, script[0], dc, ac, restart, out.bytes);
     for (int32_t row = 0; row < frame.mcusHigh; ++row) {
       coefficients.moveTo(row);
       pixels.row(row, coefficients);
@@ -140,12 +150,6 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   } else {
     Coefficients coefficients(frame, frame.mcusHigh);
     for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
-    std::vector<ScanHeader> script = {whole};
-    const int count = int(frame.components.size());
-    if (options.has("scans"))
-      script = parseScanScript(textOfFile(options.text("scans")), count);
-    else if (progressive)
-      script = usualProgression(count);
     stages.time("Huffman coding", [&] {
       for (const ScanHeader& scan : script) writeOptimalScan(out, frame, scan, restart, coefficients);
     });
@@ -178,7 +182,7 @@ const Format kJpeg = {
      {"restart", "N", "a restart marker after every N rows of MCUs"},
      {"optimize", nullptr, "Huffman tables made for the picture"},
      {"progressive", nullptr, "several scans, coarse to fine"},
-     {"scans", "FILE", "progressive with the scan script of a file"},
+     {"scans", "FILE", "the scan script of a file: progressive, or sequential in several scans"},
      {"plain-colour", nullptr, "keep RGB or CMYK as it is, without luminance and chrominance"},
      {"lossless", nullptr, "the lossless process, 2 to 16 bits"},
      {"predictor", "N", "of the lossless process, 1 to 7 (1)"},

@@ -1,6 +1,7 @@
 // JPEG files (ISO/IEC 10918-1): what the marker segments say, and the roads between pixels and scans.
 //
 //   jpeg_markers.cpp   marker segments, read and written
+//   jpeg_progression.cpp  the order of scans, and scan scripts
 //   jpeg_scan.cpp      entropy-coded scans to and from coefficients, by the library's block coders
 //   jpeg_samples.cpp   coefficients to and from pixels, by the library's transforms and conversions
 //   jpeg_lossless.cpp  the lossless process, rows of differences
@@ -96,7 +97,7 @@ Space spaceOf(const File& file);
 File parse(Bytes bytes);
 void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant);
 void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& list);
-void writeRestartInterval(Writer& out, int32_t interval);
+void writeRestartInterval(Writer& out, int64_t interval);
 void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan);
 
 // --- coefficients and scans --------------------------------------------------------------------------------
@@ -161,10 +162,29 @@ HuffmanList typicalTable(bool ac, int index);
 void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
                       Coefficients& coefficients);
 
+// --- the order of scans ------------------------------------------------------------------------------------
+
+// What the scans of a file have given so far, and whether the next one may stand behind them: in a sequential file
+// each component once, in a progressive one the bits of its coefficients in the order of G.1.1.1.
+class Progression {
+ public:
+  explicit Progression(const Frame& frame);
+  void add(const ScanHeader& scan);  // throws where the standard has no such scan here
+  int firstWithoutScan() const;      // a component, or -1
+  bool complete() const;             // all bits of all coefficients are there
+
+ private:
+  bool progressive_;
+  int scans_ = 0;
+  std::vector<std::array<int8_t, 64>> lowestBit_;  // of each component's coefficients, so far
+};
+
 // The progression of `components` components that encoders usually take, and one in the notation of scan
-// files.
+// files, which may be that of a sequential file. The check throws for a script that makes no file of the frame.
 std::vector<ScanHeader> usualProgression(int components);
-std::vector<ScanHeader> parseScanScript(const std::string& text, int components);
+std::vector<ScanHeader> parseScanScript(const std::string& text);
+bool isSequential(const std::vector<ScanHeader>& script);
+void checkScanScript(const std::vector<ScanHeader>& script, const Frame& frame);
 
 // --- coefficients and pixels -------------------------------------------------------------------------------
 

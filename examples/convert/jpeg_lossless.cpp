@@ -104,7 +104,7 @@ std::vector<uint8_t> writeLossless(const Image& image, int predictor, int shift,
 
   Writer out;
   writeHeader(out, frame, channels == 1 ? Space::grey : Space::rgb, {});
-  writeRestartInterval(out, restartRows * image.width);
+  writeRestartInterval(out, int64_t(restartRows) * image.width);
   writeHuffman(out, 0, 0, list);
   writeScanHeader(out, frame, scan);
   DifferenceEncoder encoder(list, int(channels), out.bytes);

@@ -1,6 +1,5 @@
 // Entropy-coded scans to and from blocks of coefficients, by the library's Huffman coders.
 #include <algorithm>
-#include <sstream>
 
 #include "jpeg.h"
 
@@ -459,7 +458,7 @@ void DifferenceEncoder::finish() {
   impl_->out.finish();
 }
 
-// --- tables and scripts ------------------------------------------------------------------------------------
+// --- tables ------------------------------------------------------------------------------------------------
 
 HuffmanList typicalTable(bool ac, int index) {
   // Tables K.3 to K.6, as code counts and symbols.
@@ -494,61 +493,6 @@ HuffmanList typicalTable(bool ac, int index) {
   else
     for (int i = 0; i < 12; ++i) list.vals[size_t(i)] = uint8_t(i);
   return list;
-}
-
-std::vector<ScanHeader> usualProgression(int components) {
-  const auto table = [](int component) { return component == 1 || component == 2 ? 1 : 0; };
-  std::vector<ScanHeader> scans;
-  const auto dc = [&](int ah, int al) {
-    ScanHeader h{{}, 0, 0, ah, al};
-    for (int i = 0; i < components; ++i) h.parts.push_back({i, table(i), 0});
-    scans.push_back(h);
-  };
-  const auto ac = [&](int i, int ss, int se, int ah, int al) {
-    scans.push_back({{{i, 0, table(i)}}, ss, se, ah, al});
-  };
-  if (components == 3) {
-    // Luminance is seen first; chrominance comes in fewer, larger steps.
-    dc(0, 1), ac(0, 1, 5, 0, 2), ac(2, 1, 63, 0, 1), ac(1, 1, 63, 0, 1), ac(0, 6, 63, 0, 2);
-    ac(0, 1, 63, 2, 1), dc(1, 0), ac(2, 1, 63, 1, 0), ac(1, 1, 63, 1, 0), ac(0, 1, 63, 1, 0);
-    return scans;
-  }
-  const auto each = [&](int ss, int se, int ah, int al) {
-    for (int i = 0; i < components; ++i) ac(i, ss, se, ah, al);
-  };
-  dc(0, 1), each(1, 5, 0, 2), each(6, 63, 0, 2), each(1, 63, 2, 1), dc(1, 0), each(1, 63, 1, 0);
-  return scans;
-}
-
-// "0,1,2: 0-0, 0, 1;" for each scan: components, band, successive approximation; "#" starts a comment.
-std::vector<ScanHeader> parseScanScript(const std::string& text, int components) {
-  std::string clean;
-  bool comment = false;
-  for (const char c : text) {
-    comment = c == '\n' ? false : comment || c == '#';
-    clean += comment || c == ',' ? ' ' : c;
-  }
-  std::vector<ScanHeader> scans;
-  std::istringstream entries(clean);
-  for (std::string entry; std::getline(entries, entry, ';');) {
-    if (entry.find_first_not_of(" \t\r\n") == std::string::npos) continue;
-    ScanHeader h;
-    const size_t colon = entry.find(':');
-    std::istringstream who(entry.substr(0, colon));
-    for (int i; who >> i;) h.parts.push_back({i, i == 1 || i == 2 ? 1 : 0, i == 1 || i == 2 ? 1 : 0});
-    bool good = who.eof() && !h.parts.empty();
-    for (const auto& part : h.parts) good &= part.component >= 0 && part.component < components;
-    if (colon != std::string::npos) {
-      std::istringstream band(entry.substr(colon + 1));
-      char dash = 0;
-      good &= bool(band >> h.ss >> dash >> h.se >> h.ah >> h.al) && dash == '-';
-    }
-    good &= h.ss >= 0 && h.se >= h.ss && h.se <= 63 && h.ah >= 0 && h.al >= 0 && h.al <= 13;
-    if (!good) throw Error("the scan script has a bad entry: \"" + entry + "\"");
-    scans.push_back(h);
-  }
-  if (scans.empty()) throw Error("the scan script has no scan");
-  return scans;
 }
 
 }  // namespace qelconv::jpeg

@@ -110,16 +110,41 @@ class JpegTest(InteropTest):
         self.assertTrue(np.array_equal(self.djpeg(mine), self.djpeg(progressive)))
         self.assertTrue(np.array_equal(self.ours(mine), self.ours(back)))
 
+    # What the peer refuses is refused, by the name of its fault; a sequential script makes a sequential file.
     def test_scan_scripts(self):
-        script = self.path("script.txt")
-        open(script, "w").write("# spectral selection only\n0,1,2: 0-0, 0, 0;\n0: 1-9, 0, 0; 0: 10-63, 0, 0;\n"
-                                "1: 1-63, 0, 2; 2: 1-63, 0, 0;\n1: 1-63, 2, 1; 1: 1-63, 1, 0;\n")
-        theirs = self.cjpeg(self.coffee, "-scans", script)
-        mine = convert(self.coffee, self.path("mine.jpg"), "--scans", script)
-        for path in (theirs, mine):
-            self.assert_close(self.djpeg(path, "-nosmooth"), self.ours(path, "--filter", "box"), 3, 0.99, 5)
-        open(script, "w").write("0: 1-99, 0, 0;")
-        self.assertIn("scan script", fails(QELCONV, self.coffee, self.path("bad.jpg"), "--scans", script))
+        script, dc = self.path("script.txt"), "0,1,2: 0-0, 0, 0; "
+        for text, fault in (
+                ("0,x;", "bad entry"), ("0: 0-0, 0, 0, 7;", "bad entry"), ("0 99999999999;", "bad entry"),
+                ("0,1,2: 0-63, 0, 1;", "a band that starts at coefficient 0 goes beyond it"),
+                (dc + "0: 0-5, 0, 0;", "scan 2: a band that starts at coefficient 0 goes beyond it"),
+                (dc + "0: 1-64, 0, 0;", "scan 2: the band"), (dc + "0: 5-4, 0, 0;", "scan 2: the band"),
+                (dc + "0,1: 1-5, 0, 0;", "scan 2: a band behind coefficient 0 has several components"),
+                ("0: 1-63, 0, 0; " + dc, "scan 1: component 0 has no scan of coefficient 0 before"),
+                ("0,1: 0-0, 0, 0; 0: 1-63, 0, 0;", "component 2 has no scan"), ("0; 1;", "component 2 has no scan"),
+                (dc + "0: 1-5, 0, 0; 0: 5-9, 0, 0;", "scan 3: coefficient 5 of component 0 has been coded already"),
+                (dc + "0: 1-5, 2, 1;", "scan 2: coefficient 1 of component 0 is refined before it has been coded"),
+                (dc + "0: 1-5, 0, 2; 0: 1-5, 1, 0;", "scan 3: coefficient 1 of component 0 is refined out of order"),
+                (dc + "0: 1-5, 0, 2; 0: 1-5, 2, 0;", "scan 3: the bits 2, 0 are no step"),
+                (dc + "0: 1-5, 0, 14;", "scan 2: the bits 0, 14 are no step"),
+                ("0,1,2; 1;", "scan 2: component 1 has been coded already"), ("0,0,1,2;", "component 0 is named twice"),
+                ("0,2,1;", "not in the order of the frame"), ("0,1,2,3;", "there is no component 3"),
+                ("0; 1; 2;", None), ("0 1 2: 0-63, 0, 0", None), ("0,2; 1;", None),
+                ("0,1: 0-0, 0, 1; 2: 0-0, 0, 0; 0,1: 0-0, 1, 0;\n# the rest\n0: 1-9, 0, 0; 0: 10-63, 0, 0;\n"
+                 "1: 1-63, 0, 2; 2: 1-63, 0, 0;\n1: 1-63, 2, 1; 1: 1-63, 1, 0;\n", None)):
+            with self.subTest(script=text):
+                open(script, "w").write(text)
+                target, options = self.path("scripted.jpg"), ["-quality", "85", "-scans", script]
+                theirs = subprocess.run(["cjpeg", *options, "-outfile", self.path("t.jpg"), self.coffee], capture_output=True)
+                self.assertEqual(theirs.returncode == 0, fault is None, theirs.stderr)
+                if fault:
+                    self.assertIn(fault, fails(QELCONV, self.coffee, target, "--scans", script))
+                    self.assertFalse(os.path.exists(target))
+                    continue
+                convert(self.coffee, target, "--scans", script)
+                self.assertIn(b"progressive" if "rest" in text else b"baseline", run(QELCONV, "--info", target))
+                for path in (target, self.path("t.jpg")):
+                    self.assert_close(self.djpeg(path, "-nosmooth"), self.ours(path, "--filter", "box"), 3, 0.99, 5)
+                os.remove(target)
 
     def test_every_cut_between_scans_decodes(self):
         data = open(self.cjpeg(self.coffee, "-progressive", "-sample", "1x1"), "rb").read()
