@@ -5,30 +5,31 @@
 # <cpu> is x86-64-v2, x86-64-v3, x86-64-v4, portable (no processor-specific operation: the vectors' plain
 # forms), or scalar (portable, and every kernel in its scalar form: the definition that tests compare with).
 
-file(GLOB_RECURSE qelj_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/*.cpp ${CMAKE_SOURCE_DIR}/src/*.S)
+file(GLOB_RECURSE qelj_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp ${PROJECT_SOURCE_DIR}/src/*.S)
 
 # The linker's version script, from the one list of exports.
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/frame/exports.def)
-file(STRINGS ${CMAKE_SOURCE_DIR}/src/frame/exports.def qelj_export_lines REGEX "^QELJ_EXPORT")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/frame/exports.def)
+file(STRINGS ${PROJECT_SOURCE_DIR}/src/frame/exports.def qelj_export_lines REGEX "^QELJ_EXPORT")
 set(qelj_version_script "{\n  global:\n")
 foreach(line IN LISTS qelj_export_lines)
   string(REGEX REPLACE "^QELJ_EXPORT[_A-Z]*\\(([A-Za-z0-9_]+).*$" "\\1" name "${line}")
   string(APPEND qelj_version_script "    ${name};\n")
 endforeach()
 string(APPEND qelj_version_script "  local: *;\n};\n")
-file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/exports.map CONTENT "${qelj_version_script}" @ONLY)
+file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/exports.map CONTENT "${qelj_version_script}" @ONLY)
 
 function(qelj_image target cpu directory)
   add_library(${target} SHARED ${qelj_sources})
   set_target_properties(${target} PROPERTIES
     OUTPUT_NAME qelj VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
-    LIBRARY_OUTPUT_DIRECTORY ${directory} LINK_DEPENDS ${CMAKE_BINARY_DIR}/exports.map)
+    LIBRARY_OUTPUT_DIRECTORY ${directory} LINK_DEPENDS ${PROJECT_BINARY_DIR}/exports.map)
   target_include_directories(${target}
-    PUBLIC $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>
-    PRIVATE ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/qelcore)
+    PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+    PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/qelcore)
   target_compile_options(${target} PRIVATE
     -ffp-contract=off -fno-math-errno -fno-trapping-math -Wconversion -Wno-sign-conversion
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+  target_compile_definitions(${target} PRIVATE QELJ_IMAGE="${cpu}")
   if(cpu STREQUAL "portable")
     target_compile_definitions(${target} PRIVATE QELJ_PORTABLE=1)
   elseif(cpu STREQUAL "scalar")
@@ -41,5 +42,5 @@ function(qelj_image target cpu directory)
   target_link_libraries(${target} PRIVATE
     qelj_warnings $<$<STREQUAL:${cpu},scalar>:qelj_scalar_warnings> qelcore OpenMP::OpenMP_CXX)
   target_link_options(${target} PRIVATE
-    -Wl,--version-script=${CMAKE_BINARY_DIR}/exports.map -Wl,-z,relro,-z,now)
+    -Wl,--version-script=${PROJECT_BINARY_DIR}/exports.map -Wl,-z,relro,-z,now)
 endfunction()

@@ -49,6 +49,24 @@ QELCORE_API int32_t qelGetMaxCacheSizeB(int32_t* bytes);
 /* The features that the processor has and the operating system supports. 0 on processors without CPUID. */
 QELCORE_API uint64_t qelGetEnabledCpuFeatures(void);
 
+/* ---- The image at work: for programs; libqelj takes neither of these two ----
+ *
+ * An image of libqelj is compiled for one generation of processors. It loads, and qeljGetLibVersion() works, on any of
+ * the family; its other functions may use instructions that an older processor does not have. A program that may
+ * meet one asks first:
+ *
+ *   if (!qelCanRunImage(qelGetImageName(qeljGetLibVersion()))) ...
+ */
+
+/* The name of the image that lies at `address`, such as the record of its qeljGetLibVersion(): what QELJ_CPU was when
+ * it was built, "x86-64-v2", "x86-64-v3", "x86-64-v4" or "portable". Null where no image lies. The text is the
+ * image's own. Takes the dynamic loader's lock. */
+QELCORE_API const char* qelGetImageName(const void* address);
+
+/* 0 if the processor or the operating system lacks something that an image of this name may use, otherwise 1. Names
+ * other than those of the x86-64 levels, and null, count as an image that can run. */
+QELCORE_API int32_t qelCanRunImage(const char* name);
+
 #ifdef __cplusplus
 }
 #endif

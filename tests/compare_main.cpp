@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "guard.h"
 #include "support/compare.h"
 
 namespace qelj::test {
@@ -16,6 +17,7 @@ void* Image::find(const char* name) const { return dlsym(handle_, name); }
 namespace {
 
 using namespace qelj::test;
+using qelj::runsHere;
 
 const char* const kExports[] = {
 #define QELJ_EXPORT(name) #name,
@@ -82,6 +84,7 @@ int main(int argc, char** argv) {
     } else {
       void* handle = dlopen(argv[i], RTLD_NOW | RTLD_LOCAL);
       if (!handle) return std::printf("%s\n", dlerror()), 1;
+      if (!runsHere(dlsym(handle, "qeljGetLibVersion"))) return 1;
       images.emplace_back(argv[i], handle);
     }
   }

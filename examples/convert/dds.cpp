@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <ostream>
 
+#include "file_limits.h"
 #include "format.h"
+#include "parallel.h"
 
 namespace qelconv {
 namespace {
@@ -103,7 +105,7 @@ struct Header {
   int64_t width, height;
   const Block* block;
   bool dx10, scaledYCoCg;
-  Bytes blocks;
+  Bytes blocks;  // all that follows the header
 
   QelSize size() const { return {int32_t(width), int32_t(height)}; }
 };
@@ -147,7 +149,7 @@ Header readHeader(Bytes file) {
     if (!header.block) throw Error("textures of the kind " + code + " can't be read");
   }
   checkDimensions(header.width, header.height, 4);
-  header.blocks = in.take(blockCount(header.size()) * header.block->bytes);
+  header.blocks = in.take(in.left());
   return header;
 }
 
@@ -194,20 +196,44 @@ std::vector<uint8_t> fromScaledYCoCg(const std::vector<uint8_t>& rgba) {
   return result;
 }
 
-Image read(Bytes file, const Options&, Stages& stages) {
+// work(rows of pixels, the first of them, the first row of blocks): strips of whole blocks.
+template <class Work>
+void inBlockStrips(QelSize size, Work&& work) {
+  inStrips(4 * size.width, (size.height + 3) / 4, [&](int32_t first, int32_t end) {
+    work(QelSize{size.width, std::min(4 * end, size.height) - 4 * first}, size_t(4 * first),
+         blockCount({size.width, 4 * first}));
+  });
+}
+
+Image read(Bytes file, const Options& options, Stages& stages) {
+  const Limits limits(file, options);
   const Header header = readHeader(file);
   const QelSize size = header.size();
+  const size_t blockBytes = header.block->bytes, wanted = blockCount(size) * blockBytes;
+  limits.expectData(header.blocks.size(), wanted, 8);
+  limits.expectPicture(size.width, size.height, 4, header.block->sample == Sample::half ? 16 : 8);
+  const bool whole = header.blocks.size() >= wanted;
+  std::vector<uint8_t> padded;  // zeros in place of blocks that aren't there
+  Bytes blocks = header.blocks;
+  if (!whole) {
+    padded.assign(blocks.begin(), blocks.end());
+    padded.resize(padded.size() / blockBytes * blockBytes);
+    padded.resize(wanted);
+    blocks = padded;
+  }
   Image image;
   image.width = size.width;
   image.height = size.height;
   const auto decode = [&](int pixelBytes) {
     std::vector<uint8_t> pixels(size_t(size.width) * size_t(size.height) * size_t(pixelBytes));
-    expectOk(stages.time("decode blocks",
-                         [&] {
-                           return header.block->decode(header.blocks.data(), pixels.data(),
-                                                       size.width * pixelBytes, size);
-                         }),
-             "decoding blocks");
+    const int32_t step = size.width * pixelBytes;
+    stages.time("decode blocks", [&] {
+      inBlockStrips(size, [&](QelSize strip, size_t row, size_t block) {
+        expectOk(header.block->decode(blocks.data() + block * blockBytes, &pixels[row * size_t(step)], step,
+                                      strip),
+                 "decoding blocks");
+      });
+    });
     return pixels;
   };
   switch (header.block->sample) {
@@ -235,6 +261,7 @@ Image read(Bytes file, const Options&, Stages& stages) {
       }
       break;
   }
+  if (!whole) limits.onlyPart(image, Truncated().what());
   return image;
 }
 
@@ -259,9 +286,13 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   }
   const QelSize size{image.width, image.height};
   std::vector<uint8_t> blocks(blockCount(size) * block.bytes);
-  expectOk(stages.time("encode blocks",
-                       [&] { return encode(image.data.data(), image.width * used, size, blocks.data()); }),
-           "encoding blocks");
+  stages.time("encode blocks", [&] {
+    inBlockStrips(size, [&](QelSize strip, size_t row, size_t first) {
+      expectOk(encode(&image.data[row * size_t(image.width * used)], image.width * used, strip,
+                      &blocks[first * block.bytes]),
+               "encoding blocks");
+    });
+  });
 
   const bool dx10 = options.has("dx10") || !block.codes.size();
   constexpr uint32_t kCaps = 1, kHeight = 2, kWidth = 4, kPixelFormat = 0x1000, kMipMapCount = 0x20000,

@@ -21,7 +21,8 @@ using Bytes = std::span<const uint8_t>;
 struct Error : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
-// Of data that can't be right, in contrast to what this program can't do: readers may still have part of a picture.
+// Of data that can't be right, in contrast to what this program can't do: readers may still have part of a
+// picture.
 struct Damaged : Error {
   using Error::Error;
 };

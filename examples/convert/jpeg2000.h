@@ -190,8 +190,9 @@ int passesOfSegment(int style, size_t segment);
 
 // Appends the packets of a tile, up to `layers` layers.
 void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile& tile, int layers);
-// Takes a tile's packets apart into its blocks' data and segments. Gives what is wrong with them, empty if nothing
-// is: then all packets up to there were read. `visits` counts the blocks that packets were asked about.
+// Takes a tile's packets apart into its blocks' data and segments. Gives what is wrong with them, empty if
+// nothing is: then all packets up to there were read. `visits` counts the blocks that packets were asked
+// about.
 std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& limits,
                         std::atomic<uint64_t>& visits);
 

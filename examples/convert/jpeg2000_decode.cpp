@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <mutex>
 
 #include "jpeg2000.h"
 #include "jpeg2000_parallel.h"
@@ -86,8 +85,8 @@ void storePlane(const Value* from, int32_t shift, Sample* to, size_t channels, i
 
 // Rows `first` to `end` of a tile's planes; planes[c] begins with the first of them.
 template <class Value>
-void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const Value*>& planes, int32_t first,
-                  int32_t end, Image& image) {
+void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const Value*>& planes,
+                  int32_t first, int32_t end, Image& image) {
   const int32_t w = tile.area.width(), shift = 1 << (p.bits[0] - 1), top = (1 << p.bits[0]) - 1;
   const size_t channels = planes.size();
   for (size_t c = 0; c < channels; ++c)
@@ -139,28 +138,25 @@ void storePixels(const Parameters& p, Tile& tile, Image& image) {
 class TileDecoder {
  public:
   TileDecoder(const Codestream& stream, const Limits& limits, Image& image, Stages* stages)
-      : stream_(stream), p_(stream.parameters), limits_(limits), image_(image), stages_(stages) {
-    const uint64_t samples = uint64_t(image.width) * uint64_t(image.height) * p_.bits.size();
-    bytes_ = image.data.size() + samples * sizeof(int32_t);
-  }
+      : stream_(stream),
+        p_(stream.parameters),
+        limits_(limits),
+        image_(image),
+        stages_(stages),
+        wrong_(limits) {}
 
   void decode(int32_t index) {
     const auto& parts = stream_.tileParts[size_t(index)];
     if (parts.empty()) {
-      note(index, "tiles are missing");
+      wrong_.note(size_t(index), "tiles are missing");
       return fillGrey(index);
     }
     Tile tile;
     time("packets", [&] {
-      for (const Bytes part : parts) tile.coded.insert(tile.coded.end(), part.begin(), part.end());
-      const Extent extent = measure(p_, index);
-      limits_.expectData(tile.coded.size(), extent.packets, 8);
-      const uint64_t atOnce = stages_ ? 1 : uint64_t(omp_get_max_threads());
-      limits_.expectMemory(bytes_ + atOnce * extent.bytes);
-      auto coded = std::move(tile.coded);
       tile = layOut(p_, index);
-      tile.coded = std::move(coded);
-      note(index, readPackets(p_, tile, limits_, visits_));
+      for (const Bytes part : parts) tile.coded.insert(tile.coded.end(), part.begin(), part.end());
+      const std::string wrong = readPackets(p_, tile, limits_, visits_);
+      if (!wrong.empty()) wrong_.note(size_t(index), wrong);
       for (auto& c : tile.components) c.data.resize(size_t(c.area.width()) * size_t(c.area.height()));
     });
     time("block decoding", [&] {
@@ -170,18 +166,16 @@ class TileDecoder {
         const BlockJob& job = jobs[i];
         BlockDecoder& decoder = decoders[size_t(omp_get_thread_num())];
         if (!decoder.decode(p_.coding[job.componentIndex], p_.bits[0], *job.component, *job.band, *job.block))
-          note(index, "a code-block is damaged");
+          wrong_.note(size_t(index), "a code-block is damaged");
       });
     });
     time("transforms", [&] {
-      inParallel(tile.components.size(),
-                 [&](size_t c) { invertWavelet(p_.coding[c], tile.components[c]); });
+      inParallel(tile.components.size(), [&](size_t c) { invertWavelet(p_.coding[c], tile.components[c]); });
       storePixels(p_, tile, image_);
     });
   }
 
-  // The first tile's complaint.
-  const std::string& wrong() const { return wrong_; }
+  const FirstWrong& wrong() const { return wrong_; }
 
  private:
   template <class Work>
@@ -189,20 +183,12 @@ class TileDecoder {
     stages_ ? stages_->time(name, work) : work();
   }
 
-  void note(int32_t index, const std::string& wrong) {
-    if (wrong.empty()) return;
-    limits_.expectWhole(wrong);
-    const std::lock_guard lock(mutex_);
-    if (index < wrongTile_) wrongTile_ = index, wrong_ = wrong;
-  }
-
   // The middle of the range, as a tile without coefficients.
   void fillGrey(int32_t index) {
     const Area a = tileArea(p_, index);
     const size_t samples = size_t(a.width()) * p_.bits.size();
     for (int32_t y = a.y0; y < a.y1; ++y) {
-      const size_t first =
-          (size_t(y - p_.y0) * size_t(image_.width) + size_t(a.x0 - p_.x0)) * p_.bits.size();
+      const size_t first = (size_t(y - p_.y0) * size_t(image_.width) + size_t(a.x0 - p_.x0)) * p_.bits.size();
       for (size_t i = 0; i < samples; ++i) image_.setSample(first + i, 1u << (p_.bits[0] - 1));
     }
   }
@@ -212,11 +198,8 @@ class TileDecoder {
   const Limits& limits_;
   Image& image_;
   Stages* stages_;  // null where tiles are decoded side by side
-  uint64_t bytes_;  // of the picture and its coefficients
   std::atomic<uint64_t> visits_ = 0;
-  std::mutex mutex_;
-  int32_t wrongTile_ = INT32_MAX;
-  std::string wrong_;
+  FirstWrong wrong_;
 };
 
 }  // namespace
@@ -225,19 +208,32 @@ Image decodeTiles(const Codestream& stream, const Limits& limits, Stages& stages
   const Parameters& p = stream.parameters;
   const int32_t width = p.width - p.x0, height = p.height - p.y0;
   const auto channels = int(p.bits.size());
-  limits.expectPicture(width, height, channels, p.bits[0],
-                       sizeof(int32_t) * uint64_t(width) * uint64_t(height) * uint64_t(channels));
+  const size_t tiles = stream.tileParts.size();
   if (!stream.missing.empty()) limits.expectWhole(stream.missing);
+
+  uint64_t tileBytes = 0;
+  for (size_t t = 0; t < tiles; ++t) {
+    size_t coded = 0;
+    for (const Bytes part : stream.tileParts[t]) coded += part.size();
+    if (stream.tileParts[t].empty()) continue;
+    const Extent extent = measure(p, int32_t(t));
+    limits.expectData(coded, extent.packets, 8);  // an empty one takes a byte
+    tileBytes = std::max(tileBytes, extent.bytes);
+  }
+  const bool together = sideBySide(tiles);
+  const uint64_t atOnce = together ? uint64_t(omp_get_max_threads()) : 1;
+  const uint64_t coefficients = uint64_t(width) * uint64_t(height) * uint64_t(channels);
+  limits.expectPicture(width, height, channels, p.bits[0],
+                       sizeof(int32_t) * coefficients + atOnce * tileBytes);
+
   Image image(width, height, p.colour, p.bits[0]);
-  const auto tiles = int32_t(stream.tileParts.size());
-  const bool together = sideBySide(size_t(tiles));
   TileDecoder decoder(stream, limits, image, together ? nullptr : &stages);
   if (together)
-    stages.time("tiles", [&] { inParallel(size_t(tiles), [&](size_t t) { decoder.decode(int32_t(t)); }); });
+    stages.time("tiles", [&] { inParallel(tiles, [&](size_t t) { decoder.decode(int32_t(t)); }); });
   else
-    for (int32_t t = 0; t < tiles; ++t) decoder.decode(t);
-  const std::string& wrong = stream.missing.empty() ? decoder.wrong() : stream.missing;
-  if (!wrong.empty()) limits.onlyPart(image, wrong);
+    for (size_t t = 0; t < tiles; ++t) decoder.decode(int32_t(t));
+  decoder.wrong().settle(image);
+  if (!stream.missing.empty()) limits.onlyPart(image, stream.missing);
   return image;
 }
 

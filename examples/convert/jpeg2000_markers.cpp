@@ -263,6 +263,7 @@ Bytes unwrapJp2(Bytes file, bool& cut) {
     }
   }
   cut |= in.left() > 0;
+  if (codestream.empty() && cut) throw Truncated();
   if (codestream.empty()) throw Error("the file has no codestream");
   return codestream;
 }

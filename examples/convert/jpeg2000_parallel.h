@@ -24,7 +24,8 @@ inline size_t workBytes(const Coding& coding, const TileComponent& c) {
   return size_t(std::max(bytes, 1));
 }
 
-// Whether there are tiles enough to keep all cores busy with one each; else cores share the work on every tile.
+// Whether there are tiles enough to keep all cores busy with one each; else cores share the work on every
+// tile.
 inline bool sideBySide(size_t tiles) { return tiles >= 4 * size_t(omp_get_max_threads()); }
 
 struct BlockJob {

@@ -52,7 +52,8 @@ Area intersection(const Area& a, const Area& b) {
   return {std::max(a.x0, b.x0), std::max(a.y0, b.y0), std::min(a.x1, b.x1), std::min(a.y1, b.y1)};
 }
 
-// Base-2 logarithms of the sides of a resolution's precincts, of their parts in its bands, and of code-blocks.
+// Base-2 logarithms of the sides of a resolution's precincts, of their parts in its bands, and of
+// code-blocks.
 struct Partition {
   int ppx, ppy, bandPpx, bandPpy, blockX, blockY;
 };
@@ -232,8 +233,8 @@ void visitPackets(const Parameters& parameters, const Tile& tile,
 }
 
 std::vector<double> synthesisGains(bool reversible, int levels) {
-  // The squared norms of one direction's synthesis functions of levels 1 up, from an impulse sent through the inverse
-  // lifting.
+  // The squared norms of one direction's synthesis functions of levels 1 up, from an impulse sent through the
+  // inverse lifting.
   const auto normsOf = [&](bool high) {
     std::vector<double> norms, line = {1};
     for (int i = 0; i < levels; ++i) {

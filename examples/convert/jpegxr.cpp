@@ -72,9 +72,10 @@ void need(bool supported, const char* what) {
 struct Codestream {
   Header header;
   std::vector<Bytes> packets;
+  bool cut = false;  // the file ends before the codestream does
 };
 
-Bytes findCodestream(Bytes file) {
+Bytes findCodestream(Bytes file, bool& cut) {
   Reader in(file);
   in.skip(4);
   in.seek(in.u32le());
@@ -100,6 +101,7 @@ Bytes findCodestream(Bytes file) {
   if (!offset) throw Error("the file has no picture");
   Reader at(file, 0);
   at.seek(offset);
+  cut = bytes > at.left();
   return at.take(bytes ? std::min(bytes, at.left()) : at.left());
 }
 
@@ -171,8 +173,8 @@ uint64_t readLength(Reader& in) {
 }
 
 Codestream readCodestream(Bytes file) {
-  Reader in(findCodestream(file));
   Codestream c;
+  Reader in(findCodestream(file, c.cut));
   c.header = readHeader(in);
   const size_t count = c.header.frequency ? size_t(c.header.packets()) : 1;
   std::vector<uint64_t> offsets(count);
@@ -188,15 +190,25 @@ Codestream readCodestream(Bytes file) {
       c.packets.push_back({});
       continue;
     }
-    if (offsets[i] > body.size()) throw Error("the file is truncated");
+    // The bands that a cut file still has; a packet has a start code of four bytes.
+    if (body.size() < 4 || offsets[i] > body.size() - 4) {
+      c.cut = true;
+      c.header.bands = Bands(4 - int(i));
+      break;
+    }
     c.packets.push_back(body.subspan(size_t(offsets[i])));
   }
+  if (c.packets.empty()) throw Truncated();
   return c;
 }
 
-Image read(Bytes file, const Options&, Stages& stages) {
+Image read(Bytes file, const Options& options, Stages& stages) {
+  const Limits limits(file, options);
   const Codestream c = readCodestream(file);
-  return decodeTile(c.header, c.packets, stages);
+  if (c.cut) limits.expectWhole(Truncated().what());
+  Image image = decodeTile(c.header, c.packets, limits, stages);
+  if (c.cut) limits.onlyPart(image, Truncated().what());
+  return image;
 }
 
 void describe(Bytes file, std::ostream& out) {

@@ -9,6 +9,7 @@
 #include <bit>
 #include <cstdlib>
 
+#include "file_limits.h"
 #include "format.h"
 
 namespace qelconv::jxr {
@@ -323,7 +324,8 @@ inline constexpr HighPrediction kHighFromTop = {
 // The tile of a picture in spatial mode.
 std::vector<uint8_t> encodeTile(const Image& image, const Header& header, Stages& stages);
 // `packets`: the tile in spatial mode, or one packet a band in frequency mode.
-Image decodeTile(const Header& header, const std::vector<Bytes>& packets, Stages& stages);
+Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits,
+                 Stages& stages);
 
 }  // namespace qelconv::jxr
 

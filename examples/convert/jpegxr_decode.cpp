@@ -28,8 +28,8 @@ class BitIn {
     const uint32_t high = count > 16 ? take(count - 16) << 16 : 0;
     return high | take(std::min(count, 16));
   }
-  // Two units may have been fetched in advance.
-  bool beyond() const { return stream > end_ + 4; }
+  // Whether more bits were taken than there are; units fetched in advance don't count.
+  bool beyond() const { return 8 * (stream - end_) > bitCount; }
 
  private:
   void refill() {
@@ -44,13 +44,15 @@ class BitIn {
 // More than a macroblock can take from any stream, damaged ones included.
 constexpr size_t kMargin = 1 << 15;
 
-[[noreturn]] void damaged() { throw Error("the coded data are damaged"); }
+[[noreturn]] void damaged() { throw Damaged("the coded data are damaged"); }
 
 class Decoder {
  public:
-  Decoder(const Header& header, const std::vector<Bytes>& packets)
+  Decoder(const Header& header, const std::vector<Bytes>& packets, const Limits& limits)
       : header_(header),
+        limits_(limits),
         image_(header.width, header.height, header.planes == 1 ? Colour::grey : Colour::rgb),
+        bands_(header.packets()),
         a_(header) {
     size_t bytes = kMargin;
     for (const Bytes packet : packets) bytes += packet.size() + 1;
@@ -63,27 +65,50 @@ class Decoder {
         startPacket(in_.back(), header.trimFlag && (packets.size() == 1 || in_.size() == 4));
     }
     bytes_.resize(bytes_.size() + kMargin);
-    plainBits_ = header.bands == Bands::all && !packets.back().empty();
+    if (packets.back().empty()) bands_ = std::min<int>(bands_, kFlex);
     for (int p = 0; p < header.planes; ++p)
       for (const Band band : {kDC, kLP, kHP})
         steps_[p][band] = stepOf(header.quantizer[band][p], header.scaled, p > 0 && band != kHP);
   }
 
+  // Entropy coding takes four fifths of the time and goes one way through the picture: other cores would
+  // mostly wait, and on a busy machine waiting costs more than they bring.
   Image run(Stages& stages) {
     std::vector<Macroblock> row(size_t(header_.across()));
-    for (int32_t y = 0; y < header_.down(); ++y) {
+    for (int32_t y = 0; y < header_.down() && has(kDC); ++y) {
+      int32_t count = 0;
       stages.time("decode", [&] {
-        for (int32_t x = 0; x < header_.across(); ++x) decode(row[size_t(x)], x, y);
+        try {
+          for (; count < header_.across(); ++count) decode(row[size_t(count)], count, y);
+        } catch (const Damaged& e) {
+          lose(kDC, e.what());
+        }
       });
       stages.time("transform", [&] {
-        for (int32_t x = 0; x < header_.across(); ++x) transform(row[size_t(x)], x, y);
+        for (int32_t x = 0; x < count; ++x) transform(row[size_t(x)], x, y);
       });
     }
+    if (!wrong_.empty()) limits_.onlyPart(image_, wrong_);
     return std::move(image_);
   }
 
  private:
   BitIn& in(Band band) { return in_[std::min(size_t(band), in_.size() - 1)]; }
+
+  // The bands are lost from `band` on: without DC there are no more macroblocks.
+  bool has(Band band) const { return band < bands_; }
+  void lose(Band band, const std::string& why) {
+    limits_.expectWhole(why);
+    if (wrong_.empty()) wrong_ = why;
+    bands_ = band;
+  }
+  // Behind a macroblock's bits of a band: were they all there? A packet of its own is lost alone, and with it
+  // the bands behind it.
+  void check(Band band) {
+    if (!in(band).beyond()) return;
+    if (in_.size() == 1) throw Truncated();
+    lose(band, Truncated().what());
+  }
 
   void startPacket(BitIn& in, bool trimmed) {
     if (in.take(16) != 0 || in.take(8) != 1) throw Error("a packet doesn't begin with its start code");
@@ -98,15 +123,19 @@ class Decoder {
     const bool adapts = Adaptation::adaptsAt(x, header_);
     std::memset(mb.low, 0, sizeof mb.low);
     decodeDC(mb.low);
-    if (header_.bands != Bands::dcOnly) {
+    if (in(kDC).beyond()) throw Truncated();
+    if (has(kLP)) {
       a_.restartScans(x, 2);
       decodeLow(mb.low);
+      check(kLP);
+      if (!has(kLP))
+        for (auto& low : mb.low) std::fill(low + 1, low + 16, 0);
     }
     if (adapts) a_.adaptDC(), qeliVLCAdapt_JPEGXR(a_.state(), 0);
     predictLow(mb.low, n, header_.planes, 1);
 
     uint32_t pattern[3] = {};
-    if (header_.bands < Bands::noHighPass) {
+    if (has(kHP)) {
       const Predict how = predictHigh(mb.low, header_.planes);
       a_.restartScans(x, 0);
       a_.restartScans(x, 1);
@@ -117,12 +146,11 @@ class Decoder {
       if (how == Predict::left || how == Predict::top)
         for (int p = 0; p < header_.planes; ++p)
           predict(mb.samples[p], how == Predict::left ? kHighFromLeft : kHighFromTop);
-    } else {
-      std::memset(mb.samples, 0, sizeof mb.samples);
+      if (has(kFlex)) check(kFlex);
+      check(kHP);
     }
+    if (!has(kHP)) std::memset(mb.samples, 0, sizeof mb.samples);
     a_.remember(x, mb.low, pattern);
-    for (const BitIn& each : in_)
-      if (each.beyond()) throw Error("the file is truncated");
   }
 
   static void predict(int32_t* plane, const HighPrediction& how) {
@@ -243,7 +271,7 @@ class Decoder {
     int counts[2] = {};
     for (int p = 0; p < header_.planes; ++p) {
       const int bits = model.bits(p);
-      const int plain = plainBits_ ? std::max(bits - trim_, 0) : 0;
+      const int plain = has(kFlex) ? std::max(bits - trim_, 0) : 0;
       const auto step = uint32_t(steps_[p][kHP]);
       for (int i = 0; i < 16; ++i) {
         int32_t* const block = blockOf(mb.samples[p], kBlocks[i]);
@@ -311,19 +339,28 @@ class Decoder {
   }
 
   const Header& header_;
+  const Limits& limits_;
   Image image_;
+  int bands_;          // those that there still are
+  std::string wrong_;  // why some are gone
   std::vector<uint8_t> bytes_;
   std::vector<BitIn> in_;  // one, or one a band
   int trim_ = 0;
-  bool plainBits_;
   int32_t steps_[3][3] = {};
   Adaptation a_;
 };
 
 }  // namespace
 
-Image decodeTile(const Header& header, const std::vector<Bytes>& packets, Stages& stages) {
-  return Decoder(header, packets).run(stages);
+Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits,
+                 Stages& stages) {
+  // A macroblock takes a bit a band at least, and one more for the DC values of three planes.
+  size_t bytes = 0;
+  for (const Bytes packet : packets) bytes = std::max(bytes, packet.size());
+  const uint64_t macroblocks = uint64_t(header.across()) * uint64_t(header.down());
+  limits.expectData(bytes, macroblocks, uint64_t(std::min(header.packets(), 3) + (header.planes > 1)));
+  limits.expectPicture(header.width, header.height, header.planes, 8);
+  return Decoder(header, packets, limits).run(stages);
 }
 
 }  // namespace qelconv::jxr

@@ -9,8 +9,8 @@
 #include <map>
 #include <memory>
 
-#include "format.h"
 #include "file_limits.h"
+#include "format.h"
 
 namespace {
 

@@ -12,10 +12,11 @@
 
 namespace qelconv {
 
-// work(i) for 0..count-1 on all cores, on one inside another such loop. The first exception of any of them is thrown
-// behind the loop, and nothing more is begun. Waking the other cores takes tens of microseconds, on a busy machine
-// milliseconds: one loop over a whole picture's strips, tiles or blocks, and not one a row. Inside, the library's
-// calls stay on one thread: the runtime runs a parallel region within another on the thread that meets it.
+// work(i) for 0..count-1 on all cores, on one inside another such loop. The first exception of any of them is
+// thrown behind the loop, and nothing more is begun. Waking the other cores takes tens of microseconds, on a
+// busy machine milliseconds: one loop over a whole picture's strips, tiles or blocks, and not one a row.
+// Inside, the library's calls stay on one thread: the runtime runs a parallel region within another on the
+// thread that meets it.
 template <class Work>
 void inParallel(size_t count, Work&& work) {
   if (count < 2 || omp_in_parallel()) {

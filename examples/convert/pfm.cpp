@@ -3,6 +3,7 @@
 #include <cmath>
 #include <ostream>
 
+#include "file_limits.h"
 #include "format.h"
 
 namespace qelconv {
@@ -35,15 +36,14 @@ uint16_t toHalf(float value) {
 struct Header {
   int64_t width, height;
   bool colour, littleEndian;
-  Bytes samples;
 };
 
 bool recognises(Bytes file) {
   return file.size() > 2 && file[0] == 'P' && (file[1] == 'F' || file[1] == 'f');
 }
 
-Header readHeader(Bytes file) {
-  Reader in(file, 1);
+Header readHeader(Reader& in) {
+  in.seek(1);
   Header header{};
   header.colour = in.u8() == 'F';
   const auto word = [&] {
@@ -56,22 +56,30 @@ Header readHeader(Bytes file) {
   header.height = std::atoll(word().c_str());
   header.littleEndian = std::atof(word().c_str()) < 0;
   checkDimensions(header.width, header.height, 3);
-  header.samples = in.take(size_t(header.width * header.height) * (header.colour ? 12 : 4));
   return header;
 }
 
-Image read(Bytes file, const Options&, Stages& stages) {
+Image read(Bytes file, const Options& options, Stages& stages) {
   return stages.time("read PFM", [&] {
-    const Header header = readHeader(file);
+    const Limits limits(file, options);
+    Reader in(file);
+    const Header header = readHeader(in);
+    const int channels = header.colour ? 3 : 1;
+    limits.expectData(in.left(), uint64_t(header.width * header.height * channels), 32);
+    limits.expectPicture(header.width, header.height, channels, 16);
     Image image(int32_t(header.width), int32_t(header.height), header.colour ? Colour::rgb : Colour::grey,
                 16);
     image.half = true;
-    Reader in(header.samples);
     const auto samples = size_t(image.width) * size_t(image.channels());
     for (int32_t y = image.height - 1; y >= 0; --y)
-      for (size_t i = 0; i < samples; ++i)
+      for (size_t i = 0; i < samples; ++i) {
+        if (in.left() < 4) {
+          limits.onlyPart(image, Truncated().what());
+          return image;
+        }
         image.setSample(size_t(y) * samples + i,
                         toHalf(std::bit_cast<float>(header.littleEndian ? in.u32le() : in.u32be())));
+      }
     return image;
   });
 }
@@ -84,6 +92,7 @@ std::vector<uint8_t> write(const Image& image, const Options&, Stages& stages) {
     out.text(image.colour == Colour::rgb ? "PF\n" : "Pf\n");
     out.text((std::to_string(image.width) + " " + std::to_string(image.height) + "\n-1.0\n").c_str());
     const auto samples = size_t(image.width) * size_t(image.channels());
+    out.bytes.reserve(out.bytes.size() + size_t(image.height) * samples * 4);
     const auto top = float((1u << image.bits) - 1);
     for (int32_t y = image.height - 1; y >= 0; --y)
       for (size_t i = 0; i < samples; ++i) {
@@ -95,7 +104,8 @@ std::vector<uint8_t> write(const Image& image, const Options&, Stages& stages) {
 }
 
 void describe(Bytes file, std::ostream& out) {
-  const Header header = readHeader(file);
+  Reader in(file);
+  const Header header = readHeader(in);
   out << "PFM, " << header.width << " x " << header.height << ", " << (header.colour ? "RGB" : "grey")
       << " floats\n";
 }

@@ -3,6 +3,7 @@
 
 #include <ostream>
 
+#include "file_limits.h"
 #include "format.h"
 
 namespace qelconv {
@@ -14,13 +15,13 @@ struct Source {
 };
 
 void fail(png_structp, png_const_charp message) {
-  throw Error(std::string("not a readable PNG: ") + message);
+  throw Damaged(std::string("not a readable PNG: ") + message);
 }
 void ignore(png_structp, png_const_charp) {}
 
 void pull(png_structp png, png_bytep to, size_t n) {
   auto& source = *static_cast<Source*>(png_get_io_ptr(png));
-  if (n > source.file.size() - source.at) throw Error("the file is truncated");
+  if (n > source.file.size() - source.at) throw Truncated();
   std::memcpy(to, source.file.data() + source.at, n);
   source.at += n;
 }
@@ -44,23 +45,32 @@ struct WriteRecord {
 
 bool recognises(Bytes file) { return file.size() >= 8 && png_sig_cmp(file.data(), 0, 8) == 0; }
 
-Image read(Bytes file, const Options&, Stages& stages) {
+Image read(Bytes file, const Options& options, Stages& stages) {
   return stages.time("read PNG", [&] {
+    const Limits limits(file, options);
     ReadRecord r;
     Source source{file, 0};
     png_set_read_fn(r.png, &source, pull);
     png_read_info(r.png, r.info);
+    constexpr uint64_t kDensest = 1032;  // what deflate makes of a byte at most
+    limits.expectData(file.size(),
+                      png_get_rowbytes(r.png, r.info) * png_get_image_height(r.png, r.info) / kDensest, 8);
     png_set_expand(r.png);
     if (png_get_bit_depth(r.png, r.info) == 16) png_set_swap(r.png);
     const int passes = png_set_interlace_handling(r.png);
     png_read_update_info(r.png, r.info);
     constexpr Colour kByChannels[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
-    checkDimensions(png_get_image_width(r.png, r.info), png_get_image_height(r.png, r.info), 4);
+    limits.expectPicture(png_get_image_width(r.png, r.info), png_get_image_height(r.png, r.info),
+                         png_get_channels(r.png, r.info), png_get_bit_depth(r.png, r.info));
     Image image(int32_t(png_get_image_width(r.png, r.info)), int32_t(png_get_image_height(r.png, r.info)),
                 kByChannels[png_get_channels(r.png, r.info) - 1], png_get_bit_depth(r.png, r.info));
-    for (int pass = 0; pass < passes; ++pass)
-      for (int32_t y = 0; y < image.height; ++y) png_read_row(r.png, image.row(y), nullptr);
-    png_read_end(r.png, nullptr);
+    try {
+      for (int pass = 0; pass < passes; ++pass)
+        for (int32_t y = 0; y < image.height; ++y) png_read_row(r.png, image.row(y), nullptr);
+      png_read_end(r.png, nullptr);
+    } catch (const Damaged& e) {
+      limits.onlyPart(image, e.what());
+    }
     return image;
   });
 }

@@ -1,7 +1,9 @@
 // Portable any-maps: PGM and PPM (P2, P3, P5, P6), and PAM (P7) where there is alpha or CMYK.
+#include <algorithm>
 #include <bit>
 #include <ostream>
 
+#include "file_limits.h"
 #include "format.h"
 
 namespace qelconv {
@@ -27,11 +29,11 @@ class Scanner {
         while (c != '\n') c = reader_.u8();
       c = reader_.u8();
     }
-    if (c < '0' || c > '9') throw Error("a number was expected in the header or the samples");
+    if (c < '0' || c > '9') throw Damaged("a number was expected in the header or the samples");
     int64_t value = 0;
     while (c >= '0' && c <= '9') {
       value = value * 10 + (c - '0');
-      if (value > 1 << 30) throw Error("a number is too large");
+      if (value > 1 << 30) throw Damaged("a number is too large");
       if (!reader_.left()) break;
       c = reader_.u8();
     }
@@ -88,26 +90,41 @@ Header readHeader(Scanner& in) {
   return header;
 }
 
-Image read(Bytes file, const Options&, Stages& stages) {
+void readSamples(Scanner& in, const Header& header, bool text, bool wide, bool whole, Image& image) {
+  const size_t samples = image.data.size() / size_t(image.sampleBytes());
+  if (!text && whole && !wide) {
+    const Bytes raw = in.reader().take(std::min(samples, in.reader().left()));
+    std::memcpy(image.data.data(), raw.data(), raw.size());
+    if (raw.size() < samples) throw Truncated();
+    return;
+  }
+  const int64_t top = (int64_t(1) << image.bits) - 1;
+  for (size_t i = 0; i < samples; ++i) {
+    const int64_t value = text ? in.number() : wide ? in.reader().u16be() : in.reader().u8();
+    if (value > header.top) throw Damaged("a sample is above the header's largest value");
+    image.setSample(i, uint32_t(whole ? value : (value * top + header.top / 2) / header.top));
+  }
+}
+
+Image read(Bytes file, const Options& options, Stages& stages) {
   return stages.time("read PNM", [&] {
+    const Limits limits(file, options);
     Scanner in(file);
     const Header header = readHeader(in);
     // Largest values that fill no whole number of bits are spread to 8 or 16 bits.
     const bool whole = header.top == (int64_t(1) << header.bits) - 1;
     const int bits = whole ? header.bits : header.bits > 8 ? 16 : 8;
-    Image image(int32_t(header.width), int32_t(header.height), header.colour, bits);
-    const size_t samples = image.data.size() / size_t(image.sampleBytes());
     const bool text = header.kind == '2' || header.kind == '3', wide = header.top > 255;
-    if (!text && whole && !wide) {
-      const Bytes raw = in.reader().take(samples);
-      std::memcpy(image.data.data(), raw.data(), samples);
-      return image;
-    }
-    const int64_t top = (int64_t(1) << bits) - 1;
-    for (size_t i = 0; i < samples; ++i) {
-      const int64_t value = text ? in.number() : wide ? in.reader().u16be() : in.reader().u8();
-      if (value > header.top) throw Error("a sample is above the header's largest value");
-      image.setSample(i, uint32_t(whole ? value : (value * top + header.top / 2) / header.top));
+    const int channels = channelsOf(header.colour);
+    const auto samples = size_t(header.width * header.height * channels);
+    // A sample of text is a digit and a space, the last one a digit.
+    limits.expectData(in.reader().left() + text, samples, text || wide ? 16 : 8);
+    limits.expectPicture(header.width, header.height, channels, bits);
+    Image image(int32_t(header.width), int32_t(header.height), header.colour, bits);
+    try {
+      readSamples(in, header, text, wide, whole, image);
+    } catch (const Damaged& e) {
+      limits.onlyPart(image, e.what());
     }
     return image;
   });

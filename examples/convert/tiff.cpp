@@ -6,6 +6,7 @@
 #include <map>
 #include <ostream>
 
+#include "file_limits.h"
 #include "format.h"
 
 namespace qelconv {
@@ -49,7 +50,6 @@ class OrderedReader {
   uint8_t u8() { return in_.u8(); }
   size_t position() const { return in_.position(); }
   void skip(size_t n) { in_.skip(n); }
-  Bytes take(size_t n) { return in_.take(n); }
 
  private:
   Reader in_;
@@ -57,42 +57,49 @@ class OrderedReader {
   bool big_;
 };
 
-// The whole numbers of one directory, by tag.
+// The whole numbers of one directory, by tag, read when they are asked for: a field can name any place of the
+// file, and there are up to 65,535 of them.
 class Directory {
  public:
-  Directory(OrderedReader& in, size_t at) {
+  Directory(OrderedReader& in, size_t at) : in_(in) {
     in.seek(at);
     const int count = in.u16();
     for (int i = 0; i < count; ++i) {
       const uint16_t tag = in.u16(), type = in.u16();
       const uint32_t n = in.u32();
-      const size_t next = in.position() + 4;
-      const size_t bytes = type == 1   ? 1
-                           : type == 3 ? 2
-                           : type == 4 ? 4
-                                       : 0;  // BYTE, SHORT, LONG; others are skipped
-      if (bytes) {
-        if (n > in.file().size()) throw Error("the file is truncated");
-        if (n * bytes > 4) in.seek(in.u32());
-        auto& values = fields_[tag];
-        for (uint32_t k = 0; k < n; ++k)
-          values.push_back(bytes == 1 ? in.u8() : bytes == 2 ? in.u16() : in.u32());
-      }
-      in.seek(next);
+      const size_t place = in.position();
+      in.skip(4);
+      // BYTE, SHORT, LONG; others are skipped.
+      const size_t bytes = type == 1 ? 1 : type == 3 ? 2 : type == 4 ? 4 : 0;
+      if (bytes && n) fields_.try_emplace(tag, Field{n, bytes, place});
     }
     next_ = in.u32();
   }
   size_t next() const { return next_; }  // 0: the last
-  bool has(Tag tag) const { return fields_.contains(tag) && !fields_.at(tag).empty(); }
-  const std::vector<uint32_t>& all(Tag tag) const {
-    if (!has(tag)) throw Error("the field " + std::to_string(tag) + " is missing");
-    return fields_.at(tag);
-  }
-  uint32_t value(Tag tag) const { return all(tag)[0]; }
+  bool has(Tag tag) const { return fields_.contains(tag); }
+  std::vector<uint32_t> all(Tag tag) const { return values(tag, UINT32_MAX); }
+  uint32_t value(Tag tag) const { return values(tag, 1)[0]; }
   uint32_t value(Tag tag, uint32_t fallback) const { return has(tag) ? value(tag) : fallback; }
 
  private:
-  std::map<uint16_t, std::vector<uint32_t>> fields_;
+  struct Field {
+    uint32_t count;
+    size_t bytes;  // of one value
+    size_t place;  // in the file: of the values, or of their offset
+  };
+  std::vector<uint32_t> values(Tag tag, uint32_t most) const {
+    if (!has(tag)) throw Error("the field " + std::to_string(tag) + " is missing");
+    const Field& field = fields_.at(tag);
+    in_.seek(field.place);
+    if (field.count > in_.file().size()) throw Truncated();
+    if (field.count * field.bytes > 4) in_.seek(in_.u32());
+    std::vector<uint32_t> values(std::min(field.count, most));
+    for (uint32_t& v : values) v = field.bytes == 1 ? in_.u8() : field.bytes == 2 ? in_.u16() : in_.u32();
+    return values;
+  }
+
+  OrderedReader& in_;
+  std::map<uint16_t, Field> fields_;
   size_t next_ = 0;
 };
 
@@ -157,29 +164,60 @@ void swapBytes(uint8_t* row, int32_t samples, std::vector<uint8_t>& scratch) {
   expectOk(qeliJoinRow_TIFF_8u16u_C1(exchanged, words, samples), "joining samples");
 }
 
-Image readPicture(OrderedReader& in, const Picture& p) {
-  Image image(int32_t(p.width), int32_t(p.height), p.colour, p.bits);
+// Rows of one strip, from `top` on. A row of PackBits may be cut anywhere by a damaged file: a byte that is
+// no token follows the strip, so that no run's header is the source's last byte, and a run that ends in it
+// isn't whole.
+void readStrip(const Picture& p, Bytes file, bool big, size_t index, int32_t top, int32_t rows,
+               Image& image) {
+  constexpr uint8_t kNoToken = 0x80;
   const int32_t rowBytes = image.step();
+  Reader in(file);
+  in.seek(p.offsets[index]);
+  const Bytes coded = in.take(std::min<size_t>(p.counts[index], in.left()));
   std::vector<uint8_t> strip, scratch;
-  for (int32_t top = 0; top < image.height; top += int32_t(p.rowsPerStrip)) {
-    const auto index = size_t(top / p.rowsPerStrip);
-    const auto rows = std::min<int64_t>(p.rowsPerStrip, image.height - top);
-    in.seek(p.offsets[index]);
-    const Bytes coded = in.take(p.counts[index]);
-    if (coded.empty() || coded.size() > INT32_MAX) throw Error("a strip's size can't be right");
+  if (p.packBits) {
+    if (coded.size() >= INT32_MAX) throw Damaged("a strip's size can't be right");
     strip.assign(coded.begin(), coded.end());
-    strip.push_back(0);  // the value of a run whose header ends a damaged strip
-    if (!p.packBits && coded.size() < size_t(rows) * size_t(rowBytes)) throw Error("a strip is too short");
-    uint32_t position = 0;
-    for (int32_t y = top; y < top + rows; ++y) {
-      if (!p.packBits)
-        std::memcpy(image.row(y), strip.data() + size_t(y - top) * size_t(rowBytes), size_t(rowBytes));
-      else if (qeliUnpackBitsRow_TIFF_8u_C1(strip.data(), &position, int32_t(coded.size()), image.row(y),
-                                            rowBytes) != qelStatusOk)
-        throw Error("the PackBits data of row " + std::to_string(y) + " is damaged");
-      if (p.bits == 16 && in.big()) swapBytes(image.row(y), image.width * image.channels(), scratch);
+    strip.push_back(kNoToken);
+  }
+  uint32_t position = 0;
+  for (int32_t y = top; y < top + rows; ++y) {
+    if (p.packBits) {
+      if (qeliUnpackBitsRow_TIFF_8u_C1(strip.data(), &position, int32_t(strip.size()), image.row(y),
+                                       rowBytes) != qelStatusOk ||
+          position > coded.size())
+        throw Damaged("the PackBits data of row " + std::to_string(y) + " is damaged");
+    } else {
+      const size_t at = size_t(y - top) * size_t(rowBytes);
+      if (coded.size() < at + size_t(rowBytes)) throw Damaged("a strip is too short");
+      std::memcpy(image.row(y), coded.data() + at, size_t(rowBytes));
+    }
+    if (p.bits == 16 && big) swapBytes(image.row(y), image.width * image.channels(), scratch);
+  }
+  if (coded.size() < p.counts[index]) throw Truncated();
+}
+
+Image readPicture(OrderedReader& in, const Picture& p, const Limits& limits) {
+  const auto strips = size_t((p.height + p.rowsPerStrip - 1) / p.rowsPerStrip);
+  uint64_t coded = 0;
+  for (size_t i = 0; i < strips; ++i) coded += std::min<size_t>(p.counts[i], in.file().size());
+  // PackBits makes 128 bytes of two.
+  const auto bytes = uint64_t(p.width * p.height * p.channels * (p.bits / 8));
+  limits.expectData(coded, p.packBits ? bytes / 64 : bytes, 8);
+  limits.expectWork(coded / 4);  // strips may share their bytes
+  limits.expectPicture(p.width, p.height, p.channels, p.bits);
+  Image image(int32_t(p.width), int32_t(p.height), p.colour, p.bits);
+  FirstWrong wrong(limits);
+  for (size_t i = 0; i < strips; ++i) {
+    const auto top = int32_t(int64_t(i) * p.rowsPerStrip);
+    try {
+      readStrip(p, in.file(), in.big(), i, top, int32_t(std::min<int64_t>(p.rowsPerStrip, p.height - top)),
+                image);
+    } catch (const Damaged& e) {
+      wrong.note(i, e.what());
     }
   }
+  wrong.settle(image);
   if (p.inverted) {
     const auto channels = size_t(p.channels);
     for (size_t i = 0; i < image.data.size() / size_t(image.sampleBytes()); i += channels)
@@ -225,12 +263,16 @@ bool recognises(Bytes file) {
 
 Image read(Bytes file, const Options& options, Stages& stages) {
   return stages.time("read TIFF", [&] {
+    const Limits limits(file, options);
     OrderedReader in(file);
     const Directory first(in, in.u32());
-    Image image = readPicture(in, examine(first));
+    Image image = readPicture(in, examine(first), limits);
     if (!options.has("byte-planes")) return image;
     if (!first.next()) throw Error("there is no second picture with the low bytes");
-    return join(image, readPicture(in, examine(Directory(in, first.next()))));
+    const Image low = readPicture(in, examine(Directory(in, first.next())), limits);
+    Image wide = join(image, low);
+    wide.missing = image.missing.empty() ? low.missing : image.missing;
+    return wide;
   });
 }
 

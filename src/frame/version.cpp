@@ -1,6 +1,25 @@
-// The version record and the load step.
+// The version record, the load step, and the image's name.
 #include "frame/fronts.h"
 #include "qelcore.h"
+
+// The code below runs before anyone can have asked what processor the image needs, so it is compiled for every
+// processor of the family: a load cannot fail.
+#if defined(__x86_64__)
+#  define QELJ_ANYWHERE [[gnu::target("arch=x86-64")]]
+#else
+#  define QELJ_ANYWHERE
+#endif
+
+// The image's name as an ELF note: for qelGetImageName of qelcore, and for readelf -n.
+__asm__(
+    ".pushsection .note.qelj, \"a\", %note\n"
+    ".balign 4\n"
+    ".long 2f - 1f, 4f - 3f, 1\n"
+    "1: .asciz \"qelj\"\n"
+    "2: .balign 4\n"
+    "3: .asciz \"" QELJ_IMAGE "\"\n"
+    "4: .balign 4\n"
+    ".popsection");
 
 namespace qelj {
 namespace {
@@ -12,13 +31,13 @@ constexpr QelLibVersion kVersion = {
 // library has one code path. It is here for a debugger or a crash dump to find.
 [[gnu::used]] int32_t wideVectorsEnabled = 0;
 
-[[gnu::constructor]] void ownLoad() {
+[[gnu::constructor]] QELJ_ANYWHERE void ownLoad() {
   constexpr uint64_t kWide = 16 | 32;
   wideVectorsEnabled = (qelGetEnabledCpuFeatures() & kWide) == kWide;
 }
 
 }  // namespace
 
-const QelLibVersion* qeljGetLibVersion() { return &kVersion; }
+QELJ_ANYWHERE const QelLibVersion* qeljGetLibVersion() { return &kVersion; }
 
 }  // namespace qelj

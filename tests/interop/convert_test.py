@@ -1,10 +1,41 @@
 """The converter itself: depths and colours of PNM and PNG, clear failures, no half files."""
 import os
+import struct
+import subprocess
 import unittest
+import zlib
 
 import numpy as np
 
-from support import QELCONV, InteropTest, convert, fails, read_pnm, run, write_pnm
+from support import IMAGES, QELCONV, InteropTest, bounded, contents, convert, fails, read_pnm, run, write_pnm
+
+
+def png(width, height, depth, colour, raw):
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+    head = struct.pack(">IIBBBBB", width, height, depth, colour, 0, 0, 0)
+    return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + chunk(b"IDAT", zlib.compress(raw, 9)) + chunk(b"IEND", b"")
+
+
+def tiff(width, height, strips, compression=1, *, fields=()):
+    """Grey strips of a row each behind the directory; they may be one and the same bytes."""
+    n = len(strips)
+    head = 8 + 2 + 12 * (9 + len(fields)) + 4
+    offsets, counts, data = [], [], b""
+    for strip in strips:
+        counts.append(len(strip))
+        offsets.append(head + 8 * n + (0 if strip is strips[0] else len(data)))
+        data += b"" if strip is strips[0] and data else strip
+    places = (head, head + 4 * n) if n > 1 else (offsets[0], counts[0])
+    entries = [(256, 4, 1, width), (257, 4, 1, height), (258, 3, 1, 8), (259, 3, 1, compression), (262, 3, 1, 1),
+               (273, 4, n, places[0]), (277, 3, 1, 1), (278, 4, 1, 1 if n > 1 else height), (279, 4, n, places[1]), *fields]
+    directory = struct.pack("<H", len(entries)) + b"".join(struct.pack("<HHII", *e) for e in entries) + bytes(4)
+    return b"II*\0" + struct.pack("<I", 8) + directory + struct.pack(f"<{2 * n}I", *offsets, *counts) + data
+
+
+def dds(width, height, blocks):
+    return (b"DDS " + struct.pack("<7I", 124, 0x1007, height, width, 0, 0, 1) + bytes(44) +
+            struct.pack("<2I4s5I", 32, 4, b"DXT1", 0, 0, 0, 0, 0) + struct.pack("<5I", 0x1000, 0, 0, 0, 0) + blocks)
 
 
 class ConvertTest(InteropTest):
@@ -19,14 +50,29 @@ class ConvertTest(InteropTest):
                     convert(self.path("a.png"), self.path("b.pnm"))
                     self.assertTrue(np.array_equal(array, read_pnm(self.path("b.pnm"))))
 
+    # Sides at the ends of their range: every format keeps the size, those without loss every sample.
+    def test_longest_sides(self):
+        random = np.random.default_rng(2)
+        for height, width in ((65535, 1), (1, 65535), (3, 65535)):
+            array = random.integers(0, 256, (height, width, 1))
+            source = write_pnm(self.path("long.pgm"), array)
+            for name, *options in (["a.png"], ["a.j2k"], ["a.j2k", "--tiles", "999x999"], ["a.j2k", "--levels", 16],
+                                   ["a.jxr"], ["a.tif"], ["a.tif", "--packing", "none"], ["a.dds"],
+                                   ["a.jxr", "--quality", 50], ["a.j2k", "--irreversible"]):
+                with self.subTest(width=width, options=[name, *options]):
+                    back = read_pnm(convert(convert(source, self.path(name), *options), self.path("back.pam")))
+                    self.assertEqual((height, width), back.shape[:2])
+                    if not {"--quality", "--irreversible"} & set(options) and name != "a.dds":
+                        self.assertTrue(np.array_equal(array, back))
+        self.assertIn("too large", fails(QELCONV, self.file("over.pgm", b"P5 65536 1 255 " + bytes(65536)), self.path("b.png")))
+
     def test_failures_name_the_file_and_the_reason(self):
         out = self.path("out.png")
         self.assertIn("nowhere.ppm: can't be opened", fails(QELCONV, "nowhere.ppm", out))
         text = self.path("text.ppm")
         open(text, "w").write("no picture at all")
         self.assertIn("text.ppm: not a picture", fails(QELCONV, text, out))
-        short = self.path("short.ppm")
-        open(short, "wb").write(open(self.coffee, "rb").read()[:5000])
+        short = self.file("short.ppm", contents(self.coffee)[:5000])
         self.assertIn("short.ppm: the file is truncated", fails(QELCONV, short, out))
         self.assertIn("ending", fails(QELCONV, self.coffee, self.path("out.unknown")))
         self.assertFalse(os.path.exists(out))
@@ -37,6 +83,64 @@ class ConvertTest(InteropTest):
         fails(QELCONV, self.coffee, target, "--compression", "12")
         self.assertEqual("old", open(target).read())
         self.assertFalse([name for name in os.listdir(os.path.dirname(target)) if name.endswith(".part")])
+
+    # Wherever a file ends too early: a message and a failure, or under --partial what there is and a message. Formats
+    # that keep their tables at the end have nothing then.
+    def test_every_cut_is_told(self):
+        small = self.cut("small.ppm", 24, 18)
+        picture = read_pnm(small)[:, :, 0]
+        files = [(convert(small, self.path(f"{i}{name}"), *options), partial) for i, (name, *options, partial) in enumerate(
+            [(".j2k", 0.8), (".jp2", "--layers", 3, 0.7), (".j2k", "--tiles", "8x8", "--style", "terminate", 0.9),
+             (".jxr", 0.8), (".png", 0.9), (".ppm", 0.9), (".dds", 0.6), (".tif", 0)])]
+        files += [(self.file("first.tif", tiff(24, 18, [row.astype("u1").tobytes() for row in picture])), 0.4),
+                  (self.file("text.pgm", b"P2 24 18 255 " + b" ".join(b"%d" % v for v in picture.flat) + b"\n"), 0.9),
+                  (convert(self.float_map(12, 9), self.path("f.pfm")), 0.9)]
+        for path, share in files:
+            data = contents(path)
+            out = self.path("out" + (".pfm" if path.endswith("pfm") else ".pam"))
+            whole = contents(convert(path, out))
+            end = len(data) - (5 if path.endswith("pgm") else 0)  # the last number of text may end anywhere
+            cuts = sorted({*range(1, end, 1 + end // 30), *range(end - 6, end)})
+            parts = 0
+            for cut in cuts:
+                with self.subTest(file=os.path.basename(path), cut=cut, of=len(data)):
+                    part = self.file("cut", data[:cut])
+                    self.assertIn("cut: ", fails(QELCONV, part, out))
+                    result = subprocess.run([QELCONV, part, out, "--partial"], capture_output=True)
+                    self.assertIn(result.returncode, (0, 1))
+                    self.assertIn(b"only part of the picture: " if result.returncode == 0 else b"qelconv: ", result.stderr)
+                    if result.returncode == 0:
+                        parts += 1
+                        self.assertEqual(len(whole), len(contents(out)))
+            self.assertGreaterEqual(parts, share * len(cuts), path)
+
+    def float_map(self, width, height):
+        values = np.random.default_rng(4).random((height, width, 3)).astype("<f4")
+        return self.file("source.pfm", b"PF\n%d %d\n-1.0\n" % (width, height) + values.tobytes())
+
+    # Small files that claim, or really hold, large pictures: JPEG, JPEG 2000 and JPEG XR have theirs of their own.
+    def test_small_files_take_little(self):
+        row = b"\x81\0" * 600
+        for name, data, expected in [
+                ("19 bytes of PNM", b"P6 18000 18000 255 ", "truncated"),
+                ("75 bytes of PAM", b"P7\nWIDTH 16000\nHEIGHT 16000\nDEPTH 4\nMAXVAL 65535\nTUPLTYPE RGB_ALPHA\nENDHDR\n", "truncated"),
+                ("text", b"P3 15000 15000 255\n1 2 3", "truncated"),
+                ("float map", b"PF\n16000 16000\n-1.0\n", "truncated"),
+                ("PNG that claims", png(30000, 10000, 8, 2, bytes(3 << 20)), "truncated"),
+                ("PNG of single bits", png(9000, 9000, 1, 0, bytes(1126 * 9000)), "--max-memory"),
+                ("PNG that is dense", png(3000, 1000, 8, 2, bytes(9001 * 1000)), None),
+                ("DDS", dds(16000, 16000, b""), "truncated"),
+                ("TIFF of one strip", tiff(30000, 30000, [b"abc"]), "truncated"),
+                ("TIFF of strips in one place", tiff(60000, 1000, [row] * 1000, 32773), "--max-memory"),
+                ("TIFF of fields in one place", tiff(8, 8, [b""], fields=[(400 + i, 1, 9000, 8) for i in range(700)]), "too")]:
+            self.assertLess(len(data), 10240)
+            path = self.file("bomb", data)
+            with self.subTest(name=name):
+                status, printed = bounded(QELCONV, path, self.path("bomb.pam"))
+                self.assertEqual((1, True) if expected else (0, True), (status, (expected or "") in printed), printed)
+                bounded(QELCONV, path, self.path("bomb.pam"), "--partial")
+        path = self.file("bomb", png(9000, 9000, 1, 0, bytes(1126 * 9000)))
+        convert(path, self.path("large.pgm"), "--max-memory", 320)
 
     def test_info_and_help(self):
         self.assertIn(b"600 x 400", run(QELCONV, "--info", self.coffee))

@@ -1,14 +1,50 @@
 """JPEG 2000 both ways with OpenJPEG's command-line programs."""
 import os
+import struct
 import unittest
 
 import numpy as np
 
-from support import InteropTest, convert, fails, psnr, read_pnm, run, write_pnm
+from support import QELCONV, InteropTest, bounded, contents, convert, fails, psnr, read_pnm, run, write_pnm
 
 # The writer's names of the code-block styles, and the peer's bits.
 STYLES = {"bypass": 1, "reset": 2, "terminate": 4, "causal": 8, "segment": 32}
 PREDICTABLE = 16
+
+
+def codestream(width, height, tile_width, tile_height, tiles, components=3, levels=5, block=4, order=0, layers=1,
+               precincts=b"", planes=9):
+    """A codestream of given tile-parts, as (tile, bytes)."""
+    def segment(marker, body):
+        return struct.pack(">HH", marker, len(body) + 2) + body
+    size = struct.pack(">H8IH", 0, width, height, 0, 0, tile_width, tile_height, 0, 0, components) + b"\7\1\1" * components
+    coding = struct.pack(">BBHB5B", len(precincts) > 0, order, layers, 0, levels, block, block, 0, 1) + precincts
+    head = b"\xff\x4f" + segment(0xff51, size) + segment(0xff52, coding)
+    head += segment(0xff5c, bytes([2 << 5]) + bytes([(planes - 1) << 3]) * (3 * levels + 1))
+    parts = [struct.pack(">HHHIBBH", 0xff90, 10, t, len(data) + 14, 0, 1, 0xff93) + data for t, data in tiles]
+    return head + b"".join(parts) + b"\xff\xd9"
+
+
+def all_passes(wide, high, passes):
+    """The one packet of wide x high blocks, each with so many passes and a byte for them."""
+    bits, seen = [1], set()
+    levels = max(wide - 1, high - 1).bit_length() + 1
+    for y in range(high):
+        for x in range(wide):
+            for tree in (0, 1):  # every node of both tag trees is 0
+                for level in reversed(range(levels)):
+                    node = (tree, level, x >> level, y >> level)
+                    bits += [1] * (node not in seen)
+                    seen.add(node)
+            bits += [int(b) for b in f"{0xFF80 | passes - 37:016b}0{1:0{3 + passes.bit_length() - 1}b}"]
+    out, byte, room = bytearray(), 0, 8
+    for bit in bits + [0] * 16:
+        room -= 1
+        byte |= bit << room
+        if room == 0:
+            out.append(byte)
+            byte, room = 0, 7 if byte == 255 else 8
+    return bytes(out) + b"\x55" * (wide * high)
 
 
 class Jpeg2000Test(InteropTest):
@@ -62,7 +98,7 @@ class Jpeg2000Test(InteropTest):
         source = self.cut("part.ppm", 150, 117)
         for ours, theirs in [
             (["--levels", 0], ["-n", 1]),
-            (["--levels", 6], ["-n", 7]),
+            (["--levels", 8], ["-n", 7]),
             (["--block", "4x256"], ["-b", "4,256"]),
             (["--block", "512x8"], ["-b", "512,8"]),
             (["--block", "16x16", "--style", "bypass,terminate"], ["-b", "16,16", "-M", 5]),
@@ -143,10 +179,8 @@ class Jpeg2000Test(InteropTest):
         data = contents(self.our_file(source, "--irreversible", "--rate", "0.2,0.5,1,2,4"))
         last = 0.0
         for share in (0.15, 0.3, 0.6, 1):
-            path = self.path("cut.j2k")
-            with open(path, "wb") as out:
-                out.write(data[:int(len(data) * share)])
-            quality = psnr(self.our_picture(path), original)
+            path = self.file("cut.j2k", data[:int(len(data) * share)])
+            quality = psnr(read_pnm(convert(path, self.path("part.ppm"), "--partial")), original)
             self.assertGreater(quality, last)
             last = quality
         self.assertGreater(last, 35)
@@ -156,34 +190,87 @@ class Jpeg2000Test(InteropTest):
     def test_damaged_files_end_by_themselves(self):
         data = bytearray(contents(self.our_file(self.cut("part.ppm", 90, 61), "--layers", 2)))
         random = np.random.default_rng(1)
-        path = self.path("bad.j2k")
         for round in range(40):
             bad = data.copy()
             for _ in range(4):
                 bad[random.integers(20, 200 if round % 2 else len(bad))] = random.integers(256)
-            with open(path, "wb") as out:
-                out.write(bad)
-            try:
-                self.our_picture(path)
-            except AssertionError as e:
-                self.assertRegex(str(e), r"failed \([12]\)")
-        with open(path, "wb") as out:
-            out.write(data[:30])
-        self.assertIn("truncated", fails(*self.command(path)))
+            bounded(*self.command(self.file("bad.j2k", bad)), *[["--partial"], []][round // 2 % 2])
+
+    # Where an encoder has marked the ends of its segments, damage is seen and told.
+    def test_damaged_blocks(self):
+        source = self.cut("part.ppm", 90, 61)
+        data = bytearray(contents(self.our_file(source, "--style", "segment,terminate")))
+        for at in range(len(data) // 2, len(data) - 2, 97):
+            data[at] ^= 0x55
+        path = self.file("bad.j2k", data)
+        self.assertIn("code-block is damaged", fails(*self.command(path)))
+        kept = read_pnm(convert(path, self.path("kept.ppm"), "--partial"))
+        self.assertGreater(psnr(kept, read_pnm(source)), 15)
+
+    def test_missing_tiles_are_grey(self):
+        source = self.cut("part.ppm", 90, 61)
+        data = contents(self.our_file(source, "--tiles", "32x32"))
+        start = data.index(b"\xff\x90")
+        second = start + struct.unpack(">I", data[start + 6:start + 10])[0]
+        path = self.file("hole.j2k", data[:start] + data[second:])
+        self.assertIn("tiles are missing", fails(*self.command(path)))
+        expected = read_pnm(source)
+        expected[:32, :32] = 128
+        np.testing.assert_array_equal(read_pnm(convert(path, self.path("hole.ppm"), "--partial")), expected)
+
+    # A small file can ask for many tiles, blocks, levels, layers and passes.
+    def test_small_files_take_little(self):
+        few, full, nothing = b"\0" * 16, b"\0" * 8000, b"\x80" * 8000
+        for name, data, expected in [
+                ("tiles of one sample", codestream(255, 255, 1, 1, [(0, few)]), "truncated"),
+                ("and data for some", codestream(255, 255, 1, 1, [(t, b"\0") for t in range(600)], 1, 0), "tiles are missing"),
+                ("32 levels", codestream(255, 255, 255, 255, [(0, few * 7)], levels=32), None),
+                ("one large tile", codestream(18000, 18000, 18000, 18000, [(0, few)]), "--max-memory"),
+                ("many tiles", codestream(18000, 18000, 71, 71, [(0, few)]), "--max-memory"),
+                ("many parts", codestream(1500, 1500, 30, 30, [(0, b"")] * 600), "truncated"),
+                ("small blocks", codestream(2000, 2000, 2000, 2000, [(0, few * 2)], block=0), "--max-memory"),
+                ("tiny precincts", codestream(2000, 2000, 2000, 2000, [(0, full)], precincts=b"\x11" * 6), "truncated"),
+                ("layers of nothing", codestream(1500, 1500, 1500, 1500, [(0, nothing)], 1, 0, 0, 0, 8000), "--max-memory"),
+                ("the same by place", codestream(1500, 1500, 1500, 1500, [(0, nothing)], 1, 0, 0, 2, 8000), "--max-memory"),
+                ("all passes", codestream(2700, 3200, 2700, 3200, [(0, all_passes(43, 50, 91))], 1, 0, planes=32), None),
+                ("an empty picture", codestream(2000, 2000, 2000, 2000, [(0, b"\0" * 18)]), None)]:
+            self.assertLess(len(data), 10240)
+            path = self.file("bomb.j2k", data)
+            with self.subTest(name=name):
+                status, printed = bounded(*self.command(path))
+                self.assertEqual((1, True) if expected else (0, True), (status, (expected or "") in printed), printed)
+                if expected:
+                    bounded(*self.command(path), "--partial")
+        path = self.file("large.j2k", codestream(3000, 3000, 3000, 3000, [(0, b"\0" * 18)]))
+        self.assertIn("--max-memory 131", fails(*self.command(path)))
+        self.assertEqual(128, read_pnm(convert(path, self.path("large.ppm"), "--max-memory", 131)).min())
+
+    # Coordinates up to 2^31 - 1: the same picture there, where partitions of blocks and precincts end beyond them.
+    def test_far_corner_of_the_reference_grid(self):
+        array = np.random.default_rng(6).integers(0, 256, (65535, 1, 1))
+        for picture, fields in ((array, (1, 3, 7)), (array.reshape(1, 65535, 1), (0, 2, 6))):
+            source = write_pnm(self.path("line.pgm"), picture)
+            for options in (["--levels", 0], ["--levels", 16, "--block", "4x1024"], ["--irreversible"]):
+                with self.subTest(shape=picture.shape, options=options):
+                    path = self.our_file(source, *options)
+                    data = bytearray(contents(path))
+                    for field in fields:  # the picture's end and start, and the tiles' start
+                        value = struct.unpack(">I", data[8 + 4 * field:12 + 4 * field])[0]
+                        data[8 + 4 * field:12 + 4 * field] = struct.pack(">I", value + (1 << 31) - 65536)
+                    moved = self.our_picture(self.file("moved.j2k", data))
+                    np.testing.assert_array_equal(moved, self.our_picture(path))
 
     def command(self, path):
-        from support import QELCONV
         return QELCONV, path, self.path("never.ppm")
 
     def test_unsupported_is_named(self):
         path = self.their_file(self.cut("part.ppm", 64, 64), "-s", "2,2")
         self.assertRegex(fails(*self.command(path)), r"sampl")
-        fails(*self.command(self.coffee)[:2], self.path("x.j2k"), "--block", "3x3")
-
-
-def contents(path):
-    with open(path, "rb") as file:
-        return file.read()
+        out = self.path("x.j2k")
+        fails(*self.command(self.coffee)[:2], out, "--block", "3x3")
+        # 600 x 400 samples are one after ten halvings; there is nothing to halve in a single one.
+        self.assertIn("from 0 to 10", fails(QELCONV, self.coffee, out, "--levels", 11))
+        self.assertIn("from 0 to 0", fails(QELCONV, self.cut("dot.ppm", 1, 1), out, "--levels", 22))
 
 
 def read_pnm_with_comments(path):

@@ -3,8 +3,7 @@ import os
 import random
 import unittest
 
-from support import InteropTest, convert, fails, psnr, read_pnm, run, write_pnm
-from support import QELCONV
+from support import QELCONV, InteropTest, bounded, contents, convert, fails, psnr, read_pnm, run, write_pnm
 
 SIZES = [(1, 1), (5, 7), (16, 16), (17, 33), (250, 131), (271, 16)]
 
@@ -91,6 +90,33 @@ class JpegXrTest(InteropTest):
         for options, word in ((["-l", 1], "overlap"), (["-d", 1], "subsampled"), (["-V", 2], "tile"), (["-d", 0], "output")):
             path = self.encode_theirs(self.coffee, 3, *options)
             self.assertIn(word, fails(QELCONV, path, self.path("never.ppm")))
+
+    # Frequency mode sends a picture band by band: a cut file has all of it, coarsely. Spatial mode has its top.
+    def test_parts_of_cut_files(self):
+        for mode, floor in ((["-f"], None), ([], 20)):
+            path = self.encode_theirs(self.coffee, 3, *mode)
+            original, last = read_pnm(self.coffee), 0
+            for share in (0.4, 0.6, 0.8):
+                with self.subTest(mode=mode, share=share):
+                    cut = self.file("cut.jxr", contents(path)[:int(share * os.path.getsize(path))])
+                    self.assertIn("truncated", fails(QELCONV, cut, self.path("never.ppm")))
+                    part = read_pnm(convert(cut, self.path("part.ppm"), "--partial"))
+                    quality = psnr(part, original)
+                    self.assertGreater(quality, max(last, floor or 0))
+                    last = quality
+                    if not floor:
+                        rows = int((share - 0.2) * len(original))
+                        self.assert_same(part[:rows], original[:rows])
+
+    def test_small_files_take_little(self):
+        data = contents(convert(self.cut("small.ppm", 16, 16), self.path("small.jxr"), "--quality", 10))
+        sides = data.index(b"WMPHOTO") + 12
+        for width, height in ((60000, 5000), (65535, 16), (16, 65535)):
+            bomb = self.file("bomb.jxr", data[:sides] + (width - 1).to_bytes(2, "big") + (height - 1).to_bytes(2, "big") +
+                             data[sides + 4:])
+            status, printed = bounded(QELCONV, bomb, self.path("bomb.ppm"))
+            self.assertEqual((1, True), (status, "truncated" in printed), printed)
+            bounded(QELCONV, bomb, self.path("bomb.ppm"), "--partial")
 
     def test_damaged_files_fail_or_decode(self):
         source = self.cut("small.ppm", 100, 70)

@@ -1,5 +1,6 @@
 """What the interoperation tests share: running programs, reading and making pictures."""
 import os
+import resource
 import subprocess
 import sys
 import tempfile
@@ -25,6 +26,26 @@ def fails(*command):
     result = subprocess.run([str(c) for c in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60)
     assert result.returncode in (1, 2), f"{command} gave {result.returncode}"
     return result.stdout.decode(errors="replace")
+
+
+def bounded(*command, seconds=6, megabytes=256):
+    """Runs a program that has to end by itself within these bounds of processor time and memory; returns its status
+    and what it printed."""
+    with tempfile.TemporaryFile() as out:
+        process = subprocess.Popen(["timeout", "60", *map(str, command)], stdout=out, stderr=subprocess.STDOUT,
+                                   preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CPU, (seconds, seconds)))
+        _, status, usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        out.seek(0)
+        printed = out.read().decode(errors="replace")
+    assert process.returncode in (0, 1, 2), f"{command} gave {process.returncode}: {printed}"
+    assert usage.ru_maxrss < megabytes << 10, f"{command} took {usage.ru_maxrss >> 10} MB: {printed}"
+    return process.returncode, printed
+
+
+def contents(path):
+    with open(path, "rb") as file:
+        return file.read()
 
 
 def convert(source, target, *options):
@@ -86,6 +107,12 @@ class InteropTest(unittest.TestCase):
     @classmethod
     def path(cls, name):
         return os.path.join(cls._directory.name, name)
+
+    def file(self, name, data):
+        """A file of these bytes."""
+        with open(self.path(name), "wb") as out:
+            out.write(data)
+        return self.path(name)
 
     def cut(self, name, width, height, channels=3):
         """The top left part of the photograph, as a PNM file."""

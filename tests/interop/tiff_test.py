@@ -6,7 +6,7 @@ import unittest
 import numpy as np
 from PIL import Image
 
-from support import QELCONV, InteropTest, convert, fails, read_pnm, run, write_pnm
+from support import QELCONV, InteropTest, contents, convert, fails, read_pnm, run, write_pnm
 
 SIZES = [(1, 1), (7, 5), (130, 9), (250, 131)]
 
@@ -82,6 +82,17 @@ class TiffTest(InteropTest):
                                 (["-p", "separate"], "planes")):
             run("tiffcp", *options, ours, self.path("other.tif"))
             self.assertIn(reason, fails(*self.converter(self.path("other.tif"))))
+
+    # A run whose value is missing: nothing behind the strip is taken for it.
+    def test_a_strip_that_ends_in_a_run_header(self):
+        source = write_pnm(self.path("run.pgm"), np.array([9] * 8 + [5, 5]).reshape(1, 10, 1))
+        data = contents(convert(source, self.path("run.tif")))
+        strip = bytes([249, 9, 255, 5])
+        self.assertEqual(1, data.count(strip))
+        length = struct.pack("<HHII", 279, 4, 1, len(strip))
+        self.assertIn(length, data)
+        short = self.file("short.tif", data.replace(length, struct.pack("<HHII", 279, 4, 1, len(strip) - 1)))
+        self.assertIn("PackBits data of row 0", fails(*self.converter(short)))
 
     def converter(self, source):
         return QELCONV, source, self.path("out.ppm")

@@ -1,0 +1,14 @@
+#include "guard.h"
+
+#include <unistd.h>
+
+#include "qelj.h"
+
+namespace {
+
+// In front of the program's other initialisers, which may be compiled for the image's processor, or call it.
+[[gnu::constructor(101)]] void guard() {
+  if (!qelj::runsHere(qeljGetLibVersion())) _exit(1);
+}
+
+}  // namespace
