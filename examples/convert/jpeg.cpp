@@ -26,36 +26,58 @@ bool recognises(Bytes file) {
 }
 
 Image read(Bytes bytes, const Options& options, Stages& stages) {
+  const Limits limits(bytes, options);
   const File file = stages.time("markers", [&] { return parse(bytes); });
-  if (file.frame.process == SOF3) return stages.time("lossless decoding", [&] { return readLossless(file); });
-
+  const Frame& frame = file.frame;
+  if (!file.missing.empty()) limits.expectWhole(file.missing);
   constexpr int kSizes[] = {8, 4, 2, 1};
   const int size = kSizes[options.choice("scale", {"1/1", "1/2", "1/4", "1/8"}, 0)];
   const auto filter = options.choice("filter", {"box", "triangle"}, 1) ? Filter::triangle : Filter::box;
-  const Frame& frame = file.frame;
-  PixelWriter pixels(file, size, filter, stages);
-
   // One scan with everything: a row of MCUs at a time, while it is in the cache.
-  if (file.scans.size() == 1 && frame.process != SOF2 &&
-      file.scans[0].header.parts.size() == frame.components.size()) {
+  const bool byRows = file.scans.size() == 1 && frame.process != SOF2 &&
+                      file.scans[0].header.parts.size() == frame.components.size();
+  const bool lossless = frame.process == SOF3;
+  expectData(file, limits);
+  limits.expectPicture(frame.width, frame.height, int(frame.components.size()), frame.precision,
+                       byRows || lossless ? 0 : Coefficients::bytes(frame, frame.mcusHigh));
+  if (lossless) return stages.time("lossless decoding", [&] { return readLossless(file, limits); });
+
+  // Decodes as far as there are data that make sense.
+  std::string missing = file.missing;
+  const auto decode = [&](auto&& work) {
+    try {
+      stages.time("Huffman decoding", work);
+      return true;
+    } catch (const Error& e) {
+      limits.expectWhole(e.what());
+      missing = e.what();
+      return false;
+    }
+  };
+  PixelWriter pixels(file, size, filter, stages);
+  if (byRows) {
     Coefficients coefficients(frame, 1);
     ScanDecoder decoder(frame, file.scans[0]);
+    bool more = true;
     for (int32_t row = 0; row < frame.mcusHigh; ++row) {
       coefficients.moveTo(row);
-      stages.time("Huffman decoding", [&] { decoder.decodeRow(row, coefficients); });
+      if (limits.partial()) coefficients.clear();
+      more = more && decode([&] { decoder.decodeRow(row, coefficients); });
       pixels.row(row, coefficients);
     }
-    return pixels.finish();
+  } else {
+    Coefficients coefficients(frame, frame.mcusHigh);
+    decode([&] {
+      for (const Scan& scan : file.scans) {
+        ScanDecoder decoder(frame, scan);
+        for (int32_t row = 0; row < decoder.rows(); ++row) decoder.decodeRow(row, coefficients);
+      }
+    });
+    for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
   }
-  Coefficients coefficients(frame, frame.mcusHigh);
-  stages.time("Huffman decoding", [&] {
-    for (const Scan& scan : file.scans) {
-      ScanDecoder decoder(frame, scan);
-      for (int32_t row = 0; row < decoder.rows(); ++row) decoder.decodeRow(row, coefficients);
-    }
-  });
-  for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
-  return pixels.finish();
+  Image image = pixels.finish();
+  if (!missing.empty()) limits.onlyPart(image, missing);
+  return image;
 }
 
 std::string textOfFile(const std::string& path) {
@@ -168,6 +190,7 @@ void describe(Bytes bytes, std::ostream& out) {
   for (const Component& c : frame.components) out << " " << c.h << "x" << c.v;
   out << ", " << file.scans.size() << (file.scans.size() == 1 ? " scan" : " scans");
   if (file.scans[0].restartInterval) out << ", restart every " << file.scans[0].restartInterval << " MCUs";
+  if (!file.missing.empty()) out << "; " << file.missing;
   out << "\n";
 }
 

@@ -13,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+#include "file_limits.h"
 #include "format.h"
 #include "image.h"
 
@@ -89,12 +90,13 @@ struct File {
   bool jfif = false;
   int adobe = -1;  // the colour transform of an Adobe segment, or -1
   std::vector<Scan> scans;
+  std::string missing;  // why the file seems to end early, or makes no sense behind the last scan
 };
 
 enum class Space { grey, ycc, rgb, cmyk, ycck };
 Space spaceOf(const File& file);
 
-File parse(Bytes bytes);
+File parse(Bytes bytes);  // throws where there is no scan to be had
 void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant);
 void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& list);
 void writeRestartInterval(Writer& out, int64_t interval);
@@ -107,6 +109,7 @@ void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan);
 class Coefficients {
  public:
   Coefficients(const Frame& frame, int32_t mcuRows);
+  static uint64_t bytes(const Frame& frame, int32_t mcuRows);
   // The rows of MCUs are those from this one on; the blocks keep what is in them.
   void moveTo(int32_t mcuRow) { firstMcuRow_ = mcuRow; }
   void clear();
@@ -127,6 +130,9 @@ class Coefficients {
   std::vector<Plane> planes_;
   int32_t firstMcuRow_ = 0;
 };
+
+// Throws where the bytes of a file's scans can't hold what they are to hold.
+void expectData(const File& file, const Limits& limits);
 
 // Decodes a scan, a row of MCUs (of blocks, where the scan has one component) at a time.
 class ScanDecoder {
@@ -225,7 +231,7 @@ class DifferenceDecoder {
   explicit DifferenceDecoder(const Scan& scan);
   ~DifferenceDecoder();
   void startInterval();
-  void decodeRow(int16_t* const* planes, int32_t width);
+  void decodeRow(int32_t row, int16_t* const* planes, int32_t width);
 
  private:
   struct Impl;
@@ -244,7 +250,7 @@ class DifferenceEncoder {
   std::unique_ptr<Impl> impl_;
 };
 
-Image readLossless(const File& file);
+Image readLossless(const File& file, const Limits& limits);
 std::vector<uint8_t> writeLossless(const Image& image, int predictor, int pointTransform,
                                    int32_t restartRows);
 

@@ -13,9 +13,40 @@ namespace {
 using Row = std::vector<int16_t>;
 constexpr int kFlip = 0x8000;
 
+void readScan(const Frame& frame, const Scan& scan, Image& image) {
+  const auto& parts = scan.header.parts;
+  const int predictor = scan.header.ss, shift = scan.header.al;
+  const int32_t restartRows = scan.restartInterval / frame.width;
+  const uint32_t top = (1u << frame.precision) - 1;
+  const auto channels = size_t(image.channels());
+
+  std::vector<Row> rows(parts.size(), Row(size_t(frame.width))), above = rows, differences = rows;
+  std::vector<int16_t*> planes;
+  for (auto& row : differences) planes.push_back(row.data());
+  DifferenceDecoder decoder(scan);
+  for (int32_t y = 0; y < frame.height; ++y) {
+    const bool first = restartRows ? y % restartRows == 0 : y == 0;
+    if (first) decoder.startInterval();
+    decoder.decodeRow(y, planes.data(), frame.width);
+    for (size_t p = 0; p < parts.size(); ++p) {
+      std::swap(rows[p], above[p]);
+      if (first) differences[p][0] = int16_t(differences[p][0] ^ kFlip);
+      expectOk(first ? qeliReconstructPredFirstRow_JPEG_16s_C1(differences[p].data(), rows[p].data(),
+                                                               frame.width, frame.precision, shift)
+                     : qeliReconstructPredRow_JPEG_16s_C1(differences[p].data(), above[p].data(),
+                                                          rows[p].data(), frame.width, predictor),
+               "undoing the prediction");
+      const size_t at = size_t(y) * size_t(frame.width);
+      for (size_t x = 0; x < size_t(frame.width); ++x)
+        image.setSample((at + x) * channels + size_t(parts[p].component),
+                        uint32_t(uint16_t(rows[p][x] ^ kFlip)) << shift & top);
+    }
+  }
+}
+
 }  // namespace
 
-Image readLossless(const File& file) {
+Image readLossless(const File& file, const Limits& limits) {
   const Frame& frame = file.frame;
   if (frame.components.size() > 3) throw Error("lossless files of more than three components can't be read");
   for (const Component& c : frame.components)
@@ -23,42 +54,19 @@ Image readLossless(const File& file) {
       throw Error("lossless files with subsampled components can't be read");
   Image image(frame.width, frame.height, frame.components.size() == 1 ? Colour::grey : Colour::rgb,
               frame.precision);
-  const int channels = image.channels();
-  const uint32_t top = (1u << frame.precision) - 1;
-
   for (const Scan& scan : file.scans) {
-    const auto& parts = scan.header.parts;
-    const int predictor = scan.header.ss, shift = scan.header.al;
-    if (predictor < 1 || predictor > 7 || shift >= frame.precision)
+    const ScanHeader& header = scan.header;
+    if (header.ss < 1 || header.ss > 7 || header.al >= frame.precision)
       throw Error("a lossless scan header is wrong");
-    if (parts.size() > 1 && frame.hMax * frame.vMax > 1)
+    if (header.parts.size() > 1 && frame.hMax * frame.vMax > 1)
       throw Error("lossless files with several samples of a component in an MCU can't be read");
     if (scan.restartInterval % frame.width) throw Error("restarts inside a row can't be read");
-    const int32_t restartRows = scan.restartInterval / frame.width;
-
-    const size_t count = parts.size();
-    std::vector<Row> rows(count, Row(size_t(frame.width))), above = rows, differences = rows;
-    std::vector<int16_t*> planes;
-    for (auto& row : differences) planes.push_back(row.data());
-    DifferenceDecoder decoder(scan);
-    for (int32_t y = 0; y < frame.height; ++y) {
-      const bool first = restartRows ? y % restartRows == 0 : y == 0;
-      if (first) decoder.startInterval();
-      decoder.decodeRow(planes.data(), frame.width);
-      for (size_t p = 0; p < count; ++p) {
-        std::swap(rows[p], above[p]);
-        if (first) differences[p][0] = int16_t(differences[p][0] ^ kFlip);
-        expectOk(first ? qeliReconstructPredFirstRow_JPEG_16s_C1(differences[p].data(), rows[p].data(),
-                                                                 frame.width, frame.precision, shift)
-                       : qeliReconstructPredRow_JPEG_16s_C1(differences[p].data(), above[p].data(),
-                                                            rows[p].data(), frame.width, predictor),
-                 "undoing the prediction");
-        const size_t at = size_t(y) * size_t(frame.width);
-        for (size_t x = 0; x < size_t(frame.width); ++x)
-          image.setSample((at + x) * size_t(channels) + size_t(parts[p].component),
-                          uint32_t(uint16_t(rows[p][x] ^ kFlip)) << shift & top);
-      }
-    }
+  }
+  if (!file.missing.empty()) limits.onlyPart(image, file.missing);
+  try {
+    for (const Scan& scan : file.scans) readScan(frame, scan, image);
+  } catch (const Error& e) {
+    limits.onlyPart(image, e.what());
   }
   return image;
 }

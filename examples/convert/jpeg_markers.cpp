@@ -17,14 +17,23 @@ class Parser {
 
   File parse() {
     if (in_.u16be() != (0xFF00 | SOI)) throw Error("not a JPEG file");
-    while (const uint8_t marker = nextMarker()) {
-      if (marker == EOI) break;
-      segment(marker);
+    bool ended = false;
+    try {
+      while (const uint8_t marker = ended ? 0 : nextMarker()) {
+        ended = marker == EOI;
+        segment(marker);
+      }
+    } catch (const Error& e) {
+      // Behind a scan there is something to be had of the file.
+      if (file_.scans.empty()) throw;
+      file_.missing = e.what();
     }
     if (file_.frame.components.empty()) throw Error("the file has no frame header");
     if (file_.scans.empty()) throw Error("the file has no scan");
     if (const int component = progression_->firstWithoutScan(); component >= 0)
-      throw Error("the file ends before component " + std::to_string(component) + " has a scan");
+      file_.missing = "the file ends before component " + std::to_string(component) + " has a scan";
+    else if (!ended && file_.missing.empty() && !progression_->complete())
+      file_.missing = Truncated().what();
     return std::move(file_);
   }
 
@@ -39,7 +48,7 @@ class Parser {
   }
 
   void segment(uint8_t marker) {
-    if (marker == 0x01 || (marker >= RST0 && marker <= SOI)) return;  // without parameters
+    if (marker == 0x01 || (marker >= RST0 && marker <= EOI)) return;  // without parameters
     const int length = in_.u16be();
     if (length < 2) throw Error("a marker segment has an impossible length");
     Reader body(in_.take(size_t(length - 2)));

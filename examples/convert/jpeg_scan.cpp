@@ -40,12 +40,19 @@ State makeState(QelStatus (*initAlloc)(Record**)) {
   return State(record);
 }
 
+void expectRow(QelStatus status, int32_t row) {
+  if (status < 0)
+    throw Error("row " + std::to_string(row) + " of a scan " +
+                (status == qelStatusJpegOutOfBuffer ? "is cut off" : "makes no sense"));
+}
+
 // The restart intervals of a scan, one after the other, and where the decoder stands in the present one.
 struct IntervalReader {
   explicit IntervalReader(const Scan& scan) : scan(scan) {}
   void next() {
     if (started == scan.intervals.size()) throw Error("the scan's data ends early");
     data = scan.intervals[started++];
+    data = data.first(std::min(data.size(), size_t(INT32_MAX)));
     position = marker = 0;
     expectOk(qeliDecodeHuffmanStateInit_JPEG_8u(state.get()), "starting a restart interval");
   }
@@ -65,7 +72,7 @@ class IntervalWriter {
     if (bytes_.size() < need) bytes_.resize(std::max(need, 2 * bytes_.size()));
   }
   uint8_t* data() { return bytes_.data() + start_; }
-  int32_t length() const { return int32_t(bytes_.size() - start_); }
+  int32_t length() const { return int32_t(std::min(bytes_.size() - start_, size_t(INT32_MAX))); }
   void putRestartMarker() {
     room(2);
     data()[position++] = 0xFF;
@@ -149,11 +156,39 @@ Coefficients::Coefficients(const Frame& frame, int32_t mcuRows) {
   }
 }
 
+uint64_t Coefficients::bytes(const Frame& frame, int32_t mcuRows) {
+  uint64_t blocks = 0;
+  for (const Component& c : frame.components) blocks += uint64_t(c.paddedWide) * uint64_t(mcuRows * c.v);
+  return blocks * 64 * sizeof(int16_t);
+}
+
 void Coefficients::clear() {
   for (Plane& plane : planes_) std::fill(plane.data.begin(), plane.data.end(), int16_t(0));
 }
 
 // --- decoding ----------------------------------------------------------------------------------------------
+
+void expectData(const File& file, const Limits& limits) {
+  const Frame& frame = file.frame;
+  uint64_t visits = 0;
+  for (const Scan& scan : file.scans) {
+    size_t coded = 0;
+    for (const Bytes interval : scan.intervals) coded += interval.size();
+    const Walk walk(frame, scan.header, 0);
+    const uint64_t blocks = walk.blocksInRow() * uint64_t(walk.rows());
+    // No code is shorter than a bit. A sequential block has two of them; a band of AC coefficients may end for 32767
+    // blocks at once, and costs a visit to each.
+    if (frame.process == SOF3)
+      limits.expectData(coded, uint64_t(frame.width) * uint64_t(frame.height) * scan.header.parts.size(), 1);
+    else if (frame.process != SOF2)
+      limits.expectData(coded, blocks, 2);
+    else if (scan.header.ss == 0)
+      limits.expectData(coded, blocks, 1);
+    else
+      visits += blocks;
+  }
+  limits.expectWork(visits);
+}
 
 struct ScanDecoder::Impl {
   Impl(const Frame& frame, const Scan& scan)
@@ -215,12 +250,7 @@ int32_t ScanDecoder::rows() const { return impl_->walk.rows(); }
 void ScanDecoder::decodeRow(int32_t row, Coefficients& coefficients) {
   impl_->walk.row(
       row, coefficients, [&] { impl_->startInterval(); },
-      [&](size_t part, int16_t* block) {
-        const QelStatus status = impl_->decode(part, block);
-        if (status < 0)
-          throw Error("the scan's data is damaged or truncated (status " + std::to_string(status) +
-                      " in row " + std::to_string(row) + ")");
-      });
+      [&](size_t part, int16_t* block) { expectRow(impl_->decode(part, block), row); });
 }
 
 // --- encoding ----------------------------------------------------------------------------------------------
@@ -417,12 +447,12 @@ struct DifferenceDecoder::Impl {
 DifferenceDecoder::DifferenceDecoder(const Scan& scan) : impl_(std::make_unique<Impl>(scan)) {}
 DifferenceDecoder::~DifferenceDecoder() = default;
 void DifferenceDecoder::startInterval() { impl_->in.next(); }
-void DifferenceDecoder::decodeRow(int16_t* const* planes, int32_t width) {
+void DifferenceDecoder::decodeRow(int32_t row, int16_t* const* planes, int32_t width) {
   IntervalReader& in = impl_->in;
-  if (qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(in.data.data(), int32_t(in.data.size()), &in.position, planes,
-                                           width, int32_t(impl_->records.size()), &in.marker,
-                                           impl_->records.data(), in.state.get()) < 0)
-    throw Error("the scan's data is damaged or truncated");
+  expectRow(qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(in.data.data(), int32_t(in.data.size()), &in.position, planes,
+                                                 width, int32_t(impl_->records.size()), &in.marker,
+                                                 impl_->records.data(), in.state.get()),
+            row);
 }
 
 struct DifferenceEncoder::Impl {
