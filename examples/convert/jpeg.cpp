@@ -6,6 +6,9 @@
 #include <ostream>
 #include <sstream>
 
+#include "parallel.h"
+#include "pipeline.h"
+
 namespace qelconv {
 namespace {
 
@@ -33,20 +36,20 @@ Image read(Bytes bytes, const Options& options, Stages& stages) {
   constexpr int kSizes[] = {8, 4, 2, 1};
   const int size = kSizes[options.choice("scale", {"1/1", "1/2", "1/4", "1/8"}, 0)];
   const auto filter = options.choice("filter", {"box", "triangle"}, 1) ? Filter::triangle : Filter::box;
-  // One scan with everything: a row of MCUs at a time, while it is in the cache.
-  const bool byRows = file.scans.size() == 1 && frame.process != SOF2 &&
-                      file.scans[0].header.parts.size() == frame.components.size();
+  // One scan with everything: a strip at a time, while it is in the cache.
+  const bool byStrips = file.scans.size() == 1 && frame.process != SOF2 &&
+                        file.scans[0].header.parts.size() == frame.components.size();
   const bool lossless = frame.process == SOF3;
   expectData(file, limits);
   limits.expectPicture(frame.width, frame.height, int(frame.components.size()), frame.precision,
-                       byRows || lossless ? 0 : Coefficients::bytes(frame, frame.mcusHigh));
+                       byStrips || lossless ? 0 : Coefficients::bytes(frame, frame.mcusHigh));
   if (lossless) return stages.time("lossless decoding", [&] { return readLossless(file, limits); });
 
   // Decodes as far as there are data that make sense.
   std::string missing = file.missing;
   const auto decode = [&](auto&& work) {
     try {
-      stages.time("Huffman decoding", work);
+      work();
       return true;
     } catch (const Error& e) {
       limits.expectWhole(e.what());
@@ -54,26 +57,40 @@ Image read(Bytes bytes, const Options& options, Stages& stages) {
       return false;
     }
   };
-  PixelWriter pixels(file, size, filter, stages);
-  if (byRows) {
-    Coefficients coefficients(frame, 1);
+  const auto decodeRows = [](ScanDecoder& decoder, int32_t first, int32_t end, Coefficients& coefficients) {
+    for (int32_t row = first; row < end; ++row) decoder.decodeRow(row, coefficients);
+  };
+  constexpr const char *kTransform = "inverse DCT", *kConvert = "upsampling and colour";
+  const Strips strips(frame);
+  Pipeline pipeline(strips.count);
+  PixelWriter pixels(file, size, filter, strips, pipeline.slots());
+  const auto convert = [&](int32_t i) { pixels.convert(i); };
+  if (byStrips) {
+    std::vector<Coefficients> slots(size_t(pipeline.slots()), Coefficients(frame, strips.rows));
+    const auto slot = [&](int32_t i) -> Coefficients& { return slots[size_t(i) % slots.size()]; };
     ScanDecoder decoder(frame, file.scans[0]);
     bool more = true;
-    for (int32_t row = 0; row < frame.mcusHigh; ++row) {
-      coefficients.moveTo(row);
-      if (limits.partial()) coefficients.clear();
-      more = more && decode([&] { decoder.decodeRow(row, coefficients); });
-      pixels.row(row, coefficients);
-    }
+    pipeline.run(
+        stages, {"Huffman decoding", kTransform, kConvert},
+        [&](int32_t i) {
+          slot(i).moveTo(strips.first(i));
+          if (limits.partial()) slot(i).clear();
+          more = more && decode([&] { decodeRows(decoder, strips.first(i), strips.end(i), slot(i)); });
+        },
+        [&](int32_t i) { pixels.transform(i, slot(i)); }, convert);
   } else {
     Coefficients coefficients(frame, frame.mcusHigh);
-    decode([&] {
-      for (const Scan& scan : file.scans) {
-        ScanDecoder decoder(frame, scan);
-        for (int32_t row = 0; row < decoder.rows(); ++row) decoder.decodeRow(row, coefficients);
-      }
+    stages.time("Huffman decoding", [&] {
+      decode([&] {
+        for (const Scan& scan : file.scans) {
+          ScanDecoder decoder(frame, scan);
+          decodeRows(decoder, 0, decoder.rows(), coefficients);
+        }
+      });
     });
-    for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
+    pipeline.run(
+        stages, {nullptr, kTransform, kConvert}, [](int32_t) {},
+        [&](int32_t i) { pixels.transform(i, coefficients); }, convert);
   }
   Image image = pixels.finish();
   if (!missing.empty()) limits.onlyPart(image, missing);
@@ -152,7 +169,10 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   out.bytes.reserve(image.data.size() / 4 + 1024);
   writeHeader(out, frame, space, quant);
   writeRestartInterval(out, restart);
-  PixelReader pixels(image, frame, space, quant, stages);
+  const Strips strips(frame);
+  Pipeline pipeline(strips.count);
+  PixelReader pixels(image, frame, space, quant, strips, pipeline.slots());
+  constexpr const char *kTransform = "colour and forward DCT", *kCoding = "Huffman coding";
 
   if (!options.has("scans") && !options.has("progressive") && !options.has("optimize")) {
     std::array<HuffmanList, 4> dc, ac;
@@ -161,19 +181,31 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
       writeHuffman(out, 1, int(i), ac[i] = typicalTable(true, int(i)));
     }
     writeScanHeader(out, frame, script[0]);
-    Coefficients coefficients(frame, 1);
+    std::vector<Coefficients> slots(size_t(pipeline.slots()), Coefficients(frame, strips.rows));
+    const auto slot = [&](int32_t i) -> Coefficients& { return slots[size_t(i) % slots.size()]; };
     SequentialEncoder encoder(frame, script[0], dc, ac, restart, out.bytes);
-    for (int32_t row = 0; row < frame.mcusHigh; ++row) {
-      coefficients.moveTo(row);
-      pixels.row(row, coefficients);
-      stages.time("Huffman coding", [&] { encoder.encodeRow(row, coefficients); });
-    }
+    pipeline.run(
+        stages, {nullptr, kTransform, kCoding}, [](int32_t) {},
+        [&](int32_t i) {
+          slot(i).moveTo(strips.first(i));
+          pixels.transform(i, slot(i));
+        },
+        [&](int32_t i) {
+          for (int32_t row = strips.first(i); row < strips.end(i); ++row) encoder.encodeRow(row, slot(i));
+        });
     encoder.finish();
   } else {
     Coefficients coefficients(frame, frame.mcusHigh);
-    for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
-    stages.time("Huffman coding", [&] {
-      for (const ScanHeader& scan : script) writeOptimalScan(out, frame, scan, restart, coefficients);
+    const auto nothing = [](int32_t) {};
+    pipeline.run(
+        stages, {nullptr, kTransform, nullptr}, nothing,
+        [&](int32_t i) { pixels.transform(i, coefficients); }, nothing);
+    // The scans don't depend on one another.
+    stages.time(kCoding, [&] {
+      std::vector<Writer> scans(script.size());
+      inParallel(scans.size(),
+                 [&](size_t i) { writeOptimalScan(scans[i], frame, script[i], restart, coefficients); });
+      for (const Writer& scan : scans) out.put(scan.bytes);
     });
   }
   out.u8(0xFF), out.u8(EOI);

@@ -9,6 +9,7 @@
 #ifndef QELCONV_JPEG_H
 #define QELCONV_JPEG_H
 
+#include <algorithm>
 #include <array>
 #include <memory>
 #include <vector>
@@ -104,6 +105,14 @@ void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan);
 
 // --- coefficients and scans --------------------------------------------------------------------------------
 
+// A picture's rows of MCUs, as many together as are worth a step of their own.
+struct Strips {
+  explicit Strips(const Frame& frame);
+  int32_t first(int32_t strip) const { return strip * rows; }
+  int32_t end(int32_t strip) const { return std::min(first(strip) + rows, mcusHigh); }
+  int32_t rows, count, mcusHigh;
+};
+
 // The blocks of all components in some rows of MCUs, 64 coefficients each. There is room for whole MCUs, so
 // that scans of any kind find their blocks.
 class Coefficients {
@@ -170,8 +179,8 @@ void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, i
 
 // --- the order of scans ------------------------------------------------------------------------------------
 
-// What the scans of a file have given so far, and whether the next one may stand behind them: in a sequential file
-// each component once, in a progressive one the bits of its coefficients in the order of G.1.1.1.
+// What the scans of a file have given so far, and whether the next one may stand behind them: in a sequential
+// file each component once, in a progressive one the bits of its coefficients in the order of G.1.1.1.
 class Progression {
  public:
   explicit Progression(const Frame& frame);
@@ -186,7 +195,8 @@ class Progression {
 };
 
 // The progression of `components` components that encoders usually take, and one in the notation of scan
-// files, which may be that of a sequential file. The check throws for a script that makes no file of the frame.
+// files, which may be that of a sequential file. The check throws for a script that makes no file of the
+// frame.
 std::vector<ScanHeader> usualProgression(int components);
 std::vector<ScanHeader> parseScanScript(const std::string& text);
 bool isSequential(const std::vector<ScanHeader>& script);
@@ -196,13 +206,15 @@ void checkScanScript(const std::vector<ScanHeader>& script, const Frame& frame);
 
 enum class Filter { box, triangle };
 
-// From blocks to pixels, a row of MCUs after the other. `size` is the samples' side that a luma block
-// becomes: 8 is full size, 4, 2 and 1 are the reduced sizes.
+// From blocks to pixels, a strip after the other. Samples are kept for some strips, by slot (see pipeline.h),
+// since the triangle filter looks into the strips above and below. `size` is the samples' side that a luma
+// block becomes: 8 is full size, 4, 2 and 1 are the reduced sizes.
 class PixelWriter {
  public:
-  PixelWriter(const File& file, int size, Filter filter, Stages& stages);
+  PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots);
   ~PixelWriter();
-  void row(int32_t mcuRow, Coefficients& coefficients);
+  void transform(int32_t strip, Coefficients& coefficients);  // in any order
+  void convert(int32_t strip);                                // one after the other
   Image finish();
 
  private:
@@ -210,17 +222,18 @@ class PixelWriter {
   std::unique_ptr<Impl> impl_;
 };
 
-// From pixels to quantised blocks, a row of MCUs after the other.
+// From pixels to quantised blocks, strips in any order.
 class PixelReader {
  public:
   PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
-              Stages& stages);
+              const Strips& strips, int32_t slots);
   ~PixelReader();
-  void row(int32_t mcuRow, Coefficients& coefficients);
+  void transform(int32_t strip, Coefficients& coefficients);
 
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;
+  Strips strips_;
 };
 
 // --- lossless ----------------------------------------------------------------------------------------------

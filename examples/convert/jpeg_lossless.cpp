@@ -8,8 +8,9 @@ namespace qelconv::jpeg {
 namespace {
 
 // The standard predicts unsigned samples, the library signed ones. So samples go through the rows less 32768:
-// with their top bit flipped. Every prediction from neighbours shrinks by as much, and their differences stay; only
-// the first difference of a scan or behind a restart, from a fixed prediction, has to be flipped as well.
+// with their top bit flipped. Every prediction from neighbours shrinks by as much, and their differences
+// stay; only the first difference of a scan or behind a restart, from a fixed prediction, has to be flipped
+// as well.
 using Row = std::vector<int16_t>;
 constexpr int kFlip = 0x8000;
 

@@ -36,7 +36,8 @@ void Progression::add(const ScanHeader& scan) {
     }
     if (scan.ss < 0 || scan.se < scan.ss || scan.se > 63) throw wrong("the band is not one of 0 to 63");
     if (scan.ss == 0 && scan.se > 0) throw wrong("a band that starts at coefficient 0 goes beyond it");
-    if (scan.ss > 0 && scan.parts.size() > 1) throw wrong("a band behind coefficient 0 has several components");
+    if (scan.ss > 0 && scan.parts.size() > 1)
+      throw wrong("a band behind coefficient 0 has several components");
     if (scan.ss > 0 && bits[0] == kNothing) throw wrong(name + " has no scan of coefficient 0 before");
     if (scan.al < 0 || scan.al > 13 || (scan.ah && scan.ah != scan.al + 1))
       throw wrong("the bits " + std::to_string(scan.ah) + ", " + std::to_string(scan.al) + " are no step");
@@ -91,8 +92,8 @@ bool isSequential(const std::vector<ScanHeader>& script) {
   return std::all_of(script.begin(), script.end(), isWhole);
 }
 
-// "0,1,2: 0-0, 0, 1;" for each scan: components, band, successive approximation; "0,1,2;" alone for a whole scan.
-// "#" starts a comment.
+// "0,1,2: 0-0, 0, 1;" for each scan: components, band, successive approximation; "0,1,2;" alone for a whole
+// scan. "#" starts a comment.
 std::vector<ScanHeader> parseScanScript(const std::string& text) {
   std::string clean;
   bool comment = false;

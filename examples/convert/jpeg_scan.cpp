@@ -42,15 +42,15 @@ State makeState(QelStatus (*initAlloc)(Record**)) {
 
 void expectRow(QelStatus status, int32_t row) {
   if (status < 0)
-    throw Error("row " + std::to_string(row) + " of a scan " +
-                (status == qelStatusJpegOutOfBuffer ? "is cut off" : "makes no sense"));
+    throw Damaged("row " + std::to_string(row) + " of a scan " +
+                  (status == qelStatusJpegOutOfBuffer ? "is cut off" : "makes no sense"));
 }
 
 // The restart intervals of a scan, one after the other, and where the decoder stands in the present one.
 struct IntervalReader {
   explicit IntervalReader(const Scan& scan) : scan(scan) {}
   void next() {
-    if (started == scan.intervals.size()) throw Error("the scan's data ends early");
+    if (started == scan.intervals.size()) throw Damaged("a scan's data end early");
     data = scan.intervals[started++];
     data = data.first(std::min(data.size(), size_t(INT32_MAX)));
     position = marker = 0;
@@ -111,7 +111,8 @@ class Walk {
   // onBlock(index of the part in the scan, block); onRestart() between two intervals.
   template <class OnRestart, class OnBlock>
   void row(int32_t row, Coefficients& coefficients, OnRestart&& onRestart, OnBlock&& onBlock) {
-    for (Line& line : lines_) line.next = coefficients.row(line.component, row * line.linesOfMcu + line.number);
+    for (Line& line : lines_)
+      line.next = coefficients.row(line.component, row * line.linesOfMcu + line.number);
     for (int32_t column = 0; column < columns_; ++column) {
       if (interval_ && left_-- == 0) {
         onRestart();
@@ -148,6 +149,14 @@ Pass passOf(const Frame& frame, const ScanHeader& scan) {
 
 }  // namespace
 
+Strips::Strips(const Frame& frame) : mcusHigh(frame.mcusHigh) {
+  constexpr int32_t kBlocks = 1024;  // some 100 us of work, and what caches hold
+  int32_t blocksInRow = 0;
+  for (const Component& c : frame.components) blocksInRow += c.paddedWide * c.v;
+  rows = std::clamp(kBlocks / blocksInRow, 1, mcusHigh);
+  count = (mcusHigh + rows - 1) / rows;
+}
+
 Coefficients::Coefficients(const Frame& frame, int32_t mcuRows) {
   for (const Component& c : frame.components) {
     Plane plane{c.v, mcuRows * c.v, size_t(c.paddedWide) * 64, {}};
@@ -176,8 +185,8 @@ void expectData(const File& file, const Limits& limits) {
     for (const Bytes interval : scan.intervals) coded += interval.size();
     const Walk walk(frame, scan.header, 0);
     const uint64_t blocks = walk.blocksInRow() * uint64_t(walk.rows());
-    // No code is shorter than a bit. A sequential block has two of them; a band of AC coefficients may end for 32767
-    // blocks at once, and costs a visit to each.
+    // No code is shorter than a bit. A sequential block has two of them; a band of AC coefficients may end
+    // for 32767 blocks at once, and costs a visit to each.
     if (frame.process == SOF3)
       limits.expectData(coded, uint64_t(frame.width) * uint64_t(frame.height) * scan.header.parts.size(), 1);
     else if (frame.process != SOF2)
@@ -341,8 +350,7 @@ class BlockEncoder {
 // Counts the symbols that BlockEncoder would store for the same scan, and makes the best tables for them.
 class TableMaker {
  public:
-  TableMaker(const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
-             Coefficients& coefficients)
+  TableMaker(const Frame& frame, const ScanHeader& scan, int32_t restartInterval, Coefficients& coefficients)
       : scan_(scan), pass_(passOf(frame, scan)) {
     Walk walk(frame, scan, restartInterval);
     const auto endInterval = [&] {
@@ -449,8 +457,8 @@ DifferenceDecoder::~DifferenceDecoder() = default;
 void DifferenceDecoder::startInterval() { impl_->in.next(); }
 void DifferenceDecoder::decodeRow(int32_t row, int16_t* const* planes, int32_t width) {
   IntervalReader& in = impl_->in;
-  expectRow(qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(in.data.data(), int32_t(in.data.size()), &in.position, planes,
-                                                 width, int32_t(impl_->records.size()), &in.marker,
+  expectRow(qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(in.data.data(), int32_t(in.data.size()), &in.position,
+                                                 planes, width, int32_t(impl_->records.size()), &in.marker,
                                                  impl_->records.data(), in.state.get()),
             row);
 }

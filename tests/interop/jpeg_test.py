@@ -235,6 +235,21 @@ class JpegTest(InteropTest):
                 again = read_pnm(convert(self.path("ink3.jpg"), self.path("ink3.pam"), "--filter", "box"))
                 self.assertTrue(np.array_equal(back, again))
 
+    # Strips of many widths go from thread to thread, with filters that look into their neighbours.
+    def test_threads_make_no_difference(self):
+        wide = write_pnm(self.path("wide.ppm"), np.tile(read_pnm(self.coffee)[:90], (1, 16, 1)))
+        for source in (self.raccoon, wide, self.cut("narrow.ppm", 9, 400)):
+            for options in (["--sampling", "444"], ["--sampling", "422"], ["--sampling", "420", "--restart", "1"],
+                            ["--progressive"], ["--scale", "1/2"]):
+                files = []
+                for threads in "14":
+                    environment = dict(os.environ, OMP_NUM_THREADS=threads)
+                    coded, back = self.path(f"t{threads}.jpg"), self.path(f"t{threads}.ppm")
+                    run(QELCONV, source, coded, *options, env=environment)
+                    run(QELCONV, coded, back, *options, env=environment)
+                    files.append(contents(coded) + contents(back))
+                self.assertEqual(files[0], files[1], (source, options))
+
     # A cut in a scan: an error, or under --partial the picture so far and grey where nothing is known.
     def test_files_cut_in_a_scan(self):
         alone, part = self.file("alone.txt", b"0; 1; 2;"), self.path("part.ppm")
