@@ -744,15 +744,22 @@ QELJ_API QelStatus qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* sr
  * Lossless coding and prediction
  *
  * The lossless process (Annex H) on 16-bit rows: samples to and from differences, differences to and from codes. All
- * arithmetic is modulo 2^16; samples of 16 bits are passed as the int16_t of the same bits.
+ * arithmetic is modulo 2^16.
  *
  * PREDICTION. The first row of a scan, and the first behind a restart, is predicted from the left, and its first sample
  * by 2^(precision - pointTransform - 1). Every other row has a predictor from 1 to 7 (Table H.1), with a on the left, b
  * above, c above on the left; its first sample is always predicted by b:
  *   1 a   2 b   3 c   4 a + b - c   5 a + ((b - c) >> 1)   6 b + ((a - c) >> 1)   7 (a + b) >> 1
- * Sums are exact and shifts arithmetic, so samples of 16 bits are taken as signed here. The Diff functions give src
- * minus the prediction; the Reconstruct functions take the differences in src and give the samples, with a from dst.
- * dst may be src or prevRow itself; other overlap is not allowed. width is the number of samples.
+ * Sums are exact and shifts arithmetic. The Diff functions give src minus the prediction; the Reconstruct functions take
+ * the differences in src and give the samples, with a from dst. dst may be src or prevRow itself; other overlap is not
+ * allowed. width is the number of samples.
+ *
+ * SAMPLES OF 16 BITS (precision - pointTransform is 16) are signed here, where the standard has them from 0 to 65535:
+ * passed as the int16_t of the same bits, predictors 5, 6 and 7 give other differences than the standard's. Pass them
+ * with the top bit flipped, less 32768, and flip the top bit of the first difference of the scan and of each restart:
+ * behind DiffPredFirstRow, in front of ReconstructPredFirstRow. All predictors then give the standard's differences.
+ * Samples of fewer bits need none of this, and come to no harm by it.
+ *
  *   qelStatusNullPointer        a pointer is null
  *   qelStatusBadSize            width is below 1
  *   qelStatusBadArg             precision outside 2 to 16, pointTransform below 0 or not below precision; predictor

@@ -22,6 +22,15 @@ class Stages {
     const Clock clock(*this, name);
     return work();
   }
+  // Stages that ran side by side share the time on the clock, by what each took of the cores. Those without a name
+  // took none.
+  template <class Names, class Seconds>
+  void share(double clock, const Names& names, const Seconds& busy) {
+    double sum = 0;
+    for (size_t i = 0; i < names.size(); ++i) sum += names[i] ? busy[i] : 0;
+    for (size_t i = 0; i < names.size(); ++i)
+      if (names[i] && sum > 0) add(names[i], clock * busy[i] / sum);
+  }
   double seconds() const {
     double sum = 0;
     for (const auto& stage : stages_) sum += stage.second;

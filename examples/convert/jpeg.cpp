@@ -6,6 +6,9 @@
 #include <ostream>
 #include <sstream>
 
+#include "parallel.h"
+#include "pipeline.h"
+
 namespace qelconv {
 namespace {
 
@@ -26,36 +29,72 @@ bool recognises(Bytes file) {
 }
 
 Image read(Bytes bytes, const Options& options, Stages& stages) {
+  const Limits limits(bytes, options);
   const File file = stages.time("markers", [&] { return parse(bytes); });
-  if (file.frame.process == SOF3) return stages.time("lossless decoding", [&] { return readLossless(file); });
-
+  const Frame& frame = file.frame;
+  if (!file.missing.empty()) limits.expectWhole(file.missing);
   constexpr int kSizes[] = {8, 4, 2, 1};
   const int size = kSizes[options.choice("scale", {"1/1", "1/2", "1/4", "1/8"}, 0)];
   const auto filter = options.choice("filter", {"box", "triangle"}, 1) ? Filter::triangle : Filter::box;
-  const Frame& frame = file.frame;
-  PixelWriter pixels(file, size, filter, stages);
+  // One scan with everything: a strip at a time, while it is in the cache.
+  const bool byStrips = file.scans.size() == 1 && frame.process != SOF2 &&
+                        file.scans[0].header.parts.size() == frame.components.size();
+  const bool lossless = frame.process == SOF3;
+  expectData(file, limits);
+  limits.expectPicture(frame.width, frame.height, int(frame.components.size()), frame.precision,
+                       byStrips || lossless ? 0 : Coefficients::bytes(frame, frame.mcusHigh));
+  if (lossless) return stages.time("lossless decoding", [&] { return readLossless(file, limits); });
 
-  // One scan with everything: a row of MCUs at a time, while it is in the cache.
-  if (file.scans.size() == 1 && frame.process != SOF2 &&
-      file.scans[0].header.parts.size() == frame.components.size()) {
-    auto coefficients = rowCoefficients(frame);
+  // Decodes as far as there are data that make sense.
+  std::string missing = file.missing;
+  const auto decode = [&](auto&& work) {
+    try {
+      work();
+      return true;
+    } catch (const Error& e) {
+      limits.expectWhole(e.what());
+      missing = e.what();
+      return false;
+    }
+  };
+  const auto decodeRows = [](ScanDecoder& decoder, int32_t first, int32_t end, Coefficients& coefficients) {
+    for (int32_t row = first; row < end; ++row) decoder.decodeRow(row, coefficients);
+  };
+  constexpr const char *kTransform = "inverse DCT", *kConvert = "upsampling and colour";
+  const Strips strips(frame);
+  Pipeline pipeline(strips.count);
+  PixelWriter pixels(file, size, filter, strips, pipeline.slots());
+  const auto convert = [&](int32_t i) { pixels.convert(i); };
+  if (byStrips) {
+    std::vector<Coefficients> slots(size_t(pipeline.slots()), Coefficients(frame, strips.rows));
+    const auto slot = [&](int32_t i) -> Coefficients& { return slots[size_t(i) % slots.size()]; };
     ScanDecoder decoder(frame, file.scans[0]);
-    for (int32_t row = 0; row < frame.mcusHigh; ++row) {
-      for (size_t i = 0; i < coefficients.size(); ++i) coefficients[i].firstRow = row * frame.components[i].v;
-      stages.time("Huffman decoding", [&] { decoder.decodeRow(row, coefficients); });
-      pixels.row(row, coefficients);
-    }
-    return pixels.finish();
+    bool more = true;
+    pipeline.run(
+        stages, {"Huffman decoding", kTransform, kConvert},
+        [&](int32_t i) {
+          slot(i).moveTo(strips.first(i));
+          if (limits.partial()) slot(i).clear();
+          more = more && decode([&] { decodeRows(decoder, strips.first(i), strips.end(i), slot(i)); });
+        },
+        [&](int32_t i) { pixels.transform(i, slot(i)); }, convert);
+  } else {
+    Coefficients coefficients(frame, frame.mcusHigh);
+    stages.time("Huffman decoding", [&] {
+      decode([&] {
+        for (const Scan& scan : file.scans) {
+          ScanDecoder decoder(frame, scan);
+          decodeRows(decoder, 0, decoder.rows(), coefficients);
+        }
+      });
+    });
+    pipeline.run(
+        stages, {nullptr, kTransform, kConvert}, [](int32_t) {},
+        [&](int32_t i) { pixels.transform(i, coefficients); }, convert);
   }
-  auto coefficients = allCoefficients(frame);
-  stages.time("Huffman decoding", [&] {
-    for (const Scan& scan : file.scans) {
-      ScanDecoder decoder(frame, scan);
-      for (int32_t row = 0; row < decoder.rows(); ++row) decoder.decodeRow(row, coefficients);
-    }
-  });
-  for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
-  return pixels.finish();
+  Image image = pixels.finish();
+  if (!missing.empty()) limits.onlyPart(image, missing);
+  return image;
 }
 
 std::string textOfFile(const std::string& path) {
@@ -83,6 +122,16 @@ Frame makeFrame(const Image& image, Space space, const Options& options) {
   return frame;
 }
 
+// One scan of all components with everything in it.
+ScanHeader wholeScan(const Frame& frame) {
+  ScanHeader whole;
+  for (size_t i = 0; i < frame.components.size(); ++i) {
+    const int table = frame.components[i].quantTable;
+    whole.parts.push_back({int(i), table, table});
+  }
+  return whole;
+}
+
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
   if (options.has("lossless")) {
     Image adapted;
@@ -108,46 +157,55 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
     expectOk(qeliQuantFwdRawTableInit_JPEG_8u(table.data(), options.integer("quality", 85, 1, 100)),
              "scaling a quantiser");
   const int32_t restart = options.integer("restart", 0, 0, 65535) * frame.mcusWide;
-  const bool progressive = options.has("progressive") || options.has("scans");
-  frame.process = progressive ? SOF2 : SOF0;
+  std::vector<ScanHeader> script = {wholeScan(frame)};
+  if (options.has("scans"))
+    script = parseScanScript(textOfFile(options.text("scans")));
+  else if (options.has("progressive"))
+    script = usualProgression(int(frame.components.size()));
+  frame.process = isSequential(script) ? SOF0 : SOF2;
+  checkScanScript(script, frame);
 
-  ScanHeader whole;
-  for (size_t i = 0; i < frame.components.size(); ++i) {
-    const int table = frame.components[i].quantTable;
-    whole.parts.push_back({int(i), table, table});
-  }
   Writer out;
   out.bytes.reserve(image.data.size() / 4 + 1024);
   writeHeader(out, frame, space, quant);
   writeRestartInterval(out, restart);
-  PixelReader pixels(image, frame, space, quant, stages);
+  const Strips strips(frame);
+  Pipeline pipeline(strips.count);
+  PixelReader pixels(image, frame, space, quant, strips, pipeline.slots());
+  constexpr const char *kTransform = "colour and forward DCT", *kCoding = "Huffman coding";
 
-  if (!progressive && !options.has("optimize")) {
+  if (!options.has("scans") && !options.has("progressive") && !options.has("optimize")) {
     std::array<HuffmanList, 4> dc, ac;
     for (size_t i = 0; i < quant.size(); ++i) {
       writeHuffman(out, 0, int(i), dc[i] = typicalTable(false, int(i)));
       writeHuffman(out, 1, int(i), ac[i] = typicalTable(true, int(i)));
     }
-    writeScanHeader(out, frame, whole);
-    auto coefficients = rowCoefficients(frame);
-    SequentialEncoder encoder(frame, whole, dc, ac, restart, out.bytes);
-    for (int32_t row = 0; row < frame.mcusHigh; ++row) {
-      for (size_t i = 0; i < coefficients.size(); ++i) coefficients[i].firstRow = row * frame.components[i].v;
-      pixels.row(row, coefficients);
-      stages.time("Huffman coding", [&] { encoder.encodeRow(row, coefficients); });
-    }
+    writeScanHeader(out, frame, script[0]);
+    std::vector<Coefficients> slots(size_t(pipeline.slots()), Coefficients(frame, strips.rows));
+    const auto slot = [&](int32_t i) -> Coefficients& { return slots[size_t(i) % slots.size()]; };
+    SequentialEncoder encoder(frame, script[0], dc, ac, restart, out.bytes);
+    pipeline.run(
+        stages, {nullptr, kTransform, kCoding}, [](int32_t) {},
+        [&](int32_t i) {
+          slot(i).moveTo(strips.first(i));
+          pixels.transform(i, slot(i));
+        },
+        [&](int32_t i) {
+          for (int32_t row = strips.first(i); row < strips.end(i); ++row) encoder.encodeRow(row, slot(i));
+        });
     encoder.finish();
   } else {
-    auto coefficients = allCoefficients(frame);
-    for (int32_t row = 0; row < frame.mcusHigh; ++row) pixels.row(row, coefficients);
-    std::vector<ScanHeader> script = {whole};
-    const int count = int(frame.components.size());
-    if (options.has("scans"))
-      script = parseScanScript(textOfFile(options.text("scans")), count);
-    else if (progressive)
-      script = usualProgression(count);
-    stages.time("Huffman coding", [&] {
-      for (const ScanHeader& scan : script) writeOptimalScan(out, frame, scan, restart, coefficients);
+    Coefficients coefficients(frame, frame.mcusHigh);
+    const auto nothing = [](int32_t) {};
+    pipeline.run(
+        stages, {nullptr, kTransform, nullptr}, nothing,
+        [&](int32_t i) { pixels.transform(i, coefficients); }, nothing);
+    // The scans don't depend on one another.
+    stages.time(kCoding, [&] {
+      std::vector<Writer> scans(script.size());
+      inParallel(scans.size(),
+                 [&](size_t i) { writeOptimalScan(scans[i], frame, script[i], restart, coefficients); });
+      for (const Writer& scan : scans) out.put(scan.bytes);
     });
   }
   out.u8(0xFF), out.u8(EOI);
@@ -164,6 +222,7 @@ void describe(Bytes bytes, std::ostream& out) {
   for (const Component& c : frame.components) out << " " << c.h << "x" << c.v;
   out << ", " << file.scans.size() << (file.scans.size() == 1 ? " scan" : " scans");
   if (file.scans[0].restartInterval) out << ", restart every " << file.scans[0].restartInterval << " MCUs";
+  if (!file.missing.empty()) out << "; " << file.missing;
   out << "\n";
 }
 
@@ -178,7 +237,7 @@ const Format kJpeg = {
      {"restart", "N", "a restart marker after every N rows of MCUs"},
      {"optimize", nullptr, "Huffman tables made for the picture"},
      {"progressive", nullptr, "several scans, coarse to fine"},
-     {"scans", "FILE", "progressive with the scan script of a file"},
+     {"scans", "FILE", "the scan script of a file: progressive, or sequential in several scans"},
      {"plain-colour", nullptr, "keep RGB or CMYK as it is, without luminance and chrominance"},
      {"lossless", nullptr, "the lossless process, 2 to 16 bits"},
      {"predictor", "N", "of the lossless process, 1 to 7 (1)"},

@@ -1,6 +1,7 @@
 // JPEG files (ISO/IEC 10918-1): what the marker segments say, and the roads between pixels and scans.
 //
 //   jpeg_markers.cpp   marker segments, read and written
+//   jpeg_progression.cpp  the order of scans, and scan scripts
 //   jpeg_scan.cpp      entropy-coded scans to and from coefficients, by the library's block coders
 //   jpeg_samples.cpp   coefficients to and from pixels, by the library's transforms and conversions
 //   jpeg_lossless.cpp  the lossless process, rows of differences
@@ -8,10 +9,12 @@
 #ifndef QELCONV_JPEG_H
 #define QELCONV_JPEG_H
 
+#include <algorithm>
 #include <array>
 #include <memory>
 #include <vector>
 
+#include "file_limits.h"
 #include "format.h"
 #include "image.h"
 
@@ -88,30 +91,57 @@ struct File {
   bool jfif = false;
   int adobe = -1;  // the colour transform of an Adobe segment, or -1
   std::vector<Scan> scans;
+  std::string missing;  // why the file seems to end early, or makes no sense behind the last scan
 };
 
 enum class Space { grey, ycc, rgb, cmyk, ycck };
 Space spaceOf(const File& file);
 
-File parse(Bytes bytes);
+File parse(Bytes bytes);  // throws where there is no scan to be had
 void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant);
 void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& list);
-void writeRestartInterval(Writer& out, int32_t interval);
+void writeRestartInterval(Writer& out, int64_t interval);
 void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan);
 
 // --- coefficients and scans --------------------------------------------------------------------------------
 
-// Blocks of one component, row by row, from block row `firstRow` on.
-struct Coefficients {
-  int32_t blocksWide = 0, firstRow = 0;
-  std::vector<int16_t> data;
-  int16_t* block(int32_t r, int32_t c) {
-    return data.data() + (size_t(r - firstRow) * size_t(blocksWide) + size_t(c)) * 64;
-  }
+// A picture's rows of MCUs, as many together as are worth a step of their own.
+struct Strips {
+  explicit Strips(const Frame& frame);
+  int32_t first(int32_t strip) const { return strip * rows; }
+  int32_t end(int32_t strip) const { return std::min(first(strip) + rows, mcusHigh); }
+  int32_t rows, count, mcusHigh;
 };
-// For every component of the frame: all its blocks, or those of one row of MCUs.
-std::vector<Coefficients> allCoefficients(const Frame& frame);
-std::vector<Coefficients> rowCoefficients(const Frame& frame);
+
+// The blocks of all components in some rows of MCUs, 64 coefficients each. There is room for whole MCUs, so
+// that scans of any kind find their blocks.
+class Coefficients {
+ public:
+  Coefficients(const Frame& frame, int32_t mcuRows);
+  static uint64_t bytes(const Frame& frame, int32_t mcuRows);
+  // The rows of MCUs are those from this one on; the blocks keep what is in them.
+  void moveTo(int32_t mcuRow) { firstMcuRow_ = mcuRow; }
+  void clear();
+  // A row of a component's blocks, by its number in the picture.
+  int16_t* row(size_t component, int32_t blockRow) {
+    Plane& plane = planes_[component];
+    const int32_t r = blockRow - firstMcuRow_ * plane.rowsOfMcu;
+    if (r < 0 || r >= plane.rows) throw std::logic_error("a row of blocks lies outside its buffer");
+    return plane.data.data() + size_t(r) * plane.step;
+  }
+
+ private:
+  struct Plane {
+    int32_t rowsOfMcu, rows;
+    size_t step;
+    std::vector<int16_t> data;
+  };
+  std::vector<Plane> planes_;
+  int32_t firstMcuRow_ = 0;
+};
+
+// Throws where the bytes of a file's scans can't hold what they are to hold.
+void expectData(const File& file, const Limits& limits);
 
 // Decodes a scan, a row of MCUs (of blocks, where the scan has one component) at a time.
 class ScanDecoder {
@@ -119,7 +149,7 @@ class ScanDecoder {
   ScanDecoder(const Frame& frame, const Scan& scan);
   ~ScanDecoder();
   int32_t rows() const;
-  void decodeRow(int32_t row, std::vector<Coefficients>& coefficients);
+  void decodeRow(int32_t row, Coefficients& coefficients);
 
  private:
   struct Impl;
@@ -132,7 +162,7 @@ class SequentialEncoder {
   SequentialEncoder(const Frame& frame, const ScanHeader& scan, const std::array<HuffmanList, 4>& dc,
                     const std::array<HuffmanList, 4>& ac, int32_t restartInterval, std::vector<uint8_t>& out);
   ~SequentialEncoder();
-  void encodeRow(int32_t row, std::vector<Coefficients>& coefficients);
+  void encodeRow(int32_t row, Coefficients& coefficients);
   void finish();
 
  private:
@@ -145,24 +175,46 @@ HuffmanList typicalTable(bool ac, int index);
 
 // Writes one scan of complete coefficients with tables made for it: DHT, SOS and data. Any kind of scan.
 void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
-                      std::vector<Coefficients>& coefficients);
+                      Coefficients& coefficients);
+
+// --- the order of scans ------------------------------------------------------------------------------------
+
+// What the scans of a file have given so far, and whether the next one may stand behind them: in a sequential
+// file each component once, in a progressive one the bits of its coefficients in the order of G.1.1.1.
+class Progression {
+ public:
+  explicit Progression(const Frame& frame);
+  void add(const ScanHeader& scan);  // throws where the standard has no such scan here
+  int firstWithoutScan() const;      // a component, or -1
+  bool complete() const;             // all bits of all coefficients are there
+
+ private:
+  bool progressive_;
+  int scans_ = 0;
+  std::vector<std::array<int8_t, 64>> lowestBit_;  // of each component's coefficients, so far
+};
 
 // The progression of `components` components that encoders usually take, and one in the notation of scan
-// files.
+// files, which may be that of a sequential file. The check throws for a script that makes no file of the
+// frame.
 std::vector<ScanHeader> usualProgression(int components);
-std::vector<ScanHeader> parseScanScript(const std::string& text, int components);
+std::vector<ScanHeader> parseScanScript(const std::string& text);
+bool isSequential(const std::vector<ScanHeader>& script);
+void checkScanScript(const std::vector<ScanHeader>& script, const Frame& frame);
 
 // --- coefficients and pixels -------------------------------------------------------------------------------
 
 enum class Filter { box, triangle };
 
-// From blocks to pixels, a row of MCUs after the other. `size` is the samples' side that a luma block
-// becomes: 8 is full size, 4, 2 and 1 are the reduced sizes.
+// From blocks to pixels, a strip after the other. Samples are kept for some strips, by slot (see pipeline.h),
+// since the triangle filter looks into the strips above and below. `size` is the samples' side that a luma
+// block becomes: 8 is full size, 4, 2 and 1 are the reduced sizes.
 class PixelWriter {
  public:
-  PixelWriter(const File& file, int size, Filter filter, Stages& stages);
+  PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots);
   ~PixelWriter();
-  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients);
+  void transform(int32_t strip, Coefficients& coefficients);  // in any order
+  void convert(int32_t strip);                                // one after the other
   Image finish();
 
  private:
@@ -170,17 +222,18 @@ class PixelWriter {
   std::unique_ptr<Impl> impl_;
 };
 
-// From pixels to quantised blocks, a row of MCUs after the other.
+// From pixels to quantised blocks, strips in any order.
 class PixelReader {
  public:
   PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
-              Stages& stages);
+              const Strips& strips, int32_t slots);
   ~PixelReader();
-  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients);
+  void transform(int32_t strip, Coefficients& coefficients);
 
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;
+  Strips strips_;
 };
 
 // --- lossless ----------------------------------------------------------------------------------------------
@@ -191,7 +244,7 @@ class DifferenceDecoder {
   explicit DifferenceDecoder(const Scan& scan);
   ~DifferenceDecoder();
   void startInterval();
-  void decodeRow(int16_t* const* planes, int32_t width);
+  void decodeRow(int32_t row, int16_t* const* planes, int32_t width);
 
  private:
   struct Impl;
@@ -210,7 +263,7 @@ class DifferenceEncoder {
   std::unique_ptr<Impl> impl_;
 };
 
-Image readLossless(const File& file);
+Image readLossless(const File& file, const Limits& limits);
 std::vector<uint8_t> writeLossless(const Image& image, int predictor, int pointTransform,
                                    int32_t restartRows);
 

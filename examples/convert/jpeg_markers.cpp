@@ -1,6 +1,7 @@
 // Marker segments of JPEG files (ISO/IEC 10918-1, Annex B), with the JFIF and Adobe application segments.
 #include <algorithm>
 #include <numeric>
+#include <optional>
 
 #include "jpeg.h"
 
@@ -16,14 +17,23 @@ class Parser {
 
   File parse() {
     if (in_.u16be() != (0xFF00 | SOI)) throw Error("not a JPEG file");
-    while (const uint8_t marker = nextMarker()) {
-      if (marker == EOI) break;
-      segment(marker);
+    bool ended = false;
+    try {
+      while (const uint8_t marker = ended ? 0 : nextMarker()) {
+        ended = marker == EOI;
+        segment(marker);
+      }
+    } catch (const Error& e) {
+      // Behind a scan there is something to be had of the file.
+      if (file_.scans.empty()) throw;
+      file_.missing = e.what();
     }
     if (file_.frame.components.empty()) throw Error("the file has no frame header");
     if (file_.scans.empty()) throw Error("the file has no scan");
-    for (size_t i = 0; i < seen_.size(); ++i)
-      if (!seen_[i]) throw Error("the file ends before component " + std::to_string(i) + " has a scan");
+    if (const int component = progression_->firstWithoutScan(); component >= 0)
+      file_.missing = "the file ends before component " + std::to_string(component) + " has a scan";
+    else if (!ended && file_.missing.empty() && !progression_->complete())
+      file_.missing = Truncated().what();
     return std::move(file_);
   }
 
@@ -38,7 +48,7 @@ class Parser {
   }
 
   void segment(uint8_t marker) {
-    if (marker == 0x01 || (marker >= RST0 && marker <= SOI)) return;  // without parameters
+    if (marker == 0x01 || (marker >= RST0 && marker <= EOI)) return;  // without parameters
     const int length = in_.u16be();
     if (length < 2) throw Error("a marker segment has an impossible length");
     Reader body(in_.take(size_t(length - 2)));
@@ -118,12 +128,15 @@ class Parser {
       c.h = sampling >> 4, c.v = sampling & 15, c.quantTable = body.u8();
       if (c.h < 1 || c.h > 4 || c.v < 1 || c.v > 4 || c.quantTable > 3)
         throw Error("a component is described wrongly");
+      // An only component has nothing to be sampled against, and its scan no MCUs (A.2.2): its factors mean
+      // nothing.
+      if (count == 1) c.h = c.v = 1;
       if (c.h > 2 || c.v > 2) throw Error("sampling factors above 2 can't be read");
       frame.components.push_back(c);
     }
     frame.layOut();
     file_.quant.resize(size_t(count));
-    seen_.assign(size_t(count), false);
+    progression_.emplace(frame);
   }
 
   void scan(Reader& body) {
@@ -138,24 +151,20 @@ class Parser {
           std::find_if(frame.components.begin(), frame.components.end(), [&](auto& c) { return c.id == id; });
       if (found == frame.components.end() || (tables & 15) > 3 || tables >> 4 > 3)
         throw Error("a scan header is wrong");
-      const int index = int(found - frame.components.begin());
-      for (const auto& part : scan.header.parts)
-        if (part.component == index) throw Error("a scan names a component twice");
-      scan.header.parts.push_back({index, tables >> 4, tables & 15});
-      if (!seen_[size_t(index)]) {
-        if (frame.process != SOF3 && !quantDefined_[size_t(found->quantTable)])
-          throw Error("a quantisation table is missing");
-        file_.quant[size_t(index)] = quant_[size_t(found->quantTable)];
-        seen_[size_t(index)] = true;
-      }
+      scan.header.parts.push_back({int(found - frame.components.begin()), tables >> 4, tables & 15});
     }
     ScanHeader& h = scan.header;
     h.ss = body.u8(), h.se = body.u8();
     const int approximation = body.u8();
     h.ah = approximation >> 4, h.al = approximation & 15;
-    if (frame.process == SOF2) {
-      const bool good = h.ss == 0 ? h.se == 0 : h.se >= h.ss && h.se <= 63 && count == 1;
-      if (!good || h.al > 13 || (h.ah && h.ah != h.al + 1)) throw Error("a progressive scan header is wrong");
+    progression_->add(h);
+    for (const auto& part : h.parts) {
+      const auto index = size_t(part.component);
+      const auto table = size_t(frame.components[index].quantTable);
+      if (frame.process == SOF3 || (frame.process == SOF2 && (h.ss || h.ah))) continue;
+      // The table in force at a component's first scan is its own.
+      if (!quantDefined_[table]) throw Error("a quantisation table is missing");
+      file_.quant[index] = quant_[table];
     }
     scan.dc = dc_, scan.ac = ac_;
     scan.restartInterval = restartInterval_;
@@ -195,7 +204,7 @@ class Parser {
   std::array<bool, 4> quantDefined_{};
   std::array<HuffmanList, 4> dc_, ac_;
   int32_t restartInterval_ = 0;
-  std::vector<bool> seen_;
+  std::optional<Progression> progression_;
 };
 
 void marker(Writer& out, uint8_t m) { out.u8(0xFF), out.u8(m); }
@@ -253,7 +262,7 @@ void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& lis
   out.put(list.bits), out.put(Bytes(list.vals).first(size_t(list.symbols())));
 }
 
-void writeRestartInterval(Writer& out, int32_t interval) {
+void writeRestartInterval(Writer& out, int64_t interval) {
   if (!interval) return;
   if (interval > 65535) throw Error("the restart interval is above 65535 MCUs");
   marker(out, DRI), out.u16be(4), out.u16be(unsigned(interval));

@@ -62,8 +62,8 @@ struct PixelWriter::Impl {
     std::vector<uint8_t> row;  // one row at the picture's width
   };
 
-  Impl(const File& file, int size, Filter filter, Stages& stages)
-      : file(file), frame(file.frame), space(spaceOf(file)), filter(filter), stages(stages) {
+  Impl(const File& file, int size, Filter filter, const Strips& strips, int32_t slots)
+      : file(file), frame(file.frame), strips(strips), space(spaceOf(file)), filter(filter) {
     const auto scaled = [size](int32_t n) { return (n * size + 7) / 8; };
     constexpr Colour kColours[] = {Colour::grey, Colour::rgb, Colour::rgb, Colour::cmyk, Colour::cmyk};
     image = Image(scaled(frame.width), scaled(frame.height), kColours[int(space)]);
@@ -77,8 +77,7 @@ struct PixelWriter::Impl {
       while (ch.blockSize < 8 && ch.across == 2 && ch.down == 2) ch.blockSize *= 2, ch.across = ch.down = 1;
       ch.width = (image.width + ch.across - 1) / ch.across,
       ch.height = (image.height + ch.down - 1) / ch.down;
-      // Two rows of MCUs: the triangle filter looks back into the one before.
-      ch.plane.resize(c.paddedWide * ch.blockSize, 2 * c.v * ch.blockSize);
+      ch.plane.resize(c.paddedWide * ch.blockSize, slots * strips.rows * c.v * ch.blockSize);
       if (ch.across > 1 || ch.down > 1) ch.row.resize(size_t(2 * ch.width) + 2);
       ch.table = inverseTable(file.quant[i]);
       channels.push_back(std::move(ch));
@@ -86,7 +85,7 @@ struct PixelWriter::Impl {
     }
   }
 
-  void transform(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
+  void transform(int32_t strip, Coefficients& coefficients) {
     for (size_t i = 0; i < channels.size(); ++i) {
       const Component& c = frame.components[i];
       Channel& ch = channels[i];
@@ -94,10 +93,11 @@ struct PixelWriter::Impl {
                            : ch.blockSize == 4 ? qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R
                            : ch.blockSize == 2 ? qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R
                                                : onlyMean;
-      for (int32_t r = mcuRow * c.v; r < (mcuRow + 1) * c.v; ++r) {
+      for (int32_t r = strips.first(strip) * c.v; r < strips.end(strip) * c.v; ++r) {
+        const int16_t* blocks = coefficients.row(i, r);
         uint8_t* out = ch.plane.row(r * ch.blockSize);
         for (int32_t b = 0; b < c.paddedWide; ++b)
-          inverse(coefficients[i].block(r, b), out + b * ch.blockSize, ch.plane.step, ch.table.data());
+          inverse(blocks + 64 * b, out + b * ch.blockSize, ch.plane.step, ch.table.data());
       }
     }
   }
@@ -126,12 +126,17 @@ struct PixelWriter::Impl {
     return ch.row.data();
   }
 
-  // Converts picture rows from..to-1, all of whose samples are there.
-  void convert(int32_t from, int32_t to) {
+  // Converts the picture's rows up to the strip's last one.
+  void convert(int32_t strip) {
+    const int32_t from = converted;
+    // The triangle filter looks one chroma row ahead, into the next strip.
+    converted = strips.end(strip) == frame.mcusHigh ? image.height
+                                                    : strips.end(strip) * rowsOfMcu - (needsNextRow ? 1 : 0);
     const bool spread =
         std::any_of(channels.begin(), channels.end(), [](auto& c) { return c.across > 1 || c.down > 1; });
-    if (!spread) return convertRows(from, to - from, [&](size_t i) { return channels[i].plane.row(from); });
-    for (int32_t y = from; y < to; ++y)
+    if (!spread)
+      return convertRows(from, converted - from, [&](size_t i) { return channels[i].plane.row(from); });
+    for (int32_t y = from; y < converted; ++y)
       convertRows(y, 1, [&](size_t i) { return spreadRow(channels[i], y); });
   }
 
@@ -166,23 +171,11 @@ struct PixelWriter::Impl {
     if (image.colour == Colour::cmyk && file.adobe >= 0) invert(out, size_t(image.step()) * size_t(count));
   }
 
-  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
-    stages.time("inverse DCT", [&] { transform(mcuRow, coefficients); });
-    // The triangle filter looks one chroma row ahead, into the next row of MCUs.
-    const int32_t ready = (mcuRow + 1) * rowsOfMcu - (needsNextRow ? 1 : 0);
-    convertUpTo(std::min(ready, image.height));
-  }
-  void convertUpTo(int32_t ready) {
-    if (ready <= converted) return;
-    stages.time("upsampling and colour", [&] { convert(converted, ready); });
-    converted = ready;
-  }
-
   const File& file;
   const Frame& frame;
+  const Strips strips;
   Space space;
   Filter filter;
-  Stages& stages;
   Image image;
   std::vector<Channel> channels;
   int rowsOfMcu = 8;
@@ -190,31 +183,39 @@ struct PixelWriter::Impl {
   int32_t converted = 0;
 };
 
-PixelWriter::PixelWriter(const File& file, int size, Filter filter, Stages& stages)
-    : impl_(std::make_unique<Impl>(file, size, filter, stages)) {}
+PixelWriter::PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots)
+    : impl_(std::make_unique<Impl>(file, size, filter, strips, slots)) {}
 PixelWriter::~PixelWriter() = default;
-void PixelWriter::row(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
-  impl_->row(mcuRow, coefficients);
+void PixelWriter::transform(int32_t strip, Coefficients& coefficients) {
+  impl_->transform(strip, coefficients);
 }
-Image PixelWriter::finish() {
-  impl_->convertUpTo(impl_->image.height);
-  return std::move(impl_->image);
-}
+void PixelWriter::convert(int32_t strip) { impl_->convert(strip); }
+Image PixelWriter::finish() { return std::move(impl_->image); }
 
 // --- pixels to blocks --------------------------------------------------------------------------------------
 
 struct PixelReader::Impl {
+  // Room for the samples of one row of MCUs.
+  struct Room {
+    std::vector<uint8_t> strip;
+    std::vector<Plane> planes, full;
+  };
+
   Impl(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
-       Stages& stages)
-      : image(image), frame(frame), space(space), stages(stages) {
+       int32_t slots)
+      : image(image), frame(frame), space(space), rooms(size_t(slots)) {
     const int32_t width = frame.mcusWide * 8 * frame.hMax, height = 8 * frame.vMax;
-    strip.resize(size_t(width) * size_t(image.channels()) * size_t(height));
-    planes.resize(frame.components.size());
-    full.resize(frame.components.size());
-    for (size_t i = 0; i < planes.size(); ++i) {
-      const Component& c = frame.components[i];
-      planes[i].resize(c.paddedWide * 8, c.v * 8);
-      if (c.h < frame.hMax || c.v < frame.vMax) full[i].resize(width, height);
+    for (Room& room : rooms) {
+      room.strip.resize(size_t(width) * size_t(image.channels()) * size_t(height));
+      room.planes.resize(frame.components.size());
+      room.full.resize(frame.components.size());
+      for (size_t i = 0; i < room.planes.size(); ++i) {
+        const Component& c = frame.components[i];
+        room.planes[i].resize(c.paddedWide * 8, c.v * 8);
+        if (c.h < frame.hMax || c.v < frame.vMax) room.full[i].resize(width, height);
+      }
+    }
+    for (const Component& c : frame.components) {
       tables.push_back({});
       expectOk(qeliQuantFwdTableInit_JPEG_8u16u(quant[size_t(c.quantTable)].data(), tables.back().data()),
                "making a quantisation table");
@@ -223,7 +224,7 @@ struct PixelReader::Impl {
 
   // The pixels of one row of MCUs, the last column and row repeated up to whole MCUs. Points into the picture
   // where that is whole by itself.
-  const uint8_t* paddedStrip(int32_t mcuRow, int32_t& step) {
+  const uint8_t* paddedStrip(Room& room, int32_t mcuRow, int32_t& step) {
     const int32_t width = frame.mcusWide * 8 * frame.hMax, height = 8 * frame.vMax, first = mcuRow * height;
     const bool inks = image.colour == Colour::cmyk;
     if (width == image.width && first + height <= image.height && !inks) {
@@ -233,17 +234,18 @@ struct PixelReader::Impl {
     const auto pixel = size_t(image.channels());
     step = width * int32_t(pixel);
     for (int32_t y = 0; y < height; ++y) {
-      uint8_t* to = strip.data() + size_t(y) * size_t(step);
+      uint8_t* to = room.strip.data() + size_t(y) * size_t(step);
       std::memcpy(to, image.row(std::min(first + y, image.height - 1)), size_t(image.step()));
       for (int32_t x = image.width; x < width; ++x)
         std::memcpy(to + size_t(x) * pixel, to + (size_t(image.width) - 1) * pixel, pixel);
       if (inks) invert(to, size_t(step));
     }
-    return strip.data();
+    return room.strip.data();
   }
 
   // Colour conversion into the planes; chroma goes through full-size planes where no call does both at once.
-  void convert(const uint8_t* src, int32_t srcStep) {
+  void convert(Room& room, const uint8_t* src, int32_t srcStep) {
+    auto& [strip, planes, full] = room;
     const QelSize size{frame.mcusWide * 8 * frame.hMax, 8 * frame.vMax};
     const bool halved = frame.hMax == 2;
     if (space == Space::ycc && halved) {
@@ -280,40 +282,40 @@ struct PixelReader::Impl {
     }
   }
 
-  void transform(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
+  void transform(std::vector<Plane>& planes, int32_t mcuRow, Coefficients& coefficients) {
     for (size_t i = 0; i < planes.size(); ++i) {
       const Component& c = frame.components[i];
-      for (int32_t v = 0; v < c.v; ++v)
+      for (int32_t v = 0; v < c.v; ++v) {
+        int16_t* blocks = coefficients.row(i, mcuRow * c.v + v);
         for (int32_t b = 0; b < c.paddedWide; ++b)
-          qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(planes[i].row(8 * v) + 8 * b, planes[i].step,
-                                              coefficients[i].block(mcuRow * c.v + v, b), tables[i].data());
+          qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(planes[i].row(8 * v) + 8 * b, planes[i].step, blocks + 64 * b,
+                                              tables[i].data());
+      }
     }
   }
 
-  void row(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
-    stages.time("colour and downsampling", [&] {
-      int32_t step = 0;
-      const uint8_t* src = paddedStrip(mcuRow, step);
-      convert(src, step);
-    });
-    stages.time("forward DCT", [&] { transform(mcuRow, coefficients); });
+  void row(Room& room, int32_t mcuRow, Coefficients& coefficients) {
+    int32_t step = 0;
+    const uint8_t* src = paddedStrip(room, mcuRow, step);
+    convert(room, src, step);
+    transform(room.planes, mcuRow, coefficients);
   }
 
   const Image& image;
   const Frame& frame;
   Space space;
-  Stages& stages;
-  std::vector<uint8_t> strip;
-  std::vector<Plane> planes, full;
+  std::vector<Room> rooms;  // by slot
   std::vector<std::array<uint16_t, 64>> tables;
 };
 
 PixelReader::PixelReader(const Image& image, const Frame& frame, Space space,
-                         const std::vector<RawQuantTable>& quant, Stages& stages)
-    : impl_(std::make_unique<Impl>(image, frame, space, quant, stages)) {}
+                         const std::vector<RawQuantTable>& quant, const Strips& strips, int32_t slots)
+    : impl_(std::make_unique<Impl>(image, frame, space, quant, slots)), strips_(strips) {}
 PixelReader::~PixelReader() = default;
-void PixelReader::row(int32_t mcuRow, std::vector<Coefficients>& coefficients) {
-  impl_->row(mcuRow, coefficients);
+void PixelReader::transform(int32_t strip, Coefficients& coefficients) {
+  auto& room = impl_->rooms[size_t(strip) % impl_->rooms.size()];
+  for (int32_t row = strips_.first(strip); row < strips_.end(strip); ++row)
+    impl_->row(room, row, coefficients);
 }
 
 }  // namespace qelconv::jpeg

@@ -1,6 +1,5 @@
 // Entropy-coded scans to and from blocks of coefficients, by the library's Huffman coders.
 #include <algorithm>
-#include <sstream>
 
 #include "jpeg.h"
 
@@ -41,12 +40,19 @@ State makeState(QelStatus (*initAlloc)(Record**)) {
   return State(record);
 }
 
+void expectRow(QelStatus status, int32_t row) {
+  if (status < 0)
+    throw Damaged("row " + std::to_string(row) + " of a scan " +
+                  (status == qelStatusJpegOutOfBuffer ? "is cut off" : "makes no sense"));
+}
+
 // The restart intervals of a scan, one after the other, and where the decoder stands in the present one.
 struct IntervalReader {
   explicit IntervalReader(const Scan& scan) : scan(scan) {}
   void next() {
-    if (started == scan.intervals.size()) throw Error("the scan's data ends early");
+    if (started == scan.intervals.size()) throw Damaged("a scan's data end early");
     data = scan.intervals[started++];
+    data = data.first(std::min(data.size(), size_t(INT32_MAX)));
     position = marker = 0;
     expectOk(qeliDecodeHuffmanStateInit_JPEG_8u(state.get()), "starting a restart interval");
   }
@@ -66,7 +72,7 @@ class IntervalWriter {
     if (bytes_.size() < need) bytes_.resize(std::max(need, 2 * bytes_.size()));
   }
   uint8_t* data() { return bytes_.data() + start_; }
-  int32_t length() const { return int32_t(bytes_.size() - start_); }
+  int32_t length() const { return int32_t(std::min(bytes_.size() - start_, size_t(INT32_MAX))); }
   void putRestartMarker() {
     room(2);
     data()[position++] = 0xFF;
@@ -89,52 +95,49 @@ class IntervalWriter {
 class Walk {
  public:
   Walk(const Frame& frame, const ScanHeader& scan, int32_t restartInterval)
-      : frame_(frame), scan_(scan), interval_(restartInterval), left_(restartInterval) {
-    if (single()) {
-      const Component& c = component(0);
-      rows_ = c.blocksHigh, columns_ = c.blocksWide;
-    } else {
-      rows_ = frame.mcusHigh, columns_ = frame.mcusWide;
+      : interval_(restartInterval), left_(restartInterval) {
+    const bool single = scan.parts.size() == 1;
+    for (size_t p = 0; p < scan.parts.size(); ++p) {
+      const auto index = size_t(scan.parts[p].component);
+      const Component& c = frame.components[index];
+      const int h = single ? 1 : c.h, v = single ? 1 : c.v;
+      for (int line = 0; line < v; ++line) lines_.push_back({p, index, h, v, line});
+      rows_ = single ? c.blocksHigh : frame.mcusHigh;
+      columns_ = single ? c.blocksWide : frame.mcusWide;
     }
   }
   int32_t rows() const { return rows_; }
 
   // onBlock(index of the part in the scan, block); onRestart() between two intervals.
   template <class OnRestart, class OnBlock>
-  void row(int32_t row, std::vector<Coefficients>& coefficients, OnRestart&& onRestart, OnBlock&& onBlock) {
+  void row(int32_t row, Coefficients& coefficients, OnRestart&& onRestart, OnBlock&& onBlock) {
+    for (Line& line : lines_)
+      line.next = coefficients.row(line.component, row * line.linesOfMcu + line.number);
     for (int32_t column = 0; column < columns_; ++column) {
       if (interval_ && left_-- == 0) {
         onRestart();
         left_ = interval_ - 1;
       }
-      if (single()) {
-        onBlock(0, coefficients[size_t(scan_.parts[0].component)].block(row, column));
-        continue;
-      }
-      for (size_t p = 0; p < scan_.parts.size(); ++p) {
-        const Component& c = component(p);
-        auto& blocks = coefficients[size_t(scan_.parts[p].component)];
-        for (int v = 0; v < c.v; ++v)
-          for (int h = 0; h < c.h; ++h) onBlock(p, blocks.block(row * c.v + v, column * c.h + h));
-      }
+      for (Line& line : lines_)
+        for (int h = 0; h < line.blocks; ++h, line.next += 64) onBlock(line.part, line.next);
     }
   }
   size_t blocksInRow() const {
     size_t blocks = 0;
-    for (size_t p = 0; p < scan_.parts.size(); ++p)
-      blocks += single() ? 1 : size_t(component(p).h * component(p).v);
+    for (const Line& line : lines_) blocks += size_t(line.blocks);
     return blocks * size_t(columns_);
   }
 
  private:
-  bool single() const { return scan_.parts.size() == 1; }
-  const Component& component(size_t part) const {
-    return frame_.components[size_t(scan_.parts[part].component)];
-  }
+  // What an MCU has of one row of a component's blocks.
+  struct Line {
+    size_t part, component;
+    int blocks, linesOfMcu, number;
+    int16_t* next = nullptr;
+  };
 
-  const Frame& frame_;
-  const ScanHeader& scan_;
-  int32_t rows_, columns_, interval_, left_;
+  std::vector<Line> lines_;
+  int32_t rows_ = 0, columns_ = 0, interval_, left_;
 };
 
 enum class Pass { sequential, dcFirst, dcRefine, acFirst, acRefine };
@@ -146,27 +149,55 @@ Pass passOf(const Frame& frame, const ScanHeader& scan) {
 
 }  // namespace
 
-std::vector<Coefficients> allCoefficients(const Frame& frame) {
-  std::vector<Coefficients> all(frame.components.size());
-  for (size_t i = 0; i < all.size(); ++i) {
-    const Component& c = frame.components[i];
-    all[i].blocksWide = c.paddedWide;
-    all[i].data.resize(size_t(c.paddedWide) * size_t(c.paddedHigh) * 64);
-  }
-  return all;
+Strips::Strips(const Frame& frame) : mcusHigh(frame.mcusHigh) {
+  constexpr int32_t kBlocks = 1024;  // some 100 us of work, and what caches hold
+  int32_t blocksInRow = 0;
+  for (const Component& c : frame.components) blocksInRow += c.paddedWide * c.v;
+  rows = std::clamp(kBlocks / blocksInRow, 1, mcusHigh);
+  count = (mcusHigh + rows - 1) / rows;
 }
 
-std::vector<Coefficients> rowCoefficients(const Frame& frame) {
-  std::vector<Coefficients> row(frame.components.size());
-  for (size_t i = 0; i < row.size(); ++i) {
-    const Component& c = frame.components[i];
-    row[i].blocksWide = c.paddedWide;
-    row[i].data.resize(size_t(c.paddedWide) * size_t(c.v) * 64);
+Coefficients::Coefficients(const Frame& frame, int32_t mcuRows) {
+  for (const Component& c : frame.components) {
+    Plane plane{c.v, mcuRows * c.v, size_t(c.paddedWide) * 64, {}};
+    plane.data.resize(plane.step * size_t(plane.rows));
+    planes_.push_back(std::move(plane));
   }
-  return row;
+}
+
+uint64_t Coefficients::bytes(const Frame& frame, int32_t mcuRows) {
+  uint64_t blocks = 0;
+  for (const Component& c : frame.components) blocks += uint64_t(c.paddedWide) * uint64_t(mcuRows * c.v);
+  return blocks * 64 * sizeof(int16_t);
+}
+
+void Coefficients::clear() {
+  for (Plane& plane : planes_) std::fill(plane.data.begin(), plane.data.end(), int16_t(0));
 }
 
 // --- decoding ----------------------------------------------------------------------------------------------
+
+void expectData(const File& file, const Limits& limits) {
+  const Frame& frame = file.frame;
+  uint64_t visits = 0;
+  for (const Scan& scan : file.scans) {
+    size_t coded = 0;
+    for (const Bytes interval : scan.intervals) coded += interval.size();
+    const Walk walk(frame, scan.header, 0);
+    const uint64_t blocks = walk.blocksInRow() * uint64_t(walk.rows());
+    // No code is shorter than a bit. A sequential block has two of them; a band of AC coefficients may end
+    // for 32767 blocks at once, and costs a visit to each.
+    if (frame.process == SOF3)
+      limits.expectData(coded, uint64_t(frame.width) * uint64_t(frame.height) * scan.header.parts.size(), 1);
+    else if (frame.process != SOF2)
+      limits.expectData(coded, blocks, 2);
+    else if (scan.header.ss == 0)
+      limits.expectData(coded, blocks, 1);
+    else
+      visits += blocks;
+  }
+  limits.expectWork(visits);
+}
 
 struct ScanDecoder::Impl {
   Impl(const Frame& frame, const Scan& scan)
@@ -225,15 +256,10 @@ ScanDecoder::ScanDecoder(const Frame& frame, const Scan& scan) : impl_(std::make
 ScanDecoder::~ScanDecoder() = default;
 int32_t ScanDecoder::rows() const { return impl_->walk.rows(); }
 
-void ScanDecoder::decodeRow(int32_t row, std::vector<Coefficients>& coefficients) {
+void ScanDecoder::decodeRow(int32_t row, Coefficients& coefficients) {
   impl_->walk.row(
       row, coefficients, [&] { impl_->startInterval(); },
-      [&](size_t part, int16_t* block) {
-        const QelStatus status = impl_->decode(part, block);
-        if (status < 0)
-          throw Error("the scan's data is damaged or truncated (status " + std::to_string(status) +
-                      " in row " + std::to_string(row) + ")");
-      });
+      [&](size_t part, int16_t* block) { expectRow(impl_->decode(part, block), row); });
 }
 
 // --- encoding ----------------------------------------------------------------------------------------------
@@ -255,7 +281,7 @@ class BlockEncoder {
   }
   Walk& walk() { return walk_; }
 
-  void encodeRow(int32_t row, std::vector<Coefficients>& coefficients) {
+  void encodeRow(int32_t row, Coefficients& coefficients) {
     // A block takes at most 64 codes of 16 bits with 11 bits behind each, every byte stuffed; a refinement
     // pass may bring the correction bits of a whole end-of-band run besides.
     out_.room(walk_.blocksInRow() * 512 + kEndOfIntervalRoom);
@@ -324,8 +350,7 @@ class BlockEncoder {
 // Counts the symbols that BlockEncoder would store for the same scan, and makes the best tables for them.
 class TableMaker {
  public:
-  TableMaker(const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
-             std::vector<Coefficients>& coefficients)
+  TableMaker(const Frame& frame, const ScanHeader& scan, int32_t restartInterval, Coefficients& coefficients)
       : scan_(scan), pass_(passOf(frame, scan)) {
     Walk walk(frame, scan, restartInterval);
     const auto endInterval = [&] {
@@ -393,11 +418,11 @@ SequentialEncoder::SequentialEncoder(const Frame& frame, const ScanHeader& scan,
                                      std::vector<uint8_t>& out)
     : impl_(std::make_unique<Impl>(frame, scan, dc, ac, restartInterval, out)) {}
 SequentialEncoder::~SequentialEncoder() = default;
-void SequentialEncoder::encodeRow(int32_t row, std::vector<Coefficients>& c) { impl_->encodeRow(row, c); }
+void SequentialEncoder::encodeRow(int32_t row, Coefficients& c) { impl_->encodeRow(row, c); }
 void SequentialEncoder::finish() { impl_->finish(); }
 
 void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
-                      std::vector<Coefficients>& coefficients) {
+                      Coefficients& coefficients) {
   TableMaker maker(frame, scan, restartInterval, coefficients);
   std::array<std::array<HuffmanList, 4>, 2> lists;
   for (int tableClass = 0; tableClass < 2; ++tableClass)
@@ -430,12 +455,12 @@ struct DifferenceDecoder::Impl {
 DifferenceDecoder::DifferenceDecoder(const Scan& scan) : impl_(std::make_unique<Impl>(scan)) {}
 DifferenceDecoder::~DifferenceDecoder() = default;
 void DifferenceDecoder::startInterval() { impl_->in.next(); }
-void DifferenceDecoder::decodeRow(int16_t* const* planes, int32_t width) {
+void DifferenceDecoder::decodeRow(int32_t row, int16_t* const* planes, int32_t width) {
   IntervalReader& in = impl_->in;
-  if (qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(in.data.data(), int32_t(in.data.size()), &in.position, planes,
-                                           width, int32_t(impl_->records.size()), &in.marker,
-                                           impl_->records.data(), in.state.get()) < 0)
-    throw Error("the scan's data is damaged or truncated");
+  expectRow(qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(in.data.data(), int32_t(in.data.size()), &in.position,
+                                                 planes, width, int32_t(impl_->records.size()), &in.marker,
+                                                 impl_->records.data(), in.state.get()),
+            row);
 }
 
 struct DifferenceEncoder::Impl {
@@ -471,7 +496,7 @@ void DifferenceEncoder::finish() {
   impl_->out.finish();
 }
 
-// --- tables and scripts ------------------------------------------------------------------------------------
+// --- tables ------------------------------------------------------------------------------------------------
 
 HuffmanList typicalTable(bool ac, int index) {
   // Tables K.3 to K.6, as code counts and symbols.
@@ -506,61 +531,6 @@ HuffmanList typicalTable(bool ac, int index) {
   else
     for (int i = 0; i < 12; ++i) list.vals[size_t(i)] = uint8_t(i);
   return list;
-}
-
-std::vector<ScanHeader> usualProgression(int components) {
-  const auto table = [](int component) { return component == 1 || component == 2 ? 1 : 0; };
-  std::vector<ScanHeader> scans;
-  const auto dc = [&](int ah, int al) {
-    ScanHeader h{{}, 0, 0, ah, al};
-    for (int i = 0; i < components; ++i) h.parts.push_back({i, table(i), 0});
-    scans.push_back(h);
-  };
-  const auto ac = [&](int i, int ss, int se, int ah, int al) {
-    scans.push_back({{{i, 0, table(i)}}, ss, se, ah, al});
-  };
-  if (components == 3) {
-    // Luminance is seen first; chrominance comes in fewer, larger steps.
-    dc(0, 1), ac(0, 1, 5, 0, 2), ac(2, 1, 63, 0, 1), ac(1, 1, 63, 0, 1), ac(0, 6, 63, 0, 2);
-    ac(0, 1, 63, 2, 1), dc(1, 0), ac(2, 1, 63, 1, 0), ac(1, 1, 63, 1, 0), ac(0, 1, 63, 1, 0);
-    return scans;
-  }
-  const auto each = [&](int ss, int se, int ah, int al) {
-    for (int i = 0; i < components; ++i) ac(i, ss, se, ah, al);
-  };
-  dc(0, 1), each(1, 5, 0, 2), each(6, 63, 0, 2), each(1, 63, 2, 1), dc(1, 0), each(1, 63, 1, 0);
-  return scans;
-}
-
-// "0,1,2: 0-0, 0, 1;" for each scan: components, band, successive approximation; "#" starts a comment.
-std::vector<ScanHeader> parseScanScript(const std::string& text, int components) {
-  std::string clean;
-  bool comment = false;
-  for (const char c : text) {
-    comment = c == '\n' ? false : comment || c == '#';
-    clean += comment || c == ',' ? ' ' : c;
-  }
-  std::vector<ScanHeader> scans;
-  std::istringstream entries(clean);
-  for (std::string entry; std::getline(entries, entry, ';');) {
-    if (entry.find_first_not_of(" \t\r\n") == std::string::npos) continue;
-    ScanHeader h;
-    const size_t colon = entry.find(':');
-    std::istringstream who(entry.substr(0, colon));
-    for (int i; who >> i;) h.parts.push_back({i, i == 1 || i == 2 ? 1 : 0, i == 1 || i == 2 ? 1 : 0});
-    bool good = who.eof() && !h.parts.empty();
-    for (const auto& part : h.parts) good &= part.component >= 0 && part.component < components;
-    if (colon != std::string::npos) {
-      std::istringstream band(entry.substr(colon + 1));
-      char dash = 0;
-      good &= bool(band >> h.ss >> dash >> h.se >> h.ah >> h.al) && dash == '-';
-    }
-    good &= h.ss >= 0 && h.se >= h.ss && h.se <= 63 && h.ah >= 0 && h.al >= 0 && h.al <= 13;
-    if (!good) throw Error("the scan script has a bad entry: \"" + entry + "\"");
-    scans.push_back(h);
-  }
-  if (scans.empty()) throw Error("the scan script has no scan");
-  return scans;
 }
 
 }  // namespace qelconv::jpeg
