@@ -35,7 +35,7 @@ class Random {
       std::memcpy(p, &word, 8);
     }
     const uint64_t word = bits();
-    std::memcpy(p, &word, bytes);
+    if (bytes > 0) std::memcpy(p, &word, bytes);  // p may be null behind nothing
   }
   template <class T>
   std::vector<T> vector(size_t count, int64_t low, int64_t high) {
