@@ -24,7 +24,6 @@ const Format kDxt3{qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R, qeliTextureEncode
 const Format kDxt5{qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R, qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R,
                    16, 4};
 const Format kBc4{qeliTextureDecodeBlock_BC4_8u_C1R, qeliTextureEncodeBlock_BC4_8u_C1R, 8, 1};
-const Format kBc5{qeliTextureDecodeBlockToRG_BC5_8u_C1C2R, qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R, 16, 2};
 const Format kYCoCg{nullptr, qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R, 16, 3};
 
 Bytes decode(const Format& f, const Bytes& blocks, int32_t width = 4, int32_t height = 4) {
