@@ -13,6 +13,15 @@ namespace qelj {
 // An image of at most this many pixels stays on the calling thread.
 inline constexpr int32_t kForkThreshold = 0x2000;
 
+// The region, in a function of its own: Clang asks the runtime for the thread's number where a function with a region
+// begins, and the first to ask pays for the runtime's start. Where the runtime refuses to nest, it runs on the calling
+// thread alone.
+template <class RowOperation>
+[[gnu::noinline]] void ownForkRows(int32_t height, int32_t threads, RowOperation& rowOperation) {
+#pragma omp parallel for schedule(static) num_threads(threads)
+  for (int32_t y = 0; y < height; ++y) rowOperation(y);
+}
+
 // Runs rowOperation(y) for every row of `size`, on several threads when the image is large. Each thread gets
 // one contiguous block of rows. A row operation cannot fail, and it writes nothing that another one reads or
 // writes, so the bytes do not depend on the split. The thread count is asked for on every call, and the pixel
@@ -22,13 +31,10 @@ template <class RowOperation>
 inline QelStatus forEachRow(QelSize size, RowOperation&& rowOperation) {
   const int32_t threads = ownGetNumThreads();
   const int32_t pixels = mulWrap(size.width, size.height);
-  if (pixels <= kForkThreshold || threads <= 1) {
+  if (pixels <= kForkThreshold || threads <= 1)
     for (int32_t y = 0; y < size.height; ++y) rowOperation(y);
-  } else {
-    // Where the runtime refuses to nest, the region runs on the calling thread alone.
-#pragma omp parallel for schedule(static) num_threads(threads)
-    for (int32_t y = 0; y < size.height; ++y) rowOperation(y);
-  }
+  else
+    ownForkRows(size.height, threads, rowOperation);
   return qelStatusOk;
 }
 
