@@ -22,7 +22,7 @@ class RoundToNearest {
   RoundToNearest& operator=(const RoundToNearest&) = delete;
 
  private:
-  // By a sum and a difference that each other mode gets otherwise, one of them or both: reading the mode takes longer.
+  // By a sum and a difference, of which each other mode rounds one otherwise: no call, and no processor's register.
   static bool isSet() {
     const volatile float memory = 1;  // the compiler must not know it
     const float one = memory;
