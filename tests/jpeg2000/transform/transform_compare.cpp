@@ -123,8 +123,8 @@ struct Sums53 {
   static constexpr int64_t kSignal = 8191, kLow = 8191, kHigh = 16382;
   static constexpr bool kAll = false;
 };
-// The first inverse stage of an odd sample doesn't saturate: its high sample is small; or low and high samples are such
-// that it is.
+// The first inverse stage of an odd sample doesn't saturate: its high sample is small, or all lie near values at which
+// the difference is.
 struct Differences97 {
   static constexpr int64_t kLow = kMost<int16_t>, kHigh = 4700;
   static constexpr bool kAll = false;
