@@ -14,6 +14,7 @@
 // So that it is, on any processor and by any compiler:
 // - a number is drawn in a statement of its own (compilers differ in the order in which they evaluate arguments);
 // - nothing goes in that may differ rightly: a private record's content, a pointer, a platform's struct size;
+// - functions of integers are called in all floating-point environments by turns;
 // - buffers are exactly as long as the header says. They lie by turns directly behind an inaccessible page, in front
 //   of one, and at any distance from a 64-byte boundary between.
 #ifndef QELJ_TESTS_COMPARE_H
@@ -31,6 +32,7 @@
 #include <vector>
 
 #include "qelj.h"
+#include "support/float_environment.h"
 #include "support/pages.h"
 #include "support/random.h"
 
@@ -215,6 +217,9 @@ class Case {
 
   const Image& image;
   Random random;
+  // What the function is called in, unless its instructions are counted; and whether it may raise flags.
+  FloatEnvironment environment = kFloatEnvironments[0];
+  bool mayRaiseFlags = false;
   // Called in front of and behind each call that counts: what counts its instructions.
   static inline void (*aroundCall)() = nullptr;
 
@@ -264,10 +269,20 @@ class Case {
     if (tryChecks_) checks(function, argument...);
     const int asked = threadQuestions;
     if (aroundCall) aroundCall();
-    const QelStatus s = function(argument::Traits<Argument>::plain(argument)...);
+    const QelStatus s = aroundCall ? function(argument::Traits<Argument>::plain(argument)...)
+                                   : run(function, argument::Traits<Argument>::plain(argument)...);
     if (aroundCall) aroundCall();
     value(s);
     value(threadQuestions - asked);
+    return s;
+  }
+  // The call alone: nothing of it goes in by itself.
+  template <class Function, class... Argument>
+  QelStatus run(Function* function, Argument... argument) {
+    const InFloatEnvironment set(environment);
+    const QelStatus s = function(argument...);
+    if (!set.kept()) fault("a call left another rounding mode");
+    if (set.raised() && !mayRaiseFlags) fault("a call raised a floating-point flag");
     return s;
   }
   template <class Function, class... Argument>

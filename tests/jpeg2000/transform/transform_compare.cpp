@@ -252,11 +252,13 @@ Domain<const QelRect*> tileOr(const QelRect& tile) { return {&tile, {nullptr, &k
 
 template <class T>
 constexpr auto tileInPlace = [](auto* function, Case& c, const QelRect& tile, uint8_t* work) {
+  c.mayRaiseFlags = sizeof(T) == 4;  // where 9/7 saturates
   const auto image = drawnPlane<T>(c, tile.width, tile.height, kMostInTile<T>);
   c.call(function, image.first, Step{image.step}, tileOr(tile), work);
 };
 template <class T, bool forward>
 constexpr auto tileWithBands = [](auto* function, Case& c, const QelRect& tile, uint8_t* work) {
+  c.mayRaiseFlags = sizeof(T) == 4;
   const auto image = drawnPlane<T>(c, tile.width, tile.height, kMostInTile<T>);
   std::conditional_t<forward, T, const T>* plane[4];
   int32_t steps[4];
