@@ -60,6 +60,8 @@ using I64 = Vec<int64_t>;
 using F32 = Vec<float>;
 
 template <class V>
+concept Vector = !std::is_scalar_v<V> && requires(V v) { v + v; v[0]; };
+template <Vector V>
 using Lane = std::remove_cvref_t<decltype(V{}[0])>;
 template <class V>
 inline constexpr int kLanes = int(sizeof(V) / sizeof(Lane<V>));
@@ -77,30 +79,20 @@ inline void unroll(F&& f) {
 
 // --- memory, constants, halves -----------------------------------------------------------------------------
 
-template <class V>
-inline V load(const void* p) {
-  V v;
-  std::memcpy(&v, p, sizeof v);
+using qelj::load, qelj::store;
+// Every lane x.
+template <Vector V>
+inline V all(Lane<V> x) {
+  V v{};
+  if constexpr (std::is_integral_v<Lane<V>>) return v + x;
+  for (int i = 0; i < kLanes<V>; ++i) v[i] = x;  // a sum would change the sign of -0
   return v;
 }
-template <class V>
-inline void store(void* p, V v) {
-  std::memcpy(p, &v, sizeof v);
-}
-template <class V>
-inline V splat(Lane<V> x) {
-  return V{} + x;
-}
-template <>
-inline F32 splat<F32>(float x) {
-  F32 v;
-  for (int i = 0; i < kLanes<F32>; ++i) v[i] = x;
-  return v;
-}
-// The same bits seen as lanes of another type.
-template <class T, class V>
-inline With<T, V> as(V v) {
-  return (With<T, V>)v;
+// The same bits seen as lanes of type T, or as the vector T.
+template <class T, Vector V>
+inline auto as(V v) {
+  if constexpr (Vector<T>) return (T)v;
+  else return (With<T, V>)v;
 }
 namespace detail {
 template <class V>
@@ -170,7 +162,7 @@ inline auto join(H low, H high) {
 
 // Converts lane by lane to lanes of type T (widening, narrowing by truncation, integer to float); the vector
 // grows or shrinks with the lanes.
-template <class T, class V>
+template <class T, Vector V>
 inline auto convert(V v) {
   return __builtin_convertvector(v, Vec<T, kLanes<V> * int(sizeof(T))>);
 }
@@ -200,29 +192,33 @@ inline V loadAs(const void* p) {
 // --- lane-wise operations ----------------------------------------------------------------------------------
 
 // Wrap-around on signed lanes.
-template <class V>
+template <Vector V>
 inline V addWrap(V a, V b) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
   return (V)((U)a + (U)b);
 }
-template <class V>
+template <Vector V>
 inline V subWrap(V a, V b) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
   return (V)((U)a - (U)b);
 }
-template <class V>
+template <Vector V>
 inline V mulWrap(V a, V b) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
   return (V)((U)a * (U)b);
 }
-template <class V>
+template <Vector V>
 inline V shlWrap(V a, int bits) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
   return (V)((U)a << Lane<U>(bits));
 }
+template <Vector V>
+inline V negWrap(V a) {
+  return subWrap(V{}, a);
+}
 
 // mask ? a : b, for a mask of whole lanes.
-template <class M, class V>
+template <Vector M, Vector V>
 inline V select(M mask, V a, V b) {
   static_assert(sizeof(M) == sizeof(V));
 #if QELJ_HAS_SSE41 && !defined(__AVX512VL__)
@@ -335,7 +331,7 @@ QELJ_LANES2(max, uint32_t, _mm_max_epu32, _mm256_max_epu32)
 QELJ_LANES2(max, int32_t, _mm_max_epi32, _mm256_max_epi32)
 
 // The magnitude, wrapping for the most negative value.
-template <class V>
+template <Vector V>
 inline V absWrap(V a) {
 #if QELJ_HAS_AVX2
   if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 2) return (V)_mm256_abs_epi16((__m256i)a);
@@ -350,7 +346,7 @@ inline V absWrap(V a) {
 }
 
 // Nearest integer, ties to even; lanes outside the 32-bit range and NaN give -2147483648.
-template <class V>
+template <Vector V>
 inline With<int32_t, V> roundToInt(V a) {
 #if QELJ_HAS_AVX2
   if constexpr (sizeof(V) == 32) return (Vec<int32_t, 32>)_mm256_cvtps_epi32((__m256)a);
@@ -361,7 +357,7 @@ inline With<int32_t, V> roundToInt(V a) {
   return detail::mapLanes<With<int32_t, V>>([](float x) { return qelj::roundToInt(x); }, a);
 }
 // The same, cut towards zero.
-template <class V>
+template <Vector V>
 inline With<int32_t, V> truncateToInt(V a) {
 #if QELJ_HAS_AVX2
   if constexpr (sizeof(V) == 32) return (Vec<int32_t, 32>)_mm256_cvttps_epi32((__m256)a);
@@ -392,7 +388,7 @@ inline With<int32_t, V> mulAddPairs(V a, V b) {
 // The pair (even, odd) of 16-bit weights in every pair of lanes.
 template <class V = I16>
 inline V pairs(int even, int odd) {
-  return (V)splat<With<int32_t, V>>(int32_t(uint32_t(uint16_t(even)) | uint32_t(uint16_t(odd)) << 16));
+  return (V)all<With<int32_t, V>>(int32_t(uint32_t(uint16_t(even)) | uint32_t(uint16_t(odd)) << 16));
 }
 // a[2i] * b[2i] + a[2i+1] * b[2i+1] of unsigned and signed bytes, saturated to 16 bits.
 template <class V>
@@ -465,7 +461,7 @@ inline With<To, V> pack(V a, V b) {
   using L = Lane<V>;
   using N = With<To, V>;
   const auto narrow = [](V v) {
-    return (N)max(min(v, splat<V>(L(std::numeric_limits<To>::max()))), splat<V>(L(std::numeric_limits<To>::min())));
+    return (N)max(min(v, all<V>(L(std::numeric_limits<To>::max()))), all<V>(L(std::numeric_limits<To>::min())));
   };
   return detail::everyNth<0, 2>(narrow(a), narrow(b));  // the low halves, which stand first
 }

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "qelj.h"
 
 namespace qelj {
@@ -99,7 +99,7 @@ struct Coefficients {
 
   static Coefficients of(const int32_t* linear) {
     Coefficients c;
-    for (int i = 0; i < 4; ++i) c.quad[i] = simd::load<Quad>(row(linear, 16, i));
+    for (int i = 0; i < 4; ++i) c.quad[i] = load<Quad>(row(linear, 16, i));
     return c;
   }
   template <class T>
@@ -141,9 +141,9 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
       if constexpr (kResidual) {
         const Words t = (a & ((1u << modelBits) - 1)) >> trimBits;
         const Words signedField = (4 * t + (1 - 2 * Words(sign))) & Words(t != Words{});
-        const Words r = simd::select(significant[i], 2 * t, signedField);
+        const Words r = select(significant[i], 2 * t, signedField);
         if (i)
-          simd::store(row(residual, 16, i), r);
+          store(row(residual, 16, i), r);
         else
           for (int k = 1; k < 4; ++k) put(residual, k, r[k]);
       }
@@ -160,7 +160,7 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
     Words order[4];
     for (int i = 0; i < 4; ++i) {
       Words e[4];
-      for (int k = 0; k < 4; ++k) e[k] = simd::load<Words>(scan + 4 * i + k);
+      for (int k = 0; k < 4; ++k) e[k] = load<Words>(scan + 4 * i + k);
       using simd::as, simd::unpackHigh, simd::unpackLow;
       order[i] = Words(unpackHigh(as<uint64_t>(unpackLow(e[0], e[1])), as<uint64_t>(unpackLow(e[2], e[3]))));
     }

@@ -228,8 +228,8 @@ inline E ownUnquantise(E value, int bits) {
   const E sign = kSigned ? E(value < 0) : E{}, magnitude = (value ^ sign) - sign;
   constexpr int kTop = kSigned ? 15 : 16;
   E wide = ((magnitude << kTop) + (1 << (kTop - 1))) >> n;
-  wide = simd::select(E(magnitude == (1 << n) - 1), E{} + ((1 << kTop) - 1), wide);
-  wide = simd::select(E(magnitude == 0), E{}, wide);
+  wide = select(E(magnitude == (1 << n) - 1), E{} + ((1 << kTop) - 1), wide);
+  wide = select(E(magnitude == 0), E{}, wide);
   return (wide ^ sign) - sign;
 }
 
@@ -268,7 +268,7 @@ inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw
                              ptrdiff_t dstStep) {
   constexpr int kIndexBits = kRegions == 2 ? 3 : 4;
   E ends[2 * kRegions];
-  for (int e = 0; e < 2 * kRegions; ++e) ends[e] = simd::load<E>(raw.of[e]);
+  for (int e = 0; e < 2 * kRegions; ++e) ends[e] = load<E>(raw.of[e]);
   if (mode.transformed()) {
     // The last lane holds nothing, and does what its neighbour does.
     const E unused = 32 - E{mode.deltaBits[0], mode.deltaBits[1], mode.deltaBits[2], mode.deltaBits[2]};
@@ -278,7 +278,7 @@ inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw
           ((1 << mode.bits) - 1);
   }
   for (E& end : ends) {
-    if constexpr (kSigned) end = simd::shlWrap(end, 32 - mode.bits) >> (32 - mode.bits);
+    if constexpr (kSigned) end = shlWrap(end, 32 - mode.bits) >> (32 - mode.bits);
     end = ownUnquantise<kSigned>(end, mode.bits);
   }
 
@@ -288,17 +288,17 @@ inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw
     const int region = kRegions == 2 ? i / 8 : 0;
     const V a = ownRepeat(ends[2 * region]), b = ownRepeat(ends[2 * region + 1]);
     const auto entries = [&](int j) {
-      const V w = simd::load<V>(kPaletteWeights<kIndexBits>.of[i / (2 * kAcross)][j]);
+      const V w = load<V>(kPaletteWeights<kIndexBits>.of[i / (2 * kAcross)][j]);
       return ownFinish<kSigned>(((a << 6) + w * (b - a) + 32) >> 6);
     };
-    simd::store(palette + i, simd::packU16(entries(0), entries(1)));
+    store(palette + i, simd::packU16(entries(0), entries(1)));
   }
 
   const bc7::Shape& shape = bc7::shape<kRegions>(raw.shape);
   B entry = unpackIndices<kIndexBits, 0>((B)simd::Vec<uint64_t, 16>{ownIndices<kRegions>(bits, shape), 0});
-  if constexpr (kRegions == 2) entry |= (simd::load<B>(shape.subsets) & uint8_t(1)) << 3;
+  if constexpr (kRegions == 2) entry |= (load<B>(shape.subsets) & uint8_t(1)) << 3;
   uint8_t entries[16];
-  simd::store(entries, entry);
+  store(entries, entry);
   for (int y = 0; y < 4; ++y) {
     const auto at = [&](int x) { return palette[entries[4 * y + x]]; };
     uint8_t* to = row(dst, dstStep, y);

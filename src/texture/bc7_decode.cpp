@@ -144,7 +144,7 @@ inline S16 ownEndPoints(B block) {
     const B16 p = (B16)shuffleBytes(block, simd::blockPattern<B>(lanes.pBytes)) * at(lanes.pToTop);
     values |= (p & uint16_t(0x8000)) >> kOf.colourBits;
   }
-  values = simd::mulHi(values, at(lanes.expand));
+  values = mulHi(values, at(lanes.expand));
   if constexpr (kOf.alphaBits == 0) values |= at(lanes.opaque);
   return (S16)values;
 }
@@ -195,7 +195,7 @@ template <int kMode>
 inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
   const Fields<kMode> fields{Bits(src)};
-  const B block = simd::load<B>(src);
+  const B block = load<B>(src);
 
   // End-points of subsets 0 and 1, and of subset 2, 8 bytes each.
   const S16 first = ownEndPoints<kMode, 0>(block);
@@ -203,7 +203,7 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
   if constexpr (kOf.subsets > 1) second = ownEndPoints<kMode, 1>(block);
   if constexpr (kOf.subsets > 2) third = ownEndPoints<kMode, 2>(block);
   const V ends = ownRepeat(simd::packU8(first, second)), ends2 = ownRepeat(simd::packU8(third, third));
-  const V offsets = ownRepeat((simd::load<B>(fields.shape.subsets) & uint8_t(3)) * uint8_t(8));
+  const V offsets = ownRepeat((load<B>(fields.shape.subsets) & uint8_t(3)) * uint8_t(8));
 
   WeightPairs colour = ownWeights<kOf.indexBits>(fields.indices), alpha = colour;
   if constexpr (kOf.secondIndexBits != 0) {
@@ -214,7 +214,7 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
   for (int step = 0; step < 4 / kAcross; ++step) {
     const auto half = [&](int h) {
       const auto weightsOf = [&](const WeightPairs& pairs, const uint8_t* spread) {
-        return shuffleBytes(ownRepeat(kAcross * step < 2 ? pairs.low : pairs.high), simd::load<V>(spread));
+        return shuffleBytes(ownRepeat(kAcross * step < 2 ? pairs.low : pairs.high), load<V>(spread));
       };
       V weights;
       if constexpr (kOf.secondIndexBits == 0)
@@ -224,23 +224,23 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
 
       V pairs = ends;
       if constexpr (kOf.subsets > 1) {
-        const V at = shuffleBytes(offsets, simd::load<V>(kSpread.pixel[step][h])) +
+        const V at = shuffleBytes(offsets, load<V>(kSpread.pixel[step][h])) +
                      simd::blockPattern({0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7});
         pairs = shuffleBytes(ends, at);
-        if constexpr (kOf.subsets > 2) pairs = simd::select((simd::I8)at > int8_t(15), ends2, pairs);
+        if constexpr (kOf.subsets > 2) pairs = select((simd::I8)at > int8_t(15), ends2, pairs);
       }
       // (sum + 32) >> 6
-      return simd::mulHiRound(simd::mulAddBytes(pairs, (simd::I8)weights), simd::splat<simd::I16>(512));
+      return mulHiRound(simd::mulAddBytes(pairs, (simd::I8)weights), all<simd::I16>(512));
     };
     V pixels = simd::packU8(half(0), half(1));
     if constexpr (kOf.rotationBits != 0)
       pixels = shuffleBytes(pixels, simd::blockPattern(kRotations[fields.rotation]));
     uint8_t* to = row(dst, dstStep, kAcross * step);
     if constexpr (kAcross == 1) {
-      simd::store(to, pixels);
+      store(to, pixels);
     } else {
-      simd::store(to, simd::lower(pixels));
-      simd::store(row(to, dstStep, 1), simd::upper(pixels));
+      store(to, simd::lower(pixels));
+      store(row(to, dstStep, 1), simd::upper(pixels));
     }
   }
 }

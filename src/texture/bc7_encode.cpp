@@ -39,15 +39,15 @@ inline I32x4 ownSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
   return simd::lower(all) + simd::upper(all);
 }
 inline F32x8 ownBroadcast(float x) { return F32x8{x, x, x, x, x, x, x, x}; }
-inline F32x8 ownMin(F32x8 a, F32x8 b) { return simd::select(a < b, a, b); }
-inline F32x8 ownMax(F32x8 a, F32x8 b) { return simd::select(a > b, a, b); }
+inline F32x8 ownMin(F32x8 a, F32x8 b) { return select(a < b, a, b); }
+inline F32x8 ownMax(F32x8 a, F32x8 b) { return select(a > b, a, b); }
 // x / y, and 0 for a y of 0. There is no division by 0 to raise a flag, or to trap, where a compiler computes both
 // sides of a choice.
 inline float ownRatio(float x, float y) { return (y > 0 ? x : 0) / (y > 0 ? y : 1); }
 inline float ownLowest(F32x8 v) {
   F32x4 half = simd::lower(v);
   const F32x4 other = simd::upper(v);
-  half = simd::select(half < other, half, other);
+  half = select(half < other, half, other);
   const float a = half[0] < half[1] ? half[0] : half[1], b = half[2] < half[3] ? half[2] : half[3];
   return a < b ? a : b;
 }
@@ -60,8 +60,8 @@ struct Block {
 
   void floatChannels() {
     for (int c = 0; c < 4; ++c) {
-      low[c] = simd::convert<float>(simd::convert<int32_t>(simd::lower(channel[c])));
-      high[c] = simd::convert<float>(simd::convert<int32_t>(simd::upper(channel[c])));
+      low[c] = convert<float>(convert<int32_t>(simd::lower(channel[c])));
+      high[c] = convert<float>(convert<int32_t>(simd::upper(channel[c])));
     }
   }
 };
@@ -69,7 +69,7 @@ struct Block {
 inline Block ownLoad(const uint8_t* src, ptrdiff_t step) {
   using U8x16 = simd::Vec<uint8_t, 16>;
   const auto planar = [&](int y) {  // four bytes of each channel
-    const U8x16 pixels = simd::load<U8x16>(row(src, step, y));
+    const U8x16 pixels = load<U8x16>(row(src, step, y));
     return (I32x4)simd::shuffleBytes(
         pixels, simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}));
   };
@@ -80,7 +80,7 @@ inline Block ownLoad(const uint8_t* src, ptrdiff_t step) {
   const I64x2 planes[4] = {simd::unpackLow(low01, low23), simd::unpackHigh(low01, low23),
                            simd::unpackLow(high01, high23), simd::unpackHigh(high01, high23)};
   Block block;
-  for (int c = 0; c < 4; ++c) block.channel[c] = simd::convert<int16_t>((U8x16)planes[c]);
+  for (int c = 0; c < 4; ++c) block.channel[c] = convert<int16_t>((U8x16)planes[c]);
   return block;
 }
 
@@ -118,12 +118,12 @@ inline F32x8 ownLine(const Block& block, const Moments& m, Pixels16 mask) {
     low += (block.low[c] - ownBroadcast(mean[c])) * ownBroadcast(axis[c]);
     high += (block.high[c] - ownBroadcast(mean[c])) * ownBroadcast(axis[c]);
   }
-  const I32x8 inLow = simd::convert<int32_t>(simd::lower(mask)),
-              inHigh = simd::convert<int32_t>(simd::upper(mask));
+  const I32x8 inLow = convert<int32_t>(simd::lower(mask)),
+              inHigh = convert<int32_t>(simd::upper(mask));
   const F32x8 huge = ownBroadcast(1e30f);
-  const float lowest = ownLowest(ownMin(simd::select(inLow, low, huge), simd::select(inHigh, high, huge)));
+  const float lowest = ownLowest(ownMin(select(inLow, low, huge), select(inHigh, high, huge)));
   const float highest =
-      -ownLowest(ownMin(simd::select(inLow, -low, huge), simd::select(inHigh, -high, huge)));
+      -ownLowest(ownMin(select(inLow, -low, huge), select(inHigh, -high, huge)));
   const F32x4 square = axis * axis;
   const float length = (square[0] + square[1]) + (square[2] + square[3]);
   const float scale = ownRatio(1, length);
@@ -156,16 +156,16 @@ inline EndPoints ownQuantise(F32x8 ends) {
       return v << (8 - kAll) | v >> (2 * kAll - 8);
   };
   if constexpr (kPBits == PBits::none) {
-    const I32x8 fields = simd::roundToInt(scaled);
+    const I32x8 fields = roundToInt(scaled);
     return {fields, expand(fields), {0, 0}};
   } else {
     EndPoints with[2];
     F32x8 error[2];
     for (int p = kPBits == PBits::ones ? 1 : 0; p < 2; ++p) {
-      I32x8 fields = simd::roundToInt((scaled - ownBroadcast(float(p))) * ownBroadcast(0.5f));
-      fields = simd::min(simd::max(fields, I32x8{}), I32x8{} + kTop);
+      I32x8 fields = roundToInt((scaled - ownBroadcast(float(p))) * ownBroadcast(0.5f));
+      fields = min(max(fields, I32x8{}), I32x8{} + kTop);
       with[p] = {fields, expand(fields * 2 + p), {p, p}};
-      error[p] = simd::convert<float>(with[p].expanded) - ends;
+      error[p] = convert<float>(with[p].expanded) - ends;
       error[p] *= error[p];
     }
     if constexpr (kPBits == PBits::ones) return with[1];
@@ -206,8 +206,8 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
   // Place on the line: p . factor - offset, of each subset.
   float factor[kSubsets][4], offset[kSubsets];
   for (int s = 0; s < kSubsets; ++s) {
-    const F32x4 e0 = simd::convert<float>(simd::lower(ends[s].expanded));
-    const F32x4 d = simd::convert<float>(simd::upper(ends[s].expanded)) - e0;
+    const F32x4 e0 = convert<float>(simd::lower(ends[s].expanded));
+    const F32x4 d = convert<float>(simd::upper(ends[s].expanded)) - e0;
     float length = 0, start = 0;
     for (int c = kFirst; c < kFirst + kCount; ++c) length += d[c] * d[c], start += e0[c] * d[c];
     const float scale = ownRatio(kTop, length);
@@ -217,10 +217,10 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
   F32x8 low, high;
   I32x8 inLow{}, inHigh{};
   const auto pick = [&](I32x8 mask, float a, float b) {
-    return simd::select(mask, ownBroadcast(b), ownBroadcast(a));
+    return select(mask, ownBroadcast(b), ownBroadcast(a));
   };
   if constexpr (kSubsets == 2) {
-    inLow = simd::convert<int32_t>(simd::lower(second)), inHigh = simd::convert<int32_t>(simd::upper(second));
+    inLow = convert<int32_t>(simd::lower(second)), inHigh = convert<int32_t>(simd::upper(second));
     low = -pick(inLow, offset[0], offset[1]), high = -pick(inHigh, offset[0], offset[1]);
   } else {
     low = high = -ownBroadcast(offset[0]);
@@ -235,8 +235,8 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
     }
   }
   Judgement j;
-  j.indices = simd::orderPacked(simd::packI16(simd::roundToInt(low), simd::roundToInt(high)));
-  j.indices = simd::min(simd::max(j.indices, Pixels16{}), Pixels16{} + int16_t(kTop));
+  j.indices = simd::orderPacked(simd::packI16(roundToInt(low), roundToInt(high)));
+  j.indices = min(max(j.indices, Pixels16{}), Pixels16{} + int16_t(kTop));
   const Pixels16 w = ownWeights<kIndexBits>(j.indices);
 
   I32x8 error{};
@@ -244,9 +244,9 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
     Pixels16 start = Pixels16{} + int16_t(ends[0].expanded[c] * 64 + 32);
     Pixels16 slope = Pixels16{} + int16_t(ends[0].expanded[c + 4] - ends[0].expanded[c]);
     if constexpr (kSubsets == 2) {
-      start = simd::select(second, Pixels16{} + int16_t(ends[1].expanded[c] * 64 + 32), start);
+      start = select(second, Pixels16{} + int16_t(ends[1].expanded[c] * 64 + 32), start);
       slope =
-          simd::select(second, Pixels16{} + int16_t(ends[1].expanded[c + 4] - ends[1].expanded[c]), slope);
+          select(second, Pixels16{} + int16_t(ends[1].expanded[c + 4] - ends[1].expanded[c]), slope);
     }
     const Pixels16 d = ((start + w * slope) >> 6) - block.channel[c];
     error += simd::mulAddPairs(d, d);
@@ -401,9 +401,9 @@ inline void ownMeasureShapes(const Block& block, ShapeMoments<kChannels>& m) {
     for (int pair = 0; pair < 8; ++pair) {
       const Pixels16 both = (Pixels16)(I32x8{} + pairs[pair]);
       for (int g = 0; g < 8; ++g)
-        group[g] += simd::mulAddPairs(simd::load<Pixels16>(kShapes.pairs[pair][g]), both);
+        group[g] += simd::mulAddPairs(load<Pixels16>(kShapes.pairs[pair][g]), both);
     }
-    for (int g = 0; g < 8; ++g) simd::store(of + 8 * g, group[g]);
+    for (int g = 0; g < 8; ++g) store(of + 8 * g, group[g]);
     const I32x8 all = simd::mulAddPairs(values, Pixels16{} + int16_t(1));
     total = ownSums(all, all, all, all)[0];
   };
@@ -418,8 +418,8 @@ inline void ownMeasureShapes(const Block& block, ShapeMoments<kChannels>& m) {
   for (int b = 0; b < kChannels; ++b)
     for (int a = 0; a <= b; ++a) {
       // The product's 17 bits with a sign, one less.
-      const Pixels16 low = simd::mulWrap(centred[a], centred[b]), high = simd::mulHi(centred[a], centred[b]);
-      const Pixels16 half = (Pixels16)((Words)low >> 1) | simd::shlWrap(high, 15);
+      const Pixels16 low = mulWrap(centred[a], centred[b]), high = mulHi(centred[a], centred[b]);
+      const Pixels16 half = (Pixels16)((Words)low >> 1) | shlWrap(high, 15);
       constexpr auto index = ShapeMoments<kChannels>::index;
       measure(half, m.product[index(a, b)], m.totalProduct[index(a, b)]);
     }
@@ -450,35 +450,35 @@ inline void ownRankShapes(const ShapeMoments<kChannels>& m, int (&shapes)[kWante
   constexpr auto index = ShapeMoments<kChannels>::index;
   I32x8 keys[8];
   for (int g = 0; g < 8; ++g) {
-    const F32x8 n1 = simd::load<F32x8>(kShapes.count + 8 * g);
+    const F32x8 n1 = load<F32x8>(kShapes.count + 8 * g);
     const F32x8 one = ownBroadcast(1), per1 = one / n1, per0 = one / (ownBroadcast(16) - n1);
     F32x8 sum1[kChannels], sum0[kChannels], m1[kChannels][kChannels], m0[kChannels][kChannels];
     for (int c = 0; c < kChannels; ++c) {
-      sum1[c] = simd::convert<float>(simd::load<I32x8>(m.sum[c] + 8 * g));
+      sum1[c] = convert<float>(load<I32x8>(m.sum[c] + 8 * g));
       sum0[c] = ownBroadcast(float(m.totalSum[c])) - sum1[c];
     }
     for (int b = 0; b < kChannels; ++b)
       for (int a = 0; a <= b; ++a) {
-        const I32x8 in1 = simd::load<I32x8>(m.product[index(a, b)] + 8 * g);
-        const F32x8 product1 = simd::convert<float>(in1 * 2);
-        const F32x8 product0 = simd::convert<float>((I32x8{} + m.totalProduct[index(a, b)] - in1) * 2);
+        const I32x8 in1 = load<I32x8>(m.product[index(a, b)] + 8 * g);
+        const F32x8 product1 = convert<float>(in1 * 2);
+        const F32x8 product0 = convert<float>((I32x8{} + m.totalProduct[index(a, b)] - in1) * 2);
         m1[a][b] = m1[b][a] = product1 - sum1[a] * sum1[b] * per1;
         m0[a][b] = m0[b][a] = product0 - sum0[a] * sum0[b] * per0;
       }
     const F32x8 residual = ownMax(ownResidual<kChannels>(m1) + ownResidual<kChannels>(m0), F32x8{});
     // Floats from 0 up sort like their bits; the lowest six bits make room for the shape's number.
     const I32x8 number = I32x8{0, 1, 2, 3, 4, 5, 6, 7} + 8 * g;
-    keys[g] = (simd::roundToInt(ownMin(residual * ownBroadcast(4), ownBroadcast(3e7f))) << 6) | number;
+    keys[g] = (roundToInt(ownMin(residual * ownBroadcast(4), ownBroadcast(3e7f))) << 6) | number;
   }
   for (int w = 0; w < kWanted; ++w) {
     I32x8 lowest = keys[0];
-    for (int g = 1; g < 8; ++g) lowest = simd::min(lowest, keys[g]);
+    for (int g = 1; g < 8; ++g) lowest = min(lowest, keys[g]);
     int32_t key = lowest[0];
     for (int i = 1; i < 8; ++i) key = key < lowest[i] ? key : lowest[i];
     shapes[w] = key & 63;
     for (int g = 0; g < 8; ++g)
       keys[g] =
-          simd::select(keys[g] == I32x8{} + key, I32x8{} + std::numeric_limits<int32_t>::max(), keys[g]);
+          select(keys[g] == I32x8{} + key, I32x8{} + std::numeric_limits<int32_t>::max(), keys[g]);
   }
 }
 
@@ -511,13 +511,13 @@ inline Moments ownMoments(const Block& block) {
   const I32x4 sum = ownSums(sums[0], sums[1], sums[2], sums[3]);
   Moments m;
   m.count = 16;
-  m.sum = simd::convert<float>(sum);
+  m.sum = convert<float>(sum);
   Pixels16 centred[4];
   for (int c = 0; c < 4; ++c) centred[c] = block.channel[c] - int16_t((sum[c] + 8) >> 4);
   for (int a = 0; a < 4; ++a) {
     I32x8 products[4];
     for (int b = 0; b < 4; ++b) products[b] = simd::mulAddPairs(centred[a], centred[b]);
-    m.column[a] = simd::convert<float>(ownSums(products[0], products[1], products[2], products[3]));
+    m.column[a] = convert<float>(ownSums(products[0], products[1], products[2], products[3]));
   }
   return m;
 }
@@ -641,7 +641,7 @@ inline void ownWithBestShapes(const Block& block, Attempt&& attempt) {
   for (int rank = 0; rank < 2; ++rank) {
     Moments m[2];
     ownMomentsOf(shapes, ranked[rank], m);
-    attempt(rank, ranked[rank], m, simd::load<Pixels16>(kShapes.masks[ranked[rank]]));
+    attempt(rank, ranked[rank], m, load<Pixels16>(kShapes.masks[ranked[rank]]));
   }
 }
 

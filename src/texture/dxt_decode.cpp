@@ -90,16 +90,16 @@ inline simd::U32 ownPalettes(V blocks, uint16_t alpha) {
       (V16)shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 2, 3, 2, 3, 2, 3, 2, 3}));
   const auto fields = (packed * blockLanes<V16>({1, 1 << 5, 1 << 11, 0, 1, 1 << 5, 1 << 11, 0})) &
                       blockLanes<V16>({0xF800, 0xFC00, 0xF800, 0, 0xF800, 0xFC00, 0xF800, 0});
-  const auto ends = simd::mulHi(fields, blockLanes<V16>({264, 260, 264, 0, 264, 260, 264, 0})) |
+  const auto ends = mulHi(fields, blockLanes<V16>({264, 260, 264, 0, 264, 260, 264, 0})) |
                     blockLanes<V16>({0, 0, 0, alpha, 0, 0, 0, alpha});
   const auto swapHalves = blockPattern({8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7});
   const auto swapped = (V16)shuffleBytes((V)ends, swapHalves);
-  V16 mixed = simd::mulHi(ends + ends + swapped, simd::splat<V16>(0x5556));  // a third, exact below 2^15
+  V16 mixed = mulHi(ends + ends + swapped, all<V16>(0x5556));  // a third, exact below 2^15
   if constexpr (kColours == Colours::kFourOrThree) {
     const auto c0 = (V16)shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1}));
     const auto c1 = (V16)shuffleBytes(blocks, blockPattern({2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3}));
     const auto three = ((ends + swapped) >> 1) | blockLanes<V16>({0, 0, 0, 0, 255, 255, 255, 255});
-    mixed = simd::select(c0 > c1, mixed, three);
+    mixed = select(c0 > c1, mixed, three);
   }
   return (simd::U32)simd::packU8((simd::I16)ends, (simd::I16)mixed);
 }
@@ -120,11 +120,11 @@ inline V ownRampValues(V blocks) {
   const auto fifths =
       simd::mulAddBytes(ends, (simd::I8)blockPattern({5, 0, 0, 5, 4, 1, 3, 2, 2, 3, 1, 4, 0, 0, 0, 0}));
   const auto eight =
-      simd::mulHi((V16)sevenths + uint16_t(3), simd::splat<V16>(9363));               // / 7, exact below 2^14
-  const auto six = simd::mulHi((V16)fifths + uint16_t(2), simd::splat<V16>(13108)) |  // / 5, exact below 2^14
+      mulHi((V16)sevenths + uint16_t(3), all<V16>(9363));               // / 7, exact below 2^14
+  const auto six = mulHi((V16)fifths + uint16_t(2), all<V16>(13108)) |  // / 5, exact below 2^14
                    blockLanes<V16>({0, 0, 0, 0, 0, 0, 0, 255});
   const V16 a0 = (V16)ends & uint16_t(0xFF), a1 = (V16)ends >> 8;
-  const V16 values = simd::select(a0 > a1, eight, six);
+  const V16 values = select(a0 > a1, eight, six);
   const V ramp = simd::packU8((simd::I16)values, (simd::I16)values);
   return shuffleBytes(ramp, unpackIndices<3, 2>(blocks));
 }
@@ -133,8 +133,8 @@ inline V ownRampValues(V blocks) {
 // the other.
 inline void ownStoreTwoRows(uint8_t* dst, ptrdiff_t dstStep, V pairs) {
   const V rows = simd::orderPacked(pairs);
-  simd::store(dst, simd::lower(rows));
-  simd::store(row(dst, dstStep, 1), simd::upper(rows));
+  store(dst, simd::lower(rows));
+  store(row(dst, dstStep, 1), simd::upper(rows));
 }
 
 // The same for two vectors, which become four rows: a and b are interleaved in units of T.
@@ -157,7 +157,7 @@ struct Dxt1 {
     const auto palettes = ownPalettes<Colours::kFourOrThree>(blocks, 255);
     const auto selectors = ownColourSelectors(blocks);
     for (int y = 0; y < 4; ++y)
-      simd::store(row(dst, dstStep, y), simd::pickLanes(palettes, selectors >> uint32_t(8 * y)));
+      store(row(dst, dstStep, y), simd::pickLanes(palettes, selectors >> uint32_t(8 * y)));
   }
 };
 
@@ -178,7 +178,7 @@ struct ColourAndAlpha {
       const auto i = uint8_t(4 * y), i1 = uint8_t(i + 1), i2 = uint8_t(i + 2), i3 = uint8_t(i + 3);
       const V alpha = shuffleBytes(
           alphas, blockPattern({128, 128, 128, i, 128, 128, 128, i1, 128, 128, 128, i2, 128, 128, 128, i3}));
-      simd::store(row(dst, dstStep, y), (V)simd::pickLanes(palettes, selectors >> uint32_t(8 * y)) | alpha);
+      store(row(dst, dstStep, y), (V)simd::pickLanes(palettes, selectors >> uint32_t(8 * y)) | alpha);
     }
   }
 };

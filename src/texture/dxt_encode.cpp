@@ -165,8 +165,8 @@ inline V ownReduceBytes(V v, Op op) {
   v = op(v, shuffleBytes(v, blockPattern({2, 3, 0, 1, 6, 7, 4, 5, 10, 11, 8, 9, 14, 15, 12, 13})));
   return op(v, shuffleBytes(v, blockPattern({1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14})));
 }
-constexpr auto kMin = [](V a, V b) { return simd::min(a, b); };
-constexpr auto kMax = [](V a, V b) { return simd::max(a, b); };
+constexpr auto kMin = [](V a, V b) { return min(a, b); };
+constexpr auto kMax = [](V a, V b) { return max(a, b); };
 
 struct Box {
   V min, max;
@@ -179,12 +179,12 @@ struct Box {
 struct Rows {
   V of[4];
   Rows(const uint8_t* src, ptrdiff_t srcStep) {
-    for (int y = 0; y < 4; ++y) of[y] = simd::load<V>(row(src, srcStep, y));
+    for (int y = 0; y < 4; ++y) of[y] = load<V>(row(src, srcStep, y));
   }
   Box box() const {
-    const V min = simd::min(simd::min(of[0], of[1]), simd::min(of[2], of[3]));
-    const V max = simd::max(simd::max(of[0], of[1]), simd::max(of[2], of[3]));
-    return {ownReducePixels(min, kMin), ownReducePixels(max, kMax)};
+    const V least = min(min(of[0], of[1]), min(of[2], of[3]));
+    const V most = max(max(of[0], of[1]), max(of[2], of[3]));
+    return {ownReducePixels(least, kMin), ownReducePixels(most, kMax)};
   }
   V alphas() const {
     const auto two = [&](int y) {
@@ -204,7 +204,7 @@ inline I16 ownSumRows(V first, V second, int8_t w) {
                        simd::mulAddPairs(simd::mulAddBytes(second, weights), ones));
 }
 
-inline V ownDistance(V a, V b) { return simd::subSat(a, b) | simd::subSat(b, a); }
+inline V ownDistance(V a, V b) { return subSat(a, b) | subSat(b, a); }
 
 // c0 and c1 in the low 32 bits of each block.
 inline V64 ownPackEnds(const Box& box) {
@@ -214,16 +214,16 @@ inline V64 ownPackEnds(const Box& box) {
 }
 
 inline V ownExpandEnds(V ends) {
-  return (ends & (V)simd::splat<V32>(0x00F8FCF8)) | ((V)((V16)ends >> 5) & (V)simd::splat<V32>(0x00070007)) |
-         ((V)((V16)ends >> 6) & (V)simd::splat<V32>(0x00000300));
+  return (ends & (V)all<V32>(0x00F8FCF8)) | ((V)((V16)ends >> 5) & (V)all<V32>(0x00070007)) |
+         ((V)((V16)ends >> 6) & (V)all<V32>(0x00000300));
 }
 
 // Palette entries 2 and 3, a third of the way from 0 to 1 and from 1 to 0, where all pixels of a block are
 // the same.
 inline void ownMixPalette(V (&palette)[4]) {
   const auto p0 = (V16)simd::unpackLow(palette[0], V{}), p1 = (V16)simd::unpackLow(palette[1], V{});
-  const auto third = simd::splat<V16>(0x5556);  // exact below 2^15
-  const auto p2 = (I16)simd::mulHi(p0 + p0 + p1, third), p3 = (I16)simd::mulHi(p0 + p1 + p1, third);
+  const auto third = all<V16>(0x5556);  // exact below 2^15
+  const auto p2 = (I16)mulHi(p0 + p0 + p1, third), p3 = (I16)mulHi(p0 + p1 + p1, third);
   palette[2] = simd::packU8(p2, p2);
   palette[3] = simd::packU8(p3, p3);
 }
@@ -255,15 +255,15 @@ inline V64 ownPackRamps(V a0, V a1, V indices) {
 
 // Every byte of a block holds the block's a0 and a1.
 inline V64 ownRampBlocks(V values, V a0, V a1) {
-  const auto middle = simd::mulHi((V16)(a0 - a1) & uint16_t(0xFF), simd::splat<V16>(4682));  // / 14
+  const auto middle = mulHi((V16)(a0 - a1) & uint16_t(0xFF), all<V16>(4682));  // / 14
   const auto sevenths = (V16)simd::mulAddBytes(
       simd::unpackLow(a0, a1), (simd::I8)blockPattern({0, 7, 6, 1, 5, 2, 4, 3, 3, 4, 2, 5, 1, 6, 0, 0}));
-  const auto thresholds16 = (I16)(simd::mulHi(sevenths, simd::splat<V16>(9363)) + middle);
+  const auto thresholds16 = (I16)(mulHi(sevenths, all<V16>(9363)) + middle);
   const V thresholds = simd::packU8(thresholds16, thresholds16);
   V count{};
   for (int t = 0; t < 7; ++t) {
-    const V threshold = shuffleBytes(thresholds, simd::splat<V>(uint8_t(t)));
-    count -= (V)(simd::min(values, threshold) == values);
+    const V threshold = shuffleBytes(thresholds, all<V>(uint8_t(t)));
+    count -= (V)(min(values, threshold) == values);
   }
   return ownPackRamps(a0, a1, shuffleBytes(blockPattern(kRampIndex), count));
 }
@@ -276,27 +276,27 @@ inline V64 ownRampBlocks(V values) {
 // (8 * span position * reciprocal) >> 16, not below 0, mapped to indices.
 inline V ownStepIndices(I16 low, I16 high, I16 reciprocal, const uint8_t (&map)[16]) {
   return shuffleBytes(blockPattern(map),
-                      simd::packU8(simd::mulHi(low, reciprocal), simd::mulHi(high, reciprocal)));
+                      simd::packU8(mulHi(low, reciprocal), mulHi(high, reciprocal)));
 }
 
 [[maybe_unused]] inline V ownGroupedDxt5Blocks(const Rows& rows) {
   const Box box = rows.box();
   uint8_t spans[simd::kBytes];
-  simd::store(spans, box.max - box.min);
+  store(spans, box.max - box.min);
   V64 reciprocals{};
   for (int i = 0; i < kAcross; ++i) {
     const uint8_t* span = spans + 16 * i;
     reciprocals[2 * i] = uint64_t(uint16_t(kColourReciprocals.of[span[0] + span[1] + span[2]])) |
                          uint64_t(uint16_t(kAlphaReciprocals.of[span[3]])) << 16;
   }
-  const auto ofColour = (I16)shuffleBytes((V)reciprocals, (V)simd::splat<V16>(0x0100));
-  const auto ofAlpha = (I16)shuffleBytes((V)reciprocals, (V)simd::splat<V16>(0x0302));
+  const auto ofColour = (I16)shuffleBytes((V)reciprocals, (V)all<V16>(0x0100));
+  const auto ofAlpha = (I16)shuffleBytes((V)reciprocals, (V)all<V16>(0x0302));
 
   const auto sums = [&](int y) { return ownSumRows(rows.of[y] - box.min, rows.of[y + 1] - box.min, 8); };
   const V colours = ownStepIndices(sums(0), sums(2), ofColour, kColourStepIndex);
 
-  const V minimum = shuffleBytes(box.min, simd::splat<V>(3)),
-          maximum = shuffleBytes(box.max, simd::splat<V>(3));
+  const V minimum = shuffleBytes(box.min, all<V>(3)),
+          maximum = shuffleBytes(box.max, all<V>(3));
   const Box alphaBox{minimum, maximum};
   const V above = rows.alphas() - minimum;
   const V alphas = ownStepIndices((I16)((V16)simd::unpackLow(above, V{}) << 3),
@@ -335,7 +335,7 @@ struct Dxt3 {
   static void group(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
     const Rows rows(src, srcStep);
     const V alphas = (V)((V16)rows.alphas() >> 4) & uint8_t(0x0F);
-    simd::store(dst, simd::unpackLow(packIndices<4>(alphas), ownColourBlocks(rows, rows.box())));
+    store(dst, simd::unpackLow(packIndices<4>(alphas), ownColourBlocks(rows, rows.box())));
   }
 };
 
@@ -351,7 +351,7 @@ struct Dxt5 {
   static void group(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
     if constexpr (simd::kEnabled) {
       for (int i = 0; i < kGroup; i += kAcross)
-        simd::store(dst + i * kBlockBytes, ownGroupedDxt5Blocks(Rows(src + i * 4 * kPixelBytes, srcStep)));
+        store(dst + i * kBlockBytes, ownGroupedDxt5Blocks(Rows(src + i * 4 * kPixelBytes, srcStep)));
     } else {
       for (int i = 0; i < kGroup; ++i)
         ownGroupedDxt5Block(src + i * 4 * kPixelBytes, srcStep, dst + i * kBlockBytes);
@@ -388,7 +388,7 @@ struct Bc5 {
     const V16 upper = twoRows(0), lower = twoRows(2);
     const V red = simd::packU8((I16)(upper & uint16_t(0xFF)), (I16)(lower & uint16_t(0xFF)));
     const V green = simd::packU8((I16)(upper >> 8), (I16)(lower >> 8));
-    simd::store(dst, simd::unpackLow(ownRampBlocks(red), ownRampBlocks(green)));
+    store(dst, simd::unpackLow(ownRampBlocks(red), ownRampBlocks(green)));
   }
 };
 
@@ -452,15 +452,15 @@ struct YCoCg {
     const V planes[3] = {plane(0), plane(1), plane(2)};
     const auto box = [](V v) { return Box{ownReduceBytes(v, kMin), ownReduceBytes(v, kMax)}; };
     const Box y = box(planes[0]), rawCo = box(planes[1]), rawCg = box(planes[2]);
-    const V centre = simd::splat<V>(128);
-    const V widest = simd::max(simd::max(ownDistance(rawCo.min, centre), ownDistance(rawCo.max, centre)),
-                               simd::max(ownDistance(rawCg.min, centre), ownDistance(rawCg.max, centre)));
-    const V below64 = (V)(simd::min(widest, simd::splat<V>(63)) == widest);
-    const V below32 = (V)(simd::min(widest, simd::splat<V>(31)) == widest);
+    const V centre = all<V>(128);
+    const V widest = max(max(ownDistance(rawCo.min, centre), ownDistance(rawCo.max, centre)),
+                               max(ownDistance(rawCg.min, centre), ownDistance(rawCg.max, centre)));
+    const V below64 = (V)(min(widest, all<V>(63)) == widest);
+    const V below32 = (V)(min(widest, all<V>(31)) == widest);
     const auto scaled = [&](V x) {  // around 128, in 8 bits
       x ^= centre;
-      x = simd::select(below64, x + x, x);
-      return simd::select(below32, x + x, x) ^ centre;
+      x = select(below64, x + x, x);
+      return select(below32, x + x, x) ^ centre;
     };
     const V cos = scaled(planes[1]), cgs = scaled(planes[2]);
 
@@ -476,21 +476,21 @@ struct YCoCg {
       return Ends{simd::packU8(low, low), simd::packU8(high, high)};
     };
     const auto expand = [](const Ends& ends, int bits) {
-      const auto top = simd::splat<V>(uint8_t(0xFF << (8 - bits))),
-                 below = simd::splat<V>(uint8_t(0xFF >> bits));
+      const auto top = all<V>(uint8_t(0xFF << (8 - bits))),
+                 below = all<V>(uint8_t(0xFF >> bits));
       const auto of = [&](V v) { return (v & top) | ((V)((V16)v >> uint16_t(bits)) & below); };
       return Ends{of(ends.low), of(ends.high)};
     };
     const Ends co = expand(inset(rawCo), 5);
     Ends cg = expand(inset(rawCg), 6);
-    const auto notBelow = [](V a, V b) { return (V)(simd::max(a, b) == a); };
+    const auto notBelow = [](V a, V b) { return (V)(max(a, b) == a); };
     const V sides =
-        notBelow(cos, simd::average(co.low, co.high)) ^ notBelow(cgs, simd::average(cg.low, cg.high));
+        notBelow(cos, average(co.low, co.high)) ^ notBelow(cgs, average(cg.low, cg.high));
     auto opposite = simd::sumAbsDiff8(sides & uint8_t(1), V{});
     opposite +=
         (V64)shuffleBytes((V)opposite, blockPattern({8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7}));
     const V swap = (V)((simd::I64)opposite > 8);
-    cg = {simd::select(swap, cg.high, cg.low), simd::select(swap, cg.low, cg.high)};
+    cg = {select(swap, cg.high, cg.low), select(swap, cg.low, cg.high)};
 
     const V code = (below64 & uint8_t(1)) + (below32 & uint8_t(2));
     const auto packed = [&](V o,
@@ -506,12 +506,12 @@ struct YCoCg {
     I16 first[4], second[4];
     for (int k = 0; k < 4; ++k) {
       const V red = ownDistance(cos, reds[k]), green = ownDistance(cgs, greens[k]);
-      const auto ones = simd::splat<simd::I8>(1);
+      const auto ones = all<simd::I8>(1);
       first[k] = simd::mulAddBytes(simd::unpackLow(red, green), ones);
       second[k] = simd::mulAddBytes(simd::unpackHigh(red, green), ones);
     }
     const V indices = simd::packU8(ownNearest(first), ownNearest(second));
-    simd::store(
+    store(
         dst, simd::unpackLow(ownRampBlocks(planes[0], y.max, y.min), ends | packIndices<2>(indices) << 32));
   }
 

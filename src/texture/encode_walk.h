@@ -6,7 +6,7 @@
 
 #include "frame/arith.h"
 #include "frame/check.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj::texture {
 

@@ -3,7 +3,7 @@
 #define QELJ_TEXTURE_INDICES_H
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj::texture {
 
@@ -58,7 +58,7 @@ template <int kBits, class V>
 inline simd::With<uint64_t, V> packIndices(V indices) {
   using Q = simd::With<uint64_t, V>;
   const auto pairs = simd::mulAddBytes(
-      indices, (simd::With<int8_t, V>)simd::splat<simd::With<uint16_t, V>>(1 | 256 << kBits));
+      indices, (simd::With<int8_t, V>)all<simd::With<uint16_t, V>>(1 | 256 << kBits));
   const auto fours = simd::mulAddPairs(pairs, simd::pairs<simd::With<int16_t, V>>(1, 1 << 2 * kBits));
   const Q eights = ((Q)fours & 0xFFFFFFFFu) | (Q)fours >> (32 - 4 * kBits);
   const Q lowHalf =

@@ -5,7 +5,7 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj {
 namespace {
@@ -48,8 +48,8 @@ inline void ownCopyLiteral(uint8_t* dst, const uint8_t* src, int64_t n) {
 
 inline void ownFillRun(uint8_t* dst, uint8_t value, int64_t n) {
   if constexpr (simd::kEnabled) {
-    const V all = simd::splat<V>(value);
-    ownStoreExactly(dst, n, [&](auto type, int64_t) { return load<decltype(type)>(&all); });
+    const V values = all<V>(value);
+    ownStoreExactly(dst, n, [&](auto type, int64_t) { return load<decltype(type)>(&values); });
   } else {
     std::memset(dst, value, size_t(n));
   }
@@ -61,9 +61,9 @@ inline void ownFillRun(uint8_t* dst, uint8_t value, int64_t n) {
 inline int64_t ownRun(const uint8_t* src, int64_t limit) {
   int64_t n = 1;
   if constexpr (simd::kEnabled) {
-    const V value = simd::splat<V>(src[0]);
+    const V value = all<V>(src[0]);
     for (; n + simd::kBytes <= limit; n += simd::kBytes) {
-      const uint32_t same = simd::topBits(simd::load<V>(src + n) == value);
+      const uint32_t same = simd::topBits(load<V>(src + n) == value);
       const int count = std::countr_one(same);
       if (count < simd::kBytes) return n + count;
     }
@@ -79,8 +79,8 @@ inline int64_t ownLiteral(const uint8_t* src, int64_t left) {
   int64_t n = 1;
   if constexpr (simd::kEnabled) {
     for (; n < limit && n + simd::kBytes + 2 <= left; n += simd::kBytes) {
-      const V here = simd::load<V>(src + n), next = simd::load<V>(src + n + 1),
-              third = simd::load<V>(src + n + 2);
+      const V here = load<V>(src + n), next = load<V>(src + n + 1),
+              third = load<V>(src + n + 2);
       const uint32_t equal = simd::topBits((here == next) & (next == third));
       if (equal) {
         n += std::countr_zero(equal);
@@ -122,7 +122,7 @@ constexpr Windows kWindows;
 inline Half join(Half tail, Half data, int64_t n, bool isRun) {
   const Half bytes = simd::shuffleBytes(data, load<Half>(kWindows.value[isRun]));
   const Half before = simd::shuffleBytes(tail, load<Half>(kWindows.older + n));
-  return simd::select(load<Half>(kWindows.fresh + n), bytes, before);
+  return select(load<Half>(kWindows.fresh + n), bytes, before);
 }
 }  // namespace short_token
 
@@ -163,7 +163,7 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
       count += n;
       if constexpr (simd::kShuffles) {
         if (isRun && n >= 16)
-          tail = simd::splat<Half>(src[position - 1]);
+          tail = all<Half>(src[position - 1]);
         else if (n >= 16)
           tail = load<Half>(src + position - 16);
         else if (count >= 16)

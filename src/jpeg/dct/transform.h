@@ -10,7 +10,7 @@
 #include <array>
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj::dct {
 
@@ -24,8 +24,8 @@ struct alignas(32) Lanes {
   T lane[32 / sizeof(T)];
 };
 template <class V>
-inline V lanes(const Lanes<simd::Lane<V>>& constant) {
-  return simd::load<V>(constant.lane);
+inline V lanes(const Lanes<Lane<V>>& constant) {  // one sample or a vector
+  return load<V>(constant.lane);
 }
 
 #pragma GCC visibility push(hidden)
@@ -60,71 +60,36 @@ constexpr int16_t weight(int k, int n, int u) {
 
 // --- column arithmetic -------------------------------------------------------------------------------------
 
-// Signed 16-bit arithmetic on one sample (V is int16_t) or a vector of them: + and - saturate, << drops what
-// leaves at the top.
-template <class V>
-struct Sat16 {
-  V v;
-};
-template <class V>
-inline Sat16<V> operator+(Sat16<V> a, Sat16<V> b) {
-  if constexpr (std::is_integral_v<V>)
-    return {qelj::addSat(a.v, b.v)};
-  else
-    return {simd::addSat(a.v, b.v)};
-}
-template <class V>
-inline Sat16<V> operator-(Sat16<V> a, Sat16<V> b) {
-  if constexpr (std::is_integral_v<V>)
-    return {qelj::subSat(a.v, b.v)};
-  else
-    return {simd::subSat(a.v, b.v)};
-}
-template <class V>
-inline Sat16<V> operator<<(Sat16<V> a, int bits) {
-  if constexpr (std::is_integral_v<V>)
-    return {qelj::shlWrap(a.v, bits)};
-  else
-    return {simd::shlWrap(a.v, bits)};
-}
-template <class V>
-inline Sat16<V> operator>>(Sat16<V> a, int bits) {
-  return {V(a.v >> bits)};
-}
+// In 16 bits that saturate, on one sample or a vector of them.
+
 // The lowest bit set: half a unit, on average, for the fraction that a high multiplication dropped.
 template <class V>
-inline Sat16<V> oddOne(Sat16<V> a) {
-  if constexpr (std::is_integral_v<V>)
-    return {V(a.v | kOddOne.lane[0])};
-  else
-    return {a.v | lanes<V>(kOddOne)};
+inline Saturating<V> oddOne(Saturating<V> a) {
+  return {V(a.v | lanes<V>(kOddOne))};
 }
 // The high half of the product.
 template <class V>
-inline Sat16<V> hi(Sat16<V> a, const Lanes<int16_t>& factor) {
-  if constexpr (std::is_integral_v<V>)
-    return {int16_t(int32_t(a.v) * factor.lane[0] >> 16)};
-  else
-    return {simd::mulHi(a.v, lanes<V>(factor))};
+inline Saturating<V> hi(Saturating<V> a, const Lanes<int16_t>& factor) {
+  return {mulHi(a.v, lanes<V>(factor))};
 }
 
 // A row that is known to be zero: what it takes part in is left out when the kernel is compiled.
 struct Zero {};
 template <class V>
-inline Sat16<V> operator+(Sat16<V> a, Zero) {
+inline Saturating<V> operator+(Saturating<V> a, Zero) {
   return a;
 }
 template <class V>
-inline Sat16<V> operator+(Zero, Sat16<V> b) {
+inline Saturating<V> operator+(Zero, Saturating<V> b) {
   return b;
 }
 template <class V>
-inline Sat16<V> operator-(Sat16<V> a, Zero) {
+inline Saturating<V> operator-(Saturating<V> a, Zero) {
   return a;
 }
 template <class V>
-inline Sat16<V> operator-(Zero, Sat16<V> b) {
-  return Sat16<V>{} - b;
+inline Saturating<V> operator-(Zero, Saturating<V> b) {
+  return Saturating<V>{} - b;
 }
 inline Zero operator+(Zero, Zero) { return {}; }
 inline Zero operator-(Zero, Zero) { return {}; }
@@ -139,17 +104,17 @@ inline constexpr int kRows = simd::kLanes<Rows> / 8;
 // The vector of row k, or of rows k and k + 1: of a block or table in memory, and of rows one by one, to and
 // fro.
 inline Rows loadRows(const void* block, int k) {
-  return simd::load<Rows>(static_cast<const char*>(block) + 16 * k);
+  return load<Rows>(static_cast<const char*>(block) + 16 * k);
 }
 template <class V = Rows>
-inline V joinRows(const Sat16<Row>* row) {
+inline V joinRows(const Saturating<Row>* row) {
   if constexpr (sizeof(V) == sizeof(Row))
     return row[0].v;
   else
     return simd::join(row[0].v, row[1].v);
 }
 template <class V>
-inline void splitRows(V rows, Sat16<Row>* row) {
+inline void splitRows(V rows, Saturating<Row>* row) {
   if constexpr (sizeof(V) == sizeof(Row)) {
     row[0].v = rows;
   } else {

@@ -31,7 +31,7 @@ class AheadReader {
     position_ = -state.bitCount;
     bits_ = position_ ? buffer_ << (64 + position_) : 0;
     for (int i = 0; i < kWindow; i += simd::kBytes)
-      ff_ |= uint64_t(simd::topBits((simd::I8)(simd::load<simd::I8>(src_ + i) == -1))) << i;
+      ff_ |= uint64_t(simd::topBits((simd::I8)(load<simd::I8>(src_ + i) == -1))) << i;
     limit_ = 8 * std::countr_zero(ff_) - kAhead;
   }
 

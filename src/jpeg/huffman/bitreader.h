@@ -10,7 +10,7 @@
 
 #include <algorithm>
 
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/huffman/bits.h"
 #include "jpeg/huffman/records.h"
 
@@ -23,11 +23,11 @@ inline uint32_t ownLongCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
   if constexpr (!simd::kShuffles) return 0;
   using U = simd::Vec<uint16_t, 16>;
   using I = simd::Vec<int16_t, 16>;
-  const U bits = simd::splat<U>(uint16_t(next));
-  const U codes = simd::mulHi(bits, U{1 << 9, 1 << 10, 1 << 11, 1 << 12, 1 << 13, 1 << 14, 1 << 15, 0}) |
+  const U bits = all<U>(uint16_t(next));
+  const U codes = mulHi(bits, U{1 << 9, 1 << 10, 1 << 11, 1 << 12, 1 << 13, 1 << 14, 1 << 15, 0}) |
                   (bits & U{0, 0, 0, 0, 0, 0, 0, 0xFFFF});
   const I max =
-      simd::load<I>(reinterpret_cast<const char*>(table) + offsetof(QelDecodeHuffmanSpec, maxCode[9]));
+      load<I>(reinterpret_cast<const char*>(table) + offsetof(QelDecodeHuffmanSpec, maxCode[9]));
   // A length without codes has a maximum of -1, which only codes of 16 bits can seem to reach.
   const uint32_t found = ~simd::topBits((I)((I)codes > max)) & 0xFFFF;
   if (found == 0) return 0;

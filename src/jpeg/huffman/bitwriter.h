@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <array>
 
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/huffman/bits.h"
 #include "jpeg/huffman/records.h"
 
@@ -98,8 +98,8 @@ inline Ahead ownLookAhead(const uint8_t* src, int n) {
     for (int i = 0; i < simd::kBytes; ++i) lane[size_t(i)] = int8_t(i);
     return lane;
   }();
-  const auto bytes = simd::load<simd::I8>(src);
-  const auto inside = (simd::I8)(simd::load<simd::I8>(kLane.data()) < simd::splat<simd::I8>(int8_t(n)));
+  const auto bytes = load<simd::I8>(src);
+  const auto inside = (simd::I8)(load<simd::I8>(kLane.data()) < all<simd::I8>(int8_t(n)));
   return {bytes, inside, simd::topBits((simd::I8)(bytes == -1) & inside)};
 }
 
@@ -129,7 +129,7 @@ inline uint8_t* ownStuff(uint8_t* dst, const uint8_t* src, int bytes) {
   for (;;) {
     int n = std::min(bytes, simd::kBytes);
     const Ahead ahead = ownLookAhead(src, n);
-    simd::store(dst, simd::select(ahead.inside, ahead.bytes, simd::load<simd::I8>(dst)));
+    store(dst, select(ahead.inside, ahead.bytes, load<simd::I8>(dst)));
     if (ahead.ff != 0) [[unlikely]] {
       n = std::countr_zero(ahead.ff) + 1;
       dst[n] = 0;

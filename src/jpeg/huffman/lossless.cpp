@@ -36,7 +36,7 @@ inline QelStatus ownDecodeRow(BitReader<true>& reader, int16_t* const* dst, int3
   for (int c = 0; c < kChannels; ++c) planes[c] = dst[c], specs[c] = tables[c];
   for (int32_t x = 0; x < width; ++x)
     for (int c = 0; c < kChannels; ++c)
-      if (auto s = ownDecodeDifference(reader, specs[c], row(planes[c], 2, x)); s) return s;
+      if (auto s = ownDecodeDifference(reader, specs[c], offset(planes[c], x)); s) return s;
   return qelStatusOk;
 }
 

@@ -5,13 +5,13 @@
 
 #include <array>
 
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/huffman/records.h"
 
 namespace qelj {
 
 inline void ownClear(int16_t* block) {
-  for (int i = 0; i < 128; i += simd::kBytes) simd::store(row(block, 1, i), simd::I16{});
+  for (int i = 0; i < 128; i += simd::kBytes) store(row(block, 1, i), simd::I16{});
 }
 
 // Bit k of the result tells whether flag(coefficient at zig-zag position k) is non-zero. `flag` maps an
@@ -26,8 +26,8 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
     // in.
     U rows[4];
     for (int i = 0; i < 4; ++i)
-      rows[i] = (U)simd::packI8(I(flag(simd::load<I>(row(block, 32, i)))),
-                                I(flag(simd::load<I>(row(block, 32, i) + 8))));
+      rows[i] = (U)simd::packI8(I(flag(load<I>(row(block, 32, i)))),
+                                I(flag(load<I>(row(block, 32, i) + 8))));
     static constexpr auto kFrom = [] {
       std::array<std::array<std::array<uint8_t, 16>, 4>, 4> from{};
       for (int k = 0; k < 64; ++k)
@@ -38,7 +38,7 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
       U bytes{};
       for (int i = 0; i < 4; ++i)
         if (!(group == 0 && i == 3) && !(group == 3 && i == 0))  // the corners hold none of these
-          bytes |= simd::shuffleBytes(rows[i], simd::load<U>(kFrom[group][i].data()));
+          bytes |= simd::shuffleBytes(rows[i], load<U>(kFrom[group][i].data()));
       set |= uint64_t(simd::topBits((U)(bytes == 0))) << (16 * group);
     }
     return ~set;
@@ -69,16 +69,16 @@ class AcBytes {
     U8 categories[kVectors], bits[kVectors];
     U16 magnitudes{};
     for (int i = 0; i < kVectors; ++i) {
-      I16 a = simd::load<I16>(row(block, 2 * kBytes, i));
-      const I16 b = simd::load<I16>(row(block, 2 * kBytes, i) + kBytes / 2);
-      if (i == 0) a &= simd::load<I16>(kNotDc.data());
+      I16 a = load<I16>(row(block, 2 * kBytes, i));
+      const I16 b = load<I16>(row(block, 2 * kBytes, i) + kBytes / 2);
+      if (i == 0) a &= load<I16>(kNotDc.data());
       const I16 absA = absWrap(a), absB = absWrap(b);
       magnitudes |= (U16)(absA | absB);
       const U8 magnitude = (U8)packU8(absA, absB);
       // By half byte; the larger of the two counts.
       static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
       static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
-      categories[i] = simd::max(shuffleBytes(blockPattern(kLow), magnitude & 15),
+      categories[i] = max(shuffleBytes(blockPattern(kLow), magnitude & 15),
                                 shuffleBytes(blockPattern(kHigh), (U8)((U16)magnitude >> 4) & 15));
       // A negative value's bits are those of its magnitude, inverted.
       static constexpr uint8_t kOnes[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255};
@@ -119,9 +119,9 @@ class AcBytes {
     for (int i = 0; i < kVectors; ++i) {
       simd::U8 bytes[4];
       for (int j = 0; j < 4; ++j)
-        bytes[j] = simd::shuffleBytes(from[j], simd::load<simd::U8>(kPlaces[size_t(i)][size_t(j)].data()));
+        bytes[j] = simd::shuffleBytes(from[j], load<simd::U8>(kPlaces[size_t(i)][size_t(j)].data()));
       const simd::U8 all = (bytes[0] | bytes[1]) | (bytes[2] | bytes[3]);
-      simd::store(ordered + simd::kBytes * i, all);
+      store(ordered + simd::kBytes * i, all);
       zero |= uint64_t(simd::topBits((simd::U8)(all == 0))) << (simd::kBytes * i);
     }
     return zero;

@@ -111,7 +111,7 @@ constexpr auto ownShifted = [](uint32_t al) {
       return (c < 0 ? -c : c) >> al;
     } else {
       using U = simd::With<uint16_t, decltype(c)>;
-      return (decltype(c))((U)simd::absWrap(c) >> uint16_t(al));
+      return (decltype(c))((U)absWrap(c) >> uint16_t(al));
     }
   };
 };

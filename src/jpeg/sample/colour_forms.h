@@ -12,7 +12,7 @@
 #include <type_traits>
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj::colour {
 
@@ -84,10 +84,10 @@ struct MatrixForm {
     const auto pair = simd::pairs(w.r, w.b);
     auto low = simd::mulAddPairs(d.low, pair), high = simd::mulAddPairs(d.high, pair);
     if constexpr (kRest == 0) {
-      const auto round = simd::splat<simd::I32>(w.round << kLog2);
+      const auto round = all<simd::I32>(w.round << kLog2);
       low += round, high += round;
     } else {
-      const auto one = simd::splat<I16>(1), rest = simd::pairs(kRest, w.round << kLog2);
+      const auto one = all<I16>(1), rest = simd::pairs(kRest, w.round << kLog2);
       low += simd::mulAddPairs(simd::unpackLow(g, one), rest),
           high += simd::mulAddPairs(simd::unpackHigh(g, one), rest);
     }
@@ -131,7 +131,7 @@ struct TruncatedForm {
   }
   template <int shift>
   static QELJ_INLINE I16 term(I16 v, int32_t weight) {
-    return simd::mulHi(simd::shlWrap(v, 16 - shift), simd::splat<I16>(int16_t(weight)));
+    return mulHi(shlWrap(v, 16 - shift), all<I16>(int16_t(weight)));
   }
 
   template <class T>
@@ -156,7 +156,7 @@ struct TruncatedForm {
 struct DifferenceForm {
   static int32_t scale(int32_t v, int16_t weight) { return (v * weight + 16384) >> 15; }
   static QELJ_INLINE I16 scale(I16 v, int16_t weight) {
-    return simd::mulHiRound(v, simd::splat<I16>(weight));
+    return mulHiRound(v, all<I16>(weight));
   }
   template <class T>
   static QELJ_INLINE Ycc<T> ycc(Rgb<T> p) {
@@ -174,9 +174,9 @@ struct FloatLumaForm {
   static QELJ_INLINE Ycc<I16> ycc(Rgb<I16> p) {
     using simd::F32;
     const auto sum = [](I16 r, I16 g, I16 b) {  // 16-bit samples in 32-bit lanes
-      const auto floats = [](I16 v) { return simd::convert<float>(simd::as<int32_t>(v)); };
-      return simd::roundToInt((floats(r) * simd::splat<F32>(kR) + floats(g) * simd::splat<F32>(kG)) +
-                              floats(b) * simd::splat<F32>(kB));
+      const auto floats = [](I16 v) { return convert<float>(as<int32_t>(v)); };
+      return roundToInt((floats(r) * all<F32>(kR) + floats(g) * all<F32>(kG)) +
+                              floats(b) * all<F32>(kB));
     };
     const I16 zero{};
     return {simd::packI16(
@@ -208,7 +208,7 @@ struct ChromaTerm {
 
   constexpr int32_t operator()(int32_t c) const { return (weight * c + round) >> 14; }
   QELJ_INLINE I16 operator()(I16 c) const {
-    return (simd::mulHiRound(c, simd::splat<I16>(laneWeight)) + simd::splat<I16>(laneRound)) >> 7;
+    return (mulHiRound(c, all<I16>(laneWeight)) + all<I16>(laneRound)) >> 7;
   }
   constexpr bool lanesAgree() const {
     for (int32_t c = -128; c < 128; ++c)
@@ -231,7 +231,7 @@ struct InverseQ14Form {
   static int32_t green(int32_t cb, int32_t cr) { return (kCb * cb + kCr * cr + kRound) >> 14; }
   static QELJ_INLINE I16 green(I16 cb, I16 cr) {
     const auto weights = simd::pairs(kCb, kCr);
-    const auto round = simd::splat<simd::I32>(kRound << 8);
+    const auto round = all<simd::I32>(kRound << 8);
     return simd::packI16((simd::mulAddPairs(simd::unpackLow(cb, cr), weights) + round) >> 22,
                          (simd::mulAddPairs(simd::unpackHigh(cb, cr), weights) + round) >> 22);
   }
@@ -256,8 +256,8 @@ struct InverseQ16Form {
 // (stored * weight) >> 9, for chroma as stored (0..255).
 inline int32_t storedTerm(int32_t c, int32_t weight) { return ((c + 128) * weight) >> 9; }
 QELJ_INLINE I16 storedTerm(I16 c, int32_t weight) {
-  const auto stored = (simd::as<uint16_t>(c) ^ uint16_t(0x8000)) >> 1;  // << 7
-  return simd::mulHi(simd::as<int16_t>(stored), simd::splat<I16>(int16_t(weight)));
+  const auto stored = (as<uint16_t>(c) ^ uint16_t(0x8000)) >> 1;  // << 7
+  return mulHi(as<int16_t>(stored), all<I16>(int16_t(weight)));
 }
 
 // Four bits of fraction; every product is truncated by itself.

@@ -7,7 +7,7 @@
 #define QELJ_JPEG_SAMPLE_MCU_H
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/sample/pixels.h"
 
 namespace qelj::mcu {
@@ -55,30 +55,30 @@ template <class V = U8>
 inline V loadBlocks(const uint8_t* p, ptrdiff_t apart) {
   using Block = simd::Vec<simd::Lane<V>, 16>;
   if constexpr (kOctets == 1)
-    return simd::load<V>(p);
+    return load<V>(p);
   else
-    return simd::join(simd::load<Block>(p), simd::load<Block>(p + apart));
+    return simd::join(load<Block>(p), load<Block>(p + apart));
 }
 template <class V>
 inline void storeBlocks(uint8_t* p, ptrdiff_t apart, V v) {
   if constexpr (kOctets == 1)
-    simd::store(p, v);
+    store(p, v);
   else
-    simd::store(p, simd::lower(v)), simd::store(p + apart, simd::upper(v));
+    store(p, simd::lower(v)), store(p + apart, simd::upper(v));
 }
 
 // The octets of block row `y` and, `Down` picture rows further, of the next row of the vector.
 template <int Down>
 inline I16 loadOctets(const int16_t* block) {
   if constexpr (Down == 1)
-    return simd::load<I16>(block);
+    return load<I16>(block);
   else
     return (I16)loadBlocks(reinterpret_cast<const uint8_t*>(block), Down * 16);
 }
 template <int Down>
 inline void storeOctets(int16_t* block, I16 v) {
   if constexpr (Down == 1)
-    simd::store(block, v);
+    store(block, v);
   else
     storeBlocks(reinterpret_cast<uint8_t*>(block), Down * 16, (U8)v);
 }
@@ -213,7 +213,7 @@ struct PackedPixels {
             {(I16)simd::unpackHigh(r, g), (I16)simd::unpackHigh(b, zero)}};
   }
   static void store(uint8_t* p, ptrdiff_t apart, const I16 (&c)[4]) {
-    const auto byte = [](I16 v) { return (U16)simd::min(simd::max(v, I16{}), simd::splat<I16>(255)); };
+    const auto byte = [](I16 v) { return (U16)min(max(v, I16{}), all<I16>(255)); };
     storeBlocks(p, apart, Sink::pack(byte(c[0]), byte(c[1]), byte(c[2])));
   }
 };

@@ -2,7 +2,7 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/sample/colour_forms.h"
 #include "jpeg/sample/mcu.h"
 
@@ -83,16 +83,16 @@ void ownForwardOctets(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst
       constexpr int h = i / kDown, v = i % kDown, x = 8 * h;
       const int y = kDown * r + v;
       const Octets o = Pixels::load(row(src, srcStep, y) + x * Pixels::kPixelBytes, kDown * srcStep);
-      storeOctets<kDown>(row(luma, 2, Mcu::luma(x, y)), ownWeighOctets<M.y, 0, M.shift>(o));
+      storeOctets<kDown>(offset(luma, Mcu::luma(x, y)), ownWeighOctets<M.y, 0, M.shift>(o));
       if constexpr (Pixels::kChannels == 4) {
         const I16 k = simd::packI16((I32)o.low.c23 >> 16, (I32)o.high.c23 >> 16);
-        storeOctets<kDown>(row(black, 2, Mcu::luma(x, y)), k - int16_t(128));
+        storeOctets<kDown>(offset(black, Mcu::luma(x, y)), k - int16_t(128));
       }
       sums[h] = v == 0 ? o : Octets{sums[h].low + o.low, sums[h].high + o.high};
     });
     if constexpr (kAcross == 2) sums[0] = {ownSumsAcross(sums[0]), ownSumsAcross(sums[1])};
-    storeOctets<1>(row(cb, 2, 8 * r), ownWeighOctets<M.cb, Mcu::kLog2n, M.shift>(sums[0]));
-    storeOctets<1>(row(cr, 2, 8 * r), ownWeighOctets<M.cr, Mcu::kLog2n, M.shift>(sums[0]));
+    storeOctets<1>(offset(cb, 8 * r), ownWeighOctets<M.cb, Mcu::kLog2n, M.shift>(sums[0]));
+    storeOctets<1>(offset(cr, 8 * r), ownWeighOctets<M.cr, Mcu::kLog2n, M.shift>(sums[0]));
   }
 }
 

@@ -3,7 +3,7 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/sample/mcu.h"
 
 namespace qelj {
@@ -60,17 +60,17 @@ int32_t ownChannel(const Channel& c, const Form& f, int16_t y, int16_t cb, int16
 // The terms of the vector's octets from their interleaved chroma (Cb, Cr, Cb, Cr, ...).
 template <Channel C, int Shift>
 I16 ownTerms(I16 low, I16 high) {
-  if constexpr (C.cb == 0 && C.cr == 0) return simd::splat<I16>(int16_t(C.bias >> Shift));
+  if constexpr (C.cb == 0 && C.cr == 0) return all<I16>(int16_t(C.bias >> Shift));
   const auto sums = [](I16 chroma) {
     I32 sum;
     if constexpr (C.cb == int16_t(C.cb) && C.cr == int16_t(C.cr)) {
       sum = simd::mulAddPairs(chroma, simd::pairs(C.cb, C.cr));
     } else {
-      const I32 cb = simd::shlWrap((I32)chroma, 16) >> 16, cr = (I32)chroma >> 16;
+      const I32 cb = shlWrap((I32)chroma, 16) >> 16, cr = (I32)chroma >> 16;
       sum =
-          simd::addWrap(simd::mulWrap(cb, simd::splat<I32>(C.cb)), simd::mulWrap(cr, simd::splat<I32>(C.cr)));
+          addWrap(mulWrap(cb, all<I32>(C.cb)), mulWrap(cr, all<I32>(C.cr)));
     }
-    return simd::addWrap(sum, simd::splat<I32>(C.bias)) >> Shift;
+    return addWrap(sum, all<I32>(C.bias)) >> Shift;
   };
   return simd::packI16(sums(low), sums(high));
 }
@@ -79,10 +79,10 @@ I16 ownTerms(I16 low, I16 high) {
 // true one.
 template <Channel C, int Offset>
 I16 ownValues(I16 y, I16 term) {
-  const I16 value = C.luma == Luma::kPlus    ? simd::addSat(y, term)
-                    : C.luma == Luma::kMinus ? simd::subSat(y, term)
+  const I16 value = C.luma == Luma::kPlus    ? addSat(y, term)
+                    : C.luma == Luma::kMinus ? subSat(y, term)
                                              : term;
-  return Offset ? simd::addSat(value, simd::splat<I16>(int16_t(Offset))) : value;
+  return Offset ? addSat(value, all<I16>(int16_t(Offset))) : value;
 }
 
 // --- one MCU -----------------------------------------------------------------------------------------------
@@ -94,7 +94,7 @@ void ownInverseOctets(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep
   const int16_t* const black = Pixels::kChannels == 4 ? src[3] : nullptr;
 
   for (int r = 0; r < 8; r += kOctets) {  // rows r, r + 1 of the chroma blocks
-    const I16 cbs = loadOctets<1>(row(cb, 2, 8 * r)), crs = loadOctets<1>(row(cr, 2, 8 * r));
+    const I16 cbs = loadOctets<1>(offset(cb, 8 * r)), crs = loadOctets<1>(offset(cr, 8 * r));
     const I16 low = simd::unpackLow(cbs, crs), high = simd::unpackHigh(cbs, crs);
     const I16 terms[3] = {ownTerms<F.channel[0], F.shift>(low, high),
                           ownTerms<F.channel[1], F.shift>(low, high),
@@ -109,12 +109,12 @@ void ownInverseOctets(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep
       const I16 t[3] = {repeated(0), repeated(1), repeated(2)};
       simd::unroll<kDown>([&](auto v) {
         const int x = 8 * h, y = kDown * r + v;
-        const I16 ys = loadOctets<kDown>(row(luma, 2, Mcu::luma(x, y)));
+        const I16 ys = loadOctets<kDown>(offset(luma, Mcu::luma(x, y)));
         I16 c[4] = {ownValues<F.channel[0], F.offset>(ys, t[0]), ownValues<F.channel[1], F.offset>(ys, t[1]),
                     ownValues<F.channel[2], F.offset>(ys, t[2])};
         if constexpr (Pixels::kChannels == 4) {
-          const I16 ks = loadOctets<kDown>(row(black, 2, Mcu::luma(x, y))), shift = simd::splat<I16>(128);
-          c[3] = F.clampBlack ? simd::addSat(ks, shift) : simd::addWrap(ks, shift) & int16_t(0xFF);
+          const I16 ks = loadOctets<kDown>(offset(black, Mcu::luma(x, y))), shift = all<I16>(128);
+          c[3] = F.clampBlack ? addSat(ks, shift) : addWrap(ks, shift) & int16_t(0xFF);
         }
         Pixels::store(row(dst, dstStep, y) + x * Pixels::kPixelBytes, kDown * dstStep, c);
       });

@@ -9,7 +9,7 @@
 #include "frame/check.h"
 #include "frame/memory.h"
 #include "frame/rows.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/sample/colour_forms.h"
 
 namespace qelj::colour {
@@ -66,7 +66,7 @@ struct PlaneSource {
 
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {{r[x], g[x], b[x]}, 0}; }
   QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    return {{simd::load<U8>(r + x), simd::load<U8>(g + x), simd::load<U8>(b + x)}, U8{}};
+    return {{load<U8>(r + x), load<U8>(g + x), load<U8>(b + x)}, U8{}};
   }
 };
 
@@ -96,7 +96,7 @@ struct CmykPlaneSource {
 
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {{255 - c[x], 255 - m[x], 255 - y[x]}, k[x]}; }
   QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    return {{~simd::load<U8>(c + x), ~simd::load<U8>(m + x), ~simd::load<U8>(y + x)}, simd::load<U8>(k + x)};
+    return {{~load<U8>(c + x), ~load<U8>(m + x), ~load<U8>(y + x)}, load<U8>(k + x)};
   }
 };
 
@@ -117,10 +117,10 @@ struct PackedSource {
   }
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {unpack<int32_t>(at(p, x)), 0}; }
   QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    const auto first = unpack(simd::load<simd::U16>(row(p, 2, x)));
-    const auto second = unpack(simd::load<simd::U16>(row(p, 2, x + kVector / 2)));
+    const auto first = unpack(load<simd::U16>(offset(p, x)));
+    const auto second = unpack(load<simd::U16>(offset(p, x + kVector / 2)));
     const auto bytes = [](simd::U16 a, simd::U16 b) {
-      return simd::orderPacked(simd::packU8(simd::as<int16_t>(a), simd::as<int16_t>(b)));
+      return simd::orderPacked(simd::packU8(as<int16_t>(a), as<int16_t>(b)));
     };
     const Rgb<U8> rgb{bytes(first.r, second.r), bytes(first.g, second.g), bytes(first.b, second.b)};
     return {rgb, U8{}};
@@ -144,7 +144,7 @@ struct Writer {
     if (streams)
       simd::stream(p, v);
     else
-      simd::store(p, v);
+      store(p, v);
   }
   // Behind every row, so that the thread that joins sees it.
   void endRow() const {
@@ -188,7 +188,7 @@ struct AlphaPixelSink {
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     const auto& [r, g, b] = v.rgb;
-    const U8 a = simd::splat<U8>(alpha);
+    const U8 a = all<U8>(alpha);
     simd::storePixels4(p + 4 * x, Order::r == 0 ? simd::Planes4{r, g, b, a} : simd::Planes4{b, g, r, a},
                        write);
   }
@@ -203,7 +203,7 @@ struct PlaneSink {
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const { r[x] = v.rgb.r, g[x] = v.rgb.g, b[x] = v.rgb.b; }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    simd::store(r + x, v.rgb.r), simd::store(g + x, v.rgb.g), simd::store(b + x, v.rgb.b);
+    store(r + x, v.rgb.r), store(g + x, v.rgb.g), store(b + x, v.rgb.b);
   }
 };
 
@@ -236,8 +236,8 @@ struct CmykPlaneSink {
     c[x] = uint8_t(~v.rgb.r), m[x] = uint8_t(~v.rgb.g), y[x] = uint8_t(~v.rgb.b), k[x] = v.k;
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    simd::store(c + x, ~v.rgb.r), simd::store(m + x, ~v.rgb.g), simd::store(y + x, ~v.rgb.b),
-        simd::store(k + x, v.k);
+    store(c + x, ~v.rgb.r), store(m + x, ~v.rgb.g), store(y + x, ~v.rgb.b),
+        store(k + x, v.k);
   }
 };
 
@@ -259,12 +259,12 @@ struct PackedSink {
     put(p, x, uint16_t(pack<uint32_t>(v.rgb.r, v.rgb.g, v.rgb.b)));
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    const auto low = [](U8 bytes) { return simd::as<uint16_t>(simd::unpackLow(bytes, U8{})); };
-    const auto high = [](U8 bytes) { return simd::as<uint16_t>(simd::unpackHigh(bytes, U8{})); };
+    const auto low = [](U8 bytes) { return as<uint16_t>(simd::unpackLow(bytes, U8{})); };
+    const auto high = [](U8 bytes) { return as<uint16_t>(simd::unpackHigh(bytes, U8{})); };
     const auto first = pack(low(v.rgb.r), low(v.rgb.g), low(v.rgb.b));
     const auto second = pack(high(v.rgb.r), high(v.rgb.g), high(v.rgb.b));
-    write(row(p, 2, x), simd::lowBlocks(first, second));
-    write(row(p, 2, x + kVector / 2), simd::highBlocks(first, second));
+    write(offset(p, x), simd::lowBlocks(first, second));
+    write(offset(p, x + kVector / 2), simd::highBlocks(first, second));
   }
 };
 
@@ -285,9 +285,9 @@ struct YccSink {
     if constexpr (kPlanes == 4) plane[3][x] = v.k;
   }
   QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const {
-    simd::store(plane[0] + x, v.ycc.y), simd::store(plane[1] + x, v.ycc.cb),
-        simd::store(plane[2] + x, v.ycc.cr);
-    if constexpr (kPlanes == 4) simd::store(plane[3] + x, v.k);
+    store(plane[0] + x, v.ycc.y), store(plane[1] + x, v.ycc.cb),
+        store(plane[2] + x, v.ycc.cr);
+    if constexpr (kPlanes == 4) store(plane[3] + x, v.k);
   }
 };
 struct LumaSink {
@@ -297,7 +297,7 @@ struct LumaSink {
   static QelStatus valid(uint8_t* base) { return nonNull(base); }
 
   void pixel(ptrdiff_t x, YccK<uint8_t> v) const { p[x] = v.ycc.y; }
-  QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const { simd::store(p + x, v.ycc.y); }
+  QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const { store(p + x, v.ycc.y); }
 };
 
 template <int kPlanes>
@@ -312,8 +312,8 @@ struct YccSource {
     return {{plane[0][x], plane[1][x], plane[2][x]}, kPlanes == 4 ? plane[kPlanes - 1][x] : uint8_t(0)};
   }
   QELJ_INLINE YccK<U8> group(ptrdiff_t x) const {
-    return {{simd::load<U8>(plane[0] + x), simd::load<U8>(plane[1] + x), simd::load<U8>(plane[2] + x)},
-            kPlanes == 4 ? simd::load<U8>(plane[kPlanes - 1] + x) : U8{}};
+    return {{load<U8>(plane[0] + x), load<U8>(plane[1] + x), load<U8>(plane[2] + x)},
+            kPlanes == 4 ? load<U8>(plane[kPlanes - 1] + x) : U8{}};
   }
 };
 

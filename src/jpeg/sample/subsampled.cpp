@@ -35,19 +35,19 @@ void ownForwardRows(const Source (&source)[2], const YccRows& dst, ptrdiff_t wid
   };
   const ptrdiff_t main = width / 8 * 8;
   ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const auto one = simd::splat<simd::I8>(1);
+    const auto one = all<simd::I8>(1);
     Rgb<I16> sum{};
     for (int row = 0; row < kRows; ++row) {
       const Rgb<U8> p = source[row].group(at).rgb;
       sum.r += simd::mulAddBytes(p.r, one), sum.g += simd::mulAddBytes(p.g, one),
           sum.b += simd::mulAddBytes(p.b, one);
       const auto [r, g, b] = widen(p);
-      simd::store(dst.y[row] + at, simd::packU8(ForwardMain::luma(Rgb<I16>{r.low, g.low, b.low}),
+      store(dst.y[row] + at, simd::packU8(ForwardMain::luma(Rgb<I16>{r.low, g.low, b.low}),
                                                 ForwardMain::luma(Rgb<I16>{r.high, g.high, b.high})));
     }
     const auto c = ForwardMain::chroma<kLog2>(sum);
     const U8 both = simd::orderPacked(simd::packU8(c.cb, c.cr));
-    simd::store(dst.cb + at / 2, simd::lower(both)), simd::store(dst.cr + at / 2, simd::upper(both));
+    store(dst.cb + at / 2, simd::lower(both)), store(dst.cr + at / 2, simd::upper(both));
   });
   for (; x < main; x += 2) pair(ForwardMain{}, x);
   for (; x + 1 < width; x += 2) pair(ForwardTail{}, x);
@@ -87,7 +87,7 @@ struct PairOffsets {
   }
 };
 QELJ_INLINE I16 centred(simd::U16 chromaShifted8) {
-  return simd::as<int16_t>(chromaShifted8 ^ uint16_t(0x8000));
+  return as<int16_t>(chromaShifted8 ^ uint16_t(0x8000));
 }
 
 template <int kRows, class Sink>
@@ -95,12 +95,12 @@ void ownInverseRows(const uint8_t* const (&y)[2], const uint8_t* cb, const uint8
                     ptrdiff_t width) {
   using Form = InverseQ4Form;
   ptrdiff_t x = simd::coverByVectors(0, width / 2 * 2, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const auto load = [at](const uint8_t* p) {
+    const auto chroma = [at](const uint8_t* p) {
       return centred(simd::loadAs<simd::U16, uint8_t>(p + at / 2) << 8);
     };
-    const PairOffsets<Form> add({load(cb), load(cr)});
+    const PairOffsets<Form> add({chroma(cb), chroma(cr)});
     for (int row = 0; row < kRows; ++row)
-      sink[row].group(at, {toRgb<Form>(simd::load<U8>(y[row] + at), add.low, add.high), U8{}});
+      sink[row].group(at, {toRgb<Form>(load<U8>(y[row] + at), add.low, add.high), U8{}});
   });
   for (; x + 1 < width; x += 2) {
     const auto add = Form::offset(Chroma<int32_t>{cb[x / 2] - 128, cr[x / 2] - 128});
@@ -138,8 +138,8 @@ void ownPackedRow(const uint8_t* src, PixelSink<RgbOrder> sink, ptrdiff_t width)
   ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
     using Form = InverseQ9Form;
     const auto split =
-        simd::deinterleave(simd::load<U8>(src + 2 * at), simd::load<U8>(src + 2 * at + kVector));
-    const auto chroma = simd::as<uint16_t>(split.second);  // Cb in the low bytes, Cr in the high ones
+        simd::deinterleave(load<U8>(src + 2 * at), load<U8>(src + 2 * at + kVector));
+    const auto chroma = as<uint16_t>(split.second);  // Cb in the low bytes, Cr in the high ones
     const PairOffsets<Form> add({centred(chroma << 8), centred(chroma & uint16_t(0xFF00))});
     sink.group(at, {toRgb<Form>(split.first, add.low, add.high), U8{}});
   });

@@ -5,13 +5,12 @@
 #include "frame/check.h"
 #include "frame/fronts.h"
 #include "frame/rows.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg2000/transform/lifting.h"
 
 namespace qelj {
 namespace {
 
-using lifting::add, lifting::sub, lifting::sar, lifting::all, lifting::kOneSample;
 
 template <class V>
 struct Three {
@@ -24,7 +23,7 @@ struct Three {
 struct RctForward {
   template <class V>
   static Three<V> apply(V r, V g, V b) {
-    return {quarter(r, g, b), sub(b, g), sub(r, g)};
+    return {quarter(r, g, b), subWrap(b, g), subWrap(r, g)};
   }
 
  private:
@@ -32,20 +31,20 @@ struct RctForward {
   static V quarter(V r, V g, V b) {  // (r + 2g + b) >> 2
     if constexpr (std::is_same_v<V, int16_t>) {
       return V((r + 2 * g + b) >> 2);
-    } else if constexpr (sizeof(lifting::Lane<V>) == 2) {
+    } else if constexpr (sizeof(Lane<V>) == 2) {
       // h = (r + b) >> 1 without overflow; (2g + 2h + bit) >> 2 is (g + h) >> 1, for the bit cannot carry.
-      const auto half = [](V x, V y) { return simd::addWrap(x & y, (x ^ y) >> 1); };
+      const auto half = [](V x, V y) { return addWrap(x & y, (x ^ y) >> 1); };
       return half(g, half(r, b));
     } else {
-      return sar<2>(add(add(r, b), add(g, g)));
+      return shr(addWrap(addWrap(r, b), addWrap(g, g)), 2);
     }
   }
 };
 struct RctInverse {
   template <class V>
   static Three<V> apply(V y, V u, V v) {
-    const V g = sub(y, quarter(u, v));
-    return {add(v, g), g, add(u, g)};
+    const V g = subWrap(y, quarter(u, v));
+    return {addWrap(v, g), g, addWrap(u, g)};
   }
 
  private:
@@ -53,10 +52,10 @@ struct RctInverse {
   static V quarter(V u, V v) {  // (u + v) >> 2
     if constexpr (std::is_same_v<V, int16_t>)
       return V((u + v) >> 2);
-    else if constexpr (sizeof(lifting::Lane<V>) == 2)
-      return simd::addWrap(u & v, (u ^ v) >> 1) >> 1;
+    else if constexpr (sizeof(Lane<V>) == 2)
+      return addWrap(u & v, (u ^ v) >> 1) >> 1;
     else
-      return sar<2>(add(u, v));
+      return shr(addWrap(u, v), 2);
   }
 };
 
@@ -78,20 +77,20 @@ struct IctInverse32f {
 // G.3 with 14 fractional bits. 32-bit samples: everything wraps, nothing saturates.
 template <class V>
 inline V times(V x, int32_t factor) {
-  if constexpr (kOneSample<V>)
-    return qelj::mulWrap(x, factor);
+  if constexpr (OneSample<V>)
+    return mulWrap(x, factor);
   else
-    return simd::mulWrap(x, all<V>(factor));
+    return mulWrap(x, all<V>(factor));
 }
 template <class V>
 inline V rounded(V sum) {
-  return sar<14>(add(sum, all<V>(8192)));
+  return shr(addWrap(sum, all<V>(8192)), 14);
 }
 struct IctForward32s {
   template <class V>
   static Three<V> apply(V r, V g, V b) {
     const auto sum = [&](int32_t cr, int32_t cg, int32_t cb) {
-      return rounded(add(add(times(r, cr), times(g, cg)), times(b, cb)));
+      return rounded(addWrap(addWrap(times(r, cr), times(g, cg)), times(b, cb)));
     };
     return {sum(4899, 9617, 1868), sum(-2765, -5427, 1 << 13), sum(1 << 13, -6860, -1332)};
   }
@@ -99,8 +98,8 @@ struct IctForward32s {
 struct IctInverse32s {
   template <class V>
   static Three<V> apply(V y, V cb, V cr) {
-    return {add(y, rounded(times(cr, 22970))), add(y, rounded(add(times(cb, -5638), times(cr, -11700)))),
-            add(y, rounded(times(cb, 29032)))};
+    return {addWrap(y, rounded(times(cr, 22970))), addWrap(y, rounded(addWrap(times(cb, -5638), times(cr, -11700)))),
+            addWrap(y, rounded(times(cb, 29032)))};
   }
 };
 
@@ -120,7 +119,7 @@ struct IctForward16s {
   template <class V>
   static Three<V> apply(V r, V g, V b) {
     using W = simd::With<int32_t, V>;
-    const V one = simd::splat<V>(1);
+    const V one = all<V>(1);
     const V rgLow = simd::unpackLow(r, g), rgHigh = simd::unpackHigh(r, g);
     const V bLow = simd::unpackLow(b, one), bHigh = simd::unpackHigh(b, one);
     const auto sum = [](V rg, V b1, int cr, int cg, int cb) {
@@ -149,7 +148,7 @@ struct IctInverse16s {
   template <class V>
   static Three<V> apply(V y, V cb, V cr) {
     using W = simd::With<int32_t, V>;
-    const V one = simd::splat<V>(1);
+    const V one = all<V>(1);
     const W yLow = W(simd::unpackLow(y, y)) >> 16, yHigh = W(simd::unpackHigh(y, y)) >> 16;
     const auto term = [](V pairs, int even, int odd) {
       return simd::mulAddPairs(pairs, simd::pairs<V>(even, odd));
@@ -176,11 +175,11 @@ struct Planes {
     T *a, *b, *c;
     template <class V>
     Three<V> get(ptrdiff_t x) const {
-      return {load<V>(row(a, sizeof(T), x)), load<V>(row(b, sizeof(T), x)), load<V>(row(c, sizeof(T), x))};
+      return {load<V>(offset(a, x)), load<V>(offset(b, x)), load<V>(offset(c, x))};
     }
     template <class V>
     void set(ptrdiff_t x, Three<V> v) const {
-      store(row(a, sizeof(T), x), v.a), store(row(b, sizeof(T), x), v.b), store(row(c, sizeof(T), x), v.c);
+      store(offset(a, x), v.a), store(offset(b, x), v.b), store(offset(c, x), v.c);
     }
   };
   Row operator[](ptrdiff_t y) const {
@@ -197,8 +196,8 @@ struct Pixels {
     T* first;
     template <class V>
     Three<V> get(ptrdiff_t x) const {
-      const void* p = row(first, 3 * sizeof(T), x);
-      if constexpr (kOneSample<V>) {
+      const void* p = offset(first, 3 * x);
+      if constexpr (OneSample<V>) {
         const auto v = load<Three<V>>(p);
         return {v.a, v.b, v.c};
       } else {
@@ -208,8 +207,8 @@ struct Pixels {
     }
     template <class V>
     void set(ptrdiff_t x, Three<V> v) const {
-      void* p = row(first, 3 * sizeof(T), x);
-      if constexpr (kOneSample<V>)
+      void* p = offset(first, 3 * x);
+      if constexpr (OneSample<V>)
         store(p, v);
       else
         simd::storeTriples<V>(p, {v.a, v.b, v.c});

@@ -21,57 +21,9 @@
 #include <bit>
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj::lifting {
-
-// --- arithmetic that reads alike for one sample and for a vector; integers wrap ----------------------------
-
-template <class V>
-inline constexpr bool kOneSample = std::is_arithmetic_v<V>;
-
-namespace detail {
-template <class V, bool = kOneSample<V>>
-struct LaneOf {
-  using Type = V;
-};
-template <class V>
-struct LaneOf<V, false> {
-  using Type = simd::Lane<V>;
-};
-}  // namespace detail
-template <class V>
-using Lane = typename detail::LaneOf<V>::Type;
-
-template <class V>
-inline V add(V a, V b) {
-  if constexpr (std::is_floating_point_v<Lane<V>>)
-    return a + b;
-  else if constexpr (kOneSample<V>)
-    return qelj::addWrap(a, b);
-  else
-    return simd::addWrap(a, b);
-}
-template <class V>
-inline V sub(V a, V b) {
-  if constexpr (std::is_floating_point_v<Lane<V>>)
-    return a - b;
-  else if constexpr (kOneSample<V>)
-    return qelj::subWrap(a, b);
-  else
-    return simd::subWrap(a, b);
-}
-template <class V>
-inline V all(Lane<V> x) {
-  if constexpr (kOneSample<V>)
-    return x;
-  else
-    return simd::splat<V>(x);
-}
-template <int bits, class V>
-inline V sar(V a) {
-  return V(a >> bits);
-}
 
 // --- element by element over rows, columns' rows, or the halves of a line ----------------------------------
 
@@ -83,13 +35,13 @@ inline void ownApply(ptrdiff_t count, Operation operation, T* dst, const Source*
     using V = simd::Vec<T>;
     constexpr ptrdiff_t kGroup = simd::kLanes<V>;
     for (; i + 2 * kGroup <= count; i += 2 * kGroup) {
-      const V first = operation(simd::load<V>(row(src, sizeof(T), i))...);
-      const V second = operation(simd::load<V>(row(src, sizeof(T), i + kGroup))...);
-      simd::store(row(dst, sizeof(T), i), first);
-      simd::store(row(dst, sizeof(T), i + kGroup), second);
+      const V first = operation(load<V>(offset(src, i))...);
+      const V second = operation(load<V>(offset(src, i + kGroup))...);
+      store(offset(dst, i), first);
+      store(offset(dst, i + kGroup), second);
     }
     if (i + kGroup <= count) {
-      simd::store(row(dst, sizeof(T), i), operation(simd::load<V>(row(src, sizeof(T), i))...));
+      store(offset(dst, i), operation(load<V>(offset(src, i))...));
       i += kGroup;
     }
   }
@@ -129,7 +81,7 @@ inline void ownStep(ptrdiff_t count, const typename Filter::Sample* const (&srcR
   for (int j = 0; j < kRows; ++j) src[j] = srcRows[j], dst[j] = dstRows[j];
   const auto step = [&]<class V>(ptrdiff_t i, V*) {
     V r[kRows];
-    for (int j = 0; j < kRows; ++j) r[j] = qelj::load<V>(row(src[j], sizeof(T), i));
+    for (int j = 0; j < kRows; ++j) r[j] = qelj::load<V>(offset(src[j], i));
     r[0] = Filter::start(r[0]);
     r[1] = Filter::template stage<1>(r[1], r[2], r[0]);
     r[2] = Filter::template stage<2>(r[2], r[3], r[1]);
@@ -139,7 +91,7 @@ inline void ownStep(ptrdiff_t count, const typename Filter::Sample* const (&srcR
     }
     r[S + 1] = Filter::finish(r[S + 1]);
     for (int j = Filter::kHasStart ? 0 : 1; j < (Filter::kHasFinish ? kRows : kRows - 1); ++j)
-      qelj::store(row(dst[j], sizeof(T), i), r[j]);
+      qelj::store(offset(dst[j], i), r[j]);
   };
   ptrdiff_t i = 0;
   if constexpr (simd::kEnabled) {
@@ -159,10 +111,10 @@ inline void ownSplit(ptrdiff_t count, const T* src, T* first, T* second) {
     using V = simd::Vec<std::conditional_t<sizeof(T) == 2, int16_t, int32_t>>;
     constexpr ptrdiff_t kGroup = simd::kLanes<V>;
     for (; 2 * (i + kGroup) <= count; i += kGroup) {
-      const auto parts = simd::deinterleave(simd::load<V>(row(src, sizeof(T), 2 * i)),
-                                            simd::load<V>(row(src, sizeof(T), 2 * i + kGroup)));
-      simd::store(row(first, sizeof(T), i), parts.first);
-      simd::store(row(second, sizeof(T), i), parts.second);
+      const auto parts = simd::deinterleave(load<V>(offset(src, 2 * i)),
+                                            load<V>(offset(src, 2 * i + kGroup)));
+      store(offset(first, i), parts.first);
+      store(offset(second, i), parts.second);
     }
   }
   for (; 2 * i + 1 < count; ++i) put(first, i, at(src, 2 * i)), put(second, i, at(src, 2 * i + 1));
@@ -178,9 +130,9 @@ inline void ownMerge(ptrdiff_t count, const T* first, const T* second, T* dst) {
     constexpr ptrdiff_t kGroup = simd::kLanes<V>;
     for (; 2 * (i + kGroup) <= count; i += kGroup) {
       const auto pair =
-          simd::interleave(simd::load<V>(row(first, sizeof(T), i)), simd::load<V>(row(second, sizeof(T), i)));
-      simd::store(row(dst, sizeof(T), 2 * i), pair.first);
-      simd::store(row(dst, sizeof(T), 2 * i + kGroup), pair.second);
+          simd::interleave(load<V>(offset(first, i)), load<V>(offset(second, i)));
+      store(offset(dst, 2 * i), pair.first);
+      store(offset(dst, 2 * i + kGroup), pair.second);
     }
   }
   for (; 2 * i + 1 < count; ++i) put(dst, 2 * i, at(first, i)), put(dst, 2 * i + 1, at(second, i));
@@ -193,11 +145,11 @@ inline void ownMerge(ptrdiff_t count, const T* first, const T* second, T* dst) {
 struct WrappingSums {
   template <class V>
   static V half(V a, V b) {
-    return sar<1>(add(a, b));
+    return shr(addWrap(a, b), 1);
   }
   template <class V>
   static V quarter(V a, V b) {
-    return sar<2>(add(add(a, b), all<V>(2)));
+    return shr(addWrap(addWrap(a, b), all<V>(2)), 2);
   }
 };
 
@@ -210,9 +162,9 @@ struct Forward53 {
   template <int t, class V>
   static V stage(V x, V left, V right) {
     if constexpr (t == 1)
-      return sub(x, Sums::half(left, right));
+      return subWrap(x, Sums::half(left, right));
     else
-      return add(x, Sums::quarter(left, right));
+      return addWrap(x, Sums::quarter(left, right));
   }
   template <class V>
   static V start(V x) {
@@ -228,9 +180,9 @@ struct Inverse53 : Forward53<T, Sums> {
   template <int t, class V>
   static V stage(V x, V left, V right) {
     if constexpr (t == 1)
-      return sub(x, Sums::quarter(left, right));
+      return subWrap(x, Sums::quarter(left, right));
     else
-      return add(x, Sums::half(left, right));
+      return addWrap(x, Sums::half(left, right));
   }
 };
 

@@ -28,18 +28,18 @@ using namespace lifting;
 struct WideSums {
   template <class V>
   static V half(V a, V b) {
-    if constexpr (kOneSample<V>)
+    if constexpr (OneSample<V>)
       return V((int32_t(a) + b) >> 1);
     else
-      return simd::addWrap(a & b, (a ^ b) >> 1);
+      return addWrap(a & b, (a ^ b) >> 1);
   }
   template <class V>
   static V quarter(V a, V b) {
-    if constexpr (kOneSample<V>) {
+    if constexpr (OneSample<V>) {
       return V((int32_t(a) + b + 2) >> 2);
     } else {
       const V sum = half(a, b);
-      return simd::addWrap(sum >> 1, sum & 1);
+      return addWrap(sum >> 1, sum & 1);
     }
   }
 };
@@ -51,7 +51,7 @@ namespace q14 {
 // (c * a + c * b + 8192) >> 14, of which the low 16 bits are kept.
 template <int c, class V>
 inline V scaledSum(V a, V b) {
-  if constexpr (kOneSample<V>) {
+  if constexpr (OneSample<V>) {
     return V((c * (int32_t(a) + b) + 8192) >> 14);
   } else {
     using W = simd::With<int32_t, V>;
@@ -64,11 +64,11 @@ inline V scaledSum(V a, V b) {
 // (c * a + 8192) >> 14, likewise.
 template <int c, class V>
 inline V scaled(V a) {
-  if constexpr (kOneSample<V>) {
+  if constexpr (OneSample<V>) {
     return V((c * int32_t(a) + 8192) >> 14);
   } else {
     using W = simd::With<int32_t, V>;
-    const V one = simd::splat<V>(1);
+    const V one = all<V>(1);
     const auto lanes = [](V pairs) {
       return W(simd::mulAddPairs(pairs, simd::pairs<V>(c, 8192)) >> 14) & 0xFFFF;
     };
@@ -85,9 +85,9 @@ struct Forward {
   template <int t, class V>
   static V stage(V x, V left, V right) {
     if constexpr (t == 4)
-      return scaled<kInvK>(add(x, scaledSum<kDelta>(left, right)));
+      return scaled<kInvK>(addWrap(x, scaledSum<kDelta>(left, right)));
     else
-      return add(x, scaledSum < t == 1 ? kAlpha : t == 2 ? kBeta : kGamma > (left, right));
+      return addWrap(x, scaledSum < t == 1 ? kAlpha : t == 2 ? kBeta : kGamma > (left, right));
   }
   template <class V>
   static V start(V x) {
@@ -103,9 +103,9 @@ struct Inverse : Forward {
   template <int t, class V>
   static V stage(V x, V left, V right) {
     if constexpr (t == 1)
-      return sub(scaled<kK>(x), scaledSum<kDelta>(left, right));
+      return subWrap(scaled<kK>(x), scaledSum<kDelta>(left, right));
     else
-      return sub(x, scaledSum < t == 2 ? kGamma : t == 3 ? kBeta : kAlpha > (left, right));
+      return subWrap(x, scaledSum < t == 2 ? kGamma : t == 3 ? kBeta : kAlpha > (left, right));
   }
   template <class V>
   static V start(V x) {
@@ -122,7 +122,7 @@ struct Inverse : Forward {
 // 9/7 on 32-bit samples, in single precision. Between the stages a line holds the bits of floats.
 namespace real {
 
-template <class V, bool = kOneSample<V>>
+template <class V, bool = OneSample<V>>
 struct FloatOf {
   using Type = float;
 };
@@ -139,10 +139,10 @@ inline Float<V> asFloat(V bits) {
 }
 template <class V>
 inline Float<V> toFloat(V x) {
-  if constexpr (kOneSample<V>)
+  if constexpr (OneSample<V>)
     return float(x);
   else
-    return simd::convert<float>(x);
+    return convert<float>(x);
 }
 template <class V, class F>
 inline V bits(F x) {
@@ -151,13 +151,13 @@ inline V bits(F x) {
 // Cut towards zero; saturates at both ends.
 template <class V, class F>
 inline V toInt(F x) {
-  if constexpr (kOneSample<V>) {
+  if constexpr (OneSample<V>) {
     if (x >= 2147483648.0f) return INT32_MAX;
     if (x < -2147483648.0f) return INT32_MIN;
     return int32_t(x);
   } else {
     // Past either end the conversion gives INT32_MIN; the mask turns that of the upper end into INT32_MAX.
-    return simd::truncateToInt(x) ^ V(x >= 2147483648.0f);
+    return truncateToInt(x) ^ V(x >= 2147483648.0f);
   }
 }
 
@@ -168,7 +168,7 @@ struct Forward {
   template <int t, class V>
   static V stage(V x, V left, V right) {
     if constexpr (t == 1)
-      return bits<V>(toFloat(x) + kAlpha * toFloat(add(left, right)));  // the integer sum wraps
+      return bits<V>(toFloat(x) + kAlpha * toFloat(addWrap(left, right)));  // the integer sum wraps
     else if constexpr (t == 2)
       return bits<V>(toFloat(x) + kBeta * (asFloat(left) + asFloat(right)));
     else if constexpr (t == 3)
@@ -309,21 +309,21 @@ inline void ownStageOfHalf(T* x, ptrdiff_t count, const T* other, ptrdiff_t othe
     const T last = at(other, otherCount - 1);
     put(x, to, Filter::template stage<t>(at(x, to), last, last));
   }
-  T* const middle = row(x, sizeof(T), from);
-  ownStage<Filter, t>(to - from, middle, middle, row(other, sizeof(T), from + before),
-                      row(other, sizeof(T), from + before + 1));
+  T* const middle = offset(x, from);
+  ownStage<Filter, t>(to - from, middle, middle, offset(other, from + before),
+                      offset(other, from + before + 1));
 }
 
-// All stages on the bands A and B of a line of two samples or more that begins with A (offset 0) or B (offset
+// All stages on the bands A and B of a line of two samples or more that begins with A (lead 0) or B (lead
 // 1).
 template <class Filter, class T>
-void ownLiftBands(T* a, ptrdiff_t aCount, T* b, ptrdiff_t bCount, int offset) {
+void ownLiftBands(T* a, ptrdiff_t aCount, T* b, ptrdiff_t bCount, int lead) {
   if constexpr (Filter::kHasStart) ownStart<Filter>(aCount, a, a);
-  ownStageOfHalf<Filter, 1>(b, bCount, a, aCount, -offset);
-  ownStageOfHalf<Filter, 2>(a, aCount, b, bCount, offset - 1);
+  ownStageOfHalf<Filter, 1>(b, bCount, a, aCount, -lead);
+  ownStageOfHalf<Filter, 2>(a, aCount, b, bCount, lead - 1);
   if constexpr (Filter::kStages == 4) {
-    ownStageOfHalf<Filter, 3>(b, bCount, a, aCount, -offset);
-    ownStageOfHalf<Filter, 4>(a, aCount, b, bCount, offset - 1);
+    ownStageOfHalf<Filter, 3>(b, bCount, a, aCount, -lead);
+    ownStageOfHalf<Filter, 4>(a, aCount, b, bCount, lead - 1);
   }
   if constexpr (Filter::kHasFinish) ownFinish<Filter>(bCount, b, b);
 }
@@ -332,7 +332,7 @@ void ownLiftBands(T* a, ptrdiff_t aCount, T* b, ptrdiff_t bCount, int offset) {
 template <class Wavelet, class T>
 void ownForwardRow(const T* src, T* dst, const Split& line) {
   T* const low = dst;
-  T* const high = row(dst, sizeof(T), line.low);
+  T* const high = offset(dst, line.low);
   const ptrdiff_t highs = line.length - line.low;
   if (line.length == 1) return ownLiftOne(true, line.parity, dst, src, 1);
   if (line.parity)
@@ -347,7 +347,7 @@ void ownForwardRow(const T* src, T* dst, const Split& line) {
 template <class Wavelet, class T>
 void ownInverseRow(T* src, T* dst, const Split& line) {
   T* const low = src;
-  T* const high = row(src, sizeof(T), line.low);
+  T* const high = offset(src, line.low);
   const ptrdiff_t highs = line.length - line.low;
   if (line.length == 1) return ownLiftOne(false, line.parity, dst, src, 1);
   if (Wavelet::kPairForm && line.length == 2)
@@ -373,14 +373,14 @@ struct Rows {
   bool has(ptrdiff_t m) const { return m >= 0 && m < count; }
 };
 
-// Lifts `columns` columns of two rows or more, the first row being of A (offset 0) or B (offset 1). Calls
+// Lifts `columns` columns of two rows or more, the first row being of A (lead 0) or B (lead 1). Calls
 // fetch(m) before row m is first used, and deliver(m) when it is finished.
 template <class Filter, class T, class Fetch, class Deliver>
-void ownLiftColumns(const Rows<T>& rows, ptrdiff_t columns, int offset, Fetch fetch, Deliver deliver) {
+void ownLiftColumns(const Rows<T>& rows, ptrdiff_t columns, int lead, Fetch fetch, Deliver deliver) {
   constexpr int S = Filter::kStages;
   const ptrdiff_t n = rows.count;
   // q is the newest row of each step; the rows of the last steps lie past the end.
-  for (ptrdiff_t q = offset; q <= n + S; q += 2) {
+  for (ptrdiff_t q = lead; q <= n + S; q += 2) {
     for (const ptrdiff_t m : {q - 1, q})
       if (rows.has(m)) fetch(m);
     if (q - S - 1 >= 0 && q < n) {
@@ -414,7 +414,7 @@ void ownColumns(T* base, ptrdiff_t step, int32_t width, const Split& column, Fet
   constexpr ptrdiff_t kStrip = kStripBytes / ptrdiff_t(sizeof(T));
   for (ptrdiff_t x = 0; x < width; x += kStrip) {
     const ptrdiff_t count = std::min(kStrip, width - x);
-    const Rows<T> rows{row(base, sizeof(T), x), step, column.length};
+    const Rows<T> rows{offset(base, x), step, column.length};
     const auto fetchRow = [&](ptrdiff_t m) { fetch(m, x, count); };
     const auto deliverRow = [&](ptrdiff_t m) { deliver(m, x, count); };
     if (column.length == 1) {
@@ -522,25 +522,25 @@ void ownWithBands(Image* image, ptrdiff_t imageStep, const Bands<Plane>& bands, 
   T* const line = width <= 2 ? few : row(work, workStep, height);
   if constexpr (forward) {
     const auto fetch = [&](ptrdiff_t m, ptrdiff_t x, ptrdiff_t count) {
-      std::memcpy(row(row(work, workStep, m), sizeof(T), x), row(row(image, imageStep, m), sizeof(T), x),
+      std::memcpy(offset(row(work, workStep, m), x), offset(row(image, imageStep, m), x),
                   size_t(count) * sizeof(T));
     };
     ownColumns<Wavelet, forward>(work, workStep, width, columnSplit, fetch, nothing);
     for (int32_t m = 0; m < height; ++m) {
       ownForwardRow<Wavelet>(row(work, workStep, m), line, rowSplit);
       bands.forEachPiece(columnSplit.toBands(m), [&](Plane* piece, ptrdiff_t x, int32_t count) {
-        std::memcpy(piece, row(line, sizeof(T), x), size_t(count) * sizeof(T));
+        std::memcpy(piece, offset(line, x), size_t(count) * sizeof(T));
       });
     }
   } else {
     for (int32_t m = 0; m < height; ++m) {
       bands.forEachPiece(columnSplit.toBands(m), [&](Plane* piece, ptrdiff_t x, int32_t count) {
-        std::memcpy(row(line, sizeof(T), x), piece, size_t(count) * sizeof(T));
+        std::memcpy(offset(line, x), piece, size_t(count) * sizeof(T));
       });
       ownInverseRow<Wavelet>(line, row(work, workStep, m), rowSplit);
     }
     const auto deliver = [&](ptrdiff_t m, ptrdiff_t x, ptrdiff_t count) {
-      std::memcpy(row(row(image, imageStep, m), sizeof(T), x), row(row(work, workStep, m), sizeof(T), x),
+      std::memcpy(offset(row(image, imageStep, m), x), offset(row(work, workStep, m), x),
                   size_t(count) * sizeof(T));
     };
     ownColumns<Wavelet, forward>(work, workStep, width, columnSplit, nothing, deliver);

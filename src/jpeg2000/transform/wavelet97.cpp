@@ -60,7 +60,7 @@ constexpr int32_t q16(int64_t c, int64_t x) { return int32_t(uint32_t(uint64_t((
 // (cx * x + c * left + c * right + 32768) >> 16 likewise.
 template <int32_t cx, int32_t c, class V>
 inline V weighted(V x, V left, V right) {
-  if constexpr (kOneSample<V>) {
+  if constexpr (OneSample<V>) {
     return q16(1, cx * int64_t(x) + c * (int64_t(left) + right));
   } else {
     using W = simd::With<int64_t, V>;
@@ -69,11 +69,11 @@ inline V weighted(V x, V left, V right) {
       if constexpr (c != 0) products += simd::mulEven(b, all<V>(c)) + simd::mulEven(d, all<V>(c));
       return products + 32768;
     };
-    const auto odd = [](V v) { return V(simd::as<uint64_t>(v) >> 32); };
+    const auto odd = [](V v) { return V(as<uint64_t>(v) >> 32); };
     // The bits 16 to 47 of the even lanes' sums move down to theirs, those of the odd lanes' sums up.
-    const V low = V(simd::as<uint64_t>(sum(x, left, right)) >> 16);
-    const V high = V(simd::as<uint64_t>(sum(odd(x), odd(left), odd(right))) << 16);
-    return simd::select(V(simd::splat<W>(0xFFFFFFFF)), low, high);
+    const V low = V(as<uint64_t>(sum(x, left, right)) >> 16);
+    const V high = V(as<uint64_t>(sum(odd(x), odd(left), odd(right))) << 16);
+    return select(V(all<W>(0xFFFFFFFF)), low, high);
   }
 }
 template <int32_t c, class V>
@@ -87,9 +87,9 @@ struct Forward32s {
   static constexpr bool kHasStart = false, kHasFinish = true;
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 1) return add(x, q16<kAlpha16>(add(left, right)));
-    if constexpr (t == 2) return add(x, q16<kBeta16>(add(left, right)));
-    if constexpr (t == 3) return add(x, q16<kGamma16>(add(left, right)));
+    if constexpr (t == 1) return addWrap(x, q16<kAlpha16>(addWrap(left, right)));
+    if constexpr (t == 2) return addWrap(x, q16<kBeta16>(addWrap(left, right)));
+    if constexpr (t == 3) return addWrap(x, q16<kGamma16>(addWrap(left, right)));
     if constexpr (t == 4) return weighted<kInvK16, kDeltaOverK16>(x, left, right);
   }
   template <class V>
@@ -107,8 +107,8 @@ struct Inverse32s : Forward32s {
   static V stage(V x, V left, V right) {
     if constexpr (t == 1) return weighted<kK16, -kDeltaOverK16>(x, left, right);
     if constexpr (t == 2) return weighted<kInvK16, -kGamma16>(x, left, right);
-    if constexpr (t == 3) return sub(x, q16<kBeta16>(add(left, right)));
-    if constexpr (t == 4) return sub(x, q16<kAlpha16>(add(left, right)));
+    if constexpr (t == 3) return subWrap(x, q16<kBeta16>(addWrap(left, right)));
+    if constexpr (t == 4) return subWrap(x, q16<kAlpha16>(addWrap(left, right)));
   }
   template <class V>
   static V finish(V x) {
@@ -120,13 +120,13 @@ struct Inverse32s : Forward32s {
 struct ForwardRow32s : Forward32s {
   static constexpr bool kHasEnds = true;
   template <int t>
-  static Range inner(ptrdiff_t w, int offset) {
-    return {PTRDIFF_MIN / 2, t == 4 ? w - 1 - offset : PTRDIFF_MAX / 2};
+  static Range inner(ptrdiff_t w, int lead) {
+    return {PTRDIFF_MIN / 2, t == 4 ? w - 1 - lead : PTRDIFF_MAX / 2};
   }
   template <int t>
   static int32_t end(ptrdiff_t, ptrdiff_t, int, int32_t x, int32_t left, int32_t right) {
     static_assert(t >= 1);
-    return q16<kInvK16>(add(x, q16<kDelta16>(add(left, right))));
+    return q16<kInvK16>(addWrap(x, q16<kDelta16>(addWrap(left, right))));
   }
 };
 
@@ -136,19 +136,19 @@ inline int16_t sumSat(int16_t a, int16_t b) { return addSat<int16_t>(a, b); }
 inline int16_t differenceSat(int16_t a, int16_t b) { return subSat<int16_t>(a, b); }
 template <class V>
 inline V sumSat(V a, V b) {
-  return simd::addSat(a, b);
+  return addSat(a, b);
 }
 template <class V>
 inline V differenceSat(V a, V b) {
-  return simd::subSat(a, b);
+  return subSat(a, b);
 }
 // (x * c + 16384) >> 15. A factor of 1 or more is halved and x doubled, saturating.
 template <int c, class V>
 inline V mulrs(V x) {
-  if constexpr (kOneSample<V>)
+  if constexpr (OneSample<V>)
     return int16_t((x * int16_t(c) + 16384) >> 15);
   else
-    return simd::mulHiRound(x, all<V>(int16_t(c)));
+    return mulHiRound(x, all<V>(int16_t(c)));
 }
 template <class V>
 inline V twice(V x) {
@@ -165,7 +165,7 @@ struct Forward16s {
     if constexpr (t == 1) return sumSat(x, mulrs<-25987>(twice(sum)));
     if constexpr (t == 2) return sumSat(x, mulrs<-1736>(sum));
     if constexpr (t == 3) return sumSat(x, mulrs<28931>(sum));
-    if constexpr (t == 4) return sumSat(sar<1>(mulrs<23627>(sum)), mulrs<26637>(x));
+    if constexpr (t == 4) return sumSat(shr(mulrs<23627>(sum), 1), mulrs<26637>(x));
   }
   template <class V>
   static V start(V x) {
@@ -181,7 +181,7 @@ struct Inverse16s : Forward16s {
   template <int t, class V>
   static V stage(V x, V left, V right) {
     const V sum = sumSat(left, right);
-    if constexpr (t == 1) return differenceSat(mulrs<20155>(twice(x)), sar<1>(mulrs<23627>(sum)));
+    if constexpr (t == 1) return differenceSat(mulrs<20155>(twice(x)), shr(mulrs<23627>(sum), 1));
     if constexpr (t == 2) return differenceSat(mulrs<26637>(x), mulrs<28931>(sum));
     if constexpr (t == 3) return sumSat(x, mulrs<1736>(sum));
     if constexpr (t == 4) return sumSat(x, mulrs<25987>(twice(sum)));
@@ -194,11 +194,11 @@ struct Inverse16s : Forward16s {
 
 // The range of a row's samples with the arithmetic above; the rest has 32-bit sums and 64-bit products.
 template <int t>
-inline Range innerOfRow16s(ptrdiff_t w, int offset) {
+inline Range innerOfRow16s(ptrdiff_t w, int lead) {
   if constexpr (t == 1) return {2, w};
-  if constexpr (t == 2) return {2 - offset, w - offset};
+  if constexpr (t == 2) return {2 - lead, w - lead};
   if constexpr (t == 3) return {1, w - 1};
-  if constexpr (t == 4) return {1 - offset, w - 1 - offset};
+  if constexpr (t == 4) return {1 - lead, w - 1 - lead};
   if constexpr (t == 5) return {0, w - 2};
 }
 inline int16_t sat16(int64_t x) { return saturate<int16_t>(x); }
@@ -210,8 +210,8 @@ inline int32_t narrow16(int32_t a, int32_t x, int32_t b, int32_t y) {
 struct ForwardRow16s : Forward16s {
   static constexpr bool kHasEnds = true;
   template <int t>
-  static Range inner(ptrdiff_t w, int offset) {
-    return innerOfRow16s<t>(w, offset);
+  static Range inner(ptrdiff_t w, int lead) {
+    return innerOfRow16s<t>(w, lead);
   }
   template <int t>
   static int16_t end(ptrdiff_t k, ptrdiff_t, int q, int16_t x, int16_t left, int16_t right) {
@@ -238,12 +238,12 @@ struct InverseRow16s : Inverse16s {
       return Inverse16s::stage<t>(x, left, right);
   }
   template <int t>
-  static Range inner(ptrdiff_t w, int offset) {
-    return innerOfRow16s<t>(w, offset);
+  static Range inner(ptrdiff_t w, int lead) {
+    return innerOfRow16s<t>(w, lead);
   }
   template <int t>
-  static int16_t end(ptrdiff_t k, ptrdiff_t w, int offset, int16_t x, int16_t left, int16_t right) {
-    const bool q = !offset;
+  static int16_t end(ptrdiff_t k, ptrdiff_t w, int lead, int16_t x, int16_t left, int16_t right) {
+    const bool q = !lead;
     const int32_t sum = int32_t(left) + right;
     if constexpr (t == 1) return sat16(q16(1, int64_t(kK16) * x - int64_t(kDeltaOverK16) * sum));
     if constexpr (t == 2)
