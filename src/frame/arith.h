@@ -16,10 +16,10 @@
 
 #if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__) || \
     defined(__NO_SIGNED_ZEROS__) || __FINITE_MATH_ONLY__
-#error "qelj keeps the order of its float operations: leave -ffast-math and its parts away"
+#  error "qelj keeps the order of its float operations: leave -ffast-math and its parts away"
 #endif
 #if FLT_EVAL_METHOD != 0
-#error "qelj rounds every float operation to single precision: use instructions that do (-mfpmath=sse)"
+#  error "qelj rounds every float operation to single precision: use instructions that do (-mfpmath=sse)"
 #endif
 
 // For the pieces of a kernel that pass vectors by value: a call would send every one of them through memory.

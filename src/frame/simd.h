@@ -21,15 +21,15 @@
 #include "frame/arith.h"
 
 #if !defined(QELJ_PORTABLE) && defined(__SSE4_1__)
-#define QELJ_HAS_SSE41 1
-#include <immintrin.h>
+#  define QELJ_HAS_SSE41 1
+#  include <immintrin.h>
 #else
-#define QELJ_HAS_SSE41 0
+#  define QELJ_HAS_SSE41 0
 #endif
 #if !defined(QELJ_PORTABLE) && defined(__AVX2__)
-#define QELJ_HAS_AVX2 1
+#  define QELJ_HAS_AVX2 1
 #else
-#define QELJ_HAS_AVX2 0
+#  define QELJ_HAS_AVX2 0
 #endif
 
 namespace qelj::simd {
@@ -60,7 +60,10 @@ using I64 = Vec<int64_t>;
 using F32 = Vec<float>;
 
 template <class V>
-concept Vector = !std::is_scalar_v<V> && requires(V v) { v + v; v[0]; };
+concept Vector = !std::is_scalar_v<V> && requires(V v) {
+  v + v;
+  v[0];
+};
 template <Vector V>
 using Lane = std::remove_cvref_t<decltype(V{}[0])>;
 template <class V>
@@ -140,7 +143,7 @@ inline auto lower(V v) {
   if constexpr (sizeof(V) == 32) return (Vec<Lane<V>, 16>)_mm256_castsi256_si128((__m256i)v);
   else
 #endif
-  return detail::consecutive<0>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
+    return detail::consecutive<0>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
 }
 template <class V>
 inline auto upper(V v) {
@@ -148,7 +151,7 @@ inline auto upper(V v) {
   if constexpr (sizeof(V) == 32) return (Vec<Lane<V>, 16>)_mm256_extracti128_si256((__m256i)v, 1);
   else
 #endif
-  return detail::consecutive<kLanes<V> / 2>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
+    return detail::consecutive<kLanes<V> / 2>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
 }
 template <class H>
 inline auto join(H low, H high) {
@@ -157,14 +160,14 @@ inline auto join(H low, H high) {
     return (Vec<Lane<H>, 32>)_mm256_inserti128_si256(_mm256_castsi128_si256((__m128i)low), (__m128i)high, 1);
   else
 #endif
-  return detail::consecutive<0>(low, high, std::make_integer_sequence<int, 2 * kLanes<H>>{});
+    return detail::consecutive<0>(low, high, std::make_integer_sequence<int, 2 * kLanes<H>>{});
 }
 
 // Converts lane by lane to lanes of type T (widening, narrowing by truncation, integer to float); the vector
 // grows or shrinks with the lanes.
 template <class T, Vector V>
 inline auto convert(V v) {
-  return __builtin_convertvector(v, Vec<T, kLanes<V> * int(sizeof(T))>);
+  return __builtin_convertvector(v, Vec<T, int(sizeof(T)) * kLanes<V>>);
 }
 // Reads kLanes<V> elements of type From and widens them to V's lanes.
 template <class V, class From>
@@ -186,7 +189,7 @@ inline V loadAs(const void* p) {
     if constexpr (std::is_unsigned_v<From>) return (V)detail::interleaved<0>(narrow, N{});
     else return (V)detail::interleaved<0>(narrow, narrow) >> int(8 * sizeof(From));
   }
-  return convert<Lane<V>>(load<Vec<From, kLanes<V> * int(sizeof(From))>>(p));
+  return convert<Lane<V>>(load<Vec<From, int(sizeof(From)) * kLanes<V>>>(p));
 }
 
 // --- lane-wise operations ----------------------------------------------------------------------------------
@@ -284,18 +287,20 @@ inline V max(V a, V b) {
 
 // QELJ_LANES2(name, lane type, 128-bit form, 256-bit form)
 #if QELJ_HAS_AVX2
-#define QELJ_LANES2_256(NAME, T, M256) \
-  inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return (Vec<T, 32>)M256((__m256i)a, (__m256i)b); }
+#  define QELJ_LANES2_256(NAME, T, M256) \
+    inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return (Vec<T, 32>)M256((__m256i)a, (__m256i)b); }
 #else
-#define QELJ_LANES2_256(NAME, T, M256) \
-  inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); }
+#  define QELJ_LANES2_256(NAME, T, M256)                               \
+    inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) {               \
+      return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); \
+    }
 #endif
 #if QELJ_HAS_SSE41
-#define QELJ_LANES2_128(NAME, T, M128) \
-  inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return (Vec<T, 16>)M128((__m128i)a, (__m128i)b); }
+#  define QELJ_LANES2_128(NAME, T, M128) \
+    inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return (Vec<T, 16>)M128((__m128i)a, (__m128i)b); }
 #else
-#define QELJ_LANES2_128(NAME, T, M128) \
-  inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return plain::NAME(a, b); }
+#  define QELJ_LANES2_128(NAME, T, M128) \
+    inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return plain::NAME(a, b); }
 #endif
 #define QELJ_LANES2(NAME, T, M128, M256) \
   QELJ_LANES2_128(NAME, T, M128)         \
@@ -468,18 +473,20 @@ inline With<To, V> pack(V a, V b) {
 }  // namespace plain
 
 #if QELJ_HAS_AVX2
-#define QELJ_PACK_256(NAME, FROM, TO, M256) \
-  inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return (Vec<TO, 32>)M256((__m256i)a, (__m256i)b); }
+#  define QELJ_PACK_256(NAME, FROM, TO, M256) \
+    inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return (Vec<TO, 32>)M256((__m256i)a, (__m256i)b); }
 #else
-#define QELJ_PACK_256(NAME, FROM, TO, M256) \
-  inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); }
+#  define QELJ_PACK_256(NAME, FROM, TO, M256)                          \
+    inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) {        \
+      return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); \
+    }
 #endif
 #if QELJ_HAS_SSE41
-#define QELJ_PACK_128(NAME, FROM, TO, M128) \
-  inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return (Vec<TO, 16>)M128((__m128i)a, (__m128i)b); }
+#  define QELJ_PACK_128(NAME, FROM, TO, M128) \
+    inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return (Vec<TO, 16>)M128((__m128i)a, (__m128i)b); }
 #else
-#define QELJ_PACK_128(NAME, FROM, TO, M128) \
-  inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return plain::pack<TO>(a, b); }
+#  define QELJ_PACK_128(NAME, FROM, TO, M128) \
+    inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return plain::pack<TO>(a, b); }
 #endif
 #define QELJ_PACK(NAME, FROM, TO, M128, M256) QELJ_PACK_128(NAME, FROM, TO, M128) QELJ_PACK_256(NAME, FROM, TO, M256)
 
@@ -508,15 +515,18 @@ inline V orderPacked(V v) {
 // Interleaves the lower (upper) halves of a and b, by blocks: a0 b0 a1 b1 ...
 template <class V>
 inline V unpackLow(V a, V b) {
-#define QELJ_UNPACK(WHICH)                                                                                        \
-  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 1) return (V)_mm256_unpack##WHICH##_epi8((__m256i)a, (__m256i)b);  \
-  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 2) return (V)_mm256_unpack##WHICH##_epi16((__m256i)a, (__m256i)b); \
-  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) return (V)_mm256_unpack##WHICH##_epi32((__m256i)a, (__m256i)b); \
+#define QELJ_UNPACK(WHICH)                                          \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 1)            \
+    return (V)_mm256_unpack##WHICH##_epi8((__m256i)a, (__m256i)b);  \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 2)            \
+    return (V)_mm256_unpack##WHICH##_epi16((__m256i)a, (__m256i)b); \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4)            \
+    return (V)_mm256_unpack##WHICH##_epi32((__m256i)a, (__m256i)b); \
   if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 8) return (V)_mm256_unpack##WHICH##_epi64((__m256i)a, (__m256i)b);
-#define QELJ_UNPACK_16(WHICH)                                                                                     \
-  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 1) return (V)_mm_unpack##WHICH##_epi8((__m128i)a, (__m128i)b);     \
-  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 2) return (V)_mm_unpack##WHICH##_epi16((__m128i)a, (__m128i)b);    \
-  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 4) return (V)_mm_unpack##WHICH##_epi32((__m128i)a, (__m128i)b);    \
+#define QELJ_UNPACK_16(WHICH)                                                                                         \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 1) return (V)_mm_unpack##WHICH##_epi8((__m128i)a, (__m128i)b);  \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 2) return (V)_mm_unpack##WHICH##_epi16((__m128i)a, (__m128i)b); \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 4) return (V)_mm_unpack##WHICH##_epi32((__m128i)a, (__m128i)b); \
   if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 8) return (V)_mm_unpack##WHICH##_epi64((__m128i)a, (__m128i)b);
 #if QELJ_HAS_AVX2
   QELJ_UNPACK(lo)
@@ -576,8 +586,7 @@ inline Two<V> interleave(V a, V b) {
 template <class V>
 inline Two<V> deinterleave(V first, V second) {
 #if !QELJ_HAS_SSE41
-  if constexpr (sizeof(V) == 16)
-    return {detail::everyNth<0, 2>(first, second), detail::everyNth<1, 2>(first, second)};
+  if constexpr (sizeof(V) == 16) return {detail::everyNth<0, 2>(first, second), detail::everyNth<1, 2>(first, second)};
 #endif
   if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) {
     return {orderPacked(__builtin_shufflevector(first, second, 0, 2, 8, 10, 4, 6, 12, 14)),
@@ -622,7 +631,8 @@ inline V shuffleBytes(V v, V index) {
 #endif
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return (V)_mm_shuffle_epi8((__m128i)v, (__m128i)index);
-  if constexpr (sizeof(V) == 32) return join(shuffleBytes(lower(v), lower(index)), shuffleBytes(upper(v), upper(index)));
+  if constexpr (sizeof(V) == 32)
+    return join(shuffleBytes(lower(v), lower(index)), shuffleBytes(upper(v), upper(index)));
 #endif
   uint8_t bytes[sizeof(V)], places[sizeof(V)], results[sizeof(V)];
   store(bytes, v), store(places, index & 15);
@@ -648,7 +658,8 @@ inline V shuffle8(V v) {
   static_assert(sizeof(Lane<V>) == 2);
   if constexpr (sizeof(V) == 16) return __builtin_shufflevector(v, v, A, B, C, D, E, F, G, H);
   else
-    return __builtin_shufflevector(v, v, A, B, C, D, E, F, G, H, A + 8, B + 8, C + 8, D + 8, E + 8, F + 8, G + 8, H + 8);
+    return __builtin_shufflevector(v, v, A, B, C, D, E, F, G, H, A + 8, B + 8, C + 8, D + 8, E + 8, F + 8, G + 8,
+                                   H + 8);
 }
 // A 16-byte pattern repeated in every block.
 template <class V = U8>
@@ -663,8 +674,7 @@ inline V blockPattern(const uint8_t (&pattern)[16]) {
 template <class V>
 inline V blockLanes(const Lane<V> (&lanes)[16 / sizeof(Lane<V>)]) {
   V v;
-  for (int block = 0; block < int(sizeof(V)); block += 16)
-    std::memcpy(reinterpret_cast<char*>(&v) + block, lanes, 16);
+  for (int block = 0; block < int(sizeof(V)); block += 16) std::memcpy(reinterpret_cast<char*>(&v) + block, lanes, 16);
   return v;
 }
 // r[i] = v[index[i] & 3] of the same block: one of its four 32-bit lanes.

@@ -229,8 +229,7 @@ void ownPCT(T* srcDst, ptrdiff_t step, ptrdiff_t width, ptrdiff_t height) {
       if (rows == 1)
         for (; x + 4 * n <= width; x += 4 * n)
           ownCells<Direction, V>({cell(0, 0), cell(1, 0), cell(2, 0), cell(3, 0)}, step);
-      for (; x + n <= width; x += n)
-        ownCells<Direction, V>({cell(0, 0), cell(0, 1), cell(0, 2), cell(0, 3)}, step);
+      for (; x + n <= width; x += n) ownCells<Direction, V>({cell(0, 0), cell(0, 1), cell(0, 2), cell(0, 3)}, step);
     };
     if constexpr (simd::kEnabled) {
       if constexpr (simd::kBytes > 16) strip(simd::Vec<T>{});

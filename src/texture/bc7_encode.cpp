@@ -2,10 +2,9 @@
 // shape, a pair of end-points for each subset) is judged by decoding it with the format's own arithmetic, so
 // that errors are exact: the squared difference over red, green, blue and alpha, all weighing the same.
 //
-// A candidate starts from the line through its pixels' main axis. Indices and end-points then improve each
-// other: indices are the nearest points on the line, end-points the least-squares solution for the indices,
-// p-bits those whose rounded end-points are nearest. Shapes are ranked by the error that the best lines
-// through their subsets would leave.
+// A candidate starts from the line through its pixels' main axis. Indices and end-points then improve each other:
+// indices are the nearest points on the line, end-points the least-squares solution for the indices, p-bits those whose
+// rounded end-points are nearest. Shapes are ranked by the error that the best lines through their subsets would leave.
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -32,10 +31,8 @@ using F32x4 = simd::Vec<float, 16>;
 // The sums of the lanes of four vectors.
 inline I32x4 ownSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
   using I64x4 = simd::Vec<int64_t, 32>;
-  const I32x8 ab = simd::unpackLow(a, b) + simd::unpackHigh(a, b),
-              cd = simd::unpackLow(c, d) + simd::unpackHigh(c, d);
-  const I32x8 all =
-      (I32x8)simd::unpackLow((I64x4)ab, (I64x4)cd) + (I32x8)simd::unpackHigh((I64x4)ab, (I64x4)cd);
+  const I32x8 ab = simd::unpackLow(a, b) + simd::unpackHigh(a, b), cd = simd::unpackLow(c, d) + simd::unpackHigh(c, d);
+  const I32x8 all = (I32x8)simd::unpackLow((I64x4)ab, (I64x4)cd) + (I32x8)simd::unpackHigh((I64x4)ab, (I64x4)cd);
   return simd::lower(all) + simd::upper(all);
 }
 inline F32x8 ownBroadcast(float x) { return F32x8{x, x, x, x, x, x, x, x}; }
@@ -70,8 +67,8 @@ inline Block ownLoad(const uint8_t* src, ptrdiff_t step) {
   using U8x16 = simd::Vec<uint8_t, 16>;
   const auto planar = [&](int y) {  // four bytes of each channel
     const U8x16 pixels = load<U8x16>(row(src, step, y));
-    return (I32x4)simd::shuffleBytes(
-        pixels, simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}));
+    return (I32x4)simd::shuffleBytes(pixels,
+                                     simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}));
   };
   using I64x2 = simd::Vec<int64_t, 16>;
   const I32x4 r0 = planar(0), r1 = planar(1), r2 = planar(2), r3 = planar(3);
@@ -102,15 +99,12 @@ inline F32x4 ownAxis(const Moments& m) {
     for (int c = 0; c < 4; ++c) largest = largest < std::abs(axis[c]) ? std::abs(axis[c]) : largest;
     if (largest == 0) return F32x4{};
     axis = axis * (1 / largest);
-    if (i < 3)
-      axis =
-          (m.column[0] * axis[0] + m.column[1] * axis[1]) + (m.column[2] * axis[2] + m.column[3] * axis[3]);
+    if (i < 3) axis = (m.column[0] * axis[0] + m.column[1] * axis[1]) + (m.column[2] * axis[2] + m.column[3] * axis[3]);
   }
   return axis;
 }
 
-// The ends of the line along the axis that holds all pixels of the subset: end 0 in lanes 0 to 3, end 1 in 4
-// to 7.
+// The ends of the line along the axis that holds all pixels of the subset: end 0 in lanes 0 to 3, end 1 in 4 to 7.
 inline F32x8 ownLine(const Block& block, const Moments& m, Pixels16 mask) {
   const F32x4 axis = ownAxis(m), mean = m.sum * (1 / m.count);
   F32x8 low{}, high{};
@@ -118,12 +112,10 @@ inline F32x8 ownLine(const Block& block, const Moments& m, Pixels16 mask) {
     low += (block.low[c] - ownBroadcast(mean[c])) * ownBroadcast(axis[c]);
     high += (block.high[c] - ownBroadcast(mean[c])) * ownBroadcast(axis[c]);
   }
-  const I32x8 inLow = convert<int32_t>(simd::lower(mask)),
-              inHigh = convert<int32_t>(simd::upper(mask));
+  const I32x8 inLow = convert<int32_t>(simd::lower(mask)), inHigh = convert<int32_t>(simd::upper(mask));
   const F32x8 huge = ownBroadcast(1e30f);
   const float lowest = ownLowest(ownMin(select(inLow, low, huge), select(inHigh, high, huge)));
-  const float highest =
-      -ownLowest(ownMin(select(inLow, -low, huge), select(inHigh, -high, huge)));
+  const float highest = -ownLowest(ownMin(select(inLow, -low, huge), select(inHigh, -high, huge)));
   const F32x4 square = axis * axis;
   const float length = (square[0] + square[1]) + (square[2] + square[3]);
   const float scale = ownRatio(1, length);
@@ -150,10 +142,8 @@ inline EndPoints ownQuantise(F32x8 ends) {
   ends = ownMin(ownMax(ends, F32x8{}), ownBroadcast(255));
   const F32x8 scaled = ends * ownBroadcast(float((1 << kAll) - 1) / 255.0f);
   const auto expand = [](I32x8 v) {
-    if constexpr (kAll == 8)
-      return v;
-    else
-      return v << (8 - kAll) | v >> (2 * kAll - 8);
+    if constexpr (kAll == 8) return v;
+    else return v << (8 - kAll) | v >> (2 * kAll - 8);
   };
   if constexpr (kPBits == PBits::none) {
     const I32x8 fields = roundToInt(scaled);
@@ -170,8 +160,7 @@ inline EndPoints ownQuantise(F32x8 ends) {
     }
     if constexpr (kPBits == PBits::ones) return with[1];
     const F32x8 gain = error[0] - error[1];  // of p = 1
-    const float first = (gain[0] + gain[1]) + (gain[2] + gain[3]),
-                second = (gain[4] + gain[5]) + (gain[6] + gain[7]);
+    const float first = (gain[0] + gain[1]) + (gain[2] + gain[3]), second = (gain[4] + gain[5]) + (gain[6] + gain[7]);
     if constexpr (kPBits == PBits::shared) return with[first + second > 0];
     const bool p0 = first > 0, p1 = second > 0;
     return {simd::join(simd::lower(with[p0].fields), simd::upper(with[p1].fields)),
@@ -216,9 +205,7 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
   }
   F32x8 low, high;
   I32x8 inLow{}, inHigh{};
-  const auto pick = [&](I32x8 mask, float a, float b) {
-    return select(mask, ownBroadcast(b), ownBroadcast(a));
-  };
+  const auto pick = [&](I32x8 mask, float a, float b) { return select(mask, ownBroadcast(b), ownBroadcast(a)); };
   if constexpr (kSubsets == 2) {
     inLow = convert<int32_t>(simd::lower(second)), inHigh = convert<int32_t>(simd::upper(second));
     low = -pick(inLow, offset[0], offset[1]), high = -pick(inHigh, offset[0], offset[1]);
@@ -245,8 +232,7 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
     Pixels16 slope = Pixels16{} + int16_t(ends[0].expanded[c + 4] - ends[0].expanded[c]);
     if constexpr (kSubsets == 2) {
       start = select(second, Pixels16{} + int16_t(ends[1].expanded[c] * 64 + 32), start);
-      slope =
-          select(second, Pixels16{} + int16_t(ends[1].expanded[c + 4] - ends[1].expanded[c]), slope);
+      slope = select(second, Pixels16{} + int16_t(ends[1].expanded[c + 4] - ends[1].expanded[c]), slope);
     }
     const Pixels16 d = ((start + w * slope) >> 6) - block.channel[c];
     error += simd::mulAddPairs(d, d);
@@ -292,8 +278,8 @@ struct Candidate {
 // Fits one part of a block (some channels, all pixels or two subsets) in a few rounds; the best round is left
 // in ends and indices.
 template <int kBits, PBits kPBits, int kFirst, int kCount, int kIndexBits, int kSubsets>
-inline int32_t ownFit(const Block& block, const Moments (&m)[kSubsets], F32x8 (&lines)[kSubsets],
-                      Pixels16 second, int rounds, EndPoints (&best)[kSubsets], Pixels16& indices) {
+inline int32_t ownFit(const Block& block, const Moments (&m)[kSubsets], F32x8 (&lines)[kSubsets], Pixels16 second,
+                      int rounds, EndPoints (&best)[kSubsets], Pixels16& indices) {
   indices = Pixels16{};
   int32_t lowest = std::numeric_limits<int32_t>::max();
   for (int round = 0; round < rounds; ++round) {
@@ -322,8 +308,8 @@ inline void ownTry(const Block& block, const Moments (&m)[kSubsets], int shape, 
     lines[s] = ownLine(block, m[s], kSubsets == 1 ? ~Pixels16{} : s ? second : ~second);
   EndPoints ends[kSubsets]{};
   Pixels16 indices;
-  const int32_t error = ownFit<kOf.colourBits, kPBits, 0, kCount, kOf.indexBits, kSubsets>(
-      block, m, lines, second, rounds, ends, indices);
+  const int32_t error = ownFit<kOf.colourBits, kPBits, 0, kCount, kOf.indexBits, kSubsets>(block, m, lines, second,
+                                                                                           rounds, ends, indices);
   if (error >= best.error) return;
   best.error = error, best.mode = kMode, best.shape = shape, best.rotation = best.selection = 0;
   for (int s = 0; s < kSubsets; ++s) best.colour[s] = ends[s];
@@ -343,15 +329,15 @@ inline void ownTrySeparate(const Block& block, const Moments& all, int rotation,
   F32x8 lines[1] = {ownLine(block, colour, ~Pixels16{})};
   EndPoints ends[1]{}, alphaEnds[1]{};
   Pixels16 indices, alphaIndices;
-  int32_t error = ownFit<kOf.colourBits, PBits::none, 0, 3, kColourIndexBits, 1>(block, m, lines, Pixels16{},
-                                                                                 3, ends, indices);
+  int32_t error =
+      ownFit<kOf.colourBits, PBits::none, 0, 3, kColourIndexBits, 1>(block, m, lines, Pixels16{}, 3, ends, indices);
   if (error >= best.error) return;
 
   const float lowest = ownLowest(ownMin(block.low[3], block.high[3]));
   const float highest = -ownLowest(ownMin(-block.low[3], -block.high[3]));
   F32x8 alphaLine[1] = {{0, 0, 0, lowest, 0, 0, 0, highest}};
-  error += ownFit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1>(block, m, alphaLine, Pixels16{}, 2,
-                                                                        alphaEnds, alphaIndices);
+  error += ownFit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1>(block, m, alphaLine, Pixels16{}, 2, alphaEnds,
+                                                                        alphaIndices);
   if (error >= best.error) return;
   best.error = error, best.mode = kMode, best.shape = 0, best.rotation = rotation;
   best.selection = kColourIndexBits == kOf.indexBits ? 0 : 1;
@@ -361,8 +347,7 @@ inline void ownTrySeparate(const Block& block, const Moments& all, int rotation,
 
 // --- ranking shapes ----------------------------------------------------------------------------------------
 
-// For every pair of pixels, the 64 shapes' membership in subset 1 as pairs of 0 and 1; and the masks of the
-// shapes.
+// For every pair of pixels, the 64 shapes' membership in subset 1 as pairs of 0 and 1; and the masks of the shapes.
 struct ShapeTables {
   alignas(32) int16_t pairs[8][8][16] = {};  // [pixel pair][group of 8 shapes][lane]
   alignas(32) int16_t masks[64][16] = {};
@@ -400,8 +385,7 @@ inline void ownMeasureShapes(const Block& block, ShapeMoments<kChannels>& m) {
     std::memcpy(pairs, &values, sizeof pairs);
     for (int pair = 0; pair < 8; ++pair) {
       const Pixels16 both = (Pixels16)(I32x8{} + pairs[pair]);
-      for (int g = 0; g < 8; ++g)
-        group[g] += simd::mulAddPairs(load<Pixels16>(kShapes.pairs[pair][g]), both);
+      for (int g = 0; g < 8; ++g) group[g] += simd::mulAddPairs(load<Pixels16>(kShapes.pairs[pair][g]), both);
     }
     for (int g = 0; g < 8; ++g) store(of + 8 * g, group[g]);
     const I32x8 all = simd::mulAddPairs(values, Pixels16{} + int16_t(1));
@@ -477,8 +461,7 @@ inline void ownRankShapes(const ShapeMoments<kChannels>& m, int (&shapes)[kWante
     for (int i = 1; i < 8; ++i) key = key < lowest[i] ? key : lowest[i];
     shapes[w] = key & 63;
     for (int g = 0; g < 8; ++g)
-      keys[g] =
-          select(keys[g] == I32x8{} + key, I32x8{} + std::numeric_limits<int32_t>::max(), keys[g]);
+      keys[g] = select(keys[g] == I32x8{} + key, I32x8{} + std::numeric_limits<int32_t>::max(), keys[g]);
   }
 }
 
@@ -581,8 +564,7 @@ inline void ownStore(const Candidate& best, uint8_t* dst) {
   for (int s = 0; s < kOf.subsets; ++s)
     for (int e = 0; e < 2; ++e) {
       const int from = 4 * (e ^ int(turned[s])), alphaFrom = 4 * (e ^ int(alphaTurned[s]));
-      for (int c = 0; c < 3; ++c)
-        bits.put(kLayout.position(c, 2 * s + e), uint64_t(best.colour[s].fields[c + from]));
+      for (int c = 0; c < 3; ++c) bits.put(kLayout.position(c, 2 * s + e), uint64_t(best.colour[s].fields[c + from]));
       if constexpr (kOf.secondIndexBits != 0)
         bits.put(kLayout.position(3, e), uint64_t(best.alphaFields[3 + alphaFrom]));
       else if constexpr (kOf.alphaBits != 0)
@@ -651,11 +633,10 @@ constexpr int32_t kGoodEnough = 24;
 inline void ownEncodeOpaque(const Block& block, const Moments (&all)[1], Candidate& best) {
   ownTry<6, PBits::ones, 1>(block, all, 0, Pixels16{}, 3, best);
   if (best.error <= kGoodEnough) return;
-  ownWithBestShapes<3>(block,
-                       [&](int rank, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
-                         ownTry<1, PBits::shared, 2>(block, m, shape, second, 3, best);
-                         if (rank == 0) ownTry<3, PBits::each, 2>(block, m, shape, second, 2, best);
-                       });
+  ownWithBestShapes<3>(block, [&](int rank, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
+    ownTry<1, PBits::shared, 2>(block, m, shape, second, 3, best);
+    if (rank == 0) ownTry<3, PBits::each, 2>(block, m, shape, second, 2, best);
+  });
 }
 
 inline void ownEncodeAlpha(const Block& block, const Moments (&all)[1], Candidate& best) {
@@ -664,9 +645,8 @@ inline void ownEncodeAlpha(const Block& block, const Moments (&all)[1], Candidat
   ownTrySeparate<5, 2>(block, all[0], 0, best);
   ownTrySeparate<4, 3>(block, all[0], 0, best);
   ownTrySeparate<4, 2>(block, all[0], 0, best);
-  ownWithBestShapes<4>(block, [&](int, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
-    ownTry<7, PBits::each, 2>(block, m, shape, second, 3, best);
-  });
+  ownWithBestShapes<4>(block, [&](int, int shape, const Moments(&m)[2], Pixels16 second)
+                                  QELJ_INLINE_LAMBDA { ownTry<7, PBits::each, 2>(block, m, shape, second, 3, best); });
 }
 
 struct Bc7Encoder {
@@ -680,10 +660,8 @@ struct Bc7Encoder {
     block.floatChannels();
     const Moments all[1] = {ownMoments(block)};
     Candidate best;
-    if (simd::isZero(block.channel[3] ^ (Pixels16{} + int16_t(255))))
-      ownEncodeOpaque(block, all, best);
-    else
-      ownEncodeAlpha(block, all, best);
+    if (simd::isZero(block.channel[3] ^ (Pixels16{} + int16_t(255)))) ownEncodeOpaque(block, all, best);
+    else ownEncodeAlpha(block, all, best);
     ownStoreBest(best, dst);
   }
 };

@@ -21,8 +21,7 @@ QelStatus qeliSplitRow_TIFF_16u8u_C1(const uint16_t* src, uint8_t* const* dst, i
   if constexpr (simd::kEnabled) {
     for (; i + simd::kBytes <= len; i += simd::kBytes) {
       const auto words = reinterpret_cast<const uint8_t*>(src) + 2 * i;
-      const auto bytes =
-          simd::deinterleave(load<simd::U8>(words), load<simd::U8>(words + simd::kBytes));
+      const auto bytes = simd::deinterleave(load<simd::U8>(words), load<simd::U8>(words + simd::kBytes));
       store(low + i, bytes.first);
       store(high + i, bytes.second);
     }

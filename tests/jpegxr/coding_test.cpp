@@ -9,6 +9,8 @@
 namespace qelj::test {
 namespace {
 
+using namespace jpegxr;
+
 using Bits = std::string;  // of '0' and '1'
 Bits bitsOf(const uint8_t* from, const uint8_t* to, uint32_t bitBuffer, int32_t bitCount) {
   Bits bits;

@@ -6,7 +6,7 @@
 namespace qelj {
 namespace {
 
-using namespace dct;
+using namespace jpeg::dct;
 
 // --- the source block --------------------------------------------------------------------------------------
 
@@ -26,8 +26,7 @@ struct LevelShifted {
 
 template <class S>
 inline void ownForwardColumns(S (&row)[8]) {
-  const S r0 = row[0], r1 = row[1], r2 = row[2], r3 = row[3], r4 = row[4], r5 = row[5], r6 = row[6],
-          r7 = row[7];
+  const S r0 = row[0], r1 = row[1], r2 = row[2], r3 = row[3], r4 = row[4], r5 = row[5], r6 = row[6], r7 = row[7];
   const S t0 = (r0 + r7) << 3, t1 = (r1 + r6) << 3, t2 = (r2 + r5) << 3, t3 = (r3 + r4) << 3;
   const S t4 = (r3 - r4) << 3, t7 = (r0 - r7) << 3, t5 = (r2 - r5) << 4, t6 = (r1 - r6) << 4;
 
@@ -56,8 +55,7 @@ inline int16_t ownQuantise(int16_t x, uint16_t t) {
   return clampI16((p + 16383 + (p >> 15 & 1)) >> 15);
 }
 
-[[maybe_unused]] void ownForwardRow(const Saturating<int16_t> (&x)[8], int k, int16_t* dst,
-                                    const uint16_t* table) {
+[[maybe_unused]] void ownForwardRow(const Saturating<int16_t> (&x)[8], int k, int16_t* dst, const uint16_t* table) {
   for (int u = 0; u < 8; ++u) {
     uint32_t sum = kRound;
     for (int n = 0; n < 4; ++n) {
@@ -93,8 +91,7 @@ inline Rows ownQuantise(Rows x, Rows t) {
 
 inline Rows ownForwardRows(Rows x, const ForwardWeights& weights) {
   const Rows mirrored = simd::shuffle8<7, 6, 5, 4, 3, 2, 1, 0>(x);
-  const auto sums = as<int32_t>(addSat(x, mirrored)),
-             differences = as<int32_t>(subSat(x, mirrored));
+  const auto sums = as<int32_t>(addSat(x, mirrored)), differences = as<int32_t>(subSat(x, mirrored));
   const auto folded = simd::unpackLow(sums, differences);  // s0 s1, d0 d1, s2 s3, d2 d3
   const Rows first = as<int16_t>(simd::shuffle4<0, 1, 0, 1>(folded));
   const Rows second = as<int16_t>(simd::shuffle4<2, 3, 2, 3>(folded));

@@ -7,7 +7,7 @@
 namespace qelj {
 namespace {
 
-using namespace dct;
+using namespace jpeg::dct;
 
 template <class Destination>
 void ownInverse(const int16_t* src, const uint16_t* table, Destination destination) {

@@ -5,7 +5,7 @@
 
 #include "jpeg/dct/transform.h"
 
-namespace qelj::dct {
+namespace qelj::jpeg::dct {
 
 inline constexpr int kInverseShift = 11;  // of the row pass; the column pass takes the other 6 bits
 // Each row has a rounding term of its own. The term of row 0, 2^16, is also the half of the final shift for
@@ -60,18 +60,14 @@ inline constexpr auto kInverseWeights = [] {
 template <int kCount>
 inline Rows ownInverseRows(Rows x, const InverseWeights& weights) {
   using Sums = simd::With<uint32_t, Rows>;
-  const auto products = [](Rows pairs, const int16_t* w) {
-    return Sums(simd::mulAddPairs(pairs, load<Rows>(w)));
-  };
-  Sums even =
-      products(simd::shuffle8<0, 2, 0, 2, 0, 2, 0, 2>(x), weights.even[0]) + load<Sums>(weights.round);
+  const auto products = [](Rows pairs, const int16_t* w) { return Sums(simd::mulAddPairs(pairs, load<Rows>(w))); };
+  Sums even = products(simd::shuffle8<0, 2, 0, 2, 0, 2, 0, 2>(x), weights.even[0]) + load<Sums>(weights.round);
   Sums odd = products(simd::shuffle8<1, 3, 1, 3, 1, 3, 1, 3>(x), weights.odd[0]);
   if constexpr (kCount == 8) {
     even += products(simd::shuffle8<4, 6, 4, 6, 4, 6, 4, 6>(x), weights.even[1]);
     odd += products(simd::shuffle8<5, 7, 5, 7, 5, 7, 5, 7>(x), weights.odd[1]);
   }
-  const Rows y = simd::packI16(as<int32_t>(even + odd) >> kInverseShift,
-                               as<int32_t>(even - odd) >> kInverseShift);
+  const Rows y = simd::packI16(as<int32_t>(even + odd) >> kInverseShift, as<int32_t>(even - odd) >> kInverseShift);
   return simd::shuffle8<0, 1, 2, 3, 7, 6, 5, 4>(y);
 }
 
@@ -127,9 +123,7 @@ struct LevelShiftedOut {
   int32_t step;
   void sample(int y, int x, int16_t v) const { row(dst, step, y)[x] = clampU8(v + 128); }
   // Saturated to a signed byte, a sample needs only its top bit turned over.
-  static auto bytes(Row a, Row b) {
-    return as<uint8_t>(simd::packI8(a, b)) ^ lanes<simd::Vec<uint8_t, 16>>(kTopBits);
-  }
+  static auto bytes(Row a, Row b) { return as<uint8_t>(simd::packI8(a, b)) ^ lanes<simd::Vec<uint8_t, 16>>(kTopBits); }
   void rows(const Saturating<Row> (&r)[8]) const {
     simd::unroll<4>([&](auto i) {
       const auto two = bytes(r[2 * i].v, r[2 * i + 1].v);
@@ -154,6 +148,6 @@ inline void ownInverseScalar(const int16_t (&coefficients)[8][8], Destination de
   for (int i = 0; i < 64; ++i) destination.sample(i / 8, i % 8, rows[i / 8][i % 8]);
 }
 
-}  // namespace qelj::dct
+}  // namespace qelj::jpeg::dct
 
 #endif

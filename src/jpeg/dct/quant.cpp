@@ -2,12 +2,14 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/rows.h"
 #include "frame/lanes.h"
+#include "frame/rows.h"
 #include "jpeg/zigzag.h"
 
 namespace qelj {
 namespace {
+
+using namespace jpeg;
 
 // A forward table holds 1/q with 15 fraction bits.
 constexpr uint16_t kOne = 0x8000;

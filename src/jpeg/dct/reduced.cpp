@@ -7,7 +7,7 @@
 namespace qelj {
 namespace {
 
-using namespace dct;
+using namespace jpeg::dct;
 
 // --- few coefficients --------------------------------------------------------------------------------------
 
@@ -36,10 +36,8 @@ void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
       splitRows(ownInverseRows<4>(x, kInverseWeights[i]), y + k);
     });
     constexpr Zero zero;
-    if constexpr (kSize == 2)
-      ownInverseColumns(rows, y[0], y[1], y[2], zero, zero, zero, zero, zero);
-    else
-      ownInverseColumns(rows, y[0], y[1], y[2], y[3], zero, zero, zero, zero);
+    if constexpr (kSize == 2) ownInverseColumns(rows, y[0], y[1], y[2], zero, zero, zero, zero, zero);
+    else ownInverseColumns(rows, y[0], y[1], y[2], y[3], zero, zero, zero, zero);
     destination.rows(rows);
   } else {
     int16_t coefficients[8][8] = {};
@@ -50,23 +48,21 @@ void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
 }
 
 // --- fewer samples: along the rows -------------------------------------------------------------------------
-// A weight is the mean of the whole transform's weights over the samples that one sample stands for. They
-// stand by row set, sample of the left half, and coefficient; the mirrored sample has the opposite sign for
-// odd coefficients.
+// A weight is the mean of the whole transform's weights over the samples that one sample stands for. They stand by row
+// set, sample of the left half, and coefficient; the mirrored sample has the opposite sign for odd coefficients.
 
 constexpr int kReducedShift = 12;
 
 struct Four {
   static constexpr int kSize = 4;
-  static constexpr int16_t kWeights[4][2][8] = {
-      {{16384, 20995, 15137, 7373, 0, -4926, -6270, -4176},  // row 0
-       {16384, 8697, -15137, -17799, 0, 11893, 6270, -1730}},
-      {{22725, 29121, 20995, 10226, 0, -6833, -8697, -5793},  // rows 1, 7
-       {22725, 12063, -20995, -24688, 0, 16496, 8697, -2399}},
-      {{21407, 27432, 19777, 9633, 0, -6436, -8192, -5457},  // rows 2, 6
-       {21407, 11363, -19777, -23256, 0, 15539, 8192, -2260}},
-      {{19266, 24688, 17799, 8669, 0, -5793, -7373, -4911},  // rows 3, 5
-       {19266, 10226, -17799, -20929, 0, 13985, 7373, -2034}}};
+  static constexpr int16_t kWeights[4][2][8] = {{{16384, 20995, 15137, 7373, 0, -4926, -6270, -4176},  // row 0
+                                                 {16384, 8697, -15137, -17799, 0, 11893, 6270, -1730}},
+                                                {{22725, 29121, 20995, 10226, 0, -6833, -8697, -5793},  // rows 1, 7
+                                                 {22725, 12063, -20995, -24688, 0, 16496, 8697, -2399}},
+                                                {{21407, 27432, 19777, 9633, 0, -6436, -8192, -5457},  // rows 2, 6
+                                                 {21407, 11363, -19777, -23256, 0, 15539, 8192, -2260}},
+                                                {{19266, 24688, 17799, 8669, 0, -5793, -7373, -4911},  // rows 3, 5
+                                                 {19266, 10226, -17799, -20929, 0, 13985, 7373, -2034}}};
   static constexpr int32_t kRound[8] = {66560, 5802, 4520, 3408, 0, 910, 1024, 746};
 };
 struct Two {
@@ -104,10 +100,8 @@ struct Blocks {
 template <class F>
 inline Blocks bothBlocks(F f) {
   const auto v = f(0);
-  if constexpr (sizeof v == sizeof(Row))
-    return {v, f(1)};
-  else
-    return {simd::lower(v), simd::upper(v)};
+  if constexpr (sizeof v == sizeof(Row)) return {v, f(1)};
+  else return {simd::lower(v), simd::upper(v)};
 }
 
 // By blocks: even + odd, and the mirrored even - odd behind it.
@@ -143,11 +137,9 @@ constexpr auto kFourWeights = [] {
 inline Rows ownRowsToFour(const int16_t* src, const uint16_t* table, int k, const FourWeights& weights) {
   const auto sums = [&](int row) {
     const Rows x = ownDequantiseRows(src, table, row);
-    const auto low = simd::shuffle8<0, 2, 0, 2, 1, 3, 1, 3>(x),
-               high = simd::shuffle8<4, 6, 4, 6, 5, 7, 5, 7>(x);
-    return as<uint64_t>(
-        addWrap(simd::mulAddPairs(low, load<Rows>(weights.low[row / 2])),
-                      simd::mulAddPairs(high, load<Rows>(weights.high[row / 2]))));
+    const auto low = simd::shuffle8<0, 2, 0, 2, 1, 3, 1, 3>(x), high = simd::shuffle8<4, 6, 4, 6, 5, 7, 5, 7>(x);
+    return as<uint64_t>(addWrap(simd::mulAddPairs(low, load<Rows>(weights.low[row / 2])),
+                                simd::mulAddPairs(high, load<Rows>(weights.high[row / 2]))));
   };
   const auto a = sums(k), b = sums(k + 2);
   const auto even = as<int32_t>(simd::unpackLow(a, b)), odd = as<int32_t>(simd::unpackHigh(a, b));
@@ -167,8 +159,7 @@ constexpr auto kTwoWeights = [] {
     auto& one = all[size_t(k % 2 / kRows)];
     const auto& w = Two::kWeights[kWeightSet[k]][0];
     const bool counts = k % 2 || k == 0;
-    for (int u = 1; u < 8 && counts; u += 2)
-      one.odd[u / 4][pair / 2][8 * block + pair % 2 * 4 + u % 4] = w[u];
+    for (int u = 1; u < 8 && counts; u += 2) one.odd[u / 4][pair / 2][8 * block + pair % 2 * 4 + u % 4] = w[u];
     if (counts) one.even[8 * block + 2 * pair] = w[0];
     one.round[4 * block + pair] = Two::kRound[k];
   }
@@ -180,20 +171,14 @@ constexpr auto kTwoWeights = [] {
 inline Rows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, const TwoWeights& weights) {
   using Quads = simd::U64;  // four coefficients
   const auto row = [&](int k) { return as<uint64_t>(ownDequantiseRows(src, table, i + k)); };
-  const auto products = [](auto x, const int16_t* w) {
-    return simd::mulAddPairs(as<int16_t>(x), load<Rows>(w));
-  };
+  const auto products = [](auto x, const int16_t* w) { return simd::mulAddPairs(as<int16_t>(x), load<Rows>(w)); };
   const Quads x0 = row(0), x2 = row(2), x4 = row(4), x6 = row(6);
   const Quads low02 = simd::unpackLow(x0, x2), low46 = simd::unpackLow(x4, x6);
-  const auto odd02 = addWrap(products(low02, weights.odd[0][0]),
-                                   products(simd::unpackHigh(x0, x2), weights.odd[1][0]));
-  const auto odd46 = addWrap(products(low46, weights.odd[0][1]),
-                                   products(simd::unpackHigh(x4, x6), weights.odd[1][1]));
-  const auto odd =
-      addWrap(simd::shuffleTwo4<0, 2, 0, 2>(odd02, odd46), simd::shuffleTwo4<1, 3, 1, 3>(odd02, odd46));
+  const auto odd02 = addWrap(products(low02, weights.odd[0][0]), products(simd::unpackHigh(x0, x2), weights.odd[1][0]));
+  const auto odd46 = addWrap(products(low46, weights.odd[0][1]), products(simd::unpackHigh(x4, x6), weights.odd[1][1]));
+  const auto odd = addWrap(simd::shuffleTwo4<0, 2, 0, 2>(odd02, odd46), simd::shuffleTwo4<1, 3, 1, 3>(odd02, odd46));
   const auto first = simd::shuffleTwo4<0, 2, 0, 2>(as<int32_t>(low02), as<int32_t>(low46));
-  return ownMirroredSums(addWrap(products(first, weights.even), load<simd::I32>(weights.round)),
-                         odd);
+  return ownMirroredSums(addWrap(products(first, weights.even), load<simd::I32>(weights.round)), odd);
 }
 
 // --- fewer samples: down the columns -----------------------------------------------------------------------
@@ -220,9 +205,8 @@ inline void ownColumnsToTwo(S (&row)[2], S y0, S y1, S y3, S y5, S y7) {
   row[1] = (z - d) >> 7;
 }
 
-// The same of two columns as vectors: y0 stands in lane 0 of each half, and y1, y3, y5, y7 in the four lanes
-// of each half of y; results stand in lane 0 of each half. It saves half of the operations on whole lanes of
-// rows.
+// The same of two columns as vectors: y0 stands in lane 0 of each half, and y1, y3, y5, y7 in the four lanes of each
+// half of y; results stand in lane 0 of each half. It saves half of the operations on whole lanes of rows.
 inline void ownColumnsToTwo(Saturating<Row> (&row)[2], Saturating<Row> y0, Saturating<Row> y) {
   using S = Saturating<Row>;
   const auto lane = [](S v, int n) { return S{as<int16_t>(as<uint64_t>(v.v) >> (16 * n))}; };
@@ -242,10 +226,8 @@ inline void ownColumnsToTwo(Saturating<Row> (&row)[2], Saturating<Row> y0, Satur
 
 void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    const Blocks top =
-        bothBlocks([&](int i) { return ownRowsToFour(src, table, i, kFourWeights[size_t(i)]); });
-    const Blocks bottom =
-        bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, kFourWeights[size_t(i)]); });
+    const Blocks top = bothBlocks([&](int i) { return ownRowsToFour(src, table, i, kFourWeights[size_t(i)]); });
+    const Blocks bottom = bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, kFourWeights[size_t(i)]); });
     // From here on the lanes 0, 1, 5 and 4 are the four columns; the others have no meaning.
     using S = Saturating<Row>;
     const auto second = [](Row v) { return S{as<int16_t>(as<uint64_t>(v) >> 32)}; };
@@ -257,8 +239,7 @@ void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
     };
     constexpr uint8_t kColumns[16] = {0, 1, 3, 2, 4, 5, 7, 6, 8, 9, 11, 10, 12, 13, 15, 14};
     const auto bytes = LevelShiftedOut::bytes(two(rows[0], rows[1]), two(rows[2], rows[3]));
-    const auto samples =
-        as<uint32_t>(simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns)));
+    const auto samples = as<uint32_t>(simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns)));
     simd::unroll<4>([&](auto y) { store(row(dst, dstStep, y), uint32_t(samples[int(y)])); });
   } else {
     Saturating<int16_t> y[8][4];
@@ -277,8 +258,7 @@ void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const ui
     const Blocks of = bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, kTwoWeights[size_t(i)]); });
     Saturating<Row> rows[2];
     ownColumnsToTwo(rows, {of.even}, {of.odd});
-    constexpr uint8_t kColumns[16] = {0,   4,   8,   12,  128, 128, 128, 128,
-                                      128, 128, 128, 128, 128, 128, 128, 128};
+    constexpr uint8_t kColumns[16] = {0, 4, 8, 12, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128};
     const auto bytes = as<uint8_t>(simd::packI8(rows[0].v, rows[1].v));
     const auto four = simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns));
     const uint32_t samples = as<uint32_t>(four)[0] ^ 0x80808080u;  // + 128

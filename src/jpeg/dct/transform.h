@@ -12,13 +12,12 @@
 #include "frame/arith.h"
 #include "frame/lanes.h"
 
-namespace qelj::dct {
+namespace qelj::jpeg::dct {
 
 // --- constants ---------------------------------------------------------------------------------------------
 
-// A constant as a whole vector in memory. Its value stays out of this header on purpose: GCC builds a vector
-// of a known value in registers, with three instructions each time, which is much for a function of one
-// block.
+// A constant as a whole vector in memory. Its value stays out of this header on purpose: GCC builds a vector of a known
+// value in registers, with three instructions each time, which is much for a function of one block.
 template <class T>
 struct alignas(32) Lanes {
   T lane[32 / sizeof(T)];
@@ -43,11 +42,10 @@ extern const Lanes<uint8_t> kTopBits;
 #pragma GCC visibility pop
 
 // c(k) c(i) in 14 fraction bits, by k as the row's set and i.
-inline constexpr int16_t kWeights[4][8] = {
-    {16384, 22725, 21407, 19266, 16384, 12873, 8867, 4520},    // rows 0, 4
-    {22725, 31521, 29692, 26722, 22725, 17855, 12299, 6270},   // rows 1, 7
-    {21407, 29692, 27969, 25172, 21407, 16819, 11585, 5906},   // rows 2, 6
-    {19266, 26722, 25172, 22654, 19266, 15137, 10426, 5315}};  // rows 3, 5
+inline constexpr int16_t kWeights[4][8] = {{16384, 22725, 21407, 19266, 16384, 12873, 8867, 4520},    // rows 0, 4
+                                           {22725, 31521, 29692, 26722, 22725, 17855, 12299, 6270},   // rows 1, 7
+                                           {21407, 29692, 27969, 25172, 21407, 16819, 11585, 5906},   // rows 2, 6
+                                           {19266, 26722, 25172, 22654, 19266, 15137, 10426, 5315}};  // rows 3, 5
 inline constexpr int kWeightSet[8] = {0, 1, 2, 3, 0, 3, 2, 1};
 
 // The weight between sample n of a row (or its mirror 7 - n, with the opposite sign for odd u) and
@@ -101,17 +99,12 @@ using Row = simd::Vec<int16_t, 16>;  // one row of a block
 using Rows = simd::I16;              // one row or two, as wide as the image's vectors are
 inline constexpr int kRows = simd::kLanes<Rows> / 8;
 
-// The vector of row k, or of rows k and k + 1: of a block or table in memory, and of rows one by one, to and
-// fro.
-inline Rows loadRows(const void* block, int k) {
-  return load<Rows>(static_cast<const char*>(block) + 16 * k);
-}
+// The vector of row k, or of rows k and k + 1: of a block or table in memory, and of rows one by one, to and fro.
+inline Rows loadRows(const void* block, int k) { return load<Rows>(static_cast<const char*>(block) + 16 * k); }
 template <class V = Rows>
 inline V joinRows(const Saturating<Row>* row) {
-  if constexpr (sizeof(V) == sizeof(Row))
-    return row[0].v;
-  else
-    return simd::join(row[0].v, row[1].v);
+  if constexpr (sizeof(V) == sizeof(Row)) return row[0].v;
+  else return simd::join(row[0].v, row[1].v);
 }
 template <class V>
 inline void splitRows(V rows, Saturating<Row>* row) {
@@ -123,6 +116,6 @@ inline void splitRows(V rows, Saturating<Row>* row) {
   }
 }
 
-}  // namespace qelj::dct
+}  // namespace qelj::jpeg::dct
 
 #endif

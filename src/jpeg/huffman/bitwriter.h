@@ -1,5 +1,4 @@
-// The bit writer of every Huffman encoder, and the counter that stands in its place when statistics are
-// taken.
+// The bit writer of every Huffman encoder, and the counter that stands in its place when statistics are taken.
 //
 // Encoders are templates over a sink with two operations:
 //   code(table, symbol, bits, length)   a Huffman symbol and the `length` bits behind it
@@ -16,7 +15,7 @@
 #include "jpeg/huffman/bits.h"
 #include "jpeg/huffman/records.h"
 
-namespace qelj {
+namespace qelj::jpeg {
 
 // The room for what one step can add at most: `bits` bits behind a partial byte, every byte stuffed, and the slack
 // of a vector-wide store.
@@ -206,8 +205,7 @@ class SymbolCounter {
   QelStatus plain(uint32_t, int) { return qelStatusOk; }
 };
 
-// Ends a segment: pads the partial byte with ones and re-initialises the state, whether or not the byte
-// fitted.
+// Ends a segment: pads the partial byte with ones and re-initialises the state, whether or not the byte fitted.
 [[gnu::noinline]] inline QelStatus ownFlush(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
                                             QelEncodeHuffmanState* state) {
   BitWriter sink(dst, dstLen, *dstPos, Pending(state));
@@ -247,6 +245,6 @@ template <int kMaxBits, class Step>
   return s;
 }
 
-}  // namespace qelj
+}  // namespace qelj::jpeg
 
 #endif

@@ -74,8 +74,7 @@ void ownDiffRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_
       store(offset(dst, i), subWrap(group(src, i), p));
     }
   for (--x; x >= 1; --x)
-    put(dst, x,
-        int16_t(at(src, x) - ownPredict<kPredictor>(at(src, x - 1), at(prevRow, x), at(prevRow, x - 1))));
+    put(dst, x, int16_t(at(src, x) - ownPredict<kPredictor>(at(src, x - 1), at(prevRow, x), at(prevRow, x - 1))));
   put(dst, 0, int16_t(at(src, 0) - first));
 }
 
@@ -90,13 +89,11 @@ inline Lanes ownRunningSum(Lanes v) {
   return addWrap(v, simd::moveUp<4>(v));
 }
 
-// Predictors 1 to 5 make rows of sums: 2 and 3 of the row above alone; 1, 4 and 5 running sums of what does
-// not depend on the row itself (4: of the differences, for dst - b). 6 and 7 go sample by sample. A sample of
-// the row above is read before dst is written there, so that dst may be src or prevRow. `first` predicts the
-// leftmost sample.
+// Predictors 1 to 5 make rows of sums: 2 and 3 of the row above alone; 1, 4 and 5 running sums of what does not depend
+// on the row itself (4: of the differences, for dst - b). 6 and 7 go sample by sample. A sample of the row above is
+// read before dst is written there, so that dst may be src or prevRow. `first` predicts the leftmost sample.
 template <int kPredictor>
-void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, ptrdiff_t width,
-                       int32_t first) {
+void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, ptrdiff_t width, int32_t first) {
   int16_t c = at(prevRow, 0);
   int16_t a = int16_t(at(src, 0) + first);
   put(dst, 0, a);
@@ -136,9 +133,9 @@ inline QelStatus ownWithPredictor(int32_t predictor, Kernel&& kernel) {
 
 constexpr QelStatus checkFirstRow(const int16_t* src, const int16_t* dst, int32_t width, int32_t precision,
                                   int32_t pointTransform) {
-  return check(nonNull(src, dst), length(width),
-               require(precision >= 2 && precision <= 16 && pointTransform >= 0 && pointTransform < precision,
-                       qelStatusBadArg));
+  return check(
+      nonNull(src, dst), length(width),
+      require(precision >= 2 && precision <= 16 && pointTransform >= 0 && pointTransform < precision, qelStatusBadArg));
 }
 
 }  // namespace
@@ -150,8 +147,8 @@ QelStatus qeliDiffPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int
   return qelStatusOk;
 }
 
-QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width,
-                                                  int32_t precision, int32_t pointTransform) {
+QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width, int32_t precision,
+                                                  int32_t pointTransform) {
   if (auto s = checkFirstRow(src, dst, width, precision, pointTransform); s) return s;
   ownReconstructRow<1>(src, src, dst, width, 1 << (precision - pointTransform - 1));
   return qelStatusOk;
@@ -160,15 +157,13 @@ QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* d
 QelStatus qeliDiffPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width,
                                       int32_t predictor) {
   if (auto s = check(nonNull(src, prevRow, dst), length(width)); s) return s;
-  return ownWithPredictor(predictor,
-                          [&](auto p) { ownDiffRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
+  return ownWithPredictor(predictor, [&](auto p) { ownDiffRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
 }
 
-QelStatus qeliReconstructPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst,
-                                             int32_t width, int32_t predictor) {
+QelStatus qeliReconstructPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width,
+                                             int32_t predictor) {
   if (auto s = check(nonNull(src, prevRow, dst), length(width)); s) return s;
-  return ownWithPredictor(predictor,
-                          [&](auto p) { ownReconstructRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
+  return ownWithPredictor(predictor, [&](auto p) { ownReconstructRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
 }
 
 }  // namespace qelj

@@ -8,7 +8,7 @@
 #include "frame/lanes.h"
 #include "jpeg/huffman/records.h"
 
-namespace qelj {
+namespace qelj::jpeg {
 
 inline void ownClear(int16_t* block) {
   for (int i = 0; i < 128; i += simd::kBytes) store(row(block, 1, i), simd::I16{});
@@ -22,12 +22,10 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
   if constexpr (simd::kShuffles) {
     using I = simd::Vec<int16_t, 16>;
     using U = simd::Vec<uint8_t, 16>;
-    // Two rows a vector, one byte a coefficient; then the bytes of each 16 positions from the rows they stand
-    // in.
+    // Two rows a vector, one byte a coefficient; then the bytes of each 16 positions from the rows they stand in.
     U rows[4];
     for (int i = 0; i < 4; ++i)
-      rows[i] = (U)simd::packI8(I(flag(load<I>(row(block, 32, i)))),
-                                I(flag(load<I>(row(block, 32, i) + 8))));
+      rows[i] = (U)simd::packI8(I(flag(load<I>(row(block, 32, i)))), I(flag(load<I>(row(block, 32, i) + 8))));
     static constexpr auto kFrom = [] {
       std::array<std::array<std::array<uint8_t, 16>, 4>, 4> from{};
       for (int k = 0; k < 64; ++k)
@@ -79,7 +77,7 @@ class AcBytes {
       static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
       static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
       categories[i] = max(shuffleBytes(blockPattern(kLow), magnitude & 15),
-                                shuffleBytes(blockPattern(kHigh), (U8)((U16)magnitude >> 4) & 15));
+                          shuffleBytes(blockPattern(kHigh), (U8)((U16)magnitude >> 4) & 15));
       // A negative value's bits are those of its magnitude, inverted.
       static constexpr uint8_t kOnes[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255};
       const U8 negative = (U8)(packI8(a, b) < 0);
@@ -105,9 +103,8 @@ class AcBytes {
     return mask;
   }();
 
-  // Stores the packed bytes in zig-zag order, and tells which are zero. A shuffle stays within 16 bytes, so
-  // that each result comes from four vectors: the packed ones, and, where they are wider, the same with their
-  // halves swapped.
+  // Stores the packed bytes in zig-zag order, and tells which are zero. A shuffle stays within 16 bytes, so that each
+  // result comes from four vectors: the packed ones, and, where they are wider, the same with their halves swapped.
   static uint64_t ownZigzag(const simd::U8 (&packed)[kVectors], uint8_t* ordered) {
     simd::U8 from[4];
     for (int j = 0; j < 4; ++j) {
@@ -137,8 +134,7 @@ class AcBytes {
       const int vector = kVectors == 2 ? y / 4 * 2 + swapped : y / 2;
       const int place = kVectors == 2 ? y / 2 % 2 * 8 + x : y % 2 * 8 + x;
       for (int j = 0; j < 4; ++j)
-        places[size_t(k / simd::kBytes)][size_t(j)][size_t(k % simd::kBytes)] =
-            uint8_t(j == vector ? place : 0x80);
+        places[size_t(k / simd::kBytes)][size_t(j)][size_t(k % simd::kBytes)] = uint8_t(j == vector ? place : 0x80);
     }
     return places;
   }();
@@ -164,6 +160,6 @@ template <class Work>
 // The positions ss to se of a scan set.
 constexpr uint64_t ownBand(int ss, int se) { return ~uint64_t(0) << ss & ~uint64_t(0) >> (63 - se); }
 
-}  // namespace qelj
+}  // namespace qelj::jpeg
 
 #endif

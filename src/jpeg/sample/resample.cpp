@@ -4,8 +4,8 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/rows.h"
 #include "frame/lanes.h"
+#include "frame/rows.h"
 
 namespace qelj {
 namespace {
@@ -16,8 +16,7 @@ constexpr int kVector = simd::kBytes;
 
 // --- Down: the mean of two or four samples -----------------------------------------------------------------
 
-// The rounding terms of the means at even and odd places. Terms that alternate leave the plane's mean as it
-// is.
+// The rounding terms of the means at even and odd places. Terms that alternate leave the plane's mean as it is.
 struct Rounding {
   int even, odd;
 };
@@ -62,8 +61,7 @@ struct OneRow {
   static QELJ_INLINE Halves threeToOne(const uint8_t* near, const uint8_t* far) {
     const auto weights = as<int8_t>(all<I16>(0x0103));
     const U8 n = load<U8>(near), f = load<U8>(far);
-    return {simd::mulAddBytes(simd::unpackLow(n, f), weights),
-            simd::mulAddBytes(simd::unpackHigh(n, f), weights)};
+    return {simd::mulAddBytes(simd::unpackLow(n, f), weights), simd::mulAddBytes(simd::unpackHigh(n, f), weights)};
   }
 };
 struct TwoRows {
@@ -94,12 +92,10 @@ void ownUpSamples(const Source& s, uint8_t* dst, ptrdiff_t from, ptrdiff_t to) {
   const auto roundEven = all<I16>(Source::kEven), roundOdd = all<I16>(Source::kOdd);
   ptrdiff_t k = simd::coverByVectors(from, to, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
     const Halves even = s.sums(at, at - 1), odd = s.sums(at, at + 1);
-    const auto merge = [&](I16 e, I16 o)
-                           QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
-                             const I16 low = (e + roundEven) >> Source::kShift,
-                                       high = shlWrap(o + roundOdd, 8 - Source::kShift);
-                             return low | (high & int16_t(-256));
-                           };
+    const auto merge = [&](I16 e, I16 o) QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
+      const I16 low = (e + roundEven) >> Source::kShift, high = shlWrap(o + roundOdd, 8 - Source::kShift);
+      return low | (high & int16_t(-256));
+    };
     const I16 first = merge(even.low, odd.low), second = merge(even.high, odd.high);
     store(dst + 2 * at, simd::lowBlocks(first, second));
     store(dst + 2 * at + kVector, simd::highBlocks(first, second));
@@ -156,9 +152,8 @@ QelStatus qeliSampleDownH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, Qe
 QelStatus qeliSampleUpH2V1_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst,
                                        int32_t dstStep, QelSize dstSize) {
   if (auto s = checkPlanes(src, srcStep, srcSize, dst, dstStep, dstSize); s) return s;
-  return forEachRowSerial(dstSize, [=](int32_t y) {
-    ownUpPlaneRow(OneRow{row(src, srcStep, y)}, row(dst, dstStep, y), dstSize.width);
-  });
+  return forEachRowSerial(
+      dstSize, [=](int32_t y) { ownUpPlaneRow(OneRow{row(src, srcStep, y)}, row(dst, dstStep, y), dstSize.width); });
 }
 
 QelStatus qeliSampleUpH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst,

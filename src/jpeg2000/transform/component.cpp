@@ -4,13 +4,14 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/rows.h"
 #include "frame/lanes.h"
+#include "frame/rows.h"
 #include "jpeg2000/transform/lifting.h"
 
 namespace qelj {
 namespace {
 
+using namespace jpeg2000;
 
 template <class V>
 struct Three {
@@ -50,12 +51,9 @@ struct RctInverse {
  private:
   template <class V>
   static V quarter(V u, V v) {  // (u + v) >> 2
-    if constexpr (std::is_same_v<V, int16_t>)
-      return V((u + v) >> 2);
-    else if constexpr (sizeof(Lane<V>) == 2)
-      return addWrap(u & v, (u ^ v) >> 1) >> 1;
-    else
-      return shr(addWrap(u, v), 2);
+    if constexpr (std::is_same_v<V, int16_t>) return V((u + v) >> 2);
+    else if constexpr (sizeof(Lane<V>) == 2) return addWrap(u & v, (u ^ v) >> 1) >> 1;
+    else return shr(addWrap(u, v), 2);
   }
 };
 
@@ -77,10 +75,8 @@ struct IctInverse32f {
 // G.3 with 14 fractional bits. 32-bit samples: everything wraps, nothing saturates.
 template <class V>
 inline V times(V x, int32_t factor) {
-  if constexpr (OneSample<V>)
-    return mulWrap(x, factor);
-  else
-    return mulWrap(x, all<V>(factor));
+  if constexpr (OneSample<V>) return mulWrap(x, factor);
+  else return mulWrap(x, all<V>(factor));
 }
 template <class V>
 inline V rounded(V sum) {
@@ -123,9 +119,7 @@ struct IctForward16s {
     const V rgLow = simd::unpackLow(r, g), rgHigh = simd::unpackHigh(r, g);
     const V bLow = simd::unpackLow(b, one), bHigh = simd::unpackHigh(b, one);
     const auto sum = [](V rg, V b1, int cr, int cg, int cb) {
-      return W(
-          (simd::mulAddPairs(rg, simd::pairs<V>(cr, cg)) + simd::mulAddPairs(b1, simd::pairs<V>(cb, 8192))) >>
-          14);
+      return W((simd::mulAddPairs(rg, simd::pairs<V>(cr, cg)) + simd::mulAddPairs(b1, simd::pairs<V>(cb, 8192))) >> 14);
     };
     const auto chroma = [&](int cr, int cg, int cb, int scale) {
       const V difference =
@@ -150,9 +144,7 @@ struct IctInverse16s {
     using W = simd::With<int32_t, V>;
     const V one = all<V>(1);
     const W yLow = W(simd::unpackLow(y, y)) >> 16, yHigh = W(simd::unpackHigh(y, y)) >> 16;
-    const auto term = [](V pairs, int even, int odd) {
-      return simd::mulAddPairs(pairs, simd::pairs<V>(even, odd));
-    };
+    const auto term = [](V pairs, int even, int odd) { return simd::mulAddPairs(pairs, simd::pairs<V>(even, odd)); };
     const auto plus = [&](V chroma, int factor) {
       return simd::packI16(W(yLow + (term(simd::unpackLow(chroma, one), factor, 8192) >> 14)),
                            W(yHigh + (term(simd::unpackHigh(chroma, one), factor, 8192) >> 14)));
@@ -182,9 +174,7 @@ struct Planes {
       store(offset(a, x), v.a), store(offset(b, x), v.b), store(offset(c, x), v.c);
     }
   };
-  Row operator[](ptrdiff_t y) const {
-    return {row(plane[0], step, y), row(plane[1], step, y), row(plane[2], step, y)};
-  }
+  Row operator[](ptrdiff_t y) const { return {row(plane[0], step, y), row(plane[1], step, y), row(plane[2], step, y)}; }
 };
 
 template <class T>
@@ -208,10 +198,8 @@ struct Pixels {
     template <class V>
     void set(ptrdiff_t x, Three<V> v) const {
       void* p = offset(first, 3 * x);
-      if constexpr (OneSample<V>)
-        store(p, v);
-      else
-        simd::storeTriples<V>(p, {v.a, v.b, v.c});
+      if constexpr (OneSample<V>) store(p, v);
+      else simd::storeTriples<V>(p, {v.a, v.b, v.c});
     }
   };
   Row operator[](ptrdiff_t y) const { return {row(pixel, step, y)}; }
@@ -247,8 +235,7 @@ QelStatus pixelsToPlanes(const T* src, int32_t srcStep, T* const* dst, int32_t d
   if (auto s = check(nonNull(src), planes(dst, 3), step(srcStep), step(dstStep), area(size)); s) return s;
   const Pixels<const T> from{src, srcStep};
   const Planes<T> to(dst, dstStep);
-  return forEachRowSerial(size,
-                          [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
+  return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
 }
 
 template <class Transform, class T>
@@ -256,26 +243,24 @@ QelStatus planesToPixels(const T* const* src, int32_t srcStep, T* dst, int32_t d
   if (auto s = check(planes(src, 3), nonNull(dst), step(srcStep), step(dstStep), area(size)); s) return s;
   const Planes<const T> from(src, srcStep);
   const Pixels<T> to{dst, dstStep};
-  return forEachRowSerial(size,
-                          [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
+  return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
 }
 
 template <class Transform, class T>
 QelStatus planesInPlace(T* const* srcDst, int32_t srcDstStep, QelSize size) {
   if (auto s = check(planes(srcDst, 3), step(srcDstStep), area(size)); s) return s;
   const Planes<T> image(srcDst, srcDstStep);
-  return forEachRowSerial(size,
-                          [&](int32_t y) { ownComponentRow<Transform, T>(image[y], image[y], size.width); });
+  return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(image[y], image[y], size.width); });
 }
 
 }  // namespace
 
-QelStatus qeliRCTFwd_JPEG2K_16s_C3P3R(const int16_t* src, int32_t srcStep, int16_t* const dst[3],
-                                      int32_t dstStep, QelSize size) {
+QelStatus qeliRCTFwd_JPEG2K_16s_C3P3R(const int16_t* src, int32_t srcStep, int16_t* const dst[3], int32_t dstStep,
+                                      QelSize size) {
   return pixelsToPlanes<RctForward>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliRCTInv_JPEG2K_16s_P3C3R(const int16_t* const src[3], int32_t srcStep, int16_t* dst,
-                                      int32_t dstStep, QelSize size) {
+QelStatus qeliRCTInv_JPEG2K_16s_P3C3R(const int16_t* const src[3], int32_t srcStep, int16_t* dst, int32_t dstStep,
+                                      QelSize size) {
   return planesToPixels<RctInverse>(src, srcStep, dst, dstStep, size);
 }
 QelStatus qeliRCTFwd_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size) {
@@ -285,12 +270,12 @@ QelStatus qeliRCTInv_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstSte
   return planesInPlace<RctInverse>(srcDst, srcDstStep, size);
 }
 
-QelStatus qeliRCTFwd_JPEG2K_32s_C3P3R(const int32_t* src, int32_t srcStep, int32_t* const dst[3],
-                                      int32_t dstStep, QelSize size) {
+QelStatus qeliRCTFwd_JPEG2K_32s_C3P3R(const int32_t* src, int32_t srcStep, int32_t* const dst[3], int32_t dstStep,
+                                      QelSize size) {
   return pixelsToPlanes<RctForward>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliRCTInv_JPEG2K_32s_P3C3R(const int32_t* const src[3], int32_t srcStep, int32_t* dst,
-                                      int32_t dstStep, QelSize size) {
+QelStatus qeliRCTInv_JPEG2K_32s_P3C3R(const int32_t* const src[3], int32_t srcStep, int32_t* dst, int32_t dstStep,
+                                      QelSize size) {
   return planesToPixels<RctInverse>(src, srcStep, dst, dstStep, size);
 }
 QelStatus qeliRCTFwd_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size) {

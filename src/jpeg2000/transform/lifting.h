@@ -9,10 +9,9 @@
 //     template <class V> static V finish(V x);  // the identity, or a scaling behind the last stage
 //   };
 //
-// A line alternates between two bands, here A and B. Stage 1 changes B by its neighbours in A, stage 2
-// changes A by its neighbours in B, and so on; start() applies to A and finish() to B. Forward, A is the even
-// positions, which become the low band; inverse, A is the odd positions, which were the high band. V is one
-// sample or a vector of them.
+// A line alternates between two bands, here A and B. Stage 1 changes B by its neighbours in A, stage 2 changes A by its
+// neighbours in B, and so on; start() applies to A and finish() to B. Forward, A is the even positions, which become
+// the low band; inverse, A is the odd positions, which were the high band. V is one sample or a vector of them.
 //
 // Every order below gives the same values, because a stage reads only what the stage before left.
 #ifndef QELJ_JPEG2000_TRANSFORM_LIFTING_H
@@ -23,7 +22,7 @@
 #include "frame/arith.h"
 #include "frame/lanes.h"
 
-namespace qelj::lifting {
+namespace qelj::jpeg2000::lifting {
 
 // --- element by element over rows, columns' rows, or the halves of a line ----------------------------------
 
@@ -51,18 +50,15 @@ inline void ownApply(ptrdiff_t count, Operation operation, T* dst, const Source*
 template <class Filter, int t>
 inline void ownStage(ptrdiff_t count, typename Filter::Sample* dst, const typename Filter::Sample* x,
                      const typename Filter::Sample* left, const typename Filter::Sample* right) {
-  ownApply(
-      count, [](auto a, auto b, auto c) { return Filter::template stage<t>(a, b, c); }, dst, x, left, right);
+  ownApply(count, [](auto a, auto b, auto c) { return Filter::template stage<t>(a, b, c); }, dst, x, left, right);
 }
 template <class Filter>
 inline void ownStart(ptrdiff_t count, typename Filter::Sample* dst, const typename Filter::Sample* src) {
-  ownApply(
-      count, [](auto x) { return Filter::start(x); }, dst, src);
+  ownApply(count, [](auto x) { return Filter::start(x); }, dst, src);
 }
 template <class Filter>
 inline void ownFinish(ptrdiff_t count, typename Filter::Sample* dst, const typename Filter::Sample* src) {
-  ownApply(
-      count, [](auto x) { return Filter::finish(x); }, dst, src);
+  ownApply(count, [](auto x) { return Filter::finish(x); }, dst, src);
 }
 
 // All stages of one step down the columns, in one pass. Row 0 is the newest row (of A) and row j the one j
@@ -111,8 +107,7 @@ inline void ownSplit(ptrdiff_t count, const T* src, T* first, T* second) {
     using V = simd::Vec<std::conditional_t<sizeof(T) == 2, int16_t, int32_t>>;
     constexpr ptrdiff_t kGroup = simd::kLanes<V>;
     for (; 2 * (i + kGroup) <= count; i += kGroup) {
-      const auto parts = simd::deinterleave(load<V>(offset(src, 2 * i)),
-                                            load<V>(offset(src, 2 * i + kGroup)));
+      const auto parts = simd::deinterleave(load<V>(offset(src, 2 * i)), load<V>(offset(src, 2 * i + kGroup)));
       store(offset(first, i), parts.first);
       store(offset(second, i), parts.second);
     }
@@ -129,8 +124,7 @@ inline void ownMerge(ptrdiff_t count, const T* first, const T* second, T* dst) {
     using V = simd::Vec<std::conditional_t<sizeof(T) == 2, int16_t, int32_t>>;
     constexpr ptrdiff_t kGroup = simd::kLanes<V>;
     for (; 2 * (i + kGroup) <= count; i += kGroup) {
-      const auto pair =
-          simd::interleave(load<V>(offset(first, i)), load<V>(offset(second, i)));
+      const auto pair = simd::interleave(load<V>(offset(first, i)), load<V>(offset(second, i)));
       store(offset(dst, 2 * i), pair.first);
       store(offset(dst, 2 * i + kGroup), pair.second);
     }
@@ -161,10 +155,8 @@ struct Forward53 {
   static constexpr bool kHasStart = false, kHasFinish = false;
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 1)
-      return subWrap(x, Sums::half(left, right));
-    else
-      return addWrap(x, Sums::quarter(left, right));
+    if constexpr (t == 1) return subWrap(x, Sums::half(left, right));
+    else return addWrap(x, Sums::quarter(left, right));
   }
   template <class V>
   static V start(V x) {
@@ -179,10 +171,8 @@ template <class T, class Sums = WrappingSums>
 struct Inverse53 : Forward53<T, Sums> {
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 1)
-      return subWrap(x, Sums::quarter(left, right));
-    else
-      return addWrap(x, Sums::half(left, right));
+    if constexpr (t == 1) return subWrap(x, Sums::quarter(left, right));
+    else return addWrap(x, Sums::half(left, right));
   }
 };
 
@@ -190,11 +180,10 @@ struct Inverse53 : Forward53<T, Sums> {
 inline constexpr float kAlpha = -1.5861343f, kBeta = -0.052980117f, kGamma = 0.8829111f, kDelta = 0.44350687f;
 inline constexpr float kK = 1.2301741f, kInvK = 0.8128931f, kDeltaOverK = 0.36052364f;
 static_assert(std::bit_cast<uint32_t>(kAlpha) == 0xBFCB0673 && std::bit_cast<uint32_t>(kBeta) == 0xBD5901AE &&
-              std::bit_cast<uint32_t>(kGamma) == 0x3F620676 &&
-              std::bit_cast<uint32_t>(kDelta) == 0x3EE31355 && std::bit_cast<uint32_t>(kK) == 0x3F9D7658 &&
-              std::bit_cast<uint32_t>(kInvK) == 0x3F5019C3 &&
+              std::bit_cast<uint32_t>(kGamma) == 0x3F620676 && std::bit_cast<uint32_t>(kDelta) == 0x3EE31355 &&
+              std::bit_cast<uint32_t>(kK) == 0x3F9D7658 && std::bit_cast<uint32_t>(kInvK) == 0x3F5019C3 &&
               std::bit_cast<uint32_t>(kDeltaOverK) == 0x3EB8968E);
 
-}  // namespace qelj::lifting
+}  // namespace qelj::jpeg2000::lifting
 
 #endif

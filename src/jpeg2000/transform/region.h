@@ -13,10 +13,9 @@
 #include "frame/rows.h"
 #include "jpeg2000/transform/lifting.h"
 
-namespace qelj::lifting {
+namespace qelj::jpeg2000::lifting {
 
-// Columns that are lifted together: their rows between the stages stay on the stack and in the first-level
-// cache.
+// Columns that are lifted together: their rows between the stages stay on the stack and in the first-level cache.
 template <class T>
 inline constexpr ptrdiff_t kStripOfRegion = 1024 / ptrdiff_t(sizeof(T));
 
@@ -28,9 +27,7 @@ inline constexpr ptrdiff_t kStripOfRegion = 1024 / ptrdiff_t(sizeof(T));
 //                                              stands for finish()
 //   end<t>(k, w, lead, x, left, right)       stage t of sample k outside that range
 template <class Filter>
-concept HasEnds = requires {
-  Filter::kHasEnds;
-};
+concept HasEnds = requires { Filter::kHasEnds; };
 struct Range {
   ptrdiff_t from, to;
 };
@@ -38,8 +35,8 @@ struct Range {
 // Stage t of `count` samples of one band from number k on, in a line of w samples a band. Stage kStages + 1
 // is finish(), which has no neighbours: left and right are x.
 template <class Filter, int t, class T = typename Filter::Sample>
-inline void ownStageOfRow(ptrdiff_t k, ptrdiff_t count, ptrdiff_t w, int lead, T* dst, const T* x,
-                          const T* left, const T* right) {
+inline void ownStageOfRow(ptrdiff_t k, ptrdiff_t count, ptrdiff_t w, int lead, T* dst, const T* x, const T* left,
+                          const T* right) {
   Range inner{0, count};
   if constexpr (HasEnds<Filter>) {
     inner = Filter::template inner<t>(w, lead);
@@ -52,16 +49,13 @@ inline void ownStageOfRow(ptrdiff_t k, ptrdiff_t count, ptrdiff_t w, int lead, T
     for (ptrdiff_t i = inner.to; i < count; ++i) end(i);
   }
   const auto from = [&](auto* p) { return offset(p, inner.from); };
-  if constexpr (t > Filter::kStages)
-    ownFinish<Filter>(inner.to - inner.from, from(dst), from(x));
-  else
-    ownStage<Filter, t>(inner.to - inner.from, from(dst), from(x), from(left), from(right));
+  if constexpr (t > Filter::kStages) ownFinish<Filter>(inner.to - inner.from, from(dst), from(x));
+  else ownStage<Filter, t>(inner.to - inner.from, from(dst), from(x), from(left), from(right));
 }
 
-// A piece of a line, small enough for the stack and the first-level cache: samples i to i + n - 1 of both
-// bands, and before and behind them the samples that they depend on. Here B[j] stands between A[j] and A[j +
-// 1], and A[0] and B[0] are samples i - kStages / 2 and i - kStages / 2 + lead of their bands. Each stage
-// lacks one sample more.
+// A piece of a line, small enough for the stack and the first-level cache: samples i to i + n - 1 of both bands, and
+// before and behind them the samples that they depend on. Here B[j] stands between A[j] and A[j + 1], and A[0] and B[0]
+// are samples i - kStages / 2 and i - kStages / 2 + lead of their bands. Each stage lacks one sample more.
 template <class Filter>
 struct Piece {
   using T = typename Filter::Sample;
@@ -79,8 +73,8 @@ struct Piece {
   template <int t>
   void stage(T* dst, const T* x, const T* other) const {
     const T* const left = offset(other, (t - 1) / 2);
-    ownStageOfRow<Filter, t>(i - S / 2 + t / 2 + (t % 2 ? lead : 0), n + S - t, w, lead, dst,
-                             offset(x, t / 2), left, offset(left, 1));
+    ownStageOfRow<Filter, t>(i - S / 2 + t / 2 + (t % 2 ? lead : 0), n + S - t, w, lead, dst, offset(x, t / 2), left,
+                             offset(left, 1));
   }
 };
 
@@ -155,8 +149,8 @@ void ownLiftStrip(ptrdiff_t columns, ptrdiff_t w, int lead, Source source, Resul
 }
 
 template <class Filter, class T = typename Filter::Sample>
-void ownForwardColumns(const T* src, ptrdiff_t srcStep, T* low, ptrdiff_t lowStep, T* high,
-                       ptrdiff_t highStep, QelSize size, int q) {
+void ownForwardColumns(const T* src, ptrdiff_t srcStep, T* low, ptrdiff_t lowStep, T* high, ptrdiff_t highStep,
+                       QelSize size, int q) {
   for (ptrdiff_t x = 0; x < size.width; x += kStripOfRegion<T>)
     ownLiftStrip<Filter>(
         std::min(kStripOfRegion<T>, size.width - x), size.height, q,
@@ -168,14 +162,12 @@ void ownForwardColumns(const T* src, ptrdiff_t srcStep, T* low, ptrdiff_t lowSte
 }
 
 template <class Filter, class T = typename Filter::Sample>
-void ownInverseColumns(const T* low, ptrdiff_t lowStep, const T* high, ptrdiff_t highStep, T* dst,
-                       ptrdiff_t dstStep, QelSize size, int q) {
+void ownInverseColumns(const T* low, ptrdiff_t lowStep, const T* high, ptrdiff_t highStep, T* dst, ptrdiff_t dstStep,
+                       QelSize size, int q) {
   for (ptrdiff_t x = 0; x < size.width; x += kStripOfRegion<T>)
     ownLiftStrip<Filter>(
         std::min(kStripOfRegion<T>, size.width - x), size.height, 1 - q,
-        [&](ptrdiff_t m) {
-          return offset((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), x);
-        },
+        [&](ptrdiff_t m) { return offset((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), x); },
         [&](ptrdiff_t m) -> T* {
           return m < 0 || m >= 2 * ptrdiff_t(size.height) ? nullptr : offset(row(dst, dstStep, m), x);
         });
@@ -184,8 +176,8 @@ void ownInverseColumns(const T* low, ptrdiff_t lowStep, const T* high, ptrdiff_t
 // --- fronts ------------------------------------------------------------------------------------------------
 
 template <class T>
-constexpr QelStatus checkRegion(const T* a, const T* b, const T* c, int32_t aStep, int32_t bStep,
-                                int32_t cStep, QelSize size) {
+constexpr QelStatus checkRegion(const T* a, const T* b, const T* c, int32_t aStep, int32_t bStep, int32_t cStep,
+                                QelSize size) {
   return check(nonNull(a, b, c), step(aStep), step(bStep), step(cStep), area(size));
 }
 
@@ -194,8 +186,8 @@ constexpr QelStatus checkRegion(const T* a, const T* b, const T* c, int32_t aSte
 struct NoForm {};
 
 template <class Filter, class One = NoForm, class T = typename Filter::Sample>
-QelStatus forwardRows(const T* src, int32_t srcStep, T* low, int32_t lowStep, T* high, int32_t highStep,
-                      QelSize size, uint32_t phase) {
+QelStatus forwardRows(const T* src, int32_t srcStep, T* low, int32_t lowStep, T* high, int32_t highStep, QelSize size,
+                      uint32_t phase) {
   if (auto s = checkRegion<T>(src, low, high, srcStep, lowStep, highStep, size); s) return s;
   const int q = phase != 0;
   return forEachRowSerial(size, [&](int32_t y) {
@@ -217,8 +209,8 @@ QelStatus inverseRows(const T* low, int32_t lowStep, const T* high, int32_t high
     T* const x = row(dst, dstStep, y);
     if constexpr (!std::is_same_v<One, NoForm>)
       if (size.width == 1)
-        return One::inverse([&](ptrdiff_t m) { return at((m ^ q) & 1 ? h : l, m >> 1); },
-                            offset(x, q), offset(x, 1 - q), q);
+        return One::inverse([&](ptrdiff_t m) { return at((m ^ q) & 1 ? h : l, m >> 1); }, offset(x, q),
+                            offset(x, 1 - q), q);
     ownInverseRow<Filter>(l, h, x, size.width, q);
   });
 }
@@ -231,8 +223,7 @@ QelStatus forwardColumns(const T* src, int32_t srcStep, T* low, int32_t lowStep,
   if constexpr (!std::is_same_v<One, NoForm>)
     if (size.height == 1) {
       for (int32_t i = 0; i < size.width; ++i)
-        One::forward([&](ptrdiff_t m) { return at(row(src, srcStep, m), i); }, offset(low, i),
-                     offset(high, i), q);
+        One::forward([&](ptrdiff_t m) { return at(row(src, srcStep, m), i); }, offset(low, i), offset(high, i), q);
       return qelStatusOk;
     }
   ownForwardColumns<Filter>(src, srcStep, low, lowStep, high, highStep, size, q);
@@ -248,9 +239,7 @@ QelStatus inverseColumns(const T* low, int32_t lowStep, const T* high, int32_t h
     if (size.height == 1) {
       for (int32_t i = 0; i < size.width; ++i)
         One::inverse(
-            [&](ptrdiff_t m) {
-              return at((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), i);
-            },
+            [&](ptrdiff_t m) { return at((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), i); },
             offset(row(dst, dstStep, q), i), offset(row(dst, dstStep, 1 - q), i), q);
       return qelStatusOk;
     }
@@ -271,6 +260,6 @@ QelStatus liftRows(const typename Filter::Sample* const (&src)[kStepRows<Filter>
   return qelStatusOk;
 }
 
-}  // namespace qelj::lifting
+}  // namespace qelj::jpeg2000::lifting
 
 #endif

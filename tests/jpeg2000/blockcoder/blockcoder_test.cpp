@@ -12,6 +12,8 @@
 namespace qelj::test {
 namespace {
 
+using namespace jpeg2000;
+
 constexpr int kCausal = 1, kBypass = 2, kTerminate = 4, kReset = 8, kSymbols = 16, kLossless = 32;
 constexpr int kCut = 0x10000, kKeepMidPoint = 0x40000, kPredictable = 0x100000;
 
