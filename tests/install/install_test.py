@@ -146,6 +146,8 @@ class InstallTest(unittest.TestCase):
     def setUp(self):
         self.work = tempfile.mkdtemp(dir=self.home)
         (program,) = readme_blocks("c")
+        with open(os.path.join(SOURCE, "examples", "tiny", "block.c")) as file:
+            self.assertTrue(file.read().endswith(program))
         write(os.path.join(self.work, "program.c"), program)
         shutil.copy(os.path.join(SOURCE, "examples", "tiny", "typical.h"), self.work)
 
