@@ -1303,7 +1303,7 @@ QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* sta
  * ones (nothing is stored where no bits are pending), and the state is initialised, whatever the status; src,
  * lastDC and the tables are ignored and may be null. Any 16-bit coefficient is coded as long as the table has
  * its symbol. A block takes at most 512 bytes, a flush 2. Calls that have 570 bytes of room behind the
- * position run several times as fast; 512 are not enough for that.
+ * position run two to three times as fast; 512 are not enough for that.
  *   qelStatusNullPointer        dst, then dstPos or state, then, with flush 0, src, lastDC, dcTable or
  *                               acTable is null
  *   qelStatusBadSize            dstLen is below 1           (checked behind dst)
