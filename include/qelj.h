@@ -47,11 +47,11 @@
  *   the statuses that it can return besides qelStatusOk.
  *
  * Behind a failure.  A failed check has changed nothing. A coder that fails on its way (its stream or its
- *   room ends, no code matches) has written inside its buffers only, and hands back positions and records
- *   with which it may be called again: nothing is read or written outside the buffers then either, and every
- *   call ends. What such calls give is not defined, nor what has been written of the block or row that
- *   failed, except where a family says more. Sure ways on: take back copies from before the call; or
- *   initialise the record and begin at another segment.
+ *   room ends, no code matches) hands back positions and records with which it may be called again: nothing
+ *   is read or written outside the buffers then either (where they have lengths), and every call ends. What
+ *   such calls give is not defined, nor is what stands in the block or row that failed, except where a family
+ *   says more. Sure ways on: take back copies from before the call; or initialise the record and begin at
+ *   another segment.
  *
  * Threads.  Calls that work on different buffers and different records may run at the same time. Calls on one
  *   record must be serial. Functions marked "forks" use an OpenMP team inside the call for images of more
