@@ -132,7 +132,7 @@ TEST(VlcState, DecodeTablesInvertTheCodeTables) {
     for (int table = 0; table < 5; ++table) {
       s.entry[5] = {alphabet, table, 1, 100, -100};
       s.discriminant[5] = s.discriminant2[5] = 0;
-      qeliVLCAdapt_JPEGXR(&s, 0);
+      qeliVLCAdapt_JPEGXR(&s, qelVLCGroupLowPass);
       const int32_t* codes = s.codeTable[5];
       for (int symbol = 0; symbol < alphabet; ++symbol) {
         const uint32_t code = uint32_t(codes[1 + 2 * symbol]), length = uint32_t(codes[2 + 2 * symbol]);
@@ -158,7 +158,7 @@ TEST(VlcState, AdaptationMovesBeyondTheBoundsOnly) {
   VLCState& s = c.state();
   const auto adapted = [&](int32_t low, int32_t high) {
     s.discriminant[13] = low, s.discriminant2[13] = high;
-    qeliVLCAdapt_JPEGXR(&s, 1);
+    qeliVLCAdapt_JPEGXR(&s, qelVLCGroupHighPass);
     return int(s.entry[13].tableIndex);
   };
   EXPECT_EQ(1, adapted(-8, 8));
@@ -197,7 +197,7 @@ TEST(VlcScan, DcWalkSplitsAndSorts) {
   }
   EXPECT_TRUE(scan[1].position == 4 && scan[1].count == 33 && scan[2].count == 32 && scan[2].position == 1);
   // A reset restores the counts and leaves the order.
-  ASSERT_EQ(qelStatusOk, qeliVLCScanReset_JPEGXR(&c.state(), 2));
+  ASSERT_EQ(qelStatusOk, qeliVLCScanReset_JPEGXR(&c.state(), qelVLCScanLowPass));
   EXPECT_TRUE(scan[1].position == 4 && scan[1].count == 32 && scan[15].count == 4 && scan[0].count == 32767);
 
   residual.assign(16, 77);
