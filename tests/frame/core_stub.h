@@ -8,10 +8,9 @@
 namespace qelj::test {
 
 struct Core {
-  std::atomic<int> threadQuestions{0}, featureQuestions{0}, cacheQuestions{0}, allocations{0};
+  std::atomic<int> threadQuestions{0}, featureQuestions{0};
   std::atomic<int32_t> threads{2};
   std::atomic<int32_t> requestedBytes{0};  // by the last allocation
-  std::atomic<int32_t> cacheBytes{0};  // 0: not known
   std::atomic<bool> refuseAllocations{false};
 };
 extern Core core;

@@ -13,7 +13,7 @@
 
 #include "frame/core_stub.h"
 #include "qelj.h"
-#include "support/buffer.h"
+#include "support/random.h"
 
 // Of the compiler's runtime: the rule for unwinding at an address.
 extern "C" const void* _Unwind_Find_FDE(void* address, void** bases);
@@ -100,13 +100,13 @@ TEST(Frame, AdmitsIndirectCallsWhereTheyAreGuarded) {
     EXPECT_NE(std::string::npos, printed(command).find(kProtection)) << command;
   for (const void* entry : kEntries) {
     ASSERT_EQ(0, std::memcmp(entry, kLandingPad, sizeof kLandingPad));
-#if defined(__x86_64__)
+#  if defined(__x86_64__)
     int32_t toSlot = 0;
     std::memcpy(&toSlot, static_cast<const char*>(entry) + 6, 4);  // endbr64; jmp *toSlot(%rip)
     const void* front = nullptr;
     std::memcpy(&front, static_cast<const char*>(entry) + 10 + toSlot, sizeof front);
     EXPECT_EQ(0, std::memcmp(front, kLandingPad, sizeof kLandingPad));
-#endif
+#  endif
   }
 }
 #endif
