@@ -118,26 +118,6 @@ class JpegXrTest(InteropTest):
             self.assertEqual((1, True), (status, "truncated" in printed), printed)
             bounded(QELCONV, bomb, self.path("bomb.ppm"), "--partial")
 
-    def test_damaged_files_fail_or_decode(self):
-        source = self.cut("small.ppm", 100, 70)
-        data = open(self.encode_theirs(source, 3, "-f"), "rb").read()
-        rng = random.Random(1)
-        for turn in range(60):
-            damaged = bytearray(data[:rng.randrange(len(data))] if turn % 3 == 0 else data)
-            for _ in range(rng.randrange(4)):
-                if damaged:
-                    damaged[rng.randrange(len(damaged))] = rng.randrange(256)
-            path = self.path("damaged.jxr")
-            with open(path, "wb") as out:
-                out.write(damaged)
-            if turn % 3 == 0:
-                fails(QELCONV, path, self.path("never.ppm"))
-            else:
-                try:
-                    run(QELCONV, path, self.path("maybe.ppm"))
-                except AssertionError as e:
-                    self.assertRegex(str(e), r"failed \(1\)")
-
 
 if __name__ == "__main__":
     unittest.main()
