@@ -3,7 +3,6 @@
 #include <cmath>
 #include <numeric>
 #include <string_view>
-#include <tuple>
 
 #include "jpeg2000/blockcoder/mq.h"
 #include "qelj.h"
@@ -15,7 +14,7 @@ namespace {
 using namespace jpeg2000;
 
 constexpr int kCausal = 1, kBypass = 2, kTerminate = 4, kReset = 8, kSymbols = 16, kLossless = 32;
-constexpr int kCut = 0x10000, kKeepMidPoint = 0x40000, kPredictable = 0x100000;
+constexpr int kKeepMidPoint = 0x40000, kPredictable = 0x100000;
 
 using Bytes = std::vector<uint8_t>;
 
