@@ -162,7 +162,7 @@ class JpegTest(InteropTest):
             for scale in ("1/2", "1/4", "1/8"):
                 with self.subTest(sampling=sampling, scale=scale):
                     theirs = self.djpeg(path, "-scale", scale)
-                    self.assertGreater(psnr(theirs, self.ours(path, "--scale", scale)), 40)
+                    self.assertGreater(psnr(theirs, self.ours(path, "--scale", scale)), 45)
 
     # A DICOM toolkit has the one lossless coder at hand: its files are a header of text, and frames to cut out.
     def dicom(self, name, array, bits, syntax, pixels):
@@ -221,7 +221,7 @@ class JpegTest(InteropTest):
             with self.subTest(options=options):
                 path = convert(source, self.path("ink.jpg"), "--quality", "98", *options)
                 back = read_pnm(convert(path, self.path("ink2.pam"), "--filter", "box"))
-                self.assertGreater(psnr(ink, back), 38)
+                self.assertGreater(psnr(ink, back), 53)
                 # The transcoder of the peer reads the file; its coefficients are ours.
                 run("jpegtran", "-progressive", "-outfile", self.path("ink3.jpg"), path)
                 again = read_pnm(convert(self.path("ink3.jpg"), self.path("ink3.pam"), "--filter", "box"))

@@ -81,7 +81,7 @@ class JpegXrTest(InteropTest):
             errors.append(psnr(array, self.decode_ours(path)))
         self.assertEqual(sizes, sorted(sizes))
         self.assertEqual(errors, sorted(errors))
-        self.assertGreater(errors[2], 35)
+        self.assertGreater(errors[2], 46.5)
         self.assertLess(sizes[3], array.size)
         theirs = os.path.getsize(self.encode_theirs(self.raccoon, 3, "-f"))
         self.assertLess(abs(sizes[3] - theirs), theirs * 0.01)
@@ -93,7 +93,7 @@ class JpegXrTest(InteropTest):
 
     # Frequency mode sends a picture band by band: a cut file has all of it, coarsely. Spatial mode has its top.
     def test_parts_of_cut_files(self):
-        for mode, floor in ((["-f"], None), ([], 20)):
+        for mode, floor in ((["-f"], None), ([], 30)):
             path = self.encode_theirs(self.coffee, 3, *mode)
             original, last = read_pnm(self.coffee), 0
             for share in (0.4, 0.6, 0.8):
