@@ -1,5 +1,5 @@
 // What code-block states take against their formula in exact arithmetic, from the smallest sizes to the largest that can
-// be passed.
+// be passed; and what is told when there is no memory.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -65,6 +65,25 @@ TEST(Sizes, CodeBlockStates) {
         if (bytes(largest + bit)) largest += bit;
       EXPECT_GT(bytes(largest), INT32_MAX - 430 * other) << largest;
     }
+  core.refuseAllocations = false;
+}
+
+TEST(Sizes, HuffmanRecordsWithoutMemory) {
+  const uint8_t bits[16] = {}, vals[1] = {};
+  const auto refused = []<class Record>(auto* initAlloc, auto... lists) {
+    Record* record = reinterpret_cast<Record*>(1);
+    core.requestedBytes = 0;
+    EXPECT_EQ(qelStatusNullPointer, initAlloc(lists..., &record));
+    EXPECT_EQ(nullptr, record);
+    return core.requestedBytes.load();
+  };
+  core.refuseAllocations = true;
+  EXPECT_EQ(1644,
+            refused.operator()<QelDecodeHuffmanSpec>(qeliDecodeHuffmanSpecInitAlloc_JPEG_8u, bits, vals));
+  EXPECT_EQ(1024,
+            refused.operator()<QelEncodeHuffmanSpec>(qeliEncodeHuffmanSpecInitAlloc_JPEG_8u, bits, vals));
+  EXPECT_EQ(24, refused.operator()<QelDecodeHuffmanState>(qeliDecodeHuffmanStateInitAlloc_JPEG_8u));
+  EXPECT_EQ(1048, refused.operator()<QelEncodeHuffmanState>(qeliEncodeHuffmanStateInitAlloc_JPEG_8u));
   core.refuseAllocations = false;
 }
 
