@@ -64,6 +64,27 @@ TEST(VlcState, Size) {
   EXPECT_EQ(sizeof(void*) == 8 ? 2208 : 1780, size);
 }
 
+// What a discriminant may come to where there is no table to move to shows only after long streams of one kind.
+TEST(VlcState, AdaptationMovesBeyondTheBoundsOnly) {
+  Coder c;
+  VLCState& s = c.state();
+  const auto adapted = [&](int32_t low, int32_t high) {
+    s.discriminant[13] = low, s.discriminant2[13] = high;
+    qeliVLCAdapt_JPEGXR(&s, 1);
+    return int(s.entry[13].tableIndex);
+  };
+  EXPECT_EQ(1, adapted(-8, 8));
+  EXPECT_EQ(2, adapted(0, 9));
+  EXPECT_EQ(0, int(s.discriminant2[13]));
+  EXPECT_EQ(1, adapted(-9, 9));  // down goes first
+  EXPECT_EQ(0, adapted(-9, 0));
+  EXPECT_EQ(0, adapted(-1000, -1000));
+  EXPECT_EQ(-64, int(s.discriminant[13]));
+  for (int t = 1; t <= 4; ++t) EXPECT_EQ(t, adapted(0, 9));
+  EXPECT_EQ(4, adapted(0, 1000));
+  EXPECT_EQ(64, int(s.discriminant2[13]));
+}
+
 // --- known streams -----------------------------------------------------------------------------------------
 
 // In the start tables. Place 1 has room for a first coefficient alone; 14 and 15 have no adaptive codes.
