@@ -276,6 +276,73 @@ TEST(VlcBlock, EveryEscapeLengthAndTheExtremes) {
   EXPECT_EQ(INT16_MIN, out[7]);  // -3 * 2^15 in 16 bits
 }
 
+// The header tells the most bytes that a call moves on by: found here in the longest codes of all tables.
+TEST(VlcBlock, MostBytesOfACall) {
+  constexpr int32_t kLargest = (1 << 30) + 1;  // that has a code
+  std::array<int64_t, 5> coded{}, decoded{};   // 16s, 32s; DC444, DC422, DC420
+  for (int table = 0; table < 40; ++table) {
+    Coder out, in;
+    const auto set = [&](Coder& c) {
+      c.rewind();
+      qeliVLCInit_JPEGXR(&c.state());
+      for (int i = 0; i < 3; ++i) qeliVLCScanReset_JPEGXR(&c.state(), i);
+      for (VLCEntry& e : c.state().entry)
+        e.tableIndex = e.alphabet == 12 ? table % 5 : e.alphabet == 6 ? table / 5 % 4 : table / 20;
+      for (const int32_t group : {qelVLCGroupLowPass, qelVLCGroupHighPass})
+        qeliVLCAdapt_JPEGXR(&c.state(), group);
+    };
+    for (int kind = 0; kind < 5; ++kind) {
+      const auto code = [&](int32_t level) {
+        std::array<int32_t, 32> pairs;
+        for (size_t i = 0; i < 32; i += 2) pairs[i] = 0, pairs[i + 1] = level;
+        Block<int16_t> narrow;
+        Block<int32_t> wide;
+        narrow.fill(INT16_MIN), wide.fill(level);
+        if (kind == 0) encode(out, narrow, 1, 0);
+        if (kind == 1) encode(out, wide, 1, 0);
+        if (kind == 2)
+          qeliVLCEncodeDC444_JPEGXR_32s1u(pairs.data(), 15, 1, &out.stream, &out.bitBuffer, &out.bitCount,
+                                          &out.state());
+        if (kind == 3)
+          qeliVLCEncodeDC422_JPEGXR_32s1u(pairs.data(), 14, &out.stream, &out.bitBuffer, &out.bitCount,
+                                          &out.state());
+        if (kind == 4)
+          qeliVLCEncodeDC420_JPEGXR_32s1u(pairs.data(), 6, &out.stream, &out.bitBuffer, &out.bitCount,
+                                          &out.state());
+      };
+      set(out);
+      out.bitCount = 32;
+      code(INT32_MIN);
+      coded[size_t(kind)] = std::max<int64_t>(coded[size_t(kind)], out.stream - out.bytes.data());
+      set(out), set(in);
+      code(kLargest);
+      in.load(out);
+      Block<int16_t> narrow;
+      Block<int32_t> wide;
+      int32_t count = 0;
+      if (kind == 0)
+        Of<int16_t>::decode(&in.readStream, &in.bitBuffer, &in.bitCount, 1, narrow.data(), kStep<int16_t>, 1,
+                            &count, &in.state());
+      if (kind == 1)
+        Of<int32_t>::decode(&in.readStream, &in.bitBuffer, &in.bitCount, 1, wide.data(), kStep<int32_t>, 1,
+                            &count, &in.state());
+      if (kind == 2)
+        qeliVLCDecodeDC444_JPEGXR_1u32s(&in.readStream, &in.bitBuffer, &in.bitCount, wide.data(), 1, &count,
+                                        &in.state());
+      if (kind == 3)
+        qeliVLCDecodeDC422_JPEGXR_1u32s(&in.readStream, &in.bitBuffer, &in.bitCount, wide.data(), &count,
+                                        &in.state());
+      if (kind == 4)
+        qeliVLCDecodeDC420_JPEGXR_1u32s(&in.readStream, &in.bitBuffer, &in.bitCount, wide.data(), &count,
+                                        &in.state());
+      decoded[size_t(kind)] = std::max<int64_t>(decoded[size_t(kind)], in.readStream - in.bytes.data());
+    }
+  }
+  EXPECT_EQ((std::array<int64_t, 5>{58, 98, 98, 92, 40}), coded);
+  EXPECT_EQ((std::array<int64_t, 5>{58, 96, 96, 90, 40}),
+            decoded);  // a 16-bit decoder may be sent the codes of 32 bits
+}
+
 TEST(FlcBlock, BlockFormAndKnownFields) {
   for (uint32_t n = 0; n <= 15; ++n)
     for (uint32_t trim = 0; trim + n <= 15; ++trim) {
