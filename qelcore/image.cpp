@@ -58,10 +58,10 @@ constexpr Facts both(Facts a, Facts b) {
   return {a.leaf1C | b.leaf1C, a.leaf7B | b.leaf7B, a.extendedC | b.extendedC, a.kept | b.kept};
 }
 
-constexpr Facts kLevel2 = {bit_SSE3 | bit_SSSE3 | bit_SSE4_1 | bit_SSE4_2 | bit_POPCNT | bit_CMPXCHG16B, 0,
-                           bit_LAHF_LM, 0};
-constexpr Facts kLevel3 = both(kLevel2, {bit_AVX | bit_F16C | bit_FMA | bit_MOVBE | bit_OSXSAVE,
-                                         bit_AVX2 | bit_BMI | bit_BMI2, bit_LZCNT, 0x06});
+constexpr Facts kLevel2 = {bit_SSE3 | bit_SSSE3 | bit_SSE4_1 | bit_SSE4_2 | bit_POPCNT | bit_CMPXCHG16B, 0, bit_LAHF_LM,
+                           0};
+constexpr Facts kLevel3 = both(
+    kLevel2, {bit_AVX | bit_F16C | bit_FMA | bit_MOVBE | bit_OSXSAVE, bit_AVX2 | bit_BMI | bit_BMI2, bit_LZCNT, 0x06});
 constexpr Facts kLevel4 =
     both(kLevel3, {0, bit_AVX512F | bit_AVX512BW | bit_AVX512CD | bit_AVX512DQ | bit_AVX512VL, 0, 0xE6});
 

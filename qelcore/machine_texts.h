@@ -1,6 +1,5 @@
-// What the system's texts say: the thread list of the environment, the quota of a control group, the size of
-// a cache. A garbled text grants nothing and takes nothing away. Nothing here allocates or calls the C++
-// library.
+// What the system's texts say: the thread list of the environment, the quota of a control group, the size of a cache. A
+// garbled text grants nothing and takes nothing away. Nothing here allocates or calls the C++ library.
 #ifndef QELCORE_MACHINE_TEXTS_H
 #define QELCORE_MACHINE_TEXTS_H
 
@@ -32,8 +31,7 @@ inline int64_t cutNumber(std::string_view& text) {
   return value;
 }
 
-// The first entry of OMP_NUM_THREADS, a list with one entry a nesting level; 0 when it is no number of
-// threads.
+// The first entry of OMP_NUM_THREADS, a list with one entry a nesting level; 0 when it is no number of threads.
 inline int32_t threadsAsked(std::string_view list) {
   const auto cutBlanks = [&] {
     while (!list.empty() && (list[0] == ' ' || (list[0] >= '\t' && list[0] <= '\r'))) list.remove_prefix(1);
@@ -59,12 +57,10 @@ inline int32_t processorsFor(int64_t quota, int64_t period) {
   return int32_t(std::min<int64_t>((quota - 1) / period + 1, kMostThreads));
 }
 
-// The processors that the quotas of one control group and of all groups above it grant. `root` is where the
-// groups' hierarchy is mounted, `group` the path in it; `unified` tells the second version's files from the
-// first one's.
+// The processors that the quotas of one control group and of all groups above it grant. `root` is where the groups'
+// hierarchy is mounted, `group` the path in it; `unified` tells the second version's files from the first one's.
 template <class ReadFile>
-int32_t processorsOfGroup(std::string_view root, std::string_view group, bool unified,
-                          const ReadFile& readFile) {
+int32_t processorsOfGroup(std::string_view root, std::string_view group, bool unified, const ReadFile& readFile) {
   char path[4096], text[64];
   int32_t granted = kMostThreads;
   // From a process whose group lies outside the part that it sees, the group's path leads out of the mount.
@@ -107,8 +103,7 @@ int32_t processorsOfQuotas(const ReadFile& readFile) {
     cut(group, ':');
     std::string_view controllers = cut(group, ':');
     if (group.empty() || group[0] != '/') continue;
-    if (controllers.empty())
-      granted = std::min(granted, processorsOfGroup("/sys/fs/cgroup", group, true, readFile));
+    if (controllers.empty()) granted = std::min(granted, processorsOfGroup("/sys/fs/cgroup", group, true, readFile));
     while (!controllers.empty())
       if (cut(controllers, ',') == "cpu")
         granted = std::min(granted, processorsOfGroup("/sys/fs/cgroup/cpu", group, false, readFile));

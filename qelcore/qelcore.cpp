@@ -109,9 +109,8 @@ uint64_t keptFeatures() {
   return kept(features, [] { return readFeatures() | kRead; });
 }
 
-// What the calling thread has asked for; 0: nothing. The C library of GNU would allocate a late-loaded
-// library's variable in a thread's first use of it; in the initial-exec model it stands in memory that each
-// thread has.
+// What the calling thread has asked for; 0: nothing. The C library of GNU would allocate a late-loaded library's
+// variable in a thread's first use of it; in the initial-exec model it stands in memory that each thread has.
 #ifdef __GLIBC__
 __attribute__((tls_model("initial-exec")))
 #endif
@@ -124,9 +123,8 @@ void stayOnOneThread() {
   threadCount.store(1, std::memory_order_relaxed);
 }
 
-// As early as a constructor may run, for the others of a program that this library is linked into. The thread
-// count is read again if it has been: who asks in front of the C library's own constructor finds no
-// environment.
+// As early as a constructor may run, for the others of a program that this library is linked into. The thread count is
+// read again if it has been: who asks in front of the C library's own constructor finds no environment.
 __attribute__((constructor(101))) void load() {
   threadCount.store(readThreadCount(), std::memory_order_relaxed);
   keptCacheSize();

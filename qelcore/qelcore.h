@@ -17,9 +17,9 @@
 #include <stdint.h>
 
 #if defined(__GNUC__)
-#define QELCORE_API __attribute__((visibility("default")))
+#  define QELCORE_API __attribute__((visibility("default")))
 #else
-#define QELCORE_API
+#  define QELCORE_API
 #endif
 
 #ifdef __cplusplus
@@ -32,8 +32,8 @@ enum {
   qelCpuSSSE3 = 2,
   qelCpuSSE41 = 4,
   qelCpuSSE42 = 8,
-  qelCpuAVX = 16,         /* the processor has AVX */
-  qelCpuAVXEnabled = 32,  /* the operating system keeps the 256-bit registers */
+  qelCpuAVX = 16,        /* the processor has AVX */
+  qelCpuAVXEnabled = 32, /* the operating system keeps the 256-bit registers */
   qelCpuAVX2 = 64,
   qelCpuFMA = 128,
   qelCpuAVX512BW = 256

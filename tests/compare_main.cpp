@@ -125,7 +125,7 @@ bool compareExport(const char* name, const std::vector<Image>& images, const Opt
       void* function = image.find(name);
       if (!function) return std::printf("%s: not exported by %s\n", name, image.path().c_str()), false;
       currentImage = image.path().c_str(), currentRound = round;
-      Case c(image, stream + uint64_t(round), round == 0);
+      Case c(image, Random(stream + uint64_t(round)), round == 0);
       if (!floats) c.environment = kFloatEnvironments[size_t(round) % std::size(kFloatEnvironments)];
       c.mayRaiseFlags = floats;
       comparison.run(function, c);

@@ -6,6 +6,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -15,10 +16,10 @@
 
 #if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__) || \
     defined(__NO_SIGNED_ZEROS__) || __FINITE_MATH_ONLY__
-#error "qelj keeps the order of its float operations: leave -ffast-math and its parts away"
+#  error "qelj keeps the order of its float operations: leave -ffast-math and its parts away"
 #endif
 #if FLT_EVAL_METHOD != 0
-#error "qelj rounds every float operation to single precision: use instructions that do (-mfpmath=sse)"
+#  error "qelj rounds every float operation to single precision: use instructions that do (-mfpmath=sse)"
 #endif
 
 // For the pieces of a kernel that pass vectors by value: a call would send every one of them through memory.
@@ -39,21 +40,25 @@ inline void store(void* p, T value) {
   std::memcpy(p, &value, sizeof value);
 }
 
-// Element `i` of a sample array that may lie at any address.
-template <class T>
-inline T at(const T* base, ptrdiff_t i) {
-  return load<T>(reinterpret_cast<const char*>(base) + i * ptrdiff_t(sizeof(T)));
-}
-template <class T>
-inline void put(T* base, ptrdiff_t i, std::type_identity_t<T> value) {
-  store(reinterpret_cast<char*>(base) + i * ptrdiff_t(sizeof(T)), value);
-}
-
 // Row `y` of an image whose rows are `step` bytes apart. A pointer-width product: steps near 2^31 are legal.
 template <class T>
 inline T* row(T* base, ptrdiff_t step, ptrdiff_t y) {
   using Byte = std::conditional_t<std::is_const_v<T>, const char, char>;
   return reinterpret_cast<T*>(reinterpret_cast<Byte*>(base) + step * y);
+}
+
+// Element `i` of a sample array that may lie at any address: its place, its value, and a new value for it.
+template <class T>
+inline T* offset(T* base, ptrdiff_t i) {
+  return row(base, sizeof(T), i);
+}
+template <class T>
+inline T at(const T* base, ptrdiff_t i) {
+  return load<T>(offset(base, i));
+}
+template <class T>
+inline void put(T* base, ptrdiff_t i, std::type_identity_t<T> value) {
+  store(offset(base, i), value);
 }
 
 // Saturation of any integer to the range of To.
@@ -76,34 +81,34 @@ inline int32_t truncateToInt(float value) { return fitsI32(value) ? int32_t(valu
 // Two's-complement wrap-around in the width of T (never narrower arithmetic that promotes to a signed int).
 template <class T>
 using Unsigned = std::make_unsigned_t<T>;
-template <class T>
+template <std::integral T>
 constexpr T addWrap(T a, std::type_identity_t<T> b) {
   return T(Unsigned<T>(Unsigned<T>(a) + Unsigned<T>(b)));
 }
-template <class T>
+template <std::integral T>
 constexpr T subWrap(T a, std::type_identity_t<T> b) {
   return T(Unsigned<T>(Unsigned<T>(a) - Unsigned<T>(b)));
 }
-template <class T>
+template <std::integral T>
 constexpr T mulWrap(T a, std::type_identity_t<T> b) {
   // 64-bit factors: the product of two promoted uint16_t would be a signed int.
   return T(Unsigned<T>(uint64_t(Unsigned<T>(a)) * uint64_t(Unsigned<T>(b))));
 }
-template <class T>
+template <std::integral T>
 constexpr T shlWrap(T a, int bits) {
   return T(Unsigned<T>(uint64_t(Unsigned<T>(a)) << bits));
 }
-template <class T>
+template <std::integral T>
 constexpr T negWrap(T a) {
   return subWrap(T(0), a);
 }
 
 // Saturating sums and differences.
-template <class T>
+template <std::integral T>
 constexpr T addSat(T a, std::type_identity_t<T> b) {
   return saturate<T>(int64_t(a) + int64_t(b));
 }
-template <class T>
+template <std::integral T>
 constexpr T subSat(T a, std::type_identity_t<T> b) {
   return saturate<T>(int64_t(a) - int64_t(b));
 }

@@ -33,8 +33,7 @@ void fillStreaming(char* dst, uint32_t pattern, int64_t bytes) {
   const __m128i value = _mm_set1_epi32(int(turned));
   int64_t i = head;
   for (; i + 64 <= bytes; i += 64)
-    for (int part = 0; part < 64; part += 16)
-      _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + part), value);
+    for (int part = 0; part < 64; part += 16) _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + part), value);
   fillCached(dst + i, turned, bytes - i);
   _mm_sfence();
 }
@@ -64,9 +63,7 @@ bool ownPastTheCaches(int64_t bytes) {
 void* ownAlloc(int32_t bytes) { return bytes < 1 ? nullptr : qelMalloc(bytes); }
 void ownFree(void* block) { qelFree(block); }
 
-QelStatus ownSet8u(uint8_t value, void* dst, int32_t bytes) {
-  return checkedFill(dst, value * 0x01010101u, bytes, 1);
-}
+QelStatus ownSet8u(uint8_t value, void* dst, int32_t bytes) { return checkedFill(dst, value * 0x01010101u, bytes, 1); }
 QelStatus ownZero8u(void* dst, int32_t bytes) { return checkedFill(dst, 0, bytes, 1); }
 QelStatus ownZero16s(int16_t* dst, int32_t count) { return checkedFill(dst, 0, count, 2); }
 QelStatus ownZero32f(float* dst, int32_t count) { return checkedFill(dst, 0, count, 4); }

@@ -22,19 +22,17 @@ template <class RowOperation>
   for (int32_t y = 0; y < height; ++y) rowOperation(y);
 }
 
-// Runs rowOperation(y) for every row of `size`, on several threads when the image is large. Each thread gets
-// one contiguous block of rows. A row operation cannot fail, and it writes nothing that another one reads or
-// writes, so the bytes do not depend on the split. The thread count is asked for on every call, and the pixel
-// count wraps at 32 bits like the product it stands for. One thread alone needs no region, for whose team the
-// runtime would allocate.
+// Runs rowOperation(y) for every row of `size`, on several threads when the image is large. Each thread gets one
+// contiguous block of rows. A row operation cannot fail, and it writes nothing that another one reads or writes, so the
+// bytes do not depend on the split. The thread count is asked for on every call, and the pixel count wraps at 32 bits
+// like the product it stands for. One thread alone needs no region, for whose team the runtime would allocate.
 template <class RowOperation>
 inline QelStatus forEachRow(QelSize size, RowOperation&& rowOperation) {
   const int32_t threads = ownGetNumThreads();
   const int32_t pixels = mulWrap(size.width, size.height);
   if (pixels <= kForkThreshold || threads <= 1)
     for (int32_t y = 0; y < size.height; ++y) rowOperation(y);
-  else
-    ownForkRows(size.height, threads, rowOperation);
+  else ownForkRows(size.height, threads, rowOperation);
   return qelStatusOk;
 }
 
@@ -49,9 +47,8 @@ inline QelStatus forEachRowSerial(QelSize size, RowOperation&& rowOperation) {
 // at most; only then is the thread count asked for.
 inline constexpr int32_t kShareThreshold = 2048;
 
-// Runs operation(first, count) over shares that make up the entries 0 to count - 1: equal shares, the last one
-// with the remainder. The operation tells whether it met what it looks for; the result is the number of shares
-// that did.
+// Runs operation(first, count) over shares that make up the entries 0 to count - 1: equal shares, the last one with the
+// remainder. The operation tells whether it met what it looks for; the result is the number of shares that did.
 template <class Operation>
 inline int32_t forEachShare(int32_t count, Operation&& operation) {
   if (count < kShareThreshold) return operation(0, count);

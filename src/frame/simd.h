@@ -21,15 +21,15 @@
 #include "frame/arith.h"
 
 #if !defined(QELJ_PORTABLE) && defined(__SSE4_1__)
-#define QELJ_HAS_SSE41 1
-#include <immintrin.h>
+#  define QELJ_HAS_SSE41 1
+#  include <immintrin.h>
 #else
-#define QELJ_HAS_SSE41 0
+#  define QELJ_HAS_SSE41 0
 #endif
 #if !defined(QELJ_PORTABLE) && defined(__AVX2__)
-#define QELJ_HAS_AVX2 1
+#  define QELJ_HAS_AVX2 1
 #else
-#define QELJ_HAS_AVX2 0
+#  define QELJ_HAS_AVX2 0
 #endif
 
 namespace qelj::simd {
@@ -60,6 +60,11 @@ using I64 = Vec<int64_t>;
 using F32 = Vec<float>;
 
 template <class V>
+concept Vector = !std::is_scalar_v<V> && requires(V v) {
+  v + v;
+  v[0];
+};
+template <Vector V>
 using Lane = std::remove_cvref_t<decltype(V{}[0])>;
 template <class V>
 inline constexpr int kLanes = int(sizeof(V) / sizeof(Lane<V>));
@@ -77,30 +82,20 @@ inline void unroll(F&& f) {
 
 // --- memory, constants, halves -----------------------------------------------------------------------------
 
-template <class V>
-inline V load(const void* p) {
-  V v;
-  std::memcpy(&v, p, sizeof v);
+using qelj::load, qelj::store;
+// Every lane x.
+template <Vector V>
+inline V all(Lane<V> x) {
+  V v{};
+  if constexpr (std::is_integral_v<Lane<V>>) return v + x;
+  for (int i = 0; i < kLanes<V>; ++i) v[i] = x;  // a sum would change the sign of -0
   return v;
 }
-template <class V>
-inline void store(void* p, V v) {
-  std::memcpy(p, &v, sizeof v);
-}
-template <class V>
-inline V splat(Lane<V> x) {
-  return V{} + x;
-}
-template <>
-inline F32 splat<F32>(float x) {
-  F32 v;
-  for (int i = 0; i < kLanes<F32>; ++i) v[i] = x;
-  return v;
-}
-// The same bits seen as lanes of another type.
-template <class T, class V>
-inline With<T, V> as(V v) {
-  return (With<T, V>)v;
+// The same bits seen as lanes of type T, or as the vector T.
+template <class T, Vector V>
+inline auto as(V v) {
+  if constexpr (Vector<T>) return (T)v;
+  else return (With<T, V>)v;
 }
 namespace detail {
 template <class V>
@@ -148,7 +143,7 @@ inline auto lower(V v) {
   if constexpr (sizeof(V) == 32) return (Vec<Lane<V>, 16>)_mm256_castsi256_si128((__m256i)v);
   else
 #endif
-  return detail::consecutive<0>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
+    return detail::consecutive<0>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
 }
 template <class V>
 inline auto upper(V v) {
@@ -156,7 +151,7 @@ inline auto upper(V v) {
   if constexpr (sizeof(V) == 32) return (Vec<Lane<V>, 16>)_mm256_extracti128_si256((__m256i)v, 1);
   else
 #endif
-  return detail::consecutive<kLanes<V> / 2>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
+    return detail::consecutive<kLanes<V> / 2>(v, v, std::make_integer_sequence<int, kLanes<V> / 2>{});
 }
 template <class H>
 inline auto join(H low, H high) {
@@ -165,14 +160,14 @@ inline auto join(H low, H high) {
     return (Vec<Lane<H>, 32>)_mm256_inserti128_si256(_mm256_castsi128_si256((__m128i)low), (__m128i)high, 1);
   else
 #endif
-  return detail::consecutive<0>(low, high, std::make_integer_sequence<int, 2 * kLanes<H>>{});
+    return detail::consecutive<0>(low, high, std::make_integer_sequence<int, 2 * kLanes<H>>{});
 }
 
 // Converts lane by lane to lanes of type T (widening, narrowing by truncation, integer to float); the vector
 // grows or shrinks with the lanes.
-template <class T, class V>
+template <class T, Vector V>
 inline auto convert(V v) {
-  return __builtin_convertvector(v, Vec<T, kLanes<V> * int(sizeof(T))>);
+  return __builtin_convertvector(v, Vec<T, int(sizeof(T)) * kLanes<V>>);
 }
 // Reads kLanes<V> elements of type From and widens them to V's lanes.
 template <class V, class From>
@@ -194,35 +189,39 @@ inline V loadAs(const void* p) {
     if constexpr (std::is_unsigned_v<From>) return (V)detail::interleaved<0>(narrow, N{});
     else return (V)detail::interleaved<0>(narrow, narrow) >> int(8 * sizeof(From));
   }
-  return convert<Lane<V>>(load<Vec<From, kLanes<V> * int(sizeof(From))>>(p));
+  return convert<Lane<V>>(load<Vec<From, int(sizeof(From)) * kLanes<V>>>(p));
 }
 
 // --- lane-wise operations ----------------------------------------------------------------------------------
 
 // Wrap-around on signed lanes.
-template <class V>
+template <Vector V>
 inline V addWrap(V a, V b) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
   return (V)((U)a + (U)b);
 }
-template <class V>
+template <Vector V>
 inline V subWrap(V a, V b) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
   return (V)((U)a - (U)b);
 }
-template <class V>
+template <Vector V>
 inline V mulWrap(V a, V b) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
   return (V)((U)a * (U)b);
 }
-template <class V>
+template <Vector V>
 inline V shlWrap(V a, int bits) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
   return (V)((U)a << Lane<U>(bits));
 }
+template <Vector V>
+inline V negWrap(V a) {
+  return subWrap(V{}, a);
+}
 
 // mask ? a : b, for a mask of whole lanes.
-template <class M, class V>
+template <Vector M, Vector V>
 inline V select(M mask, V a, V b) {
   static_assert(sizeof(M) == sizeof(V));
 #if QELJ_HAS_SSE41 && !defined(__AVX512VL__)
@@ -288,18 +287,20 @@ inline V max(V a, V b) {
 
 // QELJ_LANES2(name, lane type, 128-bit form, 256-bit form)
 #if QELJ_HAS_AVX2
-#define QELJ_LANES2_256(NAME, T, M256) \
-  inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return (Vec<T, 32>)M256((__m256i)a, (__m256i)b); }
+#  define QELJ_LANES2_256(NAME, T, M256) \
+    inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return (Vec<T, 32>)M256((__m256i)a, (__m256i)b); }
 #else
-#define QELJ_LANES2_256(NAME, T, M256) \
-  inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) { return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); }
+#  define QELJ_LANES2_256(NAME, T, M256)                               \
+    inline Vec<T, 32> NAME(Vec<T, 32> a, Vec<T, 32> b) {               \
+      return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); \
+    }
 #endif
 #if QELJ_HAS_SSE41
-#define QELJ_LANES2_128(NAME, T, M128) \
-  inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return (Vec<T, 16>)M128((__m128i)a, (__m128i)b); }
+#  define QELJ_LANES2_128(NAME, T, M128) \
+    inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return (Vec<T, 16>)M128((__m128i)a, (__m128i)b); }
 #else
-#define QELJ_LANES2_128(NAME, T, M128) \
-  inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return plain::NAME(a, b); }
+#  define QELJ_LANES2_128(NAME, T, M128) \
+    inline Vec<T, 16> NAME(Vec<T, 16> a, Vec<T, 16> b) { return plain::NAME(a, b); }
 #endif
 #define QELJ_LANES2(NAME, T, M128, M256) \
   QELJ_LANES2_128(NAME, T, M128)         \
@@ -335,7 +336,7 @@ QELJ_LANES2(max, uint32_t, _mm_max_epu32, _mm256_max_epu32)
 QELJ_LANES2(max, int32_t, _mm_max_epi32, _mm256_max_epi32)
 
 // The magnitude, wrapping for the most negative value.
-template <class V>
+template <Vector V>
 inline V absWrap(V a) {
 #if QELJ_HAS_AVX2
   if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 2) return (V)_mm256_abs_epi16((__m256i)a);
@@ -350,7 +351,7 @@ inline V absWrap(V a) {
 }
 
 // Nearest integer, ties to even; lanes outside the 32-bit range and NaN give -2147483648.
-template <class V>
+template <Vector V>
 inline With<int32_t, V> roundToInt(V a) {
 #if QELJ_HAS_AVX2
   if constexpr (sizeof(V) == 32) return (Vec<int32_t, 32>)_mm256_cvtps_epi32((__m256)a);
@@ -361,7 +362,7 @@ inline With<int32_t, V> roundToInt(V a) {
   return detail::mapLanes<With<int32_t, V>>([](float x) { return qelj::roundToInt(x); }, a);
 }
 // The same, cut towards zero.
-template <class V>
+template <Vector V>
 inline With<int32_t, V> truncateToInt(V a) {
 #if QELJ_HAS_AVX2
   if constexpr (sizeof(V) == 32) return (Vec<int32_t, 32>)_mm256_cvttps_epi32((__m256)a);
@@ -392,7 +393,7 @@ inline With<int32_t, V> mulAddPairs(V a, V b) {
 // The pair (even, odd) of 16-bit weights in every pair of lanes.
 template <class V = I16>
 inline V pairs(int even, int odd) {
-  return (V)splat<With<int32_t, V>>(int32_t(uint32_t(uint16_t(even)) | uint32_t(uint16_t(odd)) << 16));
+  return (V)all<With<int32_t, V>>(int32_t(uint32_t(uint16_t(even)) | uint32_t(uint16_t(odd)) << 16));
 }
 // a[2i] * b[2i] + a[2i+1] * b[2i+1] of unsigned and signed bytes, saturated to 16 bits.
 template <class V>
@@ -465,25 +466,27 @@ inline With<To, V> pack(V a, V b) {
   using L = Lane<V>;
   using N = With<To, V>;
   const auto narrow = [](V v) {
-    return (N)max(min(v, splat<V>(L(std::numeric_limits<To>::max()))), splat<V>(L(std::numeric_limits<To>::min())));
+    return (N)max(min(v, all<V>(L(std::numeric_limits<To>::max()))), all<V>(L(std::numeric_limits<To>::min())));
   };
   return detail::everyNth<0, 2>(narrow(a), narrow(b));  // the low halves, which stand first
 }
 }  // namespace plain
 
 #if QELJ_HAS_AVX2
-#define QELJ_PACK_256(NAME, FROM, TO, M256) \
-  inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return (Vec<TO, 32>)M256((__m256i)a, (__m256i)b); }
+#  define QELJ_PACK_256(NAME, FROM, TO, M256) \
+    inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return (Vec<TO, 32>)M256((__m256i)a, (__m256i)b); }
 #else
-#define QELJ_PACK_256(NAME, FROM, TO, M256) \
-  inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) { return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); }
+#  define QELJ_PACK_256(NAME, FROM, TO, M256)                          \
+    inline Vec<TO, 32> NAME(Vec<FROM, 32> a, Vec<FROM, 32> b) {        \
+      return join(NAME(lower(a), lower(b)), NAME(upper(a), upper(b))); \
+    }
 #endif
 #if QELJ_HAS_SSE41
-#define QELJ_PACK_128(NAME, FROM, TO, M128) \
-  inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return (Vec<TO, 16>)M128((__m128i)a, (__m128i)b); }
+#  define QELJ_PACK_128(NAME, FROM, TO, M128) \
+    inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return (Vec<TO, 16>)M128((__m128i)a, (__m128i)b); }
 #else
-#define QELJ_PACK_128(NAME, FROM, TO, M128) \
-  inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return plain::pack<TO>(a, b); }
+#  define QELJ_PACK_128(NAME, FROM, TO, M128) \
+    inline Vec<TO, 16> NAME(Vec<FROM, 16> a, Vec<FROM, 16> b) { return plain::pack<TO>(a, b); }
 #endif
 #define QELJ_PACK(NAME, FROM, TO, M128, M256) QELJ_PACK_128(NAME, FROM, TO, M128) QELJ_PACK_256(NAME, FROM, TO, M256)
 
@@ -512,15 +515,18 @@ inline V orderPacked(V v) {
 // Interleaves the lower (upper) halves of a and b, by blocks: a0 b0 a1 b1 ...
 template <class V>
 inline V unpackLow(V a, V b) {
-#define QELJ_UNPACK(WHICH)                                                                                        \
-  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 1) return (V)_mm256_unpack##WHICH##_epi8((__m256i)a, (__m256i)b);  \
-  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 2) return (V)_mm256_unpack##WHICH##_epi16((__m256i)a, (__m256i)b); \
-  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) return (V)_mm256_unpack##WHICH##_epi32((__m256i)a, (__m256i)b); \
+#define QELJ_UNPACK(WHICH)                                          \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 1)            \
+    return (V)_mm256_unpack##WHICH##_epi8((__m256i)a, (__m256i)b);  \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 2)            \
+    return (V)_mm256_unpack##WHICH##_epi16((__m256i)a, (__m256i)b); \
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4)            \
+    return (V)_mm256_unpack##WHICH##_epi32((__m256i)a, (__m256i)b); \
   if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 8) return (V)_mm256_unpack##WHICH##_epi64((__m256i)a, (__m256i)b);
-#define QELJ_UNPACK_16(WHICH)                                                                                     \
-  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 1) return (V)_mm_unpack##WHICH##_epi8((__m128i)a, (__m128i)b);     \
-  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 2) return (V)_mm_unpack##WHICH##_epi16((__m128i)a, (__m128i)b);    \
-  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 4) return (V)_mm_unpack##WHICH##_epi32((__m128i)a, (__m128i)b);    \
+#define QELJ_UNPACK_16(WHICH)                                                                                         \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 1) return (V)_mm_unpack##WHICH##_epi8((__m128i)a, (__m128i)b);  \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 2) return (V)_mm_unpack##WHICH##_epi16((__m128i)a, (__m128i)b); \
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 4) return (V)_mm_unpack##WHICH##_epi32((__m128i)a, (__m128i)b); \
   if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 8) return (V)_mm_unpack##WHICH##_epi64((__m128i)a, (__m128i)b);
 #if QELJ_HAS_AVX2
   QELJ_UNPACK(lo)
@@ -580,8 +586,7 @@ inline Two<V> interleave(V a, V b) {
 template <class V>
 inline Two<V> deinterleave(V first, V second) {
 #if !QELJ_HAS_SSE41
-  if constexpr (sizeof(V) == 16)
-    return {detail::everyNth<0, 2>(first, second), detail::everyNth<1, 2>(first, second)};
+  if constexpr (sizeof(V) == 16) return {detail::everyNth<0, 2>(first, second), detail::everyNth<1, 2>(first, second)};
 #endif
   if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) {
     return {orderPacked(__builtin_shufflevector(first, second, 0, 2, 8, 10, 4, 6, 12, 14)),
@@ -626,7 +631,8 @@ inline V shuffleBytes(V v, V index) {
 #endif
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return (V)_mm_shuffle_epi8((__m128i)v, (__m128i)index);
-  if constexpr (sizeof(V) == 32) return join(shuffleBytes(lower(v), lower(index)), shuffleBytes(upper(v), upper(index)));
+  if constexpr (sizeof(V) == 32)
+    return join(shuffleBytes(lower(v), lower(index)), shuffleBytes(upper(v), upper(index)));
 #endif
   uint8_t bytes[sizeof(V)], places[sizeof(V)], results[sizeof(V)];
   store(bytes, v), store(places, index & 15);
@@ -652,7 +658,8 @@ inline V shuffle8(V v) {
   static_assert(sizeof(Lane<V>) == 2);
   if constexpr (sizeof(V) == 16) return __builtin_shufflevector(v, v, A, B, C, D, E, F, G, H);
   else
-    return __builtin_shufflevector(v, v, A, B, C, D, E, F, G, H, A + 8, B + 8, C + 8, D + 8, E + 8, F + 8, G + 8, H + 8);
+    return __builtin_shufflevector(v, v, A, B, C, D, E, F, G, H, A + 8, B + 8, C + 8, D + 8, E + 8, F + 8, G + 8,
+                                   H + 8);
 }
 // A 16-byte pattern repeated in every block.
 template <class V = U8>
@@ -667,8 +674,7 @@ inline V blockPattern(const uint8_t (&pattern)[16]) {
 template <class V>
 inline V blockLanes(const Lane<V> (&lanes)[16 / sizeof(Lane<V>)]) {
   V v;
-  for (int block = 0; block < int(sizeof(V)); block += 16)
-    std::memcpy(reinterpret_cast<char*>(&v) + block, lanes, 16);
+  for (int block = 0; block < int(sizeof(V)); block += 16) std::memcpy(reinterpret_cast<char*>(&v) + block, lanes, 16);
   return v;
 }
 // r[i] = v[index[i] & 3] of the same block: one of its four 32-bit lanes.

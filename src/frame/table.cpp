@@ -1,5 +1,4 @@
-// The table of code pointers: one slot an export, in export order, filled by the linker and read-only
-// afterwards.
+// The table of code pointers: one slot an export, in export order, filled by the linker and read-only afterwards.
 #include "frame/fronts.h"
 
 using Code = void (*)();

@@ -17,7 +17,8 @@ __asm__(
     ".long 2f - 1f, 4f - 3f, 1\n"
     "1: .asciz \"qelj\"\n"
     "2: .balign 4\n"
-    "3: .asciz \"" QELJ_IMAGE "\"\n"
+    "3: .asciz \"" QELJ_IMAGE
+    "\"\n"
     "4: .balign 4\n"
     ".popsection");
 

@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdint>
 
-namespace qelj {
+namespace qelj::jpeg {
 
 struct ZigZag {
   std::array<uint8_t, 64> natural;  // of each place in the sequence, its place in natural row order
@@ -24,9 +24,8 @@ inline constexpr ZigZag kZigZag = [] {
     }
   return z;
 }();
-static_assert(kZigZag.scan[2] == 5 && kZigZag.scan[8] == 2 && kZigZag.scan[15] == 42 &&
-              kZigZag.scan[62] == 62);
+static_assert(kZigZag.scan[2] == 5 && kZigZag.scan[8] == 2 && kZigZag.scan[15] == 42 && kZigZag.scan[62] == 62);
 
-}  // namespace qelj
+}  // namespace qelj::jpeg
 
 #endif

@@ -1,7 +1,6 @@
-// The bit position of the coefficient coders: a byte pointer and a left-aligned accumulator of 32 bits that
-// the caller keeps between calls. The stream is big-endian in units of 16 bits, and the position that a call
-// leaves follows from the number of bits alone: a writer ends with at most 16 bits held, a reader with at
-// least 16.
+// The bit position of the coefficient coders: a byte pointer and a left-aligned accumulator of 32 bits that the caller
+// keeps between calls. The stream is big-endian in units of 16 bits, and the position that a call leaves follows from
+// the number of bits alone: a writer ends with at most 16 bits held, a reader with at least 16.
 #ifndef QELJ_JPEGXR_BITS_H
 #define QELJ_JPEGXR_BITS_H
 
@@ -10,14 +9,10 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 
-namespace qelj {
+namespace qelj::jpegxr {
 
-constexpr QelStatus bytesOf(const uint8_t* const* stream) {
-  return require(stream && *stream, qelStatusNullPointer);
-}
-constexpr QelStatus bitsHeld(int32_t bitCount) {
-  return require(bitCount >= 0 && bitCount <= 32, qelStatusOutOfRange);
-}
+constexpr QelStatus bytesOf(const uint8_t* const* stream) { return require(stream && *stream, qelStatusNullPointer); }
+constexpr QelStatus bitsHeld(int32_t bitCount) { return require(bitCount >= 0 && bitCount <= 32, qelStatusOutOfRange); }
 constexpr QelStatus fieldBits(uint32_t bits) { return require(bits <= 15, qelStatusOutOfRange); }
 
 // A position is worked on by value, so that it can live in registers, and handed back by finish().
@@ -33,8 +28,7 @@ class UnitWriter {
     held_ = held_ << count | (bits & ((uint64_t(1) << count) - 1));
     count_ += count;
   }
-  // More than 32 held bits are stored at once, so that one is left at least: the last 16 may still be the
-  // caller's.
+  // More than 32 held bits are stored at once, so that one is left at least: the last 16 may still be the caller's.
   void settle() {
     if (count_ > 32) {
       count_ -= 32;
@@ -116,6 +110,6 @@ class UnitReader {
   int count_;
 };
 
-}  // namespace qelj
+}  // namespace qelj::jpegxr
 
 #endif

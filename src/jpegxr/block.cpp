@@ -5,12 +5,14 @@
 namespace qelj {
 namespace {
 
+using namespace jpegxr;
+
 template <bool kFlex, class T>
 QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBits, uint32_t trimBits,
-                 uint32_t* residual, uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                 int32_t* pairCount, VLCState* state) {
-  if (auto s = check(nonNull(state, src, pairCount), require(!kFlex || residual, qelStatusNullPointer),
-                     bytesOf(stream), nonNull(bitBuffer, bitCount));
+                 uint32_t* residual, uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* pairCount,
+                 VLCState* state) {
+  if (auto s = check(nonNull(state, src, pairCount), require(!kFlex || residual, qelStatusNullPointer), bytesOf(stream),
+                     nonNull(bitBuffer, bitCount));
       s)
     return s;
   if (auto s = check(bitsHeld(*bitCount), fieldBits(trimBits), fieldBits(modelBits)); s) return s;
@@ -34,8 +36,8 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBi
 }
 
 template <class T>
-QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T scale, T* dst,
-                 int32_t dstStep, int32_t chroma, int32_t* count, VLCState* state) {
+QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T scale, T* dst, int32_t dstStep,
+                 int32_t chroma, int32_t* count, VLCState* state) {
   if (auto s = check(nonNull(state, dst, count), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
   if (auto s = check(bitsHeld(*bitCount)); s) return s;
 
@@ -44,44 +46,41 @@ QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
     for (int c = 0; c < 4; ++c) put(row(dst, dstStep, r), c, 0);
   UnitReader bits(stream, bitBuffer, bitCount);
   ScanEntry* const scan = state->currentScan;
-  *count =
-      ownDecodeCoefficients<kBlock>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
-        const uint32_t product = uint32_t(scale) * level;  // wraps
-        put(row(dst, dstStep, scan[place].row), scan[place].column, T(negative ? 0u - product : product));
-        countSignificant(scan, place);
-      });
+  *count = ownDecodeCoefficients<kBlock>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
+    const uint32_t product = uint32_t(scale) * level;  // wraps
+    put(row(dst, dstStep, scan[place].row), scan[place].column, T(negative ? 0u - product : product));
+    countSignificant(scan, place);
+  });
   bits.finish();
   return qelStatusOk;
 }
 
 }  // namespace
 
-QelStatus qeliVLCEncode4x4_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma,
-                                            uint32_t modelBits, uint8_t** stream, uint32_t* bitBuffer,
-                                            int32_t* bitCount, int32_t* pairCount, VLCState* state) {
-  return encode<false>(src, srcStep, chroma, modelBits, 0, nullptr, stream, bitBuffer, bitCount, pairCount,
-                       state);
+QelStatus qeliVLCEncode4x4_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma, uint32_t modelBits,
+                                            uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                            int32_t* pairCount, VLCState* state) {
+  return encode<false>(src, srcStep, chroma, modelBits, 0, nullptr, stream, bitBuffer, bitCount, pairCount, state);
 }
-QelStatus qeliVLCEncode4x4_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma,
-                                            uint32_t modelBits, uint8_t** stream, uint32_t* bitBuffer,
-                                            int32_t* bitCount, int32_t* pairCount, VLCState* state) {
-  return encode<false>(src, srcStep, chroma, modelBits, 0, nullptr, stream, bitBuffer, bitCount, pairCount,
-                       state);
+QelStatus qeliVLCEncode4x4_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma, uint32_t modelBits,
+                                            uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
+                                            int32_t* pairCount, VLCState* state) {
+  return encode<false>(src, srcStep, chroma, modelBits, 0, nullptr, stream, bitBuffer, bitCount, pairCount, state);
 }
 
-QelStatus qeliVLCEncode4x4Flex_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma,
-                                                uint32_t modelBits, uint32_t trimBits, uint32_t* residual,
-                                                uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                                int32_t* pairCount, VLCState* state) {
-  return encode<true>(src, srcStep, chroma, modelBits, trimBits, residual, stream, bitBuffer, bitCount,
-                      pairCount, state);
+QelStatus qeliVLCEncode4x4Flex_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma, uint32_t modelBits,
+                                                uint32_t trimBits, uint32_t* residual, uint8_t** stream,
+                                                uint32_t* bitBuffer, int32_t* bitCount, int32_t* pairCount,
+                                                VLCState* state) {
+  return encode<true>(src, srcStep, chroma, modelBits, trimBits, residual, stream, bitBuffer, bitCount, pairCount,
+                      state);
 }
-QelStatus qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma,
-                                                uint32_t modelBits, uint32_t trimBits, uint32_t* residual,
-                                                uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                                int32_t* pairCount, VLCState* state) {
-  return encode<true>(src, srcStep, chroma, modelBits, trimBits, residual, stream, bitBuffer, bitCount,
-                      pairCount, state);
+QelStatus qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma, uint32_t modelBits,
+                                                uint32_t trimBits, uint32_t* residual, uint8_t** stream,
+                                                uint32_t* bitBuffer, int32_t* bitCount, int32_t* pairCount,
+                                                VLCState* state) {
+  return encode<true>(src, srcStep, chroma, modelBits, trimBits, residual, stream, bitBuffer, bitCount, pairCount,
+                      state);
 }
 
 QelStatus qeliVLCDecode4x4_JPEGXR_1u16s_C1R(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,

@@ -1,14 +1,15 @@
-// DC block coding (ITU-T T.832, 8.7): the second-stage block of a macroblock, in the symbols of the block
-// coders.
+// DC block coding (ITU-T T.832, 8.7): the second-stage block of a macroblock, in the symbols of the block coders.
 #include "frame/fronts.h"
 #include "jpegxr/symbols.h"
 
 namespace qelj {
 namespace {
 
+using namespace jpegxr;
+
 template <const BlockKind& kind>
-QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, int32_t chroma,
-                   uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
+QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, int32_t chroma, uint8_t** stream,
+                   uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
   if (auto s = nonNull(state, pairs, stream, bitBuffer, bitCount); s) return s;
   if (auto s = check(bitsHeld(*bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
   UnitWriter bits(stream, bitBuffer, bitCount);
@@ -16,9 +17,7 @@ QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, i
   return qelStatusOk;
 }
 
-constexpr int32_t signedLevel(uint32_t level, uint32_t negative) {
-  return int32_t(negative ? 0u - level : level);
-}
+constexpr int32_t signedLevel(uint32_t level, uint32_t negative) { return int32_t(negative ? 0u - level : level); }
 
 QelStatus checkDecoder(const uint8_t* const* stream, const uint32_t* bitBuffer, const int32_t* bitCount,
                        const int32_t* dst, const int32_t* count, const VLCState* state) {
@@ -26,18 +25,16 @@ QelStatus checkDecoder(const uint8_t* const* stream, const uint32_t* bitBuffer, 
   return bitsHeld(*bitCount);
 }
 
-// The values of a subsampled plane in their coded order. A coefficient behind the last one leaves the count
-// alone.
+// The values of a subsampled plane in their coded order. A coefficient behind the last one leaves the count alone.
 template <const BlockKind& kind>
-QelStatus decodeLinear(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,
-                       int32_t* count, VLCState* state) {
+QelStatus decodeLinear(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst, int32_t* count,
+                       VLCState* state) {
   if (auto s = checkDecoder(stream, bitBuffer, bitCount, dst, count, state); s) return s;
   for (int i = kind.firstPlace; i < kPlaces; ++i) put(dst, i - kind.firstPlace, 0);
   UnitReader bits(stream, bitBuffer, bitCount);
-  const int decoded =
-      ownDecodeCoefficients<kind>(bits, *state, 0, [=](int place, uint32_t level, uint32_t negative) {
-        put(dst, place - kind.firstPlace, signedLevel(level, negative));
-      });
+  const int decoded = ownDecodeCoefficients<kind>(bits, *state, 0, [=](int place, uint32_t level, uint32_t negative) {
+    put(dst, place - kind.firstPlace, signedLevel(level, negative));
+  });
   bits.finish();
   if (decoded != kStopped) *count = decoded;
   return qelStatusOk;
@@ -45,9 +42,8 @@ QelStatus decodeLinear(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bit
 
 }  // namespace
 
-QelStatus qeliVLCEncodeDC444_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, int32_t chroma,
-                                          uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                          VLCState* state) {
+QelStatus qeliVLCEncodeDC444_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, int32_t chroma, uint8_t** stream,
+                                          uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
   return encodeDC<kDC444>(pairs, pairCount, 16, chroma, stream, bitBuffer, bitCount, state);
 }
 QelStatus qeliVLCEncodeDC422_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, uint8_t** stream,
@@ -60,25 +56,24 @@ QelStatus qeliVLCEncodeDC420_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCoun
 }
 
 // Here place 1 can move as well, though only past a DC place of a lower count than any reset leaves.
-QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                          int32_t* dst, int32_t chroma, int32_t* count, VLCState* state) {
+QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,
+                                          int32_t chroma, int32_t* count, VLCState* state) {
   if (auto s = checkDecoder(stream, bitBuffer, bitCount, dst, count, state); s) return s;
   UnitReader bits(stream, bitBuffer, bitCount);
   ScanEntry* const scan = state->scanTable2;
-  *count =
-      ownDecodeCoefficients<kDC444>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
-        put(dst, scan[place].position, signedLevel(level, negative));
-        countSignificant<1>(scan, place);
-      });
+  *count = ownDecodeCoefficients<kDC444>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
+    put(dst, scan[place].position, signedLevel(level, negative));
+    countSignificant<1>(scan, place);
+  });
   bits.finish();
   return qelStatusOk;
 }
-QelStatus qeliVLCDecodeDC422_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                          int32_t* dst, int32_t* count, VLCState* state) {
+QelStatus qeliVLCDecodeDC422_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,
+                                          int32_t* count, VLCState* state) {
   return decodeLinear<kDC422>(stream, bitBuffer, bitCount, dst, count, state);
 }
-QelStatus qeliVLCDecodeDC420_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                          int32_t* dst, int32_t* count, VLCState* state) {
+QelStatus qeliVLCDecodeDC420_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,
+                                          int32_t* count, VLCState* state) {
   return decodeLinear<kDC420>(stream, bitBuffer, bitCount, dst, count, state);
 }
 

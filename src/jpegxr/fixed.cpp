@@ -1,5 +1,4 @@
-// Fixed-length coding (ITU-T T.832, 8.7.20): the low bits of a block's coefficients, which the adaptive codes
-// left.
+// Fixed-length coding (ITU-T T.832, 8.7.20): the low bits of a block's coefficients, which the adaptive codes left.
 #include <iterator>
 #include <utility>
 
@@ -10,6 +9,8 @@
 namespace qelj {
 namespace {
 
+using namespace jpegxr;
+
 // The positions in coding order; the DC has no field. Behind its value, a field has the sign where the level
 // coder sent none.
 constexpr uint8_t kFieldOrder[] = {5, 1, 6, 10, 12, 8, 14, 2, 4, 3, 7, 9, 13, 11, 15};
@@ -18,14 +19,14 @@ constexpr int kFields = std::size(kFieldOrder);
 // Calls field(place, position) for all, with both known to the compiler: their addresses are.
 template <class Field>
 inline void forEachField(Field&& field) {
-  [&]<int... place>(std::integer_sequence<int, place...>) { (field(place, kFieldOrder[place]), ...); }
-  (std::make_integer_sequence<int, kFields>());
+  [&]<int... place>(std::integer_sequence<int, place...>) {
+    (field(place, kFieldOrder[place]), ...);
+  }(std::make_integer_sequence<int, kFields>());
 }
 
 template <class T>
-QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_t** stream,
-                 uint32_t* bitBuffer, int32_t* bitCount, uint32_t flexBits, uint32_t trimBits,
-                 int32_t fromResidual) {
+QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_t** stream, uint32_t* bitBuffer,
+                 int32_t* bitCount, uint32_t flexBits, uint32_t trimBits, int32_t fromResidual) {
   if (auto s = check(nonNull(src, residual), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
   if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
   const int n = int(flexBits);
@@ -68,16 +69,14 @@ inline void ownDecodeFields(UnitReader& bits, T* srcDst, ptrdiff_t step, int n, 
 }
 
 template <class T>
-QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T* srcDst,
-                 int32_t srcDstStep, uint32_t flexBits, T scale, int32_t refine) {
+QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T* srcDst, int32_t srcDstStep,
+                 uint32_t flexBits, T scale, int32_t refine) {
   if (auto s = check(nonNull(srcDst), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
   if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits)); s) return s;
   UnitReader bits(stream, bitBuffer, bitCount);
   if (flexBits) {
-    if (refine)
-      ownDecodeFields<true>(bits, srcDst, srcDstStep, int(flexBits), uint32_t(scale));
-    else
-      ownDecodeFields<false>(bits, srcDst, srcDstStep, int(flexBits), uint32_t(scale));
+    if (refine) ownDecodeFields<true>(bits, srcDst, srcDstStep, int(flexBits), uint32_t(scale));
+    else ownDecodeFields<false>(bits, srcDst, srcDstStep, int(flexBits), uint32_t(scale));
   }
   bits.finish();
   return qelStatusOk;
@@ -86,24 +85,24 @@ QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
 }  // namespace
 
 QelStatus qeliFLCEncode4x4_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, const uint32_t* residual,
-                                            uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                            uint32_t flexBits, uint32_t trimBits, int32_t fromResidual) {
+                                            uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, uint32_t flexBits,
+                                            uint32_t trimBits, int32_t fromResidual) {
   return encode(src, srcStep, residual, stream, bitBuffer, bitCount, flexBits, trimBits, fromResidual);
 }
 QelStatus qeliFLCEncode4x4_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, const uint32_t* residual,
-                                            uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                            uint32_t flexBits, uint32_t trimBits, int32_t fromResidual) {
+                                            uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, uint32_t flexBits,
+                                            uint32_t trimBits, int32_t fromResidual) {
   return encode(src, srcStep, residual, stream, bitBuffer, bitCount, flexBits, trimBits, fromResidual);
 }
 
 QelStatus qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                             int16_t* srcDst, int32_t srcDstStep, uint32_t flexBits,
-                                             int16_t scale, int32_t refine) {
+                                             int16_t* srcDst, int32_t srcDstStep, uint32_t flexBits, int16_t scale,
+                                             int32_t refine) {
   return decode(stream, bitBuffer, bitCount, srcDst, srcDstStep, flexBits, scale, refine);
 }
 QelStatus qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
-                                             int32_t* srcDst, int32_t srcDstStep, uint32_t flexBits,
-                                             int32_t scale, int32_t refine) {
+                                             int32_t* srcDst, int32_t srcDstStep, uint32_t flexBits, int32_t scale,
+                                             int32_t refine) {
   return decode(stream, bitBuffer, bitCount, srcDst, srcDstStep, flexBits, scale, refine);
 }
 

@@ -11,6 +11,8 @@
 namespace qelj {
 namespace {
 
+using namespace jpegxr;
+
 // --- alphabets ---------------------------------------------------------------------------------------------
 
 template <int n>
@@ -54,9 +56,9 @@ constexpr Alphabet alphabet() {
   return a;
 }
 
-constexpr Alphabet kAlphabets[] = {
-    alphabet<4, kFixed>(), alphabet<5, kMoving>(),     alphabet<6, kMoving>(),     alphabet<7, kMovingLong>(),
-    alphabet<8, kFixed>(), alphabet<9, kMovingLong>(), alphabet<12, kMovingLong>()};
+constexpr Alphabet kAlphabets[] = {alphabet<4, kFixed>(),      alphabet<5, kMoving>(), alphabet<6, kMoving>(),
+                                   alphabet<7, kMovingLong>(), alphabet<8, kFixed>(),  alphabet<9, kMovingLong>(),
+                                   alphabet<12, kMovingLong>()};
 
 // --- table adaptation --------------------------------------------------------------------------------------
 
@@ -154,8 +156,7 @@ QelStatus qeliVLCAdapt_JPEGXR(VLCState* state, int32_t group) {
 }
 
 QelStatus qeliVLCScanReset_JPEGXR(VLCState* state, int32_t scanIndex) {
-  if (auto s = check(nonNull(state), require(scanIndex >= 0 && scanIndex <= 2, qelStatusOutOfRange)); s)
-    return s;
+  if (auto s = check(nonNull(state), require(scanIndex >= 0 && scanIndex <= 2, qelStatusOutOfRange)); s) return s;
   ScanEntry* const scan = scanOf(*state, uint32_t(scanIndex));
   scan[0].count = INT16_MAX;  // no place gets in front of the DC
   for (int k = 1; k < kPlaces; ++k) scan[k].count = 2 * (kPlaces + 1 - k);
@@ -168,10 +169,9 @@ QelStatus qeliVLCScanSet_JPEGXR(VLCState* state, uint32_t scanIndex) {
   return qelStatusOk;
 }
 
-QelStatus qeliVLCScan4x4DC_JPEGXR_32s(const int32_t* src, uint32_t modelBits, uint32_t* residual,
-                                      int32_t* runLevel, int32_t* pairCount, VLCState* state) {
-  if (auto s = check(nonNull(state, src, residual, runLevel, pairCount),
-                     require(modelBits <= 15, qelStatusOutOfRange));
+QelStatus qeliVLCScan4x4DC_JPEGXR_32s(const int32_t* src, uint32_t modelBits, uint32_t* residual, int32_t* runLevel,
+                                      int32_t* pairCount, VLCState* state) {
+  if (auto s = check(nonNull(state, src, residual, runLevel, pairCount), require(modelBits <= 15, qelStatusOutOfRange));
       s)
     return s;
   ScanEntry* const scan = state->currentScan = state->scanTable2;

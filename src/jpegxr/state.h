@@ -7,10 +7,10 @@
 #include <utility>
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "qelj.h"
 
-namespace qelj {
+namespace qelj::jpegxr {
 
 // A coefficient's place in a scan. Places move up as their counts of significant coefficients grow.
 struct __attribute__((packed)) ScanEntry {
@@ -29,24 +29,24 @@ struct __attribute__((packed)) VLCEntry {
 
 inline constexpr int kEntries = 21, kPlaces = 16;
 
-}  // namespace qelj
+}  // namespace qelj::jpegxr
 
 struct __attribute__((packed)) VLCState {
-  qelj::ScanEntry* currentScan;
-  const int32_t* codeTable[qelj::kEntries];     // the symbol count, then (code, length) a symbol
-  const int32_t* deltaTable[qelj::kEntries];    // what a symbol adds to `discriminant`
-  const int32_t* deltaTable2[qelj::kEntries];   // ... and to `discriminant2`
-  const int16_t* decodeTable[qelj::kEntries];   // by the next 5 bits, longer codes by nodes behind
-  const int16_t* decodeTable2[qelj::kEntries];  // for alphabets of codes above 5 bits, by the next 8 bits
-  qelj::VLCEntry entry[qelj::kEntries];
-  int32_t discriminant[qelj::kEntries];
-  int32_t discriminant2[qelj::kEntries];
-  qelj::ScanEntry scanTable2[qelj::kPlaces];
-  qelj::ScanEntry scanTable1[qelj::kPlaces];
-  qelj::ScanEntry scanTable0[qelj::kPlaces];
+  qelj::jpegxr::ScanEntry* currentScan;
+  const int32_t* codeTable[qelj::jpegxr::kEntries];     // the symbol count, then (code, length) a symbol
+  const int32_t* deltaTable[qelj::jpegxr::kEntries];    // what a symbol adds to `discriminant`
+  const int32_t* deltaTable2[qelj::jpegxr::kEntries];   // ... and to `discriminant2`
+  const int16_t* decodeTable[qelj::jpegxr::kEntries];   // by the next 5 bits, longer codes by nodes behind
+  const int16_t* decodeTable2[qelj::jpegxr::kEntries];  // for alphabets of codes above 5 bits, by the next 8 bits
+  qelj::jpegxr::VLCEntry entry[qelj::jpegxr::kEntries];
+  int32_t discriminant[qelj::jpegxr::kEntries];
+  int32_t discriminant2[qelj::jpegxr::kEntries];
+  qelj::jpegxr::ScanEntry scanTable2[qelj::jpegxr::kPlaces];
+  qelj::jpegxr::ScanEntry scanTable1[qelj::jpegxr::kPlaces];
+  qelj::jpegxr::ScanEntry scanTable0[qelj::jpegxr::kPlaces];
 };
 
-namespace qelj {
+namespace qelj::jpegxr {
 
 // Entries of the record: the class of run lengths, the low-pass classes, and the high-pass classes. A class
 // with a chroma form has it three entries later; next index and level take the context bit on top.
@@ -70,8 +70,7 @@ inline constexpr uint8_t kRow[kPlaces] = {0, 0, 1, 1, 0, 0, 1, 1, 3, 3, 2, 2, 3,
 template <int firstMoving = 2>
 inline void countSignificant(ScanEntry* scan, int place) {
   scan[place].count = addWrap<int32_t>(scan[place].count, 1);
-  if (place >= firstMoving && scan[place].count > scan[place - 1].count)
-    std::swap(scan[place], scan[place - 1]);
+  if (place >= firstMoving && scan[place].count > scan[place - 1].count) std::swap(scan[place], scan[place - 1]);
 }
 
 // --- what of a block's coefficients is coded as levels, and what stays behind ------------------------------
@@ -99,7 +98,7 @@ struct Coefficients {
 
   static Coefficients of(const int32_t* linear) {
     Coefficients c;
-    for (int i = 0; i < 4; ++i) c.quad[i] = simd::load<Quad>(row(linear, 16, i));
+    for (int i = 0; i < 4; ++i) c.quad[i] = load<Quad>(row(linear, 16, i));
     return c;
   }
   template <class T>
@@ -107,8 +106,7 @@ struct Coefficients {
     Quad r[4];
     for (int y = 0; y < 4; ++y) r[y] = simd::loadAs<Quad, T>(row(block, step, y));
     return {{__builtin_shufflevector(r[0], r[1], 0, 1, 4, 5), __builtin_shufflevector(r[0], r[1], 3, 2, 7, 6),
-             __builtin_shufflevector(r[3], r[2], 0, 1, 4, 5),
-             __builtin_shufflevector(r[3], r[2], 3, 2, 7, 6)}};
+             __builtin_shufflevector(r[3], r[2], 0, 1, 4, 5), __builtin_shufflevector(r[3], r[2], 3, 2, 7, 6)}};
   }
 };
 
@@ -118,8 +116,8 @@ struct Coefficients {
 //   value(position)   one coefficient
 //   all()             the Coefficients
 template <bool kResidual, class Value, class All>
-inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uint32_t trimBits,
-                                  uint32_t* residual, Value&& value, All&& all) {
+inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uint32_t trimBits, uint32_t* residual,
+                                  Value&& value, All&& all) {
   uint32_t places = 0;
   if constexpr (!simd::kEnabled) {
     for (int k = 1; k < kPlaces; ++k) {
@@ -141,9 +139,8 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
       if constexpr (kResidual) {
         const Words t = (a & ((1u << modelBits) - 1)) >> trimBits;
         const Words signedField = (4 * t + (1 - 2 * Words(sign))) & Words(t != Words{});
-        const Words r = simd::select(significant[i], 2 * t, signedField);
-        if (i)
-          simd::store(row(residual, 16, i), r);
+        const Words r = select(significant[i], 2 * t, signedField);
+        if (i) store(row(residual, 16, i), r);
         else
           for (int k = 1; k < 4; ++k) put(residual, k, r[k]);
       }
@@ -151,8 +148,7 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
     using Bytes = simd::Vec<uint8_t, 16>;
     const auto pack = [](auto a, auto b, auto x, auto y) {
       using Halves = simd::Vec<int16_t, 16>;
-      return Bytes(
-          simd::packI8(Halves(simd::packI16(Mask(a), Mask(b))), Halves(simd::packI16(Mask(x), Mask(y)))));
+      return Bytes(simd::packI8(Halves(simd::packI16(Mask(a), Mask(b))), Halves(simd::packI16(Mask(x), Mask(y)))));
     };
     const Bytes byPosition = pack(significant[0], significant[1], significant[2], significant[3]);
     if (simd::isZero(byPosition)) return 0;
@@ -160,12 +156,11 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
     Words order[4];
     for (int i = 0; i < 4; ++i) {
       Words e[4];
-      for (int k = 0; k < 4; ++k) e[k] = simd::load<Words>(scan + 4 * i + k);
+      for (int k = 0; k < 4; ++k) e[k] = load<Words>(scan + 4 * i + k);
       using simd::as, simd::unpackHigh, simd::unpackLow;
       order[i] = Words(unpackHigh(as<uint64_t>(unpackLow(e[0], e[1])), as<uint64_t>(unpackLow(e[2], e[3]))));
     }
-    return simd::topBits(simd::shuffleBytes(byPosition, pack(order[0], order[1], order[2], order[3]))) &
-           0xFFFE;
+    return simd::topBits(simd::shuffleBytes(byPosition, pack(order[0], order[1], order[2], order[3]))) & 0xFFFE;
   }
 }
 
@@ -180,6 +175,6 @@ inline void walkSignificant(ScanEntry* scan, uint32_t places, Append&& append) {
   }
 }
 
-}  // namespace qelj
+}  // namespace qelj::jpegxr
 
 #endif

@@ -11,7 +11,7 @@
 #include "jpegxr/state.h"
 #include "jpegxr/tables.h"
 
-namespace qelj {
+namespace qelj::jpegxr {
 
 // The shape of a kind of block. A chroma form has its first and next index kChromaStep entries further on.
 struct BlockKind {
@@ -45,8 +45,7 @@ constexpr int runRow(int64_t room) { return room >= 11 ? 0 : room >= 7 ? 1 : 2; 
 
 // --- levels ------------------------------------------------------------------------------------------------
 
-// A magnitude of 2 or more, less 2, below 16: symbol, and bits behind its code. From 16 on the symbol is
-// kEscape.
+// A magnitude of 2 or more, less 2, below 16: symbol, and bits behind its code. From 16 on the symbol is kEscape.
 inline constexpr uint8_t kLevelSymbol[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
 inline constexpr uint8_t kLevelBits[6] = {0, 0, 1, 2, 2, 2}, kLevelBase[6] = {2, 3, 4, 6, 10, 14};
 inline constexpr int kEscape = 6, kEscapeBits = 4;
@@ -89,10 +88,8 @@ class SymbolWriter {
     adaptFirst(state_, entry, kEscape);
     const int length = std::bit_width(a >> 5);
     out_.settle();
-    if (length < 15)
-      code(entry, kEscape, uint32_t(length), 4);
-    else if (length < 18)
-      code(entry, kEscape, 15u << 2 | uint32_t(length - 15), 6);
+    if (length < 15) code(entry, kEscape, uint32_t(length), 4);
+    else if (length < 18) code(entry, kEscape, 15u << 2 | uint32_t(length - 15), 6);
     else  // beyond 25 the length does not fit, and its low bits go out
       code(entry, kEscape, 15u << 5 | 3u << 3 | (uint32_t(length - 18) & 7), 9);
     out_.settle();
@@ -100,10 +97,8 @@ class SymbolWriter {
   }
   void run(int32_t run, int64_t room) {
     if (room < 2) return;
-    if (room < 5)
-      out_.add(run < room, int(std::min<int64_t>(run, room - 1)));
-    else
-      runClass(run, runRow(room));
+    if (room < 5) out_.add(run < room, int(std::min<int64_t>(run, room - 1)));
+    else runClass(run, runRow(room));
   }
   void runClass(int32_t run, int row) {
     const int symbol = kRunSymbol[row == 2][std::min(run, 7)];
@@ -120,7 +115,7 @@ class SymbolWriter {
 // but nothing is written elsewhere.
 template <const BlockKind& kind>
 inline UnitWriter ownEncodePairs(UnitWriter bits, VLCState& state, const int32_t* pairs, int32_t count,
-                                int32_t chroma) {
+                                 int32_t chroma) {
   if (count < 1) return bits;
   SymbolWriter out(bits, state);
   const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
@@ -282,6 +277,6 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
   }
 }
 
-}  // namespace qelj
+}  // namespace qelj::jpegxr
 
 #endif

@@ -6,7 +6,7 @@
 #include <array>
 #include <cstdint>
 
-namespace qelj {
+namespace qelj::jpegxr {
 
 // A code table is the symbol count, then (code, length) a symbol. A table of deltas is what each symbol adds
 // to a discriminant; with several of them, table i belongs to the step between code tables i and i + 1.
@@ -104,10 +104,9 @@ struct Codes<12> {
 // clang-format on
 
 // --- decode tables -----------------------------------------------------------------------------------------
-// Indexed by
-// the next 5 bits: symbol << 3 | length. A negative value stands for a longer code: less its top bit it is
-// the index of a node of the same table, where the next bit chooses between two values: a symbol, or again a
-// negative value.
+// Indexed by the next 5 bits: symbol << 3 | length. A negative value stands for a longer code: less its top bit it is
+// the index of a node of the same table, where the next bit chooses between two values: a symbol, or again a negative
+// value.
 inline constexpr int kFirstBits = 5, kDirectBits = 8;
 using DecodeTable = std::array<int16_t, (1 << kFirstBits) + 16>;
 // The same codes indexed by the next 8 bits, so that no walk is left: symbol << 4 | length.
@@ -160,6 +159,6 @@ constexpr DirectTable makeDirectTable(const CodeTable<symbols>& codes) {
   return table;
 }
 
-}  // namespace qelj
+}  // namespace qelj::jpegxr
 
 #endif

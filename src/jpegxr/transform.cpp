@@ -4,77 +4,37 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj {
 namespace {
 
-// One sample, or one vector with a sample of many blocks. Integers wrap in the width of the sample at every
-// step, which is what keeps the lifting reversible over the full range; floats round at every step.
+// One sample, or one vector with a sample of many blocks. Integers wrap in the width of the sample at every step, which
+// is what keeps the lifting reversible over the full range; floats round at every step.
 template <class V>
-struct Value {
-  V v;
+using Value = Wrapping<V>;
+template <class V>
+inline constexpr bool kFloat = std::is_floating_point_v<Lane<V>>;
 
-  static constexpr bool kScalar = std::is_arithmetic_v<V>;
-  static constexpr bool kFloat = [] {
-    if constexpr (kScalar)
-      return std::is_floating_point_v<V>;
-    else
-      return std::is_floating_point_v<simd::Lane<V>>;
-  }();
-
-  friend Value operator+(Value a, Value b) {
-    if constexpr (kFloat)
-      return {a.v + b.v};
-    else if constexpr (kScalar)
-      return {addWrap<V>(a.v, b.v)};
-    else
-      return {simd::addWrap(a.v, b.v)};
-  }
-  friend Value operator-(Value a, Value b) {
-    if constexpr (kFloat)
-      return {a.v - b.v};
-    else if constexpr (kScalar)
-      return {subWrap<V>(a.v, b.v)};
-    else
-      return {simd::subWrap(a.v, b.v)};
-  }
-  friend Value operator-(Value a) {
-    if constexpr (kFloat)
-      return {-a.v};
-    else
-      return Value{V{}} - a;
-  }
-  friend Value plusConstant(Value a, int n) {
-    if constexpr (kScalar)
-      return a + Value{V(n)};
-    else
-      return a + Value{simd::splat<V>(simd::Lane<V>(n))};
-  }
-};
-
-// (x + rounding) >> 1, (3x + rounding) >> 3, (3x + 3) >> 2. In float there is no rounding term, and each is
-// one multiplication.
+// (x + rounding) >> bits. Floats have no rounding term: each of these is one multiplication.
+template <class V>
+inline Value<V> shifted(Value<V> x, int rounding, int bits) {
+  return {shr((rounding ? x + Value<V>{all<V>(Lane<V>(rounding))} : x).v, bits)};
+}
 template <class V>
 inline Value<V> half(Value<V> x, int rounding) {
-  if constexpr (Value<V>::kFloat)
-    return {x.v * 0.5f};
-  else
-    return {V((rounding ? plusConstant(x, rounding) : x).v >> 1)};
+  if constexpr (kFloat<V>) return {x.v * 0.5f};
+  else return shifted(x, rounding, 1);
 }
 template <class V>
 inline Value<V> threeEighths(Value<V> x, int rounding) {
-  if constexpr (Value<V>::kFloat)
-    return {x.v * 0.375f};
-  else
-    return {V(plusConstant(x + x + x, rounding).v >> 3)};
+  if constexpr (kFloat<V>) return {x.v * 0.375f};
+  else return shifted(x + x + x, rounding, 3);
 }
 template <class V>
 inline Value<V> threeQuarters(Value<V> x) {
-  if constexpr (Value<V>::kFloat)
-    return {x.v * 0.75f};
-  else
-    return {V(plusConstant(x + x + x, 3).v >> 2)};
+  if constexpr (kFloat<V>) return {x.v * 0.75f};
+  else return shifted(x + x + x, 3, 2);
 }
 
 // --- the lifting operations, in place ----------------------------------------------------------------------
@@ -228,7 +188,7 @@ inline void ownCells(T* const (&cell)[4], ptrdiff_t step) {
   Value<V> x[4][4];
   for (int r = 0; r < 4; ++r) {
     V v[4];
-    for (int k = 0; k < 4; ++k) v[k] = simd::load<V>(row(cell[k], step, r));
+    for (int k = 0; k < 4; ++k) v[k] = load<V>(row(cell[k], step, r));
     transposeSquares(v);
     for (int c = 0; c < 4; ++c) x[r][c].v = v[c];
   }
@@ -236,7 +196,7 @@ inline void ownCells(T* const (&cell)[4], ptrdiff_t step) {
   for (int r = 0; r < 4; ++r) {
     V v[4] = {x[r][0].v, x[r][1].v, x[r][2].v, x[r][3].v};
     transposeSquares(v);
-    for (int k = 0; k < 4; ++k) simd::store(row(cell[k], step, r), v[k]);
+    for (int k = 0; k < 4; ++k) store(row(cell[k], step, r), v[k]);
   }
 }
 
@@ -255,7 +215,6 @@ inline void ownBlock(T* block, ptrdiff_t step) {
 // leaves a single last column of blocks as it is.
 template <class Direction, class T>
 void ownPCT(T* srcDst, ptrdiff_t step, ptrdiff_t width, ptrdiff_t height) {
-  constexpr ptrdiff_t kSample = sizeof(T);
   if constexpr (std::is_floating_point_v<T>) width &= ~ptrdiff_t(7);
   for (ptrdiff_t y = 0; y < height; y += 16) {
     T* const band = row(srcDst, step, y);
@@ -265,20 +224,19 @@ void ownPCT(T* srcDst, ptrdiff_t step, ptrdiff_t width, ptrdiff_t height) {
       using V = decltype(vector);
       constexpr ptrdiff_t n = simd::kLanes<V>;
       const auto cell = [&](ptrdiff_t across, int down) {
-        return row(row(band, step, 4 * std::min(down, rows - 1)), kSample, x + across * n);
+        return offset(row(band, step, 4 * std::min(down, rows - 1)), x + across * n);
       };
       if (rows == 1)
         for (; x + 4 * n <= width; x += 4 * n)
           ownCells<Direction, V>({cell(0, 0), cell(1, 0), cell(2, 0), cell(3, 0)}, step);
-      for (; x + n <= width; x += n)
-        ownCells<Direction, V>({cell(0, 0), cell(0, 1), cell(0, 2), cell(0, 3)}, step);
+      for (; x + n <= width; x += n) ownCells<Direction, V>({cell(0, 0), cell(0, 1), cell(0, 2), cell(0, 3)}, step);
     };
     if constexpr (simd::kEnabled) {
       if constexpr (simd::kBytes > 16) strip(simd::Vec<T>{});
       strip(simd::Vec<T, 16>{});
     }
     for (; x < width; x += 4)
-      for (int k = 0; k < rows; ++k) ownBlock<Direction>(row(row(band, step, 4 * k), kSample, x), step);
+      for (int k = 0; k < rows; ++k) ownBlock<Direction>(offset(row(band, step, 4 * k), x), step);
   }
 }
 

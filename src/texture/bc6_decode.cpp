@@ -114,8 +114,7 @@ constexpr Runs ownParse(int mode) {
     int last = first;
     if (*p == ':') ++p, last = number();
     p += p[1] ? 2 : 1;  // ] and space
-    if (first >= last)
-      add({endPoint, channel, at, first - last + 1, last});
+    if (first >= last) add({endPoint, channel, at, first - last + 1, last});
     else
       for (int bit = last; bit >= first; --bit) add({endPoint, channel, at, 1, bit});
   }
@@ -133,27 +132,21 @@ Ends ownReadFields(const Bits& bits) {
     const auto read = [&]<size_t kRun>() {
       constexpr Run kOf = kRuns<kMode>.of[kRun];
       const auto value = int32_t(bits.at(kOf.from, kOf.count)) << kOf.to;
-      if constexpr (kOf.channel == kShapeChannel)
-        ends.shape |= value;
-      else
-        ends.of[kOf.endPoint][kOf.channel] |= value;
+      if constexpr (kOf.channel == kShapeChannel) ends.shape |= value;
+      else ends.of[kOf.endPoint][kOf.channel] |= value;
     };
     (read.template operator()<i>(), ...);
-  }
-  (std::make_index_sequence<size_t(kRuns<kMode>.count)>{});
+  }(std::make_index_sequence<size_t(kRuns<kMode>.count)>{});
   return ends;
 }
 constexpr auto kReadFields = []<size_t... mode>(std::index_sequence<mode...>) {
   return std::array{ownReadFields<int(mode)>...};
-}
-(std::make_index_sequence<size_t(kModeCount)>{});
+}(std::make_index_sequence<size_t(kModeCount)>{});
 
 template <int kRegions>
 uint64_t ownIndices(const Bits& bits, const bc7::Shape& shape) {
-  if constexpr (kRegions == 1)
-    return insertAnchorBit<4>(bits.at(65, 63), 0);
-  else
-    return insertAnchorBit<3>(insertAnchorBit<3>(bits.at(82, 46), 0), shape.anchors[1]);
+  if constexpr (kRegions == 1) return insertAnchorBit<4>(bits.at(65, 63), 0);
+  else return insertAnchorBit<3>(insertAnchorBit<3>(bits.at(82, 46), 0), shape.anchors[1]);
 }
 
 // --- scalar form -------------------------------------------------------------------------------------------
@@ -169,9 +162,7 @@ int32_t ownUnquantise(int32_t value, int bits) {
   if constexpr (kSigned) {
     if (bits >= 16) return value;
     const int n = bits - 1, magnitude = std::abs(value);
-    const int32_t wide = magnitude == 0              ? 0
-                         : magnitude == (1 << n) - 1 ? 0x7FFF
-                                                     : ((magnitude << 15) + 0x4000) >> n;
+    const int32_t wide = magnitude == 0 ? 0 : magnitude == (1 << n) - 1 ? 0x7FFF : ((magnitude << 15) + 0x4000) >> n;
     return value < 0 ? -wide : wide;
   } else {
     if (bits >= 15 || value == 0) return value;
@@ -182,10 +173,8 @@ int32_t ownUnquantise(int32_t value, int bits) {
 // To the bit pattern of a half: 31/64 of the unsigned range, 31/32 of the signed magnitude below the sign.
 template <bool kSigned>
 uint16_t ownFinish(int32_t value) {
-  if constexpr (kSigned)
-    return uint16_t((31 * std::abs(value)) >> 5 | (value < 0 ? 0x8000 : 0));
-  else
-    return uint16_t((31 * value) >> 6);
+  if constexpr (kSigned) return uint16_t((31 * std::abs(value)) >> 5 | (value < 0 ? 0x8000 : 0));
+  else return uint16_t((31 * value) >> 6);
 }
 
 template <bool kSigned, int kRegions>
@@ -209,8 +198,7 @@ void ownDecodeBlock(const Bits& bits, const Mode& mode, Ends ends, uint8_t* dst,
     const int w = bc7::weights<kIndexBits>()[indexAt<kIndexBits>(indices, i)], region = shape.subset(i);
     for (int c = 0; c < 3; ++c) {
       const int32_t a = ends.of[2 * region][c], b = ends.of[2 * region + 1][c];
-      store(row(dst, dstStep, i / 4) + 6 * (i % 4) + 2 * c,
-            ownFinish<kSigned>(((64 - w) * a + w * b + 32) >> 6));
+      store(row(dst, dstStep, i / 4) + 6 * (i % 4) + 2 * c, ownFinish<kSigned>(((64 - w) * a + w * b + 32) >> 6));
     }
   }
 }
@@ -228,8 +216,8 @@ inline E ownUnquantise(E value, int bits) {
   const E sign = kSigned ? E(value < 0) : E{}, magnitude = (value ^ sign) - sign;
   constexpr int kTop = kSigned ? 15 : 16;
   E wide = ((magnitude << kTop) + (1 << (kTop - 1))) >> n;
-  wide = simd::select(E(magnitude == (1 << n) - 1), E{} + ((1 << kTop) - 1), wide);
-  wide = simd::select(E(magnitude == 0), E{}, wide);
+  wide = select(E(magnitude == (1 << n) - 1), E{} + ((1 << kTop) - 1), wide);
+  wide = select(E(magnitude == 0), E{}, wide);
   return (wide ^ sign) - sign;
 }
 
@@ -242,14 +230,11 @@ inline V ownFinish(V value) {
 
 template <class Vector>
 inline V ownRepeat(Vector v) {
-  if constexpr (sizeof(V) == sizeof(Vector))
-    return v;
-  else
-    return simd::join(v, v);
+  if constexpr (sizeof(V) == sizeof(Vector)) return v;
+  else return simd::join(v, v);
 }
 
-// The weights of palette entries i + 2 block + j, for a vector i of two: packed, the two vectors are in
-// order.
+// The weights of palette entries i + 2 block + j, for a vector i of two: packed, the two vectors are in order.
 template <int kIndexBits>
 struct PaletteWeights {
   alignas(32) int32_t of[16 / (2 * kAcross)][2][4 * kAcross];
@@ -264,21 +249,19 @@ template <int kIndexBits>
 [[maybe_unused]] constexpr PaletteWeights<kIndexBits> kPaletteWeights;
 
 template <bool kSigned, int kRegions>
-inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw, uint8_t* dst,
-                             ptrdiff_t dstStep) {
+inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr int kIndexBits = kRegions == 2 ? 3 : 4;
   E ends[2 * kRegions];
-  for (int e = 0; e < 2 * kRegions; ++e) ends[e] = simd::load<E>(raw.of[e]);
+  for (int e = 0; e < 2 * kRegions; ++e) ends[e] = load<E>(raw.of[e]);
   if (mode.transformed()) {
     // The last lane holds nothing, and does what its neighbour does.
     const E unused = 32 - E{mode.deltaBits[0], mode.deltaBits[1], mode.deltaBits[2], mode.deltaBits[2]};
     for (int e = 1; e < 2 * kRegions; ++e)
-      ends[e] =
-          (ends[0] + ((E)((simd::Vec<uint32_t, 16>)ends[e] << (simd::Vec<uint32_t, 16>)unused) >> unused)) &
-          ((1 << mode.bits) - 1);
+      ends[e] = (ends[0] + ((E)((simd::Vec<uint32_t, 16>)ends[e] << (simd::Vec<uint32_t, 16>)unused) >> unused)) &
+                ((1 << mode.bits) - 1);
   }
   for (E& end : ends) {
-    if constexpr (kSigned) end = simd::shlWrap(end, 32 - mode.bits) >> (32 - mode.bits);
+    if constexpr (kSigned) end = shlWrap(end, 32 - mode.bits) >> (32 - mode.bits);
     end = ownUnquantise<kSigned>(end, mode.bits);
   }
 
@@ -288,17 +271,17 @@ inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw
     const int region = kRegions == 2 ? i / 8 : 0;
     const V a = ownRepeat(ends[2 * region]), b = ownRepeat(ends[2 * region + 1]);
     const auto entries = [&](int j) {
-      const V w = simd::load<V>(kPaletteWeights<kIndexBits>.of[i / (2 * kAcross)][j]);
+      const V w = load<V>(kPaletteWeights<kIndexBits>.of[i / (2 * kAcross)][j]);
       return ownFinish<kSigned>(((a << 6) + w * (b - a) + 32) >> 6);
     };
-    simd::store(palette + i, simd::packU16(entries(0), entries(1)));
+    store(palette + i, simd::packU16(entries(0), entries(1)));
   }
 
   const bc7::Shape& shape = bc7::shape<kRegions>(raw.shape);
   B entry = unpackIndices<kIndexBits, 0>((B)simd::Vec<uint64_t, 16>{ownIndices<kRegions>(bits, shape), 0});
-  if constexpr (kRegions == 2) entry |= (simd::load<B>(shape.subsets) & uint8_t(1)) << 3;
+  if constexpr (kRegions == 2) entry |= (load<B>(shape.subsets) & uint8_t(1)) << 3;
   uint8_t entries[16];
-  simd::store(entries, entry);
+  store(entries, entry);
   for (int y = 0; y < 4; ++y) {
     const auto at = [&](int x) { return palette[entries[4 * y + x]]; };
     uint8_t* to = row(dst, dstStep, y);
@@ -322,29 +305,25 @@ struct Bc6 {
     const Bits bits(src);
     const Mode& mode = kModes[number];
     const Ends ends = kReadFields[size_t(number)](bits);
-    if (mode.regions == 2)
-      decode<2>(bits, mode, ends, dst, dstStep);
-    else
-      decode<1>(bits, mode, ends, dst, dstStep);
+    if (mode.regions == 2) decode<2>(bits, mode, ends, dst, dstStep);
+    else decode<1>(bits, mode, ends, dst, dstStep);
   }
   template <int kRegions>
   static void decode(const Bits& bits, const Mode& mode, const Ends& ends, uint8_t* dst, ptrdiff_t dstStep) {
-    if constexpr (simd::kEnabled)
-      ownDecodeVectors<kSigned, kRegions>(bits, mode, ends, dst, dstStep);
-    else
-      ownDecodeBlock<kSigned, kRegions>(bits, mode, ends, dst, dstStep);
+    if constexpr (simd::kEnabled) ownDecodeVectors<kSigned, kRegions>(bits, mode, ends, dst, dstStep);
+    else ownDecodeBlock<kSigned, kRegions>(bits, mode, ends, dst, dstStep);
   }
 };
 
 }  // namespace
 }  // namespace texture
 
-QelStatus qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(const uint8_t* src, uint16_t* dst, int32_t dstStep,
-                                                    int32_t width, int32_t height) {
+QelStatus qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(const uint8_t* src, uint16_t* dst, int32_t dstStep, int32_t width,
+                                                    int32_t height) {
   return texture::decodeBlocks<texture::Bc6<false>>(src, dst, dstStep, {width, height});
 }
-QelStatus qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* src, int16_t* dst, int32_t dstStep,
-                                                    int32_t width, int32_t height) {
+QelStatus qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* src, int16_t* dst, int32_t dstStep, int32_t width,
+                                                    int32_t height) {
   return texture::decodeBlocks<texture::Bc6<true>>(src, dst, dstStep, {width, height});
 }
 

@@ -32,8 +32,7 @@ struct Fields {
       : shape(bc7::shape<kOf.subsets>(int(bits.at(kLayout.partition, kOf.partitionBits)))),
         rotation(int(bits.at(kLayout.rotation, kOf.rotationBits))),
         exchanged(bits.at(kLayout.indexSelection, kOf.indexSelectionBits) != 0),
-        indices(
-            insertAnchorBit<kOf.indexBits>(bits.at(kLayout.indices, 16 * kOf.indexBits - kOf.subsets), 0)),
+        indices(insertAnchorBit<kOf.indexBits>(bits.at(kLayout.indices, 16 * kOf.indexBits - kOf.subsets), 0)),
         second(0) {
     if constexpr (kOf.subsets == 2) indices = insertAnchorBit<kOf.indexBits>(indices, shape.anchors[1]);
     if constexpr (kOf.subsets == 3) {
@@ -41,17 +40,14 @@ struct Fields {
       indices = insertAnchorBit<kOf.indexBits>(insertAnchorBit<kOf.indexBits>(indices, first), last);
     }
     if constexpr (kOf.secondIndexBits != 0)
-      second = insertAnchorBit<kOf.secondIndexBits>(
-          bits.at(kLayout.secondIndices, 16 * kOf.secondIndexBits - 1), 0);
+      second = insertAnchorBit<kOf.secondIndexBits>(bits.at(kLayout.secondIndices, 16 * kOf.secondIndexBits - 1), 0);
   }
 };
 
 // --- scalar form -------------------------------------------------------------------------------------------
 
 // Moves an n-bit value to the top of a byte and repeats its high bits below.
-[[maybe_unused]] constexpr int ownExpand(int value, int bits) {
-  return value << (8 - bits) | value >> (2 * bits - 8);
-}
+[[maybe_unused]] constexpr int ownExpand(int value, int bits) { return value << (8 - bits) | value >> (2 * bits - 8); }
 
 template <int kMode>
 void ownDecodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
@@ -95,10 +91,8 @@ using S16 = simd::Vec<int16_t, 16>;
 
 template <class Block>
 inline V ownRepeat(Block v) {
-  if constexpr (sizeof(V) == sizeof(Block))
-    return v;
-  else
-    return simd::join(v, v);
+  if constexpr (sizeof(V) == sizeof(Block)) return v;
+  else return simd::join(v, v);
 }
 
 // Where a subset's end-points lie, in 16-bit lanes r0 r1 g0 g1 b0 b1 a0 a1: the two bytes that hold a value,
@@ -138,13 +132,12 @@ inline S16 ownEndPoints(B block) {
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
   const EndPointLanes& lanes = kEndPointLanes<kMode, kSubset>;
   const auto at = [](const uint16_t(&of)[8]) { return simd::blockLanes<B16>(of); };
-  B16 values =
-      ((B16)shuffleBytes(block, simd::blockPattern<B>(lanes.bytes)) * at(lanes.toTop)) & at(lanes.top);
+  B16 values = ((B16)shuffleBytes(block, simd::blockPattern<B>(lanes.bytes)) * at(lanes.toTop)) & at(lanes.top);
   if constexpr (kOf.pBits() != 0) {
     const B16 p = (B16)shuffleBytes(block, simd::blockPattern<B>(lanes.pBytes)) * at(lanes.pToTop);
     values |= (p & uint16_t(0x8000)) >> kOf.colourBits;
   }
-  values = simd::mulHi(values, at(lanes.expand));
+  values = mulHi(values, at(lanes.expand));
   if constexpr (kOf.alphaBits == 0) values |= at(lanes.opaque);
   return (S16)values;
 }
@@ -157,14 +150,13 @@ template <int kBits>
 inline WeightPairs ownWeights(uint64_t indices) {
   uint8_t table[16];
   for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
-  const B w = shuffleBytes(simd::blockPattern<B>(table),
-                           unpackIndices<kBits, 0>((B)simd::Vec<uint64_t, 16>{indices, 0}));
+  const B w =
+      shuffleBytes(simd::blockPattern<B>(table), unpackIndices<kBits, 0>((B)simd::Vec<uint64_t, 16>{indices, 0}));
   return {simd::unpackLow(uint8_t(64) - w, w), simd::unpackHigh(uint8_t(64) - w, w)};
 }
 
-// Spreads what is known of a pixel over the 8 bytes r0 r1 g0 g1 b0 b1 a0 a1 of its interpolation. Vector
-// `half` of a step holds pixels 2 half and 2 half + 1 of a row in each 16 bytes, so that a pack of both gives
-// whole rows.
+// Spreads what is known of a pixel over the 8 bytes r0 r1 g0 g1 b0 b1 a0 a1 of its interpolation. Vector `half` of a
+// step holds pixels 2 half and 2 half + 1 of a row in each 16 bytes, so that a pack of both gives whole rows.
 struct Spread {
   alignas(32) uint8_t pixel[4 / kAcross][2][simd::kBytes] = {};   // from 16 bytes, one a pixel
   alignas(32) uint8_t weight[4 / kAcross][2][simd::kBytes] = {};  // from 8 pairs of weights
@@ -195,7 +187,7 @@ template <int kMode>
 inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
   const Fields<kMode> fields{Bits(src)};
-  const B block = simd::load<B>(src);
+  const B block = load<B>(src);
 
   // End-points of subsets 0 and 1, and of subset 2, 8 bytes each.
   const S16 first = ownEndPoints<kMode, 0>(block);
@@ -203,7 +195,7 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
   if constexpr (kOf.subsets > 1) second = ownEndPoints<kMode, 1>(block);
   if constexpr (kOf.subsets > 2) third = ownEndPoints<kMode, 2>(block);
   const V ends = ownRepeat(simd::packU8(first, second)), ends2 = ownRepeat(simd::packU8(third, third));
-  const V offsets = ownRepeat((simd::load<B>(fields.shape.subsets) & uint8_t(3)) * uint8_t(8));
+  const V offsets = ownRepeat((load<B>(fields.shape.subsets) & uint8_t(3)) * uint8_t(8));
 
   WeightPairs colour = ownWeights<kOf.indexBits>(fields.indices), alpha = colour;
   if constexpr (kOf.secondIndexBits != 0) {
@@ -214,33 +206,30 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
   for (int step = 0; step < 4 / kAcross; ++step) {
     const auto half = [&](int h) {
       const auto weightsOf = [&](const WeightPairs& pairs, const uint8_t* spread) {
-        return shuffleBytes(ownRepeat(kAcross * step < 2 ? pairs.low : pairs.high), simd::load<V>(spread));
+        return shuffleBytes(ownRepeat(kAcross * step < 2 ? pairs.low : pairs.high), load<V>(spread));
       };
       V weights;
-      if constexpr (kOf.secondIndexBits == 0)
-        weights = weightsOf(colour, kSpread.weight[step][h]);
-      else
-        weights = weightsOf(colour, kSpread.colour[step][h]) | weightsOf(alpha, kSpread.alpha[step][h]);
+      if constexpr (kOf.secondIndexBits == 0) weights = weightsOf(colour, kSpread.weight[step][h]);
+      else weights = weightsOf(colour, kSpread.colour[step][h]) | weightsOf(alpha, kSpread.alpha[step][h]);
 
       V pairs = ends;
       if constexpr (kOf.subsets > 1) {
-        const V at = shuffleBytes(offsets, simd::load<V>(kSpread.pixel[step][h])) +
+        const V at = shuffleBytes(offsets, load<V>(kSpread.pixel[step][h])) +
                      simd::blockPattern({0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7});
         pairs = shuffleBytes(ends, at);
-        if constexpr (kOf.subsets > 2) pairs = simd::select((simd::I8)at > int8_t(15), ends2, pairs);
+        if constexpr (kOf.subsets > 2) pairs = select((simd::I8)at > int8_t(15), ends2, pairs);
       }
       // (sum + 32) >> 6
-      return simd::mulHiRound(simd::mulAddBytes(pairs, (simd::I8)weights), simd::splat<simd::I16>(512));
+      return mulHiRound(simd::mulAddBytes(pairs, (simd::I8)weights), all<simd::I16>(512));
     };
     V pixels = simd::packU8(half(0), half(1));
-    if constexpr (kOf.rotationBits != 0)
-      pixels = shuffleBytes(pixels, simd::blockPattern(kRotations[fields.rotation]));
+    if constexpr (kOf.rotationBits != 0) pixels = shuffleBytes(pixels, simd::blockPattern(kRotations[fields.rotation]));
     uint8_t* to = row(dst, dstStep, kAcross * step);
     if constexpr (kAcross == 1) {
-      simd::store(to, pixels);
+      store(to, pixels);
     } else {
-      simd::store(to, simd::lower(pixels));
-      simd::store(row(to, dstStep, 1), simd::upper(pixels));
+      store(to, simd::lower(pixels));
+      store(row(to, dstStep, 1), simd::upper(pixels));
     }
   }
 }
@@ -249,10 +238,8 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
 
 template <int kMode>
 void ownDecode(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-  if constexpr (simd::kShuffles)
-    ownDecodeVectors<kMode>(src, dst, dstStep);
-  else
-    ownDecodeBlock<kMode>(src, dst, dstStep);
+  if constexpr (simd::kShuffles) ownDecodeVectors<kMode>(src, dst, dstStep);
+  else ownDecodeBlock<kMode>(src, dst, dstStep);
 }
 
 struct Bc7 {
@@ -284,8 +271,7 @@ struct Bc7 {
 }  // namespace
 }  // namespace texture
 
-QelStatus qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep,
-                                                    QelSize size) {
+QelStatus qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
   return texture::decodeBlocks<texture::Bc7>(src, dst, dstStep, size);
 }
 

@@ -2,10 +2,9 @@
 // shape, a pair of end-points for each subset) is judged by decoding it with the format's own arithmetic, so
 // that errors are exact: the squared difference over red, green, blue and alpha, all weighing the same.
 //
-// A candidate starts from the line through its pixels' main axis. Indices and end-points then improve each
-// other: indices are the nearest points on the line, end-points the least-squares solution for the indices,
-// p-bits those whose rounded end-points are nearest. Shapes are ranked by the error that the best lines
-// through their subsets would leave.
+// A candidate starts from the line through its pixels' main axis. Indices and end-points then improve each other:
+// indices are the nearest points on the line, end-points the least-squares solution for the indices, p-bits those whose
+// rounded end-points are nearest. Shapes are ranked by the error that the best lines through their subsets would leave.
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -32,22 +31,20 @@ using F32x4 = simd::Vec<float, 16>;
 // The sums of the lanes of four vectors.
 inline I32x4 ownSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
   using I64x4 = simd::Vec<int64_t, 32>;
-  const I32x8 ab = simd::unpackLow(a, b) + simd::unpackHigh(a, b),
-              cd = simd::unpackLow(c, d) + simd::unpackHigh(c, d);
-  const I32x8 all =
-      (I32x8)simd::unpackLow((I64x4)ab, (I64x4)cd) + (I32x8)simd::unpackHigh((I64x4)ab, (I64x4)cd);
+  const I32x8 ab = simd::unpackLow(a, b) + simd::unpackHigh(a, b), cd = simd::unpackLow(c, d) + simd::unpackHigh(c, d);
+  const I32x8 all = (I32x8)simd::unpackLow((I64x4)ab, (I64x4)cd) + (I32x8)simd::unpackHigh((I64x4)ab, (I64x4)cd);
   return simd::lower(all) + simd::upper(all);
 }
 inline F32x8 ownBroadcast(float x) { return F32x8{x, x, x, x, x, x, x, x}; }
-inline F32x8 ownMin(F32x8 a, F32x8 b) { return simd::select(a < b, a, b); }
-inline F32x8 ownMax(F32x8 a, F32x8 b) { return simd::select(a > b, a, b); }
+inline F32x8 ownMin(F32x8 a, F32x8 b) { return select(a < b, a, b); }
+inline F32x8 ownMax(F32x8 a, F32x8 b) { return select(a > b, a, b); }
 // x / y, and 0 for a y of 0. There is no division by 0 to raise a flag, or to trap, where a compiler computes both
 // sides of a choice.
 inline float ownRatio(float x, float y) { return (y > 0 ? x : 0) / (y > 0 ? y : 1); }
 inline float ownLowest(F32x8 v) {
   F32x4 half = simd::lower(v);
   const F32x4 other = simd::upper(v);
-  half = simd::select(half < other, half, other);
+  half = select(half < other, half, other);
   const float a = half[0] < half[1] ? half[0] : half[1], b = half[2] < half[3] ? half[2] : half[3];
   return a < b ? a : b;
 }
@@ -60,8 +57,8 @@ struct Block {
 
   void floatChannels() {
     for (int c = 0; c < 4; ++c) {
-      low[c] = simd::convert<float>(simd::convert<int32_t>(simd::lower(channel[c])));
-      high[c] = simd::convert<float>(simd::convert<int32_t>(simd::upper(channel[c])));
+      low[c] = convert<float>(convert<int32_t>(simd::lower(channel[c])));
+      high[c] = convert<float>(convert<int32_t>(simd::upper(channel[c])));
     }
   }
 };
@@ -69,9 +66,9 @@ struct Block {
 inline Block ownLoad(const uint8_t* src, ptrdiff_t step) {
   using U8x16 = simd::Vec<uint8_t, 16>;
   const auto planar = [&](int y) {  // four bytes of each channel
-    const U8x16 pixels = simd::load<U8x16>(row(src, step, y));
-    return (I32x4)simd::shuffleBytes(
-        pixels, simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}));
+    const U8x16 pixels = load<U8x16>(row(src, step, y));
+    return (I32x4)simd::shuffleBytes(pixels,
+                                     simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}));
   };
   using I64x2 = simd::Vec<int64_t, 16>;
   const I32x4 r0 = planar(0), r1 = planar(1), r2 = planar(2), r3 = planar(3);
@@ -80,7 +77,7 @@ inline Block ownLoad(const uint8_t* src, ptrdiff_t step) {
   const I64x2 planes[4] = {simd::unpackLow(low01, low23), simd::unpackHigh(low01, low23),
                            simd::unpackLow(high01, high23), simd::unpackHigh(high01, high23)};
   Block block;
-  for (int c = 0; c < 4; ++c) block.channel[c] = simd::convert<int16_t>((U8x16)planes[c]);
+  for (int c = 0; c < 4; ++c) block.channel[c] = convert<int16_t>((U8x16)planes[c]);
   return block;
 }
 
@@ -102,15 +99,12 @@ inline F32x4 ownAxis(const Moments& m) {
     for (int c = 0; c < 4; ++c) largest = largest < std::abs(axis[c]) ? std::abs(axis[c]) : largest;
     if (largest == 0) return F32x4{};
     axis = axis * (1 / largest);
-    if (i < 3)
-      axis =
-          (m.column[0] * axis[0] + m.column[1] * axis[1]) + (m.column[2] * axis[2] + m.column[3] * axis[3]);
+    if (i < 3) axis = (m.column[0] * axis[0] + m.column[1] * axis[1]) + (m.column[2] * axis[2] + m.column[3] * axis[3]);
   }
   return axis;
 }
 
-// The ends of the line along the axis that holds all pixels of the subset: end 0 in lanes 0 to 3, end 1 in 4
-// to 7.
+// The ends of the line along the axis that holds all pixels of the subset: end 0 in lanes 0 to 3, end 1 in 4 to 7.
 inline F32x8 ownLine(const Block& block, const Moments& m, Pixels16 mask) {
   const F32x4 axis = ownAxis(m), mean = m.sum * (1 / m.count);
   F32x8 low{}, high{};
@@ -118,12 +112,10 @@ inline F32x8 ownLine(const Block& block, const Moments& m, Pixels16 mask) {
     low += (block.low[c] - ownBroadcast(mean[c])) * ownBroadcast(axis[c]);
     high += (block.high[c] - ownBroadcast(mean[c])) * ownBroadcast(axis[c]);
   }
-  const I32x8 inLow = simd::convert<int32_t>(simd::lower(mask)),
-              inHigh = simd::convert<int32_t>(simd::upper(mask));
+  const I32x8 inLow = convert<int32_t>(simd::lower(mask)), inHigh = convert<int32_t>(simd::upper(mask));
   const F32x8 huge = ownBroadcast(1e30f);
-  const float lowest = ownLowest(ownMin(simd::select(inLow, low, huge), simd::select(inHigh, high, huge)));
-  const float highest =
-      -ownLowest(ownMin(simd::select(inLow, -low, huge), simd::select(inHigh, -high, huge)));
+  const float lowest = ownLowest(ownMin(select(inLow, low, huge), select(inHigh, high, huge)));
+  const float highest = -ownLowest(ownMin(select(inLow, -low, huge), select(inHigh, -high, huge)));
   const F32x4 square = axis * axis;
   const float length = (square[0] + square[1]) + (square[2] + square[3]);
   const float scale = ownRatio(1, length);
@@ -150,28 +142,25 @@ inline EndPoints ownQuantise(F32x8 ends) {
   ends = ownMin(ownMax(ends, F32x8{}), ownBroadcast(255));
   const F32x8 scaled = ends * ownBroadcast(float((1 << kAll) - 1) / 255.0f);
   const auto expand = [](I32x8 v) {
-    if constexpr (kAll == 8)
-      return v;
-    else
-      return v << (8 - kAll) | v >> (2 * kAll - 8);
+    if constexpr (kAll == 8) return v;
+    else return v << (8 - kAll) | v >> (2 * kAll - 8);
   };
   if constexpr (kPBits == PBits::none) {
-    const I32x8 fields = simd::roundToInt(scaled);
+    const I32x8 fields = roundToInt(scaled);
     return {fields, expand(fields), {0, 0}};
   } else {
     EndPoints with[2];
     F32x8 error[2];
     for (int p = kPBits == PBits::ones ? 1 : 0; p < 2; ++p) {
-      I32x8 fields = simd::roundToInt((scaled - ownBroadcast(float(p))) * ownBroadcast(0.5f));
-      fields = simd::min(simd::max(fields, I32x8{}), I32x8{} + kTop);
+      I32x8 fields = roundToInt((scaled - ownBroadcast(float(p))) * ownBroadcast(0.5f));
+      fields = min(max(fields, I32x8{}), I32x8{} + kTop);
       with[p] = {fields, expand(fields * 2 + p), {p, p}};
-      error[p] = simd::convert<float>(with[p].expanded) - ends;
+      error[p] = convert<float>(with[p].expanded) - ends;
       error[p] *= error[p];
     }
     if constexpr (kPBits == PBits::ones) return with[1];
     const F32x8 gain = error[0] - error[1];  // of p = 1
-    const float first = (gain[0] + gain[1]) + (gain[2] + gain[3]),
-                second = (gain[4] + gain[5]) + (gain[6] + gain[7]);
+    const float first = (gain[0] + gain[1]) + (gain[2] + gain[3]), second = (gain[4] + gain[5]) + (gain[6] + gain[7]);
     if constexpr (kPBits == PBits::shared) return with[first + second > 0];
     const bool p0 = first > 0, p1 = second > 0;
     return {simd::join(simd::lower(with[p0].fields), simd::upper(with[p1].fields)),
@@ -206,8 +195,8 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
   // Place on the line: p . factor - offset, of each subset.
   float factor[kSubsets][4], offset[kSubsets];
   for (int s = 0; s < kSubsets; ++s) {
-    const F32x4 e0 = simd::convert<float>(simd::lower(ends[s].expanded));
-    const F32x4 d = simd::convert<float>(simd::upper(ends[s].expanded)) - e0;
+    const F32x4 e0 = convert<float>(simd::lower(ends[s].expanded));
+    const F32x4 d = convert<float>(simd::upper(ends[s].expanded)) - e0;
     float length = 0, start = 0;
     for (int c = kFirst; c < kFirst + kCount; ++c) length += d[c] * d[c], start += e0[c] * d[c];
     const float scale = ownRatio(kTop, length);
@@ -216,11 +205,9 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
   }
   F32x8 low, high;
   I32x8 inLow{}, inHigh{};
-  const auto pick = [&](I32x8 mask, float a, float b) {
-    return simd::select(mask, ownBroadcast(b), ownBroadcast(a));
-  };
+  const auto pick = [&](I32x8 mask, float a, float b) { return select(mask, ownBroadcast(b), ownBroadcast(a)); };
   if constexpr (kSubsets == 2) {
-    inLow = simd::convert<int32_t>(simd::lower(second)), inHigh = simd::convert<int32_t>(simd::upper(second));
+    inLow = convert<int32_t>(simd::lower(second)), inHigh = convert<int32_t>(simd::upper(second));
     low = -pick(inLow, offset[0], offset[1]), high = -pick(inHigh, offset[0], offset[1]);
   } else {
     low = high = -ownBroadcast(offset[0]);
@@ -235,8 +222,8 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
     }
   }
   Judgement j;
-  j.indices = simd::orderPacked(simd::packI16(simd::roundToInt(low), simd::roundToInt(high)));
-  j.indices = simd::min(simd::max(j.indices, Pixels16{}), Pixels16{} + int16_t(kTop));
+  j.indices = simd::orderPacked(simd::packI16(roundToInt(low), roundToInt(high)));
+  j.indices = min(max(j.indices, Pixels16{}), Pixels16{} + int16_t(kTop));
   const Pixels16 w = ownWeights<kIndexBits>(j.indices);
 
   I32x8 error{};
@@ -244,9 +231,8 @@ inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets],
     Pixels16 start = Pixels16{} + int16_t(ends[0].expanded[c] * 64 + 32);
     Pixels16 slope = Pixels16{} + int16_t(ends[0].expanded[c + 4] - ends[0].expanded[c]);
     if constexpr (kSubsets == 2) {
-      start = simd::select(second, Pixels16{} + int16_t(ends[1].expanded[c] * 64 + 32), start);
-      slope =
-          simd::select(second, Pixels16{} + int16_t(ends[1].expanded[c + 4] - ends[1].expanded[c]), slope);
+      start = select(second, Pixels16{} + int16_t(ends[1].expanded[c] * 64 + 32), start);
+      slope = select(second, Pixels16{} + int16_t(ends[1].expanded[c + 4] - ends[1].expanded[c]), slope);
     }
     const Pixels16 d = ((start + w * slope) >> 6) - block.channel[c];
     error += simd::mulAddPairs(d, d);
@@ -292,8 +278,8 @@ struct Candidate {
 // Fits one part of a block (some channels, all pixels or two subsets) in a few rounds; the best round is left
 // in ends and indices.
 template <int kBits, PBits kPBits, int kFirst, int kCount, int kIndexBits, int kSubsets>
-inline int32_t ownFit(const Block& block, const Moments (&m)[kSubsets], F32x8 (&lines)[kSubsets],
-                      Pixels16 second, int rounds, EndPoints (&best)[kSubsets], Pixels16& indices) {
+inline int32_t ownFit(const Block& block, const Moments (&m)[kSubsets], F32x8 (&lines)[kSubsets], Pixels16 second,
+                      int rounds, EndPoints (&best)[kSubsets], Pixels16& indices) {
   indices = Pixels16{};
   int32_t lowest = std::numeric_limits<int32_t>::max();
   for (int round = 0; round < rounds; ++round) {
@@ -322,8 +308,8 @@ inline void ownTry(const Block& block, const Moments (&m)[kSubsets], int shape, 
     lines[s] = ownLine(block, m[s], kSubsets == 1 ? ~Pixels16{} : s ? second : ~second);
   EndPoints ends[kSubsets]{};
   Pixels16 indices;
-  const int32_t error = ownFit<kOf.colourBits, kPBits, 0, kCount, kOf.indexBits, kSubsets>(
-      block, m, lines, second, rounds, ends, indices);
+  const int32_t error = ownFit<kOf.colourBits, kPBits, 0, kCount, kOf.indexBits, kSubsets>(block, m, lines, second,
+                                                                                           rounds, ends, indices);
   if (error >= best.error) return;
   best.error = error, best.mode = kMode, best.shape = shape, best.rotation = best.selection = 0;
   for (int s = 0; s < kSubsets; ++s) best.colour[s] = ends[s];
@@ -343,15 +329,15 @@ inline void ownTrySeparate(const Block& block, const Moments& all, int rotation,
   F32x8 lines[1] = {ownLine(block, colour, ~Pixels16{})};
   EndPoints ends[1]{}, alphaEnds[1]{};
   Pixels16 indices, alphaIndices;
-  int32_t error = ownFit<kOf.colourBits, PBits::none, 0, 3, kColourIndexBits, 1>(block, m, lines, Pixels16{},
-                                                                                 3, ends, indices);
+  int32_t error =
+      ownFit<kOf.colourBits, PBits::none, 0, 3, kColourIndexBits, 1>(block, m, lines, Pixels16{}, 3, ends, indices);
   if (error >= best.error) return;
 
   const float lowest = ownLowest(ownMin(block.low[3], block.high[3]));
   const float highest = -ownLowest(ownMin(-block.low[3], -block.high[3]));
   F32x8 alphaLine[1] = {{0, 0, 0, lowest, 0, 0, 0, highest}};
-  error += ownFit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1>(block, m, alphaLine, Pixels16{}, 2,
-                                                                        alphaEnds, alphaIndices);
+  error += ownFit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1>(block, m, alphaLine, Pixels16{}, 2, alphaEnds,
+                                                                        alphaIndices);
   if (error >= best.error) return;
   best.error = error, best.mode = kMode, best.shape = 0, best.rotation = rotation;
   best.selection = kColourIndexBits == kOf.indexBits ? 0 : 1;
@@ -361,8 +347,7 @@ inline void ownTrySeparate(const Block& block, const Moments& all, int rotation,
 
 // --- ranking shapes ----------------------------------------------------------------------------------------
 
-// For every pair of pixels, the 64 shapes' membership in subset 1 as pairs of 0 and 1; and the masks of the
-// shapes.
+// For every pair of pixels, the 64 shapes' membership in subset 1 as pairs of 0 and 1; and the masks of the shapes.
 struct ShapeTables {
   alignas(32) int16_t pairs[8][8][16] = {};  // [pixel pair][group of 8 shapes][lane]
   alignas(32) int16_t masks[64][16] = {};
@@ -400,10 +385,9 @@ inline void ownMeasureShapes(const Block& block, ShapeMoments<kChannels>& m) {
     std::memcpy(pairs, &values, sizeof pairs);
     for (int pair = 0; pair < 8; ++pair) {
       const Pixels16 both = (Pixels16)(I32x8{} + pairs[pair]);
-      for (int g = 0; g < 8; ++g)
-        group[g] += simd::mulAddPairs(simd::load<Pixels16>(kShapes.pairs[pair][g]), both);
+      for (int g = 0; g < 8; ++g) group[g] += simd::mulAddPairs(load<Pixels16>(kShapes.pairs[pair][g]), both);
     }
-    for (int g = 0; g < 8; ++g) simd::store(of + 8 * g, group[g]);
+    for (int g = 0; g < 8; ++g) store(of + 8 * g, group[g]);
     const I32x8 all = simd::mulAddPairs(values, Pixels16{} + int16_t(1));
     total = ownSums(all, all, all, all)[0];
   };
@@ -418,8 +402,8 @@ inline void ownMeasureShapes(const Block& block, ShapeMoments<kChannels>& m) {
   for (int b = 0; b < kChannels; ++b)
     for (int a = 0; a <= b; ++a) {
       // The product's 17 bits with a sign, one less.
-      const Pixels16 low = simd::mulWrap(centred[a], centred[b]), high = simd::mulHi(centred[a], centred[b]);
-      const Pixels16 half = (Pixels16)((Words)low >> 1) | simd::shlWrap(high, 15);
+      const Pixels16 low = mulWrap(centred[a], centred[b]), high = mulHi(centred[a], centred[b]);
+      const Pixels16 half = (Pixels16)((Words)low >> 1) | shlWrap(high, 15);
       constexpr auto index = ShapeMoments<kChannels>::index;
       measure(half, m.product[index(a, b)], m.totalProduct[index(a, b)]);
     }
@@ -450,35 +434,34 @@ inline void ownRankShapes(const ShapeMoments<kChannels>& m, int (&shapes)[kWante
   constexpr auto index = ShapeMoments<kChannels>::index;
   I32x8 keys[8];
   for (int g = 0; g < 8; ++g) {
-    const F32x8 n1 = simd::load<F32x8>(kShapes.count + 8 * g);
+    const F32x8 n1 = load<F32x8>(kShapes.count + 8 * g);
     const F32x8 one = ownBroadcast(1), per1 = one / n1, per0 = one / (ownBroadcast(16) - n1);
     F32x8 sum1[kChannels], sum0[kChannels], m1[kChannels][kChannels], m0[kChannels][kChannels];
     for (int c = 0; c < kChannels; ++c) {
-      sum1[c] = simd::convert<float>(simd::load<I32x8>(m.sum[c] + 8 * g));
+      sum1[c] = convert<float>(load<I32x8>(m.sum[c] + 8 * g));
       sum0[c] = ownBroadcast(float(m.totalSum[c])) - sum1[c];
     }
     for (int b = 0; b < kChannels; ++b)
       for (int a = 0; a <= b; ++a) {
-        const I32x8 in1 = simd::load<I32x8>(m.product[index(a, b)] + 8 * g);
-        const F32x8 product1 = simd::convert<float>(in1 * 2);
-        const F32x8 product0 = simd::convert<float>((I32x8{} + m.totalProduct[index(a, b)] - in1) * 2);
+        const I32x8 in1 = load<I32x8>(m.product[index(a, b)] + 8 * g);
+        const F32x8 product1 = convert<float>(in1 * 2);
+        const F32x8 product0 = convert<float>((I32x8{} + m.totalProduct[index(a, b)] - in1) * 2);
         m1[a][b] = m1[b][a] = product1 - sum1[a] * sum1[b] * per1;
         m0[a][b] = m0[b][a] = product0 - sum0[a] * sum0[b] * per0;
       }
     const F32x8 residual = ownMax(ownResidual<kChannels>(m1) + ownResidual<kChannels>(m0), F32x8{});
     // Floats from 0 up sort like their bits; the lowest six bits make room for the shape's number.
     const I32x8 number = I32x8{0, 1, 2, 3, 4, 5, 6, 7} + 8 * g;
-    keys[g] = (simd::roundToInt(ownMin(residual * ownBroadcast(4), ownBroadcast(3e7f))) << 6) | number;
+    keys[g] = (roundToInt(ownMin(residual * ownBroadcast(4), ownBroadcast(3e7f))) << 6) | number;
   }
   for (int w = 0; w < kWanted; ++w) {
     I32x8 lowest = keys[0];
-    for (int g = 1; g < 8; ++g) lowest = simd::min(lowest, keys[g]);
+    for (int g = 1; g < 8; ++g) lowest = min(lowest, keys[g]);
     int32_t key = lowest[0];
     for (int i = 1; i < 8; ++i) key = key < lowest[i] ? key : lowest[i];
     shapes[w] = key & 63;
     for (int g = 0; g < 8; ++g)
-      keys[g] =
-          simd::select(keys[g] == I32x8{} + key, I32x8{} + std::numeric_limits<int32_t>::max(), keys[g]);
+      keys[g] = select(keys[g] == I32x8{} + key, I32x8{} + std::numeric_limits<int32_t>::max(), keys[g]);
   }
 }
 
@@ -511,13 +494,13 @@ inline Moments ownMoments(const Block& block) {
   const I32x4 sum = ownSums(sums[0], sums[1], sums[2], sums[3]);
   Moments m;
   m.count = 16;
-  m.sum = simd::convert<float>(sum);
+  m.sum = convert<float>(sum);
   Pixels16 centred[4];
   for (int c = 0; c < 4; ++c) centred[c] = block.channel[c] - int16_t((sum[c] + 8) >> 4);
   for (int a = 0; a < 4; ++a) {
     I32x8 products[4];
     for (int b = 0; b < 4; ++b) products[b] = simd::mulAddPairs(centred[a], centred[b]);
-    m.column[a] = simd::convert<float>(ownSums(products[0], products[1], products[2], products[3]));
+    m.column[a] = convert<float>(ownSums(products[0], products[1], products[2], products[3]));
   }
   return m;
 }
@@ -581,8 +564,7 @@ inline void ownStore(const Candidate& best, uint8_t* dst) {
   for (int s = 0; s < kOf.subsets; ++s)
     for (int e = 0; e < 2; ++e) {
       const int from = 4 * (e ^ int(turned[s])), alphaFrom = 4 * (e ^ int(alphaTurned[s]));
-      for (int c = 0; c < 3; ++c)
-        bits.put(kLayout.position(c, 2 * s + e), uint64_t(best.colour[s].fields[c + from]));
+      for (int c = 0; c < 3; ++c) bits.put(kLayout.position(c, 2 * s + e), uint64_t(best.colour[s].fields[c + from]));
       if constexpr (kOf.secondIndexBits != 0)
         bits.put(kLayout.position(3, e), uint64_t(best.alphaFields[3 + alphaFrom]));
       else if constexpr (kOf.alphaBits != 0)
@@ -641,7 +623,7 @@ inline void ownWithBestShapes(const Block& block, Attempt&& attempt) {
   for (int rank = 0; rank < 2; ++rank) {
     Moments m[2];
     ownMomentsOf(shapes, ranked[rank], m);
-    attempt(rank, ranked[rank], m, simd::load<Pixels16>(kShapes.masks[ranked[rank]]));
+    attempt(rank, ranked[rank], m, load<Pixels16>(kShapes.masks[ranked[rank]]));
   }
 }
 
@@ -651,11 +633,10 @@ constexpr int32_t kGoodEnough = 24;
 inline void ownEncodeOpaque(const Block& block, const Moments (&all)[1], Candidate& best) {
   ownTry<6, PBits::ones, 1>(block, all, 0, Pixels16{}, 3, best);
   if (best.error <= kGoodEnough) return;
-  ownWithBestShapes<3>(block,
-                       [&](int rank, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
-                         ownTry<1, PBits::shared, 2>(block, m, shape, second, 3, best);
-                         if (rank == 0) ownTry<3, PBits::each, 2>(block, m, shape, second, 2, best);
-                       });
+  ownWithBestShapes<3>(block, [&](int rank, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
+    ownTry<1, PBits::shared, 2>(block, m, shape, second, 3, best);
+    if (rank == 0) ownTry<3, PBits::each, 2>(block, m, shape, second, 2, best);
+  });
 }
 
 inline void ownEncodeAlpha(const Block& block, const Moments (&all)[1], Candidate& best) {
@@ -664,9 +645,8 @@ inline void ownEncodeAlpha(const Block& block, const Moments (&all)[1], Candidat
   ownTrySeparate<5, 2>(block, all[0], 0, best);
   ownTrySeparate<4, 3>(block, all[0], 0, best);
   ownTrySeparate<4, 2>(block, all[0], 0, best);
-  ownWithBestShapes<4>(block, [&](int, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
-    ownTry<7, PBits::each, 2>(block, m, shape, second, 3, best);
-  });
+  ownWithBestShapes<4>(block, [&](int, int shape, const Moments(&m)[2], Pixels16 second)
+                                  QELJ_INLINE_LAMBDA { ownTry<7, PBits::each, 2>(block, m, shape, second, 3, best); });
 }
 
 struct Bc7Encoder {
@@ -680,10 +660,8 @@ struct Bc7Encoder {
     block.floatChannels();
     const Moments all[1] = {ownMoments(block)};
     Candidate best;
-    if (simd::isZero(block.channel[3] ^ (Pixels16{} + int16_t(255))))
-      ownEncodeOpaque(block, all, best);
-    else
-      ownEncodeAlpha(block, all, best);
+    if (simd::isZero(block.channel[3] ^ (Pixels16{} + int16_t(255)))) ownEncodeOpaque(block, all, best);
+    else ownEncodeAlpha(block, all, best);
     ownStoreBest(best, dst);
   }
 };

@@ -49,9 +49,7 @@ struct Layout {
     return channel < 3 ? colours + (channel * mode.endPoints() + endPoint) * mode.colourBits
                        : alphas + endPoint * mode.alphaBits;
   }
-  constexpr int pBitPosition(int endPoint) const {
-    return pBits + (mode.subsetPBits ? endPoint / 2 : endPoint);
-  }
+  constexpr int pBitPosition(int endPoint) const { return pBits + (mode.subsetPBits ? endPoint / 2 : endPoint); }
 };
 
 // Interpolation weights of 2-, 3- and 4-bit indices: ((64 - w) e0 + w e1 + 32) >> 6.
@@ -60,12 +58,9 @@ inline constexpr uint8_t kWeights3[8] = {0, 9, 18, 27, 37, 46, 55, 64};
 inline constexpr uint8_t kWeights4[16] = {0, 4, 9, 13, 17, 21, 26, 30, 34, 38, 43, 47, 51, 55, 60, 64};
 template <int kIndexBits>
 constexpr auto& weights() {
-  if constexpr (kIndexBits == 2)
-    return kWeights2;
-  else if constexpr (kIndexBits == 3)
-    return kWeights3;
-  else
-    return kWeights4;
+  if constexpr (kIndexBits == 2) return kWeights2;
+  else if constexpr (kIndexBits == 3) return kWeights3;
+  else return kWeights4;
 }
 
 // The shapes: each pixel's subset, in raster order, and each subset's anchor: the pixel whose index has its
@@ -128,12 +123,9 @@ inline constexpr Shape kThreeSubsets[64] = {
 // clang-format on
 template <int kSubsets>
 constexpr const Shape& shape(int number) {
-  if constexpr (kSubsets == 1)
-    return kOneSubset;
-  else if constexpr (kSubsets == 2)
-    return kTwoSubsets[number];
-  else
-    return kThreeSubsets[number];
+  if constexpr (kSubsets == 1) return kOneSubset;
+  else if constexpr (kSubsets == 2) return kTwoSubsets[number];
+  else return kThreeSubsets[number];
 }
 
 }  // namespace qelj::texture::bc7

@@ -6,7 +6,7 @@
 
 #include "frame/arith.h"
 #include "frame/check.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj::texture {
 
@@ -25,8 +25,7 @@ concept GroupDecoder = requires { Format::kGroup; } && simd::kShuffles;
 // or bottom edge goes through a buffer, from which the covered pixels are copied.
 template <class Format>
 QelStatus decodeBlocks(const void* source, void* destination, int32_t dstStep, QelSize size) {
-  if (auto s = check(nonNull(source, destination), require(dstStep != 0, qelStatusBadStep), area(size)); s)
-    return s;
+  if (auto s = check(nonNull(source, destination), require(dstStep != 0, qelStatusBadStep), area(size)); s) return s;
   constexpr ptrdiff_t kPixel = Format::kPixelBytes;
   auto* src = static_cast<const uint8_t*>(source);
   const ptrdiff_t width = size.width, height = size.height, step = dstStep;
@@ -36,8 +35,7 @@ QelStatus decodeBlocks(const void* source, void* destination, int32_t dstStep, Q
     ptrdiff_t x = 0;
     if (rows == 4) {
       if constexpr (GroupDecoder<Format>)
-        for (; x + 4 * Format::kGroup <= width;
-             x += 4 * Format::kGroup, src += Format::kGroup * Format::kBlockBytes)
+        for (; x + 4 * Format::kGroup <= width; x += 4 * Format::kGroup, src += Format::kGroup * Format::kBlockBytes)
           Format::group(src, dst + x * kPixel, step);
       for (; x + 4 <= width; x += 4, src += Format::kBlockBytes) Format::block(src, dst + x * kPixel, step);
     }
@@ -45,8 +43,7 @@ QelStatus decodeBlocks(const void* source, void* destination, int32_t dstStep, Q
       uint8_t pixels[16 * kPixel];
       Format::block(src, pixels, 4 * kPixel);
       const auto bytes = size_t(std::min<ptrdiff_t>(4, width - x) * kPixel);
-      for (ptrdiff_t r = 0; r < rows; ++r)
-        std::memcpy(row(dst, step, r) + x * kPixel, pixels + r * 4 * kPixel, bytes);
+      for (ptrdiff_t r = 0; r < rows; ++r) std::memcpy(row(dst, step, r) + x * kPixel, pixels + r * 4 * kPixel, bytes);
     }
   }
   return qelStatusOk;

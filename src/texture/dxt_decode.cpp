@@ -1,9 +1,8 @@
 // Decoders of DXT1, DXT3, DXT5 (BC1 to BC3), BC4 and BC5.
 //
-// A colour block is two 5:6:5 colours and 16 two-bit indices into a palette of four; a ramp block (DXT5
-// alpha, BC4, the channels of BC5) is two bytes and 16 three-bit indices into a ramp of eight. Each has a
-// scalar form, which is the definition, and a vector form, which handles the kAcross blocks of a vector at
-// once, each in its 16 bytes.
+// A colour block is two 5:6:5 colours and 16 two-bit indices into a palette of four; a ramp block (DXT5 alpha, BC4, the
+// channels of BC5) is two bytes and 16 three-bit indices into a ramp of eight. Each has a scalar form, which is the
+// definition, and a vector form, which handles the kAcross blocks of a vector at once, each in its 16 bytes.
 #include "frame/fronts.h"
 #include "texture/decode_walk.h"
 #include "texture/indices.h"
@@ -47,8 +46,7 @@ void ownColourBlock(const uint8_t* block, uint8_t alpha, uint8_t* dst, ptrdiff_t
   uint8_t palette[4][4];
   ownPalette<kColours>(block, alpha, palette);
   const uint32_t indices = load<uint32_t>(block + 4);
-  for (int i = 0; i < 16; ++i)
-    std::memcpy(row(dst, dstStep, i / 4) + i % 4 * 4, palette[indexAt<2>(indices, i)], 4);
+  for (int i = 0; i < 16; ++i) std::memcpy(row(dst, dstStep, i / 4) + i % 4 * 4, palette[indexAt<2>(indices, i)], 4);
 }
 
 // Interpolated values are rounded to nearest: 3 of 7, 2 of 5.
@@ -86,28 +84,26 @@ inline V ownLoadBlocks(const uint8_t* src, ptrdiff_t stride) {
 // bits repeated below, as the high half of its product with 2^8 + 2^(8-n).
 template <Colours kColours>
 inline simd::U32 ownPalettes(V blocks, uint16_t alpha) {
-  const auto packed =
-      (V16)shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 2, 3, 2, 3, 2, 3, 2, 3}));
+  const auto packed = (V16)shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 2, 3, 2, 3, 2, 3, 2, 3}));
   const auto fields = (packed * blockLanes<V16>({1, 1 << 5, 1 << 11, 0, 1, 1 << 5, 1 << 11, 0})) &
                       blockLanes<V16>({0xF800, 0xFC00, 0xF800, 0, 0xF800, 0xFC00, 0xF800, 0});
-  const auto ends = simd::mulHi(fields, blockLanes<V16>({264, 260, 264, 0, 264, 260, 264, 0})) |
+  const auto ends = mulHi(fields, blockLanes<V16>({264, 260, 264, 0, 264, 260, 264, 0})) |
                     blockLanes<V16>({0, 0, 0, alpha, 0, 0, 0, alpha});
   const auto swapHalves = blockPattern({8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7});
   const auto swapped = (V16)shuffleBytes((V)ends, swapHalves);
-  V16 mixed = simd::mulHi(ends + ends + swapped, simd::splat<V16>(0x5556));  // a third, exact below 2^15
+  V16 mixed = mulHi(ends + ends + swapped, all<V16>(0x5556));  // a third, exact below 2^15
   if constexpr (kColours == Colours::kFourOrThree) {
     const auto c0 = (V16)shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1}));
     const auto c1 = (V16)shuffleBytes(blocks, blockPattern({2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3}));
     const auto three = ((ends + swapped) >> 1) | blockLanes<V16>({0, 0, 0, 0, 255, 255, 255, 255});
-    mixed = simd::select(c0 > c1, mixed, three);
+    mixed = select(c0 > c1, mixed, three);
   }
   return (simd::U32)simd::packU8((simd::I16)ends, (simd::I16)mixed);
 }
 
 // The pixels of row y are pickLanes(palette, selectors >> 8 * y).
 inline simd::U32 ownColourSelectors(V blocks) {
-  const auto indices =
-      (simd::U32)shuffleBytes(blocks, blockPattern({4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7}));
+  const auto indices = (simd::U32)shuffleBytes(blocks, blockPattern({4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7}));
   return indices >> blockLanes<simd::U32>({0, 2, 4, 6});
 }
 
@@ -117,14 +113,12 @@ inline V ownRampValues(V blocks) {
   const auto ends = shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1}));
   const auto sevenths =
       simd::mulAddBytes(ends, (simd::I8)blockPattern({7, 0, 0, 7, 6, 1, 5, 2, 4, 3, 3, 4, 2, 5, 1, 6}));
-  const auto fifths =
-      simd::mulAddBytes(ends, (simd::I8)blockPattern({5, 0, 0, 5, 4, 1, 3, 2, 2, 3, 1, 4, 0, 0, 0, 0}));
-  const auto eight =
-      simd::mulHi((V16)sevenths + uint16_t(3), simd::splat<V16>(9363));               // / 7, exact below 2^14
-  const auto six = simd::mulHi((V16)fifths + uint16_t(2), simd::splat<V16>(13108)) |  // / 5, exact below 2^14
+  const auto fifths = simd::mulAddBytes(ends, (simd::I8)blockPattern({5, 0, 0, 5, 4, 1, 3, 2, 2, 3, 1, 4, 0, 0, 0, 0}));
+  const auto eight = mulHi((V16)sevenths + uint16_t(3), all<V16>(9363));  // / 7, exact below 2^14
+  const auto six = mulHi((V16)fifths + uint16_t(2), all<V16>(13108)) |    // / 5, exact below 2^14
                    blockLanes<V16>({0, 0, 0, 0, 0, 0, 0, 255});
   const V16 a0 = (V16)ends & uint16_t(0xFF), a1 = (V16)ends >> 8;
-  const V16 values = simd::select(a0 > a1, eight, six);
+  const V16 values = select(a0 > a1, eight, six);
   const V ramp = simd::packU8((simd::I16)values, (simd::I16)values);
   return shuffleBytes(ramp, unpackIndices<3, 2>(blocks));
 }
@@ -133,8 +127,8 @@ inline V ownRampValues(V blocks) {
 // the other.
 inline void ownStoreTwoRows(uint8_t* dst, ptrdiff_t dstStep, V pairs) {
   const V rows = simd::orderPacked(pairs);
-  simd::store(dst, simd::lower(rows));
-  simd::store(row(dst, dstStep, 1), simd::upper(rows));
+  store(dst, simd::lower(rows));
+  store(row(dst, dstStep, 1), simd::upper(rows));
 }
 
 // The same for two vectors, which become four rows: a and b are interleaved in units of T.
@@ -156,8 +150,7 @@ struct Dxt1 {
     const V blocks = ownLoadBlocks(src, kBlockBytes);
     const auto palettes = ownPalettes<Colours::kFourOrThree>(blocks, 255);
     const auto selectors = ownColourSelectors(blocks);
-    for (int y = 0; y < 4; ++y)
-      simd::store(row(dst, dstStep, y), simd::pickLanes(palettes, selectors >> uint32_t(8 * y)));
+    for (int y = 0; y < 4; ++y) store(row(dst, dstStep, y), simd::pickLanes(palettes, selectors >> uint32_t(8 * y)));
   }
 };
 
@@ -178,7 +171,7 @@ struct ColourAndAlpha {
       const auto i = uint8_t(4 * y), i1 = uint8_t(i + 1), i2 = uint8_t(i + 2), i3 = uint8_t(i + 3);
       const V alpha = shuffleBytes(
           alphas, blockPattern({128, 128, 128, i, 128, 128, 128, i1, 128, 128, 128, i2, 128, 128, 128, i3}));
-      simd::store(row(dst, dstStep, y), (V)simd::pickLanes(palettes, selectors >> uint32_t(8 * y)) | alpha);
+      store(row(dst, dstStep, y), (V)simd::pickLanes(palettes, selectors >> uint32_t(8 * y)) | alpha);
     }
   }
 };
@@ -189,23 +182,17 @@ struct FourBitAlpha {
     const auto alphas = load<uint64_t>(src);
     for (int i = 0; i < 16; ++i) row(dst, dstStep, i / 4)[i % 4 * 4] = uint8_t(indexAt<4>(alphas, i) << 4);
   }
-  static V values(V blocks) {
-    return simd::unpackLow((V)((V16)blocks << 4) & uint8_t(0xF0), blocks & uint8_t(0xF0));
-  }
+  static V values(V blocks) { return simd::unpackLow((V)((V16)blocks << 4) & uint8_t(0xF0), blocks & uint8_t(0xF0)); }
 };
 
 struct RampAlpha {
-  static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-    ownRampBlock<4>(src, dst, dstStep);
-  }
+  static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) { ownRampBlock<4>(src, dst, dstStep); }
   static V values(V blocks) { return ownRampValues(blocks); }
 };
 
 struct Bc4 {
   static constexpr int kBlockBytes = 8, kPixelBytes = 1, kGroup = 2 * kAcross;
-  static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-    ownRampBlock<1>(src, dst, dstStep);
-  }
+  static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) { ownRampBlock<1>(src, dst, dstStep); }
   static void group(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
     const V even = ownRampValues(ownLoadBlocks(src, 2 * kBlockBytes));
     const V odd = ownRampValues(ownLoadBlocks(src + kBlockBytes, 2 * kBlockBytes));
@@ -229,23 +216,19 @@ struct Bc5 {
 }  // namespace
 }  // namespace texture
 
-QelStatus qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep,
-                                                     QelSize size) {
+QelStatus qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
   return texture::decodeBlocks<texture::Dxt1>(src, dst, dstStep, size);
 }
-QelStatus qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep,
-                                                     QelSize size) {
+QelStatus qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
   return texture::decodeBlocks<texture::ColourAndAlpha<texture::FourBitAlpha>>(src, dst, dstStep, size);
 }
-QelStatus qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep,
-                                                     QelSize size) {
+QelStatus qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
   return texture::decodeBlocks<texture::ColourAndAlpha<texture::RampAlpha>>(src, dst, dstStep, size);
 }
 QelStatus qeliTextureDecodeBlock_BC4_8u_C1R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
   return texture::decodeBlocks<texture::Bc4>(src, dst, dstStep, size);
 }
-QelStatus qeliTextureDecodeBlockToRG_BC5_8u_C1C2R(const uint8_t* src, uint8_t* dst, int32_t dstStep,
-                                                  QelSize size) {
+QelStatus qeliTextureDecodeBlockToRG_BC5_8u_C1C2R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
   return texture::decodeBlocks<texture::Bc5>(src, dst, dstStep, size);
 }
 

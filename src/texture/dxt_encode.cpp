@@ -1,9 +1,8 @@
 // Encoders of DXT1, DXT3, DXT5 (BC1 to BC3), BC4 and BC5, and of YCoCg images into DXT5.
 //
-// End-points are the corners of the block's bounding box, pulled inwards by a sixteenth; every pixel then
-// picks its index by a fixed rule. Each step has a scalar form, which is the definition, and, for the blocks
-// that the walk hands over in groups, a vector form for the kAcross blocks of a vector at once, each in its
-// 16 bytes.
+// End-points are the corners of the block's bounding box, pulled inwards by a sixteenth; every pixel then picks its
+// index by a fixed rule. Each step has a scalar form, which is the definition, and, for the blocks that the walk hands
+// over in groups, a vector form for the kAcross blocks of a vector at once, each in its 16 bytes.
 #include <cstdlib>
 
 #include "frame/fronts.h"
@@ -31,8 +30,7 @@ constexpr uint8_t kRampIndex[16] = {0, 2, 3, 4, 5, 6, 7, 1};
 constexpr uint8_t kColourStepIndex[16] = {1, 3, 2, 0};
 constexpr uint8_t kAlphaStepIndex[16] = {1, 7, 6, 5, 4, 3, 2, 0};
 
-// The reciprocals of that division, of span + 1, in 16 bits with their sign: those that don't fit have
-// wrapped.
+// The reciprocals of that division, of span + 1, in 16 bits with their sign: those that don't fit have wrapped.
 template <int kNumerator, int kSpans>
 struct Reciprocals {
   int16_t of[kSpans];
@@ -76,8 +74,7 @@ constexpr uint32_t ownPack565(int r, int g, int b) { return uint32_t(r >> 3 << 1
 // Sixteen 2-bit indices: the nearest palette entry by the sum of absolute differences, ties going by the
 // order in which the five comparisons combine.
 template <int kChannels>
-uint32_t ownColourIndices(const uint8_t (*planes)[16], const int (&high)[kChannels],
-                          const int (&low)[kChannels]) {
+uint32_t ownColourIndices(const uint8_t (*planes)[16], const int (&high)[kChannels], const int (&low)[kChannels]) {
   uint32_t indices = 0;
   for (int i = 0; i < 16; ++i) {
     int d0 = 0, d1 = 0, d2 = 0, d3 = 0;
@@ -129,8 +126,7 @@ uint64_t ownRampBlock(const uint8_t* values) {
   return ownRampBlock(values, ends.high(), ends.low());
 }
 
-// A block of DXT5 in a group: the position of a pixel's sum of channels within the block's span gives its
-// index.
+// A block of DXT5 in a group: the position of a pixel's sum of channels within the block's span gives its index.
 [[maybe_unused]] void ownGroupedDxt5Block(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
   const Planes<4> planes(src, srcStep);
   const ColourEnds ends(planes);
@@ -140,8 +136,7 @@ uint64_t ownRampBlock(const uint8_t* values) {
   uint64_t alphas = uint64_t(alpha.high()) | uint64_t(alpha.low()) << 8;
   uint64_t colours = ends.packed();
   for (int i = 0; i < 16; ++i) {
-    const int s = planes.of[0][i] + planes.of[1][i] + planes.of[2][i] - minimum,
-              a = planes.of[3][i] - alpha.min;
+    const int s = planes.of[0][i] + planes.of[1][i] + planes.of[2][i] - minimum, a = planes.of[3][i] - alpha.min;
     const int colourStep = std::max(0, 8 * s * kColourReciprocals.of[colourSpan] >> 16);
     const int alphaStep = std::max(0, 8 * a * kAlphaReciprocals.of[alphaSpan] >> 16);
     colours |= uint64_t(kColourStepIndex[colourStep]) << (32 + 2 * i);
@@ -165,8 +160,8 @@ inline V ownReduceBytes(V v, Op op) {
   v = op(v, shuffleBytes(v, blockPattern({2, 3, 0, 1, 6, 7, 4, 5, 10, 11, 8, 9, 14, 15, 12, 13})));
   return op(v, shuffleBytes(v, blockPattern({1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14})));
 }
-constexpr auto kMin = [](V a, V b) { return simd::min(a, b); };
-constexpr auto kMax = [](V a, V b) { return simd::max(a, b); };
+constexpr auto kMin = [](V a, V b) { return min(a, b); };
+constexpr auto kMax = [](V a, V b) { return max(a, b); };
 
 struct Box {
   V min, max;
@@ -179,12 +174,12 @@ struct Box {
 struct Rows {
   V of[4];
   Rows(const uint8_t* src, ptrdiff_t srcStep) {
-    for (int y = 0; y < 4; ++y) of[y] = simd::load<V>(row(src, srcStep, y));
+    for (int y = 0; y < 4; ++y) of[y] = load<V>(row(src, srcStep, y));
   }
   Box box() const {
-    const V min = simd::min(simd::min(of[0], of[1]), simd::min(of[2], of[3]));
-    const V max = simd::max(simd::max(of[0], of[1]), simd::max(of[2], of[3]));
-    return {ownReducePixels(min, kMin), ownReducePixels(max, kMax)};
+    const V least = min(min(of[0], of[1]), min(of[2], of[3]));
+    const V most = max(max(of[0], of[1]), max(of[2], of[3]));
+    return {ownReducePixels(least, kMin), ownReducePixels(most, kMax)};
   }
   V alphas() const {
     const auto two = [&](int y) {
@@ -197,14 +192,14 @@ struct Rows {
 // For 16 pixels of each block: weights (w, w, w, 0) on the differences of two rows from one pixel.
 inline I16 ownSumRows(V first, V second, int8_t w) {
   const auto weights =
-      (simd::I8)blockPattern({uint8_t(w), uint8_t(w), uint8_t(w), 0, uint8_t(w), uint8_t(w), uint8_t(w), 0,
-                              uint8_t(w), uint8_t(w), uint8_t(w), 0, uint8_t(w), uint8_t(w), uint8_t(w), 0});
+      (simd::I8)blockPattern({uint8_t(w), uint8_t(w), uint8_t(w), 0, uint8_t(w), uint8_t(w), uint8_t(w), 0, uint8_t(w),
+                              uint8_t(w), uint8_t(w), 0, uint8_t(w), uint8_t(w), uint8_t(w), 0});
   const auto ones = simd::pairs(1, 1);
   return simd::packI16(simd::mulAddPairs(simd::mulAddBytes(first, weights), ones),
                        simd::mulAddPairs(simd::mulAddBytes(second, weights), ones));
 }
 
-inline V ownDistance(V a, V b) { return simd::subSat(a, b) | simd::subSat(b, a); }
+inline V ownDistance(V a, V b) { return subSat(a, b) | subSat(b, a); }
 
 // c0 and c1 in the low 32 bits of each block.
 inline V64 ownPackEnds(const Box& box) {
@@ -214,16 +209,15 @@ inline V64 ownPackEnds(const Box& box) {
 }
 
 inline V ownExpandEnds(V ends) {
-  return (ends & (V)simd::splat<V32>(0x00F8FCF8)) | ((V)((V16)ends >> 5) & (V)simd::splat<V32>(0x00070007)) |
-         ((V)((V16)ends >> 6) & (V)simd::splat<V32>(0x00000300));
+  return (ends & (V)all<V32>(0x00F8FCF8)) | ((V)((V16)ends >> 5) & (V)all<V32>(0x00070007)) |
+         ((V)((V16)ends >> 6) & (V)all<V32>(0x00000300));
 }
 
-// Palette entries 2 and 3, a third of the way from 0 to 1 and from 1 to 0, where all pixels of a block are
-// the same.
+// Palette entries 2 and 3, a third of the way from 0 to 1 and from 1 to 0, where all pixels of a block are the same.
 inline void ownMixPalette(V (&palette)[4]) {
   const auto p0 = (V16)simd::unpackLow(palette[0], V{}), p1 = (V16)simd::unpackLow(palette[1], V{});
-  const auto third = simd::splat<V16>(0x5556);  // exact below 2^15
-  const auto p2 = (I16)simd::mulHi(p0 + p0 + p1, third), p3 = (I16)simd::mulHi(p0 + p1 + p1, third);
+  const auto third = all<V16>(0x5556);  // exact below 2^15
+  const auto p2 = (I16)mulHi(p0 + p0 + p1, third), p3 = (I16)mulHi(p0 + p1 + p1, third);
   palette[2] = simd::packU8(p2, p2);
   palette[3] = simd::packU8(p3, p3);
 }
@@ -238,12 +232,10 @@ inline V64 ownColourBlocks(const Rows& rows, const Box& box) {
   ownMixPalette(palette);
   const auto indicesOfRows = [&](V first, V second) {
     I16 d[4];
-    for (int k = 0; k < 4; ++k)
-      d[k] = ownSumRows(ownDistance(first, palette[k]), ownDistance(second, palette[k]), 1);
+    for (int k = 0; k < 4; ++k) d[k] = ownSumRows(ownDistance(first, palette[k]), ownDistance(second, palette[k]), 1);
     return ownNearest(d);
   };
-  const V indices =
-      simd::packU8(indicesOfRows(rows.of[0], rows.of[1]), indicesOfRows(rows.of[2], rows.of[3]));
+  const V indices = simd::packU8(indicesOfRows(rows.of[0], rows.of[1]), indicesOfRows(rows.of[2], rows.of[3]));
   return ownPackEnds(box) | packIndices<2>(indices) << 32;
 }
 
@@ -255,15 +247,15 @@ inline V64 ownPackRamps(V a0, V a1, V indices) {
 
 // Every byte of a block holds the block's a0 and a1.
 inline V64 ownRampBlocks(V values, V a0, V a1) {
-  const auto middle = simd::mulHi((V16)(a0 - a1) & uint16_t(0xFF), simd::splat<V16>(4682));  // / 14
+  const auto middle = mulHi((V16)(a0 - a1) & uint16_t(0xFF), all<V16>(4682));  // / 14
   const auto sevenths = (V16)simd::mulAddBytes(
       simd::unpackLow(a0, a1), (simd::I8)blockPattern({0, 7, 6, 1, 5, 2, 4, 3, 3, 4, 2, 5, 1, 6, 0, 0}));
-  const auto thresholds16 = (I16)(simd::mulHi(sevenths, simd::splat<V16>(9363)) + middle);
+  const auto thresholds16 = (I16)(mulHi(sevenths, all<V16>(9363)) + middle);
   const V thresholds = simd::packU8(thresholds16, thresholds16);
   V count{};
   for (int t = 0; t < 7; ++t) {
-    const V threshold = shuffleBytes(thresholds, simd::splat<V>(uint8_t(t)));
-    count -= (V)(simd::min(values, threshold) == values);
+    const V threshold = shuffleBytes(thresholds, all<V>(uint8_t(t)));
+    count -= (V)(min(values, threshold) == values);
   }
   return ownPackRamps(a0, a1, shuffleBytes(blockPattern(kRampIndex), count));
 }
@@ -275,28 +267,26 @@ inline V64 ownRampBlocks(V values) {
 
 // (8 * span position * reciprocal) >> 16, not below 0, mapped to indices.
 inline V ownStepIndices(I16 low, I16 high, I16 reciprocal, const uint8_t (&map)[16]) {
-  return shuffleBytes(blockPattern(map),
-                      simd::packU8(simd::mulHi(low, reciprocal), simd::mulHi(high, reciprocal)));
+  return shuffleBytes(blockPattern(map), simd::packU8(mulHi(low, reciprocal), mulHi(high, reciprocal)));
 }
 
 [[maybe_unused]] inline V ownGroupedDxt5Blocks(const Rows& rows) {
   const Box box = rows.box();
   uint8_t spans[simd::kBytes];
-  simd::store(spans, box.max - box.min);
+  store(spans, box.max - box.min);
   V64 reciprocals{};
   for (int i = 0; i < kAcross; ++i) {
     const uint8_t* span = spans + 16 * i;
     reciprocals[2 * i] = uint64_t(uint16_t(kColourReciprocals.of[span[0] + span[1] + span[2]])) |
                          uint64_t(uint16_t(kAlphaReciprocals.of[span[3]])) << 16;
   }
-  const auto ofColour = (I16)shuffleBytes((V)reciprocals, (V)simd::splat<V16>(0x0100));
-  const auto ofAlpha = (I16)shuffleBytes((V)reciprocals, (V)simd::splat<V16>(0x0302));
+  const auto ofColour = (I16)shuffleBytes((V)reciprocals, (V)all<V16>(0x0100));
+  const auto ofAlpha = (I16)shuffleBytes((V)reciprocals, (V)all<V16>(0x0302));
 
   const auto sums = [&](int y) { return ownSumRows(rows.of[y] - box.min, rows.of[y + 1] - box.min, 8); };
   const V colours = ownStepIndices(sums(0), sums(2), ofColour, kColourStepIndex);
 
-  const V minimum = shuffleBytes(box.min, simd::splat<V>(3)),
-          maximum = shuffleBytes(box.max, simd::splat<V>(3));
+  const V minimum = shuffleBytes(box.min, all<V>(3)), maximum = shuffleBytes(box.max, all<V>(3));
   const Box alphaBox{minimum, maximum};
   const V above = rows.alphas() - minimum;
   const V alphas = ownStepIndices((I16)((V16)simd::unpackLow(above, V{}) << 3),
@@ -335,7 +325,7 @@ struct Dxt3 {
   static void group(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
     const Rows rows(src, srcStep);
     const V alphas = (V)((V16)rows.alphas() >> 4) & uint8_t(0x0F);
-    simd::store(dst, simd::unpackLow(packIndices<4>(alphas), ownColourBlocks(rows, rows.box())));
+    store(dst, simd::unpackLow(packIndices<4>(alphas), ownColourBlocks(rows, rows.box())));
   }
 };
 
@@ -351,10 +341,9 @@ struct Dxt5 {
   static void group(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
     if constexpr (simd::kEnabled) {
       for (int i = 0; i < kGroup; i += kAcross)
-        simd::store(dst + i * kBlockBytes, ownGroupedDxt5Blocks(Rows(src + i * 4 * kPixelBytes, srcStep)));
+        store(dst + i * kBlockBytes, ownGroupedDxt5Blocks(Rows(src + i * 4 * kPixelBytes, srcStep)));
     } else {
-      for (int i = 0; i < kGroup; ++i)
-        ownGroupedDxt5Block(src + i * 4 * kPixelBytes, srcStep, dst + i * kBlockBytes);
+      for (int i = 0; i < kGroup; ++i) ownGroupedDxt5Block(src + i * 4 * kPixelBytes, srcStep, dst + i * kBlockBytes);
     }
   }
 };
@@ -388,7 +377,7 @@ struct Bc5 {
     const V16 upper = twoRows(0), lower = twoRows(2);
     const V red = simd::packU8((I16)(upper & uint16_t(0xFF)), (I16)(lower & uint16_t(0xFF)));
     const V green = simd::packU8((I16)(upper >> 8), (I16)(lower >> 8));
-    simd::store(dst, simd::unpackLow(ownRampBlocks(red), ownRampBlocks(green)));
+    store(dst, simd::unpackLow(ownRampBlocks(red), ownRampBlocks(green)));
   }
 };
 
@@ -411,10 +400,9 @@ struct YCoCg {
 
   static void block(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
     Planes<3> planes(src, srcStep);
-    const Extremes y = ownExtremes(planes.of[0]), rawCo = ownExtremes(planes.of[1]),
-                   rawCg = ownExtremes(planes.of[2]);
-    const int widest = std::max({std::abs(rawCo.min - 128), std::abs(rawCo.max - 128),
-                                 std::abs(rawCg.min - 128), std::abs(rawCg.max - 128)});
+    const Extremes y = ownExtremes(planes.of[0]), rawCo = ownExtremes(planes.of[1]), rawCg = ownExtremes(planes.of[2]);
+    const int widest = std::max(
+        {std::abs(rawCo.min - 128), std::abs(rawCo.max - 128), std::abs(rawCg.min - 128), std::abs(rawCg.max - 128)});
     const int code = (widest < 64 ? 1 : 0) + (widest < 32 ? 2 : 0), factor = code + 1;
     const auto scaled = [&](int x) { return uint8_t(factor * (x - 128) + 128); };
     for (int c = 1; c < 3; ++c)
@@ -424,8 +412,7 @@ struct YCoCg {
     Chroma cg = Chroma::of<6>(scaled(rawCg.min), scaled(rawCg.max));
     // The box has two diagonals. Most pixels on opposite sides of the middle: take the falling one.
     int opposite = 0;
-    for (int i = 0; i < 16; ++i)
-      opposite += (planes.of[1][i] >= co.middle()) != (planes.of[2][i] >= cg.middle());
+    for (int i = 0; i < 16; ++i) opposite += (planes.of[1][i] >= co.middle()) != (planes.of[2][i] >= cg.middle());
     if (opposite > 8) std::swap(cg.low, cg.high);
 
     const auto packed = [&](int o, int g) { return uint32_t(o >> 3 << 11 | g >> 2 << 5 | code); };
@@ -452,15 +439,15 @@ struct YCoCg {
     const V planes[3] = {plane(0), plane(1), plane(2)};
     const auto box = [](V v) { return Box{ownReduceBytes(v, kMin), ownReduceBytes(v, kMax)}; };
     const Box y = box(planes[0]), rawCo = box(planes[1]), rawCg = box(planes[2]);
-    const V centre = simd::splat<V>(128);
-    const V widest = simd::max(simd::max(ownDistance(rawCo.min, centre), ownDistance(rawCo.max, centre)),
-                               simd::max(ownDistance(rawCg.min, centre), ownDistance(rawCg.max, centre)));
-    const V below64 = (V)(simd::min(widest, simd::splat<V>(63)) == widest);
-    const V below32 = (V)(simd::min(widest, simd::splat<V>(31)) == widest);
+    const V centre = all<V>(128);
+    const V widest = max(max(ownDistance(rawCo.min, centre), ownDistance(rawCo.max, centre)),
+                         max(ownDistance(rawCg.min, centre), ownDistance(rawCg.max, centre)));
+    const V below64 = (V)(min(widest, all<V>(63)) == widest);
+    const V below32 = (V)(min(widest, all<V>(31)) == widest);
     const auto scaled = [&](V x) {  // around 128, in 8 bits
       x ^= centre;
-      x = simd::select(below64, x + x, x);
-      return simd::select(below32, x + x, x) ^ centre;
+      x = select(below64, x + x, x);
+      return select(below32, x + x, x) ^ centre;
     };
     const V cos = scaled(planes[1]), cgs = scaled(planes[2]);
 
@@ -468,35 +455,29 @@ struct YCoCg {
       V low, high;
     };
     const auto inset = [&](const Box& raw) {
-      const auto min = (I16)simd::unpackLow(scaled(raw.min), V{}),
-                 max = (I16)simd::unpackLow(scaled(raw.max), V{});
+      const auto min = (I16)simd::unpackLow(scaled(raw.min), V{}), max = (I16)simd::unpackLow(scaled(raw.max), V{});
       const I16 span = max - min - int16_t(7);
-      const I16 low = ((min << 4) + span) >> 4 & int16_t(0xFF),
-                high = ((max << 4) - span) >> 4 & int16_t(0xFF);
+      const I16 low = ((min << 4) + span) >> 4 & int16_t(0xFF), high = ((max << 4) - span) >> 4 & int16_t(0xFF);
       return Ends{simd::packU8(low, low), simd::packU8(high, high)};
     };
     const auto expand = [](const Ends& ends, int bits) {
-      const auto top = simd::splat<V>(uint8_t(0xFF << (8 - bits))),
-                 below = simd::splat<V>(uint8_t(0xFF >> bits));
+      const auto top = all<V>(uint8_t(0xFF << (8 - bits))), below = all<V>(uint8_t(0xFF >> bits));
       const auto of = [&](V v) { return (v & top) | ((V)((V16)v >> uint16_t(bits)) & below); };
       return Ends{of(ends.low), of(ends.high)};
     };
     const Ends co = expand(inset(rawCo), 5);
     Ends cg = expand(inset(rawCg), 6);
-    const auto notBelow = [](V a, V b) { return (V)(simd::max(a, b) == a); };
-    const V sides =
-        notBelow(cos, simd::average(co.low, co.high)) ^ notBelow(cgs, simd::average(cg.low, cg.high));
+    const auto notBelow = [](V a, V b) { return (V)(max(a, b) == a); };
+    const V sides = notBelow(cos, average(co.low, co.high)) ^ notBelow(cgs, average(cg.low, cg.high));
     auto opposite = simd::sumAbsDiff8(sides & uint8_t(1), V{});
-    opposite +=
-        (V64)shuffleBytes((V)opposite, blockPattern({8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7}));
+    opposite += (V64)shuffleBytes((V)opposite, blockPattern({8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7}));
     const V swap = (V)((simd::I64)opposite > 8);
-    cg = {simd::select(swap, cg.high, cg.low), simd::select(swap, cg.low, cg.high)};
+    cg = {select(swap, cg.high, cg.low), select(swap, cg.low, cg.high)};
 
     const V code = (below64 & uint8_t(1)) + (below32 & uint8_t(2));
     const auto packed = [&](V o,
                             V g) {  // bytes are the same throughout a block: a 16-bit lane is one times 257
-      return (((V16)o << 8) & uint16_t(0xF800)) | (((V16)g << 3) & uint16_t(0x07E0)) |
-             ((V16)code & uint16_t(0x1F));
+      return (((V16)o << 8) & uint16_t(0xF800)) | (((V16)g << 3) & uint16_t(0x07E0)) | ((V16)code & uint16_t(0x1F));
     };
     const auto ends = (V64)simd::unpackLow(packed(co.high, cg.high), packed(co.low, cg.low)) & 0xFFFFFFFFu;
 
@@ -506,13 +487,12 @@ struct YCoCg {
     I16 first[4], second[4];
     for (int k = 0; k < 4; ++k) {
       const V red = ownDistance(cos, reds[k]), green = ownDistance(cgs, greens[k]);
-      const auto ones = simd::splat<simd::I8>(1);
+      const auto ones = all<simd::I8>(1);
       first[k] = simd::mulAddBytes(simd::unpackLow(red, green), ones);
       second[k] = simd::mulAddBytes(simd::unpackHigh(red, green), ones);
     }
     const V indices = simd::packU8(ownNearest(first), ownNearest(second));
-    simd::store(
-        dst, simd::unpackLow(ownRampBlocks(planes[0], y.max, y.min), ends | packIndices<2>(indices) << 32));
+    store(dst, simd::unpackLow(ownRampBlocks(planes[0], y.max, y.min), ends | packIndices<2>(indices) << 32));
   }
 
   // From 12 bytes of a row to the 4 bytes of that row in a plane.
@@ -546,8 +526,7 @@ QelStatus qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R(const uint8_t* src, int32
 QelStatus qeliTextureEncodeBlock_BC4_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst) {
   return texture::encodeBlocks<texture::Bc4>(src, srcStep, size, dst);
 }
-QelStatus qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R(const uint8_t* src, int32_t srcStep, QelSize size,
-                                                    uint8_t* dst) {
+QelStatus qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R(const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst) {
   return texture::encodeBlocks<texture::Bc5>(src, srcStep, size, dst);
 }
 QelStatus qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(const uint8_t* src, int32_t srcStep, QelSize size,

@@ -6,7 +6,7 @@
 
 #include "frame/arith.h"
 #include "frame/check.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj::texture {
 
@@ -18,8 +18,7 @@ namespace qelj::texture {
 //   group(src, srcStep, dst)   encodes kGroup blocks
 //   kGroupDiffers              present where a group's bytes are not those of its blocks one by one: then
 //                              groups are used on every build
-// Groups start at multiples of kGroup blocks, in complete rows of blocks; every block that can be in a group
-// is in one.
+// Groups start at multiples of kGroup blocks, in complete rows of blocks; every block that can be in a group is in one.
 // clang-format off
 template <class Format>
 concept GroupEncoder = requires { Format::kGroup; } && (requires { Format::kGroupDiffers; } || simd::kEnabled);
@@ -49,8 +48,7 @@ QelStatus encodeBlocks(const uint8_t* src, int32_t srcStep, QelSize size, uint8_
     ptrdiff_t x = 0;
     if (rows == 4) {
       if constexpr (GroupEncoder<Format>)
-        for (; x + 4 * Format::kGroup <= width;
-             x += 4 * Format::kGroup, dst += Format::kGroup * Format::kBlockBytes)
+        for (; x + 4 * Format::kGroup <= width; x += 4 * Format::kGroup, dst += Format::kGroup * Format::kBlockBytes)
           Format::group(from + x * kPixel, step, dst);
       for (; x + 4 <= width; x += 4, dst += Format::kBlockBytes) Format::block(from + x * kPixel, step, dst);
     }

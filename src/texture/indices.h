@@ -3,7 +3,7 @@
 #define QELJ_TEXTURE_INDICES_H
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj::texture {
 
@@ -21,9 +21,8 @@ constexpr int indexAt(uint64_t indices, int pixel) {
   return int(indices >> kBits * pixel & ((1u << kBits) - 1));
 }
 
-// Vector form: the 16 indices of every 16-byte block of the vector as bytes; they start at byte `kFrom` of
-// the block. An index lies in two neighbouring bytes; a multiplication by a power of two brings it to the top
-// of 16 bits.
+// Vector form: the 16 indices of every 16-byte block of the vector as bytes; they start at byte `kFrom` of the block.
+// An index lies in two neighbouring bytes; a multiplication by a power of two brings it to the top of 16 bits.
 namespace detail {
 template <int kBits, int kFrom>
 struct IndexLanes {
@@ -57,15 +56,12 @@ inline V unpackIndices(V blocks) {
 template <int kBits, class V>
 inline simd::With<uint64_t, V> packIndices(V indices) {
   using Q = simd::With<uint64_t, V>;
-  const auto pairs = simd::mulAddBytes(
-      indices, (simd::With<int8_t, V>)simd::splat<simd::With<uint16_t, V>>(1 | 256 << kBits));
+  const auto pairs = simd::mulAddBytes(indices, (simd::With<int8_t, V>)all<simd::With<uint16_t, V>>(1 | 256 << kBits));
   const auto fours = simd::mulAddPairs(pairs, simd::pairs<simd::With<int16_t, V>>(1, 1 << 2 * kBits));
   const Q eights = ((Q)fours & 0xFFFFFFFFu) | (Q)fours >> (32 - 4 * kBits);
-  const Q lowHalf =
-      (Q)simd::blockPattern<V>({255, 255, 255, 255, 255, 255, 255, 255, 0, 0, 0, 0, 0, 0, 0, 0});
+  const Q lowHalf = (Q)simd::blockPattern<V>({255, 255, 255, 255, 255, 255, 255, 255, 0, 0, 0, 0, 0, 0, 0, 0});
   const Q upper = (Q)simd::shuffleBytes(
-      (V)eights,
-      simd::blockPattern<V>({8, 9, 10, 11, 12, 13, 14, 15, 128, 128, 128, 128, 128, 128, 128, 128}));
+      (V)eights, simd::blockPattern<V>({8, 9, 10, 11, 12, 13, 14, 15, 128, 128, 128, 128, 128, 128, 128, 128}));
   return (eights & lowHalf) | upper << (8 * kBits);
 }
 

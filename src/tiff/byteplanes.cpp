@@ -2,7 +2,7 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj {
 namespace {
@@ -21,10 +21,9 @@ QelStatus qeliSplitRow_TIFF_16u8u_C1(const uint16_t* src, uint8_t* const* dst, i
   if constexpr (simd::kEnabled) {
     for (; i + simd::kBytes <= len; i += simd::kBytes) {
       const auto words = reinterpret_cast<const uint8_t*>(src) + 2 * i;
-      const auto bytes =
-          simd::deinterleave(simd::load<simd::U8>(words), simd::load<simd::U8>(words + simd::kBytes));
-      simd::store(low + i, bytes.first);
-      simd::store(high + i, bytes.second);
+      const auto bytes = simd::deinterleave(load<simd::U8>(words), load<simd::U8>(words + simd::kBytes));
+      store(low + i, bytes.first);
+      store(high + i, bytes.second);
     }
   }
   for (; i < len; ++i) {
@@ -41,10 +40,10 @@ QelStatus qeliJoinRow_TIFF_8u16u_C1(const uint8_t* const* src, uint16_t* dst, in
   ptrdiff_t i = 0;
   if constexpr (simd::kEnabled) {
     for (; i + simd::kBytes <= len; i += simd::kBytes) {
-      const auto words = simd::interleave(simd::load<simd::U8>(low + i), simd::load<simd::U8>(high + i));
+      const auto words = simd::interleave(load<simd::U8>(low + i), load<simd::U8>(high + i));
       uint8_t* to = reinterpret_cast<uint8_t*>(dst) + 2 * i;
-      simd::store(to, words.first);
-      simd::store(to + simd::kBytes, words.second);
+      store(to, words.first);
+      store(to + simd::kBytes, words.second);
     }
   }
   for (; i < len; ++i) put(dst, i, uint16_t(high[i] << 8 | low[i]));

@@ -5,7 +5,7 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj {
 namespace {
@@ -42,14 +42,13 @@ inline void ownStoreExactly(uint8_t* dst, int64_t n, Make make) {
 inline void ownCopyLiteral(uint8_t* dst, const uint8_t* src, int64_t n) {
   if constexpr (simd::kEnabled)
     ownStoreExactly(dst, n, [=](auto type, int64_t i) { return load<decltype(type)>(src + i); });
-  else
-    std::memcpy(dst, src, size_t(n));
+  else std::memcpy(dst, src, size_t(n));
 }
 
 inline void ownFillRun(uint8_t* dst, uint8_t value, int64_t n) {
   if constexpr (simd::kEnabled) {
-    const V all = simd::splat<V>(value);
-    ownStoreExactly(dst, n, [&](auto type, int64_t) { return load<decltype(type)>(&all); });
+    const V values = all<V>(value);
+    ownStoreExactly(dst, n, [&](auto type, int64_t) { return load<decltype(type)>(&values); });
   } else {
     std::memset(dst, value, size_t(n));
   }
@@ -61,9 +60,9 @@ inline void ownFillRun(uint8_t* dst, uint8_t value, int64_t n) {
 inline int64_t ownRun(const uint8_t* src, int64_t limit) {
   int64_t n = 1;
   if constexpr (simd::kEnabled) {
-    const V value = simd::splat<V>(src[0]);
+    const V value = all<V>(src[0]);
     for (; n + simd::kBytes <= limit; n += simd::kBytes) {
-      const uint32_t same = simd::topBits(simd::load<V>(src + n) == value);
+      const uint32_t same = simd::topBits(load<V>(src + n) == value);
       const int count = std::countr_one(same);
       if (count < simd::kBytes) return n + count;
     }
@@ -79,8 +78,7 @@ inline int64_t ownLiteral(const uint8_t* src, int64_t left) {
   int64_t n = 1;
   if constexpr (simd::kEnabled) {
     for (; n < limit && n + simd::kBytes + 2 <= left; n += simd::kBytes) {
-      const V here = simd::load<V>(src + n), next = simd::load<V>(src + n + 1),
-              third = simd::load<V>(src + n + 2);
+      const V here = load<V>(src + n), next = load<V>(src + n + 1), third = load<V>(src + n + 2);
       const uint32_t equal = simd::topBits((here == next) & (next == third));
       if (equal) {
         n += std::countr_zero(equal);
@@ -122,21 +120,19 @@ constexpr Windows kWindows;
 inline Half join(Half tail, Half data, int64_t n, bool isRun) {
   const Half bytes = simd::shuffleBytes(data, load<Half>(kWindows.value[isRun]));
   const Half before = simd::shuffleBytes(tail, load<Half>(kWindows.older + n));
-  return simd::select(load<Half>(kWindows.fresh + n), bytes, before);
+  return select(load<Half>(kWindows.fresh + n), bytes, before);
 }
 }  // namespace short_token
 
 // Decodes tokens until dst is full (true) or the next one can't be taken (false).
-bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* dst, int64_t& count,
-               int64_t dstLen) {
+bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* dst, int64_t& count, int64_t dstLen) {
   using short_token::Half;
   [[maybe_unused]] Half tail{};  // dst[count - 16 .. count), once there are as many
   while (position < srcLen) {
     const auto header = int8_t(src[position++]);
     const int64_t room = dstLen - count;
     if constexpr (simd::kShuffles) {
-      // Full literals have a branch of their own: while it is predicted, no header waits for the one before
-      // it.
+      // Full literals have a branch of their own: while it is predicted, no header waits for the one before it.
       if (header == 127 && room >= kMaxToken && position + kMaxToken <= srcLen) {
         ownCopyLiteral(dst + count, src + position, kMaxToken);
         position += kMaxToken;
@@ -156,18 +152,13 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
       store(dst + count + n - 16, tail);
       count += n;
     } else {
-      if (isRun)
-        ownFillRun(dst + count, src[position - 1], n);
-      else
-        ownCopyLiteral(dst + count, src + position - n, n);
+      if (isRun) ownFillRun(dst + count, src[position - 1], n);
+      else ownCopyLiteral(dst + count, src + position - n, n);
       count += n;
       if constexpr (simd::kShuffles) {
-        if (isRun && n >= 16)
-          tail = simd::splat<Half>(src[position - 1]);
-        else if (n >= 16)
-          tail = load<Half>(src + position - 16);
-        else if (count >= 16)
-          tail = load<Half>(dst + count - 16);
+        if (isRun && n >= 16) tail = all<Half>(src[position - 1]);
+        else if (n >= 16) tail = load<Half>(src + position - 16);
+        else if (count >= 16) tail = load<Half>(dst + count - 16);
       }
     }
     if (count == dstLen) return true;

@@ -213,14 +213,14 @@ inline int threadQuestions = 0;
 // One round of one export on one image.
 class Case {
  public:
-  Case(const Image& of, uint64_t stream, bool tryChecks) : image(of), random(stream), tryChecks_(tryChecks) {}
+  Case(const Image& of, Random numbers, bool tryChecks) : image(of), random(numbers), tryChecks_(tryChecks) {}
 
   const Image& image;
   Random random;
-  // What the function is called in, unless its instructions are counted; and whether it may raise flags.
+  // What the function is called in, and whether it may raise flags.
   FloatEnvironment environment = kFloatEnvironments[0];
   bool mayRaiseFlags = false;
-  // Called in front of and behind each call that counts: what counts its instructions.
+  // Called in front of and behind each call, which then runs in the environment as it is: what counts instructions.
   static inline void (*aroundCall)() = nullptr;
 
   int64_t in(int64_t low, int64_t high) { return random.in(low, high); }
@@ -268,10 +268,7 @@ class Case {
   QelStatus call(Function* function, const Argument&... argument) {
     if (tryChecks_) checks(function, argument...);
     const int asked = threadQuestions;
-    if (aroundCall) aroundCall();
-    const QelStatus s = aroundCall ? function(argument::Traits<Argument>::plain(argument)...)
-                                   : run(function, argument::Traits<Argument>::plain(argument)...);
-    if (aroundCall) aroundCall();
+    const QelStatus s = run(function, argument::Traits<Argument>::plain(argument)...);
     value(s);
     value(threadQuestions - asked);
     return s;
@@ -279,6 +276,12 @@ class Case {
   // The call alone: nothing of it goes in by itself.
   template <class Function, class... Argument>
   QelStatus run(Function* function, Argument... argument) {
+    if (aroundCall) {
+      aroundCall();
+      const QelStatus s = function(argument...);
+      aroundCall();
+      return s;
+    }
     const InFloatEnvironment set(environment);
     const QelStatus s = function(argument...);
     if (!set.kept()) fault("a call left another rounding mode");

@@ -5,8 +5,8 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
+#include "frame/lanes.h"
 #include "frame/rounding.h"
-#include "frame/simd.h"
 
 namespace qelj {
 namespace {
@@ -94,14 +94,14 @@ inline void transpose(Block& m) {
   std::memcpy(&from, &m, sizeof m);
   // Of four rows, by blocks: the first columns, the second ones, ...
   const auto four = [](const F32* r, F32(&u)[4]) {
-    const auto pairs = [](F32 a, F32 b) { return simd::as<uint64_t>(simd::unpackLow(a, b)); };
-    const auto highPairs = [](F32 a, F32 b) { return simd::as<uint64_t>(simd::unpackHigh(a, b)); };
+    const auto pairs = [](F32 a, F32 b) { return as<uint64_t>(simd::unpackLow(a, b)); };
+    const auto highPairs = [](F32 a, F32 b) { return as<uint64_t>(simd::unpackHigh(a, b)); };
     const auto low01 = pairs(r[0], r[1]), low23 = pairs(r[2], r[3]);
     const auto high01 = highPairs(r[0], r[1]), high23 = highPairs(r[2], r[3]);
-    u[0] = simd::as<float>(simd::unpackLow(low01, low23));
-    u[1] = simd::as<float>(simd::unpackHigh(low01, low23));
-    u[2] = simd::as<float>(simd::unpackLow(high01, high23));
-    u[3] = simd::as<float>(simd::unpackHigh(high01, high23));
+    u[0] = as<float>(simd::unpackLow(low01, low23));
+    u[1] = as<float>(simd::unpackHigh(low01, low23));
+    u[2] = as<float>(simd::unpackLow(high01, high23));
+    u[3] = as<float>(simd::unpackHigh(high01, high23));
   };
   for (int part = 0; part < kParts; ++part) {
     F32 top[4], bottom[4];
@@ -129,12 +129,9 @@ inline void ownRowsThenColumns(Block& block) {
 
 // A row of 8 numbers, of 16-bit samples or of a table, as floats.
 inline F32 samples(const int16_t* base, int part) {
-  return simd::convert<float>(
-      simd::convert<int32_t>(simd::load<simd::Vec<int16_t, 2 * kLanes>>(row(base, 2, part * kLanes))));
+  return convert<float>(convert<int32_t>(load<simd::Vec<int16_t, 2 * kLanes>>(offset(base, part * kLanes))));
 }
-inline F32 numbers(const float* table, int y, int part) {
-  return simd::load<F32>(row(table, 4, 8 * y + part * kLanes));
-}
+inline F32 numbers(const float* table, int y, int part) { return load<F32>(offset(table, 8 * y + part * kLanes)); }
 
 // Rows y and y + 1 of converted values, saturated to 16 bits.
 template <class Convert>
@@ -143,9 +140,7 @@ inline auto packed(const Block& block, int y, Convert convert) {
     const auto both = simd::orderPacked(simd::packI16(convert(block[0][y]), convert(block[0][y + 1])));
     return std::pair(simd::lower(both), simd::upper(both));
   } else {
-    const auto one = [&](int k) {
-      return simd::packI16(convert(block[0][k]), convert(block[kParts - 1][k]));
-    };
+    const auto one = [&](int k) { return simd::packI16(convert(block[0][k]), convert(block[kParts - 1][k])); };
     return std::pair(one(y), one(y + 1));
   }
 }
@@ -154,16 +149,15 @@ void ownForward12(const int16_t* src, int32_t srcStep, int16_t* dst, const float
   if constexpr (simd::kEnabled) {
     Block block;
     for (int y = 0; y < 8; ++y)
-      for (int part = 0; part < kParts; ++part)
-        block[part][y] = samples(row(src, srcStep, y), part) - kMiddle;
+      for (int part = 0; part < kParts; ++part) block[part][y] = samples(row(src, srcStep, y), part) - kMiddle;
     ownRowsThenColumns<ownForwardLine<F32>>(block);
     for (int y = 0; y < 8; ++y)
       for (int part = 0; part < kParts; ++part)
         block[part][y] = block[part][y] * numbers(kScale.data(), y, part) * numbers(table, y, part);
     for (int y = 0; y < 8; y += 2) {
-      const auto [first, second] = packed(block, y, [](F32 v) { return simd::roundToInt(v); });
-      simd::store(row(dst, 16, y), first);
-      simd::store(row(dst, 16, y + 1), second);
+      const auto [first, second] = packed(block, y, [](F32 v) { return roundToInt(v); });
+      store(row(dst, 16, y), first);
+      store(row(dst, 16, y + 1), second);
     }
   } else {
     float block[8][8];
@@ -180,17 +174,16 @@ void ownInverse12(const int16_t* src, uint16_t* dst, int32_t dstStep, const floa
     Block block;
     for (int y = 0; y < 8; ++y)
       for (int part = 0; part < kParts; ++part)
-        block[part][y] =
-            samples(row(src, 16, y), part) * numbers(table, y, part) * numbers(kScale.data(), y, part);
+        block[part][y] = samples(row(src, 16, y), part) * numbers(table, y, part) * numbers(kScale.data(), y, part);
     ownRowsThenColumns<ownInverseLine<F32>>(block);
     const auto clamp12 = [](simd::Vec<int16_t, 16> v) {
       using V = decltype(v);
-      return simd::min(simd::max(v, V{}), simd::splat<V>(4095));
+      return min(max(v, V{}), all<V>(4095));
     };
     for (int y = 0; y < 8; y += 2) {
-      const auto [first, second] = packed(block, y, [](F32 v) { return simd::truncateToInt(v + kMiddle); });
-      simd::store(row(dst, dstStep, y), clamp12(first));
-      simd::store(row(dst, dstStep, y + 1), clamp12(second));
+      const auto [first, second] = packed(block, y, [](F32 v) { return truncateToInt(v + kMiddle); });
+      store(row(dst, dstStep, y), clamp12(first));
+      store(row(dst, dstStep, y + 1), clamp12(second));
     }
   } else {
     float block[8][8];
@@ -206,8 +199,7 @@ void ownInverse12(const int16_t* src, uint16_t* dst, int32_t dstStep, const floa
 
 }  // namespace
 
-QelStatus qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* src, int32_t srcStep, int16_t* dst,
-                                               const float* table) {
+QelStatus qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* src, int32_t srcStep, int16_t* dst, const float* table) {
   if (auto s = check(nonNull(src, dst), step(srcStep), nonNull(table)); s) return s;
   const RoundToNearest rounding;
   // A sample counts as a signed number.
@@ -215,8 +207,7 @@ QelStatus qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* src, int32_t srcS
   return qelStatusOk;
 }
 
-QelStatus qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R(const int16_t* src, uint16_t* dst, int32_t dstStep,
-                                               const float* table) {
+QelStatus qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R(const int16_t* src, uint16_t* dst, int32_t dstStep, const float* table) {
   if (auto s = check(nonNull(src, dst), step(dstStep), nonNull(table)); s) return s;
   const RoundToNearest rounding;
   ownInverse12(src, dst, dstStep, table);

@@ -6,14 +6,14 @@
 namespace qelj {
 namespace {
 
-using namespace dct;
+using namespace jpeg::dct;
 
 // --- the source block --------------------------------------------------------------------------------------
 
 struct Centred {
   const int16_t* src;
   int16_t sample(int y, int x) const { return at(src, 8 * y + x); }
-  Row row(int y) const { return simd::load<Row>(qelj::row(src, 16, y)); }
+  Row row(int y) const { return load<Row>(qelj::row(src, 16, y)); }
 };
 struct LevelShifted {
   const uint8_t* src;
@@ -26,8 +26,7 @@ struct LevelShifted {
 
 template <class S>
 inline void ownForwardColumns(S (&row)[8]) {
-  const S r0 = row[0], r1 = row[1], r2 = row[2], r3 = row[3], r4 = row[4], r5 = row[5], r6 = row[6],
-          r7 = row[7];
+  const S r0 = row[0], r1 = row[1], r2 = row[2], r3 = row[3], r4 = row[4], r5 = row[5], r6 = row[6], r7 = row[7];
   const S t0 = (r0 + r7) << 3, t1 = (r1 + r6) << 3, t2 = (r2 + r5) << 3, t3 = (r3 + r4) << 3;
   const S t4 = (r3 - r4) << 3, t7 = (r0 - r7) << 3, t5 = (r2 - r5) << 4, t6 = (r1 - r6) << 4;
 
@@ -56,8 +55,7 @@ inline int16_t ownQuantise(int16_t x, uint16_t t) {
   return clampI16((p + 16383 + (p >> 15 & 1)) >> 15);
 }
 
-[[maybe_unused]] void ownForwardRow(const Sat16<int16_t> (&x)[8], int k, int16_t* dst,
-                                    const uint16_t* table) {
+[[maybe_unused]] void ownForwardRow(const Saturating<int16_t> (&x)[8], int k, int16_t* dst, const uint16_t* table) {
   for (int u = 0; u < 8; ++u) {
     uint32_t sum = kRound;
     for (int n = 0; n < 4; ++n) {
@@ -88,21 +86,20 @@ inline Rows ownQuantise(Rows x, Rows t) {
   // t as a signed number lacks 2 when it is at least 1. mulHiRound rounds ties up, which is one too much
   // where the integer part is even: where the low 16 bits of the product are 0x4000.
   const Rows whole = (x + x) & (t >> 15);
-  return simd::mulHiRound(x, t) + whole + (simd::mulWrap(x, t) == int16_t(0x4000));
+  return mulHiRound(x, t) + whole + (mulWrap(x, t) == int16_t(0x4000));
 }
 
 inline Rows ownForwardRows(Rows x, const ForwardWeights& weights) {
   const Rows mirrored = simd::shuffle8<7, 6, 5, 4, 3, 2, 1, 0>(x);
-  const auto sums = simd::as<int32_t>(simd::addSat(x, mirrored)),
-             differences = simd::as<int32_t>(simd::subSat(x, mirrored));
+  const auto sums = as<int32_t>(addSat(x, mirrored)), differences = as<int32_t>(subSat(x, mirrored));
   const auto folded = simd::unpackLow(sums, differences);  // s0 s1, d0 d1, s2 s3, d2 d3
-  const Rows first = simd::as<int16_t>(simd::shuffle4<0, 1, 0, 1>(folded));
-  const Rows second = simd::as<int16_t>(simd::shuffle4<2, 3, 2, 3>(folded));
+  const Rows first = as<int16_t>(simd::shuffle4<0, 1, 0, 1>(folded));
+  const Rows second = as<int16_t>(simd::shuffle4<2, 3, 2, 3>(folded));
   const auto four = [&](const auto& w) {
     using Sums = simd::With<uint32_t, Rows>;
-    const auto sum = Sums(simd::mulAddPairs(first, simd::load<Rows>(w[0]))) +
-                     Sums(simd::mulAddPairs(second, simd::load<Rows>(w[1]))) + uint32_t(kRound);
-    return simd::as<int32_t>(sum) >> kShift;
+    const auto sum = Sums(simd::mulAddPairs(first, load<Rows>(w[0]))) +
+                     Sums(simd::mulAddPairs(second, load<Rows>(w[1]))) + uint32_t(kRound);
+    return as<int32_t>(sum) >> kShift;
   };
   return simd::packI16(four(weights.w[0]), four(weights.w[1]));
 }
@@ -110,18 +107,18 @@ inline Rows ownForwardRows(Rows x, const ForwardWeights& weights) {
 template <class Source>
 void ownForward(Source source, int16_t* dst, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    Sat16<Row> rows[8];
+    Saturating<Row> rows[8];
     simd::unroll<8>([&](auto k) { rows[k] = {source.row(k)}; });
     ownForwardColumns(rows);
     simd::unroll<8 / kRows>([&](auto i) {
       constexpr int k = i * kRows;
       const Rows x = ownForwardRows(joinRows(rows + k), kForwardWeights[i]);
-      simd::store(row(dst, 16, k), ownQuantise(x, loadRows(table, k)));
+      store(row(dst, 16, k), ownQuantise(x, loadRows(table, k)));
     });
   } else {
-    Sat16<int16_t> rows[8][8];
+    Saturating<int16_t> rows[8][8];
     for (int x = 0; x < 8; ++x) {
-      Sat16<int16_t> column[8];
+      Saturating<int16_t> column[8];
       for (int y = 0; y < 8; ++y) column[y] = {source.sample(y, x)};
       ownForwardColumns(column);
       for (int y = 0; y < 8; ++y) rows[y][x] = column[y];

@@ -5,7 +5,7 @@
 
 #include "jpeg/dct/transform.h"
 
-namespace qelj::dct {
+namespace qelj::jpeg::dct {
 
 inline constexpr int kInverseShift = 11;  // of the row pass; the column pass takes the other 6 bits
 // Each row has a rounding term of its own. The term of row 0, 2^16, is also the half of the final shift for
@@ -18,7 +18,7 @@ inline int16_t ownDequantise(const int16_t* src, const uint16_t* table, int i) {
   return mulWrap(at(src, i), int16_t(at(table, i)));
 }
 inline Rows ownDequantiseRows(const int16_t* src, const uint16_t* table, int k) {
-  return simd::mulWrap(loadRows(src, k), loadRows(table, k));
+  return mulWrap(loadRows(src, k), loadRows(table, k));
 }
 
 // --- first pass, along the rows ----------------------------------------------------------------------------
@@ -60,18 +60,14 @@ inline constexpr auto kInverseWeights = [] {
 template <int kCount>
 inline Rows ownInverseRows(Rows x, const InverseWeights& weights) {
   using Sums = simd::With<uint32_t, Rows>;
-  const auto products = [](Rows pairs, const int16_t* w) {
-    return Sums(simd::mulAddPairs(pairs, simd::load<Rows>(w)));
-  };
-  Sums even =
-      products(simd::shuffle8<0, 2, 0, 2, 0, 2, 0, 2>(x), weights.even[0]) + simd::load<Sums>(weights.round);
+  const auto products = [](Rows pairs, const int16_t* w) { return Sums(simd::mulAddPairs(pairs, load<Rows>(w))); };
+  Sums even = products(simd::shuffle8<0, 2, 0, 2, 0, 2, 0, 2>(x), weights.even[0]) + load<Sums>(weights.round);
   Sums odd = products(simd::shuffle8<1, 3, 1, 3, 1, 3, 1, 3>(x), weights.odd[0]);
   if constexpr (kCount == 8) {
     even += products(simd::shuffle8<4, 6, 4, 6, 4, 6, 4, 6>(x), weights.even[1]);
     odd += products(simd::shuffle8<5, 7, 5, 7, 5, 7, 5, 7>(x), weights.odd[1]);
   }
-  const Rows y = simd::packI16(simd::as<int32_t>(even + odd) >> kInverseShift,
-                               simd::as<int32_t>(even - odd) >> kInverseShift);
+  const Rows y = simd::packI16(as<int32_t>(even + odd) >> kInverseShift, as<int32_t>(even - odd) >> kInverseShift);
   return simd::shuffle8<0, 1, 2, 3, 7, 6, 5, 4>(y);
 }
 
@@ -117,8 +113,8 @@ inline void ownInverseColumns(S (&row)[8], S y0, S y1, S y2, auto y3, auto y4, a
 struct CentredOut {
   int16_t* dst;
   void sample(int y, int x, int16_t v) const { put(dst, 8 * y + x, v); }
-  void rows(const Sat16<Row> (&r)[8]) const {
-    simd::unroll<8>([&](auto y) { simd::store(row(dst, 16, y), r[y].v); });
+  void rows(const Saturating<Row> (&r)[8]) const {
+    simd::unroll<8>([&](auto y) { store(row(dst, 16, y), r[y].v); });
   }
 };
 // With 128 added, clamped to 0..255.
@@ -127,14 +123,12 @@ struct LevelShiftedOut {
   int32_t step;
   void sample(int y, int x, int16_t v) const { row(dst, step, y)[x] = clampU8(v + 128); }
   // Saturated to a signed byte, a sample needs only its top bit turned over.
-  static auto bytes(Row a, Row b) {
-    return simd::as<uint8_t>(simd::packI8(a, b)) ^ lanes<simd::Vec<uint8_t, 16>>(kTopBits);
-  }
-  void rows(const Sat16<Row> (&r)[8]) const {
+  static auto bytes(Row a, Row b) { return as<uint8_t>(simd::packI8(a, b)) ^ lanes<simd::Vec<uint8_t, 16>>(kTopBits); }
+  void rows(const Saturating<Row> (&r)[8]) const {
     simd::unroll<4>([&](auto i) {
       const auto two = bytes(r[2 * i].v, r[2 * i + 1].v);
-      simd::store(row(dst, step, 2 * i), simd::lower(two));
-      simd::store(row(dst, step, 2 * i + 1), simd::upper(two));
+      store(row(dst, step, 2 * i), simd::lower(two));
+      store(row(dst, step, 2 * i + 1), simd::upper(two));
     });
   }
 };
@@ -146,7 +140,7 @@ inline void ownInverseScalar(const int16_t (&coefficients)[8][8], Destination de
   int16_t rows[8][8];
   for (int k = 0; k < 8; ++k) ownInverseRow(coefficients[k], k, rows[k]);
   for (int x = 0; x < 8; ++x) {
-    Sat16<int16_t> y[8], column[8];
+    Saturating<int16_t> y[8], column[8];
     for (int k = 0; k < 8; ++k) y[k] = {rows[k][x]};
     ownInverseColumns(column, y[0], y[1], y[2], y[3], y[4], y[5], y[6], y[7]);
     for (int k = 0; k < 8; ++k) rows[k][x] = column[k].v;
@@ -154,6 +148,6 @@ inline void ownInverseScalar(const int16_t (&coefficients)[8][8], Destination de
   for (int i = 0; i < 64; ++i) destination.sample(i / 8, i % 8, rows[i / 8][i % 8]);
 }
 
-}  // namespace qelj::dct
+}  // namespace qelj::jpeg::dct
 
 #endif

@@ -2,12 +2,14 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
+#include "frame/lanes.h"
 #include "frame/rows.h"
-#include "frame/simd.h"
 #include "jpeg/zigzag.h"
 
 namespace qelj {
 namespace {
+
+using namespace jpeg;
 
 // A forward table holds 1/q with 15 fraction bits.
 constexpr uint16_t kOne = 0x8000;
@@ -47,34 +49,31 @@ QelStatus ownqelsDivCRev_16u_omp(uint16_t* divisors, int32_t count) {
 }
 
 // --- blocks ------------------------------------------------------------------------------------------------
-// Each operation stands twice: on one coefficient, and on a vector of them.
 
+// Three fraction bits more on x and one fewer on t leave x t / 2^15 with one fraction bit in the high half of the
+// product. The coefficient wraps at 4096.
 struct Quantise {
-  // Three fraction bits more on x and one fewer on t leave x * t / 2^15 with one fraction bit in the high
-  // half of the product. The coefficient wraps at 4096.
-  int16_t operator()(int16_t x, uint16_t t) const {
-    const int32_t high = shlWrap(x, 3) * int32_t(t >> 1) >> 16;
-    return int16_t((high + 1) >> 1);
-  }
-  simd::I16 operator()(simd::I16 x, simd::U16 t) const {
-    return (simd::mulHi(simd::shlWrap(x, 3), simd::I16(t >> 1)) + int16_t(1)) >> 1;
+  template <class V, class U>
+  V operator()(V x, U t) const {
+    return shr(addWrap(mulHi(shlWrap(x, 3), as<int16_t>(shr(t, 1))), all<V>(1)), 1);
   }
 };
 struct Dequantise {
-  int16_t operator()(int16_t x, uint16_t t) const { return mulWrap(x, int16_t(t)); }
-  simd::I16 operator()(simd::I16 x, simd::U16 t) const { return simd::mulWrap(x, simd::I16(t)); }
+  template <class V, class U>
+  V operator()(V x, U t) const {
+    return mulWrap(x, as<int16_t>(t));
+  }
 };
 
 template <class Operation>
 QelStatus block(int16_t* srcDst, const uint16_t* table) {
   if (auto s = nonNull(srcDst, table); s) return s;
-  constexpr Operation operation{};
-  if constexpr (simd::kEnabled)
-    for (int i = 0; i < 64; i += simd::kLanes<simd::I16>)
-      simd::store(row(srcDst, 2, i), operation(simd::load<simd::I16>(row(srcDst, 2, i)),
-                                               simd::load<simd::U16>(row(table, 2, i))));
-  else
-    for (int i = 0; i < 64; ++i) put(srcDst, i, operation(at(srcDst, i), at(table, i)));
+  const auto group = [=]<class V>(int i, V) {
+    int16_t* const x = offset(srcDst, i);
+    store(x, Operation()(load<V>(x), load<With<uint16_t, V>>(offset(table, i))));
+  };
+  constexpr int kGroup = simd::kEnabled ? simd::kLanes<simd::I16> : 1;
+  for (int i = 0; i < 64; i += kGroup) group(i, std::conditional_t<simd::kEnabled, simd::I16, int16_t>());
   return qelStatusOk;
 }
 

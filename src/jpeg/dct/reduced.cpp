@@ -7,7 +7,7 @@
 namespace qelj {
 namespace {
 
-using namespace dct;
+using namespace jpeg::dct;
 
 // --- few coefficients --------------------------------------------------------------------------------------
 
@@ -28,18 +28,16 @@ template <int kSize>
 void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   const LevelShiftedOut destination{dst, dstStep};
   if constexpr (simd::kEnabled) {
-    Sat16<Row> y[4] = {{}, {}, {simd::splat<Row>(ownEmptyRow(2))}, {}}, rows[8];
+    Saturating<Row> y[4] = {{}, {}, {all<Row>(ownEmptyRow(2))}, {}}, rows[8];
     simd::unroll<kSize / kRows>([&](auto i) {
       constexpr int k = i * kRows;
       Rows x = ownDequantiseRows(src, table, k);
-      if constexpr (kSize == 2) x = simd::as<int16_t>(simd::as<uint64_t>(x) & 0xFFFFFFFFu);
+      if constexpr (kSize == 2) x = as<int16_t>(as<uint64_t>(x) & 0xFFFFFFFFu);
       splitRows(ownInverseRows<4>(x, kInverseWeights[i]), y + k);
     });
     constexpr Zero zero;
-    if constexpr (kSize == 2)
-      ownInverseColumns(rows, y[0], y[1], y[2], zero, zero, zero, zero, zero);
-    else
-      ownInverseColumns(rows, y[0], y[1], y[2], y[3], zero, zero, zero, zero);
+    if constexpr (kSize == 2) ownInverseColumns(rows, y[0], y[1], y[2], zero, zero, zero, zero, zero);
+    else ownInverseColumns(rows, y[0], y[1], y[2], y[3], zero, zero, zero, zero);
     destination.rows(rows);
   } else {
     int16_t coefficients[8][8] = {};
@@ -50,23 +48,21 @@ void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
 }
 
 // --- fewer samples: along the rows -------------------------------------------------------------------------
-// A weight is the mean of the whole transform's weights over the samples that one sample stands for. They
-// stand by row set, sample of the left half, and coefficient; the mirrored sample has the opposite sign for
-// odd coefficients.
+// A weight is the mean of the whole transform's weights over the samples that one sample stands for. They stand by row
+// set, sample of the left half, and coefficient; the mirrored sample has the opposite sign for odd coefficients.
 
 constexpr int kReducedShift = 12;
 
 struct Four {
   static constexpr int kSize = 4;
-  static constexpr int16_t kWeights[4][2][8] = {
-      {{16384, 20995, 15137, 7373, 0, -4926, -6270, -4176},  // row 0
-       {16384, 8697, -15137, -17799, 0, 11893, 6270, -1730}},
-      {{22725, 29121, 20995, 10226, 0, -6833, -8697, -5793},  // rows 1, 7
-       {22725, 12063, -20995, -24688, 0, 16496, 8697, -2399}},
-      {{21407, 27432, 19777, 9633, 0, -6436, -8192, -5457},  // rows 2, 6
-       {21407, 11363, -19777, -23256, 0, 15539, 8192, -2260}},
-      {{19266, 24688, 17799, 8669, 0, -5793, -7373, -4911},  // rows 3, 5
-       {19266, 10226, -17799, -20929, 0, 13985, 7373, -2034}}};
+  static constexpr int16_t kWeights[4][2][8] = {{{16384, 20995, 15137, 7373, 0, -4926, -6270, -4176},  // row 0
+                                                 {16384, 8697, -15137, -17799, 0, 11893, 6270, -1730}},
+                                                {{22725, 29121, 20995, 10226, 0, -6833, -8697, -5793},  // rows 1, 7
+                                                 {22725, 12063, -20995, -24688, 0, 16496, 8697, -2399}},
+                                                {{21407, 27432, 19777, 9633, 0, -6436, -8192, -5457},  // rows 2, 6
+                                                 {21407, 11363, -19777, -23256, 0, 15539, 8192, -2260}},
+                                                {{19266, 24688, 17799, 8669, 0, -5793, -7373, -4911},  // rows 3, 5
+                                                 {19266, 10226, -17799, -20929, 0, 13985, 7373, -2034}}};
   static constexpr int32_t kRound[8] = {66560, 5802, 4520, 3408, 0, 910, 1024, 746};
 };
 struct Two {
@@ -79,7 +75,7 @@ struct Two {
 };
 
 template <class Reduced>
-void ownReducedRow(const int16_t* src, const uint16_t* table, int k, Sat16<int16_t> (&y)[Reduced::kSize]) {
+void ownReducedRow(const int16_t* src, const uint16_t* table, int k, Saturating<int16_t> (&y)[Reduced::kSize]) {
   for (int n = 0; n < Reduced::kSize / 2; ++n) {
     const auto& w = Reduced::kWeights[kWeightSet[k]][n];
     uint32_t even = uint32_t(Reduced::kRound[k]), odd = 0;
@@ -104,15 +100,13 @@ struct Blocks {
 template <class F>
 inline Blocks bothBlocks(F f) {
   const auto v = f(0);
-  if constexpr (sizeof v == sizeof(Row))
-    return {v, f(1)};
-  else
-    return {simd::lower(v), simd::upper(v)};
+  if constexpr (sizeof v == sizeof(Row)) return {v, f(1)};
+  else return {simd::lower(v), simd::upper(v)};
 }
 
 // By blocks: even + odd, and the mirrored even - odd behind it.
 inline Rows ownMirroredSums(simd::I32 even, simd::I32 odd) {
-  return simd::packI16(simd::addWrap(even, odd) >> kReducedShift, simd::subWrap(even, odd) >> kReducedShift);
+  return simd::packI16(addWrap(even, odd) >> kReducedShift, subWrap(even, odd) >> kReducedShift);
 }
 
 struct alignas(simd::kBytes) FourWeights {
@@ -143,15 +137,13 @@ constexpr auto kFourWeights = [] {
 inline Rows ownRowsToFour(const int16_t* src, const uint16_t* table, int k, const FourWeights& weights) {
   const auto sums = [&](int row) {
     const Rows x = ownDequantiseRows(src, table, row);
-    const auto low = simd::shuffle8<0, 2, 0, 2, 1, 3, 1, 3>(x),
-               high = simd::shuffle8<4, 6, 4, 6, 5, 7, 5, 7>(x);
-    return simd::as<uint64_t>(
-        simd::addWrap(simd::mulAddPairs(low, simd::load<Rows>(weights.low[row / 2])),
-                      simd::mulAddPairs(high, simd::load<Rows>(weights.high[row / 2]))));
+    const auto low = simd::shuffle8<0, 2, 0, 2, 1, 3, 1, 3>(x), high = simd::shuffle8<4, 6, 4, 6, 5, 7, 5, 7>(x);
+    return as<uint64_t>(addWrap(simd::mulAddPairs(low, load<Rows>(weights.low[row / 2])),
+                                simd::mulAddPairs(high, load<Rows>(weights.high[row / 2]))));
   };
   const auto a = sums(k), b = sums(k + 2);
-  const auto even = simd::as<int32_t>(simd::unpackLow(a, b)), odd = simd::as<int32_t>(simd::unpackHigh(a, b));
-  return ownMirroredSums(simd::addWrap(even, simd::load<simd::I32>(weights.round[k / 4])), odd);
+  const auto even = as<int32_t>(simd::unpackLow(a, b)), odd = as<int32_t>(simd::unpackHigh(a, b));
+  return ownMirroredSums(addWrap(even, load<simd::I32>(weights.round[k / 4])), odd);
 }
 
 struct alignas(simd::kBytes) TwoWeights {
@@ -167,8 +159,7 @@ constexpr auto kTwoWeights = [] {
     auto& one = all[size_t(k % 2 / kRows)];
     const auto& w = Two::kWeights[kWeightSet[k]][0];
     const bool counts = k % 2 || k == 0;
-    for (int u = 1; u < 8 && counts; u += 2)
-      one.odd[u / 4][pair / 2][8 * block + pair % 2 * 4 + u % 4] = w[u];
+    for (int u = 1; u < 8 && counts; u += 2) one.odd[u / 4][pair / 2][8 * block + pair % 2 * 4 + u % 4] = w[u];
     if (counts) one.even[8 * block + 2 * pair] = w[0];
     one.round[4 * block + pair] = Two::kRound[k];
   }
@@ -179,21 +170,15 @@ constexpr auto kTwoWeights = [] {
 // row 0 counts.
 inline Rows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, const TwoWeights& weights) {
   using Quads = simd::U64;  // four coefficients
-  const auto row = [&](int k) { return simd::as<uint64_t>(ownDequantiseRows(src, table, i + k)); };
-  const auto products = [](auto x, const int16_t* w) {
-    return simd::mulAddPairs(simd::as<int16_t>(x), simd::load<Rows>(w));
-  };
+  const auto row = [&](int k) { return as<uint64_t>(ownDequantiseRows(src, table, i + k)); };
+  const auto products = [](auto x, const int16_t* w) { return simd::mulAddPairs(as<int16_t>(x), load<Rows>(w)); };
   const Quads x0 = row(0), x2 = row(2), x4 = row(4), x6 = row(6);
   const Quads low02 = simd::unpackLow(x0, x2), low46 = simd::unpackLow(x4, x6);
-  const auto odd02 = simd::addWrap(products(low02, weights.odd[0][0]),
-                                   products(simd::unpackHigh(x0, x2), weights.odd[1][0]));
-  const auto odd46 = simd::addWrap(products(low46, weights.odd[0][1]),
-                                   products(simd::unpackHigh(x4, x6), weights.odd[1][1]));
-  const auto odd =
-      simd::addWrap(simd::shuffleTwo4<0, 2, 0, 2>(odd02, odd46), simd::shuffleTwo4<1, 3, 1, 3>(odd02, odd46));
-  const auto first = simd::shuffleTwo4<0, 2, 0, 2>(simd::as<int32_t>(low02), simd::as<int32_t>(low46));
-  return ownMirroredSums(simd::addWrap(products(first, weights.even), simd::load<simd::I32>(weights.round)),
-                         odd);
+  const auto odd02 = addWrap(products(low02, weights.odd[0][0]), products(simd::unpackHigh(x0, x2), weights.odd[1][0]));
+  const auto odd46 = addWrap(products(low46, weights.odd[0][1]), products(simd::unpackHigh(x4, x6), weights.odd[1][1]));
+  const auto odd = addWrap(simd::shuffleTwo4<0, 2, 0, 2>(odd02, odd46), simd::shuffleTwo4<1, 3, 1, 3>(odd02, odd46));
+  const auto first = simd::shuffleTwo4<0, 2, 0, 2>(as<int32_t>(low02), as<int32_t>(low46));
+  return ownMirroredSums(addWrap(products(first, weights.even), load<simd::I32>(weights.round)), odd);
 }
 
 // --- fewer samples: down the columns -----------------------------------------------------------------------
@@ -220,12 +205,11 @@ inline void ownColumnsToTwo(S (&row)[2], S y0, S y1, S y3, S y5, S y7) {
   row[1] = (z - d) >> 7;
 }
 
-// The same of two columns as vectors: y0 stands in lane 0 of each half, and y1, y3, y5, y7 in the four lanes
-// of each half of y; results stand in lane 0 of each half. It saves half of the operations on whole lanes of
-// rows.
-inline void ownColumnsToTwo(Sat16<Row> (&row)[2], Sat16<Row> y0, Sat16<Row> y) {
-  using S = Sat16<Row>;
-  const auto lane = [](S v, int n) { return S{simd::as<int16_t>(simd::as<uint64_t>(v.v) >> (16 * n))}; };
+// The same of two columns as vectors: y0 stands in lane 0 of each half, and y1, y3, y5, y7 in the four lanes of each
+// half of y; results stand in lane 0 of each half. It saves half of the operations on whole lanes of rows.
+inline void ownColumnsToTwo(Saturating<Row> (&row)[2], Saturating<Row> y0, Saturating<Row> y) {
+  using S = Saturating<Row>;
+  const auto lane = [](S v, int n) { return S{as<int16_t>(as<uint64_t>(v.v) >> (16 * n))}; };
   // y tan, with the 1 that the middle two lanes' tangents lack, and y mirrored: y7, y5, y3, y1.
   const S f = hi(y, kTan1331) + S{y.v & lanes<Row>(kMiddleLanes)};
   const S mirrored = {simd::shuffle8<3, 2, 1, 0, 7, 6, 5, 4>(y.v)};
@@ -242,29 +226,26 @@ inline void ownColumnsToTwo(Sat16<Row> (&row)[2], Sat16<Row> y0, Sat16<Row> y) {
 
 void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    const Blocks top =
-        bothBlocks([&](int i) { return ownRowsToFour(src, table, i, kFourWeights[size_t(i)]); });
-    const Blocks bottom =
-        bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, kFourWeights[size_t(i)]); });
+    const Blocks top = bothBlocks([&](int i) { return ownRowsToFour(src, table, i, kFourWeights[size_t(i)]); });
+    const Blocks bottom = bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, kFourWeights[size_t(i)]); });
     // From here on the lanes 0, 1, 5 and 4 are the four columns; the others have no meaning.
-    using S = Sat16<Row>;
-    const auto second = [](Row v) { return S{simd::as<int16_t>(simd::as<uint64_t>(v) >> 32)}; };
+    using S = Saturating<Row>;
+    const auto second = [](Row v) { return S{as<int16_t>(as<uint64_t>(v) >> 32)}; };
     S rows[4];
     ownColumnsToFour(rows, S{top.even}, S{top.odd}, second(top.even), second(top.odd), S{bottom.odd},
                      second(bottom.even), second(bottom.odd));
     const auto two = [](S a, S b) {
-      return simd::as<int16_t>(simd::shuffleTwo4<0, 2, 0, 2>(simd::as<int32_t>(a.v), simd::as<int32_t>(b.v)));
+      return as<int16_t>(simd::shuffleTwo4<0, 2, 0, 2>(as<int32_t>(a.v), as<int32_t>(b.v)));
     };
     constexpr uint8_t kColumns[16] = {0, 1, 3, 2, 4, 5, 7, 6, 8, 9, 11, 10, 12, 13, 15, 14};
     const auto bytes = LevelShiftedOut::bytes(two(rows[0], rows[1]), two(rows[2], rows[3]));
-    const auto samples =
-        simd::as<uint32_t>(simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns)));
+    const auto samples = as<uint32_t>(simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns)));
     simd::unroll<4>([&](auto y) { store(row(dst, dstStep, y), uint32_t(samples[int(y)])); });
   } else {
-    Sat16<int16_t> y[8][4];
+    Saturating<int16_t> y[8][4];
     for (const int k : {0, 1, 2, 3, 5, 6, 7}) ownReducedRow<Four>(src, table, k, y[k]);
     for (int x = 0; x < 4; ++x) {
-      Sat16<int16_t> column[4];
+      Saturating<int16_t> column[4];
       ownColumnsToFour(column, y[0][x], y[1][x], y[2][x], y[3][x], y[5][x], y[6][x], y[7][x]);
       for (int k = 0; k < 4; ++k) y[k][x] = column[k];
     }
@@ -275,20 +256,19 @@ void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
 void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
     const Blocks of = bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, kTwoWeights[size_t(i)]); });
-    Sat16<Row> rows[2];
+    Saturating<Row> rows[2];
     ownColumnsToTwo(rows, {of.even}, {of.odd});
-    constexpr uint8_t kColumns[16] = {0,   4,   8,   12,  128, 128, 128, 128,
-                                      128, 128, 128, 128, 128, 128, 128, 128};
-    const auto bytes = simd::as<uint8_t>(simd::packI8(rows[0].v, rows[1].v));
+    constexpr uint8_t kColumns[16] = {0, 4, 8, 12, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128};
+    const auto bytes = as<uint8_t>(simd::packI8(rows[0].v, rows[1].v));
     const auto four = simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns));
-    const uint32_t samples = simd::as<uint32_t>(four)[0] ^ 0x80808080u;  // + 128
+    const uint32_t samples = as<uint32_t>(four)[0] ^ 0x80808080u;  // + 128
     store(row(dst, dstStep, 0), uint16_t(samples));
     store(row(dst, dstStep, 1), uint16_t(samples >> 16));
   } else {
-    Sat16<int16_t> y[8][2];
+    Saturating<int16_t> y[8][2];
     for (const int k : {0, 1, 3, 5, 7}) ownReducedRow<Two>(src, table, k, y[k]);
     for (int x = 0; x < 2; ++x) {
-      Sat16<int16_t> column[2];
+      Saturating<int16_t> column[2];
       ownColumnsToTwo(column, y[0][x], y[1][x], y[3][x], y[5][x], y[7][x]);
       for (int k = 0; k < 2; ++k) y[k][x] = column[k];
     }

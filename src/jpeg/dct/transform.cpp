@@ -1,7 +1,7 @@
 // Constants of the 8-bit transforms as vectors; see transform.h.
 #include "jpeg/dct/transform.h"
 
-namespace qelj::dct {
+namespace qelj::jpeg::dct {
 namespace {
 template <class T>
 consteval Lanes<T> all(T value) {
@@ -26,4 +26,4 @@ constinit const Lanes<int16_t> kMiddleLanes = fours(0, -1);
 constinit const Lanes<int16_t> kOddOne = all<int16_t>(1);
 constinit const Lanes<uint8_t> kTopBits = all<uint8_t>(0x80);
 
-}  // namespace qelj::dct
+}  // namespace qelj::jpeg::dct

@@ -10,22 +10,21 @@
 #include <array>
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
-namespace qelj::dct {
+namespace qelj::jpeg::dct {
 
 // --- constants ---------------------------------------------------------------------------------------------
 
-// A constant as a whole vector in memory. Its value stays out of this header on purpose: GCC builds a vector
-// of a known value in registers, with three instructions each time, which is much for a function of one
-// block.
+// A constant as a whole vector in memory. Its value stays out of this header on purpose: GCC builds a vector of a known
+// value in registers, with three instructions each time, which is much for a function of one block.
 template <class T>
 struct alignas(32) Lanes {
   T lane[32 / sizeof(T)];
 };
 template <class V>
-inline V lanes(const Lanes<simd::Lane<V>>& constant) {
-  return simd::load<V>(constant.lane);
+inline V lanes(const Lanes<Lane<V>>& constant) {  // one sample or a vector
+  return load<V>(constant.lane);
 }
 
 #pragma GCC visibility push(hidden)
@@ -43,11 +42,10 @@ extern const Lanes<uint8_t> kTopBits;
 #pragma GCC visibility pop
 
 // c(k) c(i) in 14 fraction bits, by k as the row's set and i.
-inline constexpr int16_t kWeights[4][8] = {
-    {16384, 22725, 21407, 19266, 16384, 12873, 8867, 4520},    // rows 0, 4
-    {22725, 31521, 29692, 26722, 22725, 17855, 12299, 6270},   // rows 1, 7
-    {21407, 29692, 27969, 25172, 21407, 16819, 11585, 5906},   // rows 2, 6
-    {19266, 26722, 25172, 22654, 19266, 15137, 10426, 5315}};  // rows 3, 5
+inline constexpr int16_t kWeights[4][8] = {{16384, 22725, 21407, 19266, 16384, 12873, 8867, 4520},    // rows 0, 4
+                                           {22725, 31521, 29692, 26722, 22725, 17855, 12299, 6270},   // rows 1, 7
+                                           {21407, 29692, 27969, 25172, 21407, 16819, 11585, 5906},   // rows 2, 6
+                                           {19266, 26722, 25172, 22654, 19266, 15137, 10426, 5315}};  // rows 3, 5
 inline constexpr int kWeightSet[8] = {0, 1, 2, 3, 0, 3, 2, 1};
 
 // The weight between sample n of a row (or its mirror 7 - n, with the opposite sign for odd u) and
@@ -60,71 +58,36 @@ constexpr int16_t weight(int k, int n, int u) {
 
 // --- column arithmetic -------------------------------------------------------------------------------------
 
-// Signed 16-bit arithmetic on one sample (V is int16_t) or a vector of them: + and - saturate, << drops what
-// leaves at the top.
-template <class V>
-struct Sat16 {
-  V v;
-};
-template <class V>
-inline Sat16<V> operator+(Sat16<V> a, Sat16<V> b) {
-  if constexpr (std::is_integral_v<V>)
-    return {qelj::addSat(a.v, b.v)};
-  else
-    return {simd::addSat(a.v, b.v)};
-}
-template <class V>
-inline Sat16<V> operator-(Sat16<V> a, Sat16<V> b) {
-  if constexpr (std::is_integral_v<V>)
-    return {qelj::subSat(a.v, b.v)};
-  else
-    return {simd::subSat(a.v, b.v)};
-}
-template <class V>
-inline Sat16<V> operator<<(Sat16<V> a, int bits) {
-  if constexpr (std::is_integral_v<V>)
-    return {qelj::shlWrap(a.v, bits)};
-  else
-    return {simd::shlWrap(a.v, bits)};
-}
-template <class V>
-inline Sat16<V> operator>>(Sat16<V> a, int bits) {
-  return {V(a.v >> bits)};
-}
+// In 16 bits that saturate, on one sample or a vector of them.
+
 // The lowest bit set: half a unit, on average, for the fraction that a high multiplication dropped.
 template <class V>
-inline Sat16<V> oddOne(Sat16<V> a) {
-  if constexpr (std::is_integral_v<V>)
-    return {V(a.v | kOddOne.lane[0])};
-  else
-    return {a.v | lanes<V>(kOddOne)};
+inline Saturating<V> oddOne(Saturating<V> a) {
+  return {V(a.v | lanes<V>(kOddOne))};
 }
 // The high half of the product.
 template <class V>
-inline Sat16<V> hi(Sat16<V> a, const Lanes<int16_t>& factor) {
-  if constexpr (std::is_integral_v<V>)
-    return {int16_t(int32_t(a.v) * factor.lane[0] >> 16)};
-  else
-    return {simd::mulHi(a.v, lanes<V>(factor))};
+inline Saturating<V> hi(Saturating<V> a, const Lanes<int16_t>& factor) {
+  return {mulHi(a.v, lanes<V>(factor))};
 }
 
 // A row that is known to be zero: what it takes part in is left out when the kernel is compiled.
 struct Zero {};
 template <class V>
-inline Sat16<V> operator+(Sat16<V> a, Zero) {
+inline Saturating<V> operator+(Saturating<V> a, Zero) {
   return a;
 }
 template <class V>
-inline Sat16<V> operator+(Zero, Sat16<V> b) {
+inline Saturating<V> operator+(Zero, Saturating<V> b) {
   return b;
 }
 template <class V>
-inline Sat16<V> operator-(Sat16<V> a, Zero) {
+inline Saturating<V> operator-(Saturating<V> a, Zero) {
   return a;
 }
 template <class V>
-inline Sat16<V> operator-(Zero, Sat16<V> b) {
-  return Sat16<V>{} - b;
+inline Saturating<V> operator-(Zero, Saturating<V> b) {
+  return Saturating<V>{} - b;
 }
 inline Zero operator+(Zero, Zero) { return {}; }
 inline Zero operator-(Zero, Zero) { return {}; }
@@ -136,20 +99,15 @@ using Row = simd::Vec<int16_t, 16>;  // one row of a block
 using Rows = simd::I16;              // one row or two, as wide as the image's vectors are
 inline constexpr int kRows = simd::kLanes<Rows> / 8;
 
-// The vector of row k, or of rows k and k + 1: of a block or table in memory, and of rows one by one, to and
-// fro.
-inline Rows loadRows(const void* block, int k) {
-  return simd::load<Rows>(static_cast<const char*>(block) + 16 * k);
-}
+// The vector of row k, or of rows k and k + 1: of a block or table in memory, and of rows one by one, to and fro.
+inline Rows loadRows(const void* block, int k) { return load<Rows>(static_cast<const char*>(block) + 16 * k); }
 template <class V = Rows>
-inline V joinRows(const Sat16<Row>* row) {
-  if constexpr (sizeof(V) == sizeof(Row))
-    return row[0].v;
-  else
-    return simd::join(row[0].v, row[1].v);
+inline V joinRows(const Saturating<Row>* row) {
+  if constexpr (sizeof(V) == sizeof(Row)) return row[0].v;
+  else return simd::join(row[0].v, row[1].v);
 }
 template <class V>
-inline void splitRows(V rows, Sat16<Row>* row) {
+inline void splitRows(V rows, Saturating<Row>* row) {
   if constexpr (sizeof(V) == sizeof(Row)) {
     row[0].v = rows;
   } else {
@@ -158,6 +116,6 @@ inline void splitRows(V rows, Sat16<Row>* row) {
   }
 }
 
-}  // namespace qelj::dct
+}  // namespace qelj::jpeg::dct
 
 #endif

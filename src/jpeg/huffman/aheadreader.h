@@ -6,7 +6,7 @@
 
 #include "jpeg/huffman/bitreader.h"
 
-namespace qelj {
+namespace qelj::jpeg {
 
 // Reads symbols from the next bytes: each refill brings 56 bits or more. Beside them it keeps the end of what a
 // BitReader's refills would have taken in, so that a BitReader can go on in front of any symbol. Positions are in
@@ -22,16 +22,15 @@ class AheadReader {
     uint8_t bytes[2 * kWindow];
   };
 
-  AheadReader(const uint8_t* src, int32_t length, int32_t position, int32_t marker,
-              const QelDecodeHuffmanState& state, Unstuffed& unstuffed)
+  AheadReader(const uint8_t* src, int32_t length, int32_t position, int32_t marker, const QelDecodeHuffmanState& state,
+              Unstuffed& unstuffed)
       : unstuffed_(unstuffed.bytes), buffer_(state.bitBuffer) {
-    if (marker != 0 || uint32_t(state.bitCount) > 32 || position < 0 || length - position < 2 * kWindow + 2)
-      return;
+    if (marker != 0 || uint32_t(state.bitCount) > 32 || position < 0 || length - position < 2 * kWindow + 2) return;
     src_ = data_ = src + position;
     position_ = -state.bitCount;
     bits_ = position_ ? buffer_ << (64 + position_) : 0;
     for (int i = 0; i < kWindow; i += simd::kBytes)
-      ff_ |= uint64_t(simd::topBits((simd::I8)(simd::load<simd::I8>(src_ + i) == -1))) << i;
+      ff_ |= uint64_t(simd::topBits((simd::I8)(load<simd::I8>(src_ + i) == -1))) << i;
     limit_ = 8 * std::countr_zero(ff_) - kAhead;
   }
 
@@ -41,7 +40,8 @@ class AheadReader {
 
   // Makes room for a code of up to 8 bits with its value, and any code with its value behind that. Fails at the end.
   bool refill() {
-    while (position_ > limit_) [[unlikely]] if (!unstuff()) return false;
+    while (position_ > limit_) [[unlikely]]
+      if (!unstuff()) return false;
     bits_ |= ownStreamOrder(load<uint64_t>(data_ + (loaded_ >> 3))) >> (loaded_ - position_);
     loaded_ = (position_ + 63) & ~7;
     return true;
@@ -53,9 +53,7 @@ class AheadReader {
 
   // The same for longer codes. A BitReader searches for these bit by bit where it has too few: it refills in front of
   // the ninth bit, or once it has used its last one.
-  uint32_t peekLong(const QelDecodeHuffmanSpec* table) const {
-    return ownLongCode(table, uint32_t(bits_ >> 48));
-  }
+  uint32_t peekLong(const QelDecodeHuffmanSpec* table) const { return ownLongCode(table, uint32_t(bits_ >> 48)); }
   int32_t takeLong(uint32_t entry) {
     const int taken = refilled(8), count = taken - position_;
     if (int(entry >> 16) <= count) return take(entry, taken);
@@ -107,11 +105,8 @@ class AheadReader {
     return int32_t(behind >> 1 >> (63 - length)) + (kLowest[size_t(length)] & ~notNegative);
   }
 
-  // The end of what a BitReader has taken in once it needs some bits: if it has to refill, 25 or more, by whole
-  // bytes.
-  int refilled(int needed) const {
-    return selectLess(taken_ - position_, needed, (position_ + 32) & ~7, taken_);
-  }
+  // The end of what a BitReader has taken in once it needs some bits: if it has to refill, 25 or more, by whole bytes.
+  int refilled(int needed) const { return selectLess(taken_ - position_, needed, (position_ + 32) & ~7, taken_); }
 
   const uint8_t *src_, *data_;
   uint8_t* unstuffed_;
@@ -125,6 +120,6 @@ class AheadReader {
   uint64_t buffer_;       // of the state
 };
 
-}  // namespace qelj
+}  // namespace qelj::jpeg
 
 #endif

@@ -7,6 +7,8 @@
 namespace qelj {
 namespace {
 
+using namespace jpeg;
+
 struct Block {
   int16_t* dst;
   int16_t* lastDC;
@@ -51,10 +53,8 @@ QELJ_INLINE void ownDecodeAhead(AheadReader& reader, const Block& block, Progres
   if (k == 0 && reader.refill()) [[likely]] {
     if (uint32_t entry = reader.peek(block.dcTable)) [[likely]]
       ownStoreDc(block, reader.take(entry));
-    else if ((entry = reader.peekLong(block.dcTable)))
-      ownStoreDc(block, reader.takeLong(entry));
-    else
-      return;
+    else if ((entry = reader.peekLong(block.dcTable))) ownStoreDc(block, reader.takeLong(entry));
+    else return;
     k = 1;
   }
   for (;;) {
@@ -123,22 +123,20 @@ inline void ownDecodeSymbol(BitReader<true>& reader, const Block& block, Progres
 
 // Decodes on to the end: by the defining reader as long as must be, and ahead of it where that is possible.
 [[gnu::noinline]] QelStatus ownDecodeRest(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
-                                          int16_t* lastDC, int32_t* marker,
-                                          const QelDecodeHuffmanSpec* dcTable,
-                                          const QelDecodeHuffmanSpec* acTable, QelDecodeHuffmanState* state,
-                                          unsigned k, int32_t bytes) {
+                                          int16_t* lastDC, int32_t* marker, const QelDecodeHuffmanSpec* dcTable,
+                                          const QelDecodeHuffmanSpec* acTable, QelDecodeHuffmanState* state, unsigned k,
+                                          int32_t bytes) {
   const Block block{dst, lastDC, dcTable, acTable};
   const Source source{src, srcLen, srcPos, marker, state};
   Progress progress;
   progress.k = k;
   for (;;) {
-    ownDecode(source.src, source.length, source.position, source.marker, source.state,
-              [&](BitReader<true>& reader) {
-                const int32_t start = reader.position();
-                do ownDecodeSymbol(reader, block, progress);
-                while (progress.more && reader.position() - start < bytes);
-                return progress.status;
-              });
+    ownDecode(source.src, source.length, source.position, source.marker, source.state, [&](BitReader<true>& reader) {
+      const int32_t start = reader.position();
+      do ownDecodeSymbol(reader, block, progress);
+      while (progress.more && reader.position() - start < bytes);
+      return progress.status;
+    });
     if (!progress.more) break;
     bytes = ownTryAhead(source, block, progress);
     if (!progress.more) break;
@@ -149,11 +147,9 @@ inline void ownDecodeSymbol(BitReader<true>& reader, const Block& block, Progres
 
 }  // namespace
 
-QelStatus qeliDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos,
-                                             int16_t* dst, int16_t* lastDC, int32_t* marker,
-                                             const QelDecodeHuffmanSpec* dcTable,
-                                             const QelDecodeHuffmanSpec* acTable,
-                                             QelDecodeHuffmanState* state) {
+QelStatus qeliDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
+                                             int16_t* lastDC, int32_t* marker, const QelDecodeHuffmanSpec* dcTable,
+                                             const QelDecodeHuffmanSpec* acTable, QelDecodeHuffmanState* state) {
   if (auto s = check(nonNull(src), require(srcLen >= 0, qelStatusBadArg),
                      nonNull(srcPos, dst, lastDC, marker, dcTable, acTable, state));
       s)
@@ -164,25 +160,22 @@ QelStatus qeliDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen,
   ownClear(dst);
   const int32_t bytes = ownTryAhead(source, block, progress);
   if (progress.more) [[unlikely]]
-    return ownDecodeRest(src, srcLen, srcPos, dst, lastDC, marker, dcTable, acTable, state, progress.k,
-                         bytes);
+    return ownDecodeRest(src, srcLen, srcPos, dst, lastDC, marker, dcTable, acTable, state, progress.k, bytes);
   state->blockPosition = int(progress.k);
   return progress.status;
 }
 
-QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen,
-                                             int32_t* dstPos, int16_t* lastDC,
-                                             const QelEncodeHuffmanSpec* dcTable,
-                                             const QelEncodeHuffmanSpec* acTable,
-                                             QelEncodeHuffmanState* state, int32_t flush) {
+QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos,
+                                             int16_t* lastDC, const QelEncodeHuffmanSpec* dcTable,
+                                             const QelEncodeHuffmanSpec* acTable, QelEncodeHuffmanState* state,
+                                             int32_t flush) {
   if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos, state)); s) return s;
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = nonNull(src, lastDC, dcTable, acTable); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
   return ownWithAc(src, [=](const auto& ac) {
-    return ownEncode<kMaxBlockBits>(dst, dstLen, dstPos, state, [=, &ac](auto& sink) {
-      return ownCodeBlock(sink, ac, d, dcTable, acTable);
-    });
+    return ownEncode<kMaxBlockBits>(dst, dstLen, dstPos, state,
+                                    [=, &ac](auto& sink) { return ownCodeBlock(sink, ac, d, dcTable, acTable); });
   });
 }
 

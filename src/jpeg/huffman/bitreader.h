@@ -1,20 +1,19 @@
 // The bit reader of every Huffman decoder: refill with the removal of stuffed and fill bytes, Huffman
 // symbols, plain bits (ISO/IEC 10918-1, F.2.2).
 //
-// Bytes are taken in at fixed moments: when fewer than 8 bits are left in front of a symbol, or fewer than a
-// value needs, until there are 25 bits or more. Position, marker and accumulator are part of a call's result,
-// so there is no other read-ahead; a refill finds four bytes without a 0xFF most of the time and takes them
-// in one step.
+// Bytes are taken in at fixed moments: when fewer than 8 bits are left in front of a symbol, or fewer than a value
+// needs, until there are 25 bits or more. Position, marker and accumulator are part of a call's result, so there is no
+// other read-ahead; a refill finds four bytes without a 0xFF most of the time and takes them in one step.
 #ifndef QELJ_JPEG_HUFFMAN_BITREADER_H
 #define QELJ_JPEG_HUFFMAN_BITREADER_H
 
 #include <algorithm>
 
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/huffman/bits.h"
 #include "jpeg/huffman/records.h"
 
-namespace qelj {
+namespace qelj::jpeg {
 
 // The code of 9 to 16 bits that the 16 bits `next` begin with, as length << 16 | symbol; 0 where there is
 // none or where only the search, length by length, can tell. All lengths at once: a length's code is the high
@@ -23,11 +22,10 @@ inline uint32_t ownLongCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
   if constexpr (!simd::kShuffles) return 0;
   using U = simd::Vec<uint16_t, 16>;
   using I = simd::Vec<int16_t, 16>;
-  const U bits = simd::splat<U>(uint16_t(next));
-  const U codes = simd::mulHi(bits, U{1 << 9, 1 << 10, 1 << 11, 1 << 12, 1 << 13, 1 << 14, 1 << 15, 0}) |
+  const U bits = all<U>(uint16_t(next));
+  const U codes = mulHi(bits, U{1 << 9, 1 << 10, 1 << 11, 1 << 12, 1 << 13, 1 << 14, 1 << 15, 0}) |
                   (bits & U{0, 0, 0, 0, 0, 0, 0, 0xFFFF});
-  const I max =
-      simd::load<I>(reinterpret_cast<const char*>(table) + offsetof(QelDecodeHuffmanSpec, maxCode[9]));
+  const I max = load<I>(reinterpret_cast<const char*>(table) + offsetof(QelDecodeHuffmanSpec, maxCode[9]));
   // A length without codes has a maximum of -1, which only codes of 16 bits can seem to reach.
   const uint32_t found = ~simd::topBits((I)((I)codes > max)) & 0xFFFF;
   if (found == 0) return 0;
@@ -46,8 +44,7 @@ class BitReader {
   static constexpr int32_t kNoCode = 0, kRanOut = -1;
 
   // A position outside the source counts as its end.
-  BitReader(const uint8_t* src, int32_t length, int32_t position, int32_t marker, uint32_t buffer,
-            int32_t count)
+  BitReader(const uint8_t* src, int32_t length, int32_t position, int32_t marker, uint32_t buffer, int32_t count)
       : src_(src), position_(position), marker_(marker), count_(count), buffer_(buffer) {
     end_ = uint32_t(position) <= uint32_t(length) ? length : position;
     wordEnd_ = marker == 0 ? end_ - 4 : INT64_MIN;
@@ -223,6 +220,6 @@ inline QelStatus ownDecode(const uint8_t* src, int32_t srcLen, int32_t* srcPos, 
   return s;
 }
 
-}  // namespace qelj
+}  // namespace qelj::jpeg
 
 #endif

@@ -6,7 +6,7 @@
 
 #include "frame/arith.h"
 
-namespace qelj {
+namespace qelj::jpeg {
 
 static_assert(std::endian::native == std::endian::little);
 
@@ -25,6 +25,6 @@ inline bool ownHasFF(Word word) {
   return (Word(Word(~word) - kOnes) & word & Word(kOnes << 7)) != 0;
 }
 
-}  // namespace qelj
+}  // namespace qelj::jpeg
 
 #endif

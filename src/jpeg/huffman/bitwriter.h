@@ -1,5 +1,4 @@
-// The bit writer of every Huffman encoder, and the counter that stands in its place when statistics are
-// taken.
+// The bit writer of every Huffman encoder, and the counter that stands in its place when statistics are taken.
 //
 // Encoders are templates over a sink with two operations:
 //   code(table, symbol, bits, length)   a Huffman symbol and the `length` bits behind it
@@ -12,11 +11,11 @@
 #include <algorithm>
 #include <array>
 
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/huffman/bits.h"
 #include "jpeg/huffman/records.h"
 
-namespace qelj {
+namespace qelj::jpeg {
 
 // The room for what one step can add at most: `bits` bits behind a partial byte, every byte stuffed, and the slack
 // of a vector-wide store.
@@ -98,8 +97,8 @@ inline Ahead ownLookAhead(const uint8_t* src, int n) {
     for (int i = 0; i < simd::kBytes; ++i) lane[size_t(i)] = int8_t(i);
     return lane;
   }();
-  const auto bytes = simd::load<simd::I8>(src);
-  const auto inside = (simd::I8)(simd::load<simd::I8>(kLane.data()) < simd::splat<simd::I8>(int8_t(n)));
+  const auto bytes = load<simd::I8>(src);
+  const auto inside = (simd::I8)(load<simd::I8>(kLane.data()) < all<simd::I8>(int8_t(n)));
   return {bytes, inside, simd::topBits((simd::I8)(bytes == -1) & inside)};
 }
 
@@ -129,7 +128,7 @@ inline uint8_t* ownStuff(uint8_t* dst, const uint8_t* src, int bytes) {
   for (;;) {
     int n = std::min(bytes, simd::kBytes);
     const Ahead ahead = ownLookAhead(src, n);
-    simd::store(dst, simd::select(ahead.inside, ahead.bytes, simd::load<simd::I8>(dst)));
+    store(dst, select(ahead.inside, ahead.bytes, load<simd::I8>(dst)));
     if (ahead.ff != 0) [[unlikely]] {
       n = std::countr_zero(ahead.ff) + 1;
       dst[n] = 0;
@@ -206,8 +205,7 @@ class SymbolCounter {
   QelStatus plain(uint32_t, int) { return qelStatusOk; }
 };
 
-// Ends a segment: pads the partial byte with ones and re-initialises the state, whether or not the byte
-// fitted.
+// Ends a segment: pads the partial byte with ones and re-initialises the state, whether or not the byte fitted.
 [[gnu::noinline]] inline QelStatus ownFlush(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
                                             QelEncodeHuffmanState* state) {
   BitWriter sink(dst, dstLen, *dstPos, Pending(state));
@@ -247,6 +245,6 @@ template <int kMaxBits, class Step>
   return s;
 }
 
-}  // namespace qelj
+}  // namespace qelj::jpeg
 
 #endif

@@ -8,6 +8,8 @@
 namespace qelj {
 namespace {
 
+using namespace jpeg;
+
 using DirectReader = BitReader<false>;
 
 enum class Found { symbol, noCode, noBits };
@@ -31,8 +33,7 @@ inline Found ownDirectSymbol(DirectReader& reader, const QelDecodeHuffmanSpec* t
 }
 
 inline QelStatus ownDecodeBlockDirect(DirectReader& reader, int16_t* dst, int16_t* lastDC,
-                                      const QelDecodeHuffmanSpec* dcTable,
-                                      const QelDecodeHuffmanSpec* acTable) {
+                                      const QelDecodeHuffmanSpec* dcTable, const QelDecodeHuffmanSpec* acTable) {
   ownClear(dst);
   int32_t symbol, value;
   if (reader.count() < 8) {
@@ -86,9 +87,7 @@ QelStatus qeliDecodeHuffman8x8_Direct_JPEG_1u16s_C1(const uint8_t* src, int32_t*
                                                     int32_t* bitCount, const QelDecodeHuffmanSpec* dcTable,
                                                     const QelDecodeHuffmanSpec* acTable) {
   if (auto s = nonNull(src, srcBitPos); s) return s;
-  if (auto s =
-          check(require(*srcBitPos >= 0, qelStatusBadArg), nonNull(dst, lastDC, marker, bitBuffer, bitCount));
-      s)
+  if (auto s = check(require(*srcBitPos >= 0, qelStatusBadArg), nonNull(dst, lastDC, marker, bitBuffer, bitCount)); s)
     return s;
   if (auto s = check(require(*bitCount >= 0, qelStatusBadArg), nonNull(dcTable, acTable)); s) return s;
   DirectReader reader(src, 0, *srcBitPos >> 3, *marker, *bitBuffer, std::min(*bitCount, 32));

@@ -2,7 +2,7 @@
 // modulo 2^16. With a the sample on the left, b the one above, c the one above on the left.
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
 namespace qelj {
 namespace {
@@ -34,11 +34,11 @@ using simd::I16;
 // The halves of exact 17-bit sums and differences; what the low bits carry or borrow comes last.
 template <class V>
 inline V ownHalfSum(V a, V b) {
-  return simd::addWrap(simd::addWrap(a >> 1, b >> 1), a & b & 1);
+  return addWrap(addWrap(a >> 1, b >> 1), a & b & 1);
 }
 template <class V>
 inline V ownHalfDifference(V a, V b) {
-  return simd::subWrap(simd::subWrap(a >> 1, b >> 1), ~a & b & 1);
+  return subWrap(subWrap(a >> 1, b >> 1), ~a & b & 1);
 }
 
 template <int kPredictor>
@@ -51,11 +51,11 @@ inline I16 ownPredict(I16 a, I16 b, I16 c) {
     case 3:
       return c;
     case 4:
-      return simd::subWrap(simd::addWrap(a, b), c);
+      return subWrap(addWrap(a, b), c);
     case 5:
-      return simd::addWrap(a, ownHalfDifference(b, c));
+      return addWrap(a, ownHalfDifference(b, c));
     case 6:
-      return simd::addWrap(b, ownHalfDifference(a, c));
+      return addWrap(b, ownHalfDifference(a, c));
     default:
       return ownHalfSum(a, b);
   }
@@ -65,17 +65,16 @@ inline I16 ownPredict(I16 a, I16 b, I16 c) {
 template <int kPredictor>
 void ownDiffRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width, int32_t first) {
   constexpr int kGroup = simd::kLanes<I16>;
-  const auto group = [](const int16_t* samples, int32_t x) { return simd::load<I16>(row(samples, 2, x)); };
+  const auto group = [](const int16_t* samples, int32_t x) { return load<I16>(offset(samples, x)); };
   int32_t x = width;
   if constexpr (simd::kEnabled)
     for (; x - kGroup >= 1; x -= kGroup) {
       const int32_t i = x - kGroup;
       const I16 p = ownPredict<kPredictor>(group(src, i - 1), group(prevRow, i), group(prevRow, i - 1));
-      simd::store(row(dst, 2, i), simd::subWrap(group(src, i), p));
+      store(offset(dst, i), subWrap(group(src, i), p));
     }
   for (--x; x >= 1; --x)
-    put(dst, x,
-        int16_t(at(src, x) - ownPredict<kPredictor>(at(src, x - 1), at(prevRow, x), at(prevRow, x - 1))));
+    put(dst, x, int16_t(at(src, x) - ownPredict<kPredictor>(at(src, x - 1), at(prevRow, x), at(prevRow, x - 1))));
   put(dst, 0, int16_t(at(src, 0) - first));
 }
 
@@ -85,38 +84,36 @@ using Lanes = simd::Vec<int16_t, 16>;
 
 inline Lanes ownLastInAll(Lanes v) { return simd::shuffle8<7, 7, 7, 7, 7, 7, 7, 7>(v); }
 inline Lanes ownRunningSum(Lanes v) {
-  v = simd::addWrap(v, simd::moveUp<1>(v));
-  v = simd::addWrap(v, simd::moveUp<2>(v));
-  return simd::addWrap(v, simd::moveUp<4>(v));
+  v = addWrap(v, simd::moveUp<1>(v));
+  v = addWrap(v, simd::moveUp<2>(v));
+  return addWrap(v, simd::moveUp<4>(v));
 }
 
-// Predictors 1 to 5 make rows of sums: 2 and 3 of the row above alone; 1, 4 and 5 running sums of what does
-// not depend on the row itself (4: of the differences, for dst - b). 6 and 7 go sample by sample. A sample of
-// the row above is read before dst is written there, so that dst may be src or prevRow. `first` predicts the
-// leftmost sample.
+// Predictors 1 to 5 make rows of sums: 2 and 3 of the row above alone; 1, 4 and 5 running sums of what does not depend
+// on the row itself (4: of the differences, for dst - b). 6 and 7 go sample by sample. A sample of the row above is
+// read before dst is written there, so that dst may be src or prevRow. `first` predicts the leftmost sample.
 template <int kPredictor>
-void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, ptrdiff_t width,
-                       int32_t first) {
+void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, ptrdiff_t width, int32_t first) {
   int16_t c = at(prevRow, 0);
   int16_t a = int16_t(at(src, 0) + first);
   put(dst, 0, a);
   ptrdiff_t x = 1;
   if constexpr (simd::kEnabled && kPredictor <= 5) {
-    Lanes sum = Lanes{} + (kPredictor == 4 ? qelj::subWrap(a, c) : a);
+    Lanes sum = Lanes{} + (kPredictor == 4 ? subWrap(a, c) : a);
     for (; x + 8 <= width; x += 8) {
-      Lanes d = simd::load<Lanes>(row(src, 2, x));
-      const Lanes above = kPredictor == 1 ? Lanes{} : simd::load<Lanes>(row(prevRow, 2, x));
+      Lanes d = load<Lanes>(offset(src, x));
+      const Lanes above = kPredictor == 1 ? Lanes{} : load<Lanes>(offset(prevRow, x));
       const Lanes left = simd::moveUp<1>(above) | Lanes{c, 0, 0, 0, 0, 0, 0, 0};
       c = above[7];
-      if constexpr (kPredictor == 2) d = simd::addWrap(d, above);
-      if constexpr (kPredictor == 3) d = simd::addWrap(d, left);
-      if constexpr (kPredictor == 5) d = simd::addWrap(d, ownHalfDifference(above, left));
+      if constexpr (kPredictor == 2) d = addWrap(d, above);
+      if constexpr (kPredictor == 3) d = addWrap(d, left);
+      if constexpr (kPredictor == 5) d = addWrap(d, ownHalfDifference(above, left));
       if constexpr (kPredictor == 1 || kPredictor >= 4) {
-        d = simd::addWrap(ownRunningSum(d), sum);
+        d = addWrap(ownRunningSum(d), sum);
         sum = ownLastInAll(d);
       }
-      if constexpr (kPredictor == 4) d = simd::addWrap(d, above);
-      simd::store(row(dst, 2, x), d);
+      if constexpr (kPredictor == 4) d = addWrap(d, above);
+      store(offset(dst, x), d);
       a = d[7];
     }
   }
@@ -136,9 +133,9 @@ inline QelStatus ownWithPredictor(int32_t predictor, Kernel&& kernel) {
 
 constexpr QelStatus checkFirstRow(const int16_t* src, const int16_t* dst, int32_t width, int32_t precision,
                                   int32_t pointTransform) {
-  return check(nonNull(src, dst), length(width),
-               require(precision >= 2 && precision <= 16 && pointTransform >= 0 && pointTransform < precision,
-                       qelStatusBadArg));
+  return check(
+      nonNull(src, dst), length(width),
+      require(precision >= 2 && precision <= 16 && pointTransform >= 0 && pointTransform < precision, qelStatusBadArg));
 }
 
 }  // namespace
@@ -150,8 +147,8 @@ QelStatus qeliDiffPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int
   return qelStatusOk;
 }
 
-QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width,
-                                                  int32_t precision, int32_t pointTransform) {
+QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width, int32_t precision,
+                                                  int32_t pointTransform) {
   if (auto s = checkFirstRow(src, dst, width, precision, pointTransform); s) return s;
   ownReconstructRow<1>(src, src, dst, width, 1 << (precision - pointTransform - 1));
   return qelStatusOk;
@@ -160,15 +157,13 @@ QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* d
 QelStatus qeliDiffPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width,
                                       int32_t predictor) {
   if (auto s = check(nonNull(src, prevRow, dst), length(width)); s) return s;
-  return ownWithPredictor(predictor,
-                          [&](auto p) { ownDiffRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
+  return ownWithPredictor(predictor, [&](auto p) { ownDiffRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
 }
 
-QelStatus qeliReconstructPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst,
-                                             int32_t width, int32_t predictor) {
+QelStatus qeliReconstructPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width,
+                                             int32_t predictor) {
   if (auto s = check(nonNull(src, prevRow, dst), length(width)); s) return s;
-  return ownWithPredictor(predictor,
-                          [&](auto p) { ownReconstructRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
+  return ownWithPredictor(predictor, [&](auto p) { ownReconstructRow<p>(src, prevRow, dst, width, at(prevRow, 0)); });
 }
 
 }  // namespace qelj

@@ -7,6 +7,8 @@
 namespace qelj {
 namespace {
 
+using namespace jpeg;
+
 // --- decoding ----------------------------------------------------------------------------------------------
 
 inline QelStatus ownDecodeFirst(BitReader<true>& reader, int16_t* dst, int ss, int se, uint32_t al,
@@ -89,27 +91,25 @@ template <class Decode>
 inline QelStatus ownDecodeBand(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int32_t* marker,
                                QelDecodeHuffmanState* state, Decode&& decode) {
   int32_t eobRun = state->eobRun;
-  const QelStatus s = ownDecode(src, srcLen, srcPos, marker, state,
-                                [&](BitReader<true>& reader) { return decode(reader, eobRun); });
+  const QelStatus s =
+      ownDecode(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader) { return decode(reader, eobRun); });
   state->eobRun = eobRun;
   return s;
 }
 
-constexpr QelStatus checkBandDecoder(const uint8_t* src, int32_t srcLen, const int32_t* srcPos,
-                                     const int16_t* dst, const int32_t* marker, int32_t ss, int32_t se,
-                                     uint32_t al, const QelDecodeHuffmanSpec* table,
-                                     const QelDecodeHuffmanState* state) {
-  return check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker), band(ss, se, al),
-               nonNull(table, state));
+constexpr QelStatus checkBandDecoder(const uint8_t* src, int32_t srcLen, const int32_t* srcPos, const int16_t* dst,
+                                     const int32_t* marker, int32_t ss, int32_t se, uint32_t al,
+                                     const QelDecodeHuffmanSpec* table, const QelDecodeHuffmanState* state) {
+  return check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker), band(ss, se, al), nonNull(table, state));
 }
 
 // --- encoding ----------------------------------------------------------------------------------------------
 
 // Ends a segment: the pending run, then the last byte. A run that cannot be stored leaves the state as it is.
-inline QelStatus ownFlushBand(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
-                              const QelEncodeHuffmanSpec* table, QelEncodeHuffmanState* state) {
-  if (auto s = ownEncode<kMaxRefinedRunBits>(
-          dst, dstLen, dstPos, state, [=](auto& sink) { return ownStoreRefinedRun(sink, table, state); });
+inline QelStatus ownFlushBand(uint8_t* dst, int32_t dstLen, int32_t* dstPos, const QelEncodeHuffmanSpec* table,
+                              QelEncodeHuffmanState* state) {
+  if (auto s = ownEncode<kMaxRefinedRunBits>(dst, dstLen, dstPos, state,
+                                             [=](auto& sink) { return ownStoreRefinedRun(sink, table, state); });
       s)
     return s;
   return ownFlush(dst, dstLen, dstPos, state);
@@ -122,10 +122,9 @@ constexpr QelStatus checkEncoder(const uint8_t* dst, int32_t dstLen, const int32
 
 }  // namespace
 
-QelStatus qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos,
-                                                     int16_t* dst, int16_t* lastDC, int32_t* marker,
-                                                     uint32_t al, const QelDecodeHuffmanSpec* table,
-                                                     QelDecodeHuffmanState* state) {
+QelStatus qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
+                                                     int16_t* lastDC, int32_t* marker, uint32_t al,
+                                                     const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state) {
   if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos, dst, lastDC, marker), pointTransform(al),
                      nonNull(table, state));
       s)
@@ -142,12 +141,9 @@ QelStatus qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t
   });
 }
 
-QelStatus qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos,
-                                                      int16_t* dst, int32_t* marker, uint32_t al,
-                                                      QelDecodeHuffmanState* state) {
-  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker), pointTransform(al),
-                     nonNull(state));
-      s)
+QelStatus qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
+                                                      int32_t* marker, uint32_t al, QelDecodeHuffmanState* state) {
+  if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker), pointTransform(al), nonNull(state)); s)
     return s;
   return ownDecode(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader) {
     if (auto s = reader.need(1); s) return s;
@@ -156,10 +152,9 @@ QelStatus qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const uint8_t* src, int32_
   });
 }
 
-QelStatus qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos,
-                                                     int16_t* dst, int32_t* marker, int32_t ss, int32_t se,
-                                                     uint32_t al, const QelDecodeHuffmanSpec* table,
-                                                     QelDecodeHuffmanState* state) {
+QelStatus qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
+                                                     int32_t* marker, int32_t ss, int32_t se, uint32_t al,
+                                                     const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state) {
   if (auto s = checkBandDecoder(src, srcLen, srcPos, dst, marker, ss, se, al, table, state); s) return s;
   if (state->eobRun > 0) {
     state->eobRun -= 1;
@@ -170,32 +165,28 @@ QelStatus qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t
   });
 }
 
-QelStatus qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos,
-                                                      int16_t* dst, int32_t* marker, int32_t ss, int32_t se,
-                                                      uint32_t al, const QelDecodeHuffmanSpec* table,
-                                                      QelDecodeHuffmanState* state) {
+QelStatus qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
+                                                      int32_t* marker, int32_t ss, int32_t se, uint32_t al,
+                                                      const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state) {
   if (auto s = checkBandDecoder(src, srcLen, srcPos, dst, marker, ss, se, al, table, state); s) return s;
   return ownDecodeBand(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader, int32_t& eobRun) {
     return ownDecodeRefine(reader, dst, ss, se, al, table, eobRun);
   });
 }
 
-QelStatus qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen,
-                                                     int32_t* dstPos, int16_t* lastDC, uint32_t al,
-                                                     const QelEncodeHuffmanSpec* table,
+QelStatus qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos,
+                                                     int16_t* lastDC, uint32_t al, const QelEncodeHuffmanSpec* table,
                                                      QelEncodeHuffmanState* state, int32_t flush) {
   if (auto s = checkEncoder(dst, dstLen, dstPos, state); s) return s;
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = check(nonNull(src, lastDC), pointTransform(al), nonNull(table)); s) return s;
   const int32_t d = ownDcDifference(at(src, 0) >> al, lastDC);
-  return ownEncode<32>(dst, dstLen, dstPos, state, [=](auto& sink) {
-    return ownCodeValue<kMaxDcFirstCategory>(sink, table, 0, ownValueCode(d));
-  });
+  return ownEncode<32>(dst, dstLen, dstPos, state,
+                       [=](auto& sink) { return ownCodeValue<kMaxDcFirstCategory>(sink, table, 0, ownValueCode(d)); });
 }
 
-QelStatus qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen,
-                                                      int32_t* dstPos, uint32_t al,
-                                                      QelEncodeHuffmanState* state, int32_t flush) {
+QelStatus qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos,
+                                                      uint32_t al, QelEncodeHuffmanState* state, int32_t flush) {
   if (auto s = checkEncoder(dst, dstLen, dstPos, state); s) return s;
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = check(nonNull(src), pointTransform(al)); s) return s;
@@ -203,28 +194,26 @@ QelStatus qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(const int16_t* src, uint8_
                       [=](auto& sink) { return sink.plain(uint32_t(at(src, 0) >> al) & 1, 1); });
 }
 
-QelStatus qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen,
-                                                     int32_t* dstPos, int32_t ss, int32_t se, uint32_t al,
-                                                     const QelEncodeHuffmanSpec* table,
-                                                     QelEncodeHuffmanState* state, int32_t flush) {
+QelStatus qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos,
+                                                     int32_t ss, int32_t se, uint32_t al,
+                                                     const QelEncodeHuffmanSpec* table, QelEncodeHuffmanState* state,
+                                                     int32_t flush) {
   if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos, table, state)); s) return s;
   if (flush) return ownFlushBand(dst, dstLen, dstPos, table, state);
   if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
-  return ownEncode<kMaxFirstBits>(dst, dstLen, dstPos, state, [=](auto& sink) {
-    return ownCodeFirst(sink, src, ss, se, al, table, state);
-  });
+  return ownEncode<kMaxFirstBits>(dst, dstLen, dstPos, state,
+                                  [=](auto& sink) { return ownCodeFirst(sink, src, ss, se, al, table, state); });
 }
 
-QelStatus qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen,
-                                                      int32_t* dstPos, int32_t ss, int32_t se, uint32_t al,
-                                                      const QelEncodeHuffmanSpec* table,
-                                                      QelEncodeHuffmanState* state, int32_t flush) {
+QelStatus qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos,
+                                                      int32_t ss, int32_t se, uint32_t al,
+                                                      const QelEncodeHuffmanSpec* table, QelEncodeHuffmanState* state,
+                                                      int32_t flush) {
   if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos, table, state)); s) return s;
   if (flush) return ownFlushBand(dst, dstLen, dstPos, table, state);
   if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
-  return ownEncode<kMaxRefineBits>(dst, dstLen, dstPos, state, [=](auto& sink) {
-    return ownCodeRefine(sink, src, ss, se, al, table, state);
-  });
+  return ownEncode<kMaxRefineBits>(dst, dstLen, dstPos, state,
+                                   [=](auto& sink) { return ownCodeRefine(sink, src, ss, se, al, table, state); });
 }
 
 }  // namespace qelj

@@ -1,5 +1,4 @@
-// Huffman records: tables from the lists of a DHT segment, and coder states (ISO/IEC 10918-1, Annex C and
-// F.2.2.3).
+// Huffman records: tables from the lists of a DHT segment, and coder states (ISO/IEC 10918-1, Annex C and F.2.2.3).
 #include "jpeg/huffman/records.h"
 
 #include <cstddef>
@@ -11,6 +10,8 @@
 
 namespace qelj {
 namespace {
+
+using namespace jpeg;
 
 // The code lengths and codes of a table, in the order of `vals` (C.2), ended by a length of 0.
 struct CodeList {
@@ -57,8 +58,7 @@ QelStatus ownInit(QelDecodeHuffmanSpec* spec, const uint8_t* bits, const uint8_t
     const uint32_t first = list.codes[k] << (8 - l);
     // Overfull lengths are refused one code behind the table's end; a code right at the end is never met.
     if (first > 256) return qelStatusJpegHuffTable;
-    for (uint32_t i = first; i < first + (1u << (8 - l)) && i < 256; ++i)
-      spec->lookup[i] = vals[k] | uint32_t(l) << 16;
+    for (uint32_t i = first; i < first + (1u << (8 - l)) && i < 256; ++i) spec->lookup[i] = vals[k] | uint32_t(l) << 16;
   }
   return qelStatusOk;
 }
@@ -72,9 +72,7 @@ QelStatus ownInit(QelEncodeHuffmanSpec* spec, const uint8_t* bits, const uint8_t
   return qelStatusOk;
 }
 
-QelStatus ownInit(QelDecodeHuffmanState* state) {
-  return ownZero8u(state, offsetof(QelDecodeHuffmanState, unused));
-}
+QelStatus ownInit(QelDecodeHuffmanState* state) { return ownZero8u(state, offsetof(QelDecodeHuffmanState, unused)); }
 QelStatus ownInit(QelEncodeHuffmanState* state) { return ownZero8u(state, sizeof *state); }
 
 template <class Record, class... Lists>
@@ -99,11 +97,8 @@ QelStatus ownFreeHuffmanRecord(void* record) {
   return qelStatusOk;
 }
 
-QelStatus qeliDecodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size) {
-  return ownBufSize<QelDecodeHuffmanSpec>(size);
-}
-QelStatus qeliDecodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
-                                            QelDecodeHuffmanSpec* spec) {
+QelStatus qeliDecodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size) { return ownBufSize<QelDecodeHuffmanSpec>(size); }
+QelStatus qeliDecodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals, QelDecodeHuffmanSpec* spec) {
   if (auto s = nonNull(bits, vals, spec); s) return s;
   return ownInit(spec, bits, vals);
 }
@@ -113,11 +108,8 @@ QelStatus qeliDecodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* bits, const uint
   return ownInitAlloc(spec, bits, vals);
 }
 
-QelStatus qeliEncodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size) {
-  return ownBufSize<QelEncodeHuffmanSpec>(size);
-}
-QelStatus qeliEncodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
-                                            QelEncodeHuffmanSpec* spec) {
+QelStatus qeliEncodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size) { return ownBufSize<QelEncodeHuffmanSpec>(size); }
+QelStatus qeliEncodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals, QelEncodeHuffmanSpec* spec) {
   if (auto s = nonNull(bits, vals, spec); s) return s;
   return ownInit(spec, bits, vals);
 }
@@ -127,9 +119,7 @@ QelStatus qeliEncodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* bits, const uint
   return ownInitAlloc(spec, bits, vals);
 }
 
-QelStatus qeliDecodeHuffmanStateGetBufSize_JPEG_8u(int32_t* size) {
-  return ownBufSize<QelDecodeHuffmanState>(size);
-}
+QelStatus qeliDecodeHuffmanStateGetBufSize_JPEG_8u(int32_t* size) { return ownBufSize<QelDecodeHuffmanState>(size); }
 QelStatus qeliDecodeHuffmanStateInit_JPEG_8u(QelDecodeHuffmanState* state) {
   if (auto s = nonNull(state); s) return s;
   return ownInit(state);
@@ -139,9 +129,7 @@ QelStatus qeliDecodeHuffmanStateInitAlloc_JPEG_8u(QelDecodeHuffmanState** state)
   return ownInitAlloc(state);
 }
 
-QelStatus qeliEncodeHuffmanStateGetBufSize_JPEG_8u(int32_t* size) {
-  return ownBufSize<QelEncodeHuffmanState>(size);
-}
+QelStatus qeliEncodeHuffmanStateGetBufSize_JPEG_8u(int32_t* size) { return ownBufSize<QelEncodeHuffmanState>(size); }
 QelStatus qeliEncodeHuffmanStateInit_JPEG_8u(QelEncodeHuffmanState* state) {
   if (auto s = nonNull(state); s) return s;
   return ownInit(state);

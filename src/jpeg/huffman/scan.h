@@ -5,13 +5,13 @@
 
 #include <array>
 
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/huffman/records.h"
 
-namespace qelj {
+namespace qelj::jpeg {
 
 inline void ownClear(int16_t* block) {
-  for (int i = 0; i < 128; i += simd::kBytes) simd::store(row(block, 1, i), simd::I16{});
+  for (int i = 0; i < 128; i += simd::kBytes) store(row(block, 1, i), simd::I16{});
 }
 
 // Bit k of the result tells whether flag(coefficient at zig-zag position k) is non-zero. `flag` maps an
@@ -22,12 +22,10 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
   if constexpr (simd::kShuffles) {
     using I = simd::Vec<int16_t, 16>;
     using U = simd::Vec<uint8_t, 16>;
-    // Two rows a vector, one byte a coefficient; then the bytes of each 16 positions from the rows they stand
-    // in.
+    // Two rows a vector, one byte a coefficient; then the bytes of each 16 positions from the rows they stand in.
     U rows[4];
     for (int i = 0; i < 4; ++i)
-      rows[i] = (U)simd::packI8(I(flag(simd::load<I>(row(block, 32, i)))),
-                                I(flag(simd::load<I>(row(block, 32, i) + 8))));
+      rows[i] = (U)simd::packI8(I(flag(load<I>(row(block, 32, i)))), I(flag(load<I>(row(block, 32, i) + 8))));
     static constexpr auto kFrom = [] {
       std::array<std::array<std::array<uint8_t, 16>, 4>, 4> from{};
       for (int k = 0; k < 64; ++k)
@@ -38,7 +36,7 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
       U bytes{};
       for (int i = 0; i < 4; ++i)
         if (!(group == 0 && i == 3) && !(group == 3 && i == 0))  // the corners hold none of these
-          bytes |= simd::shuffleBytes(rows[i], simd::load<U>(kFrom[group][i].data()));
+          bytes |= simd::shuffleBytes(rows[i], load<U>(kFrom[group][i].data()));
       set |= uint64_t(simd::topBits((U)(bytes == 0))) << (16 * group);
     }
     return ~set;
@@ -69,17 +67,17 @@ class AcBytes {
     U8 categories[kVectors], bits[kVectors];
     U16 magnitudes{};
     for (int i = 0; i < kVectors; ++i) {
-      I16 a = simd::load<I16>(row(block, 2 * kBytes, i));
-      const I16 b = simd::load<I16>(row(block, 2 * kBytes, i) + kBytes / 2);
-      if (i == 0) a &= simd::load<I16>(kNotDc.data());
+      I16 a = load<I16>(row(block, 2 * kBytes, i));
+      const I16 b = load<I16>(row(block, 2 * kBytes, i) + kBytes / 2);
+      if (i == 0) a &= load<I16>(kNotDc.data());
       const I16 absA = absWrap(a), absB = absWrap(b);
       magnitudes |= (U16)(absA | absB);
       const U8 magnitude = (U8)packU8(absA, absB);
       // By half byte; the larger of the two counts.
       static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
       static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
-      categories[i] = simd::max(shuffleBytes(blockPattern(kLow), magnitude & 15),
-                                shuffleBytes(blockPattern(kHigh), (U8)((U16)magnitude >> 4) & 15));
+      categories[i] = max(shuffleBytes(blockPattern(kLow), magnitude & 15),
+                          shuffleBytes(blockPattern(kHigh), (U8)((U16)magnitude >> 4) & 15));
       // A negative value's bits are those of its magnitude, inverted.
       static constexpr uint8_t kOnes[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255};
       const U8 negative = (U8)(packI8(a, b) < 0);
@@ -105,9 +103,8 @@ class AcBytes {
     return mask;
   }();
 
-  // Stores the packed bytes in zig-zag order, and tells which are zero. A shuffle stays within 16 bytes, so
-  // that each result comes from four vectors: the packed ones, and, where they are wider, the same with their
-  // halves swapped.
+  // Stores the packed bytes in zig-zag order, and tells which are zero. A shuffle stays within 16 bytes, so that each
+  // result comes from four vectors: the packed ones, and, where they are wider, the same with their halves swapped.
   static uint64_t ownZigzag(const simd::U8 (&packed)[kVectors], uint8_t* ordered) {
     simd::U8 from[4];
     for (int j = 0; j < 4; ++j) {
@@ -119,9 +116,9 @@ class AcBytes {
     for (int i = 0; i < kVectors; ++i) {
       simd::U8 bytes[4];
       for (int j = 0; j < 4; ++j)
-        bytes[j] = simd::shuffleBytes(from[j], simd::load<simd::U8>(kPlaces[size_t(i)][size_t(j)].data()));
+        bytes[j] = simd::shuffleBytes(from[j], load<simd::U8>(kPlaces[size_t(i)][size_t(j)].data()));
       const simd::U8 all = (bytes[0] | bytes[1]) | (bytes[2] | bytes[3]);
-      simd::store(ordered + simd::kBytes * i, all);
+      store(ordered + simd::kBytes * i, all);
       zero |= uint64_t(simd::topBits((simd::U8)(all == 0))) << (simd::kBytes * i);
     }
     return zero;
@@ -137,8 +134,7 @@ class AcBytes {
       const int vector = kVectors == 2 ? y / 4 * 2 + swapped : y / 2;
       const int place = kVectors == 2 ? y / 2 % 2 * 8 + x : y % 2 * 8 + x;
       for (int j = 0; j < 4; ++j)
-        places[size_t(k / simd::kBytes)][size_t(j)][size_t(k % simd::kBytes)] =
-            uint8_t(j == vector ? place : 0x80);
+        places[size_t(k / simd::kBytes)][size_t(j)][size_t(k % simd::kBytes)] = uint8_t(j == vector ? place : 0x80);
     }
     return places;
   }();
@@ -164,6 +160,6 @@ template <class Work>
 // The positions ss to se of a scan set.
 constexpr uint64_t ownBand(int ss, int se) { return ~uint64_t(0) << ss & ~uint64_t(0) >> (63 - se); }
 
-}  // namespace qelj
+}  // namespace qelj::jpeg
 
 #endif

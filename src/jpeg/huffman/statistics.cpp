@@ -7,6 +7,8 @@
 namespace qelj {
 namespace {
 
+using namespace jpeg;
+
 // The limits of what the sequential statistics count; encoders go on to whatever symbol a table has.
 constexpr int kMaxDcCategory = 15, kMaxAcCategory = 14;
 
@@ -82,8 +84,8 @@ void ownLimitSizes(int (&lengths)[kLongest + 1]) {
 
 }  // namespace
 
-QelStatus qeliGetHuffmanStatistics8x8_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics,
-                                                  int32_t* acStatistics, int16_t* lastDC) {
+QelStatus qeliGetHuffmanStatistics8x8_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics, int32_t* acStatistics,
+                                                  int16_t* lastDC) {
   if (auto s = nonNull(src, dcStatistics, acStatistics, lastDC); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
   return ownWithAc(src, [=](const auto& ac) {
@@ -92,28 +94,26 @@ QelStatus qeliGetHuffmanStatistics8x8_JPEG_16s_C1(const int16_t* src, int32_t* d
   });
 }
 
-QelStatus qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics,
-                                                          int16_t* lastDC, uint32_t al) {
+QelStatus qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics, int16_t* lastDC,
+                                                          uint32_t al) {
   if (auto s = check(nonNull(src, dcStatistics, lastDC), pointTransform(al)); s) return s;
   SymbolCounter sink;
   return ownCodeValue<kMaxDcFirstCategory>(sink, dcStatistics, 0,
                                            ownValueCode(ownDcDifference(at(src, 0) >> al, lastDC)));
 }
 
-QelStatus qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics,
-                                                          int32_t ss, int32_t se, uint32_t al,
-                                                          QelEncodeHuffmanState* state, int32_t last) {
-  return ownCountBand(src, acStatistics, ss, se, al, state, last, [&](SymbolCounter& sink) {
-    return ownCodeFirst(sink, src, ss, se, al, acStatistics, state);
-  });
+QelStatus qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics, int32_t ss,
+                                                          int32_t se, uint32_t al, QelEncodeHuffmanState* state,
+                                                          int32_t last) {
+  return ownCountBand(src, acStatistics, ss, se, al, state, last,
+                      [&](SymbolCounter& sink) { return ownCodeFirst(sink, src, ss, se, al, acStatistics, state); });
 }
 
-QelStatus qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics,
-                                                           int32_t ss, int32_t se, uint32_t al,
-                                                           QelEncodeHuffmanState* state, int32_t last) {
-  return ownCountBand(src, acStatistics, ss, se, al, state, last, [&](SymbolCounter& sink) {
-    return ownCodeRefine(sink, src, ss, se, al, acStatistics, state);
-  });
+QelStatus qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics, int32_t ss,
+                                                           int32_t se, uint32_t al, QelEncodeHuffmanState* state,
+                                                           int32_t last) {
+  return ownCountBand(src, acStatistics, ss, se, al, state, last,
+                      [&](SymbolCounter& sink) { return ownCodeRefine(sink, src, ss, se, al, acStatistics, state); });
 }
 
 QelStatus qeliGetHuffmanStatisticsOne_JPEG_16s_C1(const int16_t* src, int32_t* statistics) {

@@ -7,7 +7,7 @@
 #include "jpeg/huffman/bitwriter.h"
 #include "jpeg/huffman/scan.h"
 
-namespace qelj {
+namespace qelj::jpeg {
 
 // The difference of the DC coefficient from the last one, which it replaces.
 inline int32_t ownDcDifference(int32_t dc, int16_t* lastDC) {
@@ -28,8 +28,7 @@ inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, unsigned r
 // A block of a sequential scan (F.1.2), with its AC coefficients as AcValues or AcBytes.
 template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
 [[gnu::always_inline]] inline QelStatus ownCodeBlock(Sink& sink, const Ac& ac, int32_t dcDifference,
-                                                     typename Sink::Table dcTable,
-                                                     typename Sink::Table acTable) {
+                                                     typename Sink::Table dcTable, typename Sink::Table acTable) {
   if (auto s = ownCodeValue<kMaxDc>(sink, dcTable, 0, ownValueCode(dcDifference)); s) return s;
   int next = 1;
   for (uint64_t set = ac.set; set; set &= set - 1) {
@@ -73,9 +72,7 @@ inline QelStatus ownStoreCorrections(Sink& sink, const uint8_t* bits, int32_t co
 
 // Whether the pending run must be stored before another block is counted. A call stores such a run at its end, so
 // that one finds it only behind a failure. Unsigned: a negative count, which no call leaves, is full as well.
-inline bool ownRunIsFull(const QelEncodeHuffmanState* state) {
-  return uint32_t(state->eobRun) >= kLongestRun;
-}
+inline bool ownRunIsFull(const QelEncodeHuffmanState* state) { return uint32_t(state->eobRun) >= kLongestRun; }
 inline bool ownRefinedRunIsFull(const QelEncodeHuffmanState* state) {
   return ownRunIsFull(state) || uint32_t(state->correctionCount) > kMostCorrectionBits;
 }
@@ -111,15 +108,15 @@ constexpr auto ownShifted = [](uint32_t al) {
       return (c < 0 ? -c : c) >> al;
     } else {
       using U = simd::With<uint16_t, decltype(c)>;
-      return (decltype(c))((U)simd::absWrap(c) >> uint16_t(al));
+      return (decltype(c))((U)absWrap(c) >> uint16_t(al));
     }
   };
 };
 
 // A block of the first scan of a band.
 template <class Sink>
-inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, uint32_t al,
-                              typename Sink::Table table, QelEncodeHuffmanState* state) {
+inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, uint32_t al, typename Sink::Table table,
+                              QelEncodeHuffmanState* state) {
   uint64_t set = ownScanSet(src, ownShifted(al)) & ownBand(ss, se);
   if (set || ownRunIsFull(state))
     if (auto s = ownStoreRun(sink, table, state); s) return s;
@@ -131,8 +128,7 @@ inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, ui
     for (; run > 15; run -= 16)
       if (auto s = sink.code(table, 0xF0); s) return s;
     const int32_t c = at(src, kZigzag[k]);
-    if (auto s = ownCodeValue(sink, table, unsigned(run), ownValueCode(c < 0 ? -(-c >> al) : c >> al)); s)
-      return s;
+    if (auto s = ownCodeValue(sink, table, unsigned(run), ownValueCode(c < 0 ? -(-c >> al) : c >> al)); s) return s;
   }
   if (last < se && (state->eobRun += 1) == kLongestRun) return ownStoreRun(sink, table, state);
   return qelStatusOk;
@@ -142,14 +138,12 @@ inline constexpr int kMaxFirstBits = kMaxRunBits + 63 * 32 + 3 * 16;
 
 // A block of a refinement scan of a band.
 template <class Sink>
-[[gnu::always_inline]] inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se,
-                                                      uint32_t al, typename Sink::Table table,
-                                                      QelEncodeHuffmanState* state) {
+[[gnu::always_inline]] inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se, uint32_t al,
+                                                      typename Sink::Table table, QelEncodeHuffmanState* state) {
   const uint64_t band = ownBand(ss, se);
   const auto shifted = ownShifted(al);
   uint64_t set = ownScanSet(src, shifted) & band;
-  // Of the coefficients that count, those with a magnitude of 1 are new, and the others have a bit to
-  // correct.
+  // Of the coefficients that count, those with a magnitude of 1 are new, and the others have a bit to correct.
   const uint64_t fresh = set ? ownScanSet(src, [&](auto c) { return shifted(c) == 1; }) & band : 0;
   const uint64_t ones = set & ~fresh ? ownScanSet(src, [&](auto c) { return shifted(c) & 1; }) : 0;
 
@@ -169,8 +163,7 @@ template <class Sink>
     const int k = std::countr_zero(set);
     run += k - last - 1;
     last = k;
-    // A run of 16 zeros is stored only while a new coefficient is to come; else it belongs to the end of the
-    // band.
+    // A run of 16 zeros is stored only while a new coefficient is to come; else it belongs to the end of the band.
     for (; run > 15 && fresh >> k; run -= 16) {
       if (auto s = sink.code(table, 0xF0); s) return s;
       if (auto s = storeBits(); s) return s;
@@ -193,6 +186,6 @@ template <class Sink>
 // A run with its pending bits, and 63 coefficients with three runs of 16 zeros; a run behind the block takes less.
 inline constexpr int kMaxRefineBits = kMaxRefinedRunBits + 63 * 17 + 3 * 16;
 
-}  // namespace qelj
+}  // namespace qelj::jpeg
 
 #endif

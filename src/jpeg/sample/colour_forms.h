@@ -1,6 +1,5 @@
-// The arithmetic of the colour conversions, each form once. A form has a scalar face, which is its
-// definition, and a vector face with 16-bit lanes, which gives the same numbers. Results are not yet clamped
-// to a byte.
+// The arithmetic of the colour conversions, each form once. A form has a scalar face, which is its definition, and a
+// vector face with 16-bit lanes, which gives the same numbers. Results are not yet clamped to a byte.
 //
 // One conversion may use two forms, one for the main part of a row and one for its last pixels; they differ
 // by a unit for some colours, and the position decides which one holds.
@@ -12,9 +11,9 @@
 #include <type_traits>
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
-namespace qelj::colour {
+namespace qelj::jpeg::colour {
 
 using simd::I16;
 using simd::U8;
@@ -44,18 +43,15 @@ struct Matrix {
   Weights y, cb, cr;
 };
 
-// Luma's weights sum to a unit and one; the rounding term, short of a half, keeps white at 255. Cr rounds 16
-// up.
+// Luma's weights sum to a unit and one; the rounding term, short of a half, keeps white at 255. Cr rounds 16 up.
 inline constexpr Matrix kQ15{
     15, {9798, 19235, 3736, 16266}, {-5529, -10855, 16384, 16384}, {16384, -13720, -2664, 16400}};
-inline constexpr Matrix kQ14{
-    14, {4899, 9617, 1868, 8192}, {-2764, -5428, 8192, 8192}, {8192, -6860, -1332, 8192}};
+inline constexpr Matrix kQ14{14, {4899, 9617, 1868, 8192}, {-2764, -5428, 8192, 8192}, {8192, -6860, -1332, 8192}};
 // Partners of the truncated form, with its chroma weights. The first rounds chroma by a quarter, so that it
 // stays below 256 without a clamp.
 inline constexpr Matrix kQ14Quarter{
     14, {4899, 9617, 1868, 8192}, {-2765, -5427, 8192, 4096}, {8192, -6860, -1332, 4096}};
-inline constexpr Matrix kQ14Half{
-    14, {4899, 9617, 1868, 8192}, {-2765, -5427, 8192, 8192}, {8192, -6860, -1332, 8192}};
+inline constexpr Matrix kQ14Half{14, {4899, 9617, 1868, 8192}, {-2765, -5427, 8192, 8192}, {8192, -6860, -1332, 8192}};
 // Chroma rounds by one less than a half, for the same reason.
 inline constexpr Matrix kQ16{
     16, {19595, 38470, 7471, 32768}, {-11059, -21709, 32768, 32767}, {32768, -27439, -5329, 32767}};
@@ -75,7 +71,7 @@ struct MatrixForm {
   static int32_t weigh(const Weights& w, Rgb<int32_t> p) {
     return (w.r * p.r + w.g * p.g + w.b * p.b + (w.round << kLog2)) >> (M.shift + kLog2);
   }
-  template <int kLog2, Weights Matrix::*W>
+  template <int kLog2, Weights Matrix::* W>
   static QELJ_INLINE I16 weigh(const DifferencePairs& d, I16 g) {
     constexpr Weights w = M.*W;
     constexpr int kShift = M.shift + kLog2, kSum = w.r + w.g + w.b;
@@ -84,10 +80,10 @@ struct MatrixForm {
     const auto pair = simd::pairs(w.r, w.b);
     auto low = simd::mulAddPairs(d.low, pair), high = simd::mulAddPairs(d.high, pair);
     if constexpr (kRest == 0) {
-      const auto round = simd::splat<simd::I32>(w.round << kLog2);
+      const auto round = all<simd::I32>(w.round << kLog2);
       low += round, high += round;
     } else {
-      const auto one = simd::splat<I16>(1), rest = simd::pairs(kRest, w.round << kLog2);
+      const auto one = all<I16>(1), rest = simd::pairs(kRest, w.round << kLog2);
       low += simd::mulAddPairs(simd::unpackLow(g, one), rest),
           high += simd::mulAddPairs(simd::unpackHigh(g, one), rest);
     }
@@ -131,7 +127,7 @@ struct TruncatedForm {
   }
   template <int shift>
   static QELJ_INLINE I16 term(I16 v, int32_t weight) {
-    return simd::mulHi(simd::shlWrap(v, 16 - shift), simd::splat<I16>(int16_t(weight)));
+    return mulHi(shlWrap(v, 16 - shift), all<I16>(int16_t(weight)));
   }
 
   template <class T>
@@ -155,9 +151,7 @@ struct TruncatedForm {
 // Luma first; chroma is a multiple of the difference between a colour and the rounded luma.
 struct DifferenceForm {
   static int32_t scale(int32_t v, int16_t weight) { return (v * weight + 16384) >> 15; }
-  static QELJ_INLINE I16 scale(I16 v, int16_t weight) {
-    return simd::mulHiRound(v, simd::splat<I16>(weight));
-  }
+  static QELJ_INLINE I16 scale(I16 v, int16_t weight) { return mulHiRound(v, all<I16>(weight)); }
   template <class T>
   static QELJ_INLINE Ycc<T> ycc(Rgb<T> p) {
     const T y = MatrixForm<kQ16>::luma(p);
@@ -174,14 +168,12 @@ struct FloatLumaForm {
   static QELJ_INLINE Ycc<I16> ycc(Rgb<I16> p) {
     using simd::F32;
     const auto sum = [](I16 r, I16 g, I16 b) {  // 16-bit samples in 32-bit lanes
-      const auto floats = [](I16 v) { return simd::convert<float>(simd::as<int32_t>(v)); };
-      return simd::roundToInt((floats(r) * simd::splat<F32>(kR) + floats(g) * simd::splat<F32>(kG)) +
-                              floats(b) * simd::splat<F32>(kB));
+      const auto floats = [](I16 v) { return convert<float>(as<int32_t>(v)); };
+      return roundToInt((floats(r) * all<F32>(kR) + floats(g) * all<F32>(kG)) + floats(b) * all<F32>(kB));
     };
     const I16 zero{};
-    return {simd::packI16(
-                sum(simd::unpackLow(p.r, zero), simd::unpackLow(p.g, zero), simd::unpackLow(p.b, zero)),
-                sum(simd::unpackHigh(p.r, zero), simd::unpackHigh(p.g, zero), simd::unpackHigh(p.b, zero))),
+    return {simd::packI16(sum(simd::unpackLow(p.r, zero), simd::unpackLow(p.g, zero), simd::unpackLow(p.b, zero)),
+                          sum(simd::unpackHigh(p.r, zero), simd::unpackHigh(p.g, zero), simd::unpackHigh(p.b, zero))),
             zero, zero};
   }
 };
@@ -194,10 +186,8 @@ struct FloatLumaForm {
 
 template <class Form, class T>
 QELJ_INLINE T shade(T y, T offset) {
-  if constexpr (Form::kFraction == 0)
-    return y + offset;
-  else
-    return (y * int16_t(1 << Form::kFraction) + offset) >> Form::kFraction;
+  if constexpr (Form::kFraction == 0) return y + offset;
+  else return (y * int16_t(1 << Form::kFraction) + offset) >> Form::kFraction;
 }
 
 // (weight * c + round) >> 14. In 16-bit lanes that takes a rounded high multiply, a weight and a rounding
@@ -207,9 +197,7 @@ struct ChromaTerm {
   int16_t laneWeight, laneRound;
 
   constexpr int32_t operator()(int32_t c) const { return (weight * c + round) >> 14; }
-  QELJ_INLINE I16 operator()(I16 c) const {
-    return (simd::mulHiRound(c, simd::splat<I16>(laneWeight)) + simd::splat<I16>(laneRound)) >> 7;
-  }
+  QELJ_INLINE I16 operator()(I16 c) const { return (mulHiRound(c, all<I16>(laneWeight)) + all<I16>(laneRound)) >> 7; }
   constexpr bool lanesAgree() const {
     for (int32_t c = -128; c < 128; ++c)
       if ((((c * laneWeight + 64) >> 7) + laneRound) >> 7 != (*this)(c)) return false;
@@ -222,8 +210,7 @@ template <bool kPixels>
 struct InverseQ14Form {
   static constexpr int kFraction = 0;
   static constexpr ChromaTerm kRed{22970, 8145, 22970, 63};
-  static constexpr ChromaTerm kBlue =
-      kPixels ? ChromaTerm{29032, 8135, 29032, 63} : ChromaTerm{29032, 7535, 29033, 59};
+  static constexpr ChromaTerm kBlue = kPixels ? ChromaTerm{29032, 8135, 29032, 63} : ChromaTerm{29032, 7535, 29033, 59};
   static_assert(kRed.lanesAgree() && kBlue.lanesAgree());
   static constexpr int kSign = kPixels ? -1 : 1, kCb = kSign * 5638, kCr = kSign * 11700,
                        kRound = kPixels ? 8302 : 8082;
@@ -231,7 +218,7 @@ struct InverseQ14Form {
   static int32_t green(int32_t cb, int32_t cr) { return (kCb * cb + kCr * cr + kRound) >> 14; }
   static QELJ_INLINE I16 green(I16 cb, I16 cr) {
     const auto weights = simd::pairs(kCb, kCr);
-    const auto round = simd::splat<simd::I32>(kRound << 8);
+    const auto round = all<simd::I32>(kRound << 8);
     return simd::packI16((simd::mulAddPairs(simd::unpackLow(cb, cr), weights) + round) >> 22,
                          (simd::mulAddPairs(simd::unpackHigh(cb, cr), weights) + round) >> 22);
   }
@@ -248,16 +235,15 @@ using PlaneQ14Form = InverseQ14Form<false>;
 struct InverseQ16Form {
   static constexpr int kFraction = 0;
   static Rgb<int32_t> offset(Chroma<int32_t> c) {
-    return {(91881 * c.cr + 32768) >> 16, (-46802 * c.cr - 22554 * c.cb + 32768) >> 16,
-            (116130 * c.cb + 32768) >> 16};
+    return {(91881 * c.cr + 32768) >> 16, (-46802 * c.cr - 22554 * c.cb + 32768) >> 16, (116130 * c.cb + 32768) >> 16};
   }
 };
 
 // (stored * weight) >> 9, for chroma as stored (0..255).
 inline int32_t storedTerm(int32_t c, int32_t weight) { return ((c + 128) * weight) >> 9; }
 QELJ_INLINE I16 storedTerm(I16 c, int32_t weight) {
-  const auto stored = (simd::as<uint16_t>(c) ^ uint16_t(0x8000)) >> 1;  // << 7
-  return simd::mulHi(simd::as<int16_t>(stored), simd::splat<I16>(int16_t(weight)));
+  const auto stored = (as<uint16_t>(c) ^ uint16_t(0x8000)) >> 1;  // << 7
+  return mulHi(as<int16_t>(stored), all<I16>(int16_t(weight)));
 }
 
 // Four bits of fraction; every product is truncated by itself.
@@ -282,6 +268,6 @@ struct InverseQ9Form {
   }
 };
 
-}  // namespace qelj::colour
+}  // namespace qelj::jpeg::colour
 
 #endif

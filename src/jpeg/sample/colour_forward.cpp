@@ -5,7 +5,7 @@
 
 namespace qelj {
 namespace {
-using namespace colour;
+using namespace jpeg::colour;
 
 // Whole groups of kGroup pixels in the Main form, the last pixels of the row in the Tail form.
 template <class Main, class Tail, int kGroup>
@@ -37,82 +37,77 @@ constexpr auto ownQ14Row = ownForwardRow<MatrixForm<kQ14>, MatrixForm<kQ14>, 1>;
 
 template <class Order>
 QelStatus pixels3(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kFork, PixelSource<Order, 3>, YccSink<3>>(src, srcStep, dst, dstStep, size,
-                                                                     ownPixelsRow);
+  return convertRows<Rows::kFork, PixelSource<Order, 3>, YccSink<3>>(src, srcStep, dst, dstStep, size, ownPixelsRow);
 }
 template <class Order>
 QelStatus pixels4(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kSerialAnyStep, PixelSource<Order, 4>, YccSink<3>>(src, srcStep, dst, dstStep,
-                                                                              size, ownAlphaPixelsRow);
+  return convertRows<Rows::kSerialAnyStep, PixelSource<Order, 4>, YccSink<3>>(src, srcStep, dst, dstStep, size,
+                                                                              ownAlphaPixelsRow);
 }
 template <class Order>
 QelStatus luma(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kFork, PixelSource<Order, 3>, LumaSink>(src, srcStep, dst, dstStep, size,
-                                                                   ownPixelLumaRow);
+  return convertRows<Rows::kFork, PixelSource<Order, 3>, LumaSink>(src, srcStep, dst, dstStep, size, ownPixelLumaRow);
 }
 template <class Order, int kGreenBits>
 QelStatus packed(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kSerial, PackedSource<Order, kGreenBits>, YccSink<3>>(src, srcStep, dst, dstStep,
-                                                                                 size, ownQ14Row);
+  return convertRows<Rows::kSerial, PackedSource<Order, kGreenBits>, YccSink<3>>(src, srcStep, dst, dstStep, size,
+                                                                                 ownQ14Row);
 }
 
 }  // namespace
 
-QelStatus qeliRGBToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-                                       int32_t dstStep, QelSize size) {
+QelStatus qeliRGBToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                       QelSize size) {
   return pixels3<RgbOrder>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliBGRToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-                                       int32_t dstStep, QelSize size) {
+QelStatus qeliBGRToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                       QelSize size) {
   return pixels3<BgrOrder>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliRGBToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-                                       int32_t dstStep, QelSize size) {
+QelStatus qeliRGBToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                       QelSize size) {
   return pixels4<RgbOrder>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliBGRToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-                                       int32_t dstStep, QelSize size) {
+QelStatus qeliBGRToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                       QelSize size) {
   return pixels4<BgrOrder>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliRGBToYCbCr_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
-                                     int32_t dstStep, QelSize size) {
+QelStatus qeliRGBToYCbCr_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                     QelSize size) {
   return convertRows<Rows::kFork, PlaneSource, YccSink<3>>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
-QelStatus qeliRGBToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                                   QelSize size) {
+QelStatus qeliRGBToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
   return luma<RgbOrder>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliBGRToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                                   QelSize size) {
+QelStatus qeliBGRToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
   return luma<BgrOrder>(src, srcStep, dst, dstStep, size);
 }
 QelStatus qeliRGBToY_JPEG_8u_P3C1R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
                                    QelSize size) {
   return convertRows<Rows::kFork, PlaneSource, LumaSink>(src, srcStep, dst, dstStep, size, ownPlaneLumaRow);
 }
-QelStatus qeliCMYKToYCCK_JPEG_8u_C4P4R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-                                       int32_t dstStep, QelSize size) {
+QelStatus qeliCMYKToYCCK_JPEG_8u_C4P4R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                       QelSize size) {
   return convertRows<Rows::kFork, CmykPixelSource, YccSink<4>>(src, srcStep, dst, dstStep, size, ownQ14Row);
 }
-QelStatus qeliCMYKToYCCK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
-                                     int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kFork, CmykPlaneSource, YccSink<4>>(src, srcStep, dst, dstStep, size,
-                                                               ownPlanesRow);
+QelStatus qeliCMYKToYCCK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                     QelSize size) {
+  return convertRows<Rows::kFork, CmykPlaneSource, YccSink<4>>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
-QelStatus qeliRGB555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst,
-                                             int32_t dstStep, QelSize size) {
+QelStatus qeliRGB555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                             QelSize size) {
   return packed<RgbOrder, 5>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliBGR555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst,
-                                             int32_t dstStep, QelSize size) {
+QelStatus qeliBGR555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                             QelSize size) {
   return packed<BgrOrder, 5>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliRGB565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst,
-                                             int32_t dstStep, QelSize size) {
+QelStatus qeliRGB565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                             QelSize size) {
   return packed<RgbOrder, 6>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliBGR565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst,
-                                             int32_t dstStep, QelSize size) {
+QelStatus qeliBGR565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                             QelSize size) {
   return packed<BgrOrder, 6>(src, srcStep, dst, dstStep, size);
 }
 

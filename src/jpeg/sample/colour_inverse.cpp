@@ -4,7 +4,7 @@
 
 namespace qelj {
 namespace {
-using namespace colour;
+using namespace jpeg::colour;
 
 // Whole groups of four pixels in the Main form, the last pixels of the row in the Tail form.
 template <class Main, class Tail>
@@ -30,67 +30,64 @@ constexpr auto ownAlphaPixelsRow = ownInverseRow<InverseQ4Form, InverseQ4Form>;
 
 template <class Order>
 QelStatus pixels3(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kFork, YccSource<3>, PixelSink<Order>>(src, srcStep, dst, dstStep, size,
-                                                                  ownPixelsRow);
+  return convertRows<Rows::kFork, YccSource<3>, PixelSink<Order>>(src, srcStep, dst, dstStep, size, ownPixelsRow);
 }
 template <class Order>
 QelStatus pixels4(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size,
                   uint8_t alpha) {
-  return convertRows<Rows::kSerialAnyStep, YccSource<3>, AlphaPixelSink<Order>>(
-      src, srcStep, dst, dstStep, size, ownAlphaPixelsRow, alpha);
+  return convertRows<Rows::kSerialAnyStep, YccSource<3>, AlphaPixelSink<Order>>(src, srcStep, dst, dstStep, size,
+                                                                                ownAlphaPixelsRow, alpha);
 }
 template <class Order, int kGreenBits>
 QelStatus packed(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kSerial, YccSource<3>, PackedSink<Order, kGreenBits>>(src, srcStep, dst, dstStep,
-                                                                                 size, ownPlanesRow);
+  return convertRows<Rows::kSerial, YccSource<3>, PackedSink<Order, kGreenBits>>(src, srcStep, dst, dstStep, size,
+                                                                                 ownPlanesRow);
 }
 
 }  // namespace
 
-QelStatus qeliYCbCrToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-                                       int32_t dstStep, QelSize size) {
+QelStatus qeliYCbCrToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                       QelSize size) {
   return pixels3<RgbOrder>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliYCbCrToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-                                       int32_t dstStep, QelSize size) {
+QelStatus qeliYCbCrToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                       QelSize size) {
   return pixels3<BgrOrder>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliYCbCrToRGB_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
-                                     int32_t dstStep, QelSize size) {
+QelStatus qeliYCbCrToRGB_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                     QelSize size) {
   return convertRows<Rows::kFork, YccSource<3>, PlaneSink>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
-QelStatus qeliYCbCrToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-                                       int32_t dstStep, QelSize size, uint8_t alpha) {
+QelStatus qeliYCbCrToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                       QelSize size, uint8_t alpha) {
   return pixels4<RgbOrder>(src, srcStep, dst, dstStep, size, alpha);
 }
-QelStatus qeliYCbCrToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-                                       int32_t dstStep, QelSize size, uint8_t alpha) {
+QelStatus qeliYCbCrToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                       QelSize size, uint8_t alpha) {
   return pixels4<BgrOrder>(src, srcStep, dst, dstStep, size, alpha);
 }
-QelStatus qeliYCCKToCMYK_JPEG_8u_P4C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-                                       int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kFork, YccSource<4>, CmykPixelSink>(src, srcStep, dst, dstStep, size,
-                                                               ownPlanesRow);
+QelStatus qeliYCCKToCMYK_JPEG_8u_P4C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                                       QelSize size) {
+  return convertRows<Rows::kFork, YccSource<4>, CmykPixelSink>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
-QelStatus qeliYCCKToCMYK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
-                                     int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kFork, YccSource<4>, CmykPlaneSink>(src, srcStep, dst, dstStep, size,
-                                                               ownPlanesRow);
+QelStatus qeliYCCKToCMYK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
+                                     QelSize size) {
+  return convertRows<Rows::kFork, YccSource<4>, CmykPlaneSink>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
-QelStatus qeliYCbCrToRGB555_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst,
-                                             int32_t dstStep, QelSize size) {
+QelStatus qeliYCbCrToRGB555_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep,
+                                             QelSize size) {
   return packed<RgbOrder, 5>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliYCbCrToBGR555_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst,
-                                             int32_t dstStep, QelSize size) {
+QelStatus qeliYCbCrToBGR555_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep,
+                                             QelSize size) {
   return packed<BgrOrder, 5>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliYCbCrToRGB565_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst,
-                                             int32_t dstStep, QelSize size) {
+QelStatus qeliYCbCrToRGB565_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep,
+                                             QelSize size) {
   return packed<RgbOrder, 6>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliYCbCrToBGR565_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst,
-                                             int32_t dstStep, QelSize size) {
+QelStatus qeliYCbCrToBGR565_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep,
+                                             QelSize size) {
   return packed<BgrOrder, 6>(src, srcStep, dst, dstStep, size);
 }
 

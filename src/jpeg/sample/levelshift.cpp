@@ -2,8 +2,8 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
+#include "frame/lanes.h"
 #include "frame/rows.h"
-#include "frame/simd.h"
 
 namespace qelj {
 namespace {
@@ -13,7 +13,7 @@ void ownSub128Row(const uint8_t* src, int16_t* dst, ptrdiff_t width) {
   ptrdiff_t x = 0;
   if constexpr (simd::kEnabled)
     for (; x + kGroup <= width; x += kGroup)
-      simd::store(row(dst, 2, x), simd::loadAs<simd::I16, uint8_t>(src + x) - int16_t(128));
+      store(offset(dst, x), simd::loadAs<simd::I16, uint8_t>(src + x) - int16_t(128));
   for (; x < width; ++x) put(dst, x, int16_t(src[x] - 128));
 }
 
@@ -21,12 +21,11 @@ void ownAdd128Row(const int16_t* src, uint8_t* dst, ptrdiff_t width) {
   constexpr int kGroup = simd::kLanes<simd::U8>;
   ptrdiff_t x = 0;
   if constexpr (simd::kEnabled) {
-    const auto shift = simd::splat<simd::I16>(128);
+    const auto shift = all<simd::I16>(128);
     for (; x + kGroup <= width; x += kGroup) {
-      const auto low = simd::load<simd::I16>(row(src, 2, x));
-      const auto high = simd::load<simd::I16>(row(src, 2, x + kGroup / 2));
-      simd::store(dst + x,
-                  simd::orderPacked(simd::packU8(simd::addSat(low, shift), simd::addSat(high, shift))));
+      const auto low = load<simd::I16>(offset(src, x));
+      const auto high = load<simd::I16>(offset(src, x + kGroup / 2));
+      store(dst + x, simd::orderPacked(simd::packU8(addSat(low, shift), addSat(high, shift))));
     }
   }
   for (; x < width; ++x) dst[x] = clampU8(at(src, x) + 128);
@@ -34,18 +33,14 @@ void ownAdd128Row(const int16_t* src, uint8_t* dst, ptrdiff_t width) {
 
 }  // namespace
 
-QelStatus qeliSub128_JPEG_8u16s_C1R(const uint8_t* src, int32_t srcStep, int16_t* dst, int32_t dstStep,
-                                    QelSize size) {
+QelStatus qeliSub128_JPEG_8u16s_C1R(const uint8_t* src, int32_t srcStep, int16_t* dst, int32_t dstStep, QelSize size) {
   if (auto s = check(nonNull(src), step(srcStep), nonNull(dst), step(dstStep), area(size)); s) return s;
-  return forEachRow(size,
-                    [=](int32_t y) { ownSub128Row(row(src, srcStep, y), row(dst, dstStep, y), size.width); });
+  return forEachRow(size, [=](int32_t y) { ownSub128Row(row(src, srcStep, y), row(dst, dstStep, y), size.width); });
 }
 
-QelStatus qeliAdd128_JPEG_16s8u_C1R(const int16_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                                    QelSize size) {
+QelStatus qeliAdd128_JPEG_16s8u_C1R(const int16_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
   if (auto s = check(nonNull(src), step(srcStep), nonNull(dst), step(dstStep), area(size)); s) return s;
-  return forEachRow(size,
-                    [=](int32_t y) { ownAdd128Row(row(src, srcStep, y), row(dst, dstStep, y), size.width); });
+  return forEachRow(size, [=](int32_t y) { ownAdd128Row(row(src, srcStep, y), row(dst, dstStep, y), size.width); });
 }
 
 }  // namespace qelj

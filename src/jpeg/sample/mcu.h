@@ -7,10 +7,10 @@
 #define QELJ_JPEG_SAMPLE_MCU_H
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/sample/pixels.h"
 
-namespace qelj::mcu {
+namespace qelj::jpeg::mcu {
 
 using simd::I16;
 using simd::I32;
@@ -27,8 +27,7 @@ template <int Across, int Down>
 struct Sampling {
   static constexpr int kAcross = Across, kDown = Down, kLog2n = Across * Down / 2;  // n = Across * Down
   static constexpr int kWidth = 8 * Across, kHeight = 8 * Down;
-  // Where pixel (x, y) has its sample in the luma blocks (and K blocks), which follow one another in raster
-  // order.
+  // Where pixel (x, y) has its sample in the luma blocks (and K blocks), which follow one another in raster order.
   static constexpr int luma(int x, int y) { return (y / 8 * Across + x / 8) * 64 + y % 8 * 8 + x % 8; }
 };
 using Mcu444 = Sampling<1, 1>;
@@ -54,33 +53,25 @@ inline bool misaligned(Sample* const* planes) {
 template <class V = U8>
 inline V loadBlocks(const uint8_t* p, ptrdiff_t apart) {
   using Block = simd::Vec<simd::Lane<V>, 16>;
-  if constexpr (kOctets == 1)
-    return simd::load<V>(p);
-  else
-    return simd::join(simd::load<Block>(p), simd::load<Block>(p + apart));
+  if constexpr (kOctets == 1) return load<V>(p);
+  else return simd::join(load<Block>(p), load<Block>(p + apart));
 }
 template <class V>
 inline void storeBlocks(uint8_t* p, ptrdiff_t apart, V v) {
-  if constexpr (kOctets == 1)
-    simd::store(p, v);
-  else
-    simd::store(p, simd::lower(v)), simd::store(p + apart, simd::upper(v));
+  if constexpr (kOctets == 1) store(p, v);
+  else store(p, simd::lower(v)), store(p + apart, simd::upper(v));
 }
 
 // The octets of block row `y` and, `Down` picture rows further, of the next row of the vector.
 template <int Down>
 inline I16 loadOctets(const int16_t* block) {
-  if constexpr (Down == 1)
-    return simd::load<I16>(block);
-  else
-    return (I16)loadBlocks(reinterpret_cast<const uint8_t*>(block), Down * 16);
+  if constexpr (Down == 1) return load<I16>(block);
+  else return (I16)loadBlocks(reinterpret_cast<const uint8_t*>(block), Down * 16);
 }
 template <int Down>
 inline void storeOctets(int16_t* block, I16 v) {
-  if constexpr (Down == 1)
-    simd::store(block, v);
-  else
-    storeBlocks(reinterpret_cast<uint8_t*>(block), Down * 16, (U8)v);
+  if constexpr (Down == 1) store(block, v);
+  else storeBlocks(reinterpret_cast<uint8_t*>(block), Down * 16, (U8)v);
 }
 
 // --- pixel formats -----------------------------------------------------------------------------------------
@@ -90,8 +81,7 @@ struct Pixel {
   int32_t c[4];
 };
 
-// The pixels of a vector's octets as 32-bit lanes, each a pair of 16-bit samples: channels 0 and 1, channels
-// 2 and 3.
+// The pixels of a vector's octets as 32-bit lanes, each a pair of 16-bit samples: channels 0 and 1, channels 2 and 3.
 struct Pairs {
   I16 c01, c23;
 };
@@ -213,13 +203,13 @@ struct PackedPixels {
             {(I16)simd::unpackHigh(r, g), (I16)simd::unpackHigh(b, zero)}};
   }
   static void store(uint8_t* p, ptrdiff_t apart, const I16 (&c)[4]) {
-    const auto byte = [](I16 v) { return (U16)simd::min(simd::max(v, I16{}), simd::splat<I16>(255)); };
+    const auto byte = [](I16 v) { return (U16)min(max(v, I16{}), all<I16>(255)); };
     storeBlocks(p, apart, Sink::pack(byte(c[0]), byte(c[1]), byte(c[2])));
   }
 };
 using Bgr555 = PackedPixels<5>;
 using Bgr565 = PackedPixels<6>;
 
-}  // namespace qelj::mcu
+}  // namespace qelj::jpeg::mcu
 
 #endif

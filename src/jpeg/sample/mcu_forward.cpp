@@ -2,14 +2,14 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/sample/colour_forms.h"
 #include "jpeg/sample/mcu.h"
 
 namespace qelj {
 namespace {
 
-using namespace mcu;
+using namespace jpeg::mcu;
 
 // --- arithmetic --------------------------------------------------------------------------------------------
 
@@ -17,20 +17,20 @@ using namespace mcu;
 //   (r rs + g gs + b bs + round * n) >> (shift + log2 n)
 // Sums are made before the multiplication. The rounding term takes luma's level shift with it; chroma is
 // centred on zero by its weights.
-using colour::Matrix, colour::Weights;
+using jpeg::colour::kQ14, jpeg::colour::kQ16, jpeg::colour::Matrix, jpeg::colour::Weights;
 constexpr Weights rounded(Weights w, int32_t round) { return {w.r, w.g, w.b, round}; }
 
 // The 4:4:4 CMYK member rounds chroma with a little less than a half.
 template <class Pixels, class Mcu>
-constexpr int32_t kChromaRound = std::is_same_v<Pixels, Cmyk>&& std::is_same_v<Mcu, Mcu444> ? 8133 : 8192;
+constexpr int32_t kChromaRound = std::is_same_v<Pixels, Cmyk> && std::is_same_v<Mcu, Mcu444> ? 8133 : 8192;
 template <class Pixels, class Mcu>
-constexpr Matrix kRounded = {14, rounded(colour::kQ14.y, 8192 - (128 << 14)),
-                             rounded(colour::kQ14.cb, kChromaRound<Pixels, Mcu>),
-                             rounded(colour::kQ14.cr, kChromaRound<Pixels, Mcu>)};
+constexpr Matrix kRounded = {14, rounded(kQ14.y, 8192 - (128 << 14)),
+                             rounded(kQ14.cb, kChromaRound<Pixels, Mcu>),
+                             rounded(kQ14.cr, kChromaRound<Pixels, Mcu>)};
 
 // The form of some members for blocks that are not 16-byte aligned.
-constexpr Matrix kTruncated = {16, rounded(colour::kQ16.y, -(128 << 16)), rounded(colour::kQ16.cb, 0),
-                               rounded(colour::kQ16.cr, 0)};
+constexpr Matrix kTruncated = {16, rounded(kQ16.y, -(128 << 16)), rounded(kQ16.cb, 0),
+                               rounded(kQ16.cr, 0)};
 
 // No colour conversion: the level shift, and the truncated mean of chroma.
 constexpr Matrix kSampled = {0, {1, 0, 0, -128}, {0, 1, 0, -128}, {0, 0, 1, -128}};
@@ -44,12 +44,9 @@ template <Weights W>
 I32 ownProducts(Pairs p) {
   constexpr auto fits = [](int32_t w) { return w == int16_t(w); };
   if constexpr (fits(W.r) && fits(W.g) && fits(W.b)) {
-    if constexpr (W.b == 0)
-      return simd::mulAddPairs(p.c01, simd::pairs(W.r, W.g));
-    else if constexpr (W.r == 0 && W.g == 0)
-      return simd::mulAddPairs(p.c23, simd::pairs(W.b, 0));
-    else
-      return simd::mulAddPairs(p.c01, simd::pairs(W.r, W.g)) + simd::mulAddPairs(p.c23, simd::pairs(W.b, 0));
+    if constexpr (W.b == 0) return simd::mulAddPairs(p.c01, simd::pairs(W.r, W.g));
+    else if constexpr (W.r == 0 && W.g == 0) return simd::mulAddPairs(p.c23, simd::pairs(W.b, 0));
+    else return simd::mulAddPairs(p.c01, simd::pairs(W.r, W.g)) + simd::mulAddPairs(p.c23, simd::pairs(W.b, 0));
   } else {
     return ((I32)p.c01 & 0xFFFF) * W.r + ((I32)p.c01 >> 16) * W.g + ((I32)p.c23 & 0xFFFF) * W.b;
   }
@@ -83,16 +80,16 @@ void ownForwardOctets(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst
       constexpr int h = i / kDown, v = i % kDown, x = 8 * h;
       const int y = kDown * r + v;
       const Octets o = Pixels::load(row(src, srcStep, y) + x * Pixels::kPixelBytes, kDown * srcStep);
-      storeOctets<kDown>(row(luma, 2, Mcu::luma(x, y)), ownWeighOctets<M.y, 0, M.shift>(o));
+      storeOctets<kDown>(offset(luma, Mcu::luma(x, y)), ownWeighOctets<M.y, 0, M.shift>(o));
       if constexpr (Pixels::kChannels == 4) {
         const I16 k = simd::packI16((I32)o.low.c23 >> 16, (I32)o.high.c23 >> 16);
-        storeOctets<kDown>(row(black, 2, Mcu::luma(x, y)), k - int16_t(128));
+        storeOctets<kDown>(offset(black, Mcu::luma(x, y)), k - int16_t(128));
       }
       sums[h] = v == 0 ? o : Octets{sums[h].low + o.low, sums[h].high + o.high};
     });
     if constexpr (kAcross == 2) sums[0] = {ownSumsAcross(sums[0]), ownSumsAcross(sums[1])};
-    storeOctets<1>(row(cb, 2, 8 * r), ownWeighOctets<M.cb, Mcu::kLog2n, M.shift>(sums[0]));
-    storeOctets<1>(row(cr, 2, 8 * r), ownWeighOctets<M.cr, Mcu::kLog2n, M.shift>(sums[0]));
+    storeOctets<1>(offset(cb, 8 * r), ownWeighOctets<M.cb, Mcu::kLog2n, M.shift>(sums[0]));
+    storeOctets<1>(offset(cr, 8 * r), ownWeighOctets<M.cr, Mcu::kLog2n, M.shift>(sums[0]));
   }
 }
 
@@ -115,10 +112,8 @@ void ownForwardPixels(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst
 
 template <class Pixels, class Mcu, const Matrix& M>
 void ownForward(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst) {
-  if constexpr (simd::kEnabled)
-    ownForwardOctets<Pixels, Mcu, M>(src, srcStep, dst);
-  else
-    ownForwardPixels<Pixels, Mcu, M>(src, srcStep, dst);
+  if constexpr (simd::kEnabled) ownForwardOctets<Pixels, Mcu, M>(src, srcStep, dst);
+  else ownForwardPixels<Pixels, Mcu, M>(src, srcStep, dst);
 }
 
 // --- fronts ------------------------------------------------------------------------------------------------
@@ -129,10 +124,8 @@ template <class Pixels, class Mcu, const Matrix& Aligned, const Matrix& Misalign
 QelStatus forward(const typename Pixels::Sample* src, int32_t srcStep, int16_t* const* dst) {
   if (auto s = check(nonNull(src, dst), step(srcStep), planes(dst, Pixels::kChannels)); s) return s;
   const auto* bytes = reinterpret_cast<const uint8_t*>(src);
-  if (Tested && misaligned<Tested>(dst))
-    ownForward<Pixels, Mcu, Misaligned>(bytes, srcStep, dst);
-  else
-    ownForward<Pixels, Mcu, Aligned>(bytes, srcStep, dst);
+  if (Tested && misaligned<Tested>(dst)) ownForward<Pixels, Mcu, Misaligned>(bytes, srcStep, dst);
+  else ownForward<Pixels, Mcu, Aligned>(bytes, srcStep, dst);
   return qelStatusOk;
 }
 
@@ -167,29 +160,23 @@ QelStatus qeliBGRToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcSte
   return convert<Bgr, Mcu411, kLuma>(src, srcStep, dst);
 }
 
-QelStatus qeliBGR555ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-                                                  int16_t* const dst[3]) {
+QelStatus qeliBGR555ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
   return convert<Bgr555, Mcu444>(src, srcStep, dst);
 }
-QelStatus qeliBGR555ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-                                                  int16_t* const dst[3]) {
+QelStatus qeliBGR555ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
   return convert<Bgr555, Mcu422>(src, srcStep, dst);
 }
-QelStatus qeliBGR555ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-                                                  int16_t* const dst[3]) {
+QelStatus qeliBGR555ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
   return convert<Bgr555, Mcu411>(src, srcStep, dst);
 }
 
-QelStatus qeliBGR565ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-                                                  int16_t* const dst[3]) {
+QelStatus qeliBGR565ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
   return convert<Bgr565, Mcu444>(src, srcStep, dst);
 }
-QelStatus qeliBGR565ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-                                                  int16_t* const dst[3]) {
+QelStatus qeliBGR565ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
   return convert<Bgr565, Mcu422>(src, srcStep, dst);
 }
-QelStatus qeliBGR565ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-                                                  int16_t* const dst[3]) {
+QelStatus qeliBGR565ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
   return convert<Bgr565, Mcu411>(src, srcStep, dst);
 }
 

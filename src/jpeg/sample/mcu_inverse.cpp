@@ -1,15 +1,14 @@
-// MCU conversion, inverse: the level-shifted blocks of one minimum coded unit to pixels, with repeated
-// chroma.
+// MCU conversion, inverse: the level-shifted blocks of one minimum coded unit to pixels, with repeated chroma.
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 #include "jpeg/sample/mcu.h"
 
 namespace qelj {
 namespace {
 
-using namespace mcu;
+using namespace jpeg::mcu;
 
 // --- arithmetic --------------------------------------------------------------------------------------------
 
@@ -39,17 +38,12 @@ constexpr Form kRounded = {{{0, 22970, kHalfQ14, Luma::kPlus},
                            0,
                            true};
 
-// Q16, truncated: the form of some members for blocks that are not 16-byte aligned. Its terms always fit 16
-// bits.
+// Q16, truncated: the form of some members for blocks that are not 16-byte aligned. Its terms always fit 16 bits.
 constexpr Form kTruncated = {
-    {{0, 91881, 0, Luma::kPlus}, {-22554, -46802, 0, Luma::kPlus}, {116130, 0, 0, Luma::kPlus}},
-    16,
-    128,
-    false};
+    {{0, 91881, 0, Luma::kPlus}, {-22554, -46802, 0, Luma::kPlus}, {116130, 0, 0, Luma::kPlus}}, 16, 128, false};
 
 // No colour conversion.
-constexpr Form kSampled = {
-    {{0, 0, 128, Luma::kPlus}, {1, 0, 128, Luma::kNone}, {0, 1, 128, Luma::kNone}}, 0, 0, true};
+constexpr Form kSampled = {{{0, 0, 128, Luma::kPlus}, {1, 0, 128, Luma::kNone}, {0, 1, 128, Luma::kNone}}, 0, 0, true};
 
 int32_t ownChannel(const Channel& c, const Form& f, int16_t y, int16_t cb, int16_t cr) {
   const int32_t sum = addWrap(addWrap(mulWrap(c.cb, cb), mulWrap(c.cr, cr)), c.bias);
@@ -60,29 +54,25 @@ int32_t ownChannel(const Channel& c, const Form& f, int16_t y, int16_t cb, int16
 // The terms of the vector's octets from their interleaved chroma (Cb, Cr, Cb, Cr, ...).
 template <Channel C, int Shift>
 I16 ownTerms(I16 low, I16 high) {
-  if constexpr (C.cb == 0 && C.cr == 0) return simd::splat<I16>(int16_t(C.bias >> Shift));
+  if constexpr (C.cb == 0 && C.cr == 0) return all<I16>(int16_t(C.bias >> Shift));
   const auto sums = [](I16 chroma) {
     I32 sum;
     if constexpr (C.cb == int16_t(C.cb) && C.cr == int16_t(C.cr)) {
       sum = simd::mulAddPairs(chroma, simd::pairs(C.cb, C.cr));
     } else {
-      const I32 cb = simd::shlWrap((I32)chroma, 16) >> 16, cr = (I32)chroma >> 16;
-      sum =
-          simd::addWrap(simd::mulWrap(cb, simd::splat<I32>(C.cb)), simd::mulWrap(cr, simd::splat<I32>(C.cr)));
+      const I32 cb = shlWrap((I32)chroma, 16) >> 16, cr = (I32)chroma >> 16;
+      sum = addWrap(mulWrap(cb, all<I32>(C.cb)), mulWrap(cr, all<I32>(C.cr)));
     }
-    return simd::addWrap(sum, simd::splat<I32>(C.bias)) >> Shift;
+    return addWrap(sum, all<I32>(C.bias)) >> Shift;
   };
   return simd::packI16(sums(low), sums(high));
 }
 
-// Adds the offset behind the luma: only then does a saturated sum lie on the same side of the range as the
-// true one.
+// Adds the offset behind the luma: only then does a saturated sum lie on the same side of the range as the true one.
 template <Channel C, int Offset>
 I16 ownValues(I16 y, I16 term) {
-  const I16 value = C.luma == Luma::kPlus    ? simd::addSat(y, term)
-                    : C.luma == Luma::kMinus ? simd::subSat(y, term)
-                                             : term;
-  return Offset ? simd::addSat(value, simd::splat<I16>(int16_t(Offset))) : value;
+  const I16 value = C.luma == Luma::kPlus ? addSat(y, term) : C.luma == Luma::kMinus ? subSat(y, term) : term;
+  return Offset ? addSat(value, all<I16>(int16_t(Offset))) : value;
 }
 
 // --- one MCU -----------------------------------------------------------------------------------------------
@@ -94,27 +84,24 @@ void ownInverseOctets(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep
   const int16_t* const black = Pixels::kChannels == 4 ? src[3] : nullptr;
 
   for (int r = 0; r < 8; r += kOctets) {  // rows r, r + 1 of the chroma blocks
-    const I16 cbs = loadOctets<1>(row(cb, 2, 8 * r)), crs = loadOctets<1>(row(cr, 2, 8 * r));
+    const I16 cbs = loadOctets<1>(offset(cb, 8 * r)), crs = loadOctets<1>(offset(cr, 8 * r));
     const I16 low = simd::unpackLow(cbs, crs), high = simd::unpackHigh(cbs, crs);
-    const I16 terms[3] = {ownTerms<F.channel[0], F.shift>(low, high),
-                          ownTerms<F.channel[1], F.shift>(low, high),
+    const I16 terms[3] = {ownTerms<F.channel[0], F.shift>(low, high), ownTerms<F.channel[1], F.shift>(low, high),
                           ownTerms<F.channel[2], F.shift>(low, high)};
     simd::unroll<Mcu::kAcross>([&](auto h) {
       const auto repeated = [&](int c) {
-        if constexpr (Mcu::kAcross == 1)
-          return terms[c];
-        else
-          return h == 0 ? simd::unpackLow(terms[c], terms[c]) : simd::unpackHigh(terms[c], terms[c]);
+        if constexpr (Mcu::kAcross == 1) return terms[c];
+        else return h == 0 ? simd::unpackLow(terms[c], terms[c]) : simd::unpackHigh(terms[c], terms[c]);
       };
       const I16 t[3] = {repeated(0), repeated(1), repeated(2)};
       simd::unroll<kDown>([&](auto v) {
         const int x = 8 * h, y = kDown * r + v;
-        const I16 ys = loadOctets<kDown>(row(luma, 2, Mcu::luma(x, y)));
+        const I16 ys = loadOctets<kDown>(offset(luma, Mcu::luma(x, y)));
         I16 c[4] = {ownValues<F.channel[0], F.offset>(ys, t[0]), ownValues<F.channel[1], F.offset>(ys, t[1]),
                     ownValues<F.channel[2], F.offset>(ys, t[2])};
         if constexpr (Pixels::kChannels == 4) {
-          const I16 ks = loadOctets<kDown>(row(black, 2, Mcu::luma(x, y))), shift = simd::splat<I16>(128);
-          c[3] = F.clampBlack ? simd::addSat(ks, shift) : simd::addWrap(ks, shift) & int16_t(0xFF);
+          const I16 ks = loadOctets<kDown>(offset(black, Mcu::luma(x, y))), shift = all<I16>(128);
+          c[3] = F.clampBlack ? addSat(ks, shift) : addWrap(ks, shift) & int16_t(0xFF);
         }
         Pixels::store(row(dst, dstStep, y) + x * Pixels::kPixelBytes, kDown * dstStep, c);
       });
@@ -145,22 +132,18 @@ void ownInverse(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
   // Rows that overlap are written in order, top to bottom; octets are not.
   if (simd::kEnabled && dstStep >= Mcu::kWidth * Pixels::kPixelBytes)
     ownInverseOctets<Pixels, Mcu, F>(src, dst, dstStep);
-  else
-    ownInversePixels<Pixels, Mcu, F>(src, dst, dstStep);
+  else ownInversePixels<Pixels, Mcu, F>(src, dst, dstStep);
 }
 
 // --- fronts ------------------------------------------------------------------------------------------------
 
 // Aligned and Misaligned are the forms for the two cases of an address test on the planes Tested.
-template <class Pixels, class Mcu, const Form& Aligned, const Form& Misaligned = Aligned,
-          unsigned Tested = kNoPlane>
+template <class Pixels, class Mcu, const Form& Aligned, const Form& Misaligned = Aligned, unsigned Tested = kNoPlane>
 QelStatus inverse(const int16_t* const* src, typename Pixels::Sample* dst, int32_t dstStep) {
   if (auto s = check(nonNull(src, dst), planes(src, Pixels::kChannels), step(dstStep)); s) return s;
   auto* bytes = reinterpret_cast<uint8_t*>(dst);
-  if (Tested && misaligned<Tested>(src))
-    ownInverse<Pixels, Mcu, Misaligned>(src, bytes, dstStep);
-  else
-    ownInverse<Pixels, Mcu, Aligned>(src, bytes, dstStep);
+  if (Tested && misaligned<Tested>(src)) ownInverse<Pixels, Mcu, Misaligned>(src, bytes, dstStep);
+  else ownInverse<Pixels, Mcu, Aligned>(src, bytes, dstStep);
   return qelStatusOk;
 }
 
@@ -195,29 +178,23 @@ QelStatus qeliYCbCr411ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8
   return convert<Bgr, Mcu411, kThreePlanes>(src, dst, dstStep);
 }
 
-QelStatus qeliYCbCr444ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-                                                  int32_t dstStep) {
+QelStatus qeliYCbCr444ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
   return convert<Bgr555, Mcu444>(src, dst, dstStep);
 }
-QelStatus qeliYCbCr422ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-                                                  int32_t dstStep) {
+QelStatus qeliYCbCr422ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
   return convert<Bgr555, Mcu422>(src, dst, dstStep);
 }
-QelStatus qeliYCbCr411ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-                                                  int32_t dstStep) {
+QelStatus qeliYCbCr411ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
   return convert<Bgr555, Mcu411>(src, dst, dstStep);
 }
 
-QelStatus qeliYCbCr444ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-                                                  int32_t dstStep) {
+QelStatus qeliYCbCr444ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
   return convert<Bgr565, Mcu444>(src, dst, dstStep);
 }
-QelStatus qeliYCbCr422ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-                                                  int32_t dstStep) {
+QelStatus qeliYCbCr422ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
   return convert<Bgr565, Mcu422>(src, dst, dstStep);
 }
-QelStatus qeliYCbCr411ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-                                                  int32_t dstStep) {
+QelStatus qeliYCbCr411ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
   return convert<Bgr565, Mcu411>(src, dst, dstStep);
 }
 

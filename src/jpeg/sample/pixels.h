@@ -7,12 +7,12 @@
 
 #include "frame/arith.h"
 #include "frame/check.h"
+#include "frame/lanes.h"
 #include "frame/memory.h"
 #include "frame/rows.h"
-#include "frame/simd.h"
 #include "jpeg/sample/colour_forms.h"
 
-namespace qelj::colour {
+namespace qelj::jpeg::colour {
 
 inline constexpr int kVector = simd::kBytes;  // pixels in a vector of bytes
 
@@ -65,9 +65,7 @@ struct PlaneSource {
   static QelStatus valid(const uint8_t* const* base) { return planes(base, 3); }
 
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {{r[x], g[x], b[x]}, 0}; }
-  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    return {{simd::load<U8>(r + x), simd::load<U8>(g + x), simd::load<U8>(b + x)}, U8{}};
-  }
+  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const { return {{load<U8>(r + x), load<U8>(g + x), load<U8>(b + x)}, U8{}}; }
 };
 
 // CMYK: R, G, B are the complements of C, M, Y.
@@ -88,15 +86,12 @@ struct CmykPixelSource {
 struct CmykPlaneSource {
   const uint8_t *c, *m, *y, *k;
   CmykPlaneSource(const uint8_t* const* base, int32_t step, int32_t at)
-      : c(row(base[0], step, at)),
-        m(row(base[1], step, at)),
-        y(row(base[2], step, at)),
-        k(row(base[3], step, at)) {}
+      : c(row(base[0], step, at)), m(row(base[1], step, at)), y(row(base[2], step, at)), k(row(base[3], step, at)) {}
   static QelStatus valid(const uint8_t* const* base) { return planes(base, 4); }
 
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {{255 - c[x], 255 - m[x], 255 - y[x]}, k[x]}; }
   QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    return {{~simd::load<U8>(c + x), ~simd::load<U8>(m + x), ~simd::load<U8>(y + x)}, simd::load<U8>(k + x)};
+    return {{~load<U8>(c + x), ~load<U8>(m + x), ~load<U8>(y + x)}, load<U8>(k + x)};
   }
 };
 
@@ -117,10 +112,10 @@ struct PackedSource {
   }
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {unpack<int32_t>(at(p, x)), 0}; }
   QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    const auto first = unpack(simd::load<simd::U16>(row(p, 2, x)));
-    const auto second = unpack(simd::load<simd::U16>(row(p, 2, x + kVector / 2)));
+    const auto first = unpack(load<simd::U16>(offset(p, x)));
+    const auto second = unpack(load<simd::U16>(offset(p, x + kVector / 2)));
     const auto bytes = [](simd::U16 a, simd::U16 b) {
-      return simd::orderPacked(simd::packU8(simd::as<int16_t>(a), simd::as<int16_t>(b)));
+      return simd::orderPacked(simd::packU8(as<int16_t>(a), as<int16_t>(b)));
     };
     const Rgb<U8> rgb{bytes(first.r, second.r), bytes(first.g, second.g), bytes(first.b, second.b)};
     return {rgb, U8{}};
@@ -129,9 +124,8 @@ struct PackedSource {
 
 // --- How a result is stored --------------------------------------------------------------------------------
 
-// An image larger than the caches would drive out everything else and not be there when it is read:
-// interleaved pixels go past them. Planes do not: several such streams side by side are no faster than plain
-// stores.
+// An image larger than the caches would drive out everything else and not be there when it is read: interleaved pixels
+// go past them. Planes do not: several such streams side by side are no faster than plain stores.
 struct Writer {
   bool streams;
 
@@ -141,10 +135,8 @@ struct Writer {
   }
   template <class V>
   QELJ_INLINE void operator()(void* p, V v) const {
-    if (streams)
-      simd::stream(p, v);
-    else
-      simd::store(p, v);
+    if (streams) simd::stream(p, v);
+    else store(p, v);
   }
   // Behind every row, so that the thread that joins sees it.
   void endRow() const {
@@ -188,9 +180,8 @@ struct AlphaPixelSink {
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     const auto& [r, g, b] = v.rgb;
-    const U8 a = simd::splat<U8>(alpha);
-    simd::storePixels4(p + 4 * x, Order::r == 0 ? simd::Planes4{r, g, b, a} : simd::Planes4{b, g, r, a},
-                       write);
+    const U8 a = all<U8>(alpha);
+    simd::storePixels4(p + 4 * x, Order::r == 0 ? simd::Planes4{r, g, b, a} : simd::Planes4{b, g, r, a}, write);
   }
 };
 
@@ -203,7 +194,7 @@ struct PlaneSink {
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const { r[x] = v.rgb.r, g[x] = v.rgb.g, b[x] = v.rgb.b; }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    simd::store(r + x, v.rgb.r), simd::store(g + x, v.rgb.g), simd::store(b + x, v.rgb.b);
+    store(r + x, v.rgb.r), store(g + x, v.rgb.g), store(b + x, v.rgb.b);
   }
 };
 
@@ -226,18 +217,14 @@ struct CmykPlaneSink {
   static constexpr int kStreamedBytes = 0;
   uint8_t *c, *m, *y, *k;
   CmykPlaneSink(uint8_t* const* base, int32_t step, int32_t at, Writer)
-      : c(row(base[0], step, at)),
-        m(row(base[1], step, at)),
-        y(row(base[2], step, at)),
-        k(row(base[3], step, at)) {}
+      : c(row(base[0], step, at)), m(row(base[1], step, at)), y(row(base[2], step, at)), k(row(base[3], step, at)) {}
   static QelStatus valid(uint8_t* const* base) { return planes(base, 4); }
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
     c[x] = uint8_t(~v.rgb.r), m[x] = uint8_t(~v.rgb.g), y[x] = uint8_t(~v.rgb.b), k[x] = v.k;
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    simd::store(c + x, ~v.rgb.r), simd::store(m + x, ~v.rgb.g), simd::store(y + x, ~v.rgb.b),
-        simd::store(k + x, v.k);
+    store(c + x, ~v.rgb.r), store(m + x, ~v.rgb.g), store(y + x, ~v.rgb.b), store(k + x, v.k);
   }
 };
 
@@ -255,16 +242,14 @@ struct PackedSink {
     const T low = Order::r == 0 ? r : b, high = Order::r == 0 ? b : r;
     return (low >> 3) | ((g >> (8 - kGreenBits)) << 5) | ((high >> 3) << (5 + kGreenBits));
   }
-  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
-    put(p, x, uint16_t(pack<uint32_t>(v.rgb.r, v.rgb.g, v.rgb.b)));
-  }
+  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const { put(p, x, uint16_t(pack<uint32_t>(v.rgb.r, v.rgb.g, v.rgb.b))); }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    const auto low = [](U8 bytes) { return simd::as<uint16_t>(simd::unpackLow(bytes, U8{})); };
-    const auto high = [](U8 bytes) { return simd::as<uint16_t>(simd::unpackHigh(bytes, U8{})); };
+    const auto low = [](U8 bytes) { return as<uint16_t>(simd::unpackLow(bytes, U8{})); };
+    const auto high = [](U8 bytes) { return as<uint16_t>(simd::unpackHigh(bytes, U8{})); };
     const auto first = pack(low(v.rgb.r), low(v.rgb.g), low(v.rgb.b));
     const auto second = pack(high(v.rgb.r), high(v.rgb.g), high(v.rgb.b));
-    write(row(p, 2, x), simd::lowBlocks(first, second));
-    write(row(p, 2, x + kVector / 2), simd::highBlocks(first, second));
+    write(offset(p, x), simd::lowBlocks(first, second));
+    write(offset(p, x + kVector / 2), simd::highBlocks(first, second));
   }
 };
 
@@ -285,9 +270,8 @@ struct YccSink {
     if constexpr (kPlanes == 4) plane[3][x] = v.k;
   }
   QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const {
-    simd::store(plane[0] + x, v.ycc.y), simd::store(plane[1] + x, v.ycc.cb),
-        simd::store(plane[2] + x, v.ycc.cr);
-    if constexpr (kPlanes == 4) simd::store(plane[3] + x, v.k);
+    store(plane[0] + x, v.ycc.y), store(plane[1] + x, v.ycc.cb), store(plane[2] + x, v.ycc.cr);
+    if constexpr (kPlanes == 4) store(plane[3] + x, v.k);
   }
 };
 struct LumaSink {
@@ -297,7 +281,7 @@ struct LumaSink {
   static QelStatus valid(uint8_t* base) { return nonNull(base); }
 
   void pixel(ptrdiff_t x, YccK<uint8_t> v) const { p[x] = v.ycc.y; }
-  QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const { simd::store(p + x, v.ycc.y); }
+  QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const { store(p + x, v.ycc.y); }
 };
 
 template <int kPlanes>
@@ -312,8 +296,8 @@ struct YccSource {
     return {{plane[0][x], plane[1][x], plane[2][x]}, kPlanes == 4 ? plane[kPlanes - 1][x] : uint8_t(0)};
   }
   QELJ_INLINE YccK<U8> group(ptrdiff_t x) const {
-    return {{simd::load<U8>(plane[0] + x), simd::load<U8>(plane[1] + x), simd::load<U8>(plane[2] + x)},
-            kPlanes == 4 ? simd::load<U8>(plane[kPlanes - 1] + x) : U8{}};
+    return {{load<U8>(plane[0] + x), load<U8>(plane[1] + x), load<U8>(plane[2] + x)},
+            kPlanes == 4 ? load<U8>(plane[kPlanes - 1] + x) : U8{}};
   }
 };
 
@@ -339,8 +323,7 @@ QELJ_INLINE Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
 template <class Form>
 QELJ_INLINE Ycc<U8> toYcc(Rgb<U8> p) {
   const auto [r, g, b] = widen(p);
-  const auto low = Form::ycc(Rgb<I16>{r.low, g.low, b.low}),
-             high = Form::ycc(Rgb<I16>{r.high, g.high, b.high});
+  const auto low = Form::ycc(Rgb<I16>{r.low, g.low, b.low}), high = Form::ycc(Rgb<I16>{r.high, g.high, b.high});
   return {simd::packU8(low.y, high.y), simd::packU8(low.cb, high.cb), simd::packU8(low.cr, high.cr)};
 }
 
@@ -365,8 +348,7 @@ QELJ_INLINE Rgb<uint8_t> toRgb(Ycc<uint8_t> p) {
 template <class Form>
 QELJ_INLINE Rgb<U8> toRgb(Ycc<U8> p) {
   const Halves cb = widenCentred(p.cb), cr = widenCentred(p.cr);
-  return toRgb<Form>(p.y, Form::offset(Chroma<I16>{cb.low, cr.low}),
-                     Form::offset(Chroma<I16>{cb.high, cr.high}));
+  return toRgb<Form>(p.y, Form::offset(Chroma<I16>{cb.low, cr.low}), Form::offset(Chroma<I16>{cb.high, cr.high}));
 }
 
 // --- Loops -------------------------------------------------------------------------------------------------
@@ -374,13 +356,11 @@ QELJ_INLINE Rgb<U8> toRgb(Ycc<U8> p) {
 enum class Rows { kFork, kSerial, kSerialAnyStep };
 
 // The front of a whole-image conversion: checks, then rowOperation(source, sink, width) for every row.
-template <Rows kRows, class Source, class Sink, class From, class To, class RowOperation,
-          class... SinkArgument>
+template <Rows kRows, class Source, class Sink, class From, class To, class RowOperation, class... SinkArgument>
 QelStatus convertRows(const From* src, int32_t srcStep, To* dst, int32_t dstStep, QelSize size,
                       RowOperation rowOperation, SinkArgument... sinkArgument) {
   const auto usable = [](int32_t s) { return kRows == Rows::kSerialAnyStep ? qelStatusOk : step(s); };
-  if (auto s = check(Source::valid(src), Sink::valid(dst), usable(srcStep), usable(dstStep), area(size)); s)
-    return s;
+  if (auto s = check(Source::valid(src), Sink::valid(dst), usable(srcStep), usable(dstStep), area(size)); s) return s;
   const Writer write = Writer::forImage(size, Sink::kStreamedBytes);
   const auto oneRow = [=](int32_t y) {
     rowOperation(Source(src, srcStep, y), Sink(dst, dstStep, y, write, sinkArgument...), size.width);
@@ -389,6 +369,6 @@ QelStatus convertRows(const From* src, int32_t srcStep, To* dst, int32_t dstStep
   return kRows == Rows::kFork ? forEachRow(size, oneRow) : forEachRowSerial(size, oneRow);
 }
 
-}  // namespace qelj::colour
+}  // namespace qelj::jpeg::colour
 
 #endif

@@ -4,8 +4,8 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
+#include "frame/lanes.h"
 #include "frame/rows.h"
-#include "frame/simd.h"
 
 namespace qelj {
 namespace {
@@ -16,8 +16,7 @@ constexpr int kVector = simd::kBytes;
 
 // --- Down: the mean of two or four samples -----------------------------------------------------------------
 
-// The rounding terms of the means at even and odd places. Terms that alternate leave the plane's mean as it
-// is.
+// The rounding terms of the means at even and odd places. Terms that alternate leave the plane's mean as it is.
 struct Rounding {
   int even, odd;
 };
@@ -26,16 +25,16 @@ struct Rounding {
 template <int kRows>
 void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdiff_t count, Rounding round) {
   constexpr int kShift = kRows == 2 ? 2 : 1;
-  const auto one = simd::splat<simd::I8>(1);
+  const auto one = all<simd::I8>(1);
   const I16 term = simd::pairs(round.even, round.odd);
   // An even number of means, so that the last vector too begins at an even place.
   ptrdiff_t k = simd::coverByVectors(0, count & ~ptrdiff_t(1), [&](ptrdiff_t to) QELJ_INLINE_LAMBDA {
     const auto means = [&](ptrdiff_t from) QELJ_INLINE_LAMBDA {
-      I16 sum = simd::mulAddBytes(simd::load<U8>(first + from), one);
-      if constexpr (kRows == 2) sum += simd::mulAddBytes(simd::load<U8>(second + from), one);
+      I16 sum = simd::mulAddBytes(load<U8>(first + from), one);
+      if constexpr (kRows == 2) sum += simd::mulAddBytes(load<U8>(second + from), one);
       return (sum + term) >> kShift;
     };
-    simd::store(dst + to, simd::orderPacked(simd::packU8(means(2 * to), means(2 * to + kVector))));
+    store(dst + to, simd::orderPacked(simd::packU8(means(2 * to), means(2 * to + kVector))));
   });
   for (; k < count; ++k) {
     int sum = (k % 2 ? round.odd : round.even) + first[2 * k] + first[2 * k + 1];
@@ -60,10 +59,9 @@ struct OneRow {
   QELJ_INLINE Halves sums(ptrdiff_t k, ptrdiff_t far) const { return threeToOne(s + k, s + far); }
 
   static QELJ_INLINE Halves threeToOne(const uint8_t* near, const uint8_t* far) {
-    const auto weights = simd::as<int8_t>(simd::splat<I16>(0x0103));
-    const U8 n = simd::load<U8>(near), f = simd::load<U8>(far);
-    return {simd::mulAddBytes(simd::unpackLow(n, f), weights),
-            simd::mulAddBytes(simd::unpackHigh(n, f), weights)};
+    const auto weights = as<int8_t>(all<I16>(0x0103));
+    const U8 n = load<U8>(near), f = load<U8>(far);
+    return {simd::mulAddBytes(simd::unpackLow(n, f), weights), simd::mulAddBytes(simd::unpackHigh(n, f), weights)};
   }
 };
 struct TwoRows {
@@ -74,7 +72,7 @@ struct TwoRows {
   int sum(ptrdiff_t k, ptrdiff_t other) const { return 3 * down(k) + down(other); }
   QELJ_INLINE Halves sums(ptrdiff_t k, ptrdiff_t other) const {
     const Halves a = OneRow::threeToOne(near + k, far + k), b = OneRow::threeToOne(near + other, far + other);
-    const auto three = simd::splat<I16>(3);
+    const auto three = all<I16>(3);
     return {a.low * three + b.low, a.high * three + b.high};
   }
 };
@@ -91,18 +89,16 @@ uint8_t ownOdd(const Source& s, ptrdiff_t k, ptrdiff_t far) {
 // Samples 2k and 2k + 1 for k from `from` to `to` - 1. Reads source samples from - 1 to `to`.
 template <class Source>
 void ownUpSamples(const Source& s, uint8_t* dst, ptrdiff_t from, ptrdiff_t to) {
-  const auto roundEven = simd::splat<I16>(Source::kEven), roundOdd = simd::splat<I16>(Source::kOdd);
+  const auto roundEven = all<I16>(Source::kEven), roundOdd = all<I16>(Source::kOdd);
   ptrdiff_t k = simd::coverByVectors(from, to, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
     const Halves even = s.sums(at, at - 1), odd = s.sums(at, at + 1);
-    const auto merge = [&](I16 e, I16 o)
-                           QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
-                             const I16 low = (e + roundEven) >> Source::kShift,
-                                       high = simd::shlWrap(o + roundOdd, 8 - Source::kShift);
-                             return low | (high & int16_t(-256));
-                           };
+    const auto merge = [&](I16 e, I16 o) QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
+      const I16 low = (e + roundEven) >> Source::kShift, high = shlWrap(o + roundOdd, 8 - Source::kShift);
+      return low | (high & int16_t(-256));
+    };
     const I16 first = merge(even.low, odd.low), second = merge(even.high, odd.high);
-    simd::store(dst + 2 * at, simd::lowBlocks(first, second));
-    simd::store(dst + 2 * at + kVector, simd::highBlocks(first, second));
+    store(dst + 2 * at, simd::lowBlocks(first, second));
+    store(dst + 2 * at + kVector, simd::highBlocks(first, second));
   });
   for (; k < to; ++k) dst[2 * k] = ownEven(s, k, k - 1), dst[2 * k + 1] = ownOdd(s, k, k + 1);
 }
@@ -156,9 +152,8 @@ QelStatus qeliSampleDownH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, Qe
 QelStatus qeliSampleUpH2V1_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst,
                                        int32_t dstStep, QelSize dstSize) {
   if (auto s = checkPlanes(src, srcStep, srcSize, dst, dstStep, dstSize); s) return s;
-  return forEachRowSerial(dstSize, [=](int32_t y) {
-    ownUpPlaneRow(OneRow{row(src, srcStep, y)}, row(dst, dstStep, y), dstSize.width);
-  });
+  return forEachRowSerial(
+      dstSize, [=](int32_t y) { ownUpPlaneRow(OneRow{row(src, srcStep, y)}, row(dst, dstStep, y), dstSize.width); });
 }
 
 QelStatus qeliSampleUpH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst,

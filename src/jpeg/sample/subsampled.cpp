@@ -7,7 +7,7 @@
 
 namespace qelj {
 namespace {
-using namespace colour;
+using namespace jpeg::colour;
 
 // --- Forward: the colours of a chroma sample's pixels are added up first, then converted -------------------
 
@@ -35,19 +35,18 @@ void ownForwardRows(const Source (&source)[2], const YccRows& dst, ptrdiff_t wid
   };
   const ptrdiff_t main = width / 8 * 8;
   ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const auto one = simd::splat<simd::I8>(1);
+    const auto one = all<simd::I8>(1);
     Rgb<I16> sum{};
     for (int row = 0; row < kRows; ++row) {
       const Rgb<U8> p = source[row].group(at).rgb;
-      sum.r += simd::mulAddBytes(p.r, one), sum.g += simd::mulAddBytes(p.g, one),
-          sum.b += simd::mulAddBytes(p.b, one);
+      sum.r += simd::mulAddBytes(p.r, one), sum.g += simd::mulAddBytes(p.g, one), sum.b += simd::mulAddBytes(p.b, one);
       const auto [r, g, b] = widen(p);
-      simd::store(dst.y[row] + at, simd::packU8(ForwardMain::luma(Rgb<I16>{r.low, g.low, b.low}),
-                                                ForwardMain::luma(Rgb<I16>{r.high, g.high, b.high})));
+      store(dst.y[row] + at, simd::packU8(ForwardMain::luma(Rgb<I16>{r.low, g.low, b.low}),
+                                          ForwardMain::luma(Rgb<I16>{r.high, g.high, b.high})));
     }
     const auto c = ForwardMain::chroma<kLog2>(sum);
     const U8 both = simd::orderPacked(simd::packU8(c.cb, c.cr));
-    simd::store(dst.cb + at / 2, simd::lower(both)), simd::store(dst.cr + at / 2, simd::upper(both));
+    store(dst.cb + at / 2, simd::lower(both)), store(dst.cr + at / 2, simd::upper(both));
   });
   for (; x < main; x += 2) pair(ForwardMain{}, x);
   for (; x + 1 < width; x += 2) pair(ForwardTail{}, x);
@@ -58,8 +57,7 @@ constexpr QelStatus oddSize(QelSize size, int rows) {
 }
 
 template <int kRows, class Source>
-QelStatus forward(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep,
-                  QelSize size) {
+QelStatus forward(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size) {
   if (auto s = check(nonNull(src), planes(dst, 3), area(size, 2, kRows)); s) return s;
   for (int32_t y = 0; y <= size.height - kRows; y += kRows) {
     const int32_t last = y + kRows - 1;
@@ -75,8 +73,7 @@ QelStatus forward(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, cons
 
 // --- Inverse: a chroma sample serves all its pixels as it is -----------------------------------------------
 
-// What a vector of chroma pairs adds to the pixels in the lower and the upper halves of the blocks of a
-// group.
+// What a vector of chroma pairs adds to the pixels in the lower and the upper halves of the blocks of a group.
 template <class Form>
 struct PairOffsets {
   Rgb<I16> low, high;
@@ -86,21 +83,17 @@ struct PairOffsets {
     high = {simd::unpackHigh(o.r, o.r), simd::unpackHigh(o.g, o.g), simd::unpackHigh(o.b, o.b)};
   }
 };
-QELJ_INLINE I16 centred(simd::U16 chromaShifted8) {
-  return simd::as<int16_t>(chromaShifted8 ^ uint16_t(0x8000));
-}
+QELJ_INLINE I16 centred(simd::U16 chromaShifted8) { return as<int16_t>(chromaShifted8 ^ uint16_t(0x8000)); }
 
 template <int kRows, class Sink>
 void ownInverseRows(const uint8_t* const (&y)[2], const uint8_t* cb, const uint8_t* cr, const Sink (&sink)[2],
                     ptrdiff_t width) {
   using Form = InverseQ4Form;
   ptrdiff_t x = simd::coverByVectors(0, width / 2 * 2, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const auto load = [at](const uint8_t* p) {
-      return centred(simd::loadAs<simd::U16, uint8_t>(p + at / 2) << 8);
-    };
-    const PairOffsets<Form> add({load(cb), load(cr)});
+    const auto chroma = [at](const uint8_t* p) { return centred(simd::loadAs<simd::U16, uint8_t>(p + at / 2) << 8); };
+    const PairOffsets<Form> add({chroma(cb), chroma(cr)});
     for (int row = 0; row < kRows; ++row)
-      sink[row].group(at, {toRgb<Form>(simd::load<U8>(y[row] + at), add.low, add.high), U8{}});
+      sink[row].group(at, {toRgb<Form>(load<U8>(y[row] + at), add.low, add.high), U8{}});
   });
   for (; x + 1 < width; x += 2) {
     const auto add = Form::offset(Chroma<int32_t>{cb[x / 2] - 128, cr[x / 2] - 128});
@@ -110,16 +103,15 @@ void ownInverseRows(const uint8_t* const (&y)[2], const uint8_t* cb, const uint8
 }
 
 template <int kRows, class Sink, class... Alpha>
-QelStatus inverse(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep,
-                  QelSize size, Alpha... alpha) {
+QelStatus inverse(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size,
+                  Alpha... alpha) {
   if (auto s = check(nonNull(dst), planes(src, 3), area(size, 2, kRows)); s) return s;
   const Writer write = Writer::forImage(size, Sink::kStreamedBytes);
   for (int32_t y = 0; y <= size.height - kRows; y += kRows) {
     const int32_t last = y + kRows - 1;
     const Sink sink[2] = {{dst, dstStep, y, write, alpha...}, {dst, dstStep, last, write, alpha...}};
     ownInverseRows<kRows>({row(src[0], srcStep[0], y), row(src[0], srcStep[0], last)},
-                          row(src[1], srcStep[1], y / kRows), row(src[2], srcStep[2], y / kRows), sink,
-                          size.width);
+                          row(src[1], srcStep[1], y / kRows), row(src[2], srcStep[2], y / kRows), sink, size.width);
     write.endRow();
   }
   return oddSize(size, kRows);
@@ -137,9 +129,8 @@ void ownPackedRow(const uint8_t* src, PixelSink<RgbOrder> sink, ptrdiff_t width)
   };
   ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
     using Form = InverseQ9Form;
-    const auto split =
-        simd::deinterleave(simd::load<U8>(src + 2 * at), simd::load<U8>(src + 2 * at + kVector));
-    const auto chroma = simd::as<uint16_t>(split.second);  // Cb in the low bytes, Cr in the high ones
+    const auto split = simd::deinterleave(load<U8>(src + 2 * at), load<U8>(src + 2 * at + kVector));
+    const auto chroma = as<uint16_t>(split.second);  // Cb in the low bytes, Cr in the high ones
     const PairOffsets<Form> add({centred(chroma << 8), centred(chroma & uint16_t(0xFF00))});
     sink.group(at, {toRgb<Form>(split.first, add.low, add.high), U8{}});
   });

@@ -8,7 +8,7 @@
 
 #include "qelj.h"
 
-namespace qelj {
+namespace qelj::jpeg2000 {
 
 // The highest bit plane has number 30: bit 31 of a sample is its sign.
 inline constexpr int32_t kMagnitudeBits = 31;
@@ -50,24 +50,13 @@ constexpr SignificanceTable significanceTable(Band band) {
     int label;
     if (band == Band::highHigh) {
       const int hv = h + v;
-      label = d >= 3   ? 8
-              : d == 2 ? (hv >= 1 ? 7 : 6)
-              : d == 1 ? (hv >= 2   ? 5
-                          : hv == 1 ? 4
-                                    : 3)
-                       : (hv >= 2 ? 2 : hv);
+      label = d >= 3 ? 8 : d == 2 ? (hv >= 1 ? 7 : 6) : d == 1 ? (hv >= 2 ? 5 : hv == 1 ? 4 : 3) : (hv >= 2 ? 2 : hv);
     } else {
       if (band == Band::highLow) {
         const int t = h;
         h = v, v = t;
       }
-      label = h == 2   ? 8
-              : h == 1 ? (v >= 1   ? 7
-                          : d >= 1 ? 6
-                                   : 5)
-              : v == 2 ? 4
-              : v == 1 ? 3
-                       : (d >= 2 ? 2 : d);
+      label = h == 2 ? 8 : h == 1 ? (v >= 1 ? 7 : d >= 1 ? 6 : 5) : v == 2 ? 4 : v == 1 ? 3 : (d >= 2 ? 2 : d);
     }
     table[n] = uint8_t(kSignificance + label);
   }
@@ -75,15 +64,12 @@ constexpr SignificanceTable significanceTable(Band band) {
 }
 }  // namespace detail
 // 0: LL and LH bands, 1: HL, 2: HH.
-inline constexpr SignificanceTable kSignificanceTables[3] = {
-    detail::significanceTable(detail::Band::lowLow), detail::significanceTable(detail::Band::highLow),
-    detail::significanceTable(detail::Band::highHigh)};
-constexpr int ownBandTable(int32_t subband) {
-  return subband == qelSubbandHL ? 1 : subband == qelSubbandHH ? 2 : 0;
-}
+inline constexpr SignificanceTable kSignificanceTables[3] = {detail::significanceTable(detail::Band::lowLow),
+                                                             detail::significanceTable(detail::Band::highLow),
+                                                             detail::significanceTable(detail::Band::highHigh)};
+constexpr int ownBandTable(int32_t subband) { return subband == qelSubbandHL ? 1 : subband == qelSubbandHH ? 2 : 0; }
 
-// Context of a sample's sign, and in bit 7 what the sign is XORed with (Tables D.2 and D.3), by flag bits 4
-// to 12.
+// Context of a sample's sign, and in bit 7 what the sign is XORed with (Tables D.2 and D.3), by flag bits 4 to 12.
 inline constexpr auto kSignTable = [] {
   std::array<uint8_t, 512> table{};
   for (uint32_t i = 0; i < table.size(); ++i) {
@@ -108,6 +94,6 @@ constexpr int ownRefinementContext(uint32_t flags) {
   return kRefinement + (0xA4 >> ((flags >> 6 & 4) | (flags >> 12 & 2)) & 3);  // 0, 1, 2, 2
 }
 
-}  // namespace qelj
+}  // namespace qelj::jpeg2000
 
 #endif

@@ -1,5 +1,4 @@
-// The progressive code-block decoder and the one-call decoder on top of it (ISO/IEC 15444-1, Annexes C and
-// D).
+// The progressive code-block decoder and the one-call decoder on top of it (ISO/IEC 15444-1, Annexes C and D).
 #include <algorithm>
 #include <cstring>
 
@@ -11,6 +10,8 @@
 
 namespace qelj {
 namespace {
+
+using namespace jpeg2000;
 
 constexpr uint32_t kDecoderMagic = 0x434d4150;
 
@@ -68,9 +69,7 @@ struct BlockReader {
   int32_t plane;
   uint8_t* samples = nullptr;  // of the column
 
-  QELJ_INLINE void column(int32_t stripe, int32_t x) {
-    samples = dst + stripe * kStripe * step + ptrdiff_t(x) * 4;
-  }
+  QELJ_INLINE void column(int32_t stripe, int32_t x) { samples = dst + stripe * kStripe * step + ptrdiff_t(x) * 4; }
   QELJ_INLINE uint32_t decode(uint32_t context) { return bits.decode(contexts.state[context]); }
   QELJ_INLINE uint32_t significance(uint32_t context, int) { return decode(context); }
   QELJ_INLINE uint32_t sign(uint32_t entry, int i) {
@@ -204,8 +203,8 @@ void ownInit(void* state) {
   store(state, d);
 }
 
-void ownAttach(void* state, int32_t* dst, int32_t dstStep, QelSize size, int32_t subband,
-               int32_t numBitPlanes, int32_t style) {
+void ownAttach(void* state, int32_t* dst, int32_t dstStep, QelSize size, int32_t subband, int32_t numBitPlanes,
+               int32_t style) {
   auto d = load<Decoder>(state);
   d.dst = reinterpret_cast<uint8_t*>(dst);
   d.dstStep = dstStep;
@@ -232,8 +231,7 @@ QelStatus ownStep(void* state, const uint8_t* src, size_t length) {
   auto d = load<Decoder>(state);
   if (d.passes < 1 || d.plane < 0) return qelStatusOk;
   const Passes p{d, {ownFlags(state), d.width, d.height}};
-  const bool bad =
-      d.has(qelCodeStyleTerminate) ? ownTerminatedPass(p, src, length) : ownSegment(p, src, length);
+  const bool bad = d.has(qelCodeStyleTerminate) ? ownTerminatedPass(p, src, length) : ownSegment(p, src, length);
   if (bad) d.corrupted = 1;
   store(state, d);
   return bad ? qelStatusJpeg2kBadCodeBlock : qelStatusOk;
@@ -326,16 +324,13 @@ QelStatus qeliDecodeCBProgrStep_JPEG2K(const uint8_t* src, int32_t srcLen, void*
   return ownStep(state, src, size_t(std::max(srcLen, 0)));
 }
 
-QelStatus qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* src, int32_t* dst, int32_t dstStep,
-                                               QelSize size, int32_t subband, uint32_t numBitPlanes,
-                                               uint32_t numPasses, const uint32_t* segmentLengths,
-                                               int32_t numSegments, int32_t codeStyle,
+QelStatus qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* src, int32_t* dst, int32_t dstStep, QelSize size,
+                                               int32_t subband, uint32_t numBitPlanes, uint32_t numPasses,
+                                               const uint32_t* segmentLengths, int32_t numSegments, int32_t codeStyle,
                                                uint32_t* bitPlaneReached, uint8_t* state) {
-  if (auto s = check(nonNull(src, state), area(size), nonNull(segmentLengths, dst), step(dstStep)); s)
-    return s;
+  if (auto s = check(nonNull(src, state), area(size), nonNull(segmentLengths, dst), step(dstStep)); s) return s;
   ownInit(state);
-  ownAttach(state, dst, dstStep, size, subband, int32_t(std::min<uint32_t>(numBitPlanes, kMagnitudeBits)),
-            codeStyle);
+  ownAttach(state, dst, dstStep, size, subband, int32_t(std::min<uint32_t>(numBitPlanes, kMagnitudeBits)), codeStyle);
   ownSetPassCounter(state, saturate<int32_t>(numPasses));
 
   QelStatus status = qelStatusOk;
@@ -355,8 +350,7 @@ QelStatus qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* src, int32_t* dst,
     }
   }
   // The mid-point bit and what stands below it.
-  if (!d.has(qelCodeStyleKeepMidPoint) && c >= 1)
-    forEachSample(d, [=](uint32_t v) { return v & uint32_t(-1) << c; });
+  if (!d.has(qelCodeStyleKeepMidPoint) && c >= 1) forEachSample(d, [=](uint32_t v) { return v & uint32_t(-1) << c; });
   return status;
 }
 

@@ -14,6 +14,8 @@
 namespace qelj {
 namespace {
 
+using namespace jpeg2000;
+
 constexpr uint32_t kEncoderMagic = 0x4c4d5344;
 constexpr int32_t kMaxPasses = 3 * kMagnitudeBits - 2;
 
@@ -88,9 +90,7 @@ struct BlockWriter {
   const uint32_t* four = nullptr;  // the samples of the column
 
   QELJ_INLINE void emit(uint32_t context, uint32_t bit) { *out++ = uint8_t(context << 1 | bit); }
-  QELJ_INLINE void column(int32_t stripe, int32_t x) {
-    four = samples + kStripe * (ptrdiff_t(stripe) * width + x);
-  }
+  QELJ_INLINE void column(int32_t stripe, int32_t x) { four = samples + kStripe * (ptrdiff_t(stripe) * width + x); }
   // Bit 6 is the plane.
   QELJ_INLINE uint32_t window(int i) const { return uint32_t(uint64_t(four[i]) << 6 >> plane); }
   QELJ_INLINE uint32_t bit(int i) const { return four[i] >> plane & 1; }
@@ -144,8 +144,7 @@ struct Loader {
         for (uint32_t bit : {1, 0, 1, 0}) writer.emit(kUniform, bit);
     }
     symbols = writer.out;
-    e.pass[e.passes++] = {
-        writer.distortion, 2 * (plane - lowest) - 13, int32_t(symbols - e.symbols), 0, Raw, false};
+    e.pass[e.passes++] = {writer.distortion, 2 * (plane - lowest) - 13, int32_t(symbols - e.symbols), 0, Raw, false};
   }
 
   void plane(int32_t plane, bool first, bool raw) {
@@ -190,8 +189,7 @@ uint32_t ownSortSamples(const int32_t* src, int32_t srcStep, QelSize size, uint3
 void ownPlaceTerminations(Encoder& e) {
   e.segments = e.passes || e.style & qelCodeStyleTerminate ? 0 : 1;
   for (int32_t i = 0; i < e.passes; ++i) {
-    e.pass[i].terminated =
-        e.style & qelCodeStyleTerminate || i + 1 == e.passes || e.pass[i].raw != e.pass[i + 1].raw;
+    e.pass[i].terminated = e.style & qelCodeStyleTerminate || i + 1 == e.passes || e.pass[i].raw != e.pass[i + 1].raw;
     e.segments += e.pass[i].terminated;
   }
 }
@@ -204,17 +202,14 @@ int32_t ownCodeSegment(Encoder& e, int32_t i, MqContexts& contexts, uint8_t*& en
     Pass& pass = e.pass[i];
     const uint8_t* from = e.symbols + (i ? e.pass[i - 1].symbolsEnd : 0);
     const uint8_t* to = e.symbols + pass.symbolsEnd;
-    if constexpr (std::is_same_v<Coder, MqEncoder>)
-      coder.encode(from, to, contexts);
-    else
-      coder.encode(from, to);
+    if constexpr (std::is_same_v<Coder, MqEncoder>) coder.encode(from, to, contexts);
+    else coder.encode(from, to);
     if (e.style & qelCodeStyleReset) contexts.reset();
     const int pending = pass.terminated ? 0 : coder.pending();
     end = pass.terminated ? coder.flush() : coder.written();
     pass.rate = int32_t(end - e.output) + pending;
     if (pending == 0)
-      for (int32_t k = i; k > 0 && e.pass[k - 1].rate > e.pass[k].rate; --k)
-        e.pass[k - 1].rate = e.pass[k].rate;
+      for (int32_t k = i; k > 0 && e.pass[k - 1].rate > e.pass[k].rate; --k) e.pass[k - 1].rate = e.pass[k].rate;
     if (pass.terminated) return i + 1;
   }
 }
@@ -281,18 +276,16 @@ QelStatus qeliEncodeFree_JPEG2K(QelEncodeStateJPEG2K* state) {
 }
 
 QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, QelSize size,
-                                                 QelEncodeStateJPEG2K* state, int32_t subband,
-                                                 int32_t magnitudeBits, int32_t prevByte, int32_t reserved,
-                                                 int32_t codeStyle, int32_t* numBitPlanes, int32_t* numPasses,
-                                                 int32_t* numTermPasses) {
+                                                 QelEncodeStateJPEG2K* state, int32_t subband, int32_t magnitudeBits,
+                                                 int32_t prevByte, int32_t reserved, int32_t codeStyle,
+                                                 int32_t* numBitPlanes, int32_t* numPasses, int32_t* numTermPasses) {
   if (!state) return qelStatusNullPointer;
-  if (auto s = check(isEncoder(state), nonNull(numBitPlanes, numPasses, numTermPasses), area(size),
-                     nonNull(src), step(srcStep));
+  if (auto s = check(isEncoder(state), nonNull(numBitPlanes, numPasses, numTermPasses), area(size), nonNull(src),
+                     step(srcStep));
       s)
     return s;
   Encoder& e = *state;
-  if (ownColumns(size) > e.maxColumns || FlagGrid::count(size.width, size.height) > e.maxWords)
-    return qelStatusBadSize;
+  if (ownColumns(size) > e.maxColumns || FlagGrid::count(size.width, size.height) > e.maxWords) return qelStatusBadSize;
 
   e.style = codeStyle;
   e.prevByte = prevByte;
@@ -304,8 +297,7 @@ QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t src
   const int32_t planes = int32_t(std::bit_width(ownSortSamples(src, srcStep, size, e.samples)));
   const int32_t lowest = kMagnitudeBits - std::clamp(magnitudeBits, 0, kMagnitudeBits);
   std::memset(e.flags, 0, size_t(FlagGrid::count(size.width, size.height)) * 8);
-  Loader loader{
-      e, {e.flags, size.width, size.height}, kSignificanceTables[ownBandTable(subband)], lowest, e.symbols};
+  Loader loader{e, {e.flags, size.width, size.height}, kSignificanceTables[ownBandTable(subband)], lowest, e.symbols};
   for (int32_t p = planes - 1; p >= lowest; --p)
     loader.plane(p, p == planes - 1, codeStyle & qelCodeStyleBypass && p < planes - kPlanesBeforeBypass);
   ownPlaceTerminations(e);
@@ -342,14 +334,12 @@ QelStatus qeliEncodeGetDist_JPEG2K(QelEncodeStateJPEG2K* state, int32_t passNumb
   if (auto s = checkQuestion(state, passNumber, dist, &Encoder::passes); s) return s;
   const RoundToNearest rounding;
   double sum = 0;
-  for (int32_t i = 0; i <= passNumber; ++i)
-    sum += std::ldexp(double(state->pass[i].mantissa), state->pass[i].exponent);
+  for (int32_t i = 0; i <= passNumber; ++i) sum += std::ldexp(double(state->pass[i].mantissa), state->pass[i].exponent);
   *dist = sum;
   return qelStatusOk;
 }
 
-QelStatus qeliEncodeGetTermPassLen_JPEG2K(QelEncodeStateJPEG2K* state, int32_t termPassNumber,
-                                          int32_t* length) {
+QelStatus qeliEncodeGetTermPassLen_JPEG2K(QelEncodeStateJPEG2K* state, int32_t termPassNumber, int32_t* length) {
   if (auto s = checkQuestion(state, termPassNumber, length, &Encoder::segments); s) return s;
   ownCode(*state);
   *length = state->segmentLengths[termPassNumber];

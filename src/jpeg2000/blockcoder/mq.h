@@ -12,7 +12,7 @@
 #include "frame/arith.h"
 #include "jpeg2000/blockcoder/contexts.h"
 
-namespace qelj {
+namespace qelj::jpeg2000 {
 
 // Table C.2: Qe, the next state after an MPS and after an LPS, whether an LPS exchanges the symbols.
 struct MqRow {
@@ -40,8 +40,7 @@ inline constexpr auto kMqStates = [] {
   for (uint32_t i = 0; i < all.size(); ++i) {
     const MqRow& r = kMqRows[i / 2];
     const uint32_t mps = i & 1;
-    all[i] = uint32_t(r.qe) << 16 | (2u * r.afterMps + mps) << 9 |
-             (2u * r.afterLps + (mps ^ r.exchange)) << 2 | mps;
+    all[i] = uint32_t(r.qe) << 16 | (2u * r.afterMps + mps) << 9 | (2u * r.afterLps + (mps ^ r.exchange)) << 2 | mps;
   }
   return all;
 }();
@@ -279,6 +278,6 @@ class RawEncoder {
   int free_ = 8, full_ = 8;
 };
 
-}  // namespace qelj
+}  // namespace qelj::jpeg2000
 
 #endif

@@ -19,7 +19,7 @@
 #include "frame/arith.h"
 #include "jpeg2000/blockcoder/contexts.h"
 
-namespace qelj {
+namespace qelj::jpeg2000 {
 
 inline constexpr int32_t kStripe = 4;
 inline constexpr uint64_t kLanes = 0x0001000100010001;
@@ -76,8 +76,7 @@ struct FlagStripe {
   ptrdiff_t away[kStripe];
   uint64_t mask[kStripe];
 
-  FlagStripe(const FlagGrid& grid, int32_t s, bool causal)
-      : word(grid.stripe(s)), rows(grid.rows(s)), away{}, mask{} {
+  FlagStripe(const FlagGrid& grid, int32_t s, bool causal) : word(grid.stripe(s)), rows(grid.rows(s)), away{}, mask{} {
     if (s > 0 && !causal) away[0] = -grid.stride(), mask[0] = ~uint64_t(0);
     if (s + 1 < grid.stripes()) away[3] = grid.stride(), mask[3] = ~uint64_t(0);
   }
@@ -108,8 +107,7 @@ QELJ_INLINE void ownSign(Coder& coder, const FlagStripe& stripe, int32_t x, int 
 }
 
 template <class Coder>
-QELJ_INLINE void ownSignificancePass(const FlagGrid grid, bool causal, const SignificanceTable& table,
-                                     Coder& coder) {
+QELJ_INLINE void ownSignificancePass(const FlagGrid grid, bool causal, const SignificanceTable& table, Coder& coder) {
   for (int32_t s = 0; s < grid.stripes(); ++s) {
     const FlagStripe stripe(grid, s, causal);
     const auto wanted = [&](uint64_t f) { return f >> 13 & ~(f >> 15) & stripe.rows; };
@@ -154,8 +152,7 @@ QELJ_INLINE void ownRefinementPass(const FlagGrid grid, Coder& coder) {
 }
 
 template <class Coder>
-QELJ_INLINE void ownCleanupPass(const FlagGrid grid, bool causal, const SignificanceTable& table,
-                                Coder& coder) {
+QELJ_INLINE void ownCleanupPass(const FlagGrid grid, bool causal, const SignificanceTable& table, Coder& coder) {
   for (int32_t s = 0; s < grid.stripes(); ++s) {
     const FlagStripe stripe(grid, s, causal);
     const bool full = stripe.rows == kLanes;
@@ -180,6 +177,6 @@ QELJ_INLINE void ownCleanupPass(const FlagGrid grid, bool causal, const Signific
   }
 }
 
-}  // namespace qelj
+}  // namespace qelj::jpeg2000
 
 #endif

@@ -4,14 +4,14 @@
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
+#include "frame/lanes.h"
 #include "frame/rows.h"
-#include "frame/simd.h"
 #include "jpeg2000/transform/lifting.h"
 
 namespace qelj {
 namespace {
 
-using lifting::add, lifting::sub, lifting::sar, lifting::all, lifting::kOneSample;
+using namespace jpeg2000;
 
 template <class V>
 struct Three {
@@ -24,7 +24,7 @@ struct Three {
 struct RctForward {
   template <class V>
   static Three<V> apply(V r, V g, V b) {
-    return {quarter(r, g, b), sub(b, g), sub(r, g)};
+    return {quarter(r, g, b), subWrap(b, g), subWrap(r, g)};
   }
 
  private:
@@ -32,31 +32,28 @@ struct RctForward {
   static V quarter(V r, V g, V b) {  // (r + 2g + b) >> 2
     if constexpr (std::is_same_v<V, int16_t>) {
       return V((r + 2 * g + b) >> 2);
-    } else if constexpr (sizeof(lifting::Lane<V>) == 2) {
+    } else if constexpr (sizeof(Lane<V>) == 2) {
       // h = (r + b) >> 1 without overflow; (2g + 2h + bit) >> 2 is (g + h) >> 1, for the bit cannot carry.
-      const auto half = [](V x, V y) { return simd::addWrap(x & y, (x ^ y) >> 1); };
+      const auto half = [](V x, V y) { return addWrap(x & y, (x ^ y) >> 1); };
       return half(g, half(r, b));
     } else {
-      return sar<2>(add(add(r, b), add(g, g)));
+      return shr(addWrap(addWrap(r, b), addWrap(g, g)), 2);
     }
   }
 };
 struct RctInverse {
   template <class V>
   static Three<V> apply(V y, V u, V v) {
-    const V g = sub(y, quarter(u, v));
-    return {add(v, g), g, add(u, g)};
+    const V g = subWrap(y, quarter(u, v));
+    return {addWrap(v, g), g, addWrap(u, g)};
   }
 
  private:
   template <class V>
   static V quarter(V u, V v) {  // (u + v) >> 2
-    if constexpr (std::is_same_v<V, int16_t>)
-      return V((u + v) >> 2);
-    else if constexpr (sizeof(lifting::Lane<V>) == 2)
-      return simd::addWrap(u & v, (u ^ v) >> 1) >> 1;
-    else
-      return sar<2>(add(u, v));
+    if constexpr (std::is_same_v<V, int16_t>) return V((u + v) >> 2);
+    else if constexpr (sizeof(Lane<V>) == 2) return addWrap(u & v, (u ^ v) >> 1) >> 1;
+    else return shr(addWrap(u, v), 2);
   }
 };
 
@@ -78,20 +75,18 @@ struct IctInverse32f {
 // G.3 with 14 fractional bits. 32-bit samples: everything wraps, nothing saturates.
 template <class V>
 inline V times(V x, int32_t factor) {
-  if constexpr (kOneSample<V>)
-    return qelj::mulWrap(x, factor);
-  else
-    return simd::mulWrap(x, all<V>(factor));
+  if constexpr (OneSample<V>) return mulWrap(x, factor);
+  else return mulWrap(x, all<V>(factor));
 }
 template <class V>
 inline V rounded(V sum) {
-  return sar<14>(add(sum, all<V>(8192)));
+  return shr(addWrap(sum, all<V>(8192)), 14);
 }
 struct IctForward32s {
   template <class V>
   static Three<V> apply(V r, V g, V b) {
     const auto sum = [&](int32_t cr, int32_t cg, int32_t cb) {
-      return rounded(add(add(times(r, cr), times(g, cg)), times(b, cb)));
+      return rounded(addWrap(addWrap(times(r, cr), times(g, cg)), times(b, cb)));
     };
     return {sum(4899, 9617, 1868), sum(-2765, -5427, 1 << 13), sum(1 << 13, -6860, -1332)};
   }
@@ -99,8 +94,8 @@ struct IctForward32s {
 struct IctInverse32s {
   template <class V>
   static Three<V> apply(V y, V cb, V cr) {
-    return {add(y, rounded(times(cr, 22970))), add(y, rounded(add(times(cb, -5638), times(cr, -11700)))),
-            add(y, rounded(times(cb, 29032)))};
+    return {addWrap(y, rounded(times(cr, 22970))), addWrap(y, rounded(addWrap(times(cb, -5638), times(cr, -11700)))),
+            addWrap(y, rounded(times(cb, 29032)))};
   }
 };
 
@@ -120,13 +115,11 @@ struct IctForward16s {
   template <class V>
   static Three<V> apply(V r, V g, V b) {
     using W = simd::With<int32_t, V>;
-    const V one = simd::splat<V>(1);
+    const V one = all<V>(1);
     const V rgLow = simd::unpackLow(r, g), rgHigh = simd::unpackHigh(r, g);
     const V bLow = simd::unpackLow(b, one), bHigh = simd::unpackHigh(b, one);
     const auto sum = [](V rg, V b1, int cr, int cg, int cb) {
-      return W(
-          (simd::mulAddPairs(rg, simd::pairs<V>(cr, cg)) + simd::mulAddPairs(b1, simd::pairs<V>(cb, 8192))) >>
-          14);
+      return W((simd::mulAddPairs(rg, simd::pairs<V>(cr, cg)) + simd::mulAddPairs(b1, simd::pairs<V>(cb, 8192))) >> 14);
     };
     const auto chroma = [&](int cr, int cg, int cb, int scale) {
       const V difference =
@@ -149,11 +142,9 @@ struct IctInverse16s {
   template <class V>
   static Three<V> apply(V y, V cb, V cr) {
     using W = simd::With<int32_t, V>;
-    const V one = simd::splat<V>(1);
+    const V one = all<V>(1);
     const W yLow = W(simd::unpackLow(y, y)) >> 16, yHigh = W(simd::unpackHigh(y, y)) >> 16;
-    const auto term = [](V pairs, int even, int odd) {
-      return simd::mulAddPairs(pairs, simd::pairs<V>(even, odd));
-    };
+    const auto term = [](V pairs, int even, int odd) { return simd::mulAddPairs(pairs, simd::pairs<V>(even, odd)); };
     const auto plus = [&](V chroma, int factor) {
       return simd::packI16(W(yLow + (term(simd::unpackLow(chroma, one), factor, 8192) >> 14)),
                            W(yHigh + (term(simd::unpackHigh(chroma, one), factor, 8192) >> 14)));
@@ -176,16 +167,14 @@ struct Planes {
     T *a, *b, *c;
     template <class V>
     Three<V> get(ptrdiff_t x) const {
-      return {load<V>(row(a, sizeof(T), x)), load<V>(row(b, sizeof(T), x)), load<V>(row(c, sizeof(T), x))};
+      return {load<V>(offset(a, x)), load<V>(offset(b, x)), load<V>(offset(c, x))};
     }
     template <class V>
     void set(ptrdiff_t x, Three<V> v) const {
-      store(row(a, sizeof(T), x), v.a), store(row(b, sizeof(T), x), v.b), store(row(c, sizeof(T), x), v.c);
+      store(offset(a, x), v.a), store(offset(b, x), v.b), store(offset(c, x), v.c);
     }
   };
-  Row operator[](ptrdiff_t y) const {
-    return {row(plane[0], step, y), row(plane[1], step, y), row(plane[2], step, y)};
-  }
+  Row operator[](ptrdiff_t y) const { return {row(plane[0], step, y), row(plane[1], step, y), row(plane[2], step, y)}; }
 };
 
 template <class T>
@@ -197,8 +186,8 @@ struct Pixels {
     T* first;
     template <class V>
     Three<V> get(ptrdiff_t x) const {
-      const void* p = row(first, 3 * sizeof(T), x);
-      if constexpr (kOneSample<V>) {
+      const void* p = offset(first, 3 * x);
+      if constexpr (OneSample<V>) {
         const auto v = load<Three<V>>(p);
         return {v.a, v.b, v.c};
       } else {
@@ -208,11 +197,9 @@ struct Pixels {
     }
     template <class V>
     void set(ptrdiff_t x, Three<V> v) const {
-      void* p = row(first, 3 * sizeof(T), x);
-      if constexpr (kOneSample<V>)
-        store(p, v);
-      else
-        simd::storeTriples<V>(p, {v.a, v.b, v.c});
+      void* p = offset(first, 3 * x);
+      if constexpr (OneSample<V>) store(p, v);
+      else simd::storeTriples<V>(p, {v.a, v.b, v.c});
     }
   };
   Row operator[](ptrdiff_t y) const { return {row(pixel, step, y)}; }
@@ -248,8 +235,7 @@ QelStatus pixelsToPlanes(const T* src, int32_t srcStep, T* const* dst, int32_t d
   if (auto s = check(nonNull(src), planes(dst, 3), step(srcStep), step(dstStep), area(size)); s) return s;
   const Pixels<const T> from{src, srcStep};
   const Planes<T> to(dst, dstStep);
-  return forEachRowSerial(size,
-                          [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
+  return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
 }
 
 template <class Transform, class T>
@@ -257,26 +243,24 @@ QelStatus planesToPixels(const T* const* src, int32_t srcStep, T* dst, int32_t d
   if (auto s = check(planes(src, 3), nonNull(dst), step(srcStep), step(dstStep), area(size)); s) return s;
   const Planes<const T> from(src, srcStep);
   const Pixels<T> to{dst, dstStep};
-  return forEachRowSerial(size,
-                          [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
+  return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
 }
 
 template <class Transform, class T>
 QelStatus planesInPlace(T* const* srcDst, int32_t srcDstStep, QelSize size) {
   if (auto s = check(planes(srcDst, 3), step(srcDstStep), area(size)); s) return s;
   const Planes<T> image(srcDst, srcDstStep);
-  return forEachRowSerial(size,
-                          [&](int32_t y) { ownComponentRow<Transform, T>(image[y], image[y], size.width); });
+  return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(image[y], image[y], size.width); });
 }
 
 }  // namespace
 
-QelStatus qeliRCTFwd_JPEG2K_16s_C3P3R(const int16_t* src, int32_t srcStep, int16_t* const dst[3],
-                                      int32_t dstStep, QelSize size) {
+QelStatus qeliRCTFwd_JPEG2K_16s_C3P3R(const int16_t* src, int32_t srcStep, int16_t* const dst[3], int32_t dstStep,
+                                      QelSize size) {
   return pixelsToPlanes<RctForward>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliRCTInv_JPEG2K_16s_P3C3R(const int16_t* const src[3], int32_t srcStep, int16_t* dst,
-                                      int32_t dstStep, QelSize size) {
+QelStatus qeliRCTInv_JPEG2K_16s_P3C3R(const int16_t* const src[3], int32_t srcStep, int16_t* dst, int32_t dstStep,
+                                      QelSize size) {
   return planesToPixels<RctInverse>(src, srcStep, dst, dstStep, size);
 }
 QelStatus qeliRCTFwd_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size) {
@@ -286,12 +270,12 @@ QelStatus qeliRCTInv_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstSte
   return planesInPlace<RctInverse>(srcDst, srcDstStep, size);
 }
 
-QelStatus qeliRCTFwd_JPEG2K_32s_C3P3R(const int32_t* src, int32_t srcStep, int32_t* const dst[3],
-                                      int32_t dstStep, QelSize size) {
+QelStatus qeliRCTFwd_JPEG2K_32s_C3P3R(const int32_t* src, int32_t srcStep, int32_t* const dst[3], int32_t dstStep,
+                                      QelSize size) {
   return pixelsToPlanes<RctForward>(src, srcStep, dst, dstStep, size);
 }
-QelStatus qeliRCTInv_JPEG2K_32s_P3C3R(const int32_t* const src[3], int32_t srcStep, int32_t* dst,
-                                      int32_t dstStep, QelSize size) {
+QelStatus qeliRCTInv_JPEG2K_32s_P3C3R(const int32_t* const src[3], int32_t srcStep, int32_t* dst, int32_t dstStep,
+                                      QelSize size) {
   return planesToPixels<RctInverse>(src, srcStep, dst, dstStep, size);
 }
 QelStatus qeliRCTFwd_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size) {

@@ -9,10 +9,9 @@
 //     template <class V> static V finish(V x);  // the identity, or a scaling behind the last stage
 //   };
 //
-// A line alternates between two bands, here A and B. Stage 1 changes B by its neighbours in A, stage 2
-// changes A by its neighbours in B, and so on; start() applies to A and finish() to B. Forward, A is the even
-// positions, which become the low band; inverse, A is the odd positions, which were the high band. V is one
-// sample or a vector of them.
+// A line alternates between two bands, here A and B. Stage 1 changes B by its neighbours in A, stage 2 changes A by its
+// neighbours in B, and so on; start() applies to A and finish() to B. Forward, A is the even positions, which become
+// the low band; inverse, A is the odd positions, which were the high band. V is one sample or a vector of them.
 //
 // Every order below gives the same values, because a stage reads only what the stage before left.
 #ifndef QELJ_JPEG2000_TRANSFORM_LIFTING_H
@@ -21,57 +20,9 @@
 #include <bit>
 
 #include "frame/arith.h"
-#include "frame/simd.h"
+#include "frame/lanes.h"
 
-namespace qelj::lifting {
-
-// --- arithmetic that reads alike for one sample and for a vector; integers wrap ----------------------------
-
-template <class V>
-inline constexpr bool kOneSample = std::is_arithmetic_v<V>;
-
-namespace detail {
-template <class V, bool = kOneSample<V>>
-struct LaneOf {
-  using Type = V;
-};
-template <class V>
-struct LaneOf<V, false> {
-  using Type = simd::Lane<V>;
-};
-}  // namespace detail
-template <class V>
-using Lane = typename detail::LaneOf<V>::Type;
-
-template <class V>
-inline V add(V a, V b) {
-  if constexpr (std::is_floating_point_v<Lane<V>>)
-    return a + b;
-  else if constexpr (kOneSample<V>)
-    return qelj::addWrap(a, b);
-  else
-    return simd::addWrap(a, b);
-}
-template <class V>
-inline V sub(V a, V b) {
-  if constexpr (std::is_floating_point_v<Lane<V>>)
-    return a - b;
-  else if constexpr (kOneSample<V>)
-    return qelj::subWrap(a, b);
-  else
-    return simd::subWrap(a, b);
-}
-template <class V>
-inline V all(Lane<V> x) {
-  if constexpr (kOneSample<V>)
-    return x;
-  else
-    return simd::splat<V>(x);
-}
-template <int bits, class V>
-inline V sar(V a) {
-  return V(a >> bits);
-}
+namespace qelj::jpeg2000::lifting {
 
 // --- element by element over rows, columns' rows, or the halves of a line ----------------------------------
 
@@ -83,13 +34,13 @@ inline void ownApply(ptrdiff_t count, Operation operation, T* dst, const Source*
     using V = simd::Vec<T>;
     constexpr ptrdiff_t kGroup = simd::kLanes<V>;
     for (; i + 2 * kGroup <= count; i += 2 * kGroup) {
-      const V first = operation(simd::load<V>(row(src, sizeof(T), i))...);
-      const V second = operation(simd::load<V>(row(src, sizeof(T), i + kGroup))...);
-      simd::store(row(dst, sizeof(T), i), first);
-      simd::store(row(dst, sizeof(T), i + kGroup), second);
+      const V first = operation(load<V>(offset(src, i))...);
+      const V second = operation(load<V>(offset(src, i + kGroup))...);
+      store(offset(dst, i), first);
+      store(offset(dst, i + kGroup), second);
     }
     if (i + kGroup <= count) {
-      simd::store(row(dst, sizeof(T), i), operation(simd::load<V>(row(src, sizeof(T), i))...));
+      store(offset(dst, i), operation(load<V>(offset(src, i))...));
       i += kGroup;
     }
   }
@@ -99,18 +50,15 @@ inline void ownApply(ptrdiff_t count, Operation operation, T* dst, const Source*
 template <class Filter, int t>
 inline void ownStage(ptrdiff_t count, typename Filter::Sample* dst, const typename Filter::Sample* x,
                      const typename Filter::Sample* left, const typename Filter::Sample* right) {
-  ownApply(
-      count, [](auto a, auto b, auto c) { return Filter::template stage<t>(a, b, c); }, dst, x, left, right);
+  ownApply(count, [](auto a, auto b, auto c) { return Filter::template stage<t>(a, b, c); }, dst, x, left, right);
 }
 template <class Filter>
 inline void ownStart(ptrdiff_t count, typename Filter::Sample* dst, const typename Filter::Sample* src) {
-  ownApply(
-      count, [](auto x) { return Filter::start(x); }, dst, src);
+  ownApply(count, [](auto x) { return Filter::start(x); }, dst, src);
 }
 template <class Filter>
 inline void ownFinish(ptrdiff_t count, typename Filter::Sample* dst, const typename Filter::Sample* src) {
-  ownApply(
-      count, [](auto x) { return Filter::finish(x); }, dst, src);
+  ownApply(count, [](auto x) { return Filter::finish(x); }, dst, src);
 }
 
 // All stages of one step down the columns, in one pass. Row 0 is the newest row (of A) and row j the one j
@@ -129,7 +77,7 @@ inline void ownStep(ptrdiff_t count, const typename Filter::Sample* const (&srcR
   for (int j = 0; j < kRows; ++j) src[j] = srcRows[j], dst[j] = dstRows[j];
   const auto step = [&]<class V>(ptrdiff_t i, V*) {
     V r[kRows];
-    for (int j = 0; j < kRows; ++j) r[j] = qelj::load<V>(row(src[j], sizeof(T), i));
+    for (int j = 0; j < kRows; ++j) r[j] = qelj::load<V>(offset(src[j], i));
     r[0] = Filter::start(r[0]);
     r[1] = Filter::template stage<1>(r[1], r[2], r[0]);
     r[2] = Filter::template stage<2>(r[2], r[3], r[1]);
@@ -139,7 +87,7 @@ inline void ownStep(ptrdiff_t count, const typename Filter::Sample* const (&srcR
     }
     r[S + 1] = Filter::finish(r[S + 1]);
     for (int j = Filter::kHasStart ? 0 : 1; j < (Filter::kHasFinish ? kRows : kRows - 1); ++j)
-      qelj::store(row(dst[j], sizeof(T), i), r[j]);
+      qelj::store(offset(dst[j], i), r[j]);
   };
   ptrdiff_t i = 0;
   if constexpr (simd::kEnabled) {
@@ -159,10 +107,9 @@ inline void ownSplit(ptrdiff_t count, const T* src, T* first, T* second) {
     using V = simd::Vec<std::conditional_t<sizeof(T) == 2, int16_t, int32_t>>;
     constexpr ptrdiff_t kGroup = simd::kLanes<V>;
     for (; 2 * (i + kGroup) <= count; i += kGroup) {
-      const auto parts = simd::deinterleave(simd::load<V>(row(src, sizeof(T), 2 * i)),
-                                            simd::load<V>(row(src, sizeof(T), 2 * i + kGroup)));
-      simd::store(row(first, sizeof(T), i), parts.first);
-      simd::store(row(second, sizeof(T), i), parts.second);
+      const auto parts = simd::deinterleave(load<V>(offset(src, 2 * i)), load<V>(offset(src, 2 * i + kGroup)));
+      store(offset(first, i), parts.first);
+      store(offset(second, i), parts.second);
     }
   }
   for (; 2 * i + 1 < count; ++i) put(first, i, at(src, 2 * i)), put(second, i, at(src, 2 * i + 1));
@@ -177,10 +124,9 @@ inline void ownMerge(ptrdiff_t count, const T* first, const T* second, T* dst) {
     using V = simd::Vec<std::conditional_t<sizeof(T) == 2, int16_t, int32_t>>;
     constexpr ptrdiff_t kGroup = simd::kLanes<V>;
     for (; 2 * (i + kGroup) <= count; i += kGroup) {
-      const auto pair =
-          simd::interleave(simd::load<V>(row(first, sizeof(T), i)), simd::load<V>(row(second, sizeof(T), i)));
-      simd::store(row(dst, sizeof(T), 2 * i), pair.first);
-      simd::store(row(dst, sizeof(T), 2 * i + kGroup), pair.second);
+      const auto pair = simd::interleave(load<V>(offset(first, i)), load<V>(offset(second, i)));
+      store(offset(dst, 2 * i), pair.first);
+      store(offset(dst, 2 * i + kGroup), pair.second);
     }
   }
   for (; 2 * i + 1 < count; ++i) put(dst, 2 * i, at(first, i)), put(dst, 2 * i + 1, at(second, i));
@@ -193,11 +139,11 @@ inline void ownMerge(ptrdiff_t count, const T* first, const T* second, T* dst) {
 struct WrappingSums {
   template <class V>
   static V half(V a, V b) {
-    return sar<1>(add(a, b));
+    return shr(addWrap(a, b), 1);
   }
   template <class V>
   static V quarter(V a, V b) {
-    return sar<2>(add(add(a, b), all<V>(2)));
+    return shr(addWrap(addWrap(a, b), all<V>(2)), 2);
   }
 };
 
@@ -209,10 +155,8 @@ struct Forward53 {
   static constexpr bool kHasStart = false, kHasFinish = false;
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 1)
-      return sub(x, Sums::half(left, right));
-    else
-      return add(x, Sums::quarter(left, right));
+    if constexpr (t == 1) return subWrap(x, Sums::half(left, right));
+    else return addWrap(x, Sums::quarter(left, right));
   }
   template <class V>
   static V start(V x) {
@@ -227,10 +171,8 @@ template <class T, class Sums = WrappingSums>
 struct Inverse53 : Forward53<T, Sums> {
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 1)
-      return sub(x, Sums::quarter(left, right));
-    else
-      return add(x, Sums::half(left, right));
+    if constexpr (t == 1) return subWrap(x, Sums::quarter(left, right));
+    else return addWrap(x, Sums::half(left, right));
   }
 };
 
@@ -238,11 +180,10 @@ struct Inverse53 : Forward53<T, Sums> {
 inline constexpr float kAlpha = -1.5861343f, kBeta = -0.052980117f, kGamma = 0.8829111f, kDelta = 0.44350687f;
 inline constexpr float kK = 1.2301741f, kInvK = 0.8128931f, kDeltaOverK = 0.36052364f;
 static_assert(std::bit_cast<uint32_t>(kAlpha) == 0xBFCB0673 && std::bit_cast<uint32_t>(kBeta) == 0xBD5901AE &&
-              std::bit_cast<uint32_t>(kGamma) == 0x3F620676 &&
-              std::bit_cast<uint32_t>(kDelta) == 0x3EE31355 && std::bit_cast<uint32_t>(kK) == 0x3F9D7658 &&
-              std::bit_cast<uint32_t>(kInvK) == 0x3F5019C3 &&
+              std::bit_cast<uint32_t>(kGamma) == 0x3F620676 && std::bit_cast<uint32_t>(kDelta) == 0x3EE31355 &&
+              std::bit_cast<uint32_t>(kK) == 0x3F9D7658 && std::bit_cast<uint32_t>(kInvK) == 0x3F5019C3 &&
               std::bit_cast<uint32_t>(kDeltaOverK) == 0x3EB8968E);
 
-}  // namespace qelj::lifting
+}  // namespace qelj::jpeg2000::lifting
 
 #endif

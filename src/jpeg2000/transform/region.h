@@ -3,7 +3,7 @@
 //
 // Both directions number a line's positions alike: the first sample of the region has position 0, position m
 // belongs to sample m >> 1 of its band, and q = 1 when position 0 is odd. With the bands A and B of the
-// skeleton, `offset` is the position of A's sample 0.
+// skeleton, `lead` is the position of A's sample 0.
 #ifndef QELJ_JPEG2000_TRANSFORM_REGION_H
 #define QELJ_JPEG2000_TRANSFORM_REGION_H
 
@@ -13,24 +13,21 @@
 #include "frame/rows.h"
 #include "jpeg2000/transform/lifting.h"
 
-namespace qelj::lifting {
+namespace qelj::jpeg2000::lifting {
 
-// Columns that are lifted together: their rows between the stages stay on the stack and in the first-level
-// cache.
+// Columns that are lifted together: their rows between the stages stay on the stack and in the first-level cache.
 template <class T>
 inline constexpr ptrdiff_t kStripOfRegion = 1024 / ptrdiff_t(sizeof(T));
 
 // --- along rows --------------------------------------------------------------------------------------------
 
 // A filter may compute the samples near the ends of a line otherwise. Then it has Filter::kHasEnds, and
-//   inner<t>(w, offset)                        the range of sample numbers that have stage()'s form; t =
+//   inner<t>(w, lead)                        the range of sample numbers that have stage()'s form; t =
 //   kStages + 1
 //                                              stands for finish()
-//   end<t>(k, w, offset, x, left, right)       stage t of sample k outside that range
+//   end<t>(k, w, lead, x, left, right)       stage t of sample k outside that range
 template <class Filter>
-concept HasEnds = requires {
-  Filter::kHasEnds;
-};
+concept HasEnds = requires { Filter::kHasEnds; };
 struct Range {
   ptrdiff_t from, to;
 };
@@ -38,49 +35,46 @@ struct Range {
 // Stage t of `count` samples of one band from number k on, in a line of w samples a band. Stage kStages + 1
 // is finish(), which has no neighbours: left and right are x.
 template <class Filter, int t, class T = typename Filter::Sample>
-inline void ownStageOfRow(ptrdiff_t k, ptrdiff_t count, ptrdiff_t w, int offset, T* dst, const T* x,
-                          const T* left, const T* right) {
+inline void ownStageOfRow(ptrdiff_t k, ptrdiff_t count, ptrdiff_t w, int lead, T* dst, const T* x, const T* left,
+                          const T* right) {
   Range inner{0, count};
   if constexpr (HasEnds<Filter>) {
-    inner = Filter::template inner<t>(w, offset);
+    inner = Filter::template inner<t>(w, lead);
     inner.from = std::clamp<ptrdiff_t>(inner.from - k, 0, count);
     inner.to = std::clamp<ptrdiff_t>(inner.to - k, inner.from, count);
     const auto end = [&](ptrdiff_t i) {
-      put(dst, i, Filter::template end<t>(k + i, w, offset, at(x, i), at(left, i), at(right, i)));
+      put(dst, i, Filter::template end<t>(k + i, w, lead, at(x, i), at(left, i), at(right, i)));
     };
     for (ptrdiff_t i = 0; i < inner.from; ++i) end(i);
     for (ptrdiff_t i = inner.to; i < count; ++i) end(i);
   }
-  const auto from = [&](auto* p) { return row(p, sizeof(T), inner.from); };
-  if constexpr (t > Filter::kStages)
-    ownFinish<Filter>(inner.to - inner.from, from(dst), from(x));
-  else
-    ownStage<Filter, t>(inner.to - inner.from, from(dst), from(x), from(left), from(right));
+  const auto from = [&](auto* p) { return offset(p, inner.from); };
+  if constexpr (t > Filter::kStages) ownFinish<Filter>(inner.to - inner.from, from(dst), from(x));
+  else ownStage<Filter, t>(inner.to - inner.from, from(dst), from(x), from(left), from(right));
 }
 
-// A piece of a line, small enough for the stack and the first-level cache: samples i to i + n - 1 of both
-// bands, and before and behind them the samples that they depend on. Here B[j] stands between A[j] and A[j +
-// 1], and A[0] and B[0] are samples i - kStages / 2 and i - kStages / 2 + offset of their bands. Each stage
-// lacks one sample more.
+// A piece of a line, small enough for the stack and the first-level cache: samples i to i + n - 1 of both bands, and
+// before and behind them the samples that they depend on. Here B[j] stands between A[j] and A[j + 1], and A[0] and B[0]
+// are samples i - kStages / 2 and i - kStages / 2 + lead of their bands. Each stage lacks one sample more.
 template <class Filter>
 struct Piece {
   using T = typename Filter::Sample;
   static constexpr int S = Filter::kStages;
   static constexpr ptrdiff_t kLength = 512;
   const ptrdiff_t i, n, w;
-  const int offset;
+  const int lead;
   T a[kLength + S], b[kLength + S - 1];
 
   // Up to kLength samples from i on.
-  Piece(ptrdiff_t from, ptrdiff_t length, int offsetOfA)
-      : i(from), n(std::min(kLength, length - from)), w(length), offset(offsetOfA) {}
+  Piece(ptrdiff_t from, ptrdiff_t length, int leadOfA)
+      : i(from), n(std::min(kLength, length - from)), w(length), lead(leadOfA) {}
 
   // Stage t, whose first sample goes to dst. `x` is the band that changes, `other` that of its neighbours.
   template <int t>
   void stage(T* dst, const T* x, const T* other) const {
-    const T* const left = row(other, sizeof(T), (t - 1) / 2);
-    ownStageOfRow<Filter, t>(i - S / 2 + t / 2 + (t % 2 ? offset : 0), n + S - t, w, offset, dst,
-                             row(x, sizeof(T), t / 2), left, row(left, sizeof(T), 1));
+    const T* const left = offset(other, (t - 1) / 2);
+    ownStageOfRow<Filter, t>(i - S / 2 + t / 2 + (t % 2 ? lead : 0), n + S - t, w, lead, dst, offset(x, t / 2), left,
+                             offset(left, 1));
   }
 };
 
@@ -90,15 +84,15 @@ void ownForwardRow(const T* src, T* low, T* high, ptrdiff_t w, int q) {
   using Line = Piece<Filter>;
   for (ptrdiff_t i = 0; i < w; i += Line::kLength) {
     Line p(i, w, q);
-    ownSplit(2 * (p.n + S) - 1, row(src, sizeof(T), 2 * (i - S / 2) + q), p.a, p.b);
+    ownSplit(2 * (p.n + S) - 1, offset(src, 2 * (i - S / 2) + q), p.a, p.b);
     p.template stage<1>(p.b, p.b, p.a);
     if constexpr (S == 4) {
       p.template stage<2>(p.a + 1, p.a, p.b);
       p.template stage<3>(p.b + 1, p.b, p.a);
     }
-    p.template stage<S>(row(low, sizeof(T), i), p.a, p.b);
+    p.template stage<S>(offset(low, i), p.a, p.b);
     const T* const b = p.b + S / 2 - q;
-    ownStageOfRow<Filter, S + 1>(i, p.n, w, q, row(high, sizeof(T), i), b, b, b);
+    ownStageOfRow<Filter, S + 1>(i, p.n, w, q, offset(high, i), b, b, b);
   }
 }
 
@@ -106,19 +100,19 @@ template <class Filter, class T = typename Filter::Sample>
 void ownInverseRow(const T* low, const T* high, T* dst, ptrdiff_t w, int q) {
   constexpr int S = Filter::kStages;
   using Line = Piece<Filter>;
-  const int offset = 1 - q;
+  const int lead = 1 - q;
   for (ptrdiff_t i = 0; i < w; i += Line::kLength) {
-    Line p(i, w, offset);
-    const T* const a = row(high, sizeof(T), i - S / 2);
-    p.template stage<1>(p.b, row(low, sizeof(T), i - S / 2 + offset), a);
+    Line p(i, w, lead);
+    const T* const a = offset(high, i - S / 2);
+    p.template stage<1>(p.b, offset(low, i - S / 2 + lead), a);
     p.template stage<2>(p.a + 1, a, p.b);
     if constexpr (S == 4) {
       p.template stage<3>(p.b + 1, p.b, p.a);
       p.template stage<4>(p.a + 2, p.a, p.b);
     }
     const T* const odd = p.a + S / 2;
-    const T* const even = p.b + S / 2 - offset;
-    ownMerge(2 * p.n, q ? odd : even, q ? even : odd, row(dst, sizeof(T), 2 * i));
+    const T* const even = p.b + S / 2 - lead;
+    ownMerge(2 * p.n, q ? odd : even, q ? even : odd, offset(dst, 2 * i));
   }
 }
 
@@ -128,19 +122,19 @@ void ownInverseRow(const T* low, const T* high, T* dst, ptrdiff_t w, int q) {
 // result. source(m) is the row that is read at position m; result(m) is where its final value goes, or null
 // for a position that is lifted only because others depend on it.
 template <class Filter, class Source, class Result>
-void ownLiftStrip(ptrdiff_t columns, ptrdiff_t w, int offset, Source source, Result result) {
+void ownLiftStrip(ptrdiff_t columns, ptrdiff_t w, int lead, Source source, Result result) {
   using T = typename Filter::Sample;
   constexpr int S = Filter::kStages;
   constexpr int kFinal[2] = {S, Filter::kHasFinish ? S + 1 : S - 1};  // the last stage of A and of B
   constexpr ptrdiff_t kSlots = 8;                                     // more than the rows between two steps
   T slots[kSlots][kStripOfRegion<T>] = {};
   const auto home = [&](ptrdiff_t m, int t) -> T* {
-    T* const done = t >= kFinal[(m ^ offset) & 1] ? result(m) : nullptr;
+    T* const done = t >= kFinal[(m ^ lead) & 1] ? result(m) : nullptr;
     return done ? done : slots[m & (kSlots - 1)];
   };
   // The steps at which the first and the last rows that matter become the newest one. Before them, a stage
   // may lift rows of zeros that nothing depends on.
-  const ptrdiff_t first = offset - (S - 2), last = 2 * w + offset + (S - 2);
+  const ptrdiff_t first = lead - (S - 2), last = 2 * w + lead + (S - 2);
   for (ptrdiff_t q = first; q <= last; q += 2) {
     const T* src[kStepRows<Filter>];
     T* dst[kStepRows<Filter>];
@@ -155,37 +149,35 @@ void ownLiftStrip(ptrdiff_t columns, ptrdiff_t w, int offset, Source source, Res
 }
 
 template <class Filter, class T = typename Filter::Sample>
-void ownForwardColumns(const T* src, ptrdiff_t srcStep, T* low, ptrdiff_t lowStep, T* high,
-                       ptrdiff_t highStep, QelSize size, int q) {
+void ownForwardColumns(const T* src, ptrdiff_t srcStep, T* low, ptrdiff_t lowStep, T* high, ptrdiff_t highStep,
+                       QelSize size, int q) {
   for (ptrdiff_t x = 0; x < size.width; x += kStripOfRegion<T>)
     ownLiftStrip<Filter>(
         std::min(kStripOfRegion<T>, size.width - x), size.height, q,
-        [&](ptrdiff_t m) { return row(row(src, srcStep, m), sizeof(T), x); },
+        [&](ptrdiff_t m) { return offset(row(src, srcStep, m), x); },
         [&](ptrdiff_t m) -> T* {
           if (m < 0 || m >= 2 * ptrdiff_t(size.height)) return nullptr;
-          return row((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), sizeof(T), x);
+          return offset((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), x);
         });
 }
 
 template <class Filter, class T = typename Filter::Sample>
-void ownInverseColumns(const T* low, ptrdiff_t lowStep, const T* high, ptrdiff_t highStep, T* dst,
-                       ptrdiff_t dstStep, QelSize size, int q) {
+void ownInverseColumns(const T* low, ptrdiff_t lowStep, const T* high, ptrdiff_t highStep, T* dst, ptrdiff_t dstStep,
+                       QelSize size, int q) {
   for (ptrdiff_t x = 0; x < size.width; x += kStripOfRegion<T>)
     ownLiftStrip<Filter>(
         std::min(kStripOfRegion<T>, size.width - x), size.height, 1 - q,
-        [&](ptrdiff_t m) {
-          return row((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), sizeof(T), x);
-        },
+        [&](ptrdiff_t m) { return offset((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), x); },
         [&](ptrdiff_t m) -> T* {
-          return m < 0 || m >= 2 * ptrdiff_t(size.height) ? nullptr : row(row(dst, dstStep, m), sizeof(T), x);
+          return m < 0 || m >= 2 * ptrdiff_t(size.height) ? nullptr : offset(row(dst, dstStep, m), x);
         });
 }
 
 // --- fronts ------------------------------------------------------------------------------------------------
 
 template <class T>
-constexpr QelStatus checkRegion(const T* a, const T* b, const T* c, int32_t aStep, int32_t bStep,
-                                int32_t cStep, QelSize size) {
+constexpr QelStatus checkRegion(const T* a, const T* b, const T* c, int32_t aStep, int32_t bStep, int32_t cStep,
+                                QelSize size) {
   return check(nonNull(a, b, c), step(aStep), step(bStep), step(cStep), area(size));
 }
 
@@ -194,8 +186,8 @@ constexpr QelStatus checkRegion(const T* a, const T* b, const T* c, int32_t aSte
 struct NoForm {};
 
 template <class Filter, class One = NoForm, class T = typename Filter::Sample>
-QelStatus forwardRows(const T* src, int32_t srcStep, T* low, int32_t lowStep, T* high, int32_t highStep,
-                      QelSize size, uint32_t phase) {
+QelStatus forwardRows(const T* src, int32_t srcStep, T* low, int32_t lowStep, T* high, int32_t highStep, QelSize size,
+                      uint32_t phase) {
   if (auto s = checkRegion<T>(src, low, high, srcStep, lowStep, highStep, size); s) return s;
   const int q = phase != 0;
   return forEachRowSerial(size, [&](int32_t y) {
@@ -217,8 +209,8 @@ QelStatus inverseRows(const T* low, int32_t lowStep, const T* high, int32_t high
     T* const x = row(dst, dstStep, y);
     if constexpr (!std::is_same_v<One, NoForm>)
       if (size.width == 1)
-        return One::inverse([&](ptrdiff_t m) { return at((m ^ q) & 1 ? h : l, m >> 1); },
-                            row(x, sizeof(T), q), row(x, sizeof(T), 1 - q), q);
+        return One::inverse([&](ptrdiff_t m) { return at((m ^ q) & 1 ? h : l, m >> 1); }, offset(x, q),
+                            offset(x, 1 - q), q);
     ownInverseRow<Filter>(l, h, x, size.width, q);
   });
 }
@@ -231,8 +223,7 @@ QelStatus forwardColumns(const T* src, int32_t srcStep, T* low, int32_t lowStep,
   if constexpr (!std::is_same_v<One, NoForm>)
     if (size.height == 1) {
       for (int32_t i = 0; i < size.width; ++i)
-        One::forward([&](ptrdiff_t m) { return at(row(src, srcStep, m), i); }, row(low, sizeof(T), i),
-                     row(high, sizeof(T), i), q);
+        One::forward([&](ptrdiff_t m) { return at(row(src, srcStep, m), i); }, offset(low, i), offset(high, i), q);
       return qelStatusOk;
     }
   ownForwardColumns<Filter>(src, srcStep, low, lowStep, high, highStep, size, q);
@@ -248,10 +239,8 @@ QelStatus inverseColumns(const T* low, int32_t lowStep, const T* high, int32_t h
     if (size.height == 1) {
       for (int32_t i = 0; i < size.width; ++i)
         One::inverse(
-            [&](ptrdiff_t m) {
-              return at((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), i);
-            },
-            row(row(dst, dstStep, q), sizeof(T), i), row(row(dst, dstStep, 1 - q), sizeof(T), i), q);
+            [&](ptrdiff_t m) { return at((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), i); },
+            offset(row(dst, dstStep, q), i), offset(row(dst, dstStep, 1 - q), i), q);
       return qelStatusOk;
     }
   ownInverseColumns<Filter>(low, lowStep, high, highStep, dst, dstStep, size, q);
@@ -271,6 +260,6 @@ QelStatus liftRows(const typename Filter::Sample* const (&src)[kStepRows<Filter>
   return qelStatusOk;
 }
 
-}  // namespace qelj::lifting
+}  // namespace qelj::jpeg2000::lifting
 
 #endif

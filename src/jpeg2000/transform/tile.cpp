@@ -19,7 +19,7 @@
 namespace qelj {
 namespace {
 
-using namespace lifting;
+using namespace jpeg2000::lifting;
 
 // --- filters -----------------------------------------------------------------------------------------------
 
@@ -28,30 +28,27 @@ using namespace lifting;
 struct WideSums {
   template <class V>
   static V half(V a, V b) {
-    if constexpr (kOneSample<V>)
-      return V((int32_t(a) + b) >> 1);
-    else
-      return simd::addWrap(a & b, (a ^ b) >> 1);
+    if constexpr (OneSample<V>) return V((int32_t(a) + b) >> 1);
+    else return addWrap(a & b, (a ^ b) >> 1);
   }
   template <class V>
   static V quarter(V a, V b) {
-    if constexpr (kOneSample<V>) {
+    if constexpr (OneSample<V>) {
       return V((int32_t(a) + b + 2) >> 2);
     } else {
       const V sum = half(a, b);
-      return simd::addWrap(sum >> 1, sum & 1);
+      return addWrap(sum >> 1, sum & 1);
     }
   }
 };
 
-// 9/7 on 16-bit samples, with 14 fractional bits. Products and sums have 32 bits; what a stage leaves is cut
-// to 16.
+// 9/7 on 16-bit samples, with 14 fractional bits. Products and sums have 32 bits; what a stage leaves is cut to 16.
 namespace q14 {
 
 // (c * a + c * b + 8192) >> 14, of which the low 16 bits are kept.
 template <int c, class V>
 inline V scaledSum(V a, V b) {
-  if constexpr (kOneSample<V>) {
+  if constexpr (OneSample<V>) {
     return V((c * (int32_t(a) + b) + 8192) >> 14);
   } else {
     using W = simd::With<int32_t, V>;
@@ -64,14 +61,12 @@ inline V scaledSum(V a, V b) {
 // (c * a + 8192) >> 14, likewise.
 template <int c, class V>
 inline V scaled(V a) {
-  if constexpr (kOneSample<V>) {
+  if constexpr (OneSample<V>) {
     return V((c * int32_t(a) + 8192) >> 14);
   } else {
     using W = simd::With<int32_t, V>;
-    const V one = simd::splat<V>(1);
-    const auto lanes = [](V pairs) {
-      return W(simd::mulAddPairs(pairs, simd::pairs<V>(c, 8192)) >> 14) & 0xFFFF;
-    };
+    const V one = all<V>(1);
+    const auto lanes = [](V pairs) { return W(simd::mulAddPairs(pairs, simd::pairs<V>(c, 8192)) >> 14) & 0xFFFF; };
     return V(simd::packU16(lanes(simd::unpackLow(a, one)), lanes(simd::unpackHigh(a, one))));
   }
 }
@@ -84,10 +79,8 @@ struct Forward {
   static constexpr bool kHasStart = false, kHasFinish = true;
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 4)
-      return scaled<kInvK>(add(x, scaledSum<kDelta>(left, right)));
-    else
-      return add(x, scaledSum < t == 1 ? kAlpha : t == 2 ? kBeta : kGamma > (left, right));
+    if constexpr (t == 4) return scaled<kInvK>(addWrap(x, scaledSum<kDelta>(left, right)));
+    else return addWrap(x, scaledSum < t == 1 ? kAlpha : t == 2 ? kBeta : kGamma > (left, right));
   }
   template <class V>
   static V start(V x) {
@@ -102,10 +95,8 @@ struct Inverse : Forward {
   static constexpr bool kHasStart = true, kHasFinish = false;
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 1)
-      return sub(scaled<kK>(x), scaledSum<kDelta>(left, right));
-    else
-      return sub(x, scaledSum < t == 2 ? kGamma : t == 3 ? kBeta : kAlpha > (left, right));
+    if constexpr (t == 1) return subWrap(scaled<kK>(x), scaledSum<kDelta>(left, right));
+    else return subWrap(x, scaledSum < t == 2 ? kGamma : t == 3 ? kBeta : kAlpha > (left, right));
   }
   template <class V>
   static V start(V x) {
@@ -122,7 +113,7 @@ struct Inverse : Forward {
 // 9/7 on 32-bit samples, in single precision. Between the stages a line holds the bits of floats.
 namespace real {
 
-template <class V, bool = kOneSample<V>>
+template <class V, bool = OneSample<V>>
 struct FloatOf {
   using Type = float;
 };
@@ -139,10 +130,8 @@ inline Float<V> asFloat(V bits) {
 }
 template <class V>
 inline Float<V> toFloat(V x) {
-  if constexpr (kOneSample<V>)
-    return float(x);
-  else
-    return simd::convert<float>(x);
+  if constexpr (OneSample<V>) return float(x);
+  else return convert<float>(x);
 }
 template <class V, class F>
 inline V bits(F x) {
@@ -151,13 +140,13 @@ inline V bits(F x) {
 // Cut towards zero; saturates at both ends.
 template <class V, class F>
 inline V toInt(F x) {
-  if constexpr (kOneSample<V>) {
+  if constexpr (OneSample<V>) {
     if (x >= 2147483648.0f) return INT32_MAX;
     if (x < -2147483648.0f) return INT32_MIN;
     return int32_t(x);
   } else {
     // Past either end the conversion gives INT32_MIN; the mask turns that of the upper end into INT32_MAX.
-    return simd::truncateToInt(x) ^ V(x >= 2147483648.0f);
+    return truncateToInt(x) ^ V(x >= 2147483648.0f);
   }
 }
 
@@ -167,14 +156,10 @@ struct Forward {
   static constexpr bool kHasStart = false, kHasFinish = true;
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 1)
-      return bits<V>(toFloat(x) + kAlpha * toFloat(add(left, right)));  // the integer sum wraps
-    else if constexpr (t == 2)
-      return bits<V>(toFloat(x) + kBeta * (asFloat(left) + asFloat(right)));
-    else if constexpr (t == 3)
-      return bits<V>(asFloat(x) + kGamma * (asFloat(left) + asFloat(right)));
-    else
-      return toInt<V>((asFloat(x) + kDelta * (asFloat(left) + asFloat(right))) * kInvK);
+    if constexpr (t == 1) return bits<V>(toFloat(x) + kAlpha * toFloat(addWrap(left, right)));  // the integer sum wraps
+    else if constexpr (t == 2) return bits<V>(toFloat(x) + kBeta * (asFloat(left) + asFloat(right)));
+    else if constexpr (t == 3) return bits<V>(asFloat(x) + kGamma * (asFloat(left) + asFloat(right)));
+    else return toInt<V>((asFloat(x) + kDelta * (asFloat(left) + asFloat(right))) * kInvK);
   }
   template <class V>
   static V start(V x) {
@@ -190,14 +175,10 @@ struct Inverse : Forward {
   template <int t, class V>
   static V stage(V x, V left, V right) {
     const auto sum = asFloat(left) + asFloat(right);
-    if constexpr (t == 1)
-      return bits<V>(kK * toFloat(x) - kDelta * sum);
-    else if constexpr (t == 2)
-      return bits<V>(asFloat(x) - kGamma * sum);
-    else if constexpr (t == 3)
-      return bits<V>(asFloat(x) - kBeta * sum);
-    else
-      return toInt<V>(asFloat(x) - kAlpha * sum);
+    if constexpr (t == 1) return bits<V>(kK * toFloat(x) - kDelta * sum);
+    else if constexpr (t == 2) return bits<V>(asFloat(x) - kGamma * sum);
+    else if constexpr (t == 3) return bits<V>(asFloat(x) - kBeta * sum);
+    else return toInt<V>(asFloat(x) - kAlpha * sum);
   }
   template <class V>
   static V start(V x) {
@@ -244,8 +225,7 @@ using SampleOf = typename Wavelet::Forward::Sample;
 
 // --- lines of one and two samples --------------------------------------------------------------------------
 
-// A single sample stays at an even coordinate; at an odd one it is doubled, and halved towards zero on the
-// way back.
+// A single sample stays at an even coordinate; at an odd one it is doubled, and halved towards zero on the way back.
 template <class T>
 void ownLiftOne(bool forward, bool odd, T* dst, const T* src, ptrdiff_t count) {
   for (ptrdiff_t i = 0; i < count; ++i) {
@@ -259,10 +239,8 @@ void ownLiftOne(bool forward, bool odd, T* dst, const T* src, ptrdiff_t count) {
 // it is halved, for an average of unsigned ones.
 template <class T>
 constexpr int32_t halfUp(int32_t x) {
-  if constexpr (sizeof(T) < 4)
-    return (x >> 1) + (x & 1);
-  else
-    return addWrap(x, 1) >> 1;
+  if constexpr (sizeof(T) < 4) return (x >> 1) + (x & 1);
+  else return addWrap(x, 1) >> 1;
 }
 
 // Two samples of 5/3, in 32 bits (which wrap for 32-bit samples). low and high are those of the even and the
@@ -288,8 +266,7 @@ void ownLiftPair(bool forward, T* even, T* odd, ptrdiff_t count) {
 // Where the low and the high band of a line lie, as positions in it.
 struct Split {
   int32_t length, parity, low;  // low: samples in the low band
-  Split(int32_t n, int32_t first)
-      : length(n), parity(first & 1), low(int32_t((int64_t(n) + 1 - parity) >> 1)) {}
+  Split(int32_t n, int32_t first) : length(n), parity(first & 1), low(int32_t((int64_t(n) + 1 - parity) >> 1)) {}
   // Of a position among the alternating samples, the position with the low band in front; and the inverse.
   int32_t toBands(int32_t m) const { return (m >> 1) + ((m + parity) % 2 ? low : 0); }
   int32_t fromBands(int32_t j) const { return j < low ? 2 * j + parity : 2 * (j - low) + (1 - parity); }
@@ -309,21 +286,20 @@ inline void ownStageOfHalf(T* x, ptrdiff_t count, const T* other, ptrdiff_t othe
     const T last = at(other, otherCount - 1);
     put(x, to, Filter::template stage<t>(at(x, to), last, last));
   }
-  T* const middle = row(x, sizeof(T), from);
-  ownStage<Filter, t>(to - from, middle, middle, row(other, sizeof(T), from + before),
-                      row(other, sizeof(T), from + before + 1));
+  T* const middle = offset(x, from);
+  ownStage<Filter, t>(to - from, middle, middle, offset(other, from + before), offset(other, from + before + 1));
 }
 
-// All stages on the bands A and B of a line of two samples or more that begins with A (offset 0) or B (offset
+// All stages on the bands A and B of a line of two samples or more that begins with A (lead 0) or B (lead
 // 1).
 template <class Filter, class T>
-void ownLiftBands(T* a, ptrdiff_t aCount, T* b, ptrdiff_t bCount, int offset) {
+void ownLiftBands(T* a, ptrdiff_t aCount, T* b, ptrdiff_t bCount, int lead) {
   if constexpr (Filter::kHasStart) ownStart<Filter>(aCount, a, a);
-  ownStageOfHalf<Filter, 1>(b, bCount, a, aCount, -offset);
-  ownStageOfHalf<Filter, 2>(a, aCount, b, bCount, offset - 1);
+  ownStageOfHalf<Filter, 1>(b, bCount, a, aCount, -lead);
+  ownStageOfHalf<Filter, 2>(a, aCount, b, bCount, lead - 1);
   if constexpr (Filter::kStages == 4) {
-    ownStageOfHalf<Filter, 3>(b, bCount, a, aCount, -offset);
-    ownStageOfHalf<Filter, 4>(a, aCount, b, bCount, offset - 1);
+    ownStageOfHalf<Filter, 3>(b, bCount, a, aCount, -lead);
+    ownStageOfHalf<Filter, 4>(a, aCount, b, bCount, lead - 1);
   }
   if constexpr (Filter::kHasFinish) ownFinish<Filter>(bCount, b, b);
 }
@@ -332,13 +308,11 @@ void ownLiftBands(T* a, ptrdiff_t aCount, T* b, ptrdiff_t bCount, int offset) {
 template <class Wavelet, class T>
 void ownForwardRow(const T* src, T* dst, const Split& line) {
   T* const low = dst;
-  T* const high = row(dst, sizeof(T), line.low);
+  T* const high = offset(dst, line.low);
   const ptrdiff_t highs = line.length - line.low;
   if (line.length == 1) return ownLiftOne(true, line.parity, dst, src, 1);
-  if (line.parity)
-    ownSplit(line.length, src, high, low);
-  else
-    ownSplit(line.length, src, low, high);
+  if (line.parity) ownSplit(line.length, src, high, low);
+  else ownSplit(line.length, src, low, high);
   if (Wavelet::kPairForm && line.length == 2) return ownLiftPair(true, low, high, 1);
   ownLiftBands<typename Wavelet::Forward>(low, line.low, high, highs, line.parity);
 }
@@ -347,17 +321,13 @@ void ownForwardRow(const T* src, T* dst, const Split& line) {
 template <class Wavelet, class T>
 void ownInverseRow(T* src, T* dst, const Split& line) {
   T* const low = src;
-  T* const high = row(src, sizeof(T), line.low);
+  T* const high = offset(src, line.low);
   const ptrdiff_t highs = line.length - line.low;
   if (line.length == 1) return ownLiftOne(false, line.parity, dst, src, 1);
-  if (Wavelet::kPairForm && line.length == 2)
-    ownLiftPair(false, low, high, 1);
-  else
-    ownLiftBands<typename Wavelet::Inverse>(high, highs, low, line.low, 1 - line.parity);
-  if (line.parity)
-    ownMerge(line.length, high, low, dst);
-  else
-    ownMerge(line.length, low, high, dst);
+  if (Wavelet::kPairForm && line.length == 2) ownLiftPair(false, low, high, 1);
+  else ownLiftBands<typename Wavelet::Inverse>(high, highs, low, line.low, 1 - line.parity);
+  if (line.parity) ownMerge(line.length, high, low, dst);
+  else ownMerge(line.length, low, high, dst);
 }
 
 // --- down the columns --------------------------------------------------------------------------------------
@@ -373,14 +343,14 @@ struct Rows {
   bool has(ptrdiff_t m) const { return m >= 0 && m < count; }
 };
 
-// Lifts `columns` columns of two rows or more, the first row being of A (offset 0) or B (offset 1). Calls
+// Lifts `columns` columns of two rows or more, the first row being of A (lead 0) or B (lead 1). Calls
 // fetch(m) before row m is first used, and deliver(m) when it is finished.
 template <class Filter, class T, class Fetch, class Deliver>
-void ownLiftColumns(const Rows<T>& rows, ptrdiff_t columns, int offset, Fetch fetch, Deliver deliver) {
+void ownLiftColumns(const Rows<T>& rows, ptrdiff_t columns, int lead, Fetch fetch, Deliver deliver) {
   constexpr int S = Filter::kStages;
   const ptrdiff_t n = rows.count;
   // q is the newest row of each step; the rows of the last steps lie past the end.
-  for (ptrdiff_t q = offset; q <= n + S; q += 2) {
+  for (ptrdiff_t q = lead; q <= n + S; q += 2) {
     for (const ptrdiff_t m : {q - 1, q})
       if (rows.has(m)) fetch(m);
     if (q - S - 1 >= 0 && q < n) {
@@ -392,13 +362,12 @@ void ownLiftColumns(const Rows<T>& rows, ptrdiff_t columns, int offset, Fetch fe
       if (Filter::kHasStart && rows.has(q)) ownStart<Filter>(columns, rows[q], rows[q]);
       const auto stage = [&]<int t>(std::integral_constant<int, t>) {
         const ptrdiff_t m = q - t;
-        if (rows.has(m))
-          ownStage<Filter, t>(columns, rows[m], rows[m], rows.mirrored(m - 1), rows.mirrored(m + 1));
+        if (rows.has(m)) ownStage<Filter, t>(columns, rows[m], rows[m], rows.mirrored(m - 1), rows.mirrored(m + 1));
       };
-      [&]<int... t>(std::integer_sequence<int, t...>) { (stage(std::integral_constant<int, t + 1>{}), ...); }
-      (std::make_integer_sequence<int, S>{});
-      if (Filter::kHasFinish && rows.has(q - S - 1))
-        ownFinish<Filter>(columns, rows[q - S - 1], rows[q - S - 1]);
+      [&]<int... t>(std::integer_sequence<int, t...>) {
+        (stage(std::integral_constant<int, t + 1>{}), ...);
+      }(std::make_integer_sequence<int, S>{});
+      if (Filter::kHasFinish && rows.has(q - S - 1)) ownFinish<Filter>(columns, rows[q - S - 1], rows[q - S - 1]);
     }
     for (const ptrdiff_t m : {q - S - 1, q - S})
       if (rows.has(m)) deliver(m);
@@ -414,7 +383,7 @@ void ownColumns(T* base, ptrdiff_t step, int32_t width, const Split& column, Fet
   constexpr ptrdiff_t kStrip = kStripBytes / ptrdiff_t(sizeof(T));
   for (ptrdiff_t x = 0; x < width; x += kStrip) {
     const ptrdiff_t count = std::min(kStrip, width - x);
-    const Rows<T> rows{row(base, sizeof(T), x), step, column.length};
+    const Rows<T> rows{offset(base, x), step, column.length};
     const auto fetchRow = [&](ptrdiff_t m) { fetch(m, x, count); };
     const auto deliverRow = [&](ptrdiff_t m) { deliver(m, x, count); };
     if (column.length == 1) {
@@ -463,16 +432,13 @@ void ownInPlace(SampleOf<Wavelet>* tile, ptrdiff_t step, const Split& rowSplit, 
   if (width <= 2) line = few;
   if constexpr (forward) ownColumns<Wavelet, forward>(tile, step, width, columnSplit, nothing, nothing);
   ownPermute(
-      columnSplit.length,
-      [&](int32_t j) { return forward ? columnSplit.fromBands(j) : columnSplit.toBands(j); },
+      columnSplit.length, [&](int32_t j) { return forward ? columnSplit.fromBands(j) : columnSplit.toBands(j); },
       [&](int32_t j) { std::memcpy(line, row(tile, step, j), size_t(width) * sizeof(T)); },
       [&](int32_t from, int32_t to) {
         T* const src = from < 0 ? line : row(tile, step, from);
         T* const dst = row(tile, step, to);
-        if constexpr (forward)
-          ownForwardRow<Wavelet>(src, dst, rowSplit);
-        else
-          ownInverseRow<Wavelet>(src, dst, rowSplit);
+        if constexpr (forward) ownForwardRow<Wavelet>(src, dst, rowSplit);
+        else ownInverseRow<Wavelet>(src, dst, rowSplit);
       });
   if constexpr (!forward) ownColumns<Wavelet, forward>(tile, step, width, columnSplit, nothing, nothing);
 }
@@ -522,37 +488,35 @@ void ownWithBands(Image* image, ptrdiff_t imageStep, const Bands<Plane>& bands, 
   T* const line = width <= 2 ? few : row(work, workStep, height);
   if constexpr (forward) {
     const auto fetch = [&](ptrdiff_t m, ptrdiff_t x, ptrdiff_t count) {
-      std::memcpy(row(row(work, workStep, m), sizeof(T), x), row(row(image, imageStep, m), sizeof(T), x),
-                  size_t(count) * sizeof(T));
+      std::memcpy(offset(row(work, workStep, m), x), offset(row(image, imageStep, m), x), size_t(count) * sizeof(T));
     };
     ownColumns<Wavelet, forward>(work, workStep, width, columnSplit, fetch, nothing);
     for (int32_t m = 0; m < height; ++m) {
       ownForwardRow<Wavelet>(row(work, workStep, m), line, rowSplit);
       bands.forEachPiece(columnSplit.toBands(m), [&](Plane* piece, ptrdiff_t x, int32_t count) {
-        std::memcpy(piece, row(line, sizeof(T), x), size_t(count) * sizeof(T));
+        std::memcpy(piece, offset(line, x), size_t(count) * sizeof(T));
       });
     }
   } else {
     for (int32_t m = 0; m < height; ++m) {
       bands.forEachPiece(columnSplit.toBands(m), [&](Plane* piece, ptrdiff_t x, int32_t count) {
-        std::memcpy(row(line, sizeof(T), x), piece, size_t(count) * sizeof(T));
+        std::memcpy(offset(line, x), piece, size_t(count) * sizeof(T));
       });
       ownInverseRow<Wavelet>(line, row(work, workStep, m), rowSplit);
     }
     const auto deliver = [&](ptrdiff_t m, ptrdiff_t x, ptrdiff_t count) {
-      std::memcpy(row(row(image, imageStep, m), sizeof(T), x), row(row(work, workStep, m), sizeof(T), x),
-                  size_t(count) * sizeof(T));
+      std::memcpy(offset(row(image, imageStep, m), x), offset(row(work, workStep, m), x), size_t(count) * sizeof(T));
     };
     ownColumns<Wavelet, forward>(work, workStep, width, columnSplit, nothing, deliver);
   }
 }
 
 template <class Wavelet, bool forward, class Image, class Plane>
-QelStatus withBands(Image* image, int32_t imageStep, Plane* const* plane, const int32_t* planeStep,
-                    const QelRect* tile, uint8_t* buffer) {
+QelStatus withBands(Image* image, int32_t imageStep, Plane* const* plane, const int32_t* planeStep, const QelRect* tile,
+                    uint8_t* buffer) {
   if (auto s = check(nonNull(image, plane, planeStep, tile, buffer), step(imageStep)); s) return s;
-  if (auto s = check(planes(plane, 4), step(planeStep[0]), step(planeStep[1]), step(planeStep[2]),
-                     step(planeStep[3]), area({tile->width, tile->height}));
+  if (auto s = check(planes(plane, 4), step(planeStep[0]), step(planeStep[1]), step(planeStep[2]), step(planeStep[3]),
+                     area({tile->width, tile->height}));
       s)
     return s;
   [[maybe_unused]] const typename Wavelet::Rounding rounding{};
@@ -583,16 +547,14 @@ QelStatus bufferSize(const QelRect* tile, int32_t* size) {
 
 }  // namespace
 
-QelStatus qeliWTFwd_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-                                        uint8_t* buffer) {
+QelStatus qeliWTFwd_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer) {
   return inPlace<B53_16s, true>(srcDst, srcDstStep, tile, buffer);
 }
-QelStatus qeliWTInv_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-                                        uint8_t* buffer) {
+QelStatus qeliWTInv_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer) {
   return inPlace<B53_16s, false>(srcDst, srcDstStep, tile, buffer);
 }
-QelStatus qeliWTFwd_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, const QelRect* tile,
-                                       int16_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer) {
+QelStatus qeliWTFwd_B53_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, const QelRect* tile, int16_t* const dst[4],
+                                       const int32_t dstStep[4], uint8_t* buffer) {
   return withBands<B53_16s, true>(src, srcStep, dst, dstStep, tile, buffer);
 }
 QelStatus qeliWTInv_B53_JPEG2K_16s_C1R(const int16_t* const src[4], const int32_t srcStep[4], int16_t* dst,
@@ -606,16 +568,14 @@ QelStatus qeliWTGetBufSize_B53_JPEG2K_16s_C1R(const QelRect* tile, int32_t* size
   return bufferSize<B53_16s, true>(tile, size);
 }
 
-QelStatus qeliWTFwd_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-                                        uint8_t* buffer) {
+QelStatus qeliWTFwd_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer) {
   return inPlace<B53_32s, true>(srcDst, srcDstStep, tile, buffer);
 }
-QelStatus qeliWTInv_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-                                        uint8_t* buffer) {
+QelStatus qeliWTInv_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer) {
   return inPlace<B53_32s, false>(srcDst, srcDstStep, tile, buffer);
 }
-QelStatus qeliWTFwd_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, const QelRect* tile,
-                                       int32_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer) {
+QelStatus qeliWTFwd_B53_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, const QelRect* tile, int32_t* const dst[4],
+                                       const int32_t dstStep[4], uint8_t* buffer) {
   return withBands<B53_32s, true>(src, srcStep, dst, dstStep, tile, buffer);
 }
 QelStatus qeliWTInv_B53_JPEG2K_32s_C1R(const int32_t* const src[4], const int32_t srcStep[4], int32_t* dst,
@@ -629,16 +589,14 @@ QelStatus qeliWTGetBufSize_B53_JPEG2K_32s_C1R(const QelRect* tile, int32_t* size
   return bufferSize<B53_32s, true>(tile, size);
 }
 
-QelStatus qeliWTFwd_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-                                        uint8_t* buffer) {
+QelStatus qeliWTFwd_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer) {
   return inPlace<D97_16s, true>(srcDst, srcDstStep, tile, buffer);
 }
-QelStatus qeliWTInv_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-                                        uint8_t* buffer) {
+QelStatus qeliWTInv_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer) {
   return inPlace<D97_16s, false>(srcDst, srcDstStep, tile, buffer);
 }
-QelStatus qeliWTFwd_D97_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, const QelRect* tile,
-                                       int16_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer) {
+QelStatus qeliWTFwd_D97_JPEG2K_16s_C1R(const int16_t* src, int32_t srcStep, const QelRect* tile, int16_t* const dst[4],
+                                       const int32_t dstStep[4], uint8_t* buffer) {
   return withBands<D97_16s, true>(src, srcStep, dst, dstStep, tile, buffer);
 }
 QelStatus qeliWTInv_D97_JPEG2K_16s_C1R(const int16_t* const src[4], const int32_t srcStep[4], int16_t* dst,
@@ -652,16 +610,14 @@ QelStatus qeliWTGetBufSize_D97_JPEG2K_16s_C1R(const QelRect* tile, int32_t* size
   return bufferSize<D97_16s, true>(tile, size);
 }
 
-QelStatus qeliWTFwd_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-                                        uint8_t* buffer) {
+QelStatus qeliWTFwd_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer) {
   return inPlace<D97_32s, true>(srcDst, srcDstStep, tile, buffer);
 }
-QelStatus qeliWTInv_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-                                        uint8_t* buffer) {
+QelStatus qeliWTInv_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer) {
   return inPlace<D97_32s, false>(srcDst, srcDstStep, tile, buffer);
 }
-QelStatus qeliWTFwd_D97_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, const QelRect* tile,
-                                       int32_t* const dst[4], const int32_t dstStep[4], uint8_t* buffer) {
+QelStatus qeliWTFwd_D97_JPEG2K_32s_C1R(const int32_t* src, int32_t srcStep, const QelRect* tile, int32_t* const dst[4],
+                                       const int32_t dstStep[4], uint8_t* buffer) {
   return withBands<D97_32s, true>(src, srcStep, dst, dstStep, tile, buffer);
 }
 QelStatus qeliWTInv_D97_JPEG2K_32s_C1R(const int32_t* const src[4], const int32_t srcStep[4], int32_t* dst,

@@ -3,7 +3,6 @@
 #include <cmath>
 #include <numeric>
 #include <string_view>
-#include <tuple>
 
 #include "jpeg2000/blockcoder/mq.h"
 #include "qelj.h"
@@ -11,6 +10,8 @@
 
 namespace qelj::test {
 namespace {
+
+using namespace jpeg2000;
 
 using Bytes = std::vector<uint8_t>;
 
@@ -243,43 +244,6 @@ TEST(BlockCoder, CutAtAnyPassTheErrorIsWhatTheDistortionTells) {
   }
 }
 
-TEST(BlockCoder, RatesRiseAndEndAtTheLength) {
-  Random random(4);
-  for (int style = 0; style < 32; ++style) {
-    const auto b = encodeBlock(randomBlock(random, {32, 21}, 14), {32, 21}, 0, 14, style);
-    EXPECT_TRUE(std::is_sorted(b.rates.begin(), b.rates.end()));
-    EXPECT_EQ(size_t(b.rates.back()), b.bytes.size());
-    const int otherwise = style & qelCodeStyleBypass ? 1 + 2 * (14 - 4) : 1;
-    EXPECT_EQ(b.segments, style & qelCodeStyleTerminate ? b.passes : otherwise);
-  }
-}
-
-// --- single blocks by hand ---------------------------------------------------------------------------------
-
-// In units of the lowest plane's square: significant in its lowest plane, (6144 or 2 * 64^2) / 2^13; and bits below that
-// plane count, 1.5 in one plane.
-TEST(BlockCoder, DistortionOfOneSample) {
-  const auto last = [](uint32_t sample, int bits, int style) {
-    return encodeBlock({int32_t(sample)}, {1, 1}, 0, bits, style).distortions.back();
-  };
-  EXPECT_EQ(last(1u << 25, 6, 0), 0.75);
-  EXPECT_EQ(last(1u << 25, 6, qelCodeStyleLossless), 1.0);
-  EXPECT_EQ(last(3u << 29, 1, 0), (6144 + 384 * 32) / 8192.0);
-}
-
-TEST(BlockCoder, BlocksWithoutPasses) {
-  for (const int style : std::initializer_list<int>{0, qelCodeStyleTerminate}) {
-    const auto zero = encodeBlock(std::vector<int32_t>(20), {5, 4}, 0, 8, style);
-    EXPECT_EQ(std::tuple(zero.planes, zero.passes, zero.segments, zero.bytes.size()),
-              std::tuple(0, 0, !style, 0u));
-  }
-  // Below the lowest plane: reported, not coded.
-  const auto low = encodeBlock({1 << 5, 0}, {2, 1}, 0, 8, 0);
-  EXPECT_EQ(std::tuple(low.planes, low.passes, low.segments, low.bytes.size()), std::tuple(6, 0, 1, 0u));
-  const auto top = encodeBlock({int32_t(1u << 30), 0}, {2, 1}, 0, 1, 0);
-  EXPECT_EQ(std::tuple(top.planes, top.passes), std::tuple(31, 1));
-}
-
 // Annex C stuffs a bit behind 0xFF, and shifts once more before the first byte: the bytes come out the same, as they
 // do in pieces.
 TEST(BlockCoder, ByteInFrontOfTheBlockAndPieces) {
@@ -293,41 +257,6 @@ TEST(BlockCoder, ByteInFrontOfTheBlockAndPieces) {
     for (const int32_t room : {1, 7, int32_t(plain.bytes.size())})
       EXPECT_EQ(encodeBlock(samples, {17, 23}, 0, 13, style, room).bytes, plain.bytes);
   }
-}
-
-// One negative sample of magnitude 5 of three planes, cut behind its first plane. Without termination the plane stays at
-// 2; with it, it falls to 1, and the mask keeps the mid-point bit.
-TEST(BlockCoder, SignMagnitudeAtATruncatedEnd) {
-  for (const int style : std::initializer_list<int>{0, qelCodeStyleTerminate, qelCodeStyleKeepMidPoint,
-                                                    qelCodeStyleTerminate | qelCodeStyleKeepMidPoint}) {
-    const auto b =
-        encodeBlock({int32_t(0x80000000u | 5u << 28)}, {1, 1}, 0, 3, style & qelCodeStyleTerminate);
-    EXPECT_EQ(uint32_t(decodeBlock(b.bytes, {b.lengths[0]}, {1, 1}, 0, 3, 1, style).samples[0]),
-              style ? 0x80000006u : 0x80000004u);
-  }
-}
-
-TEST(BlockCoder, CorruptedSymbolIsReportedAndCut) {
-  const int style = qelCodeStyleTerminate | qelCodeStyleSymbols;
-  auto b = encodeBlock({int32_t(0x80000000u | 9u << 27), 1 << 27, 0, 0, 3 << 27, 0}, {3, 2}, 0, 4, style);
-  // Emptied segments read as ones: 1111 or something else, but not 1010, from the second cleanup on.
-  b.lengths[3] = 0;
-  const auto d = decodeBlock(b.bytes, b.lengths, {3, 2}, 0, 4, 10, style | qelCodeStyleCut);
-  EXPECT_EQ(d.status, qelStatusJpeg2kBadCodeBlock);
-  EXPECT_EQ(d.reached, 1u);
-  for (const int32_t v : d.samples)
-    EXPECT_TRUE(v == 0 || ((v & 1) == 0 && magnitude(v))) << v;  // no negative zero
-}
-
-// A segment that ends with bytes which nothing needs is not predictable.
-TEST(BlockCoder, PredictableTermination) {
-  auto b = encodeBlock({1 << 30, int32_t(0xC0000000u)}, {2, 1}, 0, 1, 0);
-  b.bytes.resize(b.bytes.size() + 5);
-  const auto status = [&](int style) {
-    return decodeBlock(b.bytes, {uint32_t(b.bytes.size())}, {2, 1}, 0, 1, 1, style).status;
-  };
-  EXPECT_EQ(status(0), qelStatusOk);
-  EXPECT_EQ(status(qelCodeStylePredictable), qelStatusJpeg2kBadCodeBlock);
 }
 
 // More planes than there are count as 31; more passes than planes have do no harm.
