@@ -1319,11 +1319,11 @@ QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* sta
  * readable bytes behind it, none of them 0xFF, for the read-ahead.
  *
  * Direct decoding. *srcBitPos is an offset in bits, of which only the whole bytes count; *bitBuffer and
- * *bitCount, 0 at the start of a segment, hold what has been read ahead. At a
- * marker *marker becomes its code, *srcBitPos 8 times the position of the byte behind its two bytes, and what
- * stood in front of it is still in *bitBuffer. For the next segment set *marker, *bitCount and *lastDC to 0.
- * Streams end at 2^28 - 1 bytes, where *srcBitPos does. No byte behind a marker is read: the
- * Direct form cannot look as far ahead as the normal one, and is the slower decoder.
+ * *bitCount, 0 at the start of a segment, hold what has been read ahead. At a marker *marker becomes its
+ * code, *srcBitPos 8 times the position of the byte behind its two bytes, and what stood in front of it is
+ * still in *bitBuffer. For the next segment set *marker, *bitCount and *lastDC to 0. Streams end at 2^28 - 1
+ * bytes, where *srcBitPos does. No byte behind a marker is read: the Direct form cannot look as far ahead as
+ * the normal one, and is the slower decoder.
  * In front of a marker the Direct form drops what it cannot be sure of: when fewer than 8 bits are left, the
  * block ends with qelStatusOk, its later coefficients zero and the bits gone. The last block of a segment can
  * lose coefficients that way, which the normal form decodes: use the normal form for blocks near a marker. A

@@ -11,8 +11,7 @@ int main(void) {
   int32_t position = 0;
   QelEncodeHuffmanSpec *dc = 0, *ac = 0;
   QelEncodeHuffmanState* state = 0;
-  for (int i = 0; i < 64; ++i)
-    samples[i] = (uint8_t)(3 * (i % 8) + 5 * (i / 8)), raw[i] = typicalLuminance[i];
+  for (int i = 0; i < 64; ++i) samples[i] = (uint8_t)(3 * (i % 8) + 5 * (i / 8)), raw[i] = typicalLuminance[i];
 
   QelStatus status = qeliQuantFwdRawTableInit_JPEG_8u(raw, 85); /* scale the quantiser to a quality */
   if (status >= 0) status = qeliQuantFwdTableInit_JPEG_8u16u(raw, table);
@@ -22,11 +21,10 @@ int main(void) {
 
   if (status >= 0) status = qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(samples, 8, coefficients, table);
   if (status >= 0)
-    status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(coefficients, coded, sizeof coded, &position, &lastDC, dc, ac,
-                                                state, qelFlushNo);
+    status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(coefficients, coded, sizeof coded, &position, &lastDC, dc, ac, state,
+                                                qelFlushNo);
   if (status >= 0)
-    status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(0, coded, sizeof coded, &position, &lastDC, dc, ac, state,
-                                                qelFlushYes);
+    status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(0, coded, sizeof coded, &position, &lastDC, dc, ac, state, qelFlushYes);
   printf("status %d, 64 samples in %d bytes\n", (int)status, (int)position);
 
   qeliEncodeHuffmanSpecFree_JPEG_8u(dc); /* refuses a null pointer, and does nothing then */

@@ -6,10 +6,8 @@
 enum { width = 40, rows = 31 };
 
 int main(void) {
-  static int32_t picture[rows * width], low[rows * width], high[rows * width], back[rows * width],
-      work[3 * width];
-  static float pictureF[rows * width], lowF[rows * width], highF[rows * width], backF[rows * width],
-      workF[5 * width];
+  static int32_t picture[rows * width], low[rows * width], high[rows * width], back[rows * width], work[3 * width];
+  static float pictureF[rows * width], lowF[rows * width], highF[rows * width], backF[rows * width], workF[5 * width];
   for (int i = 0; i < rows * width; ++i) pictureF[i] = (float)(picture[i] = i * i % 251 - 125);
 
   QelStatus status = forward53(picture, width, rows, 0, low, high, work);

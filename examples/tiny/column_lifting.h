@@ -23,8 +23,7 @@ static inline int32_t mirrored(int32_t position, int32_t first, int32_t rows) {
 /* The picture's row at a position; and the row of a band: the low one at even positions, the high one at odd
  * ones. */
 #define ROW(picture, position) ((picture) + (size_t)(mirrored(position, first, rows) - first) * (size_t)width)
-#define BAND(band, position) \
-  ((band) + (size_t)((mirrored(position, first, rows) - first) / 2) * (size_t)width)
+#define BAND(band, position) ((band) + (size_t)((mirrored(position, first, rows) - first) / 2) * (size_t)width)
 
 /* Whether a position lies in the picture, so that what comes out for it is wanted. */
 static inline int inside(int32_t position, int32_t first, int32_t rows) {
@@ -33,15 +32,14 @@ static inline int inside(int32_t position, int32_t first, int32_t rows) {
 
 /* 5/3. A call makes high row 2k + 1 and low row 2k. The first low row needs the high one above it, so that
  * calls begin one pair early. work: 3 rows. */
-static inline QelStatus forward53(const int32_t* picture, int32_t width, int32_t rows, int32_t first,
-                                  int32_t* low, int32_t* high, int32_t* work) {
+static inline QelStatus forward53(const int32_t* picture, int32_t width, int32_t rows, int32_t first, int32_t* low,
+                                  int32_t* high, int32_t* work) {
   int32_t *scratch = work, *highPrev = scratch + width, *highNext = highPrev + width;
   const size_t bytes = (size_t)width * sizeof *work;
   memset(work, 0, 3 * bytes);
   for (int32_t k = -1; 2 * k < first + rows; ++k) {
-    QelStatus status =
-        qeliWTFwdColLift_B53_JPEG2K_32s_C1(ROW(picture, 2 * k), ROW(picture, 2 * k + 1),
-                                           ROW(picture, 2 * k + 2), scratch, highPrev, highNext, width);
+    QelStatus status = qeliWTFwdColLift_B53_JPEG2K_32s_C1(ROW(picture, 2 * k), ROW(picture, 2 * k + 1),
+                                                          ROW(picture, 2 * k + 2), scratch, highPrev, highNext, width);
     if (status < 0) return status;
     if (inside(2 * k, first, rows)) memcpy(BAND(low, 2 * k), scratch, bytes);
     if (inside(2 * k + 1, first, rows)) memcpy(BAND(high, 2 * k + 1), highNext, bytes);
@@ -53,8 +51,8 @@ static inline QelStatus forward53(const int32_t* picture, int32_t width, int32_t
 
 /* The inverse. A call makes row 2k and the odd row above it, which needs the even ones on both sides, so that
  * calls end one pair late. work: 3 rows. */
-static inline QelStatus inverse53(const int32_t* low, const int32_t* high, int32_t width, int32_t rows,
-                                  int32_t first, int32_t* picture, int32_t* work) {
+static inline QelStatus inverse53(const int32_t* low, const int32_t* high, int32_t width, int32_t rows, int32_t first,
+                                  int32_t* picture, int32_t* work) {
   int32_t *odd = work, *evenPrev = odd + width, *even = evenPrev + width;
   const size_t bytes = (size_t)width * sizeof *work;
   memset(work, 0, 3 * bytes);
@@ -73,16 +71,16 @@ static inline QelStatus inverse53(const int32_t* low, const int32_t* high, int32
 /* 9/7. A call takes rows 2k to 2k + 2 and finishes low row 2k - 2 and high row 2k - 3: calls begin two pairs
  * early and end when the last row has come out. What comes out before position `first` is made of nothing.
  * work: 5 rows. */
-static inline QelStatus forward97(const float* picture, int32_t width, int32_t rows, int32_t first,
-                                  float* low, float* high, float* work) {
+static inline QelStatus forward97(const float* picture, int32_t width, int32_t rows, int32_t first, float* low,
+                                  float* high, float* work) {
   float *lowDone = work, *lowNext = lowDone + width;
   float *highDone = lowNext + width, *highOpen = highDone + width, *highNext = highOpen + width;
   const size_t bytes = (size_t)width * sizeof *work;
   memset(work, 0, 5 * bytes);
   for (int32_t k = -2; 2 * k - 3 < first + rows; ++k) {
-    QelStatus status = qeliWTFwdColLift_D97_JPEG2K_32f_C1(ROW(picture, 2 * k), ROW(picture, 2 * k + 1),
-                                                          ROW(picture, 2 * k + 2), lowDone, lowNext, highDone,
-                                                          highOpen, highNext, width);
+    QelStatus status =
+        qeliWTFwdColLift_D97_JPEG2K_32f_C1(ROW(picture, 2 * k), ROW(picture, 2 * k + 1), ROW(picture, 2 * k + 2),
+                                           lowDone, lowNext, highDone, highOpen, highNext, width);
     if (status < 0) return status;
     if (inside(2 * k - 2, first, rows)) memcpy(BAND(low, 2 * k - 2), lowDone, bytes);
     if (inside(2 * k - 3, first, rows)) memcpy(BAND(high, 2 * k - 3), highDone, bytes);
@@ -95,16 +93,16 @@ static inline QelStatus forward97(const float* picture, int32_t width, int32_t r
 
 /* The inverse. A call takes low row 2k with its neighbours, and finishes rows 2k - 2 and 2k - 3. work: 5
  * rows. */
-static inline QelStatus inverse97(const float* low, const float* high, int32_t width, int32_t rows,
-                                  int32_t first, float* picture, float* work) {
+static inline QelStatus inverse97(const float* low, const float* high, int32_t width, int32_t rows, int32_t first,
+                                  float* picture, float* work) {
   float *evenDone = work, *evenOpen = evenDone + width, *evenNext = evenOpen + width;
   float *oddOpen = evenNext + width, *oddNext = oddOpen + width;
   const size_t bytes = (size_t)width * sizeof *work;
   memset(work, 0, 5 * bytes);
   for (int32_t k = -1; 2 * k - 3 < first + rows; ++k) {
     QelStatus status =
-        qeliWTInvColLift_D97_JPEG2K_32f_C1(BAND(low, 2 * k), BAND(high, 2 * k - 1), BAND(high, 2 * k + 1),
-                                           evenDone, oddOpen, evenOpen, oddNext, evenNext, width);
+        qeliWTInvColLift_D97_JPEG2K_32f_C1(BAND(low, 2 * k), BAND(high, 2 * k - 1), BAND(high, 2 * k + 1), evenDone,
+                                           oddOpen, evenOpen, oddNext, evenNext, width);
     if (status < 0) return status;
     if (inside(2 * k - 3, first, rows)) memcpy(ROW(picture, 2 * k - 3), oddOpen, bytes);
     if (inside(2 * k - 2, first, rows)) memcpy(ROW(picture, 2 * k - 2), evenOpen, bytes);

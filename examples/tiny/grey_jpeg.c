@@ -80,8 +80,8 @@ int main(int argc, char** argv) {
       }
       status = qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(samples, step, coefficients, table);
       if (status >= 0)
-        status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(coefficients, file, (int32_t)room, &position, &lastDC, dc, ac, state,
-                                                    qelFlushNo);
+        status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(coefficients, file, (int32_t)room, &position, &lastDC, dc, ac,
+                                                    state, qelFlushNo);
     }
   if (status >= 0)
     status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(0, file, (int32_t)room, &position, &lastDC, dc, ac, state, qelFlushYes);
@@ -90,7 +90,8 @@ int main(int argc, char** argv) {
   FILE* out = status >= 0 ? fopen(argv[2], "wb") : 0;
   const int good = out && fwrite(file, 1, (size_t)position + 2, out) == (size_t)position + 2 && fclose(out) == 0;
   if (!good) fprintf(stderr, "%s can't be written (status %d)\n", argv[2], (int)status);
-  qeliEncodeHuffmanSpecFree_JPEG_8u(dc), qeliEncodeHuffmanSpecFree_JPEG_8u(ac), qeliEncodeHuffmanStateFree_JPEG_8u(state);
+  qeliEncodeHuffmanSpecFree_JPEG_8u(dc), qeliEncodeHuffmanSpecFree_JPEG_8u(ac),
+      qeliEncodeHuffmanStateFree_JPEG_8u(state);
   free(picture), free(file), fclose(in);
   return !good;
 }

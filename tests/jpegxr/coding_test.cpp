@@ -39,8 +39,7 @@ struct Coder {
   int64_t bitsRead() const { return (readStream - bytes.data()) * 8 - bitCount; }
   int64_t bitsWritten() const { return (stream - bytes.data()) * 8 + bitCount; }
 
-  std::vector<uint8_t> record = std::vector<uint8_t>(3 + sizeof(VLCState), 0xA5),
-                       bytes = std::vector<uint8_t>(4096);
+  std::vector<uint8_t> record = std::vector<uint8_t>(3 + sizeof(VLCState), 0xA5), bytes = std::vector<uint8_t>(4096);
   uint8_t* stream = bytes.data();
   const uint8_t* readStream = bytes.data();
   uint32_t bitBuffer = 0;
@@ -53,8 +52,8 @@ using Block = std::array<T, 16>;
 template <class T, class Function>
 int32_t encode(Function* function, Coder& c, const Block<T>& block) {
   int32_t pairs = -1;
-  EXPECT_EQ(qelStatusOk, function(block.data(), 4 * sizeof(T), 0, 0, &c.stream, &c.bitBuffer, &c.bitCount,
-                                  &pairs, &c.state()));
+  EXPECT_EQ(qelStatusOk,
+            function(block.data(), 4 * sizeof(T), 0, 0, &c.stream, &c.bitBuffer, &c.bitCount, &pairs, &c.state()));
   return pairs;
 }
 
@@ -143,11 +142,61 @@ TEST(VlcBlock, EveryEscapeLengthComesBack) {
       decoder.load(encoder);
       int32_t count = -1;
       EXPECT_EQ(qelStatusOk,
-                qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&decoder.readStream, &decoder.bitBuffer, &decoder.bitCount,
-                                                  1, out.data(), 16, 0, &count, &decoder.state()));
+                qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&decoder.readStream, &decoder.bitBuffer, &decoder.bitCount, 1,
+                                                  out.data(), 16, 0, &count, &decoder.state()));
       EXPECT_TRUE(count == 1 && block == out) << v;
       EXPECT_EQ(encoder.bitsWritten(), decoder.bitsRead());
     }
+}
+
+// The header tells the most bytes that a call moves on by: found here in the longest codes of all tables.
+TEST(VlcBlock, MostBytesOfACall) {
+  constexpr int32_t kLargest = (1 << 30) + 1;  // that has a code
+  std::array<int64_t, 5> coded{}, decoded{};   // 16s, 32s; DC444, DC422, DC420
+  for (int table = 0; table < 40; ++table)
+    for (size_t kind = 0; kind < coded.size(); ++kind) {
+      const auto choose = [&](Coder& c) {
+        for (VLCEntry& e : c.state().entry)
+          e.tableIndex = e.alphabet == 12 ? table % 5 : e.alphabet == 6 ? table / 5 % 4 : table / 20;
+        for (const int32_t group : {qelVLCGroupLowPass, qelVLCGroupHighPass}) qeliVLCAdapt_JPEGXR(&c.state(), group);
+      };
+      Block<int16_t> narrow;
+      Block<int32_t> wide;
+      const auto code = [&](Coder& c, int32_t level) {
+        choose(c);
+        std::array<int32_t, 32> pairs;
+        for (size_t i = 0; i < pairs.size(); i += 2) pairs[i] = 0, pairs[i + 1] = level;
+        narrow.fill(INT16_MIN), wide.fill(level);
+        if (kind == 0) encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, c, narrow);
+        if (kind == 1) encode(qeliVLCEncode4x4_JPEGXR_32s1u_C1R, c, wide);
+        if (kind == 2)
+          qeliVLCEncodeDC444_JPEGXR_32s1u(pairs.data(), 15, 0, &c.stream, &c.bitBuffer, &c.bitCount, &c.state());
+        if (kind == 3)
+          qeliVLCEncodeDC422_JPEGXR_32s1u(pairs.data(), 14, &c.stream, &c.bitBuffer, &c.bitCount, &c.state());
+        if (kind == 4)
+          qeliVLCEncodeDC420_JPEGXR_32s1u(pairs.data(), 6, &c.stream, &c.bitBuffer, &c.bitCount, &c.state());
+      };
+      Coder full, out, in;
+      full.bitCount = 32;
+      code(full, INT32_MIN);
+      coded[kind] = std::max<int64_t>(coded[kind], full.stream - full.bytes.data());
+
+      code(out, kLargest);
+      in.load(out);
+      choose(in);
+      const auto from = &in.readStream;
+      const auto buffer = &in.bitBuffer;
+      const auto held = &in.bitCount;
+      int32_t count = 0;
+      if (kind == 0) qeliVLCDecode4x4_JPEGXR_1u16s_C1R(from, buffer, held, 1, narrow.data(), 8, 0, &count, &in.state());
+      if (kind == 1) qeliVLCDecode4x4_JPEGXR_1u32s_C1R(from, buffer, held, 1, wide.data(), 16, 0, &count, &in.state());
+      if (kind == 2) qeliVLCDecodeDC444_JPEGXR_1u32s(from, buffer, held, wide.data(), 0, &count, &in.state());
+      if (kind == 3) qeliVLCDecodeDC422_JPEGXR_1u32s(from, buffer, held, wide.data(), &count, &in.state());
+      if (kind == 4) qeliVLCDecodeDC420_JPEGXR_1u32s(from, buffer, held, wide.data(), &count, &in.state());
+      decoded[kind] = std::max<int64_t>(decoded[kind], in.readStream - in.bytes.data());
+    }
+  EXPECT_EQ((std::array<int64_t, 5>{58, 98, 98, 92, 40}), coded);
+  EXPECT_EQ((std::array<int64_t, 5>{58, 96, 96, 90, 40}), decoded);  // 16 bits may be sent the codes of 32
 }
 
 TEST(FlcBlock, FieldsComeBack) {
@@ -159,12 +208,11 @@ TEST(FlcBlock, FieldsComeBack) {
       const uint32_t unused[16] = {};
       const int64_t top = (1 << (n + trim)) - 1;
       for (auto& v : block) v = int16_t(random.in(-top, top));
-      EXPECT_EQ(qelStatusOk, qeliFLCEncode4x4_JPEGXR_16s1u_C1R(block.data(), 8, unused, &c.stream,
-                                                               &c.bitBuffer, &c.bitCount, n, trim, 0));
+      EXPECT_EQ(qelStatusOk, qeliFLCEncode4x4_JPEGXR_16s1u_C1R(block.data(), 8, unused, &c.stream, &c.bitBuffer,
+                                                               &c.bitCount, n, trim, 0));
       back.load(c);
-      EXPECT_EQ(qelStatusOk,
-                qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(&back.readStream, &back.bitBuffer, &back.bitCount,
-                                                   out.data(), 8, n, int16_t(1 << trim), 0));
+      EXPECT_EQ(qelStatusOk, qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(&back.readStream, &back.bitBuffer, &back.bitCount,
+                                                                out.data(), 8, n, int16_t(1 << trim), 0));
       EXPECT_EQ(c.bitsWritten(), back.bitsRead());
       for (size_t k = 1; k < 16; ++k) ASSERT_EQ(block[k] / (1 << trim) * (1 << trim), out[k]);
       EXPECT_EQ(0, out[0]);
