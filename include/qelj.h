@@ -203,15 +203,14 @@
 
 /** Marks the exported functions. */
 #if defined(__GNUC__)
-#define QELJ_API __attribute__((visibility("default")))
+#  define QELJ_API __attribute__((visibility("default")))
 #else
-#define QELJ_API
+#  define QELJ_API
 #endif
 
 #ifdef __cplusplus
 extern "C" {
 #endif
-
 
 /**
  * @defgroup status Status
@@ -327,12 +326,12 @@ QELJ_API const QelLibVersion* qeljGetLibVersion(void);
  */
 
 /** 8-bit samples less 128: -128 to 127. Forks. See @ref level_shift. */
-QELJ_API QelStatus qeliSub128_JPEG_8u16s_C1R(const uint8_t* src, int32_t srcStep, int16_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliSub128_JPEG_8u16s_C1R(
+    const uint8_t* src, int32_t srcStep, int16_t* dst, int32_t dstStep, QelSize size);
 
 /** 16-bit samples and 128, clamped to bytes. Forks. See @ref level_shift. */
-QELJ_API QelStatus qeliAdd128_JPEG_16s8u_C1R(const int16_t* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliAdd128_JPEG_16s8u_C1R(
+    const int16_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** @} */
 
@@ -384,63 +383,63 @@ QELJ_API QelStatus qeliAdd128_JPEG_16s8u_C1R(const int16_t* src, int32_t srcStep
 
 /** Pixels R, G, B to planes Y, Cb, Cr: form A, then B behind the last whole 8 pixels. Forks.
  *  See @ref colour_forward. */
-QELJ_API QelStatus qeliRGBToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr_JPEG_8u_C3P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** Pixels B, G, R to planes Y, Cb, Cr: form A, then B behind the last whole 8 pixels. Forks.
  *  See @ref colour_forward. */
-QELJ_API QelStatus qeliBGRToYCbCr_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr_JPEG_8u_C3P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** Pixels R, G, B and a byte to skip: form C, then D behind the last whole 8 pixels. Steps are not tested.
  *  See @ref colour_forward. */
-QELJ_API QelStatus qeliRGBToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr_JPEG_8u_C4P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** Pixels B, G, R and a byte to skip: form C, then D behind the last whole 8 pixels. Steps are not tested.
  *  See @ref colour_forward. */
-QELJ_API QelStatus qeliBGRToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr_JPEG_8u_C4P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** Planes R, G, B to planes Y, Cb, Cr: form E, then F behind the last whole 4 pixels. Forks.
  *  See @ref colour_forward. */
-QELJ_API QelStatus qeliRGBToYCbCr_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr_JPEG_8u_P3R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 /** Pixels R, G, B to luma alone, all by form A; dst is the one plane. Forks. See @ref colour_forward. */
-QELJ_API QelStatus qeliRGBToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToY_JPEG_8u_C3C1R(
+    const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** Pixels B, G, R to luma alone, all by form A; dst is the one plane. Forks. See @ref colour_forward. */
-QELJ_API QelStatus qeliBGRToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToY_JPEG_8u_C3C1R(
+    const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes R, G, B to luma alone: form G, then F behind the last whole 4 pixels. Forks.
  *  See @ref colour_forward. */
-QELJ_API QelStatus qeliRGBToY_JPEG_8u_P3C1R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToY_JPEG_8u_P3C1R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 /** Pixels C, M, Y, K to planes Y, Cb, Cr, K, by form B. Forks. See @ref colour_forward. */
-QELJ_API QelStatus qeliCMYKToYCCK_JPEG_8u_C4P4R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliCMYKToYCCK_JPEG_8u_C4P4R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** Planes C, M, Y, K to planes Y, Cb, Cr, K: form E, then F behind the last whole 4 pixels. Forks.
  *  See @ref colour_forward. */
-QELJ_API QelStatus qeliCMYKToYCCK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliCMYKToYCCK_JPEG_8u_P4R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 /** Words of 5, 5, 5 bits, R lowest, by form B. src may stand at an odd address. See @ref colour_forward. */
-QELJ_API QelStatus qeliRGB555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep,
-    uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGB555ToYCbCr_JPEG_16u8u_C3P3R(
+    const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** Words of 5, 5, 5 bits, B lowest, by form B. src may stand at an odd address. See @ref colour_forward. */
-QELJ_API QelStatus qeliBGR555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep,
-    uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGR555ToYCbCr_JPEG_16u8u_C3P3R(
+    const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** Words of 5, 6, 5 bits, R lowest, by form B. src may stand at an odd address. See @ref colour_forward. */
-QELJ_API QelStatus qeliRGB565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep,
-    uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRGB565ToYCbCr_JPEG_16u8u_C3P3R(
+    const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** Words of 5, 6, 5 bits, B lowest, by form B. src may stand at an odd address. See @ref colour_forward. */
-QELJ_API QelStatus qeliBGR565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep,
-    uint8_t* const* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliBGR565ToYCbCr_JPEG_16u8u_C3P3R(
+    const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** @} */
 
@@ -482,54 +481,54 @@ QELJ_API QelStatus qeliBGR565ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32
 
 /** Planes Y, Cb, Cr to pixels R, G, B: form H, then J behind the last whole 4 pixels. Forks.
  *  See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCbCrToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToRGB_JPEG_8u_P3C3R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes Y, Cb, Cr to pixels B, G, R: form H, then J behind the last whole 4 pixels. Forks.
  *  See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCbCrToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToBGR_JPEG_8u_P3C3R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes Y, Cb, Cr to planes R, G, B: form I, then J behind the last whole 4 pixels. Forks.
  *  See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCbCrToRGB_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToRGB_JPEG_8u_P3R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 
 /** Planes Y, Cb, Cr to pixels R, G, B, alpha, all by form K. Steps are not tested.
  *  See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCbCrToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size, uint8_t alpha);
+QELJ_API QelStatus qeliYCbCrToRGB_JPEG_8u_P3C4R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size, uint8_t alpha);
 
 /** Planes Y, Cb, Cr to pixels B, G, R, alpha, all by form K. Steps are not tested.
  *  See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCbCrToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size, uint8_t alpha);
+QELJ_API QelStatus qeliYCbCrToBGR_JPEG_8u_P3C4R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size, uint8_t alpha);
 /** Planes Y, Cb, Cr, K to pixels C, M, Y, K: forms I, then J. Forks. See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCCKToCMYK_JPEG_8u_P4C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCCKToCMYK_JPEG_8u_P4C4R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes Y, Cb, Cr, K to planes C, M, Y, K: forms I, then J. Forks. See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCCKToCMYK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCCKToCMYK_JPEG_8u_P4R(
+    const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size);
 /** Planes to words of 5, 5, 5 bits, R lowest, bit 15 zero: forms I, then J. dst may stand at an odd address.
  *  See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCbCrToRGB555_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep,
-    uint16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToRGB555_JPEG_8u16u_P3C3R(
+    const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes to words of 5, 5, 5 bits, B lowest, bit 15 zero: forms I, then J. dst may stand at an odd address.
  *  See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCbCrToBGR555_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep,
-    uint16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToBGR555_JPEG_8u16u_P3C3R(
+    const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes to words of 5, 6, 5 bits, R lowest: forms I, then J. dst may stand at an odd address.
  *  See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCbCrToRGB565_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep,
-    uint16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToRGB565_JPEG_8u16u_P3C3R(
+    const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes to words of 5, 6, 5 bits, B lowest: forms I, then J. dst may stand at an odd address.
  *  See @ref colour_inverse. */
-QELJ_API QelStatus qeliYCbCrToBGR565_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep,
-    uint16_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCrToBGR565_JPEG_8u16u_P3C3R(
+    const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size);
 
 /** @} */
 
@@ -574,52 +573,52 @@ QELJ_API QelStatus qeliYCbCrToBGR565_JPEG_8u16u_P3C3R(const uint8_t* const* src,
  */
 
 /** Pixels R, G, B to planes Y, Cb, Cr, chroma halved across. See @ref colour_planes. */
-QELJ_API QelStatus qeliRGBToYCbCr422_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr422_JPEG_8u_C3P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
 
 /** Pixels B, G, R to planes Y, Cb, Cr, chroma halved across. See @ref colour_planes. */
-QELJ_API QelStatus qeliBGRToYCbCr422_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr422_JPEG_8u_C3P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
 
 /** Pixels R, G, B and a byte to skip; chroma halved across. See @ref colour_planes. */
-QELJ_API QelStatus qeliRGBToYCbCr422_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr422_JPEG_8u_C4P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
 
 /** Pixels B, G, R and a byte to skip; chroma halved across. See @ref colour_planes. */
-QELJ_API QelStatus qeliBGRToYCbCr422_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr422_JPEG_8u_C4P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
 
 /** Pixels R, G, B to planes of 4:2:0: chroma halved across and down. See @ref colour_planes. */
-QELJ_API QelStatus qeliRGBToYCbCr411_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr411_JPEG_8u_C3P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
 
 /** Pixels B, G, R to planes of 4:2:0: chroma halved across and down. See @ref colour_planes. */
-QELJ_API QelStatus qeliBGRToYCbCr411_JPEG_8u_C3P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr411_JPEG_8u_C3P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
 
 /** Pixels R, G, B and a byte to skip, to planes of 4:2:0. See @ref colour_planes. */
-QELJ_API QelStatus qeliRGBToYCbCr411_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliRGBToYCbCr411_JPEG_8u_C4P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
 
 /** Pixels B, G, R and a byte to skip, to planes of 4:2:0. See @ref colour_planes. */
-QELJ_API QelStatus qeliBGRToYCbCr411_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst,
-    const int32_t* dstStep, QelSize size);
+QELJ_API QelStatus qeliBGRToYCbCr411_JPEG_8u_C4P3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* const* dst, const int32_t* dstStep, QelSize size);
 
 /** Planes with chroma halved across to pixels R, G, B. See @ref colour_planes. */
-QELJ_API QelStatus qeliYCbCr422ToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep,
-    uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCr422ToRGB_JPEG_8u_P3C3R(
+    const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes with chroma halved across to pixels B, G, R. See @ref colour_planes. */
-QELJ_API QelStatus qeliYCbCr422ToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep,
-    uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCr422ToBGR_JPEG_8u_P3C3R(
+    const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes of 4:2:0 to pixels R, G, B. See @ref colour_planes. */
-QELJ_API QelStatus qeliYCbCr411ToRGB_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep,
-    uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCr411ToRGB_JPEG_8u_P3C3R(
+    const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes of 4:2:0 to pixels B, G, R. See @ref colour_planes. */
-QELJ_API QelStatus qeliYCbCr411ToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, const int32_t* srcStep,
-    uint8_t* dst, int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCr411ToBGR_JPEG_8u_P3C3R(
+    const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** Planes with chroma halved across to pixels R, G, B, alpha. See @ref colour_planes. */
 QELJ_API QelStatus qeliYCbCr422ToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, const int32_t* srcStep,
@@ -638,8 +637,8 @@ QELJ_API QelStatus qeliYCbCr411ToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, co
     uint8_t* dst, int32_t dstStep, QelSize size, uint8_t alpha);
 /** Packed 4:2:2 (Y0, Cb, Y1, Cr) to pixels R, G, B. An odd width writes one pixel more a row. Forks.
  *  See @ref colour_planes. */
-QELJ_API QelStatus qeliYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* src, int32_t srcStep, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliYCbCr422ToRGB_JPEG_8u_C2C3R(
+    const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** @} */
 
@@ -683,39 +682,39 @@ QELJ_API QelStatus qeliYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* src, int32_t s
  */
 
 /** Halves a plane across by means of two samples, halves rounded up. Forks. See @ref resampling. */
-QELJ_API QelStatus qeliSampleDownH2V1_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize,
-    uint8_t* dst, int32_t dstStep, QelSize dstSize);
+QELJ_API QelStatus qeliSampleDownH2V1_JPEG_8u_C1R(
+    const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst, int32_t dstStep, QelSize dstSize);
 
 /** Halves a plane across and down by means of four samples, rounded up. Forks. See @ref resampling. */
-QELJ_API QelStatus qeliSampleDownH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize,
-    uint8_t* dst, int32_t dstStep, QelSize dstSize);
+QELJ_API QelStatus qeliSampleDownH2V2_JPEG_8u_C1R(
+    const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst, int32_t dstStep, QelSize dstSize);
 
 /** Doubles a plane across by the triangle filter; reads one sample beyond each end of a row.
  *  See @ref resampling. */
-QELJ_API QelStatus qeliSampleUpH2V1_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize,
-    uint8_t* dst, int32_t dstStep, QelSize dstSize);
+QELJ_API QelStatus qeliSampleUpH2V1_JPEG_8u_C1R(
+    const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst, int32_t dstStep, QelSize dstSize);
 
 /** Doubles a plane across and down by the triangle filter; reads a border around the source. Forks.
  *  See @ref resampling. */
-QELJ_API QelStatus qeliSampleUpH2V2_JPEG_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize srcSize,
-    uint8_t* dst, int32_t dstStep, QelSize dstSize);
+QELJ_API QelStatus qeliSampleUpH2V2_JPEG_8u_C1R(
+    const uint8_t* src, int32_t srcStep, QelSize srcSize, uint8_t* dst, int32_t dstStep, QelSize dstSize);
 
 /** Halves one row by means of two samples, halves rounded down and up by turns. Keep dst aligned to 16 bytes.
  *  See @ref resampling. */
 QELJ_API QelStatus qeliSampleDownRowH2V1_Box_JPEG_8u_C1(const uint8_t* src, int32_t srcWidth, uint8_t* dst);
 
 /** Doubles one row by the triangle filter; the first and the last sample are copied. See @ref resampling. */
-QELJ_API QelStatus qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(const uint8_t* src, int32_t srcWidth,
-    uint8_t* dst);
+QELJ_API QelStatus qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(
+    const uint8_t* src, int32_t srcWidth, uint8_t* dst);
 
 /** Two rows to one of half the width, by means of four samples. See @ref resampling. */
-QELJ_API QelStatus qeliSampleDownRowH2V2_Box_JPEG_8u_C1(const uint8_t* src1, const uint8_t* src2,
-    int32_t srcWidth, uint8_t* dst);
+QELJ_API QelStatus qeliSampleDownRowH2V2_Box_JPEG_8u_C1(
+    const uint8_t* src1, const uint8_t* src2, int32_t srcWidth, uint8_t* dst);
 
 /** One row of twice the width, from the near row src1 and the far row src2. Two calls double a plane's rows.
  *  See @ref resampling. */
-QELJ_API QelStatus qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(const uint8_t* src1, const uint8_t* src2,
-    int32_t srcWidth, uint8_t* dst);
+QELJ_API QelStatus qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(
+    const uint8_t* src1, const uint8_t* src2, int32_t srcWidth, uint8_t* dst);
 
 /** @} */
 
@@ -764,83 +763,83 @@ QELJ_API QelStatus qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(const uint8_t* src1, 
  */
 
 /** 8 x 8 pixels R, G, B to one block each of Y, Cb, Cr. See @ref mcu_forward. */
-QELJ_API QelStatus qeliRGBToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliRGBToYCbCr444LS_MCU_8u16s_C3P3R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 8 pixels R, G, B to two blocks of Y and one each of Cb and Cr. See @ref mcu_forward. */
-QELJ_API QelStatus qeliRGBToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliRGBToYCbCr422LS_MCU_8u16s_C3P3R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 16 pixels R, G, B to four blocks of Y and one each of Cb and Cr. Keep dst[0] aligned to 16 bytes.
  *  See @ref mcu_forward. */
-QELJ_API QelStatus qeliRGBToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliRGBToYCbCr411LS_MCU_8u16s_C3P3R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 8 x 8 pixels B, G, R to one block each of Y, Cb, Cr. See @ref mcu_forward. */
-QELJ_API QelStatus qeliBGRToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGRToYCbCr444LS_MCU_8u16s_C3P3R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 8 pixels B, G, R to two blocks of Y and one each of Cb and Cr. See @ref mcu_forward. */
-QELJ_API QelStatus qeliBGRToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGRToYCbCr422LS_MCU_8u16s_C3P3R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 16 pixels B, G, R to four blocks of Y and one each of Cb and Cr. Keep dst[0] aligned to 16 bytes.
  *  See @ref mcu_forward. */
-QELJ_API QelStatus qeliBGRToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGRToYCbCr411LS_MCU_8u16s_C3P3R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 8 x 8 words of 5, 5, 5 bits, B lowest, to one block each of Y, Cb, Cr. See @ref mcu_forward. */
-QELJ_API QelStatus qeliBGR555ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR555ToYCbCr444LS_MCU_16u16s_C3P3R(
+    const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 8 words of 5, 5, 5 bits, B lowest, to blocks Y, Y, Cb, Cr. See @ref mcu_forward. */
-QELJ_API QelStatus qeliBGR555ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR555ToYCbCr422LS_MCU_16u16s_C3P3R(
+    const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 16 words of 5, 5, 5 bits, B lowest, to four blocks of Y and one each of Cb and Cr.
  *  See @ref mcu_forward. */
-QELJ_API QelStatus qeliBGR555ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR555ToYCbCr411LS_MCU_16u16s_C3P3R(
+    const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 8 x 8 words of 5, 6, 5 bits, B lowest, to one block each of Y, Cb, Cr. See @ref mcu_forward. */
-QELJ_API QelStatus qeliBGR565ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR565ToYCbCr444LS_MCU_16u16s_C3P3R(
+    const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 8 words of 5, 6, 5 bits, B lowest, to blocks Y, Y, Cb, Cr. See @ref mcu_forward. */
-QELJ_API QelStatus qeliBGR565ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR565ToYCbCr422LS_MCU_16u16s_C3P3R(
+    const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 16 words of 5, 6, 5 bits, B lowest, to four blocks of Y and one each of Cb and Cr.
  *  See @ref mcu_forward. */
-QELJ_API QelStatus qeliBGR565ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliBGR565ToYCbCr411LS_MCU_16u16s_C3P3R(
+    const uint16_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 8 x 8 pixels C, M, Y, K to one block each of Y, Cb, Cr, K. Keep all four planes aligned to 16 bytes.
  *  See @ref mcu_forward. */
-QELJ_API QelStatus qeliCMYKToYCCK444LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[4]);
+QELJ_API QelStatus qeliCMYKToYCCK444LS_MCU_8u16s_C4P4R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[4]);
 
 /** 16 x 8 pixels C, M, Y, K to two blocks each of Y and K, one each of Cb and Cr. Keep Y and K aligned.
  *  See @ref mcu_forward. */
-QELJ_API QelStatus qeliCMYKToYCCK422LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[4]);
+QELJ_API QelStatus qeliCMYKToYCCK422LS_MCU_8u16s_C4P4R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[4]);
 
 /** 16 x 16 pixels C, M, Y, K to four blocks each of Y and K, one each of Cb and Cr. Keep Y and K aligned.
  *  See @ref mcu_forward. */
-QELJ_API QelStatus qeliCMYKToYCCK411LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[4]);
+QELJ_API QelStatus qeliCMYKToYCCK411LS_MCU_8u16s_C4P4R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[4]);
 
 /** 8 x 8 pixels Y, Cb, Cr to one block each, less 128. See @ref mcu_forward. */
-QELJ_API QelStatus qeliSampleDown444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliSampleDown444LS_MCU_8u16s_C3P3R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 8 pixels Y, Cb, Cr to blocks, chroma the mean of two pixels, less 128. See @ref mcu_forward. */
-QELJ_API QelStatus qeliSampleDown422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliSampleDown422LS_MCU_8u16s_C3P3R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 16 pixels Y, Cb, Cr to blocks, chroma the mean of four pixels, less 128. See @ref mcu_forward. */
-QELJ_API QelStatus qeliSampleDown411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep,
-    int16_t* const dst[3]);
+QELJ_API QelStatus qeliSampleDown411LS_MCU_8u16s_C3P3R(
+    const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
 
 /** 16 x 8 pixels of packed 4:2:2 (Y0, Cb, Y1, Cr) to blocks, less 128. See @ref mcu_forward. */
 QELJ_API QelStatus qeliSplit422LS_MCU_8u16s_C2P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]);
@@ -884,87 +883,87 @@ QELJ_API QelStatus qeliSplit422LS_MCU_8u16s_C2P3R(const uint8_t* src, int32_t sr
 
 /** One block each of Y, Cb, Cr to 8 x 8 pixels R, G, B. Keep the blocks aligned to 16 bytes.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr444ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr444ToRGBLS_MCU_16s8u_P3C3R(
+    const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /** Blocks Y, Y, Cb, Cr to 16 x 8 pixels R, G, B. Keep the blocks aligned to 16 bytes.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr422ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr422ToRGBLS_MCU_16s8u_P3C3R(
+    const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /** Four blocks of Y, one each of Cb and Cr to 16 x 16 pixels R, G, B. Keep the blocks aligned to 16 bytes.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr411ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr411ToRGBLS_MCU_16s8u_P3C3R(
+    const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /** One block each of Y, Cb, Cr to 8 x 8 pixels B, G, R. Keep the blocks aligned to 16 bytes.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr444ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr444ToBGRLS_MCU_16s8u_P3C3R(
+    const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /** Blocks Y, Y, Cb, Cr to 16 x 8 pixels B, G, R. Keep the blocks aligned to 16 bytes.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr422ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr422ToBGRLS_MCU_16s8u_P3C3R(
+    const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /** Four blocks of Y, one each of Cb and Cr to 16 x 16 pixels B, G, R. Keep the blocks aligned to 16 bytes.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr411ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr411ToBGRLS_MCU_16s8u_P3C3R(
+    const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /** One block each of Y, Cb, Cr to 8 x 8 words of 5, 5, 5 bits, B lowest. See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr444ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr444ToBGR555LS_MCU_16s16u_P3C3R(
+    const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
 
 /** Blocks Y, Y, Cb, Cr to 16 x 8 words of 5, 5, 5 bits, B lowest. See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr422ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr422ToBGR555LS_MCU_16s16u_P3C3R(
+    const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
 
 /** Four blocks of Y, one each of Cb and Cr to 16 x 16 words of 5, 5, 5 bits, B lowest.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr411ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr411ToBGR555LS_MCU_16s16u_P3C3R(
+    const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
 
 /** One block each of Y, Cb, Cr to 8 x 8 words of 5, 6, 5 bits, B lowest. See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr444ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr444ToBGR565LS_MCU_16s16u_P3C3R(
+    const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
 
 /** Blocks Y, Y, Cb, Cr to 16 x 8 words of 5, 6, 5 bits, B lowest. See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr422ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr422ToBGR565LS_MCU_16s16u_P3C3R(
+    const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
 
 /** Four blocks of Y, one each of Cb and Cr to 16 x 16 words of 5, 6, 5 bits, B lowest.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCbCr411ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCbCr411ToBGR565LS_MCU_16s16u_P3C3R(
+    const int16_t* const src[3], uint16_t* dst, int32_t dstStep);
 
 /** One block each of Y, Cb, Cr, K to 8 x 8 pixels C, M, Y, K. Keep the blocks aligned to 16 bytes.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCCK444ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCCK444ToCMYKLS_MCU_16s8u_P4C4R(
+    const int16_t* const src[4], uint8_t* dst, int32_t dstStep);
 
 /** Two blocks each of Y and K, one each of Cb and Cr to 16 x 8 pixels C, M, Y, K. Keep the blocks aligned.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCCK422ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCCK422ToCMYKLS_MCU_16s8u_P4C4R(
+    const int16_t* const src[4], uint8_t* dst, int32_t dstStep);
 
 /** Four blocks each of Y and K, one each of Cb and Cr to 16 x 16 pixels C, M, Y, K. Keep the blocks aligned.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliYCCK411ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliYCCK411ToCMYKLS_MCU_16s8u_P4C4R(
+    const int16_t* const src[4], uint8_t* dst, int32_t dstStep);
 
 /** One block each of Y, Cb, Cr to 8 x 8 pixels Y, Cb, Cr. See @ref mcu_inverse. */
-QELJ_API QelStatus qeliSampleUp444LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliSampleUp444LS_MCU_16s8u_P3C3R(
+    const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /** Blocks Y, Y, Cb, Cr to 16 x 8 pixels Y, Cb, Cr, chroma repeated across. See @ref mcu_inverse. */
-QELJ_API QelStatus qeliSampleUp422LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliSampleUp422LS_MCU_16s8u_P3C3R(
+    const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /** Four blocks of Y, one each of Cb and Cr to 16 x 16 pixels Y, Cb, Cr, chroma repeated both ways.
  *  See @ref mcu_inverse. */
-QELJ_API QelStatus qeliSampleUp411LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst,
-    int32_t dstStep);
+QELJ_API QelStatus qeliSampleUp411LS_MCU_16s8u_P3C3R(
+    const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
 
 /** Blocks Y, Y, Cb, Cr to 16 x 8 pixels of packed 4:2:2 (Y0, Cb, Y1, Cr). See @ref mcu_inverse. */
 QELJ_API QelStatus qeliJoin422LS_MCU_16s8u_P3C2R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep);
@@ -1044,13 +1043,13 @@ QELJ_API QelStatus qeliQuantInv8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16_t*
  */
 
 /** 8 x 8 bytes of an image, less 128, to 64 quantised coefficients. See @ref dct_forward. */
-QELJ_API QelStatus qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const uint8_t* src, int32_t srcStep, int16_t* dst,
-    const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(
+    const uint8_t* src, int32_t srcStep, int16_t* dst, const uint16_t* table);
 
 /** 8 x 8 samples of 12 bits, less 2048, to 64 quantised coefficients; the table is of floats.
  *  See @ref dct_forward. */
-QELJ_API QelStatus qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const uint16_t* src, int32_t srcStep, int16_t* dst,
-    const float* table);
+QELJ_API QelStatus qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(
+    const uint16_t* src, int32_t srcStep, int16_t* dst, const float* table);
 
 /** 64 samples centred on zero to 64 quantised coefficients. src and dst may be the same block.
  *  See @ref dct_forward. */
@@ -1087,13 +1086,13 @@ QELJ_API QelStatus qeliDCTQuantFwd8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16
  */
 
 /** 64 quantised coefficients to 8 x 8 bytes of an image: and 128, clamped to 0..255. See @ref dct_inverse. */
-QELJ_API QelStatus qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
-    const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R(
+    const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
 
 /** 64 quantised coefficients to 8 x 8 samples of 12 bits: and 2048, clamped to 0..4095; the table is of
  *  floats. See @ref dct_inverse. */
-QELJ_API QelStatus qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R(const int16_t* src, uint16_t* dst, int32_t dstStep,
-    const float* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R(
+    const int16_t* src, uint16_t* dst, int32_t dstStep, const float* table);
 
 /** 64 quantised coefficients to 64 samples centred on zero, not clamped. src and dst may be the same block.
  *  See @ref dct_inverse. */
@@ -1129,28 +1128,28 @@ QELJ_API QelStatus qeliDCTQuantInv8x8_JPEG_16s_C1I(int16_t* srcDst, const uint16
 
 /** 8 x 8 bytes from the DC alone, all the same. May differ by one from the whole transform.
  *  See @ref dct_reduced. */
-QELJ_API QelStatus qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
-    const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R(
+    const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
 
 /** 8 x 8 bytes from rows and columns 0 and 1: the whole transform, where the rest is 0.
  *  See @ref dct_reduced. */
-QELJ_API QelStatus qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
-    const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(
+    const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
 
 /** 8 x 8 bytes from rows and columns 0 to 3: the whole transform, where the rest is 0.
  *  See @ref dct_reduced. */
-QELJ_API QelStatus qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
-    const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(
+    const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
 
 /** 2 x 2 bytes, for images at a quarter of their size, from rows and columns 0, 1, 3, 5, 7.
  *  See @ref dct_reduced. */
-QELJ_API QelStatus qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
-    const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R(
+    const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
 
 /** 4 x 4 bytes, for images at half of their size, from all rows and columns but number 4.
  *  See @ref dct_reduced. */
-QELJ_API QelStatus qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const int16_t* src, uint8_t* dst, int32_t dstStep,
-    const uint16_t* table);
+QELJ_API QelStatus qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(
+    const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table);
 
 /** @} */
 
@@ -1206,13 +1205,13 @@ typedef struct QelEncodeHuffmanState QelEncodeHuffmanState;
 QELJ_API QelStatus qeliDecodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size);
 
 /** Makes a decoder's table, in your memory, from the lists of a DHT segment. See @ref huffman_records. */
-QELJ_API QelStatus qeliDecodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
-    QelDecodeHuffmanSpec* spec);
+QELJ_API QelStatus qeliDecodeHuffmanSpecInit_JPEG_8u(
+    const uint8_t* bits, const uint8_t* vals, QelDecodeHuffmanSpec* spec);
 
 /** Makes a decoder's table in memory of its own; release it by qeliDecodeHuffmanSpecFree_JPEG_8u.
  *  See @ref huffman_records. */
-QELJ_API QelStatus qeliDecodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
-    QelDecodeHuffmanSpec** spec);
+QELJ_API QelStatus qeliDecodeHuffmanSpecInitAlloc_JPEG_8u(
+    const uint8_t* bits, const uint8_t* vals, QelDecodeHuffmanSpec** spec);
 
 /** Releases what an ...InitAlloc of this family has made; null gives qelStatusNullPointer.
  *  See @ref huffman_records. */
@@ -1222,13 +1221,13 @@ QELJ_API QelStatus qeliDecodeHuffmanSpecFree_JPEG_8u(QelDecodeHuffmanSpec* spec)
 QELJ_API QelStatus qeliEncodeHuffmanSpecGetBufSize_JPEG_8u(int32_t* size);
 
 /** Makes an encoder's table, in your memory, from the lists of a DHT segment. See @ref huffman_records. */
-QELJ_API QelStatus qeliEncodeHuffmanSpecInit_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
-    QelEncodeHuffmanSpec* spec);
+QELJ_API QelStatus qeliEncodeHuffmanSpecInit_JPEG_8u(
+    const uint8_t* bits, const uint8_t* vals, QelEncodeHuffmanSpec* spec);
 
 /** Makes an encoder's table in memory of its own; release it by qeliEncodeHuffmanSpecFree_JPEG_8u.
  *  See @ref huffman_records. */
-QELJ_API QelStatus qeliEncodeHuffmanSpecInitAlloc_JPEG_8u(const uint8_t* bits, const uint8_t* vals,
-    QelEncodeHuffmanSpec** spec);
+QELJ_API QelStatus qeliEncodeHuffmanSpecInitAlloc_JPEG_8u(
+    const uint8_t* bits, const uint8_t* vals, QelEncodeHuffmanSpec** spec);
 
 /** Releases an encoder's table; the same function as qeliDecodeHuffmanSpecFree_JPEG_8u.
  *  See @ref huffman_records. */
@@ -1532,20 +1531,20 @@ enum QelPredictor {
 };
 
 /** A first row's differences, each from the sample on its left. See @ref lossless. */
-QELJ_API QelStatus qeliDiffPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width,
-    int32_t precision, int32_t pointTransform);
+QELJ_API QelStatus qeliDiffPredFirstRow_JPEG_16s_C1(
+    const int16_t* src, int16_t* dst, int32_t width, int32_t precision, int32_t pointTransform);
 
 /** A further row's differences, by one of the seven predictors. See @ref lossless. */
-QELJ_API QelStatus qeliDiffPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow, int16_t* dst,
-    int32_t width, int32_t predictor);
+QELJ_API QelStatus qeliDiffPredRow_JPEG_16s_C1(
+    const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width, int32_t predictor);
 
 /** A first row's samples from its differences. See @ref lossless. */
-QELJ_API QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(const int16_t* src, int16_t* dst, int32_t width,
-    int32_t precision, int32_t pointTransform);
+QELJ_API QelStatus qeliReconstructPredFirstRow_JPEG_16s_C1(
+    const int16_t* src, int16_t* dst, int32_t width, int32_t precision, int32_t pointTransform);
 
 /** A further row's samples from its differences, by one of the seven predictors. See @ref lossless. */
-QELJ_API QelStatus qeliReconstructPredRow_JPEG_16s_C1(const int16_t* src, const int16_t* prevRow,
-    int16_t* dst, int32_t width, int32_t predictor);
+QELJ_API QelStatus qeliReconstructPredRow_JPEG_16s_C1(
+    const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_t width, int32_t predictor);
 
 /** Decodes one difference. See @ref lossless. */
 QELJ_API QelStatus qeliDecodeHuffmanOne_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos,
@@ -1595,13 +1594,13 @@ QELJ_API QelStatus qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(const int16_t* const* sr
  */
 
 /** Counts the symbols of a sequential block. See @ref huffman_statistics. */
-QELJ_API QelStatus qeliGetHuffmanStatistics8x8_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics,
-    int32_t* acStatistics, int16_t* lastDC);
+QELJ_API QelStatus qeliGetHuffmanStatistics8x8_JPEG_16s_C1(
+    const int16_t* src, int32_t* dcStatistics, int32_t* acStatistics, int16_t* lastDC);
 
 /** Counts the symbol of a block in a first scan of DC. (Refinements of DC have no symbols.)
  *  See @ref huffman_statistics. */
-QELJ_API QelStatus qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const int16_t* src, int32_t* dcStatistics,
-    int16_t* lastDC, uint32_t al);
+QELJ_API QelStatus qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(
+    const int16_t* src, int32_t* dcStatistics, int16_t* lastDC, uint32_t al);
 
 /** Counts the symbols of a block in the first scan of a band, or of the run that is pending (last).
  *  See @ref huffman_statistics. */
@@ -1618,8 +1617,8 @@ QELJ_API QelStatus qeliGetHuffmanStatisticsOne_JPEG_16s_C1(const int16_t* src, i
 
 /** The two lists of a DHT segment that code the counted symbols in the fewest bits.
  *  See @ref huffman_statistics. */
-QELJ_API QelStatus qeliEncodeHuffmanRawTableInit_JPEG_8u(const int32_t* statistics, uint8_t* bits,
-    uint8_t* vals);
+QELJ_API QelStatus qeliEncodeHuffmanRawTableInit_JPEG_8u(
+    const int32_t* statistics, uint8_t* bits, uint8_t* vals);
 
 /** @} */
 
@@ -1656,29 +1655,29 @@ QELJ_API QelStatus qeliEncodeHuffmanRawTableInit_JPEG_8u(const int32_t* statisti
  */
 
 /** Reversible, forward: 16-bit pixels R, G, B to planes Y, U, V. See @ref component_transforms. */
-QELJ_API QelStatus qeliRCTFwd_JPEG2K_16s_C3P3R(const int16_t* src, int32_t srcStep, int16_t* const dst[3],
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTFwd_JPEG2K_16s_C3P3R(
+    const int16_t* src, int32_t srcStep, int16_t* const dst[3], int32_t dstStep, QelSize size);
 
 /** Reversible, forward: three 16-bit planes in place. See @ref component_transforms. */
 QELJ_API QelStatus qeliRCTFwd_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 
 /** Reversible, forward: 32-bit pixels R, G, B to planes Y, U, V. See @ref component_transforms. */
-QELJ_API QelStatus qeliRCTFwd_JPEG2K_32s_C3P3R(const int32_t* src, int32_t srcStep, int32_t* const dst[3],
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTFwd_JPEG2K_32s_C3P3R(
+    const int32_t* src, int32_t srcStep, int32_t* const dst[3], int32_t dstStep, QelSize size);
 
 /** Reversible, forward: three 32-bit planes in place. See @ref component_transforms. */
 QELJ_API QelStatus qeliRCTFwd_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 
 /** Reversible, inverse: 16-bit planes Y, U, V to pixels R, G, B. See @ref component_transforms. */
-QELJ_API QelStatus qeliRCTInv_JPEG2K_16s_P3C3R(const int16_t* const src[3], int32_t srcStep, int16_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTInv_JPEG2K_16s_P3C3R(
+    const int16_t* const src[3], int32_t srcStep, int16_t* dst, int32_t dstStep, QelSize size);
 
 /** Reversible, inverse: three 16-bit planes in place. See @ref component_transforms. */
 QELJ_API QelStatus qeliRCTInv_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 
 /** Reversible, inverse: 32-bit planes Y, U, V to pixels R, G, B. See @ref component_transforms. */
-QELJ_API QelStatus qeliRCTInv_JPEG2K_32s_P3C3R(const int32_t* const src[3], int32_t srcStep, int32_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliRCTInv_JPEG2K_32s_P3C3R(
+    const int32_t* const src[3], int32_t srcStep, int32_t* dst, int32_t dstStep, QelSize size);
 
 /** Reversible, inverse: three 32-bit planes in place. See @ref component_transforms. */
 QELJ_API QelStatus qeliRCTInv_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t srcDstStep, QelSize size);
@@ -1688,8 +1687,8 @@ QELJ_API QelStatus qeliRCTInv_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t 
 QELJ_API QelStatus qeliICTFwd_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 
 /** Irreversible, forward: float pixels R, G, B to planes Y, Cb, Cr. See @ref component_transforms. */
-QELJ_API QelStatus qeliICTFwd_JPEG2K_32f_C3P3R(const float* src, int32_t srcStep, float* const dst[3],
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliICTFwd_JPEG2K_32f_C3P3R(
+    const float* src, int32_t srcStep, float* const dst[3], int32_t dstStep, QelSize size);
 
 /** Irreversible, forward: three float planes in place. See @ref component_transforms. */
 QELJ_API QelStatus qeliICTFwd_JPEG2K_32f_P3IR(float* const srcDst[3], int32_t srcDstStep, QelSize size);
@@ -1702,8 +1701,8 @@ QELJ_API QelStatus qeliICTFwd_JPEG2K_32s_P3IR(int32_t* const srcDst[3], int32_t 
 QELJ_API QelStatus qeliICTInv_JPEG2K_16s_P3IR(int16_t* const srcDst[3], int32_t srcDstStep, QelSize size);
 
 /** Irreversible, inverse: float planes Y, Cb, Cr to pixels R, G, B. See @ref component_transforms. */
-QELJ_API QelStatus qeliICTInv_JPEG2K_32f_P3C3R(const float* const src[3], int32_t srcStep, float* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliICTInv_JPEG2K_32f_P3C3R(
+    const float* const src[3], int32_t srcStep, float* dst, int32_t dstStep, QelSize size);
 
 /** Irreversible, inverse: three float planes in place. See @ref component_transforms. */
 QELJ_API QelStatus qeliICTInv_JPEG2K_32f_P3IR(float* const srcDst[3], int32_t srcDstStep, QelSize size);
@@ -2013,24 +2012,24 @@ QELJ_API QelStatus qeliWTInvColLift_D97_JPEG2K_32s_C1(const int32_t* srcLow, con
 QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_16s_C1IR(const QelRect* tile, int32_t* size);
 
 /** 5/3, one level forward, a 16-bit tile in place. See @ref wavelet_tiles. */
-QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-    uint8_t* buffer);
+QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_16s_C1IR(
+    int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
 
 /** 5/3, one level inverse, a 16-bit tile in place. See @ref wavelet_tiles. */
-QELJ_API QelStatus qeliWTInv_B53_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-    uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_16s_C1IR(
+    int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
 
 /** The bytes of the work buffer for the two transforms below it; 0 for tiles of up to 2 x 2.
  *  See @ref wavelet_tiles. */
 QELJ_API QelStatus qeliWTGetBufSize_B53_JPEG2K_32s_C1IR(const QelRect* tile, int32_t* size);
 
 /** 5/3, one level forward, a 32-bit tile in place. See @ref wavelet_tiles. */
-QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-    uint8_t* buffer);
+QELJ_API QelStatus qeliWTFwd_B53_JPEG2K_32s_C1IR(
+    int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
 
 /** 5/3, one level inverse, a 32-bit tile in place. See @ref wavelet_tiles. */
-QELJ_API QelStatus qeliWTInv_B53_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-    uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_B53_JPEG2K_32s_C1IR(
+    int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
 
 /** The bytes of the work buffer for the two transforms below it, which holds the tile as well.
  *  See @ref wavelet_tiles. */
@@ -2061,24 +2060,24 @@ QELJ_API QelStatus qeliWTInv_B53_JPEG2K_32s_C1R(const int32_t* const src[4], con
 QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_16s_C1IR(const QelRect* tile, int32_t* size);
 
 /** 9/7, one level forward, a 16-bit tile in place, fixed point. See @ref wavelet_tiles. */
-QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-    uint8_t* buffer);
+QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_16s_C1IR(
+    int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
 
 /** 9/7, one level inverse, a 16-bit tile in place, fixed point. See @ref wavelet_tiles. */
-QELJ_API QelStatus qeliWTInv_D97_JPEG2K_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-    uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_16s_C1IR(
+    int16_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
 
 /** The bytes of the work buffer for the two transforms below it; 0 for a tile of 1 x 1.
  *  See @ref wavelet_tiles. */
 QELJ_API QelStatus qeliWTGetBufSize_D97_JPEG2K_32s_C1IR(const QelRect* tile, int32_t* size);
 
 /** 9/7, one level forward, a 32-bit tile in place, single precision inside. See @ref wavelet_tiles. */
-QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-    uint8_t* buffer);
+QELJ_API QelStatus qeliWTFwd_D97_JPEG2K_32s_C1IR(
+    int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
 
 /** 9/7, one level inverse, a 32-bit tile in place, single precision inside. See @ref wavelet_tiles. */
-QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, const QelRect* tile,
-    uint8_t* buffer);
+QELJ_API QelStatus qeliWTInv_D97_JPEG2K_32s_C1IR(
+    int32_t* srcDst, int32_t srcDstStep, const QelRect* tile, uint8_t* buffer);
 
 /** The bytes of the work buffer for the two transforms below it, which holds the tile as well.
  *  See @ref wavelet_tiles. */
@@ -2195,8 +2194,8 @@ QELJ_API QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, in
 
 /** The block's next bytes, as many as *dstLen has room for; call it until *isNotFinished is 0.
  *  See @ref codeblock_encoder. */
-QELJ_API QelStatus qeliEncodeStoreBits_JPEG2K_1u(uint8_t* dst, int32_t* dstLen, QelEncodeStateJPEG2K* state,
-    int32_t* isNotFinished);
+QELJ_API QelStatus qeliEncodeStoreBits_JPEG2K_1u(
+    uint8_t* dst, int32_t* dstLen, QelEncodeStateJPEG2K* state, int32_t* isNotFinished);
 
 /** The bytes that suffice to decode passes 0 to passNumber. See @ref codeblock_encoder. */
 QELJ_API QelStatus qeliEncodeGetRate_JPEG2K(QelEncodeStateJPEG2K* state, int32_t passNumber, int32_t* rate);
@@ -2205,8 +2204,8 @@ QELJ_API QelStatus qeliEncodeGetRate_JPEG2K(QelEncodeStateJPEG2K* state, int32_t
 QELJ_API QelStatus qeliEncodeGetDist_JPEG2K(QelEncodeStateJPEG2K* state, int32_t passNumber, double* dist);
 
 /** The bytes of one codeword segment, counted from 0. See @ref codeblock_encoder. */
-QELJ_API QelStatus qeliEncodeGetTermPassLen_JPEG2K(QelEncodeStateJPEG2K* state, int32_t termPassNumber,
-    int32_t* length);
+QELJ_API QelStatus qeliEncodeGetTermPassLen_JPEG2K(
+    QelEncodeStateJPEG2K* state, int32_t termPassNumber, int32_t* length);
 
 /** @} */
 
@@ -2722,25 +2721,25 @@ QELJ_API QelStatus qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(const uint8_t** stream, ui
  */
 
 /** DXT1 (BC1), 8 bytes a block, to RGBA. Alpha is always 255. See @ref texture_decoding. */
-QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R(const uint8_t* src, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R(
+    const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** DXT3 (BC2), 16 bytes a block, to RGBA. Alpha is 16 times its 4 bits: 240 at most.
  *  See @ref texture_decoding. */
-QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R(const uint8_t* src, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R(
+    const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** DXT5 (BC3), 16 bytes a block, to RGBA. See @ref texture_decoding. */
-QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R(const uint8_t* src, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R(
+    const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** BC4, unsigned, 8 bytes a block, to one channel. See @ref texture_decoding. */
-QELJ_API QelStatus qeliTextureDecodeBlock_BC4_8u_C1R(const uint8_t* src, uint8_t* dst, int32_t dstStep,
-    QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlock_BC4_8u_C1R(
+    const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** BC5, unsigned, 16 bytes a block, to two channels. See @ref texture_decoding. */
-QELJ_API QelStatus qeliTextureDecodeBlockToRG_BC5_8u_C1C2R(const uint8_t* src, uint8_t* dst, int32_t dstStep,
-    QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlockToRG_BC5_8u_C1C2R(
+    const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** @} */
 
@@ -2776,29 +2775,29 @@ QELJ_API QelStatus qeliTextureDecodeBlockToRG_BC5_8u_C1C2R(const uint8_t* src, u
  */
 
 /** RGBA to DXT1, 8 bytes a block; alpha is ignored. See @ref texture_encoding. */
-QELJ_API QelStatus qeliTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R(const uint8_t* src, int32_t srcStep,
-    QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R(
+    const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
 
 /** RGBA to DXT3, 16 bytes a block. See @ref texture_encoding. */
-QELJ_API QelStatus qeliTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R(const uint8_t* src, int32_t srcStep,
-    QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R(
+    const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
 
 /** RGBA to DXT5, 16 bytes a block. Indices depend on the block's place in the image.
  *  See @ref texture_encoding. */
-QELJ_API QelStatus qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R(const uint8_t* src, int32_t srcStep,
-    QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R(
+    const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
 
 /** One channel to BC4, 8 bytes a block. See @ref texture_encoding. */
-QELJ_API QelStatus qeliTextureEncodeBlock_BC4_8u_C1R(const uint8_t* src, int32_t srcStep, QelSize size,
-    uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlock_BC4_8u_C1R(
+    const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
 
 /** Two channels to BC5, 16 bytes a block. See @ref texture_encoding. */
-QELJ_API QelStatus qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R(const uint8_t* src, int32_t srcStep,
-    QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R(
+    const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
 
 /** Y, Co, Cg to DXT5 with scaled chroma, 16 bytes a block. See @ref texture_encoding. */
-QELJ_API QelStatus qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(const uint8_t* src, int32_t srcStep,
-    QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(
+    const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
 
 /** @} */
 
@@ -2821,12 +2820,12 @@ QELJ_API QelStatus qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(const uint8_t* 
  */
 
 /** BC6, unsigned halves (UF16), to R, G, B of 16 bits. See @ref bc6. */
-QELJ_API QelStatus qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(const uint8_t* src, uint16_t* dst,
-    int32_t dstStep, int32_t width, int32_t height);
+QELJ_API QelStatus qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(
+    const uint8_t* src, uint16_t* dst, int32_t dstStep, int32_t width, int32_t height);
 
 /** BC6, signed halves (SF16), to R, G, B of 16 bits. See @ref bc6. */
-QELJ_API QelStatus qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* src, int16_t* dst,
-    int32_t dstStep, int32_t width, int32_t height);
+QELJ_API QelStatus qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(
+    const uint8_t* src, int16_t* dst, int32_t dstStep, int32_t width, int32_t height);
 
 /** @} */
 
@@ -2858,12 +2857,12 @@ QELJ_API QelStatus qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* src,
  */
 
 /** BC7, 16 bytes a block, to RGBA. See @ref bc7. */
-QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(const uint8_t* src, uint8_t* dst,
-    int32_t dstStep, QelSize size);
+QELJ_API QelStatus qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(
+    const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size);
 
 /** RGBA to BC7, 16 bytes a block, for the least squared error. See @ref bc7. */
-QELJ_API QelStatus qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(const uint8_t* src, int32_t srcStep,
-    QelSize size, uint8_t* dst);
+QELJ_API QelStatus qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(
+    const uint8_t* src, int32_t srcStep, QelSize size, uint8_t* dst);
 
 /** @} */
 
@@ -2907,12 +2906,12 @@ QELJ_API QelStatus qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(const uint8_t*
  */
 
 /** Codes one row; a row of n bytes needs at most n + ceil(n / 128). See @ref tiff_rows. */
-QELJ_API QelStatus qeliPackBitsRow_TIFF_8u_C1(const uint8_t* src, int32_t srcLen, uint8_t* dst,
-    uint32_t* dstPos, int32_t dstLen);
+QELJ_API QelStatus qeliPackBitsRow_TIFF_8u_C1(
+    const uint8_t* src, int32_t srcLen, uint8_t* dst, uint32_t* dstPos, int32_t dstLen);
 
 /** Decodes until dst is full. A truncated source may be read one byte beyond its end. See @ref tiff_rows. */
-QELJ_API QelStatus qeliUnpackBitsRow_TIFF_8u_C1(const uint8_t* src, uint32_t* srcPos, int32_t srcLen,
-    uint8_t* dst, int32_t dstLen);
+QELJ_API QelStatus qeliUnpackBitsRow_TIFF_8u_C1(
+    const uint8_t* src, uint32_t* srcPos, int32_t srcLen, uint8_t* dst, int32_t dstLen);
 
 /** 16-bit samples to a plane of high bytes and one of low bytes. See @ref tiff_rows. */
 QELJ_API QelStatus qeliSplitRow_TIFF_16u8u_C1(const uint16_t* src, uint8_t* const* dst, int32_t len);
