@@ -413,13 +413,13 @@ inline void measureShapes(const PixelBlock& block, ShapeMoments<kChannels>& m) {
     }
 }
 
-// What the best line through a subset leaves: the trace of the moments less their largest eigenvalue, which
-// is near tr(M^4) / tr(M^3). Of the spread along the line the indices' steps leave about a hundredth: steps of a seventh
-// of its length l leave l^2 / (12 * 49) a pixel, and pixels on it spread by l^2 / 12 (evenly) to l^2 / 4 (at both ends),
-// of which that is a 49th to a 147th.
+// What the best line through a subset leaves: the trace of the moments less their largest eigenvalue, which is near
+// tr(M^4) / tr(M^3). Of the spread along the line the indices' steps leave about a hundredth: steps of a seventh of its
+// length l leave l^2 / (12 * 49) a pixel, and pixels on it spread by l^2 / 12 (evenly) to l^2 / 4 (at both ends), of
+// which that is a 49th to a 147th.
 constexpr float kOnLine = 0.99f;
-// Keeps the division from 0 / 0 where all pixels are the same. (One channel's moment of n pixels is a multiple of 1 / n,
-// and the cube of that above 2^-12.)
+// Keeps the division from 0 / 0 where all pixels are the same. (One channel's moment of n pixels is a multiple of
+// 1 / n, and the cube of that above 2^-12.)
 constexpr float kNextToNothing = 1e-6f;
 template <int kChannels>
 inline F32x8 lineResidual(const F32x8 (&m)[kChannels][kChannels]) {
