@@ -92,8 +92,8 @@ template <class V>
 constexpr With<uint32_t, V> residualOf(V v, uint32_t modelBits, uint32_t trimBits) {
   using U = With<uint32_t, V>;
   const U a = magnitude(v), t = (a & ((1u << modelBits) - 1)) >> trimBits;
-  const U signedField = 4 * t + 1 + 2 * shr(as<uint32_t>(v), 31);
-  return select(a >> modelBits != U{}, 2 * t, select(t != U{}, signedField, U{}));
+  const U any = min(t, all<U>(1)), sign = shr(as<uint32_t>(v), 31);
+  return select(a >> modelBits != U{}, 2 * t, 4 * t + 2 * (any & sign) + any);
 }
 
 // Sixteen coefficients in the order of their positions.

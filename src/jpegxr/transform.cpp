@@ -17,7 +17,8 @@ inline constexpr bool kFloat = std::is_floating_point_v<Lane<V>>;
 // (x + rounding) >> bits. Floats have no rounding term: each of these is one multiplication.
 template <class V>
 inline Wrapping<V> shifted(Wrapping<V> x, int rounding, int bits) {
-  return {shr(rounding ? addWrap(x.v, all<V>(Lane<V>(rounding))) : x.v, bits)};
+  if (rounding) x = x + Wrapping<V>{all<V>(Lane<V>(rounding))};
+  return {shr(x.v, bits)};
 }
 template <class V>
 inline Wrapping<V> half(Wrapping<V> x, int rounding) {
