@@ -204,9 +204,9 @@ struct Judge {
       offset[s] = start * scale;
     }
     const auto places = [&](const F32x8(&channel)[4], I32x8 in1) QELJ_INLINE_LAMBDA {
-      const auto pick = [&](float in0, float of1) QELJ_INLINE_LAMBDA {
-        if constexpr (kSubsets == 2) return select(in1, all<F32x8>(of1), all<F32x8>(in0));
-        else return all<F32x8>(in0);
+      const auto pick = [&](float of0, float of1) QELJ_INLINE_LAMBDA {
+        if constexpr (kSubsets == 2) return select(in1, all<F32x8>(of1), all<F32x8>(of0));
+        else return all<F32x8>(of0);
       };
       F32x8 place = -pick(offset[0], offset[kSubsets - 1]);
       for (int c = kFirst; c < kFirst + kCount; ++c) place += channel[c] * pick(factor[0][c], factor[kSubsets - 1][c]);
