@@ -30,7 +30,7 @@ void ownScaleTable(uint8_t* table, int32_t quality) {
 // Widens a raw table and brings it from zig-zag to natural order.
 void ownNaturalTable(const uint8_t* rawTable, uint16_t* table) {
   uint16_t natural[64];
-  for (size_t n = 0; n < 64; ++n) natural[n] = rawTable[kZigZag.scan[n]];
+  for (int n = 0; n < 64; ++n) natural[n] = rawTable[kZigZag.scan[n]];
   std::memcpy(table, natural, sizeof natural);
 }
 

@@ -29,7 +29,7 @@ inline bool ownStoreAc(const Block& block, unsigned symbol, int32_t value, unsig
     return k < 64;
   }
   k += symbol >> 4;
-  put(block.dst, kZigzag[k], int16_t(value));
+  put(block.dst, kZigZag.natural[k], int16_t(value));
   if (++k < 64) [[likely]]
     return true;
   if (k > kGuarded) {

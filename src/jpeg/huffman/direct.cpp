@@ -74,7 +74,7 @@ inline QelStatus ownDecodeBlockDirect(DirectReader& reader, int16_t* dst, int16_
     }
     if (reader.value(length, value)) return qelStatusJpegOutOfBuffer;
     k += run;
-    if (k < kGuarded) put(dst, kZigzag[k], int16_t(value));
+    if (k < kGuarded) put(dst, kZigZag.natural[k], int16_t(value));
     ++k;
   }
   return qelStatusOk;

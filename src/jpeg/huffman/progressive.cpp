@@ -29,7 +29,7 @@ inline QelStatus ownDecodeFirst(BitReader<true>& reader, int16_t* dst, int ss, i
     k += run;
     if (auto s = reader.value(length, value); s) return s;
     if (k > 63) return qelStatusJpegCoeffRange;
-    put(dst, kZigzag[k], shlWrap(int16_t(value), int(al)));
+    put(dst, kZigZag.natural[k], shlWrap(int16_t(value), int(al)));
     ++k;
   }
   return qelStatusOk;
@@ -39,7 +39,7 @@ inline QelStatus ownDecodeFirst(BitReader<true>& reader, int16_t* dst, int ss, i
 inline QelStatus ownCorrect(BitReader<true>& reader, int16_t* dst, uint64_t set, int32_t bit) {
   for (; set; set &= set - 1) {
     if (auto s = reader.need(1); s) return s;
-    const int i = kZigzag[std::countr_zero(set)];
+    const int i = kZigZag.natural[std::countr_zero(set)];
     const int16_t c = at(dst, i);
     const int32_t add = reader.take(1) && (std::abs(int32_t(c)) & bit) == 0 ? bit : 0;
     put(dst, i, addWrap(c, int16_t(c < 0 ? -add : add)));
@@ -75,7 +75,7 @@ inline QelStatus ownDecodeRefine(BitReader<true>& reader, int16_t* dst, int ss, 
     if (auto s = ownCorrect(reader, dst, set & passed, bit); s) return s;
     if (length == 1) {
       if (k > se) return qelStatusJpegCoeffRange;
-      put(dst, kZigzag[k], int16_t(value));
+      put(dst, kZigZag.natural[k], int16_t(value));
     }
     ++k;
   }

@@ -7,6 +7,7 @@
 
 #include "frame/lanes.h"
 #include "jpeg/huffman/records.h"
+#include "jpeg/zigzag.h"
 
 namespace qelj::jpeg {
 
@@ -29,7 +30,7 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
     static constexpr auto kFrom = [] {
       std::array<std::array<std::array<uint8_t, 16>, 4>, 4> from{};
       for (int k = 0; k < 64; ++k)
-        for (int i = 0; i < 4; ++i) from[k / 16][i][k % 16] = kZigzag[k] / 16 == i ? kZigzag[k] % 16 : 0x80;
+        for (int i = 0; i < 4; ++i) from[k / 16][i][k % 16] = kZigZag.natural[k] / 16 == i ? kZigZag.natural[k] % 16 : 0x80;
       return from;
     }();
     for (int group = 0; group < 4; ++group) {
@@ -41,7 +42,7 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
     }
     return ~set;
   } else {
-    for (int k = 0; k < 64; ++k) set |= uint64_t(flag(at(block, kZigzag[k])) != 0) << k;
+    for (int k = 0; k < 64; ++k) set |= uint64_t(flag(at(block, kZigZag.natural[k])) != 0) << k;
   }
   return set;
 }
@@ -53,7 +54,7 @@ inline uint64_t ownNonZero(const int16_t* block) {
 // The AC coefficients of a block: which are not 0, and the category and bits of each, by zig-zag position.
 struct AcValues {
   explicit AcValues(const int16_t* block) : block(block), set(ownNonZero(block) & ~uint64_t(1)) {}
-  ValueCode operator[](int k) const { return ownValueCode(at(block, kZigzag[k])); }
+  ValueCode operator[](int k) const { return ownValueCode(at(block, kZigZag.natural[k])); }
 
   const int16_t* block;
   uint64_t set;
@@ -129,7 +130,7 @@ class AcBytes {
   static constexpr auto kPlaces = [] {
     std::array<std::array<std::array<uint8_t, simd::kBytes>, 4>, kVectors> places{};
     for (int k = 0; k < 64; ++k) {
-      const int y = kZigzag[k] / 8, x = kZigzag[k] % 8;
+      const int y = kZigZag.natural[k] / 8, x = kZigZag.natural[k] % 8;
       const bool swapped = y % 2 != k / 16 % 2;
       const int vector = kVectors == 2 ? y / 4 * 2 + swapped : y / 2;
       const int place = kVectors == 2 ? y / 2 % 2 * 8 + x : y % 2 * 8 + x;

@@ -127,7 +127,7 @@ inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, ui
     last = k;
     for (; run > 15; run -= 16)
       if (auto s = sink.code(table, 0xF0); s) return s;
-    const int32_t c = at(src, kZigzag[k]);
+    const int32_t c = at(src, kZigZag.natural[k]);
     if (auto s = ownCodeValue(sink, table, unsigned(run), ownValueCode(c < 0 ? -(-c >> al) : c >> al)); s) return s;
   }
   if (last < se && (state->eobRun += 1) == kLongestRun) return ownStoreRun(sink, table, state);
@@ -169,7 +169,7 @@ template <class Sink>
       if (auto s = storeBits(); s) return s;
     }
     if (fresh >> k & 1) {
-      if (auto s = sink.code(table, unsigned(run) * 16 + 1, at(src, kZigzag[k]) >= 0, 1); s) return s;
+      if (auto s = sink.code(table, unsigned(run) * 16 + 1, at(src, kZigZag.natural[k]) >= 0, 1); s) return s;
       if (auto s = storeBits(); s) return s;
       run = 0;
     } else {
