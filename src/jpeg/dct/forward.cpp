@@ -96,9 +96,8 @@ inline BlockRows ownForwardRows(BlockRows x, const ForwardWeights& weights) {
   const BlockRows first = as<int16_t>(simd::shuffle4<0, 1, 0, 1>(folded));
   const BlockRows second = as<int16_t>(simd::shuffle4<2, 3, 2, 3>(folded));
   const auto four = [&](const auto& w) {
-    using Sums = simd::With<uint32_t, BlockRows>;
-    const auto sum = Sums(simd::mulAddPairs(first, load<BlockRows>(w[0]))) +
-                     Sums(simd::mulAddPairs(second, load<BlockRows>(w[1]))) + uint32_t(kRound);
+    const auto sum = as<uint32_t>(simd::mulAddPairs(first, load<BlockRows>(w[0]))) +
+                     as<uint32_t>(simd::mulAddPairs(second, load<BlockRows>(w[1]))) + uint32_t(kRound);
     return as<int32_t>(sum) >> kShift;
   };
   return simd::packI16(four(weights.w[0]), four(weights.w[1]));

@@ -61,7 +61,7 @@ template <int kCount>
 inline BlockRows ownInverseRows(BlockRows x, const InverseWeights& weights) {
   using Sums = simd::With<uint32_t, BlockRows>;
   const auto products = [](BlockRows pairs, const int16_t* w) {
-    return Sums(simd::mulAddPairs(pairs, load<BlockRows>(w)));
+    return as<uint32_t>(simd::mulAddPairs(pairs, load<BlockRows>(w)));
   };
   Sums even = products(simd::shuffle8<0, 2, 0, 2, 0, 2, 0, 2>(x), weights.even[0]) + load<Sums>(weights.round);
   Sums odd = products(simd::shuffle8<1, 3, 1, 3, 1, 3, 1, 3>(x), weights.odd[0]);

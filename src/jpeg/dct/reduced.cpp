@@ -71,7 +71,7 @@ constexpr Reduced<kSize> kReduced = [] {
         all.weights[k][n][u] = int16_t(q14(scaledCosine(k) * sum / kSpan));
       }
   for (int k = 1; k < 8; ++k) all.round[k] = 2 * kInverseRound[k];
-  // Row 0, of which the columns take as much: the half of their shift, and a part of what the shift here cuts off.
+  // Row 0's: the half of the columns' shift, as in the whole transform, and a part of what the shift here cuts off.
   all.round[0] = kInverseRound[0] + (kSize == 4 ? 1024 : 1536);
   return all;
 }();

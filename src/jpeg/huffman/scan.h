@@ -30,7 +30,8 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
     static constexpr auto kFrom = [] {
       std::array<std::array<std::array<uint8_t, 16>, 4>, 4> from{};
       for (int k = 0; k < 64; ++k)
-        for (int i = 0; i < 4; ++i) from[k / 16][i][k % 16] = kZigZag.natural[k] / 16 == i ? kZigZag.natural[k] % 16 : 0x80;
+        for (int i = 0; i < 4; ++i)
+          from[k / 16][i][k % 16] = kZigZag.natural[k] / 16 == i ? kZigZag.natural[k] % 16 : 0x80;
       return from;
     }();
     for (int group = 0; group < 4; ++group) {
