@@ -88,7 +88,7 @@ inline OddPart<S> ownOddRows(S y1, auto y3, auto y5, auto y7) {
   return {p + a, p - a, q + b, q - b};
 }
 template <class S>
-inline S ownTimesCos4(S x) {
+inline S timesCos4(S x) {
   return hi(x, kCos4Less1) + x;
 }
 
@@ -96,7 +96,7 @@ inline S ownTimesCos4(S x) {
 template <class S>
 inline void ownInverseColumns(S (&row)[8], S y0, S y1, S y2, auto y3, auto y4, auto y5, auto y6, auto y7) {
   const auto [e0, e1, e2, e3] = ownOddRows(y1, y3, y5, y7);
-  const S h0 = ownTimesCos4(e1 - e3), h1 = ownTimesCos4(e1 + e3);
+  const S h0 = timesCos4(e1 - e3), h1 = timesCos4(e1 + e3);
   const S g0 = y2 + hi(y6, kTan2), g1 = hi(y2, kTan2) - y6;
   const S s0 = y0 + y4, s1 = y0 - y4;
   const S f0 = s0 + g0, f3 = s0 - g0, f1 = s1 + g1, f2 = s1 - g1;

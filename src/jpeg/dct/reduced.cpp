@@ -19,16 +19,16 @@ void ownInverse1(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16
 }
 
 // A row without coefficients still has its rounding term: 1 in row 2, 0 further down.
-constexpr int16_t ownEmptyRow(int k) { return int16_t(kInverseRound[k] >> kInverseShift); }
-static_assert(ownEmptyRow(2) == 1 && ownEmptyRow(3) == 0 && ownEmptyRow(4) == 0 && ownEmptyRow(5) == 0 &&
-              ownEmptyRow(6) == 0 && ownEmptyRow(7) == 0);
+constexpr int16_t emptyRow(int k) { return int16_t(kInverseRound[k] >> kInverseShift); }
+static_assert(emptyRow(2) == 1 && emptyRow(3) == 0 && emptyRow(4) == 0 && emptyRow(5) == 0 && emptyRow(6) == 0 &&
+              emptyRow(7) == 0);
 
 // The whole transform of a block whose coefficients stand in the top left kSize x kSize places, 2 or 4.
 template <int kSize>
 void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   const LevelShiftedOut destination{dst, dstStep};
   if constexpr (simd::kEnabled) {
-    Saturating<BlockRow> y[4] = {{}, {}, {all<BlockRow>(ownEmptyRow(2))}, {}}, rows[8];
+    Saturating<BlockRow> y[4] = {{}, {}, {all<BlockRow>(emptyRow(2))}, {}}, rows[8];
     simd::unroll<kSize / kRows>([&](auto i) {
       constexpr int k = i * kRows;
       BlockRows x = ownDequantiseRows(src, table, k);
@@ -109,7 +109,7 @@ inline RowBlocks bothBlocks(F f) {
 }
 
 // By blocks: even + odd, and the mirrored even - odd behind it.
-inline BlockRows ownMirroredSums(simd::I32 even, simd::I32 odd) {
+inline BlockRows mirroredSums(simd::I32 even, simd::I32 odd) {
   return simd::packI16(addWrap(even, odd) >> kReducedShift, subWrap(even, odd) >> kReducedShift);
 }
 
@@ -147,7 +147,7 @@ inline BlockRows ownRowsToFour(const int16_t* src, const uint16_t* table, int k,
   };
   const auto a = sums(k), b = sums(k + 2);
   const auto even = as<int32_t>(simd::unpackLow(a, b)), odd = as<int32_t>(simd::unpackHigh(a, b));
-  return ownMirroredSums(addWrap(even, load<simd::I32>(weights.round[k / 4])), odd);
+  return mirroredSums(addWrap(even, load<simd::I32>(weights.round[k / 4])), odd);
 }
 
 struct alignas(simd::kBytes) TwoWeights {
@@ -182,7 +182,7 @@ inline BlockRows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, 
   const auto odd46 = addWrap(products(low46, weights.odd[0][1]), products(simd::unpackHigh(x4, x6), weights.odd[1][1]));
   const auto odd = addWrap(simd::shuffleTwo4<0, 2, 0, 2>(odd02, odd46), simd::shuffleTwo4<1, 3, 1, 3>(odd02, odd46));
   const auto first = simd::shuffleTwo4<0, 2, 0, 2>(as<int32_t>(low02), as<int32_t>(low46));
-  return ownMirroredSums(addWrap(products(first, weights.even), load<simd::I32>(weights.round)), odd);
+  return mirroredSums(addWrap(products(first, weights.even), load<simd::I32>(weights.round)), odd);
 }
 
 // --- fewer samples: down the columns -----------------------------------------------------------------------
@@ -193,7 +193,7 @@ inline void ownColumnsToFour(S (&row)[4], S y0, S y1, S y2, S y3, S y5, S y6, S 
   const auto [e0, e1, e2, e3] = ownOddRows(y1, y3, y5, y7);
   const S g = (y2 + hi(y6, kTan2)) + (hi(y2, kTan2) - y6), z = y0 + y0;
   const S evenTop = z + g, evenBottom = z - g;
-  const S oddTop = e0 + ownTimesCos4(e1 + e3), oddBottom = e2 + ownTimesCos4(e1 - e3);
+  const S oddTop = e0 + timesCos4(e1 + e3), oddBottom = e2 + timesCos4(e1 - e3);
   row[0] = (evenTop + oddTop) >> 6;
   row[1] = (evenBottom + oddBottom) >> 6;
   row[2] = (evenBottom - oddBottom) >> 6;
@@ -203,7 +203,7 @@ inline void ownColumnsToFour(S (&row)[4], S y0, S y1, S y2, S y3, S y5, S y6, S 
 template <class S>
 inline void ownColumnsToTwo(S (&row)[2], S y0, S y1, S y3, S y5, S y7) {
   const auto odd = ownOddRows(y1, y3, y5, y7);
-  const S h = ownTimesCos4(odd.e1), d = (odd.e2 + odd.e0) + (h + h);
+  const S h = timesCos4(odd.e1), d = (odd.e2 + odd.e0) + (h + h);
   const S two = y0 + y0, z = two + two;
   row[0] = (z + d) >> 7;
   row[1] = (z - d) >> 7;
@@ -220,7 +220,7 @@ inline void ownColumnsToTwo(Saturating<BlockRow> (&row)[2], Saturating<BlockRow>
   const S sum = f + mirrored;
   const S a = lane(sum, 2), p = lane(sum, 3), b = lane(mirrored - f, 1), q = f - mirrored;
   const S e0 = p + a, e1 = p - a, e2 = q + b;
-  const S h = ownTimesCos4(e1), d = (e2 + e0) + (h + h);
+  const S h = timesCos4(e1), d = (e2 + e0) + (h + h);
   const S two = y0 + y0, z = two + two;
   row[0] = (z + d) >> 7;
   row[1] = (z - d) >> 7;

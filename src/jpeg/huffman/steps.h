@@ -102,16 +102,12 @@ inline QelStatus ownStoreRefinedRun(Sink& sink, typename Sink::Table table, QelE
 inline constexpr int kMaxRefinedRunBits = kMaxRunBits + int(sizeof(QelEncodeHuffmanState::correctionBits));
 
 // The band's coefficients, shifted: magnitudes in 32 bits, so that -32768 has one.
-constexpr auto ownShifted = [](uint32_t al) {
+inline auto ownShifted(uint32_t al) {
   return [al](auto c) {
-    if constexpr (std::is_integral_v<decltype(c)>) {
-      return (c < 0 ? -c : c) >> al;
-    } else {
-      using U = simd::With<uint16_t, decltype(c)>;
-      return (decltype(c))((U)absWrap(c) >> uint16_t(al));
-    }
+    if constexpr (OneSample<decltype(c)>) return (c < 0 ? -c : c) >> al;
+    else return as<int16_t>(as<uint16_t>(absWrap(c)) >> uint16_t(al));
   };
-};
+}
 
 // A block of the first scan of a band.
 template <class Sink>

@@ -6,6 +6,7 @@
 #ifndef QELJ_JPEG_SAMPLE_COLOUR_FORMS_H
 #define QELJ_JPEG_SAMPLE_COLOUR_FORMS_H
 
+#include <cmath>
 #include <cstdint>
 
 #include "frame/arith.h"
@@ -188,14 +189,16 @@ struct DifferenceForm {
 struct FloatLumaForm {
   static constexpr auto kR = float(ycbcr::kYR), kG = float(ycbcr::kYG), kB = float(ycbcr::kYB);
   template <class V>
-  static QELJ_INLINE V luma(V r, V g, V b) {  // lanes of 32 bits
-    return roundToInt((convert<float>(r) * kR + convert<float>(g) * kG) + convert<float>(b) * kB);
+  static QELJ_INLINE auto weigh(V r, V g, V b) {  // lanes of 32 bits
+    return (convert<float>(r) * kR + convert<float>(g) * kG) + convert<float>(b) * kB;
   }
-  static Ycc<int32_t> ycc(Rgb<int32_t> p) { return {luma(p.r, p.g, p.b), 0, 0}; }
+  static Ycc<int32_t> ycc(Rgb<int32_t> p) { return {int32_t(std::nearbyintf(weigh(p.r, p.g, p.b))), 0, 0}; }
   static QELJ_INLINE Ycc<I16> ycc(Rgb<I16> p) {
     const auto low = [](I16 v) { return as<int32_t>(simd::unpackLow(v, I16{})); };
     const auto high = [](I16 v) { return as<int32_t>(simd::unpackHigh(v, I16{})); };
-    return {simd::packI16(luma(low(p.r), low(p.g), low(p.b)), luma(high(p.r), high(p.g), high(p.b))), I16{}, I16{}};
+    return {simd::packI16(roundToInt(weigh(low(p.r), low(p.g), low(p.b))),
+                          roundToInt(weigh(high(p.r), high(p.g), high(p.b)))),
+            I16{}, I16{}};
   }
 };
 
