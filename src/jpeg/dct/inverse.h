@@ -17,7 +17,7 @@ inline constexpr int32_t kInverseRound[8] = {65536, 2901, 2260, 1704, 1024, 455,
 inline int16_t ownDequantise(const int16_t* src, const uint16_t* table, int i) {
   return mulWrap(at(src, i), int16_t(at(table, i)));
 }
-inline BlockRows ownDequantiseRows(const int16_t* src, const uint16_t* table, int k) {
+inline WideRows ownDequantiseRows(const int16_t* src, const uint16_t* table, int k) {
   return mulWrap(loadRows(src, k), loadRows(table, k));
 }
 
@@ -58,10 +58,10 @@ inline constexpr auto kInverseWeights = [] {
 
 // Of rows that have kCount coefficients, 4 or 8; with 4, the other lanes of x don't matter.
 template <int kCount>
-inline BlockRows ownInverseRows(BlockRows x, const InverseWeights& weights) {
-  using Sums = simd::With<uint32_t, BlockRows>;
-  const auto products = [](BlockRows pairs, const int16_t* w) {
-    return as<uint32_t>(simd::mulAddPairs(pairs, load<BlockRows>(w)));
+inline WideRows ownInverseRows(WideRows x, const InverseWeights& weights) {
+  using Sums = simd::With<uint32_t, WideRows>;
+  const auto products = [](WideRows pairs, const int16_t* w) {
+    return as<uint32_t>(simd::mulAddPairs(pairs, load<WideRows>(w)));
   };
   Sums even = products(simd::shuffle8<0, 2, 0, 2, 0, 2, 0, 2>(x), weights.even[0]) + load<Sums>(weights.round);
   Sums odd = products(simd::shuffle8<1, 3, 1, 3, 1, 3, 1, 3>(x), weights.odd[0]);
@@ -69,7 +69,7 @@ inline BlockRows ownInverseRows(BlockRows x, const InverseWeights& weights) {
     even += products(simd::shuffle8<4, 6, 4, 6, 4, 6, 4, 6>(x), weights.even[1]);
     odd += products(simd::shuffle8<5, 7, 5, 7, 5, 7, 5, 7>(x), weights.odd[1]);
   }
-  const BlockRows y = simd::packI16(as<int32_t>(even + odd) >> kInverseShift, as<int32_t>(even - odd) >> kInverseShift);
+  const WideRows y = simd::packI16(as<int32_t>(even + odd) >> kInverseShift, as<int32_t>(even - odd) >> kInverseShift);
   return simd::shuffle8<0, 1, 2, 3, 7, 6, 5, 4>(y);
 }
 
@@ -92,7 +92,7 @@ inline S timesCos4(S x) {
   return hi(x, kCos4Less1) + x;
 }
 
-// y3 to y7 may be Zero.
+// Every row is an argument of its own, as y3 to y7 may be Zero.
 template <class S>
 inline void ownInverseColumns(S (&row)[8], S y0, S y1, S y2, auto y3, auto y4, auto y5, auto y6, auto y7) {
   const auto [e0, e1, e2, e3] = ownOddRows(y1, y3, y5, y7);

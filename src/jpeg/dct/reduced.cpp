@@ -31,7 +31,7 @@ void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
     Saturating<BlockRow> y[4] = {{}, {}, {all<BlockRow>(emptyRow(2))}, {}}, rows[8];
     simd::unroll<kSize / kRows>([&](auto i) {
       constexpr int k = i * kRows;
-      BlockRows x = ownDequantiseRows(src, table, k);
+      WideRows x = ownDequantiseRows(src, table, k);
       if constexpr (kSize == 2) x = as<int16_t>(as<uint64_t>(x) & 0xFFFFFFFFu);
       splitRows(ownInverseRows<4>(x, kInverseWeights[i]), y + k);
     });
@@ -109,7 +109,7 @@ inline RowBlocks bothBlocks(F f) {
 }
 
 // By blocks: even + odd, and the mirrored even - odd behind it.
-inline BlockRows mirroredSums(simd::I32 even, simd::I32 odd) {
+inline WideRows mirroredSums(simd::I32 even, simd::I32 odd) {
   return simd::packI16(addWrap(even, odd) >> kReducedShift, subWrap(even, odd) >> kReducedShift);
 }
 
@@ -138,12 +138,12 @@ constexpr auto kFourWeights = [] {
 }();
 
 // Of four samples a row: samples 0, 1 of row k, then of row k + 2; samples 3, 2 of row k, then of row k + 2.
-inline BlockRows ownRowsToFour(const int16_t* src, const uint16_t* table, int k, const FourWeights& weights) {
+inline WideRows ownRowsToFour(const int16_t* src, const uint16_t* table, int k, const FourWeights& weights) {
   const auto sums = [&](int row) {
-    const BlockRows x = ownDequantiseRows(src, table, row);
+    const WideRows x = ownDequantiseRows(src, table, row);
     const auto low = simd::shuffle8<0, 2, 0, 2, 1, 3, 1, 3>(x), high = simd::shuffle8<4, 6, 4, 6, 5, 7, 5, 7>(x);
-    return as<uint64_t>(addWrap(simd::mulAddPairs(low, load<BlockRows>(weights.low[row / 2])),
-                                simd::mulAddPairs(high, load<BlockRows>(weights.high[row / 2]))));
+    return as<uint64_t>(addWrap(simd::mulAddPairs(low, load<WideRows>(weights.low[row / 2])),
+                                simd::mulAddPairs(high, load<WideRows>(weights.high[row / 2]))));
   };
   const auto a = sums(k), b = sums(k + 2);
   const auto even = as<int32_t>(simd::unpackLow(a, b)), odd = as<int32_t>(simd::unpackHigh(a, b));
@@ -172,10 +172,10 @@ constexpr auto kTwoWeights = [] {
 
 // Of two samples a row: sample 0 of row i, i + 2, i + 4, i + 6; sample 1 of the same. Of the even rows only
 // row 0 counts.
-inline BlockRows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, const TwoWeights& weights) {
+inline WideRows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, const TwoWeights& weights) {
   using Quads = simd::U64;  // four coefficients
   const auto row = [&](int k) { return as<uint64_t>(ownDequantiseRows(src, table, i + k)); };
-  const auto products = [](auto x, const int16_t* w) { return simd::mulAddPairs(as<int16_t>(x), load<BlockRows>(w)); };
+  const auto products = [](auto x, const int16_t* w) { return simd::mulAddPairs(as<int16_t>(x), load<WideRows>(w)); };
   const Quads x0 = row(0), x2 = row(2), x4 = row(4), x6 = row(6);
   const Quads low02 = simd::unpackLow(x0, x2), low46 = simd::unpackLow(x4, x6);
   const auto odd02 = addWrap(products(low02, weights.odd[0][0]), products(simd::unpackHigh(x0, x2), weights.odd[1][0]));
@@ -186,7 +186,8 @@ inline BlockRows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, 
 }
 
 // --- fewer samples: down the columns -----------------------------------------------------------------------
-// The means of two or four neighbours among the samples of the whole transform, before its final shift.
+// The means of two or four neighbours among the samples of the whole transform, before its final shift. Every row that
+// counts is an argument, as there.
 
 template <class S>
 inline void ownColumnsToFour(S (&row)[4], S y0, S y1, S y2, S y3, S y5, S y6, S y7) {

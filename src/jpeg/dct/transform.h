@@ -1,9 +1,9 @@
 // What the 8-bit forward, inverse and reduced transforms share: their constants, the arithmetic of a column
 // pass, and how a row pass takes its rows and weights as vectors.
 //
-// A column pass is a chain of high multiplications by tangents in 16 bits, on all eight columns at once. It leaves row k
-// too small by a factor c(k), with c(0) = 1 and c(i) = sqrt(2) cos(i pi/16) = c(8 - i). The row pass, in 32-bit sums of
-// products, makes up for it by a set of weights of its own for each row.
+// A column pass is a chain of high multiplications by tangents in 16 bits, on all eight columns at once. It leaves row
+// k too small by a factor c(k), with c(0) = 1 and c(i) = sqrt(2) cos(i pi/16) = c(8 - i). The row pass, in 32-bit sums
+// of products, makes up for it by a set of weights of its own for each row.
 #ifndef QELJ_JPEG_DCT_TRANSFORM_H
 #define QELJ_JPEG_DCT_TRANSFORM_H
 
@@ -103,14 +103,12 @@ inline Zero hi(Zero, const LaneConstant<int16_t>&) { return {}; }
 // --- rows as vectors ---------------------------------------------------------------------------------------
 
 using BlockRow = simd::Vec<int16_t, 16>;  // one row of a block
-using BlockRows = simd::I16;              // one row or two, as wide as the image's vectors are
-inline constexpr int kRows = simd::kLanes<BlockRows> / 8;
+using WideRows = simd::I16;               // one row or two, as wide as the image's vectors are
+inline constexpr int kRows = simd::kLanes<WideRows> / 8;
 
 // The vector of row k, or of rows k and k + 1: of a block or table in memory, and of rows one by one, to and fro.
-inline BlockRows loadRows(const void* block, int k) {
-  return load<BlockRows>(static_cast<const char*>(block) + 16 * k);
-}
-template <class V = BlockRows>
+inline WideRows loadRows(const void* block, int k) { return load<WideRows>(static_cast<const char*>(block) + 16 * k); }
+template <class V = WideRows>
 inline V joinRows(const Saturating<BlockRow>* row) {
   if constexpr (sizeof(V) == sizeof(BlockRow)) return row[0].v;
   else return simd::join(row[0].v, row[1].v);

@@ -9,21 +9,22 @@
 namespace qelj::jpeg {
 
 // Reads symbols from the next bytes: each refill brings 56 bits or more. Beside them it keeps the end of what a
-// BitReader's refills would have taken in, so that a BitReader can go on in front of any symbol. Positions are in bits of
-// data, without stuffed zeros; 0 is where the BitReader would take in its next byte.
+// BitReader's refills would have taken in, so that a BitReader can go on in front of any symbol. Positions are in bits
+// of data, without stuffed zeros; 0 is where the BitReader would take in its next byte.
 //
 // Between any two operations:
-//   - bits_ holds, from its top bit down, the data from position_ on: all up to loaded_, and behind that the right bit or
-//     a 0, so that a later refill may add any of it again.
-//   - taken_ - position_ is the bit count of the BitReader, 0 to 32; taken_ and loaded_ are multiples of 8, and either can
-//     be ahead of the other.
+//   - bits_ holds, from its top bit down, the data from position_ on: all up to loaded_, and behind that the right bits
+//     or zeros, so that a later refill may add any of them again.
+//   - taken_ - position_ is the bit count of the BitReader, 0 to 32; taken_ and loaded_ are multiples of 8, and either
+//     can be ahead of the other.
 //   - A refill at limit_ or before it keeps no bit from the next 0xFF on, and neither would a BitReader until the next.
 //
-// A refill where the state leaves 5 bits: position_ is -5, loaded_ and taken_ are 0. The word from byte 0 on goes behind
-// the 5 bits, and 59 of its own find room; 7 whole bytes count, loaded_ = (-5 + 63) & ~7 = 56, and 3 bits of the eighth
-// stand behind them. Of a code of 6 bits, the BitReader has 5, and would take in 3 bytes: taken_ = (-5 + 32) & ~7 = 24.
-// With its value of 4 bits position_ is 5. The next refill loads the word from byte 56 / 8 = 7 on and shifts it down by
-// the 56 - 5 bits in front: the 3 bits fall on themselves, 13 bits of the word have room, and loaded_ is 64.
+// A refill where the state leaves 5 bits: position_ is -5, loaded_ and taken_ are 0. The word from byte 0 on goes
+// behind the 5 bits, and 59 of its own find room; 7 whole bytes count, loaded_ = (-5 + 63) & ~7 = 56, and 3 bits of the
+// eighth stand behind them. In front of a code of 6 bits the BitReader has too few, 5 of 8, and would take in 3 bytes:
+// taken_ = (-5 + 32) & ~7 = 24. Behind the code and its value of 4 bits, position_ is 5. The next refill loads the word
+// from byte 56 / 8 = 7 on and shifts it down by the 56 - 5 bits in front: the 3 bits fall on themselves, 13 bits of the
+// word have room, and loaded_ is 64.
 class AheadReader {
  public:
   // Data bytes behind which it can start again when it had to stop.
@@ -83,8 +84,8 @@ class AheadReader {
 
  private:
   static constexpr int kNone = INT32_MIN;
-  // Between two refills, a BitReader's last one can be behind a code of 8 bits, a value of 15 and a code of 16, and bring
-  // 32 bits; one more, as the limit itself is allowed.
+  // Between two refills, a BitReader's last one can be behind a code of 8 bits, a value of 15 and a code of 16, and
+  // bring 32 bits; one more, as the limit itself is allowed.
   static constexpr int kAhead = 8 + 15 + 16 + 32 + 1;
   static constexpr auto kLowest = [] {
     std::array<int32_t, 16> lowest{};

@@ -1,5 +1,5 @@
-// The bit reader of every Huffman decoder: refill with the removal of stuffed and fill bytes, Huffman symbols, plain bits
-// (ISO/IEC 10918-1, F.2.2).
+// The bit reader of every Huffman decoder: refill with the removal of stuffed and fill bytes, Huffman symbols, plain
+// bits (ISO/IEC 10918-1, F.2.2).
 //
 // Bytes are taken in at fixed moments: when fewer than 8 bits are left in front of a symbol, or fewer than a value
 // needs, until there are 25 bits or more. Position, marker and accumulator are part of a call's result, so there is no
@@ -16,7 +16,8 @@
 namespace qelj::jpeg {
 
 // The code of 9 to 16 bits that the 16 bits `next` begin with, as length << 16 | symbol; 0 where there is none or where
-// only the search, length by length, can tell. All lengths at once: a length's code is the high part of next * 2^length.
+// only the search, length by length, can tell. All lengths at once: a length's code is the high part of
+// next * 2^length.
 inline uint32_t longCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
   if constexpr (!simd::kShuffles) return 0;
   using U = simd::Vec<uint16_t, 16>;

@@ -6,8 +6,8 @@ namespace qelj {
 namespace {
 using namespace jpeg::colour;
 
-// Whole groups of four pixels in the Main form, the last pixels of the row in the Tail form. A row's kernel is a variable,
-// an argument of convertRows: read ownInverseRow<Main, Tail> as a function of (source, sink, width).
+// Whole groups of four pixels in the Main form, the last pixels of the row in the Tail form. A row's kernel is a
+// variable, an argument of convertRows: read ownInverseRow<Main, Tail> as a function of (source, sink, width).
 template <class Main, class Tail>
 constexpr auto ownInverseRow = [](auto source, auto sink, ptrdiff_t width) {
   const ptrdiff_t main = width / 4 * 4;

@@ -1,9 +1,9 @@
-// What both directions of the MCU conversion share: the geometry of a minimum coded unit (ISO/IEC 10918-1, A.2.3) in its
-// three samplings, and the pixel formats.
+// What both directions of the MCU conversion share: the geometry of a minimum coded unit (ISO/IEC 10918-1, A.2.3) in
+// its three samplings, and the pixel formats.
 //
 // The vector kernels work by octets, the eight neighbouring pixels that make one row of one block. A vector of 16-bit
-// samples holds one octet in each 16-byte block, from kOctets rows of the picture. Its sums pair 16-bit products and its
-// results saturate, where the scalar kernels go pixel by pixel in 32 bits: the two share their constants only.
+// samples holds one octet in each 16-byte block, from kOctets rows of the picture. Its sums pair 16-bit products and
+// its results saturate, where the scalar kernels go pixel by pixel in 32 bits: the two share their constants only.
 #ifndef QELJ_JPEG_SAMPLE_MCU_H
 #define QELJ_JPEG_SAMPLE_MCU_H
 
@@ -53,9 +53,9 @@ inline bool misaligned(Sample* const* planes) {
 // The 16 bytes at p, and at p + apart where vectors have two blocks.
 template <class V = U8>
 inline V loadBlocks(const uint8_t* p, ptrdiff_t apart) {
-  using Half = simd::Vec<simd::Lane<V>, 16>;
+  using Octet = simd::Vec<simd::Lane<V>, 16>;
   if constexpr (kOctets == 1) return load<V>(p);
-  else return simd::join(load<Half>(p), load<Half>(p + apart));
+  else return simd::join(load<Octet>(p), load<Octet>(p + apart));
 }
 template <class V>
 inline void storeBlocks(uint8_t* p, ptrdiff_t apart, V v) {

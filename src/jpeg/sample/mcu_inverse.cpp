@@ -27,8 +27,8 @@ struct InverseForm {
   bool clampBlack;  // K + 128 is clamped, or else reduced to its low eight bits
 };
 
-// Q14, rounded, the level shift within the term, which has 128 and a half. Where chroma is repeated, green is Y less its
-// term, which rounds ties the other way.
+// Q14, rounded, the level shift within the term, which has 128 and a half. Where chroma is repeated, green is Y less
+// its term, which rounds ties the other way.
 constexpr int32_t kHalfQ14 = (128 << 14) + 8192;
 template <class Mcu>
 constexpr InverseForm kRounded = {

@@ -1,6 +1,6 @@
-// Pixels of the colour conversions in memory: readers and writers of one row, one pixel or one vector at a time, and the
-// loops over a row and over an image that all conversions share. pixel() takes bytes as they lie, group() a vector of
-// them through the shuffles of simd::, so that each is written by itself.
+// Pixels of the colour conversions in memory: readers and writers of one row, one pixel or one vector at a time, and
+// the loops over a row and over an image that all conversions share. pixel() takes bytes as they lie, group() a vector
+// of them through the shuffles of simd::, so that each is written by itself.
 #ifndef QELJ_JPEG_SAMPLE_PIXELS_H
 #define QELJ_JPEG_SAMPLE_PIXELS_H
 
