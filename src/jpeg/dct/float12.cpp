@@ -1,5 +1,5 @@
-// The 12-bit DCTs with quantisation, both directions, in single precision. Every operation is rounded as it
-// is written: no reassociation, no fused multiply-add.
+// The 12-bit DCTs with quantisation, both directions, in single precision. Every operation is rounded as it is written:
+// no reassociation, no fused multiply-add.
 #include <array>
 
 #include "frame/arith.h"
@@ -7,40 +7,38 @@
 #include "frame/fronts.h"
 #include "frame/lanes.h"
 #include "frame/rounding.h"
+#include "jpeg/dct/cosines.h"
 
 namespace qelj {
 namespace {
 
 // --- constants ---------------------------------------------------------------------------------------------
 
-constexpr float kCos4 = 0.707106769f;  // cos(4 pi/16)
-constexpr float kTan1 = 0.198912367f;  // tan(pi/16)
-constexpr float kTan2 = 0.414213568f;
-constexpr float kTan3 = 0.668178618f;
+using jpeg::dct::cosine, jpeg::dct::tangent;
+constexpr auto kCos4 = float(cosine(4));
+constexpr auto kTan1 = float(tangent(1)), kTan2 = float(tangent(2)), kTan3 = float(tangent(3));
+static_assert(kCos4 == 0.707106769f && kTan1 == 0.198912367f && kTan2 == 0.414213568f && kTan3 == 0.668178618f);
 constexpr float kMiddle = 2048.0f;
 
-// What the one-dimensional transforms leave out: c(y) c(x) / 8 with c(0) = c(4) = 1, c(i) = sqrt(2) cos(i
-// pi/16) = c(8 - i), for coefficient row y and column x.
+// What the one-dimensional transforms leave out: c(y) c(x) / 8 with c(0) = c(4) = 1, c(i) = sqrt(2) cos(i pi/16) =
+// c(8 - i), for coefficient row y and column x.
 constexpr std::array<float, 64> kScale = [] {
-  constexpr float product[4][4] = {{0.125f, 0.173379987f, 0.163320377f, 0.146984443f},
-                                   {0.173379987f, 0.240484938f, 0.226531863f, 0.203873292f},
-                                   {0.163320377f, 0.226531863f, 0.213388354f, 0.192044437f},
-                                   {0.146984443f, 0.203873292f, 0.192044437f, 0.172835425f}};
-  constexpr int factor[8] = {0, 1, 2, 3, 0, 3, 2, 1};
+  constexpr auto c = [](size_t i) { return jpeg::dct::scaledCosine(jpeg::dct::kWeightSet[i]); };
   std::array<float, 64> all{};
-  for (size_t i = 0; i < 64; ++i) all[i] = product[factor[i / 8]][factor[i % 8]];
+  for (size_t i = 0; i < 64; ++i) all[i] = float(c(i / 8) * c(i % 8) / 8);
   return all;
 }();
+static_assert(kScale[0] == 0.125f && kScale[1] == 0.173379987f && kScale[18] == 0.213388354f);
 
-// --- one-dimensional transforms, of one line (T is float) or of several (a vector) -------------------------
+// --- one-dimensional transforms, of one line (V is float) or of several (a vector) -------------------------
 
-template <class T>
-inline void ownForwardLine(T (&c)[8]) {
-  const T p07 = c[0] + c[7], m07 = c[0] - c[7], p16 = c[1] + c[6], m16 = c[1] - c[6];
-  const T p25 = c[2] + c[5], m25 = c[2] - c[5], p34 = c[3] + c[4], m34 = c[3] - c[4];
-  const T u = (m16 + m25) * kCos4, v = (m16 - m25) * kCos4;
-  const T a = p07 - p34, b = p07 + p34, d = p16 + p25, e = p16 - p25;
-  const T g0 = m07 + u, g1 = m07 - u, h0 = m34 + v, h1 = m34 - v;
+template <class V>
+inline void ownForwardLine(V (&c)[8]) {
+  const V p07 = c[0] + c[7], m07 = c[0] - c[7], p16 = c[1] + c[6], m16 = c[1] - c[6];
+  const V p25 = c[2] + c[5], m25 = c[2] - c[5], p34 = c[3] + c[4], m34 = c[3] - c[4];
+  const V u = (m16 + m25) * kCos4, v = (m16 - m25) * kCos4;
+  const V a = p07 - p34, b = p07 + p34, d = p16 + p25, e = p16 - p25;
+  const V g0 = m07 + u, g1 = m07 - u, h0 = m34 + v, h1 = m34 - v;
   c[0] = b + d;
   c[4] = b - d;
   c[2] = a + e * kTan2;
@@ -51,15 +49,15 @@ inline void ownForwardLine(T (&c)[8]) {
   c[3] = g1 - h1 * kTan3;
 }
 
-template <class T>
-inline void ownInverseLine(T (&z)[8]) {
-  const T a = z[5] * kTan3 + z[3], b = z[5] - z[3] * kTan3;
-  const T p = z[1] + z[7] * kTan1, q = z[1] * kTan1 - z[7];
-  const T e0 = p + a, e1 = p - a, e2 = q + b, e3 = q - b;
-  const T h1 = (e1 + e3) * kCos4, h0 = (e1 - e3) * kCos4;
-  const T s0 = z[0] + z[4], s1 = z[0] - z[4];
-  const T g0 = z[2] + z[6] * kTan2, g1 = z[2] * kTan2 - z[6];
-  const T f0 = s0 + g0, f3 = s0 - g0, f1 = s1 + g1, f2 = s1 - g1;
+template <class V>
+inline void ownInverseLine(V (&z)[8]) {
+  const V a = z[5] * kTan3 + z[3], b = z[5] - z[3] * kTan3;
+  const V p = z[1] + z[7] * kTan1, q = z[1] * kTan1 - z[7];
+  const V e0 = p + a, e1 = p - a, e2 = q + b, e3 = q - b;
+  const V h1 = (e1 + e3) * kCos4, h0 = (e1 - e3) * kCos4;
+  const V s0 = z[0] + z[4], s1 = z[0] - z[4];
+  const V g0 = z[2] + z[6] * kTan2, g1 = z[2] * kTan2 - z[6];
+  const V f0 = s0 + g0, f3 = s0 - g0, f1 = s1 + g1, f2 = s1 - g1;
   z[0] = f0 + e0;
   z[1] = f1 + h1;
   z[2] = f2 + h0;
@@ -87,10 +85,10 @@ void ownRowsThenColumns(float (&block)[8][8]) {
 // 64 values as vectors: kParts of kLanes lanes make up a row.
 using simd::F32;
 constexpr int kLanes = simd::kLanes<F32>, kParts = 8 / kLanes;
-using Block = F32[kParts][8];
+using FloatBlock = F32[kParts][8];
 
-inline void transpose(Block& m) {
-  Block from;
+inline void transpose(FloatBlock& m) {
+  FloatBlock from;
   std::memcpy(&from, &m, sizeof m);
   // Of four rows, by blocks: the first columns, the second ones, ...
   const auto four = [](const F32* r, F32(&u)[4]) {
@@ -120,7 +118,7 @@ inline void transpose(Block& m) {
 }
 
 template <void Line(F32 (&)[8])>
-inline void ownRowsThenColumns(Block& block) {
+inline void ownRowsThenColumns(FloatBlock& block) {
   for (int pass = 0; pass < 2; ++pass) {
     transpose(block);
     for (auto& part : block) Line(part);
@@ -135,7 +133,7 @@ inline F32 numbers(const float* table, int y, int part) { return load<F32>(offse
 
 // Rows y and y + 1 of converted values, saturated to 16 bits.
 template <class Convert>
-inline auto packed(const Block& block, int y, Convert convert) {
+inline auto packed(const FloatBlock& block, int y, Convert convert) {
   if constexpr (kParts == 1) {
     const auto both = simd::orderPacked(simd::packI16(convert(block[0][y]), convert(block[0][y + 1])));
     return std::pair(simd::lower(both), simd::upper(both));
@@ -147,7 +145,7 @@ inline auto packed(const Block& block, int y, Convert convert) {
 
 void ownForward12(const int16_t* src, int32_t srcStep, int16_t* dst, const float* table) {
   if constexpr (simd::kEnabled) {
-    Block block;
+    FloatBlock block;
     for (int y = 0; y < 8; ++y)
       for (int part = 0; part < kParts; ++part) block[part][y] = samples(row(src, srcStep, y), part) - kMiddle;
     ownRowsThenColumns<ownForwardLine<F32>>(block);
@@ -171,7 +169,7 @@ void ownForward12(const int16_t* src, int32_t srcStep, int16_t* dst, const float
 
 void ownInverse12(const int16_t* src, uint16_t* dst, int32_t dstStep, const float* table) {
   if constexpr (simd::kEnabled) {
-    Block block;
+    FloatBlock block;
     for (int y = 0; y < 8; ++y)
       for (int part = 0; part < kParts; ++part)
         block[part][y] = samples(row(src, 16, y), part) * numbers(table, y, part) * numbers(kScale.data(), y, part);

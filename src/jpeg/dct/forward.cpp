@@ -13,13 +13,13 @@ using namespace jpeg::dct;
 struct Centred {
   const int16_t* src;
   int16_t sample(int y, int x) const { return at(src, 8 * y + x); }
-  Row row(int y) const { return load<Row>(qelj::row(src, 16, y)); }
+  BlockRow row(int y) const { return load<BlockRow>(qelj::row(src, 16, y)); }
 };
 struct LevelShifted {
   const uint8_t* src;
   int32_t step;
   int16_t sample(int y, int x) const { return int16_t(qelj::row(src, step, y)[x] - 128); }
-  Row row(int y) const { return simd::loadAs<Row, uint8_t>(qelj::row(src, step, y)) - int16_t(128); }
+  BlockRow row(int y) const { return simd::loadAs<BlockRow, uint8_t>(qelj::row(src, step, y)) - int16_t(128); }
 };
 
 // --- first pass, down the columns --------------------------------------------------------------------------
@@ -82,23 +82,22 @@ constexpr auto kForwardWeights = [] {
 
 // A sum of 32 bits shifted right by 20 leaves a coefficient of 12 bits, so that neither the coefficient nor
 // its product with t / 2^15 < 2 saturates.
-inline Rows ownQuantise(Rows x, Rows t) {
+inline WideRows ownQuantise(WideRows x, WideRows t) {
   // t as a signed number lacks 2 when it is at least 1. mulHiRound rounds ties up, which is one too much
   // where the integer part is even: where the low 16 bits of the product are 0x4000.
-  const Rows whole = (x + x) & (t >> 15);
+  const WideRows whole = (x + x) & (t >> 15);
   return mulHiRound(x, t) + whole + (mulWrap(x, t) == int16_t(0x4000));
 }
 
-inline Rows ownForwardRows(Rows x, const ForwardWeights& weights) {
-  const Rows mirrored = simd::shuffle8<7, 6, 5, 4, 3, 2, 1, 0>(x);
+inline WideRows ownForwardRows(WideRows x, const ForwardWeights& weights) {
+  const WideRows mirrored = simd::shuffle8<7, 6, 5, 4, 3, 2, 1, 0>(x);
   const auto sums = as<int32_t>(addSat(x, mirrored)), differences = as<int32_t>(subSat(x, mirrored));
   const auto folded = simd::unpackLow(sums, differences);  // s0 s1, d0 d1, s2 s3, d2 d3
-  const Rows first = as<int16_t>(simd::shuffle4<0, 1, 0, 1>(folded));
-  const Rows second = as<int16_t>(simd::shuffle4<2, 3, 2, 3>(folded));
+  const WideRows first = as<int16_t>(simd::shuffle4<0, 1, 0, 1>(folded));
+  const WideRows second = as<int16_t>(simd::shuffle4<2, 3, 2, 3>(folded));
   const auto four = [&](const auto& w) {
-    using Sums = simd::With<uint32_t, Rows>;
-    const auto sum = Sums(simd::mulAddPairs(first, load<Rows>(w[0]))) +
-                     Sums(simd::mulAddPairs(second, load<Rows>(w[1]))) + uint32_t(kRound);
+    const auto sum = as<uint32_t>(simd::mulAddPairs(first, load<WideRows>(w[0]))) +
+                     as<uint32_t>(simd::mulAddPairs(second, load<WideRows>(w[1]))) + uint32_t(kRound);
     return as<int32_t>(sum) >> kShift;
   };
   return simd::packI16(four(weights.w[0]), four(weights.w[1]));
@@ -107,12 +106,12 @@ inline Rows ownForwardRows(Rows x, const ForwardWeights& weights) {
 template <class Source>
 void ownForward(Source source, int16_t* dst, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    Saturating<Row> rows[8];
+    Saturating<BlockRow> rows[8];
     simd::unroll<8>([&](auto k) { rows[k] = {source.row(k)}; });
     ownForwardColumns(rows);
     simd::unroll<8 / kRows>([&](auto i) {
       constexpr int k = i * kRows;
-      const Rows x = ownForwardRows(joinRows(rows + k), kForwardWeights[i]);
+      const WideRows x = ownForwardRows(joinRows(rows + k), kForwardWeights[i]);
       store(row(dst, 16, k), ownQuantise(x, loadRows(table, k)));
     });
   } else {

@@ -12,7 +12,7 @@ using namespace jpeg::dct;
 template <class Destination>
 void ownInverse(const int16_t* src, const uint16_t* table, Destination destination) {
   if constexpr (simd::kEnabled) {
-    Saturating<Row> y[8], rows[8];
+    Saturating<BlockRow> y[8], rows[8];
     simd::unroll<8 / kRows>([&](auto i) {
       constexpr int k = i * kRows;
       splitRows(ownInverseRows<8>(ownDequantiseRows(src, table, k), kInverseWeights[i]), y + k);

@@ -17,7 +17,7 @@ inline constexpr int32_t kInverseRound[8] = {65536, 2901, 2260, 1704, 1024, 455,
 inline int16_t ownDequantise(const int16_t* src, const uint16_t* table, int i) {
   return mulWrap(at(src, i), int16_t(at(table, i)));
 }
-inline Rows ownDequantiseRows(const int16_t* src, const uint16_t* table, int k) {
+inline WideRows ownDequantiseRows(const int16_t* src, const uint16_t* table, int k) {
   return mulWrap(loadRows(src, k), loadRows(table, k));
 }
 
@@ -58,16 +58,18 @@ inline constexpr auto kInverseWeights = [] {
 
 // Of rows that have kCount coefficients, 4 or 8; with 4, the other lanes of x don't matter.
 template <int kCount>
-inline Rows ownInverseRows(Rows x, const InverseWeights& weights) {
-  using Sums = simd::With<uint32_t, Rows>;
-  const auto products = [](Rows pairs, const int16_t* w) { return Sums(simd::mulAddPairs(pairs, load<Rows>(w))); };
+inline WideRows ownInverseRows(WideRows x, const InverseWeights& weights) {
+  using Sums = simd::With<uint32_t, WideRows>;
+  const auto products = [](WideRows pairs, const int16_t* w) {
+    return as<uint32_t>(simd::mulAddPairs(pairs, load<WideRows>(w)));
+  };
   Sums even = products(simd::shuffle8<0, 2, 0, 2, 0, 2, 0, 2>(x), weights.even[0]) + load<Sums>(weights.round);
   Sums odd = products(simd::shuffle8<1, 3, 1, 3, 1, 3, 1, 3>(x), weights.odd[0]);
   if constexpr (kCount == 8) {
     even += products(simd::shuffle8<4, 6, 4, 6, 4, 6, 4, 6>(x), weights.even[1]);
     odd += products(simd::shuffle8<5, 7, 5, 7, 5, 7, 5, 7>(x), weights.odd[1]);
   }
-  const Rows y = simd::packI16(as<int32_t>(even + odd) >> kInverseShift, as<int32_t>(even - odd) >> kInverseShift);
+  const WideRows y = simd::packI16(as<int32_t>(even + odd) >> kInverseShift, as<int32_t>(even - odd) >> kInverseShift);
   return simd::shuffle8<0, 1, 2, 3, 7, 6, 5, 4>(y);
 }
 
@@ -86,15 +88,15 @@ inline OddPart<S> ownOddRows(S y1, auto y3, auto y5, auto y7) {
   return {p + a, p - a, q + b, q - b};
 }
 template <class S>
-inline S ownTimesCos4(S x) {
+inline S timesCos4(S x) {
   return hi(x, kCos4Less1) + x;
 }
 
-// y3 to y7 may be Zero.
+// Every row is an argument of its own, as y3 to y7 may be Zero.
 template <class S>
 inline void ownInverseColumns(S (&row)[8], S y0, S y1, S y2, auto y3, auto y4, auto y5, auto y6, auto y7) {
   const auto [e0, e1, e2, e3] = ownOddRows(y1, y3, y5, y7);
-  const S h0 = ownTimesCos4(e1 - e3), h1 = ownTimesCos4(e1 + e3);
+  const S h0 = timesCos4(e1 - e3), h1 = timesCos4(e1 + e3);
   const S g0 = y2 + hi(y6, kTan2), g1 = hi(y2, kTan2) - y6;
   const S s0 = y0 + y4, s1 = y0 - y4;
   const S f0 = s0 + g0, f3 = s0 - g0, f1 = s1 + g1, f2 = s1 - g1;
@@ -113,7 +115,7 @@ inline void ownInverseColumns(S (&row)[8], S y0, S y1, S y2, auto y3, auto y4, a
 struct CentredOut {
   int16_t* dst;
   void sample(int y, int x, int16_t v) const { put(dst, 8 * y + x, v); }
-  void rows(const Saturating<Row> (&r)[8]) const {
+  void rows(const Saturating<BlockRow> (&r)[8]) const {
     simd::unroll<8>([&](auto y) { store(row(dst, 16, y), r[y].v); });
   }
 };
@@ -123,8 +125,10 @@ struct LevelShiftedOut {
   int32_t step;
   void sample(int y, int x, int16_t v) const { row(dst, step, y)[x] = clampU8(v + 128); }
   // Saturated to a signed byte, a sample needs only its top bit turned over.
-  static auto bytes(Row a, Row b) { return as<uint8_t>(simd::packI8(a, b)) ^ lanes<simd::Vec<uint8_t, 16>>(kTopBits); }
-  void rows(const Saturating<Row> (&r)[8]) const {
+  static auto bytes(BlockRow a, BlockRow b) {
+    return as<uint8_t>(simd::packI8(a, b)) ^ lanes<simd::Vec<uint8_t, 16>>(kTopBits);
+  }
+  void rows(const Saturating<BlockRow> (&r)[8]) const {
     simd::unroll<4>([&](auto i) {
       const auto two = bytes(r[2 * i].v, r[2 * i + 1].v);
       store(row(dst, step, 2 * i), simd::lower(two));

@@ -18,8 +18,7 @@ constexpr uint16_t kReciprocalOfZero = 0xFFFF;
 // --- tables ------------------------------------------------------------------------------------------------
 
 void ownScaleTable(uint8_t* table, int32_t quality) {
-  // In percent: 100 at quality 50, 0 at 100. Above 100 it is negative, and the small entries become 1, as at
-  // 100.
+  // In percent: 100 at quality 50, 0 at 100. Above 100 it is negative, and the small entries become 1, as at 100.
   const int32_t scale = quality < 50 ? 5000 / quality : subWrap(200, mulWrap(2, quality));
   for (int i = 0; i < 64; ++i) {
     const int32_t scaled = addWrap(mulWrap(int32_t(table[i]), scale), 50) / 100;
@@ -30,7 +29,7 @@ void ownScaleTable(uint8_t* table, int32_t quality) {
 // Widens a raw table and brings it from zig-zag to natural order.
 void ownNaturalTable(const uint8_t* rawTable, uint16_t* table) {
   uint16_t natural[64];
-  for (size_t n = 0; n < 64; ++n) natural[n] = rawTable[kZigZag.scan[n]];
+  for (int n = 0; n < 64; ++n) natural[n] = rawTable[kZigZag.scan[n]];
   std::memcpy(table, natural, sizeof natural);
 }
 

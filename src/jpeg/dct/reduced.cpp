@@ -19,19 +19,19 @@ void ownInverse1(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16
 }
 
 // A row without coefficients still has its rounding term: 1 in row 2, 0 further down.
-constexpr int16_t ownEmptyRow(int k) { return int16_t(kInverseRound[k] >> kInverseShift); }
-static_assert(ownEmptyRow(2) == 1 && ownEmptyRow(3) == 0 && ownEmptyRow(4) == 0 && ownEmptyRow(5) == 0 &&
-              ownEmptyRow(6) == 0 && ownEmptyRow(7) == 0);
+constexpr int16_t emptyRow(int k) { return int16_t(kInverseRound[k] >> kInverseShift); }
+static_assert(emptyRow(2) == 1 && emptyRow(3) == 0 && emptyRow(4) == 0 && emptyRow(5) == 0 && emptyRow(6) == 0 &&
+              emptyRow(7) == 0);
 
 // The whole transform of a block whose coefficients stand in the top left kSize x kSize places, 2 or 4.
 template <int kSize>
 void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   const LevelShiftedOut destination{dst, dstStep};
   if constexpr (simd::kEnabled) {
-    Saturating<Row> y[4] = {{}, {}, {all<Row>(ownEmptyRow(2))}, {}}, rows[8];
+    Saturating<BlockRow> y[4] = {{}, {}, {all<BlockRow>(emptyRow(2))}, {}}, rows[8];
     simd::unroll<kSize / kRows>([&](auto i) {
       constexpr int k = i * kRows;
-      Rows x = ownDequantiseRows(src, table, k);
+      WideRows x = ownDequantiseRows(src, table, k);
       if constexpr (kSize == 2) x = as<int16_t>(as<uint64_t>(x) & 0xFFFFFFFFu);
       splitRows(ownInverseRows<4>(x, kInverseWeights[i]), y + k);
     });
@@ -51,40 +51,44 @@ void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
 // A weight is the mean of the whole transform's weights over the samples that one sample stands for. They stand by row
 // set, sample of the left half, and coefficient; the mirrored sample has the opposite sign for odd coefficients.
 
-constexpr int kReducedShift = 12;
+constexpr int kReducedShift = 12;  // one more than the whole transform's
 
-struct Four {
-  static constexpr int kSize = 4;
-  static constexpr int16_t kWeights[4][2][8] = {{{16384, 20995, 15137, 7373, 0, -4926, -6270, -4176},  // row 0
-                                                 {16384, 8697, -15137, -17799, 0, 11893, 6270, -1730}},
-                                                {{22725, 29121, 20995, 10226, 0, -6833, -8697, -5793},  // rows 1, 7
-                                                 {22725, 12063, -20995, -24688, 0, 16496, 8697, -2399}},
-                                                {{21407, 27432, 19777, 9633, 0, -6436, -8192, -5457},  // rows 2, 6
-                                                 {21407, 11363, -19777, -23256, 0, 15539, 8192, -2260}},
-                                                {{19266, 24688, 17799, 8669, 0, -5793, -7373, -4911},  // rows 3, 5
-                                                 {19266, 10226, -17799, -20929, 0, 13985, 7373, -2034}}};
-  static constexpr int32_t kRound[8] = {66560, 5802, 4520, 3408, 0, 910, 1024, 746};
+// Rows of kSize samples, 4 or 2.
+template <int kSize>
+struct Reduced {
+  int16_t weights[4][kSize / 2][8];
+  int32_t round[8];
 };
-struct Two {
-  static constexpr int kSize = 2;
-  static constexpr int16_t kWeights[4][1][8] = {{{16384, 14846, 0, -5213, 0, 3483, 0, -2953}},  // row 0
-                                                {{22725, 20592, 0, -7231, 0, 4832, 0, -4096}},  // rows 1, 7
-                                                {},
-                                                {{19266, 17457, 0, -6130, 0, 4096, 0, -3472}}};  // rows 3, 5
-  static constexpr int32_t kRound[8] = {67072, 5802, 0, 3408, 0, 910, 0, 746};
-};
+template <int kSize>
+constexpr Reduced<kSize> kReduced = [] {
+  constexpr int kSpan = 8 / kSize;
+  Reduced<kSize> all{};
+  for (int k = 0; k < 4; ++k)
+    for (int n = 0; n < kSize / 2; ++n)
+      for (int u = 0; u < 8; ++u) {
+        double sum = 0;
+        for (int i = kSpan * n; i < kSpan * (n + 1); ++i) sum += scaledCosine((2 * i + 1) * u);
+        all.weights[k][n][u] = int16_t(q14(scaledCosine(k) * sum / kSpan));
+      }
+  for (int k = 1; k < 8; ++k) all.round[k] = 2 * kInverseRound[k];
+  // Row 0's: the half of the columns' shift, as in the whole transform, and a part of what the shift here cuts off.
+  all.round[0] = kInverseRound[0] + (kSize == 4 ? 1024 : 1536);
+  return all;
+}();
+static_assert(kReduced<4>.weights[0][1][3] == -17799 && kReduced<4>.weights[1][0][1] == 29121);
+static_assert(kReduced<2>.weights[0][0][1] == 14846 && kReduced<2>.weights[3][0][7] == -3472);
 
-template <class Reduced>
-void ownReducedRow(const int16_t* src, const uint16_t* table, int k, Saturating<int16_t> (&y)[Reduced::kSize]) {
-  for (int n = 0; n < Reduced::kSize / 2; ++n) {
-    const auto& w = Reduced::kWeights[kWeightSet[k]][n];
-    uint32_t even = uint32_t(Reduced::kRound[k]), odd = 0;
+template <int kSize>
+void ownReducedRow(const int16_t* src, const uint16_t* table, int k, Saturating<int16_t> (&y)[kSize]) {
+  for (int n = 0; n < kSize / 2; ++n) {
+    const auto& w = kReduced<kSize>.weights[kWeightSet[k]][n];
+    uint32_t even = uint32_t(kReduced<kSize>.round[k]), odd = 0;
     for (int u = 0; u < 8; u += 2) {
       even += uint32_t(w[u] * ownDequantise(src, table, 8 * k + u));
       odd += uint32_t(w[u + 1] * ownDequantise(src, table, 8 * k + u + 1));
     }
     y[n] = {clampI16(int32_t(even + odd) >> kReducedShift)};
-    y[Reduced::kSize - 1 - n] = {clampI16(int32_t(even - odd) >> kReducedShift)};
+    y[kSize - 1 - n] = {clampI16(int32_t(even - odd) >> kReducedShift)};
   }
 }
 
@@ -93,19 +97,19 @@ void ownReducedRow(const int16_t* src, const uint16_t* table, int k, Saturating<
 // rounding terms stand by block (0 and 1) in one structure where vectors have both, else in two.
 template <class W>
 using ByBlock = std::array<W, 2 / kRows>;
-// f(i) for the vectors that begin with block i: the Rows of blocks 0 and 1.
-struct Blocks {
-  Row even, odd;
+// f(i) for the vectors that begin with block i: the rows of blocks 0 and 1.
+struct RowBlocks {
+  BlockRow even, odd;
 };
 template <class F>
-inline Blocks bothBlocks(F f) {
+inline RowBlocks bothBlocks(F f) {
   const auto v = f(0);
-  if constexpr (sizeof v == sizeof(Row)) return {v, f(1)};
+  if constexpr (sizeof v == sizeof(BlockRow)) return {v, f(1)};
   else return {simd::lower(v), simd::upper(v)};
 }
 
 // By blocks: even + odd, and the mirrored even - odd behind it.
-inline Rows ownMirroredSums(simd::I32 even, simd::I32 odd) {
+inline WideRows mirroredSums(simd::I32 even, simd::I32 odd) {
   return simd::packI16(addWrap(even, odd) >> kReducedShift, subWrap(even, odd) >> kReducedShift);
 }
 
@@ -121,29 +125,29 @@ constexpr auto kFourWeights = [] {
     const int block = k % kRows;
     auto& one = all[size_t(k % 2 / kRows)];
     for (int n = 0; n < 2; ++n) {
-      const auto& w = Four::kWeights[kWeightSet[k]][n];
+      const auto& w = kReduced<4>.weights[kWeightSet[k]][n];
       for (int u = 0; u < 4; ++u) {
         const int place = 8 * block + u % 2 * 4 + 2 * n + u / 2;
         one.low[k / 2][place] = w[u];
         one.high[k / 2][place] = w[u + 4];
       }
-      one.round[k / 4][4 * block + k / 2 % 2 * 2 + n] = Four::kRound[k];
+      one.round[k / 4][4 * block + k / 2 % 2 * 2 + n] = kReduced<4>.round[k];
     }
   }
   return all;
 }();
 
 // Of four samples a row: samples 0, 1 of row k, then of row k + 2; samples 3, 2 of row k, then of row k + 2.
-inline Rows ownRowsToFour(const int16_t* src, const uint16_t* table, int k, const FourWeights& weights) {
+inline WideRows ownRowsToFour(const int16_t* src, const uint16_t* table, int k, const FourWeights& weights) {
   const auto sums = [&](int row) {
-    const Rows x = ownDequantiseRows(src, table, row);
+    const WideRows x = ownDequantiseRows(src, table, row);
     const auto low = simd::shuffle8<0, 2, 0, 2, 1, 3, 1, 3>(x), high = simd::shuffle8<4, 6, 4, 6, 5, 7, 5, 7>(x);
-    return as<uint64_t>(addWrap(simd::mulAddPairs(low, load<Rows>(weights.low[row / 2])),
-                                simd::mulAddPairs(high, load<Rows>(weights.high[row / 2]))));
+    return as<uint64_t>(addWrap(simd::mulAddPairs(low, load<WideRows>(weights.low[row / 2])),
+                                simd::mulAddPairs(high, load<WideRows>(weights.high[row / 2]))));
   };
   const auto a = sums(k), b = sums(k + 2);
   const auto even = as<int32_t>(simd::unpackLow(a, b)), odd = as<int32_t>(simd::unpackHigh(a, b));
-  return ownMirroredSums(addWrap(even, load<simd::I32>(weights.round[k / 4])), odd);
+  return mirroredSums(addWrap(even, load<simd::I32>(weights.round[k / 4])), odd);
 }
 
 struct alignas(simd::kBytes) TwoWeights {
@@ -157,39 +161,40 @@ constexpr auto kTwoWeights = [] {
   for (int k = 0; k < 8; ++k) {
     const int block = k % kRows, pair = k / 2;
     auto& one = all[size_t(k % 2 / kRows)];
-    const auto& w = Two::kWeights[kWeightSet[k]][0];
+    const auto& w = kReduced<2>.weights[kWeightSet[k]][0];
     const bool counts = k % 2 || k == 0;
     for (int u = 1; u < 8 && counts; u += 2) one.odd[u / 4][pair / 2][8 * block + pair % 2 * 4 + u % 4] = w[u];
     if (counts) one.even[8 * block + 2 * pair] = w[0];
-    one.round[4 * block + pair] = Two::kRound[k];
+    one.round[4 * block + pair] = kReduced<2>.round[k];
   }
   return all;
 }();
 
 // Of two samples a row: sample 0 of row i, i + 2, i + 4, i + 6; sample 1 of the same. Of the even rows only
 // row 0 counts.
-inline Rows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, const TwoWeights& weights) {
+inline WideRows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, const TwoWeights& weights) {
   using Quads = simd::U64;  // four coefficients
   const auto row = [&](int k) { return as<uint64_t>(ownDequantiseRows(src, table, i + k)); };
-  const auto products = [](auto x, const int16_t* w) { return simd::mulAddPairs(as<int16_t>(x), load<Rows>(w)); };
+  const auto products = [](auto x, const int16_t* w) { return simd::mulAddPairs(as<int16_t>(x), load<WideRows>(w)); };
   const Quads x0 = row(0), x2 = row(2), x4 = row(4), x6 = row(6);
   const Quads low02 = simd::unpackLow(x0, x2), low46 = simd::unpackLow(x4, x6);
   const auto odd02 = addWrap(products(low02, weights.odd[0][0]), products(simd::unpackHigh(x0, x2), weights.odd[1][0]));
   const auto odd46 = addWrap(products(low46, weights.odd[0][1]), products(simd::unpackHigh(x4, x6), weights.odd[1][1]));
   const auto odd = addWrap(simd::shuffleTwo4<0, 2, 0, 2>(odd02, odd46), simd::shuffleTwo4<1, 3, 1, 3>(odd02, odd46));
   const auto first = simd::shuffleTwo4<0, 2, 0, 2>(as<int32_t>(low02), as<int32_t>(low46));
-  return ownMirroredSums(addWrap(products(first, weights.even), load<simd::I32>(weights.round)), odd);
+  return mirroredSums(addWrap(products(first, weights.even), load<simd::I32>(weights.round)), odd);
 }
 
 // --- fewer samples: down the columns -----------------------------------------------------------------------
-// The means of two or four neighbours among the samples of the whole transform, before its final shift.
+// The means of two or four neighbours among the samples of the whole transform, before its final shift. Every row that
+// counts is an argument, as there.
 
 template <class S>
 inline void ownColumnsToFour(S (&row)[4], S y0, S y1, S y2, S y3, S y5, S y6, S y7) {
   const auto [e0, e1, e2, e3] = ownOddRows(y1, y3, y5, y7);
   const S g = (y2 + hi(y6, kTan2)) + (hi(y2, kTan2) - y6), z = y0 + y0;
   const S evenTop = z + g, evenBottom = z - g;
-  const S oddTop = e0 + ownTimesCos4(e1 + e3), oddBottom = e2 + ownTimesCos4(e1 - e3);
+  const S oddTop = e0 + timesCos4(e1 + e3), oddBottom = e2 + timesCos4(e1 - e3);
   row[0] = (evenTop + oddTop) >> 6;
   row[1] = (evenBottom + oddBottom) >> 6;
   row[2] = (evenBottom - oddBottom) >> 6;
@@ -199,7 +204,7 @@ inline void ownColumnsToFour(S (&row)[4], S y0, S y1, S y2, S y3, S y5, S y6, S 
 template <class S>
 inline void ownColumnsToTwo(S (&row)[2], S y0, S y1, S y3, S y5, S y7) {
   const auto odd = ownOddRows(y1, y3, y5, y7);
-  const S h = ownTimesCos4(odd.e1), d = (odd.e2 + odd.e0) + (h + h);
+  const S h = timesCos4(odd.e1), d = (odd.e2 + odd.e0) + (h + h);
   const S two = y0 + y0, z = two + two;
   row[0] = (z + d) >> 7;
   row[1] = (z - d) >> 7;
@@ -207,16 +212,16 @@ inline void ownColumnsToTwo(S (&row)[2], S y0, S y1, S y3, S y5, S y7) {
 
 // The same of two columns as vectors: y0 stands in lane 0 of each half, and y1, y3, y5, y7 in the four lanes of each
 // half of y; results stand in lane 0 of each half. It saves half of the operations on whole lanes of rows.
-inline void ownColumnsToTwo(Saturating<Row> (&row)[2], Saturating<Row> y0, Saturating<Row> y) {
-  using S = Saturating<Row>;
+inline void ownColumnsToTwo(Saturating<BlockRow> (&row)[2], Saturating<BlockRow> y0, Saturating<BlockRow> y) {
+  using S = Saturating<BlockRow>;
   const auto lane = [](S v, int n) { return S{as<int16_t>(as<uint64_t>(v.v) >> (16 * n))}; };
   // y tan, with the 1 that the middle two lanes' tangents lack, and y mirrored: y7, y5, y3, y1.
-  const S f = hi(y, kTan1331) + S{y.v & lanes<Row>(kMiddleLanes)};
+  const S f = hi(y, kTan1331) + S{y.v & lanes<BlockRow>(kMiddleLanes)};
   const S mirrored = {simd::shuffle8<3, 2, 1, 0, 7, 6, 5, 4>(y.v)};
   const S sum = f + mirrored;
   const S a = lane(sum, 2), p = lane(sum, 3), b = lane(mirrored - f, 1), q = f - mirrored;
   const S e0 = p + a, e1 = p - a, e2 = q + b;
-  const S h = ownTimesCos4(e1), d = (e2 + e0) + (h + h);
+  const S h = timesCos4(e1), d = (e2 + e0) + (h + h);
   const S two = y0 + y0, z = two + two;
   row[0] = (z + d) >> 7;
   row[1] = (z - d) >> 7;
@@ -226,11 +231,12 @@ inline void ownColumnsToTwo(Saturating<Row> (&row)[2], Saturating<Row> y0, Satur
 
 void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    const Blocks top = bothBlocks([&](int i) { return ownRowsToFour(src, table, i, kFourWeights[size_t(i)]); });
-    const Blocks bottom = bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, kFourWeights[size_t(i)]); });
+    const RowBlocks top = bothBlocks([&](int i) { return ownRowsToFour(src, table, i, kFourWeights[size_t(i)]); });
+    const RowBlocks bottom =
+        bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, kFourWeights[size_t(i)]); });
     // From here on the lanes 0, 1, 5 and 4 are the four columns; the others have no meaning.
-    using S = Saturating<Row>;
-    const auto second = [](Row v) { return S{as<int16_t>(as<uint64_t>(v) >> 32)}; };
+    using S = Saturating<BlockRow>;
+    const auto second = [](BlockRow v) { return S{as<int16_t>(as<uint64_t>(v) >> 32)}; };
     S rows[4];
     ownColumnsToFour(rows, S{top.even}, S{top.odd}, second(top.even), second(top.odd), S{bottom.odd},
                      second(bottom.even), second(bottom.odd));
@@ -243,7 +249,7 @@ void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
     simd::unroll<4>([&](auto y) { store(row(dst, dstStep, y), uint32_t(samples[int(y)])); });
   } else {
     Saturating<int16_t> y[8][4];
-    for (const int k : {0, 1, 2, 3, 5, 6, 7}) ownReducedRow<Four>(src, table, k, y[k]);
+    for (const int k : {0, 1, 2, 3, 5, 6, 7}) ownReducedRow(src, table, k, y[k]);
     for (int x = 0; x < 4; ++x) {
       Saturating<int16_t> column[4];
       ownColumnsToFour(column, y[0][x], y[1][x], y[2][x], y[3][x], y[5][x], y[6][x], y[7][x]);
@@ -255,8 +261,8 @@ void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
 
 void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    const Blocks of = bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, kTwoWeights[size_t(i)]); });
-    Saturating<Row> rows[2];
+    const RowBlocks of = bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, kTwoWeights[size_t(i)]); });
+    Saturating<BlockRow> rows[2];
     ownColumnsToTwo(rows, {of.even}, {of.odd});
     constexpr uint8_t kColumns[16] = {0, 4, 8, 12, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128};
     const auto bytes = as<uint8_t>(simd::packI8(rows[0].v, rows[1].v));
@@ -266,7 +272,7 @@ void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const ui
     store(row(dst, dstStep, 1), uint16_t(samples >> 16));
   } else {
     Saturating<int16_t> y[8][2];
-    for (const int k : {0, 1, 3, 5, 7}) ownReducedRow<Two>(src, table, k, y[k]);
+    for (const int k : {0, 1, 3, 5, 7}) ownReducedRow(src, table, k, y[k]);
     for (int x = 0; x < 2; ++x) {
       Saturating<int16_t> column[2];
       ownColumnsToTwo(column, y[0][x], y[1][x], y[3][x], y[5][x], y[7][x]);

@@ -3,27 +3,34 @@
 
 namespace qelj::jpeg::dct {
 namespace {
+
 template <class T>
-consteval Lanes<T> all(T value) {
-  Lanes<T> constant{};
+consteval LaneConstant<T> every(T value) {
+  LaneConstant<T> constant{};
   for (T& lane : constant.lane) lane = value;
   return constant;
 }
-consteval Lanes<int16_t> fours(int16_t outer, int16_t middle) {
-  Lanes<int16_t> constant = all(outer);
+consteval LaneConstant<int16_t> fours(int16_t outer, int16_t middle) {
+  LaneConstant<int16_t> constant = every(outer);
   for (int i = 0; i < 16; i += 4) constant.lane[i + 1] = constant.lane[i + 2] = middle;
   return constant;
 }
+
+// A high multiplier takes 16 fraction bits.
+consteval int16_t factor(double x) { return int16_t(q16(x)); }
+constexpr int16_t kTangent1 = factor(tangent(1)), kTangent3Less1 = factor(tangent(3) - 1);
+static_assert(kTangent1 == 13036 && kTangent3Less1 == -21746);
+
 }  // namespace
 
-constinit const Lanes<int16_t> kTan1 = all<int16_t>(13036);
-constinit const Lanes<int16_t> kTan2 = all<int16_t>(27146);
-constinit const Lanes<int16_t> kTan3Less1 = all<int16_t>(-21746);
-constinit const Lanes<int16_t> kCos4Less1 = all<int16_t>(-19195);
-constinit const Lanes<int16_t> kHalfCos4 = all<int16_t>(23170);
-constinit const Lanes<int16_t> kTan1331 = fours(13036, -21746);
-constinit const Lanes<int16_t> kMiddleLanes = fours(0, -1);
-constinit const Lanes<int16_t> kOddOne = all<int16_t>(1);
-constinit const Lanes<uint8_t> kTopBits = all<uint8_t>(0x80);
+constinit const LaneConstant<int16_t> kTan1 = every(kTangent1);
+constinit const LaneConstant<int16_t> kTan2 = every(factor(tangent(2)));
+constinit const LaneConstant<int16_t> kTan3Less1 = every(kTangent3Less1);
+constinit const LaneConstant<int16_t> kCos4Less1 = every(factor(cosine(4) - 1));
+constinit const LaneConstant<int16_t> kHalfCos4 = every(factor(cosine(4) / 2));
+constinit const LaneConstant<int16_t> kTan1331 = fours(kTangent1, kTangent3Less1);
+constinit const LaneConstant<int16_t> kMiddleLanes = fours(0, -1);
+constinit const LaneConstant<int16_t> kOddOne = every<int16_t>(1);
+constinit const LaneConstant<uint8_t> kTopBits = every<uint8_t>(0x80);
 
 }  // namespace qelj::jpeg::dct

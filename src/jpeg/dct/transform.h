@@ -1,16 +1,18 @@
 // What the 8-bit forward, inverse and reduced transforms share: their constants, the arithmetic of a column
 // pass, and how a row pass takes its rows and weights as vectors.
 //
-// A column pass is a chain of high multiplications by tangents in 16 bits, on all eight columns at once. It
-// leaves row k too small by a factor c(k), with c(0) = 1 and c(i) = sqrt(2) cos(i pi/16) = c(8 - i). The row
-// pass, in 32-bit sums of products, makes up for it by a set of weights of its own for each row.
+// A column pass is a chain of high multiplications by tangents in 16 bits, on all eight columns at once. It leaves row
+// k too small by a factor c(k), with c(0) = 1 and c(i) = sqrt(2) cos(i pi/16) = c(8 - i). The row pass, in 32-bit sums
+// of products, makes up for it by a set of weights of its own for each row.
 #ifndef QELJ_JPEG_DCT_TRANSFORM_H
 #define QELJ_JPEG_DCT_TRANSFORM_H
 
 #include <array>
 
 #include "frame/arith.h"
+#include "frame/fixed_point.h"
 #include "frame/lanes.h"
+#include "jpeg/dct/cosines.h"
 
 namespace qelj::jpeg::dct {
 
@@ -19,40 +21,45 @@ namespace qelj::jpeg::dct {
 // A constant as a whole vector in memory. Its value stays out of this header on purpose: GCC builds a vector of a known
 // value in registers, with three instructions each time, which is much for a function of one block.
 template <class T>
-struct alignas(32) Lanes {
+struct alignas(32) LaneConstant {
   T lane[32 / sizeof(T)];
 };
 template <class V>
-inline V lanes(const Lanes<Lane<V>>& constant) {  // one sample or a vector
+inline V lanes(const LaneConstant<Lane<V>>& constant) {  // one sample or a vector
   return load<V>(constant.lane);
 }
 
 #pragma GCC visibility push(hidden)
 // High multipliers. Those above 1/2 stand without their 1, which is added behind the multiplication.
-extern const Lanes<int16_t> kTan1;       // tan(pi/16)
-extern const Lanes<int16_t> kTan2;       // tan(2 pi/16)
-extern const Lanes<int16_t> kTan3Less1;  // tan(3 pi/16) - 1
-extern const Lanes<int16_t> kCos4Less1;  // cos(4 pi/16) - 1
-extern const Lanes<int16_t> kHalfCos4;   // cos(4 pi/16) / 2
-extern const Lanes<int16_t> kTan1331;    // in each four lanes: kTan1, kTan3Less1, kTan3Less1, kTan1
+extern const LaneConstant<int16_t> kTan1;       // tan(pi/16)
+extern const LaneConstant<int16_t> kTan2;       // tan(2 pi/16)
+extern const LaneConstant<int16_t> kTan3Less1;  // tan(3 pi/16) - 1
+extern const LaneConstant<int16_t> kCos4Less1;  // cos(4 pi/16) - 1
+extern const LaneConstant<int16_t> kHalfCos4;   // cos(4 pi/16) / 2
+extern const LaneConstant<int16_t> kTan1331;    // in each four lanes: kTan1, kTan3Less1, kTan3Less1, kTan1
 
-extern const Lanes<int16_t> kMiddleLanes;  // in each four lanes: all bits of the middle two
-extern const Lanes<int16_t> kOddOne;       // the lowest bit
-extern const Lanes<uint8_t> kTopBits;
+extern const LaneConstant<int16_t> kMiddleLanes;  // in each four lanes: all bits of the middle two
+extern const LaneConstant<int16_t> kOddOne;       // the lowest bit
+extern const LaneConstant<uint8_t> kTopBits;
 #pragma GCC visibility pop
 
 // c(k) c(i) in 14 fraction bits, by k as the row's set and i.
-inline constexpr int16_t kWeights[4][8] = {{16384, 22725, 21407, 19266, 16384, 12873, 8867, 4520},    // rows 0, 4
-                                           {22725, 31521, 29692, 26722, 22725, 17855, 12299, 6270},   // rows 1, 7
-                                           {21407, 29692, 27969, 25172, 21407, 16819, 11585, 5906},   // rows 2, 6
-                                           {19266, 26722, 25172, 22654, 19266, 15137, 10426, 5315}};  // rows 3, 5
-inline constexpr int kWeightSet[8] = {0, 1, 2, 3, 0, 3, 2, 1};
+struct RowWeights {
+  int16_t of[4][8];
+};
+inline constexpr RowWeights kWeights = [] {
+  RowWeights weights{};
+  for (int k = 0; k < 4; ++k)
+    for (int i = 0; i < 8; ++i) weights.of[k][i] = int16_t(q14(scaledCosine(k) * scaledCosine(i)));
+  return weights;
+}();
+static_assert(kWeights.of[0][0] == 16384 && kWeights.of[1][1] == 31521 && kWeights.of[2][7] == 5906);
 
-// The weight between sample n of a row (or its mirror 7 - n, with the opposite sign for odd u) and
-// coefficient u of row k: cos((2n + 1) u pi/16), by the symmetries of the cosine.
+// The weight between sample n of a row (or its mirror 7 - n, with the opposite sign for odd u) and coefficient u of
+// row k: c(k) c((2n + 1) u), by the symmetries of the cosine.
 constexpr int16_t weight(int k, int n, int u) {
   const int turn = (2 * n + 1) * u % 32, half = turn > 16 ? 32 - turn : turn;
-  const auto& w = kWeights[kWeightSet[k]];
+  const auto& w = kWeights.of[kWeightSet[k]];
   return half > 8 ? int16_t(-w[16 - half]) : w[half];
 }
 
@@ -67,7 +74,7 @@ inline Saturating<V> oddOne(Saturating<V> a) {
 }
 // The high half of the product.
 template <class V>
-inline Saturating<V> hi(Saturating<V> a, const Lanes<int16_t>& factor) {
+inline Saturating<V> hi(Saturating<V> a, const LaneConstant<int16_t>& factor) {
   return {mulHi(a.v, lanes<V>(factor))};
 }
 
@@ -91,24 +98,24 @@ inline Saturating<V> operator-(Zero, Saturating<V> b) {
 }
 inline Zero operator+(Zero, Zero) { return {}; }
 inline Zero operator-(Zero, Zero) { return {}; }
-inline Zero hi(Zero, const Lanes<int16_t>&) { return {}; }
+inline Zero hi(Zero, const LaneConstant<int16_t>&) { return {}; }
 
 // --- rows as vectors ---------------------------------------------------------------------------------------
 
-using Row = simd::Vec<int16_t, 16>;  // one row of a block
-using Rows = simd::I16;              // one row or two, as wide as the image's vectors are
-inline constexpr int kRows = simd::kLanes<Rows> / 8;
+using BlockRow = simd::Vec<int16_t, 16>;  // one row of a block
+using WideRows = simd::I16;               // one row or two, as wide as the image's vectors are
+inline constexpr int kRows = simd::kLanes<WideRows> / 8;
 
 // The vector of row k, or of rows k and k + 1: of a block or table in memory, and of rows one by one, to and fro.
-inline Rows loadRows(const void* block, int k) { return load<Rows>(static_cast<const char*>(block) + 16 * k); }
-template <class V = Rows>
-inline V joinRows(const Saturating<Row>* row) {
-  if constexpr (sizeof(V) == sizeof(Row)) return row[0].v;
+inline WideRows loadRows(const void* block, int k) { return load<WideRows>(static_cast<const char*>(block) + 16 * k); }
+template <class V = WideRows>
+inline V joinRows(const Saturating<BlockRow>* row) {
+  if constexpr (sizeof(V) == sizeof(BlockRow)) return row[0].v;
   else return simd::join(row[0].v, row[1].v);
 }
 template <class V>
-inline void splitRows(V rows, Saturating<Row>* row) {
-  if constexpr (sizeof(V) == sizeof(Row)) {
+inline void splitRows(V rows, Saturating<BlockRow>* row) {
+  if constexpr (sizeof(V) == sizeof(BlockRow)) {
     row[0].v = rows;
   } else {
     row[0].v = simd::lower(rows);

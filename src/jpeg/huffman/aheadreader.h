@@ -9,8 +9,22 @@
 namespace qelj::jpeg {
 
 // Reads symbols from the next bytes: each refill brings 56 bits or more. Beside them it keeps the end of what a
-// BitReader's refills would have taken in, so that a BitReader can go on in front of any symbol. Positions are in
-// bits of data, without stuffed zeros; 0 is where the BitReader would take in its next byte.
+// BitReader's refills would have taken in, so that a BitReader can go on in front of any symbol. Positions are in bits
+// of data, without stuffed zeros; 0 is where the BitReader would take in its next byte.
+//
+// Between any two operations:
+//   - bits_ holds, from its top bit down, the data from position_ on: all up to loaded_, and behind that the right bits
+//     or zeros, so that a later refill may add any of them again.
+//   - taken_ - position_ is the bit count of the BitReader, 0 to 32; taken_ and loaded_ are multiples of 8, and either
+//     can be ahead of the other.
+//   - A refill at limit_ or before it keeps no bit from the next 0xFF on, and neither would a BitReader until the next.
+//
+// A refill where the state leaves 5 bits: position_ is -5, loaded_ and taken_ are 0. The word from byte 0 on goes
+// behind the 5 bits, and 59 of its own find room; 7 whole bytes count, loaded_ = (-5 + 63) & ~7 = 56, and 3 bits of the
+// eighth stand behind them. In front of a code of 6 bits the BitReader has too few, 5 of 8, and would take in 3 bytes:
+// taken_ = (-5 + 32) & ~7 = 24. Behind the code and its value of 4 bits, position_ is 5. The next refill loads the word
+// from byte 56 / 8 = 7 on and shifts it down by the 56 - 5 bits in front: the 3 bits fall on themselves, 13 bits of the
+// word have room, and loaded_ is 64.
 class AheadReader {
  public:
   // Data bytes behind which it can start again when it had to stop.
@@ -29,8 +43,7 @@ class AheadReader {
     src_ = data_ = src + position;
     position_ = -state.bitCount;
     bits_ = position_ ? buffer_ << (64 + position_) : 0;
-    for (int i = 0; i < kWindow; i += simd::kBytes)
-      ff_ |= uint64_t(simd::topBits((simd::I8)(load<simd::I8>(src_ + i) == -1))) << i;
+    for (int i = 0; i < kWindow; i += simd::kBytes) ff_ |= uint64_t(simd::topBits(load<simd::I8>(src_ + i) == -1)) << i;
     limit_ = 8 * std::countr_zero(ff_) - kAhead;
   }
 
@@ -42,7 +55,7 @@ class AheadReader {
   bool refill() {
     while (position_ > limit_) [[unlikely]]
       if (!unstuff()) return false;
-    bits_ |= ownStreamOrder(load<uint64_t>(data_ + (loaded_ >> 3))) >> (loaded_ - position_);
+    bits_ |= streamOrder(load<uint64_t>(data_ + (loaded_ >> 3))) >> (loaded_ - position_);
     loaded_ = (position_ + 63) & ~7;
     return true;
   }
@@ -53,7 +66,7 @@ class AheadReader {
 
   // The same for longer codes. A BitReader searches for these bit by bit where it has too few: it refills in front of
   // the ninth bit, or once it has used its last one.
-  uint32_t peekLong(const QelDecodeHuffmanSpec* table) const { return ownLongCode(table, uint32_t(bits_ >> 48)); }
+  uint32_t peekLong(const QelDecodeHuffmanSpec* table) const { return longCode(table, uint32_t(bits_ >> 48)); }
   int32_t takeLong(uint32_t entry) {
     const int taken = refilled(8), count = taken - position_;
     if (int(entry >> 16) <= count) return take(entry, taken);
@@ -63,7 +76,7 @@ class AheadReader {
   // Leaves position and state where a BitReader would.
   void leave(int32_t* position, QelDecodeHuffmanState* state) const {
     const int bytes = taken_ >> 3, last = std::min(bytes, 4);
-    const uint64_t word = ownStreamOrder(load<uint32_t>(data_ + (bytes - last)));
+    const uint64_t word = streamOrder(load<uint32_t>(data_ + (bytes - last)));
     state->bitBuffer = uint32_t((buffer_ << 32 | word) >> (32 - 8 * last));
     state->bitCount = taken_ - position_;
     *position += bytes + std::popcount(stuffed_ & ((uint64_t(1) << bytes) - 1));
@@ -71,7 +84,8 @@ class AheadReader {
 
  private:
   static constexpr int kNone = INT32_MIN;
-  // Between two refills, a BitReader's last one can be behind 8 + 15 + 16 bits, and bring 32; one less than the limit.
+  // Between two refills, a BitReader's last one can be behind a code of 8 bits, a value of 15 and a code of 16, and
+  // bring 32 bits; one more, as the limit itself is allowed.
   static constexpr int kAhead = 8 + 15 + 16 + 32 + 1;
   static constexpr auto kLowest = [] {
     std::array<int32_t, 16> lowest{};

@@ -9,27 +9,27 @@ namespace {
 
 using namespace jpeg;
 
-struct Block {
+struct DecodedBlock {
   int16_t* dst;
   int16_t* lastDC;
   const QelDecodeHuffmanSpec *dcTable, *acTable;
 };
 
 // The DC coefficient is the last one and a difference.
-inline void ownStoreDc(const Block& block, int32_t difference) {
+inline void ownStoreDc(const DecodedBlock& block, int32_t difference) {
   *block.lastDC = addWrap(*block.lastDC, int16_t(difference));
   put(block.dst, 0, *block.lastDC);
 }
 
 // What an AC symbol says, with its value: whether the block goes on behind it. k is the position, 0 behind a failure.
-inline bool ownStoreAc(const Block& block, unsigned symbol, int32_t value, unsigned& k, QelStatus& status) {
+inline bool ownStoreAc(const DecodedBlock& block, unsigned symbol, int32_t value, unsigned& k, QelStatus& status) {
   if ((symbol & 15) == 0) {
     if (symbol < 0xF0) return false;
     k += 16;
     return k < 64;
   }
   k += symbol >> 4;
-  put(block.dst, kZigzag[k], int16_t(value));
+  put(block.dst, kZigZag.natural[k], int16_t(value));
   if (++k < 64) [[likely]]
     return true;
   if (k > kGuarded) {
@@ -48,7 +48,7 @@ struct Progress {
 };
 
 // Decodes on while the reader can.
-QELJ_INLINE void ownDecodeAhead(AheadReader& reader, const Block& block, Progress& progress) {
+QELJ_INLINE void ownDecodeAhead(AheadReader& reader, const DecodedBlock& block, Progress& progress) {
   unsigned k = progress.k;
   if (k == 0 && reader.refill()) [[likely]] {
     if (uint32_t entry = reader.peek(block.dcTable)) [[likely]]
@@ -81,17 +81,9 @@ QELJ_INLINE void ownDecodeAhead(AheadReader& reader, const Block& block, Progres
   progress.k = k;
 }
 
-// The source and the state of a decoder.
-struct Source {
-  const uint8_t* src;
-  int32_t length;
-  int32_t *position, *marker;
-  QelDecodeHuffmanState* state;
-};
-
-// Decodes on as fast as possible; the result is how many bytes a BitReader should decode in any case before the
-// next try.
-QELJ_INLINE int32_t ownTryAhead(const Source& source, const Block& block, Progress& progress) {
+// Decodes on as fast as possible; the result is how many bytes a BitReader should decode in any case before it is tried
+// again.
+QELJ_INLINE int32_t ownTryAhead(const CodedSource& source, const DecodedBlock& block, Progress& progress) {
   if constexpr (!simd::kShuffles) return INT32_MAX;
   AheadReader::Unstuffed memory;
   AheadReader reader(source.src, source.length, *source.position, *source.marker, *source.state, memory);
@@ -103,7 +95,7 @@ QELJ_INLINE int32_t ownTryAhead(const Source& source, const Block& block, Progre
 }
 
 // Decodes a symbol by the defining reader.
-inline void ownDecodeSymbol(BitReader<true>& reader, const Block& block, Progress& progress) {
+inline void ownDecodeSymbol(BitReader<true>& reader, const DecodedBlock& block, Progress& progress) {
   const bool dc = progress.k == 0;
   int32_t symbol, value = 0;
   progress.more = false;
@@ -121,17 +113,13 @@ inline void ownDecodeSymbol(BitReader<true>& reader, const Block& block, Progres
   }
 }
 
-// Decodes on to the end: by the defining reader as long as must be, and ahead of it where that is possible.
-[[gnu::noinline]] QelStatus ownDecodeRest(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
-                                          int16_t* lastDC, int32_t* marker, const QelDecodeHuffmanSpec* dcTable,
-                                          const QelDecodeHuffmanSpec* acTable, QelDecodeHuffmanState* state, unsigned k,
+// Decodes on to the end: by the defining reader as long as must be, and ahead of it where that is possible. The records
+// are made for the call: those that the fast half works on stay in registers.
+[[gnu::noinline]] QelStatus ownDecodeRest(const CodedSource& source, const DecodedBlock& block, unsigned k,
                                           int32_t bytes) {
-  const Block block{dst, lastDC, dcTable, acTable};
-  const Source source{src, srcLen, srcPos, marker, state};
-  Progress progress;
-  progress.k = k;
+  Progress progress{k};
   for (;;) {
-    ownDecode(source.src, source.length, source.position, source.marker, source.state, [&](BitReader<true>& reader) {
+    ownDecode(source, [&](BitReader<true>& reader) {
       const int32_t start = reader.position();
       do ownDecodeSymbol(reader, block, progress);
       while (progress.more && reader.position() - start < bytes);
@@ -141,7 +129,7 @@ inline void ownDecodeSymbol(BitReader<true>& reader, const Block& block, Progres
     bytes = ownTryAhead(source, block, progress);
     if (!progress.more) break;
   }
-  state->blockPosition = int(progress.k);
+  source.state->blockPosition = int(progress.k);
   return progress.status;
 }
 
@@ -154,13 +142,13 @@ QelStatus qeliDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen,
                      nonNull(srcPos, dst, lastDC, marker, dcTable, acTable, state));
       s)
     return s;
-  const Block block{dst, lastDC, dcTable, acTable};
-  const Source source{src, srcLen, srcPos, marker, state};
+  const DecodedBlock block{dst, lastDC, dcTable, acTable};
+  const CodedSource source{src, srcLen, srcPos, marker, state};
   Progress progress;
   ownClear(dst);
   const int32_t bytes = ownTryAhead(source, block, progress);
   if (progress.more) [[unlikely]]
-    return ownDecodeRest(src, srcLen, srcPos, dst, lastDC, marker, dcTable, acTable, state, progress.k, bytes);
+    return ownDecodeRest({src, srcLen, srcPos, marker, state}, {dst, lastDC, dcTable, acTable}, progress.k, bytes);
   state->blockPosition = int(progress.k);
   return progress.status;
 }

@@ -1,5 +1,5 @@
-// The bit reader of every Huffman decoder: refill with the removal of stuffed and fill bytes, Huffman
-// symbols, plain bits (ISO/IEC 10918-1, F.2.2).
+// The bit reader of every Huffman decoder: refill with the removal of stuffed and fill bytes, Huffman symbols, plain
+// bits (ISO/IEC 10918-1, F.2.2).
 //
 // Bytes are taken in at fixed moments: when fewer than 8 bits are left in front of a symbol, or fewer than a value
 // needs, until there are 25 bits or more. Position, marker and accumulator are part of a call's result, so there is no
@@ -15,10 +15,10 @@
 
 namespace qelj::jpeg {
 
-// The code of 9 to 16 bits that the 16 bits `next` begin with, as length << 16 | symbol; 0 where there is
-// none or where only the search, length by length, can tell. All lengths at once: a length's code is the high
-// part of next * 2^length.
-inline uint32_t ownLongCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
+// The code of 9 to 16 bits that the 16 bits `next` begin with, as length << 16 | symbol; 0 where there is none or where
+// only the search, length by length, can tell. All lengths at once: a length's code is the high part of
+// next * 2^length.
+inline uint32_t longCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
   if constexpr (!simd::kShuffles) return 0;
   using U = simd::Vec<uint16_t, 16>;
   using I = simd::Vec<int16_t, 16>;
@@ -27,7 +27,7 @@ inline uint32_t ownLongCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
                   (bits & U{0, 0, 0, 0, 0, 0, 0, 0xFFFF});
   const I max = load<I>(reinterpret_cast<const char*>(table) + offsetof(QelDecodeHuffmanSpec, maxCode[9]));
   // A length without codes has a maximum of -1, which only codes of 16 bits can seem to reach.
-  const uint32_t found = ~simd::topBits((I)((I)codes > max)) & 0xFFFF;
+  const uint32_t found = ~simd::topBits(as<int16_t>(codes) > max) & 0xFFFF;
   if (found == 0) return 0;
   const int l = 9 + std::countr_zero(found) / 2;
   if (table->maxCode[l] == 0xFFFF) return 0;
@@ -88,7 +88,7 @@ class BitReader {
     }
     uint32_t entry = table->lookup[peek(8)];
     if (entry == 0) [[unlikely]] {
-      entry = ownLongCode(table, peek16());
+      entry = longCode(table, peek16());
       if (entry == 0 || int(entry >> 16) > count_) return search(table, 9, symbol);
     }
     count_ -= int(entry >> 16);
@@ -123,16 +123,16 @@ class BitReader {
       return false;
     } else if constexpr (kBounded) {
       if (position_ > wordEnd_) return false;
-      const uint32_t word = ownStreamOrder(load<uint32_t>(src_ + position_));
-      if (ownHasFF(word)) return false;
+      const uint32_t word = streamOrder(load<uint32_t>(src_ + position_));
+      if (hasFF(word)) return false;
       const int bits = (32 - count_) & ~7;
       buffer_ = (buffer_ << 32 | word) >> (32 - bits);
       count_ += bits;
       position_ += bits >> 3;
     } else {
       if (marker_ != 0 || count_ > 16) return false;
-      const uint16_t pair = ownStreamOrder(load<uint16_t>(src_ + position_));
-      if (ownHasFF(pair)) return false;
+      const uint16_t pair = streamOrder(load<uint16_t>(src_ + position_));
+      if (hasFF(pair)) return false;
       buffer_ = buffer_ << 16 | pair;
       count_ += 16;
       position_ += 2;
@@ -206,17 +206,25 @@ class BitReader {
   uint64_t buffer_;
 };
 
-// Runs step(reader) on a decode state, and leaves position, marker and state as the step left them.
+// What a decoder reads, and how far it has come.
+struct CodedSource {
+  const uint8_t* src;
+  int32_t length;
+  int32_t *position, *marker;
+  QelDecodeHuffmanState* state;
+};
+
+// Runs step(reader), and leaves position, marker and state as the step left them.
 template <class Step>
-inline QelStatus ownDecode(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int32_t* marker,
-                           QelDecodeHuffmanState* state, Step&& step) {
+inline QelStatus ownDecode(const CodedSource& source, Step&& step) {
   // Calls leave a count of 0 to 32; whatever a record holds, no shift may pass the accumulator.
-  BitReader<true> reader(src, srcLen, *srcPos, *marker, state->bitBuffer, state->bitCount & 63);
+  BitReader<true> reader(source.src, source.length, *source.position, *source.marker, source.state->bitBuffer,
+                         source.state->bitCount & 63);
   const QelStatus s = step(reader);
-  *srcPos = reader.position();
-  *marker = reader.marker();
-  state->bitBuffer = reader.buffer();
-  state->bitCount = reader.count();
+  *source.position = reader.position();
+  *source.marker = reader.marker();
+  source.state->bitBuffer = reader.buffer();
+  source.state->bitCount = reader.count();
   return s;
 }
 

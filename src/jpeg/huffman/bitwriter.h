@@ -19,7 +19,7 @@ namespace qelj::jpeg {
 
 // The room for what one step can add at most: `bits` bits behind a partial byte, every byte stuffed, and the slack
 // of a vector-wide store.
-constexpr int64_t ownRoomFor(int bits) { return 2 * ((bits + 7) / 8 + 1) + simd::kBytes; }
+constexpr int64_t roomFor(int bits) { return 2 * ((bits + 7) / 8 + 1) + simd::kBytes; }
 
 // The bits of a state that wait for a byte, right-aligned; those above them don't count. Calls leave 0 to 7, and
 // whatever a record holds, no shift and no store may follow more.
@@ -82,7 +82,7 @@ class BitWriter {
 
 // Memory for a step's bits, up to 7 in front of them, and the slack of word-wide access on both sides.
 template <int kMaxBits>
-struct Unstuffed {
+struct StepBits {
   alignas(64) uint8_t bytes[8 + (kMaxBits + 7 + 7) / 8 + simd::kBytes];
 };
 
@@ -91,15 +91,15 @@ struct Ahead {
   simd::I8 bytes, inside;
   uint32_t ff;
 };
-inline Ahead ownLookAhead(const uint8_t* src, int n) {
+inline Ahead lookAhead(const uint8_t* src, int n) {
   static constexpr auto kLane = [] {
     std::array<int8_t, simd::kBytes> lane{};
     for (int i = 0; i < simd::kBytes; ++i) lane[size_t(i)] = int8_t(i);
     return lane;
   }();
   const auto bytes = load<simd::I8>(src);
-  const auto inside = (simd::I8)(load<simd::I8>(kLane.data()) < all<simd::I8>(int8_t(n)));
-  return {bytes, inside, simd::topBits((simd::I8)(bytes == -1) & inside)};
+  const auto inside = as<int8_t>(load<simd::I8>(kLane.data()) < all<simd::I8>(int8_t(n)));
+  return {bytes, inside, simd::topBits(as<int8_t>(bytes == -1) & inside)};
 }
 
 // Copies bytes with a zero behind each 0xFF, touching no byte behind the end, which it returns.
@@ -109,7 +109,7 @@ inline uint8_t* ownStuffExactly(uint8_t* dst, const uint8_t* src, int bytes) {
     store(dst + bytes - sizeof(Word), load<Word>(src + bytes - sizeof(Word)));
     return dst + bytes;
   };
-  if (simd::kShuffles && bytes <= simd::kBytes && ownLookAhead(src, bytes).ff == 0) [[likely]] {
+  if (simd::kShuffles && bytes <= simd::kBytes && lookAhead(src, bytes).ff == 0) [[likely]] {
     if (bytes >= 16) return ends(simd::Vec<uint8_t, 16>());
     if (bytes >= 8) return ends(uint64_t());
     if (bytes >= 4) return ends(uint32_t());
@@ -121,13 +121,13 @@ inline uint8_t* ownStuffExactly(uint8_t* dst, const uint8_t* src, int bytes) {
   }
   return dst;
 }
-// The same with room behind the end: bytes there keep their values, though up to simd::kBytes of them are loaded
-// and stored.
+// The same with room behind the end: bytes there keep their values, though up to simd::kBytes of them are loaded and
+// stored again.
 inline uint8_t* ownStuff(uint8_t* dst, const uint8_t* src, int bytes) {
   if constexpr (!simd::kShuffles) return ownStuffExactly(dst, src, bytes);
   for (;;) {
     int n = std::min(bytes, simd::kBytes);
-    const Ahead ahead = ownLookAhead(src, n);
+    const Ahead ahead = lookAhead(src, n);
     store(dst, select(ahead.inside, ahead.bytes, load<simd::I8>(dst)));
     if (ahead.ff != 0) [[unlikely]] {
       n = std::countr_zero(ahead.ff) + 1;
@@ -150,7 +150,7 @@ class WideWriter {
 
   // `pending` are `count` (0 to 7) bits in front of the first; what stands above them is not stored.
   template <int kMaxBits>
-  WideWriter(Unstuffed<kMaxBits>& memory, uint32_t pending, int count)
+  WideWriter(StepBits<kMaxBits>& memory, uint32_t pending, int count)
       : bytes_(memory.bytes), word_(pending), end_(uint32_t(count) + 7) {}
 
   QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
@@ -183,7 +183,7 @@ class WideWriter {
   void put(uint64_t bits, int length) {
     word_ = word_ << length | bits;
     end_ += uint32_t(length);
-    store(bytes_ + (end_ >> 3), ownStreamOrder(word_ << (~end_ & 7)));
+    store(bytes_ + (end_ >> 3), streamOrder(word_ << (~end_ & 7)));
   }
   int whole() const { return int((end_ - 7) >> 3); }
 
@@ -233,9 +233,9 @@ template <int kMaxBits, class Step>
 [[gnu::always_inline]] inline QelStatus ownEncode(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
                                                   QelEncodeHuffmanState* state, Step step) {
   const int32_t position = *dstPos;
-  if (!simd::kEnabled || position < 0 || int64_t(dstLen) - position < ownRoomFor(kMaxBits)) [[unlikely]]
+  if (!simd::kEnabled || position < 0 || int64_t(dstLen) - position < roomFor(kMaxBits)) [[unlikely]]
     return ownEncodeByBytes(dst, dstLen, dstPos, state, step);
-  Unstuffed<kMaxBits> memory;
+  StepBits<kMaxBits> memory;
   const Pending pending(state);
   WideWriter<true> sink(memory, pending.bits, pending.count);
   const QelStatus s = step(sink);

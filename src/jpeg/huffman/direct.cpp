@@ -21,7 +21,7 @@ inline Found ownDirectSymbol(DirectReader& reader, const QelDecodeHuffmanSpec* t
   if (entry != 0) [[likely]] {
     if (int(entry >> 16) > reader.count()) return Found::noBits;
   } else {
-    entry = ownLongCode(table, next);
+    entry = longCode(table, next);
     if (entry == 0 || int(entry >> 16) > reader.count()) {
       if (reader.search(table, 9, symbol) == qelStatusOk) return Found::symbol;
       return symbol == DirectReader::kNoCode ? Found::noCode : Found::noBits;
@@ -74,7 +74,7 @@ inline QelStatus ownDecodeBlockDirect(DirectReader& reader, int16_t* dst, int16_
     }
     if (reader.value(length, value)) return qelStatusJpegOutOfBuffer;
     k += run;
-    if (k < kGuarded) put(dst, kZigzag[k], int16_t(value));
+    if (k < kGuarded) put(dst, kZigZag.natural[k], int16_t(value));
     ++k;
   }
   return qelStatusOk;
@@ -107,7 +107,7 @@ QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src, uint8_t*
   return ownWithAc(src, [=](const auto& ac) {
     uint8_t* const start = dst + (*dstBitPos >> 3);
     const int pendingCount = *dstBitPos & 7;
-    Unstuffed<kMaxBlockBits> memory;
+    StepBits<kMaxBlockBits> memory;
     WideWriter<false> sink(memory, pendingCount ? *start >> (8 - pendingCount) : 0, pendingCount);
     ownCodeBlock(sink, ac, d, dcTable, acTable);
     const uint8_t* const end = sink.finishExactly(start);

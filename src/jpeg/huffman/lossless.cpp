@@ -76,7 +76,7 @@ QelStatus qeliDecodeHuffmanOne_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen,
                                              int32_t* marker, const QelDecodeHuffmanSpec* table,
                                              QelDecodeHuffmanState* state) {
   if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker, table, state)); s) return s;
-  return ownDecode(src, srcLen, srcPos, marker, state,
+  return ownDecode({src, srcLen, srcPos, marker, state},
                    [&](BitReader<true>& reader) { return ownDecodeDifference(reader, table, dst); });
 }
 
@@ -89,7 +89,7 @@ QelStatus qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(const uint8_t* src, int32_t srcLe
       s)
     return s;
   if (auto s = check(planes(dst, looked(channels)), planes(tables, looked(channels))); s) return s;
-  return ownDecode(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader) {
+  return ownDecode({src, srcLen, srcPos, marker, state}, [&](BitReader<true>& reader) {
     return ownWithChannels(channels, [&](auto count) { return ownDecodeRow<count>(reader, dst, width, tables); });
   });
 }

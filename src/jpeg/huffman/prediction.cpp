@@ -1,5 +1,5 @@
-// Prediction of lossless JPEG (ISO/IEC 10918-1, H.1.2.1, Table H.1): rows of samples to and from differences,
-// modulo 2^16. With a the sample on the left, b the one above, c the one above on the left.
+// Prediction of lossless JPEG (ISO/IEC 10918-1, H.1.2.1, Table H.1): rows of samples to and from differences, modulo
+// 2^16. With a the sample on the left, b the one above, c the one above on the left.
 #include "frame/check.h"
 #include "frame/fronts.h"
 #include "frame/lanes.h"
@@ -7,8 +7,23 @@
 namespace qelj {
 namespace {
 
-template <int kPredictor>
-inline int32_t ownPredict(int32_t a, int32_t b, int32_t c) {
+using simd::I16;
+
+// The halves of exact 17-bit sums and differences: of one sample in 32 bits, of vectors in 16-bit lanes, where what the
+// low bits carry or borrow comes last.
+inline int32_t halfSum(int32_t a, int32_t b) { return (a + b) >> 1; }
+inline int32_t halfDifference(int32_t a, int32_t b) { return (a - b) >> 1; }
+template <Vector V>
+inline V halfSum(V a, V b) {
+  return addWrap(addWrap(a >> 1, b >> 1), a & b & 1);
+}
+template <Vector V>
+inline V halfDifference(V a, V b) {
+  return subWrap(subWrap(a >> 1, b >> 1), ~a & b & 1);
+}
+
+template <int kPredictor, class V>
+inline V ownPredict(V a, V b, V c) {
   switch (kPredictor) {
     case 1:
       return a;
@@ -17,49 +32,17 @@ inline int32_t ownPredict(int32_t a, int32_t b, int32_t c) {
     case 3:
       return c;
     case 4:
-      return a + b - c;
+      return addWrap(a, subWrap(b, c));
     case 5:
-      return a + ((b - c) >> 1);
+      return addWrap(a, halfDifference(b, c));
     case 6:
-      return b + ((a - c) >> 1);
+      return addWrap(b, halfDifference(a, c));
     default:
-      return (a + b) >> 1;
+      return halfSum(a, b);
   }
 }
 
 // --- differences: all of a row's samples are known ---------------------------------------------------------
-
-using simd::I16;
-
-// The halves of exact 17-bit sums and differences; what the low bits carry or borrow comes last.
-template <class V>
-inline V ownHalfSum(V a, V b) {
-  return addWrap(addWrap(a >> 1, b >> 1), a & b & 1);
-}
-template <class V>
-inline V ownHalfDifference(V a, V b) {
-  return subWrap(subWrap(a >> 1, b >> 1), ~a & b & 1);
-}
-
-template <int kPredictor>
-inline I16 ownPredict(I16 a, I16 b, I16 c) {
-  switch (kPredictor) {
-    case 1:
-      return a;
-    case 2:
-      return b;
-    case 3:
-      return c;
-    case 4:
-      return subWrap(addWrap(a, b), c);
-    case 5:
-      return addWrap(a, ownHalfDifference(b, c));
-    case 6:
-      return addWrap(b, ownHalfDifference(a, c));
-    default:
-      return ownHalfSum(a, b);
-  }
-}
 
 // From right to left, so that dst may be src or prevRow. `first` predicts the leftmost sample.
 template <int kPredictor>
@@ -74,16 +57,17 @@ void ownDiffRow(const int16_t* src, const int16_t* prevRow, int16_t* dst, int32_
       store(offset(dst, i), subWrap(group(src, i), p));
     }
   for (--x; x >= 1; --x)
-    put(dst, x, int16_t(at(src, x) - ownPredict<kPredictor>(at(src, x - 1), at(prevRow, x), at(prevRow, x - 1))));
+    put(dst, x,
+        int16_t(at(src, x) - ownPredict<kPredictor, int32_t>(at(src, x - 1), at(prevRow, x), at(prevRow, x - 1))));
   put(dst, 0, int16_t(at(src, 0) - first));
 }
 
 // --- reconstruction: every sample feeds the next -----------------------------------------------------------
 
-using Lanes = simd::Vec<int16_t, 16>;
+using Eight = simd::Vec<int16_t, 16>;
 
-inline Lanes ownLastInAll(Lanes v) { return simd::shuffle8<7, 7, 7, 7, 7, 7, 7, 7>(v); }
-inline Lanes ownRunningSum(Lanes v) {
+inline Eight lastInAll(Eight v) { return simd::shuffle8<7, 7, 7, 7, 7, 7, 7, 7>(v); }
+inline Eight runningSum(Eight v) {
   v = addWrap(v, simd::moveUp<1>(v));
   v = addWrap(v, simd::moveUp<2>(v));
   return addWrap(v, simd::moveUp<4>(v));
@@ -99,18 +83,18 @@ void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst,
   put(dst, 0, a);
   ptrdiff_t x = 1;
   if constexpr (simd::kEnabled && kPredictor <= 5) {
-    Lanes sum = Lanes{} + (kPredictor == 4 ? subWrap(a, c) : a);
+    Eight sum = Eight{} + (kPredictor == 4 ? subWrap(a, c) : a);
     for (; x + 8 <= width; x += 8) {
-      Lanes d = load<Lanes>(offset(src, x));
-      const Lanes above = kPredictor == 1 ? Lanes{} : load<Lanes>(offset(prevRow, x));
-      const Lanes left = simd::moveUp<1>(above) | Lanes{c, 0, 0, 0, 0, 0, 0, 0};
+      Eight d = load<Eight>(offset(src, x));
+      const Eight above = kPredictor == 1 ? Eight{} : load<Eight>(offset(prevRow, x));
+      const Eight left = simd::moveUp<1>(above) | Eight{c, 0, 0, 0, 0, 0, 0, 0};
       c = above[7];
       if constexpr (kPredictor == 2) d = addWrap(d, above);
       if constexpr (kPredictor == 3) d = addWrap(d, left);
-      if constexpr (kPredictor == 5) d = addWrap(d, ownHalfDifference(above, left));
+      if constexpr (kPredictor == 5) d = addWrap(d, halfDifference(above, left));
       if constexpr (kPredictor == 1 || kPredictor >= 4) {
-        d = addWrap(ownRunningSum(d), sum);
-        sum = ownLastInAll(d);
+        d = addWrap(runningSum(d), sum);
+        sum = lastInAll(d);
       }
       if constexpr (kPredictor == 4) d = addWrap(d, above);
       store(offset(dst, x), d);
@@ -119,7 +103,7 @@ void ownReconstructRow(const int16_t* src, const int16_t* prevRow, int16_t* dst,
   }
   for (; x < width; ++x) {
     const int16_t b = at(prevRow, x);
-    a = int16_t(at(src, x) + ownPredict<kPredictor>(a, b, c));
+    a = int16_t(at(src, x) + ownPredict<kPredictor, int32_t>(a, b, c));
     put(dst, x, a);
     c = b;
   }

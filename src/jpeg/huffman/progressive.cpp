@@ -29,7 +29,7 @@ inline QelStatus ownDecodeFirst(BitReader<true>& reader, int16_t* dst, int ss, i
     k += run;
     if (auto s = reader.value(length, value); s) return s;
     if (k > 63) return qelStatusJpegCoeffRange;
-    put(dst, kZigzag[k], shlWrap(int16_t(value), int(al)));
+    put(dst, kZigZag.natural[k], shlWrap(int16_t(value), int(al)));
     ++k;
   }
   return qelStatusOk;
@@ -39,7 +39,7 @@ inline QelStatus ownDecodeFirst(BitReader<true>& reader, int16_t* dst, int ss, i
 inline QelStatus ownCorrect(BitReader<true>& reader, int16_t* dst, uint64_t set, int32_t bit) {
   for (; set; set &= set - 1) {
     if (auto s = reader.need(1); s) return s;
-    const int i = kZigzag[std::countr_zero(set)];
+    const int i = kZigZag.natural[std::countr_zero(set)];
     const int16_t c = at(dst, i);
     const int32_t add = reader.take(1) && (std::abs(int32_t(c)) & bit) == 0 ? bit : 0;
     put(dst, i, addWrap(c, int16_t(c < 0 ? -add : add)));
@@ -75,7 +75,7 @@ inline QelStatus ownDecodeRefine(BitReader<true>& reader, int16_t* dst, int ss, 
     if (auto s = ownCorrect(reader, dst, set & passed, bit); s) return s;
     if (length == 1) {
       if (k > se) return qelStatusJpegCoeffRange;
-      put(dst, kZigzag[k], int16_t(value));
+      put(dst, kZigZag.natural[k], int16_t(value));
     }
     ++k;
   }
@@ -88,19 +88,17 @@ inline QelStatus ownDecodeRefine(BitReader<true>& reader, int16_t* dst, int ss, 
 
 // Runs one of the AC decoders; the end-of-band run is part of the state.
 template <class Decode>
-inline QelStatus ownDecodeBand(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int32_t* marker,
-                               QelDecodeHuffmanState* state, Decode&& decode) {
-  int32_t eobRun = state->eobRun;
-  const QelStatus s =
-      ownDecode(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader) { return decode(reader, eobRun); });
-  state->eobRun = eobRun;
+inline QelStatus ownDecodeBand(const CodedSource& source, Decode&& decode) {
+  int32_t eobRun = source.state->eobRun;
+  const QelStatus s = ownDecode(source, [&](BitReader<true>& reader) { return decode(reader, eobRun); });
+  source.state->eobRun = eobRun;
   return s;
 }
 
-constexpr QelStatus checkBandDecoder(const uint8_t* src, int32_t srcLen, const int32_t* srcPos, const int16_t* dst,
-                                     const int32_t* marker, int32_t ss, int32_t se, uint32_t al,
-                                     const QelDecodeHuffmanSpec* table, const QelDecodeHuffmanState* state) {
-  return check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker), band(ss, se, al), nonNull(table, state));
+constexpr QelStatus checkBandDecoder(const CodedSource& source, const int16_t* dst, QelStatus bandStatus,
+                                     const QelDecodeHuffmanSpec* table) {
+  return check(nonNull(source.src), length(source.length), nonNull(source.position, dst, source.marker), bandStatus,
+               nonNull(table, source.state));
 }
 
 // --- encoding ----------------------------------------------------------------------------------------------
@@ -129,7 +127,7 @@ QelStatus qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t
                      nonNull(table, state));
       s)
     return s;
-  return ownDecode(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader) {
+  return ownDecode({src, srcLen, srcPos, marker, state}, [&](BitReader<true>& reader) {
     int32_t symbol, value;
     if (auto s = reader.symbol(table, symbol); s) return s;
     if (symbol != 0) {
@@ -145,7 +143,7 @@ QelStatus qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const uint8_t* src, int32_
                                                       int32_t* marker, uint32_t al, QelDecodeHuffmanState* state) {
   if (auto s = check(nonNull(src), length(srcLen), nonNull(srcPos, dst, marker), pointTransform(al), nonNull(state)); s)
     return s;
-  return ownDecode(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader) {
+  return ownDecode({src, srcLen, srcPos, marker, state}, [&](BitReader<true>& reader) {
     if (auto s = reader.need(1); s) return s;
     put(dst, 0, int16_t(at(dst, 0) | int32_t(reader.take(1) << al)));
     return QelStatus(qelStatusOk);
@@ -155,12 +153,13 @@ QelStatus qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const uint8_t* src, int32_
 QelStatus qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
                                                      int32_t* marker, int32_t ss, int32_t se, uint32_t al,
                                                      const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state) {
-  if (auto s = checkBandDecoder(src, srcLen, srcPos, dst, marker, ss, se, al, table, state); s) return s;
+  const CodedSource source{src, srcLen, srcPos, marker, state};
+  if (auto s = checkBandDecoder(source, dst, band(ss, se, al), table); s) return s;
   if (state->eobRun > 0) {
     state->eobRun -= 1;
     return qelStatusOk;
   }
-  return ownDecodeBand(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader, int32_t& eobRun) {
+  return ownDecodeBand(source, [&](BitReader<true>& reader, int32_t& eobRun) {
     return ownDecodeFirst(reader, dst, ss, se, al, table, eobRun);
   });
 }
@@ -168,8 +167,9 @@ QelStatus qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t
 QelStatus qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
                                                       int32_t* marker, int32_t ss, int32_t se, uint32_t al,
                                                       const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state) {
-  if (auto s = checkBandDecoder(src, srcLen, srcPos, dst, marker, ss, se, al, table, state); s) return s;
-  return ownDecodeBand(src, srcLen, srcPos, marker, state, [&](BitReader<true>& reader, int32_t& eobRun) {
+  const CodedSource source{src, srcLen, srcPos, marker, state};
+  if (auto s = checkBandDecoder(source, dst, band(ss, se, al), table); s) return s;
+  return ownDecodeBand(source, [&](BitReader<true>& reader, int32_t& eobRun) {
     return ownDecodeRefine(reader, dst, ss, se, al, table, eobRun);
   });
 }

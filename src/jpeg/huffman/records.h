@@ -1,4 +1,4 @@
-// The four Huffman records and the facts that every entropy coder of JPEG shares: scan order, categories.
+// The four Huffman records, and the categories of values, which every entropy coder of JPEG shares.
 //
 // A record may stand at any address in the caller's memory, so the structures are packed.
 #ifndef QELJ_JPEG_HUFFMAN_RECORDS_H
@@ -45,15 +45,6 @@ static_assert(sizeof(QelDecodeHuffmanSpec) == 1644 && sizeof(QelEncodeHuffmanSpe
 static_assert(sizeof(QelDecodeHuffmanState) == 24 && sizeof(QelEncodeHuffmanState) == 1048);
 
 namespace qelj::jpeg {
-
-// Natural index of each position of the zig-zag scan (Figure 5). A corrupt stream can run past position 63,
-// up to 78: there, too, stands a place in the block.
-inline constexpr int kGuarded = 64 + 8;  // decoders of sequential blocks refuse positions from here on
-inline constexpr uint8_t kZigzag[64 + 16] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,   //
-                                             12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,  //
-                                             35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,  //
-                                             58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63,  //
-                                             63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63};
 
 // The category of a value (F.1.2.1), which is the bit length of its magnitude, and the bits that follow a
 // symbol of this category: the value, or value - 1 for a negative one.

@@ -1,5 +1,5 @@
-// A block of 64 coefficients: clearing it, and which of its coefficients count, as a bit set in zig-zag
-// order, so that encoders visit only those; categories and value bits.
+// A block of 64 coefficients: clearing it, and which of its coefficients count, as a bit set in zig-zag order, so that
+// encoders visit only those; categories and value bits.
 #ifndef QELJ_JPEG_HUFFMAN_SCAN_H
 #define QELJ_JPEG_HUFFMAN_SCAN_H
 
@@ -7,15 +7,16 @@
 
 #include "frame/lanes.h"
 #include "jpeg/huffman/records.h"
+#include "jpeg/zigzag.h"
 
 namespace qelj::jpeg {
 
 inline void ownClear(int16_t* block) {
-  for (int i = 0; i < 128; i += simd::kBytes) store(row(block, 1, i), simd::I16{});
+  for (int i = 0; i < 64; i += simd::kLanes<simd::I16>) store(offset(block, i), simd::I16{});
 }
 
-// Bit k of the result tells whether flag(coefficient at zig-zag position k) is non-zero. `flag` maps an
-// int16_t to an integer, and a vector of them to a vector.
+// Bit k of the result tells whether flag(coefficient at zig-zag position k) is non-zero. `flag` maps an int16_t to an
+// integer, and a vector of them to a vector.
 template <class Flag>
 inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
   uint64_t set = 0;
@@ -25,11 +26,13 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
     // Two rows a vector, one byte a coefficient; then the bytes of each 16 positions from the rows they stand in.
     U rows[4];
     for (int i = 0; i < 4; ++i)
-      rows[i] = (U)simd::packI8(I(flag(load<I>(row(block, 32, i)))), I(flag(load<I>(row(block, 32, i) + 8))));
+      rows[i] = as<uint8_t>(simd::packI8(as<int16_t>(flag(load<I>(offset(block, 16 * i)))),
+                                         as<int16_t>(flag(load<I>(offset(block, 16 * i + 8))))));
     static constexpr auto kFrom = [] {
       std::array<std::array<std::array<uint8_t, 16>, 4>, 4> from{};
       for (int k = 0; k < 64; ++k)
-        for (int i = 0; i < 4; ++i) from[k / 16][i][k % 16] = kZigzag[k] / 16 == i ? kZigzag[k] % 16 : 0x80;
+        for (int i = 0; i < 4; ++i)
+          from[k / 16][i][k % 16] = kZigZag.natural[k] / 16 == i ? kZigZag.natural[k] % 16 : 0x80;
       return from;
     }();
     for (int group = 0; group < 4; ++group) {
@@ -37,11 +40,11 @@ inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
       for (int i = 0; i < 4; ++i)
         if (!(group == 0 && i == 3) && !(group == 3 && i == 0))  // the corners hold none of these
           bytes |= simd::shuffleBytes(rows[i], load<U>(kFrom[group][i].data()));
-      set |= uint64_t(simd::topBits((U)(bytes == 0))) << (16 * group);
+      set |= uint64_t(simd::topBits(bytes == 0)) << (16 * group);
     }
     return ~set;
   } else {
-    for (int k = 0; k < 64; ++k) set |= uint64_t(flag(at(block, kZigzag[k])) != 0) << k;
+    for (int k = 0; k < 64; ++k) set |= uint64_t(flag(at(block, kZigZag.natural[k])) != 0) << k;
   }
   return set;
 }
@@ -53,7 +56,7 @@ inline uint64_t ownNonZero(const int16_t* block) {
 // The AC coefficients of a block: which are not 0, and the category and bits of each, by zig-zag position.
 struct AcValues {
   explicit AcValues(const int16_t* block) : block(block), set(ownNonZero(block) & ~uint64_t(1)) {}
-  ValueCode operator[](int k) const { return ownValueCode(at(block, kZigzag[k])); }
+  ValueCode operator[](int k) const { return ownValueCode(at(block, kZigZag.natural[k])); }
 
   const int16_t* block;
   uint64_t set;
@@ -67,25 +70,25 @@ class AcBytes {
     U8 categories[kVectors], bits[kVectors];
     U16 magnitudes{};
     for (int i = 0; i < kVectors; ++i) {
-      I16 a = load<I16>(row(block, 2 * kBytes, i));
-      const I16 b = load<I16>(row(block, 2 * kBytes, i) + kBytes / 2);
+      I16 a = load<I16>(offset(block, kBytes * i));
+      const I16 b = load<I16>(offset(block, kBytes * i + kBytes / 2));
       if (i == 0) a &= load<I16>(kNotDc.data());
       const I16 absA = absWrap(a), absB = absWrap(b);
-      magnitudes |= (U16)(absA | absB);
-      const U8 magnitude = (U8)packU8(absA, absB);
+      magnitudes |= as<uint16_t>(absA | absB);
+      const U8 magnitude = packU8(absA, absB);
       // By half byte; the larger of the two counts.
       static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
       static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
       categories[i] = max(shuffleBytes(blockPattern(kLow), magnitude & 15),
-                          shuffleBytes(blockPattern(kHigh), (U8)((U16)magnitude >> 4) & 15));
+                          shuffleBytes(blockPattern(kHigh), as<uint8_t>(as<uint16_t>(magnitude) >> 4) & 15));
       // A negative value's bits are those of its magnitude, inverted.
       static constexpr uint8_t kOnes[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255};
-      const U8 negative = (U8)(packI8(a, b) < 0);
+      const U8 negative = as<uint8_t>(packI8(a, b) < 0);
       bits[i] = magnitude ^ (negative & shuffleBytes(blockPattern(kOnes), categories[i]));
     }
-    fit = isZero((U16)(magnitudes >> 8));
-    set = ~ownZigzag(categories, categories_);
-    ownZigzag(bits, bits_);
+    fit = isZero(magnitudes >> 8);
+    set = ~inZigZag(categories, categories_);
+    inZigZag(bits, bits_);
   }
   ValueCode operator[](int k) const {
     if (categories_[k] > 8) __builtin_unreachable();
@@ -105,7 +108,7 @@ class AcBytes {
 
   // Stores the packed bytes in zig-zag order, and tells which are zero. A shuffle stays within 16 bytes, so that each
   // result comes from four vectors: the packed ones, and, where they are wider, the same with their halves swapped.
-  static uint64_t ownZigzag(const simd::U8 (&packed)[kVectors], uint8_t* ordered) {
+  static uint64_t inZigZag(const simd::U8 (&packed)[kVectors], uint8_t* ordered) {
     simd::U8 from[4];
     for (int j = 0; j < 4; ++j) {
       from[j] = packed[j * kVectors / 4];
@@ -119,7 +122,7 @@ class AcBytes {
         bytes[j] = simd::shuffleBytes(from[j], load<simd::U8>(kPlaces[size_t(i)][size_t(j)].data()));
       const simd::U8 all = (bytes[0] | bytes[1]) | (bytes[2] | bytes[3]);
       store(ordered + simd::kBytes * i, all);
-      zero |= uint64_t(simd::topBits((simd::U8)(all == 0))) << (simd::kBytes * i);
+      zero |= uint64_t(simd::topBits(all == 0)) << (simd::kBytes * i);
     }
     return zero;
   }
@@ -129,7 +132,7 @@ class AcBytes {
   static constexpr auto kPlaces = [] {
     std::array<std::array<std::array<uint8_t, simd::kBytes>, 4>, kVectors> places{};
     for (int k = 0; k < 64; ++k) {
-      const int y = kZigzag[k] / 8, x = kZigzag[k] % 8;
+      const int y = kZigZag.natural[k] / 8, x = kZigZag.natural[k] % 8;
       const bool swapped = y % 2 != k / 16 % 2;
       const int vector = kVectors == 2 ? y / 4 * 2 + swapped : y / 2;
       const int place = kVectors == 2 ? y / 2 % 2 * 8 + x : y % 2 * 8 + x;

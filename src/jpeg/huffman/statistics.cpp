@@ -25,11 +25,11 @@ QelStatus ownCountLastRun(int32_t* counters, QelEncodeHuffmanState* state) {
 }
 
 template <class Step>
-inline QelStatus ownCountBand(const int16_t* src, int32_t* counters, int32_t ss, int32_t se, uint32_t al,
-                              QelEncodeHuffmanState* state, int32_t last, Step&& step) {
+inline QelStatus ownCountBand(const int16_t* src, int32_t* counters, QelStatus bandStatus, QelEncodeHuffmanState* state,
+                              int32_t last, Step&& step) {
   if (auto s = nonNull(counters, state); s) return s;
   if (last) return ownCountLastRun(counters, state);
-  if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
+  if (auto s = check(nonNull(src), bandStatus); s) return s;
   SymbolCounter sink;
   return step(sink);
 }
@@ -105,14 +105,14 @@ QelStatus qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const int16_t* src, in
 QelStatus qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics, int32_t ss,
                                                           int32_t se, uint32_t al, QelEncodeHuffmanState* state,
                                                           int32_t last) {
-  return ownCountBand(src, acStatistics, ss, se, al, state, last,
+  return ownCountBand(src, acStatistics, band(ss, se, al), state, last,
                       [&](SymbolCounter& sink) { return ownCodeFirst(sink, src, ss, se, al, acStatistics, state); });
 }
 
 QelStatus qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics, int32_t ss,
                                                            int32_t se, uint32_t al, QelEncodeHuffmanState* state,
                                                            int32_t last) {
-  return ownCountBand(src, acStatistics, ss, se, al, state, last,
+  return ownCountBand(src, acStatistics, band(ss, se, al), state, last,
                       [&](SymbolCounter& sink) { return ownCodeRefine(sink, src, ss, se, al, acStatistics, state); });
 }
 

@@ -102,16 +102,12 @@ inline QelStatus ownStoreRefinedRun(Sink& sink, typename Sink::Table table, QelE
 inline constexpr int kMaxRefinedRunBits = kMaxRunBits + int(sizeof(QelEncodeHuffmanState::correctionBits));
 
 // The band's coefficients, shifted: magnitudes in 32 bits, so that -32768 has one.
-constexpr auto ownShifted = [](uint32_t al) {
+inline auto ownShifted(uint32_t al) {
   return [al](auto c) {
-    if constexpr (std::is_integral_v<decltype(c)>) {
-      return (c < 0 ? -c : c) >> al;
-    } else {
-      using U = simd::With<uint16_t, decltype(c)>;
-      return (decltype(c))((U)absWrap(c) >> uint16_t(al));
-    }
+    if constexpr (OneSample<decltype(c)>) return (c < 0 ? -c : c) >> al;
+    else return as<int16_t>(as<uint16_t>(absWrap(c)) >> uint16_t(al));
   };
-};
+}
 
 // A block of the first scan of a band.
 template <class Sink>
@@ -127,7 +123,7 @@ inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, ui
     last = k;
     for (; run > 15; run -= 16)
       if (auto s = sink.code(table, 0xF0); s) return s;
-    const int32_t c = at(src, kZigzag[k]);
+    const int32_t c = at(src, kZigZag.natural[k]);
     if (auto s = ownCodeValue(sink, table, unsigned(run), ownValueCode(c < 0 ? -(-c >> al) : c >> al)); s) return s;
   }
   if (last < se && (state->eobRun += 1) == kLongestRun) return ownStoreRun(sink, table, state);
@@ -169,7 +165,7 @@ template <class Sink>
       if (auto s = storeBits(); s) return s;
     }
     if (fresh >> k & 1) {
-      if (auto s = sink.code(table, unsigned(run) * 16 + 1, at(src, kZigzag[k]) >= 0, 1); s) return s;
+      if (auto s = sink.code(table, unsigned(run) * 16 + 1, at(src, kZigZag.natural[k]) >= 0, 1); s) return s;
       if (auto s = storeBits(); s) return s;
       run = 0;
     } else {

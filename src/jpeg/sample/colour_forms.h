@@ -1,17 +1,17 @@
 // The arithmetic of the colour conversions, each form once. A form has a scalar face, which is its definition, and a
 // vector face with 16-bit lanes, which gives the same numbers. Results are not yet clamped to a byte.
 //
-// One conversion may use two forms, one for the main part of a row and one for its last pixels; they differ
-// by a unit for some colours, and the position decides which one holds.
+// One conversion may use two forms, one for the main part of a row and one for its last pixels; they differ by a unit
+// for some colours, and the position decides which one holds.
 #ifndef QELJ_JPEG_SAMPLE_COLOUR_FORMS_H
 #define QELJ_JPEG_SAMPLE_COLOUR_FORMS_H
 
 #include <cmath>
 #include <cstdint>
-#include <type_traits>
 
 #include "frame/arith.h"
 #include "frame/lanes.h"
+#include "frame/ycbcr_weights.h"
 
 namespace qelj::jpeg::colour {
 
@@ -27,14 +27,14 @@ struct Ycc {
   T y, cb, cr;
 };
 template <class T>
-struct Chroma {
+struct CbCr {
   T cb, cr;
 };
 
 // --- Fixed-point matrices ----------------------------------------------------------------------------------
 
-// One output: (r R + g G + b B + round) >> shift. Chroma comes centred on 0; the 128 of a stored plane is
-// added behind the shift, which is the same as adding 128 << shift to the rounding term.
+// One output: (r R + g G + b B + round) >> shift. Chroma comes centred on 0; the 128 of a stored plane is added behind
+// the shift, which is the same as adding 128 << shift to the rounding term.
 struct Weights {
   int32_t r, g, b, round;
 };
@@ -42,28 +42,44 @@ struct Matrix {
   int shift;
   Weights y, cb, cr;
 };
+// Luma's weights are the nearest integers. In chroma, G has what is left to a sum of 0: a grey has no colour.
+template <int kShift>
+constexpr Matrix matrix(int32_t yRound, int32_t cbRound, int32_t crRound,
+                        int32_t cbR = fixedPoint<kShift>(ycbcr::kCbR)) {
+  constexpr int32_t kHalf = 1 << (kShift - 1), kCrB = fixedPoint<kShift>(ycbcr::kCrB);
+  static_assert(-kHalf - kCrB == fixedPoint<kShift>(ycbcr::kCrG));
+  return {kShift,
+          {fixedPoint<kShift>(ycbcr::kYR), fixedPoint<kShift>(ycbcr::kYG), fixedPoint<kShift>(ycbcr::kYB), yRound},
+          {cbR, -kHalf - cbR, kHalf, cbRound},
+          {kHalf, -kHalf - kCrB, kCrB, crRound}};
+}
+constexpr int32_t sum(Weights w) { return w.r + w.g + w.b; }
 
-// Luma's weights sum to a unit and one; the rounding term, short of a half, keeps white at 255. Cr rounds 16 up.
-inline constexpr Matrix kQ15{
-    15, {9798, 19235, 3736, 16266}, {-5529, -10855, 16384, 16384}, {16384, -13720, -2664, 16400}};
-inline constexpr Matrix kQ14{14, {4899, 9617, 1868, 8192}, {-2764, -5428, 8192, 8192}, {8192, -6860, -1332, 8192}};
-// Partners of the truncated form, with its chroma weights. The first rounds chroma by a quarter, so that it
-// stays below 256 without a clamp.
-inline constexpr Matrix kQ14Quarter{
-    14, {4899, 9617, 1868, 8192}, {-2765, -5427, 8192, 4096}, {8192, -6860, -1332, 4096}};
-inline constexpr Matrix kQ14Half{14, {4899, 9617, 1868, 8192}, {-2765, -5427, 8192, 8192}, {8192, -6860, -1332, 8192}};
+// Luma's weights sum to a unit and one; the rounding term, short of a half, keeps white at 255. R weighs a little less
+// in Cb than the standard's digits say, and Cr rounds 16 up.
+inline constexpr Matrix kQ15 = matrix<15>(16266, 16384, 16400, q15(ycbcr::kCbR) + 1);
+static_assert(sum(kQ15.y) == (1 << 15) + 1 && kQ15.cb.r == -5529 && kQ15.cb.g == q15(ycbcr::kCbG));
+// In Cb, R weighs one less than the nearest, and G one more.
+inline constexpr Matrix kQ14 = matrix<14>(8192, 8192, 8192, q14(ycbcr::kCbR) + 1);
+static_assert(sum(kQ14.y) == 1 << 14 && kQ14.cb.r == -2764 && kQ14.cb.g == q14(ycbcr::kCbG) - 1);
+// Partners of the truncated form, with its chroma weights. The first rounds chroma by a quarter, so that it stays below
+// 256 without a clamp.
+inline constexpr Matrix kQ14Quarter = matrix<14>(8192, 4096, 4096);
+inline constexpr Matrix kQ14Half = matrix<14>(8192, 8192, 8192);
+static_assert(kQ14Half.cb.g == q14(ycbcr::kCbG));
 // Chroma rounds by one less than a half, for the same reason.
-inline constexpr Matrix kQ16{
-    16, {19595, 38470, 7471, 32768}, {-11059, -21709, 32768, 32767}, {32768, -27439, -5329, 32767}};
+inline constexpr Matrix kQ16 = matrix<16>(32768, 32767, 32767);
+static_assert(sum(kQ16.y) == 1 << 16 && kQ16.cb.g == q16(ycbcr::kCbG));
 
-// The differences from G, as pairs (R - G, B - G): the weights of chroma sum to 0 and those of luma to a
-// unit, so that one multiply-add of a pair makes a sum of three products.
+// The differences from G, as pairs (R - G, B - G): the weights of chroma sum to 0 and those of luma to a unit, so that
+// one multiply-add of a pair makes a sum of three products.
 struct DifferencePairs {
   I16 low, high;
   QELJ_INLINE explicit DifferencePairs(Rgb<I16> p)
       : low(simd::unpackLow(p.r - p.g, p.b - p.g)), high(simd::unpackHigh(p.r - p.g, p.b - p.g)) {}
 };
 
+// Products of 32 bits, one by one for a pixel; in vectors by pairs, of which each makes a sum.
 template <const Matrix& M>
 struct MatrixForm {
   // kLog2: chroma from the sums of 2^kLog2 pixels.
@@ -74,7 +90,7 @@ struct MatrixForm {
   template <int kLog2, Weights Matrix::* W>
   static QELJ_INLINE I16 weigh(const DifferencePairs& d, I16 g) {
     constexpr Weights w = M.*W;
-    constexpr int kShift = M.shift + kLog2, kSum = w.r + w.g + w.b;
+    constexpr int kShift = M.shift + kLog2, kSum = sum(w);
     constexpr int kWhole = (kSum + (1 << (kShift - 1))) >> kShift, kRest = kSum - (kWhole << kShift);
     static_assert(kWhole == 0 || kWhole == 1);
     const auto pair = simd::pairs(w.r, w.b);
@@ -84,28 +100,28 @@ struct MatrixForm {
       low += round, high += round;
     } else {
       const auto one = all<I16>(1), rest = simd::pairs(kRest, w.round << kLog2);
-      low += simd::mulAddPairs(simd::unpackLow(g, one), rest),
-          high += simd::mulAddPairs(simd::unpackHigh(g, one), rest);
+      low += simd::mulAddPairs(simd::unpackLow(g, one), rest);
+      high += simd::mulAddPairs(simd::unpackHigh(g, one), rest);
     }
-    const I16 sum = simd::packI16(low >> kShift, high >> kShift);
-    return kWhole ? sum + g : sum;
+    const I16 weighed = simd::packI16(low >> kShift, high >> kShift);
+    return kWhole ? weighed + g : weighed;
   }
 
   static int32_t luma(Rgb<int32_t> p) { return weigh<0>(M.y, p); }
   static QELJ_INLINE I16 luma(Rgb<I16> p) { return weigh<0, &Matrix::y>(DifferencePairs(p), p.g); }
 
   template <int kLog2 = 0>
-  static Chroma<int32_t> centredChroma(Rgb<int32_t> sum) {
+  static CbCr<int32_t> centredChroma(Rgb<int32_t> sum) {
     return {weigh<kLog2>(M.cb, sum), weigh<kLog2>(M.cr, sum)};
   }
   template <int kLog2 = 0>
-  static QELJ_INLINE Chroma<I16> centredChroma(Rgb<I16> sum) {
+  static QELJ_INLINE CbCr<I16> centredChroma(Rgb<I16> sum) {
     const DifferencePairs d(sum);
     return {weigh<kLog2, &Matrix::cb>(d, sum.g), weigh<kLog2, &Matrix::cr>(d, sum.g)};
   }
 
   template <int kLog2 = 0, class T>
-  static QELJ_INLINE Chroma<T> chroma(Rgb<T> sum) {
+  static QELJ_INLINE CbCr<T> chroma(Rgb<T> sum) {
     const auto c = centredChroma<kLog2>(sum);
     return {T(c.cb + int16_t(128)), T(c.cr + int16_t(128))};
   }
@@ -120,7 +136,8 @@ struct MatrixForm {
 
 // Every product is truncated by itself, to what a 16-bit high multiply keeps, before the sum.
 struct TruncatedForm {
-  // (v * weight) >> shift, for values of at most 15 - (16 - shift) bits.
+  // (v * weight) >> shift, for values of at most 15 - (16 - shift) bits: of a product of 32 bits, which costs a pixel
+  // nothing, and as its high half in 16-bit lanes.
   template <int shift>
   static int32_t term(int32_t v, int32_t weight) {
     return (v * weight) >> shift;
@@ -133,13 +150,15 @@ struct TruncatedForm {
   template <class T>
   static QELJ_INLINE T luma(Rgb<T> p) {
     // Twice the weights at one bit more, which keeps the vector's factors positive and shared with chroma's.
-    return (term<9>(p.r, 2 * 4899) + term<9>(p.g, 2 * 9617) + term<9>(p.b, 2 * 1868) + int16_t(32)) >> 6;
+    constexpr Weights w = kQ14Half.y;
+    return (term<9>(p.r, 2 * w.r) + term<9>(p.g, 2 * w.g) + term<9>(p.b, 2 * w.b) + int16_t(32)) >> 6;
   }
   template <int kLog2 = 0, class T>
-  static QELJ_INLINE Chroma<T> chroma(Rgb<T> sum) {
+  static QELJ_INLINE CbCr<T> chroma(Rgb<T> sum) {
     constexpr int s = 9 + kLog2;
-    return {T((term<s>(sum.b, 8192) - (term<s>(sum.r, 2765) + term<s>(sum.g, 5427)) + int16_t(4112)) >> 5),
-            T((term<s>(sum.r, 8192) - (term<s>(sum.g, 6860) + term<s>(sum.b, 1332)) + int16_t(4112)) >> 5)};
+    constexpr Weights b = kQ14Half.cb, r = kQ14Half.cr;
+    return {T((term<s>(sum.b, b.b) - (term<s>(sum.r, -b.r) + term<s>(sum.g, -b.g)) + int16_t(4112)) >> 5),
+            T((term<s>(sum.r, r.r) - (term<s>(sum.g, -r.g) + term<s>(sum.b, -r.b)) + int16_t(4112)) >> 5)};
   }
   template <class T>
   static QELJ_INLINE Ycc<T> ycc(Rgb<T> p) {
@@ -150,39 +169,55 @@ struct TruncatedForm {
 
 // Luma first; chroma is a multiple of the difference between a colour and the rounded luma.
 struct DifferenceForm {
-  static int32_t scale(int32_t v, int16_t weight) { return (v * weight + 16384) >> 15; }
-  static QELJ_INLINE I16 scale(I16 v, int16_t weight) { return mulHiRound(v, all<I16>(weight)); }
+  // The multiples to four digits.
+  static constexpr auto kCb = int16_t(q15(0.5643)), kCr = int16_t(q15(0.7133));
+  static_assert(q15(ycbcr::kCbOfDifference) == kCb + 1 && q15(ycbcr::kCrOfDifference) == kCr - 1);
+
+  template <class V>
+  static QELJ_INLINE V scale(V v, int16_t weight) {
+    using Lane16 = With<int16_t, V>;
+    return mulHiRound(Lane16(v), all<Lane16>(weight));
+  }
   template <class T>
   static QELJ_INLINE Ycc<T> ycc(Rgb<T> p) {
     const T y = MatrixForm<kQ16>::luma(p);
-    return {y, T(scale(p.b - y, 18491) + int16_t(128)), T(scale(p.r - y, 23373) + int16_t(128))};
+    return {y, T(scale(p.b - y, kCb) + int16_t(128)), T(scale(p.r - y, kCr) + int16_t(128))};
   }
 };
 
 // Luma alone, in single precision: (R + G) + B in this order, rounded to nearest, ties to even.
 struct FloatLumaForm {
-  static constexpr float kR = 0.29899999499320984f, kG = 0.5870000123977661f, kB = 0.11400000005960464f;
-  static Ycc<int32_t> ycc(Rgb<int32_t> p) {
-    return {int32_t(std::nearbyintf((float(p.r) * kR + float(p.g) * kG) + float(p.b) * kB)), 0, 0};
+  static constexpr auto kR = float(ycbcr::kYR), kG = float(ycbcr::kYG), kB = float(ycbcr::kYB);
+  template <class V>
+  static QELJ_INLINE auto weigh(V r, V g, V b) {  // lanes of 32 bits
+    return (convert<float>(r) * kR + convert<float>(g) * kG) + convert<float>(b) * kB;
   }
+  static Ycc<int32_t> ycc(Rgb<int32_t> p) { return {int32_t(std::nearbyintf(weigh(p.r, p.g, p.b))), 0, 0}; }
   static QELJ_INLINE Ycc<I16> ycc(Rgb<I16> p) {
-    using simd::F32;
-    const auto sum = [](I16 r, I16 g, I16 b) {  // 16-bit samples in 32-bit lanes
-      const auto floats = [](I16 v) { return convert<float>(as<int32_t>(v)); };
-      return roundToInt((floats(r) * all<F32>(kR) + floats(g) * all<F32>(kG)) + floats(b) * all<F32>(kB));
-    };
-    const I16 zero{};
-    return {simd::packI16(sum(simd::unpackLow(p.r, zero), simd::unpackLow(p.g, zero), simd::unpackLow(p.b, zero)),
-                          sum(simd::unpackHigh(p.r, zero), simd::unpackHigh(p.g, zero), simd::unpackHigh(p.b, zero))),
-            zero, zero};
+    const auto low = [](I16 v) { return as<int32_t>(simd::unpackLow(v, I16{})); };
+    const auto high = [](I16 v) { return as<int32_t>(simd::unpackHigh(v, I16{})); };
+    return {simd::packI16(roundToInt(weigh(low(p.r), low(p.g), low(p.b))),
+                          roundToInt(weigh(high(p.r), high(p.g), high(p.b)))),
+            I16{}, I16{}};
   }
 };
 
 // --- Inverse forms -----------------------------------------------------------------------------------------
 
-// An inverse form tells what chroma, centred on 0 (-128..127), adds to luma for each colour: pixels that
-// share a chroma sample share that. offset() counts in units of 2^-kFraction; what is left after adding is
-// cut, not rounded. Vector lanes of chroma hold c << 8, which is how bytes unpack for nothing.
+// An inverse form tells what chroma, centred on 0 (-128..127), adds to luma for each colour: pixels that share a chroma
+// sample share that. offset() counts in units of 2^-kFraction; what is left after adding is cut, not rounded. Vector
+// lanes of chroma hold c << 8, which is how bytes unpack for nothing; what takes chroma itself has two forms therefore.
+
+// What Cb and Cr add to R, G and B.
+struct ChromaWeights {
+  int32_t rCr, gCb, gCr, bCb;
+};
+template <int kBits>
+constexpr ChromaWeights kChroma = {fixedPoint<kBits>(ycbcr::kRCr), fixedPoint<kBits>(ycbcr::kGCb),
+                                   fixedPoint<kBits>(ycbcr::kGCr), fixedPoint<kBits>(ycbcr::kBCb)};
+// With another fifth digit: Cb weighs 0.34414.
+inline constexpr ChromaWeights kChromaQ16 = {kChroma<16>.rCr, q16(-0.34414), kChroma<16>.gCr, kChroma<16>.bCb};
+static_assert(kChromaQ16.gCb == kChroma<16>.gCb - 1);
 
 template <class Form, class T>
 QELJ_INLINE T shade(T y, T offset) {
@@ -190,8 +225,7 @@ QELJ_INLINE T shade(T y, T offset) {
   else return (y * int16_t(1 << Form::kFraction) + offset) >> Form::kFraction;
 }
 
-// (weight * c + round) >> 14. In 16-bit lanes that takes a rounded high multiply, a weight and a rounding
-// term of their own.
+// (weight * c + round) >> 14; in 16-bit lanes by a rounded high multiply, with a weight and a rounding term of its own.
 struct ChromaTerm {
   int32_t weight, round;
   int16_t laneWeight, laneRound;
@@ -205,15 +239,17 @@ struct ChromaTerm {
   }
 };
 
-// Blue, and the direction in which green is rounded, differ between pixels and planes.
+// Rounding terms of somewhat less than a half. Blue, and the direction in which green is rounded, differ between pixels
+// and planes.
 template <bool kPixels>
 struct InverseQ14Form {
   static constexpr int kFraction = 0;
-  static constexpr ChromaTerm kRed{22970, 8145, 22970, 63};
-  static constexpr ChromaTerm kBlue = kPixels ? ChromaTerm{29032, 8135, 29032, 63} : ChromaTerm{29032, 7535, 29033, 59};
+  static constexpr int16_t kR = kChroma<14>.rCr, kB = kChroma<14>.bCb;
+  static constexpr ChromaTerm kRed{kR, 8145, kR, 63};
+  static constexpr ChromaTerm kBlue = kPixels ? ChromaTerm{kB, 8135, kB, 63} : ChromaTerm{kB, 7535, kB + 1, 59};
   static_assert(kRed.lanesAgree() && kBlue.lanesAgree());
-  static constexpr int kSign = kPixels ? -1 : 1, kCb = kSign * 5638, kCr = kSign * 11700,
-                       kRound = kPixels ? 8302 : 8082;
+  static constexpr int kSign = kPixels ? 1 : -1, kRound = kPixels ? 8302 : 8082;
+  static constexpr int kCb = kSign * kChroma<14>.gCb, kCr = kSign * kChroma<14>.gCr;
 
   static int32_t green(int32_t cb, int32_t cr) { return (kCb * cb + kCr * cr + kRound) >> 14; }
   static QELJ_INLINE I16 green(I16 cb, I16 cr) {
@@ -223,7 +259,7 @@ struct InverseQ14Form {
                          (simd::mulAddPairs(simd::unpackHigh(cb, cr), weights) + round) >> 22);
   }
   template <class T>
-  static QELJ_INLINE Rgb<T> offset(Chroma<T> c) {
+  static QELJ_INLINE Rgb<T> offset(CbCr<T> c) {
     const T g = green(c.cb, c.cr);
     return {kRed(c.cr), kPixels ? g : -g, kBlue(c.cb)};
   }
@@ -234,26 +270,30 @@ using PlaneQ14Form = InverseQ14Form<false>;
 // Sixteen bits of fraction, rounded to nearest: the form of a row's last pixels.
 struct InverseQ16Form {
   static constexpr int kFraction = 0;
-  static Rgb<int32_t> offset(Chroma<int32_t> c) {
-    return {(91881 * c.cr + 32768) >> 16, (-46802 * c.cr - 22554 * c.cb + 32768) >> 16, (116130 * c.cb + 32768) >> 16};
+  static Rgb<int32_t> offset(CbCr<int32_t> c) {
+    constexpr ChromaWeights w = kChromaQ16;
+    return {(w.rCr * c.cr + 32768) >> 16, (w.gCr * c.cr + w.gCb * c.cb + 32768) >> 16, (w.bCb * c.cb + 32768) >> 16};
   }
 };
 
-// (stored * weight) >> 9, for chroma as stored (0..255).
+// (stored * weight) >> 9, for chroma as stored (0..255), and what it is for a grey.
 inline int32_t storedTerm(int32_t c, int32_t weight) { return ((c + 128) * weight) >> 9; }
 QELJ_INLINE I16 storedTerm(I16 c, int32_t weight) {
   const auto stored = (as<uint16_t>(c) ^ uint16_t(0x8000)) >> 1;  // << 7
   return mulHi(as<int16_t>(stored), all<I16>(int16_t(weight)));
 }
+constexpr int32_t greyTerm(int32_t weight) { return (128 * weight) >> 9; }
 
 // Four bits of fraction; every product is truncated by itself.
 struct InverseQ4Form {
   static constexpr int kFraction = 4;
   template <class T>
-  static QELJ_INLINE Rgb<T> offset(Chroma<T> c) {
-    return {storedTerm(c.cr, 11485) + int16_t(8 - 2871),
-            int16_t(8 + 2167) - (storedTerm(c.cb, 2819) + storedTerm(c.cr, 5850)),
-            storedTerm(c.cb, 14516) + int16_t(8 - 3629)};
+  static QELJ_INLINE Rgb<T> offset(CbCr<T> c) {
+    constexpr ChromaWeights w = kChroma<13>;
+    constexpr auto r = int16_t(8 - greyTerm(w.rCr)), g = int16_t(8 + greyTerm(-w.gCb - w.gCr)),
+                   b = int16_t(8 - greyTerm(w.bCb));
+    return {storedTerm(c.cr, w.rCr) + r, g - (storedTerm(c.cb, -w.gCb) + storedTerm(c.cr, -w.gCr)),
+            storedTerm(c.cb, w.bCb) + b};
   }
 };
 
@@ -261,10 +301,12 @@ struct InverseQ4Form {
 struct InverseQ9Form {
   static constexpr int kFraction = 0;
   template <class T>
-  static QELJ_INLINE Rgb<T> offset(Chroma<T> c) {
-    return {(storedTerm(c.cr, 22970) >> 5) - int16_t(179),
-            ((storedTerm(c.cr, -11700) + storedTerm(c.cb, -5638)) >> 5) + int16_t(135),
-            (storedTerm(c.cb, 29032) >> 5) - int16_t(226)};
+  static QELJ_INLINE Rgb<T> offset(CbCr<T> c) {
+    constexpr ChromaWeights w = kChroma<14>;
+    constexpr auto r = int16_t(greyTerm(w.rCr) >> 5), g = int16_t(greyTerm(-w.gCb - w.gCr) >> 5),
+                   b = int16_t(greyTerm(w.bCb) >> 5);
+    return {(storedTerm(c.cr, w.rCr) >> 5) - r, ((storedTerm(c.cr, w.gCr) + storedTerm(c.cb, w.gCb)) >> 5) + g,
+            (storedTerm(c.cb, w.bCb) >> 5) - b};
   }
 };
 

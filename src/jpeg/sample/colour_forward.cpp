@@ -7,7 +7,8 @@ namespace qelj {
 namespace {
 using namespace jpeg::colour;
 
-// Whole groups of kGroup pixels in the Main form, the last pixels of the row in the Tail form.
+// Whole groups of kGroup pixels in the Main form, the last pixels of the row in the Tail form. A row's kernel is a
+// variable, an argument of convertRows: read ownForwardRow<Main, Tail, kGroup> as a function of (source, sink, width).
 template <class Main, class Tail, int kGroup>
 constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
   const ptrdiff_t main = width / kGroup * kGroup;
@@ -37,21 +38,22 @@ constexpr auto ownQ14Row = ownForwardRow<MatrixForm<kQ14>, MatrixForm<kQ14>, 1>;
 
 template <class Order>
 QelStatus pixels3(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kFork, PixelSource<Order, 3>, YccSink<3>>(src, srcStep, dst, dstStep, size, ownPixelsRow);
+  return convertRows<RowWalk::kFork, PixelSource<Order, 3>, YccSink<3>>(src, srcStep, dst, dstStep, size, ownPixelsRow);
 }
 template <class Order>
 QelStatus pixels4(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kSerialAnyStep, PixelSource<Order, 4>, YccSink<3>>(src, srcStep, dst, dstStep, size,
-                                                                              ownAlphaPixelsRow);
+  return convertRows<RowWalk::kSerialAnyStep, PixelSource<Order, 4>, YccSink<3>>(src, srcStep, dst, dstStep, size,
+                                                                                 ownAlphaPixelsRow);
 }
 template <class Order>
 QelStatus luma(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kFork, PixelSource<Order, 3>, LumaSink>(src, srcStep, dst, dstStep, size, ownPixelLumaRow);
+  return convertRows<RowWalk::kFork, PixelSource<Order, 3>, LumaSink>(src, srcStep, dst, dstStep, size,
+                                                                      ownPixelLumaRow);
 }
 template <class Order, int kGreenBits>
 QelStatus packed(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kSerial, PackedSource<Order, kGreenBits>, YccSink<3>>(src, srcStep, dst, dstStep, size,
-                                                                                 ownQ14Row);
+  return convertRows<RowWalk::kSerial, PackedSource<Order, kGreenBits>, YccSink<3>>(src, srcStep, dst, dstStep, size,
+                                                                                    ownQ14Row);
 }
 
 }  // namespace
@@ -74,7 +76,7 @@ QelStatus qeliBGRToYCbCr_JPEG_8u_C4P3R(const uint8_t* src, int32_t srcStep, uint
 }
 QelStatus qeliRGBToYCbCr_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
                                      QelSize size) {
-  return convertRows<Rows::kFork, PlaneSource, YccSink<3>>(src, srcStep, dst, dstStep, size, ownPlanesRow);
+  return convertRows<RowWalk::kFork, PlaneSource, YccSink<3>>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
 QelStatus qeliRGBToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
   return luma<RgbOrder>(src, srcStep, dst, dstStep, size);
@@ -84,15 +86,15 @@ QelStatus qeliBGRToY_JPEG_8u_C3C1R(const uint8_t* src, int32_t srcStep, uint8_t*
 }
 QelStatus qeliRGBToY_JPEG_8u_P3C1R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
                                    QelSize size) {
-  return convertRows<Rows::kFork, PlaneSource, LumaSink>(src, srcStep, dst, dstStep, size, ownPlaneLumaRow);
+  return convertRows<RowWalk::kFork, PlaneSource, LumaSink>(src, srcStep, dst, dstStep, size, ownPlaneLumaRow);
 }
 QelStatus qeliCMYKToYCCK_JPEG_8u_C4P4R(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
                                        QelSize size) {
-  return convertRows<Rows::kFork, CmykPixelSource, YccSink<4>>(src, srcStep, dst, dstStep, size, ownQ14Row);
+  return convertRows<RowWalk::kFork, CmykPixelSource, YccSink<4>>(src, srcStep, dst, dstStep, size, ownQ14Row);
 }
 QelStatus qeliCMYKToYCCK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
                                      QelSize size) {
-  return convertRows<Rows::kFork, CmykPlaneSource, YccSink<4>>(src, srcStep, dst, dstStep, size, ownPlanesRow);
+  return convertRows<RowWalk::kFork, CmykPlaneSource, YccSink<4>>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
 QelStatus qeliRGB555ToYCbCr_JPEG_16u8u_C3P3R(const uint16_t* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
                                              QelSize size) {

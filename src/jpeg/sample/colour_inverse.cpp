@@ -6,7 +6,8 @@ namespace qelj {
 namespace {
 using namespace jpeg::colour;
 
-// Whole groups of four pixels in the Main form, the last pixels of the row in the Tail form.
+// Whole groups of four pixels in the Main form, the last pixels of the row in the Tail form. A row's kernel is a
+// variable, an argument of convertRows: read ownInverseRow<Main, Tail> as a function of (source, sink, width).
 template <class Main, class Tail>
 constexpr auto ownInverseRow = [](auto source, auto sink, ptrdiff_t width) {
   const ptrdiff_t main = width / 4 * 4;
@@ -30,18 +31,18 @@ constexpr auto ownAlphaPixelsRow = ownInverseRow<InverseQ4Form, InverseQ4Form>;
 
 template <class Order>
 QelStatus pixels3(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kFork, YccSource<3>, PixelSink<Order>>(src, srcStep, dst, dstStep, size, ownPixelsRow);
+  return convertRows<RowWalk::kFork, YccSource<3>, PixelSink<Order>>(src, srcStep, dst, dstStep, size, ownPixelsRow);
 }
 template <class Order>
 QelStatus pixels4(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QelSize size,
                   uint8_t alpha) {
-  return convertRows<Rows::kSerialAnyStep, YccSource<3>, AlphaPixelSink<Order>>(src, srcStep, dst, dstStep, size,
-                                                                                ownAlphaPixelsRow, alpha);
+  return convertRows<RowWalk::kSerialAnyStep, YccSource<3>, AlphaPixelSink<Order>>(src, srcStep, dst, dstStep, size,
+                                                                                   ownAlphaPixelsRow, alpha);
 }
 template <class Order, int kGreenBits>
 QelStatus packed(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep, QelSize size) {
-  return convertRows<Rows::kSerial, YccSource<3>, PackedSink<Order, kGreenBits>>(src, srcStep, dst, dstStep, size,
-                                                                                 ownPlanesRow);
+  return convertRows<RowWalk::kSerial, YccSource<3>, PackedSink<Order, kGreenBits>>(src, srcStep, dst, dstStep, size,
+                                                                                    ownPlanesRow);
 }
 
 }  // namespace
@@ -56,7 +57,7 @@ QelStatus qeliYCbCrToBGR_JPEG_8u_P3C3R(const uint8_t* const* src, int32_t srcSte
 }
 QelStatus qeliYCbCrToRGB_JPEG_8u_P3R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
                                      QelSize size) {
-  return convertRows<Rows::kFork, YccSource<3>, PlaneSink>(src, srcStep, dst, dstStep, size, ownPlanesRow);
+  return convertRows<RowWalk::kFork, YccSource<3>, PlaneSink>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
 QelStatus qeliYCbCrToRGB_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
                                        QelSize size, uint8_t alpha) {
@@ -68,11 +69,11 @@ QelStatus qeliYCbCrToBGR_JPEG_8u_P3C4R(const uint8_t* const* src, int32_t srcSte
 }
 QelStatus qeliYCCKToCMYK_JPEG_8u_P4C4R(const uint8_t* const* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
                                        QelSize size) {
-  return convertRows<Rows::kFork, YccSource<4>, CmykPixelSink>(src, srcStep, dst, dstStep, size, ownPlanesRow);
+  return convertRows<RowWalk::kFork, YccSource<4>, CmykPixelSink>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
 QelStatus qeliYCCKToCMYK_JPEG_8u_P4R(const uint8_t* const* src, int32_t srcStep, uint8_t* const* dst, int32_t dstStep,
                                      QelSize size) {
-  return convertRows<Rows::kFork, YccSource<4>, CmykPlaneSink>(src, srcStep, dst, dstStep, size, ownPlanesRow);
+  return convertRows<RowWalk::kFork, YccSource<4>, CmykPlaneSink>(src, srcStep, dst, dstStep, size, ownPlanesRow);
 }
 QelStatus qeliYCbCrToRGB555_JPEG_8u16u_P3C3R(const uint8_t* const* src, int32_t srcStep, uint16_t* dst, int32_t dstStep,
                                              QelSize size) {

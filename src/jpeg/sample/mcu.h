@@ -1,8 +1,9 @@
-// What both directions of the MCU conversion share: the geometry of a minimum coded unit (ISO/IEC 10918-1,
-// A.2.3) in its three samplings, and the pixel formats.
+// What both directions of the MCU conversion share: the geometry of a minimum coded unit (ISO/IEC 10918-1, A.2.3) in
+// its three samplings, and the pixel formats.
 //
-// The vector kernels work by octets, the eight neighbouring pixels that make one row of one block. A vector
-// of 16-bit samples holds one octet in each 16-byte block, from kOctets rows of the picture.
+// The vector kernels work by octets, the eight neighbouring pixels that make one row of one block. A vector of 16-bit
+// samples holds one octet in each 16-byte block, from kOctets rows of the picture. Its sums pair 16-bit products and
+// its results saturate, where the scalar kernels go pixel by pixel in 32 bits: the two share their constants only.
 #ifndef QELJ_JPEG_SAMPLE_MCU_H
 #define QELJ_JPEG_SAMPLE_MCU_H
 
@@ -52,9 +53,9 @@ inline bool misaligned(Sample* const* planes) {
 // The 16 bytes at p, and at p + apart where vectors have two blocks.
 template <class V = U8>
 inline V loadBlocks(const uint8_t* p, ptrdiff_t apart) {
-  using Block = simd::Vec<simd::Lane<V>, 16>;
+  using Octet = simd::Vec<simd::Lane<V>, 16>;
   if constexpr (kOctets == 1) return load<V>(p);
-  else return simd::join(load<Block>(p), load<Block>(p + apart));
+  else return simd::join(load<Octet>(p), load<Octet>(p + apart));
 }
 template <class V>
 inline void storeBlocks(uint8_t* p, ptrdiff_t apart, V v) {
@@ -66,12 +67,12 @@ inline void storeBlocks(uint8_t* p, ptrdiff_t apart, V v) {
 template <int Down>
 inline I16 loadOctets(const int16_t* block) {
   if constexpr (Down == 1) return load<I16>(block);
-  else return (I16)loadBlocks(reinterpret_cast<const uint8_t*>(block), Down * 16);
+  else return loadBlocks<I16>(reinterpret_cast<const uint8_t*>(block), Down * 16);
 }
 template <int Down>
 inline void storeOctets(int16_t* block, I16 v) {
   if constexpr (Down == 1) store(block, v);
-  else storeBlocks(reinterpret_cast<uint8_t*>(block), Down * 16, (U8)v);
+  else storeBlocks(reinterpret_cast<uint8_t*>(block), Down * 16, v);
 }
 
 // --- pixel formats -----------------------------------------------------------------------------------------
@@ -112,8 +113,8 @@ struct BytePixels {
   static Octets load(const uint8_t* p, ptrdiff_t apart) {
     const auto half = [&](int which) {
       const U8 bytes = loadBlocks(p + which * kSecondPart, apart);
-      Pairs v{(I16)simd::shuffleBytes(bytes, simd::blockPattern(kShuffles.split[which][0])),
-              (I16)simd::shuffleBytes(bytes, simd::blockPattern(kShuffles.split[which][1]))};
+      Pairs v{as<int16_t>(simd::shuffleBytes(bytes, simd::blockPattern(kShuffles.split[which][0]))),
+              as<int16_t>(simd::shuffleBytes(bytes, simd::blockPattern(kShuffles.split[which][1])))};
       if constexpr (kComplement) v.c01 ^= int16_t(0xFF), v.c23 ^= simd::pairs(0xFF, 0);
       return v;
     };
@@ -173,11 +174,11 @@ struct YuyvLayout {
   static constexpr bool kComplement = false;
   static constexpr int at(int x, int c) { return x / 2 * 4 + (c == 0 ? x % 2 * 2 : 2 * c - 1); }
 };
-using Rgb = BytePixels<RgbLayout>;
-using YCbCr = BytePixels<RgbLayout>;
-using Bgr = BytePixels<BgrLayout>;
-using Cmyk = BytePixels<CmykLayout>;
-using Yuyv = BytePixels<YuyvLayout>;
+using RgbPixels = BytePixels<RgbLayout>;
+using YCbCrPixels = BytePixels<RgbLayout>;
+using BgrPixels = BytePixels<BgrLayout>;
+using CmykPixels = BytePixels<CmykLayout>;
+using YuyvPixels = BytePixels<YuyvLayout>;
 
 // 16-bit pixels with blue in the low bits: fields widen with zero low bits, and bytes lose their low bits.
 template <int GreenBits>
@@ -198,17 +199,17 @@ struct PackedPixels {
 
   static Octets load(const uint8_t* p, ptrdiff_t apart) {
     const auto [r, g, b] = Source::unpack(loadBlocks<U16>(p, apart));
-    const U16 zero{};
-    return {{(I16)simd::unpackLow(r, g), (I16)simd::unpackLow(b, zero)},
-            {(I16)simd::unpackHigh(r, g), (I16)simd::unpackHigh(b, zero)}};
+    const auto low = [](U16 a, U16 c) { return as<int16_t>(simd::unpackLow(a, c)); };
+    const auto high = [](U16 a, U16 c) { return as<int16_t>(simd::unpackHigh(a, c)); };
+    return {{low(r, g), low(b, U16{})}, {high(r, g), high(b, U16{})}};
   }
   static void store(uint8_t* p, ptrdiff_t apart, const I16 (&c)[4]) {
-    const auto byte = [](I16 v) { return (U16)min(max(v, I16{}), all<I16>(255)); };
+    const auto byte = [](I16 v) { return as<uint16_t>(min(max(v, I16{}), all<I16>(255))); };
     storeBlocks(p, apart, Sink::pack(byte(c[0]), byte(c[1]), byte(c[2])));
   }
 };
-using Bgr555 = PackedPixels<5>;
-using Bgr565 = PackedPixels<6>;
+using Bgr555Pixels = PackedPixels<5>;
+using Bgr565Pixels = PackedPixels<6>;
 
 }  // namespace qelj::jpeg::mcu
 

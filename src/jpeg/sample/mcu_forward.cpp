@@ -22,15 +22,13 @@ constexpr Weights rounded(Weights w, int32_t round) { return {w.r, w.g, w.b, rou
 
 // The 4:4:4 CMYK member rounds chroma with a little less than a half.
 template <class Pixels, class Mcu>
-constexpr int32_t kChromaRound = std::is_same_v<Pixels, Cmyk> && std::is_same_v<Mcu, Mcu444> ? 8133 : 8192;
+constexpr int32_t kChromaRound = std::is_same_v<Pixels, CmykPixels> && std::is_same_v<Mcu, Mcu444> ? 8133 : 8192;
 template <class Pixels, class Mcu>
-constexpr Matrix kRounded = {14, rounded(kQ14.y, 8192 - (128 << 14)),
-                             rounded(kQ14.cb, kChromaRound<Pixels, Mcu>),
+constexpr Matrix kRounded = {14, rounded(kQ14.y, 8192 - (128 << 14)), rounded(kQ14.cb, kChromaRound<Pixels, Mcu>),
                              rounded(kQ14.cr, kChromaRound<Pixels, Mcu>)};
 
 // The form of some members for blocks that are not 16-byte aligned.
-constexpr Matrix kTruncated = {16, rounded(kQ16.y, -(128 << 16)), rounded(kQ16.cb, 0),
-                               rounded(kQ16.cr, 0)};
+constexpr Matrix kTruncated = {16, rounded(kQ16.y, -(128 << 16)), rounded(kQ16.cb, 0), rounded(kQ16.cr, 0)};
 
 // No colour conversion: the level shift, and the truncated mean of chroma.
 constexpr Matrix kSampled = {0, {1, 0, 0, -128}, {0, 1, 0, -128}, {0, 0, 1, -128}};
@@ -48,7 +46,8 @@ I32 ownProducts(Pairs p) {
     else if constexpr (W.r == 0 && W.g == 0) return simd::mulAddPairs(p.c23, simd::pairs(W.b, 0));
     else return simd::mulAddPairs(p.c01, simd::pairs(W.r, W.g)) + simd::mulAddPairs(p.c23, simd::pairs(W.b, 0));
   } else {
-    return ((I32)p.c01 & 0xFFFF) * W.r + ((I32)p.c01 >> 16) * W.g + ((I32)p.c23 & 0xFFFF) * W.b;
+    const I32 c01 = as<int32_t>(p.c01), c23 = as<int32_t>(p.c23);
+    return (c01 & 0xFFFF) * W.r + (c01 >> 16) * W.g + (c23 & 0xFFFF) * W.b;
   }
 }
 template <Weights W, int Log2n, int Shift>
@@ -62,7 +61,9 @@ inline Pairs operator+(const Pairs& a, const Pairs& b) { return {a.c01 + b.c01, 
 
 // The four sums of two neighbouring pixels in every octet.
 inline Pairs ownSumsAcross(const Octets& o) {
-  const auto sums = [](I16 low, I16 high) { return (I16)simd::addNeighbours((I32)low, (I32)high); };
+  const auto sums = [](I16 low, I16 high) {
+    return as<int16_t>(simd::addNeighbours(as<int32_t>(low), as<int32_t>(high)));
+  };
   return {sums(o.low.c01, o.high.c01), sums(o.low.c23, o.high.c23)};
 }
 
@@ -82,7 +83,7 @@ void ownForwardOctets(const uint8_t* src, ptrdiff_t srcStep, int16_t* const* dst
       const Octets o = Pixels::load(row(src, srcStep, y) + x * Pixels::kPixelBytes, kDown * srcStep);
       storeOctets<kDown>(offset(luma, Mcu::luma(x, y)), ownWeighOctets<M.y, 0, M.shift>(o));
       if constexpr (Pixels::kChannels == 4) {
-        const I16 k = simd::packI16((I32)o.low.c23 >> 16, (I32)o.high.c23 >> 16);
+        const I16 k = simd::packI16(as<int32_t>(o.low.c23) >> 16, as<int32_t>(o.high.c23) >> 16);
         storeOctets<kDown>(offset(black, Mcu::luma(x, y)), k - int16_t(128));
       }
       sums[h] = v == 0 ? o : Octets{sums[h].low + o.low, sums[h].high + o.high};
@@ -141,67 +142,67 @@ QelStatus sampleDown(const uint8_t* src, int32_t srcStep, int16_t* const* dst) {
 }  // namespace
 
 QelStatus qeliRGBToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Rgb, Mcu444>(src, srcStep, dst);
+  return convert<RgbPixels, Mcu444>(src, srcStep, dst);
 }
 QelStatus qeliRGBToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Rgb, Mcu422>(src, srcStep, dst);
+  return convert<RgbPixels, Mcu422>(src, srcStep, dst);
 }
 QelStatus qeliRGBToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Rgb, Mcu411, kLuma>(src, srcStep, dst);
+  return convert<RgbPixels, Mcu411, kLuma>(src, srcStep, dst);
 }
 
 QelStatus qeliBGRToYCbCr444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Bgr, Mcu444>(src, srcStep, dst);
+  return convert<BgrPixels, Mcu444>(src, srcStep, dst);
 }
 QelStatus qeliBGRToYCbCr422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Bgr, Mcu422>(src, srcStep, dst);
+  return convert<BgrPixels, Mcu422>(src, srcStep, dst);
 }
 QelStatus qeliBGRToYCbCr411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Bgr, Mcu411, kLuma>(src, srcStep, dst);
+  return convert<BgrPixels, Mcu411, kLuma>(src, srcStep, dst);
 }
 
 QelStatus qeliBGR555ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Bgr555, Mcu444>(src, srcStep, dst);
+  return convert<Bgr555Pixels, Mcu444>(src, srcStep, dst);
 }
 QelStatus qeliBGR555ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Bgr555, Mcu422>(src, srcStep, dst);
+  return convert<Bgr555Pixels, Mcu422>(src, srcStep, dst);
 }
 QelStatus qeliBGR555ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Bgr555, Mcu411>(src, srcStep, dst);
+  return convert<Bgr555Pixels, Mcu411>(src, srcStep, dst);
 }
 
 QelStatus qeliBGR565ToYCbCr444LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Bgr565, Mcu444>(src, srcStep, dst);
+  return convert<Bgr565Pixels, Mcu444>(src, srcStep, dst);
 }
 QelStatus qeliBGR565ToYCbCr422LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Bgr565, Mcu422>(src, srcStep, dst);
+  return convert<Bgr565Pixels, Mcu422>(src, srcStep, dst);
 }
 QelStatus qeliBGR565ToYCbCr411LS_MCU_16u16s_C3P3R(const uint16_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return convert<Bgr565, Mcu411>(src, srcStep, dst);
+  return convert<Bgr565Pixels, Mcu411>(src, srcStep, dst);
 }
 
 QelStatus qeliCMYKToYCCK444LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]) {
-  return convert<Cmyk, Mcu444, kFourPlanes>(src, srcStep, dst);
+  return convert<CmykPixels, Mcu444, kFourPlanes>(src, srcStep, dst);
 }
 QelStatus qeliCMYKToYCCK422LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]) {
-  return convert<Cmyk, Mcu422, kLumaAndK>(src, srcStep, dst);
+  return convert<CmykPixels, Mcu422, kLumaAndK>(src, srcStep, dst);
 }
 QelStatus qeliCMYKToYCCK411LS_MCU_8u16s_C4P4R(const uint8_t* src, int32_t srcStep, int16_t* const dst[4]) {
-  return convert<Cmyk, Mcu411, kLumaAndK>(src, srcStep, dst);
+  return convert<CmykPixels, Mcu411, kLumaAndK>(src, srcStep, dst);
 }
 
 QelStatus qeliSampleDown444LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return sampleDown<YCbCr, Mcu444>(src, srcStep, dst);
+  return sampleDown<YCbCrPixels, Mcu444>(src, srcStep, dst);
 }
 QelStatus qeliSampleDown422LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return sampleDown<YCbCr, Mcu422>(src, srcStep, dst);
+  return sampleDown<YCbCrPixels, Mcu422>(src, srcStep, dst);
 }
 QelStatus qeliSampleDown411LS_MCU_8u16s_C3P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return sampleDown<YCbCr, Mcu411>(src, srcStep, dst);
+  return sampleDown<YCbCrPixels, Mcu411>(src, srcStep, dst);
 }
 // Both pixels of a pair bring the pair's chroma, so that its mean is the sample itself.
 QelStatus qeliSplit422LS_MCU_8u16s_C2P3R(const uint8_t* src, int32_t srcStep, int16_t* const dst[3]) {
-  return sampleDown<Yuyv, Mcu422>(src, srcStep, dst);
+  return sampleDown<YuyvPixels, Mcu422>(src, srcStep, dst);
 }
 
 }  // namespace qelj

@@ -9,6 +9,7 @@ namespace qelj {
 namespace {
 
 using namespace jpeg::mcu;
+using jpeg::colour::kChroma, jpeg::colour::kChromaQ16;
 
 // --- arithmetic --------------------------------------------------------------------------------------------
 
@@ -20,35 +21,42 @@ struct Channel {
   int32_t cb, cr, bias;
   Luma luma;
 };
-struct Form {
+struct InverseForm {
   Channel channel[3];
   int shift, offset;
   bool clampBlack;  // K + 128 is clamped, or else reduced to its low eight bits
 };
 
-// Q14, rounded, the level shift within the term: 2105344 is 128 and a half. Where chroma is repeated, green
-// is Y less its term, which rounds ties the other way.
+// Q14, rounded, the level shift within the term, which has 128 and a half. Where chroma is repeated, green is Y less
+// its term, which rounds ties the other way.
 constexpr int32_t kHalfQ14 = (128 << 14) + 8192;
 template <class Mcu>
-constexpr Form kRounded = {{{0, 22970, kHalfQ14, Luma::kPlus},
-                            Mcu::kAcross == 1 ? Channel{-5638, -11700, kHalfQ14, Luma::kPlus}
-                                              : Channel{5638, 11700, 16384 - kHalfQ14, Luma::kMinus},
-                            {29032, 0, kHalfQ14, Luma::kPlus}},
-                           14,
-                           0,
-                           true};
+constexpr InverseForm kRounded = {
+    {{0, kChroma<14>.rCr, kHalfQ14, Luma::kPlus},
+     Mcu::kAcross == 1 ? Channel{kChroma<14>.gCb, kChroma<14>.gCr, kHalfQ14, Luma::kPlus}
+                       : Channel{-kChroma<14>.gCb, -kChroma<14>.gCr, 16384 - kHalfQ14, Luma::kMinus},
+     {kChroma<14>.bCb, 0, kHalfQ14, Luma::kPlus}},
+    14,
+    0,
+    true};
 
 // Q16, truncated: the form of some members for blocks that are not 16-byte aligned. Its terms always fit 16 bits.
-constexpr Form kTruncated = {
-    {{0, 91881, 0, Luma::kPlus}, {-22554, -46802, 0, Luma::kPlus}, {116130, 0, 0, Luma::kPlus}}, 16, 128, false};
+constexpr InverseForm kTruncated = {{{0, kChromaQ16.rCr, 0, Luma::kPlus},
+                                     {kChromaQ16.gCb, kChromaQ16.gCr, 0, Luma::kPlus},
+                                     {kChromaQ16.bCb, 0, 0, Luma::kPlus}},
+                                    16,
+                                    128,
+                                    false};
 
 // No colour conversion.
-constexpr Form kSampled = {{{0, 0, 128, Luma::kPlus}, {1, 0, 128, Luma::kNone}, {0, 1, 128, Luma::kNone}}, 0, 0, true};
+constexpr InverseForm kSampled = {
+    {{0, 0, 128, Luma::kPlus}, {1, 0, 128, Luma::kNone}, {0, 1, 128, Luma::kNone}}, 0, 0, true};
 
-int32_t ownChannel(const Channel& c, const Form& f, int16_t y, int16_t cb, int16_t cr) {
+int32_t ownChannel(const Channel& c, const InverseForm& f, int16_t y, int16_t cb, int16_t cr) {
   const int32_t sum = addWrap(addWrap(mulWrap(c.cb, cb), mulWrap(c.cr, cr)), c.bias);
   const int32_t term = clampI16(sum >> f.shift);
-  return (c.luma == Luma::kPlus ? y + term : c.luma == Luma::kMinus ? y - term : term) + f.offset;
+  const int32_t value = c.luma == Luma::kPlus ? y + term : c.luma == Luma::kMinus ? y - term : term;
+  return value + f.offset;
 }
 
 // The terms of the vector's octets from their interleaved chroma (Cb, Cr, Cb, Cr, ...).
@@ -60,7 +68,7 @@ I16 ownTerms(I16 low, I16 high) {
     if constexpr (C.cb == int16_t(C.cb) && C.cr == int16_t(C.cr)) {
       sum = simd::mulAddPairs(chroma, simd::pairs(C.cb, C.cr));
     } else {
-      const I32 cb = shlWrap((I32)chroma, 16) >> 16, cr = (I32)chroma >> 16;
+      const I32 cb = shlWrap(as<int32_t>(chroma), 16) >> 16, cr = as<int32_t>(chroma) >> 16;
       sum = addWrap(mulWrap(cb, all<I32>(C.cb)), mulWrap(cr, all<I32>(C.cr)));
     }
     return addWrap(sum, all<I32>(C.bias)) >> Shift;
@@ -77,7 +85,7 @@ I16 ownValues(I16 y, I16 term) {
 
 // --- one MCU -----------------------------------------------------------------------------------------------
 
-template <class Pixels, class Mcu, const Form& F>
+template <class Pixels, class Mcu, const InverseForm& F>
 void ownInverseOctets(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr int kDown = Mcu::kDown;
   const int16_t *const luma = src[0], *const cb = src[1], *const cr = src[2];
@@ -110,7 +118,7 @@ void ownInverseOctets(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep
 }
 
 // Out of line, so that its registers don't burden the call of the octets.
-template <class Pixels, class Mcu, const Form& F>
+template <class Pixels, class Mcu, const InverseForm& F>
 [[gnu::noinline]] void ownInversePixels(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
   for (int y = 0; y < Mcu::kHeight; ++y)
     for (int x = 0; x < Mcu::kWidth; ++x) {
@@ -127,7 +135,7 @@ template <class Pixels, class Mcu, const Form& F>
     }
 }
 
-template <class Pixels, class Mcu, const Form& F>
+template <class Pixels, class Mcu, const InverseForm& F>
 void ownInverse(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
   // Rows that overlap are written in order, top to bottom; octets are not.
   if (simd::kEnabled && dstStep >= Mcu::kWidth * Pixels::kPixelBytes)
@@ -138,7 +146,8 @@ void ownInverse(const int16_t* const* src, uint8_t* dst, ptrdiff_t dstStep) {
 // --- fronts ------------------------------------------------------------------------------------------------
 
 // Aligned and Misaligned are the forms for the two cases of an address test on the planes Tested.
-template <class Pixels, class Mcu, const Form& Aligned, const Form& Misaligned = Aligned, unsigned Tested = kNoPlane>
+template <class Pixels, class Mcu, const InverseForm& Aligned, const InverseForm& Misaligned = Aligned,
+          unsigned Tested = kNoPlane>
 QelStatus inverse(const int16_t* const* src, typename Pixels::Sample* dst, int32_t dstStep) {
   if (auto s = check(nonNull(src, dst), planes(src, Pixels::kChannels), step(dstStep)); s) return s;
   auto* bytes = reinterpret_cast<uint8_t*>(dst);
@@ -159,66 +168,66 @@ QelStatus sampleUp(const int16_t* const* src, uint8_t* dst, int32_t dstStep) {
 }  // namespace
 
 QelStatus qeliYCbCr444ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return convert<Rgb, Mcu444, kThreePlanes>(src, dst, dstStep);
+  return convert<RgbPixels, Mcu444, kThreePlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr422ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return convert<Rgb, Mcu422, kThreePlanes>(src, dst, dstStep);
+  return convert<RgbPixels, Mcu422, kThreePlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr411ToRGBLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return convert<Rgb, Mcu411, kThreePlanes>(src, dst, dstStep);
+  return convert<RgbPixels, Mcu411, kThreePlanes>(src, dst, dstStep);
 }
 
 QelStatus qeliYCbCr444ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return convert<Bgr, Mcu444, kThreePlanes>(src, dst, dstStep);
+  return convert<BgrPixels, Mcu444, kThreePlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr422ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return convert<Bgr, Mcu422, kThreePlanes>(src, dst, dstStep);
+  return convert<BgrPixels, Mcu422, kThreePlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr411ToBGRLS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return convert<Bgr, Mcu411, kThreePlanes>(src, dst, dstStep);
+  return convert<BgrPixels, Mcu411, kThreePlanes>(src, dst, dstStep);
 }
 
 QelStatus qeliYCbCr444ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
-  return convert<Bgr555, Mcu444>(src, dst, dstStep);
+  return convert<Bgr555Pixels, Mcu444>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr422ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
-  return convert<Bgr555, Mcu422>(src, dst, dstStep);
+  return convert<Bgr555Pixels, Mcu422>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr411ToBGR555LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
-  return convert<Bgr555, Mcu411>(src, dst, dstStep);
+  return convert<Bgr555Pixels, Mcu411>(src, dst, dstStep);
 }
 
 QelStatus qeliYCbCr444ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
-  return convert<Bgr565, Mcu444>(src, dst, dstStep);
+  return convert<Bgr565Pixels, Mcu444>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr422ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
-  return convert<Bgr565, Mcu422>(src, dst, dstStep);
+  return convert<Bgr565Pixels, Mcu422>(src, dst, dstStep);
 }
 QelStatus qeliYCbCr411ToBGR565LS_MCU_16s16u_P3C3R(const int16_t* const src[3], uint16_t* dst, int32_t dstStep) {
-  return convert<Bgr565, Mcu411>(src, dst, dstStep);
+  return convert<Bgr565Pixels, Mcu411>(src, dst, dstStep);
 }
 
 QelStatus qeliYCCK444ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst, int32_t dstStep) {
-  return convert<Cmyk, Mcu444, kFourPlanes>(src, dst, dstStep);
+  return convert<CmykPixels, Mcu444, kFourPlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCCK422ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst, int32_t dstStep) {
-  return convert<Cmyk, Mcu422, kFourPlanes>(src, dst, dstStep);
+  return convert<CmykPixels, Mcu422, kFourPlanes>(src, dst, dstStep);
 }
 QelStatus qeliYCCK411ToCMYKLS_MCU_16s8u_P4C4R(const int16_t* const src[4], uint8_t* dst, int32_t dstStep) {
-  return convert<Cmyk, Mcu411, kFourPlanes>(src, dst, dstStep);
+  return convert<CmykPixels, Mcu411, kFourPlanes>(src, dst, dstStep);
 }
 
 QelStatus qeliSampleUp444LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return sampleUp<YCbCr, Mcu444>(src, dst, dstStep);
+  return sampleUp<YCbCrPixels, Mcu444>(src, dst, dstStep);
 }
 QelStatus qeliSampleUp422LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return sampleUp<YCbCr, Mcu422>(src, dst, dstStep);
+  return sampleUp<YCbCrPixels, Mcu422>(src, dst, dstStep);
 }
 QelStatus qeliSampleUp411LS_MCU_16s8u_P3C3R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return sampleUp<YCbCr, Mcu411>(src, dst, dstStep);
+  return sampleUp<YCbCrPixels, Mcu411>(src, dst, dstStep);
 }
 QelStatus qeliJoin422LS_MCU_16s8u_P3C2R(const int16_t* const src[3], uint8_t* dst, int32_t dstStep) {
-  return sampleUp<Yuyv, Mcu422>(src, dst, dstStep);
+  return sampleUp<YuyvPixels, Mcu422>(src, dst, dstStep);
 }
 
 }  // namespace qelj

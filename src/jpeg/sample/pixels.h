@@ -1,5 +1,6 @@
-// Pixels of the colour conversions in memory: readers and writers of one row, one pixel or one vector at a
-// time, and the loops over a row and over an image that all conversions share.
+// Pixels of the colour conversions in memory: readers and writers of one row, one pixel or one vector at a time, and
+// the loops over a row and over an image that all conversions share. pixel() takes bytes as they lie, group() a vector
+// of them through the shuffles of simd::, so that each is written by itself.
 #ifndef QELJ_JPEG_SAMPLE_PIXELS_H
 #define QELJ_JPEG_SAMPLE_PIXELS_H
 
@@ -303,17 +304,19 @@ struct YccSource {
 
 // --- From bytes to a form's operands and back --------------------------------------------------------------
 
-// A form works on 16-bit lanes, half a vector of bytes at a time. Unpacking and packing both go by blocks, so
-// that the pixels come back in order.
-struct Halves {
+// A form works on one pixel, or on 16-bit lanes, half a vector of bytes at a time. Unpacking and packing both go by
+// blocks, so that the pixels come back in order.
+struct Halves16 {
   I16 low, high;
 };
-QELJ_INLINE Halves widen(U8 v) { return {I16(simd::unpackLow(v, U8{})), I16(simd::unpackHigh(v, U8{}))}; }
-QELJ_INLINE Halves widenCentred(U8 chroma) {  // c << 8
-  const U8 centred = chroma ^ uint8_t(0x80);
-  return {I16(simd::unpackLow(U8{}, centred)), I16(simd::unpackHigh(U8{}, centred))};
+QELJ_INLINE Halves16 widen(U8 v) {
+  return {as<int16_t>(simd::unpackLow(v, U8{})), as<int16_t>(simd::unpackHigh(v, U8{}))};
 }
-QELJ_INLINE Rgb<Halves> widen(Rgb<U8> p) { return {widen(p.r), widen(p.g), widen(p.b)}; }
+QELJ_INLINE Halves16 widenCentred(U8 chroma) {  // c << 8
+  const U8 centred = chroma ^ uint8_t(0x80);
+  return {as<int16_t>(simd::unpackLow(U8{}, centred)), as<int16_t>(simd::unpackHigh(U8{}, centred))};
+}
+QELJ_INLINE Rgb<Halves16> widen(Rgb<U8> p) { return {widen(p.r), widen(p.g), widen(p.b)}; }
 
 template <class Form>
 QELJ_INLINE Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
@@ -335,7 +338,7 @@ QELJ_INLINE Rgb<uint8_t> toRgb(uint8_t y, Rgb<int32_t> offset) {
 }
 template <class Form>
 QELJ_INLINE Rgb<U8> toRgb(U8 y, Rgb<I16> low, Rgb<I16> high) {
-  const Halves luma = widen(y);
+  const Halves16 luma = widen(y);
   const auto colour = [&](I16 addLow, I16 addHigh) QELJ_INLINE_LAMBDA {
     return simd::packU8(shade<Form>(luma.low, addLow), shade<Form>(luma.high, addHigh));
   };
@@ -343,30 +346,30 @@ QELJ_INLINE Rgb<U8> toRgb(U8 y, Rgb<I16> low, Rgb<I16> high) {
 }
 template <class Form>
 QELJ_INLINE Rgb<uint8_t> toRgb(Ycc<uint8_t> p) {
-  return toRgb<Form>(p.y, Form::offset(Chroma<int32_t>{p.cb - 128, p.cr - 128}));
+  return toRgb<Form>(p.y, Form::offset(CbCr<int32_t>{p.cb - 128, p.cr - 128}));
 }
 template <class Form>
 QELJ_INLINE Rgb<U8> toRgb(Ycc<U8> p) {
-  const Halves cb = widenCentred(p.cb), cr = widenCentred(p.cr);
-  return toRgb<Form>(p.y, Form::offset(Chroma<I16>{cb.low, cr.low}), Form::offset(Chroma<I16>{cb.high, cr.high}));
+  const Halves16 cb = widenCentred(p.cb), cr = widenCentred(p.cr);
+  return toRgb<Form>(p.y, Form::offset(CbCr<I16>{cb.low, cr.low}), Form::offset(CbCr<I16>{cb.high, cr.high}));
 }
 
 // --- Loops -------------------------------------------------------------------------------------------------
 
-enum class Rows { kFork, kSerial, kSerialAnyStep };
+enum class RowWalk { kFork, kSerial, kSerialAnyStep };
 
 // The front of a whole-image conversion: checks, then rowOperation(source, sink, width) for every row.
-template <Rows kRows, class Source, class Sink, class From, class To, class RowOperation, class... SinkArgument>
+template <RowWalk kRows, class Source, class Sink, class From, class To, class RowOperation, class... SinkArgument>
 QelStatus convertRows(const From* src, int32_t srcStep, To* dst, int32_t dstStep, QelSize size,
                       RowOperation rowOperation, SinkArgument... sinkArgument) {
-  const auto usable = [](int32_t s) { return kRows == Rows::kSerialAnyStep ? qelStatusOk : step(s); };
+  const auto usable = [](int32_t s) { return kRows == RowWalk::kSerialAnyStep ? qelStatusOk : step(s); };
   if (auto s = check(Source::valid(src), Sink::valid(dst), usable(srcStep), usable(dstStep), area(size)); s) return s;
   const Writer write = Writer::forImage(size, Sink::kStreamedBytes);
   const auto oneRow = [=](int32_t y) {
     rowOperation(Source(src, srcStep, y), Sink(dst, dstStep, y, write, sinkArgument...), size.width);
     write.endRow();
   };
-  return kRows == Rows::kFork ? forEachRow(size, oneRow) : forEachRowSerial(size, oneRow);
+  return kRows == RowWalk::kFork ? forEachRow(size, oneRow) : forEachRowSerial(size, oneRow);
 }
 
 }  // namespace qelj::jpeg::colour

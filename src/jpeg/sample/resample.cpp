@@ -6,24 +6,24 @@
 #include "frame/fronts.h"
 #include "frame/lanes.h"
 #include "frame/rows.h"
+#include "jpeg/sample/pixels.h"
 
 namespace qelj {
 namespace {
 
-using simd::I16;
-using simd::U8;
-constexpr int kVector = simd::kBytes;
+using jpeg::colour::Halves16, jpeg::colour::kVector;
+using simd::I16, simd::U8;
 
 // --- Down: the mean of two or four samples -----------------------------------------------------------------
 
 // The rounding terms of the means at even and odd places. Terms that alternate leave the plane's mean as it is.
-struct Rounding {
+struct MeanTerms {
   int even, odd;
 };
 
 // kRows rows of 2 * count samples to `count` means; `second` is for two rows.
 template <int kRows>
-void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdiff_t count, Rounding round) {
+void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdiff_t count, MeanTerms round) {
   constexpr int kShift = kRows == 2 ? 2 : 1;
   const auto one = all<simd::I8>(1);
   const I16 term = simd::pairs(round.even, round.odd);
@@ -45,20 +45,17 @@ void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdi
 
 // --- Up: three parts of the near sample, one of the far one ------------------------------------------------
 
-// The samples that are spread across: those of one row, or three parts of a near row and one of a far row.
-// sum(k, far) is three parts of sample k and one of sample `far`; the vector face gives sums for kVector
-// samples from k on, in the lower and the upper halves of the blocks.
-struct Halves {
-  I16 low, high;
-};
+// The samples that are spread across: those of one row, or three parts of a near row and one of a far row. sum(k, far)
+// is three parts of sample k and one of sample `far`; the vector face gives sums for kVector samples from k on, in the
+// lower and the upper halves of the blocks, from products of bytes by pairs.
 struct OneRow {
   const uint8_t* s;
   static constexpr int kShift = 2, kEven = 1, kOdd = 2;
 
   int sum(ptrdiff_t k, ptrdiff_t far) const { return 3 * s[k] + s[far]; }
-  QELJ_INLINE Halves sums(ptrdiff_t k, ptrdiff_t far) const { return threeToOne(s + k, s + far); }
+  QELJ_INLINE Halves16 sums(ptrdiff_t k, ptrdiff_t far) const { return threeToOne(s + k, s + far); }
 
-  static QELJ_INLINE Halves threeToOne(const uint8_t* near, const uint8_t* far) {
+  static QELJ_INLINE Halves16 threeToOne(const uint8_t* near, const uint8_t* far) {
     const auto weights = as<int8_t>(all<I16>(0x0103));
     const U8 n = load<U8>(near), f = load<U8>(far);
     return {simd::mulAddBytes(simd::unpackLow(n, f), weights), simd::mulAddBytes(simd::unpackHigh(n, f), weights)};
@@ -70,8 +67,8 @@ struct TwoRows {
 
   int down(ptrdiff_t k) const { return 3 * near[k] + far[k]; }
   int sum(ptrdiff_t k, ptrdiff_t other) const { return 3 * down(k) + down(other); }
-  QELJ_INLINE Halves sums(ptrdiff_t k, ptrdiff_t other) const {
-    const Halves a = OneRow::threeToOne(near + k, far + k), b = OneRow::threeToOne(near + other, far + other);
+  QELJ_INLINE Halves16 sums(ptrdiff_t k, ptrdiff_t other) const {
+    const Halves16 a = OneRow::threeToOne(near + k, far + k), b = OneRow::threeToOne(near + other, far + other);
     const auto three = all<I16>(3);
     return {a.low * three + b.low, a.high * three + b.high};
   }
@@ -91,7 +88,7 @@ template <class Source>
 void ownUpSamples(const Source& s, uint8_t* dst, ptrdiff_t from, ptrdiff_t to) {
   const auto roundEven = all<I16>(Source::kEven), roundOdd = all<I16>(Source::kOdd);
   ptrdiff_t k = simd::coverByVectors(from, to, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const Halves even = s.sums(at, at - 1), odd = s.sums(at, at + 1);
+    const Halves16 even = s.sums(at, at - 1), odd = s.sums(at, at + 1);
     const auto merge = [&](I16 e, I16 o) QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
       const I16 low = (e + roundEven) >> Source::kShift, high = shlWrap(o + roundOdd, 8 - Source::kShift);
       return low | (high & int16_t(-256));
@@ -173,7 +170,7 @@ QelStatus qeliSampleDownRowH2V1_Box_JPEG_8u_C1(const uint8_t* src, int32_t srcWi
   const auto lead = int32_t(-reinterpret_cast<uintptr_t>(dst) & 15);
   const bool cut = !shortEven && srcWidth <= 2 * lead;
   const int32_t count = cut ? std::max(srcWidth - lead, 0) / 2 : srcWidth / 2;
-  ownDownRow<1>(src, nullptr, dst, count, oddFirst ? Rounding{1, 0} : Rounding{0, 1});
+  ownDownRow<1>(src, nullptr, dst, count, oddFirst ? MeanTerms{1, 0} : MeanTerms{0, 1});
   return qelStatusOk;
 }
 

@@ -77,7 +77,7 @@ QelStatus forward(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, cons
 template <class Form>
 struct PairOffsets {
   Rgb<I16> low, high;
-  QELJ_INLINE explicit PairOffsets(Chroma<I16> c) {
+  QELJ_INLINE explicit PairOffsets(CbCr<I16> c) {
     const Rgb<I16> o = Form::offset(c);
     low = {simd::unpackLow(o.r, o.r), simd::unpackLow(o.g, o.g), simd::unpackLow(o.b, o.b)};
     high = {simd::unpackHigh(o.r, o.r), simd::unpackHigh(o.g, o.g), simd::unpackHigh(o.b, o.b)};
@@ -96,7 +96,7 @@ void ownInverseRows(const uint8_t* const (&y)[2], const uint8_t* cb, const uint8
       sink[row].group(at, {toRgb<Form>(load<U8>(y[row] + at), add.low, add.high), U8{}});
   });
   for (; x + 1 < width; x += 2) {
-    const auto add = Form::offset(Chroma<int32_t>{cb[x / 2] - 128, cr[x / 2] - 128});
+    const auto add = Form::offset(CbCr<int32_t>{cb[x / 2] - 128, cr[x / 2] - 128});
     for (int row = 0; row < kRows; ++row)
       for (int i = 0; i < 2; ++i) sink[row].pixel(x + i, {toRgb<Form>(y[row][x + i], add), 0});
   }
@@ -123,7 +123,7 @@ void ownPackedRow(const uint8_t* src, PixelSink<RgbOrder> sink, ptrdiff_t width)
   const ptrdiff_t main = width / 8 * 8;
   const auto pair = [&]<class Form>(Form, ptrdiff_t x) {
     const uint8_t* p = src + 2 * x;
-    const auto add = Form::offset(Chroma<int32_t>{p[1] - 128, p[3] - 128});
+    const auto add = Form::offset(CbCr<int32_t>{p[1] - 128, p[3] - 128});
     const uint8_t y1 = p[2];
     sink.pixel(x, {toRgb<Form>(p[0], add), 0}), sink.pixel(x + 1, {toRgb<Form>(y1, add), 0});
   };
