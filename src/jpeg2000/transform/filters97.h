@@ -6,10 +6,13 @@
 // where s is the sum of the two neighbours. Five arithmetics are in use, and give results of their own:
 //
 //   Float         samples are floats, and so is every product and every sum
-//   Wide          32-bit samples times constants of 16 fractional bits, in 64 bits
-//   High          16-bit samples, of whose products with 16-bit constants the high half is kept; sums saturate
-//   Cut           16-bit samples times constants of 14 fractional bits, in 32 bits, cut to 16 behind every product
-//   ThroughFloat  32-bit samples, which are floats between the first stage and the last
+//   Wide          32-bit samples times constants of 16 fractional bits, in 64 bits, which hold both
+//   High          16-bit samples, of whose products with 16-bit constants the high half is kept, which is one
+//                 instruction; sums saturate
+//   Cut           16-bit samples times constants of 14 fractional bits, in 32 bits, cut to 16 behind every product;
+//                 sums wrap
+//   ThroughFloat  32-bit samples, which are floats between the first stage and the last, where no rounding to integers
+//                 comes in between
 //
 // The first three are those of rows, columns and steps, the last two those of whole tiles.
 #ifndef QELJ_JPEG2000_TRANSFORM_FILTERS97_H
@@ -354,23 +357,48 @@ struct Inverse97ThroughFloat : Unscaled<int32_t, 4> {
 
 // A region of one sample a band is filtered at once, not lifted, by the taps of analysis, from the centre outwards.
 // Those of synthesis are the same with every other sign changed.
-inline constexpr float kLowTaps[] = {0.602949f, 0.26686412f, -0.078223266f, -0.01686412f, 0.026748758f};
-inline constexpr float kHighTaps[] = {1.115087f, -0.59127176f, -0.057543527f, 0.091271766f};
-inline constexpr float kEvenTaps[] = {kHighTaps[0], -kLowTaps[1], kHighTaps[2], -kLowTaps[3]};
-inline constexpr float kOddTaps[] = {kLowTaps[0], -kHighTaps[1], kLowTaps[2], -kHighTaps[3], kLowTaps[4]};
-
-// The nearest integers, but for the second high tap; and the synthesis has two that do not mirror the analysis.
-inline constexpr int32_t kLowTaps16[] = {q16(kLowTaps[0]), q16(kLowTaps[1]), q16(kLowTaps[2]), q16(kLowTaps[3]),
-                                         q16(kLowTaps[4])};
-inline constexpr int32_t kHighTaps16[] = {q16(kHighTaps[0]), q16(kHighTaps[1]) + 1, q16(kHighTaps[2]),
-                                          q16(kHighTaps[3])};
-inline constexpr int32_t kEvenTaps16[] = {kHighTaps16[0], -kLowTaps16[1], kHighTaps16[2], -kLowTaps16[3]};
-inline constexpr int32_t kOddTaps16[] = {kLowTaps16[0], 1 - kHighTaps16[1], kLowTaps16[2], 1 - kHighTaps16[3],
-                                         kLowTaps16[4]};
-static_assert(kHighTaps16[1] == -38749 && kOddTaps16[1] == 38750 && kHighTaps16[3] == 5982 && kOddTaps16[3] == -5981);
+template <class T>
+struct DirectTaps {
+  T low[5], high[4], even[4], odd[5];
+};
+inline constexpr DirectTaps<float> kDirectTaps = [] {
+  DirectTaps<float> taps{{0.602949f, 0.26686412f, -0.078223266f, -0.01686412f, 0.026748758f},
+                         {1.115087f, -0.59127176f, -0.057543527f, 0.091271766f},
+                         {},
+                         {}};
+  for (int i = 0; i < 4; ++i) taps.even[i] = i % 2 ? -taps.low[i] : taps.high[i];
+  for (int i = 0; i < 5; ++i) taps.odd[i] = i % 2 ? -taps.high[i] : taps.low[i];
+  return taps;
+}();
+// The nearest integers, but for two, which do not mirror their partners: -38749 where the nearest is -38750, and -5981
+// where it is -5982.
+inline constexpr DirectTaps<int32_t> kDirectTaps16 = [] {
+  DirectTaps<int32_t> taps{};
+  for (int i = 0; i < 5; ++i) taps.low[i] = q16(kDirectTaps.low[i]), taps.odd[i] = q16(kDirectTaps.odd[i]);
+  for (int i = 0; i < 4; ++i) taps.high[i] = q16(kDirectTaps.high[i]), taps.even[i] = q16(kDirectTaps.even[i]);
+  ++taps.high[1], ++taps.odd[3];
+  return taps;
+}();
+static_assert(kDirectTaps16.high[1] == -38749 && kDirectTaps16.odd[1] == 38750 && kDirectTaps16.high[3] == 5982 &&
+              kDirectTaps16.odd[3] == -5981);
 
 // x(m) is the sample at position m of the line; forward reads the signal, inverse the bands as they alternate.
-struct Direct97Float {
+template <class Arithmetic>
+struct Direct97 {
+  template <class X, class T>
+  static void forward(X x, T* low, T* high, int q) {
+    put(low, 0, Arithmetic::low(x, q));
+    put(high, 0, Arithmetic::filter(Arithmetic::kTaps.high, x, 1 - q));
+  }
+  template <class X, class T>
+  static void inverse(X x, T* even, T* odd, int q) {
+    put(even, 0, Arithmetic::filter(Arithmetic::kTaps.even, x, q));
+    put(odd, 0, Arithmetic::filter(Arithmetic::kTaps.odd, x, 1 - q));
+  }
+};
+
+struct DirectFloat {
+  static constexpr DirectTaps<float> kTaps = kDirectTaps;
   template <int n, class X>
   static float filter(const float (&taps)[n], X x, ptrdiff_t centre) {
     float sum = (x(centre - n + 1) + x(centre + n - 1)) * taps[n - 1];
@@ -378,19 +406,13 @@ struct Direct97Float {
     return sum + x(centre) * taps[0];
   }
   template <class X>
-  static void forward(X x, float* low, float* high, int q) {
-    put(low, 0, filter(kLowTaps, x, q));
-    put(high, 0, filter(kHighTaps, x, 1 - q));
-  }
-  template <class X>
-  static void inverse(X x, float* even, float* odd, int q) {
-    put(even, 0, filter(kEvenTaps, x, q));
-    put(odd, 0, filter(kOddTaps, x, 1 - q));
+  static float low(X x, ptrdiff_t centre) {
+    return filter(kTaps.low, x, centre);
   }
 };
-
 // Each tap is rounded by itself, on the sum of the two samples at its distance.
-struct Direct97Wide {
+struct DirectWide {
+  static constexpr DirectTaps<int32_t> kTaps = kDirectTaps16;
   template <int n, class X>
   static int32_t filter(const int32_t (&taps)[n], X x, ptrdiff_t centre) {
     int32_t sum = product16(taps[0], x(centre));
@@ -398,34 +420,26 @@ struct Direct97Wide {
     return sum;
   }
   template <class X>
-  static void forward(X x, int32_t* low, int32_t* high, int q) {
-    put(low, 0, filter(kLowTaps16, x, q));
-    put(high, 0, filter(kHighTaps16, x, 1 - q));
-  }
-  template <class X>
-  static void inverse(X x, int32_t* even, int32_t* odd, int q) {
-    put(even, 0, filter(kEvenTaps16, x, q));
-    put(odd, 0, filter(kOddTaps16, x, 1 - q));
+  static int32_t low(X x, ptrdiff_t centre) {
+    return filter(kTaps.low, x, centre);
   }
 };
-
-// The sum is rounded once; that of the forward low sample has 32 bits and wraps.
-struct Direct97High {
+// The sum is rounded once and saturates; that of the low sample has 32 bits and wraps.
+struct DirectHigh {
+  static constexpr DirectTaps<int32_t> kTaps = kDirectTaps16;
   template <int n, class X>
-  static int64_t filter(const int32_t (&taps)[n], X x, ptrdiff_t centre) {
+  static int64_t roundedSum(const int32_t (&taps)[n], X x, ptrdiff_t centre) {
     int64_t sum = int64_t(taps[0]) * x(centre);
     for (int i = 1; i < n; ++i) sum += int64_t(taps[i]) * (int32_t(x(centre - i)) + x(centre + i));
     return sum + 32768;
   }
-  template <class X>
-  static void forward(X x, int16_t* low, int16_t* high, int q) {
-    put(low, 0, int16_t(int32_t(uint32_t(uint64_t(filter(kLowTaps16, x, q)))) >> 16));
-    put(high, 0, sat16(filter(kHighTaps16, x, 1 - q) >> 16));
+  template <int n, class X>
+  static int16_t filter(const int32_t (&taps)[n], X x, ptrdiff_t centre) {
+    return sat16(roundedSum(taps, x, centre) >> 16);
   }
   template <class X>
-  static void inverse(X x, int16_t* even, int16_t* odd, int q) {
-    put(even, 0, sat16(filter(kEvenTaps16, x, q) >> 16));
-    put(odd, 0, sat16(filter(kOddTaps16, x, 1 - q) >> 16));
+  static int16_t low(X x, ptrdiff_t centre) {
+    return int16_t(int32_t(uint32_t(uint64_t(roundedSum(kTaps.low, x, centre)))) >> 16);
   }
 };
 
