@@ -146,12 +146,12 @@ struct Picture {
         std::vector<uint8_t> buffer(size_t(bytes) + 1);
         qeliWTFwd_B53_JPEG2K_32s_C1IR(plane.data(), step, &rect, buffer.data());
         const int32_t lw = (w + 1) / 2, lh = (h + 1) / 2;
-        cut(plane.data() + lw, w - lw, lh, 2, 11);
-        cut(plane.data() + ptrdiff_t(lh) * photo.width, lw, h - lh, 0, 11);
-        cut(plane.data() + ptrdiff_t(lh) * photo.width + lw, w - lw, h - lh, 3, 12);
+        cut(plane.data() + lw, w - lw, lh, qelSubbandHL, 11);
+        cut(plane.data() + ptrdiff_t(lh) * photo.width, lw, h - lh, qelSubbandLH, 11);
+        cut(plane.data() + ptrdiff_t(lh) * photo.width + lw, w - lw, h - lh, qelSubbandHH, 12);
         w = lw, h = lh;
       }
-      cut(plane.data(), w, h, 0, 10);
+      cut(plane.data(), w, h, qelSubbandLL, 10);
     }
   }
 

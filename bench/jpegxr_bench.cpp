@@ -71,14 +71,14 @@ struct Coding {
   void start() {
     qeliVLCInit_JPEGXR(state());
     for (int i = 0; i < 3; ++i) qeliVLCScanReset_JPEGXR(state(), i);
-    qeliVLCScanSet_JPEGXR(state(), 1);
+    qeliVLCScanSet_JPEGXR(state(), qelVLCScanHighPass);
     out = bytes.data(), in = bytes.data(), bitBuffer = 0, bitCount = 0;
   }
   void encode() {
     start();
     coded.clear();
     for (size_t i = 0; i < blocks.size(); i += 16) {
-      if (i % 4096 == 0) qeliVLCAdapt_JPEGXR(state(), 1);
+      if (i % 4096 == 0) qeliVLCAdapt_JPEGXR(state(), qelVLCGroupHighPass);
       int32_t pairs;
       if (modelBits) {
         uint32_t residual[16];
@@ -96,7 +96,7 @@ struct Coding {
   void decode() {
     start();
     for (size_t i = 0; i < blocks.size(); i += 16) {
-      if (i % 4096 == 0) qeliVLCAdapt_JPEGXR(state(), 1);
+      if (i % 4096 == 0) qeliVLCAdapt_JPEGXR(state(), qelVLCGroupHighPass);
       int16_t block[16];
       int32_t pairs;
       if (coded[i / 16])

@@ -7,9 +7,10 @@
 namespace qelj::fuzz {
 namespace {
 
-constexpr int32_t kTerminateAll = 4, kSegmentSymbols = 16, kKeepSamples = 0x20000, kKeepMidPoint = 0x40000;
-constexpr int32_t kStyles[] = {
-    1, 2, kTerminateAll, 8, kSegmentSymbols, 0x10000, kKeepSamples, kKeepMidPoint, 0x80000, 0x100000};
+constexpr int32_t kStyles[] = {qelCodeStyleCausal,      qelCodeStyleBypass,       qelCodeStyleTerminate,
+                               qelCodeStyleReset,       qelCodeStyleSymbols,      qelCodeStyleCut,
+                               qelCodeStyleKeepSamples, qelCodeStyleKeepMidPoint, qelCodeStyleKeepFlags,
+                               qelCodeStylePredictable};
 
 std::vector<uint8_t> stateFor(QelSize size) {
   int32_t bytes = 0;
@@ -70,7 +71,7 @@ void decodeSegments(Input& input, QelSize size, int32_t style, int32_t gap) {
   for (size_t i = 0; i < lengths.size() && last == qelStatusOk; segment += lengths[i++])
     last = qeliDecodeCBProgrStep_JPEG2K(segment, int32_t(lengths[i]), stepState.data());
   FUZZ_EXPECT(last == status);
-  if (status == qelStatusOk && style & kKeepMidPoint) FUZZ_EXPECT(once.bytes == steps.bytes);
+  if (status == qelStatusOk && style & qelCodeStyleKeepMidPoint) FUZZ_EXPECT(once.bytes == steps.bytes);
 }
 
 void roundTrip(Input& input, QelSize size, int32_t style) {

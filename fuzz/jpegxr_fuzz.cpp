@@ -92,7 +92,7 @@ std::vector<Seed> seeds() {
   uint8_t* stream = coded.data();
   uint32_t bitBuffer = 0;
   int32_t bitCount = 0, pairs = 0;
-  qeliVLCScanSet_JPEGXR(state.get(), 0);
+  qeliVLCScanSet_JPEGXR(state.get(), qelVLCScanHighPassTop);
   for (int block = 0; block < 12; ++block) {
     int16_t samples[16] = {};
     for (int i = 1; i < 16; i += 1 + block % 5) samples[i] = int16_t((i * 23 + block * 7) % 41 - 20);

@@ -47,8 +47,9 @@ inline int32_t threadsAsked(std::string_view list) {
 inline int32_t cacheSize(std::string_view text) {
   constexpr int64_t kMost = INT32_MAX;
   const int64_t count = std::clamp(cutNumber(text), int64_t(0), kMost);
-  const char unit = text.empty() ? '\n' : text[0];
-  return int32_t(std::min(count << (unit == 'K' ? 10 : unit == 'M' ? 20 : unit == 'G' ? 30 : 0), kMost));
+  constexpr std::string_view kUnits = "KMG";  // 2^10, 2^20, 2^30
+  const size_t unit = text.empty() ? kUnits.npos : kUnits.find(text[0]);
+  return int32_t(std::min(unit == kUnits.npos ? count : count << (10 * (unit + 1)), kMost));
 }
 
 // The processors that so much time in every period keeps busy, a begun one as a whole one.

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What both commands share; sourced, not run.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -55,6 +56,7 @@ cpu_generations() {
 }
 cpu_generation() { cpu_generations | cut -d' ' -f1; }
 
+# shellcheck disable=SC2034  # who sources this uses it
 build_packages=(g++ cmake ninja-build libpng-dev)
 
 # build <preset> <target>... -- <cmake options>...

@@ -10,8 +10,6 @@
 namespace qelconv::jpeg2000 {
 namespace {
 
-constexpr int32_t kKeepMidPoint = 0x40000;
-
 // One thread's memory for decoding blocks.
 struct BlockDecoder {
   std::vector<uint8_t> state;
@@ -40,7 +38,7 @@ struct BlockDecoder {
     const QelStatus status = qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(
         b.data.empty() ? &none : b.data.data(), samples.data(), 4 * w, {w, h}, libraryBand(band.kind),
         uint32_t(planes), std::min(passes, most), lengths.data(), int32_t(lengths.size()),
-        libraryStyle(coding.style) | kKeepMidPoint, nullptr, state.data());
+        libraryStyle(coding.style) | qelCodeStyleKeepMidPoint, nullptr, state.data());
     const float scale = float(std::ldexp(band.step, fractionBits(bits) - half));
     for (int32_t y = 0; y < h; ++y) {
       const int32_t* from = &samples[size_t(y) * size_t(w)];

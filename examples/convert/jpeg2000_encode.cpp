@@ -106,7 +106,7 @@ class BlockCoder {
 
     int32_t planes = 0, passes = 0, segments = 0;
     // A lossless end is measured as one.
-    const int32_t style = libraryStyle(coding.style) | (coding.reversible ? 0x20 : 0);
+    const int32_t style = libraryStyle(coding.style) | (coding.reversible ? qelCodeStyleLossless : 0);
     expectOk(qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(samples_.data(), 4 * w, {w, h}, state_.get(),
                                                     libraryBand(band.kind), band.planes, 0, 0, style, &planes,
                                                     &passes, &segments),

@@ -13,7 +13,9 @@ namespace qelconv::jpeg2000 {
 constexpr int fractionBits(int bits) { return 20 - bits; }
 
 // The library's codes of the bands: HL and HH have context tables of their own.
-constexpr int32_t libraryBand(int kind) { return kind == 1 ? 2 : kind == 3 ? 3 : 0; }
+constexpr int32_t libraryBand(int kind) {
+  return kind == 1 ? qelSubbandHL : kind == 3 ? qelSubbandHH : qelSubbandLL;  // LH is coded as LL is
+}
 
 inline size_t workBytes(const Coding& coding, const TileComponent& c) {
   const QelRect rect{c.area.x0, c.area.y0, c.area.width(), c.area.height()};

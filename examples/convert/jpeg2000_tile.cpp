@@ -172,7 +172,8 @@ int32_t Parameters::tilesWide() const { return int32_t(ceilDivide(width - tileX0
 int32_t Parameters::tilesHigh() const { return int32_t(ceilDivide(height - tileY0, tileHeight)); }
 
 int32_t libraryStyle(int style) {
-  constexpr int32_t kByBit[] = {0x2, 0x8, 0x4, 0x1, 0x100000, 0x10};
+  constexpr int32_t kByBit[] = {qelCodeStyleBypass, qelCodeStyleReset,       qelCodeStyleTerminate,
+                                qelCodeStyleCausal, qelCodeStylePredictable, qelCodeStyleSymbols};
   int32_t result = 0;
   for (int bit = 0; bit < 6; ++bit)
     if (style >> bit & 1) result |= kByBit[bit];

@@ -287,7 +287,7 @@ class BlockEncoder {
     out_.room(walk_.blocksInRow() * 512 + kEndOfIntervalRoom);
     walk_.row(
         row, coefficients, [&] { restart(); },
-        [&](size_t part, int16_t* block) { expectOk(encode(part, block, 0), "coding a block"); });
+        [&](size_t part, int16_t* block) { expectOk(encode(part, block, qelFlushNo), "coding a block"); });
   }
   void finish() {
     flush();
@@ -304,7 +304,7 @@ class BlockEncoder {
 
   void flush() {
     out_.room(kEndOfIntervalRoom);
-    expectOk(encode(0, nullptr, 1), "ending a scan");
+    expectOk(encode(0, nullptr, qelFlushYes), "ending a scan");
   }
 
   void restart() {
@@ -354,11 +354,12 @@ class TableMaker {
       : scan_(scan), pass_(passOf(frame, scan)) {
     Walk walk(frame, scan, restartInterval);
     const auto endInterval = [&] {
-      count(0, nullptr, 1);
+      count(0, nullptr, qelFlushYes);
       lastDc_.fill(0);
     };
     for (int32_t row = 0; row < walk.rows(); ++row)
-      walk.row(row, coefficients, endInterval, [&](size_t part, int16_t* block) { count(part, block, 0); });
+      walk.row(row, coefficients, endInterval,
+               [&](size_t part, int16_t* block) { count(part, block, qelFlushNo); });
     endInterval();
   }
 
@@ -485,14 +486,14 @@ DifferenceEncoder::DifferenceEncoder(const HuffmanList& list, int channels, std:
     : impl_(std::make_unique<Impl>(list, channels, out)) {}
 DifferenceEncoder::~DifferenceEncoder() = default;
 void DifferenceEncoder::encodeRow(const int16_t* const* planes, int32_t width) {
-  impl_->encode(planes, width, 0);
+  impl_->encode(planes, width, qelFlushNo);
 }
 void DifferenceEncoder::restart() {
-  impl_->encode(nullptr, 1, 1);
+  impl_->encode(nullptr, 1, qelFlushYes);
   impl_->out.putRestartMarker();
 }
 void DifferenceEncoder::finish() {
-  impl_->encode(nullptr, 1, 1);
+  impl_->encode(nullptr, 1, qelFlushYes);
   impl_->out.finish();
 }
 

@@ -305,7 +305,7 @@ struct Adaptation {
   void adaptDC() { dcLevel[0].adapt(), dcLevel[1].adapt(); }
   void adaptHigh() {
     patternCount.adapt(), blockPattern.adapt();
-    qeliVLCAdapt_JPEGXR(state(), 1);
+    qeliVLCAdapt_JPEGXR(state(), qelVLCGroupHighPass);
   }
 };
 

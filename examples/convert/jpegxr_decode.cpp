@@ -131,7 +131,7 @@ class Decoder {
       if (!has(kLP))
         for (auto& low : mb.low) std::fill(low + 1, low + 16, 0);
     }
-    if (adapts) a_.adaptDC(), qeliVLCAdapt_JPEGXR(a_.state(), 0);
+    if (adapts) a_.adaptDC(), qeliVLCAdapt_JPEGXR(a_.state(), qelVLCGroupLowPass);
     predictLow(mb.low, n, header_.planes, 1);
 
     uint32_t pattern[3] = {};
@@ -139,7 +139,7 @@ class Decoder {
       const Predict how = predictHigh(mb.low, header_.planes);
       a_.restartScans(x, 0);
       a_.restartScans(x, 1);
-      qeliVLCScanSet_JPEGXR(a_.state(), how == Predict::top ? 0 : 1);
+      qeliVLCScanSet_JPEGXR(a_.state(), how == Predict::top ? qelVLCScanHighPassTop : qelVLCScanHighPass);
       decodePatterns(pattern, n);
       decodeHigh(mb, pattern);
       if (adapts) a_.adaptHigh();
@@ -196,7 +196,7 @@ class Decoder {
         int32_t count = 0;
         qeliVLCDecodeDC444_JPEGXR_1u32s(&in.stream, &in.bitBuffer, &in.bitCount, low[p], p > 0, &count,
                                         a_.state());
-        if (count > 15) damaged();
+        if (count == qelVLCCountOverrun) damaged();
         counts[p > 0] += count;
       }
       for (int k = 1; bits && k < 16; ++k) {
@@ -280,7 +280,7 @@ class Decoder {
           int32_t count = 0;
           qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&in.stream, &in.bitBuffer, &in.bitCount, int32_t(step << bits),
                                             block, 64, p > 0, &count, a_.state());
-          if (count > 15) damaged();
+          if (count == qelVLCCountOverrun) damaged();
           counts[p > 0] += count;
         } else {
           for (int r = 0; r < 4; ++r) std::memset(block + 16 * r, 0, 16);

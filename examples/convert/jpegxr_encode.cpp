@@ -155,7 +155,7 @@ class Encoder {
     codeDC(low);
     a_.restartScans(x, 2);
     codeLow(low);
-    if (adapts) a_.adaptDC(), qeliVLCAdapt_JPEGXR(a_.state(), 0);
+    if (adapts) a_.adaptDC(), qeliVLCAdapt_JPEGXR(a_.state(), qelVLCGroupLowPass);
 
     const Predict how = predictHigh(mb.low, header_.planes);
     if (how == Predict::left || how == Predict::top)
@@ -163,7 +163,7 @@ class Encoder {
         unpredict(mb.samples[p], how == Predict::left ? kHighFromLeft : kHighFromTop);
     a_.restartScans(x, 0);
     a_.restartScans(x, 1);
-    qeliVLCScanSet_JPEGXR(a_.state(), how == Predict::top ? 0 : 1);
+    qeliVLCScanSet_JPEGXR(a_.state(), how == Predict::top ? qelVLCScanHighPassTop : qelVLCScanHighPass);
     uint32_t pattern[3] = {};
     for (int p = 0; p < header_.planes; ++p) pattern[p] = patternOf(mb.samples[p], a_.models[kHP].bits(p));
     codePatterns(pattern, n);

@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
 
   const size_t pixels = (size_t)width * (size_t)height;
   const size_t blocks = (size_t)((width + 7) / 8) * (size_t)((height + 7) / 8);
-  const size_t room = 1024 + blocks * 512; /* no coded block is larger than 512 bytes */
+  const size_t room = 1024 + 570 + blocks * 512; /* a block takes 512 bytes at most; 570 ahead keep the coder fast */
   uint8_t* picture = malloc(pixels);
   uint8_t* file = malloc(room);
   if (!picture || !file || room > INT32_MAX || fread(picture, 1, pixels, in) != pixels)
@@ -78,16 +78,20 @@ int main(int argc, char** argv) {
         cutBlock(picture, width, height, x, y, block);
         samples = block, step = 8;
       }
-      qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(samples, step, coefficients, table);
-      status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(coefficients, file, (int32_t)room, &position, &lastDC, dc, ac, state, 0);
+      status = qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(samples, step, coefficients, table);
+      if (status >= 0)
+        status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(coefficients, file, (int32_t)room, &position, &lastDC, dc, ac,
+                                                    state, qelFlushNo);
     }
-  if (status >= 0) status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(0, file, (int32_t)room, &position, &lastDC, dc, ac, state, 1);
+  if (status >= 0)
+    status = qeliEncodeHuffman8x8_JPEG_16s1u_C1(0, file, (int32_t)room, &position, &lastDC, dc, ac, state, qelFlushYes);
   put16(file + position, 0xFFD9); /* EOI */
 
   FILE* out = status >= 0 ? fopen(argv[2], "wb") : 0;
   const int good = out && fwrite(file, 1, (size_t)position + 2, out) == (size_t)position + 2 && fclose(out) == 0;
   if (!good) fprintf(stderr, "%s can't be written (status %d)\n", argv[2], (int)status);
-  qeliEncodeHuffmanSpecFree_JPEG_8u(dc), qeliEncodeHuffmanSpecFree_JPEG_8u(ac), qeliEncodeHuffmanStateFree_JPEG_8u(state);
+  qeliEncodeHuffmanSpecFree_JPEG_8u(dc), qeliEncodeHuffmanSpecFree_JPEG_8u(ac),
+      qeliEncodeHuffmanStateFree_JPEG_8u(state);
   free(picture), free(file), fclose(in);
   return !good;
 }

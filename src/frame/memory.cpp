@@ -1,14 +1,12 @@
 #include "frame/memory.h"
 
+#include <bit>
 #include <cstring>
 
 #include "frame/arith.h"
 #include "frame/check.h"
+#include "frame/lanes.h"
 #include "qelcore.h"
-
-#if defined(__SSE2__)
-#  include <emmintrin.h>
-#endif
 
 namespace qelj {
 namespace {
@@ -22,24 +20,18 @@ void fillCached(char* dst, uint32_t pattern, int64_t bytes) {
   std::memcpy(dst + i, &pattern, size_t(bytes - i));
 }
 
-#if defined(__SSE2__)
 void fillStreaming(char* dst, uint32_t pattern, int64_t bytes) {
   // Up to the first 64-byte boundary through the cache; then whole lines; then the rest. The pattern is
   // rotated by the head's length so that its phase stays that of `dst`.
   const int64_t head = int64_t(-reinterpret_cast<uintptr_t>(dst) & 63);
   fillCached(dst, pattern, head);
-  const int turn = int(head & 3) * 8;
-  const uint32_t turned = turn ? pattern >> turn | pattern << (32 - turn) : pattern;
-  const __m128i value = _mm_set1_epi32(int(turned));
+  const uint32_t turned = std::rotr(pattern, int(head & 3) * 8);
   int64_t i = head;
   for (; i + 64 <= bytes; i += 64)
-    for (int part = 0; part < 64; part += 16) _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + part), value);
+    for (int part = 0; part < 64; part += simd::kBytes) simd::stream(dst + i + part, all<simd::U32>(turned));
   fillCached(dst + i, turned, bytes - i);
-  _mm_sfence();
+  simd::streamFence();
 }
-#else
-void fillStreaming(char* dst, uint32_t pattern, int64_t bytes) { fillCached(dst, pattern, bytes); }
-#endif
 
 void fill(void* dst, uint32_t pattern, int64_t bytes) {
   const auto work = ownPastTheCaches(bytes) ? fillStreaming : fillCached;

@@ -58,6 +58,18 @@ using I32 = Vec<int32_t>;
 using U64 = Vec<uint64_t>;
 using I64 = Vec<int64_t>;
 using F32 = Vec<float>;
+// Of 16 and of 32 bytes in every image.
+using U8x16 = Vec<uint8_t, 16>;
+using U16x8 = Vec<uint16_t, 16>;
+using I16x8 = Vec<int16_t, 16>;
+using U32x4 = Vec<uint32_t, 16>;
+using I32x4 = Vec<int32_t, 16>;
+using F32x4 = Vec<float, 16>;
+using U64x2 = Vec<uint64_t, 16>;
+using U8x32 = Vec<uint8_t, 32>;
+using I16x16 = Vec<int16_t, 32>;
+using I32x8 = Vec<int32_t, 32>;
+using F32x8 = Vec<float, 32>;
 
 template <class V>
 concept Vector = !std::is_scalar_v<V> && requires(V v) {
@@ -86,10 +98,11 @@ using qelj::load, qelj::store;
 // Every lane x.
 template <Vector V>
 inline V all(Lane<V> x) {
-  V v{};
-  if constexpr (std::is_integral_v<Lane<V>>) return v + x;
-  for (int i = 0; i < kLanes<V>; ++i) v[i] = x;  // a sum would change the sign of -0
-  return v;
+  if constexpr (std::is_integral_v<Lane<V>>) return V{} + x;
+  else  // a sum would change the sign of -0
+    return [x]<int... i>(std::integer_sequence<int, i...>) {
+      return V{(void(i), x)...};
+    }(std::make_integer_sequence<int, kLanes<V>>{});
 }
 // The same bits seen as lanes of type T, or as the vector T.
 template <class T, Vector V>
@@ -186,8 +199,8 @@ inline V loadAs(const void* p) {
     using N = Vec<From, 16>;
     N narrow{};
     std::memcpy(&narrow, p, 8);
-    if constexpr (std::is_unsigned_v<From>) return (V)detail::interleaved<0>(narrow, N{});
-    else return (V)detail::interleaved<0>(narrow, narrow) >> int(8 * sizeof(From));
+    if constexpr (std::is_unsigned_v<From>) return as<V>(detail::interleaved<0>(narrow, N{}));
+    else return as<V>(detail::interleaved<0>(narrow, narrow)) >> int(8 * sizeof(From));
   }
   return convert<Lane<V>>(load<Vec<From, int(sizeof(From)) * kLanes<V>>>(p));
 }
@@ -198,22 +211,22 @@ inline V loadAs(const void* p) {
 template <Vector V>
 inline V addWrap(V a, V b) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
-  return (V)((U)a + (U)b);
+  return as<V>(as<U>(a) + as<U>(b));
 }
 template <Vector V>
 inline V subWrap(V a, V b) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
-  return (V)((U)a - (U)b);
+  return as<V>(as<U>(a) - as<U>(b));
 }
 template <Vector V>
 inline V mulWrap(V a, V b) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
-  return (V)((U)a * (U)b);
+  return as<V>(as<U>(a) * as<U>(b));
 }
 template <Vector V>
 inline V shlWrap(V a, int bits) {
   using U = With<std::make_unsigned_t<Lane<V>>, V>;
-  return (V)((U)a << Lane<U>(bits));
+  return as<V>(as<U>(a) << Lane<U>(bits));
 }
 template <Vector V>
 inline V negWrap(V a) {
@@ -228,40 +241,49 @@ inline V select(M mask, V a, V b) {
   // One blend. Not by its intrinsic, whose bytes are plain chars: GCC 12 folds it away where those are unsigned. With
   // AVX-512 the expression below is one instruction; and GCC 12 gets a blend by an unsigned comparison wrong there.
   using S = With<int8_t, V>;
-  if constexpr (sizeof(V) <= kBytes) return (V)((S)mask < 0 ? (S)a : (S)b);
+  if constexpr (sizeof(V) <= kBytes) return as<V>(as<S>(mask) < 0 ? as<S>(a) : as<S>(b));
 #endif
   using U = With<uint8_t, V>;
-  return (V)(((U)mask & (U)a) | (~(U)mask & (U)b));
+  return as<V>((as<U>(mask) & as<U>(a)) | (~as<U>(mask) & as<U>(b)));
 }
 
 // Operations as expressions of whole vectors, from which compilers make instructions of any processor.
 namespace plain {
+// The even, and the odd, lanes of v in the lanes of W, which are twice as wide.
+template <class W, class V>
+inline W evenLanes(V v) {
+  constexpr int kBits = 8 * sizeof(Lane<V>);
+  if constexpr (std::is_unsigned_v<Lane<W>>) return as<W>(v) & std::numeric_limits<Unsigned<Lane<V>>>::max();
+  else return shlWrap(as<W>(v), kBits) >> Lane<W>(kBits);
+}
+template <class W, class V>
+inline W oddLanes(V v) {
+  return as<W>(v) >> Lane<W>(8 * sizeof(Lane<V>));
+}
 template <class V>
 inline V addSat(V a, V b) {
   const V sum = addWrap(a, b);
-  if constexpr (std::is_unsigned_v<Lane<V>>) return sum | (V)(sum < a);
+  if constexpr (std::is_unsigned_v<Lane<V>>) return sum | as<V>(sum < a);
   else {
     constexpr Lane<V> kMax = std::numeric_limits<Lane<V>>::max();
-    return select((V)(((a ^ sum) & (b ^ sum)) < 0), (V)(a < 0) ^ kMax, sum);
+    return select(as<V>(((a ^ sum) & (b ^ sum)) < 0), as<V>(a < 0) ^ kMax, sum);
   }
 }
 template <class V>
 inline V subSat(V a, V b) {
   const V difference = subWrap(a, b);
-  if constexpr (std::is_unsigned_v<Lane<V>>) return difference & (V)(a > b);
+  if constexpr (std::is_unsigned_v<Lane<V>>) return difference & as<V>(a > b);
   else {
     constexpr Lane<V> kMax = std::numeric_limits<Lane<V>>::max();
-    return select((V)(((a ^ b) & (a ^ difference)) < 0), (V)(a < 0) ^ kMax, difference);
+    return select(as<V>(((a ^ b) & (a ^ difference)) < 0), as<V>(a < 0) ^ kMax, difference);
   }
 }
 // 16-bit lanes from what f makes of the 32-bit products of the even and of the odd ones.
 template <class V, class F>
 inline V fromProducts(V a, V b, F f) {
   using W = With<std::conditional_t<std::is_signed_v<Lane<V>>, int32_t, uint32_t>, V>;
-  const auto even = [](V v) { return (W)shlWrap((W)v, 16) >> 16; };
-  const auto odd = [](V v) { return (W)v >> 16; };
-  const W low = f(even(a) * even(b)), high = f(odd(a) * odd(b));
-  return (V)((low & 0xFFFF) | shlWrap(high, 16));
+  const W low = f(evenLanes<W>(a) * evenLanes<W>(b)), high = f(oddLanes<W>(a) * oddLanes<W>(b));
+  return as<V>((low & 0xFFFF) | shlWrap(high, 16));
 }
 template <class V>
 inline V mulHi(V a, V b) {
@@ -277,11 +299,11 @@ inline V average(V a, V b) {
 }
 template <class V>
 inline V min(V a, V b) {
-  return select((V)(a < b), a, b);
+  return select(as<V>(a < b), a, b);
 }
 template <class V>
 inline V max(V a, V b) {
-  return select((V)(a > b), a, b);
+  return select(as<V>(a > b), a, b);
 }
 }  // namespace plain
 
@@ -335,6 +357,19 @@ QELJ_LANES2(max, int16_t, _mm_max_epi16, _mm256_max_epi16)
 QELJ_LANES2(max, uint32_t, _mm_max_epu32, _mm256_max_epu32)
 QELJ_LANES2(max, int32_t, _mm_max_epi32, _mm256_max_epi32)
 
+// x / kDivisor in unsigned 16-bit lanes of 0 to kMost: by the reciprocal, rounded up.
+template <int kDivisor, int kMost, Vector V>
+inline V divide(V x) {
+  static_assert(std::is_same_v<Lane<V>, uint16_t>);
+  constexpr int kReciprocal = 65536 / kDivisor + 1;
+  static_assert([] {
+    for (int value = 0; value <= kMost; ++value)
+      if (value * kReciprocal >> 16 != value / kDivisor) return false;
+    return true;
+  }());
+  return mulHi(x, all<V>(kReciprocal));
+}
+
 // The magnitude, wrapping for the most negative value.
 template <Vector V>
 inline V absWrap(V a) {
@@ -386,14 +421,13 @@ inline With<int32_t, V> mulAddPairs(V a, V b) {
   if constexpr (sizeof(V) == 16) return (Vec<int32_t, 16>)_mm_madd_epi16((__m128i)a, (__m128i)b);
 #endif
   using W = With<int32_t, V>;
-  const auto even = [](V v) { return shlWrap((W)v, 16) >> 16; };
-  const auto odd = [](V v) { return (W)v >> 16; };
-  return addWrap(even(a) * even(b), odd(a) * odd(b));
+  using plain::evenLanes, plain::oddLanes;
+  return addWrap(evenLanes<W>(a) * evenLanes<W>(b), oddLanes<W>(a) * oddLanes<W>(b));
 }
 // The pair (even, odd) of 16-bit weights in every pair of lanes.
 template <class V = I16>
 inline V pairs(int even, int odd) {
-  return (V)all<With<int32_t, V>>(int32_t(uint32_t(uint16_t(even)) | uint32_t(uint16_t(odd)) << 16));
+  return as<V>(all<With<int32_t, V>>(int32_t(uint32_t(uint16_t(even)) | uint32_t(uint16_t(odd)) << 16)));
 }
 // a[2i] * b[2i] + a[2i+1] * b[2i+1] of unsigned and signed bytes, saturated to 16 bits.
 template <class V>
@@ -406,9 +440,9 @@ inline With<int16_t, V> mulAddBytes(V a, With<int8_t, V> b) {
   if constexpr (sizeof(V) == 16) return (Vec<int16_t, 16>)_mm_maddubs_epi16((__m128i)a, (__m128i)b);
 #endif
   using S = With<int16_t, V>;
-  const S evenA = (S)((With<uint16_t, V>)a & 0xFF), oddA = (S)((With<uint16_t, V>)a >> 8);
-  const S evenB = shlWrap((S)b, 8) >> 8, oddB = (S)b >> 8;
-  return addSat(evenA * evenB, oddA * oddB);
+  using U = With<uint16_t, V>;
+  using plain::evenLanes, plain::oddLanes;
+  return addSat(as<S>(evenLanes<U>(a)) * evenLanes<S>(b), as<S>(oddLanes<U>(a)) * oddLanes<S>(b));
 }
 // a0 + a1, a2 + a3, b0 + b1, b2 + b3 of 32-bit lanes, by blocks, wrapping. With 16-bit values in the halves of the
 // lanes, and no carry between them, it adds both halves.
@@ -437,8 +471,7 @@ inline auto mulEven(V a, V b) {
   if constexpr (sizeof(V) == 16 && std::is_signed_v<Lane<V>>) return (W)_mm_mul_epi32((__m128i)a, (__m128i)b);
   if constexpr (sizeof(V) == 16 && !std::is_signed_v<Lane<V>>) return (W)_mm_mul_epu32((__m128i)a, (__m128i)b);
 #endif
-  const auto even = [](V v) { return shlWrap((W)v, 32) >> 32; };
-  return even(a) * even(b);
+  return plain::evenLanes<W>(a) * plain::evenLanes<W>(b);
 }
 // Sums of |a - b| over every eight bytes, as 64-bit lanes.
 template <class V>
@@ -451,7 +484,7 @@ inline With<uint64_t, V> sumAbsDiff8(V a, V b) {
   if constexpr (sizeof(V) == 16) return (Vec<uint64_t, 16>)_mm_sad_epu8((__m128i)a, (__m128i)b);
 #endif
   using W = With<uint64_t, V>;
-  const W d = (W)(plain::max(a, b) - plain::min(a, b));
+  const W d = as<W>(plain::max(a, b) - plain::min(a, b));
   const W pairs = (d & 0x00FF00FF00FF00FF) + (d >> 8 & 0x00FF00FF00FF00FF);
   const W fours = (pairs & 0x0000FFFF0000FFFF) + (pairs >> 16 & 0x0000FFFF0000FFFF);
   return (fours & 0xFFFFFFFF) + (fours >> 32);
@@ -466,7 +499,7 @@ inline With<To, V> pack(V a, V b) {
   using L = Lane<V>;
   using N = With<To, V>;
   const auto narrow = [](V v) {
-    return (N)max(min(v, all<V>(L(std::numeric_limits<To>::max()))), all<V>(L(std::numeric_limits<To>::min())));
+    return as<N>(max(min(v, all<V>(L(std::numeric_limits<To>::max()))), all<V>(L(std::numeric_limits<To>::min()))));
   };
   return detail::everyNth<0, 2>(narrow(a), narrow(b));  // the low halves, which stand first
 }
@@ -506,8 +539,8 @@ inline V orderPacked(V v) {
 #else
   else {
     using Q = Vec<uint64_t, 32>;
-    const Q q = (Q)v;
-    return (V)Q{q[0], q[2], q[1], q[3]};
+    const Q q = as<Q>(v);
+    return as<V>(Q{q[0], q[2], q[1], q[3]});
   }
 #endif
 }
@@ -574,17 +607,17 @@ inline V highBlocks(V a, V b) {
 
 // a0 b0 a1 b1 ... over the whole vector: the first half of the 2n lanes, and the second.
 template <class V>
-struct Two {
+struct VectorPair {
   V first, second;
 };
 template <class V>
-inline Two<V> interleave(V a, V b) {
+inline VectorPair<V> interleave(V a, V b) {
   const V low = unpackLow(a, b), high = unpackHigh(a, b);
   return {lowBlocks(low, high), highBlocks(low, high)};
 }
 // The inverse: the even and the odd lanes of 2n consecutive lanes.
 template <class V>
-inline Two<V> deinterleave(V first, V second) {
+inline VectorPair<V> deinterleave(V first, V second) {
 #if !QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return {detail::everyNth<0, 2>(first, second), detail::everyNth<1, 2>(first, second)};
 #endif
@@ -596,14 +629,15 @@ inline Two<V> deinterleave(V first, V second) {
   } else if constexpr (sizeof(Lane<V>) == 2) {
     // Sign-extended halves fit the saturating pack.
     using W = With<int32_t, V>;
-    const W a = (W)first, b = (W)second;
-    return {(V)orderPacked(packI16((W)shlWrap(a, 16) >> 16, (W)shlWrap(b, 16) >> 16)),
-            (V)orderPacked(packI16(a >> 16, b >> 16))};
+    const W a = as<W>(first), b = as<W>(second);
+    return {as<V>(orderPacked(packI16(shlWrap(a, 16) >> 16, shlWrap(b, 16) >> 16))),
+            as<V>(orderPacked(packI16(a >> 16, b >> 16)))};
   } else if constexpr (sizeof(Lane<V>) == 1) {
     using W = With<uint16_t, V>;
     using S = With<int16_t, V>;
-    const W a = (W)first, b = (W)second;
-    return {(V)orderPacked(packU8((S)(a & 0xFF), (S)(b & 0xFF))), (V)orderPacked(packU8((S)(a >> 8), (S)(b >> 8)))};
+    const W a = as<W>(first), b = as<W>(second);
+    return {as<V>(orderPacked(packU8(as<S>(a & 0xFF), as<S>(b & 0xFF)))),
+            as<V>(orderPacked(packU8(as<S>(a >> 8), as<S>(b >> 8))))};
   }
 }
 
@@ -637,7 +671,7 @@ inline V shuffleBytes(V v, V index) {
   uint8_t bytes[sizeof(V)], places[sizeof(V)], results[sizeof(V)];
   store(bytes, v), store(places, index & 15);
   for (int i = 0; i < int(sizeof(V)); ++i) results[i] = bytes[i / 16 * 16 + places[i]];
-  return load<V>(results) & (V)(index < 0x80);
+  return load<V>(results) & as<V>(index < 0x80);
 }
 // The lanes moved up by kMove within 16 bytes, zeros in front.
 template <int kMove, class V>
@@ -676,6 +710,12 @@ inline V blockLanes(const Lane<V> (&lanes)[16 / sizeof(Lane<V>)]) {
   V v;
   for (int block = 0; block < int(sizeof(V)); block += 16) std::memcpy(reinterpret_cast<char*>(&v) + block, lanes, 16);
   return v;
+}
+// 16 bytes in every block.
+template <class V = U8>
+inline V repeatBlock(Vec<Lane<V>, 16> block) {
+  if constexpr (sizeof(V) == 16) return block;
+  else return join(block, block);
 }
 // r[i] = v[index[i] & 3] of the same block: one of its four 32-bit lanes.
 template <class V>
@@ -718,7 +758,7 @@ inline bool isZero(V v) {
 #if QELJ_HAS_SSE41
   if constexpr (sizeof(V) == 16) return _mm_testz_si128((__m128i)v, (__m128i)v);
 #endif
-  const auto words = (With<uint64_t, V>)v;
+  const auto words = as<uint64_t>(v);
   uint64_t any = 0;
   for (int i = 0; i < int(sizeof(V)) / 8; ++i) any |= words[i];
   return any == 0;
@@ -799,8 +839,8 @@ QELJ_INLINE Triples<V> loadTriples(const void* p) {
   const Planes3 parts = detail::loadParts3(static_cast<const uint8_t*>(p));
   const auto channel = [&](int c) QELJ_INLINE_LAMBDA {
     const auto& s = detail::kShuffle3<Lane<V>>.split[c];
-    return (V)(shuffleBytes(parts.c0, blockPattern(s[0])) | shuffleBytes(parts.c1, blockPattern(s[1])) |
-               shuffleBytes(parts.c2, blockPattern(s[2])));
+    return as<V>(shuffleBytes(parts.c0, blockPattern(s[0])) | shuffleBytes(parts.c1, blockPattern(s[1])) |
+                 shuffleBytes(parts.c2, blockPattern(s[2])));
   };
   return {channel(0), channel(1), channel(2)};
 }
@@ -817,8 +857,8 @@ QELJ_INLINE void storeTriples(void* p, Triples<V> v, Store put = {}) {
   }
   const auto part = [&](int i) QELJ_INLINE_LAMBDA {
     const auto& s = detail::kShuffle3<Lane<V>>.merge[i];
-    return shuffleBytes((U8)v.c0, blockPattern(s[0])) | shuffleBytes((U8)v.c1, blockPattern(s[1])) |
-           shuffleBytes((U8)v.c2, blockPattern(s[2]));
+    return shuffleBytes(as<U8>(v.c0), blockPattern(s[0])) | shuffleBytes(as<U8>(v.c1), blockPattern(s[1])) |
+           shuffleBytes(as<U8>(v.c2), blockPattern(s[2]));
   };
   detail::storeParts3(static_cast<uint8_t*>(p), {part(0), part(1), part(2)}, put);
 }
@@ -833,8 +873,8 @@ QELJ_INLINE void storePixels3(uint8_t* p, Planes3 v, Store put = {}) {
 QELJ_INLINE Planes4 loadPixels4(const uint8_t* p) {
   if constexpr (!kShuffles) {
     const auto channel = [p](int c) QELJ_INLINE_LAMBDA {
-      const auto quarter = [&](int i) { return (I32)(load<U32>(p + kBytes * i) >> 8 * c & 0xFF); };
-      return (U8)packU8(packI16(quarter(0), quarter(1)), packI16(quarter(2), quarter(3)));
+      const auto quarter = [&](int i) { return as<I32>(load<U32>(p + kBytes * i) >> 8 * c & 0xFF); };
+      return as<U8>(packU8(packI16(quarter(0), quarter(1)), packI16(quarter(2), quarter(3))));
     };
     return {channel(0), channel(1), channel(2), channel(3)};
   }
@@ -848,15 +888,15 @@ QELJ_INLINE Planes4 loadPixels4(const uint8_t* p) {
     }
   };
   const U32 p0 = part(0), p1 = part(1), p2 = part(2), p3 = part(3);
-  const U64 low01 = (U64)unpackLow(p0, p1), low23 = (U64)unpackLow(p2, p3);      // channels 0 and 1
-  const U64 high01 = (U64)unpackHigh(p0, p1), high23 = (U64)unpackHigh(p2, p3);  // channels 2 and 3
-  return {(U8)unpackLow(low01, low23), (U8)unpackHigh(low01, low23), (U8)unpackLow(high01, high23),
-          (U8)unpackHigh(high01, high23)};
+  const U64 low01 = as<U64>(unpackLow(p0, p1)), low23 = as<U64>(unpackLow(p2, p3));      // channels 0 and 1
+  const U64 high01 = as<U64>(unpackHigh(p0, p1)), high23 = as<U64>(unpackHigh(p2, p3));  // channels 2 and 3
+  return {as<U8>(unpackLow(low01, low23)), as<U8>(unpackHigh(low01, low23)), as<U8>(unpackLow(high01, high23)),
+          as<U8>(unpackHigh(high01, high23))};
 }
 template <class Store = PlainStore>
 QELJ_INLINE void storePixels4(uint8_t* p, Planes4 v, Store put = {}) {
-  const U16 low01 = (U16)unpackLow(v.c0, v.c1), high01 = (U16)unpackHigh(v.c0, v.c1);
-  const U16 low23 = (U16)unpackLow(v.c2, v.c3), high23 = (U16)unpackHigh(v.c2, v.c3);
+  const U16 low01 = as<U16>(unpackLow(v.c0, v.c1)), high01 = as<U16>(unpackHigh(v.c0, v.c1));
+  const U16 low23 = as<U16>(unpackLow(v.c2, v.c3)), high23 = as<U16>(unpackHigh(v.c2, v.c3));
   // Part i: pixels 4i..4i+3 of each block.
   const U16 p0 = unpackLow(low01, low23), p1 = unpackHigh(low01, low23);
   const U16 p2 = unpackLow(high01, high23), p3 = unpackHigh(high01, high23);

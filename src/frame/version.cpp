@@ -33,7 +33,7 @@ constexpr QelLibVersion kVersion = {
 [[gnu::used]] int32_t wideVectorsEnabled = 0;
 
 [[gnu::constructor]] QELJ_ANYWHERE void ownLoad() {
-  constexpr uint64_t kWide = 16 | 32;
+  constexpr uint64_t kWide = qelCpuAVX | qelCpuAVXEnabled;
   wideVectorsEnabled = (qelGetEnabledCpuFeatures() & kWide) == kWide;
 }
 

@@ -11,16 +11,27 @@
 
 namespace qelj::jpegxr {
 
-constexpr QelStatus bytesOf(const uint8_t* const* stream) { return require(stream && *stream, qelStatusNullPointer); }
+// A position in a stream as the caller keeps it; Byte is const where the stream is read.
+template <class Byte>
+struct BitStream {
+  Byte** bytes;
+  uint32_t* bitBuffer;
+  int32_t* bitCount;
+};
+
+template <class Byte>
+constexpr QelStatus nonNull(const BitStream<Byte>& stream) {
+  return require(stream.bytes && *stream.bytes && stream.bitBuffer && stream.bitCount, qelStatusNullPointer);
+}
 constexpr QelStatus bitsHeld(int32_t bitCount) { return require(bitCount >= 0 && bitCount <= 32, qelStatusOutOfRange); }
 constexpr QelStatus fieldBits(uint32_t bits) { return require(bits <= 15, qelStatusOutOfRange); }
 
 // A position is worked on by value, so that it can live in registers, and handed back by finish().
 class UnitWriter {
  public:
-  UnitWriter(uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
-      : stream_(stream), bitBuffer_(bitBuffer), bitCount_(bitCount), next_(*stream), count_(*bitCount) {
-    held_ = uint64_t(*bitBuffer) >> (32 - count_);
+  explicit UnitWriter(const BitStream<uint8_t>& stream)
+      : stream_(stream), next_(*stream.bytes), count_(*stream.bitCount) {
+    held_ = uint64_t(*stream.bitBuffer) >> (32 - count_);
   }
 
   // Appends the low `count` bits of `bits`. At most 32 bits may be held in front, and 64 behind.
@@ -48,15 +59,13 @@ class UnitWriter {
       store(next_, __builtin_bswap16(uint16_t(held_ >> count_)));
       next_ += 2;
     }
-    *stream_ = next_;
-    *bitBuffer_ = uint32_t(held_ << (32 - count_));
-    *bitCount_ = count_;
+    *stream_.bytes = next_;
+    *stream_.bitBuffer = uint32_t(held_ << (32 - count_));
+    *stream_.bitCount = count_;
   }
 
  private:
-  uint8_t** stream_;
-  uint32_t* bitBuffer_;
-  int32_t* bitCount_;
+  BitStream<uint8_t> stream_;
   uint8_t* next_;
   uint64_t held_;  // the low count_ bits; above them, bits already stored
   int count_;
@@ -64,9 +73,9 @@ class UnitWriter {
 
 class UnitReader {
  public:
-  UnitReader(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount)
-      : stream_(stream), bitBuffer_(bitBuffer), bitCount_(bitCount), next_(*stream), count_(*bitCount) {
-    held_ = uint64_t(*bitBuffer) >> (32 - count_) << (32 - count_) << 32;
+  explicit UnitReader(const BitStream<const uint8_t>& stream)
+      : stream_(stream), next_(*stream.bytes), count_(*stream.bitCount) {
+    held_ = uint64_t(*stream.bitBuffer) >> (32 - count_) << (32 - count_) << 32;
     refill();
   }
 
@@ -96,15 +105,13 @@ class UnitReader {
 
   void finish() {
     refill();
-    *stream_ = next_;
-    *bitBuffer_ = uint32_t(held_ >> 32);
-    *bitCount_ = count_;
+    *stream_.bytes = next_;
+    *stream_.bitBuffer = uint32_t(held_ >> 32);
+    *stream_.bitCount = count_;
   }
 
  private:
-  const uint8_t** stream_;
-  uint32_t* bitBuffer_;
-  int32_t* bitCount_;
+  BitStream<const uint8_t> stream_;
   const uint8_t* next_;
   uint64_t held_;  // left-aligned, 0 behind the bits held
   int count_;

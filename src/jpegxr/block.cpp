@@ -7,17 +7,23 @@ namespace {
 
 using namespace jpegxr;
 
+// What is split off the coefficients, and where it goes, if anywhere.
+struct LowBits {
+  uint32_t modelBits, trimBits = 0;
+  uint32_t* residual = nullptr;
+};
+
 template <bool kFlex, class T>
-QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBits, uint32_t trimBits,
-                 uint32_t* residual, uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* pairCount,
-                 VLCState* state) {
-  if (auto s = check(nonNull(state, src, pairCount), require(!kFlex || residual, qelStatusNullPointer), bytesOf(stream),
-                     nonNull(bitBuffer, bitCount));
+QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowBits low, BitStream<uint8_t> stream,
+                 int32_t* pairCount, VLCState* state) {
+  const auto [modelBits, trimBits, residual] = low;
+  if (auto s =
+          check(nonNull(state, src, pairCount), require(!kFlex || residual, qelStatusNullPointer), nonNull(stream));
       s)
     return s;
-  if (auto s = check(bitsHeld(*bitCount), fieldBits(trimBits), fieldBits(modelBits)); s) return s;
+  if (auto s = check(bitsHeld(*stream.bitCount), fieldBits(trimBits), fieldBits(modelBits)); s) return s;
 
-  UnitWriter bits(stream, bitBuffer, bitCount);
+  UnitWriter bits(stream);
   ScanEntry* const scan = state->currentScan;
   const auto value = [=](uint32_t position) -> int32_t {
     return at(row(src, srcStep, kRow[position]), kColumn[position]);
@@ -27,7 +33,7 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBi
   int32_t pairs[2 * kPlaces], count = 0;
   walkSignificant(scan, places, [&](int32_t run, uint32_t position) {
     pairs[2 * count] = run;
-    pairs[2 * count + 1] = levelOf(value(position), modelBits);
+    pairs[2 * count + 1] = levelOf(value(position), low.modelBits);
     ++count;
   });
   ownEncodePairs<kBlock>(bits, *state, pairs, count, chroma).finish();
@@ -36,15 +42,15 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, uint32_t modelBi
 }
 
 template <class T>
-QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T scale, T* dst, int32_t dstStep,
-                 int32_t chroma, int32_t* count, VLCState* state) {
-  if (auto s = check(nonNull(state, dst, count), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
-  if (auto s = check(bitsHeld(*bitCount)); s) return s;
+QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstStep, int32_t chroma, int32_t* count,
+                 VLCState* state) {
+  if (auto s = check(nonNull(state, dst, count), nonNull(stream)); s) return s;
+  if (auto s = bitsHeld(*stream.bitCount); s) return s;
 
   for (int c = 1; c < 4; ++c) put(dst, c, 0);
   for (int r = 1; r < 4; ++r)
     for (int c = 0; c < 4; ++c) put(row(dst, dstStep, r), c, 0);
-  UnitReader bits(stream, bitBuffer, bitCount);
+  UnitReader bits(stream);
   ScanEntry* const scan = state->currentScan;
   *count = ownDecodeCoefficients<kBlock>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
     const uint32_t product = uint32_t(scale) * level;  // wraps
@@ -60,38 +66,38 @@ QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
 QelStatus qeliVLCEncode4x4_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma, uint32_t modelBits,
                                             uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
                                             int32_t* pairCount, VLCState* state) {
-  return encode<false>(src, srcStep, chroma, modelBits, 0, nullptr, stream, bitBuffer, bitCount, pairCount, state);
+  return encode<false>(src, srcStep, chroma, {modelBits}, {stream, bitBuffer, bitCount}, pairCount, state);
 }
 QelStatus qeliVLCEncode4x4_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma, uint32_t modelBits,
                                             uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
                                             int32_t* pairCount, VLCState* state) {
-  return encode<false>(src, srcStep, chroma, modelBits, 0, nullptr, stream, bitBuffer, bitCount, pairCount, state);
+  return encode<false>(src, srcStep, chroma, {modelBits}, {stream, bitBuffer, bitCount}, pairCount, state);
 }
 
 QelStatus qeliVLCEncode4x4Flex_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, int32_t chroma, uint32_t modelBits,
                                                 uint32_t trimBits, uint32_t* residual, uint8_t** stream,
                                                 uint32_t* bitBuffer, int32_t* bitCount, int32_t* pairCount,
                                                 VLCState* state) {
-  return encode<true>(src, srcStep, chroma, modelBits, trimBits, residual, stream, bitBuffer, bitCount, pairCount,
+  return encode<true>(src, srcStep, chroma, {modelBits, trimBits, residual}, {stream, bitBuffer, bitCount}, pairCount,
                       state);
 }
 QelStatus qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, int32_t chroma, uint32_t modelBits,
                                                 uint32_t trimBits, uint32_t* residual, uint8_t** stream,
                                                 uint32_t* bitBuffer, int32_t* bitCount, int32_t* pairCount,
                                                 VLCState* state) {
-  return encode<true>(src, srcStep, chroma, modelBits, trimBits, residual, stream, bitBuffer, bitCount, pairCount,
+  return encode<true>(src, srcStep, chroma, {modelBits, trimBits, residual}, {stream, bitBuffer, bitCount}, pairCount,
                       state);
 }
 
 QelStatus qeliVLCDecode4x4_JPEGXR_1u16s_C1R(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
                                             int16_t scale, int16_t* dst, int32_t dstStep, int32_t chroma,
                                             int32_t* count, VLCState* state) {
-  return decode(stream, bitBuffer, bitCount, scale, dst, dstStep, chroma, count, state);
+  return decode({stream, bitBuffer, bitCount}, scale, dst, dstStep, chroma, count, state);
 }
 QelStatus qeliVLCDecode4x4_JPEGXR_1u32s_C1R(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
                                             int32_t scale, int32_t* dst, int32_t dstStep, int32_t chroma,
                                             int32_t* count, VLCState* state) {
-  return decode(stream, bitBuffer, bitCount, scale, dst, dstStep, chroma, count, state);
+  return decode({stream, bitBuffer, bitCount}, scale, dst, dstStep, chroma, count, state);
 }
 
 }  // namespace qelj

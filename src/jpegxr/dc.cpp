@@ -8,30 +8,30 @@ namespace {
 using namespace jpegxr;
 
 template <const BlockKind& kind>
-QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, int32_t chroma, uint8_t** stream,
-                   uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
-  if (auto s = nonNull(state, pairs, stream, bitBuffer, bitCount); s) return s;
-  if (auto s = check(bitsHeld(*bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
-  UnitWriter bits(stream, bitBuffer, bitCount);
+QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, int32_t chroma,
+                   BitStream<uint8_t> stream, VLCState* state) {
+  // *stream.bytes is not tested: while the bits fit the buffer, nobody asks for it.
+  if (auto s = nonNull(state, pairs, stream.bytes, stream.bitBuffer, stream.bitCount); s) return s;
+  if (auto s = check(bitsHeld(*stream.bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
+  UnitWriter bits(stream);
   ownEncodePairs<kind>(bits, *state, pairs, pairCount, chroma).finish();
   return qelStatusOk;
 }
 
 constexpr int32_t signedLevel(uint32_t level, uint32_t negative) { return int32_t(negative ? 0u - level : level); }
 
-QelStatus checkDecoder(const uint8_t* const* stream, const uint32_t* bitBuffer, const int32_t* bitCount,
-                       const int32_t* dst, const int32_t* count, const VLCState* state) {
-  if (auto s = check(nonNull(state, dst, count), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
-  return bitsHeld(*bitCount);
+QelStatus checkDecoder(const BitStream<const uint8_t>& stream, const int32_t* dst, const int32_t* count,
+                       const VLCState* state) {
+  if (auto s = check(nonNull(state, dst, count), nonNull(stream)); s) return s;
+  return bitsHeld(*stream.bitCount);
 }
 
 // The values of a subsampled plane in their coded order. A coefficient behind the last one leaves the count alone.
 template <const BlockKind& kind>
-QelStatus decodeLinear(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst, int32_t* count,
-                       VLCState* state) {
-  if (auto s = checkDecoder(stream, bitBuffer, bitCount, dst, count, state); s) return s;
+QelStatus decodeLinear(BitStream<const uint8_t> stream, int32_t* dst, int32_t* count, VLCState* state) {
+  if (auto s = checkDecoder(stream, dst, count, state); s) return s;
   for (int i = kind.firstPlace; i < kPlaces; ++i) put(dst, i - kind.firstPlace, 0);
-  UnitReader bits(stream, bitBuffer, bitCount);
+  UnitReader bits(stream);
   const int decoded = ownDecodeCoefficients<kind>(bits, *state, 0, [=](int place, uint32_t level, uint32_t negative) {
     put(dst, place - kind.firstPlace, signedLevel(level, negative));
   });
@@ -44,22 +44,22 @@ QelStatus decodeLinear(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bit
 
 QelStatus qeliVLCEncodeDC444_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, int32_t chroma, uint8_t** stream,
                                           uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
-  return encodeDC<kDC444>(pairs, pairCount, 16, chroma, stream, bitBuffer, bitCount, state);
+  return encodeDC<kDC444>(pairs, pairCount, 16, chroma, {stream, bitBuffer, bitCount}, state);
 }
 QelStatus qeliVLCEncodeDC422_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, uint8_t** stream,
                                           uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
-  return encodeDC<kDC422>(pairs, pairCount, 14, 0, stream, bitBuffer, bitCount, state);
+  return encodeDC<kDC422>(pairs, pairCount, 14, 0, {stream, bitBuffer, bitCount}, state);
 }
 QelStatus qeliVLCEncodeDC420_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCount, uint8_t** stream,
                                           uint32_t* bitBuffer, int32_t* bitCount, VLCState* state) {
-  return encodeDC<kDC420>(pairs, pairCount, 6, 0, stream, bitBuffer, bitCount, state);
+  return encodeDC<kDC420>(pairs, pairCount, 6, 0, {stream, bitBuffer, bitCount}, state);
 }
 
 // Here place 1 can move as well, though only past a DC place of a lower count than any reset leaves.
 QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,
                                           int32_t chroma, int32_t* count, VLCState* state) {
-  if (auto s = checkDecoder(stream, bitBuffer, bitCount, dst, count, state); s) return s;
-  UnitReader bits(stream, bitBuffer, bitCount);
+  if (auto s = checkDecoder({stream, bitBuffer, bitCount}, dst, count, state); s) return s;
+  UnitReader bits({stream, bitBuffer, bitCount});
   ScanEntry* const scan = state->scanTable2;
   *count = ownDecodeCoefficients<kDC444>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
     put(dst, scan[place].position, signedLevel(level, negative));
@@ -70,11 +70,11 @@ QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitB
 }
 QelStatus qeliVLCDecodeDC422_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,
                                           int32_t* count, VLCState* state) {
-  return decodeLinear<kDC422>(stream, bitBuffer, bitCount, dst, count, state);
+  return decodeLinear<kDC422>({stream, bitBuffer, bitCount}, dst, count, state);
 }
 QelStatus qeliVLCDecodeDC420_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,
                                           int32_t* count, VLCState* state) {
-  return decodeLinear<kDC420>(stream, bitBuffer, bitCount, dst, count, state);
+  return decodeLinear<kDC420>({stream, bitBuffer, bitCount}, dst, count, state);
 }
 
 }  // namespace qelj

@@ -25,12 +25,12 @@ inline void forEachField(Field&& field) {
 }
 
 template <class T>
-QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, uint8_t** stream, uint32_t* bitBuffer,
-                 int32_t* bitCount, uint32_t flexBits, uint32_t trimBits, int32_t fromResidual) {
-  if (auto s = check(nonNull(src, residual), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
-  if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
+QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, BitStream<uint8_t> stream, uint32_t flexBits,
+                 uint32_t trimBits, int32_t fromResidual) {
+  if (auto s = check(nonNull(src, residual), nonNull(stream)); s) return s;
+  if (auto s = check(bitsHeld(*stream.bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
   const int n = int(flexBits);
-  UnitWriter bits(stream, bitBuffer, bitCount);
+  UnitWriter bits(stream);
   // Two fields of at most 16 bits are settled at once.
   if (fromResidual) {
     forEachField([&](int place, int position) {
@@ -69,11 +69,11 @@ inline void ownDecodeFields(UnitReader& bits, T* srcDst, ptrdiff_t step, int n, 
 }
 
 template <class T>
-QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, T* srcDst, int32_t srcDstStep,
-                 uint32_t flexBits, T scale, int32_t refine) {
-  if (auto s = check(nonNull(srcDst), bytesOf(stream), nonNull(bitBuffer, bitCount)); s) return s;
-  if (auto s = check(bitsHeld(*bitCount), fieldBits(flexBits)); s) return s;
-  UnitReader bits(stream, bitBuffer, bitCount);
+QelStatus decode(BitStream<const uint8_t> stream, T* srcDst, int32_t srcDstStep, uint32_t flexBits, T scale,
+                 int32_t refine) {
+  if (auto s = check(nonNull(srcDst), nonNull(stream)); s) return s;
+  if (auto s = check(bitsHeld(*stream.bitCount), fieldBits(flexBits)); s) return s;
+  UnitReader bits(stream);
   if (flexBits) {
     if (refine) ownDecodeFields<true>(bits, srcDst, srcDstStep, int(flexBits), uint32_t(scale));
     else ownDecodeFields<false>(bits, srcDst, srcDstStep, int(flexBits), uint32_t(scale));
@@ -87,23 +87,23 @@ QelStatus decode(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
 QelStatus qeliFLCEncode4x4_JPEGXR_16s1u_C1R(const int16_t* src, int32_t srcStep, const uint32_t* residual,
                                             uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, uint32_t flexBits,
                                             uint32_t trimBits, int32_t fromResidual) {
-  return encode(src, srcStep, residual, stream, bitBuffer, bitCount, flexBits, trimBits, fromResidual);
+  return encode(src, srcStep, residual, {stream, bitBuffer, bitCount}, flexBits, trimBits, fromResidual);
 }
 QelStatus qeliFLCEncode4x4_JPEGXR_32s1u_C1R(const int32_t* src, int32_t srcStep, const uint32_t* residual,
                                             uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, uint32_t flexBits,
                                             uint32_t trimBits, int32_t fromResidual) {
-  return encode(src, srcStep, residual, stream, bitBuffer, bitCount, flexBits, trimBits, fromResidual);
+  return encode(src, srcStep, residual, {stream, bitBuffer, bitCount}, flexBits, trimBits, fromResidual);
 }
 
 QelStatus qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
                                              int16_t* srcDst, int32_t srcDstStep, uint32_t flexBits, int16_t scale,
                                              int32_t refine) {
-  return decode(stream, bitBuffer, bitCount, srcDst, srcDstStep, flexBits, scale, refine);
+  return decode({stream, bitBuffer, bitCount}, srcDst, srcDstStep, flexBits, scale, refine);
 }
 QelStatus qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount,
                                              int32_t* srcDst, int32_t srcDstStep, uint32_t flexBits, int32_t scale,
                                              int32_t refine) {
-  return decode(stream, bitBuffer, bitCount, srcDst, srcDstStep, flexBits, scale, refine);
+  return decode({stream, bitBuffer, bitCount}, srcDst, srcDstStep, flexBits, scale, refine);
 }
 
 }  // namespace qelj

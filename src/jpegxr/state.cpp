@@ -15,6 +15,7 @@ using namespace jpegxr;
 
 // --- alphabets ---------------------------------------------------------------------------------------------
 
+// kDecode<n>[t] and kDirect<n>[t] are the tables to decode by that belong to Codes<n>::codes[t].
 template <int n>
 constexpr auto kDecode = [] {
   std::array<DecodeTable, std::size(Codes<n>::codes)> all{};

@@ -74,10 +74,13 @@ inline void countSignificant(ScanEntry* scan, int place) {
 }
 
 // --- what of a block's coefficients is coded as levels, and what stays behind ------------------------------
-// `modelBits` low bits of a coefficient are split off. What remains of
-// its magnitude is its level; a coefficient of level 0 is not significant.
+// `modelBits` low bits of a coefficient are split off. What remains of its magnitude is its level; a coefficient of
+// level 0 is not significant. V is int32_t or a vector of them.
 
-constexpr uint32_t magnitude(int32_t v) { return v < 0 ? 0u - uint32_t(v) : uint32_t(v); }
+template <class V>
+constexpr With<uint32_t, V> magnitude(V v) {
+  return as<uint32_t>(absWrap(v));
+}
 constexpr int32_t levelOf(int32_t v, uint32_t modelBits) {
   const uint32_t level = magnitude(v) >> modelBits;
   return int32_t(v < 0 ? 0u - level : level);
@@ -85,26 +88,27 @@ constexpr int32_t levelOf(int32_t v, uint32_t modelBits) {
 
 // The bits split off, less `trimBits` of them, as the fixed-length layer codes them: the lowest bit says that
 // a sign belongs to the field.
-constexpr uint32_t residualOf(int32_t v, uint32_t modelBits, uint32_t trimBits) {
-  const uint32_t a = magnitude(v), t = (a & ((1u << modelBits) - 1)) >> trimBits;
-  if (a >> modelBits) return 2 * t;
-  return t ? 4 * t + (v < 0 ? 3 : 1) : 0;
+template <class V>
+constexpr With<uint32_t, V> residualOf(V v, uint32_t modelBits, uint32_t trimBits) {
+  using U = With<uint32_t, V>;
+  const U a = magnitude(v), t = (a & ((1u << modelBits) - 1)) >> trimBits;
+  const U any = min(t, all<U>(1)), sign = shr(as<uint32_t>(v), 31);
+  return select(a >> modelBits != U{}, 2 * t, 4 * t + 2 * (any & sign) + any);
 }
 
 // Sixteen coefficients in the order of their positions.
 struct Coefficients {
-  using Quad = simd::Vec<int32_t, 16>;
-  Quad quad[4];
+  simd::I32x4 quad[4];
 
   static Coefficients of(const int32_t* linear) {
     Coefficients c;
-    for (int i = 0; i < 4; ++i) c.quad[i] = load<Quad>(row(linear, 16, i));
+    for (int i = 0; i < 4; ++i) c.quad[i] = load<simd::I32x4>(offset(linear, 4 * i));
     return c;
   }
   template <class T>
   static Coefficients of(const T* block, ptrdiff_t step) {
-    Quad r[4];
-    for (int y = 0; y < 4; ++y) r[y] = simd::loadAs<Quad, T>(row(block, step, y));
+    simd::I32x4 r[4];
+    for (int y = 0; y < 4; ++y) r[y] = simd::loadAs<simd::I32x4, T>(row(block, step, y));
     return {{__builtin_shufflevector(r[0], r[1], 0, 1, 4, 5), __builtin_shufflevector(r[0], r[1], 3, 2, 7, 6),
              __builtin_shufflevector(r[3], r[2], 0, 1, 4, 5), __builtin_shufflevector(r[3], r[2], 3, 2, 7, 6)}};
   }
@@ -128,37 +132,31 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
     }
     return places;
   } else {
-    using Words = simd::Vec<uint32_t, 16>;
-    using Mask = simd::Vec<int32_t, 16>;
+    using simd::I32x4, simd::U32x4, simd::U8x16;
     const Coefficients c = all();
-    Mask significant[4];
+    I32x4 significant[4];
     for (int i = 0; i < 4; ++i) {
-      const Mask sign = c.quad[i] >> 31;
-      const Words a = Words(c.quad[i] ^ sign) - Words(sign), level = a >> modelBits;
-      significant[i] = Mask(level != Words{});
+      significant[i] = magnitude(c.quad[i]) >> modelBits != U32x4{};
       if constexpr (kResidual) {
-        const Words t = (a & ((1u << modelBits) - 1)) >> trimBits;
-        const Words signedField = (4 * t + (1 - 2 * Words(sign))) & Words(t != Words{});
-        const Words r = select(significant[i], 2 * t, signedField);
-        if (i) store(row(residual, 16, i), r);
+        const U32x4 r = residualOf(c.quad[i], modelBits, trimBits);
+        if (i) store(offset(residual, 4 * i), r);
         else
           for (int k = 1; k < 4; ++k) put(residual, k, r[k]);
       }
     }
-    using Bytes = simd::Vec<uint8_t, 16>;
     const auto pack = [](auto a, auto b, auto x, auto y) {
-      using Halves = simd::Vec<int16_t, 16>;
-      return Bytes(simd::packI8(Halves(simd::packI16(Mask(a), Mask(b))), Halves(simd::packI16(Mask(x), Mask(y)))));
+      const auto halves = [](auto v, auto w) { return simd::packI16(as<int32_t>(v), as<int32_t>(w)); };
+      return as<uint8_t>(simd::packI8(halves(a, b), halves(x, y)));
     };
-    const Bytes byPosition = pack(significant[0], significant[1], significant[2], significant[3]);
+    const U8x16 byPosition = pack(significant[0], significant[1], significant[2], significant[3]);
     if (simd::isZero(byPosition)) return 0;
     // The positions along the scan, out of four entries at a time.
-    Words order[4];
+    U32x4 order[4];
     for (int i = 0; i < 4; ++i) {
-      Words e[4];
-      for (int k = 0; k < 4; ++k) e[k] = load<Words>(scan + 4 * i + k);
-      using simd::as, simd::unpackHigh, simd::unpackLow;
-      order[i] = Words(unpackHigh(as<uint64_t>(unpackLow(e[0], e[1])), as<uint64_t>(unpackLow(e[2], e[3]))));
+      U32x4 e[4];
+      for (int k = 0; k < 4; ++k) e[k] = load<U32x4>(scan + 4 * i + k);
+      using simd::unpackHigh, simd::unpackLow;
+      order[i] = as<uint32_t>(unpackHigh(as<uint64_t>(unpackLow(e[0], e[1])), as<uint64_t>(unpackLow(e[2], e[3]))));
     }
     return simd::topBits(simd::shuffleBytes(byPosition, pack(order[0], order[1], order[2], order[3]))) & 0xFFFE;
   }

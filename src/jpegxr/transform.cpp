@@ -9,30 +9,29 @@
 namespace qelj {
 namespace {
 
-// One sample, or one vector with a sample of many blocks. Integers wrap in the width of the sample at every step, which
-// is what keeps the lifting reversible over the full range; floats round at every step.
-template <class V>
-using Value = Wrapping<V>;
+// V is one sample, or one vector with a sample of many blocks. Integers wrap in the width of the sample at every step,
+// which is what keeps the lifting reversible over the full range; floats round at every step.
 template <class V>
 inline constexpr bool kFloat = std::is_floating_point_v<Lane<V>>;
 
 // (x + rounding) >> bits. Floats have no rounding term: each of these is one multiplication.
 template <class V>
-inline Value<V> shifted(Value<V> x, int rounding, int bits) {
-  return {shr((rounding ? x + Value<V>{all<V>(Lane<V>(rounding))} : x).v, bits)};
+inline Wrapping<V> shifted(Wrapping<V> x, int rounding, int bits) {
+  if (rounding) x = x + Wrapping<V>{all<V>(Lane<V>(rounding))};
+  return {shr(x.v, bits)};
 }
 template <class V>
-inline Value<V> half(Value<V> x, int rounding) {
+inline Wrapping<V> half(Wrapping<V> x, int rounding) {
   if constexpr (kFloat<V>) return {x.v * 0.5f};
   else return shifted(x, rounding, 1);
 }
 template <class V>
-inline Value<V> threeEighths(Value<V> x, int rounding) {
+inline Wrapping<V> threeEighths(Wrapping<V> x, int rounding) {
   if constexpr (kFloat<V>) return {x.v * 0.375f};
   else return shifted(x + x + x, rounding, 3);
 }
 template <class V>
-inline Value<V> threeQuarters(Value<V> x) {
+inline Wrapping<V> threeQuarters(Wrapping<V> x) {
   if constexpr (kFloat<V>) return {x.v * 0.75f};
   else return shifted(x + x + x, 3, 2);
 }
@@ -41,7 +40,7 @@ inline Value<V> threeQuarters(Value<V> x) {
 
 // Its own inverse. The last difference is t - c; in float it keeps the form that rounds twice.
 template <class V>
-inline void butterfly(Value<V>& a, Value<V>& b, Value<V>& c, Value<V>& d, int rounding) {
+inline void butterfly(Wrapping<V>& a, Wrapping<V>& b, Wrapping<V>& c, Wrapping<V>& d, int rounding) {
   const auto s = a + d, u = b - c;
   const auto t = half(s - u, rounding);
   const auto c1 = t - d;
@@ -52,7 +51,7 @@ inline void butterfly(Value<V>& a, Value<V>& b, Value<V>& c, Value<V>& d, int ro
 }
 
 template <class V>
-inline void oddRotation(Value<V>& a, Value<V>& b, Value<V>& c, Value<V>& d) {
+inline void oddRotation(Wrapping<V>& a, Wrapping<V>& b, Wrapping<V>& c, Wrapping<V>& d) {
   b = b - c;
   a = a + d;
   c = c + half(b, 1);
@@ -68,7 +67,7 @@ inline void oddRotation(Value<V>& a, Value<V>& b, Value<V>& c, Value<V>& d) {
 }
 
 template <class V>
-inline void oddRotationInv(Value<V>& a, Value<V>& b, Value<V>& c, Value<V>& d) {
+inline void oddRotationInv(Wrapping<V>& a, Wrapping<V>& b, Wrapping<V>& c, Wrapping<V>& d) {
   b = b + d;
   a = a - c;
   d = d - half(b, 0);
@@ -84,7 +83,7 @@ inline void oddRotationInv(Value<V>& a, Value<V>& b, Value<V>& c, Value<V>& d) {
 }
 
 template <class V>
-inline void oddOddRotation(Value<V>& p, Value<V>& q, Value<V>& r, Value<V>& s) {
+inline void oddOddRotation(Wrapping<V>& p, Wrapping<V>& q, Wrapping<V>& r, Wrapping<V>& s) {
   const auto v = p + q, h1 = half(v, 0);
   const auto w = s - r, h2 = half(w, 0);
   auto m = q - h1, n = h2 - s;
@@ -99,7 +98,7 @@ inline void oddOddRotation(Value<V>& p, Value<V>& q, Value<V>& r, Value<V>& s) {
 
 // The three rotation steps run backwards with the roundings of their forward partners.
 template <class V>
-inline void oddOddRotationInv(Value<V>& e, Value<V>& f, Value<V>& g, Value<V>& h) {
+inline void oddOddRotationInv(Wrapping<V>& e, Wrapping<V>& f, Wrapping<V>& g, Wrapping<V>& h) {
   const auto v = h + e, h1 = half(v, 0);
   const auto w = g - f, h2 = half(w, 0);
   auto m = e - h1, n = f + h2;
@@ -114,9 +113,9 @@ inline void oddOddRotationInv(Value<V>& e, Value<V>& f, Value<V>& g, Value<V>& h
 
 // --- the transform of a block, or of one block a lane: x[row][column] --------------------------------------
 
-struct Forward {
+struct ForwardPCT {
   template <class V>
-  static void block(Value<V> (&x)[4][4]) {
+  static void block(Wrapping<V> (&x)[4][4]) {
     butterfly(x[0][0], x[0][3], x[3][0], x[3][3], 0);
     butterfly(x[1][1], x[1][2], x[2][1], x[2][2], 0);
     butterfly(x[0][1], x[0][2], x[3][1], x[3][2], 0);
@@ -137,9 +136,9 @@ struct Forward {
   }
 };
 
-struct Inverse {
+struct InversePCT {
   template <class V>
-  static void block(Value<V> (&y)[4][4]) {
+  static void block(Wrapping<V> (&y)[4][4]) {
     butterfly(y[0][0], y[0][1], y[1][0], y[1][1], 1);
     oddRotationInv(y[0][2], y[0][3], y[1][2], y[1][3]);
     oddRotationInv(y[2][0], y[3][0], y[2][1], y[3][1]);
@@ -165,19 +164,19 @@ struct Inverse {
 // of every group. Its own inverse.
 template <class V>
 inline void transposeSquares(V (&v)[4]) {
-  using simd::unpackHigh, simd::unpackLow, simd::as;
-  if constexpr (sizeof(simd::Lane<V>) == 2) {
+  using simd::unpackHigh, simd::unpackLow;
+  if constexpr (sizeof(Lane<V>) == 2) {
     const auto a = as<uint32_t>(unpackLow(v[0], v[1])), b = as<uint32_t>(unpackHigh(v[0], v[1]));
     const auto c = as<uint32_t>(unpackLow(v[2], v[3])), d = as<uint32_t>(unpackHigh(v[2], v[3]));
     const auto ac01 = as<uint64_t>(unpackLow(a, c)), ac23 = as<uint64_t>(unpackHigh(a, c));
     const auto bd01 = as<uint64_t>(unpackLow(b, d)), bd23 = as<uint64_t>(unpackHigh(b, d));
-    v[0] = (V)unpackLow(ac01, bd01), v[1] = (V)unpackHigh(ac01, bd01);
-    v[2] = (V)unpackLow(ac23, bd23), v[3] = (V)unpackHigh(ac23, bd23);
+    v[0] = as<V>(unpackLow(ac01, bd01)), v[1] = as<V>(unpackHigh(ac01, bd01));
+    v[2] = as<V>(unpackLow(ac23, bd23)), v[3] = as<V>(unpackHigh(ac23, bd23));
   } else {
     const auto ab01 = as<uint64_t>(unpackLow(v[0], v[1])), ab23 = as<uint64_t>(unpackHigh(v[0], v[1]));
     const auto cd01 = as<uint64_t>(unpackLow(v[2], v[3])), cd23 = as<uint64_t>(unpackHigh(v[2], v[3]));
-    v[0] = (V)unpackLow(ab01, cd01), v[1] = (V)unpackHigh(ab01, cd01);
-    v[2] = (V)unpackLow(ab23, cd23), v[3] = (V)unpackHigh(ab23, cd23);
+    v[0] = as<V>(unpackLow(ab01, cd01)), v[1] = as<V>(unpackHigh(ab01, cd01));
+    v[2] = as<V>(unpackLow(ab23, cd23)), v[3] = as<V>(unpackHigh(ab23, cd23));
   }
 }
 
@@ -185,7 +184,7 @@ inline void transposeSquares(V (&v)[4]) {
 // transformed more than once, to the same values.
 template <class Direction, class V, class T>
 inline void ownCells(T* const (&cell)[4], ptrdiff_t step) {
-  Value<V> x[4][4];
+  Wrapping<V> x[4][4];
   for (int r = 0; r < 4; ++r) {
     V v[4];
     for (int k = 0; k < 4; ++k) v[k] = load<V>(row(cell[k], step, r));
@@ -202,7 +201,7 @@ inline void ownCells(T* const (&cell)[4], ptrdiff_t step) {
 
 template <class Direction, class T>
 inline void ownBlock(T* block, ptrdiff_t step) {
-  Value<T> x[4][4];
+  Wrapping<T> x[4][4];
   for (int r = 0; r < 4; ++r)
     for (int c = 0; c < 4; ++c) x[r][c].v = at(row(block, step, r), c);
   Direction::block(x);
@@ -268,77 +267,77 @@ QelStatus pct(T* srcDst, int32_t srcDstStep) {
 }  // namespace
 
 QelStatus qeliPCTFwd_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, QelSize size) {
-  return pct<Forward>(srcDst, srcDstStep, size);
+  return pct<ForwardPCT>(srcDst, srcDstStep, size);
 }
 QelStatus qeliPCTFwd_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, QelSize size) {
-  return pct<Forward>(srcDst, srcDstStep, size);
+  return pct<ForwardPCT>(srcDst, srcDstStep, size);
 }
 QelStatus qeliPCTFwd_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep, QelSize size) {
-  return pct<Forward>(srcDst, srcDstStep, size);
+  return pct<ForwardPCT>(srcDst, srcDstStep, size);
 }
 QelStatus qeliPCTFwd16x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
-  return pct<Forward, 16, 16>(srcDst, srcDstStep);
+  return pct<ForwardPCT, 16, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTFwd16x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
-  return pct<Forward, 16, 16>(srcDst, srcDstStep);
+  return pct<ForwardPCT, 16, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTFwd16x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
-  return pct<Forward, 16, 16>(srcDst, srcDstStep);
+  return pct<ForwardPCT, 16, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTFwd8x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
-  return pct<Forward, 8, 16>(srcDst, srcDstStep);
+  return pct<ForwardPCT, 8, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTFwd8x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
-  return pct<Forward, 8, 16>(srcDst, srcDstStep);
+  return pct<ForwardPCT, 8, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTFwd8x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
-  return pct<Forward, 8, 16>(srcDst, srcDstStep);
+  return pct<ForwardPCT, 8, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTFwd8x8_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
-  return pct<Forward, 8, 8>(srcDst, srcDstStep);
+  return pct<ForwardPCT, 8, 8>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTFwd8x8_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
-  return pct<Forward, 8, 8>(srcDst, srcDstStep);
+  return pct<ForwardPCT, 8, 8>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTFwd8x8_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
-  return pct<Forward, 8, 8>(srcDst, srcDstStep);
+  return pct<ForwardPCT, 8, 8>(srcDst, srcDstStep);
 }
 
 QelStatus qeliPCTInv_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep, QelSize size) {
-  return pct<Inverse>(srcDst, srcDstStep, size);
+  return pct<InversePCT>(srcDst, srcDstStep, size);
 }
 QelStatus qeliPCTInv_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep, QelSize size) {
-  return pct<Inverse>(srcDst, srcDstStep, size);
+  return pct<InversePCT>(srcDst, srcDstStep, size);
 }
 QelStatus qeliPCTInv_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep, QelSize size) {
-  return pct<Inverse>(srcDst, srcDstStep, size);
+  return pct<InversePCT>(srcDst, srcDstStep, size);
 }
 QelStatus qeliPCTInv16x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
-  return pct<Inverse, 16, 16>(srcDst, srcDstStep);
+  return pct<InversePCT, 16, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTInv16x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
-  return pct<Inverse, 16, 16>(srcDst, srcDstStep);
+  return pct<InversePCT, 16, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTInv16x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
-  return pct<Inverse, 16, 16>(srcDst, srcDstStep);
+  return pct<InversePCT, 16, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTInv8x16_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
-  return pct<Inverse, 8, 16>(srcDst, srcDstStep);
+  return pct<InversePCT, 8, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTInv8x16_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
-  return pct<Inverse, 8, 16>(srcDst, srcDstStep);
+  return pct<InversePCT, 8, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTInv8x16_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
-  return pct<Inverse, 8, 16>(srcDst, srcDstStep);
+  return pct<InversePCT, 8, 16>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTInv8x8_JPEGXR_16s_C1IR(int16_t* srcDst, int32_t srcDstStep) {
-  return pct<Inverse, 8, 8>(srcDst, srcDstStep);
+  return pct<InversePCT, 8, 8>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTInv8x8_JPEGXR_32s_C1IR(int32_t* srcDst, int32_t srcDstStep) {
-  return pct<Inverse, 8, 8>(srcDst, srcDstStep);
+  return pct<InversePCT, 8, 8>(srcDst, srcDstStep);
 }
 QelStatus qeliPCTInv8x8_JPEGXR_32f_C1IR(float* srcDst, int32_t srcDstStep) {
-  return pct<Inverse, 8, 8>(srcDst, srcDstStep);
+  return pct<InversePCT, 8, 8>(srcDst, srcDstStep);
 }
 
 }  // namespace qelj

@@ -1,6 +1,5 @@
 // The decoder of BC6 (BC6H): high dynamic range, three channels of half floats.
 #include <array>
-#include <cstdlib>
 #include <utility>
 
 #include "frame/fronts.h"
@@ -17,7 +16,7 @@ namespace {
 // of green of end-point 2, lowest first in the stream; with the smaller bit named first, as in r0[10:11], the
 // highest comes first. End-points 0 and 1 are region 0's, 2 and 3 region 1's. Where deltaBits are given,
 // end-points 1 to 3 are signed differences from end-point 0. The indices follow.
-struct Mode {
+struct Bc6Mode {
   int regions, bits;
   int deltaBits[3];
   const char* fields;
@@ -27,7 +26,7 @@ struct Mode {
 };
 constexpr int kModeCount = 14;
 // clang-format off
-constexpr Mode kModes[kModeCount] = {
+constexpr Bc6Mode kModes[kModeCount] = {
     {2, 10, {5, 5, 5},
      "g2[4] b2[4] b3[4] r0[9:0] g0[9:0] b0[9:0] r1[4:0] g3[4] g2[3:0] g1[4:0] b3[0] g3[3:0] b1[4:0] "
      "b3[1] b2[3:0] r2[4:0] b3[2] r3[4:0] b3[3] shape[4:0]"},
@@ -70,15 +69,16 @@ constexpr Mode kModes[kModeCount] = {
 // clang-format on
 
 // The mode of a block's first byte; kModeCount and above are reserved.
-constexpr int ownMode(uint8_t first) {
+constexpr int modeOf(uint8_t first) {
   const int code = first & 31;
   return code % 4 < 2 ? code % 4 : code % 4 == 2 ? 2 + (code >> 2) : 10 + (code >> 2);
 }
 
 // --- fields ------------------------------------------------------------------------------------------------
 
-struct Ends {
-  int32_t of[4][4] = {};  // [end-point][r, g, b, 0]
+// What the fields of a block hold.
+struct FieldValues {
+  int32_t ends[4][4] = {};  // [end-point][r, g, b, 0]
   int shape = 0;
 };
 
@@ -92,7 +92,7 @@ struct Runs {
 };
 constexpr int kShapeChannel = 3;
 
-constexpr Runs ownParse(int mode) {
+constexpr Runs parse(int mode) {
   Runs runs;
   int at = mode < 2 ? 2 : 5;
   const char* p = kModes[mode].fields;
@@ -106,7 +106,8 @@ constexpr Runs ownParse(int mode) {
     at += run.count;
   };
   while (*p) {
-    const int channel = *p == 'r' ? 0 : *p == 'g' ? 1 : *p == 'b' ? 2 : kShapeChannel;
+    int channel = 0;
+    while (channel < kShapeChannel && "rgb"[channel] != *p) ++channel;
     while (*p >= 'a') ++p;
     const int endPoint = number();
     ++p;  // [
@@ -122,117 +123,100 @@ constexpr Runs ownParse(int mode) {
   return runs;
 }
 template <int kMode>
-constexpr Runs kRuns = ownParse(kMode);
+constexpr Runs kRuns = parse(kMode);
 static_assert(kRuns<0>.end == 82 && kRuns<9>.end == 82 && kRuns<10>.end == 65 && kRuns<13>.end == 65);
 
 template <int kMode>
-Ends ownReadFields(const Bits& bits) {
-  Ends ends;
+FieldValues readFields(const Bits& bits) {
+  FieldValues values;
   [&]<size_t... i>(std::index_sequence<i...>) {
     const auto read = [&]<size_t kRun>() {
       constexpr Run kOf = kRuns<kMode>.of[kRun];
       const auto value = int32_t(bits.at(kOf.from, kOf.count)) << kOf.to;
-      if constexpr (kOf.channel == kShapeChannel) ends.shape |= value;
-      else ends.of[kOf.endPoint][kOf.channel] |= value;
+      if constexpr (kOf.channel == kShapeChannel) values.shape |= value;
+      else values.ends[kOf.endPoint][kOf.channel] |= value;
     };
     (read.template operator()<i>(), ...);
   }(std::make_index_sequence<size_t(kRuns<kMode>.count)>{});
-  return ends;
+  return values;
 }
+// kReadFields[mode](bits) is readFields<mode>(bits).
 constexpr auto kReadFields = []<size_t... mode>(std::index_sequence<mode...>) {
-  return std::array{ownReadFields<int(mode)>...};
+  return std::array{readFields<int(mode)>...};
 }(std::make_index_sequence<size_t(kModeCount)>{});
 
 template <int kRegions>
-uint64_t ownIndices(const Bits& bits, const bc7::Shape& shape) {
+uint64_t unpackedIndices(const Bits& bits, const bc7::Shape& shape) {
   if constexpr (kRegions == 1) return insertAnchorBit<4>(bits.at(65, 63), 0);
   else return insertAnchorBit<3>(insertAnchorBit<3>(bits.at(82, 46), 0), shape.anchors[1]);
 }
 
-// --- scalar form -------------------------------------------------------------------------------------------
+// --- both forms: of one value (V is int32_t) or of a vector of them ----------------------------------------
 
-[[maybe_unused]] constexpr int32_t ownSignExtend(int32_t value, int bits) {
-  return shlWrap(value, 32 - bits) >> (32 - bits);
+template <class V>
+inline V signExtend(V value, int bits) {
+  return shr(shlWrap(value, 32 - bits), 32 - bits);
 }
 
 // To 16 bits. The largest value of an n-bit end-point is the largest of 16, and nothing else is: the compare
 // is for equality, and a signed magnitude one above it takes the formula.
-template <bool kSigned>
-int32_t ownUnquantise(int32_t value, int bits) {
-  if constexpr (kSigned) {
-    if (bits >= 16) return value;
-    const int n = bits - 1, magnitude = std::abs(value);
-    const int32_t wide = magnitude == 0 ? 0 : magnitude == (1 << n) - 1 ? 0x7FFF : ((magnitude << 15) + 0x4000) >> n;
-    return value < 0 ? -wide : wide;
-  } else {
-    if (bits >= 15 || value == 0) return value;
-    return value == (1 << bits) - 1 ? 0xFFFF : ((value << 16) + 0x8000) >> bits;
-  }
+template <bool kSigned, class V>
+inline V unquantise(V value, int bits) {
+  const int n = bits - kSigned;
+  if (n >= 15) return value;
+  constexpr int kTop = kSigned ? 15 : 16;
+  const V sign = kSigned ? shr(value, 31) : V{}, magnitude = (value ^ sign) - sign;
+  V wide = shr((magnitude << kTop) + (1 << (kTop - 1)), n);
+  wide = select(magnitude == all<V>((1 << n) - 1), all<V>((1 << kTop) - 1), wide);
+  wide = select(magnitude == V{}, V{}, wide);
+  return (wide ^ sign) - sign;
+}
+
+template <class V>
+inline V interpolate(V a, V b, V weight) {
+  return shr(shlWrap(a, 6) + weight * (b - a) + 32, 6);
 }
 
 // To the bit pattern of a half: 31/64 of the unsigned range, 31/32 of the signed magnitude below the sign.
-template <bool kSigned>
-uint16_t ownFinish(int32_t value) {
-  if constexpr (kSigned) return uint16_t((31 * std::abs(value)) >> 5 | (value < 0 ? 0x8000 : 0));
-  else return uint16_t((31 * value) >> 6);
+template <bool kSigned, class V>
+inline V finish(V value) {
+  const auto times31 = [](V v) { return (v << 5) - v; };
+  if constexpr (!kSigned) return shr(times31(value), 6);
+  const V sign = shr(value, 31), magnitude = (value ^ sign) - sign;
+  return shr(times31(magnitude), 5) | (sign & 0x8000);
 }
 
+// --- scalar form -------------------------------------------------------------------------------------------
+
 template <bool kSigned, int kRegions>
-void ownDecodeBlock(const Bits& bits, const Mode& mode, Ends ends, uint8_t* dst, ptrdiff_t dstStep) {
+void ownDecodeBlock(const Bits& bits, const Bc6Mode& mode, FieldValues values, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr int kIndexBits = kRegions == 2 ? 3 : 4;
+  auto& ends = values.ends;
   for (int c = 0; c < 3; ++c) {
+    if (mode.transformed())
+      for (int e = 1; e < 2 * kRegions; ++e)
+        ends[e][c] = (ends[0][c] + signExtend(ends[e][c], mode.deltaBits[c])) & ((1 << mode.bits) - 1);
     for (int e = 0; e < 2 * kRegions; ++e) {
-      int32_t& value = ends.of[e][c];
-      if (mode.transformed() && e > 0)
-        value = (ends.of[0][c] + ownSignExtend(value, mode.deltaBits[c])) & ((1 << mode.bits) - 1);
-    }
-    for (int e = 0; e < 2 * kRegions; ++e) {
-      int32_t& value = ends.of[e][c];
-      if (kSigned) value = ownSignExtend(value, mode.bits);
-      value = ownUnquantise<kSigned>(value, mode.bits);
+      if (kSigned) ends[e][c] = signExtend(ends[e][c], mode.bits);
+      ends[e][c] = unquantise<kSigned>(ends[e][c], mode.bits);
     }
   }
-  const bc7::Shape& shape = bc7::shape<kRegions>(ends.shape);
-  const uint64_t indices = ownIndices<kRegions>(bits, shape);
+  const bc7::Shape& shape = bc7::shape<kRegions>(values.shape);
+  const uint64_t indices = unpackedIndices<kRegions>(bits, shape);
   for (int i = 0; i < 16; ++i) {
     const int w = bc7::weights<kIndexBits>()[indexAt<kIndexBits>(indices, i)], region = shape.subset(i);
     for (int c = 0; c < 3; ++c) {
-      const int32_t a = ends.of[2 * region][c], b = ends.of[2 * region + 1][c];
-      store(row(dst, dstStep, i / 4) + 6 * (i % 4) + 2 * c, ownFinish<kSigned>(((64 - w) * a + w * b + 32) >> 6));
+      const int32_t value = interpolate(ends[2 * region][c], ends[2 * region + 1][c], w);
+      store(row(dst, dstStep, i / 4) + 6 * (i % 4) + 2 * c, uint16_t(finish<kSigned>(value)));
     }
   }
 }
 
 // --- vector form -------------------------------------------------------------------------------------------
 
-using E = simd::Vec<int32_t, 16>;  // the channels of an end-point
-using V = simd::I32;               // of kAcross palette entries
-using B = simd::Vec<uint8_t, 16>;
-
-template <bool kSigned>
-inline E ownUnquantise(E value, int bits) {
-  const int n = bits - kSigned;
-  if (n >= 15) return value;
-  const E sign = kSigned ? E(value < 0) : E{}, magnitude = (value ^ sign) - sign;
-  constexpr int kTop = kSigned ? 15 : 16;
-  E wide = ((magnitude << kTop) + (1 << (kTop - 1))) >> n;
-  wide = select(E(magnitude == (1 << n) - 1), E{} + ((1 << kTop) - 1), wide);
-  wide = select(E(magnitude == 0), E{}, wide);
-  return (wide ^ sign) - sign;
-}
-
-template <bool kSigned>
-inline V ownFinish(V value) {
-  if constexpr (!kSigned) return ((value << 5) - value) >> 6;
-  const V sign = V(value < 0), magnitude = (value ^ sign) - sign;
-  return ((magnitude << 5) - magnitude) >> 5 | (sign & 0x8000);
-}
-
-template <class Vector>
-inline V ownRepeat(Vector v) {
-  if constexpr (sizeof(V) == sizeof(Vector)) return v;
-  else return simd::join(v, v);
-}
+using simd::I32;    // of kAcross palette entries
+using simd::I32x4;  // the channels of an end-point
+using simd::U8x16;
 
 // The weights of palette entries i + 2 block + j, for a vector i of two: packed, the two vectors are in order.
 template <int kIndexBits>
@@ -249,37 +233,37 @@ template <int kIndexBits>
 [[maybe_unused]] constexpr PaletteWeights<kIndexBits> kPaletteWeights;
 
 template <bool kSigned, int kRegions>
-inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw, uint8_t* dst, ptrdiff_t dstStep) {
+inline void ownDecodeVectors(const Bits& bits, const Bc6Mode& mode, const FieldValues& values, uint8_t* dst,
+                             ptrdiff_t dstStep) {
   constexpr int kIndexBits = kRegions == 2 ? 3 : 4;
-  E ends[2 * kRegions];
-  for (int e = 0; e < 2 * kRegions; ++e) ends[e] = load<E>(raw.of[e]);
+  I32x4 ends[2 * kRegions];
+  for (int e = 0; e < 2 * kRegions; ++e) ends[e] = load<I32x4>(values.ends[e]);
   if (mode.transformed()) {
     // The last lane holds nothing, and does what its neighbour does.
-    const E unused = 32 - E{mode.deltaBits[0], mode.deltaBits[1], mode.deltaBits[2], mode.deltaBits[2]};
+    const I32x4 unused = 32 - I32x4{mode.deltaBits[0], mode.deltaBits[1], mode.deltaBits[2], mode.deltaBits[2]};
     for (int e = 1; e < 2 * kRegions; ++e)
-      ends[e] = (ends[0] + ((E)((simd::Vec<uint32_t, 16>)ends[e] << (simd::Vec<uint32_t, 16>)unused) >> unused)) &
-                ((1 << mode.bits) - 1);
+      ends[e] =
+          (ends[0] + (as<int32_t>(as<uint32_t>(ends[e]) << as<uint32_t>(unused)) >> unused)) & ((1 << mode.bits) - 1);
   }
-  for (E& end : ends) {
-    if constexpr (kSigned) end = shlWrap(end, 32 - mode.bits) >> (32 - mode.bits);
-    end = ownUnquantise<kSigned>(end, mode.bits);
+  for (I32x4& end : ends) {
+    if constexpr (kSigned) end = signExtend(end, mode.bits);
+    end = unquantise<kSigned>(end, mode.bits);
   }
 
   // 16 entries of four 16-bit lanes: the 16 of the one region, or 8 of each.
   alignas(32) uint64_t palette[16];
   for (int i = 0; i < 16; i += 2 * kAcross) {
     const int region = kRegions == 2 ? i / 8 : 0;
-    const V a = ownRepeat(ends[2 * region]), b = ownRepeat(ends[2 * region + 1]);
+    const I32 a = simd::repeatBlock<I32>(ends[2 * region]), b = simd::repeatBlock<I32>(ends[2 * region + 1]);
     const auto entries = [&](int j) {
-      const V w = load<V>(kPaletteWeights<kIndexBits>.of[i / (2 * kAcross)][j]);
-      return ownFinish<kSigned>(((a << 6) + w * (b - a) + 32) >> 6);
+      return finish<kSigned>(interpolate(a, b, load<I32>(kPaletteWeights<kIndexBits>.of[i / (2 * kAcross)][j])));
     };
     store(palette + i, simd::packU16(entries(0), entries(1)));
   }
 
-  const bc7::Shape& shape = bc7::shape<kRegions>(raw.shape);
-  B entry = unpackIndices<kIndexBits, 0>((B)simd::Vec<uint64_t, 16>{ownIndices<kRegions>(bits, shape), 0});
-  if constexpr (kRegions == 2) entry |= (load<B>(shape.subsets) & uint8_t(1)) << 3;
+  const bc7::Shape& shape = bc7::shape<kRegions>(values.shape);
+  U8x16 entry = unpackIndices<kIndexBits, 0>(as<uint8_t>(simd::U64x2{unpackedIndices<kRegions>(bits, shape), 0}));
+  if constexpr (kRegions == 2) entry |= (load<U8x16>(shape.subsets) & uint8_t(1)) << 3;
   uint8_t entries[16];
   store(entries, entry);
   for (int y = 0; y < 4; ++y) {
@@ -294,24 +278,25 @@ inline void ownDecodeVectors(const Bits& bits, const Mode& mode, const Ends& raw
 // --- format ------------------------------------------------------------------------------------------------
 
 template <bool kSigned>
-struct Bc6 {
+struct Bc6Decoder {
   static constexpr int kBlockBytes = 16, kPixelBytes = 6;
   static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-    const int number = ownMode(src[0]);
+    const int number = modeOf(src[0]);
     if (number >= kModeCount) {
       for (int y = 0; y < 4; ++y) std::memset(row(dst, dstStep, y), 0, 24);
       return;
     }
     const Bits bits(src);
-    const Mode& mode = kModes[number];
-    const Ends ends = kReadFields[size_t(number)](bits);
-    if (mode.regions == 2) decode<2>(bits, mode, ends, dst, dstStep);
-    else decode<1>(bits, mode, ends, dst, dstStep);
+    const Bc6Mode& mode = kModes[number];
+    const FieldValues values = kReadFields[size_t(number)](bits);
+    if (mode.regions == 2) decode<2>(bits, mode, values, dst, dstStep);
+    else decode<1>(bits, mode, values, dst, dstStep);
   }
   template <int kRegions>
-  static void decode(const Bits& bits, const Mode& mode, const Ends& ends, uint8_t* dst, ptrdiff_t dstStep) {
-    if constexpr (simd::kEnabled) ownDecodeVectors<kSigned, kRegions>(bits, mode, ends, dst, dstStep);
-    else ownDecodeBlock<kSigned, kRegions>(bits, mode, ends, dst, dstStep);
+  static void decode(const Bits& bits, const Bc6Mode& mode, const FieldValues& values, uint8_t* dst,
+                     ptrdiff_t dstStep) {
+    if constexpr (simd::kEnabled) ownDecodeVectors<kSigned, kRegions>(bits, mode, values, dst, dstStep);
+    else ownDecodeBlock<kSigned, kRegions>(bits, mode, values, dst, dstStep);
   }
 };
 
@@ -320,11 +305,11 @@ struct Bc6 {
 
 QelStatus qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(const uint8_t* src, uint16_t* dst, int32_t dstStep, int32_t width,
                                                     int32_t height) {
-  return texture::decodeBlocks<texture::Bc6<false>>(src, dst, dstStep, {width, height});
+  return texture::decodeBlocks<texture::Bc6Decoder<false>>(src, dst, dstStep, {width, height});
 }
 QelStatus qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(const uint8_t* src, int16_t* dst, int32_t dstStep, int32_t width,
                                                     int32_t height) {
-  return texture::decodeBlocks<texture::Bc6<true>>(src, dst, dstStep, {width, height});
+  return texture::decodeBlocks<texture::Bc6Decoder<true>>(src, dst, dstStep, {width, height});
 }
 
 }  // namespace qelj

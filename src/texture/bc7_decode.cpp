@@ -47,7 +47,7 @@ struct Fields {
 // --- scalar form -------------------------------------------------------------------------------------------
 
 // Moves an n-bit value to the top of a byte and repeats its high bits below.
-[[maybe_unused]] constexpr int ownExpand(int value, int bits) { return value << (8 - bits) | value >> (2 * bits - 8); }
+[[maybe_unused]] constexpr int expand(int value, int bits) { return value << (8 - bits) | value >> (2 * bits - 8); }
 
 template <int kMode>
 void ownDecodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
@@ -62,7 +62,7 @@ void ownDecodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
       const int width = kLayout.bits(c);
       int value = int(bits.at(kLayout.position(c, e), width));
       if (kOf.pBits()) value = value << 1 | int(bits.at(kLayout.pBitPosition(e), 1));
-      ends[e][c] = width == 0 ? 255 : ownExpand(value, width + kOf.pBits());
+      ends[e][c] = width == 0 ? 255 : expand(value, width + kOf.pBits());
     }
 
   for (int i = 0; i < 16; ++i) {
@@ -84,16 +84,7 @@ void ownDecodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
 
 // --- vector form -------------------------------------------------------------------------------------------
 
-using V = simd::U8;
-using B = simd::Vec<uint8_t, 16>;
-using B16 = simd::Vec<uint16_t, 16>;
-using S16 = simd::Vec<int16_t, 16>;
-
-template <class Block>
-inline V ownRepeat(Block v) {
-  if constexpr (sizeof(V) == sizeof(Block)) return v;
-  else return simd::join(v, v);
-}
+using simd::I16x8, simd::U16x8, simd::U8, simd::U8x16;
 
 // Where a subset's end-points lie, in 16-bit lanes r0 r1 g0 g1 b0 b1 a0 a1: the two bytes that hold a value,
 // and the factor that brings it to the top of the lane; then the same for its p-bit.
@@ -102,7 +93,7 @@ struct EndPointLanes {
   uint16_t toTop[8] = {}, pToTop[8] = {}, top[8] = {}, expand[8] = {}, opaque[8] = {};
 };
 template <int kMode, int kSubset>
-constexpr EndPointLanes ownEndPointLanes() {
+constexpr EndPointLanes endPointLanes() {
   constexpr Layout kLayout{kMode};
   EndPointLanes lanes;
   for (int lane = 0; lane < 8; ++lane) {
@@ -124,45 +115,46 @@ constexpr EndPointLanes ownEndPointLanes() {
   return lanes;
 }
 template <int kMode, int kSubset>
-[[maybe_unused]] constexpr EndPointLanes kEndPointLanes = ownEndPointLanes<kMode, kSubset>();
+[[maybe_unused]] constexpr EndPointLanes kEndPointLanes = endPointLanes<kMode, kSubset>();
 
 // A value of n bits at the top of a lane expands to 8 as the high half of its product with 2^8 + 2^(8-n).
 template <int kMode, int kSubset>
-inline S16 ownEndPoints(B block) {
+inline I16x8 unpackEndPoints(U8x16 block) {
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
   const EndPointLanes& lanes = kEndPointLanes<kMode, kSubset>;
-  const auto at = [](const uint16_t(&of)[8]) { return simd::blockLanes<B16>(of); };
-  B16 values = ((B16)shuffleBytes(block, simd::blockPattern<B>(lanes.bytes)) * at(lanes.toTop)) & at(lanes.top);
+  const auto at = [](const uint16_t(&of)[8]) { return simd::blockLanes<U16x8>(of); };
+  U16x8 values =
+      (as<U16x8>(shuffleBytes(block, simd::blockPattern<U8x16>(lanes.bytes))) * at(lanes.toTop)) & at(lanes.top);
   if constexpr (kOf.pBits() != 0) {
-    const B16 p = (B16)shuffleBytes(block, simd::blockPattern<B>(lanes.pBytes)) * at(lanes.pToTop);
+    const U16x8 p = as<U16x8>(shuffleBytes(block, simd::blockPattern<U8x16>(lanes.pBytes))) * at(lanes.pToTop);
     values |= (p & uint16_t(0x8000)) >> kOf.colourBits;
   }
   values = mulHi(values, at(lanes.expand));
   if constexpr (kOf.alphaBits == 0) values |= at(lanes.opaque);
-  return (S16)values;
+  return as<I16x8>(values);
 }
 
 // The pairs 64 - w, w of pixels 0 to 7 and 8 to 15.
 struct WeightPairs {
-  B low, high;
+  U8x16 low, high;
 };
 template <int kBits>
-inline WeightPairs ownWeights(uint64_t indices) {
+inline WeightPairs weightPairs(uint64_t indices) {
   uint8_t table[16];
   for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
-  const B w =
-      shuffleBytes(simd::blockPattern<B>(table), unpackIndices<kBits, 0>((B)simd::Vec<uint64_t, 16>{indices, 0}));
+  const U8x16 w =
+      shuffleBytes(simd::blockPattern<U8x16>(table), unpackIndices<kBits, 0>(as<uint8_t>(simd::U64x2{indices, 0})));
   return {simd::unpackLow(uint8_t(64) - w, w), simd::unpackHigh(uint8_t(64) - w, w)};
 }
 
 // Spreads what is known of a pixel over the 8 bytes r0 r1 g0 g1 b0 b1 a0 a1 of its interpolation. Vector `half` of a
 // step holds pixels 2 half and 2 half + 1 of a row in each 16 bytes, so that a pack of both gives whole rows.
-struct Spread {
+struct PixelSpread {
   alignas(32) uint8_t pixel[4 / kAcross][2][simd::kBytes] = {};   // from 16 bytes, one a pixel
   alignas(32) uint8_t weight[4 / kAcross][2][simd::kBytes] = {};  // from 8 pairs of weights
   alignas(32) uint8_t colour[4 / kAcross][2][simd::kBytes] = {};  // the same, without the alpha bytes
   alignas(32) uint8_t alpha[4 / kAcross][2][simd::kBytes] = {};   // and with nothing else
-  constexpr Spread() {
+  constexpr PixelSpread() {
     for (int step = 0; step < 4 / kAcross; ++step)
       for (int half = 0; half < 2; ++half)
         for (int k = 0; k < simd::kBytes; ++k) {
@@ -175,7 +167,7 @@ struct Spread {
         }
   }
 };
-constexpr Spread kSpread;
+constexpr PixelSpread kSpread;
 
 // Alpha trades places with red, green or blue.
 constexpr uint8_t kRotations[4][16] = {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15},
@@ -187,42 +179,42 @@ template <int kMode>
 inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
   const Fields<kMode> fields{Bits(src)};
-  const B block = load<B>(src);
+  const U8x16 block = load<U8x16>(src);
 
   // End-points of subsets 0 and 1, and of subset 2, 8 bytes each.
-  const S16 first = ownEndPoints<kMode, 0>(block);
-  S16 second = first, third = first;
-  if constexpr (kOf.subsets > 1) second = ownEndPoints<kMode, 1>(block);
-  if constexpr (kOf.subsets > 2) third = ownEndPoints<kMode, 2>(block);
-  const V ends = ownRepeat(simd::packU8(first, second)), ends2 = ownRepeat(simd::packU8(third, third));
-  const V offsets = ownRepeat((load<B>(fields.shape.subsets) & uint8_t(3)) * uint8_t(8));
+  const I16x8 first = unpackEndPoints<kMode, 0>(block);
+  I16x8 second = first, third = first;
+  if constexpr (kOf.subsets > 1) second = unpackEndPoints<kMode, 1>(block);
+  if constexpr (kOf.subsets > 2) third = unpackEndPoints<kMode, 2>(block);
+  const U8 ends = simd::repeatBlock(simd::packU8(first, second)), ends2 = simd::repeatBlock(simd::packU8(third, third));
+  const U8 offsets = simd::repeatBlock((load<U8x16>(fields.shape.subsets) & uint8_t(3)) * uint8_t(8));
 
-  WeightPairs colour = ownWeights<kOf.indexBits>(fields.indices), alpha = colour;
+  WeightPairs colour = weightPairs<kOf.indexBits>(fields.indices), alpha = colour;
   if constexpr (kOf.secondIndexBits != 0) {
-    alpha = ownWeights<kOf.secondIndexBits>(fields.second);
+    alpha = weightPairs<kOf.secondIndexBits>(fields.second);
     if (fields.exchanged) std::swap(colour, alpha);
   }
 
   for (int step = 0; step < 4 / kAcross; ++step) {
     const auto half = [&](int h) {
       const auto weightsOf = [&](const WeightPairs& pairs, const uint8_t* spread) {
-        return shuffleBytes(ownRepeat(kAcross * step < 2 ? pairs.low : pairs.high), load<V>(spread));
+        return shuffleBytes(simd::repeatBlock(kAcross * step < 2 ? pairs.low : pairs.high), load<U8>(spread));
       };
-      V weights;
+      U8 weights;
       if constexpr (kOf.secondIndexBits == 0) weights = weightsOf(colour, kSpread.weight[step][h]);
       else weights = weightsOf(colour, kSpread.colour[step][h]) | weightsOf(alpha, kSpread.alpha[step][h]);
 
-      V pairs = ends;
+      U8 pairs = ends;
       if constexpr (kOf.subsets > 1) {
-        const V at = shuffleBytes(offsets, load<V>(kSpread.pixel[step][h])) +
-                     simd::blockPattern({0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7});
+        const U8 at = shuffleBytes(offsets, load<U8>(kSpread.pixel[step][h])) +
+                      simd::blockPattern({0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7});
         pairs = shuffleBytes(ends, at);
-        if constexpr (kOf.subsets > 2) pairs = select((simd::I8)at > int8_t(15), ends2, pairs);
+        if constexpr (kOf.subsets > 2) pairs = select(as<simd::I8>(at) > int8_t(15), ends2, pairs);
       }
       // (sum + 32) >> 6
-      return mulHiRound(simd::mulAddBytes(pairs, (simd::I8)weights), all<simd::I16>(512));
+      return mulHiRound(simd::mulAddBytes(pairs, as<simd::I8>(weights)), all<simd::I16>(512));
     };
-    V pixels = simd::packU8(half(0), half(1));
+    U8 pixels = simd::packU8(half(0), half(1));
     if constexpr (kOf.rotationBits != 0) pixels = shuffleBytes(pixels, simd::blockPattern(kRotations[fields.rotation]));
     uint8_t* to = row(dst, dstStep, kAcross * step);
     if constexpr (kAcross == 1) {
@@ -242,7 +234,7 @@ void ownDecode(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
   else ownDecodeBlock<kMode>(src, dst, dstStep);
 }
 
-struct Bc7 {
+struct Bc7Decoder {
   static constexpr int kBlockBytes = 16, kPixelBytes = 4;
   static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
     switch (std::countr_zero(unsigned(src[0]))) {
@@ -272,7 +264,7 @@ struct Bc7 {
 }  // namespace texture
 
 QelStatus qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return texture::decodeBlocks<texture::Bc7>(src, dst, dstStep, size);
+  return texture::decodeBlocks<texture::Bc7Decoder>(src, dst, dstStep, size);
 }
 
 }  // namespace qelj

@@ -20,28 +20,25 @@ namespace {
 
 using bc7::Layout;
 
-using Pixels16 = simd::Vec<int16_t, 32>;  // one channel of the 16 pixels, or a mask of them
-using I32x8 = simd::Vec<int32_t, 32>;
-using F32x8 = simd::Vec<float, 32>;
-using I32x4 = simd::Vec<int32_t, 16>;  // one value a channel
-using F32x4 = simd::Vec<float, 16>;
+using Pixels16 = simd::I16x16;   // one channel of the 16 pixels, or a mask of them
+using simd::F32x4, simd::I32x4;  // one value a channel
+using simd::F32x8, simd::I32x8;  // of eight pixels, or of two end-points
 
 // --- small vector helpers ----------------------------------------------------------------------------------
 
 // The sums of the lanes of four vectors.
-inline I32x4 ownSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
-  using I64x4 = simd::Vec<int64_t, 32>;
+inline I32x4 laneSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
   const I32x8 ab = simd::unpackLow(a, b) + simd::unpackHigh(a, b), cd = simd::unpackLow(c, d) + simd::unpackHigh(c, d);
-  const I32x8 all = (I32x8)simd::unpackLow((I64x4)ab, (I64x4)cd) + (I32x8)simd::unpackHigh((I64x4)ab, (I64x4)cd);
-  return simd::lower(all) + simd::upper(all);
+  const I32x8 four = as<I32x8>(simd::unpackLow(as<uint64_t>(ab), as<uint64_t>(cd))) +
+                     as<I32x8>(simd::unpackHigh(as<uint64_t>(ab), as<uint64_t>(cd)));
+  return simd::lower(four) + simd::upper(four);
 }
-inline F32x8 ownBroadcast(float x) { return F32x8{x, x, x, x, x, x, x, x}; }
-inline F32x8 ownMin(F32x8 a, F32x8 b) { return select(a < b, a, b); }
-inline F32x8 ownMax(F32x8 a, F32x8 b) { return select(a > b, a, b); }
+inline F32x8 lesser(F32x8 a, F32x8 b) { return select(a < b, a, b); }
+inline F32x8 greater(F32x8 a, F32x8 b) { return select(a > b, a, b); }
 // x / y, and 0 for a y of 0. There is no division by 0 to raise a flag, or to trap, where a compiler computes both
 // sides of a choice.
-inline float ownRatio(float x, float y) { return (y > 0 ? x : 0) / (y > 0 ? y : 1); }
-inline float ownLowest(F32x8 v) {
+inline float ratio(float x, float y) { return (y > 0 ? x : 0) / (y > 0 ? y : 1); }
+inline float lowestLane(F32x8 v) {
   F32x4 half = simd::lower(v);
   const F32x4 other = simd::upper(v);
   half = select(half < other, half, other);
@@ -51,7 +48,7 @@ inline float ownLowest(F32x8 v) {
 
 // --- a block and its statistics ----------------------------------------------------------------------------
 
-struct Block {
+struct PixelBlock {
   Pixels16 channel[4];
   F32x8 low[4], high[4];  // pixels 0 to 7 and 8 to 15 as floats
 
@@ -63,21 +60,20 @@ struct Block {
   }
 };
 
-inline Block ownLoad(const uint8_t* src, ptrdiff_t step) {
-  using U8x16 = simd::Vec<uint8_t, 16>;
+inline PixelBlock loadPixels(const uint8_t* src, ptrdiff_t step) {
+  using simd::U64x2, simd::U8x16;
   const auto planar = [&](int y) {  // four bytes of each channel
     const U8x16 pixels = load<U8x16>(row(src, step, y));
-    return (I32x4)simd::shuffleBytes(pixels,
-                                     simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}));
+    return as<I32x4>(
+        simd::shuffleBytes(pixels, simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15})));
   };
-  using I64x2 = simd::Vec<int64_t, 16>;
   const I32x4 r0 = planar(0), r1 = planar(1), r2 = planar(2), r3 = planar(3);
-  const I64x2 low01 = (I64x2)simd::unpackLow(r0, r1), low23 = (I64x2)simd::unpackLow(r2, r3);
-  const I64x2 high01 = (I64x2)simd::unpackHigh(r0, r1), high23 = (I64x2)simd::unpackHigh(r2, r3);
-  const I64x2 planes[4] = {simd::unpackLow(low01, low23), simd::unpackHigh(low01, low23),
+  const U64x2 low01 = as<U64x2>(simd::unpackLow(r0, r1)), low23 = as<U64x2>(simd::unpackLow(r2, r3));
+  const U64x2 high01 = as<U64x2>(simd::unpackHigh(r0, r1)), high23 = as<U64x2>(simd::unpackHigh(r2, r3));
+  const U64x2 planes[4] = {simd::unpackLow(low01, low23), simd::unpackHigh(low01, low23),
                            simd::unpackLow(high01, high23), simd::unpackHigh(high01, high23)};
-  Block block;
-  for (int c = 0; c < 4; ++c) block.channel[c] = convert<int16_t>((U8x16)planes[c]);
+  PixelBlock block;
+  for (int c = 0; c < 4; ++c) block.channel[c] = convert<int16_t>(as<U8x16>(planes[c]));
   return block;
 }
 
@@ -89,7 +85,7 @@ struct Moments {
 };
 
 // The main axis of a covariance matrix by power iteration; zero for pixels that are all the same.
-inline F32x4 ownAxis(const Moments& m) {
+inline F32x4 mainAxis(const Moments& m) {
   int widest = 0;
   for (int c = 1; c < 4; ++c)
     if (m.column[c][c] > m.column[widest][widest]) widest = c;
@@ -105,20 +101,20 @@ inline F32x4 ownAxis(const Moments& m) {
 }
 
 // The ends of the line along the axis that holds all pixels of the subset: end 0 in lanes 0 to 3, end 1 in 4 to 7.
-inline F32x8 ownLine(const Block& block, const Moments& m, Pixels16 mask) {
-  const F32x4 axis = ownAxis(m), mean = m.sum * (1 / m.count);
+inline F32x8 lineThrough(const PixelBlock& block, const Moments& m, Pixels16 mask) {
+  const F32x4 axis = mainAxis(m), mean = m.sum * (1 / m.count);
   F32x8 low{}, high{};
   for (int c = 0; c < 4; ++c) {
-    low += (block.low[c] - ownBroadcast(mean[c])) * ownBroadcast(axis[c]);
-    high += (block.high[c] - ownBroadcast(mean[c])) * ownBroadcast(axis[c]);
+    low += (block.low[c] - all<F32x8>(mean[c])) * all<F32x8>(axis[c]);
+    high += (block.high[c] - all<F32x8>(mean[c])) * all<F32x8>(axis[c]);
   }
   const I32x8 inLow = convert<int32_t>(simd::lower(mask)), inHigh = convert<int32_t>(simd::upper(mask));
-  const F32x8 huge = ownBroadcast(1e30f);
-  const float lowest = ownLowest(ownMin(select(inLow, low, huge), select(inHigh, high, huge)));
-  const float highest = -ownLowest(ownMin(select(inLow, -low, huge), select(inHigh, -high, huge)));
+  const F32x8 huge = all<F32x8>(std::numeric_limits<float>::max());
+  const float lowest = lowestLane(lesser(select(inLow, low, huge), select(inHigh, high, huge)));
+  const float highest = -lowestLane(lesser(select(inLow, -low, huge), select(inHigh, -high, huge)));
   const F32x4 square = axis * axis;
   const float length = (square[0] + square[1]) + (square[2] + square[3]);
-  const float scale = ownRatio(1, length);
+  const float scale = ratio(1, length);
   return simd::join(mean + axis * (lowest * scale), mean + axis * (highest * scale));
 }
 
@@ -134,13 +130,13 @@ struct EndPoints {
   int p[2];
 };
 
-// Rounds both ends of a line, in lanes as ownLine gives them, to `bits` bits and the best p-bits.
+// Rounds both ends of a line, in lanes as lineThrough gives them, to `bits` bits and the best p-bits.
 template <int kBits, PBits kPBits>
-inline EndPoints ownQuantise(F32x8 ends) {
+inline EndPoints quantise(F32x8 ends) {
   constexpr int kAll = kBits + (kPBits == PBits::none ? 0 : 1);
   constexpr int kTop = (1 << kBits) - 1;
-  ends = ownMin(ownMax(ends, F32x8{}), ownBroadcast(255));
-  const F32x8 scaled = ends * ownBroadcast(float((1 << kAll) - 1) / 255.0f);
+  ends = lesser(greater(ends, F32x8{}), all<F32x8>(255));
+  const F32x8 scaled = ends * all<F32x8>(float((1 << kAll) - 1) / 255.0f);
   const auto expand = [](I32x8 v) {
     if constexpr (kAll == 8) return v;
     else return v << (8 - kAll) | v >> (2 * kAll - 8);
@@ -152,8 +148,8 @@ inline EndPoints ownQuantise(F32x8 ends) {
     EndPoints with[2];
     F32x8 error[2];
     for (int p = kPBits == PBits::ones ? 1 : 0; p < 2; ++p) {
-      I32x8 fields = roundToInt((scaled - ownBroadcast(float(p))) * ownBroadcast(0.5f));
-      fields = min(max(fields, I32x8{}), I32x8{} + kTop);
+      I32x8 fields = roundToInt((scaled - all<F32x8>(float(p))) * all<F32x8>(0.5f));
+      fields = min(max(fields, I32x8{}), all<I32x8>(kTop));
       with[p] = {fields, expand(fields * 2 + p), {p, p}};
       error[p] = convert<float>(with[p].expanded) - ends;
       error[p] *= error[p];
@@ -180,78 +176,87 @@ struct Judgement {
 };
 
 template <int kBits>
-inline Pixels16 ownWeights(Pixels16 indices) {
+inline Pixels16 weightsOf(Pixels16 indices) {
   uint8_t table[16];
   for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
-  using Bytes = simd::Vec<uint8_t, 32>;
-  return (Pixels16)simd::shuffleBytes(simd::blockPattern<Bytes>(table), (Bytes)(indices | int16_t(-0x8000)));
+  return as<Pixels16>(
+      simd::shuffleBytes(simd::blockPattern<simd::U8x32>(table), as<uint8_t>(indices | int16_t(-0x8000))));
 }
 
-// Finds the indices of channels kFirst to kFirst + kCount - 1 for given end-points, and what they leave of
-// error. `second` is the mask of subset 1.
-template <int kFirst, int kCount, int kIndexBits, int kSubsets>
-inline Judgement ownJudge(const Block& block, const EndPoints (&ends)[kSubsets], Pixels16 second) {
-  constexpr float kTop = (1 << kIndexBits) - 1;
-  // Place on the line: p . factor - offset, of each subset.
-  float factor[kSubsets][4], offset[kSubsets];
-  for (int s = 0; s < kSubsets; ++s) {
-    const F32x4 e0 = convert<float>(simd::lower(ends[s].expanded));
-    const F32x4 d = convert<float>(simd::upper(ends[s].expanded)) - e0;
-    float length = 0, start = 0;
-    for (int c = kFirst; c < kFirst + kCount; ++c) length += d[c] * d[c], start += e0[c] * d[c];
-    const float scale = ownRatio(kTop, length);
-    for (int c = kFirst; c < kFirst + kCount; ++c) factor[s][c] = d[c] * scale;
-    offset[s] = start * scale;
-  }
-  F32x8 low, high;
-  I32x8 inLow{}, inHigh{};
-  const auto pick = [&](I32x8 mask, float a, float b) { return select(mask, ownBroadcast(b), ownBroadcast(a)); };
-  if constexpr (kSubsets == 2) {
-    inLow = convert<int32_t>(simd::lower(second)), inHigh = convert<int32_t>(simd::upper(second));
-    low = -pick(inLow, offset[0], offset[1]), high = -pick(inHigh, offset[0], offset[1]);
-  } else {
-    low = high = -ownBroadcast(offset[0]);
-  }
-  for (int c = kFirst; c < kFirst + kCount; ++c) {
-    if constexpr (kSubsets == 2) {
-      low += block.low[c] * pick(inLow, factor[0][c], factor[1][c]);
-      high += block.high[c] * pick(inHigh, factor[0][c], factor[1][c]);
-    } else {
-      low += block.low[c] * ownBroadcast(factor[0][c]);
-      high += block.high[c] * ownBroadcast(factor[0][c]);
-    }
-  }
-  Judgement j;
-  j.indices = simd::orderPacked(simd::packI16(roundToInt(low), roundToInt(high)));
-  j.indices = min(max(j.indices, Pixels16{}), Pixels16{} + int16_t(kTop));
-  const Pixels16 w = ownWeights<kIndexBits>(j.indices);
+// The steps of ownJudge, for channels kFirst to kFirst + kCount - 1. `second` is the mask of subset 1.
+template <int kFirst, int kCount, int kSubsets>
+struct Judge {
+  const PixelBlock& block;
+  const EndPoints (&ends)[kSubsets];
+  const Pixels16 second;
 
-  I32x8 error{};
-  for (int c = kFirst; c < kFirst + kCount; ++c) {
-    Pixels16 start = Pixels16{} + int16_t(ends[0].expanded[c] * 64 + 32);
-    Pixels16 slope = Pixels16{} + int16_t(ends[0].expanded[c + 4] - ends[0].expanded[c]);
-    if constexpr (kSubsets == 2) {
-      start = select(second, Pixels16{} + int16_t(ends[1].expanded[c] * 64 + 32), start);
-      slope = select(second, Pixels16{} + int16_t(ends[1].expanded[c + 4] - ends[1].expanded[c]), slope);
+  // The nearest points on the lines, of 0 to kTop: p . factor - offset, of each subset.
+  template <int kTop>
+  QELJ_INLINE Pixels16 indices() const {
+    float factor[kSubsets][4], offset[kSubsets];
+    for (int s = 0; s < kSubsets; ++s) {
+      const F32x4 e0 = convert<float>(simd::lower(ends[s].expanded));
+      const F32x4 d = convert<float>(simd::upper(ends[s].expanded)) - e0;
+      float length = 0, start = 0;
+      for (int c = kFirst; c < kFirst + kCount; ++c) length += d[c] * d[c], start += e0[c] * d[c];
+      const float scale = ratio(kTop, length);
+      for (int c = kFirst; c < kFirst + kCount; ++c) factor[s][c] = d[c] * scale;
+      offset[s] = start * scale;
     }
-    const Pixels16 d = ((start + w * slope) >> 6) - block.channel[c];
-    error += simd::mulAddPairs(d, d);
+    const auto places = [&](const F32x8(&channel)[4], I32x8 in1) QELJ_INLINE_LAMBDA {
+      const auto pick = [&](float of0, float of1) QELJ_INLINE_LAMBDA {
+        if constexpr (kSubsets == 2) return select(in1, all<F32x8>(of1), all<F32x8>(of0));
+        else return all<F32x8>(of0);
+      };
+      F32x8 place = -pick(offset[0], offset[kSubsets - 1]);
+      for (int c = kFirst; c < kFirst + kCount; ++c) place += channel[c] * pick(factor[0][c], factor[kSubsets - 1][c]);
+      return roundToInt(place);
+    };
+    const I32x8 low = places(block.low, convert<int32_t>(simd::lower(second)));
+    const I32x8 high = places(block.high, convert<int32_t>(simd::upper(second)));
+    return min(max(simd::orderPacked(simd::packI16(low, high)), Pixels16{}), all<Pixels16>(kTop));
   }
-  const Pixels16 ones = Pixels16{} + int16_t(1);
+
+  // The squared differences from what the weights of the indices give.
+  QELJ_INLINE I32x8 error(Pixels16 weights) const {
+    I32x8 error{};
+    for (int c = kFirst; c < kFirst + kCount; ++c) {
+      const auto pick = [&](auto value) QELJ_INLINE_LAMBDA {  // of the subset's end-points
+        const auto of0 = all<Pixels16>(int16_t(value(ends[0].expanded)));
+        if constexpr (kSubsets == 2) return select(second, all<Pixels16>(int16_t(value(ends[1].expanded))), of0);
+        else return of0;
+      };
+      const Pixels16 start = pick([c](const I32x8& e) { return e[c] * 64 + 32; });
+      const Pixels16 slope = pick([c](const I32x8& e) { return e[c + 4] - e[c]; });
+      const Pixels16 d = ((start + weights * slope) >> 6) - block.channel[c];
+      error += simd::mulAddPairs(d, d);
+    }
+    return error;
+  }
+};
+
+// Finds the indices for given end-points, and what they leave of error.
+template <int kFirst, int kCount, int kIndexBits, int kSubsets>
+inline Judgement ownJudge(const PixelBlock& block, const EndPoints (&ends)[kSubsets], Pixels16 second) {
+  const Judge<kFirst, kCount, kSubsets> judge{block, ends, second};
+  Judgement j;
+  j.indices = judge.template indices<(1 << kIndexBits) - 1>();
+  const Pixels16 weights = weightsOf<kIndexBits>(j.indices);
+  const I32x8 error = judge.error(weights);
   for (int s = 0; s < kSubsets; ++s) {
-    const Pixels16 own = kSubsets == 1 ? w : s ? w & second : w & ~second;
+    const Pixels16 own = kSubsets == 1 ? weights : s ? weights & second : weights & ~second;
     I32x8 product[4]{};
     for (int c = kFirst; c < kFirst + kCount; ++c) product[c] = simd::mulAddPairs(own, block.channel[c]);
-    const I32x4 plain = ownSums(simd::mulAddPairs(own, ones), simd::mulAddPairs(own, own), error, error);
+    const I32x4 plain = laneSums(simd::mulAddPairs(own, all<Pixels16>(1)), simd::mulAddPairs(own, own), error, error);
     j.weight[s] = plain[0], j.square[s] = plain[1], j.error = plain[2];
-    j.product[s] = ownSums(product[0], product[1], product[2], product[3]);
+    j.product[s] = laneSums(product[0], product[1], product[2], product[3]);
   }
   return j;
 }
 
 // The least-squares ends for the indices of a judgement; the given ends where the indices don't tell.
 template <int kFirst, int kCount>
-inline F32x8 ownRefit(const Judgement& j, int s, const Moments& m, F32x8 ends) {
+inline F32x8 refit(const Judgement& j, int s, const Moments& m, F32x8 ends) {
   const auto n = int64_t(m.count);
   const int64_t w = j.weight[s], far = j.square[s], mixed = 64 * w - far, near = 64 * 64 * n - 128 * w + far;
   const int64_t determinant = near * far - mixed * mixed;
@@ -269,7 +274,7 @@ inline F32x8 ownRefit(const Judgement& j, int s, const Moments& m, F32x8 ends) {
 
 struct Candidate {
   int32_t error = std::numeric_limits<int32_t>::max();
-  int mode = 6, shape = 0, rotation = 0, selection = 0;
+  int mode = 6, shape = 0, selection = 0;
   EndPoints colour[2];
   I32x8 alphaFields{};  // modes 4 and 5
   Pixels16 indices{}, alphaIndices{};
@@ -278,40 +283,40 @@ struct Candidate {
 // Fits one part of a block (some channels, all pixels or two subsets) in a few rounds; the best round is left
 // in ends and indices.
 template <int kBits, PBits kPBits, int kFirst, int kCount, int kIndexBits, int kSubsets>
-inline int32_t ownFit(const Block& block, const Moments (&m)[kSubsets], F32x8 (&lines)[kSubsets], Pixels16 second,
+inline int32_t ownFit(const PixelBlock& block, const Moments (&m)[kSubsets], F32x8 (&lines)[kSubsets], Pixels16 second,
                       int rounds, EndPoints (&best)[kSubsets], Pixels16& indices) {
   indices = Pixels16{};
   int32_t lowest = std::numeric_limits<int32_t>::max();
   for (int round = 0; round < rounds; ++round) {
     EndPoints ends[kSubsets];
-    for (int s = 0; s < kSubsets; ++s) ends[s] = ownQuantise<kBits, kPBits>(lines[s]);
+    for (int s = 0; s < kSubsets; ++s) ends[s] = quantise<kBits, kPBits>(lines[s]);
     const Judgement j = ownJudge<kFirst, kCount, kIndexBits, kSubsets>(block, ends, second);
     if (j.error < lowest) {
       lowest = j.error, indices = j.indices;
       for (int s = 0; s < kSubsets; ++s) best[s] = ends[s];
     }
     if (j.error == 0) break;
-    for (int s = 0; s < kSubsets; ++s) lines[s] = ownRefit<kFirst, kCount>(j, s, m[s], lines[s]);
+    for (int s = 0; s < kSubsets; ++s) lines[s] = refit<kFirst, kCount>(j, s, m[s], lines[s]);
   }
   return lowest;
 }
 
 // Tries a mode that has one set of indices for all of its channels.
 template <int kMode, PBits kPBits, int kSubsets>
-inline void ownTry(const Block& block, const Moments (&m)[kSubsets], int shape, Pixels16 second, int rounds,
+inline void ownTry(const PixelBlock& block, const Moments (&m)[kSubsets], int shape, Pixels16 second, int rounds,
                    Candidate& best) {
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
   static_assert(kOf.subsets == kSubsets);
   constexpr int kCount = kOf.alphaBits ? 4 : 3;
   F32x8 lines[kSubsets];
   for (int s = 0; s < kSubsets; ++s)
-    lines[s] = ownLine(block, m[s], kSubsets == 1 ? ~Pixels16{} : s ? second : ~second);
+    lines[s] = lineThrough(block, m[s], kSubsets == 1 ? ~Pixels16{} : s ? second : ~second);
   EndPoints ends[kSubsets]{};
   Pixels16 indices;
   const int32_t error = ownFit<kOf.colourBits, kPBits, 0, kCount, kOf.indexBits, kSubsets>(block, m, lines, second,
                                                                                            rounds, ends, indices);
   if (error >= best.error) return;
-  best.error = error, best.mode = kMode, best.shape = shape, best.rotation = best.selection = 0;
+  best.error = error, best.mode = kMode, best.shape = shape, best.selection = 0;
   for (int s = 0; s < kSubsets; ++s) best.colour[s] = ends[s];
   best.indices = indices;
 }
@@ -319,27 +324,27 @@ inline void ownTry(const Block& block, const Moments (&m)[kSubsets], int shape, 
 // Tries mode 4 or 5: colour and alpha with indices of their own. kColourIndexBits tells which of mode 4's
 // sets is whose.
 template <int kMode, int kColourIndexBits>
-inline void ownTrySeparate(const Block& block, const Moments& all, int rotation, Candidate& best) {
+inline void ownTrySeparate(const PixelBlock& block, const Moments& whole, Candidate& best) {
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
   constexpr int kAlphaIndexBits = kOf.indexBits + kOf.secondIndexBits - kColourIndexBits;
-  Moments colour = all;
+  Moments colour = whole;
   colour.column[3] = F32x4{};
   for (auto& column : colour.column) column[3] = 0;
   const Moments m[1] = {colour};
-  F32x8 lines[1] = {ownLine(block, colour, ~Pixels16{})};
+  F32x8 lines[1] = {lineThrough(block, colour, ~Pixels16{})};
   EndPoints ends[1]{}, alphaEnds[1]{};
   Pixels16 indices, alphaIndices;
   int32_t error =
       ownFit<kOf.colourBits, PBits::none, 0, 3, kColourIndexBits, 1>(block, m, lines, Pixels16{}, 3, ends, indices);
   if (error >= best.error) return;
 
-  const float lowest = ownLowest(ownMin(block.low[3], block.high[3]));
-  const float highest = -ownLowest(ownMin(-block.low[3], -block.high[3]));
+  const float lowest = lowestLane(lesser(block.low[3], block.high[3]));
+  const float highest = -lowestLane(lesser(-block.low[3], -block.high[3]));
   F32x8 alphaLine[1] = {{0, 0, 0, lowest, 0, 0, 0, highest}};
   error += ownFit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1>(block, m, alphaLine, Pixels16{}, 2, alphaEnds,
                                                                         alphaIndices);
   if (error >= best.error) return;
-  best.error = error, best.mode = kMode, best.shape = 0, best.rotation = rotation;
+  best.error = error, best.mode = kMode, best.shape = 0;
   best.selection = kColourIndexBits == kOf.indexBits ? 0 : 1;
   best.colour[0] = ends[0], best.alphaFields = alphaEnds[0].fields;
   best.indices = indices, best.alphaIndices = alphaIndices;
@@ -378,81 +383,90 @@ struct ShapeMoments {
 };
 
 template <int kChannels>
-inline void ownMeasureShapes(const Block& block, ShapeMoments<kChannels>& m) {
+inline void measureShapes(const PixelBlock& block, ShapeMoments<kChannels>& m) {
   const auto measure = [](Pixels16 values, int32_t(&of)[64], int32_t& total) {
     I32x8 group[8]{};
     alignas(32) int32_t pairs[8];
     std::memcpy(pairs, &values, sizeof pairs);
     for (int pair = 0; pair < 8; ++pair) {
-      const Pixels16 both = (Pixels16)(I32x8{} + pairs[pair]);
+      const Pixels16 both = as<Pixels16>(all<I32x8>(pairs[pair]));
       for (int g = 0; g < 8; ++g) group[g] += simd::mulAddPairs(load<Pixels16>(kShapes.pairs[pair][g]), both);
     }
     for (int g = 0; g < 8; ++g) store(of + 8 * g, group[g]);
-    const I32x8 all = simd::mulAddPairs(values, Pixels16{} + int16_t(1));
-    total = ownSums(all, all, all, all)[0];
+    const I32x8 parts = simd::mulAddPairs(values, all<Pixels16>(1));
+    total = laneSums(parts, parts, parts, parts)[0];
   };
   Pixels16 centred[kChannels];
   for (int c = 0; c < kChannels; ++c) {
-    const I32x8 all = simd::mulAddPairs(block.channel[c], Pixels16{} + int16_t(1));
-    m.centre[c] = int16_t((ownSums(all, all, all, all)[0] + 8) >> 4);
+    const I32x8 parts = simd::mulAddPairs(block.channel[c], all<Pixels16>(1));
+    m.centre[c] = int16_t((laneSums(parts, parts, parts, parts)[0] + 8) >> 4);
     centred[c] = block.channel[c] - m.centre[c];
     measure(centred[c], m.sum[c], m.totalSum[c]);
   }
-  using Words = simd::Vec<uint16_t, 32>;
   for (int b = 0; b < kChannels; ++b)
     for (int a = 0; a <= b; ++a) {
       // The product's 17 bits with a sign, one less.
       const Pixels16 low = mulWrap(centred[a], centred[b]), high = mulHi(centred[a], centred[b]);
-      const Pixels16 half = (Pixels16)((Words)low >> 1) | shlWrap(high, 15);
+      const Pixels16 half = as<Pixels16>(as<uint16_t>(low) >> 1) | shlWrap(high, 15);
       constexpr auto index = ShapeMoments<kChannels>::index;
       measure(half, m.product[index(a, b)], m.totalProduct[index(a, b)]);
     }
 }
 
-// What the best line through a subset leaves: the trace of the moments less their largest eigenvalue, which
-// is near tr(M^4) / tr(M^3). Of the spread along the line the indices' steps leave about a hundredth.
+// What the best line through a subset leaves: the trace of the moments less their largest eigenvalue, which is near
+// tr(M^4) / tr(M^3). Of the spread along the line the indices' steps leave about a hundredth: steps of a seventh of its
+// length l leave l^2 / (12 * 49) a pixel, and pixels on it spread by l^2 / 12 (evenly) to l^2 / 4 (at both ends), of
+// which that is a 49th to a 147th.
 constexpr float kOnLine = 0.99f;
+// Keeps the division from 0 / 0 where all pixels are the same. (One channel's moment of n pixels is a multiple of
+// 1 / n, and the cube of that above 2^-12.)
+constexpr float kNextToNothing = 1e-6f;
 template <int kChannels>
-inline F32x8 ownResidual(const F32x8 (&m)[kChannels][kChannels]) {
+inline F32x8 lineResidual(const F32x8 (&m)[kChannels][kChannels]) {
   F32x8 trace{}, cubes{}, fourths{};
   for (int a = 0; a < kChannels; ++a) {
     trace += m[a][a];
     for (int b = 0; b <= a; ++b) {
       F32x8 square{};
       for (int k = 0; k < kChannels; ++k) square += m[a][k] * m[k][b];
-      const F32x8 weight = ownBroadcast(a == b ? 1 : 2);
+      const F32x8 weight = all<F32x8>(a == b ? 1 : 2);
       cubes += square * m[a][b] * weight;
       fourths += square * square * weight;
     }
   }
-  return trace - ownBroadcast(kOnLine) * fourths / (cubes + ownBroadcast(1e-6f));
+  return trace - all<F32x8>(kOnLine) * fourths / (cubes + all<F32x8>(kNextToNothing));
 }
+
+// What a sort key has room for: 31 bits less the six of a shape's number. Residuals end below 16 * 4 * 128^2 (a quarter
+// of this is 7 times that), but for those of a division by next to nothing.
+constexpr float kMostQuarters = 3e7f;
+static_assert(kMostQuarters < 1 << (31 - 6));
 
 // The shapes that promise the least error, best first.
 template <int kChannels, int kWanted>
-inline void ownRankShapes(const ShapeMoments<kChannels>& m, int (&shapes)[kWanted]) {
+inline void rankShapes(const ShapeMoments<kChannels>& m, int (&shapes)[kWanted]) {
   constexpr auto index = ShapeMoments<kChannels>::index;
   I32x8 keys[8];
   for (int g = 0; g < 8; ++g) {
     const F32x8 n1 = load<F32x8>(kShapes.count + 8 * g);
-    const F32x8 one = ownBroadcast(1), per1 = one / n1, per0 = one / (ownBroadcast(16) - n1);
+    const F32x8 one = all<F32x8>(1), per1 = one / n1, per0 = one / (all<F32x8>(16) - n1);
     F32x8 sum1[kChannels], sum0[kChannels], m1[kChannels][kChannels], m0[kChannels][kChannels];
     for (int c = 0; c < kChannels; ++c) {
       sum1[c] = convert<float>(load<I32x8>(m.sum[c] + 8 * g));
-      sum0[c] = ownBroadcast(float(m.totalSum[c])) - sum1[c];
+      sum0[c] = all<F32x8>(float(m.totalSum[c])) - sum1[c];
     }
     for (int b = 0; b < kChannels; ++b)
       for (int a = 0; a <= b; ++a) {
         const I32x8 in1 = load<I32x8>(m.product[index(a, b)] + 8 * g);
         const F32x8 product1 = convert<float>(in1 * 2);
-        const F32x8 product0 = convert<float>((I32x8{} + m.totalProduct[index(a, b)] - in1) * 2);
+        const F32x8 product0 = convert<float>((all<I32x8>(m.totalProduct[index(a, b)]) - in1) * 2);
         m1[a][b] = m1[b][a] = product1 - sum1[a] * sum1[b] * per1;
         m0[a][b] = m0[b][a] = product0 - sum0[a] * sum0[b] * per0;
       }
-    const F32x8 residual = ownMax(ownResidual<kChannels>(m1) + ownResidual<kChannels>(m0), F32x8{});
-    // Floats from 0 up sort like their bits; the lowest six bits make room for the shape's number.
+    const F32x8 residual = greater(lineResidual<kChannels>(m1) + lineResidual<kChannels>(m0), F32x8{});
+    // In quarters, above the six bits of the shape's number.
     const I32x8 number = I32x8{0, 1, 2, 3, 4, 5, 6, 7} + 8 * g;
-    keys[g] = (roundToInt(ownMin(residual * ownBroadcast(4), ownBroadcast(3e7f))) << 6) | number;
+    keys[g] = (roundToInt(lesser(residual * all<F32x8>(4), all<F32x8>(kMostQuarters))) << 6) | number;
   }
   for (int w = 0; w < kWanted; ++w) {
     I32x8 lowest = keys[0];
@@ -461,37 +475,37 @@ inline void ownRankShapes(const ShapeMoments<kChannels>& m, int (&shapes)[kWante
     for (int i = 1; i < 8; ++i) key = key < lowest[i] ? key : lowest[i];
     shapes[w] = key & 63;
     for (int g = 0; g < 8; ++g)
-      keys[g] = select(keys[g] == I32x8{} + key, I32x8{} + std::numeric_limits<int32_t>::max(), keys[g]);
+      keys[g] = select(keys[g] == all<I32x8>(key), all<I32x8>(std::numeric_limits<int32_t>::max()), keys[g]);
   }
 }
 
 // The moments of one shape's subsets, of the pixels as they are.
 template <int kChannels>
-inline void ownMomentsOf(const ShapeMoments<kChannels>& all, int shape, Moments (&m)[2]) {
+inline void momentsOfShape(const ShapeMoments<kChannels>& of, int shape, Moments (&m)[2]) {
   const float n = kShapes.count[shape];
   m[1].count = n, m[0].count = 16 - n;
   for (int s = 0; s < 2; ++s) {
     const float per = 1 / m[s].count;
     float sums[kChannels];
     for (int c = 0; c < kChannels; ++c) {
-      const int32_t sum1 = all.sum[c][shape], sum = s ? sum1 : all.totalSum[c] - sum1;
+      const int32_t sum1 = of.sum[c][shape], sum = s ? sum1 : of.totalSum[c] - sum1;
       sums[c] = float(sum);
-      m[s].sum[c] = float(sum) + m[s].count * float(all.centre[c]);
+      m[s].sum[c] = float(sum) + m[s].count * float(of.centre[c]);
     }
     for (int b = 0; b < kChannels; ++b)
       for (int a = 0; a <= b; ++a) {
         const int at = ShapeMoments<kChannels>::index(a, b);
-        const int32_t product = s ? all.product[at][shape] : all.totalProduct[at] - all.product[at][shape];
+        const int32_t product = s ? of.product[at][shape] : of.totalProduct[at] - of.product[at][shape];
         m[s].column[a][b] = m[s].column[b][a] = float(2 * product) - sums[a] * sums[b] * per;
       }
   }
 }
 
-inline Moments ownMoments(const Block& block) {
-  const Pixels16 ones = Pixels16{} + int16_t(1);
+inline Moments momentsOf(const PixelBlock& block) {
+  const Pixels16 ones = all<Pixels16>(1);
   I32x8 sums[4];
   for (int c = 0; c < 4; ++c) sums[c] = simd::mulAddPairs(block.channel[c], ones);
-  const I32x4 sum = ownSums(sums[0], sums[1], sums[2], sums[3]);
+  const I32x4 sum = laneSums(sums[0], sums[1], sums[2], sums[3]);
   Moments m;
   m.count = 16;
   m.sum = convert<float>(sum);
@@ -500,7 +514,7 @@ inline Moments ownMoments(const Block& block) {
   for (int a = 0; a < 4; ++a) {
     I32x8 products[4];
     for (int b = 0; b < 4; ++b) products[b] = simd::mulAddPairs(centred[a], centred[b]);
-    m.column[a] = convert<float>(ownSums(products[0], products[1], products[2], products[3]));
+    m.column[a] = convert<float>(laneSums(products[0], products[1], products[2], products[3]));
   }
   return m;
 }
@@ -517,7 +531,7 @@ struct BitField {
 
 // The indices of pixels 0 to 15 with the anchors' top bits left out.
 template <int kBits, int kSubsets>
-inline uint64_t ownPackIndices(const int16_t (&indices)[16], const bc7::Shape& shape) {
+inline uint64_t packAnchored(const int16_t (&indices)[16], const bc7::Shape& shape) {
   uint64_t packed = 0;
   int at = 0;
   for (int i = 0; i < 16; ++i) {
@@ -529,7 +543,7 @@ inline uint64_t ownPackIndices(const int16_t (&indices)[16], const bc7::Shape& s
 
 // Exchanges the ends of subsets whose anchor's index has its top bit set.
 template <int kBits, int kSubsets>
-inline void ownTurn(Pixels16 lanes, const bc7::Shape& shape, int16_t (&indices)[16], bool (&turned)[2]) {
+inline void turnSubsets(Pixels16 lanes, const bc7::Shape& shape, int16_t (&indices)[16], bool (&turned)[2]) {
   std::memcpy(indices, &lanes, sizeof indices);
   for (int s = 0; s < kSubsets; ++s) turned[s] = indices[s ? shape.anchors[1] : 0] >> (kBits - 1);
   constexpr int16_t kTop = (1 << kBits) - 1;
@@ -545,21 +559,20 @@ inline void ownStore(const Candidate& best, uint8_t* dst) {
   BitField bits;
   bits.put(kMode, 1);
   bits.put(kLayout.partition, uint64_t(best.shape));
-  bits.put(kLayout.rotation, uint64_t(best.rotation));
-  bits.put(kLayout.indexSelection, uint64_t(best.selection));
+  bits.put(kLayout.indexSelection, uint64_t(best.selection));  // the rotation, in front of it, stays 0
 
   bool turned[2] = {}, alphaTurned[2] = {};
   int16_t indices[16];
   if constexpr (kOf.secondIndexBits == 0) {
-    ownTurn<kOf.indexBits, kOf.subsets>(best.indices, shape, indices, turned);
-    bits.put(kLayout.indices, ownPackIndices<kOf.indexBits, kOf.subsets>(indices, shape));
+    turnSubsets<kOf.indexBits, kOf.subsets>(best.indices, shape, indices, turned);
+    bits.put(kLayout.indices, packAnchored<kOf.indexBits, kOf.subsets>(indices, shape));
   } else {
     const Pixels16 first = best.selection ? best.alphaIndices : best.indices;
     const Pixels16 other = best.selection ? best.indices : best.alphaIndices;
-    ownTurn<kOf.indexBits, 1>(first, shape, indices, best.selection ? alphaTurned : turned);
-    bits.put(kLayout.indices, ownPackIndices<kOf.indexBits, 1>(indices, shape));
-    ownTurn<kOf.secondIndexBits, 1>(other, shape, indices, best.selection ? turned : alphaTurned);
-    bits.put(kLayout.secondIndices, ownPackIndices<kOf.secondIndexBits, 1>(indices, shape));
+    turnSubsets<kOf.indexBits, 1>(first, shape, indices, best.selection ? alphaTurned : turned);
+    bits.put(kLayout.indices, packAnchored<kOf.indexBits, 1>(indices, shape));
+    turnSubsets<kOf.secondIndexBits, 1>(other, shape, indices, best.selection ? turned : alphaTurned);
+    bits.put(kLayout.secondIndices, packAnchored<kOf.secondIndexBits, 1>(indices, shape));
   }
   for (int s = 0; s < kOf.subsets; ++s)
     for (int e = 0; e < 2; ++e) {
@@ -599,9 +612,9 @@ void ownStoreBest(const Candidate& best, uint8_t* dst) {
 
 // All pixels the same: mode 6 half-way between the two values beside it. Exact for opaque blocks but for 0,
 // which mode 6 with its alpha at 255 stores as 1; within 1 otherwise.
-inline Candidate ownFlat(const uint8_t* pixel) {
+inline Candidate flatCandidate(const uint8_t* pixel) {
   Candidate flat;
-  flat.indices = Pixels16{} + int16_t(7);  // a weight of 30 in 64
+  flat.indices = all<Pixels16>(7);  // a weight of 30 in 64
   const bool opaque = pixel[3] == 255;
   flat.colour[0].p[0] = opaque, flat.colour[0].p[1] = 1;
   for (int c = 0; c < 4; ++c) {
@@ -615,53 +628,53 @@ inline Candidate ownFlat(const uint8_t* pixel) {
 
 // attempt(rank, shape, moments of the two subsets, the second subset) for the shapes that part the block best.
 template <int kChannels, class Attempt>
-inline void ownWithBestShapes(const Block& block, Attempt&& attempt) {
+inline void withBestShapes(const PixelBlock& block, Attempt&& attempt) {
   ShapeMoments<kChannels> shapes;
   int ranked[2];
-  ownMeasureShapes(block, shapes);
-  ownRankShapes(shapes, ranked);
+  measureShapes(block, shapes);
+  rankShapes(shapes, ranked);
   for (int rank = 0; rank < 2; ++rank) {
     Moments m[2];
-    ownMomentsOf(shapes, ranked[rank], m);
+    momentsOfShape(shapes, ranked[rank], m);
     attempt(rank, ranked[rank], m, load<Pixels16>(kShapes.masks[ranked[rank]]));
   }
 }
 
-// An error (over 16 pixels) below which no other mode is tried.
-constexpr int32_t kGoodEnough = 24;
+// An error of a block up to which no other mode is tried: one and a half a pixel, over its four channels 52 dB.
+constexpr int32_t kGoodEnough = 16 * 3 / 2;
 
-inline void ownEncodeOpaque(const Block& block, const Moments (&all)[1], Candidate& best) {
-  ownTry<6, PBits::ones, 1>(block, all, 0, Pixels16{}, 3, best);
+inline void ownEncodeOpaque(const PixelBlock& block, const Moments (&whole)[1], Candidate& best) {
+  ownTry<6, PBits::ones, 1>(block, whole, 0, Pixels16{}, 3, best);
   if (best.error <= kGoodEnough) return;
-  ownWithBestShapes<3>(block, [&](int rank, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
+  withBestShapes<3>(block, [&](int rank, int shape, const Moments(&m)[2], Pixels16 second) QELJ_INLINE_LAMBDA {
     ownTry<1, PBits::shared, 2>(block, m, shape, second, 3, best);
     if (rank == 0) ownTry<3, PBits::each, 2>(block, m, shape, second, 2, best);
   });
 }
 
-inline void ownEncodeAlpha(const Block& block, const Moments (&all)[1], Candidate& best) {
-  ownTry<6, PBits::each, 1>(block, all, 0, Pixels16{}, 3, best);
+inline void ownEncodeAlpha(const PixelBlock& block, const Moments (&whole)[1], Candidate& best) {
+  ownTry<6, PBits::each, 1>(block, whole, 0, Pixels16{}, 3, best);
   if (best.error <= kGoodEnough) return;
-  ownTrySeparate<5, 2>(block, all[0], 0, best);
-  ownTrySeparate<4, 3>(block, all[0], 0, best);
-  ownTrySeparate<4, 2>(block, all[0], 0, best);
-  ownWithBestShapes<4>(block, [&](int, int shape, const Moments(&m)[2], Pixels16 second)
-                                  QELJ_INLINE_LAMBDA { ownTry<7, PBits::each, 2>(block, m, shape, second, 3, best); });
+  ownTrySeparate<5, 2>(block, whole[0], best);
+  ownTrySeparate<4, 3>(block, whole[0], best);
+  ownTrySeparate<4, 2>(block, whole[0], best);
+  withBestShapes<4>(block, [&](int, int shape, const Moments(&m)[2], Pixels16 second)
+                               QELJ_INLINE_LAMBDA { ownTry<7, PBits::each, 2>(block, m, shape, second, 3, best); });
 }
 
 struct Bc7Encoder {
   static constexpr int kBlockBytes = 16, kPixelBytes = 4;
 
   static void block(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
-    Block block = ownLoad(src, srcStep);
+    PixelBlock block = loadPixels(src, srcStep);
     Pixels16 differs{};
-    for (const Pixels16& c : block.channel) differs |= c ^ (Pixels16{} + int16_t(c[0]));
-    if (simd::isZero(differs)) return ownStoreBest(ownFlat(src), dst);
+    for (const Pixels16& c : block.channel) differs |= c ^ (all<Pixels16>(int16_t(c[0])));
+    if (simd::isZero(differs)) return ownStoreBest(flatCandidate(src), dst);
     block.floatChannels();
-    const Moments all[1] = {ownMoments(block)};
+    const Moments whole[1] = {momentsOf(block)};
     Candidate best;
-    if (simd::isZero(block.channel[3] ^ (Pixels16{} + int16_t(255)))) ownEncodeOpaque(block, all, best);
-    else ownEncodeAlpha(block, all, best);
+    if (simd::isZero(block.channel[3] ^ (all<Pixels16>(255)))) ownEncodeOpaque(block, whole, best);
+    else ownEncodeAlpha(block, whole, best);
     ownStoreBest(best, dst);
   }
 };

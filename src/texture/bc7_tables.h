@@ -18,10 +18,18 @@ struct Mode {
   constexpr int endPoints() const { return 2 * subsets; }
   constexpr int pBits() const { return endPointPBits + subsetPBits; }  // appended below an end-point's bits
 };
-inline constexpr Mode kModes[8] = {{3, 4, 0, 0, 4, 0, 1, 0, 3, 0}, {2, 6, 0, 0, 6, 0, 0, 1, 3, 0},
-                                   {3, 6, 0, 0, 5, 0, 0, 0, 2, 0}, {2, 6, 0, 0, 7, 0, 1, 0, 2, 0},
-                                   {1, 0, 2, 1, 5, 6, 0, 0, 2, 3}, {1, 0, 2, 0, 7, 8, 0, 0, 2, 2},
-                                   {1, 0, 0, 0, 7, 7, 1, 0, 4, 0}, {2, 6, 0, 0, 5, 5, 1, 0, 2, 0}};
+// clang-format off
+inline constexpr Mode kModes[8] = {
+    {3, 4, 0, 0, 4, 0, 1, 0, 3, 0},
+    {2, 6, 0, 0, 6, 0, 0, 1, 3, 0},
+    {3, 6, 0, 0, 5, 0, 0, 0, 2, 0},
+    {2, 6, 0, 0, 7, 0, 1, 0, 2, 0},
+    {1, 0, 2, 1, 5, 6, 0, 0, 2, 3},
+    {1, 0, 2, 0, 7, 8, 0, 0, 2, 2},
+    {1, 0, 0, 0, 7, 7, 1, 0, 4, 0},
+    {2, 6, 0, 0, 5, 5, 1, 0, 2, 0},
+};
+// clang-format on
 
 // The position of each field of a mode's block.
 struct Layout {

@@ -11,11 +11,8 @@ namespace qelj {
 namespace texture {
 namespace {
 
-using simd::blockLanes;
-using simd::blockPattern;
-using simd::shuffleBytes;
-using V = simd::U8;
-using V16 = simd::U16;
+using simd::blockLanes, simd::blockPattern, simd::shuffleBytes;
+using simd::I16, simd::I8, simd::U16, simd::U32, simd::U64, simd::U8;
 
 // Whether equal or ascending colours select the palette of three colours and white (DXT1 only).
 enum class Colours { kFourOrThree, kFour };
@@ -24,7 +21,7 @@ enum class Colours { kFourOrThree, kFour };
 
 // RGBA entries. Colours are interpolated on their expanded 8-bit channels, truncating.
 template <Colours kColours>
-void ownPalette(const uint8_t* block, uint8_t alpha, uint8_t (&palette)[4][4]) {
+void fillPalette(const uint8_t* block, uint8_t alpha, uint8_t (&palette)[4][4]) {
   const unsigned colours[2] = {load<uint16_t>(block), load<uint16_t>(block + 2)};
   for (int i = 0; i < 2; ++i) {
     const unsigned r = colours[i] >> 11, g = colours[i] >> 5 & 63, b = colours[i] & 31;
@@ -44,13 +41,13 @@ void ownPalette(const uint8_t* block, uint8_t alpha, uint8_t (&palette)[4][4]) {
 template <Colours kColours>
 void ownColourBlock(const uint8_t* block, uint8_t alpha, uint8_t* dst, ptrdiff_t dstStep) {
   uint8_t palette[4][4];
-  ownPalette<kColours>(block, alpha, palette);
+  fillPalette<kColours>(block, alpha, palette);
   const uint32_t indices = load<uint32_t>(block + 4);
   for (int i = 0; i < 16; ++i) std::memcpy(row(dst, dstStep, i / 4) + i % 4 * 4, palette[indexAt<2>(indices, i)], 4);
 }
 
 // Interpolated values are rounded to nearest: 3 of 7, 2 of 5.
-void ownRamp(const uint8_t* block, uint8_t (&ramp)[8]) {
+void fillRamp(const uint8_t* block, uint8_t (&ramp)[8]) {
   const int a0 = block[0], a1 = block[1];
   ramp[0] = block[0];
   ramp[1] = block[1];
@@ -66,7 +63,7 @@ void ownRamp(const uint8_t* block, uint8_t (&ramp)[8]) {
 template <int kPixelBytes>
 void ownRampBlock(const uint8_t* block, uint8_t* dst, ptrdiff_t dstStep) {
   uint8_t ramp[8];
-  ownRamp(block, ramp);
+  fillRamp(block, ramp);
   const uint64_t indices = load<uint64_t>(block) >> 16;
   for (int i = 0; i < 16; ++i) row(dst, dstStep, i / 4)[i % 4 * kPixelBytes] = ramp[indexAt<3>(indices, i)];
 }
@@ -74,104 +71,102 @@ void ownRampBlock(const uint8_t* block, uint8_t* dst, ptrdiff_t dstStep) {
 // --- vector form -------------------------------------------------------------------------------------------
 
 // Eight bytes of kAcross blocks that lie `stride` bytes apart, in the lower halves of the vector's blocks.
-inline V ownLoadBlocks(const uint8_t* src, ptrdiff_t stride) {
-  simd::U64 v{};
+inline U8 loadBlocks(const uint8_t* src, ptrdiff_t stride) {
+  U64 v{};
   for (int i = 0; i < kAcross; ++i) v[2 * i] = load<uint64_t>(src + i * stride);
-  return (V)v;
+  return as<U8>(v);
 }
 
 // A palette of four RGBA pixels in each block. A field of n bits at the top of 16 expands to 8 bits, its high
 // bits repeated below, as the high half of its product with 2^8 + 2^(8-n).
 template <Colours kColours>
-inline simd::U32 ownPalettes(V blocks, uint16_t alpha) {
-  const auto packed = (V16)shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 2, 3, 2, 3, 2, 3, 2, 3}));
-  const auto fields = (packed * blockLanes<V16>({1, 1 << 5, 1 << 11, 0, 1, 1 << 5, 1 << 11, 0})) &
-                      blockLanes<V16>({0xF800, 0xFC00, 0xF800, 0, 0xF800, 0xFC00, 0xF800, 0});
-  const auto ends = mulHi(fields, blockLanes<V16>({264, 260, 264, 0, 264, 260, 264, 0})) |
-                    blockLanes<V16>({0, 0, 0, alpha, 0, 0, 0, alpha});
+inline U32 colourPalettes(U8 blocks, uint16_t alpha) {
+  const auto packed = as<U16>(shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 2, 3, 2, 3, 2, 3, 2, 3})));
+  const auto fields = (packed * blockLanes<U16>({1, 1 << 5, 1 << 11, 0, 1, 1 << 5, 1 << 11, 0})) &
+                      blockLanes<U16>({0xF800, 0xFC00, 0xF800, 0, 0xF800, 0xFC00, 0xF800, 0});
+  const auto ends = mulHi(fields, blockLanes<U16>({264, 260, 264, 0, 264, 260, 264, 0})) |
+                    blockLanes<U16>({0, 0, 0, alpha, 0, 0, 0, alpha});
   const auto swapHalves = blockPattern({8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7});
-  const auto swapped = (V16)shuffleBytes((V)ends, swapHalves);
-  V16 mixed = mulHi(ends + ends + swapped, all<V16>(0x5556));  // a third, exact below 2^15
+  const auto swapped = as<U16>(shuffleBytes(as<U8>(ends), swapHalves));
+  U16 mixed = simd::divide<3, 3 * 255>(ends + ends + swapped);
   if constexpr (kColours == Colours::kFourOrThree) {
-    const auto c0 = (V16)shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1}));
-    const auto c1 = (V16)shuffleBytes(blocks, blockPattern({2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3}));
-    const auto three = ((ends + swapped) >> 1) | blockLanes<V16>({0, 0, 0, 0, 255, 255, 255, 255});
+    const auto c0 = as<U16>(shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1})));
+    const auto c1 = as<U16>(shuffleBytes(blocks, blockPattern({2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3})));
+    const auto three = ((ends + swapped) >> 1) | blockLanes<U16>({0, 0, 0, 0, 255, 255, 255, 255});
     mixed = select(c0 > c1, mixed, three);
   }
-  return (simd::U32)simd::packU8((simd::I16)ends, (simd::I16)mixed);
+  return as<U32>(simd::packU8(as<I16>(ends), as<I16>(mixed)));
 }
 
 // The pixels of row y are pickLanes(palette, selectors >> 8 * y).
-inline simd::U32 ownColourSelectors(V blocks) {
-  const auto indices = (simd::U32)shuffleBytes(blocks, blockPattern({4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7}));
-  return indices >> blockLanes<simd::U32>({0, 2, 4, 6});
+inline U32 colourSelectors(U8 blocks) {
+  const auto indices = as<U32>(shuffleBytes(blocks, blockPattern({4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7})));
+  return indices >> blockLanes<U32>({0, 2, 4, 6});
 }
 
 // The 16 values of each ramp block. The weights of end value 1 stand beside those of end value 0; an end
 // value itself comes out of the division as it went in.
-inline V ownRampValues(V blocks) {
+inline U8 rampValues(U8 blocks) {
   const auto ends = shuffleBytes(blocks, blockPattern({0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1}));
-  const auto sevenths =
-      simd::mulAddBytes(ends, (simd::I8)blockPattern({7, 0, 0, 7, 6, 1, 5, 2, 4, 3, 3, 4, 2, 5, 1, 6}));
-  const auto fifths = simd::mulAddBytes(ends, (simd::I8)blockPattern({5, 0, 0, 5, 4, 1, 3, 2, 2, 3, 1, 4, 0, 0, 0, 0}));
-  const auto eight = mulHi((V16)sevenths + uint16_t(3), all<V16>(9363));  // / 7, exact below 2^14
-  const auto six = mulHi((V16)fifths + uint16_t(2), all<V16>(13108)) |    // / 5, exact below 2^14
-                   blockLanes<V16>({0, 0, 0, 0, 0, 0, 0, 255});
-  const V16 a0 = (V16)ends & uint16_t(0xFF), a1 = (V16)ends >> 8;
-  const V16 values = select(a0 > a1, eight, six);
-  const V ramp = simd::packU8((simd::I16)values, (simd::I16)values);
+  const auto sevenths = simd::mulAddBytes(ends, as<I8>(blockPattern({7, 0, 0, 7, 6, 1, 5, 2, 4, 3, 3, 4, 2, 5, 1, 6})));
+  const auto fifths = simd::mulAddBytes(ends, as<I8>(blockPattern({5, 0, 0, 5, 4, 1, 3, 2, 2, 3, 1, 4, 0, 0, 0, 0})));
+  const auto eight = simd::divide<7, 7 * 255 + 3>(as<U16>(sevenths) + uint16_t(3));
+  const auto six =
+      simd::divide<5, 5 * 255 + 2>(as<U16>(fifths) + uint16_t(2)) | blockLanes<U16>({0, 0, 0, 0, 0, 0, 0, 255});
+  const U16 a0 = as<U16>(ends) & uint16_t(0xFF), a1 = as<U16>(ends) >> 8;
+  const U16 values = select(a0 > a1, eight, six);
+  const U8 ramp = simd::packU8(as<I16>(values), as<I16>(values));
   return shuffleBytes(ramp, unpackIndices<3, 2>(blocks));
 }
 
 // Stores two rows of blocks that lie side by side: each 16 bytes of the vector hold 8 of the one row and 8 of
 // the other.
-inline void ownStoreTwoRows(uint8_t* dst, ptrdiff_t dstStep, V pairs) {
-  const V rows = simd::orderPacked(pairs);
+inline void storeTwoRows(uint8_t* dst, ptrdiff_t dstStep, U8 pairs) {
+  const U8 rows = simd::orderPacked(pairs);
   store(dst, simd::lower(rows));
   store(row(dst, dstStep, 1), simd::upper(rows));
 }
 
 // The same for two vectors, which become four rows: a and b are interleaved in units of T.
 template <class T>
-inline void ownStoreFourRows(uint8_t* dst, ptrdiff_t dstStep, V a, V b) {
-  using Units = simd::Vec<T>;
-  ownStoreTwoRows(dst, dstStep, (V)simd::unpackLow((Units)a, (Units)b));
-  ownStoreTwoRows(row(dst, dstStep, 2), dstStep, (V)simd::unpackHigh((Units)a, (Units)b));
+inline void storeFourRows(uint8_t* dst, ptrdiff_t dstStep, U8 a, U8 b) {
+  storeTwoRows(dst, dstStep, as<U8>(simd::unpackLow(as<T>(a), as<T>(b))));
+  storeTwoRows(row(dst, dstStep, 2), dstStep, as<U8>(simd::unpackHigh(as<T>(a), as<T>(b))));
 }
 
 // --- formats -----------------------------------------------------------------------------------------------
 
-struct Dxt1 {
+struct Dxt1Decoder {
   static constexpr int kBlockBytes = 8, kPixelBytes = 4, kGroup = kAcross;
   static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
     ownColourBlock<Colours::kFourOrThree>(src, 255, dst, dstStep);
   }
   static void group(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-    const V blocks = ownLoadBlocks(src, kBlockBytes);
-    const auto palettes = ownPalettes<Colours::kFourOrThree>(blocks, 255);
-    const auto selectors = ownColourSelectors(blocks);
+    const U8 blocks = loadBlocks(src, kBlockBytes);
+    const auto palettes = colourPalettes<Colours::kFourOrThree>(blocks, 255);
+    const auto selectors = colourSelectors(blocks);
     for (int y = 0; y < 4; ++y) store(row(dst, dstStep, y), simd::pickLanes(palettes, selectors >> uint32_t(8 * y)));
   }
 };
 
 // A colour block behind 8 bytes of alpha.
 template <class Alpha>
-struct ColourAndAlpha {
+struct ColourAndAlphaDecoder {
   static constexpr int kBlockBytes = 16, kPixelBytes = 4, kGroup = kAcross;
   static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
     ownColourBlock<Colours::kFour>(src + 8, 0, dst, dstStep);
     Alpha::block(src, dst + 3, dstStep);
   }
   static void group(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-    const V colours = ownLoadBlocks(src + 8, kBlockBytes);
-    const auto palettes = ownPalettes<Colours::kFour>(colours, 0);
-    const auto selectors = ownColourSelectors(colours);
-    const V alphas = Alpha::values(ownLoadBlocks(src, kBlockBytes));
+    const U8 colours = loadBlocks(src + 8, kBlockBytes);
+    const auto palettes = colourPalettes<Colours::kFour>(colours, 0);
+    const auto selectors = colourSelectors(colours);
+    const U8 alphas = Alpha::values(loadBlocks(src, kBlockBytes));
     for (uint8_t y = 0; y < 4; ++y) {
       const auto i = uint8_t(4 * y), i1 = uint8_t(i + 1), i2 = uint8_t(i + 2), i3 = uint8_t(i + 3);
-      const V alpha = shuffleBytes(
+      const U8 alpha = shuffleBytes(
           alphas, blockPattern({128, 128, 128, i, 128, 128, 128, i1, 128, 128, 128, i2, 128, 128, 128, i3}));
-      store(row(dst, dstStep, y), (V)simd::pickLanes(palettes, selectors >> uint32_t(8 * y)) | alpha);
+      store(row(dst, dstStep, y), as<U8>(simd::pickLanes(palettes, selectors >> uint32_t(8 * y))) | alpha);
     }
   }
 };
@@ -182,34 +177,36 @@ struct FourBitAlpha {
     const auto alphas = load<uint64_t>(src);
     for (int i = 0; i < 16; ++i) row(dst, dstStep, i / 4)[i % 4 * 4] = uint8_t(indexAt<4>(alphas, i) << 4);
   }
-  static V values(V blocks) { return simd::unpackLow((V)((V16)blocks << 4) & uint8_t(0xF0), blocks & uint8_t(0xF0)); }
+  static U8 values(U8 blocks) {
+    return simd::unpackLow(as<U8>(as<U16>(blocks) << 4) & uint8_t(0xF0), blocks & uint8_t(0xF0));
+  }
 };
 
 struct RampAlpha {
   static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) { ownRampBlock<4>(src, dst, dstStep); }
-  static V values(V blocks) { return ownRampValues(blocks); }
+  static U8 values(U8 blocks) { return rampValues(blocks); }
 };
 
-struct Bc4 {
+struct Bc4Decoder {
   static constexpr int kBlockBytes = 8, kPixelBytes = 1, kGroup = 2 * kAcross;
   static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) { ownRampBlock<1>(src, dst, dstStep); }
   static void group(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-    const V even = ownRampValues(ownLoadBlocks(src, 2 * kBlockBytes));
-    const V odd = ownRampValues(ownLoadBlocks(src + kBlockBytes, 2 * kBlockBytes));
-    ownStoreFourRows<uint32_t>(dst, dstStep, even, odd);
+    const U8 even = rampValues(loadBlocks(src, 2 * kBlockBytes));
+    const U8 odd = rampValues(loadBlocks(src + kBlockBytes, 2 * kBlockBytes));
+    storeFourRows<uint32_t>(dst, dstStep, even, odd);
   }
 };
 
-struct Bc5 {
+struct Bc5Decoder {
   static constexpr int kBlockBytes = 16, kPixelBytes = 2, kGroup = kAcross;
   static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
     ownRampBlock<2>(src, dst, dstStep);
     ownRampBlock<2>(src + 8, dst + 1, dstStep);
   }
   static void group(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-    const V red = ownRampValues(ownLoadBlocks(src, kBlockBytes));
-    const V green = ownRampValues(ownLoadBlocks(src + 8, kBlockBytes));
-    ownStoreFourRows<uint8_t>(dst, dstStep, red, green);
+    const U8 red = rampValues(loadBlocks(src, kBlockBytes));
+    const U8 green = rampValues(loadBlocks(src + 8, kBlockBytes));
+    storeFourRows<uint8_t>(dst, dstStep, red, green);
   }
 };
 
@@ -217,19 +214,19 @@ struct Bc5 {
 }  // namespace texture
 
 QelStatus qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return texture::decodeBlocks<texture::Dxt1>(src, dst, dstStep, size);
+  return texture::decodeBlocks<texture::Dxt1Decoder>(src, dst, dstStep, size);
 }
 QelStatus qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return texture::decodeBlocks<texture::ColourAndAlpha<texture::FourBitAlpha>>(src, dst, dstStep, size);
+  return texture::decodeBlocks<texture::ColourAndAlphaDecoder<texture::FourBitAlpha>>(src, dst, dstStep, size);
 }
 QelStatus qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return texture::decodeBlocks<texture::ColourAndAlpha<texture::RampAlpha>>(src, dst, dstStep, size);
+  return texture::decodeBlocks<texture::ColourAndAlphaDecoder<texture::RampAlpha>>(src, dst, dstStep, size);
 }
 QelStatus qeliTextureDecodeBlock_BC4_8u_C1R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return texture::decodeBlocks<texture::Bc4>(src, dst, dstStep, size);
+  return texture::decodeBlocks<texture::Bc4Decoder>(src, dst, dstStep, size);
 }
 QelStatus qeliTextureDecodeBlockToRG_BC5_8u_C1C2R(const uint8_t* src, uint8_t* dst, int32_t dstStep, QelSize size) {
-  return texture::decodeBlocks<texture::Bc5>(src, dst, dstStep, size);
+  return texture::decodeBlocks<texture::Bc5Decoder>(src, dst, dstStep, size);
 }
 
 }  // namespace qelj

@@ -46,8 +46,8 @@ inline V unpackIndices(V blocks) {
   using W = simd::With<uint16_t, V>;
   const auto& lanes = detail::kIndexLanes<kBits, kFrom>;
   const auto half = [&](int h) {
-    const W words = (W)simd::shuffleBytes(blocks, simd::blockPattern<V>(lanes.bytes[h]));
-    return (simd::With<int16_t, V>)(W)((W)(words * simd::blockLanes<W>(lanes.toTop[h])) >> (16 - kBits));
+    const W words = as<W>(simd::shuffleBytes(blocks, simd::blockPattern<V>(lanes.bytes[h])));
+    return as<int16_t>(words * simd::blockLanes<W>(lanes.toTop[h]) >> uint16_t(16 - kBits));
   };
   return simd::packU8(half(0), half(1));
 }
@@ -56,12 +56,12 @@ inline V unpackIndices(V blocks) {
 template <int kBits, class V>
 inline simd::With<uint64_t, V> packIndices(V indices) {
   using Q = simd::With<uint64_t, V>;
-  const auto pairs = simd::mulAddBytes(indices, (simd::With<int8_t, V>)all<simd::With<uint16_t, V>>(1 | 256 << kBits));
+  const auto pairs = simd::mulAddBytes(indices, as<int8_t>(all<simd::With<uint16_t, V>>(1 | 256 << kBits)));
   const auto fours = simd::mulAddPairs(pairs, simd::pairs<simd::With<int16_t, V>>(1, 1 << 2 * kBits));
-  const Q eights = ((Q)fours & 0xFFFFFFFFu) | (Q)fours >> (32 - 4 * kBits);
-  const Q lowHalf = (Q)simd::blockPattern<V>({255, 255, 255, 255, 255, 255, 255, 255, 0, 0, 0, 0, 0, 0, 0, 0});
-  const Q upper = (Q)simd::shuffleBytes(
-      (V)eights, simd::blockPattern<V>({8, 9, 10, 11, 12, 13, 14, 15, 128, 128, 128, 128, 128, 128, 128, 128}));
+  const Q eights = (as<Q>(fours) & 0xFFFFFFFFu) | as<Q>(fours) >> (32 - 4 * kBits);
+  const Q lowHalf = as<Q>(simd::blockPattern<V>({255, 255, 255, 255, 255, 255, 255, 255, 0, 0, 0, 0, 0, 0, 0, 0}));
+  const Q upper = as<Q>(simd::shuffleBytes(
+      as<V>(eights), simd::blockPattern<V>({8, 9, 10, 11, 12, 13, 14, 15, 128, 128, 128, 128, 128, 128, 128, 128})));
   return (eights & lowHalf) | upper << (8 * kBits);
 }
 

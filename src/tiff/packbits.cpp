@@ -10,7 +10,7 @@
 namespace qelj {
 namespace {
 
-using V = simd::U8;
+using simd::U8, simd::U8x16;
 constexpr int64_t kMaxToken = 128;
 
 // --- copies and fills --------------------------------------------------------------------------------------
@@ -18,16 +18,15 @@ constexpr int64_t kMaxToken = 128;
 // Of 1 to 128 bytes, exactly these. Two stores that overlap serve every length between one vector and two.
 template <class Make>  // Make(Type{}, offset): the value of this type at this byte
 inline void ownStoreExactly(uint8_t* dst, int64_t n, Make make) {
-  using Half = simd::Vec<uint8_t, 16>;
   const auto both = [&](auto type) {
     store(dst, make(type, 0));
     store(dst + n - int64_t(sizeof type), make(type, n - int64_t(sizeof type)));
   };
   if (n >= simd::kBytes) {
-    for (int64_t i = 0; i + simd::kBytes < n; i += simd::kBytes) store(dst + i, make(V{}, i));
-    store(dst + n - simd::kBytes, make(V{}, n - simd::kBytes));
+    for (int64_t i = 0; i + simd::kBytes < n; i += simd::kBytes) store(dst + i, make(U8{}, i));
+    store(dst + n - simd::kBytes, make(U8{}, n - simd::kBytes));
   } else if (n >= 16) {
-    both(Half{});
+    both(U8x16{});
   } else if (n >= 8) {
     both(uint64_t{});
   } else if (n >= 4) {
@@ -47,7 +46,7 @@ inline void ownCopyLiteral(uint8_t* dst, const uint8_t* src, int64_t n) {
 
 inline void ownFillRun(uint8_t* dst, uint8_t value, int64_t n) {
   if constexpr (simd::kEnabled) {
-    const V values = all<V>(value);
+    const U8 values = all<U8>(value);
     ownStoreExactly(dst, n, [&](auto type, int64_t) { return load<decltype(type)>(&values); });
   } else {
     std::memset(dst, value, size_t(n));
@@ -60,9 +59,9 @@ inline void ownFillRun(uint8_t* dst, uint8_t value, int64_t n) {
 inline int64_t ownRun(const uint8_t* src, int64_t limit) {
   int64_t n = 1;
   if constexpr (simd::kEnabled) {
-    const V value = all<V>(src[0]);
+    const U8 value = all<U8>(src[0]);
     for (; n + simd::kBytes <= limit; n += simd::kBytes) {
-      const uint32_t same = simd::topBits(load<V>(src + n) == value);
+      const uint32_t same = simd::topBits(load<U8>(src + n) == value);
       const int count = std::countr_one(same);
       if (count < simd::kBytes) return n + count;
     }
@@ -78,7 +77,7 @@ inline int64_t ownLiteral(const uint8_t* src, int64_t left) {
   int64_t n = 1;
   if constexpr (simd::kEnabled) {
     for (; n < limit && n + simd::kBytes + 2 <= left; n += simd::kBytes) {
-      const V here = load<V>(src + n), next = load<V>(src + n + 1), third = load<V>(src + n + 2);
+      const U8 here = load<U8>(src + n), next = load<U8>(src + n + 1), third = load<U8>(src + n + 2);
       const uint32_t equal = simd::topBits((here == next) & (next == third));
       if (equal) {
         n += std::countr_zero(equal);
@@ -99,7 +98,6 @@ inline int64_t ownLiteral(const uint8_t* src, int64_t left) {
 // output are stored as one vector that ends with the token: the upper n bytes are new, and the others are the
 // ones in front of it, which `tail` still holds. So every store is exact.
 namespace short_token {
-using Half = simd::Vec<uint8_t, 16>;
 struct Windows {
   uint8_t older[32];     // from n on: moves 16 bytes down by n
   uint8_t fresh[32];     // from n on: marks the upper n bytes
@@ -117,17 +115,16 @@ struct Windows {
 constexpr Windows kWindows;
 
 // `data` is the 16 bytes of source that end with the literal or with the run's value.
-inline Half join(Half tail, Half data, int64_t n, bool isRun) {
-  const Half bytes = simd::shuffleBytes(data, load<Half>(kWindows.value[isRun]));
-  const Half before = simd::shuffleBytes(tail, load<Half>(kWindows.older + n));
-  return select(load<Half>(kWindows.fresh + n), bytes, before);
+inline U8x16 join(U8x16 tail, U8x16 data, int64_t n, bool isRun) {
+  const U8x16 bytes = simd::shuffleBytes(data, load<U8x16>(kWindows.value[isRun]));
+  const U8x16 before = simd::shuffleBytes(tail, load<U8x16>(kWindows.older + n));
+  return select(load<U8x16>(kWindows.fresh + n), bytes, before);
 }
 }  // namespace short_token
 
 // Decodes tokens until dst is full (true) or the next one can't be taken (false).
 bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* dst, int64_t& count, int64_t dstLen) {
-  using short_token::Half;
-  [[maybe_unused]] Half tail{};  // dst[count - 16 .. count), once there are as many
+  [[maybe_unused]] U8x16 tail{};  // dst[count - 16 .. count), once there are as many
   while (position < srcLen) {
     const auto header = int8_t(src[position++]);
     const int64_t room = dstLen - count;
@@ -137,7 +134,7 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
         ownCopyLiteral(dst + count, src + position, kMaxToken);
         position += kMaxToken;
         count += kMaxToken;
-        tail = load<Half>(src + position - 16);
+        tail = load<U8x16>(src + position - 16);
         if (count == dstLen) return true;
         continue;
       }
@@ -148,7 +145,7 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
     if (n > room || (!isRun && position + n > srcLen)) return false;
     position += taken;  // behind the source's end where a run's header was its last byte
     if (simd::kShuffles && n <= 16 && count >= 16 && position >= 16) {
-      tail = short_token::join(tail, load<Half>(src + position - 16), n, isRun);
+      tail = short_token::join(tail, load<U8x16>(src + position - 16), n, isRun);
       store(dst + count + n - 16, tail);
       count += n;
     } else {
@@ -156,9 +153,9 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
       else ownCopyLiteral(dst + count, src + position - n, n);
       count += n;
       if constexpr (simd::kShuffles) {
-        if (isRun && n >= 16) tail = all<Half>(src[position - 1]);
-        else if (n >= 16) tail = load<Half>(src + position - 16);
-        else if (count >= 16) tail = load<Half>(dst + count - 16);
+        if (isRun && n >= 16) tail = all<U8x16>(src[position - 1]);
+        else if (n >= 16) tail = load<U8x16>(src + position - 16);
+        else if (count >= 16) tail = load<U8x16>(dst + count - 16);
       }
     }
     if (count == dstLen) return true;

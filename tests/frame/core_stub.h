@@ -1,4 +1,4 @@
-// The core library that this program supplies in front of libqelcore: it counts calls and fails on request.
+// The core library that this program supplies in front of libqelcore: it notes calls and fails on request.
 #ifndef QELJ_TESTS_CORE_STUB_H
 #define QELJ_TESTS_CORE_STUB_H
 
@@ -8,10 +8,9 @@
 namespace qelj::test {
 
 struct Core {
-  std::atomic<int> threadQuestions{0}, featureQuestions{0}, cacheQuestions{0}, allocations{0};
+  std::atomic<int> featureQuestions{0};
   std::atomic<int32_t> threads{2};
   std::atomic<int32_t> requestedBytes{0};  // by the last allocation
-  std::atomic<int32_t> cacheBytes{0};  // 0: not known
   std::atomic<bool> refuseAllocations{false};
 };
 extern Core core;

@@ -13,7 +13,7 @@
 
 #include "frame/core_stub.h"
 #include "qelj.h"
-#include "support/buffer.h"
+#include "support/random.h"
 
 // Of the compiler's runtime: the rule for unwinding at an address.
 extern "C" const void* _Unwind_Find_FDE(void* address, void** bases);
@@ -100,13 +100,13 @@ TEST(Frame, AdmitsIndirectCallsWhereTheyAreGuarded) {
     EXPECT_NE(std::string::npos, printed(command).find(kProtection)) << command;
   for (const void* entry : kEntries) {
     ASSERT_EQ(0, std::memcmp(entry, kLandingPad, sizeof kLandingPad));
-#if defined(__x86_64__)
+#  if defined(__x86_64__)
     int32_t toSlot = 0;
     std::memcpy(&toSlot, static_cast<const char*>(entry) + 6, 4);  // endbr64; jmp *toSlot(%rip)
     const void* front = nullptr;
     std::memcpy(&front, static_cast<const char*>(entry) + 10 + toSlot, sizeof front);
     EXPECT_EQ(0, std::memcmp(front, kLandingPad, sizeof kLandingPad));
-#endif
+#  endif
   }
 }
 #endif
@@ -120,19 +120,6 @@ TEST(Frame, EntriesTellHowToUnwind) {
 }
 
 TEST(Frame, LoadAsksForTheFeaturesOnce) { EXPECT_EQ(1, core.featureQuestions); }
-
-TEST(Frame, VersionRecord) {
-  const QelLibVersion* v = qeljGetLibVersion();
-  EXPECT_EQ(v, qeljGetLibVersion());
-  EXPECT_EQ(7, v->versionMajor);
-  EXPECT_EQ(1, v->versionMinor);
-  EXPECT_EQ(0, v->versionPatch);
-  EXPECT_EQ(36264, v->versionBuild);
-  EXPECT_EQ(0, std::memcmp(v->cpuTag, "g9\0", 4));
-  EXPECT_STREQ("qelJP AVX (g9)", v->libraryName);
-  EXPECT_STREQ("7.1.0 (r36264)", v->versionText);
-  EXPECT_STREQ("Jul 23 2012", v->buildDateText);
-}
 
 struct Shift {
   explicit Shift(QelSize s) : size(s), src(size_t(s.width) * size_t(s.height)), dst(src.size()) {
@@ -151,16 +138,6 @@ struct Shift {
   std::vector<uint8_t> src;
   std::vector<int16_t> dst;
 };
-
-TEST(Fork, AsksForTheThreadCountOnceAndAfterTheChecks) {
-  uint8_t pixel = 0;
-  int16_t out = 0;
-  core.threadQuestions = 0;
-  EXPECT_EQ(qelStatusBadSize, qeliSub128_JPEG_8u16s_C1R(&pixel, 1, &out, 2, {0, 1}));
-  EXPECT_EQ(0, core.threadQuestions);
-  EXPECT_EQ(qelStatusOk, qeliSub128_JPEG_8u16s_C1R(&pixel, 1, &out, 2, {1, 1}));
-  EXPECT_EQ(1, core.threadQuestions);
-}
 
 // Rows here do not overlap: only so far do the bytes not depend on the team.
 TEST(Fork, SameBytesForAnyTeam) {

@@ -153,8 +153,10 @@ TEST(Simd, PixelsOfThreeAndFourBytes) {
   const Planes3 three = loadPixels3(pixels);
   const Planes4 four = loadPixels4(pixels);
   for (int i = 0; i < kBytes; ++i) {
-    EXPECT_EQ(pixels[3 * i + 2], three.c2[i]);
-    EXPECT_EQ(pixels[4 * i + 3], four.c3[i]);
+    const uint8_t of3[] = {three.c0[i], three.c1[i], three.c2[i]};
+    const uint8_t of4[] = {four.c0[i], four.c1[i], four.c2[i], four.c3[i]};
+    EXPECT_EQ(0, std::memcmp(of3, pixels + 3 * i, 3));
+    EXPECT_EQ(0, std::memcmp(of4, pixels + 4 * i, 4));
   }
   storePixels3(back, three);
   EXPECT_EQ(0, std::memcmp(pixels, back, 3 * kBytes));

@@ -1,4 +1,5 @@
-"""An installed tree that was moved, used in every way that README shows; and its images on an old processor."""
+"""The header as a document; an installed tree that was moved, used in every way that README shows; and its images on an
+old processor."""
 import glob
 import os
 import platform
@@ -65,6 +66,50 @@ def write(path, text):
     return path
 
 
+def alternatives(pattern):
+    """The words that a pattern stands for: {a,b} is either."""
+    head, brace, rest = pattern.partition("{")
+    if not brace:
+        return [pattern]
+    choices, _, tail = rest.partition("}")
+    return [head + choice + end for choice in choices.split(",") for end in alternatives(tail)]
+
+
+class HeaderTest(unittest.TestCase):
+    path = os.path.join(SOURCE, "include", "qelj.h")
+    with open(path) as file:
+        text = file.read()
+    declared = re.findall(r"^QELJ_API [^;]*?(qel\w+)\(", text, re.MULTILINE)
+
+    def test_every_declaration_has_its_own_comment(self):
+        comment = r"^/\*\* ((?:(?!\*/)[^@])*?)[\s*]+See @ref (\w+)\. \*/\nQELJ_API [^;]*?(qel\w+)\("
+        described = re.findall(comment, self.text, re.MULTILINE)
+        self.assertEqual(set(self.declared) - {name for _, _, name in described}, set())
+        texts = {}
+        for text, group, name in described:
+            self.assertIn(f" * @defgroup {group} ", self.text, name)
+            # Only the tile wavelets' buffer sizes say the same of two layouts or types each.
+            self.assertTrue("GetBufSize" in name or (group, text) not in texts, f"{name}: {text}")
+            texts[group, text] = name
+
+    def test_contents_have_every_function(self):
+        contents = self.text.partition("BY FAMILY\n")[2].partition("@endcode")[0]
+        names = [name for word in contents.split() for name in alternatives(word) if name.startswith("qel")]
+        self.assertEqual(set(self.declared) ^ set(names), set())
+        self.assertEqual(len(names), len(self.declared))
+        tasks = self.text.partition("BY TASK")[2].partition("BY FAMILY")[0]
+        words = [word.strip(",;") for word in tasks.split() if word.startswith("qeli") and "*" not in word]
+        self.assertEqual({name for word in words for name in alternatives(word)} - set(self.declared), set())
+
+    def test_lines_fit(self):
+        self.assertEqual([line for line in self.text.splitlines() if len(line) > 110], [])
+
+    def test_compiles_by_itself(self):
+        for command in ("cc -x c -std=c11", "c++ -x c++ -std=c++17"):
+            subprocess.run([*command.split(), "-pedantic", "-Wall", "-Wextra", "-Werror", "-fsyntax-only", self.path],
+                           check=True)
+
+
 class InstallTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -101,6 +146,8 @@ class InstallTest(unittest.TestCase):
     def setUp(self):
         self.work = tempfile.mkdtemp(dir=self.home)
         (program,) = readme_blocks("c")
+        with open(os.path.join(SOURCE, "examples", "tiny", "block.c")) as file:
+            self.assertTrue(file.read().endswith(program))
         write(os.path.join(self.work, "program.c"), program)
         shutil.copy(os.path.join(SOURCE, "examples", "tiny", "typical.h"), self.work)
 

@@ -7,7 +7,7 @@ import zlib
 
 import numpy as np
 
-from support import IMAGES, QELCONV, InteropTest, bounded, contents, convert, fails, read_pnm, run, write_pnm
+from support import QELCONV, InteropTest, bounded, contents, convert, fails, read_pnm, run, write_pnm
 
 
 def png(width, height, depth, colour, raw):
@@ -113,6 +113,24 @@ class ConvertTest(InteropTest):
                         parts += 1
                         self.assertEqual(len(whole), len(contents(out)))
             self.assertGreaterEqual(parts, share * len(cuts), path)
+
+    # Damage of any kind, in files of ours and of others: a picture or a message, within the bounds of time and memory.
+    def test_damaged_files_end_by_themselves(self):
+        random = np.random.default_rng(11)
+        small = self.cut("small.ppm", 90, 61)
+        run("JxrEncApp", "-i", small, "-o", self.path("frequency.jxr"), "-l", 0, "-c", 9)
+        run("cjpeg", "-progressive", "-outfile", self.path("progressive.jpg"), small)
+        files = [convert(small, self.path(f"{i}{name}"), *options) for i, (name, *options) in enumerate(
+            [(".jpg",), (".jpg", "--restart", 1), (".j2k", "--layers", 2), (".jxr",), (".tif",),
+             (".tif", "--packing", "none"), (".dds",), (".png",)])]
+        for path in (*files, self.path("frequency.jxr"), self.path("progressive.jpg")):
+            data = contents(path)
+            for turn in range(40):
+                bad = bytearray(data[:random.integers(2, len(data))] if turn % 4 == 0 else data)
+                for _ in range(random.integers(1, 6)):
+                    bad[random.integers(1, len(bad) if turn % 2 else min(len(bad), 200))] = random.integers(256)
+                with self.subTest(file=os.path.basename(path), turn=turn):
+                    bounded(QELCONV, self.file("bad", bad), self.path("bad.ppm"), *[["--partial"], []][turn // 2 % 2])
 
     def float_map(self, width, height):
         values = np.random.default_rng(4).random((height, width, 3)).astype("<f4")

@@ -183,18 +183,9 @@ class Jpeg2000Test(InteropTest):
             quality = psnr(read_pnm(convert(path, self.path("part.ppm"), "--partial")), original)
             self.assertGreater(quality, last)
             last = quality
-        self.assertGreater(last, 35)
+        self.assertGreater(last, 43)
 
     # --- what can't be read ------------------------------------------------------------------------------------------
-
-    def test_damaged_files_end_by_themselves(self):
-        data = bytearray(contents(self.our_file(self.cut("part.ppm", 90, 61), "--layers", 2)))
-        random = np.random.default_rng(1)
-        for round in range(40):
-            bad = data.copy()
-            for _ in range(4):
-                bad[random.integers(20, 200 if round % 2 else len(bad))] = random.integers(256)
-            bounded(*self.command(self.file("bad.j2k", bad)), *[["--partial"], []][round // 2 % 2])
 
     # Where an encoder has marked the ends of its segments, damage is seen and told.
     def test_damaged_blocks(self):
@@ -205,7 +196,7 @@ class Jpeg2000Test(InteropTest):
         path = self.file("bad.j2k", data)
         self.assertIn("code-block is damaged", fails(*self.command(path)))
         kept = read_pnm(convert(path, self.path("kept.ppm"), "--partial"))
-        self.assertGreater(psnr(kept, read_pnm(source)), 15)
+        self.assertGreater(psnr(kept, read_pnm(source)), 46)
 
     def test_missing_tiles_are_grey(self):
         source = self.cut("part.ppm", 90, 61)

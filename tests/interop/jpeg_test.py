@@ -43,33 +43,25 @@ class JpegTest(InteropTest):
                     path = self.cjpeg(source, "-quality", quality, *options)
                     self.assert_close(self.djpeg(path), self.ours(path), 1)
 
-    # With colour the two decoders' conversions differ by rounding as well, weighted by up to 1.77.
-    def test_colour_of_theirs(self):
-        for width, height in SIZES:
-            source = self.cut("colour.ppm", width, height)
-            for sample in ("1x1", "2x1", "2x2", "1x2"):
-                for quality in (30, 90):
-                    with self.subTest(width=width, height=height, sample=sample, quality=quality):
-                        path = self.cjpeg(source, "-quality", quality, "-sample", sample)
-                        theirs = self.djpeg(path, "-nosmooth")
-                        self.assert_close(theirs, self.ours(path, "--filter", "box"), 3, 0.99, 5)
-
     def test_triangle_filter_is_theirs(self):
         for sample in ("2x1", "2x2"):
             path = self.cjpeg(self.coffee, "-quality", 90, "-sample", sample)
             self.assert_close(self.djpeg(path), self.ours(path), 3, 0.99, 5)
 
-    def test_restarts_optimised_and_progressive_of_theirs(self):
-        source = self.cut("part.ppm", 123, 77)
+    # With colour the two decoders' conversions differ by rounding as well, weighted by up to 1.77.
+    def test_colour_of_theirs(self):
         # Sequential scans of some components only: those of one walk its own blocks, the others MCUs.
         alone, pair = self.file("alone.txt", b"2; 0; 1;"), self.file("pair.txt", b"0 2; 1;")
-        for options in (["-restart", "1"], ["-restart", "3B"], ["-optimize"], ["-progressive"],
-                        ["-progressive", "-restart", "1"], ["-progressive", "-sample", "1x1"],
-                        ["-scans", alone, "-restart", "5B"], ["-scans", alone, "-sample", "1x2"],
-                        ["-scans", pair, "-restart", "1"], ["-scans", pair, "-sample", "2x1,1x2,1x1"]):
-            with self.subTest(options=options):
-                path = self.cjpeg(source, *options)
-                self.assert_close(self.djpeg(path, "-nosmooth"), self.ours(path, "--filter", "box"), 3, 0.99, 5)
+        for width, height in SIZES:
+            source = self.cut("colour.ppm", width, height)
+            for options in (["-sample", "1x1"], ["-sample", "2x1", "-quality", 90], ["-sample", "2x2", "-quality", 30],
+                            ["-sample", "1x2"], ["-restart", "1"], ["-restart", "3B"], ["-optimize"], ["-progressive"],
+                            ["-progressive", "-restart", "1"], ["-progressive", "-sample", "1x1"],
+                            ["-scans", alone, "-restart", "5B"], ["-scans", alone, "-sample", "1x2"],
+                            ["-scans", pair, "-restart", "1"], ["-scans", pair, "-sample", "2x1,1x2,1x1"]):
+                with self.subTest(width=width, height=height, options=options):
+                    path = self.cjpeg(source, *options)
+                    self.assert_close(self.djpeg(path, "-nosmooth"), self.ours(path, "--filter", "box"), 3, 0.99, 5)
 
     def test_ours_is_read_by_them(self):
         for width, height in SIZES:
@@ -170,7 +162,7 @@ class JpegTest(InteropTest):
             for scale in ("1/2", "1/4", "1/8"):
                 with self.subTest(sampling=sampling, scale=scale):
                     theirs = self.djpeg(path, "-scale", scale)
-                    self.assertGreater(psnr(theirs, self.ours(path, "--scale", scale)), 40)
+                    self.assertGreater(psnr(theirs, self.ours(path, "--scale", scale)), 45)
 
     # A DICOM toolkit has the one lossless coder at hand: its files are a header of text, and frames to cut out.
     def dicom(self, name, array, bits, syntax, pixels):
@@ -229,7 +221,7 @@ class JpegTest(InteropTest):
             with self.subTest(options=options):
                 path = convert(source, self.path("ink.jpg"), "--quality", "98", *options)
                 back = read_pnm(convert(path, self.path("ink2.pam"), "--filter", "box"))
-                self.assertGreater(psnr(ink, back), 38)
+                self.assertGreater(psnr(ink, back), 53)
                 # The transcoder of the peer reads the file; its coefficients are ours.
                 run("jpegtran", "-progressive", "-outfile", self.path("ink3.jpg"), path)
                 again = read_pnm(convert(self.path("ink3.jpg"), self.path("ink3.pam"), "--filter", "box"))
@@ -296,21 +288,6 @@ class JpegTest(InteropTest):
             status, printed = bounded(QELCONV, path, self.path("bomb.pgm"))
             self.assertEqual(status, 0, printed)
             self.assertEqual(np.ptp(read_pnm(self.path("bomb.pgm"))), 0)
-
-    def test_damaged_files_fail_cleanly(self):
-        random = np.random.default_rng(11)
-        source = self.cut("small.ppm", 48, 40)
-        for options in (["-progressive"], [], ["-restart", "1"]):
-            data = contents(self.cjpeg(source, *options))
-            for options in ([], ["--partial"]) * 20:
-                damaged = bytearray(data)
-                for _ in range(int(random.integers(1, 6))):
-                    damaged[int(random.integers(2, len(data)))] = int(random.integers(0, 256))
-                if random.integers(0, 3) == 0:
-                    damaged = damaged[:int(random.integers(2, len(data)))]
-                path = self.file("damaged.jpg", damaged)
-                result = subprocess.run([QELCONV, path, self.path("d.ppm"), *options], capture_output=True, timeout=60)
-                self.assertIn(result.returncode, (0, 1), result.stderr)
 
     def test_unsupported_files_are_named(self):
         run("cjpeg", "-arithmetic", "-outfile", self.path("a.jpg"), self.coffee)

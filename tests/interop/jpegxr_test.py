@@ -81,7 +81,7 @@ class JpegXrTest(InteropTest):
             errors.append(psnr(array, self.decode_ours(path)))
         self.assertEqual(sizes, sorted(sizes))
         self.assertEqual(errors, sorted(errors))
-        self.assertGreater(errors[2], 35)
+        self.assertGreater(errors[2], 46.5)
         self.assertLess(sizes[3], array.size)
         theirs = os.path.getsize(self.encode_theirs(self.raccoon, 3, "-f"))
         self.assertLess(abs(sizes[3] - theirs), theirs * 0.01)
@@ -93,7 +93,7 @@ class JpegXrTest(InteropTest):
 
     # Frequency mode sends a picture band by band: a cut file has all of it, coarsely. Spatial mode has its top.
     def test_parts_of_cut_files(self):
-        for mode, floor in ((["-f"], None), ([], 20)):
+        for mode, floor in ((["-f"], None), ([], 30)):
             path = self.encode_theirs(self.coffee, 3, *mode)
             original, last = read_pnm(self.coffee), 0
             for share in (0.4, 0.6, 0.8):
@@ -117,26 +117,6 @@ class JpegXrTest(InteropTest):
             status, printed = bounded(QELCONV, bomb, self.path("bomb.ppm"))
             self.assertEqual((1, True), (status, "truncated" in printed), printed)
             bounded(QELCONV, bomb, self.path("bomb.ppm"), "--partial")
-
-    def test_damaged_files_fail_or_decode(self):
-        source = self.cut("small.ppm", 100, 70)
-        data = open(self.encode_theirs(source, 3, "-f"), "rb").read()
-        rng = random.Random(1)
-        for turn in range(60):
-            damaged = bytearray(data[:rng.randrange(len(data))] if turn % 3 == 0 else data)
-            for _ in range(rng.randrange(4)):
-                if damaged:
-                    damaged[rng.randrange(len(damaged))] = rng.randrange(256)
-            path = self.path("damaged.jxr")
-            with open(path, "wb") as out:
-                out.write(damaged)
-            if turn % 3 == 0:
-                fails(QELCONV, path, self.path("never.ppm"))
-            else:
-                try:
-                    run(QELCONV, path, self.path("maybe.ppm"))
-                except AssertionError as e:
-                    self.assertRegex(str(e), r"failed \(1\)")
 
 
 if __name__ == "__main__":

@@ -97,20 +97,6 @@ class TiffTest(InteropTest):
     def converter(self, source):
         return QELCONV, source, self.path("out.ppm")
 
-    def test_damaged_files_are_refused_or_read(self):
-        random = np.random.default_rng(11)
-        for options in ([], ["--packing", "none"]):
-            whole = open(convert(self.cut("d.ppm", 40, 30), self.path("d.tif"), *options), "rb").read()
-            for length in list(range(8, 40)) + [len(whole) // 2, len(whole) - 1]:
-                open(self.path("cut.tif"), "wb").write(whole[:length])
-                fails(*self.converter(self.path("cut.tif")))
-            for _ in range(60):
-                data = bytearray(whole)
-                for at in random.integers(4, len(data), 3):
-                    data[at] = random.integers(0, 256)
-                open(self.path("bent.tif"), "wb").write(data)
-                run("sh", "-c", "\"$@\" || test $? -le 2", "sh", *self.converter(self.path("bent.tif")))
-
 
 if __name__ == "__main__":
     unittest.main()

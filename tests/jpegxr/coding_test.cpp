@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <string>
 
 #include "jpegxr/state.h"
 #include "qelj.h"
-#include "support/buffer.h"
+#include "support/random.h"
 
 namespace qelj::test {
 namespace {
@@ -22,13 +24,11 @@ Bits bitsOf(const uint8_t* from, const uint8_t* to, uint32_t bitBuffer, int32_t 
 
 // A record at an odd address, in memory that held something, and a bit position on a buffer of its own.
 struct Coder {
-  explicit Coder(size_t capacity = 4096) : random(0), record(random, 2208, 1, 0, 3), bytes(capacity) {
+  Coder() {
     EXPECT_EQ(qelStatusOk, qeliVLCInit_JPEGXR(&state()));
     for (int i = 0; i < 3; ++i) EXPECT_EQ(qelStatusOk, qeliVLCScanReset_JPEGXR(&state(), i));
-    rewind();
   }
-  VLCState& state() { return *record.data<VLCState>(); }
-  void rewind() { stream = bytes.data(), readStream = bytes.data(), bitBuffer = 0, bitCount = 0; }
+  VLCState& state() { return *reinterpret_cast<VLCState*>(&record[3]); }
   Bits bits() { return bitsOf(bytes.data(), stream, bitBuffer, bitCount); }
   // Makes the encoder's bytes readable: the held bits go out, and a margin stays behind them.
   void load(Coder& encoder) {
@@ -39,130 +39,40 @@ struct Coder {
   int64_t bitsRead() const { return (readStream - bytes.data()) * 8 - bitCount; }
   int64_t bitsWritten() const { return (stream - bytes.data()) * 8 + bitCount; }
 
-  Random random;
-  Guarded record;
-  std::vector<uint8_t> bytes;
-  uint8_t* stream;
-  const uint8_t* readStream;
-  uint32_t bitBuffer;
-  int32_t bitCount;
+  std::vector<uint8_t> record = std::vector<uint8_t>(3 + sizeof(VLCState), 0xA5), bytes = std::vector<uint8_t>(4096);
+  uint8_t* stream = bytes.data();
+  const uint8_t* readStream = bytes.data();
+  uint32_t bitBuffer = 0;
+  int32_t bitCount = 0;
 };
 
 template <class T>
 using Block = std::array<T, 16>;
-template <class T>
-constexpr int32_t kStep = 4 * sizeof(T);
 
-template <class T>
-struct Of;
-#define QELJ_CODERS(T, tag)                                                       \
-  template <>                                                                     \
-  struct Of<T> {                                                                  \
-    static constexpr auto encode = qeliVLCEncode4x4_JPEGXR_##tag##1u_C1R;         \
-    static constexpr auto encodeFlex = qeliVLCEncode4x4Flex_JPEGXR_##tag##1u_C1R; \
-    static constexpr auto decode = qeliVLCDecode4x4_JPEGXR_1u##tag##_C1R;         \
-    static constexpr auto encodeFixed = qeliFLCEncode4x4_JPEGXR_##tag##1u_C1R;    \
-    static constexpr auto decodeFixed = qeliFLCDecode4x4_JPEGXR_1u##tag##_C1IR;   \
-  };
-QELJ_CODERS(int16_t, 16s)
-QELJ_CODERS(int32_t, 32s)
-
-template <class T>
-int32_t encode(Coder& c, const Block<T>& block, int chroma, uint32_t modelBits, uint32_t trimBits = 0,
-               uint32_t* residual = nullptr) {
+template <class T, class Function>
+int32_t encode(Function* function, Coder& c, const Block<T>& block) {
   int32_t pairs = -1;
   EXPECT_EQ(qelStatusOk,
-            residual ? Of<T>::encodeFlex(block.data(), kStep<T>, chroma, modelBits, trimBits, residual,
-                                         &c.stream, &c.bitBuffer, &c.bitCount, &pairs, &c.state())
-                     : Of<T>::encode(block.data(), kStep<T>, chroma, modelBits, &c.stream, &c.bitBuffer,
-                                     &c.bitCount, &pairs, &c.state()));
+            function(block.data(), 4 * sizeof(T), 0, 0, &c.stream, &c.bitBuffer, &c.bitCount, &pairs, &c.state()));
   return pairs;
 }
-template <class T>
-int32_t decode(Coder& c, Block<T>& block, int chroma, T scale) {
-  int32_t count = -1;
-  EXPECT_EQ(qelStatusOk, Of<T>::decode(&c.readStream, &c.bitBuffer, &c.bitCount, scale, block.data(),
-                                       kStep<T>, chroma, &count, &c.state()));
-  return count;
-}
-template <class T>
-void encodeFixed(Coder& c, const Block<T>& block, const uint32_t* residual, uint32_t flexBits,
-                 uint32_t trimBits, bool fromResidual) {
-  EXPECT_EQ(qelStatusOk, Of<T>::encodeFixed(block.data(), kStep<T>, residual, &c.stream, &c.bitBuffer,
-                                            &c.bitCount, flexBits, trimBits, fromResidual));
-}
-template <class T>
-void decodeFixed(Coder& c, Block<T>& block, uint32_t flexBits, T scale, bool refine) {
-  EXPECT_EQ(qelStatusOk, Of<T>::decodeFixed(&c.readStream, &c.bitBuffer, &c.bitCount, block.data(), kStep<T>,
-                                            flexBits, scale, refine));
-}
 
-// --- state -------------------------------------------------------------------------------------------------
-
-TEST(VlcState, Initialisation) {
+TEST(VlcState, Size) {
   int32_t size = 0;
   ASSERT_EQ(qelStatusOk, qeliVLCGetStateSize_JPEGXR(&size));
   EXPECT_EQ(sizeof(void*) == 8 ? 2208 : 1780, size);
-  Coder c;
-  const VLCState& s = c.state();
-  EXPECT_EQ(+s.scanTable2, +s.currentScan);
-  for (int e = 0; e < kEntries; ++e) {
-    const VLCEntry entry = s.entry[e];
-    EXPECT_EQ(0, int(s.discriminant[e]));
-    if (e >= 1 && e <= 4) {
-      EXPECT_TRUE(!entry.tableIndex && !entry.initialised && !entry.upperBound && !entry.lowerBound);
-      continue;
-    }
-    const bool two = entry.alphabet == 6 || entry.alphabet == 12;
-    EXPECT_EQ(int(two), int(entry.tableIndex));
-    EXPECT_EQ(8, int(entry.upperBound));
-    EXPECT_EQ(two ? -8 : INT32_MIN, int(entry.lowerBound));
-    EXPECT_EQ(int(entry.alphabet), s.codeTable[e][0]);
-  }
-  EXPECT_EQ(5, s.codeTable[0][0]);
-  EXPECT_EQ((std::vector<int32_t>{5, 1, 1, 1, 2, 1, 3, 0, 4, 1, 4}),
-            std::vector<int32_t>(s.codeTable[0], s.codeTable[0] + 11));
 }
 
-// Every code of every table that adaptation can reach, decoded in both ways.
-TEST(VlcState, DecodeTablesInvertTheCodeTables) {
-  Coder c;
-  VLCState& s = c.state();
-  for (const int alphabet : {5, 6, 7, 8, 9, 12})
-    for (int table = 0; table < 5; ++table) {
-      s.entry[5] = {alphabet, table, 1, 100, -100};
-      s.discriminant[5] = s.discriminant2[5] = 0;
-      qeliVLCAdapt_JPEGXR(&s, 0);
-      const int32_t* codes = s.codeTable[5];
-      for (int symbol = 0; symbol < alphabet; ++symbol) {
-        const uint32_t code = uint32_t(codes[1 + 2 * symbol]), length = uint32_t(codes[2 + 2 * symbol]);
-        const uint32_t bits = code << (8 - length);
-        int value = s.decodeTable[5][bits >> 3];
-        if (value >= 0) {
-          EXPECT_EQ(uint32_t(symbol) << 3 | length, uint32_t(value));
-        } else {
-          uint32_t used = 5;
-          while (value < 0) value = s.decodeTable[5][(value & 0x7FFF) + int(bits >> (7 - used++) & 1)];
-          EXPECT_EQ(symbol, value);
-          EXPECT_EQ(length, used);
-        }
-        if (s.decodeTable2[5] != s.decodeTable[5]) {
-          EXPECT_EQ(uint32_t(symbol) << 4 | length, uint32_t(s.decodeTable2[5][bits]));
-        }
-      }
-    }
-}
-
+// What a discriminant may come to where there is no table to move to shows only after long streams of one kind.
 TEST(VlcState, AdaptationMovesBeyondTheBoundsOnly) {
   Coder c;
   VLCState& s = c.state();
   const auto adapted = [&](int32_t low, int32_t high) {
     s.discriminant[13] = low, s.discriminant2[13] = high;
-    qeliVLCAdapt_JPEGXR(&s, 1);
+    qeliVLCAdapt_JPEGXR(&s, qelVLCGroupHighPass);
     return int(s.entry[13].tableIndex);
   };
   EXPECT_EQ(1, adapted(-8, 8));
-  EXPECT_EQ(8, int(s.discriminant2[13]));  // kept
   EXPECT_EQ(2, adapted(0, 9));
   EXPECT_EQ(0, int(s.discriminant2[13]));
   EXPECT_EQ(1, adapted(-9, 9));  // down goes first
@@ -172,38 +82,6 @@ TEST(VlcState, AdaptationMovesBeyondTheBoundsOnly) {
   for (int t = 1; t <= 4; ++t) EXPECT_EQ(t, adapted(0, 9));
   EXPECT_EQ(4, adapted(0, 1000));
   EXPECT_EQ(64, int(s.discriminant2[13]));
-  EXPECT_EQ(8, int(s.entry[0].upperBound));  // the other group stays
-}
-
-TEST(VlcScan, DcWalkSplitsAndSorts) {
-  Coder c;
-  std::vector<int32_t> src(16), pairs(30, 77);
-  std::vector<uint32_t> residual(16, 77);
-  int32_t count = 0;
-  src[0] = 99, src[1] = -3, src[4] = -5, src[15] = INT32_MIN;
-  ASSERT_EQ(qelStatusOk,
-            qeliVLCScan4x4DC_JPEGXR_32s(src.data(), 2, residual.data(), pairs.data(), &count, &c.state()));
-  EXPECT_EQ(2, count);
-  EXPECT_EQ((std::vector<int32_t>{1, -1, 12, -0x20000000, 77}),
-            std::vector<int32_t>(pairs.begin(), pairs.begin() + 5));
-  EXPECT_EQ((std::vector<uint32_t>{77, 15, 0, 0, 2, 0}),
-            std::vector<uint32_t>(residual.begin(), residual.begin() + 6));
-  EXPECT_EQ(0u, residual[15]);
-  // Place 2 (position 4) passes place 1 when it has been significant three times: 30 + 3 > 32.
-  const ScanEntry* scan = c.state().scanTable2;
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(4, int(scan[2].position));
-    qeliVLCScan4x4DC_JPEGXR_32s(src.data(), 2, residual.data(), pairs.data(), &count, &c.state());
-  }
-  EXPECT_TRUE(scan[1].position == 4 && scan[1].count == 33 && scan[2].count == 32 && scan[2].position == 1);
-  // A reset restores the counts and leaves the order.
-  ASSERT_EQ(qelStatusOk, qeliVLCScanReset_JPEGXR(&c.state(), 2));
-  EXPECT_TRUE(scan[1].position == 4 && scan[1].count == 32 && scan[15].count == 4 && scan[0].count == 32767);
-
-  residual.assign(16, 77);
-  qeliVLCScan4x4DC_JPEGXR_32s(src.data(), 0, residual.data(), pairs.data(), &count, &c.state());
-  EXPECT_EQ(std::vector<uint32_t>(16, 77), residual);
-  EXPECT_EQ(3, count);
 }
 
 // --- known streams -----------------------------------------------------------------------------------------
@@ -218,7 +96,7 @@ TEST(VlcBlock, KnownStreams) {
       const ScanEntry at = c.state().scanTable2[place];
       block[4 * at.row + at.column] = int16_t(v);
     }
-    EXPECT_EQ(int(placed.size()), encode(c, block, 0, 0));
+    EXPECT_EQ(int(placed.size()), encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, c, block));
     return c.bits();
   };
   const auto joined = [](Bits bits) { return std::erase(bits, ' '), bits; };
@@ -242,104 +120,104 @@ TEST(VlcBlock, PositionFollowsFromTheNumberOfBits) {
   for (const auto& block : blocks)
     for (int32_t held = 0; held <= 32; ++held) {
       Coder plain, shifted;
-      encode(plain, block, 0, 0);
+      encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, plain, block);
       shifted.bitCount = held;
       shifted.bitBuffer = uint32_t(0xA5A5A5A5ull >> (32 - held) << (32 - held));
       const Bits before = shifted.bits();
-      encode(shifted, block, 0, 0);
+      encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, shifted, block);
       EXPECT_EQ(before + plain.bits(), shifted.bits());
       const int64_t total = int64_t(before.size() + plain.bits().size());
       EXPECT_EQ(total ? (total - 1) % 16 + 1 : 0, shifted.bitCount);
       EXPECT_EQ(0u, uint64_t(shifted.bitBuffer) << shifted.bitCount & 0xFFFFFFFF);
     }
 }
-TEST(VlcBlock, EveryEscapeLengthAndTheExtremes) {
+
+TEST(VlcBlock, EveryEscapeLengthComesBack) {
   for (int width = 4; width <= 29; ++width)
     for (const int32_t v : {(1 << width) + 2, (2 << width) - 1 + 2, -(1 << width) - 3}) {
       Coder encoder, decoder;
       Block<int32_t> block{}, out{};
       block[7] = v;
-      encode(encoder, block, 0, 0);
+      encode(qeliVLCEncode4x4_JPEGXR_32s1u_C1R, encoder, block);
       decoder.load(encoder);
-      EXPECT_EQ(1, decode(decoder, out, 0, 1));
-      EXPECT_EQ(block, out);
+      int32_t count = -1;
+      EXPECT_EQ(qelStatusOk,
+                qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&decoder.readStream, &decoder.bitBuffer, &decoder.bitCount, 1,
+                                                  out.data(), 16, 0, &count, &decoder.state()));
+      EXPECT_TRUE(count == 1 && block == out) << v;
       EXPECT_EQ(encoder.bitsWritten(), decoder.bitsRead());
     }
-  // Magnitudes of the most negative integers; a level of 16 bits, and a product that wraps.
-  Coder encoder, decoder;
-  Block<int16_t> block{}, out{};
-  block[7] = INT16_MIN;
-  encode(encoder, block, 0, 3);
-  encode(encoder, block, 0, 0);
-  decoder.load(encoder);
-  decode<int16_t>(decoder, out, 0, 8);
-  EXPECT_EQ(block, out);
-  decode<int16_t>(decoder, out, 0, 3);
-  EXPECT_EQ(INT16_MIN, out[7]);  // -3 * 2^15 in 16 bits
 }
 
-TEST(FlcBlock, BlockFormAndKnownFields) {
+// The header tells the most bytes that a call moves on by: found here in the longest codes of all tables.
+TEST(VlcBlock, MostBytesOfACall) {
+  constexpr int32_t kLargest = (1 << 30) + 1;  // that has a code
+  std::array<int64_t, 5> coded{}, decoded{};   // 16s, 32s; DC444, DC422, DC420
+  for (int table = 0; table < 40; ++table)
+    for (size_t kind = 0; kind < coded.size(); ++kind) {
+      const auto choose = [&](Coder& c) {
+        for (VLCEntry& e : c.state().entry)
+          e.tableIndex = e.alphabet == 12 ? table % 5 : e.alphabet == 6 ? table / 5 % 4 : table / 20;
+        for (const int32_t group : {qelVLCGroupLowPass, qelVLCGroupHighPass}) qeliVLCAdapt_JPEGXR(&c.state(), group);
+      };
+      Block<int16_t> narrow;
+      Block<int32_t> wide;
+      const auto code = [&](Coder& c, int32_t level) {
+        choose(c);
+        std::array<int32_t, 32> pairs;
+        for (size_t i = 0; i < pairs.size(); i += 2) pairs[i] = 0, pairs[i + 1] = level;
+        narrow.fill(INT16_MIN), wide.fill(level);
+        if (kind == 0) encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, c, narrow);
+        if (kind == 1) encode(qeliVLCEncode4x4_JPEGXR_32s1u_C1R, c, wide);
+        if (kind == 2)
+          qeliVLCEncodeDC444_JPEGXR_32s1u(pairs.data(), 15, 0, &c.stream, &c.bitBuffer, &c.bitCount, &c.state());
+        if (kind == 3)
+          qeliVLCEncodeDC422_JPEGXR_32s1u(pairs.data(), 14, &c.stream, &c.bitBuffer, &c.bitCount, &c.state());
+        if (kind == 4)
+          qeliVLCEncodeDC420_JPEGXR_32s1u(pairs.data(), 6, &c.stream, &c.bitBuffer, &c.bitCount, &c.state());
+      };
+      Coder full, out, in;
+      full.bitCount = 32;
+      code(full, INT32_MIN);
+      coded[kind] = std::max<int64_t>(coded[kind], full.stream - full.bytes.data());
+
+      code(out, kLargest);
+      in.load(out);
+      choose(in);
+      const auto from = &in.readStream;
+      const auto buffer = &in.bitBuffer;
+      const auto held = &in.bitCount;
+      int32_t count = 0;
+      if (kind == 0) qeliVLCDecode4x4_JPEGXR_1u16s_C1R(from, buffer, held, 1, narrow.data(), 8, 0, &count, &in.state());
+      if (kind == 1) qeliVLCDecode4x4_JPEGXR_1u32s_C1R(from, buffer, held, 1, wide.data(), 16, 0, &count, &in.state());
+      if (kind == 2) qeliVLCDecodeDC444_JPEGXR_1u32s(from, buffer, held, wide.data(), 0, &count, &in.state());
+      if (kind == 3) qeliVLCDecodeDC422_JPEGXR_1u32s(from, buffer, held, wide.data(), &count, &in.state());
+      if (kind == 4) qeliVLCDecodeDC420_JPEGXR_1u32s(from, buffer, held, wide.data(), &count, &in.state());
+      decoded[kind] = std::max<int64_t>(decoded[kind], in.readStream - in.bytes.data());
+    }
+  EXPECT_EQ((std::array<int64_t, 5>{58, 98, 98, 92, 40}), coded);
+  EXPECT_EQ((std::array<int64_t, 5>{58, 96, 96, 90, 40}), decoded);  // 16 bits may be sent the codes of 32
+}
+
+TEST(FlcBlock, FieldsComeBack) {
+  Random random;
   for (uint32_t n = 0; n <= 15; ++n)
     for (uint32_t trim = 0; trim + n <= 15; ++trim) {
       Coder c, back;
       Block<int16_t> block{}, out{};
       const uint32_t unused[16] = {};
       const int64_t top = (1 << (n + trim)) - 1;
-      for (auto& v : block) v = int16_t(c.random.in(-top, top));
-      encodeFixed(c, block, unused, n, trim, false);
+      for (auto& v : block) v = int16_t(random.in(-top, top));
+      EXPECT_EQ(qelStatusOk, qeliFLCEncode4x4_JPEGXR_16s1u_C1R(block.data(), 8, unused, &c.stream, &c.bitBuffer,
+                                                               &c.bitCount, n, trim, 0));
       back.load(c);
-      decodeFixed<int16_t>(back, out, n, int16_t(1 << trim), false);
+      EXPECT_EQ(qelStatusOk, qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(&back.readStream, &back.bitBuffer, &back.bitCount,
+                                                                out.data(), 8, n, int16_t(1 << trim), 0));
       EXPECT_EQ(c.bitsWritten(), back.bitsRead());
       for (size_t k = 1; k < 16; ++k) ASSERT_EQ(block[k] / (1 << trim) * (1 << trim), out[k]);
       EXPECT_EQ(0, out[0]);
     }
-  Coder c;
-  Block<int32_t> block{};
-  uint32_t residual[16] = {1, 0, 2, 4};  // position 0 isn't coded
-  encodeFixed(c, block, residual, 0, 0, true);
-  EXPECT_EQ("", c.bits());
-  residual[5] = 1, residual[1] = 3;
-  encodeFixed(c, block, residual, 0, 0, true);
-  EXPECT_EQ("01", c.bits());
-  block[2] = -1;  // position 5, the first; then fourteen fields of 00
-  c.rewind();
-  encodeFixed(c, block, residual, 2, 0, false);
-  EXPECT_EQ("011" + Bits(28, '0'), c.bits());
-  // A sign goes with a value above 0 whose low bits are 0.
-  block[2] = -4, c.rewind();
-  encodeFixed(c, block, residual, 2, 0, false);
-  EXPECT_EQ("001" + Bits(28, '0'), c.bits());
-
-  Coder d;  // a negative sample grows downwards by a field without a sign
-  d.bytes[0] = 0x50;
-  Block<int32_t> refined{};
-  refined[2] = -6, refined[1] = 6;
-  decodeFixed(d, refined, 2, 2, true);
-  EXPECT_EQ(-8, refined[2]);
-  EXPECT_EQ(8, refined[1]);
-  Coder empty;  // no bits, and still the fetch
-  decodeFixed(empty, refined, 0, 2, true);
-  EXPECT_TRUE(empty.bitCount == 16 && empty.readStream == empty.bytes.data() + 2);
 }
 
-// --- DC blocks ---------------------------------------------------------------------------------------------
-TEST(VlcDc, RunsBehindTheEnd) {
-  for (const int32_t run : {5, 6}) {
-    Coder encoder, decoder;
-    const int32_t pair[2] = {run, -3};
-    qeliVLCEncodeDC420_JPEGXR_32s1u(pair, 1, &encoder.stream, &encoder.bitBuffer, &encoder.bitCount,
-                                    &encoder.state());
-    decoder.load(encoder);
-    std::vector<int32_t> out(6, 9), wanted(6);
-    int32_t count = 44;
-    EXPECT_EQ(qelStatusOk,
-              qeliVLCDecodeDC420_JPEGXR_1u32s(&decoder.readStream, &decoder.bitBuffer, &decoder.bitCount,
-                                              out.data(), &count, &decoder.state()));
-    if (run == 5) wanted[5] = -3;
-    EXPECT_EQ(wanted, out);
-    EXPECT_EQ(run == 5 ? 1 : 44, count);
-    EXPECT_EQ(encoder.bitsWritten(), decoder.bitsRead());
-  }
-}
 }  // namespace
 }  // namespace qelj::test

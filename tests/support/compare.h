@@ -213,7 +213,7 @@ inline int threadQuestions = 0;
 // One round of one export on one image.
 class Case {
  public:
-  Case(const Image& of, uint64_t stream, bool tryChecks) : image(of), random(stream), tryChecks_(tryChecks) {}
+  Case(const Image& of, Random numbers, bool tryChecks) : image(of), random(numbers), tryChecks_(tryChecks) {}
 
   const Image& image;
   Random random;

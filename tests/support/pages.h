@@ -40,6 +40,12 @@ class Pages {
     const auto offset = size_t(random.in(0, 63));
     return {bytes, place, offset};
   }
+  // Bytes behind which nothing can be read.
+  static Pages copyOf(const std::vector<uint8_t>& bytes) {
+    Pages pages(bytes.size(), before);
+    if (!bytes.empty()) std::memcpy(pages.data(), bytes.data(), bytes.size());
+    return pages;
+  }
   Pages(Pages&& other) noexcept
       : slot_(std::exchange(other.slot_, {})),
         data_(other.data_),

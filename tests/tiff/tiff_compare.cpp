@@ -50,6 +50,7 @@ QELJ_COMPARE(
       auto position = uint32_t(c.chance(60) ? 0 : c.chance(5) ? UINT32_MAX : start);
       c.call(unpack, src.data(), &position, Length{length}, dst.data(), Length{int32_t(dst.bytes())});
       c.value(position);
+      c.now(dst);
       // What comes behind continues from there.
       c.call(unpack, src.data(), &position, Length{length}, dst.data(), Length{int32_t(dst.bytes())});
       c.value(position);

@@ -1,5 +1,5 @@
 // The coding contexts of a code-block and the tables that lead from a sample's neighbourhood to its context
-// (ISO/IEC 15444-1, D.3), and the code-block style bits.
+// (ISO/IEC 15444-1, D.3).
 #ifndef QELJ_JPEG2000_CONTEXTS_H
 #define QELJ_JPEG2000_CONTEXTS_H
 
@@ -7,22 +7,9 @@
 #include <array>
 #include <cstdint>
 
-namespace qelj::jpeg2000 {
+#include "qelj.h"
 
-// Bits of codeStyle.
-enum : int32_t {
-  kCausal = 0x1,
-  kBypass = 0x2,
-  kTerminateAll = 0x4,
-  kResetContexts = 0x8,
-  kSegmentationSymbols = 0x10,
-  kLosslessEnd = 0x20,  // encoder, and the rest decoder
-  kCutCorrupted = 0x10000,
-  kKeepSamples = 0x20000,
-  kKeepMidPoint = 0x40000,
-  kKeepFlags = 0x80000,
-  kPredictableTermination = 0x100000,
-};
+namespace qelj::jpeg2000 {
 
 // The highest bit plane has number 30: bit 31 of a sample is its sign.
 inline constexpr int32_t kMagnitudeBits = 31;
@@ -79,7 +66,7 @@ constexpr SignificanceTable significanceTable(Band band) {
 inline constexpr SignificanceTable kSignificanceTables[3] = {detail::significanceTable(detail::Band::lowLow),
                                                              detail::significanceTable(detail::Band::highLow),
                                                              detail::significanceTable(detail::Band::highHigh)};
-constexpr int bandTable(int32_t subband) { return subband == 2 ? 1 : subband == 3 ? 2 : 0; }
+constexpr int bandTable(int32_t subband) { return subband == qelSubbandHL ? 1 : subband == qelSubbandHH ? 2 : 0; }
 
 // Context of a sample's sign, and in bit 7 what the sign is XORed with (Tables D.2 and D.3), by flag bits 4 to 12.
 inline constexpr auto kSignTable = [] {

@@ -103,7 +103,7 @@ struct Passes {
   template <class Bits>
   __attribute__((noinline)) bool significance(Bits& bits) const {
     auto block = reader(bits);
-    ownSignificancePass(grid, d.has(kCausal), kSignificanceTables[d.band], block);
+    ownSignificancePass(grid, d.has(qelCodeStyleCausal), kSignificanceTables[d.band], block);
     return end(bits, block);
   }
   template <class Bits>
@@ -114,9 +114,9 @@ struct Passes {
   }
   __attribute__((noinline)) bool cleanup(MqDecoder& bits) const {
     auto block = reader(bits);
-    ownCleanupPass(grid, d.has(kCausal), kSignificanceTables[d.band], block);
+    ownCleanupPass(grid, d.has(qelCodeStyleCausal), kSignificanceTables[d.band], block);
     uint32_t symbol = 10;
-    if (d.has(kSegmentationSymbols)) {
+    if (d.has(qelCodeStyleSymbols)) {
       symbol = 0;
       for (int i = 0; i < 4; ++i) symbol = symbol << 1 | block.decode(kUniform);
     }
@@ -127,7 +127,7 @@ struct Passes {
   template <class Bits>
   bool end(Bits& bits, const BlockReader<Bits>& block) const {
     bits = block.bits;
-    if (!Bits::kRaw && d.has(kResetContexts)) d.contexts.reset();
+    if (!Bits::kRaw && d.has(qelCodeStyleReset)) d.contexts.reset();
     --d.passes;
     return false;
   }
@@ -158,7 +158,7 @@ bool decodeTerminatedPass(Passes p, const uint8_t* src, size_t length) {
       --d.plane;
       d.next = d.next == kCleanup && d.plane >= d.bypassLimit ? kSignificanceMq : kSignificanceRaw;
   }
-  return bad | (d.has(kPredictableTermination) && mq.terminatedBadly());
+  return bad | (d.has(qelCodeStylePredictable) && mq.terminatedBadly());
 }
 
 // A segment of as many passes as belong together: all of a block's MQ passes down to the bypass limit, two
@@ -176,7 +176,7 @@ bool decodeSegment(Passes p, const uint8_t* src, size_t length) {
   MqDecoder mq(src, length);
   const auto cleanup = [&] {
     bad |= p.cleanup(mq);
-    if (d.has(kPredictableTermination) && (d.next == kCleanupBehindRaw || d.plane == d.bypassLimit))
+    if (d.has(qelCodeStylePredictable) && (d.next == kCleanupBehindRaw || d.plane == d.bypassLimit))
       bad |= mq.terminatedBadly();
     return d.passes > 0;
   };
@@ -212,7 +212,7 @@ void ownAttach(void* state, int32_t* dst, int32_t dstStep, QelSize size, int32_t
   d.height = size.height;
   numBitPlanes = std::clamp(numBitPlanes, 0, kMagnitudeBits);
   d.plane = numBitPlanes - 1;
-  d.bypassLimit = style & kBypass ? std::max(numBitPlanes - kPlanesBeforeBypass, 0) : 0;
+  d.bypassLimit = style & qelCodeStyleBypass ? std::max(numBitPlanes - kPlanesBeforeBypass, 0) : 0;
   d.style = style;
   d.band = bandTable(subband);
   d.passes = 0;
@@ -221,16 +221,17 @@ void ownAttach(void* state, int32_t* dst, int32_t dstStep, QelSize size, int32_t
   d.attached = 1;
   d.contexts.reset();
   store(state, d);
-  if (!d.has(kKeepSamples))
+  if (!d.has(qelCodeStyleKeepSamples))
     for (int32_t y = 0; y < size.height; ++y) std::memset(row(dst, dstStep, y), 0, size_t(size.width) * 4);
-  if (!d.has(kKeepFlags)) std::memset(flagMemory(state), 0, size_t(FlagGrid::count(size.width, size.height)) * 8);
+  if (!d.has(qelCodeStyleKeepFlags))
+    std::memset(flagMemory(state), 0, size_t(FlagGrid::count(size.width, size.height)) * 8);
 }
 
 QelStatus ownDecodeStep(void* state, const uint8_t* src, size_t length) {
   auto d = load<Decoder>(state);
   if (d.passes < 1 || d.plane < 0) return qelStatusOk;
   const Passes p{d, {flagMemory(state), d.width, d.height}};
-  const bool bad = d.has(kTerminateAll) ? decodeTerminatedPass(p, src, length) : decodeSegment(p, src, length);
+  const bool bad = d.has(qelCodeStyleTerminate) ? decodeTerminatedPass(p, src, length) : decodeSegment(p, src, length);
   if (bad) d.corrupted = 1;
   store(state, d);
   return bad ? qelStatusJpeg2kBadCodeBlock : qelStatusOk;
@@ -343,13 +344,13 @@ QelStatus qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* src, int32_t* dst,
   const int32_t c = d.plane;
   if (status == qelStatusJpeg2kBadCodeBlock) {
     if (bitPlaneReached) *bitPlaneReached = uint32_t(c);
-    if (d.has(kCutCorrupted) && c >= 0) {
+    if (d.has(qelCodeStyleCut) && c >= 0) {
       const uint32_t kept = uint32_t(-1) << c, half = uint32_t(1) << c;
       forEachSample(d, [=](uint32_t v) { return v & kept & 0x7FFFFFFF ? (v & kept) | half : 0; });
     }
   }
   // The mid-point bit and what stands below it.
-  if (!d.has(kKeepMidPoint) && c >= 1) forEachSample(d, [=](uint32_t v) { return v & uint32_t(-1) << c; });
+  if (!d.has(qelCodeStyleKeepMidPoint) && c >= 1) forEachSample(d, [=](uint32_t v) { return v & uint32_t(-1) << c; });
   return status;
 }
 

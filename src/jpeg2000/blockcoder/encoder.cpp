@@ -133,14 +133,14 @@ struct Loader {
 
   template <PassType Type, bool Raw>
   __attribute__((noinline)) void pass(int32_t plane) {
-    BlockWriter<Raw> writer{e.samples, grid.width, plane, kDistortions[plane == lowest && e.style & kLosslessEnd],
-                            symbols};
-    const bool causal = e.style & kCausal;
+    BlockWriter<Raw> writer{e.samples, grid.width, plane,
+                            kDistortions[plane == lowest && e.style & qelCodeStyleLossless], symbols};
+    const bool causal = e.style & qelCodeStyleCausal;
     if constexpr (Type == PassType::significance) ownSignificancePass(grid, causal, table, writer);
     if constexpr (Type == PassType::refinement) ownRefinementPass(grid, writer);
     if constexpr (Type == PassType::cleanup) {
       ownCleanupPass(grid, causal, table, writer);
-      if (e.style & kSegmentationSymbols)
+      if (e.style & qelCodeStyleSymbols)
         for (uint32_t bit : {1, 0, 1, 0}) writer.emit(kUniform, bit);
     }
     symbols = writer.out;
@@ -187,9 +187,9 @@ uint32_t sortSamples(const int32_t* src, int32_t srcStep, QelSize size, uint32_t
 // Where coders end: everywhere with termination on each pass, else where MQ and raw passes meet; and at the
 // block's end.
 void placeTerminations(Encoder& e) {
-  e.segments = e.passes || e.style & kTerminateAll ? 0 : 1;
+  e.segments = e.passes || e.style & qelCodeStyleTerminate ? 0 : 1;
   for (int32_t i = 0; i < e.passes; ++i) {
-    e.pass[i].terminated = e.style & kTerminateAll || i + 1 == e.passes || e.pass[i].raw != e.pass[i + 1].raw;
+    e.pass[i].terminated = e.style & qelCodeStyleTerminate || i + 1 == e.passes || e.pass[i].raw != e.pass[i + 1].raw;
     e.segments += e.pass[i].terminated;
   }
 }
@@ -204,7 +204,7 @@ int32_t codeSegment(Encoder& e, int32_t i, MqContexts& contexts, uint8_t*& end) 
     const uint8_t* to = e.symbols + pass.symbolsEnd;
     if constexpr (std::is_same_v<Coder, MqEncoder>) coder.encode(from, to, contexts);
     else coder.encode(from, to);
-    if (e.style & kResetContexts) contexts.reset();
+    if (e.style & qelCodeStyleReset) contexts.reset();
     const int pending = pass.terminated ? 0 : coder.pending();
     end = pass.terminated ? coder.flush() : coder.written();
     pass.rate = int32_t(end - e.output) + pending;
@@ -299,7 +299,7 @@ QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t src
   std::memset(e.flags, 0, size_t(FlagGrid::count(size.width, size.height)) * 8);
   Loader loader{e, {e.flags, size.width, size.height}, kSignificanceTables[bandTable(subband)], lowest, e.symbols};
   for (int32_t p = planes - 1; p >= lowest; --p)
-    loader.plane(p, p == planes - 1, codeStyle & kBypass && p < planes - kPlanesBeforeBypass);
+    loader.plane(p, p == planes - 1, codeStyle & qelCodeStyleBypass && p < planes - kPlanesBeforeBypass);
   placeTerminations(e);
 
   *numBitPlanes = planes;

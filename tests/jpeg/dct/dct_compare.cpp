@@ -77,6 +77,7 @@ constexpr auto toBlock = [](auto* function, Case& c) {
   auto& dst = c.rows<int16_t>(64);
   auto& table = drawnTable<Entry>(c);
   c.call(function, src.data(), Step{step}, dst.data(), table.data());
+  c.now(dst);
   for (int i = 0; i < 8; ++i) {
     refill(c, src);
     c.run(function, src.data(), step, dst.data(), table.data());
@@ -91,6 +92,7 @@ constexpr auto toImage = [](auto* function, Case& c) {
   auto& dst = c.region<Sample>(kSize, kSize, step);
   auto& table = drawnTable<Entry>(c);
   c.call(function, src.data(), dst.data(), Step{step}, table.data());
+  c.now(dst);
   table.fill([&] { return c.in(1, 2); });
   for (int i = 0; i < kBlocks; ++i) {
     refill(c, src);
@@ -105,6 +107,7 @@ constexpr auto blockToBlock = [](auto* function, Case& c) {
   auto& dst = c.chance(20) ? src : drawnBlock(c);
   auto& table = drawnTable<uint16_t>(c);
   c.call(function, src.data(), dst.data(), table.data());
+  c.now(dst);
   table.fill([&] { return c.in(kLeast, kMost); });
   for (int i = 0; i < 60; ++i) {
     refill(c, src);

@@ -1,16 +1,15 @@
-// Huffman tables and records for tests, and an encoder's bit stream written straight from the standard.
+// Huffman tables, records and blocks for tests.
 #ifndef QELJ_TESTS_HUFFMAN_SUPPORT_H
 #define QELJ_TESTS_HUFFMAN_SUPPORT_H
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <numeric>
 #include <string>
 #include <vector>
 
 #include "qelj.h"
-#include "support/buffer.h"
+#include "support/pages.h"
 
 namespace qelj::test {
 
@@ -118,11 +117,6 @@ inline std::string bitText(int64_t value, int length) {
   for (int b = length; b-- > 0;) text += char('0' + (value >> b & 1));
   return text;
 }
-inline int bitLength(int64_t value) {
-  int n = 0;
-  for (int64_t m = std::llabs(value); m; m >>= 1) ++n;
-  return n;
-}
 inline std::vector<uint8_t> stuffed(std::string text) {
   while (text.size() % 8) text += '1';
   std::vector<uint8_t> bytes;
@@ -131,32 +125,6 @@ inline std::vector<uint8_t> stuffed(std::string text) {
     if (bytes.back() == 0xFF) bytes.push_back(0);
   }
   return bytes;
-}
-
-// Symbols and value bits of one sequential block (F.1.2), up to the first symbol without a code.
-inline QelStatus blockText(const Block& block, int lastDC, const Lists& dc, const Lists& ac,
-                           std::string& text) {
-  const auto dcCodes = dc.codes(), acCodes = ac.codes();
-  const auto add = [&](const std::array<std::string, 256>& codes, int symbol, int value, int length) {
-    if (symbol > 255 || codes[size_t(symbol)].empty()) return false;
-    text += codes[size_t(symbol)] + bitText(value < 0 ? value - 1 : value, length);
-    return true;
-  };
-  const int d = block[0] - lastDC;
-  if (!add(dcCodes, bitLength(d), d, bitLength(d))) return qelStatusJpegHuffTable;
-  int run = 0;
-  for (int k = 1; k < 64; ++k) {
-    const int c = block[size_t(kScan[k])];
-    if (c == 0) {
-      ++run;
-      continue;
-    }
-    for (; run > 15; run -= 16)
-      if (!add(acCodes, 0xF0, 0, 0)) return qelStatusJpegHuffTable;
-    if (!add(acCodes, run * 16 + bitLength(c), c, bitLength(c))) return qelStatusJpegHuffTable;
-    run = 0;
-  }
-  return run == 0 || add(acCodes, 0, 0, 0) ? qelStatusOk : qelStatusJpegHuffTable;
 }
 
 // A block with about `percent` % of its coefficients not zero, of up to `bits` bits.

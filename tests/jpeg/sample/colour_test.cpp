@@ -1,5 +1,4 @@
-// The conversions of full resolution: near to JFIF's equations, the same in whole rows and in their parts, and some
-// numbers worked out by hand.
+// The conversions of full resolution: near to JFIF's equations, and the same in whole rows and in their parts.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -89,39 +88,6 @@ TEST(Colour, NearTheEquationsInWholeRowsAndParts) {
   expectNear(toRgb, qeliYCbCrToRGB_JPEG_8u_P3R, "012", "012", 4);
   expectNear(toRgb, qeliYCbCrToRGB_JPEG_8u_P3C4R, "012", "012x", 1);
   expectNear(toRgb, qeliYCbCrToBGR_JPEG_8u_P3C4R, "012", "210x", 1);
-}
-
-TEST(Colour, Corners) {
-  std::vector<uint8_t> blue;
-  for (int i = 0; i < 8; ++i) blue.insert(blue.end(), {0, 0, 255});
-  uint8_t y[8], cb[8], cr[8];
-  uint8_t* const ycc[] = {y, cb, cr};
-  ASSERT_EQ(qelStatusOk, qeliRGBToYCbCr_JPEG_8u_C3P3R(blue.data(), 24, ycc, 8, {8, 1}));
-  EXPECT_EQ(255, cb[0]);  // 256 before the clamp
-  for (const auto luma : {qeliRGBToY_JPEG_8u_C3C1R, qeliBGRToY_JPEG_8u_C3C1R}) {
-    const std::vector<uint8_t> white(24, 255);  // weights that sum to more than a unit keep it
-    ASSERT_EQ(qelStatusOk, luma(white.data(), 24, y, 8, {8, 1}));
-    EXPECT_EQ(255, y[0]);
-  }
-  // Full fields of packed pixels are 248 and 252; the top bit of 555 says nothing.
-  const uint16_t white[] = {0xFFFF, 0x7FFF, 0x001F, 0x7C00};
-  ASSERT_EQ(qelStatusOk, qeliRGB565ToYCbCr_JPEG_16u8u_C3P3R(white, 2, ycc, 8, {1, 1}));
-  EXPECT_EQ(250, y[0]);
-  ASSERT_EQ(qelStatusOk, qeliBGR555ToYCbCr_JPEG_16u8u_C3P3R(white, 8, ycc, 8, {4, 1}));
-  EXPECT_EQ((std::array<int, 4>{248, 248, 28, 74}),
-            (std::array<int, 4>{y[0], y[1], y[2], y[3]}));  // ..., blue, red
-  ASSERT_EQ(qelStatusOk, qeliRGB555ToYCbCr_JPEG_16u8u_C3P3R(white, 8, ycc, 8, {4, 1}));
-  EXPECT_EQ((std::array<int, 4>{248, 248, 74, 28}), (std::array<int, 4>{y[0], y[1], y[2], y[3]}));
-  const uint8_t zero[4] = {}, full[4] = {255, 255, 255, 255}, grey[4] = {128, 128, 128, 128};
-  const uint8_t *const black[] = {zero, zero, zero}, *const bright[] = {full, grey, grey};
-  uint8_t rgb[16];
-  ASSERT_EQ(qelStatusOk, qeliYCbCrToRGB_JPEG_8u_P3C3R(black, 4, rgb, 16, {4, 1}));
-  EXPECT_EQ((std::array<int, 3>{0, 135, 0}), (std::array<int, 3>{rgb[0], rgb[1], rgb[2]}));
-  uint16_t packed[4];
-  ASSERT_EQ(qelStatusOk, qeliYCbCrToRGB555_JPEG_8u16u_P3C3R(bright, 4, packed, 8, {4, 1}));
-  EXPECT_EQ(0x7FFF, packed[0]);
-  ASSERT_EQ(qelStatusOk, qeliYCbCrToBGR565_JPEG_8u16u_P3C3R(bright, 4, packed, 8, {4, 1}));
-  EXPECT_EQ(0xFFFF, packed[0]);
 }
 
 }  // namespace

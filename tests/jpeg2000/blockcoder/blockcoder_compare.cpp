@@ -323,8 +323,10 @@ constexpr auto progressive = [](auto* compared, Case& c) {
       segments = drawnSegments(c, s);
       next = at = 0;
       const int32_t style = decoderStyle(c, s, hasFlags);
+      const auto any = int32_t(c.in(-3, 45));
+      const int32_t planes = c.chance(10) ? any : segments.planes;
       if (call(QELJ_FIND(c, qeliDecodeCBProgrAttach_JPEG2K_32s_C1R), dst.data(), Step{dst.step()}, s.size,
-               state, s.subband, segments.planes, style))
+               state, s.subband, planes, style))
         continue;
       attached = hasFlags = true;
       call(setCounter, segments.passes, state);

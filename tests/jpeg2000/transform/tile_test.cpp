@@ -28,20 +28,6 @@ TEST(Tile53, ReconstructsPerfectly) {
     }
 }
 
-TEST(Tile53, SingleSamples) {
-  const QelRect even{2, -4, 1, 1}, odd{-1, 0, 1, 1}, both{1, 1, 1, 1};
-  uint8_t unused;
-  int32_t x = -3;
-  qeliWTFwd_B53_JPEG2K_32s_C1IR(&x, 4, &even, &unused);
-  EXPECT_EQ(-3, x);
-  qeliWTInv_D97_JPEG2K_32s_C1IR(&x, 4, &odd, &unused);
-  EXPECT_EQ(-1, x);
-  qeliWTFwd_B53_JPEG2K_32s_C1IR(&x, 4, &odd, &unused);
-  EXPECT_EQ(-2, x);
-  qeliWTFwd_D97_JPEG2K_32s_C1IR(&x, 4, &both, &unused);
-  EXPECT_EQ(-8, x);
-}
-
 // The planes are the tile transformed in place, cut in the middle, whatever its parity; and joined so on the way back.
 TEST(Tile53, BandsAreTheTileCutInTheMiddle) {
   Random random;

@@ -1,0 +1,63 @@
+// Every export as the comparison of images calls it, with numbers drawn from the input: the image at hand and the
+// portable one give the same bytes, in buffers beside inaccessible pages.
+#include <dlfcn.h>
+
+#include "support/compare.h"
+#include "support/fuzz.h"
+
+// On one thread, which forks nothing in each of many small calls, with small caches.
+extern "C" int32_t ownGetNumThreads(void) {
+  ++qelj::test::threadQuestions;
+  return 1;
+}
+extern "C" int32_t qelGetMaxCacheSizeB(int32_t* bytes) {
+  *bytes = 1 << 20;
+  return 0;
+}
+
+namespace qelj::test {
+void* Image::find(const char* name) const { return dlsym(handle_, name); }
+}  // namespace qelj::test
+
+namespace qelj::fuzz {
+namespace {
+
+const char* const kExports[] = {
+#define QELJ_EXPORT(name) #name,
+#define QELJ_EXPORT_AS(name, implementation) #name,
+#include "frame/exports.def"
+};
+
+test::Image open(const char* path) {
+  void* handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+  if (!handle) broken(dlerror(), __FILE__, __LINE__);
+  return {path, handle};
+}
+
+}  // namespace
+
+void run(Input input) {
+  static const test::Image images[] = {open(QELJ_LIBRARY), open(QELJ_PORTABLE_LIBRARY)};
+  const char* name = kExports[input.take<uint16_t>() % std::size(kExports)];
+  const bool floats = std::strstr(name, "_32f_") != nullptr;
+  const uint8_t choices = input.take();
+  const auto bytes = input.rest();
+  std::vector<uint8_t> given[std::size(images)];
+  for (size_t i = 0; i < std::size(images); ++i) {
+    test::Case c(images[i], test::Random(bytes.data(), bytes.size()), choices % 16 == 15);
+    if (!floats) c.environment = test::kFloatEnvironments[choices / 16 % std::size(test::kFloatEnvironments)];
+    c.mayRaiseFlags = true;  // some do on data that the kept digests don't have
+    test::comparisons().at(name).run(images[i].find(name), c);
+    given[i] = c.finish();
+    if (!c.fault().empty()) broken(c.fault().c_str(), name, 0);
+  }
+  if (given[0] != given[1]) broken("the images agree", name, 0);
+}
+
+std::vector<Seed> seeds() {
+  std::vector<Seed> all;
+  for (uint16_t i = 0; i < std::size(kExports); ++i) all.push_back(Seed().put(i).byte(i));
+  return all;
+}
+
+}  // namespace qelj::fuzz
