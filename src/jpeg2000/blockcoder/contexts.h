@@ -3,6 +3,7 @@
 #ifndef QELJ_JPEG2000_CONTEXTS_H
 #define QELJ_JPEG2000_CONTEXTS_H
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -42,22 +43,20 @@ enum : uint32_t {
 using SignificanceTable = std::array<uint8_t, 256>;
 namespace detail {
 enum class Band { lowLow, highLow, highHigh };
+// The labels of Table D.1, by the significant neighbours along the band's own direction, those across it, and diagonal
+// ones up to 2; of the HH band by diagonal ones up to 3, and all others up to 2.
+inline constexpr uint8_t kLabels[3][3][3] = {
+    {{0, 1, 2}, {3, 3, 3}, {4, 4, 4}}, {{5, 6, 6}, {7, 7, 7}, {7, 7, 7}}, {{8, 8, 8}, {8, 8, 8}, {8, 8, 8}}};
+inline constexpr uint8_t kHighHighLabels[4][3] = {{0, 1, 2}, {3, 4, 5}, {6, 7, 7}, {8, 8, 8}};
+
 constexpr SignificanceTable significanceTable(Band band) {
   SignificanceTable table{};
   for (uint32_t n = 0; n < table.size(); ++n) {
-    int h = !!(n & kEast) + !!(n & kWest), v = !!(n & kNorth) + !!(n & kSouth);
+    const int h = !!(n & kEast) + !!(n & kWest), v = !!(n & kNorth) + !!(n & kSouth);
     const int d = !!(n & kSouthEast) + !!(n & kSouthWest) + !!(n & kNorthEast) + !!(n & kNorthWest);
-    int label;
-    if (band == Band::highHigh) {
-      const int hv = h + v;
-      label = d >= 3 ? 8 : d == 2 ? (hv >= 1 ? 7 : 6) : d == 1 ? (hv >= 2 ? 5 : hv == 1 ? 4 : 3) : (hv >= 2 ? 2 : hv);
-    } else {
-      if (band == Band::highLow) {
-        const int t = h;
-        h = v, v = t;
-      }
-      label = h == 2 ? 8 : h == 1 ? (v >= 1 ? 7 : d >= 1 ? 6 : 5) : v == 2 ? 4 : v == 1 ? 3 : (d >= 2 ? 2 : d);
-    }
+    const int label = band == Band::highHigh  ? kHighHighLabels[std::min(d, 3)][std::min(h + v, 2)]
+                      : band == Band::highLow ? kLabels[v][h][std::min(d, 2)]
+                                              : kLabels[h][v][std::min(d, 2)];
     table[n] = uint8_t(kSignificance + label);
   }
   return table;
@@ -67,19 +66,18 @@ constexpr SignificanceTable significanceTable(Band band) {
 inline constexpr SignificanceTable kSignificanceTables[3] = {detail::significanceTable(detail::Band::lowLow),
                                                              detail::significanceTable(detail::Band::highLow),
                                                              detail::significanceTable(detail::Band::highHigh)};
-constexpr int ownBandTable(int32_t subband) { return subband == qelSubbandHL ? 1 : subband == qelSubbandHH ? 2 : 0; }
+constexpr int bandTable(int32_t subband) { return subband == qelSubbandHL ? 1 : subband == qelSubbandHH ? 2 : 0; }
 
 // Context of a sample's sign, and in bit 7 what the sign is XORed with (Tables D.2 and D.3), by flag bits 4 to 12.
 inline constexpr auto kSignTable = [] {
   std::array<uint8_t, 512> table{};
   for (uint32_t i = 0; i < table.size(); ++i) {
     const uint32_t n = i << 4;
-    const auto clamp = [](int x) { return x > 1 ? 1 : x < -1 ? -1 : x; };
     const auto one = [n](uint32_t significant, uint32_t negative) {
       return n & significant ? (n & negative ? -1 : 1) : 0;
     };
-    const int h = clamp(one(kWest, kWestNegative) + one(kEast, kEastNegative));
-    const int v = clamp(one(kNorth, kNorthNegative) + one(kSouth, kSouthNegative));
+    const int h = std::clamp(one(kWest, kWestNegative) + one(kEast, kEastNegative), -1, 1);
+    const int v = std::clamp(one(kNorth, kNorthNegative) + one(kSouth, kSouthNegative), -1, 1);
     const bool flip = h < 0 || (h == 0 && v < 0);
     const int label = h == 0 ? (v != 0) : 3 + (flip ? -v : v);
     table[i] = uint8_t((kSign + label) | (flip ? 0x80 : 0));
@@ -90,7 +88,7 @@ inline constexpr auto kSignTable = [] {
 }();
 
 // Context of a refinement (Table D.4), by "refined before" and "has a significant neighbour".
-constexpr int ownRefinementContext(uint32_t flags) {
+constexpr int refinementContext(uint32_t flags) {
   return kRefinement + (0xA4 >> ((flags >> 6 & 4) | (flags >> 12 & 2)) & 3);  // 0, 1, 2, 2
 }
 

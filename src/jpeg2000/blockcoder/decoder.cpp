@@ -43,7 +43,7 @@ struct Decoder {
 constexpr int32_t kFlagAlignment = 32, kFixedBytes = 388;
 static_assert(sizeof(Decoder) + kFlagAlignment - 1 <= kFixedBytes);
 
-uint64_t* ownFlags(void* state) {
+uint64_t* flagMemory(void* state) {
   const auto end = reinterpret_cast<uintptr_t>(state) + sizeof(Decoder);
   return reinterpret_cast<uint64_t*>((end + kFlagAlignment - 1) / kFlagAlignment * kFlagAlignment);
 }
@@ -54,7 +54,7 @@ QelStatus isDecoder(const void* state) {
 
 // Two border rows of words more than the rows of two samples, which leaves room for the flags as they are
 // kept here: no borders above and below, but words of twice the size. Exact for every size: 2^63 and a little at most.
-uint64_t ownStateSize(QelSize size) {
+uint64_t stateBytes(QelSize size) {
   const uint64_t rowBytes = (uint64_t(size.width) * 4 + 8 + 31) / 32 * 32;
   return rowBytes * (((uint64_t(size.height) + 1) >> 1) + 2) + kFixedBytes;
 }
@@ -134,7 +134,7 @@ struct Passes {
 };
 
 // A segment of exactly one pass.
-bool ownTerminatedPass(Passes p, const uint8_t* src, size_t length) {
+bool decodeTerminatedPass(Passes p, const uint8_t* src, size_t length) {
   Decoder& d = p.d;
   if (d.next == kSignificanceRaw || d.next == kRefinementRaw) {
     RawDecoder raw(src, length);
@@ -163,7 +163,7 @@ bool ownTerminatedPass(Passes p, const uint8_t* src, size_t length) {
 
 // A segment of as many passes as belong together: all of a block's MQ passes down to the bypass limit, two
 // raw passes, or the cleanup behind them. The plane stays where the counter ends.
-bool ownSegment(Passes p, const uint8_t* src, size_t length) {
+bool decodeSegment(Passes p, const uint8_t* src, size_t length) {
   Decoder& d = p.d;
   bool bad = false;
   if (d.next == kSignificanceRaw) {
@@ -214,7 +214,7 @@ void ownAttach(void* state, int32_t* dst, int32_t dstStep, QelSize size, int32_t
   d.plane = numBitPlanes - 1;
   d.bypassLimit = style & qelCodeStyleBypass ? std::max(numBitPlanes - kPlanesBeforeBypass, 0) : 0;
   d.style = style;
-  d.band = ownBandTable(subband);
+  d.band = bandTable(subband);
   d.passes = 0;
   d.next = kCleanup;
   d.corrupted = 0;
@@ -224,14 +224,14 @@ void ownAttach(void* state, int32_t* dst, int32_t dstStep, QelSize size, int32_t
   if (!d.has(qelCodeStyleKeepSamples))
     for (int32_t y = 0; y < size.height; ++y) std::memset(row(dst, dstStep, y), 0, size_t(size.width) * 4);
   if (!d.has(qelCodeStyleKeepFlags))
-    std::memset(ownFlags(state), 0, size_t(FlagGrid::count(size.width, size.height)) * 8);
+    std::memset(flagMemory(state), 0, size_t(FlagGrid::count(size.width, size.height)) * 8);
 }
 
-QelStatus ownStep(void* state, const uint8_t* src, size_t length) {
+QelStatus ownDecodeStep(void* state, const uint8_t* src, size_t length) {
   auto d = load<Decoder>(state);
   if (d.passes < 1 || d.plane < 0) return qelStatusOk;
-  const Passes p{d, {ownFlags(state), d.width, d.height}};
-  const bool bad = d.has(qelCodeStyleTerminate) ? ownTerminatedPass(p, src, length) : ownSegment(p, src, length);
+  const Passes p{d, {flagMemory(state), d.width, d.height}};
+  const bool bad = d.has(qelCodeStyleTerminate) ? decodeTerminatedPass(p, src, length) : decodeSegment(p, src, length);
   if (bad) d.corrupted = 1;
   store(state, d);
   return bad ? qelStatusJpeg2kBadCodeBlock : qelStatusOk;
@@ -255,7 +255,7 @@ void ownSetPassCounter(void* state, int32_t passes) {
 
 QelStatus qeliDecodeCBProgrGetStateSize_JPEG2K(QelSize size, int32_t* stateSize) {
   if (auto s = check(area(size), nonNull(stateSize)); s) return s;
-  const uint64_t bytes = ownStateSize(size);
+  const uint64_t bytes = stateBytes(size);
   if (bytes > INT32_MAX) return qelStatusBadSize;
   *stateSize = int32_t(bytes);
   return qelStatusOk;
@@ -272,7 +272,7 @@ QelStatus qeliDecodeCBProgrInit_JPEG2K(void* state) {
 
 QelStatus qeliDecodeCBProgrInitAlloc_JPEG2K(QelDecodeStateJPEG2K** state, QelSize size) {
   if (auto s = check(nonNull(state), area(size)); s) return s;
-  const uint64_t bytes = ownStateSize(size);
+  const uint64_t bytes = stateBytes(size);
   void* memory = bytes > INT32_MAX ? nullptr : ownAlloc(int32_t(bytes));
   *state = static_cast<QelDecodeStateJPEG2K*>(memory);
   if (!memory) return qelStatusNoMemory;
@@ -321,7 +321,7 @@ QelStatus qeliDecodeCBProgrStep_JPEG2K(const uint8_t* src, int32_t srcLen, void*
   if (auto s = nonNull(src, state); s) return s;
   if (auto s = isDecoder(state); s) return s;
   if (!load<Decoder>(state).attached) return qelStatusJpeg2kNotAttached;
-  return ownStep(state, src, size_t(std::max(srcLen, 0)));
+  return ownDecodeStep(state, src, size_t(std::max(srcLen, 0)));
 }
 
 QelStatus qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* src, int32_t* dst, int32_t dstStep, QelSize size,
@@ -336,7 +336,7 @@ QelStatus qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(const uint8_t* src, int32_t* dst,
   QelStatus status = qelStatusOk;
   for (int32_t i = 0; i < numSegments && status == qelStatusOk; ++i) {
     const uint32_t length = at(segmentLengths, i);
-    status = ownStep(state, src, length);
+    status = ownDecodeStep(state, src, length);
     src += length;
   }
 

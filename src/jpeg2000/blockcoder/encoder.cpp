@@ -77,7 +77,7 @@ constexpr int64_t kSymbolsPerBlock = 4 * kMagnitudeBits;
 // An MQ symbol costs 15 bits at the most; a segment's end up to five bytes.
 constexpr int64_t kBytesPerSymbol = 2, kBytesPerBlock = 8 * kMaxPasses;
 
-int64_t ownColumns(QelSize size) { return int64_t(size.width) * ((int64_t(size.height) + 3) / kStripe); }
+int64_t stripeColumns(QelSize size) { return int64_t(size.width) * ((int64_t(size.height) + 3) / kStripe); }
 
 // Notes the symbols of one pass and sums up its distortion.
 template <bool Raw>
@@ -157,7 +157,7 @@ struct Loader {
 };
 
 // Sorts the samples by stripe and column; returns all magnitudes' bits.
-uint32_t ownSortSamples(const int32_t* src, int32_t srcStep, QelSize size, uint32_t* dst) {
+uint32_t sortSamples(const int32_t* src, int32_t srcStep, QelSize size, uint32_t* dst) {
   uint32_t any = 0;
   for (int32_t y = 0; y < size.height; y += kStripe) {
     const int32_t rows = std::min(kStripe, size.height - y);
@@ -186,7 +186,7 @@ uint32_t ownSortSamples(const int32_t* src, int32_t srcStep, QelSize size, uint3
 
 // Where coders end: everywhere with termination on each pass, else where MQ and raw passes meet; and at the
 // block's end.
-void ownPlaceTerminations(Encoder& e) {
+void placeTerminations(Encoder& e) {
   e.segments = e.passes || e.style & qelCodeStyleTerminate ? 0 : 1;
   for (int32_t i = 0; i < e.passes; ++i) {
     e.pass[i].terminated = e.style & qelCodeStyleTerminate || i + 1 == e.passes || e.pass[i].raw != e.pass[i + 1].raw;
@@ -196,7 +196,7 @@ void ownPlaceTerminations(Encoder& e) {
 
 // Codes passes from `i` up to the next termination; returns the number of the pass behind it.
 template <class Coder>
-int32_t ownCodeSegment(Encoder& e, int32_t i, MqContexts& contexts, uint8_t*& end) {
+int32_t codeSegment(Encoder& e, int32_t i, MqContexts& contexts, uint8_t*& end) {
   Coder coder(end);
   for (;; ++i) {
     Pass& pass = e.pass[i];
@@ -224,8 +224,7 @@ void ownCode(Encoder& e) {
   int32_t segment = 0;
   for (int32_t i = 0; i < e.passes;) {
     const uint8_t* start = end;
-    i = e.pass[i].raw ? ownCodeSegment<RawEncoder>(e, i, contexts, end)
-                      : ownCodeSegment<MqEncoder>(e, i, contexts, end);
+    i = e.pass[i].raw ? codeSegment<RawEncoder>(e, i, contexts, end) : codeSegment<MqEncoder>(e, i, contexts, end);
     e.segmentLengths[segment++] = int32_t(end - start);
   }
   e.outputLength = int32_t(end - e.output);
@@ -235,7 +234,7 @@ void ownCode(Encoder& e) {
 QelStatus isEncoder(const Encoder* e) { return require(e->magic == kEncoderMagic, qelStatusContextMismatch); }
 
 // The checks that the three questions about a pass or segment share.
-QelStatus checkQuestion(const Encoder* state, int32_t number, const void* result, int32_t Encoder::*count) {
+QelStatus checkQuestion(const Encoder* state, int32_t number, const void* result, int32_t Encoder::* count) {
   if (!state) return qelStatusNullPointer;
   if (auto s = check(isEncoder(state), nonNull(result)); s) return s;  // other memory may be shorter than a state
   return require(number >= 0 && number < state->*count, qelStatusJpeg2kBadPassNumber);
@@ -246,7 +245,7 @@ QelStatus checkQuestion(const Encoder* state, int32_t number, const void* result
 QelStatus qeliEncodeInitAlloc_JPEG2K(QelEncodeStateJPEG2K** state, QelSize size) {
   if (auto s = check(nonNull(state), area(size)); s) return s;
   *state = nullptr;
-  const int64_t columns = ownColumns(size), words = FlagGrid::count(size.width, size.height);
+  const int64_t columns = stripeColumns(size), words = FlagGrid::count(size.width, size.height);
   if (columns > INT32_MAX / kSymbolsPerColumn) return qelStatusNoMemory;  // from here on, no product wraps
   const int64_t symbols = columns * kSymbolsPerColumn + kSymbolsPerBlock;
   // Widest alignment first.
@@ -285,7 +284,8 @@ QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t src
       s)
     return s;
   Encoder& e = *state;
-  if (ownColumns(size) > e.maxColumns || FlagGrid::count(size.width, size.height) > e.maxWords) return qelStatusBadSize;
+  if (stripeColumns(size) > e.maxColumns || FlagGrid::count(size.width, size.height) > e.maxWords)
+    return qelStatusBadSize;
 
   e.style = codeStyle;
   e.prevByte = prevByte;
@@ -294,13 +294,13 @@ QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t src
   e.coded = false;
   std::memset(e.segmentLengths, 0, sizeof e.segmentLengths);
 
-  const int32_t planes = int32_t(std::bit_width(ownSortSamples(src, srcStep, size, e.samples)));
+  const int32_t planes = int32_t(std::bit_width(sortSamples(src, srcStep, size, e.samples)));
   const int32_t lowest = kMagnitudeBits - std::clamp(magnitudeBits, 0, kMagnitudeBits);
   std::memset(e.flags, 0, size_t(FlagGrid::count(size.width, size.height)) * 8);
-  Loader loader{e, {e.flags, size.width, size.height}, kSignificanceTables[ownBandTable(subband)], lowest, e.symbols};
+  Loader loader{e, {e.flags, size.width, size.height}, kSignificanceTables[bandTable(subband)], lowest, e.symbols};
   for (int32_t p = planes - 1; p >= lowest; --p)
     loader.plane(p, p == planes - 1, codeStyle & qelCodeStyleBypass && p < planes - kPlanesBeforeBypass);
-  ownPlaceTerminations(e);
+  placeTerminations(e);
 
   *numBitPlanes = planes;
   *numPasses = e.passes;

@@ -1,5 +1,5 @@
-// The MQ arithmetic coder (ISO/IEC 15444-1, Annex C; the decoder in the software convention of J.1) and the
-// raw bits of the bypass mode, both ways. The registers live in small records that a pass copies into locals.
+// The MQ arithmetic coder (ISO/IEC 15444-1, Annex C; the decoder in the software convention of J.1) and the raw bits of
+// the bypass mode, both ways. The registers live in small records that a pass copies into locals.
 #ifndef QELJ_JPEG2000_MQ_H
 #define QELJ_JPEG2000_MQ_H
 
@@ -32,8 +32,8 @@ inline constexpr std::array<MqRow, 47> kMqRows = {{
     {0x0001, 45, 43, 0}, {0x5601, 46, 46, 0},
 }};
 
-// All that a context's state says, in one word: Qe in bits 16 to 31, the places in kMqStates of the next
-// state after an MPS (bits 9 to 15) and an LPS (bits 2 to 8), the MPS in bit 0. Place: 2 * row + MPS.
+// All that a context's state says, in one word: Qe in bits 16 to 31, the places in kMqStates of the next state after an
+// MPS (bits 9 to 15) and an LPS (bits 2 to 8), the MPS in bit 0. Place: 2 * row + MPS.
 using MqState = uint32_t;
 inline constexpr auto kMqStates = [] {
   std::array<MqState, 2 * kMqRows.size()> all{};
@@ -44,10 +44,10 @@ inline constexpr auto kMqStates = [] {
   }
   return all;
 }();
-constexpr uint32_t ownQe(MqState s) { return s >> 16; }
-constexpr uint32_t ownMps(MqState s) { return s & 1; }
+constexpr uint32_t qeOf(MqState s) { return s >> 16; }
+constexpr uint32_t mpsOf(MqState s) { return s & 1; }
 // The state after a symbol, chosen by masks of all ones or none: it stays where nothing is renormalised.
-inline MqState ownAfter(MqState s, uint32_t lps, uint32_t renormalised) {
+inline MqState stateAfter(MqState s, uint32_t lps, uint32_t renormalised) {
   const MqState next = kMqStates[s >> (9 - (lps & 7)) & 127];
   return s ^ ((s ^ next) & renormalised);
 }
@@ -95,9 +95,9 @@ class MqDecoder {
     c_ -= upper & lower;
     a_ = upper ^ ((upper ^ qe) & lower);
     const int shift = __builtin_clz(a_);  // never of 0
-    context = ownAfter(s, lps, uint32_t(-shift >> 31));
+    context = stateAfter(s, lps, uint32_t(-shift >> 31));
     renormalise(shift);
-    return ownMps(s) ^ (lps & 1);
+    return mpsOf(s) ^ (lps & 1);
   }
 
   // The same, for a symbol that hardly ever is the less probable one.
@@ -105,7 +105,7 @@ class MqDecoder {
     const uint32_t upper = a_ - (context & 0xFFFF0000);
     if (upper < 0x80000000 || upper <= c_) return decode(context);
     a_ = upper;
-    return ownMps(context);
+    return mpsOf(context);
   }
 
   // Whether the segment ends otherwise than an encoder with predictable termination ends it (D.4.2). Of no
@@ -214,13 +214,13 @@ class MqEncoder {
  private:
   QELJ_INLINE void encodeOne(MqState& context, uint32_t bit) {
     const MqState s = context;
-    const uint32_t qe = ownQe(s), upper = a_ - qe;
+    const uint32_t qe = qeOf(s), upper = a_ - qe;
     const uint32_t lps = 0 - ((s ^ bit) & 1), exchanged = uint32_t(int32_t(upper - qe) >> 31);
     const uint32_t lower = lps ^ exchanged;  // the lower part of the interval, whose size is Qe
     c_ += qe & ~lower;
     a_ = upper ^ ((upper ^ qe) & lower);
     int shift = __builtin_clz(a_) - 16;  // never of 0
-    context = ownAfter(s, lps, uint32_t(-shift >> 31));
+    context = stateAfter(s, lps, uint32_t(-shift >> 31));
     a_ <<= shift;
     while (__builtin_expect(shift >= ct_, 0)) {
       c_ <<= ct_;

@@ -1,17 +1,19 @@
-// The multiple-component transforms (ISO/IEC 15444-1, Annex G): three components of a pixel at a time, from
-// pixels or planes to planes, and back. The one kernel takes a transform, which holds the arithmetic for one
-// pixel and for a vector of pixels, and a layout on each side.
+// The multiple-component transforms (ISO/IEC 15444-1, Annex G): three components of a pixel at a time, from pixels or
+// planes to planes, and back. The one kernel takes a transform, which holds the arithmetic for one pixel and for a
+// vector of pixels, and a layout on each side.
 #include "frame/arith.h"
 #include "frame/check.h"
 #include "frame/fronts.h"
 #include "frame/lanes.h"
 #include "frame/rows.h"
-#include "jpeg2000/transform/lifting.h"
+#include "frame/ycbcr_weights.h"
+#include "jpeg2000/transform/half_sum.h"
 
 namespace qelj {
 namespace {
 
 using namespace jpeg2000;
+using namespace ycbcr;
 
 template <class V>
 struct Three {
@@ -30,15 +32,9 @@ struct RctForward {
  private:
   template <class V>
   static V quarter(V r, V g, V b) {  // (r + 2g + b) >> 2
-    if constexpr (std::is_same_v<V, int16_t>) {
-      return V((r + 2 * g + b) >> 2);
-    } else if constexpr (sizeof(Lane<V>) == 2) {
-      // h = (r + b) >> 1 without overflow; (2g + 2h + bit) >> 2 is (g + h) >> 1, for the bit cannot carry.
-      const auto half = [](V x, V y) { return addWrap(x & y, (x ^ y) >> 1); };
-      return half(g, half(r, b));
-    } else {
-      return shr(addWrap(addWrap(r, b), addWrap(g, g)), 2);
-    }
+    // Of 2 g + 2 halfSum(r, b) + a bit, that bit cannot carry.
+    if constexpr (sizeof(Lane<V>) == 2) return halfSum(g, halfSum(r, b));
+    else return shr(addWrap(addWrap(r, b), addWrap(g, g)), 2);
   }
 };
 struct RctInverse {
@@ -51,8 +47,7 @@ struct RctInverse {
  private:
   template <class V>
   static V quarter(V u, V v) {  // (u + v) >> 2
-    if constexpr (std::is_same_v<V, int16_t>) return V((u + v) >> 2);
-    else if constexpr (sizeof(Lane<V>) == 2) return addWrap(u & v, (u ^ v) >> 1) >> 1;
+    if constexpr (sizeof(Lane<V>) == 2) return shr(halfSum(u, v), 1);
     else return shr(addWrap(u, v), 2);
   }
 };
@@ -61,26 +56,30 @@ struct RctInverse {
 struct IctForward32f {
   template <class V>
   static Three<V> apply(V r, V g, V b) {
-    return {(r * 0.299f + g * 0.587f) + b * 0.114f, (r * -0.16875f + g * -0.33126f) + b * 0.5f,
-            (r * 0.5f + g * -0.41869f) + b * -0.08131f};
+    return {(r * float(kYR) + g * float(kYG)) + b * float(kYB), (r * float(kCbR) + g * float(kCbG)) + b * float(kCbB),
+            (r * float(kCrR) + g * float(kCrG)) + b * float(kCrB)};
   }
 };
 struct IctInverse32f {
   template <class V>
   static Three<V> apply(V y, V cb, V cr) {
-    return {cr * 1.402f + y, (cb * -0.34413f + cr * -0.71414f) + y, cb * 1.772f + y};
+    return {cr * float(kRCr) + y, (cb * float(kGCb) + cr * float(kGCr)) + y, cb * float(kBCb) + y};
   }
 };
 
-// G.3 with 14 fractional bits. 32-bit samples: everything wraps, nothing saturates.
+// G.3 with 14 fractional bits.
+constexpr int32_t kOne14 = 1 << 14, kHalf14 = kOne14 / 2;
+constexpr int32_t kYR14 = q14(kYR), kYG14 = q14(kYG), kYB14 = q14(kYB);
+constexpr int32_t kRCr14 = q14(kRCr), kGCb14 = q14(kGCb), kGCr14 = q14(kGCr), kBCb14 = q14(kBCb);
+
+// 32-bit samples: everything wraps, nothing saturates.
 template <class V>
 inline V times(V x, int32_t factor) {
-  if constexpr (OneSample<V>) return mulWrap(x, factor);
-  else return mulWrap(x, all<V>(factor));
+  return mulWrap(x, all<V>(factor));
 }
 template <class V>
 inline V rounded(V sum) {
-  return shr(addWrap(sum, all<V>(8192)), 14);
+  return shr(addWrap(sum, all<V>(kHalf14)), 14);
 }
 struct IctForward32s {
   template <class V>
@@ -88,82 +87,84 @@ struct IctForward32s {
     const auto sum = [&](int32_t cr, int32_t cg, int32_t cb) {
       return rounded(addWrap(addWrap(times(r, cr), times(g, cg)), times(b, cb)));
     };
-    return {sum(4899, 9617, 1868), sum(-2765, -5427, 1 << 13), sum(1 << 13, -6860, -1332)};
+    return {sum(kYR14, kYG14, kYB14), sum(q14(kCbR), q14(kCbG), q14(kCbB)), sum(q14(kCrR), q14(kCrG), q14(kCrB))};
   }
 };
 struct IctInverse32s {
   template <class V>
   static Three<V> apply(V y, V cb, V cr) {
-    return {addWrap(y, rounded(times(cr, 22970))), addWrap(y, rounded(addWrap(times(cb, -5638), times(cr, -11700)))),
-            addWrap(y, rounded(times(cb, 29032)))};
+    return {addWrap(y, rounded(times(cr, kRCr14))), addWrap(y, rounded(addWrap(times(cb, kGCb14), times(cr, kGCr14)))),
+            addWrap(y, rounded(times(cb, kBCb14)))};
   }
 };
 
-// 16-bit samples: the chroma is a scaled difference from the luma, cut to 16 bits before it is scaled;
-// results saturate.
+// 16-bit samples: the chroma is a scaled difference from the luma, cut to 16 bits before it is scaled; results
+// saturate. One sample has products of its own; vectors have multiply-adds of pairs.
+constexpr int32_t kCbOfDifference14 = q14(kCbOfDifference), kCrOfDifference14 = q14(kCrOfDifference);
+
 struct IctForward16s {
   static Three<int16_t> apply(int16_t r, int16_t g, int16_t b) {
-    const int32_t luma = 4899 * r + 9617 * g + 1868 * b;
+    const int32_t luma = kYR14 * r + kYG14 * g + kYB14 * b;
     const auto chroma = [&](int32_t x, int32_t scale) {
-      const auto difference = int16_t((x * (1 << 14) - luma + 8192) >> 14);
-      return clampI16((difference * scale + 8192) >> 14);
+      const auto difference = int16_t((x * kOne14 - luma + kHalf14) >> 14);
+      return clampI16((difference * scale + kHalf14) >> 14);
     };
-    return {clampI16((luma + 8192) >> 14), chroma(b, 9246), chroma(r, 11686)};
+    return {clampI16((luma + kHalf14) >> 14), chroma(b, kCbOfDifference14), chroma(r, kCrOfDifference14)};
   }
-  // The same sums as multiply-adds of pairs, (r, g) and (b, 1); the weight of the difference's own component
-  // is 1 << 14 less that in the luma.
+  // The same sums of the pairs (r, g) and (b, 1); in chroma, the weight of the difference's own component is a unit
+  // minus that in the luma.
   template <class V>
   static Three<V> apply(V r, V g, V b) {
-    using W = simd::With<int32_t, V>;
     const V one = all<V>(1);
     const V rgLow = simd::unpackLow(r, g), rgHigh = simd::unpackHigh(r, g);
     const V bLow = simd::unpackLow(b, one), bHigh = simd::unpackHigh(b, one);
     const auto sum = [](V rg, V b1, int cr, int cg, int cb) {
-      return W((simd::mulAddPairs(rg, simd::pairs<V>(cr, cg)) + simd::mulAddPairs(b1, simd::pairs<V>(cb, 8192))) >> 14);
+      return (simd::mulAddPairs(rg, simd::pairs<V>(cr, cg)) + simd::mulAddPairs(b1, simd::pairs<V>(cb, kHalf14))) >> 14;
     };
     const auto chroma = [&](int cr, int cg, int cb, int scale) {
       const V difference =
-          V(simd::packU16(sum(rgLow, bLow, cr, cg, cb) & 0xFFFF, sum(rgHigh, bHigh, cr, cg, cb) & 0xFFFF));
-      const V weights = simd::pairs<V>(scale, 8192);
-      return simd::packI16(W(simd::mulAddPairs(simd::unpackLow(difference, one), weights) >> 14),
-                           W(simd::mulAddPairs(simd::unpackHigh(difference, one), weights) >> 14));
+          as<V>(simd::packU16(sum(rgLow, bLow, cr, cg, cb) & 0xFFFF, sum(rgHigh, bHigh, cr, cg, cb) & 0xFFFF));
+      const V weights = simd::pairs<V>(scale, kHalf14);
+      return simd::packI16(simd::mulAddPairs(simd::unpackLow(difference, one), weights) >> 14,
+                           simd::mulAddPairs(simd::unpackHigh(difference, one), weights) >> 14);
     };
-    constexpr int k1 = 1 << 14;
-    return {simd::packI16(sum(rgLow, bLow, 4899, 9617, 1868), sum(rgHigh, bHigh, 4899, 9617, 1868)),
-            chroma(-4899, -9617, k1 - 1868, 9246), chroma(k1 - 4899, -9617, -1868, 11686)};
+    return {simd::packI16(sum(rgLow, bLow, kYR14, kYG14, kYB14), sum(rgHigh, bHigh, kYR14, kYG14, kYB14)),
+            chroma(-kYR14, -kYG14, kOne14 - kYB14, kCbOfDifference14),
+            chroma(kOne14 - kYR14, -kYG14, -kYB14, kCrOfDifference14)};
   }
 };
 struct IctInverse16s {
   static Three<int16_t> apply(int16_t y, int16_t cb, int16_t cr) {
     // Green subtracts a rounded positive term; the 32-bit form adds a rounded negative one.
-    return {clampI16(y + ((22970 * cr + 8192) >> 14)), clampI16(y - ((5638 * cb + 11700 * cr + 8192) >> 14)),
-            clampI16(y + ((29032 * cb + 8192) >> 14))};
+    return {clampI16(y + ((kRCr14 * cr + kHalf14) >> 14)),
+            clampI16(y - ((-kGCb14 * cb + -kGCr14 * cr + kHalf14) >> 14)),
+            clampI16(y + ((kBCb14 * cb + kHalf14) >> 14))};
   }
   template <class V>
   static Three<V> apply(V y, V cb, V cr) {
-    using W = simd::With<int32_t, V>;
     const V one = all<V>(1);
-    const W yLow = W(simd::unpackLow(y, y)) >> 16, yHigh = W(simd::unpackHigh(y, y)) >> 16;
+    const auto yLow = as<int32_t>(simd::unpackLow(y, y)) >> 16, yHigh = as<int32_t>(simd::unpackHigh(y, y)) >> 16;
     const auto term = [](V pairs, int even, int odd) { return simd::mulAddPairs(pairs, simd::pairs<V>(even, odd)); };
     const auto plus = [&](V chroma, int factor) {
-      return simd::packI16(W(yLow + (term(simd::unpackLow(chroma, one), factor, 8192) >> 14)),
-                           W(yHigh + (term(simd::unpackHigh(chroma, one), factor, 8192) >> 14)));
+      return simd::packI16(yLow + (term(simd::unpackLow(chroma, one), factor, kHalf14) >> 14),
+                           yHigh + (term(simd::unpackHigh(chroma, one), factor, kHalf14) >> 14));
     };
-    const V green = simd::packI16(W(yLow - ((term(simd::unpackLow(cb, cr), 5638, 11700) + 8192) >> 14)),
-                                  W(yHigh - ((term(simd::unpackHigh(cb, cr), 5638, 11700) + 8192) >> 14)));
-    return {plus(cr, 22970), green, plus(cb, 29032)};
+    const auto green = [&](V chroma) { return (term(chroma, -kGCb14, -kGCr14) + kHalf14) >> 14; };
+    return {plus(cr, kRCr14),
+            simd::packI16(yLow - green(simd::unpackLow(cb, cr)), yHigh - green(simd::unpackHigh(cb, cr))),
+            plus(cb, kBCb14)};
   }
 };
 
 // --- layouts: row y of the three components ----------------------------------------------------------------
 
 template <class T>
-struct Planes {
+struct ThreePlanes {
   T* plane[3];
   ptrdiff_t step;
 
-  Planes(T* const* p, ptrdiff_t s) : plane{p[0], p[1], p[2]}, step(s) {}
-  struct Row {
+  ThreePlanes(T* const* p, ptrdiff_t s) : plane{p[0], p[1], p[2]}, step(s) {}
+  struct Line {
     T *a, *b, *c;
     template <class V>
     Three<V> get(ptrdiff_t x) const {
@@ -174,15 +175,17 @@ struct Planes {
       store(offset(a, x), v.a), store(offset(b, x), v.b), store(offset(c, x), v.c);
     }
   };
-  Row operator[](ptrdiff_t y) const { return {row(plane[0], step, y), row(plane[1], step, y), row(plane[2], step, y)}; }
+  Line operator[](ptrdiff_t y) const {
+    return {row(plane[0], step, y), row(plane[1], step, y), row(plane[2], step, y)};
+  }
 };
 
 template <class T>
-struct Pixels {
+struct TriplePixels {
   T* pixel;
   ptrdiff_t step;
 
-  struct Row {
+  struct Line {
     T* first;
     template <class V>
     Three<V> get(ptrdiff_t x) const {
@@ -202,7 +205,7 @@ struct Pixels {
       else simd::storeTriples<V>(p, {v.a, v.b, v.c});
     }
   };
-  Row operator[](ptrdiff_t y) const { return {row(pixel, step, y)}; }
+  Line operator[](ptrdiff_t y) const { return {row(pixel, step, y)}; }
 };
 
 // --- the kernel --------------------------------------------------------------------------------------------
@@ -233,23 +236,23 @@ void ownComponentRow(const SrcRow src, const DstRow dst, int32_t width) {
 template <class Transform, class T>
 QelStatus pixelsToPlanes(const T* src, int32_t srcStep, T* const* dst, int32_t dstStep, QelSize size) {
   if (auto s = check(nonNull(src), planes(dst, 3), step(srcStep), step(dstStep), area(size)); s) return s;
-  const Pixels<const T> from{src, srcStep};
-  const Planes<T> to(dst, dstStep);
+  const TriplePixels<const T> from{src, srcStep};
+  const ThreePlanes<T> to(dst, dstStep);
   return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
 }
 
 template <class Transform, class T>
 QelStatus planesToPixels(const T* const* src, int32_t srcStep, T* dst, int32_t dstStep, QelSize size) {
   if (auto s = check(planes(src, 3), nonNull(dst), step(srcStep), step(dstStep), area(size)); s) return s;
-  const Planes<const T> from(src, srcStep);
-  const Pixels<T> to{dst, dstStep};
+  const ThreePlanes<const T> from(src, srcStep);
+  const TriplePixels<T> to{dst, dstStep};
   return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
 }
 
 template <class Transform, class T>
 QelStatus planesInPlace(T* const* srcDst, int32_t srcDstStep, QelSize size) {
   if (auto s = check(planes(srcDst, 3), step(srcDstStep), area(size)); s) return s;
-  const Planes<T> image(srcDst, srcDstStep);
+  const ThreePlanes<T> image(srcDst, srcDstStep);
   return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(image[y], image[y], size.width); });
 }
 

@@ -1,9 +1,9 @@
-// The row, column and single-step functions of both wavelets, over any filter of the skeleton. A region is
-// lifted out of place; the border that the filter needs is the caller's, and nothing is extended here.
+// The row, column and single-step functions of both wavelets, over any filter of the skeleton. A region is lifted out
+// of place; the border that the filter needs is the caller's, and nothing is extended here.
 //
-// Both directions number a line's positions alike: the first sample of the region has position 0, position m
-// belongs to sample m >> 1 of its band, and q = 1 when position 0 is odd. With the bands A and B of the
-// skeleton, `lead` is the position of A's sample 0.
+// Both directions number a line's positions alike: the first sample of the region has position 0, position m belongs to
+// sample m >> 1 of its band, and q = 1 when position 0 is odd. With the bands A and B of the skeleton, `lead` is the
+// position of A's sample 0.
 #ifndef QELJ_JPEG2000_TRANSFORM_REGION_H
 #define QELJ_JPEG2000_TRANSFORM_REGION_H
 
@@ -19,45 +19,25 @@ namespace qelj::jpeg2000::lifting {
 template <class T>
 inline constexpr ptrdiff_t kStripOfRegion = 1024 / ptrdiff_t(sizeof(T));
 
-// --- along rows --------------------------------------------------------------------------------------------
+// The two bands of a region.
+template <class T>
+struct BandPlanes {
+  T* low;
+  int32_t lowStep;
+  T* high;
+  int32_t highStep;
 
-// A filter may compute the samples near the ends of a line otherwise. Then it has Filter::kHasEnds, and
-//   inner<t>(w, lead)                        the range of sample numbers that have stage()'s form; t =
-//   kStages + 1
-//                                              stands for finish()
-//   end<t>(k, w, lead, x, left, right)       stage t of sample k outside that range
-template <class Filter>
-concept HasEnds = requires { Filter::kHasEnds; };
-struct Range {
-  ptrdiff_t from, to;
+  // The row at position m of a column.
+  T* line(ptrdiff_t m, int q) const { return (m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1); }
 };
 
-// Stage t of `count` samples of one band from number k on, in a line of w samples a band. Stage kStages + 1
-// is finish(), which has no neighbours: left and right are x.
-template <class Filter, int t, class T = typename Filter::Sample>
-inline void ownStageOfRow(ptrdiff_t k, ptrdiff_t count, ptrdiff_t w, int lead, T* dst, const T* x, const T* left,
-                          const T* right) {
-  Range inner{0, count};
-  if constexpr (HasEnds<Filter>) {
-    inner = Filter::template inner<t>(w, lead);
-    inner.from = std::clamp<ptrdiff_t>(inner.from - k, 0, count);
-    inner.to = std::clamp<ptrdiff_t>(inner.to - k, inner.from, count);
-    const auto end = [&](ptrdiff_t i) {
-      put(dst, i, Filter::template end<t>(k + i, w, lead, at(x, i), at(left, i), at(right, i)));
-    };
-    for (ptrdiff_t i = 0; i < inner.from; ++i) end(i);
-    for (ptrdiff_t i = inner.to; i < count; ++i) end(i);
-  }
-  const auto from = [&](auto* p) { return offset(p, inner.from); };
-  if constexpr (t > Filter::kStages) ownFinish<Filter>(inner.to - inner.from, from(dst), from(x));
-  else ownStage<Filter, t>(inner.to - inner.from, from(dst), from(x), from(left), from(right));
-}
+// --- along rows --------------------------------------------------------------------------------------------
 
 // A piece of a line, small enough for the stack and the first-level cache: samples i to i + n - 1 of both bands, and
 // before and behind them the samples that they depend on. Here B[j] stands between A[j] and A[j + 1], and A[0] and B[0]
 // are samples i - kStages / 2 and i - kStages / 2 + lead of their bands. Each stage lacks one sample more.
 template <class Filter>
-struct Piece {
+struct LinePiece {
   using T = typename Filter::Sample;
   static constexpr int S = Filter::kStages;
   static constexpr ptrdiff_t kLength = 512;
@@ -65,44 +45,62 @@ struct Piece {
   const int lead;
   T a[kLength + S], b[kLength + S - 1];
 
-  // Up to kLength samples from i on.
-  Piece(ptrdiff_t from, ptrdiff_t length, int leadOfA)
+  // Up to kLength samples from i on, of a line of w samples a band.
+  LinePiece(ptrdiff_t from, ptrdiff_t length, int leadOfA)
       : i(from), n(std::min(kLength, length - from)), w(length), lead(leadOfA) {}
 
   // Stage t, whose first sample goes to dst. `x` is the band that changes, `other` that of its neighbours.
   template <int t>
   void stage(T* dst, const T* x, const T* other) const {
     const T* const left = offset(other, (t - 1) / 2);
-    ownStageOfRow<Filter, t>(i - S / 2 + t / 2 + (t % 2 ? lead : 0), n + S - t, w, lead, dst, offset(x, t / 2), left,
-                             offset(left, 1));
+    samples<t>(i - S / 2 + t / 2 + (t % 2 ? lead : 0), n + S - t, dst, offset(x, t / 2), left, offset(left, 1));
+  }
+  // What follows the last stage, on samples i to i + n - 1 of B.
+  void finish(T* dst, const T* x) const { samples<S + 1>(i, n, dst, x, x, x); }
+
+ private:
+  // Stage t of `count` samples of one band from number k on; t = kStages + 1 is finish(), which has no neighbours.
+  template <int t>
+  void samples(ptrdiff_t k, ptrdiff_t count, T* dst, const T* x, const T* left, const T* right) const {
+    Range inner{0, count};
+    if constexpr (HasEnds<Filter>) {
+      inner = Filter::template inner<t>(w, lead);
+      inner.from = std::clamp<ptrdiff_t>(inner.from - k, 0, count);
+      inner.to = std::clamp<ptrdiff_t>(inner.to - k, inner.from, count);
+      const auto end = [&](ptrdiff_t j) {
+        put(dst, j, Filter::template end<t>(k + j, w, lead, at(x, j), at(left, j), at(right, j)));
+      };
+      for (ptrdiff_t j = 0; j < inner.from; ++j) end(j);
+      for (ptrdiff_t j = inner.to; j < count; ++j) end(j);
+    }
+    const auto from = [&](auto* p) { return offset(p, inner.from); };
+    if constexpr (t > S) applyFinish<Filter>(inner.to - inner.from, from(dst), from(x));
+    else applyStage<Filter, t>(inner.to - inner.from, from(dst), from(x), from(left), from(right));
   }
 };
 
 template <class Filter, class T = typename Filter::Sample>
 void ownForwardRow(const T* src, T* low, T* high, ptrdiff_t w, int q) {
   constexpr int S = Filter::kStages;
-  using Line = Piece<Filter>;
-  for (ptrdiff_t i = 0; i < w; i += Line::kLength) {
-    Line p(i, w, q);
-    ownSplit(2 * (p.n + S) - 1, offset(src, 2 * (i - S / 2) + q), p.a, p.b);
+  for (ptrdiff_t i = 0; i < w; i += LinePiece<Filter>::kLength) {
+    LinePiece<Filter> p(i, w, q);
+    split(2 * (p.n + S) - 1, offset(src, 2 * (i - S / 2) + q), p.a, p.b);
     p.template stage<1>(p.b, p.b, p.a);
     if constexpr (S == 4) {
       p.template stage<2>(p.a + 1, p.a, p.b);
       p.template stage<3>(p.b + 1, p.b, p.a);
     }
     p.template stage<S>(offset(low, i), p.a, p.b);
-    const T* const b = p.b + S / 2 - q;
-    ownStageOfRow<Filter, S + 1>(i, p.n, w, q, offset(high, i), b, b, b);
+    p.finish(offset(high, i), p.b + S / 2 - q);
   }
 }
 
 template <class Filter, class T = typename Filter::Sample>
 void ownInverseRow(const T* low, const T* high, T* dst, ptrdiff_t w, int q) {
   constexpr int S = Filter::kStages;
-  using Line = Piece<Filter>;
   const int lead = 1 - q;
-  for (ptrdiff_t i = 0; i < w; i += Line::kLength) {
-    Line p(i, w, lead);
+  for (ptrdiff_t i = 0; i < w; i += LinePiece<Filter>::kLength) {
+    LinePiece<Filter> p(i, w, lead);
     const T* const a = offset(high, i - S / 2);
     p.template stage<1>(p.b, offset(low, i - S / 2 + lead), a);
     p.template stage<2>(p.a + 1, a, p.b);
@@ -112,17 +110,17 @@ void ownInverseRow(const T* low, const T* high, T* dst, ptrdiff_t w, int q) {
     }
     const T* const odd = p.a + S / 2;
     const T* const even = p.b + S / 2 - lead;
-    ownMerge(2 * p.n, q ? odd : even, q ? even : odd, offset(dst, 2 * i));
+    merge(2 * p.n, q ? odd : even, q ? even : odd, offset(dst, 2 * i));
   }
 }
 
 // --- down columns ------------------------------------------------------------------------------------------
 
-// The values of a strip's rows, by position: what the caller gave, what a stage leaves for a later one, the
-// result. source(m) is the row that is read at position m; result(m) is where its final value goes, or null
-// for a position that is lifted only because others depend on it.
+// The values of a strip's rows, by position: what the caller gave, what a stage leaves for a later one, the result.
+// source(m) is the row that is read at position m; result(m) is where its final value goes, or null for a position that
+// is lifted only because others depend on it.
 template <class Filter, class Source, class Result>
-void ownLiftStrip(ptrdiff_t columns, ptrdiff_t w, int lead, Source source, Result result) {
+void liftStrip(ptrdiff_t columns, ptrdiff_t w, int lead, Source source, Result result) {
   using T = typename Filter::Sample;
   constexpr int S = Filter::kStages;
   constexpr int kFinal[2] = {S, Filter::kHasFinish ? S + 1 : S - 1};  // the last stage of A and of B
@@ -132,8 +130,8 @@ void ownLiftStrip(ptrdiff_t columns, ptrdiff_t w, int lead, Source source, Resul
     T* const done = t >= kFinal[(m ^ lead) & 1] ? result(m) : nullptr;
     return done ? done : slots[m & (kSlots - 1)];
   };
-  // The steps at which the first and the last rows that matter become the newest one. Before them, a stage
-  // may lift rows of zeros that nothing depends on.
+  // The steps at which the first and the last rows that matter become the newest one. Before them, a stage may lift
+  // rows of zeros that nothing depends on.
   const ptrdiff_t first = lead - (S - 2), last = 2 * w + lead + (S - 2);
   for (ptrdiff_t q = first; q <= last; q += 2) {
     const T* src[kStepRows<Filter>];
@@ -145,105 +143,95 @@ void ownLiftStrip(ptrdiff_t columns, ptrdiff_t w, int lead, Source source, Resul
     ownStep<Filter>(columns, src, dst);
   }
   if (const ptrdiff_t m = last - (S - 1); Filter::kHasFinish && result(m))
-    ownFinish<Filter>(columns, result(m), slots[m & (kSlots - 1)]);
+    applyFinish<Filter>(columns, result(m), slots[m & (kSlots - 1)]);
 }
 
 template <class Filter, class T = typename Filter::Sample>
-void ownForwardColumns(const T* src, ptrdiff_t srcStep, T* low, ptrdiff_t lowStep, T* high, ptrdiff_t highStep,
-                       QelSize size, int q) {
+void ownForwardColumns(const T* src, ptrdiff_t srcStep, const BandPlanes<T>& dst, QelSize size, int q) {
   for (ptrdiff_t x = 0; x < size.width; x += kStripOfRegion<T>)
-    ownLiftStrip<Filter>(
+    liftStrip<Filter>(
         std::min(kStripOfRegion<T>, size.width - x), size.height, q,
         [&](ptrdiff_t m) { return offset(row(src, srcStep, m), x); },
-        [&](ptrdiff_t m) -> T* {
-          if (m < 0 || m >= 2 * ptrdiff_t(size.height)) return nullptr;
-          return offset((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), x);
-        });
+        [&](ptrdiff_t m) { return m < 0 || m >= 2 * ptrdiff_t(size.height) ? nullptr : offset(dst.line(m, q), x); });
 }
 
 template <class Filter, class T = typename Filter::Sample>
-void ownInverseColumns(const T* low, ptrdiff_t lowStep, const T* high, ptrdiff_t highStep, T* dst, ptrdiff_t dstStep,
-                       QelSize size, int q) {
+void ownInverseColumns(const BandPlanes<const T>& src, T* dst, ptrdiff_t dstStep, QelSize size, int q) {
   for (ptrdiff_t x = 0; x < size.width; x += kStripOfRegion<T>)
-    ownLiftStrip<Filter>(
+    liftStrip<Filter>(
         std::min(kStripOfRegion<T>, size.width - x), size.height, 1 - q,
-        [&](ptrdiff_t m) { return offset((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), x); },
-        [&](ptrdiff_t m) -> T* {
+        [&](ptrdiff_t m) { return offset(src.line(m, q), x); },
+        [&](ptrdiff_t m) {
           return m < 0 || m >= 2 * ptrdiff_t(size.height) ? nullptr : offset(row(dst, dstStep, m), x);
         });
 }
 
 // --- fronts ------------------------------------------------------------------------------------------------
 
-template <class T>
-constexpr QelStatus checkRegion(const T* a, const T* b, const T* c, int32_t aStep, int32_t bStep, int32_t cStep,
-                                QelSize size) {
-  return check(nonNull(a, b, c), step(aStep), step(bStep), step(cStep), area(size));
+template <class T, class B>
+constexpr QelStatus checkRegion(const T* image, int32_t imageStep, const BandPlanes<B>& bands, QelSize size) {
+  return check(nonNull(image, bands.low, bands.high), step(imageStep), step(bands.lowStep), step(bands.highStep),
+               area(size));
 }
 
-// One::forward and One::inverse transform a line of one sample a band, where the wavelet has a form of its
-// own for that.
+// A line of one sample a band is the work of One::forward and One::inverse, where the wavelet has such a form.
 struct NoForm {};
 
 template <class Filter, class One = NoForm, class T = typename Filter::Sample>
-QelStatus forwardRows(const T* src, int32_t srcStep, T* low, int32_t lowStep, T* high, int32_t highStep, QelSize size,
-                      uint32_t phase) {
-  if (auto s = checkRegion<T>(src, low, high, srcStep, lowStep, highStep, size); s) return s;
+QelStatus forwardRows(const T* src, int32_t srcStep, const BandPlanes<T>& dst, QelSize size, uint32_t phase) {
+  if (auto s = checkRegion(src, srcStep, dst, size); s) return s;
   const int q = phase != 0;
   return forEachRowSerial(size, [&](int32_t y) {
     const T* const x = row(src, srcStep, y);
-    T *const l = row(low, lowStep, y), *const h = row(high, highStep, y);
+    T *const low = row(dst.low, dst.lowStep, y), *const high = row(dst.high, dst.highStep, y);
     if constexpr (!std::is_same_v<One, NoForm>)
-      if (size.width == 1) return One::forward([&](ptrdiff_t m) { return at(x, m); }, l, h, q);
-    ownForwardRow<Filter>(x, l, h, size.width, q);
+      if (size.width == 1) return One::forward([&](ptrdiff_t m) { return at(x, m); }, low, high, q);
+    ownForwardRow<Filter>(x, low, high, size.width, q);
   });
 }
 
 template <class Filter, class One = NoForm, class T = typename Filter::Sample>
-QelStatus inverseRows(const T* low, int32_t lowStep, const T* high, int32_t highStep, QelSize size, T* dst,
-                      int32_t dstStep, uint32_t phase) {
-  if (auto s = checkRegion<T>(low, high, dst, lowStep, highStep, dstStep, size); s) return s;
+QelStatus inverseRows(const BandPlanes<const T>& src, QelSize size, T* dst, int32_t dstStep, uint32_t phase) {
+  if (auto s = checkRegion(dst, dstStep, src, size); s) return s;
   const int q = phase != 0;
   return forEachRowSerial(size, [&](int32_t y) {
-    const T *const l = row(low, lowStep, y), *const h = row(high, highStep, y);
+    const T *const low = row(src.low, src.lowStep, y), *const high = row(src.high, src.highStep, y);
     T* const x = row(dst, dstStep, y);
     if constexpr (!std::is_same_v<One, NoForm>)
       if (size.width == 1)
-        return One::inverse([&](ptrdiff_t m) { return at((m ^ q) & 1 ? h : l, m >> 1); }, offset(x, q),
+        return One::inverse([&](ptrdiff_t m) { return at((m ^ q) & 1 ? high : low, m >> 1); }, offset(x, q),
                             offset(x, 1 - q), q);
-    ownInverseRow<Filter>(l, h, x, size.width, q);
+    ownInverseRow<Filter>(low, high, x, size.width, q);
   });
 }
 
 template <class Filter, class One = NoForm, class T = typename Filter::Sample>
-QelStatus forwardColumns(const T* src, int32_t srcStep, T* low, int32_t lowStep, T* high, int32_t highStep,
-                         QelSize size, uint32_t phase) {
-  if (auto s = checkRegion<T>(src, low, high, srcStep, lowStep, highStep, size); s) return s;
+QelStatus forwardColumns(const T* src, int32_t srcStep, const BandPlanes<T>& dst, QelSize size, uint32_t phase) {
+  if (auto s = checkRegion(src, srcStep, dst, size); s) return s;
   const int q = phase != 0;
   if constexpr (!std::is_same_v<One, NoForm>)
     if (size.height == 1) {
       for (int32_t i = 0; i < size.width; ++i)
-        One::forward([&](ptrdiff_t m) { return at(row(src, srcStep, m), i); }, offset(low, i), offset(high, i), q);
+        One::forward([&](ptrdiff_t m) { return at(row(src, srcStep, m), i); }, offset(dst.low, i), offset(dst.high, i),
+                     q);
       return qelStatusOk;
     }
-  ownForwardColumns<Filter>(src, srcStep, low, lowStep, high, highStep, size, q);
+  ownForwardColumns<Filter>(src, srcStep, dst, size, q);
   return qelStatusOk;
 }
 
 template <class Filter, class One = NoForm, class T = typename Filter::Sample>
-QelStatus inverseColumns(const T* low, int32_t lowStep, const T* high, int32_t highStep, QelSize size, T* dst,
-                         int32_t dstStep, uint32_t phase) {
-  if (auto s = checkRegion<T>(low, high, dst, lowStep, highStep, dstStep, size); s) return s;
+QelStatus inverseColumns(const BandPlanes<const T>& src, QelSize size, T* dst, int32_t dstStep, uint32_t phase) {
+  if (auto s = checkRegion(dst, dstStep, src, size); s) return s;
   const int q = phase != 0;
   if constexpr (!std::is_same_v<One, NoForm>)
     if (size.height == 1) {
       for (int32_t i = 0; i < size.width; ++i)
-        One::inverse(
-            [&](ptrdiff_t m) { return at((m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1), i); },
-            offset(row(dst, dstStep, q), i), offset(row(dst, dstStep, 1 - q), i), q);
+        One::inverse([&](ptrdiff_t m) { return at(src.line(m, q), i); }, offset(row(dst, dstStep, q), i),
+                     offset(row(dst, dstStep, 1 - q), i), q);
       return qelStatusOk;
     }
-  ownInverseColumns<Filter>(low, lowStep, high, highStep, dst, dstStep, size, q);
+  ownInverseColumns<Filter>(src, dst, dstStep, size, q);
   return qelStatusOk;
 }
 
