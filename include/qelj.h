@@ -2534,7 +2534,8 @@ QELJ_API QelStatus qeliVLCScan4x4DC_JPEGXR_32s(const int32_t* src, uint32_t mode
  * The decoders clear the fifteen samples first. Magnitudes above 2^30 + 1 behind modelBits can't be coded:
  * their length field is cut.
  * qelStatusNullPointer (also for a null byte pointer in `stream`), then qelStatusOutOfRange (bitCount below 0
- * or above 32, modelBits or trimBits above 15).
+ * or above 32, modelBits or trimBits above 15), then qelStatusContextMismatch: the scan in use is none of the
+ * record's own three, as in a record that was never filled, or in a copy before its first ScanSet.
  * @endcode
  * @{
  */

@@ -21,10 +21,13 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowBits low, Bit
           check(nonNull(state, src, pairCount), require(!kFlex || residual, qelStatusNullPointer), nonNull(stream));
       s)
     return s;
-  if (auto s = check(bitsHeld(*stream.bitCount), fieldBits(trimBits), fieldBits(modelBits)); s) return s;
+  ScanEntry* const scan = scanInUse(*state);
+  if (auto s = check(bitsHeld(*stream.bitCount), fieldBits(trimBits), fieldBits(modelBits),
+                     require(scan, qelStatusContextMismatch));
+      s)
+    return s;
 
   UnitWriter bits(stream);
-  ScanEntry* const scan = state->currentScan;
   const auto value = [=](uint32_t position) -> int32_t {
     return at(row(src, srcStep, kRow[position]), kColumn[position]);
   };
@@ -45,16 +48,16 @@ template <class T>
 QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstStep, int32_t chroma, int32_t* count,
                  VLCState* state) {
   if (auto s = check(nonNull(state, dst, count), nonNull(stream)); s) return s;
-  if (auto s = bitsHeld(*stream.bitCount); s) return s;
+  ScanEntry* const scan = scanInUse(*state);
+  if (auto s = check(bitsHeld(*stream.bitCount), require(scan, qelStatusContextMismatch)); s) return s;
 
   for (int c = 1; c < 4; ++c) put(dst, c, 0);
   for (int r = 1; r < 4; ++r)
     for (int c = 0; c < 4; ++c) put(row(dst, dstStep, r), c, 0);
   UnitReader bits(stream);
-  ScanEntry* const scan = state->currentScan;
   *count = ownDecodeCoefficients<kBlock>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
     const uint32_t product = uint32_t(scale) * level;  // wraps
-    put(row(dst, dstStep, scan[place].row), scan[place].column, T(negative ? 0u - product : product));
+    put(row(dst, dstStep, scan[place].row & 3), scan[place].column & 3, T(negative ? 0u - product : product));
     countSignificant(scan, place);
   });
   bits.finish();

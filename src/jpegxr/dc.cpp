@@ -62,7 +62,7 @@ QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitB
   UnitReader bits({stream, bitBuffer, bitCount});
   ScanEntry* const scan = state->scanTable2;
   *count = ownDecodeCoefficients<kDC444>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
-    put(dst, scan[place].position, signedLevel(level, negative));
+    put(dst, inBlock(scan[place].position), signedLevel(level, negative));
     countSignificant<1>(scan, place);
   });
   bits.finish();

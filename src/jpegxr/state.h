@@ -65,6 +65,16 @@ inline constexpr int kChromaStep = 3;
 inline constexpr uint8_t kColumn[kPlaces] = {0, 1, 0, 1, 3, 2, 3, 2, 0, 1, 0, 1, 3, 2, 3, 2};
 inline constexpr uint8_t kRow[kPlaces] = {0, 0, 1, 1, 0, 0, 1, 1, 3, 3, 2, 2, 3, 3, 2, 2};
 
+// The scan that the block coders use: null where the record points elsewhere, as one does that was never filled, or was
+// copied to another address.
+inline ScanEntry* scanInUse(VLCState& state) {
+  ScanEntry* const scan = state.currentScan;
+  const bool own = scan == state.scanTable0 || scan == state.scanTable1 || scan == state.scanTable2;
+  return own ? scan : nullptr;
+}
+// A scan's content is the caller's memory too: whatever it holds, a position stays in its block.
+inline uint32_t inBlock(uint32_t position) { return position % kPlaces; }
+
 // A significant coefficient at `place`: its count rises, and it changes places with the one before when it
 // has been significant more often. From `firstMoving` on, places can move.
 template <int firstMoving = 2>
@@ -125,7 +135,7 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
   uint32_t places = 0;
   if constexpr (!simd::kEnabled) {
     for (int k = 1; k < kPlaces; ++k) {
-      const uint32_t position = scan[k].position;
+      const uint32_t position = inBlock(scan[k].position);
       const int32_t v = value(position);
       places |= uint32_t(magnitude(v) >> modelBits != 0) << k;
       if constexpr (kResidual) put(residual, position, residualOf(v, modelBits, trimBits));
@@ -167,7 +177,7 @@ template <class Append>
 inline void walkSignificant(ScanEntry* scan, uint32_t places, Append&& append) {
   for (int last = 0; places; places &= places - 1) {
     const int k = std::countr_zero(places);
-    append(k - last - 1, scan[k].position);
+    append(k - last - 1, inBlock(scan[k].position));
     countSignificant(scan, k);
     last = k;
   }

@@ -63,6 +63,34 @@ TEST(VlcState, Size) {
   EXPECT_EQ(sizeof(void*) == 8 ? 2208 : 1780, size);
 }
 
+// A copy points into the record that it is one of; and a scan's places may hold anything.
+TEST(VlcState, OnlyItsOwnScansCount) {
+  Coder c, copy;
+  std::copy(c.record.begin(), c.record.end(), copy.record.begin());
+  Block<int16_t> block{5, 4, 3, 2, 1};
+  int32_t count = 0;
+  EXPECT_EQ(qelStatusContextMismatch,
+            qeliVLCEncode4x4_JPEGXR_16s1u_C1R(block.data(), 8, 0, 0, &copy.stream, &copy.bitBuffer, &copy.bitCount, &count,
+                                              &copy.state()));
+  EXPECT_EQ(qelStatusContextMismatch,
+            qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&copy.readStream, &copy.bitBuffer, &copy.bitCount, 1, block.data(), 8, 0,
+                                              &count, &copy.state()));
+  EXPECT_EQ((Block<int16_t>{5, 4, 3, 2, 1}), block);
+  EXPECT_EQ(0, copy.bitCount);
+  for (const uint32_t scan : {0, 1, 2}) {
+    ASSERT_EQ(qelStatusOk, qeliVLCScanSet_JPEGXR(&copy.state(), scan));
+    ASSERT_EQ(qelStatusOk, qeliVLCScanSet_JPEGXR(&c.state(), scan));
+    encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, copy, block);
+    encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, c, block);
+    EXPECT_EQ(c.bits(), copy.bits());
+    for (auto* places : {c.state().scanTable0, c.state().scanTable1, c.state().scanTable2})
+      for (int k = 0; k < kPlaces; ++k) places[k].position = places[k].row = places[k].column = 0x40000001u + uint32_t(k);
+    std::vector<int16_t> exact(16);
+    qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&c.readStream, &c.bitBuffer, &c.bitCount, 1, exact.data(), 8, 0, &count, &c.state());
+    c = Coder();
+  }
+}
+
 // What a discriminant may come to where there is no table to move to shows only after long streams of one kind.
 TEST(VlcState, AdaptationMovesBeyondTheBoundsOnly) {
   Coder c;
