@@ -63,6 +63,26 @@ TEST(VlcState, Size) {
   EXPECT_EQ(sizeof(void*) == 8 ? 2208 : 1780, size);
 }
 
+// All code tables and deltas, those too that no stream comes to. The hash is that of a separate copy of T.832's.
+TEST(VlcState, TablesOfTheStandard) {
+  Coder c;
+  VLCState& s = c.state();
+  uint64_t hash = 14695981039346656037u;
+  const auto mix = [&](const int32_t* values, int count) {
+    for (int i = 0; i < count; ++i) hash = (hash ^ uint32_t(values[i])) * 1099511628211u;
+  };
+  for (const int alphabet : {4, 5, 6, 7, 8, 9, 12})
+    for (int table = 0; table < 5; ++table) {
+      s.entry[5] = {alphabet, table, 1, 100, -100};
+      s.discriminant[5] = s.discriminant2[5] = 0;
+      qeliVLCAdapt_JPEGXR(&s, qelVLCGroupLowPass);
+      mix(s.codeTable[5], 2 * alphabet + 1);
+      if (alphabet != 4 && alphabet != 8) mix(s.deltaTable[5], alphabet);
+      if (alphabet == 6 || alphabet == 12) mix(s.deltaTable2[5], alphabet);
+    }
+  EXPECT_EQ(0x1B4B99095FF5EA19u, hash);
+}
+
 // What a discriminant may come to where there is no table to move to shows only after long streams of one kind.
 TEST(VlcState, AdaptationMovesBeyondTheBoundsOnly) {
   Coder c;
