@@ -1,4 +1,5 @@
 """JPEG XR both ways with libjxr's command-line programs."""
+import hashlib
 import os
 import random
 import unittest
@@ -71,6 +72,14 @@ class JpegXrTest(InteropTest):
         for options in (["-q", 1], ["-q", 12], ["-q", 1, "-f"]):
             path = self.encode_theirs(source, 3, *options)
             self.assert_same(self.decode_theirs(path, 3), self.decode_ours(path))
+
+    # tables.jxr leads through every code table that adapts, up and down. It is a picture found by search for that, 16
+    # columns wide because tables are chosen anew at the end of a row, coded by JxrEncApp of libjxr-tools
+    # 1.2~git20170615.f752187 (-c 2 -l 0 -q 1). The digest is that of the picture and of what JxrDecApp gives.
+    def test_known_file_of_all_code_tables(self):
+        ours = self.decode_ours(os.path.join(os.path.dirname(__file__), "tables.jxr"))
+        self.assertEqual("beec2b16ab4470333290f3c651c669b23d6b89463776736c4a8c53d266881737",
+                         hashlib.sha256(ours.astype("u1").tobytes()).hexdigest())
 
     def test_quality_pays(self):
         array = read_pnm(self.raccoon)

@@ -65,30 +65,54 @@ TEST(VlcState, Size) {
 
 // A copy points into the record that it is one of; and a scan's places may hold anything.
 TEST(VlcState, OnlyItsOwnScansCount) {
-  Coder c, copy;
-  std::copy(c.record.begin(), c.record.end(), copy.record.begin());
-  Block<int16_t> block{5, 4, 3, 2, 1};
-  int32_t count = 0;
-  EXPECT_EQ(qelStatusContextMismatch,
-            qeliVLCEncode4x4_JPEGXR_16s1u_C1R(block.data(), 8, 0, 0, &copy.stream, &copy.bitBuffer, &copy.bitCount, &count,
-                                              &copy.state()));
-  EXPECT_EQ(qelStatusContextMismatch,
-            qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&copy.readStream, &copy.bitBuffer, &copy.bitCount, 1, block.data(), 8, 0,
-                                              &count, &copy.state()));
-  EXPECT_EQ((Block<int16_t>{5, 4, 3, 2, 1}), block);
-  EXPECT_EQ(0, copy.bitCount);
   for (const uint32_t scan : {0, 1, 2}) {
-    ASSERT_EQ(qelStatusOk, qeliVLCScanSet_JPEGXR(&copy.state(), scan));
-    ASSERT_EQ(qelStatusOk, qeliVLCScanSet_JPEGXR(&c.state(), scan));
-    encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, copy, block);
-    encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, c, block);
+    Coder c, copy;
+    std::copy(c.record.begin(), c.record.end(), copy.record.begin());
+    Block<int16_t> block{5, 4, 3, 2, 1};
+    int32_t count = 0;
+    EXPECT_EQ(qelStatusContextMismatch,
+              qeliVLCEncode4x4_JPEGXR_16s1u_C1R(block.data(), 8, 0, 0, &copy.stream, &copy.bitBuffer, &copy.bitCount,
+                                                &count, &copy.state()));
+    EXPECT_EQ(qelStatusContextMismatch,
+              qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&copy.readStream, &copy.bitBuffer, &copy.bitCount, 1, block.data(), 8, 0,
+                                                &count, &copy.state()));
+    EXPECT_EQ((Block<int16_t>{5, 4, 3, 2, 1}), block);
+    for (Coder* coder : {&c, &copy}) {
+      ASSERT_EQ(qelStatusOk, qeliVLCScanSet_JPEGXR(&coder->state(), scan));
+      encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, *coder, block);
+    }
     EXPECT_EQ(c.bits(), copy.bits());
+
     for (auto* places : {c.state().scanTable0, c.state().scanTable1, c.state().scanTable2})
       for (int k = 0; k < kPlaces; ++k) places[k].position = places[k].row = places[k].column = 0x40000001u + uint32_t(k);
     std::vector<int16_t> exact(16);
-    qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&c.readStream, &c.bitBuffer, &c.bitCount, 1, exact.data(), 8, 0, &count, &c.state());
-    c = Coder();
+    Coder hostile;
+    hostile.load(copy);
+    c.bitCount = 0, c.bitBuffer = 0, c.bytes = hostile.bytes;
+    qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&c.readStream, &c.bitBuffer, &c.bitCount, 1, exact.data(), 8, 0, &count,
+                                      &c.state());
+    EXPECT_LT(0, count);
   }
+}
+
+// All code tables and deltas, those too that no stream comes to. The hash is that of a separate copy of T.832's.
+TEST(VlcState, TablesOfTheStandard) {
+  Coder c;
+  VLCState& s = c.state();
+  uint64_t hash = 14695981039346656037u;
+  const auto mix = [&](const int32_t* values, int count) {
+    for (int i = 0; i < count; ++i) hash = (hash ^ uint32_t(values[i])) * 1099511628211u;
+  };
+  for (const int alphabet : {4, 5, 6, 7, 8, 9, 12})
+    for (int table = 0; table < 5; ++table) {
+      s.entry[5] = {alphabet, table, 1, 100, -100};
+      s.discriminant[5] = s.discriminant2[5] = 0;
+      qeliVLCAdapt_JPEGXR(&s, qelVLCGroupLowPass);
+      mix(s.codeTable[5], 2 * alphabet + 1);
+      if (alphabet != 4 && alphabet != 8) mix(s.deltaTable[5], alphabet);
+      if (alphabet == 6 || alphabet == 12) mix(s.deltaTable2[5], alphabet);
+    }
+  EXPECT_EQ(0x1B4B99095FF5EA19u, hash);
 }
 
 // What a discriminant may come to where there is no table to move to shows only after long streams of one kind.

@@ -230,7 +230,8 @@ struct Content {
       : percent(rich ? 100 : c.of({0, 1, 3, 10, 30, 60, 100})),
         bits(c.of({1, 2, 3, 5, 8, 11, 15})),
         al(al),
-        rich(rich) {}
+        rich(rich),
+        ones(rich && c.chance(50)) {}
   Block block(Case& c) const {
     const bool empty = c.chance(rich ? 3 : 25);
     Block block = randomBlock(c.random, empty ? 0 : percent, std::max(bits, int(al)));
@@ -242,14 +243,14 @@ struct Content {
     if (c.chance(10)) block[0] = dc;
     if (rich)
       for (auto& x : block)
-        if (const int magnitude = (std::abs(x) & 0x7FFF) | 2 << al; x != 0)
+        if (const int magnitude = (std::abs(x) & 0x7FFF) | (ones ? 3 : 2) << al; x != 0)
           x = int16_t(x < 0 ? -magnitude : magnitude);
     return block;
   }
 
   int percent, bits;
   uint32_t al;
-  bool rich;
+  bool rich, ones;  // ones: all correction bits are 1, and their bytes stuffed
 };
 
 // Calls as Case::call does, of which nothing is kept.
@@ -325,13 +326,13 @@ int32_t anyPosition(Case& c, int32_t length) {
   const auto outside = c.of({-1, INT32_MIN, INT32_MAX, length + 1});
   return kind == 0 ? outside : kind < 5 ? inside : 0;
 }
-// Room for `most` bytes, or for less.
-Output anyRoom(Case& c, int32_t most) {
-  const auto length = int32_t(c.in(1, c.of({10, 60, 600, most, most})));
+Output room(Case& c, int32_t length) {
   Output out{c.rows<uint8_t>(length).data(), length, newEncodeState(c)};
   out.pos = anyPosition(c, length);
   return out;
 }
+// Room for `most` bytes, or for less.
+Output anyRoom(Case& c, int32_t most) { return room(c, int32_t(c.in(1, c.of({10, 60, 600, most, most})))); }
 
 // Runs code(output, flush) on some blocks. Behind a failure, few blocks are coded on.
 template <class Code>
@@ -355,9 +356,10 @@ constexpr auto encode = [](auto* function, Case& c) {
   const Band band(c);
   const bool run = kOfBand<kKind> && c.chance(4), rich = kKind == Kind::acRefine && c.chance(20);
   const Content content(c, band.al, rich);
-  const int64_t blocks = rich ? c.in(13, 60) : c.in(1, 12);
+  const int64_t blocks = content.ones ? c.in(12, 15) : rich ? c.in(13, 60) : c.in(1, 12);
   const bool heeding = rich || run || c.chance(30);
-  Output out = anyRoom(c, rich ? 9000 : 3000);
+  // What a flush stores of such a run may just fit, or not.
+  Output out = content.ones ? room(c, int32_t(c.in(130, 280))) : anyRoom(c, rich ? 9000 : 3000);
   if (run) {
     Silent silent;
     const QelStatus s = longRun<kKind>(c, band, [&](const int16_t* block) {
