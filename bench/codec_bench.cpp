@@ -36,8 +36,8 @@ void jpeg(const char* photograph, TJSAMP sampling, const char* name) {
       [&image, sampling, compressor = tjInitCompress()] {
         unsigned char* file = nullptr;
         unsigned long bytes = 0;
-        tjCompress2(compressor, image.data.data(), image.width, 0, image.height, TJPF_RGB, &file, &bytes,
-                    sampling, 85, TJFLAG_ACCURATEDCT);
+        tjCompress2(compressor, image.data.data(), image.width, 0, image.height, TJPF_RGB, &file, &bytes, sampling, 85,
+                    TJFLAG_ACCURATEDCT);
         tjFree(file);
       });
 

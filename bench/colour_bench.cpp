@@ -56,23 +56,19 @@ void measure(const std::string& image, const Photo& photo) {
   const auto forward = [&](const std::string& name, auto* ours, const Samples* src, PeerForward* peer) {
     pair(
         name + ", " + image, mpix, "MPix/s", [=] { ours(src->row(0), src->step(), to.ours, step, size); },
-        [=] { peer(width, src->rows(), const_cast<uint8_t***>(to.peer), 0, size.height); },
-        copy(rgb, out3, 1));
+        [=] { peer(width, src->rows(), const_cast<uint8_t***>(to.peer), 0, size.height); }, copy(rgb, out3, 1));
   };
   const auto inverse = [&](const std::string& name, auto ours, Samples* dst, PeerInverse* peer) {
     pair(
         name + ", " + image, mpix, "MPix/s", [=] { ours(from.ours, step, dst->row(0), dst->step(), size); },
-        [=] { peer(width, const_cast<uint8_t***>(from.peer), 0, dst->rows(), size.height); },
-        copy(rgb, out3, 1));
+        [=] { peer(width, const_cast<uint8_t***>(from.peer), 0, dst->rows(), size.height); }, copy(rgb, out3, 1));
   };
   forward("RGB to YCbCr", qeliRGBToYCbCr_JPEG_8u_C3P3R, rgb, jsimd_rgb_ycc_convert_avx2);
   forward("RGBX to YCbCr", qeliRGBToYCbCr_JPEG_8u_C4P3R, rgbx, jsimd_extrgbx_ycc_convert_avx2);
   pair(
       "RGB to Y, " + image, mpix, "MPix/s",
       [=] { qeliRGBToY_JPEG_8u_C3C1R(rgb->row(0), rgb->step(), to.ours[0], step, size); },
-      [=] {
-        jsimd_rgb_gray_convert_avx2(width, rgb->rows(), const_cast<uint8_t***>(to.peer), 0, size.height);
-      });
+      [=] { jsimd_rgb_gray_convert_avx2(width, rgb->rows(), const_cast<uint8_t***>(to.peer), 0, size.height); });
   inverse("YCbCr to RGB", qeliYCbCrToRGB_JPEG_8u_P3C3R, out3, jsimd_ycc_rgb_convert_avx2);
   inverse(
       "YCbCr to RGBX", [](auto... a) { return qeliYCbCrToRGB_JPEG_8u_P3C4R(a..., 255); }, out4,
@@ -83,23 +79,15 @@ void measure(const std::string& image, const Photo& photo) {
     pair(name + ", " + image, mpix, "MPix/s", std::move(work), {},
          bytes == 3 ? Work(copy(rgb, out3, 1)) : Work(copy(rgbx, out4, 1)));
   };
-  alone(
-      "RGB planes to YCbCr", [=] { qeliRGBToYCbCr_JPEG_8u_P3R(planesRgb.ours, step, to.ours, step, size); },
-      3);
-  alone(
-      "RGB planes to Y", [=] { qeliRGBToY_JPEG_8u_P3C1R(planesRgb.ours, step, to.ours[0], step, size); }, 3);
-  alone(
-      "YCbCr to RGB planes", [=] { qeliYCbCrToRGB_JPEG_8u_P3R(from.ours, step, to.ours, step, size); }, 3);
+  alone("RGB planes to YCbCr", [=] { qeliRGBToYCbCr_JPEG_8u_P3R(planesRgb.ours, step, to.ours, step, size); }, 3);
+  alone("RGB planes to Y", [=] { qeliRGBToY_JPEG_8u_P3C1R(planesRgb.ours, step, to.ours[0], step, size); }, 3);
+  alone("YCbCr to RGB planes", [=] { qeliYCbCrToRGB_JPEG_8u_P3R(from.ours, step, to.ours, step, size); }, 3);
   const Samples* k = make(1);
   Samples* kOut = make(1);
   const std::array<uint8_t*, 4> from4{from.ours[0], from.ours[1], from.ours[2], k->row(0)},
       to4{to.ours[0], to.ours[1], to.ours[2], kOut->row(0)};
-  alone(
-      "CMYK to YCCK",
-      [=] { qeliCMYKToYCCK_JPEG_8u_C4P4R(rgbx->row(0), rgbx->step(), to4.data(), step, size); }, 4);
-  alone(
-      "YCCK to CMYK",
-      [=] { qeliYCCKToCMYK_JPEG_8u_P4C4R(from4.data(), step, out4->row(0), out4->step(), size); }, 4);
+  alone("CMYK to YCCK", [=] { qeliCMYKToYCCK_JPEG_8u_C4P4R(rgbx->row(0), rgbx->step(), to4.data(), step, size); }, 4);
+  alone("YCCK to CMYK", [=] { qeliYCCKToCMYK_JPEG_8u_P4C4R(from4.data(), step, out4->row(0), out4->step(), size); }, 4);
 }
 
 }  // namespace

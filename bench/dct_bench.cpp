@@ -111,8 +111,7 @@ struct Subject {
     coefficients.resize(size_t(plane.blocks()));
     out = coefficients;
     plane.forEachBlock([&](size_t i, int y, int x) {
-      qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(plane.rows[size_t(y)] + x, plane.width, coefficients[i].at,
-                                          tables.forward);
+      qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(plane.rows[size_t(y)] + x, plane.width, coefficients[i].at, tables.forward);
     });
   }
 };

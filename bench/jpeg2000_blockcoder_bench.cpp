@@ -26,10 +26,10 @@ std::function<void(std::function<void()>)> onEncode, onDecode;  // given: one mo
 extern "C" {
 int __real_opj_t1_encode_cblks(void* tcd, void* tile, void* tcp, const double* norms, uint32_t normCount);
 int __wrap_opj_t1_encode_cblks(void* tcd, void* tile, void* tcp, const double* norms, uint32_t normCount);
-void __real_opj_t1_decode_cblks(void* tcd, volatile int* ok, void* component, void* coding, void* events,
-                                void* mutex, int checkTermination);
-void __wrap_opj_t1_decode_cblks(void* tcd, volatile int* ok, void* component, void* coding, void* events,
-                                void* mutex, int checkTermination);
+void __real_opj_t1_decode_cblks(void* tcd, volatile int* ok, void* component, void* coding, void* events, void* mutex,
+                                int checkTermination);
+void __wrap_opj_t1_decode_cblks(void* tcd, volatile int* ok, void* component, void* coding, void* events, void* mutex,
+                                int checkTermination);
 
 int __wrap_opj_t1_encode_cblks(void* tcd, void* tile, void* tcp, const double* norms, uint32_t normCount) {
   const auto again = [=] { __real_opj_t1_encode_cblks(tcd, tile, tcp, norms, normCount); };
@@ -37,11 +37,9 @@ int __wrap_opj_t1_encode_cblks(void* tcd, void* tile, void* tcp, const double* n
   if (const auto once = std::exchange(onEncode, nullptr)) once(again);
   return result;
 }
-void __wrap_opj_t1_decode_cblks(void* tcd, volatile int* ok, void* component, void* coding, void* events,
-                                void* mutex, int checkTermination) {
-  const auto again = [=] {
-    __real_opj_t1_decode_cblks(tcd, ok, component, coding, events, mutex, checkTermination);
-  };
+void __wrap_opj_t1_decode_cblks(void* tcd, volatile int* ok, void* component, void* coding, void* events, void* mutex,
+                                int checkTermination) {
+  const auto again = [=] { __real_opj_t1_decode_cblks(tcd, ok, component, coding, events, mutex, checkTermination); };
   again();
   if (onDecode) onDecode(again);
 }
@@ -73,8 +71,8 @@ opj_stream_t* openStream(Memory& memory, bool input) {
     m.at += n;
     return n;
   });
-  opj_stream_set_skip_function(
-      s, [](OPJ_OFF_T n, void* user) { return static_cast<Memory*>(user)->at += size_t(n), n; });
+  opj_stream_set_skip_function(s,
+                               [](OPJ_OFF_T n, void* user) { return static_cast<Memory*>(user)->at += size_t(n), n; });
   opj_stream_set_seek_function(s, [](OPJ_OFF_T to, void* user) {
     static_cast<Memory*>(user)->at = size_t(to);
     return OPJ_BOOL(1);
@@ -99,8 +97,7 @@ Memory peerEncode(const Photo& photo) {
   opj_setup_encoder(codec, &parameters, image);
   Memory out;
   opj_stream_t* stream = openStream(out, false);
-  if (!opj_start_compress(codec, image, stream) || !opj_encode(codec, stream) ||
-      !opj_end_compress(codec, stream))
+  if (!opj_start_compress(codec, image, stream) || !opj_encode(codec, stream) || !opj_end_compress(codec, stream))
     std::exit(1);
   opj_stream_destroy(stream), opj_destroy_codec(codec), opj_image_destroy(image);
   return out;
@@ -180,8 +177,8 @@ void encode(Picture& picture, QelEncodeStateJPEG2K* state) {
       }
     int32_t segments = 0, length = sizeof bytes, more = 0, rate = 0;
     double dist = 0;
-    qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(samples, b.width * 4, {b.width, b.height}, state, b.subband,
-                                           b.magnitudeBits, 0, 0, kStyle, &b.planes, &b.passes, &segments);
+    qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(samples, b.width * 4, {b.width, b.height}, state, b.subband, b.magnitudeBits,
+                                           0, 0, kStyle, &b.planes, &b.passes, &segments);
     qeliEncodeStoreBits_JPEG2K_1u(bytes, &length, state, &more);
     for (int32_t p = 0; p < b.passes; ++p) {
       qeliEncodeGetRate_JPEG2K(state, p, &rate);
@@ -198,8 +195,8 @@ void decode(const Picture& picture, std::vector<uint8_t>& state) {
     if (!b.passes) continue;
     const auto length = uint32_t(b.bytes.size());
     qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(b.bytes.data(), samples, b.width * 4, {b.width, b.height}, b.subband,
-                                         uint32_t(b.planes + b.magnitudeBits - 31), uint32_t(b.passes),
-                                         &length, 1, 0, nullptr, state.data());
+                                         uint32_t(b.planes + b.magnitudeBits - 31), uint32_t(b.passes), &length, 1, 0,
+                                         nullptr, state.data());
     for (int32_t y = 0; y < b.height; ++y)
       for (int32_t x = 0; x < b.width; ++x) {
         const int32_t v = samples[y * b.width + x], m = v & INT32_MAX;
@@ -235,8 +232,7 @@ int main(int argc, char** argv) {
     onDecode = [&](std::function<void()> peerDecodes) {
       components.push_back(std::move(peerDecodes));
       if (components.size() != 3) return;
-      pair(
-          "encode code-blocks, lossless", samples, "MSample/s", [&] { encode(picture, state); }, peerEncodes);
+      pair("encode code-blocks, lossless", samples, "MSample/s", [&] { encode(picture, state); }, peerEncodes);
       pair(
           "decode code-blocks, lossless", samples, "MSample/s", [&] { decode(picture, memory); },
           [&] {

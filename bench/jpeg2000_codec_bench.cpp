@@ -85,8 +85,8 @@ void encodeTheirs(const Photo& photo, double bitsPerPixel, std::vector<uint8_t>&
   Memory memory{&file};
   opj_stream_t* stream = open(memory, false);
   opj_codec_t* codec = opj_create_compress(OPJ_CODEC_J2K);
-  expect(opj_setup_encoder(codec, &p, image) && opj_start_compress(codec, image, stream) &&
-             opj_encode(codec, stream) && opj_end_compress(codec, stream),
+  expect(opj_setup_encoder(codec, &p, image) && opj_start_compress(codec, image, stream) && opj_encode(codec, stream) &&
+             opj_end_compress(codec, stream),
          "encoding");
   opj_destroy_codec(codec);
   opj_stream_destroy(stream);
@@ -100,12 +100,11 @@ void decodeTheirs(std::vector<uint8_t>& file, std::vector<uint8_t>& rgb) {
   opj_stream_t* stream = open(memory, true);
   opj_codec_t* codec = opj_create_decompress(OPJ_CODEC_J2K);
   opj_image_t* image = nullptr;
-  expect(opj_setup_decoder(codec, &p) && opj_read_header(stream, codec, &image) &&
-             opj_decode(codec, stream, image) && opj_end_decompress(codec, stream),
+  expect(opj_setup_decoder(codec, &p) && opj_read_header(stream, codec, &image) && opj_decode(codec, stream, image) &&
+             opj_end_decompress(codec, stream),
          "decoding");
   for (size_t i = 0; i < rgb.size() / 3; ++i)
-    for (size_t c = 0; c < 3; ++c)
-      rgb[3 * i + c] = uint8_t(std::clamp<OPJ_INT32>(image->comps[c].data[i], 0, 255));
+    for (size_t c = 0; c < 3; ++c) rgb[3 * i + c] = uint8_t(std::clamp<OPJ_INT32>(image->comps[c].data[i], 0, 255));
   opj_destroy_codec(codec);
   opj_stream_destroy(stream);
   opj_image_destroy(image);
@@ -139,8 +138,8 @@ void bench(double bitsPerPixel, const std::string& how) {
   c->ours = qelconv::kJpeg2000.write(c->image, c->options, stages);
   decodeTheirs(c->ours, c->decoded);
   const auto decoded = qelconv::kJpeg2000.read(c->theirs, {}, stages).data;
-  std::printf("%s: our codestream has %zu bytes (%.2f dB), the peer's %zu (%.2f dB)\n", how.c_str(),
-              c->ours.size(), psnr(c->decoded, c->photo.rgb), c->theirs.size(), psnr(decoded, c->photo.rgb));
+  std::printf("%s: our codestream has %zu bytes (%.2f dB), the peer's %zu (%.2f dB)\n", how.c_str(), c->ours.size(),
+              psnr(c->decoded, c->photo.rgb), c->theirs.size(), psnr(decoded, c->photo.rgb));
   if (bitsPerPixel == 0 && (c->decoded != c->photo.rgb || decoded != c->photo.rgb))
     std::printf("a lossless codestream lost something\n"), std::exit(1);
 

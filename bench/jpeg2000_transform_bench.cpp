@@ -139,8 +139,8 @@ void tiles(const std::string& name, int size, InPlace ours, int32_t (*peer)(opj_
     runOurs(), runPeer();
     require(!std::memcmp(mine->now, theirs->now, count * 4), "the peer's coefficients differ");
   }
-  pair(name + ", " + std::to_string(size) + "x" + std::to_string(size), double(count) / 1e6, "MPix/s",
-       runOurs, runPeer, [=] { std::memcpy(copy, mine->now, count * 4); });
+  pair(name + ", " + std::to_string(size) + "x" + std::to_string(size), double(count) / 1e6, "MPix/s", runOurs, runPeer,
+       [=] { std::memcpy(copy, mine->now, count * 4); });
 }
 
 template <class T, class Ours>
@@ -164,8 +164,8 @@ void components(const std::string& name, int size, Ours ours, void (*peer)(T*, T
   // From here on both work on the same memory: where pages happen to lie counts at this speed.
   std::free(std::exchange(theirs->first, mine->first));
   std::free(std::exchange(theirs->now, mine->now));
-  pair(name + ", " + std::to_string(size) + "x" + std::to_string(size), double(count) / 1e6, "MPix/s",
-       runOurs, runPeer, [=] { std::memcpy(copy, mine->now, 3 * count * sizeof(T)); });
+  pair(name + ", " + std::to_string(size) + "x" + std::to_string(size), double(count) / 1e6, "MPix/s", runOurs, runPeer,
+       [=] { std::memcpy(copy, mine->now, 3 * count * sizeof(T)); });
 }
 
 // Functions without a peer: rows of 512 samples a band with their borders, and columns.

@@ -82,10 +82,9 @@ struct Coding {
       int32_t pairs;
       if (modelBits) {
         uint32_t residual[16];
-        qeliVLCEncode4x4Flex_JPEGXR_16s1u_C1R(&blocks[i], 8, 0, modelBits, 0, residual, &out, &bitBuffer,
-                                              &bitCount, &pairs, state());
-        qeliFLCEncode4x4_JPEGXR_16s1u_C1R(&blocks[i], 8, residual, &out, &bitBuffer, &bitCount, modelBits, 0,
-                                          1);
+        qeliVLCEncode4x4Flex_JPEGXR_16s1u_C1R(&blocks[i], 8, 0, modelBits, 0, residual, &out, &bitBuffer, &bitCount,
+                                              &pairs, state());
+        qeliFLCEncode4x4_JPEGXR_16s1u_C1R(&blocks[i], 8, residual, &out, &bitBuffer, &bitCount, modelBits, 0, 1);
       } else {
         qeliVLCEncode4x4_JPEGXR_16s1u_C1R(&blocks[i], 8, 0, 0, &out, &bitBuffer, &bitCount, &pairs, state());
       }
@@ -100,12 +99,10 @@ struct Coding {
       int16_t block[16];
       int32_t pairs;
       if (coded[i / 16])
-        qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&in, &bitBuffer, &bitCount, int16_t(1 << modelBits), block, 8, 0,
-                                          &pairs, state());
-      else
-        std::memset(block, 0, sizeof block);
-      if (modelBits)
-        qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(&in, &bitBuffer, &bitCount, block, 8, modelBits, 1, 1);
+        qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&in, &bitBuffer, &bitCount, int16_t(1 << modelBits), block, 8, 0, &pairs,
+                                          state());
+      else std::memset(block, 0, sizeof block);
+      if (modelBits) qeliFLCDecode4x4_JPEGXR_1u16s_C1IR(&in, &bitBuffer, &bitCount, block, 8, modelBits, 1, 1);
     }
   }
 };
@@ -126,10 +123,8 @@ int main(int argc, char** argv) {
   using namespace qelj::bench;
   benchTransform<int32_t>("forward transform, 32-bit", qeliPCTFwd16x16_JPEGXR_32s_C1IR, strDCT4x4Stage1);
   benchTransform<int32_t>("inverse transform, 32-bit", qeliPCTInv16x16_JPEGXR_32s_C1IR, strIDCT4x4Stage1);
-  benchTransform<int16_t>("forward transform, 16-bit (peer 32-bit)", qeliPCTFwd16x16_JPEGXR_16s_C1IR,
-                          strDCT4x4Stage1);
-  benchTransform<int16_t>("inverse transform, 16-bit (peer 32-bit)", qeliPCTInv16x16_JPEGXR_16s_C1IR,
-                          strIDCT4x4Stage1);
+  benchTransform<int16_t>("forward transform, 16-bit (peer 32-bit)", qeliPCTFwd16x16_JPEGXR_16s_C1IR, strDCT4x4Stage1);
+  benchTransform<int16_t>("inverse transform, 16-bit (peer 32-bit)", qeliPCTInv16x16_JPEGXR_16s_C1IR, strIDCT4x4Stage1);
   benchTransform<float>("forward transform, float", qeliPCTFwd16x16_JPEGXR_32f_C1IR, nullptr);
   benchTransform<float>("inverse transform, float", qeliPCTInv16x16_JPEGXR_32f_C1IR, nullptr);
   benchCoding(0, "all bits");

@@ -29,8 +29,7 @@ size_t encodeTheirs(const Photo& photo, int quantizer, std::vector<uint8_t>& fil
   expect(PKImageEncode_Create_WMP(&encoder));
   CWMIStrCodecParam p{};
   const auto q = U8(quantizer);
-  p.uiDefaultQPIndex = p.uiDefaultQPIndexYLP = p.uiDefaultQPIndexYHP = p.uiDefaultQPIndexU =
-      p.uiDefaultQPIndexULP = q;
+  p.uiDefaultQPIndex = p.uiDefaultQPIndexYLP = p.uiDefaultQPIndexYHP = p.uiDefaultQPIndexU = p.uiDefaultQPIndexULP = q;
   p.uiDefaultQPIndexUHP = p.uiDefaultQPIndexV = p.uiDefaultQPIndexVLP = p.uiDefaultQPIndexVHP = q;
   p.uiDefaultQPIndexAlpha = 1;
   p.cfColorFormat = YUV_444;
@@ -42,8 +41,8 @@ size_t encodeTheirs(const Photo& photo, int quantizer, std::vector<uint8_t>& fil
   expect(encoder->SetPixelFormat(encoder, GUID_PKPixelFormat24bppRGB));
   expect(encoder->SetSize(encoder, photo.width, photo.height));
   expect(encoder->SetResolution(encoder, 96, 96));
-  expect(encoder->WritePixels(encoder, U32(photo.height), const_cast<uint8_t*>(photo.rgb.data()),
-                              U32(photo.width) * 3));
+  expect(
+      encoder->WritePixels(encoder, U32(photo.height), const_cast<uint8_t*>(photo.rgb.data()), U32(photo.width) * 3));
   size_t bytes = encoder->WMP.nOffImage + encoder->WMP.nCbImage;
   expect(encoder->Release(&encoder));
   return bytes;
@@ -81,8 +80,7 @@ void bench(int quantizer, const std::string& how) {
   qelconv::Stages stages;
   c->ours = qelconv::kJpegXr.write(c->image, c->options, stages);
   std::printf("%s: our file has %zu bytes, the peer's %zu\n", how.c_str(), c->ours.size(), c->theirs.size());
-  if (qelconv::kJpegXr.read(c->theirs, {}, stages).data !=
-      (decodeTheirs(c->theirs, c->decoded), c->decoded.rgb))
+  if (qelconv::kJpegXr.read(c->theirs, {}, stages).data != (decodeTheirs(c->theirs, c->decoded), c->decoded.rgb))
     std::printf("the decoders differ\n"), std::exit(1);
 
   const double megapixels = double(c->photo.width) * c->photo.height / 1e6;

@@ -24,8 +24,7 @@ struct Sampling {
   void (*merged)(unsigned, unsigned char***, unsigned, unsigned char**);
 };
 constexpr Sampling kSamplings[] = {
-    {"444", 1, 1, TJSAMP_444, qeliRGBToYCbCr444LS_MCU_8u16s_C3P3R, qeliYCbCr444ToRGBLS_MCU_16s8u_P3C3R,
-     nullptr},
+    {"444", 1, 1, TJSAMP_444, qeliRGBToYCbCr444LS_MCU_8u16s_C3P3R, qeliYCbCr444ToRGBLS_MCU_16s8u_P3C3R, nullptr},
     {"422", 2, 1, TJSAMP_422, qeliRGBToYCbCr422LS_MCU_8u16s_C3P3R, qeliYCbCr422ToRGBLS_MCU_16s8u_P3C3R,
      jsimd_h2v1_extrgb_merged_upsample_avx2},
     {"411", 2, 2, TJSAMP_420, qeliRGBToYCbCr411LS_MCU_8u16s_C3P3R, qeliYCbCr411ToRGBLS_MCU_16s8u_P3C3R,
@@ -76,8 +75,7 @@ struct Job {
   }
   void decodePlanes(const Sampling& s) {
     const unsigned char* from[3] = {planes[0], planes[1], planes[2]};
-    tjDecodeYUVPlanes(decoder, from, nullptr, s.peer, out.data(), width, 0, height, TJPF_RGB,
-                      TJFLAG_FASTUPSAMPLE);
+    tjDecodeYUVPlanes(decoder, from, nullptr, s.peer, out.data(), width, 0, height, TJPF_RGB, TJFLAG_FASTUPSAMPLE);
   }
   void merged(const Sampling& s) {
     for (int y = 0; y < height; y += s.down) {

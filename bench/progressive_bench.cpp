@@ -43,30 +43,26 @@ void encodeScan(const Peer& peer, const Scan& scan, uint8_t* dst, int32_t length
   } else if (scan.ss == 0) {
     int32_t counts[2][256] = {};
     each([&](const int16_t* b, int id) {
-      qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(b, counts[peer.components[size_t(id)].dcTable],
-                                                      &last[id], al);
+      qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(b, counts[peer.components[size_t(id)].dcTable], &last[id], al);
     });
     EncodeSpec specs[2] = {makeTable(counts[0]), makeTable(counts[1])};
     std::fill(last, last + 4, int16_t(0));
     each([&](const int16_t* b, int id) {
       qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(b, dst, length, &pos, &last[id], al,
-                                                 specs[peer.components[size_t(id)].dcTable].get(),
-                                                 state.get(), 0);
+                                                 specs[peer.components[size_t(id)].dcTable].get(), state.get(), 0);
     });
-    qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(nullptr, dst, length, &pos, nullptr, al, nullptr, state.get(),
-                                               1);
+    qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(nullptr, dst, length, &pos, nullptr, al, nullptr, state.get(), 1);
   } else {
     int32_t counts[256] = {};
-    const auto count = scan.ah ? qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1
-                               : qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1;
+    const auto count =
+        scan.ah ? qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1 : qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1;
     const auto encode =
         scan.ah ? qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1 : qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1;
     each([&](const int16_t* b, int) { count(b, counts, scan.ss, scan.se, al, state.get(), 0); });
     count(nullptr, counts, scan.ss, scan.se, al, state.get(), 1);
     EncodeSpec spec = makeTable(counts);
-    each([&](const int16_t* b, int) {
-      encode(b, dst, length, &pos, scan.ss, scan.se, al, spec.get(), state.get(), 0);
-    });
+    each(
+        [&](const int16_t* b, int) { encode(b, dst, length, &pos, scan.ss, scan.se, al, spec.get(), state.get(), 0); });
     encode(nullptr, dst, length, &pos, scan.ss, scan.se, al, spec.get(), state.get(), 1);
   }
 }
@@ -107,8 +103,8 @@ std::unique_ptr<int16_t[]> decode(const Peer& peer, const Coded& coded) {
     } else if (scan.ss == 0) {
       for (int id : scan.components) specs[id] = table(scan.dcTable[size_t(id)]);
       each([&](int16_t* b, int id) {
-        qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(src, length, &pos, b, &last[id], &marker, al,
-                                                   specs[id].get(), state.get());
+        qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(src, length, &pos, b, &last[id], &marker, al, specs[id].get(),
+                                                   state.get());
       });
     } else {
       specs[0] = table(scan.acTable[size_t(scan.components[0])]);
@@ -140,8 +136,8 @@ void measure(Peer& peer, int quality) {
       "progressive encode, optimised" + q, units, "Mcoef/s", [=, &peer] { encode(peer, *coded, *out); },
       [&peer] { benchmark::DoNotOptimize(peer.write(Coding::progressive)); });
   pair(
-      "progressive decode" + q, units, "Mcoef/s",
-      [=, &peer] { benchmark::DoNotOptimize(decode(peer, *coded)); }, [=] { Peer::read(coded->file); });
+      "progressive decode" + q, units, "Mcoef/s", [=, &peer] { benchmark::DoNotOptimize(decode(peer, *coded)); },
+      [=] { Peer::read(coded->file); });
 }
 
 // The photograph's colours as three planes of 8-bit samples in 16 bits.
@@ -176,8 +172,7 @@ struct Lossless {
     for (int c = 0; c < 3; ++c) {
       qeliDiffPredFirstRow_JPEG_16s_C1(planes[c].data(), differences[c].data(), width, 8, 0);
       for (int y = 1; y < height; ++y)
-        qeliDiffPredRow_JPEG_16s_C1(&planes[c][size_t(y) * size_t(width)],
-                                    &planes[c][size_t(y - 1) * size_t(width)],
+        qeliDiffPredRow_JPEG_16s_C1(&planes[c][size_t(y) * size_t(width)], &planes[c][size_t(y - 1) * size_t(width)],
                                     &differences[c][size_t(y) * size_t(width)], width, predictor);
     }
   }
@@ -186,8 +181,8 @@ struct Lossless {
       qeliReconstructPredFirstRow_JPEG_16s_C1(differences[c].data(), back[c].data(), width, 8, 0);
       for (int y = 1; y < height; ++y)
         qeliReconstructPredRow_JPEG_16s_C1(&differences[c][size_t(y) * size_t(width)],
-                                           &back[c][size_t(y - 1) * size_t(width)],
-                                           &back[c][size_t(y) * size_t(width)], width, predictor);
+                                           &back[c][size_t(y - 1) * size_t(width)], &back[c][size_t(y) * size_t(width)],
+                                           width, predictor);
     }
   }
   void encodeRows() {
@@ -197,10 +192,9 @@ struct Lossless {
     codedBytes = 0;
     for (int y = 0; y <= height; ++y) {
       const size_t row = size_t(y) * size_t(width);
-      const int16_t* src[] = {differences[0].data() + row, differences[1].data() + row,
-                              differences[2].data() + row};
-      qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(src, width, 3, coded.data(), int32_t(coded.size()), &codedBytes,
-                                           tables, state.get(), y == height);
+      const int16_t* src[] = {differences[0].data() + row, differences[1].data() + row, differences[2].data() + row};
+      qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(src, width, 3, coded.data(), int32_t(coded.size()), &codedBytes, tables,
+                                           state.get(), y == height);
     }
   }
   void decodeRows() {
@@ -211,8 +205,7 @@ struct Lossless {
     for (int y = 0; y < height; ++y) {
       const size_t row = size_t(y) * size_t(width);
       int16_t* dst[] = {back[0].data() + row, back[1].data() + row, back[2].data() + row};
-      qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(coded.data(), codedBytes, &pos, dst, width, 3, &marker, tables,
-                                           state.get());
+      qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(coded.data(), codedBytes, &pos, dst, width, 3, &marker, tables, state.get());
     }
   }
 };
@@ -228,10 +221,8 @@ int main(int argc, char** argv) {
   const double pixels = double(photo.width) * photo.height / 1e6;
   for (int predictor : {1, 4, 7}) {
     const std::string p = ", predictor " + std::to_string(predictor);
-    pair("lossless differences, RGB" + p, pixels, "MPix/s",
-         [&rows, predictor] { rows.difference(predictor); });
-    pair("lossless reconstruction, RGB" + p, pixels, "MPix/s",
-         [&rows, predictor] { rows.reconstruct(predictor); });
+    pair("lossless differences, RGB" + p, pixels, "MPix/s", [&rows, predictor] { rows.difference(predictor); });
+    pair("lossless reconstruction, RGB" + p, pixels, "MPix/s", [&rows, predictor] { rows.reconstruct(predictor); });
   }
   pair("lossless rows, encode, RGB", pixels, "MPix/s", [&rows] { rows.encodeRows(); });
   pair("lossless rows, decode, RGB", pixels, "MPix/s", [&rows] { rows.decodeRows(); });

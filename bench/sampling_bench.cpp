@@ -13,8 +13,7 @@
 // next multiple of 64 samples. Fancy up-sampling reads rows -1 and `rows` of its source.
 extern "C" {
 using PeerMerged = void(unsigned outWidth, uint8_t*** in, unsigned inRow, uint8_t** out);
-using PeerDown = void(unsigned imageWidth, int maxV, unsigned v, unsigned widthInBlocks, uint8_t** in,
-                      uint8_t** out);
+using PeerDown = void(unsigned imageWidth, int maxV, unsigned v, unsigned widthInBlocks, uint8_t** in, uint8_t** out);
 using PeerUp = void(int maxV, unsigned downsampledWidth, uint8_t** in, uint8_t*** out);
 PeerMerged jsimd_h2v1_merged_upsample_avx2, jsimd_h2v2_merged_upsample_avx2;
 PeerDown jsimd_h2v1_downsample_avx2, jsimd_h2v2_downsample_avx2;
@@ -43,8 +42,7 @@ void conversions(const std::string& image, const Photo& photo) {
     std::memcpy(rgb->row(y), &photo.rgb[size_t(y) * size_t(photo.width) * 3], size_t(width) * 3);
   static const tjhandle encoder = tjInitCompress(), decoder = tjInitDecompress();
 
-  const auto one = [&](const char* name, int rows, int subsampling, auto* forward, auto* inverse,
-                       PeerMerged* merged) {
+  const auto one = [&](const char* name, int rows, int subsampling, auto* forward, auto* inverse, PeerMerged* merged) {
     const std::array<Samples*, 3> p{make(width, height), make(width / 2, height / rows),
                                     make(width / 2, height / rows)};
     struct Args {
@@ -61,16 +59,16 @@ void conversions(const std::string& image, const Photo& photo) {
         "RGB to " + (name + (", " + image)), mpix, "MPix/s",
         [=] { forward(rgb->row(0), rgb->step(), a.plane, a.step, size); },
         [=] {
-          tjEncodeYUVPlanes(encoder, rgb->row(0), width, rgb->step(), height, TJPF_RGB,
-                            const_cast<uint8_t**>(a.plane), const_cast<int*>(a.step), subsampling, 0);
+          tjEncodeYUVPlanes(encoder, rgb->row(0), width, rgb->step(), height, TJPF_RGB, const_cast<uint8_t**>(a.plane),
+                            const_cast<int*>(a.step), subsampling, 0);
         },
         copy(bytes));
     pair(
         name + (" to RGB, planar interface, " + image), mpix, "MPix/s",
         [=] { inverse(a.plane, a.step, out->row(0), out->step(), size); },
         [=] {
-          tjDecodeYUVPlanes(decoder, const_cast<const uint8_t**>(a.plane), a.step, subsampling, out->row(0),
-                            width, out->step(), height, TJPF_RGB, TJFLAG_FASTUPSAMPLE);
+          tjDecodeYUVPlanes(decoder, const_cast<const uint8_t**>(a.plane), a.step, subsampling, out->row(0), width,
+                            out->step(), height, TJPF_RGB, TJFLAG_FASTUPSAMPLE);
         },
         copy(bytes));
     pair(
@@ -79,10 +77,8 @@ void conversions(const std::string& image, const Photo& photo) {
         [=] {
           for (int y = 0; y < height; y += rows) {
             uint8_t** in[3] = {a.rows[0], a.rows[1], a.rows[2]};
-            if (rows == 1)
-              merged(unsigned(width), in, unsigned(y), out->rows(y));
-            else
-              merged(unsigned(width), in, unsigned(y / 2), out->rows(y));
+            if (rows == 1) merged(unsigned(width), in, unsigned(y), out->rows(y));
+            else merged(unsigned(width), in, unsigned(y / 2), out->rows(y));
           }
         });
   };
@@ -107,48 +103,32 @@ void resampling(const std::string& image, int width, int height) {
   const size_t area = size_t(width) * size_t(height);
   add(
       "H2V1 down, plane",
+      [=] { qeliSampleDownH2V1_JPEG_8u_C1R(large->row(0), large->step(), full, small->row(0), small->step(), across); },
       [=] {
-        qeliSampleDownH2V1_JPEG_8u_C1R(large->row(0), large->step(), full, small->row(0), small->step(),
-                                       across);
-      },
-      [=] {
-        jsimd_h2v1_downsample_avx2(unsigned(width), height, unsigned(height), blocks, large->rows(),
-                                   small->rows());
+        jsimd_h2v1_downsample_avx2(unsigned(width), height, unsigned(height), blocks, large->rows(), small->rows());
       },
       area * 3 / 4);
   add(
       "H2V1 down, rows",
       [=] {
-        for (int y = 0; y < height; ++y)
-          qeliSampleDownRowH2V1_Box_JPEG_8u_C1(large->row(y), width, small->row(y));
+        for (int y = 0; y < height; ++y) qeliSampleDownRowH2V1_Box_JPEG_8u_C1(large->row(y), width, small->row(y));
       },
       [=] {
-        jsimd_h2v1_downsample_avx2(unsigned(width), height, unsigned(height), blocks, large->rows(),
-                                   small->rows());
+        jsimd_h2v1_downsample_avx2(unsigned(width), height, unsigned(height), blocks, large->rows(), small->rows());
       },
       area * 3 / 4);
   add(
       "H2V2 down, plane",
-      [=] {
-        qeliSampleDownH2V2_JPEG_8u_C1R(large->row(0), large->step(), full, small->row(0), small->step(),
-                                       both);
-      },
-      [=] {
-        jsimd_h2v2_downsample_avx2(unsigned(width), height, unsigned(low), blocks, large->rows(),
-                                   small->rows());
-      },
+      [=] { qeliSampleDownH2V2_JPEG_8u_C1R(large->row(0), large->step(), full, small->row(0), small->step(), both); },
+      [=] { jsimd_h2v2_downsample_avx2(unsigned(width), height, unsigned(low), blocks, large->rows(), small->rows()); },
       area * 5 / 8);
   add(
       "H2V2 down, rows",
       [=] {
         for (int y = 0; y < low; ++y)
-          qeliSampleDownRowH2V2_Box_JPEG_8u_C1(large->row(2 * y), large->row(2 * y + 1), width,
-                                               small->row(y));
+          qeliSampleDownRowH2V2_Box_JPEG_8u_C1(large->row(2 * y), large->row(2 * y + 1), width, small->row(y));
       },
-      [=] {
-        jsimd_h2v2_downsample_avx2(unsigned(width), height, unsigned(low), blocks, large->rows(),
-                                   small->rows());
-      },
+      [=] { jsimd_h2v2_downsample_avx2(unsigned(width), height, unsigned(low), blocks, large->rows(), small->rows()); },
       area * 5 / 8);
 
   const auto fancy1 = [=] {
@@ -161,30 +141,24 @@ void resampling(const std::string& image, int width, int height) {
   };
   add(
       "H2V1 triangle up, plane",
-      [=] {
-        qeliSampleUpH2V1_JPEG_8u_C1R(small->row(0), small->step(), across, large->row(0), large->step(),
-                                     full);
-      },
+      [=] { qeliSampleUpH2V1_JPEG_8u_C1R(small->row(0), small->step(), across, large->row(0), large->step(), full); },
       fancy1, area * 3 / 4);
   add(
       "H2V1 triangle up, rows",
       [=] {
-        for (int y = 0; y < height; ++y)
-          qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(small->row(y), half, large->row(y));
+        for (int y = 0; y < height; ++y) qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(small->row(y), half, large->row(y));
       },
       fancy1, area * 3 / 4);
   add(
       "H2V2 triangle up, plane",
-      [=] {
-        qeliSampleUpH2V2_JPEG_8u_C1R(small->row(0), small->step(), both, large->row(0), large->step(), full);
-      },
+      [=] { qeliSampleUpH2V2_JPEG_8u_C1R(small->row(0), small->step(), both, large->row(0), large->step(), full); },
       fancy2, area * 5 / 8);
   add(
       "H2V2 triangle up, rows",
       [=] {
         for (int y = 0; y < height; ++y)
-          qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(small->row(y / 2), small->row(y / 2 + (y % 2 ? 1 : -1)),
-                                                  half, large->row(y));
+          qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(small->row(y / 2), small->row(y / 2 + (y % 2 ? 1 : -1)), half,
+                                                  large->row(y));
       },
       fancy2, area * 5 / 8);
 }

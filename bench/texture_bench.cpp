@@ -61,9 +61,7 @@ Bytes packOneSubset(const Image& image, bool bc7) {
   Bytes all(image.blocks() * 16);
   for (size_t b = 0; b < image.blocks(); ++b) {
     const size_t across = size_t(image.width / 4), x = b % across * 4, y = b / across * 4;
-    const auto pixel = [&](size_t i) {
-      return &image.rgba[4 * ((y + i / 4) * size_t(image.width) + x + i % 4)];
-    };
+    const auto pixel = [&](size_t i) { return &image.rgba[4 * ((y + i / 4) * size_t(image.width) + x + i % 4)]; };
     int low[4] = {255, 255, 255, 255}, high[4] = {}, span = 1;
     for (size_t i = 0; i < 16; ++i)
       for (int c = 0; c < 4; ++c)
@@ -131,13 +129,12 @@ int main(int argc, char** argv) {
   const Format formats[] = {
       {"DXT1", qeliTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R, 4, 8,
        squish::kDxt1},
-      {"DXT3", qeliTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R, 4,
-       16, squish::kDxt3},
-      {"DXT5", qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R, 4,
-       16, squish::kDxt5},
+      {"DXT3", qeliTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R, 4, 16,
+       squish::kDxt3},
+      {"DXT5", qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R, 4, 16,
+       squish::kDxt5},
       {"BC4", qeliTextureEncodeBlock_BC4_8u_C1R, qeliTextureDecodeBlock_BC4_8u_C1R, 1, 8, squish::kBc4},
-      {"BC5", qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R, qeliTextureDecodeBlockToRG_BC5_8u_C1C2R, 2, 16,
-       squish::kBc5},
+      {"BC5", qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R, qeliTextureDecodeBlockToRG_BC5_8u_C1C2R, 2, 16, squish::kBc5},
   };
   static std::vector<Bytes> keep;
   keep.reserve(64);
@@ -178,15 +175,13 @@ int main(int argc, char** argv) {
             for (int x = 0; x < image.width; x += 4, to += alpha ? 16 : 8) {
               uint8_t block[64];
               for (int r = 0; r < 4; ++r)
-                std::memcpy(block + 16 * r,
-                            &image.rgba[4 * (size_t(y + r) * size_t(image.width) + size_t(x))], 16);
+                std::memcpy(block + 16 * r, &image.rgba[4 * (size_t(y + r) * size_t(image.width) + size_t(x))], 16);
               stb_compress_dxt_block(to, block, alpha, STB_DXT_NORMAL);
             }
         });
   const Bytes& ycocg = hold(channels(image, 3));
-  pair("YCoCg to DXT5 encode", units, "MPix/s", [&] {
-    qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(ycocg.data(), image.width * 3, image.size(), out.data());
-  });
+  pair("YCoCg to DXT5 encode", units, "MPix/s",
+       [&] { qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(ycocg.data(), image.width * 3, image.size(), out.data()); });
 
   static Bytes opaque = image.rgba;
   for (size_t i = 3; i < opaque.size(); i += 4) opaque[i] = 255;

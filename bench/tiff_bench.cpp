@@ -39,8 +39,7 @@ TIFF* open(Memory& memory, const char* mode) {
         auto& m = *static_cast<Memory*>(h);
         return m.at = whence == SEEK_SET ? to : whence == SEEK_CUR ? m.at + to : m.bytes.size() + to;
       },
-      [](thandle_t) { return 0; },
-      [](thandle_t h) -> toff_t { return static_cast<Memory*>(h)->bytes.size(); },
+      [](thandle_t) { return 0; }, [](thandle_t h) -> toff_t { return static_cast<Memory*>(h)->bytes.size(); },
       [](thandle_t h, void** base, toff_t* size) {
         auto& m = *static_cast<Memory*>(h);
         *base = m.bytes.data();
@@ -82,9 +81,8 @@ uint32_t packByQelj(const Rows& rows, Bytes& coded) {
 
 int main(int argc, char** argv) {
   const Photo photo = loadPhoto("raccoon.png");
-  Rows inputs[3] = {{photo.width * 3, photo.height, photo.rgb},
-                    {photo.width, photo.height, {}},
-                    {photo.width, photo.height, {}}};
+  Rows inputs[3] = {
+      {photo.width * 3, photo.height, photo.rgb}, {photo.width, photo.height, {}}, {photo.width, photo.height, {}}};
   for (size_t i = 0; i < photo.rgb.size(); i += 3) {
     inputs[1].bytes.push_back(photo.rgb[i + 1]);
     inputs[2].bytes.push_back(photo.rgb[i + 1] < 96 ? 0 : 255);  // a scanned page's runs and specks
@@ -100,16 +98,14 @@ int main(int argc, char** argv) {
     packByLibtiff(rows, files[i]);
     const double megabytes = double(rows.bytes.size()) / 1e6;
     const auto limit = [&rows] { std::memcpy(unpacked.data(), rows.bytes.data(), rows.bytes.size()); };
-    std::printf("%s: %.3g of its size in tokens of %.1f bytes\n", names[i], size / double(rows.bytes.size()),
-                [&] {
-                  size_t tokens = 0;
-                  for (uint32_t at = 0; at < size; ++tokens)
-                    at += int8_t(coded[i][at]) < 0 ? 2u : coded[i][at] + 2u;
-                  return double(rows.bytes.size()) / double(tokens);
-                }());
+    std::printf("%s: %.3g of its size in tokens of %.1f bytes\n", names[i], size / double(rows.bytes.size()), [&] {
+      size_t tokens = 0;
+      for (uint32_t at = 0; at < size; ++tokens) at += int8_t(coded[i][at]) < 0 ? 2u : coded[i][at] + 2u;
+      return double(rows.bytes.size()) / double(tokens);
+    }());
     pair(
-        std::string("PackBits pack, ") + names[i], megabytes, "MB/s",
-        [&rows, i] { packByQelj(rows, coded[i]); }, [&rows] { packByLibtiff(rows, written); }, limit);
+        std::string("PackBits pack, ") + names[i], megabytes, "MB/s", [&rows, i] { packByQelj(rows, coded[i]); },
+        [&rows] { packByLibtiff(rows, written); }, limit);
     pair(
         std::string("PackBits unpack, ") + names[i], megabytes, "MB/s",
         [&rows, i] {
@@ -131,13 +127,10 @@ int main(int argc, char** argv) {
   const auto copy = [&] { std::memcpy(unpacked.data(), photo.rgb.data(), photo.rgb.size()); };
   pair(
       "Split of 16-bit samples", samples / 1e6, "MS/s",
-      [&] {
-        qeliSplitRow_TIFF_16u8u_C1(reinterpret_cast<const uint16_t*>(photo.rgb.data()), planes, samples);
-      },
-      {}, copy);
+      [&] { qeliSplitRow_TIFF_16u8u_C1(reinterpret_cast<const uint16_t*>(photo.rgb.data()), planes, samples); }, {},
+      copy);
   pair(
       "Join to 16-bit samples", samples / 1e6, "MS/s",
-      [&] { qeliJoinRow_TIFF_8u16u_C1(planes, reinterpret_cast<uint16_t*>(unpacked.data()), samples); }, {},
-      copy);
+      [&] { qeliJoinRow_TIFF_8u16u_C1(planes, reinterpret_cast<uint16_t*>(unpacked.data()), samples); }, {}, copy);
   return runPairs(argc, argv);
 }

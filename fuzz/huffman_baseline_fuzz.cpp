@@ -12,8 +12,7 @@ struct Result {
 
 // Decodes block after block; the decoder first knows `known` bytes, and all of them when it has asked for
 // more.
-Result decode(const std::vector<uint8_t>& data, int32_t known, DecodeTable& dc, DecodeTable& ac,
-              bool restarts) {
+Result decode(const std::vector<uint8_t>& data, int32_t known, DecodeTable& dc, DecodeTable& ac, bool restarts) {
   Stream s(data);
   s.length = known;
   Result result;
@@ -23,9 +22,8 @@ Result decode(const std::vector<uint8_t>& data, int32_t known, DecodeTable& dc, 
     FUZZ_EXPECT(blocks <= 4 * data.size() + 1);  // a block takes two bits at least
     const Stream before = s;
     const int16_t beforeDC = lastDC;
-    const QelStatus status =
-        qeliDecodeHuffman8x8_JPEG_1u16s_C1(s.data.data(), s.length, &s.position, block.data(), &lastDC,
-                                           &s.marker, dc.get(), ac.get(), s.state.get());
+    const QelStatus status = qeliDecodeHuffman8x8_JPEG_1u16s_C1(s.data.data(), s.length, &s.position, block.data(),
+                                                                &lastDC, &s.marker, dc.get(), ac.get(), s.state.get());
     s.expectInside(before.position);
     if (status == qelStatusJpegOutOfBuffer && s.length < int32_t(data.size())) {
       s = before;

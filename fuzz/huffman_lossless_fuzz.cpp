@@ -21,25 +21,21 @@ void run(Input input) {
       planes[c] = plane[c].data();
     }
     const int32_t from = rows.position;
-    const QelStatus status =
-        qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(rows.data.data(), rows.length, &rows.position, planes, width,
-                                             channels, &rows.marker, tables, rows.state.get());
+    const QelStatus status = qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(
+        rows.data.data(), rows.length, &rows.position, planes, width, channels, &rows.marker, tables, rows.state.get());
     rows.expectInside(from);
     QelStatus one = qelStatusOk;
     for (int32_t x = 0; x < width && one == qelStatusOk; ++x)
       for (int32_t c = 0; c < channels && one == qelStatusOk; ++c)
-        one = qeliDecodeHuffmanOne_JPEG_1u16s_C1(ones.data.data(), ones.length, &ones.position,
-                                                 &single[c][size_t(x)], &ones.marker, tables[c],
-                                                 ones.state.get());
+        one = qeliDecodeHuffmanOne_JPEG_1u16s_C1(ones.data.data(), ones.length, &ones.position, &single[c][size_t(x)],
+                                                 &ones.marker, tables[c], ones.state.get());
     FUZZ_EXPECT(status == one);
     if (status != qelStatusOk) return;
     for (int c = 0; c < 4; ++c) FUZZ_EXPECT(plane[c] == single[c]);
     FUZZ_EXPECT(rows.position == ones.position && rows.marker == ones.marker);
 
-    if (y == 0)
-      qeliReconstructPredFirstRow_JPEG_16s_C1(planes[0], restored.data(), width, 8, 0);
-    else
-      qeliReconstructPredRow_JPEG_16s_C1(planes[0], above.data(), restored.data(), width, predictor);
+    if (y == 0) qeliReconstructPredFirstRow_JPEG_16s_C1(planes[0], restored.data(), width, 8, 0);
+    else qeliReconstructPredRow_JPEG_16s_C1(planes[0], above.data(), restored.data(), width, predictor);
     above = restored;
   }
 }

@@ -34,23 +34,22 @@ void run(Input input) {
       QelStatus status = qelStatusOk;
       switch (scan.kind) {
         case kDCFirst:
-          status = qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(s.data.data(), s.length, &s.position,
-                                                              block.data(), &lastDC, &s.marker, scan.al,
-                                                              table.get(), s.state.get());
+          status = qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(s.data.data(), s.length, &s.position, block.data(),
+                                                              &lastDC, &s.marker, scan.al, table.get(), s.state.get());
           break;
         case kDCRefine:
-          status = qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(
-              s.data.data(), s.length, &s.position, block.data(), &s.marker, scan.al, s.state.get());
+          status = qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(s.data.data(), s.length, &s.position, block.data(),
+                                                               &s.marker, scan.al, s.state.get());
           break;
         case kACFirst:
-          status = qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(s.data.data(), s.length, &s.position,
-                                                              block.data(), &s.marker, scan.ss, scan.se,
-                                                              scan.al, table.get(), s.state.get());
+          status =
+              qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(s.data.data(), s.length, &s.position, block.data(), &s.marker,
+                                                         scan.ss, scan.se, scan.al, table.get(), s.state.get());
           break;
         default:
-          status = qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(s.data.data(), s.length, &s.position,
-                                                               block.data(), &s.marker, scan.ss, scan.se,
-                                                               scan.al, table.get(), s.state.get());
+          status =
+              qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(s.data.data(), s.length, &s.position, block.data(), &s.marker,
+                                                          scan.ss, scan.se, scan.al, table.get(), s.state.get());
       }
       s.expectInside(from);
       if (scan.kind >= kACFirst && (scan.ss < 1 || scan.ss > 63 || scan.se < scan.ss || scan.se > 63))
@@ -72,19 +71,16 @@ std::vector<Seed> seeds() {
     int16_t lastDC = 0;
     for (int flush = 0; flush < 2; ++flush)
       for (int b = 0; b < (flush ? 1 : kBlocks); ++b)
-        qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(blocks[b], dst, length, position, &lastDC, 1, table, state,
-                                                   flush);
+        qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(blocks[b], dst, length, position, &lastDC, 1, table, state, flush);
     for (int flush = 0; flush < 2; ++flush)
       for (int b = 0; b < (flush ? 1 : kBlocks); ++b)
         qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(blocks[b], dst, length, position, 0, state, flush);
     for (int flush = 0; flush < 2; ++flush)
       for (int b = 0; b < (flush ? 1 : kBlocks); ++b)
-        qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(blocks[b], dst, length, position, 1, 63, 1, table, state,
-                                                   flush);
+        qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(blocks[b], dst, length, position, 1, 63, 1, table, state, flush);
     for (int flush = 0; flush < 2; ++flush)
       for (int b = 0; b < (flush ? 1 : kBlocks); ++b)
-        qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(blocks[b], dst, length, position, 1, 63, 0, table, state,
-                                                    flush);
+        qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(blocks[b], dst, length, position, 1, 63, 0, table, state, flush);
   });
   return {seed.bytes(coded)};
 }

@@ -142,8 +142,8 @@ void run(Input input) {
       case 21: {
         int16_t* planes[] = {block, block + 16, block + 32, block + 48};
         const QelDecodeHuffmanSpec* tables[] = {d0.get(), d1.get(), d0.get(), d1.get()};
-        qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(data, have, &position, planes, 1 + shape % 16, 1 + shape / 16 % 4,
-                                             &marker, tables, decode.get());
+        qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(data, have, &position, planes, 1 + shape % 16, 1 + shape / 16 % 4, &marker,
+                                             tables, decode.get());
         break;
       }
       case 22:

@@ -23,8 +23,7 @@ struct Block {
   QelSize size;
   int32_t step;
   std::vector<uint8_t> bytes;
-  Block(QelSize s, int32_t gap)
-      : size(s), step(4 * s.width + gap), bytes(size_t(step * s.height - gap), 0xA5) {}
+  Block(QelSize s, int32_t gap) : size(s), step(4 * s.width + gap), bytes(size_t(step * s.height - gap), 0xA5) {}
   int32_t* data() { return reinterpret_cast<int32_t*>(bytes.data()); }
   uint32_t sample(int32_t x, int32_t y) const {
     uint32_t value;
@@ -55,17 +54,16 @@ void decodeSegments(Input& input, QelSize size, int32_t style, int32_t gap) {
   auto state = stateFor(size), stepState = stateFor(size);
   uint32_t reached = 0;
   data.reserve(1);  // an empty vector has no pointer
-  const QelStatus status = qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(
-      data.data(), once.data(), once.step, size, subband, uint32_t(planes), passes, lengths.data(),
-      int32_t(lengths.size()), style, &reached, state.data());
+  const QelStatus status =
+      qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(data.data(), once.data(), once.step, size, subband, uint32_t(planes), passes,
+                                           lengths.data(), int32_t(lengths.size()), style, &reached, state.data());
   if (lengths.empty()) return;
   FUZZ_EXPECT(status == qelStatusOk || status == qelStatusJpeg2kBadCodeBlock);
   once.expectGaps();
 
   QelStatus last = qelStatusOk;
   FUZZ_EXPECT(qeliDecodeCBProgrInit_JPEG2K(stepState.data()) == qelStatusOk);
-  qeliDecodeCBProgrAttach_JPEG2K_32s_C1R(steps.data(), steps.step, size, stepState.data(), subband, planes,
-                                         style);
+  qeliDecodeCBProgrAttach_JPEG2K_32s_C1R(steps.data(), steps.step, size, stepState.data(), subband, planes, style);
   qeliDecodeCBProgrSetPassCounter_JPEG2K(int32_t(passes), stepState.data());
   const uint8_t* segment = data.data();
   for (size_t i = 0; i < lengths.size() && last == qelStatusOk; segment += lengths[i++])
@@ -85,9 +83,9 @@ void roundTrip(Input& input, QelSize size, int32_t style) {
   QelEncodeStateJPEG2K* encoder = nullptr;
   int32_t planes = 0, passes = 0, segments = 0, notFinished = 1;
   FUZZ_EXPECT(qeliEncodeInitAlloc_JPEG2K(&encoder, size) == qelStatusOk);
-  FUZZ_EXPECT(qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(reinterpret_cast<const int32_t*>(samples.data()),
-                                                     4 * size.width, size, encoder, size.width & 3, bits, 0,
-                                                     0, style, &planes, &passes, &segments) == qelStatusOk);
+  FUZZ_EXPECT(qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(reinterpret_cast<const int32_t*>(samples.data()), 4 * size.width,
+                                                     size, encoder, size.width & 3, bits, 0, 0, style, &planes, &passes,
+                                                     &segments) == qelStatusOk);
   std::vector<uint8_t> coded;
   while (notFinished) {
     std::vector<uint8_t> piece(97);
@@ -109,8 +107,8 @@ void roundTrip(Input& input, QelSize size, int32_t style) {
   auto state = stateFor(size);
   coded.reserve(1);
   FUZZ_EXPECT(qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(coded.data(), back.data(), back.step, size, size.width & 3,
-                                                   uint32_t(planes), uint32_t(passes), lengths.data(),
-                                                   segments, style, nullptr, state.data()) == qelStatusOk);
+                                                   uint32_t(planes), uint32_t(passes), lengths.data(), segments, style,
+                                                   nullptr, state.data()) == qelStatusOk);
   for (int32_t y = 0; y < size.height; ++y)
     for (int32_t x = 0; x < size.width; ++x)
       FUZZ_EXPECT(back.sample(x, y) >> lowest == samples[size_t(y * size.width + x)] >> lowest);
@@ -125,10 +123,8 @@ void run(Input input) {
   int32_t style = 0;
   for (size_t i = 0; i < std::size(kStyles); ++i)
     if (chosen >> i & 1) style |= kStyles[i];
-  if (hostile)
-    decodeSegments(input, size, style, input.take() % 4);
-  else
-    roundTrip(input, size, style & 0x1F);
+  if (hostile) decodeSegments(input, size, style, input.take() % 4);
+  else roundTrip(input, size, style & 0x1F);
 }
 
 std::vector<Seed> seeds() {

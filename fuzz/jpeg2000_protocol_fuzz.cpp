@@ -34,8 +34,9 @@ void run(Input input) {
         const QelSize size = argument & 128 ? largest : sizeOf(argument);
         const auto src = samples(input, size);
         const int32_t style = input.take() & 0x3F, bits = input.take() % 33 - 1, previous = input.take();
-        const QelStatus s = qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(src.data(), 4 * size.width, size, encoder, argument & 3,
-                                                                   bits, previous, 0, style, &planes, &passes, &segments);
+        const QelStatus s =
+            qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(src.data(), 4 * size.width, size, encoder, argument & 3, bits,
+                                                   previous, 0, style, &planes, &passes, &segments);
         FUZZ_EXPECT(s == qelStatusOk || s == qelStatusBadSize);
         FUZZ_EXPECT(planes >= 0 && planes <= 31 && passes >= 0 && passes <= 91 && segments <= 91);
         if (s == qelStatusOk) coded.clear();
@@ -82,8 +83,9 @@ void run(Input input) {
       case 9:
       case 10: {
         const size_t length = std::min<size_t>(argument, coded.size());
-        const std::vector<uint8_t> segment = code & 32 ? input.bytes(argument % 40)
-                                                       : std::vector<uint8_t>(coded.begin(), coded.begin() + int64_t(length));
+        const std::vector<uint8_t> segment = code & 32
+                                                 ? input.bytes(argument % 40)
+                                                 : std::vector<uint8_t>(coded.begin(), coded.begin() + int64_t(length));
         const uint8_t none = 0;
         qeliDecodeCBProgrStep_JPEG2K(segment.empty() ? &none : segment.data(), int32_t(segment.size()), decoder);
         int32_t plane = 0, left = 0;

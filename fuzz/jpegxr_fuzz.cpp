@@ -34,29 +34,27 @@ void run(Input input) {
       case 0:
       case 1:
       case 2:
-        status = qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&stream, &bitBuffer, &bitCount, int16_t(argument - 7),
-                                                   narrow.data(), 10, argument & 1, &count, state.get());
+        status = qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&stream, &bitBuffer, &bitCount, int16_t(argument - 7), narrow.data(),
+                                                   10, argument & 1, &count, state.get());
         break;
       case 3:
       case 4:
       case 5:
-        status = qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&stream, &bitBuffer, &bitCount, argument * 0x1234567,
-                                                   wide.data(), 20, argument & 1, &count, state.get());
+        status = qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&stream, &bitBuffer, &bitCount, argument * 0x1234567, wide.data(),
+                                                   20, argument & 1, &count, state.get());
         break;
       case 6:
-        status = qeliVLCDecodeDC444_JPEGXR_1u32s(&stream, &bitBuffer, &bitCount, dc.data(), argument & 1,
-                                                 &count, state.get());
+        status = qeliVLCDecodeDC444_JPEGXR_1u32s(&stream, &bitBuffer, &bitCount, dc.data(), argument & 1, &count,
+                                                 state.get());
         break;
       case 7: {
         std::vector<int32_t> exact(14);
-        status = qeliVLCDecodeDC422_JPEGXR_1u32s(&stream, &bitBuffer, &bitCount, exact.data(), &count,
-                                                 state.get());
+        status = qeliVLCDecodeDC422_JPEGXR_1u32s(&stream, &bitBuffer, &bitCount, exact.data(), &count, state.get());
         break;
       }
       case 8: {
         std::vector<int32_t> exact(6);
-        status = qeliVLCDecodeDC420_JPEGXR_1u32s(&stream, &bitBuffer, &bitCount, exact.data(), &count,
-                                                 state.get());
+        status = qeliVLCDecodeDC420_JPEGXR_1u32s(&stream, &bitBuffer, &bitCount, exact.data(), &count, state.get());
         break;
       }
       case 9:
@@ -64,8 +62,8 @@ void run(Input input) {
                                                     uint32_t(argument), int16_t(code), argument & 1);
         break;
       case 10:
-        status = qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&stream, &bitBuffer, &bitCount, wide.data(), 20,
-                                                    uint32_t(argument), code, argument & 1);
+        status = qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&stream, &bitBuffer, &bitCount, wide.data(), 20, uint32_t(argument),
+                                                    code, argument & 1);
         break;
       case 11:
       case 12:
@@ -96,8 +94,7 @@ std::vector<Seed> seeds() {
   for (int block = 0; block < 12; ++block) {
     int16_t samples[16] = {};
     for (int i = 1; i < 16; i += 1 + block % 5) samples[i] = int16_t((i * 23 + block * 7) % 41 - 20);
-    qeliVLCEncode4x4_JPEGXR_16s1u_C1R(samples, 8, block & 1, 0, &stream, &bitBuffer, &bitCount, &pairs,
-                                      state.get());
+    qeliVLCEncode4x4_JPEGXR_16s1u_C1R(samples, 8, block & 1, 0, &stream, &bitBuffer, &bitCount, &pairs, state.get());
   }
   coded.resize(size_t(stream - coded.data()));
   for (int shift = 24; shift >= 0; shift -= 8) coded.push_back(uint8_t(bitBuffer >> shift));

@@ -19,11 +19,11 @@ void run(Input input) {
   if (srcLen == 0) return;
   std::vector<uint8_t> packed(src.size() + (src.size() + 127) / 128), back(src.size());
   uint32_t packedBytes = 0, unpackedFrom = 0;
-  FUZZ_EXPECT(qeliPackBitsRow_TIFF_8u_C1(src.data(), srcLen, packed.data(), &packedBytes,
-                                         int32_t(packed.size())) == qelStatusOk);
+  FUZZ_EXPECT(qeliPackBitsRow_TIFF_8u_C1(src.data(), srcLen, packed.data(), &packedBytes, int32_t(packed.size())) ==
+              qelStatusOk);
   packed.resize(packedBytes);
-  FUZZ_EXPECT(qeliUnpackBitsRow_TIFF_8u_C1(packed.data(), &unpackedFrom, int32_t(packedBytes), back.data(),
-                                           srcLen) == qelStatusOk);
+  FUZZ_EXPECT(qeliUnpackBitsRow_TIFF_8u_C1(packed.data(), &unpackedFrom, int32_t(packedBytes), back.data(), srcLen) ==
+              qelStatusOk);
   FUZZ_EXPECT(back == src && unpackedFrom == packedBytes);
 
   // With less room the tokens that fit are stored, and nothing behind them.

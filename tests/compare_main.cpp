@@ -92,8 +92,8 @@ const char* currentImage = "";
 int currentRound = 0;
 void reportFault(int, siginfo_t* info, void*) {
   char text[512];
-  const int n = std::snprintf(text, sizeof text, "%s: round %d: %s reached the inaccessible address %p\n",
-                              current, currentRound, currentImage, info->si_addr);
+  const int n = std::snprintf(text, sizeof text, "%s: round %d: %s reached the inaccessible address %p\n", current,
+                              currentRound, currentImage, info->si_addr);
   [[maybe_unused]] const auto written = write(STDOUT_FILENO, text, size_t(n));
   _exit(1);
 }
@@ -119,8 +119,7 @@ struct Options {
 };
 
 // Runs one export on all images; the digests of what it gave.
-bool compareExport(const char* name, const std::vector<Image>& images, const Options& options,
-                   Digests& digests) {
+bool compareExport(const char* name, const std::vector<Image>& images, const Options& options, Digests& digests) {
   const auto found = comparisons().find(name);
   if (found == comparisons().end()) return std::printf("%s: no comparison is registered\n", name), false;
   const auto& comparison = found->second;
@@ -142,8 +141,7 @@ bool compareExport(const char* name, const std::vector<Image>& images, const Opt
       const std::vector<uint8_t>& given = c.finish();
       if (allocated != 0) c.fault("memory was not released");
       if (!c.fault().empty())
-        return std::printf("%s: round %d: %s: %s\n", name, round, image.path().c_str(), c.fault().c_str()),
-               false;
+        return std::printf("%s: round %d: %s: %s\n", name, round, image.path().c_str(), c.fault().c_str()), false;
       if (&image == &images.front()) {
         reference = given;
         digests.all = digest(digests.all, reference);
@@ -152,8 +150,8 @@ bool compareExport(const char* name, const std::vector<Image>& images, const Opt
       if (given == reference) continue;
       size_t at = 0;
       while (at < reference.size() && at < given.size() && reference[at] == given[at]) ++at;
-      std::printf("%s: round %d: %s differs at traced byte %zu of %zu\n", name, round, image.path().c_str(),
-                  at, reference.size());
+      std::printf("%s: round %d: %s differs at traced byte %zu of %zu\n", name, round, image.path().c_str(), at,
+                  reference.size());
       return false;
     }
     if (round == quick - 1) digests.quick = digests.all;
@@ -217,7 +215,7 @@ int main(int argc, char** argv) {
     Case::aroundCall = toggleCollect;
     threads = 1;  // how long one waits for another is no fixed number of instructions
   }
-  struct sigaction action {};
+  struct sigaction action{};
   action.sa_sigaction = reportFault;
   action.sa_flags = SA_SIGINFO;
   sigaction(SIGSEGV, &action, nullptr);
@@ -228,18 +226,15 @@ int main(int argc, char** argv) {
     if (!std::strstr(name, options.only)) continue;
     Digests digests;
     const std::clock_t start = std::clock();
-    const bool good = compareExport(name, images, options, digests) &&
-                      (!holds || hold(name, digests, expected, options.quick));
-    if (options.times)
-      std::printf("%7.1f ms %s\n", 1000.0 * double(std::clock() - start) / CLOCKS_PER_SEC, name);
+    const bool good =
+        compareExport(name, images, options, digests) && (!holds || hold(name, digests, expected, options.quick));
+    if (options.times) std::printf("%7.1f ms %s\n", 1000.0 * double(std::clock() - start) / CLOCKS_PER_SEC, name);
     if (options.counts) dumpCounts(name);
     ++compared;
     failed += !good;
-    if (written)
-      std::fprintf(written, "%s %016" PRIx64 " %016" PRIx64 "\n", name, digests.quick, digests.all);
+    if (written) std::fprintf(written, "%s %016" PRIx64 " %016" PRIx64 "\n", name, digests.quick, digests.all);
   }
   if (written) std::fclose(written);
-  std::printf("%d exports on %zu image%s, %d failed\n", compared, images.size(), images.size() > 1 ? "s" : "",
-              failed);
+  std::printf("%d exports on %zu image%s, %d failed\n", compared, images.size(), images.size() > 1 ? "s" : "", failed);
   return failed ? 1 : 0;
 }

@@ -41,16 +41,17 @@ void decodeBlocks(const Bytes& src, Tables& table, bool progressive) {
   int32_t position = 0, marker = 0, failures = 0;
   int16_t block[64] = {}, lastDC = 0;
   for (size_t blocks = 0; blocks <= src.size() && failures < 3; ++blocks) {
-    const QelStatus s =
-        progressive ? qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(src.data(), length, &position, block, &marker, 1, 63, 0,
-                                                                 table.decoder(), state)
-                    : qeliDecodeHuffman8x8_JPEG_1u16s_C1(src.data(), length, &position, block, &lastDC, &marker,
-                                                         table.decoder(), table.decoder(), state);
+    const QelStatus s = progressive
+                            ? qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(src.data(), length, &position, block, &marker,
+                                                                         1, 63, 0, table.decoder(), state)
+                            : qeliDecodeHuffman8x8_JPEG_1u16s_C1(src.data(), length, &position, block, &lastDC, &marker,
+                                                                 table.decoder(), table.decoder(), state);
     failures += s != qelStatusOk;
   }
 }
 
-void decodeCodeBlock(const Bytes& src, const std::vector<uint32_t>& lengths, QelSize size, uint32_t passes, int32_t style) {
+void decodeCodeBlock(const Bytes& src, const std::vector<uint32_t>& lengths, QelSize size, uint32_t passes,
+                     int32_t style) {
   int32_t bytes = 0;
   qeliDecodeGetBufSize_JPEG2K(size, &bytes);
   Bytes state(static_cast<size_t>(bytes));
@@ -67,7 +68,8 @@ int main() {
   measure("huffman_zeros", 1 << 14, [&](size_t n) { decodeBlocks(pattern(n, {0}), flat, false); });
   measure("huffman_fill", 1 << 14, [&](size_t n) { decodeBlocks(pattern(n, {0xFF}), flat, false); });
   measure("huffman_stuffed", 1 << 14, [&](size_t n) { decodeBlocks(pattern(n, {0xFF, 0}), flat, false); });
-  measure("huffman_progressive", 1 << 14, [&](size_t n) { decodeBlocks(pattern(n, {0x12, 0xE0, 0xFF, 0}), flat, true); });
+  measure("huffman_progressive", 1 << 14,
+          [&](size_t n) { decodeBlocks(pattern(n, {0x12, 0xE0, 0xFF, 0}), flat, true); });
   measure("huffman_row", 1 << 13, [&](size_t n) {
     const Bytes src = pattern(2 * n, {3, 0xFF, 0, 0x5A});
     std::vector<int16_t> row(n);
@@ -75,8 +77,8 @@ int main() {
     const QelDecodeHuffmanSpec* const tables[] = {flat.decoder()};
     DecodeState state;
     int32_t position = 0, marker = 0;
-    qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(src.data(), int32_t(src.size()), &position, planes, int32_t(n), 1, &marker, tables,
-                                         state);
+    qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(src.data(), int32_t(src.size()), &position, planes, int32_t(n), 1, &marker,
+                                         tables, state);
   });
   measure("packbits_nothing", 1 << 14, [](size_t n) {
     const Bytes src = pattern(n, {0x80});
@@ -90,14 +92,14 @@ int main() {
     uint32_t position = 0;
     qeliUnpackBitsRow_TIFF_8u_C1(src.data(), &position, int32_t(n) - 1, dst.data(), int32_t(dst.size()));
   });
-  measure("codeblock_samples", 16, [](size_t n) {
-    decodeCodeBlock(pattern(4096, {0x5A, 0xC3, 0x11}), {4096}, {64, int32_t(n)}, 91, 0);
-  });
-  measure("codeblock_bytes", 1 << 14, [](size_t n) { decodeCodeBlock(pattern(n, {0xA5}), {uint32_t(n)}, {16, 16}, 91, 2); });
-  measure("codeblock_segments", 1 << 12, [](size_t n) {
-    decodeCodeBlock(pattern(1, {0}), std::vector<uint32_t>(n), {4, 4}, ~0u, 4);
-  });
-  measure("codeblock_passes", 1 << 12, [](size_t n) { decodeCodeBlock(pattern(64, {7}), {64}, {16, 16}, uint32_t(n), 0); });
+  measure("codeblock_samples", 16,
+          [](size_t n) { decodeCodeBlock(pattern(4096, {0x5A, 0xC3, 0x11}), {4096}, {64, int32_t(n)}, 91, 0); });
+  measure("codeblock_bytes", 1 << 14,
+          [](size_t n) { decodeCodeBlock(pattern(n, {0xA5}), {uint32_t(n)}, {16, 16}, 91, 2); });
+  measure("codeblock_segments", 1 << 12,
+          [](size_t n) { decodeCodeBlock(pattern(1, {0}), std::vector<uint32_t>(n), {4, 4}, ~0u, 4); });
+  measure("codeblock_passes", 1 << 12,
+          [](size_t n) { decodeCodeBlock(pattern(64, {7}), {64}, {16, 16}, uint32_t(n), 0); });
   measure("texture_bc7", 1 << 10, [](size_t n) {
     const Bytes src = pattern(16 * n, {0x40, 1, 0x80, 2, 0, 0, 0x55});
     Bytes dst(64 * n);

@@ -70,8 +70,7 @@ class Peer {
       components.push_back({int(info.width_in_blocks), int(info.height_in_blocks), info.h_samp_factor,
                             info.v_samp_factor, info.dc_tbl_no, info.ac_tbl_no});
       for (JDIMENSION y = 0; y < info.height_in_blocks; ++y) {
-        const JBLOCKARRAY rows =
-            source_.mem->access_virt_barray(j_common_ptr(&source_), arrays_[i], y, 1, FALSE);
+        const JBLOCKARRAY rows = source_.mem->access_virt_barray(j_common_ptr(&source_), arrays_[i], y, 1, FALSE);
         blocks.insert(blocks.end(), &rows[0][0][0], &rows[0][info.width_in_blocks - 1][64]);
       }
     }
@@ -134,8 +133,7 @@ class Peer {
         for (int n = 0; n < header[0]; ++n) {
           const int id = header[1 + 2 * n] - 1;
           scan.components.push_back(id);
-          scan.dcTable[size_t(id)] = header[2 + 2 * n] >> 4,
-          scan.acTable[size_t(id)] = 4 + (header[2 + 2 * n] & 15);
+          scan.dcTable[size_t(id)] = header[2 + 2 * n] >> 4, scan.acTable[size_t(id)] = 4 + (header[2 + 2 * n] & 15);
         }
         const uint8_t* band = header + 1 + 2 * header[0];
         scan.ss = band[0], scan.se = band[1], scan.ah = band[2] >> 4, scan.al = band[2] & 15;
@@ -168,11 +166,9 @@ class Peer {
       const Component& c = components[size_t(id)];
       for (int v = 0; v < c.down; ++v)
         for (int h = 0; h < c.across; ++h)
-          mcu.push_back(
-              {base + offset(size_t(id)) + 64 * (v * c.width + h), id, 64 * c.across, 64 * c.down * c.width});
+          mcu.push_back({base + offset(size_t(id)) + 64 * (v * c.width + h), id, 64 * c.across, 64 * c.down * c.width});
     }
-    const int columns = components[0].width / components[0].across,
-              lines = components[0].height / components[0].down;
+    const int columns = components[0].width / components[0].across, lines = components[0].height / components[0].down;
     for (int y = 0; y < lines; ++y)
       for (int x = 0; x < columns; ++x)
         for (const Place& p : mcu) block(p.first + x * p.across + y * p.down, p.id);
@@ -212,8 +208,7 @@ inline void require(bool good, const char* what) {
 template <class Measure>
 void measureQualities(const Photo& photo, Measure&& measure) {
   static std::vector<std::unique_ptr<Peer>> peers;
-  for (int quality : {50, 85, 95})
-    measure(*peers.emplace_back(std::make_unique<Peer>(photo, quality)), quality);
+  for (int quality : {50, 85, 95}) measure(*peers.emplace_back(std::make_unique<Peer>(photo, quality)), quality);
 }
 
 }  // namespace qelj::bench

@@ -72,9 +72,8 @@ class PairReporter : public benchmark::BenchmarkReporter {
 // Starts Google Benchmark for medians of nine runs, taken by turns, so that a change of the machine's speed
 // meets all. False for arguments that it does not know.
 inline bool start(std::vector<char*> arguments) {
-  for (const char* fixed :
-       {"--benchmark_repetitions=9", "--benchmark_min_time=0.05",
-        "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true"})
+  for (const char* fixed : {"--benchmark_repetitions=9", "--benchmark_min_time=0.05",
+                            "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true"})
     arguments.insert(arguments.begin() + 1, const_cast<char*>(fixed));
   int count = int(arguments.size());
   benchmark::Initialize(&count, arguments.data());
@@ -85,32 +84,26 @@ inline int runPairs(int argc, char** argv) {
   bool markdown = false;
   std::vector<char*> arguments;
   for (int i = 0; i < argc; ++i)
-    if (!std::strcmp(argv[i], "--markdown"))
-      markdown = true;
-    else
-      arguments.push_back(argv[i]);
+    if (!std::strcmp(argv[i], "--markdown")) markdown = true;
+    else arguments.push_back(argv[i]);
   if (!start(std::move(arguments))) return 1;
   PairReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
 
-  if (markdown)
-    std::printf("| what | unit | qelj | peer | ratio | memcpy |\n|---|---|---:|---:|---:|---:|\n");
-  else
-    std::printf("%-52s %-9s %9s %9s %7s %9s\n", "", "unit", "qelj", "peer", "ratio", "memcpy");
+  if (markdown) std::printf("| what | unit | qelj | peer | ratio | memcpy |\n|---|---|---:|---:|---:|---:|\n");
+  else std::printf("%-52s %-9s %9s %9s %7s %9s\n", "", "unit", "qelj", "peer", "ratio", "memcpy");
   for (const Row& row : rows()) {
     if (!row.seconds.contains("qelj")) continue;
     const auto rate = [&](const char* who) {
       char text[32] = "-";
-      if (row.seconds.contains(who))
-        std::snprintf(text, sizeof text, "%.4g", row.units / row.seconds.at(who));
+      if (row.seconds.contains(who)) std::snprintf(text, sizeof text, "%.4g", row.units / row.seconds.at(who));
       return std::string(text);
     };
     char ratio[32] = "-";
     if (row.seconds.contains("peer"))
       std::snprintf(ratio, sizeof ratio, "%.2f", row.seconds.at("peer") / row.seconds.at("qelj"));
-    std::printf(markdown ? "| %s | %s | %s | %s | %s | %s |\n" : "%-52s %-9s %9s %9s %7s %9s\n",
-                row.name.c_str(), row.unit.c_str(), rate("qelj").c_str(), rate("peer").c_str(), ratio,
-                rate("memcpy").c_str());
+    std::printf(markdown ? "| %s | %s | %s | %s | %s | %s |\n" : "%-52s %-9s %9s %9s %7s %9s\n", row.name.c_str(),
+                row.unit.c_str(), rate("qelj").c_str(), rate("peer").c_str(), ratio, rate("memcpy").c_str());
   }
   return 0;
 }

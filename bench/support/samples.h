@@ -15,8 +15,7 @@ class Samples {
  public:
   Samples(int rowBytes, int height, int border = 0) : step_((rowBytes + 2 * border + 127) / 64 * 64) {
     bytes_.resize(size_t(step_) * size_t(height + 2) + 64);
-    auto* start =
-        bytes_.data() + (64 - reinterpret_cast<uintptr_t>(bytes_.data()) % 64) + (border + 63) / 64 * 64;
+    auto* start = bytes_.data() + (64 - reinterpret_cast<uintptr_t>(bytes_.data()) % 64) + (border + 63) / 64 * 64;
     for (int y = -1; y <= height; ++y) rows_.push_back(start + size_t(y + 1) * size_t(step_));
   }
   Samples(const Samples&) = delete;

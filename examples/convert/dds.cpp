@@ -26,8 +26,7 @@ struct Block {
   Sample sample;
   Decode decode;
   Encode encode;  // null: only read
-  uint32_t
-      dxgi;  // the number of the unsigned normalised (BC6: float) form; other forms of the same blocks follow
+  uint32_t dxgi;  // the number of the unsigned normalised (BC6: float) form; other forms of the same blocks follow
   std::initializer_list<uint32_t> alsoDxgi;
   std::initializer_list<const char*> codes;  // of a legacy header, the written one first
 };
@@ -72,22 +71,8 @@ const Block kBlocks[] = {
      83,
      {82},
      {"ATI2", "BC5U"}},
-    {"bc6",
-     16,
-     Sample::half,
-     decodeHalf<qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R, uint16_t>,
-     nullptr,
-     95,
-     {94},
-     {}},
-    {"bc6s",
-     16,
-     Sample::half,
-     decodeHalf<qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R, int16_t>,
-     nullptr,
-     96,
-     {},
-     {}},
+    {"bc6", 16, Sample::half, decodeHalf<qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R, uint16_t>, nullptr, 95, {94}, {}},
+    {"bc6s", 16, Sample::half, decodeHalf<qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R, int16_t>, nullptr, 96, {}, {}},
     {"bc7",
      16,
      Sample::rgba,
@@ -229,8 +214,7 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     const int32_t step = size.width * pixelBytes;
     stages.time("decode blocks", [&] {
       inBlockStrips(size, [&](QelSize strip, size_t row, size_t block) {
-        expectOk(header.block->decode(blocks.data() + block * blockBytes, &pixels[row * size_t(step)], step,
-                                      strip),
+        expectOk(header.block->decode(blocks.data() + block * blockBytes, &pixels[row * size_t(step)], step, strip),
                  "decoding blocks");
       });
     });
@@ -277,8 +261,7 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   const int used = block.sample == Sample::grey ? 1 : block.sample == Sample::redGreen ? 2 : ycocg ? 3 : 4;
   const bool isGrey = used == 1 && (original.colour == Colour::grey || original.colour == Colour::greyAlpha);
   Image image = wholeBytes(adapt(original, {isGrey ? Colour::grey : ycocg ? Colour::rgb : Colour::rgba}, 8));
-  if (image.channels() != used)
-    image.data = selectChannels(image.data, 4, size_t(used));  // red, or red and green
+  if (image.channels() != used) image.data = selectChannels(image.data, 4, size_t(used));  // red, or red and green
   Encode encode = block.encode;
   if (ycocg) {
     image.data = stages.time("RGB to YCoCg", [&] { return toYCoCg(image.data); });
@@ -319,8 +302,7 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
 void describe(Bytes file, std::ostream& out) {
   const Header header = readHeader(file);
   out << "DDS, " << header.width << " x " << header.height << ", " << header.block->name << " blocks"
-      << (header.scaledYCoCg ? " of scaled YCoCg" : "") << (header.dx10 ? ", DX10 header" : ", legacy header")
-      << "\n";
+      << (header.scaledYCoCg ? " of scaled YCoCg" : "") << (header.dx10 ? ", DX10 header" : ", legacy header") << "\n";
 }
 
 }  // namespace

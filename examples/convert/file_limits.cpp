@@ -43,8 +43,7 @@ void Limits::expectWork(uint64_t steps) const {
 
 void Limits::expectData(size_t coded, uint64_t units, uint64_t bits) const {
   // Units are counted by 64 bits, so that nothing overflows.
-  if (units / 64 * bits > coded / 8)
-    expectWhole("the file is truncated: its data are too few for its picture");
+  if (units / 64 * bits > coded / 8) expectWhole("the file is truncated: its data are too few for its picture");
 }
 
 void Limits::expectWhole(const std::string& why) const {

@@ -61,7 +61,7 @@ class Stages {
 struct Format {
   const char* name;
   std::vector<const char*> extensions;  // with the dot, in lower case
-  std::vector<OptionSpec> options;  // several formats may share one name, with or without an argument alike
+  std::vector<OptionSpec> options;      // several formats may share one name, with or without an argument alike
   bool (*recognises)(Bytes file);
   Image (*read)(Bytes file, const Options& options, Stages& stages);  // null: only written
   std::vector<uint8_t> (*write)(const Image& image, const Options& options,

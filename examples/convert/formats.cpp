@@ -11,15 +11,7 @@ extern const Format kPnm, kPfm, kPng, kJpeg, kJpeg2000, kJp2, kJpegXr, kTiff, kD
 
 const std::vector<const Format*>& formats() {
   static const std::vector<const Format*> all = {
-      &kPnm,
-      &kPfm,
-      &kPng,
-      &kJpeg,
-      &kJpeg2000,
-      &kJp2,
-      &kJpegXr,
-      &kTiff,
-      &kDds,
+      &kPnm, &kPfm, &kPng, &kJpeg, &kJpeg2000, &kJp2, &kJpegXr, &kTiff, &kDds,
   };
   return all;
 }
@@ -32,8 +24,7 @@ const Format* formatOfContent(Bytes file) {
 
 const Format* formatOfName(const std::string& path) {
   std::string lower = path;
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return char(std::tolower(c)); });
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return char(std::tolower(c)); });
   for (const Format* format : formats())
     for (const char* extension : format->extensions)
       if (lower.ends_with(extension)) return format;

@@ -63,8 +63,7 @@ void convertPixel(const Image& from, size_t pixel, Image& to) {
       break;
     case Colour::cmyk:
       for (size_t c = 0; c < 3; ++c)
-        rgba[c] = uint32_t(
-            (uint64_t(top - from.sample(first + c)) * (top - from.sample(first + 3)) + top / 2) / top);
+        rgba[c] = uint32_t((uint64_t(top - from.sample(first + c)) * (top - from.sample(first + 3)) + top / 2) / top);
       break;
   }
   const size_t m = size_t(to.channels()), out = pixel * m;
@@ -101,8 +100,7 @@ Image adapt(const Image& image, std::initializer_list<Colour> accepted, int maxB
     Image narrow(result.width, result.height, result.colour, maxBits);
     const uint64_t from = (1u << result.bits) - 1, to = (1u << maxBits) - 1;
     const size_t samples = narrow.data.size() / size_t(narrow.sampleBytes());
-    for (size_t i = 0; i < samples; ++i)
-      narrow.setSample(i, uint32_t((result.sample(i) * to + from / 2) / from));
+    for (size_t i = 0; i < samples; ++i) narrow.setSample(i, uint32_t((result.sample(i) * to + from / 2) / from));
     result = std::move(narrow);
   }
   return result;

@@ -84,8 +84,7 @@ void checkDimensions(int64_t width, int64_t height, int channels);
 Image adapt(const Image& image, std::initializer_list<Colour> accepted, int maxBits = 16);
 // Copies nothing when the picture is acceptable as it is: then gives the picture itself, and otherwise
 // `storage`.
-const Image& adapt(const Image& image, Image& storage, std::initializer_list<Colour> accepted,
-                   int maxBits = 16);
+const Image& adapt(const Image& image, Image& storage, std::initializer_list<Colour> accepted, int maxBits = 16);
 
 // The picture with samples spread to the full range of 8 or 16 bits, for formats that know no other depth.
 Image wholeBytes(Image image);

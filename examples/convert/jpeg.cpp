@@ -15,18 +15,16 @@ namespace {
 using namespace jpeg;
 
 // Tables K.1 and K.2, the quantisers for luminance and chrominance at quality 50, in zig-zag order.
-constexpr RawQuantTable kLuminance = {
-    16, 11,  12, 14, 12, 10, 16,  14,  13,  14, 18, 17,  16,  19,  24,  40,  26, 24,  22,  22, 24, 49,
-    35, 37,  29, 40, 58, 51, 61,  60,  57,  51, 56, 55,  64,  72,  92,  78,  64, 68,  87,  69, 55, 56,
-    80, 109, 81, 87, 95, 98, 103, 104, 103, 62, 77, 113, 121, 112, 100, 120, 92, 101, 103, 99};
+constexpr RawQuantTable kLuminance = {16, 11, 12,  14,  12,  10, 16, 14,  13,  14,  18,  17,  16, 19,  24,  40,
+                                      26, 24, 22,  22,  24,  49, 35, 37,  29,  40,  58,  51,  61, 60,  57,  51,
+                                      56, 55, 64,  72,  92,  78, 64, 68,  87,  69,  55,  56,  80, 109, 81,  87,
+                                      95, 98, 103, 104, 103, 62, 77, 113, 121, 112, 100, 120, 92, 101, 103, 99};
 constexpr RawQuantTable kChrominance = {17, 18, 18, 24, 21, 24, 47, 26, 26, 47, 99, 66, 56, 66, 99, 99,
                                         99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
                                         99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
                                         99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
 
-bool recognises(Bytes file) {
-  return file.size() > 3 && file[0] == 0xFF && file[1] == SOI && file[2] == 0xFF;
-}
+bool recognises(Bytes file) { return file.size() > 3 && file[0] == 0xFF && file[1] == SOI && file[2] == 0xFF; }
 
 Image read(Bytes bytes, const Options& options, Stages& stages) {
   const Limits limits(bytes, options);
@@ -37,8 +35,8 @@ Image read(Bytes bytes, const Options& options, Stages& stages) {
   const int size = kSizes[options.choice("scale", {"1/1", "1/2", "1/4", "1/8"}, 0)];
   const auto filter = options.choice("filter", {"box", "triangle"}, 1) ? Filter::triangle : Filter::box;
   // One scan with everything: a strip at a time, while it is in the cache.
-  const bool byStrips = file.scans.size() == 1 && frame.process != SOF2 &&
-                        file.scans[0].header.parts.size() == frame.components.size();
+  const bool byStrips =
+      file.scans.size() == 1 && frame.process != SOF2 && file.scans[0].header.parts.size() == frame.components.size();
   const bool lossless = frame.process == SOF3;
   expectData(file, limits);
   limits.expectPicture(frame.width, frame.height, int(frame.components.size()), frame.precision,
@@ -89,8 +87,8 @@ Image read(Bytes bytes, const Options& options, Stages& stages) {
       });
     });
     pipeline.run(
-        stages, {nullptr, kTransform, kConvert}, [](int32_t) {},
-        [&](int32_t i) { pixels.transform(i, coefficients); }, convert);
+        stages, {nullptr, kTransform, kConvert}, [](int32_t) {}, [&](int32_t i) { pixels.transform(i, coefficients); },
+        convert);
   }
   Image image = pixels.finish();
   if (!missing.empty()) limits.onlyPart(image, missing);
@@ -137,16 +135,13 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
     Image adapted;
     const Image& image = adapt(original, adapted, {Colour::grey, Colour::rgb});
     return stages.time("lossless coding", [&] {
-      return writeLossless(image, options.integer("predictor", 1, 1, 7),
-                           options.integer("point-transform", 0, 0, 15),
+      return writeLossless(image, options.integer("predictor", 1, 1, 7), options.integer("point-transform", 0, 0, 15),
                            options.integer("restart", 0, 0, 65535));
     });
   }
   Image adapted;
   const Image& image = adapt(original, adapted, {Colour::rgb, Colour::grey, Colour::cmyk}, 8);
-  Space space = image.colour == Colour::grey  ? Space::grey
-                : image.colour == Colour::rgb ? Space::ycc
-                                              : Space::ycck;
+  Space space = image.colour == Colour::grey ? Space::grey : image.colour == Colour::rgb ? Space::ycc : Space::ycck;
   if (options.has("plain-colour"))
     space = image.colour == Colour::rgb ? Space::rgb : image.colour == Colour::cmyk ? Space::cmyk : space;
 
@@ -158,10 +153,8 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
              "scaling a quantiser");
   const int32_t restart = options.integer("restart", 0, 0, 65535) * frame.mcusWide;
   std::vector<ScanHeader> script = {wholeScan(frame)};
-  if (options.has("scans"))
-    script = parseScanScript(textOfFile(options.text("scans")));
-  else if (options.has("progressive"))
-    script = usualProgression(int(frame.components.size()));
+  if (options.has("scans")) script = parseScanScript(textOfFile(options.text("scans")));
+  else if (options.has("progressive")) script = usualProgression(int(frame.components.size()));
   frame.process = isSequential(script) ? SOF0 : SOF2;
   checkScanScript(script, frame);
 
@@ -198,13 +191,12 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
     Coefficients coefficients(frame, frame.mcusHigh);
     const auto nothing = [](int32_t) {};
     pipeline.run(
-        stages, {nullptr, kTransform, nullptr}, nothing,
-        [&](int32_t i) { pixels.transform(i, coefficients); }, nothing);
+        stages, {nullptr, kTransform, nullptr}, nothing, [&](int32_t i) { pixels.transform(i, coefficients); },
+        nothing);
     // The scans don't depend on one another.
     stages.time(kCoding, [&] {
       std::vector<Writer> scans(script.size());
-      inParallel(scans.size(),
-                 [&](size_t i) { writeOptimalScan(scans[i], frame, script[i], restart, coefficients); });
+      inParallel(scans.size(), [&](size_t i) { writeOptimalScan(scans[i], frame, script[i], restart, coefficients); });
       for (const Writer& scan : scans) out.put(scan.bytes);
     });
   }
@@ -229,24 +221,23 @@ void describe(Bytes bytes, std::ostream& out) {
 }  // namespace
 
 extern const Format kJpeg;
-const Format kJpeg = {
-    "JPEG",
-    {".jpg", ".jpeg"},
-    {{"quality", "N", "1 to 100 (85)"},
-     {"sampling", "444|422|420", "chroma planes: full, halved across, halved both ways (420)"},
-     {"restart", "N", "a restart marker after every N rows of MCUs"},
-     {"optimize", nullptr, "Huffman tables made for the picture"},
-     {"progressive", nullptr, "several scans, coarse to fine"},
-     {"scans", "FILE", "the scan script of a file: progressive, or sequential in several scans"},
-     {"plain-colour", nullptr, "keep RGB or CMYK as it is, without luminance and chrominance"},
-     {"lossless", nullptr, "the lossless process, 2 to 16 bits"},
-     {"predictor", "N", "of the lossless process, 1 to 7 (1)"},
-     {"point-transform", "N", "low bits that the lossless process drops (0)"},
-     {"scale", "1/1|1/2|1/4|1/8", "read a reduced picture"},
-     {"filter", "box|triangle", "how chroma is spread when reading (triangle)"}},
-    recognises,
-    read,
-    write,
-    describe};
+const Format kJpeg = {"JPEG",
+                      {".jpg", ".jpeg"},
+                      {{"quality", "N", "1 to 100 (85)"},
+                       {"sampling", "444|422|420", "chroma planes: full, halved across, halved both ways (420)"},
+                       {"restart", "N", "a restart marker after every N rows of MCUs"},
+                       {"optimize", nullptr, "Huffman tables made for the picture"},
+                       {"progressive", nullptr, "several scans, coarse to fine"},
+                       {"scans", "FILE", "the scan script of a file: progressive, or sequential in several scans"},
+                       {"plain-colour", nullptr, "keep RGB or CMYK as it is, without luminance and chrominance"},
+                       {"lossless", nullptr, "the lossless process, 2 to 16 bits"},
+                       {"predictor", "N", "of the lossless process, 1 to 7 (1)"},
+                       {"point-transform", "N", "low bits that the lossless process drops (0)"},
+                       {"scale", "1/1|1/2|1/4|1/8", "read a reduced picture"},
+                       {"filter", "box|triangle", "how chroma is spread when reading (triangle)"}},
+                      recognises,
+                      read,
+                      write,
+                      describe};
 
 }  // namespace qelconv

@@ -44,9 +44,8 @@ enum Marker : uint8_t {
   COM = 0xFE
 };
 
-using RawQuantTable = std::array<uint8_t, 64>;  // zig-zag order
-using FileQuantTable =
-    std::array<uint16_t, 64>;  // the same; other encoders' coarsest tables have wide entries
+using RawQuantTable = std::array<uint8_t, 64>;    // zig-zag order
+using FileQuantTable = std::array<uint16_t, 64>;  // the same; other encoders' coarsest tables have wide entries
 
 struct HuffmanList {
   std::array<uint8_t, 16> bits{};   // number of codes of each length
@@ -264,8 +263,7 @@ class DifferenceEncoder {
 };
 
 Image readLossless(const File& file, const Limits& limits);
-std::vector<uint8_t> writeLossless(const Image& image, int predictor, int pointTransform,
-                                   int32_t restartRows);
+std::vector<uint8_t> writeLossless(const Image& image, int predictor, int pointTransform, int32_t restartRows);
 
 }  // namespace qelconv::jpeg
 

@@ -56,8 +56,7 @@ int styleOption(const Options& options) {
   int style = 0;
   std::istringstream words(options.text("style"));
   for (std::string word; std::getline(words, word, ',');) {
-    const auto found =
-        std::find_if(std::begin(kStyles), std::end(kStyles), [&](auto& s) { return word == s.first; });
+    const auto found = std::find_if(std::begin(kStyles), std::end(kStyles), [&](auto& s) { return word == s.first; });
     if (found == std::end(kStyles))
       throw Error("--style takes bypass, reset, terminate, causal and segment, not \"" + word + "\"");
     style |= found->second;
@@ -109,21 +108,18 @@ Parameters makeParameters(const Image& image, const Options& options, const Goal
   const auto isPower = [](int n) { return n >= 4 && n <= 1024 && (n & (n - 1)) == 0; };
   if (!isPower(w) || !isPower(h) || w * h > 4096)
     throw Error("--block takes powers of two from 4 to 1024, at most 4096 together");
-  coding.blockWidthLog2 = std::bit_width(unsigned(w)) - 1,
-  coding.blockHeightLog2 = std::bit_width(unsigned(h)) - 1;
+  coding.blockWidthLog2 = std::bit_width(unsigned(w)) - 1, coding.blockHeightLog2 = std::bit_width(unsigned(h)) - 1;
   coding.precincts.fill(0xFF);
   coding.steps = stepsFor(coding, image.bits);
   p.coding.assign(p.bits.size(), coding);
   return p;
 }
 
-std::vector<uint8_t> writeCodestream(const Image& original, const Options& options, Stages& stages,
-                                     Parameters& p) {
+std::vector<uint8_t> writeCodestream(const Image& original, const Options& options, Stages& stages, Parameters& p) {
   Image adapted;
   const Image& image = adapt(original, adapted, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha});
   Goal goal{listOfNumbers(options, "rate"), listOfNumbers(options, "psnr")};
-  if (!goal.bitsPerPixel.empty() && !goal.psnr.empty())
-    throw Error("--rate and --psnr can't be had together");
+  if (!goal.bitsPerPixel.empty() && !goal.psnr.empty()) throw Error("--rate and --psnr can't be had together");
   p = makeParameters(image, options, goal);
   std::vector<Tile> tiles;
   encodeTiles(image, p, goal, tiles, stages);
@@ -155,12 +151,11 @@ void describe(Bytes file, std::ostream& out) {
   const Parameters& p = stream.parameters;
   const Coding& c = p.coding[0];
   constexpr const char* kOrders[] = {"LRCP", "RLCP", "RPCL", "PCRL", "CPRL"};
-  out << (isJp2(file) ? "JP2, " : "JPEG 2000 codestream, ") << p.width - p.x0 << " x " << p.height - p.y0
-      << ", " << p.bits.size() << " components of " << p.bits[0] << " bits, "
-      << (c.reversible ? "5/3" : "9/7") << ", " << c.levels << " levels, " << p.layers
-      << (p.layers == 1 ? " layer, " : " layers, ") << p.tilesWide() * p.tilesHigh()
-      << (p.tilesWide() * p.tilesHigh() == 1 ? " tile, " : " tiles, ") << kOrders[int(p.progression)]
-      << ", blocks of " << (1 << c.blockWidthLog2) << " x " << (1 << c.blockHeightLog2)
+  out << (isJp2(file) ? "JP2, " : "JPEG 2000 codestream, ") << p.width - p.x0 << " x " << p.height - p.y0 << ", "
+      << p.bits.size() << " components of " << p.bits[0] << " bits, " << (c.reversible ? "5/3" : "9/7") << ", "
+      << c.levels << " levels, " << p.layers << (p.layers == 1 ? " layer, " : " layers, ")
+      << p.tilesWide() * p.tilesHigh() << (p.tilesWide() * p.tilesHigh() == 1 ? " tile, " : " tiles, ")
+      << kOrders[int(p.progression)] << ", blocks of " << (1 << c.blockWidthLog2) << " x " << (1 << c.blockHeightLog2)
       << (p.colourTransform ? ", colour transform" : "") << "\n";
 }
 

@@ -26,14 +26,7 @@ namespace qelconv::jpeg2000 {
 enum class Progression { LRCP, RLCP, RPCL, PCRL, CPRL };
 
 // Code-block style, as SPcod has it (Table A.19).
-enum BlockStyle {
-  kBypass = 1,
-  kReset = 2,
-  kTerminate = 4,
-  kCausal = 8,
-  kPredictable = 16,
-  kSegmentSymbols = 32
-};
+enum BlockStyle { kBypass = 1, kReset = 2, kTerminate = 4, kCausal = 8, kPredictable = 16, kSegmentSymbols = 32 };
 // The same in the library's numbering.
 int32_t libraryStyle(int style);
 
@@ -178,8 +171,7 @@ struct PacketPlace {
   int layer, resolution, component, precinct;
 };
 // Calls visit(place) for the packets of a tile in the order of its progression, until that gives false.
-void visitPackets(const Parameters& parameters, const Tile& tile,
-                  const std::function<bool(const PacketPlace&)>& visit);
+void visitPackets(const Parameters& parameters, const Tile& tile, const std::function<bool(const PacketPlace&)>& visit);
 
 // The squared norms of all bands' synthesis functions: what a unit error there costs in the picture.
 std::vector<double> synthesisGains(bool reversible, int levels);
@@ -193,8 +185,7 @@ void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile&
 // Takes a tile's packets apart into its blocks' data and segments. Gives what is wrong with them, empty if
 // nothing is: then all packets up to there were read. `visits` counts the blocks that packets were asked
 // about.
-std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& limits,
-                        std::atomic<uint64_t>& visits);
+std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& limits, std::atomic<uint64_t>& visits);
 
 // --- files -------------------------------------------------------------------------------------------------
 

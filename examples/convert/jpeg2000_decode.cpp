@@ -36,8 +36,8 @@ struct BlockDecoder {
     // A corrupted segment ends the block: what was decoded of it stands.
     static const uint8_t none = 0;
     const QelStatus status = qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(
-        b.data.empty() ? &none : b.data.data(), samples.data(), 4 * w, {w, h}, libraryBand(band.kind),
-        uint32_t(planes), std::min(passes, most), lengths.data(), int32_t(lengths.size()),
+        b.data.empty() ? &none : b.data.data(), samples.data(), 4 * w, {w, h}, libraryBand(band.kind), uint32_t(planes),
+        std::min(passes, most), lengths.data(), int32_t(lengths.size()),
         libraryStyle(coding.style) | qelCodeStyleKeepMidPoint, nullptr, state.data());
     const float scale = float(std::ldexp(band.step, fractionBits(bits) - half));
     for (int32_t y = 0; y < h; ++y) {
@@ -73,29 +73,24 @@ template <class Sample, class Value>
 void storePlane(const Value* from, int32_t shift, Sample* to, size_t channels, int32_t width, int top) {
   for (int32_t x = 0; x < width; ++x) {
     int32_t v;
-    if constexpr (std::is_same_v<Value, float>)
-      v = int32_t(std::floor(std::clamp(from[x], -1e6f, 1e6f) + 0.5f));
-    else
-      v = from[x];
+    if constexpr (std::is_same_v<Value, float>) v = int32_t(std::floor(std::clamp(from[x], -1e6f, 1e6f) + 0.5f));
+    else v = from[x];
     to[size_t(x) * channels] = Sample(std::clamp(v + shift, 0, top));
   }
 }
 
 // Rows `first` to `end` of a tile's planes; planes[c] begins with the first of them.
 template <class Value>
-void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const Value*>& planes,
-                  int32_t first, int32_t end, Image& image) {
+void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const Value*>& planes, int32_t first,
+                  int32_t end, Image& image) {
   const int32_t w = tile.area.width(), shift = 1 << (p.bits[0] - 1), top = (1 << p.bits[0]) - 1;
   const size_t channels = planes.size();
   for (size_t c = 0; c < channels; ++c)
     for (int32_t y = first; y < end; ++y) {
       const Value* from = planes[c] + size_t(y - first) * size_t(w);
-      uint8_t* row =
-          image.row(tile.area.y0 + y - p.y0) + size_t(tile.area.x0 - p.x0) * size_t(image.pixelBytes());
-      if (image.sampleBytes() == 1)
-        storePlane(from, shift, row + c, channels, w, top);
-      else
-        storePlane(from, shift, reinterpret_cast<uint16_t*>(row) + c, channels, w, top);
+      uint8_t* row = image.row(tile.area.y0 + y - p.y0) + size_t(tile.area.x0 - p.x0) * size_t(image.pixelBytes());
+      if (image.sampleBytes() == 1) storePlane(from, shift, row + c, channels, w, top);
+      else storePlane(from, shift, reinterpret_cast<uint16_t*>(row) + c, channels, w, top);
     }
 }
 
@@ -136,12 +131,7 @@ void storePixels(const Parameters& p, Tile& tile, Image& image) {
 class TileDecoder {
  public:
   TileDecoder(const Codestream& stream, const Limits& limits, Image& image, Stages* stages)
-      : stream_(stream),
-        p_(stream.parameters),
-        limits_(limits),
-        image_(image),
-        stages_(stages),
-        wrong_(limits) {}
+      : stream_(stream), p_(stream.parameters), limits_(limits), image_(image), stages_(stages), wrong_(limits) {}
 
   void decode(int32_t index) {
     const auto& parts = stream_.tileParts[size_t(index)];
@@ -221,13 +211,11 @@ Image decodeTiles(const Codestream& stream, const Limits& limits, Stages& stages
   const bool together = sideBySide(tiles);
   const uint64_t atOnce = together ? uint64_t(omp_get_max_threads()) : 1;
   const uint64_t coefficients = uint64_t(width) * uint64_t(height) * uint64_t(channels);
-  limits.expectPicture(width, height, channels, p.bits[0],
-                       sizeof(int32_t) * coefficients + atOnce * tileBytes);
+  limits.expectPicture(width, height, channels, p.bits[0], sizeof(int32_t) * coefficients + atOnce * tileBytes);
 
   Image image(width, height, p.colour, p.bits[0]);
   TileDecoder decoder(stream, limits, image, together ? nullptr : &stages);
-  if (together)
-    stages.time("tiles", [&] { inParallel(tiles, [&](size_t t) { decoder.decode(int32_t(t)); }); });
+  if (together) stages.time("tiles", [&] { inParallel(tiles, [&](size_t t) { decoder.decode(int32_t(t)); }); });
   else
     for (size_t t = 0; t < tiles; ++t) decoder.decode(int32_t(t));
   decoder.wrong().settle(image);

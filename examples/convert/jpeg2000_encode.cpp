@@ -20,8 +20,7 @@ void loadSamples(const Image& image, const Parameters& p, Tile& tile, int32_t fi
   for (size_t c = 0; c < channels; ++c) {
     auto& data = tile.components[c].data;
     for (int32_t y = first; y < end; ++y) {
-      const size_t from =
-          (size_t(tile.area.y0 + y) * size_t(image.width) + size_t(tile.area.x0)) * channels + c;
+      const size_t from = (size_t(tile.area.y0 + y) * size_t(image.width) + size_t(tile.area.x0)) * channels + c;
       int32_t* to = &data[size_t(y) * size_t(w)];
       if (image.sampleBytes() == 1)
         for (int32_t x = 0; x < w; ++x) to[x] = image.data[from + size_t(x) * channels] - shift;
@@ -80,8 +79,7 @@ class BlockCoder {
   }
 
   // Codes a block; returns its squared error in the picture when all of it is sent, if that is asked for.
-  double code(const Coding& coding, int bits, const TileComponent& c, const Band& band, double gain,
-              Block& b) {
+  double code(const Coding& coding, int bits, const TileComponent& c, const Band& band, double gain, Block& b) {
     const int32_t w = b.area.width(), h = b.area.height();
     const int32_t* source = &c.data[size_t(b.y) * size_t(c.area.width()) + size_t(b.x)];
     samples_.resize(size_t(w) * size_t(h));
@@ -107,10 +105,10 @@ class BlockCoder {
     int32_t planes = 0, passes = 0, segments = 0;
     // A lossless end is measured as one.
     const int32_t style = libraryStyle(coding.style) | (coding.reversible ? qelCodeStyleLossless : 0);
-    expectOk(qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(samples_.data(), 4 * w, {w, h}, state_.get(),
-                                                    libraryBand(band.kind), band.planes, 0, 0, style, &planes,
-                                                    &passes, &segments),
-             "coding a block");
+    expectOk(
+        qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(samples_.data(), 4 * w, {w, h}, state_.get(), libraryBand(band.kind),
+                                               band.planes, 0, 0, style, &planes, &passes, &segments),
+        "coding a block");
     b.zeroPlanes = passes ? 31 - planes : band.planes;
     store(b);
     const double unit = band.step * band.step * gain;
@@ -144,9 +142,7 @@ class BlockCoder {
     }
   }
 
-  static bool raw(int style, int pass) {
-    return style & kBypass && (pass + 2) / 3 >= 4 && (pass + 2) % 3 != 2;
-  }
+  static bool raw(int style, int pass) { return style & kBypass && (pass + 2) / 3 >= 4 && (pass + 2) % 3 != 2; }
 
   void readPasses(int style, int count, double unit, Block& b) {
     b.passes.assign(size_t(count), {});
@@ -206,8 +202,7 @@ class BlockCoder {
 double componentGain(const Parameters& p, size_t component) {
   if (!p.colourTransform || component > 2) return 1;
   constexpr double kReversible[] = {3, 0.6875, 0.6875};
-  constexpr double kIrreversible[] = {3, 0.34413 * 0.34413 + 1.772 * 1.772,
-                                      1.402 * 1.402 + 0.71414 * 0.71414};
+  constexpr double kIrreversible[] = {3, 0.34413 * 0.34413 + 1.772 * 1.772, 1.402 * 1.402 + 0.71414 * 0.71414};
   return (p.coding[0].reversible ? kReversible : kIrreversible)[component];
 }
 
@@ -307,8 +302,7 @@ void allocate(Allocator& allocator, const Image& image, const Parameters& p, con
 
 }  // namespace
 
-void encodeTiles(const Image& image, const Parameters& p, const Goal& goal, std::vector<Tile>& tiles,
-                 Stages& stages) {
+void encodeTiles(const Image& image, const Parameters& p, const Goal& goal, std::vector<Tile>& tiles, Stages& stages) {
   stages.time("transforms", [&] {
     tiles.resize(size_t(p.tilesWide()) * size_t(p.tilesHigh()));
     const auto transform = [&](size_t t) {
@@ -319,11 +313,9 @@ void encodeTiles(const Image& image, const Parameters& p, const Goal& goal, std:
         loadSamples(image, p, tile, first, end);
         transformColour(p, tile, first, end);
       });
-      inParallel(tile.components.size(),
-                 [&](size_t c) { transformWavelet(p.coding[c], tile.components[c]); });
+      inParallel(tile.components.size(), [&](size_t c) { transformWavelet(p.coding[c], tile.components[c]); });
     };
-    if (sideBySide(tiles.size()))
-      inParallel(tiles.size(), transform);
+    if (sideBySide(tiles.size())) inParallel(tiles.size(), transform);
     else
       for (size_t t = 0; t < tiles.size(); ++t) transform(t);
   });
@@ -351,8 +343,7 @@ void encodeTiles(const Image& image, const Parameters& p, const Goal& goal, std:
     if (p.layers > 1 && g.bitsPerPixel.empty() && g.psnr.empty()) {
       // Each layer doubles the file; the last one has everything.
       allocator.everything(p.layers - 1);
-      const double all =
-          8.0 * double(allocator.fileBytes(p.layers - 1)) / (double(image.width) * image.height);
+      const double all = 8.0 * double(allocator.fileBytes(p.layers - 1)) / (double(image.width) * image.height);
       for (int l = 1; l < p.layers; ++l) g.bitsPerPixel.push_back(std::ldexp(all, l - p.layers));
     }
     allocate(allocator, image, p, g);

@@ -23,8 +23,8 @@ enum Marker : uint16_t {
 };
 
 constexpr uint32_t box(const char (&name)[5]) {
-  return uint32_t(uint8_t(name[0])) << 24 | uint32_t(uint8_t(name[1])) << 16 |
-         uint32_t(uint8_t(name[2])) << 8 | uint8_t(name[3]);
+  return uint32_t(uint8_t(name[0])) << 24 | uint32_t(uint8_t(name[1])) << 16 | uint32_t(uint8_t(name[2])) << 8 |
+         uint8_t(name[3]);
 }
 
 // --- reading -----------------------------------------------------------------------------------------------
@@ -43,10 +43,8 @@ class Parser {
     // What is wrong from here on leaves the tiles in front of it.
     try {
       for (; marker != EOC; marker = in_.u16be())
-        if (marker == SOT)
-          tilePart();
-        else
-          mainSegment(marker);
+        if (marker == SOT) tilePart();
+        else mainSegment(marker);
     } catch (const Damaged& e) {
       out_.missing = e.what();
     }
@@ -132,8 +130,7 @@ class Parser {
     p_.width = at(0), p_.height = at(1), p_.x0 = at(2), p_.y0 = at(3);
     p_.tileWidth = at(4), p_.tileHeight = at(5), p_.tileX0 = at(6), p_.tileY0 = at(7);
     const int count = body.u16be();
-    if (count < 1 || count > 4)
-      throw Error("pictures of " + std::to_string(count) + " components can't be read");
+    if (count < 1 || count > 4) throw Error("pictures of " + std::to_string(count) + " components can't be read");
     checkDimensions(int64_t(p_.width) - p_.x0, int64_t(p_.height) - p_.y0, count);
     const bool good = p_.tileWidth > 0 && p_.tileHeight > 0 && p_.tileX0 <= p_.x0 && p_.tileY0 <= p_.y0 &&
                       int64_t(p_.tileX0) + p_.tileWidth > p_.x0 && int64_t(p_.tileY0) + p_.tileHeight > p_.y0;
@@ -162,8 +159,7 @@ class Parser {
     c.blockWidthLog2 = (body.u8() & 15) + 2, c.blockHeightLog2 = (body.u8() & 15) + 2;
     c.style = body.u8();
     const int transform = body.u8();
-    if (c.levels > 32 || c.blockWidthLog2 > 10 || c.blockHeightLog2 > 10 ||
-        c.blockWidthLog2 + c.blockHeightLog2 > 12)
+    if (c.levels > 32 || c.blockWidthLog2 > 10 || c.blockHeightLog2 > 10 || c.blockWidthLog2 + c.blockHeightLog2 > 12)
       throw Error("the coding parameters are impossible");
     if (c.style & 0xC0) throw Error("high-throughput block coding can't be read");
     if (transform > 1) throw Error("an unknown wavelet");
@@ -295,9 +291,7 @@ void putBox(Writer& out, const char (&name)[5], Body&& body) {
 
 }  // namespace
 
-bool isJp2(Bytes file) {
-  return file.size() >= 12 && std::equal(file.begin(), file.begin() + 8, "\0\0\0\x0CjP  ");
-}
+bool isJp2(Bytes file) { return file.size() >= 12 && std::equal(file.begin(), file.begin() + 8, "\0\0\0\x0CjP  "); }
 
 Codestream parse(Bytes file) {
   bool cut = false;
@@ -320,17 +314,14 @@ std::vector<uint8_t> writeMainHeader(const Parameters& p) {
   segment(out, COD, [&] {
     out.u8(0);
     out.u8(unsigned(p.progression)), out.u16be(unsigned(p.layers)), out.u8(p.colourTransform);
-    out.u8(unsigned(c.levels)), out.u8(unsigned(c.blockWidthLog2 - 2)),
-        out.u8(unsigned(c.blockHeightLog2 - 2));
+    out.u8(unsigned(c.levels)), out.u8(unsigned(c.blockWidthLog2 - 2)), out.u8(unsigned(c.blockHeightLog2 - 2));
     out.u8(unsigned(c.style)), out.u8(c.reversible);
   });
   segment(out, QCD, [&] {
     out.u8(unsigned(c.guardBits << 5 | (c.reversible ? 0 : 2)));
     for (const Step& s : c.steps)
-      if (c.reversible)
-        out.u8(unsigned(s.exponent << 3));
-      else
-        out.u16be(unsigned(s.exponent << 11 | s.mantissa));
+      if (c.reversible) out.u8(unsigned(s.exponent << 3));
+      else out.u16be(unsigned(s.exponent << 11 | s.mantissa));
   });
   return std::move(out.bytes);
 }
@@ -351,8 +342,7 @@ std::vector<uint8_t> wrapJp2(const Parameters& p, Bytes codestream) {
   putBox(out, "ftyp", [&] { out.u32be(box("jp2 ")), out.u32be(0), out.u32be(box("jp2 ")); });
   putBox(out, "jp2h", [&] {
     putBox(out, "ihdr", [&] {
-      out.u32be(uint32_t(p.height - p.y0)), out.u32be(uint32_t(p.width - p.x0)),
-          out.u16be(unsigned(p.bits.size()));
+      out.u32be(uint32_t(p.height - p.y0)), out.u32be(uint32_t(p.width - p.x0)), out.u16be(unsigned(p.bits.size()));
       out.u8(unsigned(p.bits[0] - 1)), out.u8(7), out.u8(0), out.u8(0);
     });
     putBox(out, "colr", [&] { out.u8(1), out.u8(0), out.u8(0), out.u32be(grey ? 17 : 16); });

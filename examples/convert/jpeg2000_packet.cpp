@@ -80,8 +80,7 @@ void TagTree::set(int32_t leaf, int value) { nodes_[size_t(leaf)].value = value;
 void TagTree::propagate() {
   for (size_t i = size_t(leaves_); i < nodes_.size(); ++i) nodes_[i].value = 1 << 20;
   for (const Node& node : nodes_)
-    if (node.parent >= 0)
-      nodes_[size_t(node.parent)].value = std::min(nodes_[size_t(node.parent)].value, node.value);
+    if (node.parent >= 0) nodes_[size_t(node.parent)].value = std::min(nodes_[size_t(node.parent)].value, node.value);
 }
 
 void TagTree::reset() {
@@ -111,10 +110,8 @@ bool TagTree::decode(BitReader& in, int32_t leaf, int threshold) {
   fromRoot(leaf, [&](Node& node) {
     low = std::max(low, node.low);
     while (low < threshold && !node.known) {
-      if (in.bit())
-        node.known = true, node.value = low;
-      else
-        ++low;
+      if (in.bit()) node.known = true, node.value = low;
+      else ++low;
     }
     node.low = low;
   });
@@ -127,16 +124,11 @@ namespace {
 // --- numbers of passes (Table B.4) and segments ------------------------------------------------------------
 
 void putPasses(BitWriter& out, int n) {
-  if (n == 1)
-    out.bit(0);
-  else if (n == 2)
-    out.bits(2, 2);
-  else if (n <= 5)
-    out.bits(unsigned(0xC | (n - 3)), 4);
-  else if (n <= 36)
-    out.bits(unsigned(0x1E0 | (n - 6)), 9);
-  else
-    out.bits(unsigned(0xFF80 | (n - 37)), 16);
+  if (n == 1) out.bit(0);
+  else if (n == 2) out.bits(2, 2);
+  else if (n <= 5) out.bits(unsigned(0xC | (n - 3)), 4);
+  else if (n <= 36) out.bits(unsigned(0x1E0 | (n - 6)), 9);
+  else out.bits(unsigned(0xFF80 | (n - 37)), 16);
 }
 
 int takePasses(BitReader& in) {
@@ -182,10 +174,8 @@ void writePacket(std::vector<uint8_t>& out, Precinct& precinct, int layer) {
       for (size_t i = 0; i < g.blocks.size(); ++i) {
         Block& b = g.blocks[i];
         const int from = b.passesSent, to = passesAt(b);
-        if (b.included)
-          bits.bit(to > from);
-        else
-          g.inclusion.encode(bits, int32_t(i), layer + 1);
+        if (b.included) bits.bit(to > from);
+        else g.inclusion.encode(bits, int32_t(i), layer + 1);
         if (to <= from) continue;
         if (!b.included) {
           g.zeroPlanes.encode(bits, int32_t(i), b.zeroPlanes + 1);
@@ -195,8 +185,7 @@ void writePacket(std::vector<uint8_t>& out, Precinct& precinct, int layer) {
         const auto pieces = piecesOf(b, from, to);
         int more = 0;
         for (const Piece& p : pieces)
-          more =
-              std::max(more, int(std::bit_width(unsigned(p.length))) - (b.lengthBits + floorLog2(p.passes)));
+          more = std::max(more, int(std::bit_width(unsigned(p.length))) - (b.lengthBits + floorLog2(p.passes)));
         for (int k = 0; k < more; ++k) bits.bit(1);
         bits.bit(0);
         b.lengthBits += more;
@@ -224,8 +213,8 @@ struct Arrival {
   void drop() const { block->segments[segment].passes -= passes; }
 };
 
-void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& precinct,
-                std::vector<Band>& bands, int layer, std::vector<Arrival>& arrivals, uint64_t& visits) {
+void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& precinct, std::vector<Band>& bands,
+                int layer, std::vector<Arrival>& arrivals, uint64_t& visits) {
   if (parameters.sop && in.left() >= 6) {
     Reader ahead = in;
     if (ahead.u16be() == 0xFF91) in.skip(6);
@@ -304,17 +293,14 @@ void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile&
         }
   visitPackets(parameters, tile, [&](const PacketPlace& at) {
     if (at.layer < layers)
-      writePacket(out,
-                  tile.components[size_t(at.component)]
-                      .resolutions[size_t(at.resolution)]
-                      .precincts[size_t(at.precinct)],
-                  at.layer);
+      writePacket(
+          out, tile.components[size_t(at.component)].resolutions[size_t(at.resolution)].precincts[size_t(at.precinct)],
+          at.layer);
     return true;
   });
 }
 
-std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& limits,
-                        std::atomic<uint64_t>& visits) {
+std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& limits, std::atomic<uint64_t>& visits) {
   Reader in(tile.coded);
   std::string wrong;
   std::vector<Arrival> arrivals;
@@ -323,8 +309,8 @@ std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& 
     arrivals.clear();
     uint64_t visited = 0;
     try {
-      readPacket(in, parameters, parameters.coding[size_t(at.component)].style,
-                 res.precincts[size_t(at.precinct)], res.bands, at.layer, arrivals, visited);
+      readPacket(in, parameters, parameters.coding[size_t(at.component)].style, res.precincts[size_t(at.precinct)],
+                 res.bands, at.layer, arrivals, visited);
     } catch (const Damaged& e) {
       for (const Arrival& a : arrivals) a.drop();
       wrong = e.what();

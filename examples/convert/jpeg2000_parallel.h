@@ -20,9 +20,9 @@ constexpr int32_t libraryBand(int kind) {
 inline size_t workBytes(const Coding& coding, const TileComponent& c) {
   const QelRect rect{c.area.x0, c.area.y0, c.area.width(), c.area.height()};
   int32_t bytes = 0;
-  expectOk((coding.reversible ? qeliWTGetBufSize_B53_JPEG2K_32s_C1IR : qeliWTGetBufSize_D97_JPEG2K_32s_C1IR)(
-               &rect, &bytes),
-           "asking for the wavelet's buffer");
+  expectOk(
+      (coding.reversible ? qeliWTGetBufSize_B53_JPEG2K_32s_C1IR : qeliWTGetBufSize_D97_JPEG2K_32s_C1IR)(&rect, &bytes),
+      "asking for the wavelet's buffer");
   return size_t(std::max(bytes, 1));
 }
 

@@ -18,8 +18,7 @@ Area scaled(const Area& a, int bits) {
 
 // Equation B-15: a band's area from its tile-component's.
 Area bandArea(const Area& tile, int level, int kind) {
-  const int64_t shiftX = kind & 1 ? int64_t(1) << (level - 1) : 0,
-                shiftY = kind & 2 ? int64_t(1) << (level - 1) : 0;
+  const int64_t shiftX = kind & 1 ? int64_t(1) << (level - 1) : 0, shiftY = kind & 2 ? int64_t(1) << (level - 1) : 0;
   return {int32_t(ceilShift(tile.x0 - shiftX, level)), int32_t(ceilShift(tile.y0 - shiftY, level)),
           int32_t(ceilShift(tile.x1 - shiftX, level)), int32_t(ceilShift(tile.y1 - shiftY, level))};
 }
@@ -244,8 +243,7 @@ std::vector<double> synthesisGains(bool reversible, int levels) {
       const bool odd = high && i == 0;
       for (size_t k = 0; k < line.size(); ++k) wide[2 * k + 8 + odd] = line[k];
       const auto lift = [&](bool odds, double weight) {
-        for (size_t k = odds ? 1 : 2; k + 1 < wide.size(); k += 2)
-          wide[k] += weight * (wide[k - 1] + wide[k + 1]);
+        for (size_t k = odds ? 1 : 2; k + 1 < wide.size(); k += 2) wide[k] += weight * (wide[k - 1] + wide[k + 1]);
       };
       if (reversible) {
         lift(false, -0.25), lift(true, 0.5);

@@ -32,10 +32,10 @@ void readScan(const Frame& frame, const Scan& scan, Image& image) {
     for (size_t p = 0; p < parts.size(); ++p) {
       std::swap(rows[p], above[p]);
       if (first) differences[p][0] = int16_t(differences[p][0] ^ kFlip);
-      expectOk(first ? qeliReconstructPredFirstRow_JPEG_16s_C1(differences[p].data(), rows[p].data(),
-                                                               frame.width, frame.precision, shift)
-                     : qeliReconstructPredRow_JPEG_16s_C1(differences[p].data(), above[p].data(),
-                                                          rows[p].data(), frame.width, predictor),
+      expectOk(first ? qeliReconstructPredFirstRow_JPEG_16s_C1(differences[p].data(), rows[p].data(), frame.width,
+                                                               frame.precision, shift)
+                     : qeliReconstructPredRow_JPEG_16s_C1(differences[p].data(), above[p].data(), rows[p].data(),
+                                                          frame.width, predictor),
                "undoing the prediction");
       const size_t at = size_t(y) * size_t(frame.width);
       for (size_t x = 0; x < size_t(frame.width); ++x)
@@ -51,14 +51,11 @@ Image readLossless(const File& file, const Limits& limits) {
   const Frame& frame = file.frame;
   if (frame.components.size() > 3) throw Error("lossless files of more than three components can't be read");
   for (const Component& c : frame.components)
-    if (c.h != frame.hMax || c.v != frame.vMax)
-      throw Error("lossless files with subsampled components can't be read");
-  Image image(frame.width, frame.height, frame.components.size() == 1 ? Colour::grey : Colour::rgb,
-              frame.precision);
+    if (c.h != frame.hMax || c.v != frame.vMax) throw Error("lossless files with subsampled components can't be read");
+  Image image(frame.width, frame.height, frame.components.size() == 1 ? Colour::grey : Colour::rgb, frame.precision);
   for (const Scan& scan : file.scans) {
     const ScanHeader& header = scan.header;
-    if (header.ss < 1 || header.ss > 7 || header.al >= frame.precision)
-      throw Error("a lossless scan header is wrong");
+    if (header.ss < 1 || header.ss > 7 || header.al >= frame.precision) throw Error("a lossless scan header is wrong");
     if (header.parts.size() > 1 && frame.hMax * frame.vMax > 1)
       throw Error("lossless files with several samples of a component in an MCU can't be read");
     if (scan.restartInterval % frame.width) throw Error("restarts inside a row can't be read");
@@ -89,10 +86,9 @@ std::vector<uint8_t> writeLossless(const Image& image, int predictor, int shift,
       for (size_t x = 0; x < width; ++x)
         rows[c][x] = int16_t(image.sample((size_t(y) * width + x) * channels + c) >> shift ^ kFlip);
       int16_t* out = &differences[(size_t(y) * channels + c) * width];
-      expectOk(
-          first ? qeliDiffPredFirstRow_JPEG_16s_C1(rows[c].data(), out, image.width, image.bits, shift)
-                : qeliDiffPredRow_JPEG_16s_C1(rows[c].data(), above[c].data(), out, image.width, predictor),
-          "predicting a row");
+      expectOk(first ? qeliDiffPredFirstRow_JPEG_16s_C1(rows[c].data(), out, image.width, image.bits, shift)
+                     : qeliDiffPredRow_JPEG_16s_C1(rows[c].data(), above[c].data(), out, image.width, predictor),
+               "predicting a row");
       if (first) out[0] = int16_t(out[0] ^ kFlip);
       for (size_t x = 0; x < width; ++x)
         expectOk(qeliGetHuffmanStatisticsOne_JPEG_16s_C1(out + x, counters.data()), "counting symbols");

@@ -32,8 +32,7 @@ class Parser {
     if (file_.scans.empty()) throw Error("the file has no scan");
     if (const int component = progression_->firstWithoutScan(); component >= 0)
       file_.missing = "the file ends before component " + std::to_string(component) + " has a scan";
-    else if (!ended && file_.missing.empty() && !progression_->complete())
-      file_.missing = Truncated().what();
+    else if (!ended && file_.missing.empty() && !progression_->complete()) file_.missing = Truncated().what();
     return std::move(file_);
   }
 
@@ -126,8 +125,7 @@ class Parser {
       c.id = body.u8();
       const int sampling = body.u8();
       c.h = sampling >> 4, c.v = sampling & 15, c.quantTable = body.u8();
-      if (c.h < 1 || c.h > 4 || c.v < 1 || c.v > 4 || c.quantTable > 3)
-        throw Error("a component is described wrongly");
+      if (c.h < 1 || c.h > 4 || c.v < 1 || c.v > 4 || c.quantTable > 3) throw Error("a component is described wrongly");
       // An only component has nothing to be sampled against, and its scan no MCUs (A.2.2): its factors mean
       // nothing.
       if (count == 1) c.h = c.v = 1;
@@ -271,8 +269,7 @@ void writeRestartInterval(Writer& out, int64_t interval) {
 void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan) {
   marker(out, SOS), out.u16be(unsigned(6 + 2 * scan.parts.size())), out.u8(unsigned(scan.parts.size()));
   for (const auto& part : scan.parts)
-    out.u8(unsigned(frame.components[size_t(part.component)].id)),
-        out.u8(unsigned(part.dcTable << 4 | part.acTable));
+    out.u8(unsigned(frame.components[size_t(part.component)].id)), out.u8(unsigned(part.dcTable << 4 | part.acTable));
   out.u8(unsigned(scan.ss)), out.u8(unsigned(scan.se)), out.u8(unsigned(scan.ah << 4 | scan.al));
 }
 

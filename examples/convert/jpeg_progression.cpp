@@ -36,8 +36,7 @@ void Progression::add(const ScanHeader& scan) {
     }
     if (scan.ss < 0 || scan.se < scan.ss || scan.se > 63) throw wrong("the band is not one of 0 to 63");
     if (scan.ss == 0 && scan.se > 0) throw wrong("a band that starts at coefficient 0 goes beyond it");
-    if (scan.ss > 0 && scan.parts.size() > 1)
-      throw wrong("a band behind coefficient 0 has several components");
+    if (scan.ss > 0 && scan.parts.size() > 1) throw wrong("a band behind coefficient 0 has several components");
     if (scan.ss > 0 && bits[0] == kNothing) throw wrong(name + " has no scan of coefficient 0 before");
     if (scan.al < 0 || scan.al > 13 || (scan.ah && scan.ah != scan.al + 1))
       throw wrong("the bits " + std::to_string(scan.ah) + ", " + std::to_string(scan.al) + " are no step");
@@ -53,8 +52,7 @@ void Progression::add(const ScanHeader& scan) {
 }
 
 int Progression::firstWithoutScan() const {
-  const auto found =
-      std::find_if(lowestBit_.begin(), lowestBit_.end(), [](auto& bits) { return bits[0] == kNothing; });
+  const auto found = std::find_if(lowestBit_.begin(), lowestBit_.end(), [](auto& bits) { return bits[0] == kNothing; });
   return found == lowestBit_.end() ? -1 : int(found - lowestBit_.begin());
 }
 
@@ -72,9 +70,7 @@ std::vector<ScanHeader> usualProgression(int components) {
     for (int i = 0; i < components; ++i) h.parts.push_back({i, table(i), 0});
     scans.push_back(h);
   };
-  const auto ac = [&](int i, int ss, int se, int ah, int al) {
-    scans.push_back({{{i, 0, table(i)}}, ss, se, ah, al});
-  };
+  const auto ac = [&](int i, int ss, int se, int ah, int al) { scans.push_back({{{i, 0, table(i)}}, ss, se, ah, al}); };
   if (components == 3) {
     // Luminance is seen first; chrominance comes in fewer, larger steps.
     dc(0, 1), ac(0, 1, 5, 0, 2), ac(2, 1, 63, 0, 1), ac(1, 1, 63, 0, 1), ac(0, 6, 63, 0, 2);
@@ -88,9 +84,7 @@ std::vector<ScanHeader> usualProgression(int components) {
   return scans;
 }
 
-bool isSequential(const std::vector<ScanHeader>& script) {
-  return std::all_of(script.begin(), script.end(), isWhole);
-}
+bool isSequential(const std::vector<ScanHeader>& script) { return std::all_of(script.begin(), script.end(), isWhole); }
 
 // "0,1,2: 0-0, 0, 1;" for each scan: components, band, successive approximation; "0,1,2;" alone for a whole
 // scan. "#" starts a comment.

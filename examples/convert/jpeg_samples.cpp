@@ -75,8 +75,7 @@ struct PixelWriter::Impl {
       ch.blockSize = size;
       // A reduced picture can take its chroma at a larger block size instead of spreading it.
       while (ch.blockSize < 8 && ch.across == 2 && ch.down == 2) ch.blockSize *= 2, ch.across = ch.down = 1;
-      ch.width = (image.width + ch.across - 1) / ch.across,
-      ch.height = (image.height + ch.down - 1) / ch.down;
+      ch.width = (image.width + ch.across - 1) / ch.across, ch.height = (image.height + ch.down - 1) / ch.down;
       ch.plane.resize(c.paddedWide * ch.blockSize, slots * strips.rows * c.v * ch.blockSize);
       if (ch.across > 1 || ch.down > 1) ch.row.resize(size_t(2 * ch.width) + 2);
       ch.table = inverseTable(file.quant[i]);
@@ -130,14 +129,12 @@ struct PixelWriter::Impl {
   void convert(int32_t strip) {
     const int32_t from = converted;
     // The triangle filter looks one chroma row ahead, into the next strip.
-    converted = strips.end(strip) == frame.mcusHigh ? image.height
-                                                    : strips.end(strip) * rowsOfMcu - (needsNextRow ? 1 : 0);
+    converted =
+        strips.end(strip) == frame.mcusHigh ? image.height : strips.end(strip) * rowsOfMcu - (needsNextRow ? 1 : 0);
     const bool spread =
         std::any_of(channels.begin(), channels.end(), [](auto& c) { return c.across > 1 || c.down > 1; });
-    if (!spread)
-      return convertRows(from, converted - from, [&](size_t i) { return channels[i].plane.row(from); });
-    for (int32_t y = from; y < converted; ++y)
-      convertRows(y, 1, [&](size_t i) { return spreadRow(channels[i], y); });
+    if (!spread) return convertRows(from, converted - from, [&](size_t i) { return channels[i].plane.row(from); });
+    for (int32_t y = from; y < converted; ++y) convertRows(y, 1, [&](size_t i) { return spreadRow(channels[i], y); });
   }
 
   template <class RowOf>
@@ -159,12 +156,9 @@ struct PixelWriter::Impl {
       case Space::cmyk:
         for (int32_t r = 0; r < count; ++r) {
           uint8_t* to = out + size_t(r) * size_t(image.step());
-          if (space == Space::grey)
-            std::memcpy(to, planes[0], size_t(image.width));
-          else if (space == Space::rgb)
-            interleave<3>(planes, to, image.width);
-          else
-            interleave<4>(planes, to, image.width);
+          if (space == Space::grey) std::memcpy(to, planes[0], size_t(image.width));
+          else if (space == Space::rgb) interleave<3>(planes, to, image.width);
+          else interleave<4>(planes, to, image.width);
           for (size_t i = 0; i < channels.size(); ++i) planes[i] += step;
         }
     }
@@ -186,9 +180,7 @@ struct PixelWriter::Impl {
 PixelWriter::PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots)
     : impl_(std::make_unique<Impl>(file, size, filter, strips, slots)) {}
 PixelWriter::~PixelWriter() = default;
-void PixelWriter::transform(int32_t strip, Coefficients& coefficients) {
-  impl_->transform(strip, coefficients);
-}
+void PixelWriter::transform(int32_t strip, Coefficients& coefficients) { impl_->transform(strip, coefficients); }
 void PixelWriter::convert(int32_t strip) { impl_->convert(strip); }
 Image PixelWriter::finish() { return std::move(impl_->image); }
 
@@ -201,8 +193,7 @@ struct PixelReader::Impl {
     std::vector<Plane> planes, full;
   };
 
-  Impl(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
-       int32_t slots)
+  Impl(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant, int32_t slots)
       : image(image), frame(frame), space(space), rooms(size_t(slots)) {
     const int32_t width = frame.mcusWide * 8 * frame.hMax, height = 8 * frame.vMax;
     for (Room& room : rooms) {
@@ -264,12 +255,9 @@ struct PixelReader::Impl {
       expectOk(qeliCMYKToYCCK_JPEG_8u_C4P4R(src, srcStep, dst, dstStep, size), "converting colour");
     } else {
       for (int32_t y = 0; y < size.height; ++y, src += srcStep) {
-        if (space == Space::grey)
-          split<1>(src, dst, size.width);
-        else if (space == Space::rgb)
-          split<3>(src, dst, size.width);
-        else
-          split<4>(src, dst, size.width);
+        if (space == Space::grey) split<1>(src, dst, size.width);
+        else if (space == Space::rgb) split<3>(src, dst, size.width);
+        else split<4>(src, dst, size.width);
         for (size_t i = 0; i < planes.size(); ++i) dst[i] += dstStep;
       }
     }
@@ -308,14 +296,13 @@ struct PixelReader::Impl {
   std::vector<std::array<uint16_t, 64>> tables;
 };
 
-PixelReader::PixelReader(const Image& image, const Frame& frame, Space space,
-                         const std::vector<RawQuantTable>& quant, const Strips& strips, int32_t slots)
+PixelReader::PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
+                         const Strips& strips, int32_t slots)
     : impl_(std::make_unique<Impl>(image, frame, space, quant, slots)), strips_(strips) {}
 PixelReader::~PixelReader() = default;
 void PixelReader::transform(int32_t strip, Coefficients& coefficients) {
   auto& room = impl_->rooms[size_t(strip) % impl_->rooms.size()];
-  for (int32_t row = strips_.first(strip); row < strips_.end(strip); ++row)
-    impl_->row(room, row, coefficients);
+  for (int32_t row = strips_.first(strip); row < strips_.end(strip); ++row) impl_->row(room, row, coefficients);
 }
 
 }  // namespace qelconv::jpeg

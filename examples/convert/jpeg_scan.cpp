@@ -111,8 +111,7 @@ class Walk {
   // onBlock(index of the part in the scan, block); onRestart() between two intervals.
   template <class OnRestart, class OnBlock>
   void row(int32_t row, Coefficients& coefficients, OnRestart&& onRestart, OnBlock&& onBlock) {
-    for (Line& line : lines_)
-      line.next = coefficients.row(line.component, row * line.linesOfMcu + line.number);
+    for (Line& line : lines_) line.next = coefficients.row(line.component, row * line.linesOfMcu + line.number);
     for (int32_t column = 0; column < columns_; ++column) {
       if (interval_ && left_-- == 0) {
         onRestart();
@@ -189,12 +188,9 @@ void expectData(const File& file, const Limits& limits) {
     // for 32767 blocks at once, and costs a visit to each.
     if (frame.process == SOF3)
       limits.expectData(coded, uint64_t(frame.width) * uint64_t(frame.height) * scan.header.parts.size(), 1);
-    else if (frame.process != SOF2)
-      limits.expectData(coded, blocks, 2);
-    else if (scan.header.ss == 0)
-      limits.expectData(coded, blocks, 1);
-    else
-      visits += blocks;
+    else if (frame.process != SOF2) limits.expectData(coded, blocks, 2);
+    else if (scan.header.ss == 0) limits.expectData(coded, blocks, 1);
+    else visits += blocks;
   }
   limits.expectWork(visits);
 }
@@ -227,19 +223,19 @@ struct ScanDecoder::Impl {
     QelDecodeHuffmanState* state = in.state.get();
     switch (pass) {
       case Pass::sequential:
-        return qeliDecodeHuffman8x8_JPEG_1u16s_C1(src, length, position, block, &lastDc[part], marker,
-                                                  dc[part].get(), ac[part].get(), state);
+        return qeliDecodeHuffman8x8_JPEG_1u16s_C1(src, length, position, block, &lastDc[part], marker, dc[part].get(),
+                                                  ac[part].get(), state);
       case Pass::dcFirst:
-        return qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(src, length, position, block, &lastDc[part], marker,
-                                                          al, dc[part].get(), state);
+        return qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(src, length, position, block, &lastDc[part], marker, al,
+                                                          dc[part].get(), state);
       case Pass::dcRefine:
         return qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(src, length, position, block, marker, al, state);
       case Pass::acFirst:
-        return qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(src, length, position, block, marker, header.ss,
-                                                          header.se, al, ac[part].get(), state);
+        return qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(src, length, position, block, marker, header.ss, header.se,
+                                                          al, ac[part].get(), state);
       case Pass::acRefine:
-        return qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(src, length, position, block, marker, header.ss,
-                                                           header.se, al, ac[part].get(), state);
+        return qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(src, length, position, block, marker, header.ss, header.se,
+                                                           al, ac[part].get(), state);
     }
     return qelStatusBadArg;
   }
@@ -271,8 +267,8 @@ class BlockEncoder {
  public:
   using Lists = std::array<HuffmanList, 4>;
 
-  BlockEncoder(const Frame& frame, const ScanHeader& scan, const Lists& dc, const Lists& ac,
-               int32_t restartInterval, std::vector<uint8_t>& out)
+  BlockEncoder(const Frame& frame, const ScanHeader& scan, const Lists& dc, const Lists& ac, int32_t restartInterval,
+               std::vector<uint8_t>& out)
       : scan_(scan), walk_(frame, scan, restartInterval), pass_(passOf(frame, scan)), out_(out) {
     for (const auto& part : scan.parts) {
       dc_.push_back(table(dc[size_t(part.dcTable)]));
@@ -320,20 +316,19 @@ class BlockEncoder {
     const auto al = uint32_t(scan_.al);
     switch (pass_) {
       case Pass::sequential:
-        return qeliEncodeHuffman8x8_JPEG_16s1u_C1(block, dst, length, position, &lastDc_[part],
-                                                  dc_[part].get(), ac_[part].get(), state_.get(), flush);
+        return qeliEncodeHuffman8x8_JPEG_16s1u_C1(block, dst, length, position, &lastDc_[part], dc_[part].get(),
+                                                  ac_[part].get(), state_.get(), flush);
       case Pass::dcFirst:
         return qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(block, dst, length, position, &lastDc_[part], al,
                                                           dc_[part].get(), state_.get(), flush);
       case Pass::dcRefine:
-        return qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(block, dst, length, position, al, state_.get(),
-                                                           flush);
+        return qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(block, dst, length, position, al, state_.get(), flush);
       case Pass::acFirst:
-        return qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(block, dst, length, position, scan_.ss, scan_.se,
-                                                          al, ac_[part].get(), state_.get(), flush);
+        return qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(block, dst, length, position, scan_.ss, scan_.se, al,
+                                                          ac_[part].get(), state_.get(), flush);
       case Pass::acRefine:
-        return qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(block, dst, length, position, scan_.ss, scan_.se,
-                                                           al, ac_[part].get(), state_.get(), flush);
+        return qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(block, dst, length, position, scan_.ss, scan_.se, al,
+                                                           ac_[part].get(), state_.get(), flush);
     }
     return qelStatusBadArg;
   }
@@ -358,8 +353,7 @@ class TableMaker {
       lastDc_.fill(0);
     };
     for (int32_t row = 0; row < walk.rows(); ++row)
-      walk.row(row, coefficients, endInterval,
-               [&](size_t part, int16_t* block) { count(part, block, qelFlushNo); });
+      walk.row(row, coefficients, endInterval, [&](size_t part, int16_t* block) { count(part, block, qelFlushNo); });
     endInterval();
   }
 
@@ -389,12 +383,11 @@ class TableMaker {
       case Pass::dcRefine:
         break;  // plain bits
       case Pass::acFirst:
-        status = qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(block, ac, scan_.ss, scan_.se, al,
-                                                                 state_.get(), last);
+        status = qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(block, ac, scan_.ss, scan_.se, al, state_.get(), last);
         break;
       case Pass::acRefine:
-        status = qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(block, ac, scan_.ss, scan_.se, al,
-                                                                  state_.get(), last);
+        status =
+            qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(block, ac, scan_.ss, scan_.se, al, state_.get(), last);
         break;
     }
     expectOk(status, "counting symbols");
@@ -413,8 +406,7 @@ struct SequentialEncoder::Impl : BlockEncoder {
   using BlockEncoder::BlockEncoder;
 };
 
-SequentialEncoder::SequentialEncoder(const Frame& frame, const ScanHeader& scan,
-                                     const std::array<HuffmanList, 4>& dc,
+SequentialEncoder::SequentialEncoder(const Frame& frame, const ScanHeader& scan, const std::array<HuffmanList, 4>& dc,
                                      const std::array<HuffmanList, 4>& ac, int32_t restartInterval,
                                      std::vector<uint8_t>& out)
     : impl_(std::make_unique<Impl>(frame, scan, dc, ac, restartInterval, out)) {}
@@ -458,9 +450,9 @@ DifferenceDecoder::~DifferenceDecoder() = default;
 void DifferenceDecoder::startInterval() { impl_->in.next(); }
 void DifferenceDecoder::decodeRow(int32_t row, int16_t* const* planes, int32_t width) {
   IntervalReader& in = impl_->in;
-  expectRow(qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(in.data.data(), int32_t(in.data.size()), &in.position,
-                                                 planes, width, int32_t(impl_->records.size()), &in.marker,
-                                                 impl_->records.data(), in.state.get()),
+  expectRow(qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(in.data.data(), int32_t(in.data.size()), &in.position, planes, width,
+                                                 int32_t(impl_->records.size()), &in.marker, impl_->records.data(),
+                                                 in.state.get()),
             row);
 }
 
@@ -471,10 +463,9 @@ struct DifferenceEncoder::Impl {
         out(out) {}
   void encode(const int16_t* const* planes, int32_t width, int32_t flush) {
     out.room(size_t(width) * records.size() * 8 + 16);  // a code and its bits, every byte stuffed
-    expectOk(
-        qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(planes, width, int32_t(records.size()), out.data(), out.length(),
-                                             &out.position, records.data(), state.get(), flush),
-        "coding a row");
+    expectOk(qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(planes, width, int32_t(records.size()), out.data(), out.length(),
+                                                  &out.position, records.data(), state.get(), flush),
+             "coding a row");
   }
   EncodeTable table;
   std::vector<const QelEncodeHuffmanSpec*> records;
@@ -505,30 +496,27 @@ HuffmanList typicalTable(bool ac, int index) {
   static constexpr uint8_t kAcBits[2][16] = {{0, 2, 1, 3, 3, 2, 4, 3, 5, 5, 4, 4, 0, 0, 1, 0x7D},
                                              {0, 2, 1, 2, 4, 4, 3, 4, 7, 5, 4, 4, 0, 1, 2, 0x77}};
   static constexpr uint8_t kAcVals[2][162] = {
-      {0x01, 0x02, 0x03, 0x00, 0x04, 0x11, 0x05, 0x12, 0x21, 0x31, 0x41, 0x06, 0x13, 0x51, 0x61, 0x07, 0x22,
-       0x71, 0x14, 0x32, 0x81, 0x91, 0xA1, 0x08, 0x23, 0x42, 0xB1, 0xC1, 0x15, 0x52, 0xD1, 0xF0, 0x24, 0x33,
-       0x62, 0x72, 0x82, 0x09, 0x0A, 0x16, 0x17, 0x18, 0x19, 0x1A, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x34,
-       0x35, 0x36, 0x37, 0x38, 0x39, 0x3A, 0x43, 0x44, 0x45, 0x46, 0x47, 0x48, 0x49, 0x4A, 0x53, 0x54, 0x55,
-       0x56, 0x57, 0x58, 0x59, 0x5A, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x73, 0x74, 0x75, 0x76,
-       0x77, 0x78, 0x79, 0x7A, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x92, 0x93, 0x94, 0x95, 0x96,
-       0x97, 0x98, 0x99, 0x9A, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9, 0xAA, 0xB2, 0xB3, 0xB4, 0xB5,
-       0xB6, 0xB7, 0xB8, 0xB9, 0xBA, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xD2, 0xD3, 0xD4,
-       0xD5, 0xD6, 0xD7, 0xD8, 0xD9, 0xDA, 0xE1, 0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0xE9, 0xEA, 0xF1,
-       0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA},
-      {0x00, 0x01, 0x02, 0x03, 0x11, 0x04, 0x05, 0x21, 0x31, 0x06, 0x12, 0x41, 0x51, 0x07, 0x61, 0x71, 0x13,
-       0x22, 0x32, 0x81, 0x08, 0x14, 0x42, 0x91, 0xA1, 0xB1, 0xC1, 0x09, 0x23, 0x33, 0x52, 0xF0, 0x15, 0x62,
-       0x72, 0xD1, 0x0A, 0x16, 0x24, 0x34, 0xE1, 0x25, 0xF1, 0x17, 0x18, 0x19, 0x1A, 0x26, 0x27, 0x28, 0x29,
-       0x2A, 0x35, 0x36, 0x37, 0x38, 0x39, 0x3A, 0x43, 0x44, 0x45, 0x46, 0x47, 0x48, 0x49, 0x4A, 0x53, 0x54,
-       0x55, 0x56, 0x57, 0x58, 0x59, 0x5A, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x73, 0x74, 0x75,
-       0x76, 0x77, 0x78, 0x79, 0x7A, 0x82, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x92, 0x93, 0x94,
-       0x95, 0x96, 0x97, 0x98, 0x99, 0x9A, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9, 0xAA, 0xB2, 0xB3,
-       0xB4, 0xB5, 0xB6, 0xB7, 0xB8, 0xB9, 0xBA, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xD2,
-       0xD3, 0xD4, 0xD5, 0xD6, 0xD7, 0xD8, 0xD9, 0xDA, 0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0xE9, 0xEA,
-       0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA}};
+      {0x01, 0x02, 0x03, 0x00, 0x04, 0x11, 0x05, 0x12, 0x21, 0x31, 0x41, 0x06, 0x13, 0x51, 0x61, 0x07, 0x22, 0x71,
+       0x14, 0x32, 0x81, 0x91, 0xA1, 0x08, 0x23, 0x42, 0xB1, 0xC1, 0x15, 0x52, 0xD1, 0xF0, 0x24, 0x33, 0x62, 0x72,
+       0x82, 0x09, 0x0A, 0x16, 0x17, 0x18, 0x19, 0x1A, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x34, 0x35, 0x36, 0x37,
+       0x38, 0x39, 0x3A, 0x43, 0x44, 0x45, 0x46, 0x47, 0x48, 0x49, 0x4A, 0x53, 0x54, 0x55, 0x56, 0x57, 0x58, 0x59,
+       0x5A, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0x79, 0x7A, 0x83,
+       0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97, 0x98, 0x99, 0x9A, 0xA2, 0xA3,
+       0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9, 0xAA, 0xB2, 0xB3, 0xB4, 0xB5, 0xB6, 0xB7, 0xB8, 0xB9, 0xBA, 0xC2, 0xC3,
+       0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xD2, 0xD3, 0xD4, 0xD5, 0xD6, 0xD7, 0xD8, 0xD9, 0xDA, 0xE1, 0xE2,
+       0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0xE9, 0xEA, 0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA},
+      {0x00, 0x01, 0x02, 0x03, 0x11, 0x04, 0x05, 0x21, 0x31, 0x06, 0x12, 0x41, 0x51, 0x07, 0x61, 0x71, 0x13, 0x22,
+       0x32, 0x81, 0x08, 0x14, 0x42, 0x91, 0xA1, 0xB1, 0xC1, 0x09, 0x23, 0x33, 0x52, 0xF0, 0x15, 0x62, 0x72, 0xD1,
+       0x0A, 0x16, 0x24, 0x34, 0xE1, 0x25, 0xF1, 0x17, 0x18, 0x19, 0x1A, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x35, 0x36,
+       0x37, 0x38, 0x39, 0x3A, 0x43, 0x44, 0x45, 0x46, 0x47, 0x48, 0x49, 0x4A, 0x53, 0x54, 0x55, 0x56, 0x57, 0x58,
+       0x59, 0x5A, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0x79, 0x7A,
+       0x82, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97, 0x98, 0x99, 0x9A,
+       0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9, 0xAA, 0xB2, 0xB3, 0xB4, 0xB5, 0xB6, 0xB7, 0xB8, 0xB9, 0xBA,
+       0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xD2, 0xD3, 0xD4, 0xD5, 0xD6, 0xD7, 0xD8, 0xD9, 0xDA,
+       0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0xE9, 0xEA, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8, 0xF9, 0xFA}};
   HuffmanList list;
   std::copy_n(ac ? kAcBits[index] : kDcBits[index], 16, list.bits.begin());
-  if (ac)
-    std::copy_n(kAcVals[index], 162, list.vals.begin());
+  if (ac) std::copy_n(kAcVals[index], 162, list.vals.begin());
   else
     for (int i = 0; i < 12; ++i) list.vals[size_t(i)] = uint8_t(i);
   return list;

@@ -9,13 +9,7 @@ namespace {
 
 using namespace jxr;
 
-enum Tag : uint16_t {
-  kPixelFormat = 0xBC01,
-  kWidth = 0xBC80,
-  kHeight = 0xBC81,
-  kOffset = 0xBCC0,
-  kByteCount = 0xBCC1
-};
+enum Tag : uint16_t { kPixelFormat = 0xBC01, kWidth = 0xBC80, kHeight = 0xBC81, kOffset = 0xBCC0, kByteCount = 0xBCC1 };
 constexpr uint8_t kFormatFamily[15] = {0x24, 0xC3, 0xDD, 0x6F, 0x03, 0x4E, 0xFE, 0x4B,
                                        0xB1, 0x85, 0x3D, 0x77, 0x76, 0x8D, 0xC9};
 enum PixelFormat : uint8_t { kGrey8 = 0x08, kBgr24 = 0x0C, kRgb24 = 0x0D };
@@ -213,9 +207,9 @@ Image read(Bytes file, const Options& options, Stages& stages) {
 
 void describe(Bytes file, std::ostream& out) {
   const Header h = readCodestream(file).header;
-  out << "JPEG XR, " << h.width << " x " << h.height << ", " << (h.planes == 1 ? "grey" : "RGB as YUV 4:4:4")
-      << ", " << (h.frequency ? "frequency" : "spatial") << " mode, quantisers " << int(h.quantizer[0][0])
-      << " " << int(h.quantizer[1][0]) << " " << int(h.quantizer[2][0]) << "\n";
+  out << "JPEG XR, " << h.width << " x " << h.height << ", " << (h.planes == 1 ? "grey" : "RGB as YUV 4:4:4") << ", "
+      << (h.frequency ? "frequency" : "spatial") << " mode, quantisers " << int(h.quantizer[0][0]) << " "
+      << int(h.quantizer[1][0]) << " " << int(h.quantizer[2][0]) << "\n";
 }
 
 // --- writing -----------------------------------------------------------------------------------------------
@@ -229,8 +223,7 @@ std::vector<uint8_t> writeHeader(const Header& header) {
   const bool longSides = header.width > 65536 || header.height > 65536;
   bits(!longSides, 1), bits(1, 1), bits(0, 6);
   bits(header.planes == 1 ? kYOnly : kRgbOut, 4), bits(1, 4);
-  bits(uint32_t(header.width - 1), longSides ? 32 : 16),
-      bits(uint32_t(header.height - 1), longSides ? 32 : 16);
+  bits(uint32_t(header.width - 1), longSides ? 32 : 16), bits(uint32_t(header.height - 1), longSides ? 32 : 16);
   bits(header.planes == 1 ? kYOnly : kYuv444, 3), bits(header.scaled, 1), bits(0, 4);
   if (header.planes > 1) bits(0, 8);
   for (const Band band : {kDC, kLP, kHP}) {
@@ -263,8 +256,7 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   header.scaled = quantizer > 1;
   const auto head = writeHeader(header), tile = encodeTile(image, header, stages);
 
-  constexpr uint32_t kFormatAt = 8, kDirectoryAt = 24, kEntries = 5,
-                     kStreamAt = kDirectoryAt + 2 + 12 * kEntries + 4;
+  constexpr uint32_t kFormatAt = 8, kDirectoryAt = 24, kEntries = 5, kStreamAt = kDirectoryAt + 2 + 12 * kEntries + 4;
   Writer out;
   for (const uint8_t byte : {0x49, 0x49, 0xBC, 0x01}) out.u8(byte);
   out.u32le(kDirectoryAt);
@@ -288,13 +280,13 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
 }  // namespace
 
 extern const Format kJpegXr;
-const Format kJpegXr = {"JPEG XR",
-                        {".jxr", ".wdp", ".hdp"},
-                        {{"quality", "N", "1 to 100; 100 is lossless"},
-                         {"quantizer", "N", "1 (lossless) to 255, in place of a quality"}},
-                        recognises,
-                        read,
-                        write,
-                        describe};
+const Format kJpegXr = {
+    "JPEG XR",
+    {".jxr", ".wdp", ".hdp"},
+    {{"quality", "N", "1 to 100; 100 is lossless"}, {"quantizer", "N", "1 (lossless) to 255, in place of a quality"}},
+    recognises,
+    read,
+    write,
+    describe};
 
 }  // namespace qelconv

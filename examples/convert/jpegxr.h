@@ -113,8 +113,7 @@ inline int64_t magnitude(int32_t v) { return std::abs(int64_t(v)); }
 // How the high-pass blocks of a macroblock are predicted from each other.
 inline Predict predictHigh(const int32_t (&low)[3][16], int planes) {
   int64_t down = 0, across = 0;
-  for (int i = 0; i < 3; ++i)
-    down += magnitude(low[0][kFromLeft[i]]), across += magnitude(low[0][kFromTop[i]]);
+  for (int i = 0; i < 3; ++i) down += magnitude(low[0][kFromLeft[i]]), across += magnitude(low[0][kFromTop[i]]);
   for (int p = 1; p < planes; ++p) down += magnitude(low[p][1]), across += magnitude(low[p][4]);
   return clearer(down, across, Predict::none);
 }
@@ -186,8 +185,8 @@ class PatternModel {
     return n.left ? n.left->pattern[plane] >> 5 & 1 : n.top ? n.top->pattern[plane] >> 10 & 1 : 1;
   }
   static uint32_t spread(uint32_t p, const Neighbours& n, int plane) {
-    return first(n, plane) | (0x02 & p << 1) | (0x10 & p << 3) | (0x20 & p << 1) | (p & 0x33) << 2 |
-           (p & 0xCC) << 6 | (p & 0x3300) << 2;
+    return first(n, plane) | (0x02 & p << 1) | (0x10 & p << 3) | (0x20 & p << 1) | (p & 0x33) << 2 | (p & 0xCC) << 6 |
+           (p & 0x3300) << 2;
   }
   void update(int i, uint32_t pattern) {
     const int ones = std::popcount(pattern);
@@ -228,8 +227,7 @@ inline constexpr Alphabet kLevel = {7,
                                     {{2, 2, 2, 3, 4, 5, 5}, {1, 2, 3, 4, 5, 6, 6}},
                                     {1, 0, -1, -1, -1, -1, -1}};
 inline constexpr Alphabet kChromaCount = {4, {{1, 1, 0, 1}, {}}, {{1, 2, 3, 3}, {}}, {}};
-inline constexpr Alphabet kDCPattern = {
-    8, {{2, 1, 1, 1, 3, 2, 0, 3}, {}}, {{2, 3, 5, 4, 2, 3, 5, 3}, {}}, {}};
+inline constexpr Alphabet kDCPattern = {8, {{2, 1, 1, 1, 3, 2, 0, 3}, {}}, {{2, 3, 5, 4, 2, 3, 5, 3}, {}}, {}};
 
 class AdaptiveCode {
  public:
@@ -316,16 +314,13 @@ struct HighPrediction {
   std::array<uint8_t, 3> places;
   int from;  // samples between a block and the one that it is predicted from
 };
-inline constexpr HighPrediction kHighFromLeft = {
-    {1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}, {1, 2, 16 + 3}, 4};
-inline constexpr HighPrediction kHighFromTop = {
-    {4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, {16, 32, 48 + 1}, 64};
+inline constexpr HighPrediction kHighFromLeft = {{1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}, {1, 2, 16 + 3}, 4};
+inline constexpr HighPrediction kHighFromTop = {{4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, {16, 32, 48 + 1}, 64};
 
 // The tile of a picture in spatial mode.
 std::vector<uint8_t> encodeTile(const Image& image, const Header& header, Stages& stages);
 // `packets`: the tile in spatial mode, or one packet a band in frequency mode.
-Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits,
-                 Stages& stages);
+Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits, Stages& stages);
 
 }  // namespace qelconv::jxr
 

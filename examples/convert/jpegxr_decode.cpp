@@ -61,8 +61,7 @@ class Decoder {
       const size_t start = bytes_.size();
       bytes_.insert(bytes_.end(), packet.begin(), packet.end());
       in_.emplace_back(bytes_.data() + start, bytes_.data() + bytes_.size());
-      if (!packet.empty())
-        startPacket(in_.back(), header.trimFlag && (packets.size() == 1 || in_.size() == 4));
+      if (!packet.empty()) startPacket(in_.back(), header.trimFlag && (packets.size() == 1 || in_.size() == 4));
     }
     bytes_.resize(bytes_.size() + kMargin);
     if (packets.back().empty()) bands_ = std::min<int>(bands_, kFlex);
@@ -177,8 +176,7 @@ class Decoder {
     int counts[2] = {};
     for (int p = 0; p < header_.planes; ++p) {
       uint32_t value = 0;
-      if (significant >> (header_.planes - 1 - p) & 1)
-        value = decodeLevel(a_.dcLevel[p > 0], in) + 1, ++counts[p > 0];
+      if (significant >> (header_.planes - 1 - p) & 1) value = decodeLevel(a_.dcLevel[p > 0], in) + 1, ++counts[p > 0];
       value = value << model.bits(p) | in.take(model.bits(p));
       low[p][0] = int32_t(value && in.take(1) ? 0u - value : value);
     }
@@ -194,8 +192,7 @@ class Decoder {
       const int bits = model.bits(p);
       if (pattern >> p & 1) {
         int32_t count = 0;
-        qeliVLCDecodeDC444_JPEGXR_1u32s(&in.stream, &in.bitBuffer, &in.bitCount, low[p], p > 0, &count,
-                                        a_.state());
+        qeliVLCDecodeDC444_JPEGXR_1u32s(&in.stream, &in.bitBuffer, &in.bitCount, low[p], p > 0, &count, a_.state());
         if (count == qelVLCCountOverrun) damaged();
         counts[p > 0] += count;
       }
@@ -278,16 +275,16 @@ class Decoder {
         const bool coded = pattern[p] >> i & 1;
         if (coded) {
           int32_t count = 0;
-          qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&in.stream, &in.bitBuffer, &in.bitCount, int32_t(step << bits),
-                                            block, 64, p > 0, &count, a_.state());
+          qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&in.stream, &in.bitBuffer, &in.bitCount, int32_t(step << bits), block, 64,
+                                            p > 0, &count, a_.state());
           if (count == qelVLCCountOverrun) damaged();
           counts[p > 0] += count;
         } else {
           for (int r = 0; r < 4; ++r) std::memset(block + 16 * r, 0, 16);
         }
         if (plain)
-          qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, 64,
-                                             uint32_t(plain), int32_t(step << trim_), coded);
+          qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, 64, uint32_t(plain),
+                                             int32_t(step << trim_), coded);
       }
     }
     model.update(counts, header_.planes);
@@ -299,8 +296,7 @@ class Decoder {
     for (int p = 0; p < header_.planes; ++p) {
       int32_t* const plane = mb.samples[p];
       int32_t dc[16];
-      for (int k = 0; k < 16; ++k)
-        dc[kPlace[k]] = int32_t(uint32_t(mb.low[p][k]) * uint32_t(steps_[p][k ? kLP : kDC]));
+      for (int k = 0; k < 16; ++k) dc[kPlace[k]] = int32_t(uint32_t(mb.low[p][k]) * uint32_t(steps_[p][k ? kLP : kDC]));
       qeliPCTInv_JPEGXR_32s_C1IR(dc, 16, {4, 4});
       const int doubling = header_.scaled && p > 0;
       for (int b = 0; b < 16; ++b) *blockOf(plane, b) = int32_t(uint32_t(dc[b]) << doubling);
@@ -312,8 +308,7 @@ class Decoder {
   void store(const Macroblock& mb, int32_t x, int32_t y) {
     const int shift = header_.scaled ? kFractionalBits : 0;
     const int32_t centre = (128 << shift) + (shift ? (1 << (shift - 1)) - 1 : 0);  // a half rounds down
-    const int32_t columns = std::min(16, header_.width - 16 * x),
-                  rows = std::min(16, header_.height - 16 * y);
+    const int32_t columns = std::min(16, header_.width - 16 * x), rows = std::min(16, header_.height - 16 * y);
     // Loops of one kind of work each, which compilers turn into vectors.
     const auto sample = [=](uint32_t v) { return std::clamp(int32_t(v) >> shift, 0, 255); };
     for (int r = 0; r < rows; ++r) {
@@ -333,8 +328,7 @@ class Decoder {
         for (int c = 0; c < 16; ++c) std::memcpy(pixels + 3 * c, &pixel[c], 4);
       }
       const int channels = header_.planes;
-      std::memcpy(image_.row(16 * y + r) + size_t(channels) * 16 * size_t(x), pixels,
-                  size_t(channels * columns));
+      std::memcpy(image_.row(16 * y + r) + size_t(channels) * 16 * size_t(x), pixels, size_t(channels * columns));
     }
   }
 
@@ -352,8 +346,7 @@ class Decoder {
 
 }  // namespace
 
-Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits,
-                 Stages& stages) {
+Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits, Stages& stages) {
   // A macroblock takes a bit a band at least, and one more for the DC values of three planes.
   size_t bytes = 0;
   for (const Bytes packet : packets) bytes = std::max(bytes, packet.size());

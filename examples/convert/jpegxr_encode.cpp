@@ -200,10 +200,8 @@ class Encoder {
     int counts[2] = {}, significant = 0;
     for (int p = 0; p < header_.planes; ++p)
       significant = 2 * significant + (magnitude(low[p][0]) >> model.bits(p) != 0);
-    if (header_.planes > 1)
-      a_.dcPattern.put(out_, significant);
-    else
-      out_.put(uint32_t(significant), 1);
+    if (header_.planes > 1) a_.dcPattern.put(out_, significant);
+    else out_.put(uint32_t(significant), 1);
     for (int p = 0; p < header_.planes; ++p) {
       const auto value = uint32_t(magnitude(low[p][0])), level = value >> model.bits(p);
       if (level) codeLevel(a_.dcLevel[p > 0], level - 1), ++counts[p > 0];
@@ -219,16 +217,15 @@ class Encoder {
     uint32_t residual[3][16];
     int counts[2] = {}, pattern = 0;
     for (int p = 0; p < header_.planes; ++p) {
-      qeliVLCScan4x4DC_JPEGXR_32s(low[p], uint32_t(model.bits(p)), residual[p], pairs[p], &pairCount[p],
-                                  a_.state());
+      qeliVLCScan4x4DC_JPEGXR_32s(low[p], uint32_t(model.bits(p)), residual[p], pairs[p], &pairCount[p], a_.state());
       pattern |= (pairCount[p] != 0) << p;
       counts[p > 0] += pairCount[p];
     }
     codeLowPattern(pattern);
     for (int p = 0; p < header_.planes; ++p) {
       if (pairCount[p])
-        qeliVLCEncodeDC444_JPEGXR_32s1u(pairs[p], pairCount[p], p > 0, &out_.stream, &out_.bitBuffer,
-                                        &out_.bitCount, a_.state());
+        qeliVLCEncodeDC444_JPEGXR_32s1u(pairs[p], pairCount[p], p > 0, &out_.stream, &out_.bitBuffer, &out_.bitCount,
+                                        a_.state());
       if (model.bits(p))
         for (int k = 1; k < 16; ++k) out_.put(residual[p][k] >> 1, model.bits(p) + int(residual[p][k] & 1));
     }
@@ -319,14 +316,14 @@ class Encoder {
         uint32_t residual[16];
         int32_t count = 0;
         if (coded && bits)
-          qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(block, 64, p > 0, bits, 0, residual, &out_.stream,
-                                                &out_.bitBuffer, &out_.bitCount, &count, a_.state());
+          qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(block, 64, p > 0, bits, 0, residual, &out_.stream, &out_.bitBuffer,
+                                                &out_.bitCount, &count, a_.state());
         else if (coded)
-          qeliVLCEncode4x4_JPEGXR_32s1u_C1R(block, 64, p > 0, 0, &out_.stream, &out_.bitBuffer,
-                                            &out_.bitCount, &count, a_.state());
+          qeliVLCEncode4x4_JPEGXR_32s1u_C1R(block, 64, p > 0, 0, &out_.stream, &out_.bitBuffer, &out_.bitCount, &count,
+                                            a_.state());
         if (bits)
-          qeliFLCEncode4x4_JPEGXR_32s1u_C1R(block, 64, residual, &out_.stream, &out_.bitBuffer,
-                                            &out_.bitCount, bits, 0, coded);
+          qeliFLCEncode4x4_JPEGXR_32s1u_C1R(block, 64, residual, &out_.stream, &out_.bitBuffer, &out_.bitCount, bits, 0,
+                                            coded);
         counts[p > 0] += count;
       }
     }

@@ -19,8 +19,7 @@ using namespace qelconv;
 template <class Specs>
 void printOptions(const Specs& specs) {
   for (const OptionSpec& option : specs) {
-    std::string left =
-        std::string("--") + option.name + (option.argument ? std::string(" ") + option.argument : "");
+    std::string left = std::string("--") + option.name + (option.argument ? std::string(" ") + option.argument : "");
     left.resize(std::max<size_t>(left.size(), 22), ' ');
     std::cout << "  " << left << " " << option.help << "\n";
   }
@@ -36,8 +35,7 @@ void printHelp() {
   printOptions(kReadOptions);
   for (const Format* format : formats()) {
     std::cout << "\n" << format->name << " (";
-    for (size_t i = 0; i < format->extensions.size(); ++i)
-      std::cout << (i ? " " : "") << format->extensions[i];
+    for (size_t i = 0; i < format->extensions.size(); ++i) std::cout << (i ? " " : "") << format->extensions[i];
     std::cout << (format->write ? format->read ? ")" : "), written only" : "), read only") << "\n";
     printOptions(format->options);
   }
@@ -149,16 +147,12 @@ int run(int argc, char** argv) {
 
   for (int index = 0, c; (c = getopt_long(argc, argv, "hv", table.data(), &index)) != -1;) {
     if (c == 'h') return printHelp(), 0;
-    if (c == 'v')
-      verbose = true;
-    else if (c == kInfo)
-      info = true;
+    if (c == 'v') verbose = true;
+    else if (c == kInfo) info = true;
     else if (c == kCompare) compare = true;
     else if (c == kRepeat) options.set("repeat", optarg);
-    else if (c == kFormatOption)
-      options.set(table[size_t(index)].name, optarg ? optarg : "1");
-    else
-      return 2;  // getopt_long has said why
+    else if (c == kFormatOption) options.set(table[size_t(index)].name, optarg ? optarg : "1");
+    else return 2;  // getopt_long has said why
   }
   const std::vector<std::string> paths(argv + optind, argv + argc);
   if (paths.size() != (info ? 1u : 2u)) {
@@ -193,11 +187,10 @@ int run(int argc, char** argv) {
 
   Stages reading, writing;
   const Image image = on(paths[0], [&] {
-    return warned(paths[0],
-                  fastest(repeat, reading, [&](Stages& s) { return from.read(bytes, options, s); }));
+    return warned(paths[0], fastest(repeat, reading, [&](Stages& s) { return from.read(bytes, options, s); }));
   });
-  const auto result = on(
-      paths[1], [&] { return fastest(repeat, writing, [&](Stages& s) { return to->write(image, options, s); }); });
+  const auto result =
+      on(paths[1], [&] { return fastest(repeat, writing, [&](Stages& s) { return to->write(image, options, s); }); });
   on(paths[1], [&] { writeFile(paths[1], result); });
   if (verbose) {
     std::cout << paths[0] << ": " << from.name << ", " << image.width << " x " << image.height << ", "

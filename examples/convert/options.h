@@ -33,10 +33,9 @@ class Options {
     const std::string value = text(name);
     char* end = nullptr;
     const double number = std::strtod(value.c_str(), &end);
-    if (value.empty() || *end || !(number >= low && number <= high) ||
-        (whole && number != double(long(number))))
-      throw Error("--" + name + " takes a " + (whole ? "whole " : "") + "number from " + shortText(low) +
-                  " to " + shortText(high) + ", not \"" + value + "\"");
+    if (value.empty() || *end || !(number >= low && number <= high) || (whole && number != double(long(number))))
+      throw Error("--" + name + " takes a " + (whole ? "whole " : "") + "number from " + shortText(low) + " to " +
+                  shortText(high) + ", not \"" + value + "\"");
     return number;
   }
   // One of a few words; the result is its place in the list.

@@ -38,9 +38,7 @@ struct Header {
   bool colour, littleEndian;
 };
 
-bool recognises(Bytes file) {
-  return file.size() > 2 && file[0] == 'P' && (file[1] == 'F' || file[1] == 'f');
-}
+bool recognises(Bytes file) { return file.size() > 2 && file[0] == 'P' && (file[1] == 'F' || file[1] == 'f'); }
 
 Header readHeader(Reader& in) {
   in.seek(1);
@@ -67,8 +65,7 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     const int channels = header.colour ? 3 : 1;
     limits.expectData(in.left(), uint64_t(header.width * header.height * channels), 32);
     limits.expectPicture(header.width, header.height, channels, 16);
-    Image image(int32_t(header.width), int32_t(header.height), header.colour ? Colour::rgb : Colour::grey,
-                16);
+    Image image(int32_t(header.width), int32_t(header.height), header.colour ? Colour::rgb : Colour::grey, 16);
     image.half = true;
     const auto samples = size_t(image.width) * size_t(image.channels());
     for (int32_t y = image.height - 1; y >= 0; --y)
@@ -106,8 +103,7 @@ std::vector<uint8_t> write(const Image& image, const Options&, Stages& stages) {
 void describe(Bytes file, std::ostream& out) {
   Reader in(file);
   const Header header = readHeader(in);
-  out << "PFM, " << header.width << " x " << header.height << ", " << (header.colour ? "RGB" : "grey")
-      << " floats\n";
+  out << "PFM, " << header.width << " x " << header.height << ", " << (header.colour ? "RGB" : "grey") << " floats\n";
 }
 
 }  // namespace

@@ -38,8 +38,7 @@ class Pipeline {
   // Calls first(i), middle(i) and last(i) for all strips. Behind an exception, which is thrown at the end,
   // nothing more is begun. A stage without a name has no place in the times.
   template <class First, class Middle, class Last>
-  void run(Stages& stages, const std::array<const char*, 3>& names, First&& first, Middle&& middle,
-           Last&& last) {
+  void run(Stages& stages, const std::array<const char*, 3>& names, First&& first, Middle&& middle, Last&& last) {
     std::mutex mutex;
     std::condition_variable changed, finished;
     std::exception_ptr failure;

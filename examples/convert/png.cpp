@@ -14,9 +14,7 @@ struct Source {
   size_t at;
 };
 
-void fail(png_structp, png_const_charp message) {
-  throw Damaged(std::string("not a readable PNG: ") + message);
-}
+void fail(png_structp, png_const_charp message) { throw Damaged(std::string("not a readable PNG: ") + message); }
 void ignore(png_structp, png_const_charp) {}
 
 void pull(png_structp png, png_bytep to, size_t n) {
@@ -53,8 +51,7 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     png_set_read_fn(r.png, &source, pull);
     png_read_info(r.png, r.info);
     constexpr uint64_t kDensest = 1032;  // what deflate makes of a byte at most
-    limits.expectData(file.size(),
-                      png_get_rowbytes(r.png, r.info) * png_get_image_height(r.png, r.info) / kDensest, 8);
+    limits.expectData(file.size(), png_get_rowbytes(r.png, r.info) * png_get_image_height(r.png, r.info) / kDensest, 8);
     png_set_expand(r.png);
     if (png_get_bit_depth(r.png, r.info) == 16) png_set_swap(r.png);
     const int passes = png_set_interlace_handling(r.png);
@@ -81,8 +78,7 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
     std::vector<uint8_t> out;
     WriteRecord w;
     png_set_write_fn(w.png, &out, push, flush);
-    constexpr int kTypes[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
-                              PNG_COLOR_TYPE_RGBA};
+    constexpr int kTypes[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGBA};
     png_set_IHDR(w.png, w.info, png_uint_32(image.width), png_uint_32(image.height), image.bits,
                  kTypes[image.channels() - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
@@ -101,8 +97,7 @@ void describe(Bytes file, std::ostream& out) {
   png_set_read_fn(r.png, &source, pull);
   png_read_info(r.png, r.info);
   out << "PNG, " << png_get_image_width(r.png, r.info) << " x " << png_get_image_height(r.png, r.info) << ", "
-      << int(png_get_channels(r.png, r.info)) << " channels of " << int(png_get_bit_depth(r.png, r.info))
-      << " bits\n";
+      << int(png_get_channels(r.png, r.info)) << " channels of " << int(png_get_bit_depth(r.png, r.info)) << " bits\n";
 }
 
 }  // namespace

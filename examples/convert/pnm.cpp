@@ -51,8 +51,7 @@ class Scanner {
 };
 
 bool recognises(Bytes file) {
-  return file.size() > 2 && file[0] == 'P' &&
-         (file[1] == '2' || file[1] == '3' || (file[1] >= '5' && file[1] <= '7'));
+  return file.size() > 2 && file[0] == 'P' && (file[1] == '2' || file[1] == '3' || (file[1] >= '5' && file[1] <= '7'));
 }
 
 void readPamHeader(Scanner& in, Header& header) {
@@ -60,8 +59,7 @@ void readPamHeader(Scanner& in, Header& header) {
   in.line();
   for (std::string text; (text = in.line()) != "ENDHDR";) {
     const size_t space = text.find(' ');
-    const std::string key = text.substr(0, space),
-                      value = space == std::string::npos ? "" : text.substr(space + 1);
+    const std::string key = text.substr(0, space), value = space == std::string::npos ? "" : text.substr(space + 1);
     if (key == "TUPLTYPE") type = value;
     const int64_t number = std::atoll(value.c_str());
     if (key == "WIDTH") header.width = number;
@@ -70,8 +68,7 @@ void readPamHeader(Scanner& in, Header& header) {
     if (key == "MAXVAL") header.top = number;
   }
   constexpr Colour kByDepth[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
-  if (header.depth < 1 || header.depth > 4)
-    throw Error("a PAM of " + std::to_string(header.depth) + " channels");
+  if (header.depth < 1 || header.depth > 4) throw Error("a PAM of " + std::to_string(header.depth) + " channels");
   header.colour = type == "CMYK" && header.depth == 4 ? Colour::cmyk : kByDepth[header.depth - 1];
 }
 
@@ -142,9 +139,8 @@ std::vector<uint8_t> write(const Image& image, const Options&, Stages& stages) {
       const char* type = image.colour == Colour::cmyk ? "CMYK"
                          : image.channels() == 2      ? "GRAYSCALE_ALPHA"
                                                       : "RGB_ALPHA";
-      out.text(("P7\nWIDTH " + std::to_string(image.width) + "\nHEIGHT " + std::to_string(image.height) +
-                "\nDEPTH " + std::to_string(image.channels()) + "\nMAXVAL " + top + "\nTUPLTYPE " + type +
-                "\nENDHDR\n")
+      out.text(("P7\nWIDTH " + std::to_string(image.width) + "\nHEIGHT " + std::to_string(image.height) + "\nDEPTH " +
+                std::to_string(image.channels()) + "\nMAXVAL " + top + "\nTUPLTYPE " + type + "\nENDHDR\n")
                    .c_str());
     }
     if (image.sampleBytes() == 1) {
@@ -160,8 +156,8 @@ std::vector<uint8_t> write(const Image& image, const Options&, Stages& stages) {
 void describe(Bytes file, std::ostream& out) {
   Scanner in(file);
   const Header header = readHeader(in);
-  out << "PNM (P" << header.kind << "), " << header.width << " x " << header.height << ", "
-      << nameOf(header.colour) << ", largest value " << header.top << "\n";
+  out << "PNM (P" << header.kind << "), " << header.width << " x " << header.height << ", " << nameOf(header.colour)
+      << ", largest value " << header.top << "\n";
 }
 
 }  // namespace

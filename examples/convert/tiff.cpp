@@ -135,10 +135,8 @@ Picture examine(const Directory& d) {
   constexpr Colour kColours[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
   const bool grey = photometric <= kBlackIsZero && p.channels <= 2;
   const bool rgb = photometric == kRgb && (p.channels == 3 || p.channels == 4);
-  if (grey || rgb)
-    p.colour = kColours[p.channels - 1];
-  else if (photometric == kSeparated && p.channels == 4)
-    p.colour = Colour::cmyk;
+  if (grey || rgb) p.colour = kColours[p.channels - 1];
+  else if (photometric == kSeparated && p.channels == 4) p.colour = Colour::cmyk;
   else
     throw Error("the photometric interpretation " + std::to_string(photometric) + " with " +
                 std::to_string(p.channels) + " channels can't be read");
@@ -167,8 +165,7 @@ void swapBytes(uint8_t* row, int32_t samples, std::vector<uint8_t>& scratch) {
 // Rows of one strip, from `top` on. A row of PackBits may be cut anywhere by a damaged file: a byte that is
 // no token follows the strip, so that no run's header is the source's last byte, and a run that ends in it
 // isn't whole.
-void readStrip(const Picture& p, Bytes file, bool big, size_t index, int32_t top, int32_t rows,
-               Image& image) {
+void readStrip(const Picture& p, Bytes file, bool big, size_t index, int32_t top, int32_t rows, Image& image) {
   constexpr uint8_t kNoToken = 0x80;
   const int32_t rowBytes = image.step();
   Reader in(file);
@@ -183,8 +180,8 @@ void readStrip(const Picture& p, Bytes file, bool big, size_t index, int32_t top
   uint32_t position = 0;
   for (int32_t y = top; y < top + rows; ++y) {
     if (p.packBits) {
-      if (qeliUnpackBitsRow_TIFF_8u_C1(strip.data(), &position, int32_t(strip.size()), image.row(y),
-                                       rowBytes) != qelStatusOk ||
+      if (qeliUnpackBitsRow_TIFF_8u_C1(strip.data(), &position, int32_t(strip.size()), image.row(y), rowBytes) !=
+              qelStatusOk ||
           position > coded.size())
         throw Damaged("the PackBits data of row " + std::to_string(y) + " is damaged");
     } else {
@@ -211,8 +208,7 @@ Image readPicture(OrderedReader& in, const Picture& p, const Limits& limits) {
   for (size_t i = 0; i < strips; ++i) {
     const auto top = int32_t(int64_t(i) * p.rowsPerStrip);
     try {
-      readStrip(p, in.file(), in.big(), i, top, int32_t(std::min<int64_t>(p.rowsPerStrip, p.height - top)),
-                image);
+      readStrip(p, in.file(), in.big(), i, top, int32_t(std::min<int64_t>(p.rowsPerStrip, p.height - top)), image);
     } catch (const Damaged& e) {
       wrong.note(i, e.what());
     }
@@ -233,9 +229,9 @@ std::array<Image, 2> split(const Image& wide) {
                                  Image(wide.width, wide.height, wide.colour, 8)};
   for (int32_t y = 0; y < wide.height; ++y) {
     uint8_t* const rows[] = {planes[0].row(y), planes[1].row(y)};
-    expectOk(qeliSplitRow_TIFF_16u8u_C1(reinterpret_cast<const uint16_t*>(wide.row(y)), rows,
-                                        wide.width * wide.channels()),
-             "splitting samples");
+    expectOk(
+        qeliSplitRow_TIFF_16u8u_C1(reinterpret_cast<const uint16_t*>(wide.row(y)), rows, wide.width * wide.channels()),
+        "splitting samples");
   }
   return planes;
 }
@@ -247,8 +243,7 @@ Image join(const Image& high, const Image& low) {
   Image wide(high.width, high.height, high.colour, 16);
   for (int32_t y = 0; y < wide.height; ++y) {
     const uint8_t* const rows[] = {high.row(y), low.row(y)};
-    expectOk(qeliJoinRow_TIFF_8u16u_C1(rows, reinterpret_cast<uint16_t*>(wide.row(y)),
-                                       wide.width * wide.channels()),
+    expectOk(qeliJoinRow_TIFF_8u16u_C1(rows, reinterpret_cast<uint16_t*>(wide.row(y)), wide.width * wide.channels()),
              "joining samples");
   }
   return wide;
@@ -257,8 +252,7 @@ Image join(const Image& high, const Image& low) {
 // --- the format --------------------------------------------------------------------------------------------
 
 bool recognises(Bytes file) {
-  return file.size() >= 8 &&
-         (std::memcmp(file.data(), "II*\0", 4) == 0 || std::memcmp(file.data(), "MM\0*", 4) == 0);
+  return file.size() >= 8 && (std::memcmp(file.data(), "II*\0", 4) == 0 || std::memcmp(file.data(), "MM\0*", 4) == 0);
 }
 
 Image read(Bytes file, const Options& options, Stages& stages) {
@@ -313,8 +307,7 @@ size_t writePicture(OrderedWriter& out, const Image& image, bool packBits, size_
     if (packBits) {
       scratch.resize(row.size() + (row.size() + 127) / 128);
       uint32_t position = 0;
-      expectOk(qeliPackBitsRow_TIFF_8u_C1(row.data(), rowBytes, scratch.data(), &position,
-                                          int32_t(scratch.size())),
+      expectOk(qeliPackBitsRow_TIFF_8u_C1(row.data(), rowBytes, scratch.data(), &position, int32_t(scratch.size())),
                "packing a row");
       scratch.resize(position);
       row.swap(scratch);
@@ -336,9 +329,7 @@ size_t writePicture(OrderedWriter& out, const Image& image, bool packBits, size_
     }
   };
   const bool alpha = image.colour == Colour::greyAlpha || image.colour == Colour::rgba;
-  const uint32_t photometric = image.colour == Colour::cmyk ? kSeparated
-                               : image.channels() <= 2      ? kBlackIsZero
-                                                            : kRgb;
+  const uint32_t photometric = image.colour == Colour::cmyk ? kSeparated : image.channels() <= 2 ? kBlackIsZero : kRgb;
   constexpr uint32_t kInch = 2, kUnassociatedAlpha = 2;
   std::vector<Field> fields = {
       {kImageWidth, kLong, {uint32_t(image.width)}},
@@ -409,15 +400,14 @@ void describe(Bytes file, std::ostream& out) {
 }  // namespace
 
 extern const Format kTiff;
-const Format kTiff = {
-    "TIFF",
-    {".tif", ".tiff"},
-    {{"packing", "packbits|none", "how strips are compressed (packbits)"},
-     {"big-endian", nullptr, "write the file in big-endian order"},
-     {"byte-planes", nullptr, "16-bit pictures as two of 8 bits, high bytes first, and back"}},
-    recognises,
-    read,
-    write,
-    describe};
+const Format kTiff = {"TIFF",
+                      {".tif", ".tiff"},
+                      {{"packing", "packbits|none", "how strips are compressed (packbits)"},
+                       {"big-endian", nullptr, "write the file in big-endian order"},
+                       {"byte-planes", nullptr, "16-bit pictures as two of 8 bits, high bytes first, and back"}},
+                      recognises,
+                      read,
+                      write,
+                      describe};
 
 }  // namespace qelconv

@@ -57,9 +57,7 @@ struct Stream {
   int32_t length = 0, position = 0, marker = 0;
   DecodeState state;
 
-  explicit Stream(std::vector<uint8_t> all) : data(std::move(all)), length(int32_t(data.size())) {
-    init(state);
-  }
+  explicit Stream(std::vector<uint8_t> all) : data(std::move(all)), length(int32_t(data.size())) { init(state); }
   // Goes on behind a restart marker, as a decoder of a damaged file does.
   bool restart() {
     if (marker < 0xD0 || marker > 0xD7) return false;

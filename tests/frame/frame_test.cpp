@@ -79,8 +79,8 @@ TEST(Frame, ImportsFiveServices) {
   std::set<std::string> services;
   for (const auto& name : dynamicSymbols('U'))
     if (name.starts_with("qel") || name.starts_with("own")) services.insert(name);
-  EXPECT_EQ((std::set<std::string>{"ownGetNumThreads", "qelFree", "qelGetEnabledCpuFeatures",
-                                   "qelGetMaxCacheSizeB", "qelMalloc"}),
+  EXPECT_EQ((std::set<std::string>{"ownGetNumThreads", "qelFree", "qelGetEnabledCpuFeatures", "qelGetMaxCacheSizeB",
+                                   "qelMalloc"}),
             services);
 }
 
@@ -126,9 +126,7 @@ struct Shift {
     Random random;
     random.fill(src.data(), src.size());
   }
-  QelStatus run() {
-    return qeliSub128_JPEG_8u16s_C1R(src.data(), size.width, dst.data(), 2 * size.width, size);
-  }
+  QelStatus run() { return qeliSub128_JPEG_8u16s_C1R(src.data(), size.width, dst.data(), 2 * size.width, size); }
   bool right() const {
     for (size_t i = 0; i < src.size(); ++i)
       if (dst[i] != src[i] - 128) return false;
@@ -166,8 +164,8 @@ TEST(Fork, PackedRowsThatOverlapStandInOrder) {
     for (const int threads : {1, 2, 7}) {
       core.threads = threads;
       std::vector<uint8_t> dst(expected.size());
-      EXPECT_EQ(qelStatusOk, qeliYCbCr422ToRGB_JPEG_8u_C2C3R(src.data(), 2 * (kWidth + 1), dst.data(), step,
-                                                             {kWidth, kHeight}));
+      EXPECT_EQ(qelStatusOk,
+                qeliYCbCr422ToRGB_JPEG_8u_C2C3R(src.data(), 2 * (kWidth + 1), dst.data(), step, {kWidth, kHeight}));
       EXPECT_EQ(expected, dst) << step << " on " << threads;
     }
   }

@@ -34,8 +34,7 @@ void checkLanewise(Operation operation, Model model) {
   Random random;
   for (int round = 0; round < 300; ++round) {
     const auto a = randomVector<Vec<T, Bytes>>(random), b = randomVector<Vec<T, Bytes>>(random);
-    expectLanes(operation(a, b), a, b,
-                [&](auto x, auto y, int i) { return model(int64_t(x[i]), int64_t(y[i])); });
+    expectLanes(operation(a, b), a, b, [&](auto x, auto y, int i) { return model(int64_t(x[i]), int64_t(y[i])); });
   }
 }
 
@@ -60,11 +59,9 @@ TEST(Simd, Lanewise) {
   checkAll<uint8_t, uint16_t>([](auto a, auto b) { return average(a, b); },
                               [](auto, int64_t a, int64_t b) { return (a + b + 1) >> 1; });
   checkAll<uint8_t, int8_t, uint16_t, int16_t, uint32_t, int32_t>(
-      [](auto a, auto b) { return simd::min(a, b); },
-      [](auto, int64_t a, int64_t b) { return std::min(a, b); });
+      [](auto a, auto b) { return simd::min(a, b); }, [](auto, int64_t a, int64_t b) { return std::min(a, b); });
   checkAll<uint8_t, int8_t, uint16_t, int16_t, uint32_t, int32_t>(
-      [](auto a, auto b) { return simd::max(a, b); },
-      [](auto, int64_t a, int64_t b) { return std::max(a, b); });
+      [](auto a, auto b) { return simd::max(a, b); }, [](auto, int64_t a, int64_t b) { return std::max(a, b); });
   checkAll<int16_t, int32_t>([](auto a, auto b) { return simd::addWrap(a, b); },
                              [](auto, int64_t a, int64_t b) { return a + b; });
   checkAll<int16_t, int32_t>([](auto a, auto b) { return simd::mulWrap(a, b); },
@@ -97,8 +94,7 @@ void checkPairsAndPacks() {
     });
     expectLanes(shuffleBytes(u, w), u, w,
                 [](B x, B y, int i) { return y[i] & 0x80 ? 0 : x[i / 16 * 16 + (y[i] & 15)]; });
-    if constexpr (Bytes == 16)
-      expectLanes(moveUp<3>(a), a, b, [](S x, S, int i) { return i < 3 ? 0 : x[i - 3]; });
+    if constexpr (Bytes == 16) expectLanes(moveUp<3>(a), a, b, [](S x, S, int i) { return i < 3 ? 0 : x[i - 3]; });
     const W c = randomVector<W>(random), d = randomVector<W>(random);
     expectLanes(addNeighbours(c, d), c, d, [](W x, W y, int i) {
       const W& v = i % 4 < 2 ? x : y;
@@ -134,8 +130,7 @@ void checkInterleave() {
   constexpr int n = kLanes<V>;
   const auto mixed = interleave(a, b);
   for (int i = 0; i < 2 * n; ++i)
-    ASSERT_EQ(Lane<V>(i % 2 ? b[i / 2] : a[i / 2]), Lane<V>(i < n ? mixed.first[i] : mixed.second[i - n]))
-        << i;
+    ASSERT_EQ(Lane<V>(i % 2 ? b[i / 2] : a[i / 2]), Lane<V>(i < n ? mixed.first[i] : mixed.second[i - n])) << i;
   const auto apart = deinterleave(mixed.first, mixed.second);
   expectLanes(apart.first, a, b, [](V x, V, int i) { return x[i]; });
   expectLanes(apart.second, a, b, [](V, V y, int i) { return y[i]; });

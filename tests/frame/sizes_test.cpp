@@ -17,8 +17,7 @@ __extension__ typedef __int128 Exact;
 std::set<int32_t> corners() {
   std::set<int32_t> all{3, 5, 46340, 46341};
   for (int bit = 0; bit <= 31; ++bit)
-    for (int64_t d : {-9, -1, 0, 1})
-      all.insert(int32_t(std::clamp<int64_t>((int64_t(1) << bit) + d, 1, INT32_MAX)));
+    for (int64_t d : {-9, -1, 0, 1}) all.insert(int32_t(std::clamp<int64_t>((int64_t(1) << bit) + d, 1, INT32_MAX)));
   return all;
 }
 
@@ -78,10 +77,8 @@ TEST(Sizes, HuffmanRecordsWithoutMemory) {
     return core.requestedBytes.load();
   };
   core.refuseAllocations = true;
-  EXPECT_EQ(1644,
-            refused.operator()<QelDecodeHuffmanSpec>(qeliDecodeHuffmanSpecInitAlloc_JPEG_8u, bits, vals));
-  EXPECT_EQ(1024,
-            refused.operator()<QelEncodeHuffmanSpec>(qeliEncodeHuffmanSpecInitAlloc_JPEG_8u, bits, vals));
+  EXPECT_EQ(1644, refused.operator()<QelDecodeHuffmanSpec>(qeliDecodeHuffmanSpecInitAlloc_JPEG_8u, bits, vals));
+  EXPECT_EQ(1024, refused.operator()<QelEncodeHuffmanSpec>(qeliEncodeHuffmanSpecInitAlloc_JPEG_8u, bits, vals));
   EXPECT_EQ(24, refused.operator()<QelDecodeHuffmanState>(qeliDecodeHuffmanStateInitAlloc_JPEG_8u));
   EXPECT_EQ(1048, refused.operator()<QelEncodeHuffmanState>(qeliEncodeHuffmanStateInitAlloc_JPEG_8u));
   core.refuseAllocations = false;

@@ -74,8 +74,8 @@ TEST(VlcState, OnlyItsOwnScansCount) {
               qeliVLCEncode4x4_JPEGXR_16s1u_C1R(block.data(), 8, 0, 0, &copy.stream, &copy.bitBuffer, &copy.bitCount,
                                                 &count, &copy.state()));
     EXPECT_EQ(qelStatusContextMismatch,
-              qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&copy.readStream, &copy.bitBuffer, &copy.bitCount, 1, block.data(), 8, 0,
-                                                &count, &copy.state()));
+              qeliVLCDecode4x4_JPEGXR_1u16s_C1R(&copy.readStream, &copy.bitBuffer, &copy.bitCount, 1, block.data(), 8,
+                                                0, &count, &copy.state()));
     EXPECT_EQ((Block<int16_t>{5, 4, 3, 2, 1}), block);
     for (Coder* coder : {&c, &copy}) {
       ASSERT_EQ(qelStatusOk, qeliVLCScanSet_JPEGXR(&coder->state(), scan));
@@ -84,7 +84,8 @@ TEST(VlcState, OnlyItsOwnScansCount) {
     EXPECT_EQ(c.bits(), copy.bits());
 
     for (auto* places : {c.state().scanTable0, c.state().scanTable1, c.state().scanTable2})
-      for (int k = 0; k < kPlaces; ++k) places[k].position = places[k].row = places[k].column = 0x40000001u + uint32_t(k);
+      for (int k = 0; k < kPlaces; ++k)
+        places[k].position = places[k].row = places[k].column = 0x40000001u + uint32_t(k);
     std::vector<int16_t> exact(16);
     Coder hostile;
     hostile.load(copy);

@@ -35,8 +35,7 @@ constexpr auto transform = [](auto* function, Case& c) {
     c.call(function, first, step);
   } else {
     const Domain<QelSize> sizes{
-        size,
-        {{0, size.height}, {size.width, -4}, {size.width - 1, size.height}, {size.width, size.height - 2}}};
+        size, {{0, size.height}, {size.width, -4}, {size.width - 1, size.height}, {size.width, size.height - 2}}};
     c.call(function, first, step, sizes);
   }
 };
@@ -269,8 +268,7 @@ QELJ_COMPARE(qeliVLCScan4x4DC_JPEGXR_32s, [](auto* scan, Case& c) {
     auto& pairs = c.rows<int32_t>(30);
     const int64_t modelBits = c.in(0, 15);
     int32_t count = 0;
-    c.call(scan, src.data(), lowBits(c.chance(50) ? 0 : modelBits), residual.data(), pairs.data(), &count,
-           record);
+    c.call(scan, src.data(), lowBits(c.chance(50) ? 0 : modelBits), residual.data(), pairs.data(), &count, record);
     c.value(count);
     state.between(c);
   }
@@ -293,11 +291,11 @@ constexpr auto encode = [](auto* function, Case& c) {
       if constexpr (kFlex) {
         auto& residual = c.rows<uint32_t>(16);
         const int64_t trim = c.in(0, 15);
-        c.call(function, src.data(), src.step(), chroma, modelBits, lowBits(c.chance(50) ? 0 : trim),
-               residual.data(), at.streams(), &at.bitBuffer, at.counts(), &count, record);
+        c.call(function, src.data(), src.step(), chroma, modelBits, lowBits(c.chance(50) ? 0 : trim), residual.data(),
+               at.streams(), &at.bitBuffer, at.counts(), &count, record);
       } else {
-        c.call(function, src.data(), src.step(), chroma, modelBits, at.streams(), &at.bitBuffer, at.counts(),
-               &count, record);
+        c.call(function, src.data(), src.step(), chroma, modelBits, at.streams(), &at.bitBuffer, at.counts(), &count,
+               record);
       }
       c.value(count);
       state.between(c);
@@ -323,8 +321,7 @@ constexpr auto decode = [](auto* function, Case& c) {
       const auto narrow = T(c.in(-3, 300));
       const T scale = c.chance(40) ? T(1) : c.chance(80) ? narrow : wide;
       const auto chroma = int32_t(c.in(0, 1));
-      c.call(function, at.streams(), &at.bitBuffer, at.counts(), scale, dst.data(), dst.step(), chroma,
-             &count, record);
+      c.call(function, at.streams(), &at.bitBuffer, at.counts(), scale, dst.data(), dst.step(), chroma, &count, record);
       c.value(count);
       state.between(c);
     }
@@ -361,8 +358,7 @@ constexpr auto encodeDC = [](auto* function, Case& c) {
       const auto chroma = int32_t(c.in(0, 1));
       if constexpr (kChroma)
         c.call(function, pairs.data(), counts, chroma, streams, &at.bitBuffer, at.counts(), record);
-      else
-        c.call(function, pairs.data(), counts, streams, &at.bitBuffer, at.counts(), record);
+      else c.call(function, pairs.data(), counts, streams, &at.bitBuffer, at.counts(), record);
       state.between(c);
     }
     probe(c, state);
@@ -383,8 +379,7 @@ constexpr auto decodeDC = [](auto* function, Case& c) {
       const auto chroma = int32_t(c.in(0, 1));
       if constexpr (kChroma)
         c.call(function, at.streams(), &at.bitBuffer, at.counts(), dst.data(), chroma, &count, record);
-      else
-        c.call(function, at.streams(), &at.bitBuffer, at.counts(), dst.data(), &count, record);
+      else c.call(function, at.streams(), &at.bitBuffer, at.counts(), dst.data(), &count, record);
       c.value(count);
       state.between(c);
     }
@@ -407,14 +402,14 @@ constexpr auto fixedLength = [](auto* function, Case& c) {
       if constexpr (kDecoding) {
         const auto wide = T(c.random.bits());
         const T scale = c.chance(40) ? T(1) : c.chance(80) ? T(wide & 255) : wide;
-        c.call(function, at.streams(), &at.bitBuffer, at.counts(), samples.data(), samples.step(), flexBits,
-               scale, form);
+        c.call(function, at.streams(), &at.bitBuffer, at.counts(), samples.data(), samples.step(), flexBits, scale,
+               form);
       } else {
         auto& residual = c.rows<uint32_t>(16);
         if (c.chance(70)) residual.fill([&] { return c.random.bits() >> 48; });
         const auto trimBits = lowBits(c.in(0, 15));
-        c.call(function, samples.data(), samples.step(), residual.data(), at.streams(), &at.bitBuffer,
-               at.counts(), flexBits, trimBits, form);
+        c.call(function, samples.data(), samples.step(), residual.data(), at.streams(), &at.bitBuffer, at.counts(),
+               flexBits, trimBits, form);
       }
     }
   });

@@ -89,10 +89,8 @@ struct Traits {
   static T plain(const T& value) { return value; }
   static int ways(const T&) { return std::is_pointer_v<T> ? 1 : 0; }
   static T damaged(const T& value, int, Kept&) {
-    if constexpr (std::is_pointer_v<T>)
-      return nullptr;
-    else
-      return value;
+    if constexpr (std::is_pointer_v<T>) return nullptr;
+    else return value;
   }
 };
 template <>
@@ -165,9 +163,7 @@ class Buffer {
   size_t bytes() const { return memory_.size(); }
   bool intact() const { return memory_.intact(); }
   // Adds the content. Of NaNs only that they are some.
-  virtual void trace(std::vector<uint8_t>& to) const {
-    to.insert(to.end(), memory_.data(), memory_.data() + bytes());
-  }
+  virtual void trace(std::vector<uint8_t>& to) const { to.insert(to.end(), memory_.data(), memory_.data() + bytes()); }
 
  private:
   Pages memory_;
@@ -295,9 +291,7 @@ class Case {
     const auto all = std::make_tuple(argument...);
     const auto call = [&](const auto& arguments) {
       value(std::apply(
-          [&](const auto&... a) {
-            return function(argument::Traits<std::decay_t<decltype(a)>>::plain(a)...);
-          },
+          [&](const auto&... a) { return function(argument::Traits<std::decay_t<decltype(a)>>::plain(a)...); },
           arguments));
     };
     forEachDamage(all, 0, [&](const auto& one, size_t next) {
@@ -386,8 +380,8 @@ inline std::map<std::string, Comparison>& comparisons() {
 }
 template <class Function, class Operation>
 bool addComparison(const char* name, Operation operation, int rounds = kRounds) {
-  comparisons()[name] = {
-      [operation](void* function, Case& c) { operation(reinterpret_cast<Function*>(function), c); }, rounds};
+  comparisons()[name] = {[operation](void* function, Case& c) { operation(reinterpret_cast<Function*>(function), c); },
+                         rounds};
   return true;
 }
 
@@ -395,9 +389,8 @@ bool addComparison(const char* name, Operation operation, int rounds = kRounds) 
 
 // QELJ_COMPARE(name, operation) or, with a number of rounds that is a multiple of kQuickShare,
 // QELJ_COMPARE(name, operation, rounds).
-#define QELJ_COMPARE(name, ...)                        \
-  [[maybe_unused]] static const bool compared_##name = \
-      qelj::test::addComparison<decltype(::name)>(#name, __VA_ARGS__)
+#define QELJ_COMPARE(name, ...) \
+  [[maybe_unused]] static const bool compared_##name = qelj::test::addComparison<decltype(::name)>(#name, __VA_ARGS__)
 // Another function of the same image.
 #define QELJ_FIND(c, name) reinterpret_cast<decltype(&::name)>((c).image.find(#name))
 

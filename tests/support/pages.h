@@ -86,11 +86,9 @@ class Pages {
       return slot;
     }
     const size_t bytes = pageSize() << scale;
-    void* memory =
-        mmap(nullptr, bytes + 2 * pageSize(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void* memory = mmap(nullptr, bytes + 2 * pageSize(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     auto* body = static_cast<uint8_t*>(memory) + pageSize();
-    if (memory == MAP_FAILED || mprotect(body, bytes, PROT_READ | PROT_WRITE) != 0)
-      throw std::runtime_error("mmap");
+    if (memory == MAP_FAILED || mprotect(body, bytes, PROT_READ | PROT_WRITE) != 0) throw std::runtime_error("mmap");
     return {body, bytes, scale};
   }
   static bool filled(const uint8_t* p, size_t bytes) {

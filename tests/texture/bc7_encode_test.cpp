@@ -68,8 +68,7 @@ TEST(Bc7Encode, FindsTheModeThatFits) {
     for (int i = 0; i < 16; ++i) {
       // Half a block is eight steps of a gradient, or two colours.
       const int s = split && (columns ? i % 4 : i / 4) >= 2;
-      const int place = columns ? i / 4 * 2 + i % 2 : i / 4 % 2 * 4 + i % 4,
-                t = smooth ? place : place / 4 * 7;
+      const int place = columns ? i / 4 * 2 + i % 2 : i / 4 % 2 * 4 + i % 4, t = smooth ? place : place / 4 * 7;
       for (int c = 0; c < 4; ++c) p[size_t(4 * i + c)] = uint8_t((a[s][c] * (7 - t) + b[s][c] * t) / 7);
       if (!alpha) p[size_t(4 * i + 3)] = 255;
     }

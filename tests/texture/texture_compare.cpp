@@ -40,10 +40,8 @@ constexpr auto decode = [](auto* function, Case& c) {
   Pixel* first = dst.data(upwards ? size_t(size.height) - 1 : 0);
   const auto step = anyStep(upwards ? -dst.step() : dst.step());
   constexpr bool kTogether = std::is_invocable_v<decltype(function), uint8_t*, Pixel*, int32_t, QelSize>;
-  if constexpr (kTogether)
-    c.call(function, src.data(), first, step, size);
-  else
-    c.call(function, src.data(), first, step, Length{size.width}, Length{size.height});
+  if constexpr (kTogether) c.call(function, src.data(), first, step, size);
+  else c.call(function, src.data(), first, step, Length{size.width}, Length{size.height});
 };
 QELJ_COMPARE(qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R, decode<uint8_t, 8, 4>);
 QELJ_COMPARE(qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R, decode<uint8_t, 16, 4>);

@@ -35,9 +35,8 @@ QELJ_COMPARE(
     qeliUnpackBitsRow_TIFF_8u_C1,
     [](auto* unpack, Case& c) {
       const int32_t length = c.extent(900);
-      auto& src = c.rows<uint8_t>(length +
-                                  1);  // a run header as the last byte takes its value from behind the length
-      if (c.chance(70))                // tokens that follow one another
+      auto& src = c.rows<uint8_t>(length + 1);  // a run header as the last byte takes its value from behind the length
+      if (c.chance(70))                         // tokens that follow one another
         for (int32_t i = 0; i < length;) {
           const auto header = int8_t(c.in(-128, 20));
           const int64_t longest = c.in(-128, 127);

@@ -73,13 +73,10 @@ TEST(PackBits, EveryCapacityEndsBehindAWholeToken) {
 
 TEST(PackBits, UnpacksEveryTruncationAndEveryCapacity) {
   Random random;
-  const Bytes row =
-      counting(130) + Bytes(200, 5) + Bytes{1, 2, 2, 3} + Bytes(3, 9) + counting(7) + Bytes(2, 8);
+  const Bytes row = counting(130) + Bytes(200, 5) + Bytes{1, 2, 2, 3} + Bytes(3, 9) + counting(7) + Bytes(2, 8);
   const Bytes coded = pack(row);
   const auto tokens = boundaries(coded);
-  const auto isToken = [&](uint32_t at) {
-    return std::find(tokens.begin(), tokens.end(), at) != tokens.end();
-  };
+  const auto isToken = [&](uint32_t at) { return std::find(tokens.begin(), tokens.end(), at) != tokens.end(); };
   for (uint32_t length = 1; length <= coded.size(); ++length) {
     Bytes part(coded.begin(), coded.begin() + length);
     part.push_back(length < coded.size() ? coded[length] : 0);
@@ -91,8 +88,7 @@ TEST(PackBits, UnpacksEveryTruncationAndEveryCapacity) {
       while (!isToken(expected - 1)) --expected;  // behind the header of the token that was cut
     }
     ASSERT_EQ(expected == coded.size() ? qelStatusOk : qelStatusOutOfBuffer,
-              qeliUnpackBitsRow_TIFF_8u_C1(src.data(), &position, int32_t(length), dst.data(),
-                                           int32_t(row.size())));
+              qeliUnpackBitsRow_TIFF_8u_C1(src.data(), &position, int32_t(length), dst.data(), int32_t(row.size())));
     ASSERT_EQ(expected, position) << length;
     ASSERT_TRUE(dst.intact());
     if (expected == coded.size()) {
@@ -104,16 +100,15 @@ TEST(PackBits, UnpacksEveryTruncationAndEveryCapacity) {
     random.fill(dst.data(), capacity);
     const Bytes before(dst.data(), dst.data() + capacity);
     uint32_t position = 0;
-    const QelStatus status = qeliUnpackBitsRow_TIFF_8u_C1(coded.data(), &position, int32_t(coded.size()),
-                                                          dst.data(), int32_t(capacity));
+    const QelStatus status =
+        qeliUnpackBitsRow_TIFF_8u_C1(coded.data(), &position, int32_t(coded.size()), dst.data(), int32_t(capacity));
     ASSERT_TRUE(dst.intact());
     const bool whole = status == qelStatusOk && isToken(position);
     const bool behind = status == qelStatusOutOfBuffer && isToken(position - 1);
     ASSERT_TRUE(whole != behind) << capacity;
     size_t written = 0;
     while (written < capacity && dst.data()[written] == row[written]) ++written;
-    for (size_t i = written; i < capacity; ++i)
-      ASSERT_EQ(before[i], dst.data()[i]) << "nothing of the failed token";
+    for (size_t i = written; i < capacity; ++i) ASSERT_EQ(before[i], dst.data()[i]) << "nothing of the failed token";
     ASSERT_TRUE(behind || written == capacity);
   }
 }

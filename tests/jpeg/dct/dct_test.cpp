@@ -23,8 +23,7 @@ std::array<double, 64> exactDct(const Block& in, bool inverse) {
   for (int a = 0; a < 64; ++a)
     for (int b = 0; b < 64; ++b) {
       const int sample = inverse ? a : b, coefficient = inverse ? b : a;
-      out[size_t(a)] +=
-          in[size_t(b)] * factor(sample / 8, coefficient / 8) * factor(sample % 8, coefficient % 8);
+      out[size_t(a)] += in[size_t(b)] * factor(sample / 8, coefficient / 8) * factor(sample % 8, coefficient % 8);
     }
   return out;
 }
@@ -38,8 +37,7 @@ Block randomBlock(Random& random, int64_t low, int64_t high) {
 Block randomCoefficients(Random& random) {
   const auto exact = exactDct(randomBlock(random, -128, 127), false);
   Block coefficients;
-  std::transform(exact.begin(), exact.end(), coefficients.begin(),
-                 [](double x) { return int16_t(std::lround(x)); });
+  std::transform(exact.begin(), exact.end(), coefficients.begin(), [](double x) { return int16_t(std::lround(x)); });
   return coefficients;
 }
 template <class T, size_t N>
@@ -118,8 +116,8 @@ TEST(Dct12, NearTheExactDctAndBack) {
 // --- reduced inverses ----------------------------------------------------------------------------------------
 
 template <size_t kSize>
-std::array<uint8_t, kSize * kSize> run(decltype(qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R) function,
-                                       const Block& block, const std::array<uint16_t, 64>& table) {
+std::array<uint8_t, kSize * kSize> run(decltype(qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R) function, const Block& block,
+                                       const std::array<uint16_t, 64>& table) {
   std::array<uint8_t, kSize * kSize> samples;
   EXPECT_EQ(qelStatusOk, function(block.data(), samples.data(), kSize, table.data()));
   return samples;
@@ -146,8 +144,7 @@ TEST(ReducedDct, LeavesOutCoefficients) {
     const auto whole = qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R;
     ASSERT_EQ(run<8>(whole, corner2, table), run<8>(qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, all, table));
     ASSERT_EQ(run<8>(whole, corner4, table), run<8>(qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, all, table));
-    const auto toTwo = qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R,
-               toFour = qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R;
+    const auto toTwo = qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, toFour = qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R;
     ASSERT_EQ(run<2>(toTwo, to2, table), run<2>(toTwo, all, table));
     ASSERT_EQ(run<4>(toFour, to4, table), run<4>(toFour, all, table));
   }
@@ -157,10 +154,8 @@ template <size_t kSize>
 void expectMeans(const std::array<double, 64>& whole, const std::array<uint8_t, kSize * kSize>& samples) {
   constexpr size_t kSquare = 8 / kSize;
   std::array<double, kSize * kSize> means{};
-  for (size_t i = 0; i < 64; ++i)
-    means[i / 8 / kSquare * kSize + i % 8 / kSquare] += whole[i] / (kSquare * kSquare);
-  for (size_t i = 0; i < means.size(); ++i)
-    EXPECT_NEAR(std::clamp(means[i] + 128, 0.0, 255.0), samples[i], 0.75);
+  for (size_t i = 0; i < 64; ++i) means[i / 8 / kSquare * kSize + i % 8 / kSquare] += whole[i] / (kSquare * kSquare);
+  for (size_t i = 0; i < means.size(); ++i) EXPECT_NEAR(std::clamp(means[i] + 128, 0.0, 255.0), samples[i], 0.75);
 }
 TEST(ReducedDct, SmallerBlocksAreMeansOfTheWholeBlock) {
   Random random;

@@ -46,12 +46,12 @@ TEST(BaselineCoders, FileOfAnotherMaker) {
   std::array<int32_t, 256> dcCounts{}, acCounts{};
   for (const Block& b : blocks) {
     Block decoded;
-    EXPECT_EQ(qelStatusOk, qeliDecodeHuffman8x8_JPEG_1u16s_C1(scan.data(), int32_t(scan.size()), &read,
-                                                              decoded.data(), &readLast, &marker,
-                                                              dcTable.decoder(), acTable.decoder(), decode));
+    EXPECT_EQ(qelStatusOk,
+              qeliDecodeHuffman8x8_JPEG_1u16s_C1(scan.data(), int32_t(scan.size()), &read, decoded.data(), &readLast,
+                                                 &marker, dcTable.decoder(), acTable.decoder(), decode));
     EXPECT_EQ(b, decoded);
-    qeliEncodeHuffman8x8_JPEG_16s1u_C1(b.data(), coded.data(), 100, &pos, &last, dcTable.encoder(),
-                                       acTable.encoder(), encode, 0);
+    qeliEncodeHuffman8x8_JPEG_16s1u_C1(b.data(), coded.data(), 100, &pos, &last, dcTable.encoder(), acTable.encoder(),
+                                       encode, 0);
     qeliGetHuffmanStatistics8x8_JPEG_16s_C1(b.data(), dcCounts.data(), acCounts.data(), &countLast);
   }
   qeliEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, coded.data(), 100, &pos, nullptr, nullptr, nullptr, encode, 1);
@@ -60,8 +60,7 @@ TEST(BaselineCoders, FileOfAnotherMaker) {
   for (const auto& [counts, lists] : {std::pair(&dcCounts, &dc), {&acCounts, &ac}}) {
     Lists made;
     made.vals.resize(256);
-    EXPECT_EQ(qelStatusOk,
-              qeliEncodeHuffmanRawTableInit_JPEG_8u(counts->data(), made.bits.data(), made.vals.data()));
+    EXPECT_EQ(qelStatusOk, qeliEncodeHuffmanRawTableInit_JPEG_8u(counts->data(), made.bits.data(), made.vals.data()));
     made.vals.resize(lists->vals.size());
     EXPECT_EQ(lists->bits, made.bits);
     EXPECT_EQ(lists->vals, made.vals);
@@ -81,12 +80,11 @@ TEST(BaselineCoders, BlocksComeBackInBothForms) {
     int16_t encodeLast = 0;
     for (Block& b : blocks) {
       b = randomBlock(r, int(r.in(0, 100)), int(r.in(1, 12)));
-      ASSERT_EQ(qelStatusOk,
-                qeliEncodeHuffman8x8_JPEG_16s1u_C1(b.data(), coded.data(), int32_t(coded.size()), &end,
-                                                   &encodeLast, dc.encoder(), ac.encoder(), encode, 0));
+      ASSERT_EQ(qelStatusOk, qeliEncodeHuffman8x8_JPEG_16s1u_C1(b.data(), coded.data(), int32_t(coded.size()), &end,
+                                                                &encodeLast, dc.encoder(), ac.encoder(), encode, 0));
     }
-    qeliEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, coded.data(), int32_t(coded.size()), &end, nullptr, nullptr,
-                                       nullptr, encode, 1);
+    qeliEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, coded.data(), int32_t(coded.size()), &end, nullptr, nullptr, nullptr,
+                                       encode, 1);
     coded.resize(size_t(end));
     coded.insert(coded.end(), 4, round % 2 ? 0xFF : uint8_t(r.in(0, 254)));
     if (round % 2) coded.push_back(0xD5);
@@ -98,13 +96,12 @@ TEST(BaselineCoders, BlocksComeBackInBothForms) {
     int16_t last = 0, directLast = 0;
     for (const Block& b : blocks) {
       Block decoded, direct;
-      ASSERT_EQ(qelStatusOk,
-                qeliDecodeHuffman8x8_JPEG_1u16s_C1(src.data(), int32_t(coded.size()), &pos, decoded.data(),
-                                                   &last, &marker, dc.decoder(), ac.decoder(), state));
+      ASSERT_EQ(qelStatusOk, qeliDecodeHuffman8x8_JPEG_1u16s_C1(src.data(), int32_t(coded.size()), &pos, decoded.data(),
+                                                                &last, &marker, dc.decoder(), ac.decoder(), state));
       ASSERT_EQ(b, decoded) << round;
-      const QelStatus s = qeliDecodeHuffman8x8_Direct_JPEG_1u16s_C1(src.data(), &bitPos, direct.data(),
-                                                                    &directLast, &directMarker, &bitBuffer,
-                                                                    &bitCount, dc.decoder(), ac.decoder());
+      const QelStatus s =
+          qeliDecodeHuffman8x8_Direct_JPEG_1u16s_C1(src.data(), &bitPos, direct.data(), &directLast, &directMarker,
+                                                    &bitBuffer, &bitCount, dc.decoder(), ac.decoder());
       ASSERT_TRUE(directMarker || (s == qelStatusOk && b == direct)) << round;
     }
   }

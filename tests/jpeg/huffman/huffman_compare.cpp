@@ -102,9 +102,7 @@ class Codes {
 
  private:
   // Not null, also of an empty list.
-  static const uint8_t* symbols(const Lists& lists) {
-    return lists.vals.empty() ? &lists.bits[0] : &lists.vals[0];
-  }
+  static const uint8_t* symbols(const Lists& lists) { return lists.vals.empty() ? &lists.bits[0] : &lists.vals[0]; }
 };
 
 // What a decoder's state holds shows in what calls behind a marker can still take: its bits, then the blocks of its run.
@@ -128,8 +126,8 @@ void probe(Case& c, EncoderState* state, const Lists& = {}) {
   uint8_t bytes[600];
   int32_t pos = 0;
   QELJ_FIND(c, qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1)(zero, bytes, 600, &pos, 0, state, 0);
-  const QelStatus s = QELJ_FIND(c, qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1)(nullptr, bytes, 600, &pos, 0,
-                                                                                0, 0, flat.encoder, state, 1);
+  const QelStatus s = QELJ_FIND(c, qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1)(nullptr, bytes, 600, &pos, 0, 0, 0,
+                                                                                flat.encoder, state, 1);
   c.value(s), c.value(pos), c.bytes(bytes, size_t(pos));
 }
 // Every byte and every code, with what comes behind it.
@@ -270,9 +268,7 @@ template <class T>
 Domain<T*> coded(int32_t flush, T* good) {
   return coded<T*>(flush, good, {nullptr});
 }
-Domain<uint32_t> transform(int32_t flush, uint32_t al) {
-  return coded<uint32_t>(flush, al, {14, 0xFFFFFFFF});
-}
+Domain<uint32_t> transform(int32_t flush, uint32_t al) { return coded<uint32_t>(flush, al, {14, 0xFFFFFFFF}); }
 Domain<int32_t> bandStart(int32_t flush, const Band& b) { return coded<int32_t>(flush, b.ss, {0, 64, -1}); }
 Domain<int32_t> bandEnd(int32_t flush, const Band& b) { return coded<int32_t>(flush, b.se, {b.ss - 1, 64}); }
 
@@ -297,13 +293,12 @@ QelStatus encodeBlock(Caller& caller, Function* function, Output& out, const int
     return caller.call(function, src, out.dst, length, &out.pos, last, coded(flush, dc.encoder),
                        coded(flush, ac.encoder), out.state, flush);
   else if constexpr (kKind == Kind::dcFirst)
-    return caller.call(function, src, out.dst, length, &out.pos, last, al, coded(flush, dc.encoder),
-                       out.state, flush);
+    return caller.call(function, src, out.dst, length, &out.pos, last, al, coded(flush, dc.encoder), out.state, flush);
   else if constexpr (kKind == Kind::dcRefine)
     return caller.call(function, src, out.dst, length, &out.pos, al, out.state, flush);
   else
-    return caller.call(function, src, out.dst, length, &out.pos, bandStart(flush, b), bandEnd(flush, b), al,
-                       ac.encoder, out.state, flush);
+    return caller.call(function, src, out.dst, length, &out.pos, bandStart(flush, b), bandEnd(flush, b), al, ac.encoder,
+                       out.state, flush);
 }
 
 // Blocks that continue a run of a band's ends, up to about its limit: `code(block)` until it fails.
@@ -416,15 +411,15 @@ QelStatus decodeBlock(Case& c, Function* function, Input& in, int16_t* dst, cons
   const Length length{in.length};
   const auto al = transform(0, b.al);
   if constexpr (kKind == Kind::sequential)
-    return c.call(function, in.src, Domain<int32_t>{in.length, {-1, INT32_MIN}}, &in.pos, dst, &in.last,
-                  &in.marker, dc.decoder, ac.decoder, in.state);
+    return c.call(function, in.src, Domain<int32_t>{in.length, {-1, INT32_MIN}}, &in.pos, dst, &in.last, &in.marker,
+                  dc.decoder, ac.decoder, in.state);
   else if constexpr (kKind == Kind::dcFirst)
     return c.call(function, in.src, length, &in.pos, dst, &in.last, &in.marker, al, dc.decoder, in.state);
   else if constexpr (kKind == Kind::dcRefine)
     return c.call(function, in.src, length, &in.pos, dst, &in.marker, al, in.state);
   else
-    return c.call(function, in.src, length, &in.pos, dst, &in.marker, bandStart(0, b), bandEnd(0, b), al,
-                  ac.decoder, in.state);
+    return c.call(function, in.src, length, &in.pos, dst, &in.marker, bandStart(0, b), bandEnd(0, b), al, ac.decoder,
+                  in.state);
 }
 
 // Leaves a stream as it is, cuts it, damages it, or puts noise in its place; at times it ends in a marker.
@@ -620,8 +615,7 @@ QELJ_COMPARE(qeliReconstructPredRow_JPEG_16s_C1, otherRow, 2000);
 // Rows of interleaved channels, each with its tables; what stands behind the fourth is not looked at.
 struct Channels {
   template <class MakeCodes>
-  Channels(Case& c, int32_t mostWidth, MakeCodes makeCodes)
-      : width(c.extent(mostWidth)), count(int32_t(c.in(1, 6))) {
+  Channels(Case& c, int32_t mostWidth, MakeCodes makeCodes) : width(c.extent(mostWidth)), count(int32_t(c.in(1, 6))) {
     for (size_t i = 0; i < size_t(looked()); ++i) {
       planes[i] = samples(c, width).data();
       const Codes codes = makeCodes(c);
@@ -642,8 +636,8 @@ QelStatus encodeRow(Caller& caller, Function* function, Output& out, const Chann
   if (flush)
     return caller.call(function, Unchecked<const int16_t* const>{nullptr}, 0, 0, out.dst, length, &out.pos,
                        Unchecked<const EncodeSpec* const>{nullptr}, out.state, flush);
-  return caller.call(function, Planes{src, rows.looked()}, Length{rows.width}, Length{rows.count}, out.dst,
-                     length, &out.pos, Planes{rows.encoders, rows.looked()}, out.state, flush);
+  return caller.call(function, Planes{src, rows.looked()}, Length{rows.width}, Length{rows.count}, out.dst, length,
+                     &out.pos, Planes{rows.encoders, rows.looked()}, out.state, flush);
 }
 Codes drawnCodes(Case& c) { return Codes(c); }
 
@@ -654,8 +648,8 @@ QELJ_COMPARE(qeliEncodeHuffmanOne_JPEG_16s1u_C1, [](auto* function, Case& c) {
   const bool heeding = c.chance(30);
   encodeBlocks(c, count, heeding, out, [&](Output& to, int32_t flush) {
     const int16_t* value = flush ? nullptr : samples(c, 1).data();
-    return c.call(function, coded(flush, value), to.dst, Length{to.length}, &to.pos,
-                  coded(flush, codes.encoder), to.state, flush);
+    return c.call(function, coded(flush, value), to.dst, Length{to.length}, &to.pos, coded(flush, codes.encoder),
+                  to.state, flush);
   });
 });
 QELJ_COMPARE(qeliEncodeHuffmanRow_JPEG_16s1u_P4C1, [](auto* function, Case& c) {
@@ -714,10 +708,8 @@ constexpr auto countBlocks = [](auto* function, Case& c) {
   int16_t last = 0;
   for (int64_t n = c.in(1, 12); n > 0; --n) {
     const int16_t* block = copied(c, content.block(c));
-    if constexpr (kKind == Kind::sequential)
-      c.call(function, block, dc.data(), ac.data(), &last);
-    else
-      c.call(function, block, dc.data(), &last, transform(0, band.al));
+    if constexpr (kKind == Kind::sequential) c.call(function, block, dc.data(), ac.data(), &last);
+    else c.call(function, block, dc.data(), &last, transform(0, band.al));
     c.value(last);
   }
 };
@@ -731,8 +723,8 @@ constexpr auto countBand = [](auto* function, Case& c) {
   auto& counts = counters(c);
   EncoderState* state = newEncodeState(c);
   const auto count = [&](auto& caller, const int16_t* block, int32_t last) {
-    return caller.call(function, coded(last, block), counts.data(), bandStart(last, band),
-                       bandEnd(last, band), transform(last, band.al), state, last);
+    return caller.call(function, coded(last, block), counts.data(), bandStart(last, band), bandEnd(last, band),
+                       transform(last, band.al), state, last);
   };
   Silent silent;
   if (c.chance(4)) longRun<kKind>(c, band, [&](const int16_t* block) { return count(silent, block, 0); });

@@ -17,8 +17,8 @@ TEST(LosslessPrediction, Inverse) {
       std::vector<int16_t> differences(n), back(n), inPlace = row, over = above;
       ASSERT_EQ(qelStatusOk,
                 qeliDiffPredRow_JPEG_16s_C1(row.data(), above.data(), differences.data(), width, predictor));
-      ASSERT_EQ(qelStatusOk, qeliReconstructPredRow_JPEG_16s_C1(differences.data(), above.data(), back.data(),
-                                                                width, predictor));
+      ASSERT_EQ(qelStatusOk,
+                qeliReconstructPredRow_JPEG_16s_C1(differences.data(), above.data(), back.data(), width, predictor));
       ASSERT_EQ(row, back) << predictor << ' ' << width;
       qeliDiffPredRow_JPEG_16s_C1(inPlace.data(), above.data(), inPlace.data(), width, predictor);
       qeliDiffPredRow_JPEG_16s_C1(row.data(), over.data(), over.data(), width, predictor);
@@ -58,19 +58,19 @@ TEST(LosslessCoding, RowsInterleaveTheirChannels) {
     int32_t pos = 0, rowPos = 0;
     for (int32_t x = 0; x < width; ++x)
       for (int c = 0; c < coded; ++c)
-        ASSERT_EQ(qelStatusOk, qeliEncodeHuffmanOne_JPEG_16s1u_C1(src[c] + x, one.data(), 10000, &pos,
-                                                                  encoders[c], state, 0));
+        ASSERT_EQ(qelStatusOk,
+                  qeliEncodeHuffmanOne_JPEG_16s1u_C1(src[c] + x, one.data(), 10000, &pos, encoders[c], state, 0));
     qeliEncodeHuffmanOne_JPEG_16s1u_C1(nullptr, one.data(), 10000, &pos, nullptr, state, 1);
-    ASSERT_EQ(qelStatusOk, qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(src, width, channels, row.data(), 10000,
-                                                                &rowPos, encoders, rowState, 0));
-    ASSERT_EQ(qelStatusOk, qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(nullptr, 0, 0, row.data(), 10000, &rowPos,
-                                                                nullptr, rowState, 1));
+    ASSERT_EQ(qelStatusOk, qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(src, width, channels, row.data(), 10000, &rowPos,
+                                                                encoders, rowState, 0));
+    ASSERT_EQ(qelStatusOk,
+              qeliEncodeHuffmanRow_JPEG_16s1u_P4C1(nullptr, 0, 0, row.data(), 10000, &rowPos, nullptr, rowState, 1));
     ASSERT_TRUE(one == row && pos == rowPos);
 
     DecodeState decode;
     int32_t read = 0, marker = 0;
-    ASSERT_EQ(qelStatusOk, qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(row.data(), pos, &read, dst, width, channels,
-                                                                &marker, decoders, decode));
+    ASSERT_EQ(qelStatusOk, qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(row.data(), pos, &read, dst, width, channels, &marker,
+                                                                decoders, decode));
     ASSERT_EQ(rows, back);
   }
 }

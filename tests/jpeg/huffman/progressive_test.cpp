@@ -13,24 +13,20 @@ struct Scan {
 };
 
 // One scan over blocks of one component through the library's functions.
-QelStatus encodeBlock(const Scan& scan, const int16_t* src, uint8_t* dst, int32_t length, int32_t* pos,
-                      int16_t* last, Tables& t, QelEncodeHuffmanState* state, bool flush) {
+QelStatus encodeBlock(const Scan& scan, const int16_t* src, uint8_t* dst, int32_t length, int32_t* pos, int16_t* last,
+                      Tables& t, QelEncodeHuffmanState* state, bool flush) {
   if (scan.ss == 0 && !scan.refine)
-    return qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(src, dst, length, pos, last, scan.al, t.encoder(),
-                                                      state, flush);
-  if (scan.ss == 0)
-    return qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(src, dst, length, pos, scan.al, state, flush);
+    return qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(src, dst, length, pos, last, scan.al, t.encoder(), state, flush);
+  if (scan.ss == 0) return qeliEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(src, dst, length, pos, scan.al, state, flush);
   const auto ac =
       scan.refine ? qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1 : qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1;
   return ac(src, dst, length, pos, scan.ss, scan.se, scan.al, t.encoder(), state, flush);
 }
-QelStatus decodeBlock(const Scan& scan, const uint8_t* src, int32_t length, int32_t* pos, int16_t* dst,
-                      int16_t* last, int32_t* marker, Tables& t, QelDecodeHuffmanState* state) {
+QelStatus decodeBlock(const Scan& scan, const uint8_t* src, int32_t length, int32_t* pos, int16_t* dst, int16_t* last,
+                      int32_t* marker, Tables& t, QelDecodeHuffmanState* state) {
   if (scan.ss == 0 && !scan.refine)
-    return qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(src, length, pos, dst, last, marker, scan.al,
-                                                      t.decoder(), state);
-  if (scan.ss == 0)
-    return qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(src, length, pos, dst, marker, scan.al, state);
+    return qeliDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(src, length, pos, dst, last, marker, scan.al, t.decoder(), state);
+  if (scan.ss == 0) return qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(src, length, pos, dst, marker, scan.al, state);
   const auto ac =
       scan.refine ? qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1 : qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1;
   return ac(src, length, pos, dst, marker, scan.ss, scan.se, scan.al, t.decoder(), state);
@@ -46,16 +42,14 @@ QelStatus encodeScan(const Scan& scan, const std::vector<Block>& blocks, Tables&
   QelStatus s = qelStatusOk;
   for (size_t n = 0; n <= blocks.size() && !s; ++n) {
     const bool flush = n == blocks.size();
-    s = encodeBlock(scan, flush ? nullptr : blocks[n].data(), out.data(), int32_t(room), &pos, &last, t,
-                    state, flush);
+    s = encodeBlock(scan, flush ? nullptr : blocks[n].data(), out.data(), int32_t(room), &pos, &last, t, state, flush);
   }
   out.resize(size_t(pos));
   return s;
 }
 // Codes a scan with too little room, again and again: behind each failure, the copies from before the call and some
 // bytes more.
-std::vector<uint8_t> encodeScanInPieces(Random& r, const Scan& scan, const std::vector<Block>& blocks,
-                                        Tables& t) {
+std::vector<uint8_t> encodeScanInPieces(Random& r, const Scan& scan, const std::vector<Block>& blocks, Tables& t) {
   std::vector<uint8_t> out(1);
   EncodeState state;
   int32_t pos = 0;
@@ -67,8 +61,7 @@ std::vector<uint8_t> encodeScanInPieces(Random& r, const Scan& scan, const std::
       const EncodeState state0 = state;
       const int32_t pos0 = pos;
       const int16_t last0 = last;
-      const QelStatus s =
-          encodeBlock(scan, block, out.data(), int32_t(out.size()), &pos, &last, t, state, flush);
+      const QelStatus s = encodeBlock(scan, block, out.data(), int32_t(out.size()), &pos, &last, t, state, flush);
       if (s == qelStatusOk) break;
       EXPECT_EQ(qelStatusJpegOutOfBuffer, s);
       state = state0, pos = pos0, last = last0;
@@ -78,15 +71,13 @@ std::vector<uint8_t> encodeScanInPieces(Random& r, const Scan& scan, const std::
   out.resize(size_t(pos));
   return out;
 }
-QelStatus decodeScan(const Scan& scan, std::vector<Block>& blocks, Tables& t,
-                     const std::vector<uint8_t>& coded) {
+QelStatus decodeScan(const Scan& scan, std::vector<Block>& blocks, Tables& t, const std::vector<uint8_t>& coded) {
   const Pages src = Pages::copyOf(coded);
   DecodeState state;
   int32_t pos = 0, marker = 0;
   int16_t last = 0;
   for (Block& b : blocks)
-    if (auto s =
-            decodeBlock(scan, src.data(), int32_t(coded.size()), &pos, b.data(), &last, &marker, t, state))
+    if (auto s = decodeBlock(scan, src.data(), int32_t(coded.size()), &pos, b.data(), &last, &marker, t, state))
       return s;
   EXPECT_EQ(int32_t(coded.size()), pos);
   return qelStatusOk;
@@ -136,8 +127,7 @@ TEST(Progressive, LongRuns) {
     for (size_t i = 1; i < 64; ++i)
       full[n][i] = int16_t((i + n) % 2 ? 3 : -2), known[n][i] = int16_t((i + n) % 2 ? 2 : -2);
   const std::vector<Block> zeros(70000);
-  for (auto [refine, blocks, decoded] :
-       {std::tuple(false, zeros, zeros), {true, zeros, zeros}, {true, full, known}}) {
+  for (auto [refine, blocks, decoded] : {std::tuple(false, zeros, zeros), {true, zeros, zeros}, {true, full, known}}) {
     const Scan scan{1, 63, 0, refine};
     std::vector<uint8_t> coded;
     ASSERT_EQ(qelStatusOk, encodeScan(scan, blocks, t, coded, 4096));
@@ -196,8 +186,8 @@ TEST(Progressive, FullRunsBehindFailures) {
         state.assign(full);
         pos = 0;
         for (size_t n = 0; n <= more; ++n)
-          ASSERT_EQ(qelStatusOk, encodeBlock(scan, blocks.back().data(), out.data(), 1000, &pos, nullptr,
-                                             flat, state, n == more));
+          ASSERT_EQ(qelStatusOk,
+                    encodeBlock(scan, blocks.back().data(), out.data(), 1000, &pos, nullptr, flat, state, n == more));
         out.resize(size_t(pos));
         ASSERT_EQ(expected, out);
       }
@@ -228,20 +218,17 @@ TEST(HuffmanEncoders, GarbageStatesStayInside) {
     const Scan scan = kScript[size_t(r.in(0, int64_t(kScript.size()) - 1))];
     const Block block = randomBlock(r, int(r.in(0, 100)), int(r.in(1, 15)));
     const int64_t kind = r.in(0, 3);
-    const auto code = [&](uint8_t* dst, int32_t length, int32_t* pos, QelEncodeHuffmanState* state,
-                          bool flush) {
+    const auto code = [&](uint8_t* dst, int32_t length, int32_t* pos, QelEncodeHuffmanState* state, bool flush) {
       int16_t last = 0;
       if (kind == 0)
-        return qeliEncodeHuffman8x8_JPEG_16s1u_C1(block.data(), dst, length, pos, &last, t.encoder(),
-                                                  t.encoder(), state, flush);
-      if (kind == 1)
-        return qeliEncodeHuffmanOne_JPEG_16s1u_C1(&block[1], dst, length, pos, t.encoder(), state, flush);
+        return qeliEncodeHuffman8x8_JPEG_16s1u_C1(block.data(), dst, length, pos, &last, t.encoder(), t.encoder(),
+                                                  state, flush);
+      if (kind == 1) return qeliEncodeHuffmanOne_JPEG_16s1u_C1(&block[1], dst, length, pos, t.encoder(), state, flush);
       return encodeBlock(scan, block.data(), dst, length, pos, &last, t, state, flush);
     };
     Paged<QelEncodeHuffmanState> state(r.chance(50)), again, counting(r.chance(50));
     r.fill(state.data(), state.size());
-    state->bitCount = anyBitCount(r), state->eobRun = anyRun(r),
-    state->correctionCount = anyCorrectionCount(r);
+    state->bitCount = anyBitCount(r), state->eobRun = anyRun(r), state->correctionCount = anyCorrectionCount(r);
     counting.assign(state.bytes());
     const auto length = int32_t(r.in(1, r.chance(50) ? 30 : 3000));
     Pages out = Pages::drawn(r, size_t(length)), counters = Pages::drawn(r, 1024);
@@ -267,8 +254,7 @@ TEST(HuffmanEncoders, GarbageStatesStayInside) {
       if (scan.ss == 0) continue;
       (scan.refine ? qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1
                    : qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1)(
-          block.data(), reinterpret_cast<int32_t*>(counters.data()), scan.ss, scan.se, scan.al, counting,
-          flush);
+          block.data(), reinterpret_cast<int32_t*>(counters.data()), scan.ss, scan.se, scan.al, counting, flush);
       ASSERT_TRUE(counters.intact());
     }
   }
@@ -292,12 +278,10 @@ TEST(HuffmanDecoders, GarbageStatesStayInside) {
     int16_t last = 0;
     for (int n = 0; n < 6; ++n) {
       if (kind == 0)
-        qeliDecodeHuffman8x8_JPEG_1u16s_C1(src.data(), size, &pos, dst, &last, &marker, t.decoder(),
-                                           t.decoder(), state);
-      else if (kind == 1)
-        qeliDecodeHuffmanOne_JPEG_1u16s_C1(src.data(), size, &pos, dst, &marker, t.decoder(), state);
-      else
-        decodeBlock(scan, src.data(), size, &pos, dst, &last, &marker, t, state);
+        qeliDecodeHuffman8x8_JPEG_1u16s_C1(src.data(), size, &pos, dst, &last, &marker, t.decoder(), t.decoder(),
+                                           state);
+      else if (kind == 1) qeliDecodeHuffmanOne_JPEG_1u16s_C1(src.data(), size, &pos, dst, &marker, t.decoder(), state);
+      else decodeBlock(scan, src.data(), size, &pos, dst, &last, &marker, t, state);
       ASSERT_TRUE(out.intact() && pos >= 0 && pos <= size);
     }
   }
@@ -314,10 +298,8 @@ struct Made {
 Made makeTable(const Counters& counts) {
   Made made;
   made.lists.vals.resize(256);
-  made.status =
-      qeliEncodeHuffmanRawTableInit_JPEG_8u(counts.data(), made.lists.bits.data(), made.lists.vals.data());
-  if (!made.status)
-    made.lists.vals.resize(size_t(std::accumulate(made.lists.bits.begin(), made.lists.bits.end(), 0)));
+  made.status = qeliEncodeHuffmanRawTableInit_JPEG_8u(counts.data(), made.lists.bits.data(), made.lists.vals.data());
+  if (!made.status) made.lists.vals.resize(size_t(std::accumulate(made.lists.bits.begin(), made.lists.bits.end(), 0)));
   return made;
 }
 
@@ -334,9 +316,9 @@ TEST(HuffmanStatistics, CountWhatEncodersStore) {
       const auto band = scan.refine ? qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1
                                     : qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1;
       for (const Block& b : blocks)
-        ASSERT_EQ(qelStatusOk, scan.ss ? band(b.data(), counts.data(), scan.ss, scan.se, scan.al, state, 0)
-                                       : qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(
-                                             b.data(), counts.data(), &last, scan.al));
+        ASSERT_EQ(qelStatusOk,
+                  scan.ss ? band(b.data(), counts.data(), scan.ss, scan.se, scan.al, state, 0)
+                          : qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(b.data(), counts.data(), &last, scan.al));
       if (scan.ss) {
         ASSERT_EQ(qelStatusOk, band(nullptr, counts.data(), 0, 0, 99, state, 1));
       }
@@ -360,8 +342,7 @@ TEST(OptimalTable, CostsTheLeast) {
     Counters counts{};
     const int64_t scale = r.in(0, 31), used = r.in(0, 100);
     for (auto& c : counts)  // spread over many sizes as long as no code can have more than 32 bits
-      if (r.chance(int(used)))
-        c = int32_t(r.in(0, (int64_t(1) << (scale <= 12 ? r.in(0, scale) : scale)) - 1));
+      if (r.chance(int(used))) c = int32_t(r.in(0, (int64_t(1) << (scale <= 12 ? r.in(0, scale) : scale)) - 1));
     const Made made = makeTable(counts);
     ASSERT_EQ(qelStatusOk, made.status);
     ASSERT_EQ(qelStatusOk, Tables(made.lists).encoderStatus);  // no code of all ones

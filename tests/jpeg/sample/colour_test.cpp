@@ -38,10 +38,8 @@ struct Stored {
     planar = std::is_pointer_v<std::remove_pointer_t<Pointer>>;
     planes.clear();
     for (size_t i = 0; i < order.size(); ++i) planes.push_back(&bytes[i * kWidth + size_t(x)]);
-    if constexpr (std::is_pointer_v<std::remove_pointer_t<Pointer>>)
-      return planes.data();
-    else
-      return &bytes[size_t(x) * order.size()];
+    if constexpr (std::is_pointer_v<std::remove_pointer_t<Pointer>>) return planes.data();
+    else return &bytes[size_t(x) * order.size()];
   }
   Triple pixel(int32_t x) const {
     Triple p;
@@ -71,8 +69,7 @@ void expectNear(Triple (*equations)(Triple), QelStatus (*f)(Src, int32_t, Dst, i
     for (int32_t x = 0; x < kWidth; ++x) {
       const Triple exact = equations(src.pixel(x)), got = whole.pixel(x);
       for (size_t i = 0; i < 3; ++i)
-        ASSERT_LT(std::abs(std::clamp(exact[i], 0.0, 255.0) - got[i]), 1.1)
-            << "component " << i << " at " << x;
+        ASSERT_LT(std::abs(std::clamp(exact[i], 0.0, 255.0) - got[i]), 1.1) << "component " << i << " at " << x;
     }
   }
 }

@@ -41,8 +41,7 @@ enum class Tested { no, yes };
 inline int32_t drawnStep(Case& c, int32_t rowBytes, Overlap overlap, Tested tested) {
   const auto gap = int32_t(c.chance(50) ? 0 : c.in(0, 40));
   const auto kind = c.in(0, 11);
-  if (kind == 0 && overlap == Overlap::yes)
-    return int32_t(c.in(tested == Tested::yes ? 1 : -rowBytes, rowBytes));
+  if (kind == 0 && overlap == Overlap::yes) return int32_t(c.in(tested == Tested::yes ? 1 : -rowBytes, rowBytes));
   if (kind == 1 && tested == Tested::no) return 0;
   if (kind == 2 && tested == Tested::no) return -rowBytes - gap;
   return rowBytes + gap;
@@ -68,8 +67,7 @@ struct Operand {
   static Operand source(Case& c, Extent extent, Tested tested) {
     const int32_t drawn = drawnStep(c, extent.size.width * kPixelBytes, Overlap::yes, tested);
     Operand o{extent.huge ? kLittleMemory : drawn};
-    for (auto& p : o.pointers)
-      p = drawnSamples<T>(c, extent.size.width * kChannels, extent.size.height, o.step).data();
+    for (auto& p : o.pointers) p = drawnSamples<T>(c, extent.size.width * kChannels, extent.size.height, o.step).data();
     return o;
   }
   static Operand destination(Case& c, QelSize size, Tested tested, Overlap overlap = Overlap::no) {
@@ -79,10 +77,8 @@ struct Operand {
   }
   // As the function takes it, with the checks that it makes.
   auto argument() const {
-    if constexpr (kPlanes)
-      return Planes{pointers.data(), kPlanes};
-    else
-      return pointers[0];
+    if constexpr (kPlanes) return Planes{pointers.data(), kPlanes};
+    else return pointers[0];
   }
 };
 

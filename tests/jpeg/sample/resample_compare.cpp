@@ -32,10 +32,8 @@ constexpr auto line = [](auto* function, Case& c) {
   auto& first = drawnSamples<uint8_t>(c, read, 1, 0);
   auto& second = drawnSamples<uint8_t>(c, read, 1, 0);
   auto& dst = c.region<uint8_t>(written, 1, 0);
-  if constexpr (kRows == 2)
-    c.call(function, first.data(), second.data(), Length{width}, dst.data());
-  else
-    c.call(function, first.data(), Length{width}, dst.data());
+  if constexpr (kRows == 2) c.call(function, first.data(), second.data(), Length{width}, dst.data());
+  else c.call(function, first.data(), Length{width}, dst.data());
 };
 QELJ_COMPARE(qeliSampleDownRowH2V1_Box_JPEG_8u_C1, line<false, 1>, 4000);
 QELJ_COMPARE(qeliSampleDownRowH2V2_Box_JPEG_8u_C1, line<false, 2>, 2000);

@@ -44,16 +44,16 @@ constexpr auto forward = [](auto* function, Case& c) {
          area<kRows>(e.size));
 };
 template <int kChannels, int kRows>
-constexpr auto inverse = []<class... Alpha>(QelStatus (*function)(const uint8_t* const*, const int32_t*,
-                                                                  uint8_t*, int32_t, QelSize, Alpha...),
-                                            Case& c) {
-  const Extent e = pairExtent<kRows>(c, kChannels);
-  const Planes3 src(c, e, kRows, Overlap::yes);
-  const auto dst = Operand<uint8_t, kChannels, 0>::destination(c, e.size, Tested::no);
-  [[maybe_unused]] const auto alpha = uint8_t(c.in(0, 255));
-  c.call(function, Planes{src.plane.data(), 3}, Unchecked{src.step.data()}, dst.argument(), dst.step,
-         area<kRows>(e.size), Alpha(alpha)...);
-};
+constexpr auto inverse =
+    []<class... Alpha>(
+        QelStatus (*function)(const uint8_t* const*, const int32_t*, uint8_t*, int32_t, QelSize, Alpha...), Case& c) {
+      const Extent e = pairExtent<kRows>(c, kChannels);
+      const Planes3 src(c, e, kRows, Overlap::yes);
+      const auto dst = Operand<uint8_t, kChannels, 0>::destination(c, e.size, Tested::no);
+      [[maybe_unused]] const auto alpha = uint8_t(c.in(0, 255));
+      c.call(function, Planes{src.plane.data(), 3}, Unchecked{src.step.data()}, dst.argument(), dst.step,
+             area<kRows>(e.size), Alpha(alpha)...);
+    };
 
 QELJ_COMPARE_ORDERS(qeli, ToYCbCr422_JPEG_8u_C3P3R, forward<3, 1>, kMany);
 QELJ_COMPARE_ORDERS(qeli, ToYCbCr422_JPEG_8u_C4P3R, forward<4, 1>, kMany);

@@ -29,8 +29,7 @@ TEST(Subsampled, ForwardOfRepeatedPixelsIsThatOfFullResolution) {
   const auto compare = [&](auto* subsampled, auto* full, int rows) {
     const Plane pixels = repeated(random.vector<uint8_t>(kPixels * 4, 0, 255), 4, rows);
     Plane y(kPixels), cb(kPixels), cr(kPixels), y2(kPixels), cb2(kPixels), cr2(kPixels);
-    uint8_t *const all[] = {y.data(), cb.data(), cr.data()}, *const half[] = {y2.data(), cb2.data(),
-                                                                              cr2.data()};
+    uint8_t *const all[] = {y.data(), cb.data(), cr.data()}, *const half[] = {y2.data(), cb2.data(), cr2.data()};
     ASSERT_EQ(qelStatusOk, full(pixels.data(), 4 * kWidth, all, kWidth, kSize));
     ASSERT_EQ(qelStatusOk, subsampled(pixels.data(), 4 * kWidth, half, kSteps, kSize));
     EXPECT_EQ(y, y2);
@@ -46,10 +45,8 @@ TEST(Subsampled, InverseIsThatOfRepeatedChroma) {
   Random random;
   const auto compare = [&](auto* subsampled, auto* full, int rows) {
     const Plane y = random.vector<uint8_t>(kPixels, 0, 255), cb = random.vector<uint8_t>(kPixels, 0, 255),
-                cr = random.vector<uint8_t>(kPixels, 0, 255), cb1 = repeated(cb, 1, rows),
-                cr1 = repeated(cr, 1, rows);
-    const uint8_t *const half[] = {y.data(), cb.data(), cr.data()}, *const all[] = {y.data(), cb1.data(),
-                                                                                    cr1.data()};
+                cr = random.vector<uint8_t>(kPixels, 0, 255), cb1 = repeated(cb, 1, rows), cr1 = repeated(cr, 1, rows);
+    const uint8_t *const half[] = {y.data(), cb.data(), cr.data()}, *const all[] = {y.data(), cb1.data(), cr1.data()};
     Plane a(kPixels * 4), b(kPixels * 4);
     ASSERT_EQ(qelStatusOk, full(all, kWidth, a.data(), 4 * kWidth, kSize, 9));
     ASSERT_EQ(qelStatusOk, subsampled(half, kSteps, b.data(), 4 * kWidth, kSize, 9));

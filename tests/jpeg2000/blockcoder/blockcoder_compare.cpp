@@ -80,9 +80,8 @@ struct Encoder {
   QelStatus load(const Shape& s) {
     const auto& src = drawnSamples(c, s);
     const auto before = int32_t(c.of<int64_t>({0, 0, 100, 255}));
-    return QELJ_FIND(c, qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R)(src.data(), src.step(), s.size, state,
-                                                                s.subband, s.bits, before, 0, s.style,
-                                                                &planes, &passes, &segments);
+    return QELJ_FIND(c, qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R)(
+        src.data(), src.step(), s.size, state, s.subband, s.bits, before, 0, s.style, &planes, &passes, &segments);
   }
   std::vector<uint8_t> store() {
     std::vector<uint8_t> bytes;
@@ -143,8 +142,8 @@ QELJ_COMPARE(
         const auto before = int32_t(c.in(0, 255));
         const auto reserved = int32_t(c.in(-9, 9));
         c.call(load, src.data(), Step{src.step()}, Domain<QelSize>{s.size, {{0, 4}, {4, -5}, tooLarge}},
-               stateOr(encoder.state), s.subband, s.bits, before, reserved, s.style, &encoder.planes,
-               &encoder.passes, &encoder.segments);
+               stateOr(encoder.state), s.subband, s.bits, before, reserved, s.style, &encoder.planes, &encoder.passes,
+               &encoder.segments);
         encoder.trace();
       }
     },
@@ -160,8 +159,7 @@ QELJ_COMPARE(qeliEncodeStoreBits_JPEG2K_1u, [](auto* store, Case& c) {
   for (bool again = true; again;) {
     again = more;  // once more when nothing is left
     auto n = int32_t(c.in(1, room));
-    c.call(store, dst.data(), Domain<int32_t*>{&n, {nullptr, &zero, &negative}}, stateOr(encoder.state),
-           &more);
+    c.call(store, dst.data(), Domain<int32_t*>{&n, {nullptr, &zero, &negative}}, stateOr(encoder.state), &more);
     c.value(n);
     c.value(more);
     c.now(dst);
@@ -169,7 +167,7 @@ QELJ_COMPARE(qeliEncodeStoreBits_JPEG2K_1u, [](auto* store, Case& c) {
 });
 
 // A question about each pass or segment, before or after the bytes were asked for.
-template <class Result, int32_t Encoder::*count>
+template <class Result, int32_t Encoder::* count>
 constexpr auto question = [](auto* function, Case& c) {
   const Shape s = drawnShape(c);
   Encoder encoder(c, s.size);
@@ -287,8 +285,7 @@ QELJ_COMPARE(qeliDecodeCBProgrGetStateSize_JPEG2K, stateSize);
 // function are tried.
 constexpr auto progressive = [](auto* compared, Case& c) {
   const auto call = [&](auto* function, const auto&... argument) {
-    if (reinterpret_cast<void*>(function) == reinterpret_cast<void*>(compared))
-      return c.call(function, argument...);
+    if (reinterpret_cast<void*>(function) == reinterpret_cast<void*>(compared)) return c.call(function, argument...);
     const QelStatus s = function(argument::Traits<std::decay_t<decltype(argument)>>::plain(argument)...);
     c.value(s);
     return s;
@@ -325,8 +322,8 @@ constexpr auto progressive = [](auto* compared, Case& c) {
       const int32_t style = decoderStyle(c, s, hasFlags);
       const auto any = int32_t(c.in(-3, 45));
       const int32_t planes = c.chance(10) ? any : segments.planes;
-      if (call(QELJ_FIND(c, qeliDecodeCBProgrAttach_JPEG2K_32s_C1R), dst.data(), Step{dst.step()}, s.size,
-               state, s.subband, planes, style))
+      if (call(QELJ_FIND(c, qeliDecodeCBProgrAttach_JPEG2K_32s_C1R), dst.data(), Step{dst.step()}, s.size, state,
+               s.subband, planes, style))
         continue;
       attached = hasFlags = true;
       call(setCounter, segments.passes, state);
@@ -345,8 +342,7 @@ constexpr auto progressive = [](auto* compared, Case& c) {
       const size_t length = next < segments.lengths.size() ? segments.lengths[next++] : 0;
       const auto& src = exactly(c, segments.bytes.data() + at, length);
       const bool negative = !length && c.chance(30);  // is empty too
-      call(QELJ_FIND(c, qeliDecodeCBProgrStep_JPEG2K), src.data(), negative ? INT32_MIN : int32_t(length),
-           state);
+      call(QELJ_FIND(c, qeliDecodeCBProgrStep_JPEG2K), src.data(), negative ? INT32_MIN : int32_t(length), state);
       at += length;
       c.now(dst);
     }

@@ -27,8 +27,7 @@ std::vector<int32_t> randomBlock(Random& random, QelSize size, int bits) {
 }
 // Samples of `bits` left-aligned bits as the decoder gives them.
 std::vector<int32_t> aligned(std::vector<int32_t> samples, int bits) {
-  for (auto& s : samples)
-    s = int32_t((uint32_t(s) & 0x80000000u) | (uint32_t(s) & 0x7FFFFFFF) >> (31 - bits));
+  for (auto& s : samples) s = int32_t((uint32_t(s) & 0x80000000u) | (uint32_t(s) & 0x7FFFFFFF) >> (31 - bits));
   return samples;
 }
 int32_t magnitude(int32_t sample) { return sample & 0x7FFFFFFF; }
@@ -49,8 +48,8 @@ CodedBlock encodeBlock(const std::vector<int32_t>& samples, QelSize size, int su
   CodedBlock b;
   QelEncodeStateJPEG2K* state = nullptr;
   qeliEncodeInitAlloc_JPEG2K(&state, size);
-  qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(samples.data(), size.width * 4, size, state, subband, bits, prevByte,
-                                         0, style, &b.planes, &b.passes, &b.segments);
+  qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(samples.data(), size.width * 4, size, state, subband, bits, prevByte, 0, style,
+                                         &b.planes, &b.passes, &b.segments);
   Bytes part(size_t(room), 0);
   for (int32_t more = 1, n = room; more && n > 0;) {
     n = room;
@@ -84,9 +83,9 @@ Decoded decodeBlock(Bytes bytes, std::vector<uint32_t> lengths, QelSize size, in
   bytes.reserve(1), lengths.reserve(1);  // not null
   Decoded d;
   d.samples.assign(size_t(size.width) * size_t(size.height), 99);
-  d.status = qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(bytes.data(), d.samples.data(), 4 * size.width, size,
-                                                  subband, planes, passes, lengths.data(),
-                                                  int32_t(lengths.size()), style, &d.reached, state.data());
+  d.status = qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(bytes.data(), d.samples.data(), 4 * size.width, size, subband, planes,
+                                                  passes, lengths.data(), int32_t(lengths.size()), style, &d.reached,
+                                                  state.data());
   return d;
 }
 
@@ -122,8 +121,7 @@ TEST(MqCoder, TestSequenceOfTheStandard) {
 
 // ISO/IEC 15444-1, J.10.1: the second code-block, of the LH band.
 TEST(BlockCoder, ExampleOfTheStandard) {
-  EXPECT_EQ(decodeBlock(fromHex("0FB176"), {3}, {1, 4}, 1, 3, 7, 0).samples,
-            (std::vector<int32_t>{1, 5, 1, 0}));
+  EXPECT_EQ(decodeBlock(fromHex("0FB176"), {3}, {1, 4}, 1, 3, 7, 0).samples, (std::vector<int32_t>{1, 5, 1, 0}));
 }
 
 // The code-blocks of two files that OpenJPEG 2.5.0 made of the picture below: opj_compress -i picture.pgm -o x.j2k
@@ -140,8 +138,8 @@ void decodePicture(const ForeignBlock (&blocks)[4], int style) {
   std::vector<int32_t> bands, picture(kSide * kSide);
   for (int i = 0; i < 4; ++i) {
     const uint32_t planes = i == 3 ? 9 : 8;
-    const auto d = decodeBlock(fromHex(blocks[i].hex), blocks[i].lengths, {kBand, kBand}, i, planes,
-                               3 * planes - 2, style);
+    const auto d =
+        decodeBlock(fromHex(blocks[i].hex), blocks[i].lengths, {kBand, kBand}, i, planes, 3 * planes - 2, style);
     EXPECT_EQ(d.status, qelStatusOk) << i;
     for (const int32_t sample : d.samples) bands.push_back(value(sample));
   }
@@ -149,40 +147,36 @@ void decodePicture(const ForeignBlock (&blocks)[4], int style) {
   const int32_t steps[] = {4 * kBand, 4 * kBand, 4 * kBand, 4 * kBand};
   const QelRect tile{0, 0, kSide, kSide};
   Bytes work(4000);
-  ASSERT_EQ(qeliWTInv_B53_JPEG2K_32s_C1R(planes, steps, picture.data(), 4 * kSide, &tile, work.data()),
-            qelStatusOk);
-  for (int i = 0; i < kSide * kSide; ++i)
-    ASSERT_EQ(picture[size_t(i)] + 128, pixel(i % kSide, i / kSide)) << i;
+  ASSERT_EQ(qeliWTInv_B53_JPEG2K_32s_C1R(planes, steps, picture.data(), 4 * kSide, &tile, work.data()), qelStatusOk);
+  for (int i = 0; i < kSide * kSide; ++i) ASSERT_EQ(picture[size_t(i)] + 128, pixel(i % kSide, i / kSide)) << i;
 }
 TEST(BlockCoder, BlocksOfAnotherEncoder) {
-  decodePicture(
-      {{"10e19fc6ec37dde2242a28fa540740d2d6c80c85adaa6d417194618f5b7439c2f41e417ba162aeb5bd32c56d7f55a55d"
-        "43921e3ff54fadd916145a730d76d02f23f357",
-        {67}},
-       {"0761a90a03e6b80c946f75e88b4038ebc8065904d24d7f3bcdb4aaadae97a405beeecbcf696b0c1fbf7e93308280455a"
-        "f279b1eb563c2eb86f3503cae09b29d74956d02b",
-        {68}},
-       {"03c5c2ce0375937d557763b874b39f9a42653cfebbcc133b24f1b1030a3401f453c906855b96c2108cdb30972c430779"
-        "f27772b656e7a45fb3a8bcd85bd158b31383d3a9f544f7",
-        {71}},
-       {"3db9d8a221a210a2fac528f1067d1ed0dfdc9d5724dc2cf158a859cbe15e9dd0ba1aff78a51c25314f81704c1a24b060"
-        "b49e35fb17c85e98d5c54835f06343d43cac8641b6f66dab4871b56e9f",
-        {77}}},
-      0);
-  decodePicture(
-      {{"10e196e070402795dcc8272a09899d8825e0edcd55df7a990ae69d56028bf04c1a967a59a952e0b6f746ff2a04d89180"
-        "b20255b6cd328072a52c328345b6f5073f1a0de480106db657aa63288c7e526db6",
-        {3, 2, 1, 7, 9, 2, 3, 7, 5, 1, 4, 7, 1, 1, 8, 1, 1, 8, 1, 0, 8, 1}},
-       {"0761a949bbc2def3474004f9fed92676a7001a07b5b2407aebdc52700c1dce89be9d3968da297338b653df52cad6e852"
-        "528025b6a900303f34c1c537aab6d30e154832be9cf4b688fe6492f6e3c5e1b6",
-        {4, 5, 1, 7, 8, 2, 1, 6, 6, 1, 3, 7, 1, 1, 8, 1, 0, 8, 1, 0, 8, 1}},
-       {"03c5c2cdfe619c74b8b4754a7c1166a99b58aebc5cff4774e87fcbbc0734371a7b01044548fc0ada25a6c156b68bf215"
-        "f78ab00d6e6125b6308b8459b4c8bcde95b6c8590dcfef68ce942ab6ed7206d310e7ca2d82b6",
-        {6, 6, 1, 6, 9, 3, 1, 6, 6, 1, 3, 7, 1, 1, 8, 1, 1, 8, 1, 1, 8, 1}},
-       {"3dbdb035f00006d43a5dad7c29a76d351687ea60973174c6c50be870ca35c2e01cf0b04f93e506a8b68c9c2a2d344453"
-        "552445b6254a3b51fa8c051dc22ab6b2ab3f8d6700cb8bf2b6959d2c07532c8c6b5ab6da69840294011538b6",
-        {2, 3, 1, 9, 9, 3, 1, 6, 6, 1, 3, 7, 1, 2, 8, 1, 1, 8, 1, 1, 8, 1, 0, 8, 1}}},
-      31 | qelCodeStylePredictable);
+  decodePicture({{"10e19fc6ec37dde2242a28fa540740d2d6c80c85adaa6d417194618f5b7439c2f41e417ba162aeb5bd32c56d7f55a55d"
+                  "43921e3ff54fadd916145a730d76d02f23f357",
+                  {67}},
+                 {"0761a90a03e6b80c946f75e88b4038ebc8065904d24d7f3bcdb4aaadae97a405beeecbcf696b0c1fbf7e93308280455a"
+                  "f279b1eb563c2eb86f3503cae09b29d74956d02b",
+                  {68}},
+                 {"03c5c2ce0375937d557763b874b39f9a42653cfebbcc133b24f1b1030a3401f453c906855b96c2108cdb30972c430779"
+                  "f27772b656e7a45fb3a8bcd85bd158b31383d3a9f544f7",
+                  {71}},
+                 {"3db9d8a221a210a2fac528f1067d1ed0dfdc9d5724dc2cf158a859cbe15e9dd0ba1aff78a51c25314f81704c1a24b060"
+                  "b49e35fb17c85e98d5c54835f06343d43cac8641b6f66dab4871b56e9f",
+                  {77}}},
+                0);
+  decodePicture({{"10e196e070402795dcc8272a09899d8825e0edcd55df7a990ae69d56028bf04c1a967a59a952e0b6f746ff2a04d89180"
+                  "b20255b6cd328072a52c328345b6f5073f1a0de480106db657aa63288c7e526db6",
+                  {3, 2, 1, 7, 9, 2, 3, 7, 5, 1, 4, 7, 1, 1, 8, 1, 1, 8, 1, 0, 8, 1}},
+                 {"0761a949bbc2def3474004f9fed92676a7001a07b5b2407aebdc52700c1dce89be9d3968da297338b653df52cad6e852"
+                  "528025b6a900303f34c1c537aab6d30e154832be9cf4b688fe6492f6e3c5e1b6",
+                  {4, 5, 1, 7, 8, 2, 1, 6, 6, 1, 3, 7, 1, 1, 8, 1, 0, 8, 1, 0, 8, 1}},
+                 {"03c5c2cdfe619c74b8b4754a7c1166a99b58aebc5cff4774e87fcbbc0734371a7b01044548fc0ada25a6c156b68bf215"
+                  "f78ab00d6e6125b6308b8459b4c8bcde95b6c8590dcfef68ce942ab6ed7206d310e7ca2d82b6",
+                  {6, 6, 1, 6, 9, 3, 1, 6, 6, 1, 3, 7, 1, 1, 8, 1, 1, 8, 1, 1, 8, 1}},
+                 {"3dbdb035f00006d43a5dad7c29a76d351687ea60973174c6c50be870ca35c2e01cf0b04f93e506a8b68c9c2a2d344453"
+                  "552445b6254a3b51fa8c051dc22ab6b2ab3f8d6700cb8bf2b6959d2c07532c8c6b5ab6da69840294011538b6",
+                  {2, 3, 1, 9, 9, 3, 1, 6, 6, 1, 3, 7, 1, 2, 8, 1, 1, 8, 1, 1, 8, 1, 0, 8, 1}}},
+                31 | qelCodeStylePredictable);
 }
 
 // --- round trips -------------------------------------------------------------------------------------------
@@ -202,8 +196,7 @@ TEST(BlockCoder, EveryStyleShapeAndBandComesBack) {
         ASSERT_EQ(std::accumulate(b.lengths.begin(), b.lengths.end(), size_t(0)), b.bytes.size());
         const int planes = b.planesOf(bits);
         ASSERT_EQ(b.passes, planes ? 3 * planes - 2 : 0);
-        const Decoded d =
-            decodeBlock(b.bytes, b.lengths, size, subband, uint32_t(planes), uint32_t(b.passes), style);
+        const Decoded d = decodeBlock(b.bytes, b.lengths, size, subband, uint32_t(planes), uint32_t(b.passes), style);
         EXPECT_EQ(d.status, qelStatusOk);
         EXPECT_EQ(d.samples, aligned(samples, bits));
       }
@@ -215,10 +208,9 @@ TEST(BlockCoder, CutAtAnyPassTheErrorIsWhatTheDistortionTells) {
   Random random(3);
   const QelSize size{19, 14};
   const int bits = 6;
-  for (const int style :
-       std::initializer_list<int>{0, qelCodeStyleBypass, qelCodeStyleTerminate,
-                                  qelCodeStyleBypass | qelCodeStyleTerminate | qelCodeStyleReset,
-                                  qelCodeStyleCausal | qelCodeStyleSymbols}) {
+  for (const int style : std::initializer_list<int>{0, qelCodeStyleBypass, qelCodeStyleTerminate,
+                                                    qelCodeStyleBypass | qelCodeStyleTerminate | qelCodeStyleReset,
+                                                    qelCodeStyleCausal | qelCodeStyleSymbols}) {
     const auto samples = randomBlock(random, size, bits), truth = aligned(samples, bits);
     double energy = 0;
     for (const int32_t s : truth) energy += double(magnitude(s)) * magnitude(s);
@@ -232,9 +224,8 @@ TEST(BlockCoder, CutAtAnyPassTheErrorIsWhatTheDistortionTells) {
         lengths.push_back(std::min(length, left));
         left -= lengths.back();
       }
-      const Decoded d =
-          decodeBlock({b.bytes.begin(), b.bytes.begin() + b.rates[pass]}, lengths, size, 3,
-                      uint32_t(b.planesOf(bits)), uint32_t(pass + 1), style | qelCodeStyleKeepMidPoint);
+      const Decoded d = decodeBlock({b.bytes.begin(), b.bytes.begin() + b.rates[pass]}, lengths, size, 3,
+                                    uint32_t(b.planesOf(bits)), uint32_t(pass + 1), style | qelCodeStyleKeepMidPoint);
       ASSERT_EQ(d.status, qelStatusOk);
       double error = 0;
       for (size_t i = 0; i < truth.size(); ++i) error += std::pow(value(truth[i]) - value(d.samples[i]), 2);

@@ -30,8 +30,7 @@ TEST(ComponentTransform, IrreversibleTypesAgreeAndComeBack) {
   Random random;
   for (int i = 0; i < 1000; ++i) {
     const auto in = random.vector<int16_t>(3, -8000, 8000);
-    const auto f =
-        inPlace(qeliICTFwd_JPEG2K_32f_P3IR, Pixel<float>{float(in[0]), float(in[1]), float(in[2])});
+    const auto f = inPlace(qeliICTFwd_JPEG2K_32f_P3IR, Pixel<float>{float(in[0]), float(in[1]), float(in[2])});
     const auto q = inPlace(qeliICTFwd_JPEG2K_32s_P3IR, Q{in[0], in[1], in[2]});
     const auto p = inPlace(qeliICTFwd_JPEG2K_16s_P3IR, P{in[0], in[1], in[2]});
     EXPECT_NEAR(f[0], 0.299 * in[0] + 0.587 * in[1] + 0.114 * in[2], 0.01);

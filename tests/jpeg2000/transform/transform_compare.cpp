@@ -20,8 +20,7 @@ void drawSamples(Case& c, const Rows<T>& rows, int64_t most = kMost<T>) {
     using Limits = std::numeric_limits<T>;
     if (kind == 4) return;
     rows.fill([&] {
-      if (kind == 3 && c.chance(2))
-        return c.of({-T(0), Limits::infinity(), Limits::denorm_min(), Limits::max()});
+      if (kind == 3 && c.chance(2)) return c.of({-T(0), Limits::infinity(), Limits::denorm_min(), Limits::max()});
       return T(c.in(-(1 << 24), 1 << 24)) / 512;
     });
   } else if (kind == 0 && most != kMost<T>) {
@@ -55,8 +54,7 @@ Plane<T> drawnPlane(Case& c, int64_t width, int64_t height, int64_t most = kMost
 template <class T>
 Plane<T> outputPlane(Case& c, int64_t width, int64_t height, bool compared) {
   if (compared) return drawnPlane<T>(c, width, height);
-  return {reinterpret_cast<T*>(c.scratch(size_t(width * height) * sizeof(T))),
-          int32_t(width * int64_t(sizeof(T)))};
+  return {reinterpret_cast<T*>(c.scratch(size_t(width * height) * sizeof(T))), int32_t(width * int64_t(sizeof(T)))};
 }
 
 // --- component transforms ----------------------------------------------------------------------------------
@@ -154,29 +152,26 @@ constexpr auto region = [](auto* function, Case& c) {
   const auto plane = [&](int64_t before, int64_t count, int64_t after, int64_t most, int64_t centre) {
     const int64_t all = before + count + after;
     auto& rows = along == kRows ? c.rows<T>(all, breadth) : c.rows<T>(breadth, all);
-    if (together)
-      rows.fill([&] { return centre + c.in(-500, 500); });
-    else if (specified)
-      drawSamples(c, rows, most);
+    if (together) rows.fill([&] { return centre + c.in(-500, 500); });
+    else if (specified) drawSamples(c, rows, most);
     return Plane<T>{along == kRows ? rows.data() + before : rows.data(size_t(before)), rows.step()};
   };
   const auto output = [&](int64_t count) {
-    return along == kRows ? outputPlane<T>(c, count, breadth, specified)
-                          : outputPlane<T>(c, breadth, count, specified);
+    return along == kRows ? outputPlane<T>(c, count, breadth, specified) : outputPlane<T>(c, breadth, count, specified);
   };
   const QelSize size{int32_t(along == kRows ? length : breadth), int32_t(along == kRows ? breadth : length)};
   if constexpr (forward) {
     const auto signal = plane(stages - q, 2 * length, stages - 1 + q, Specified::kSignal, 0);
     const auto low = output(length);
     const auto high = output(length);
-    c.call(function, signal.first, Step{signal.step}, low.first, Step{low.step}, high.first, Step{high.step},
-           size, phase);
+    c.call(function, signal.first, Step{signal.step}, low.first, Step{low.step}, high.first, Step{high.step}, size,
+           phase);
   } else {
     const auto low = plane(stages / 2 - 1 + q, length, stages / 2 - q, Specified::kLow, lowBeside(highs));
     const auto high = plane(stages / 2, length, stages / 2, Specified::kHigh, highs);
     const auto signal = output(2 * length);
-    c.call(function, low.first, Step{low.step}, high.first, Step{high.step}, size, signal.first,
-           Step{signal.step}, phase);
+    c.call(function, low.first, Step{low.step}, high.first, Step{high.step}, size, signal.first, Step{signal.step},
+           phase);
   }
 };
 
@@ -194,22 +189,21 @@ constexpr auto step = [](auto* function, Case& c) {
     if (specified) {
       auto& rows = c.rows<T>(width);
       row[i] = rows.data();
-      if (together)
-        rows.fill([&] { return centre[i] + c.in(-500, 500); });
-      else
-        drawSamples(c, rows, i == 1 ? Specified::kHigh : kMost<T>);
+      if (together) rows.fill([&] { return centre[i] + c.in(-500, 500); });
+      else drawSamples(c, rows, i == 1 ? Specified::kHigh : kMost<T>);
     } else {
       row[i] = outputPlane<T>(c, width, 1, false).first;
     }
-  [&]<size_t... i>(std::index_sequence<i...>) { c.call(function, row[i]..., Length{width}); }
-  (std::make_index_sequence<kCount>());
+  [&]<size_t... i>(std::index_sequence<i...>) {
+    c.call(function, row[i]..., Length{width});
+  }(std::make_index_sequence<kCount>());
 };
 
-#define COMPARE_REGIONS(shape, along, wavelet, stages, type, T, ForwardSamples, InverseSamples) \
-  QELJ_COMPARE(qeliWTFwd##shape##_##wavelet##_JPEG2K_##type##_C1R,                              \
-               region<T, stages, along, true, ForwardSamples>, 1000);                           \
-  QELJ_COMPARE(qeliWTInv##shape##_##wavelet##_JPEG2K_##type##_C1R,                              \
-               region<T, stages, along, false, InverseSamples>, 1000)
+#define COMPARE_REGIONS(shape, along, wavelet, stages, type, T, ForwardSamples, InverseSamples)                     \
+  QELJ_COMPARE(qeliWTFwd##shape##_##wavelet##_JPEG2K_##type##_C1R, region<T, stages, along, true, ForwardSamples>,  \
+               1000);                                                                                               \
+  QELJ_COMPARE(qeliWTInv##shape##_##wavelet##_JPEG2K_##type##_C1R, region<T, stages, along, false, InverseSamples>, \
+               1000)
 #define COMPARE_STEPS(wavelet, stages, type, T, InverseSamples)                                        \
   QELJ_COMPARE(qeliWTFwdColLift_##wavelet##_JPEG2K_##type##_C1, step<T, stages, AnySamples<T>>, 1000); \
   QELJ_COMPARE(qeliWTInvColLift_##wavelet##_JPEG2K_##type##_C1, step<T, stages, InverseSamples>, 1000)
@@ -264,16 +258,15 @@ constexpr auto tileWithBands = [](auto* function, Case& c, const QelRect& tile, 
   int32_t steps[4];
   for (int i = 0; i < 4; ++i) {
     const int32_t width = tile.width / 2, height = tile.height / 2;
-    const auto band = drawnPlane<T>(c, i / 2 ? width : tile.width - width,
-                                    i % 2 ? height : tile.height - height, kMostInTile<T>);
+    const auto band =
+        drawnPlane<T>(c, i / 2 ? width : tile.width - width, i % 2 ? height : tile.height - height, kMostInTile<T>);
     plane[i] = band.first, steps[i] = band.step;
   }
   static constexpr int32_t kBad[4][4] = {{0, 8, 8, 8}, {8, -4, 8, 8}, {8, 8, 0, 8}, {8, 8, 8, -4}};
   const Domain<const int32_t*> planeSteps{steps, {nullptr, kBad[0], kBad[1], kBad[2], kBad[3]}};
   if constexpr (forward)
     c.call(function, image.first, Step{image.step}, tileOr(tile), Planes{plane, 4}, planeSteps, work);
-  else
-    c.call(function, Planes{plane, 4}, planeSteps, image.first, Step{image.step}, tileOr(tile), work);
+  else c.call(function, Planes{plane, 4}, planeSteps, image.first, Step{image.step}, tileOr(tile), work);
 };
 
 constexpr auto bufferSize = [](auto* function, Case& c) {

@@ -55,14 +55,10 @@ void holdAgainstExact(Forward* forward, Inverse* inverse, bool down, int w, doub
 }
 TEST(WaveletD97, IsCloseToTheExactTransform) {
   for (const int w : {1, 2, 3, 50}) {
-    holdAgainstExact<float>(qeliWTFwdRow_D97_JPEG2K_32f_C1R, qeliWTInvRow_D97_JPEG2K_32f_C1R, false, w, 0.01,
-                            0.01);
-    holdAgainstExact<float>(qeliWTFwdCol_D97_JPEG2K_32f_C1R, qeliWTInvCol_D97_JPEG2K_32f_C1R, true, w, 0.01,
-                            0.01);
-    holdAgainstExact<int32_t>(qeliWTFwdRow_D97_JPEG2K_32s_C1R, qeliWTInvRow_D97_JPEG2K_32s_C1R, false, w, 3,
-                              7);
-    holdAgainstExact<int16_t>(qeliWTFwdRow_D97_JPEG2K_16s_C1R, qeliWTInvRow_D97_JPEG2K_16s_C1R, false, w, 5,
-                              8);
+    holdAgainstExact<float>(qeliWTFwdRow_D97_JPEG2K_32f_C1R, qeliWTInvRow_D97_JPEG2K_32f_C1R, false, w, 0.01, 0.01);
+    holdAgainstExact<float>(qeliWTFwdCol_D97_JPEG2K_32f_C1R, qeliWTInvCol_D97_JPEG2K_32f_C1R, true, w, 0.01, 0.01);
+    holdAgainstExact<int32_t>(qeliWTFwdRow_D97_JPEG2K_32s_C1R, qeliWTInvRow_D97_JPEG2K_32s_C1R, false, w, 3, 7);
+    holdAgainstExact<int16_t>(qeliWTFwdRow_D97_JPEG2K_16s_C1R, qeliWTInvRow_D97_JPEG2K_16s_C1R, false, w, 5, 8);
   }
 }
 
@@ -84,8 +80,7 @@ TEST(WaveletB53, PipelineIsTheTransformOfTheColumns) {
   forEachHeight([&](int rows, int first) {
     const auto picture = random.vector<int32_t>(size_t(rows * kWidth), INT32_MIN, INT32_MAX);
     std::vector<int32_t> low(picture.size()), high(low), back(low), work(3 * kWidth);
-    ASSERT_EQ(qelStatusOk,
-              forward53(picture.data(), kWidth, rows, first, low.data(), high.data(), work.data()));
+    ASSERT_EQ(qelStatusOk, forward53(picture.data(), kWidth, rows, first, low.data(), high.data(), work.data()));
     const QelRect column = {0, first, 1, rows};
     const int lows = (rows + 1 - first) / 2;
     for (int x = 0; x < kWidth; ++x) {
@@ -110,16 +105,15 @@ TEST(WaveletD97, PipelineIsTheTransformOfTheColumns) {
   forEachHeight([&](int rows, int first) {
     const auto picture = random.vector<float>(size_t(rows * kWidth), -3900, 3900);
     std::vector<float> low(picture.size()), high(low), back(low), work(5 * kWidth);
-    ASSERT_EQ(qelStatusOk,
-              forward97(picture.data(), kWidth, rows, first, low.data(), high.data(), work.data()));
+    ASSERT_EQ(qelStatusOk, forward97(picture.data(), kWidth, rows, first, low.data(), high.data(), work.data()));
     // The longer band's length for both; a band of one sample is made otherwise.
     constexpr int kStep = kWidth * sizeof(float), kBorder = 5;
     const int w = (rows + 1) / 2, lows = (rows + 1 - first) / 2;
     std::vector<float> extended, allLow(size_t(w * kWidth)), allHigh(allLow);
     for (int y = -kBorder; y < rows + kBorder; ++y)
       for (size_t x = 0; x < kWidth; ++x) extended.push_back(picture[mirrored(y, rows) * kWidth + x]);
-    qeliWTFwdCol_D97_JPEG2K_32f_C1R(extended.data() + kBorder * kWidth, kStep, allLow.data(), kStep,
-                                    allHigh.data(), kStep, {kWidth, w}, uint32_t(first));
+    qeliWTFwdCol_D97_JPEG2K_32f_C1R(extended.data() + kBorder * kWidth, kStep, allLow.data(), kStep, allHigh.data(),
+                                    kStep, {kWidth, w}, uint32_t(first));
     if (w > 1) {
       EXPECT_TRUE(std::equal(low.begin(), low.begin() + lows * kWidth, allLow.begin()));
       EXPECT_TRUE(std::equal(high.begin(), high.begin() + (rows - lows) * kWidth, allHigh.begin()));
