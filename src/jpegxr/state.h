@@ -4,6 +4,7 @@
 #define QELJ_JPEGXR_STATE_H
 
 #include <bit>
+#include <cstddef>
 #include <utility>
 
 #include "frame/arith.h"
@@ -68,9 +69,12 @@ inline constexpr uint8_t kRow[kPlaces] = {0, 0, 1, 1, 0, 0, 1, 1, 3, 3, 2, 2, 3,
 // The scan that the block coders use: null where the record points elsewhere, as one does that was never filled, or was
 // copied to another address.
 inline ScanEntry* scanInUse(VLCState& state) {
-  ScanEntry* const scan = state.currentScan;
-  const bool own = scan == state.scanTable0 || scan == state.scanTable1 || scan == state.scanTable2;
-  return own ? scan : nullptr;
+  // The three lie one behind another: only their distances from the first are small numbers, turned by their size.
+  constexpr size_t kBytes = sizeof state.scanTable2;
+  static_assert(std::has_single_bit(kBytes) &&
+                offsetof(VLCState, scanTable0) == offsetof(VLCState, scanTable2) + 2 * kBytes);
+  const auto distance = reinterpret_cast<uintptr_t>(state.currentScan) - reinterpret_cast<uintptr_t>(state.scanTable2);
+  return std::rotr(distance, std::countr_zero(kBytes)) <= 2 ? state.currentScan : nullptr;
 }
 // A scan's content is the caller's memory too: whatever it holds, a position stays in its block.
 inline uint32_t inBlock(uint32_t position) { return position % kPlaces; }
