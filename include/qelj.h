@@ -1171,8 +1171,10 @@ QELJ_API QelStatus qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(
  * ...Free, which is the same function for all four kinds, and never pass it a record of your own memory.
  * Copying a record with memcpy is fine: an encoder that may run out of room copies its state first (see
  * below).
- * A coder trusts its tables, which a successful Init has filled, but not its state: whatever that holds,
- * nothing is written outside the state and the buffers, and every call ends.
+ * Tables and states hold no addresses, and a coder does not trust them: whatever they hold, nothing is
+ * written outside the state and the buffers, nothing is read outside them, and every call ends. What such
+ * calls give is not defined; an encoder that a table tells codes of more than 16 bits may give
+ * qelStatusJpegHuffTable. The Direct encoder has no length: it keeps to the room that a block can need.
  *
  *   qelStatusNullPointer     a pointer is null; in ...InitAlloc also a failed allocation (*spec or *state is
  *                            then null)

@@ -55,7 +55,7 @@ class AheadReader {
   bool refill() {
     while (position_ > limit_) [[unlikely]]
       if (!unstuff()) return false;
-    bits_ |= streamOrder(load<uint64_t>(data_ + (loaded_ >> 3))) >> (loaded_ - position_);
+    bits_ |= streamOrder(load<uint64_t>(data_ + (loaded_ >> 3))) >> ((loaded_ - position_) & 63);
     loaded_ = (position_ + 63) & ~7;
     return true;
   }
@@ -75,7 +75,8 @@ class AheadReader {
 
   // Leaves position and state where a BitReader would.
   void leave(int32_t* position, QelDecodeHuffmanState* state) const {
-    const int bytes = taken_ >> 3, last = std::min(bytes, 4);
+    // No table that Init has filled leads behind the window.
+    const int bytes = std::min(taken_ >> 3, kWindow - 1), last = std::min(bytes, 4);
     const uint64_t word = streamOrder(load<uint32_t>(data_ + (bytes - last)));
     state->bitBuffer = uint32_t((buffer_ << 32 | word) >> (32 - 8 * last));
     state->bitCount = taken_ - position_;
@@ -108,12 +109,12 @@ class AheadReader {
 
   int32_t take(uint32_t entry, int taken) {
     const int code = int(entry >> 16), length = int(entry & 15);
-    const uint64_t behind = bits_ << code;
+    const uint64_t behind = bits_ << (code & 63);
     taken_ = taken;
     position_ += code;
     taken_ = refilled(length);
     position_ += length;
-    bits_ <<= code + length;
+    bits_ <<= (code + length) & 63;
     // EXTEND, F.2.2.1: the values of a category that begin with a 0 are negative.
     const auto notNegative = int32_t(int64_t(behind) >> 63);
     return int32_t(behind >> 1 >> (63 - length)) + (kLowest[size_t(length)] & ~notNegative);

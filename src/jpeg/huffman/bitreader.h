@@ -1,6 +1,9 @@
 // The bit reader of every Huffman decoder: refill with the removal of stuffed and fill bytes, Huffman symbols, plain
 // bits (ISO/IEC 10918-1, F.2.2).
 //
+// A table that no Init has filled may claim codes of any length: counts then mean nothing, but shifts stay defined and
+// reads within the source.
+//
 // Bytes are taken in at fixed moments: when fewer than 8 bits are left in front of a symbol, or fewer than a value
 // needs, until there are 25 bits or more. Position, marker and accumulator are part of a call's result, so there is no
 // other read-ahead; a refill finds four bytes without a 0xFF most of the time and takes them in one step.
@@ -69,7 +72,7 @@ class BitReader {
   }
 
   // The next `length` available bits.
-  uint32_t peek(int length) const { return uint32_t(buffer_ >> (count_ - length)) & ((1u << length) - 1); }
+  uint32_t peek(int length) const { return uint32_t(buffer_ >> ((count_ - length) & 63)) & ((1u << length) - 1); }
   uint32_t take(int length) {
     const uint32_t bits = peek(length);
     count_ -= length;
@@ -78,7 +81,7 @@ class BitReader {
   void drop(int length) { count_ -= length; }
 
   // The next 16 bits, with zeros behind the available ones.
-  uint32_t peek16() const { return count_ >= 16 ? peek(16) : uint32_t(buffer_ << (16 - count_)) & 0xFFFF; }
+  uint32_t peek16() const { return count_ >= 16 ? peek(16) : uint32_t(buffer_ << ((16 - count_) & 63)) & 0xFFFF; }
 
   // One Huffman symbol.
   QelStatus symbol(const QelDecodeHuffmanSpec* table, int32_t& symbol) {
@@ -100,7 +103,7 @@ class BitReader {
   QelStatus value(int length, int32_t& value) {
     if (auto s = need(length); s) return s;
     count_ -= length;
-    const uint32_t ones = (1u << length) - 1, bits = uint32_t(buffer_ >> count_) & ones;
+    const uint32_t ones = (1u << length) - 1, bits = uint32_t(buffer_ >> (count_ & 63)) & ones;
     value = int32_t(bits <= ones >> 1 ? bits - ones : bits);  // EXTEND, F.2.2.1
     return qelStatusOk;
   }
@@ -126,7 +129,7 @@ class BitReader {
       const uint32_t word = streamOrder(load<uint32_t>(src_ + position_));
       if (hasFF(word)) return false;
       const int bits = (32 - count_) & ~7;
-      buffer_ = (buffer_ << 32 | word) >> (32 - bits);
+      buffer_ = (buffer_ << 32 | word) >> ((32 - bits) & 63);
       count_ += bits;
       position_ += bits >> 3;
     } else {
@@ -183,7 +186,7 @@ class BitReader {
       if (table->maxCode[l] != 0xFFFF && int16_t(code) <= int16_t(table->maxCode[l])) {
         const int index = table->valueIndex[l] - table->minCode[l] + code;
         if (unsigned(index) < 256) {
-          symbol = table->symbols[index];
+          symbol = uint8_t(table->symbols[index]);
           return qelStatusOk;
         }
       }

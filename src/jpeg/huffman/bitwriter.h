@@ -31,6 +31,9 @@ struct Pending {
   uint32_t bits;
 };
 
+// The longest code. A table that no Init has filled may claim more: a writer then stays in its memory all the same.
+inline constexpr int kMaxCode = 16;
+
 class BitWriter {
  public:
   using Table = const QelEncodeHuffmanSpec*;
@@ -51,7 +54,7 @@ class BitWriter {
   QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
     const uint32_t entry = symbol < 256 ? table->codes[symbol] : 0;
     if (entry == 0) return qelStatusJpegHuffTable;
-    if (auto s = plain(entry & 0xFFFF, int(entry >> 16)); s) return s;
+    if (auto s = plain(entry & 0xFFFF, std::min(int(entry >> 16), kMaxCode)); s) return s;
     return length ? plain(uint32_t(bits), length) : qelStatusOk;
   }
 
@@ -80,10 +83,11 @@ class BitWriter {
   int32_t count_;
 };
 
-// Memory for a step's bits, up to 7 in front of them, and the slack of word-wide access on both sides.
+// Memory for a step's bits, up to 7 in front of them, and the slack of word-wide access on both sides. It has room for
+// lengths of 255, the most that a byte of any table can claim, in the place of each code of 16 bits.
 template <int kMaxBits>
 struct StepBits {
-  alignas(64) uint8_t bytes[8 + (kMaxBits + 7 + 7) / 8 + simd::kBytes];
+  alignas(64) uint8_t bytes[8 + (255 / kMaxCode + 1) * (kMaxBits + 7 + 7) / 8 + simd::kBytes];
 };
 
 // Which of the next simd::kBytes bytes are among the first n, and which of those are 0xFF.
@@ -159,7 +163,9 @@ class WideWriter {
     const uint32_t entry = table->codes[symbol];
     if (kChecked && entry == 0) [[unlikely]]
       return qelStatusJpegHuffTable;
-    put(uint64_t(entry & 0xFFFF) << length | bits, int(entry >> 16) + length);
+    // The low byte of the code's length, which one load gets.
+    put(uint64_t(entry & 0xFFFF) << length | bits,
+        at(reinterpret_cast<const uint8_t*>(&table->codes[symbol]), 2) + length);
     return qelStatusOk;
   }
   QelStatus plain(uint32_t bits, int length) {
@@ -167,6 +173,8 @@ class WideWriter {
     return qelStatusOk;
   }
 
+  // Whether there are no more bits than a step's.
+  bool fits(int maxBits) const { return end_ <= uint32_t(maxBits) + 7 + 7; }
   // Stores the whole bytes; fewer than 8 bits stay pending.
   uint8_t* finish(uint8_t* dst) const { return ownStuff(dst, bytes_ + 8, whole()); }
   // Stores the whole bytes and a last partial one, which the result names, and touches no other.
@@ -181,7 +189,7 @@ class WideWriter {
  private:
   // At most 32 bits, with nothing above them.
   void put(uint64_t bits, int length) {
-    word_ = word_ << length | bits;
+    word_ = word_ << (length & 63) | bits;
     end_ += uint32_t(length);
     store(bytes_ + (end_ >> 3), streamOrder(word_ << (~end_ & 7)));
   }
@@ -239,6 +247,8 @@ template <int kMaxBits, class Step>
   const Pending pending(state);
   WideWriter<true> sink(memory, pending.bits, pending.count);
   const QelStatus s = step(sink);
+  if (!sink.fits(kMaxBits)) [[unlikely]]
+    return qelStatusJpegHuffTable;
   *dstPos = int32_t(sink.finish(dst + position) - dst);
   state->bitCount = sink.count();
   state->bitBuffer = sink.pending() << (24 - sink.count());
