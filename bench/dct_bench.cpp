@@ -4,6 +4,7 @@
 // all blocks. The peer's routines take a block by pointers to its rows, and divisors of its own form; what it
 // needs besides (row pointers, sample conversion) is counted where our function does the same in one call.
 #include "qelj.h"
+#include "qelj_typical.h"
 #include "support/pair.h"
 
 // Private entry points of the peer's static library.
@@ -19,11 +20,6 @@ void jsimd_idct_2x2_sse2(void* multipliers, int16_t* coefficients, uint8_t** row
 namespace qelj::bench {
 namespace {
 
-// The example luminance table of ISO/IEC 10918-1, K.1, in zig-zag order.
-constexpr uint8_t kLuminance[64] = {16, 11, 12,  14,  12,  10, 16, 14,  13,  14,  18,  17,  16, 19,  24,  40,
-                                    26, 24, 22,  22,  24,  49, 35, 37,  29,  40,  58,  51,  61, 60,  57,  51,
-                                    56, 55, 64,  72,  92,  78, 64, 68,  87,  69,  55,  56,  80, 109, 81,  87,
-                                    95, 98, 103, 104, 103, 62, 77, 113, 121, 112, 100, 120, 92, 101, 103, 99};
 constexpr int kQuality = 85;
 
 struct Tables {
@@ -32,7 +28,7 @@ struct Tables {
 
   Tables() {
     uint8_t raw[64];
-    std::memcpy(raw, kLuminance, 64);
+    std::memcpy(raw, qelTypicalQuantisers[0], 64);
     qeliQuantFwdRawTableInit_JPEG_8u(raw, kQuality);
     qeliQuantFwdTableInit_JPEG_8u16u(raw, forward);
     qeliQuantInvTableInit_JPEG_8u16u(raw, inverse);

@@ -6,58 +6,111 @@
 # forms), or scalar (portable, and every kernel in its scalar form: the definition that tests compare with).
 
 file(GLOB_RECURSE qelj_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp ${PROJECT_SOURCE_DIR}/src/*.S)
+list(FILTER qelj_sources EXCLUDE REGEX "/frame/start\\.cpp$")
+# Where guarded return addresses cost no function more than 1 % of its instructions (docs/measuring.md).
+set(qelj_guarded_sources ${qelj_sources})
+list(FILTER qelj_guarded_sources INCLUDE REGEX "/(frame|tiff)/[^/]*\\.cpp$")
 
-# The linker's version script, from the one list of exports.
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/frame/exports.def)
-file(STRINGS ${PROJECT_SOURCE_DIR}/src/frame/exports.def qelj_export_lines REGEX "^QELJ_EXPORT")
-set(qelj_version_script "{\n  global:\n")
-foreach(line IN LISTS qelj_export_lines)
-  string(REGEX REPLACE "^QELJ_EXPORT[_A-Z]*\\(([A-Za-z0-9_]+).*$" "\\1" name "${line}")
-  string(APPEND qelj_version_script "    ${name};\n")
-endforeach()
-string(APPEND qelj_version_script "  local: *;\n};\n")
-file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/exports.map CONTENT "${qelj_version_script}" @ONLY)
+# What each library shows outside, from the one place that has it: the list of exports, and qelcore's header.
+function(qelj_names variable file pattern)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+  file(STRINGS ${file} names REGEX "${pattern}")
+  list(TRANSFORM names REPLACE "${pattern}.*" "\\1")
+  set(${variable} ${names} PARENT_SCOPE)
+endfunction()
+qelj_names(qelj_exports ${PROJECT_SOURCE_DIR}/src/frame/exports.def "^QELJ_EXPORT[_A-Z]*\\(([A-Za-z0-9_]+)")
+qelj_names(qelcore_exports ${PROJECT_SOURCE_DIR}/qelcore/qelcore.h "^QELCORE_API .*[ *]([A-Za-z]+)\\(")
+
+# qelj_library(<target> <name> <source>...): lib<name>, which shows the names in <name>_exports only.
+#
+# Shared, it does by a version script. Static, the archive holds one object in which all other names are local, so that
+# they meet none of the program's; and qelcore's are weak, so that the program's own come first there, too.
+#
+# Its sources are those of the target ${<target>_code}; what is asked of <target> itself reaches its users.
+function(qelj_library target name)
+  if(qelj_shared)
+    set(code ${target})
+    list(JOIN ${name}_exports ";\n    " lines)
+    set(script ${PROJECT_BINARY_DIR}/${name}.map)
+    file(CONFIGURE OUTPUT ${script} CONTENT "{\n  global:\n    ${lines};\n  local: *;\n};\n" @ONLY)
+    add_library(${target} SHARED ${ARGN})
+    set_target_properties(${target} PROPERTIES
+      OUTPUT_NAME ${name} VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE C
+      LINK_DEPENDS ${script})
+    # Never unloaded: the OpenMP runtime would go as well, and between calls its threads wait in its code; and what
+    # qelcore registers for a fork lives as long as the process.
+    target_link_options(${target} PRIVATE -Wl,--version-script=${script} -Wl,-z,relro,-z,now,-z,nodelete)
+  else()
+    set(code ${target}_code)
+    set(object ${PROJECT_BINARY_DIR}/${name}_library.o)
+    set(visible ${PROJECT_BINARY_DIR}/${name}.names)
+    list(JOIN ${name}_exports "\n" lines)
+    file(CONFIGURE OUTPUT ${visible} CONTENT "${lines}\n" @ONLY)
+    add_library(${code} OBJECT ${ARGN})
+    target_compile_options(${code} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique>)  # such can't be local
+    add_custom_command(OUTPUT ${object}
+      COMMAND ${CMAKE_LINKER} -r --force-group-allocation -o ${object} $<TARGET_OBJECTS:${code}>
+      COMMAND ${CMAKE_OBJCOPY} --keep-global-symbols=${visible}
+        $<$<STREQUAL:${name},qelcore>:--weaken-symbols=${visible}> ${object}
+      DEPENDS $<TARGET_OBJECTS:${code}> ${visible} COMMAND_EXPAND_LISTS VERBATIM
+      COMMENT "Hiding what is internal to lib${name}")
+    add_library(${target} STATIC ${object})
+    set_target_properties(${target} PROPERTIES OUTPUT_NAME ${name} LINKER_LANGUAGE C)
+  endif()
+  set(${target}_code ${code} PARENT_SCOPE)
+  # Of the sources' place nothing stays in what is built.
+  target_compile_options(${code} PRIVATE
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+  target_link_libraries(${code} PRIVATE qelj_warnings)
+endfunction()
 
 # qelj_protect_branches(<target> [MARK]): landing pads where indirect branches arrive, and protected return addresses
 # (Intel CET; Arm BTI and PAC). A process has the protection only if each of its libraries is marked, and the linker
 # marks a library only if each of its objects is: so the start-up objects stay out (frame/start.cpp has what is needed
 # of them), and on AArch64 the compiler's functions for atomic operations. MARK marks the library in any case.
 function(qelj_protect_branches target)
+  set(code ${${target}_code})
   if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
-    target_compile_options(${target} PRIVATE -fcf-protection)
+    target_compile_options(${code} PRIVATE -fcf-protection)
     set(mark -Wl,-z,ibt,-z,shstk)
   elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
-    target_compile_options(${target} PRIVATE -mbranch-protection=standard -mno-outline-atomics)
+    target_compile_options(${code} PRIVATE -mbranch-protection=standard -mno-outline-atomics)
     set(mark -Wl,-z,force-bti)
   endif()
-  target_link_options(${target} PRIVATE -nostartfiles $<$<STREQUAL:"${ARGN}","MARK">:${mark}>)
+  if(qelj_shared)
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/frame/start.cpp)
+    target_link_options(${target} PRIVATE -nostartfiles $<$<STREQUAL:"${ARGN}","MARK">:${mark}>)
+  endif()
 endfunction()
 
 function(qelj_image target cpu directory)
-  add_library(${target} SHARED ${qelj_sources})
+  qelj_library(${target} qelj ${qelj_sources})
+  set_source_files_properties(${qelj_guarded_sources} PROPERTIES COMPILE_OPTIONS -fstack-protector-strong)
+  set(code ${${target}_code})
   set_target_properties(${target} PROPERTIES
-    OUTPUT_NAME qelj VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
-    LIBRARY_OUTPUT_DIRECTORY ${directory} LINK_DEPENDS ${PROJECT_BINARY_DIR}/exports.map)
+    LIBRARY_OUTPUT_DIRECTORY ${directory} ARCHIVE_OUTPUT_DIRECTORY ${directory})
   target_include_directories(${target}
-    PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
-    PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/qelcore)
-  target_compile_options(${target} PRIVATE
-    -ffp-contract=off -fno-math-errno -fno-trapping-math -Wconversion -Wno-sign-conversion
-    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
-  target_compile_definitions(${target} PRIVATE QELJ_IMAGE="${cpu}")
+    INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_include_directories(${code} PRIVATE
+    ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/qelcore)
+  target_compile_options(${code} PRIVATE
+    -ffp-contract=off -fno-math-errno -fno-trapping-math -Wconversion -Wno-sign-conversion)
+  target_compile_definitions(${code} PRIVATE QELJ_IMAGE="${cpu}")
   if(cpu STREQUAL "portable")
-    target_compile_definitions(${target} PRIVATE QELJ_PORTABLE=1)
+    target_compile_definitions(${code} PRIVATE QELJ_PORTABLE=1)
   elseif(cpu STREQUAL "scalar")
-    target_compile_definitions(${target} PRIVATE QELJ_PORTABLE=1 QELJ_SCALAR=1)
+    target_compile_definitions(${code} PRIVATE QELJ_PORTABLE=1 QELJ_SCALAR=1)
   else()
-    target_compile_options(${target} PRIVATE -march=${cpu} -mtune=generic
+    target_compile_options(${code} PRIVATE -march=${cpu} -mtune=generic
       # GCC 12 takes 64-byte stores of its own making for overflows.
       $<$<AND:$<CXX_COMPILER_ID:GNU>,$<STREQUAL:${cpu},x86-64-v4>>:-Wno-stringop-overflow>)
   endif()
-  target_link_libraries(${target} PRIVATE
-    qelj_warnings $<$<STREQUAL:${cpu},scalar>:qelj_scalar_warnings> qelcore OpenMP::OpenMP_CXX)
+  target_link_libraries(${code} PRIVATE
+    $<$<STREQUAL:${cpu},scalar>:qelj_scalar_warnings> qelcore OpenMP::OpenMP_CXX)
+  if(NOT qelj_shared)
+    # By name where it is installed, and by path here: a user of this directory doesn't see what was found in it.
+    target_link_libraries(${target} INTERFACE
+      qelcore "$<BUILD_INTERFACE:${OpenMP_CXX_LIBRARIES}>" "$<INSTALL_INTERFACE:${OpenMP_CXX_LIB_NAMES}>" m)
+  endif()
   qelj_protect_branches(${target})
-  # Never unloaded: the OpenMP runtime would go as well, and between calls its threads wait in its code.
-  target_link_options(${target} PRIVATE
-    -Wl,--version-script=${PROJECT_BINARY_DIR}/exports.map -Wl,-z,relro,-z,now,-z,nodelete)
 endfunction()

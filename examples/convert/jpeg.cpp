@@ -8,21 +8,12 @@
 
 #include "parallel.h"
 #include "pipeline.h"
+#include "qelj_typical.h"
 
 namespace qelconv {
 namespace {
 
 using namespace jpeg;
-
-// Tables K.1 and K.2, the quantisers for luminance and chrominance at quality 50, in zig-zag order.
-constexpr RawQuantTable kLuminance = {16, 11, 12,  14,  12,  10, 16, 14,  13,  14,  18,  17,  16, 19,  24,  40,
-                                      26, 24, 22,  22,  24,  49, 35, 37,  29,  40,  58,  51,  61, 60,  57,  51,
-                                      56, 55, 64,  72,  92,  78, 64, 68,  87,  69,  55,  56,  80, 109, 81,  87,
-                                      95, 98, 103, 104, 103, 62, 77, 113, 121, 112, 100, 120, 92, 101, 103, 99};
-constexpr RawQuantTable kChrominance = {17, 18, 18, 24, 21, 24, 47, 26, 26, 47, 99, 66, 56, 66, 99, 99,
-                                        99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
-                                        99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
-                                        99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
 
 bool recognises(Bytes file) { return file.size() > 3 && file[0] == 0xFF && file[1] == SOI && file[2] == 0xFF; }
 
@@ -146,8 +137,8 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
     space = image.colour == Colour::rgb ? Space::rgb : image.colour == Colour::cmyk ? Space::cmyk : space;
 
   Frame frame = makeFrame(image, space, options);
-  std::vector<RawQuantTable> quant = {kLuminance};
-  if (space == Space::ycc || space == Space::ycck) quant.push_back(kChrominance);
+  std::vector<RawQuantTable> quant = {std::to_array(qelTypicalQuantisers[0])};
+  if (space == Space::ycc || space == Space::ycck) quant.push_back(std::to_array(qelTypicalQuantisers[1]));
   for (auto& table : quant)
     expectOk(qeliQuantFwdRawTableInit_JPEG_8u(table.data(), options.integer("quality", 85, 1, 100)),
              "scaling a quantiser");

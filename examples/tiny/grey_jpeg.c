@@ -5,7 +5,8 @@
 #include <string.h>
 
 #include "qelj.h"
-#include "typical.h"
+#include "qelj_status.h"
+#include "qelj_typical.h"
 
 static uint8_t* put16(uint8_t* p, int value) { return *p++ = (uint8_t)(value >> 8), *p++ = (uint8_t)value, p; }
 
@@ -25,8 +26,8 @@ static uint8_t* putHeader(uint8_t* p, int width, int height, const uint8_t* quan
   p = put16(p, 0xFFDB), p = put16(p, 67), *p++ = 0, memcpy(p, quantiser, 64), p += 64; /* DQT */
   p = put16(p, 0xFFC0), p = put16(p, 11), *p++ = 8;                                    /* SOF0: 8 bits */
   p = put16(p, height), p = put16(p, width), *p++ = 1, *p++ = 1, *p++ = 0x11, *p++ = 0;
-  p = putHuffman(p, 0x00, typicalDcBits, typicalDcVals, 12);
-  p = putHuffman(p, 0x10, typicalAcBits, typicalAcVals, 162);
+  p = putHuffman(p, 0x00, qelTypicalDcBits[0], qelTypicalDcVals, 12);
+  p = putHuffman(p, 0x10, qelTypicalAcBits[0], qelTypicalAcVals[0], 162);
   p = put16(p, 0xFFDA), p = put16(p, 8), *p++ = 1, *p++ = 1, *p++ = 0; /* SOS: component 1, tables 0 */
   *p++ = 0, *p++ = 63, *p++ = 0;
   return p;
@@ -59,11 +60,11 @@ int main(int argc, char** argv) {
   uint16_t table[64];
   QelEncodeHuffmanSpec *dc = 0, *ac = 0;
   QelEncodeHuffmanState* state = 0;
-  memcpy(raw, typicalLuminance, 64);
+  memcpy(raw, qelTypicalQuantisers[0], 64);
   QelStatus status = qeliQuantFwdRawTableInit_JPEG_8u(raw, 85);
   if (status >= 0) status = qeliQuantFwdTableInit_JPEG_8u16u(raw, table);
-  if (status >= 0) status = qeliEncodeHuffmanSpecInitAlloc_JPEG_8u(typicalDcBits, typicalDcVals, &dc);
-  if (status >= 0) status = qeliEncodeHuffmanSpecInitAlloc_JPEG_8u(typicalAcBits, typicalAcVals, &ac);
+  if (status >= 0) status = qeliEncodeHuffmanSpecInitAlloc_JPEG_8u(qelTypicalDcBits[0], qelTypicalDcVals, &dc);
+  if (status >= 0) status = qeliEncodeHuffmanSpecInitAlloc_JPEG_8u(qelTypicalAcBits[0], qelTypicalAcVals[0], &ac);
   if (status >= 0) status = qeliEncodeHuffmanStateInitAlloc_JPEG_8u(&state);
 
   int32_t position = (int32_t)(putHeader(file, width, height, raw) - file);
@@ -89,7 +90,7 @@ int main(int argc, char** argv) {
 
   FILE* out = status >= 0 ? fopen(argv[2], "wb") : 0;
   const int good = out && fwrite(file, 1, (size_t)position + 2, out) == (size_t)position + 2 && fclose(out) == 0;
-  if (!good) fprintf(stderr, "%s can't be written (status %d)\n", argv[2], (int)status);
+  if (!good) fprintf(stderr, "%s can't be written (%s)\n", argv[2], qelStatusText(status));
   qeliEncodeHuffmanSpecFree_JPEG_8u(dc), qeliEncodeHuffmanSpecFree_JPEG_8u(ac),
       qeliEncodeHuffmanStateFree_JPEG_8u(state);
   free(picture), free(file), fclose(in);

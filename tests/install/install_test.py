@@ -1,5 +1,6 @@
-"""The header as a document; an installed tree that was moved, used in every way that README shows; and its images on an
+"""The headers as documents and as an ABI; an installed tree that was moved, used in every way that README shows; and its images on an
 old processor."""
+import filecmp
 import glob
 import os
 import platform
@@ -9,6 +10,10 @@ import subprocess
 import sys
 import tempfile
 import unittest
+
+from PIL import Image
+
+import abi
 
 BUILD = os.path.abspath(sys.argv.pop(1))
 SOURCE = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
@@ -52,6 +57,10 @@ int32_t ownGetNumThreads(void) { return 1; }
 int32_t qelGetMaxCacheSizeB(int32_t* bytes) { return *bytes = 0, -7; }
 uint64_t qelGetEnabledCpuFeatures(void) { return puts("own features"), 0; }
 """
+
+
+# A function that gives nothing, to be loaded in front of the library's.
+SPOILT = "int qeliAdd128_JPEG_16s8u_C1R(void) { return 0; }\n"
 
 
 def readme_blocks(language):
@@ -105,9 +114,45 @@ class HeaderTest(unittest.TestCase):
         self.assertEqual([line for line in self.text.splitlines() if len(line) > 110], [])
 
     def test_compiles_by_itself(self):
+        headers = [self.path, *glob.glob(os.path.join(SOURCE, "qelcore", "qel[cj]*.h"))]
+        self.assertEqual(len(headers), 4)
         for command in ("cc -x c -std=c11", "c++ -x c++ -std=c++17"):
-            subprocess.run([*command.split(), "-pedantic", "-Wall", "-Wextra", "-Werror", "-fsyntax-only", self.path],
-                           check=True)
+            subprocess.run([*command.split(), "-pedantic", "-Wall", "-Wextra", "-Werror", "-fsyntax-only",
+                            f"-I{SOURCE}/include", *headers], check=True)
+
+    def printed(self, statements):
+        """What a program of these statements prints, with the headers beside qelcore.h."""
+        with tempfile.TemporaryDirectory() as directory:
+            program = os.path.join(directory, "program")
+            source = write(f"{program}.c", '#include <stdio.h>\n#include "qelj_status.h"\n#include "qelj_typical.h"\n'
+                           f"int main(void) {{ {statements} }}\n")
+            subprocess.run(["cc", source, f"-I{SOURCE}/include", f"-I{SOURCE}/qelcore", "-o", program], check=True)
+            return subprocess.run([program], check=True, stdout=subprocess.PIPE).stdout.decode()
+
+    def test_every_status_has_its_text(self):
+        statuses = re.findall(r"^  (qelStatus\w+) = -?[0-9]+", self.text, re.MULTILINE)
+        self.assertEqual(len(statuses), 18)
+        texts = self.printed("".join(f"puts(qelStatusText({status}));" for status in [*statuses, "1", "-1"]))
+        self.assertEqual(len(set(texts.splitlines())), 20)
+        self.assertEqual(texts.splitlines()[-2:], ["unknown warning", "unknown failure"])
+
+    def test_typical_tables(self):
+        # Another encoder writes them at quality 50.
+        with tempfile.TemporaryFile() as file:
+            Image.new("YCbCr", (16, 16)).save(file, "JPEG", quality=50)
+            file.seek(0)
+            jpeg = file.read().hex()
+        lists = [f"qelTypical{kind}[{i}]" for kind in ("Quantisers", "DcBits", "AcBits", "AcVals") for i in (0, 1)]
+        tables = self.printed("".join(
+            f"for (unsigned i = 0; i < sizeof {name}; ++i) printf(\"%02x\", {name}[i]); puts(\"\");"
+            for name in [*lists, "qelTypicalDcVals"])).splitlines()
+        for text in (*tables[:2], *(tables[i] + tables[8] for i in (2, 3)), *(tables[i] + tables[i + 2] for i in (4, 5))):
+            self.assertIn(text, jpeg)
+
+    @unittest.skipUnless(shutil.which("abidiff"), "needs abigail-tools")
+    def test_abi_is_the_kept_one(self):
+        for name in abi.HEADERS:
+            self.assertEqual(abi.difference(name), "", "see tests/install/abi.py")
 
 
 class InstallTest(unittest.TestCase):
@@ -120,11 +165,11 @@ class InstallTest(unittest.TestCase):
         cls.environment.setdefault("CCACHE_DIR", os.path.expanduser("~/.cache/ccache"))
         cls.environment["HOME"] = cls.home
         # README's first line configures and builds, too; what it installs is built already.
-        (block,) = readme_blocks("sh")
+        block, cls.by_pkg_config = readme_blocks("sh")
         build, cls.compile, cls.convert = block.splitlines()
         configure, build, install = build.split(" && ")
-        assert (configure, build) == ("cmake --preset demo", "cmake --build build/demo")
-        cls.run_in(SOURCE, install.replace("build/demo", BUILD).replace("/qelj", "/first/place"))
+        assert (configure, build) == ("cmake --preset release", "cmake --build build/release")
+        cls.run_in(SOURCE, install.replace("build/release", BUILD).replace("/qelj", "/first/place"))
         os.rename(os.path.join(cls.home, "first", "place"), cls.prefix)
 
     @classmethod
@@ -149,13 +194,12 @@ class InstallTest(unittest.TestCase):
         with open(os.path.join(SOURCE, "examples", "tiny", "block.c")) as file:
             self.assertTrue(file.read().endswith(program))
         write(os.path.join(self.work, "program.c"), program)
-        shutil.copy(os.path.join(SOURCE, "examples", "tiny", "typical.h"), self.work)
 
     def run_here(self, command, status=0):
         return self.run_in(self.work, command, status)
 
     def assert_encodes(self, output):
-        self.assertRegex(output, r"(?m)^status 0, 64 samples in [1-9][0-9]* bytes$")
+        self.assertRegex(output, r"(?m)^success: 64 samples in [1-9][0-9]* bytes$")
 
     def test_compiler_line_and_converter(self):
         self.run_here(self.compile)
@@ -165,26 +209,90 @@ class InstallTest(unittest.TestCase):
         self.run_here(self.convert)
         self.assertIn("JPEG", self.run_here("$HOME/qelj/bin/qelconv --info photograph.jpg"))
 
+    def test_pkg_config_and_self_test(self):
+        for compiler in ("cc -std=c11", "c++ -x c++ -std=c++17"):
+            block = self.by_pkg_config.replace("\ncc program.c", f"\n{compiler} -pedantic -Wall -Wextra -Werror program.c")
+            # The compiler would take libraries for sources, too.
+            output = self.run_here(block.replace("program.c", "program.c -x none"))
+            self.assertIn("\n300 exports give what they should\n", output)
+            self.assert_encodes(self.run_here("./program"))
+        write(os.path.join(self.work, "spoilt.c"), SPOILT)
+        self.run_here("cc -shared -fPIC spoilt.c -o spoilt.so")
+        output = self.run_here("LD_PRELOAD=./spoilt.so $HOME/qelj/bin/qelj-selftest", status=1)
+        self.assertRegex(output, "(?m)^qeliAdd128_JPEG_16s8u_C1R: ")
+        self.assertIn("\n1 of 300 exports do NOT give what they should\n", output)
+
+    def test_components(self):
+        def files(component, *options):
+            prefix = os.path.join(self.work, component)
+            self.run_here(f"cmake --install {BUILD} --prefix {prefix} {' '.join(options)}")
+            return {os.path.relpath(os.path.join(folder, name), prefix)
+                    for folder, _, names in os.walk(prefix) for name in names}
+        kinds = {"runtime": ("lib/libqelcore.so.7", "share/doc/qelj/LICENSE"),
+                 "development": ("include/qelj_status.h", "lib/libqelj.so", "lib/cmake/qelj/qeljConfig.cmake"),
+                 "tools": ("bin/qelconv", "bin/qelj-selftest"),
+                 "documentation": ("share/doc/qelj/CHANGELOG.md", "share/doc/qelj/docs/porting.md")}
+        parts = {kind: files(kind, "--component", kind) for kind in kinds}
+        for kind, some in kinds.items():
+            self.assertLessEqual(set(some), parts[kind])
+        self.assertEqual(sorted(name for part in parts.values() for name in part), sorted(files("all")))
+
+    def test_needs_nothing_but_c_and_openmp(self):
+        for name, needed in (("qelcore", "c|ld-linux.*"), ("qelj", "c|m|ld-linux.*|qelcore|gomp|omp|omp5")):
+            section = self.run_here(f"readelf -dW $HOME/qelj/lib/lib{name}.so")
+            for library in re.findall(r"\(NEEDED\) .*\[(?:lib)?(.*)\.so[.0-9]*\]", section):
+                self.assertRegex(library, rf"\A({needed})\Z", name)
+            self.assertIn("BIND_NOW", section)
+
+    def recipe(self, block, build, options=""):
+        """Configures and builds a project of one of README's blocks, and runs its program."""
+        write(os.path.join(self.work, "CMakeLists.txt"),
+              f"cmake_minimum_required(VERSION 3.25)\nproject(recipe C)\nadd_executable(program program.c)\n{block}")
+        self.run_here(f"cmake -G Ninja -B {build} -DCMAKE_PREFIX_PATH=$HOME/qelj -DQELJ_CPU=portable {options}")
+        # A part of another project leaves that one's settings alone, and builds what is linked only.
+        with open(os.path.join(self.work, build, "CMakeCache.txt")) as file:
+            cache = file.read()
+        self.assertRegex(cache, "(?m)^CMAKE_BUILD_TYPE:STRING=$")
+        self.assertRegex(cache, "(?m)^CMAKE_C_FLAGS_RELEASE:STRING=-O3 -DNDEBUG$")
+        self.assertNotRegex(self.run_here(f"ninja -C {build} -t targets all"), "qelconv|selftest|test_|tiny_|bench_")
+        self.run_here(f"cmake --build {build} --parallel 2")
+        self.assert_encodes(self.run_here(f"{build}/program"))
+
     def test_cmake(self):
         blocks = readme_blocks("cmake")
         self.assertEqual([re.match(r"\w+", block)[0] for block in blocks],
                          ["find_package", "add_subdirectory", "include"])
         os.symlink(SOURCE, os.path.join(self.work, "qelj"))
-        for number, block in enumerate(blocks):
-            with self.subTest(block=block):
-                write(os.path.join(self.work, "CMakeLists.txt"),
-                      f"cmake_minimum_required(VERSION 3.25)\nproject(recipe C)\nadd_executable(program program.c)\n"
-                      f"{block}")
-                build = f"build{number}"
-                self.run_here(f"cmake -G Ninja -B {build} -DCMAKE_PREFIX_PATH=$HOME/qelj -DQELJ_CPU=portable")
-                # A part of another project leaves that one's settings alone, and builds what is linked only.
-                with open(os.path.join(self.work, build, "CMakeCache.txt")) as file:
-                    cache = file.read()
-                self.assertRegex(cache, "(?m)^CMAKE_BUILD_TYPE:STRING=$")
-                self.assertRegex(cache, "(?m)^CMAKE_C_FLAGS_RELEASE:STRING=-O3 -DNDEBUG$")
-                self.assertNotRegex(self.run_here(f"ninja -C {build} -t targets all"), "qelconv|test_|tiny_|bench_")
-                self.run_here(f"cmake --build {build} --parallel 2")
-                self.assert_encodes(self.run_here(f"{build}/program"))
+        self.recipe(blocks[0], "build")
+        self.recipe(blocks[1], "shared")
+        self.recipe(blocks[2], "static", "-DBUILD_SHARED_LIBS=OFF")
+        # The static libraries, installed and moved: the same lines link them.
+        self.run_here("cmake --install static --prefix moving && mv moving $HOME/static")
+        visible = [line.split() for line in self.run_here("nm -g --defined-only $HOME/static/lib/lib*.a").splitlines()]
+        names = {kind: {word[2] for word in visible if len(word) == 3 and word[1] == kind} for kind in "TW"}
+        self.assertEqual(sum(len(word) == 3 for word in visible), len(names["T"]) + len(names["W"]))
+        self.assertEqual(names["T"], set(HeaderTest.declared))
+        with open(os.path.join(SOURCE, "qelcore", "qelcore.h")) as file:
+            self.assertEqual(names["W"], set(re.findall(r"^QELCORE_API .*?(\w+)\(", file.read(), re.MULTILINE)))
+        self.recipe(blocks[0], "static_package", "-DCMAKE_PREFIX_PATH=$HOME/static")
+        compile = self.by_pkg_config.splitlines()[1]
+        self.run_here(f"PKG_CONFIG_PATH=$HOME/static/lib/pkgconfig; export PKG_CONFIG_PATH; {compile}")
+        self.assert_encodes(self.run_here("./program"))
+        self.assertNotIn("qel", self.run_here("readelf -dW program | grep NEEDED"))
+        write(os.path.join(self.work, "core.c"), OWN_CORE)
+        self.run_here(self.compile.replace("$HOME/qelj", "$HOME/static").replace("program.c", "program.c core.c")
+                      .replace("-lqelcore", "-lqelcore -lgomp -lm"))
+        self.assertIn("own memory", self.run_here("./program"))
+        # The sources in another place give the same bytes.
+        os.remove(os.path.join(self.work, "qelj"))
+        shutil.copytree(SOURCE, os.path.join(self.work, "qelj"), ignore=shutil.ignore_patterns("build", ".*", "tests"))
+        self.environment["CCACHE_DISABLE"] = "1"
+        self.recipe(blocks[1], "another/place")
+        del self.environment["CCACHE_DISABLE"]
+        for name in ("libqelj.so.7", "libqelcore.so.7"):
+            first, second = (glob.glob(f"{self.work}/{build}/**/{name}", recursive=True)
+                             for build in ("shared", "another/place"))
+            self.assertTrue(filecmp.cmp(*first, *second, shallow=False), name)
 
     def test_package_version(self):
         for wanted, found in (("7", True), ("7.1.0", True), ("7.2", False), ("6.0", False), ("8.0", False)):

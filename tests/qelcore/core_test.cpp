@@ -134,8 +134,7 @@ TEST(CoreTexts, Quotas) {
   EXPECT_EQ(2, unified("200000 100000\n"));
   EXPECT_EQ(3, unified("200001 100000\n"));
   EXPECT_EQ(1, unified("1000 100000\n"));
-  for (const char* garbled :
-       {"max 100000\n", "", "\n", "200000", "200000 0\n", "0 100000\n", "-5 1\n", "a b", "5 -1"})
+  for (const char* garbled : {"max 100000\n", "", "\n", "200000", "200000 0\n", "0 100000\n", "-5 1\n", "a b", "5 -1"})
     EXPECT_EQ(kNone, unified(garbled)) << garbled;
   EXPECT_EQ(kNone, unified("99999999999999999999 1\n"));
   EXPECT_EQ(2, granted({{groups, "0::/a/b/c\n"},
@@ -217,10 +216,8 @@ TEST(Core, SettingIsTheThreadsOwn) {
 
 TEST(Core, CallsNeitherEnterTheKernelNorAllocate) {
   const std::string printed = fresh("-u OMP_NUM_THREADS", "quiet");
-  if (printed == "forbidden")
-    GTEST_SKIP() << "the kernel lets no process forbid itself system calls (seccomp)";
-  EXPECT_EQ(": done", printed.substr(std::min(printed.rfind(':'), printed.size())))
-      << "it ended in: " << printed;
+  if (printed == "forbidden") GTEST_SKIP() << "the kernel lets no process forbid itself system calls (seccomp)";
+  EXPECT_EQ(": done", printed.substr(std::min(printed.rfind(':'), printed.size()))) << "it ended in: " << printed;
 }
 
 // --- fork() ------------------------------------------------------------------------------------------------
@@ -230,8 +227,7 @@ bool shiftsRight() {
   std::vector<uint8_t> src(size_t(kSize.width) * kSize.height);
   std::vector<int16_t> dst(src.size());
   Random().fill(src.data(), src.size());
-  bool right =
-      qeliSub128_JPEG_8u16s_C1R(src.data(), kSize.width, dst.data(), 2 * kSize.width, kSize) == qelStatusOk;
+  bool right = qeliSub128_JPEG_8u16s_C1R(src.data(), kSize.width, dst.data(), 2 * kSize.width, kSize) == qelStatusOk;
   for (size_t i = 0; i < src.size(); ++i) right &= dst[i] == src[i] - 128;
   return right;
 }
@@ -261,8 +257,7 @@ TEST(CoreFork, ChildOfAParentThatForkedTeamsStaysOnOneThread) {
 
 TEST(CoreFork, ChildMaySetAnotherCount) {
   EXPECT_TRUE(trueInChild([] {
-    return qelSetNumThreads(3) == 0 && ownGetNumThreads() == 3 && qelSetNumThreads(0) == 3 &&
-           ownGetNumThreads() == 1;
+    return qelSetNumThreads(3) == 0 && ownGetNumThreads() == 3 && qelSetNumThreads(0) == 3 && ownGetNumThreads() == 1;
   }));
 }
 
