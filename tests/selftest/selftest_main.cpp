@@ -28,9 +28,7 @@ int main(int argc, char**) {
     Digests digests;
     failed += !(compareExport(name, images, true, digests) && hold(name, digests, expected, true));
   }
-  if (failed)
-    std::printf("%d of %zu exports do NOT give what they should\n", failed, kExports.size());
-  else
-    std::printf("%zu exports give what they should\n", kExports.size());
+  if (failed) std::printf("%d of %zu exports do NOT give what they should\n", failed, kExports.size());
+  else std::printf("%zu exports give what they should\n", kExports.size());
   return failed != 0;
 }

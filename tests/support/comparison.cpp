@@ -65,8 +65,8 @@ const char* currentImage = "";
 int currentRound = 0;
 void reportFault(int, siginfo_t* info, void*) {
   char text[512];
-  const int n = std::snprintf(text, sizeof text, "%s: round %d: %s reached the inaccessible address %p\n",
-                              current, currentRound, currentImage, info->si_addr);
+  const int n = std::snprintf(text, sizeof text, "%s: round %d: %s reached the inaccessible address %p\n", current,
+                              currentRound, currentImage, info->si_addr);
   [[maybe_unused]] const auto written = write(STDOUT_FILENO, text, size_t(n));
   _exit(1);
 }
@@ -88,7 +88,7 @@ DigestFile readDigests(std::istream& from) {
 }
 
 void reportFaults() {
-  struct sigaction action {};
+  struct sigaction action{};
   action.sa_sigaction = reportFault;
   action.sa_flags = SA_SIGINFO;
   sigaction(SIGSEGV, &action, nullptr);
@@ -117,8 +117,7 @@ bool compareExport(const char* name, const std::vector<Image>& images, bool quic
       const std::vector<uint8_t>& given = c.finish();
       if (allocated != 0) c.fault("memory was not released");
       if (!c.fault().empty())
-        return std::printf("%s: round %d: %s: %s\n", name, round, image.path().c_str(), c.fault().c_str()),
-               false;
+        return std::printf("%s: round %d: %s: %s\n", name, round, image.path().c_str(), c.fault().c_str()), false;
       if (&image == &images.front()) {
         reference = given;
         digests.all = digest(digests.all, reference);
@@ -127,8 +126,8 @@ bool compareExport(const char* name, const std::vector<Image>& images, bool quic
       if (given == reference) continue;
       size_t at = 0;
       while (at < reference.size() && at < given.size() && reference[at] == given[at]) ++at;
-      std::printf("%s: round %d: %s differs at traced byte %zu of %zu\n", name, round, image.path().c_str(),
-                  at, reference.size());
+      std::printf("%s: round %d: %s differs at traced byte %zu of %zu\n", name, round, image.path().c_str(), at,
+                  reference.size());
       return false;
     }
     if (round == quick - 1) digests.quick = digests.all;
