@@ -7,7 +7,6 @@ counts_directory, baseline_path, compiler = pathlib.Path(sys.argv[1]), pathlib.P
 LIMIT = 1.03
 
 
-
 def dumped(pattern):
     """What each dump of a program counted, by the name that the program gave it."""
     found = {}
@@ -46,7 +45,8 @@ for name in sorted(kept.keys() | counts.keys()):
     elif now > before * LIMIT:
         grown.append(f"{name}: {before} -> {now} instructions ({100 * now / before - 100:+.1f} %)")
 together = sum(counts.values()) / max(1, sum(kept.values()))
-print(f"{len(counts)} exports, {100 * together - 100:+.2f} % instructions in all; {len(grown)} more than 3 % above the kept count")
+print(f"{len(counts)} exports, {100 * together - 100:+.2f} % instructions in all; "
+      f"{len(grown)} more than 3 % above the kept count")
 print("\n".join(grown))
 if compiler != lines[0]:
     print(f"The kept counts are of another compiler ({lines[0]}): nothing is held against them.")

@@ -28,7 +28,8 @@ def tiff(width, height, strips, compression=1, *, fields=()):
         data += b"" if strip is strips[0] and data else strip
     places = (head, head + 4 * n) if n > 1 else (offsets[0], counts[0])
     entries = [(256, 4, 1, width), (257, 4, 1, height), (258, 3, 1, 8), (259, 3, 1, compression), (262, 3, 1, 1),
-               (273, 4, n, places[0]), (277, 3, 1, 1), (278, 4, 1, 1 if n > 1 else height), (279, 4, n, places[1]), *fields]
+               (273, 4, n, places[0]), (277, 3, 1, 1), (278, 4, 1, 1 if n > 1 else height), (279, 4, n, places[1]),
+               *fields]
     directory = struct.pack("<H", len(entries)) + b"".join(struct.pack("<HHII", *e) for e in entries) + bytes(4)
     return b"II*\0" + struct.pack("<I", 8) + directory + struct.pack(f"<{2 * n}I", *offsets, *counts) + data
 
@@ -64,7 +65,8 @@ class ConvertTest(InteropTest):
                     self.assertEqual((height, width), back.shape[:2])
                     if not {"--quality", "--irreversible"} & set(options) and name != "a.dds":
                         self.assertTrue(np.array_equal(array, back))
-        self.assertIn("too large", fails(QELCONV, self.file("over.pgm", b"P5 65536 1 255 " + bytes(65536)), self.path("b.png")))
+        self.assertIn("too large", fails(QELCONV, self.file("over.pgm", b"P5 65536 1 255 " + bytes(65536)),
+                                         self.path("b.png")))
 
     def test_failures_name_the_file_and_the_reason(self):
         out = self.path("out.png")
@@ -89,7 +91,8 @@ class ConvertTest(InteropTest):
     def test_every_cut_is_told(self):
         small = self.cut("small.ppm", 24, 18)
         picture = read_pnm(small)[:, :, 0]
-        files = [(convert(small, self.path(f"{i}{name}"), *options), partial) for i, (name, *options, partial) in enumerate(
+        files = [(convert(small, self.path(f"{i}{name}"), *options), partial)
+                 for i, (name, *options, partial) in enumerate(
             [(".j2k", 0.8), (".jp2", "--layers", 3, 0.7), (".j2k", "--tiles", "8x8", "--style", "terminate", 0.9),
              (".jxr", 0.8), (".png", 0.9), (".ppm", 0.9), (".dds", 0.6), (".tif", 0)])]
         files += [(self.file("first.tif", tiff(24, 18, [row.astype("u1").tobytes() for row in picture])), 0.4),
@@ -108,7 +111,8 @@ class ConvertTest(InteropTest):
                     self.assertIn("cut: ", fails(QELCONV, part, out))
                     result = subprocess.run([QELCONV, part, out, "--partial"], capture_output=True)
                     self.assertIn(result.returncode, (0, 1))
-                    self.assertIn(b"only part of the picture: " if result.returncode == 0 else b"qelconv: ", result.stderr)
+                    self.assertIn(b"only part of the picture: " if result.returncode == 0 else b"qelconv: ",
+                                  result.stderr)
                     if result.returncode == 0:
                         parts += 1
                         self.assertEqual(len(whole), len(contents(out)))
@@ -141,7 +145,8 @@ class ConvertTest(InteropTest):
         row = b"\x81\0" * 600
         for name, data, expected in [
                 ("19 bytes of PNM", b"P6 18000 18000 255 ", "truncated"),
-                ("75 bytes of PAM", b"P7\nWIDTH 16000\nHEIGHT 16000\nDEPTH 4\nMAXVAL 65535\nTUPLTYPE RGB_ALPHA\nENDHDR\n", "truncated"),
+                ("75 bytes of PAM",
+                 b"P7\nWIDTH 16000\nHEIGHT 16000\nDEPTH 4\nMAXVAL 65535\nTUPLTYPE RGB_ALPHA\nENDHDR\n", "truncated"),
                 ("text", b"P3 15000 15000 255\n1 2 3", "truncated"),
                 ("float map", b"PF\n16000 16000\n-1.0\n", "truncated"),
                 ("PNG that claims", png(30000, 10000, 8, 2, bytes(3 << 20)), "truncated"),
@@ -150,7 +155,8 @@ class ConvertTest(InteropTest):
                 ("DDS", dds(16000, 16000, b""), "truncated"),
                 ("TIFF of one strip", tiff(30000, 30000, [b"abc"]), "truncated"),
                 ("TIFF of strips in one place", tiff(60000, 1000, [row] * 1000, 32773), "--max-memory"),
-                ("TIFF of fields in one place", tiff(8, 8, [b""], fields=[(400 + i, 1, 9000, 8) for i in range(700)]), "too")]:
+                ("TIFF of fields in one place", tiff(8, 8, [b""], fields=[(400 + i, 1, 9000, 8) for i in range(700)]),
+                 "too")]:
             self.assertLess(len(data), 10240)
             path = self.file("bomb", data)
             with self.subTest(name=name):

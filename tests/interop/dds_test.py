@@ -152,7 +152,8 @@ class DdsTest(InteropTest):
         for length in (4, 20, 127, 140, 147, 160, len(whole) - 1):
             open(self.path("cut.dds"), "wb").write(whole[:length])
             self.assertIn("truncated", fails(QELCONV, self.path("cut.dds"), out))
-        for at, value, reason in ((128, 61, "DXGI format 61"), (84, 0x39584444, "DDX9"), (80, 64, "BC1 to BC7"), (12, 0, "empty"),
+        for at, value, reason in ((128, 61, "DXGI format 61"), (84, 0x39584444, "DDX9"), (80, 64, "BC1 to BC7"),
+                                  (12, 0, "empty"),
                                   (16, 0x7FFFFFFF, "too large")):
             open(self.path("bent.dds"), "wb").write(whole[:at] + struct.pack("<I", value) + whole[at + 4:])
             self.assertIn(reason, fails(QELCONV, self.path("bent.dds"), out))

@@ -17,7 +17,8 @@ def codestream(width, height, tile_width, tile_height, tiles, components=3, leve
     """A codestream of given tile-parts, as (tile, bytes)."""
     def segment(marker, body):
         return struct.pack(">HH", marker, len(body) + 2) + body
-    size = struct.pack(">H8IH", 0, width, height, 0, 0, tile_width, tile_height, 0, 0, components) + b"\7\1\1" * components
+    size = struct.pack(">H8IH", 0, width, height, 0, 0, tile_width, tile_height, 0, 0, components)
+    size += b"\7\1\1" * components
     coding = struct.pack(">BBHB5B", len(precincts) > 0, order, layers, 0, levels, block, block, 0, 1) + precincts
     head = b"\xff\x4f" + segment(0xff51, size) + segment(0xff52, coding)
     head += segment(0xff5c, bytes([2 << 5]) + bytes([(planes - 1) << 3]) * (3 * levels + 1))
@@ -146,7 +147,8 @@ class Jpeg2000Test(InteropTest):
     def test_lossy_of_ours(self):
         original = read_pnm(self.coffee)
         for options in (["--rate", 1.5], ["--irreversible"], ["--irreversible", "--rate", "0.25,1,3"],
-                        ["--irreversible", "--psnr", 38], ["--irreversible", "--rate", 1, "--style", "bypass,terminate"],
+                        ["--irreversible", "--psnr", 38],
+                        ["--irreversible", "--rate", 1, "--style", "bypass,terminate"],
                         ["--irreversible", "--rate", 1, "--tiles", "256x100"]):
             with self.subTest(options=options):
                 path = self.our_file(self.coffee, *options)
@@ -214,16 +216,20 @@ class Jpeg2000Test(InteropTest):
         few, full, nothing = b"\0" * 16, b"\0" * 8000, b"\x80" * 8000
         for name, data, expected in [
                 ("tiles of one sample", codestream(255, 255, 1, 1, [(0, few)]), "truncated"),
-                ("and data for some", codestream(255, 255, 1, 1, [(t, b"\0") for t in range(600)], 1, 0), "tiles are missing"),
+                ("and data for some", codestream(255, 255, 1, 1, [(t, b"\0") for t in range(600)], 1, 0),
+                 "tiles are missing"),
                 ("32 levels", codestream(255, 255, 255, 255, [(0, few * 7)], levels=32), None),
                 ("one large tile", codestream(18000, 18000, 18000, 18000, [(0, few)]), "--max-memory"),
                 ("many tiles", codestream(18000, 18000, 71, 71, [(0, few)]), "--max-memory"),
                 ("many parts", codestream(1500, 1500, 30, 30, [(0, b"")] * 600), "truncated"),
                 ("small blocks", codestream(2000, 2000, 2000, 2000, [(0, few * 2)], block=0), "--max-memory"),
                 ("tiny precincts", codestream(2000, 2000, 2000, 2000, [(0, full)], precincts=b"\x11" * 6), "truncated"),
-                ("layers of nothing", codestream(1500, 1500, 1500, 1500, [(0, nothing)], 1, 0, 0, 0, 8000), "--max-memory"),
-                ("the same by place", codestream(1500, 1500, 1500, 1500, [(0, nothing)], 1, 0, 0, 2, 8000), "--max-memory"),
-                ("all passes", codestream(1900, 2500, 1900, 2500, [(0, all_passes(30, 40, 91))], 1, 0, planes=32), None),
+                ("layers of nothing", codestream(1500, 1500, 1500, 1500, [(0, nothing)], 1, 0, 0, 0, 8000),
+                 "--max-memory"),
+                ("the same by place", codestream(1500, 1500, 1500, 1500, [(0, nothing)], 1, 0, 0, 2, 8000),
+                 "--max-memory"),
+                ("all passes", codestream(1900, 2500, 1900, 2500, [(0, all_passes(30, 40, 91))], 1, 0, planes=32),
+                 None),
                 ("an empty picture", codestream(2000, 2000, 2000, 2000, [(0, b"\0" * 18)]), None)]:
             self.assertLess(len(data), 10240)
             path = self.file("bomb.j2k", data)

@@ -142,7 +142,9 @@ class JpegTest(InteropTest):
         data = contents(self.cjpeg(self.coffee, "-progressive", "-sample", "1x1"))
         original, last = read_pnm(self.coffee), 0
         starts = [i for i in range(len(data) - 1) if data[i:i + 2] == b"\xff\xda"]
-        tables = lambda end: data.rindex(b"\xff\xc4", 0, end)  # the DHT in front of a scan
+
+        def tables(end):
+            return data.rindex(b"\xff\xc4", 0, end)  # the DHT in front of a scan
         for start in starts[1:]:
             end = start
             while tables(end) > starts[starts.index(start) - 1]:

@@ -47,7 +47,8 @@ class JpegXrTest(InteropTest):
         for source, array, channels in self.sources():
             for order in ([], ["-f"]):  # frequency mode, spatial mode
                 self.assert_same(array, self.decode_ours(self.encode_theirs(source, channels, *order)))
-                for options in (["-q", 0.9], ["-q", 0.5], ["-q", 3], ["-q", 120], ["-q", 1, "-F", 2], ["-q", 30, "-F", 9],
+                for options in (["-q", 0.9], ["-q", 0.5], ["-q", 3], ["-q", 120], ["-q", 1, "-F", 2],
+                                ["-q", 30, "-F", 9],
                                 ["-q", 1, "-s", 1], ["-q", 30, "-s", 2], ["-q", 1, "-s", 3]):
                     path = self.encode_theirs(source, channels, *order, *options)
                     self.assert_same(self.decode_theirs(path, channels), self.decode_ours(path))
@@ -96,7 +97,8 @@ class JpegXrTest(InteropTest):
         self.assertLess(abs(sizes[3] - theirs), theirs * 0.01)
 
     def test_what_cannot_be_read_says_why(self):
-        for options, word in ((["-l", 1], "overlap"), (["-d", 1], "subsampled"), (["-V", 2], "tile"), (["-d", 0], "output")):
+        for options, word in ((["-l", 1], "overlap"), (["-d", 1], "subsampled"), (["-V", 2], "tile"),
+                              (["-d", 0], "output")):
             path = self.encode_theirs(self.coffee, 3, *options)
             self.assertIn(word, fails(QELCONV, path, self.path("never.ppm")))
 
@@ -121,7 +123,8 @@ class JpegXrTest(InteropTest):
         data = contents(convert(self.cut("small.ppm", 16, 16), self.path("small.jxr"), "--quality", 10))
         sides = data.index(b"WMPHOTO") + 12
         for width, height in ((60000, 5000), (65535, 16), (16, 65535)):
-            bomb = self.file("bomb.jxr", data[:sides] + (width - 1).to_bytes(2, "big") + (height - 1).to_bytes(2, "big") +
+            bomb = self.file("bomb.jxr", data[:sides] +
+                             (width - 1).to_bytes(2, "big") + (height - 1).to_bytes(2, "big") +
                              data[sides + 4:])
             status, printed = bounded(QELCONV, bomb, self.path("bomb.ppm"))
             self.assertEqual((1, True), (status, "truncated" in printed), printed)

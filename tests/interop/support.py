@@ -118,5 +118,3 @@ class InteropTest(unittest.TestCase):
         """The top left part of the photograph, as a PNM file."""
         array = read_pnm(self.coffee)[:height, :width]
         return write_pnm(self.path(name), array if channels == 3 else array[:, :, 1:2])
-
-

@@ -28,7 +28,8 @@ class TiffTest(InteropTest):
             yield f"{width}-4", self.path(f"{width}-4.png")
 
     def same(self, a, b):
-        self.assertTrue(np.array_equal(read_pnm(convert(a, self.path("a.pam"))), read_pnm(convert(b, self.path("b.pam")))))
+        self.assertTrue(np.array_equal(read_pnm(convert(a, self.path("a.pam"))),
+                                       read_pnm(convert(b, self.path("b.pam")))))
 
     def test_written_files_are_read_by_libtiff(self):
         for name, source in self.pictures():
@@ -74,7 +75,8 @@ class TiffTest(InteropTest):
         entry = data.index(struct.pack("<HHIHH", 262, 3, 1, 1, 0))
         data[entry + 8] = 0
         open(self.path("white.tif"), "wb").write(data)
-        self.assertTrue(np.array_equal(255 - read_pnm(source), read_pnm(convert(self.path("white.tif"), self.path("b.pgm")))))
+        self.assertTrue(np.array_equal(255 - read_pnm(source),
+                                       read_pnm(convert(self.path("white.tif"), self.path("b.pgm")))))
 
     def test_what_is_not_baseline_is_refused_by_name(self):
         ours = convert(self.cut("part.ppm", 64, 64), self.path("part.tif"))

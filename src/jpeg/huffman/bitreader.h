@@ -29,11 +29,10 @@ inline uint32_t longCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
   const U codes = mulHi(bits, U{1 << 9, 1 << 10, 1 << 11, 1 << 12, 1 << 13, 1 << 14, 1 << 15, 0}) |
                   (bits & U{0, 0, 0, 0, 0, 0, 0, 0xFFFF});
   const I max = load<I>(reinterpret_cast<const char*>(table) + offsetof(QelDecodeHuffmanSpec, maxCode[9]));
-  // A length without codes has a maximum of -1, which only codes of 16 bits can seem to reach.
+  // A length without codes has a maximum of -1, which only codes of 16 bits can seem to reach; none of these is an index.
   const uint32_t found = ~simd::topBits(as<int16_t>(codes) > max) & 0xFFFF;
   if (found == 0) return 0;
   const int l = 9 + std::countr_zero(found) / 2;
-  if (table->maxCode[l] == 0xFFFF) return 0;
   const int index = table->valueIndex[l] - table->minCode[l] + int(next >> (16 - l));
   return unsigned(index) < 256 ? uint32_t(l) << 16 | table->symbols[index] : 0;
 }
@@ -183,7 +182,7 @@ class BitReader {
     int code = int(take(length));
     for (int l = length;; ++l) {
       // Compared as 16-bit signed values, as the table holds them.
-      if (table->maxCode[l] != 0xFFFF && int16_t(code) <= int16_t(table->maxCode[l])) {
+      if (int16_t(code) <= int16_t(table->maxCode[l])) {
         const int index = table->valueIndex[l] - table->minCode[l] + code;
         if (unsigned(index) < 256) {
           symbol = uint8_t(table->symbols[index]);
