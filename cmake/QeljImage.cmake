@@ -39,7 +39,8 @@ function(qelj_library target name)
       LINK_DEPENDS ${script})
     # Never unloaded: the OpenMP runtime would go as well, and between calls its threads wait in its code; and what
     # qelcore registers for a fork lives as long as the process.
-    target_link_options(${target} PRIVATE -Wl,--version-script=${script} -Wl,-z,relro,-z,now,-z,nodelete)
+    target_link_options(${target} PRIVATE
+      -Wl,--version-script=${script} -Wl,-z,relro,-z,now,-z,nodelete -Wl,--as-needed)
   else()
     set(code ${target}_code)
     set(object ${PROJECT_BINARY_DIR}/${name}_library.o)
