@@ -1174,7 +1174,7 @@ QELJ_API QelStatus qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(
  * Tables and states hold no addresses, and a coder does not trust them: whatever they hold, nothing is
  * written outside the state and the buffers, nothing is read outside them, and every call ends. What such
  * calls give is not defined; an encoder that a table tells codes of more than 16 bits may give
- * qelStatusJpegHuffTable. The Direct encoder has no length: it keeps to the room that a block can need.
+ * qelStatusJpegHuffTable. The Direct encoder has no length: it keeps to its 513 bytes.
  *
  *   qelStatusNullPointer     a pointer is null; in ...InitAlloc also a failed allocation (*spec or *state is
  *                            then null)

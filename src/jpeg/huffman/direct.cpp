@@ -110,7 +110,8 @@ QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src, uint8_t*
     StepBits<kMaxBlockBits> memory;
     WideWriter<false> sink(memory, pendingCount ? *start >> (8 - pendingCount) : 0, pendingCount);
     ownCodeBlock(sink, ac, d, dcTable, acTable);
-    if (!sink.fits(kMaxBlockBits)) [[unlikely]]
+    // Neither a code nor a value has more than 16 bits: no more than 513 bytes, one of them partial, with all stuffed.
+    if (!sink.fits(64 * 32)) [[unlikely]]
       return QelStatus(qelStatusJpegHuffTable);
     const uint8_t* const end = sink.finishExactly(start);
     *dstBitPos = int32_t(uint32_t(end - dst) * 8 + uint32_t(sink.count()));
