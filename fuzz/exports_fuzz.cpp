@@ -2,31 +2,11 @@
 // portable one give the same bytes, in buffers beside inaccessible pages.
 #include <dlfcn.h>
 
-#include "support/compare.h"
+#include "support/comparison.h"
 #include "support/fuzz.h"
-
-// On one thread, which forks nothing in each of many small calls, with small caches.
-extern "C" int32_t ownGetNumThreads(void) {
-  ++qelj::test::threadQuestions;
-  return 1;
-}
-extern "C" int32_t qelGetMaxCacheSizeB(int32_t* bytes) {
-  *bytes = 1 << 20;
-  return 0;
-}
-
-namespace qelj::test {
-void* Image::find(const char* name) const { return dlsym(handle_, name); }
-}  // namespace qelj::test
 
 namespace qelj::fuzz {
 namespace {
-
-const char* const kExports[] = {
-#define QELJ_EXPORT(name) #name,
-#define QELJ_EXPORT_AS(name, implementation) #name,
-#include "frame/exports.def"
-};
 
 test::Image open(const char* path) {
   void* handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
@@ -37,8 +17,9 @@ test::Image open(const char* path) {
 }  // namespace
 
 void run(Input input) {
+  test::threads = 1;  // forks nothing in each of many small calls
   static const test::Image images[] = {open(QELJ_LIBRARY), open(QELJ_PORTABLE_LIBRARY)};
-  const char* name = kExports[input.take<uint16_t>() % std::size(kExports)];
+  const char* name = test::kExports[input.take<uint16_t>() % test::kExports.size()];
   const bool floats = std::strstr(name, "_32f_") != nullptr;
   const uint8_t choices = input.take();
   const auto bytes = input.rest();
@@ -56,7 +37,7 @@ void run(Input input) {
 
 std::vector<Seed> seeds() {
   std::vector<Seed> all;
-  for (uint16_t i = 0; i < std::size(kExports); ++i) all.push_back(Seed().put(i).byte(i));
+  for (uint16_t i = 0; i < test::kExports.size(); ++i) all.push_back(Seed().put(i).byte(i));
   return all;
 }
 
