@@ -1,5 +1,6 @@
 // Huffman encoders and decoders of all kinds in any order on one set of records: small destinations and short sources,
-// failures that nobody heeds, tables whose making failed, tables and states of any content. Nothing outside the buffers is touched.
+// failures that nobody heeds, tables whose making failed, tables and states of any content. Nothing outside the buffers
+// is touched.
 #include "support/huffman.h"
 
 namespace qelj::fuzz {

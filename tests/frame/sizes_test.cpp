@@ -1,5 +1,5 @@
-// What code-block states take against their formula in exact arithmetic, from the smallest sizes to the largest that can
-// be passed; and what is told when there is no memory.
+// What code-block states take against their formula in exact arithmetic, from the smallest sizes to the largest that
+// can be passed; and what is told when there is no memory.
 #include <gtest/gtest.h>
 
 #include <algorithm>

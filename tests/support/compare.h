@@ -258,8 +258,8 @@ class Case {
     return scratch_.back().data();
   }
 
-  // A call that counts: its status does, and whether it asks for threads. In some rounds all its checks are tried before, one and two at a time, and
-  // nothing may have been written then.
+  // A call that counts: its status does, and whether it asks for threads. In some rounds all its checks are tried
+  // before, one and two at a time, and nothing may have been written then.
   template <class Function, class... Argument>
   QelStatus call(Function* function, const Argument&... argument) {
     if (tryChecks_) checks(function, argument...);

@@ -29,7 +29,8 @@ inline uint32_t longCode(const QelDecodeHuffmanSpec* table, uint32_t next) {
   const U codes = mulHi(bits, U{1 << 9, 1 << 10, 1 << 11, 1 << 12, 1 << 13, 1 << 14, 1 << 15, 0}) |
                   (bits & U{0, 0, 0, 0, 0, 0, 0, 0xFFFF});
   const I max = load<I>(reinterpret_cast<const char*>(table) + offsetof(QelDecodeHuffmanSpec, maxCode[9]));
-  // A length without codes has a maximum of -1, which only codes of 16 bits can seem to reach; none of these is an index.
+  // A length without codes has a maximum of -1, which only codes of 16 bits can seem to reach; none of these is an
+  // index.
   const uint32_t found = ~simd::topBits(as<int16_t>(codes) > max) & 0xFFFF;
   if (found == 0) return 0;
   const int l = 9 + std::countr_zero(found) / 2;

@@ -25,8 +25,8 @@ TEST(HuffmanRecords, WhichTablesAreRefused) {
   EXPECT_EQ(std::pair(bad, ok), statuses({{1, 2}, {9, 200}}));     // beyond the look-up's lengths
 }
 
-// A grey image of two blocks by cjpeg -optimize -quality 75 (libjpeg-turbo 2.1.5): the lists of its DHT segments and its
-// scan. The coefficients are such that djpeg's pixels are those of their inverse transform.
+// A grey image of two blocks by cjpeg -optimize -quality 75 (libjpeg-turbo 2.1.5): the lists of its DHT segments and
+// its scan. The coefficients are such that djpeg's pixels are those of their inverse transform.
 TEST(BaselineCoders, FileOfAnotherMaker) {
   const Lists dc{{1, 1}, {5, 6}};
   const Lists ac{{0, 1, 4, 2, 2, 3}, {2, 1, 3, 5, 6, 0, 4, 7, 0x11, 0x21, 0x51, 0x81}};

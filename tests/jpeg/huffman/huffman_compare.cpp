@@ -105,7 +105,8 @@ class Codes {
   static const uint8_t* symbols(const Lists& lists) { return lists.vals.empty() ? &lists.bits[0] : &lists.vals[0]; }
 };
 
-// What a decoder's state holds shows in what calls behind a marker can still take: its bits, then the blocks of its run.
+// What a decoder's state holds shows in what calls behind a marker can still take: its bits, then the blocks of its
+// run.
 void probe(Case& c, DecoderState* state, const Lists& = {}) {
   static const uint8_t src[1] = {};
   const auto bit = QELJ_FIND(c, qeliDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1);

@@ -39,8 +39,8 @@ Shape drawnShape(Case& c) {
   return s;
 }
 
-// Magnitudes of `bits` bits, left-aligned, with or without bits below: from few ones to many in each plane, most of them
-// small, or most of them 0.
+// Magnitudes of `bits` bits, left-aligned, with or without bits below: from few ones to many in each plane, most of
+// them small, or most of them 0.
 Rows<int32_t>& drawnSamples(Case& c, const Shape& s) {
   auto& rows = c.rows<int32_t>(s.size.width, s.size.height);
   const auto kind = c.in(0, 4);
