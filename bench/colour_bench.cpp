@@ -117,7 +117,7 @@ void narrow(Pixels& p) {
     };
     for (int first = 1; first < 64; first += 8) {
       const std::string input = text("%d to %d pixels", first, std::min(first + 7, 63));
-      if (!wanted(d.name, input)) continue;
+      if (!wanted(input)) continue;
       int slowest = first;
       double ratio = 1e9;
       for (int width = first; width < std::min(first + 8, 64); ++width) {

@@ -110,7 +110,7 @@ void runOptimised(Peer& peer, const Coded& coded, std::vector<uint8_t>& out) {
 void encoders(const std::string& name, double goal, const std::vector<Subject>& all, Run ours, Coding coding) {
   road(name, "Mcoef/s", "libjpeg-turbo", goal);
   for (const Subject& s : all) {
-    if (!wanted(name, s.name())) continue;
+    if (!wanted(s.name())) continue;
     Peer& peer = s.peer();
     const Coded coded = peer.code(coding);
     static std::vector<uint8_t> out(32 << 20);
@@ -130,7 +130,7 @@ template <bool kDirect>
 void decoders(const std::string& name, double goal, const std::vector<Subject>& all, bool make) {
   road(name, "Mcoef/s", "libjpeg-turbo", goal);
   for (const Subject& s : all) {
-    if (!wanted(name, s.name())) continue;
+    if (!wanted(s.name())) continue;
     Peer& peer = s.peer();
     const Coded coded = peer.code(Coding::baseline);
     std::vector<int16_t> kept(peer.blocks.size());
@@ -156,9 +156,9 @@ int main(int argc, char** argv) {
   using namespace qelj::bench;
   begin(argc, argv);
   const auto all = subjects({false, true}, {50, 75, 85, 95}), usual = subjects({false}, {85});
-  allocate(Memory::fresh);
+  allocate(Buffers::fresh);
   decoders<false>("Huffman decoding, fresh memory", 0, usual, true);
-  allocate(Memory::warm);
+  allocate(Buffers::warm);
   encoders("Huffman encoding, 4:2:0 at 50 and 75", 1.0, subjects({false}, {50, 75}), runEncoder, Coding::baseline);
   encoders("Huffman encoding, 4:2:0 at 85 and 95", 1.15, subjects({false}, {85, 95}), runEncoder, Coding::baseline);
   encoders("Huffman encoding, 4:4:4", 1.15, subjects({true}, {50, 75, 85, 95}), runEncoder, Coding::baseline);

@@ -194,7 +194,7 @@ void sizes(const std::string& name, const char* peer, double goal, double smallG
     road(name + (goal == smallGoal ? "" : small ? ", 64x64" : ", larger"), "MPix/s", peer, small ? smallGoal : goal);
     for (const Size size : kSizes) {
       const bool isSmall = size.width == 64;
-      if (goal == smallGoal ? small : small == isSmall) measure(size);
+      if ((goal == smallGoal ? small : small == isSmall) && wanted(size.name())) measure(size);
     }
   }
 }

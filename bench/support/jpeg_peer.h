@@ -215,7 +215,7 @@ class Peer {
 
 // A picture of codedPictures() at a sampling and quality, made when it is first asked for.
 struct Subject {
-  const Picture* picture;
+  const CodedPicture* picture;
   bool is444;
   int quality;
 
@@ -233,7 +233,7 @@ struct Subject {
 };
 inline std::vector<Subject> subjects(const std::vector<bool>& is444, const std::vector<int>& qualities) {
   std::vector<Subject> all;
-  for (const Picture& p : codedPictures())
+  for (const CodedPicture& p : codedPictures())
     for (const bool full : is444)
       for (const int quality : qualities) all.push_back({&p, full, quality});
   return all;

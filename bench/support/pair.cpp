@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <malloc.h>
+#include <omp.h>
 #include <time.h>
 
 #include <algorithm>
@@ -58,6 +59,7 @@ struct State {
   std::FILE* rows = nullptr;
   Image image, other;
   Road road;
+  clockid_t clock = CLOCK_THREAD_CPUTIME_ID;
   bool roadPrinted = false;
   double lowest = 0;
   std::string lowestInput;
@@ -65,7 +67,7 @@ struct State {
 
 double now() {
   timespec t;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  clock_gettime(s.clock, &t);
   return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
 }
 double timed(const Work& work, int calls) {
@@ -97,10 +99,10 @@ double frequency() {
   return hz;
 }
 
-bool isTime() { return s.road.unit.starts_with("ns ") || s.road.unit.starts_with("cycles "); }
+bool isTime() { return s.road.unit.find(" a ") != std::string::npos; }
 double figure(double seconds, double units) {
   if (!isTime()) return units / seconds;
-  return seconds / units * (s.road.unit.starts_with("ns ") ? 1e9 : frequency());
+  return seconds / units * (s.road.unit.starts_with("ns ") ? 1e9 : s.road.unit.starts_with("us ") ? 1e6 : frequency());
 }
 
 void endRoad() {
@@ -134,8 +136,9 @@ void begin(int argc, char** argv) {
     }
   }
   use(s.image);
-  allocate(Memory::warm);
+  allocate(Buffers::warm);
   qelSetNumThreads(1);
+  omp_set_num_threads(1);  // converter and peers: one thread's time is what is measured
 }
 
 void road(const std::string& name, const std::string& unit, const std::string& peer, double goal) {
@@ -143,8 +146,8 @@ void road(const std::string& name, const std::string& unit, const std::string& p
   s.road = {name, unit, peer, goal};
 }
 
-bool wanted(const std::string& road, const std::string& input) {
-  return !s.filtered || std::regex_search(std::string(s.program) + ": " + road + ", " + input, s.filter);
+bool wanted(const std::string& input) {
+  return !s.filtered || std::regex_search(std::string(s.program) + ": " + s.road.name + ", " + input, s.filter);
 }
 
 Seconds measure(const Work& ours, const Work& peer, const Work& limit) {
@@ -178,7 +181,7 @@ Seconds measure(const Work& ours, const Work& peer, const Work& limit) {
 
 void row(const std::string& input, double units, const Work& ours, const Work& peer, const Work& limit,
          const std::string& note) {
-  if (!wanted(s.road.name, input)) return;
+  if (!wanted(input)) return;
   const Seconds t = measure(ours, peer, limit);
   const double mine = figure(t.ours, units), theirs = t.ratio > 0 ? figure(t.peer, units) : 0;
   double ratio = t.ratio;
@@ -214,8 +217,10 @@ int finish() {
 ThreadsUnset::ThreadsUnset() { qelSetNumThreads(0); }
 ThreadsUnset::~ThreadsUnset() { qelSetNumThreads(1); }
 
-void allocate(Memory memory) {
-  const bool warm = memory == Memory::warm;
+void clock(Clock clock) { s.clock = clock == Clock::wall ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID; }
+
+void allocate(Buffers buffers) {
+  const bool warm = buffers == Buffers::warm;
   mallopt(M_MMAP_THRESHOLD, 128 << 10);
   mallopt(M_MMAP_MAX, warm ? 0 : 1 << 16);
   mallopt(M_TRIM_THRESHOLD, warm ? -1 : 128 << 10);

@@ -26,15 +26,16 @@ using Work = std::function<void()>;
 // every row, in the place of other peers.
 void begin(int argc, char** argv);
 // What follows belongs to a road. `unit` is what its figures are: so many of it a second ("MPix/s", units given in
-// millions), or time ("ns a call", "cycles a block", units given as they are). `goal` is a ratio over the peer; without a
+// millions), or time ("ns a call", "us a
+// call", "cycles a block", units given as they are). `goal` is a ratio over the peer; without a
 // peer, a figure in `unit`; 0: none.
 void road(const std::string& name, const std::string& unit, const std::string& peer = "", double goal = 0);
 // `units` is the amount of work in one call. `limit` is a memcpy of the bytes touched, where memory is the limit: one of
 // n bytes reads n and writes n. `note` is printed with the row, such as what quality both sides reach.
 void row(const std::string& input, double units, const Work& ours, const Work& peer = {}, const Work& limit = {},
          const std::string& note = {});
-// Whether a row would be measured, for inputs that are dear to make.
-bool wanted(const std::string& road, const std::string& input);
+// Whether a row of the road would be measured, for inputs that are dear to make.
+bool wanted(const std::string& input);
 int finish();
 
 // Median of the seconds of one call of each work, taken by turns.
@@ -51,10 +52,14 @@ struct ThreadsUnset {
   ThreadsUnset(const ThreadsUnset&) = delete;
 };
 
+// The thread's CPU time, or the time that passes.
+enum class Clock { thread, wall };
+void clock(Clock clock);
+
 // What malloc gives. warm: freed memory stays with the process, so that large buffers are warm again the next time, on
 // all sides (how programs start here). fresh: it goes back to the system, and every page of a large buffer costs a fault.
-enum class Memory { warm, fresh };
-void allocate(Memory memory);
+enum class Buffers { warm, fresh };
+void allocate(Buffers buffers);
 
 // Keeps the compiler from leaving out what made the value.
 template <class T>

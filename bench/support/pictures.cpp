@@ -110,8 +110,8 @@ Photo mosaic(const Photo& photo) {
   return all;
 }
 
-const std::vector<Picture>& codedPictures() {
-  static const std::vector<Picture> all = {
+const std::vector<CodedPicture>& codedPictures() {
+  static const std::vector<CodedPicture> all = {
       {"raccoon halved", [] { return mosaic(halved(loadPhoto("raccoon.png"))); }},
       {"coffee", [] { return mosaic(loadPhoto("coffee.png")); }},
       {"1/f noise", [] { return octaves(2048, 2048); }},

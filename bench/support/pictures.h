@@ -31,11 +31,11 @@ Photo octaves(int width, int height);
 Photo mosaic(const Photo& photo);
 // The pictures whose coefficients are coded: without a JPEG's history, so many blocks that no branch predictor learns
 // them by heart.
-struct Picture {
+struct CodedPicture {
   std::string name;
   std::function<Photo()> make;
 };
-const std::vector<Picture>& codedPictures();
+const std::vector<CodedPicture>& codedPictures();
 
 double psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b);
 
