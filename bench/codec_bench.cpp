@@ -1,8 +1,8 @@
-// Whole JPEG files, memory to memory, through the converter's formats, beside libjpeg-turbo: quality 85, typical Huffman
-// tables, the accurate integer DCT on both sides. The decoders spread chroma by the triangle filter.
+// Whole JPEG files, memory to memory, through the converter's formats, beside libjpeg-turbo: quality 85, typical
+// Huffman tables, the accurate integer DCT on both sides. The decoders spread chroma by the triangle filter.
 //
-// The peer writes into memory that it is given, and we make a new vector for each picture or file; with warm memory that
-// costs no page fault. With fresh memory both sides' large buffers are made anew in each call.
+// The peer writes into memory that it is given, and we make a new vector for each picture or file; with warm memory
+// that costs no page fault. With fresh memory both sides' large buffers are made anew in each call.
 #include <turbojpeg.h>
 
 #include <memory>

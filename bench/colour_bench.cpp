@@ -1,5 +1,5 @@
-// Colour conversion of full resolution and level shifts, beside the AVX2 row functions of libjpeg-turbo and beside memcpy;
-// and what a call costs at the least.
+// Colour conversion of full resolution and level shifts, beside the AVX2 row functions of libjpeg-turbo and beside
+// memcpy; and what a call costs at the least.
 #include <algorithm>
 #include <array>
 #include <cstring>

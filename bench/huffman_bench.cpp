@@ -1,11 +1,10 @@
-// Huffman coding of sequential scans, beside libjpeg-turbo's jpeg_write_coefficients and
-// jpeg_read_coefficients.
+// Huffman coding of sequential scans, beside libjpeg-turbo's jpeg_write_coefficients and jpeg_read_coefficients.
 //
-// The coefficients are those of pictures that the peer compressed, one interleaved scan of some 100,000 blocks. All work
-// is from memory to memory. The peer's time includes its object, the headers of the file (some 600 bytes) and, decoding,
-// the zeroing of its coefficients; ours includes the table records and the state. "optimised" counts the symbols first
-// and makes tables from the counts, on both sides. Encoders' bytes and decoders' coefficients are held against the peer's
-// before anything is measured.
+// The coefficients are those of pictures that the peer compressed, one interleaved scan of some 100,000 blocks. All
+// work is from memory to memory. The peer's time includes its object, the headers of the file (some 600 bytes) and,
+// decoding, the zeroing of its coefficients; ours includes the table records and the state. "optimised" counts the
+// symbols first and makes tables from the counts, on both sides. Encoders' bytes and decoders' coefficients are held
+// against the peer's before anything is measured.
 #include "support/jpeg_peer.h"
 
 namespace qelj::bench {

@@ -1,8 +1,8 @@
 // JPEG 2000 component transforms and wavelets, beside OpenJPEG's and OpenJPH's on the same samples.
 //
-// OpenJPEG's library does not export its functions; its static archive has them, and the declarations are restated here.
-// Its wavelets work in place, ours in place or from a tile to its bands. OpenJPH's kernels take a line a call and want it
-// aligned, with room at both ends. The 5/3 wavelets' results are held against the peers'.
+// OpenJPEG's library does not export its functions; its static archive has them, and the declarations are restated
+// here. Its wavelets work in place, ours in place or from a tile to its bands. OpenJPH's kernels take a line a call and
+// want it aligned, with room at both ends. The 5/3 wavelets' results are held against the peers'.
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -234,7 +234,6 @@ void levelsBesideLines(const Filter<int32_t>& f) {
                                        : ", level, forward, to bands, a line a call"),
           "OpenJPH", 1.1, 1.1, [&](Size size) {
             Tile<int32_t> ours(f, size, Layout::lines), theirs(f, size, Layout::lines);
-            const Plane<int32_t> first = ours.image;
             ours.run(false), openjphForward(theirs.image, theirs.pointers);
             require(ours == theirs, f.name + (" level of " + size.name()) + " differs from the peer's");
             theirs.run(false), openjphInverse(theirs.pointers, theirs.image);
@@ -247,8 +246,8 @@ void levelsBesideLines(const Filter<int32_t>& f) {
           });
 }
 
-// 256 rows between their bands, beside OpenJPH's kernel, a line a call. Both extend nothing but what they must: ours finds
-// the extended samples in the rows, the peer makes its own.
+// 256 rows between their bands, beside OpenJPH's kernel, a line a call. Both extend nothing but what they must: ours
+// finds the extended samples in the rows, the peer makes its own.
 using Lines = decltype(&ojph::local::avx2_rev_horz_wvlt_fwd_tx);
 template <class T, class Forward, class Inverse>
 void lines(const std::string& name, Forward* forward, Inverse* inverse, Lines theirForward, Lines theirInverse,
@@ -274,7 +273,8 @@ void lines(const std::string& name, Forward* forward, Inverse* inverse, Lines th
           !theirForward ? Work() : [&] {
             theirs.image.next(), theirs.low.next(), theirs.high.next();
             for (int y = 0; y < size.height; ++y) {
-              auto x = line(theirs.image.now.row(y)), low = line(theirs.low.now.row(y)), high = line(theirs.high.now.row(y));
+              auto x = line(theirs.image.now.row(y)), low = line(theirs.low.now.row(y));
+              auto high = line(theirs.high.now.row(y));
               (back ? theirInverse : theirForward)(&x, &low, &high, unsigned(size.width), true);
             }
           });

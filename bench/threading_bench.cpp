@@ -1,6 +1,6 @@
 // What the number of threads brings: wall-clock time of one call, forked as the environment says and on the calling
-// thread, from a row of the first size that forks up to a large image. Calls follow one another as a caller's that works
-// row by row.
+// thread, from a row of the first size that forks up to a large image. Calls follow one another as a caller's that
+// works row by row.
 #include <omp.h>
 
 #include <vector>

@@ -1,5 +1,5 @@
-// Coefficients of pictures and their coded scans, made by the peer, and the peer's own coefficient coders from memory to
-// memory.
+// Coefficients of pictures and their coded scans, made by the peer, and the peer's own coefficient coders from memory
+// to memory.
 #ifndef QELJ_BENCH_JPEG_PEER_H
 #define QELJ_BENCH_JPEG_PEER_H
 

@@ -26,8 +26,8 @@ void avx2_rct_backward(const si32* y, const si32* cb, const si32* cr, si32* r, s
 
 namespace qelj::bench {
 
-// lines: rows aligned to 64 bytes, with 64 bytes at both ends that the kernels may read and write. dense: one row directly
-// behind another.
+// lines: rows aligned to 64 bytes, with 64 bytes at both ends that the kernels may read and write. dense: one row
+// directly behind another.
 enum class Layout { lines, dense };
 template <class T>
 struct Plane {

@@ -17,8 +17,8 @@
 
 #include "guard.h"
 
-// The programs call the library through thunks of their own, so that another image can take its place between two turns.
-// Such a thunk costs what the call of a shared library's function costs anyway.
+// The programs call the library through thunks of their own, so that another image can take its place between two
+// turns. Such a thunk costs what the call of a shared library's function costs anyway.
 using Code = void (*)();
 constexpr const char* kExports[] = {
 #define QELJ_EXPORT(name) #name,
@@ -189,7 +189,9 @@ void row(const std::string& input, double units, const Work& ours, const Work& p
 
   if (!s.roadPrinted) {
     std::printf("%s: %s [%s]%s%s\n", s.program, s.road.name.c_str(), s.road.unit.c_str(),
-                s.road.peer.empty() || s.beside ? "" : (" beside " + s.road.peer).c_str(),
+                s.beside              ? " beside the other image"
+                : s.road.peer.empty() ? ""
+                                      : (" beside " + s.road.peer).c_str(),
                 !peer && s.road.goal > 0 ? text(", goal %g", s.road.goal).c_str() : "");
     s.roadPrinted = true;
   }

@@ -30,8 +30,8 @@ void begin(int argc, char** argv);
 // call", "cycles a block", units given as they are). `goal` is a ratio over the peer; without a
 // peer, a figure in `unit`; 0: none.
 void road(const std::string& name, const std::string& unit, const std::string& peer = "", double goal = 0);
-// `units` is the amount of work in one call. `limit` is a memcpy of the bytes touched, where memory is the limit: one of
-// n bytes reads n and writes n. `note` is printed with the row, such as what quality both sides reach.
+// `units` is the amount of work in one call. `limit` is a memcpy of the bytes touched, where memory is the limit: one
+// of n bytes reads n and writes n. `note` is printed with the row, such as what quality both sides reach.
 void row(const std::string& input, double units, const Work& ours, const Work& peer = {}, const Work& limit = {},
          const std::string& note = {});
 // Whether a row of the road would be measured, for inputs that are dear to make.
@@ -44,8 +44,8 @@ struct Seconds {
 };
 Seconds measure(const Work& ours, const Work& peer = {}, const Work& limit = {});
 
-// Rows are measured with the thread count set to one, and in this object's scope with none set: calls that are too small
-// to fork must cost the same.
+// Rows are measured with the thread count set to one, and in this object's scope with none set: calls that are too
+// small to fork must cost the same.
 struct ThreadsUnset {
   ThreadsUnset();
   ~ThreadsUnset();
@@ -57,7 +57,8 @@ enum class Clock { thread, wall };
 void clock(Clock clock);
 
 // What malloc gives. warm: freed memory stays with the process, so that large buffers are warm again the next time, on
-// all sides (how programs start here). fresh: it goes back to the system, and every page of a large buffer costs a fault.
+// all sides (how programs start here). fresh: it goes back to the system, and every page of a large buffer costs a
+// fault.
 enum class Buffers { warm, fresh };
 void allocate(Buffers buffers);
 
