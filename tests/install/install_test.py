@@ -233,12 +233,24 @@ class InstallTest(unittest.TestCase):
                     for folder, _, names in os.walk(prefix) for name in names}
         kinds = {"runtime": ("lib/libqelcore.so.7", "share/doc/qelj/LICENSE"),
                  "development": ("include/qelj_status.h", "lib/libqelj.so", "lib/cmake/qelj/qeljConfig.cmake"),
-                 "tools": ("bin/qelconv", "bin/qelj-selftest"),
+                 "tools": ("bin/qelconv", "bin/qelj-selftest", "share/man/man1/qelj-selftest.1"),
                  "documentation": ("share/doc/qelj/CHANGELOG.md", "share/doc/qelj/docs/porting.md")}
         parts = {kind: files(kind, "--component", kind) for kind in kinds}
         for kind, some in kinds.items():
             self.assertLessEqual(set(some), parts[kind])
         self.assertEqual(sorted(name for part in parts.values() for name in part), sorted(files("all")))
+
+    def test_manual_page_has_every_option(self):
+        def by_format(text, heading, option):
+            parts = re.split(heading, text, flags=re.MULTILINE)
+            return dict(zip(["all", *parts[1::2]], (sorted(re.findall(option, part)) for part in parts[::2])))
+        text = self.run_here("$HOME/qelj/bin/qelconv --help")
+        text = text.replace("--info IN ", "--info ").replace("--compare A B ", "--compare ")
+        told = by_format(text, r"^(\S.* \(\..*\))$", r" --(\S+(?: [^ \n]+)?)")
+        with open(f"{self.prefix}/share/man/man1/qelconv.1") as file:
+            page = re.sub(r" (?:Ar|Cm) ", " ", file.read().replace(" | ", "|").partition(".Sh SCAN")[0])
+        self.assertEqual(by_format(page, r"^\.Ss (.*)$", r"\n\.It Fl (?:\w , )?-(.+)"), told)
+        self.assertGreater(len(told), 5)
 
     def test_needs_nothing_but_c_and_openmp(self):
         for name, needed in (("qelcore", "c|ld-linux.*"), ("qelj", "c|m|ld-linux.*|qelcore|gomp|omp|omp5")):
