@@ -355,12 +355,27 @@ class InstallTest(unittest.TestCase):
 
     def test_installed_images(self):
         with open(os.path.join(BUILD, "CMakeCache.txt")) as file:
-            names = re.search(r"(?m)^QELJ_CPU:STRING=(.*)$", file.read())[1].split(";")
+            names = re.search(r"(?m)^QELJ_IMAGES:INTERNAL=(.*)$", file.read())[1].split(";")
         folders = ["lib"] + [f"lib/glibc-hwcaps/{name}" for name in names[1:]]
         images = [f"{self.prefix}/{folder}/libqelj.so.7" for folder in folders]
         self.assertEqual([name for name, _ in self.load("ask", images)], names)
         for image in images:  # in a process that has no libqelcore yet
             self.run_here(f"{sys.executable} -c 'import ctypes; ctypes.CDLL(\"{image}\")'")
+        # By its name, each processor gets the latest that it can run.
+        for level, processor in enumerate(("qemu64", "Nehalem", "Haswell") if platform.machine() == "x86_64" else (), 1):
+            best = max((name for name in names[1:] if name <= f"x86-64-v{level}"), default=names[0])
+            told = self.load("ask", ["libqelj.so.7"], f"qemu-x86_64 -cpu {processor}")
+            self.assertEqual([name for name, _ in told], [best], processor)
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "elsewhere there is one")
+    def test_every_image_unless_told_otherwise(self):
+        self.run_here(f"cmake -G Ninja -S {SOURCE} -B every -DQELJ_TESTS=OFF")
+        rules = self.run_here("ninja -C every -t targets all")
+        for level in ("v2", "v3", "v4"):
+            self.assertIn(f"\nimages/x86-64-{level}/libqelj.so.7:", rules)
+        commands = self.run_here("ninja -C every -t commands libqelj.so.7")
+        self.assertIn("-DQELJ_PORTABLE=1", commands)
+        self.assertNotIn("-march", commands)
 
     @unittest.skipUnless(platform.machine() == "x86_64", "the emulated processor is an x86-64")
     def test_old_processor(self):
