@@ -20,7 +20,7 @@ class QeljConan(ConanFile):
     options = {
         "shared": [True, False],
         "tools": [True, False],
-        # What QELJ_CPU is: None is every image in a shared library, and in a static one the image that runs everywhere.
+        # QELJ_CPU. None is every image in a shared library, and in a static one the image that runs everywhere.
         "cpu": [None, "portable", "x86-64-v2", "x86-64-v3", "x86-64-v4"],
     }
     default_options = {"shared": True, "tools": False, "cpu": None}
@@ -34,8 +34,8 @@ class QeljConan(ConanFile):
         self.version = re.search(r"project\(qelj VERSION ([0-9.]+)", text)[1]
 
     def export_sources(self):
-        for pattern in ("CMakeLists.txt", "LICENSE", "*.md", "cmake/*", "docs/*", "examples/*", "include/*", "qelcore/*",
-                        "src/*", "tests/*"):
+        for pattern in ("CMakeLists.txt", "LICENSE", "*.md", "cmake/*", "docs/*", "examples/*", "include/*",
+                        "qelcore/*", "src/*", "tests/*"):
             copy(self, pattern, src=self._root, dst=self.export_sources_folder)
 
     def configure(self):

@@ -151,6 +151,17 @@ class HeaderTest(unittest.TestCase):
             for text in (quantisers[i], dc_bits[i] + dc_vals, ac_bits[i] + ac_vals[i]):
                 self.assertIn(text, jpeg)
 
+    def test_packages_have_the_version_and_the_names(self):
+        def found(path, pattern):
+            with open(os.path.join(SOURCE, path)) as file:
+                return re.findall(pattern, file.read(), re.MULTILINE)
+        version = found("CMakeLists.txt", r"^project\(qelj VERSION (\S+)")
+        self.assertEqual(found("debian/changelog", r"\Aqelj \((\S+)\)"), version)
+        self.assertEqual(found("packaging/vcpkg/qelj/vcpkg.json", r'"version": "(.*)"'), version)
+        self.assertEqual(set(found("debian/libqelj7.symbols", r"^ (\w+)@Base")), set(self.declared))
+        self.assertEqual(set(found("debian/libqelcore7.symbols", r"^ (\w+)@Base")),
+                         set(found("qelcore/qelcore.h", r"^QELCORE_API .*?(\w+)\(")))
+
     @unittest.skipUnless(shutil.which("abidiff"), "needs abigail-tools")
     def test_abi_is_the_kept_one(self):
         self.maxDiff = None
@@ -362,7 +373,8 @@ class InstallTest(unittest.TestCase):
         for image in images:  # in a process that has no libqelcore yet
             self.run_here(f"{sys.executable} -c 'import ctypes; ctypes.CDLL(\"{image}\")'")
         # By its name, each processor gets the latest that it can run.
-        for level, processor in enumerate(("qemu64", "Nehalem", "Haswell") if platform.machine() == "x86_64" else (), 1):
+        processors = ("qemu64", "Nehalem", "Haswell") if platform.machine() == "x86_64" else ()
+        for level, processor in enumerate(processors, 1):
             best = max((name for name in names[1:] if name <= f"x86-64-v{level}"), default=names[0])
             told = self.load("ask", ["libqelj.so.7"], f"qemu-x86_64 -cpu {processor}")
             self.assertEqual([name for name, _ in told], [best], processor)
