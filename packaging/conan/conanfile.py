@@ -34,8 +34,8 @@ class QeljConan(ConanFile):
         self.version = re.search(r"project\(qelj VERSION ([0-9.]+)", text)[1]
 
     def export_sources(self):
-        for pattern in ("CMakeLists.txt", "LICENSE", "*.md", "cmake/*", "docs/*", "examples/*", "include/*",
-                        "qelcore/*", "src/*", "tests/*"):
+        for pattern in ("CMakeLists.txt", "LICENSE", "README.md", "CHANGELOG.md", "SECURITY.md", "cmake/*", "docs/*",
+                        "examples/*", "include/*", "qelcore/*", "src/*", "tests/*"):
             copy(self, pattern, src=self._root, dst=self.export_sources_folder)
 
     def configure(self):
