@@ -8,10 +8,9 @@
 #include <cstring>
 #include <string_view>
 
-namespace qelcore {
+#include "machine.h"
 
-// The most threads that are ever answered, whoever asks for more.
-inline constexpr int32_t kMostThreads = 1024;
+namespace qelcore {
 
 // Cuts `text` at the first `mark`: gives what stands in front of it and leaves what follows.
 inline std::string_view cut(std::string_view& text, char mark) {
