@@ -133,7 +133,7 @@ Picture examine(const Directory& d) {
   const uint32_t photometric = d.value(kPhotometric);
   p.inverted = photometric == kWhiteIsZero;
   constexpr Colour kColours[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
-  const bool grey = photometric <= kBlackIsZero && p.channels <= 2;
+  const bool grey = photometric <= kBlackIsZero && (p.channels == 1 || p.channels == 2);
   const bool rgb = photometric == kRgb && (p.channels == 3 || p.channels == 4);
   if (grey || rgb) p.colour = kColours[p.channels - 1];
   else if (photometric == kSeparated && p.channels == 4) p.colour = Colour::cmyk;

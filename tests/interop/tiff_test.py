@@ -84,6 +84,10 @@ class TiffTest(InteropTest):
                                 (["-p", "separate"], "planes")):
             run("tiffcp", *options, ours, self.path("other.tif"))
             self.assertIn(reason, fails(*self.converter(self.path("other.tif"))))
+        grey = contents(convert(self.cut("grey.pgm", 20, 10, channels=1), self.path("grey.tif")))
+        none = grey.replace(struct.pack("<HHIHH", 277, 3, 1, 1, 0), struct.pack("<HHIHH", 277, 3, 1, 0, 0))
+        self.assertNotEqual(grey, none)
+        self.assertIn("0 channels", fails(*self.converter(self.file("none.tif", none))))
 
     # A run whose value is missing: nothing behind the strip is taken for it.
     def test_a_strip_that_ends_in_a_run_header(self):
