@@ -150,7 +150,12 @@ def main():
     lines = [f"{name} = {' '.join(value) if isinstance(value, list) else value}\n"
              for name, value in settings(out, version).items()]
     write(os.path.join(out, "Doxyfile"), "".join(lines))
-    sys.exit(subprocess.run(["doxygen", os.path.join(out, "Doxyfile")], cwd=out).returncode)
+    status = subprocess.run(["doxygen", os.path.join(out, "Doxyfile")], cwd=out).returncode
+    # Doxygen leaves scripts and pictures of its own look, which no page uses.
+    for path in glob.glob(os.path.join(out, "html", "*")):
+        if not path.endswith((".html", "style.css")):
+            os.remove(path)
+    sys.exit(status)
 
 
 if __name__ == "__main__":

@@ -84,7 +84,9 @@ class Document:
             return match[0] if not target.startswith("#") else f"[{text}](@ref {label(self.path)}-{anchor})"
         path = os.path.relpath(os.path.join(os.path.dirname(self.path), path))
         plain = text.strip("`")
-        if path.endswith(".md") and os.path.exists(os.path.join(header.ROOT, path)):
+        if not os.path.exists(os.path.join(header.ROOT, path)):
+            return f"[{plain}](@ref no-such-file: {path})"  # which Doxygen refuses
+        if path.endswith(".md"):
             return f"[{plain}](@ref {label(path)}{'-' + anchor if anchor else ''})"
         if path == "include/qelj.h":
             return f"[{plain}](@ref qelj.h)"

@@ -232,7 +232,8 @@ class InstallTest(unittest.TestCase):
             return {os.path.relpath(os.path.join(folder, name), prefix)
                     for folder, _, names in os.walk(prefix) for name in names}
         kinds = {"runtime": ("lib/libqelcore.so.7", "share/doc/qelj/LICENSE"),
-                 "development": ("include/qelj_status.h", "lib/libqelj.so", "lib/cmake/qelj/qeljConfig.cmake"),
+                 "development": ("include/qelj_status.h", "lib/libqelj.so", "lib/cmake/qelj/qeljConfig.cmake",
+                                 "share/man/man3/qelj.3", "share/man/man3/qeliSub128_JPEG_8u16s_C1R.3"),
                  "tools": ("bin/qelconv", "bin/qelj-selftest"),
                  "documentation": ("share/doc/qelj/CHANGELOG.md", "share/doc/qelj/docs/porting.md")}
         parts = {kind: files(kind, "--component", kind) for kind in kinds}
@@ -261,7 +262,8 @@ class InstallTest(unittest.TestCase):
             cache = file.read()
         self.assertRegex(cache, "(?m)^CMAKE_BUILD_TYPE:STRING=$")
         self.assertRegex(cache, "(?m)^CMAKE_C_FLAGS_RELEASE:STRING=-O3 -DNDEBUG$")
-        self.assertNotRegex(self.run_here(f"ninja -C {build} -t targets all"), "qelconv|selftest|test_|tiny_|bench_")
+        targets = self.run_here(f"ninja -C {build} -t targets all")
+        self.assertNotRegex(targets, "qelconv|selftest|test_|tiny_|guide_|manual|bench_")
         self.run_here(f"cmake --build {build} --parallel 2")
         self.assert_encodes(self.run_here(f"{build}/program"))
 
