@@ -18,6 +18,7 @@ GUIDES = ("docs/baseline.md", "docs/chroma.md", "docs/medical.md", "docs/jpeg200
           "docs/textures.md", "docs/exactness.md", "docs/threading.md", "docs/hostile.md", "docs/debugging.md",
           "docs/porting.md", "docs/measuring.md")
 MORE = ("docs/converter.md", "docs/versions.md", "SECURITY.md", "CONTRIBUTING.md", "CHANGELOG.md")
+MADE = ("programs.md", "functions-by-name.md")
 FAMILIES = ("colour", "sampling", "mcu", "dct", "huffman", "progressive", "predictive", "components", "wavelets",
             "codeblocks", "photocore", "coefficients", "texture", "tiff", "frame")
 
@@ -41,9 +42,9 @@ def examples():
 def page_header(version):
     def part(name, entries):
         return f"<details><summary>{name}</summary><ul>{''.join(entries)}</ul></details>"
-    reference = [f'<li><a href="{page}.html">{name}</a></li>' for page, name in
-                 (("modules", "Groups of qelj.h"), ("globals_func", "All functions"), ("group__status", "Statuses"),
-                  ("qelj_8h", "How to read qelj.h"), ("programs", "Programs"))]
+    pages = {"qelj_8h": "How to read qelj.h", "modules": "Groups of qelj.h", "functions-by-name": "All functions",
+             "group__status": "Statuses", "programs": "Programs"}
+    reference = [f'<li><a href="{page}.html">{name}</a></li>' for page, name in pages.items()]
     families = [f"site/families/{name}.md" for name in FAMILIES]
     parts = [part("Start", map(entry, START)), part("Families", map(entry, families)),
              part("Guides", map(entry, GUIDES)), part("Reference", reference), part("More", map(entry, MORE))]
@@ -98,7 +99,7 @@ def settings(out, version):
         "PROJECT_NAME": "qelj",
         "PROJECT_NUMBER": version,
         "INPUT": [os.path.join(ROOT, "include", "qelj.h"), *documents, os.path.join(SITE, "families"),
-                  os.path.join(out, "programs.md")],
+                  *(os.path.join(out, name) for name in MADE)],
         "USE_MDFILE_AS_MAINPAGE": os.path.join(ROOT, START[0]),
         "FILTER_PATTERNS": [f'"*={sys.executable} {os.path.join(SITE, "filter.py")}"'],
         "EXAMPLE_PATH": os.path.join(ROOT, "examples"),
@@ -142,11 +143,13 @@ def main():
     write(os.path.join(out, "footer.html"), FOOTER)
     write(os.path.join(out, "layout.xml"), LAYOUT)
     programs = [(path, filtering.example_label(path)) for path in examples()]
-    write(os.path.join(out, "programs.md"), "".join(
+    write(os.path.join(out, MADE[0]), "".join(
         ["# Programs\n\nAll of them are compiled and run by the tests.\n\n",
          *(f"- @subpage {label}\n" for _, label in programs),
          *(f"\n\\page {label} {path}\n\\include{{lineno}} {os.path.relpath(path, 'examples')}\n"
            for path, label in programs)]))
+    functions = sorted((name, brief) for group in header.groups().values() for name, brief, _ in group.functions)
+    write(os.path.join(out, MADE[1]), "# All functions\n\n" + filtering.function_table(functions))
     lines = [f"{name} = {' '.join(value) if isinstance(value, list) else value}\n"
              for name, value in settings(out, version).items()]
     write(os.path.join(out, "Doxyfile"), "".join(lines))

@@ -71,6 +71,14 @@ def header_filter(text):
     return re.sub(r" \* @code\{\.unparsed\}\n(.*?) \* @endcode\n", set_anew, text, flags=re.DOTALL)
 
 
+def function_table(functions):
+    """Functions, with a sentence each."""
+    rows = [f"| \\link {name} <code>{name}</code>\\endlink | {brief.replace('|', '&#124;')} |"
+            for name, brief in functions]
+    head = ['<div class="functions">', "", "| function | what it does |", "|---|---|"]
+    return "\n".join([*head, *rows, "", "</div>", ""])
+
+
 class Document:
     def __init__(self, path):
         self.path = os.path.relpath(os.path.abspath(path), header.ROOT)
@@ -110,12 +118,9 @@ class Document:
         lines = []
         for name in names:
             group = self.groups[name]
-            lines += [f"<b>\\link {name} {group.title}\\endlink</b>", "", '<div class="functions">', "",
-                      "| function | what it does |", "|---|---|"]
-            lines += [f"| \\link {function} <code>{function}</code>\\endlink | {brief.replace('|', '&#124;')} |"
-                      for function, brief, _ in group.functions]
-            lines += ["", "</div>", ""]
-        return "\n".join(lines) + "\n"
+            lines += [f"<b>\\link {name} {group.title}\\endlink</b>", "",
+                      function_table([(function, brief) for function, brief, _ in group.functions])]
+        return "\n".join(lines)
 
     def statuses(self, names):
         if names == ["*"]:

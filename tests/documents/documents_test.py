@@ -10,6 +10,8 @@ import tempfile
 import textwrap
 import unittest
 
+from PIL import Image, ImageChops, ImageStat
+
 BUILD = os.path.abspath(sys.argv.pop(1))
 SOURCE = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 sys.path.insert(0, os.path.join(SOURCE, "site"))
@@ -69,6 +71,21 @@ class DocumentsTest(unittest.TestCase):
                                     f"{path}: no example has\n{block}")
                     blocks += 1
         self.assertGreater(blocks, 20)
+
+    def test_tiny_programs(self):
+        def program(name, *arguments):
+            return run(os.path.join(BUILD, "examples", "tiny", f"tiny_{name}"), *arguments)
+        self.assertRegex(program("block")[1], r"^success: 64 samples in [1-9][0-9]* bytes\n$")
+        self.assertEqual(program("column_lifting")[0], 0)
+        with tempfile.TemporaryDirectory() as directory:
+            source, target = os.path.join(directory, "in.pgm"), os.path.join(directory, "out.jpg")
+            with Image.open(os.path.join(SOURCE, "examples", "images", "coffee.png")) as picture:
+                grey = picture.convert("L").crop((0, 0, 301, 203))
+            grey.save(source)
+            self.assertEqual(program("grey_jpeg", source, target), (0, ""))
+            with Image.open(target) as back:
+                self.assertEqual((back.format, back.size), ("JPEG", grey.size))
+                self.assertLess(ImageStat.Stat(ImageChops.difference(grey, back)).rms[0], 6)
 
     def test_names_exist(self):
         others = set(re.findall(r"\bqel\w+", "".join(map(read, found("include/*.h", "qelcore/*.h")))))

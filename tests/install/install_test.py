@@ -15,6 +15,9 @@ from PIL import Image
 
 import abi
 
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "site"))
+from header import alternatives  # noqa: E402
+
 BUILD = os.path.abspath(sys.argv.pop(1))
 SOURCE = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 
@@ -73,15 +76,6 @@ def write(path, text):
     with open(path, "w") as file:
         file.write(text)
     return path
-
-
-def alternatives(pattern):
-    """The words that a pattern stands for: {a,b} is either."""
-    head, brace, rest = pattern.partition("{")
-    if not brace:
-        return [pattern]
-    choices, _, tail = rest.partition("}")
-    return [head + choice + end for choice in choices.split(",") for end in alternatives(tail)]
 
 
 class HeaderTest(unittest.TestCase):
