@@ -17,7 +17,8 @@ START = ("site/index.md", "docs/tasks.md", "docs/codec.md", "docs/surprises.md")
 GUIDES = ("docs/baseline.md", "docs/chroma.md", "docs/medical.md", "docs/jpeg2000.md", "docs/jpegxr.md",
           "docs/textures.md", "docs/exactness.md", "docs/threading.md", "docs/hostile.md", "docs/debugging.md",
           "docs/porting.md", "docs/measuring.md")
-MORE = ("docs/converter.md", "docs/versions.md", "SECURITY.md", "CONTRIBUTING.md", "CHANGELOG.md")
+MORE = ("docs/performance.md", "docs/converter.md", "docs/versions.md", "docs/roadmap.md",
+        "SECURITY.md", "CONTRIBUTING.md", "CHANGELOG.md")
 MADE = ("programs.md", "functions-by-name.md")
 FAMILIES = ("colour", "sampling", "mcu", "dct", "huffman", "progressive", "predictive", "components", "wavelets",
             "codeblocks", "photocore", "coefficients", "texture", "tiff", "frame")
