@@ -18,7 +18,7 @@ class Group:
     def __init__(self, name, title, text, body):
         self.name, self.title, self.text = name, title, text
         # Name, what the comment says of it alone, and the declaration in one line.
-        self.functions = [(name, " ".join(stars_off(brief).split()), " ".join(declaration.split()))
+        self.functions = [(name, " ".join(stars_off(brief).split()), " ".join(declaration.split()).replace("( ", "("))
                           for brief, declaration, name in FUNCTION.findall(body)]
 
     def statuses(self):

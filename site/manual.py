@@ -1,5 +1,6 @@
 """manual.py DIRECTORY VERSION: writes qelj(3), a page for each family, and a link for each function to its family's
 page, all from qelj.h."""
+import email.utils
 import os
 import re
 import sys
@@ -40,9 +41,17 @@ def text_of(comment):
     return result
 
 
+def date():
+    """Of the newest version, as packages have it."""
+    with open(os.path.join(header.ROOT, "debian", "changelog"), encoding="utf-8") as file:
+        stamp = re.search(r"^ -- .*>  (.*)$", file.read(), re.MULTILINE)[1]
+    return email.utils.parsedate_to_datetime(stamp).date().isoformat()
+
+
 def page(name, version, what, *sections):
-    return (f'.TH {name.upper()} 3 "" "qelj {version}" "Image\\-compression primitives"\n.nh\n.ad l\n.SH NAME\n'
-            f"{name} \\- {escaped(what)}\n" + "".join(f".SH {title}\n{text}" for title, text in sections))
+    head = (f'.TH {name.upper()} 3 {date()} "qelj {version}" "Image\\-compression primitives"\n.nh\n.ad l\n'
+            f".SH NAME\n{name} \\- {escaped(what)}\n")
+    return head + "".join(f".SH {title}\n" + re.sub(r"\A\.PP\n", "", text) for title, text in sections)
 
 
 def statuses(names=None):
@@ -76,7 +85,7 @@ def overview(groups, version):
          ".TP\n.I qelj_status.h\nTexts for statuses.\n"
          ".TP\n.I qelj_typical.h\nThe typical quantisers and Huffman lists of JPEG.\n"),
         ("EXAMPLES", f".nf\n{escaped(example)}.fi\n"),
-        ("SEE ALSO", ".BR qelconv (1)\n"))
+        ("SEE ALSO", ".BR qelconv (1),\n.BR qelj\\-selftest (1)\n"))
 
 
 def family(group, version):
