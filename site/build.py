@@ -5,6 +5,7 @@ import glob
 import html
 import os
 import re
+import shutil
 import subprocess
 import sys
 
@@ -102,7 +103,7 @@ def settings(out, version):
         "INPUT": [os.path.join(ROOT, "include", "qelj.h"), *documents, os.path.join(SITE, "families"),
                   *(os.path.join(out, name) for name in MADE)],
         "USE_MDFILE_AS_MAINPAGE": os.path.join(ROOT, START[0]),
-        "FILTER_PATTERNS": [f'"*={sys.executable} {os.path.join(SITE, "filter.py")}"'],
+        "FILTER_PATTERNS": f"*={sys.executable} {os.path.join(SITE, 'filter.py')}",
         "EXAMPLE_PATH": os.path.join(ROOT, "examples"),
         "STRIP_FROM_PATH": [ROOT, out],
         "OUTPUT_DIRECTORY": out,
@@ -151,9 +152,10 @@ def main():
            for path, label in programs)]))
     functions = sorted((name, brief) for group in header.groups().values() for name, brief, _ in group.functions)
     write(os.path.join(out, MADE[1]), "# All functions\n\n" + filtering.function_table(functions))
-    lines = [f"{name} = {' '.join(value) if isinstance(value, list) else value}\n"
-             for name, value in settings(out, version).items()]
-    write(os.path.join(out, "Doxyfile"), "".join(lines))
+    write(os.path.join(out, "Doxyfile"), "".join(
+        f"{name} = " + " ".join(f'"{one}"' for one in (value if isinstance(value, list) else [value])) + "\n"
+        for name, value in settings(out, version).items()))
+    shutil.rmtree(os.path.join(out, "html"), ignore_errors=True)
     status = subprocess.run(["doxygen", os.path.join(out, "Doxyfile")], cwd=out).returncode
     # Doxygen leaves scripts and pictures of its own look, which no page uses.
     for path in glob.glob(os.path.join(out, "html", "*")):

@@ -94,7 +94,7 @@ class Document:
         plain = text.strip("`")
         if not os.path.exists(os.path.join(header.ROOT, path)):
             return f"[{plain}](@ref no-such-file: {path})"  # which Doxygen refuses
-        if path.endswith(".md"):
+        if path.endswith(".md") and os.path.basename(path) != "README.md":
             return f"[{plain}](@ref {label(path)}{'-' + anchor if anchor else ''})"
         if path == "include/qelj.h":
             return f"[{plain}](@ref qelj.h)"

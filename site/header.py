@@ -31,25 +31,25 @@ def read():
         return file.read()
 
 
-def groups(text=None):
+def groups():
     """All groups in the header's order."""
     found = {}
     for name, title, rest, body in re.findall(
-            r"/\*\*\n \* @defgroup (\w+) ([^\n]*)\n(.*?) \* @\{\n \*/\n(.*?)/\*\* @\} \*/", text or read(), re.DOTALL):
+            r"/\*\*\n \* @defgroup (\w+) ([^\n]*)\n(.*?) \* @\{\n \*/\n(.*?)/\*\* @\} \*/", read(), re.DOTALL):
         inside = re.search(r"@code\{\.unparsed\}\n(.*?) \* @endcode", rest, re.DOTALL)
         found[name] = Group(name, title, stars_off(inside[1]) if inside else "", body)
     return found
 
 
-def status_values(text=None):
+def status_values():
     """Name, value and meaning of each status, in the header's order."""
     return [(name, int(value), " ".join(meaning.replace("\n   *", " ").split())) for meaning, name, value in
-            re.findall(r"  /\*\* ((?:(?!\*/).)*?) \*/\n  (qelStatus\w+) = (-?[0-9]+)", text or read(), re.DOTALL)]
+            re.findall(r"  /\*\* ((?:(?!\*/).)*?) \*/\n  (qelStatus\w+) = (-?[0-9]+)", read(), re.DOTALL)]
 
 
-def section(number, text=None):
+def section(number):
     """A section of the header's first comment: 1 how to read it, 2 by task, 3 by family."""
-    comment = re.search(r"@code\{\.unparsed\}\n(.*?) \* @endcode", text or read(), re.DOTALL)[1]
+    comment = re.search(r"@code\{\.unparsed\}\n(.*?) \* @endcode", read(), re.DOTALL)[1]
     within = rf"^{number}  [A-Z].*?\n(.*?)(?=^[0-9]  [A-Z]|\Z)"
     return re.search(within, stars_off(comment), re.DOTALL | re.MULTILINE)[1]
 
