@@ -33,7 +33,7 @@ int main(void) {
   CALL(qeliICTInv_JPEG2K_32f_P3C3R(sources, width * 4, back[0], width * 12, size));
   double far = 0;
   for (int i = 0; i < samples; ++i)
-    for (int c = 0; c < 3; ++c) far = fmax(far, fabs(back[i][c] - pixels[i][c]));
+    for (int c = 0; c < 3; ++c) far = fmax(far, fabs((double)back[i][c] - (double)pixels[i][c]));
   printf("reversible: to the bit; irreversible: to within %.4f\n", far);
   return far > 0.01;
 }

@@ -24,7 +24,8 @@ int main(void) {
   CALL(qeliDecodeHuffmanStateGetBufSize_JPEG_8u(&bytes));
   uint8_t memory[32];
   EXPECT(bytes == 24);
-  CALL(qeliDecodeHuffmanStateInit_JPEG_8u((QelDecodeHuffmanState*)(void*)(memory + 1)));
+  void* const state = memory + 1;
+  CALL(qeliDecodeHuffmanStateInit_JPEG_8u(state));
 
   /* Calls of this thread stay on it from here on. */
   const int32_t before = qelSetNumThreads(1);

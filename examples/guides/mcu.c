@@ -36,7 +36,7 @@ int main(void) {
 
   double sum = 0;
   for (int i = 0; i < 16 * 16 * 3; ++i) {
-    const double d = pixels[i / 48][i / 3 % 16][i % 3] - back[i / 48][i / 3 % 16][i % 3];
+    const int d = pixels[i / 48][i / 3 % 16][i % 3] - back[i / 48][i / 3 % 16][i % 3];
     sum += d * d;
   }
   printf("mean squared error %.1f\n", sum / sizeof pixels);
