@@ -236,7 +236,9 @@ void levelsBesideLines(const Filter<int32_t>& f) {
             Tile<int32_t> ours(f, size, Layout::lines), theirs(f, size, Layout::lines);
             ours.run(false), openjphForward(theirs.image, theirs.pointers);
             require(ours == theirs, f.name + (" level of " + size.name()) + " differs from the peer's");
+            const Plane<int32_t> before = theirs.image;
             theirs.run(false), openjphInverse(theirs.pointers, theirs.image);
+            require(theirs.image == before, f.name + (" level of " + size.name()) + " does not come back");
             row(
                 size.name(), size.megapixels(), [&] { ours.run(inverse); },
                 [&] {

@@ -26,9 +26,8 @@ using Work = std::function<void()>;
 // every row, in the place of other peers.
 void begin(int argc, char** argv);
 // What follows belongs to a road. `unit` is what its figures are: so many of it a second ("MPix/s", units given in
-// millions), or time ("ns a call", "us a
-// call", "cycles a block", units given as they are). `goal` is a ratio over the peer; without a
-// peer, a figure in `unit`; 0: none.
+// millions), or time ("ns a call", "us a call", "cycles a block", units given as they are). `goal` is a ratio over the
+// peer; without a peer, a figure in `unit`; 0: none.
 void road(const std::string& name, const std::string& unit, const std::string& peer = "", double goal = 0);
 // `units` is the amount of work in one call. `limit` is a memcpy of the bytes touched, where memory is the limit: one
 // of n bytes reads n and writes n. `note` is printed with the row, such as what quality both sides reach.
