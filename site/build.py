@@ -89,6 +89,17 @@ LAYOUT = """<doxygenlayout version="1.0">
 </doxygenlayout>
 """
 
+# Shows the rows that have all the words that are written into a field.
+FIND = """<p><input id="find" type="search" placeholder="words to look for" aria-label="words to look for"></p>
+<script>
+const find = document.getElementById("find");
+find.addEventListener("input", () => {
+  const words = find.value.toLowerCase().split(/\\s+/);
+  for (const row of document.querySelectorAll(".functions tr:not(.markdownTableHead)"))
+    row.hidden = !words.every(word => row.textContent.toLowerCase().includes(word));
+});
+</script>"""
+
 FOOTER = """</main>
 </body>
 </html>
@@ -151,7 +162,8 @@ def main():
          *(f"\n\\page {label} {path}\n\\include{{lineno}} {os.path.relpath(path, 'examples')}\n"
            for path, label in programs)]))
     functions = sorted((name, brief) for group in header.groups().values() for name, brief, _ in group.functions)
-    write(os.path.join(out, MADE[1]), "# All functions\n\n" + filtering.function_table(functions))
+    table = filtering.function_table(functions)
+    write(os.path.join(out, MADE[1]), f"# All functions\n\n{filtering.raw(FIND)}\n{table}")
     write(os.path.join(out, "Doxyfile"), "".join(
         f"{name} = " + " ".join(f'"{one}"' for one in (value if isinstance(value, list) else [value])) + "\n"
         for name, value in settings(out, version).items()))
