@@ -260,7 +260,7 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
 
   const int used = block.sample == Sample::grey ? 1 : block.sample == Sample::redGreen ? 2 : ycocg ? 3 : 4;
   const bool isGrey = used == 1 && (original.colour == Colour::grey || original.colour == Colour::greyAlpha);
-  Image image = wholeBytes(adapt(original, {isGrey ? Colour::grey : ycocg ? Colour::rgb : Colour::rgba}, 8));
+  Image image = wholeBytes(adapt(original, stages, {isGrey ? Colour::grey : ycocg ? Colour::rgb : Colour::rgba}, 8));
   if (image.channels() != used) image.data = selectChannels(image.data, 4, size_t(used));  // red, or red and green
   Encode encode = block.encode;
   if (ycocg) {

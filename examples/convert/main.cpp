@@ -102,7 +102,8 @@ Image warned(const std::string& path, Image image) {
 
 // Peak signal-to-noise ratio in dB over all samples; infinite for equal pictures.
 double psnr(const Image& a, const Image& original) {
-  const Image b = adapt(original, {a.colour}, a.bits);
+  Stages stages;
+  const Image b = adapt(original, stages, {a.colour}, a.bits);
   if (a.width != b.width || a.height != b.height || a.bits != b.bits)
     throw Error("the pictures differ in size or depth");
   const size_t samples = a.data.size() / size_t(a.sampleBytes());

@@ -372,7 +372,7 @@ size_t writePicture(OrderedWriter& out, const Image& image, bool packBits, size_
 
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
   const Image image =
-      wholeBytes(adapt(original, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha, Colour::cmyk}));
+      wholeBytes(adapt(original, stages, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha, Colour::cmyk}));
   const bool packBits = options.choice("packing", {"packbits", "none"}, 0) == 0;
   return stages.time("write TIFF", [&] {
     OrderedWriter out(options.has("big-endian"));

@@ -8,7 +8,7 @@ import unittest
 import numpy as np
 from PIL import Image
 
-from support import QELCONV, InteropTest, convert, fails, psnr, read_pnm
+from support import QELCONV, InteropTest, convert, fails, psnr, read_pfm, read_pnm
 
 DXGI = {"bc1": 71, "bc2": 74, "bc3": 77, "bc4": 80, "bc5": 83, "bc6": 95, "bc6s": 96, "bc7": 98}
 BLOCK_BYTES = {"bc1": 8, "bc4": 8}
@@ -31,12 +31,6 @@ def pillow(path, kind, width, height):
     blocks = open(path, "rb").read()[148:]
     image = Image.frombytes(mode, (width, height), blocks, "bcn", (number, name))
     return np.asarray(image).reshape(height, width, -1).astype(int)
-
-
-def read_pfm(path):
-    head, size, _, body = open(path, "rb").read().split(b"\n", 3)
-    width, height = map(int, size.split())
-    return np.frombuffer(body, "<f4").reshape(height, width, 3)[::-1]
 
 
 class DdsTest(InteropTest):
