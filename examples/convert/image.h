@@ -118,6 +118,7 @@ class Reader {
   uint64_t u64be() { return number(8, true); }
   uint16_t u16le() { return uint16_t(number(2, false)); }
   uint32_t u32le() { return uint32_t(number(4, false)); }
+  uint64_t u64le() { return number(8, false); }
 
  private:
   void need(size_t n, size_t at) const {
