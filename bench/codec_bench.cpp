@@ -1,8 +1,15 @@
-// Whole pictures, memory to memory, through the converter's formats, beside libraries that do the same work.
+// Whole JPEG files, memory to memory, through the converter's formats, beside libjpeg-turbo: quality 85, typical
+// Huffman tables, the accurate integer DCT on both sides. The decoders spread chroma by the triangle filter.
+//
+// The peer writes into memory that it is given, and we make a new vector for each picture or file; with warm memory
+// that costs no page fault. With fresh memory both sides' large buffers are made anew in each call.
 #include <turbojpeg.h>
+
+#include <memory>
 
 #include "format.h"
 #include "support/pair.h"
+#include "support/pictures.h"
 
 namespace qelconv {
 extern const Format kJpeg;
@@ -13,56 +20,84 @@ namespace {
 using namespace qelj::bench;
 using namespace qelconv;
 
-// JPEG with chroma halved both ways at quality 85: typical Huffman tables, the accurate integer DCT on both
-// sides. The decoders spread chroma by the triangle filter.
-void jpeg(const char* photograph, TJSAMP sampling, const char* name) {
-  const Photo photo = loadPhoto(photograph);
-  static std::vector<Image> images;  // the registered work outlives this function
-  images.reserve(16);
-  Image& image = images.emplace_back(photo.width, photo.height, Colour::rgb);
-  image.data = photo.rgb;
-  const double pixels = image.megapixels();
-  const std::string label = std::string(photograph) + ", JPEG " + name;
+struct Sampling {
+  const char* name;
+  TJSAMP peer;
+  double encodeGoal;
+};
+constexpr Sampling kSamplings[] = {{"420", TJSAMP_420, 1.4}, {"444", TJSAMP_444, 1.3}};
 
-  Options options;
-  options.set("quality", "85");
-  options.set("sampling", name);
-  pair(
-      label + " encode", pixels, "MPix/s",
-      [&image, options] {
-        Stages stages;
-        benchmark::DoNotOptimize(kJpeg.write(image, options, stages));
-      },
-      [&image, sampling, compressor = tjInitCompress()] {
-        unsigned char* file = nullptr;
-        unsigned long bytes = 0;
-        tjCompress2(compressor, image.data.data(), image.width, 0, image.height, TJPF_RGB, &file, &bytes, sampling, 85,
+void jpeg(const Sampling& sampling, bool decoding, bool fresh, double goal) {
+  const std::string name = std::string(decoding ? "whole JPEG, decoding " : "whole JPEG, encoding ") + sampling.name +
+                           (fresh ? ", fresh memory" : "");
+  road(name, "MPix/s", "libjpeg-turbo", goal);
+  allocate(fresh ? Buffers::fresh : Buffers::warm);
+  static const tjhandle compressor = tjInitCompress(), decompressor = tjInitDecompress();
+  struct Input {
+    const char* name;
+    Photo (*make)();
+  };
+  for (const Input& input : {Input{"coffee", [] { return loadPhoto("coffee.png"); }},
+                             {"raccoon", [] { return loadPhoto("raccoon.png"); }},
+                             {"raccoon halved, 2048x2048", [] { return codedPictures()[0].make(); }},
+                             {"1/f noise, 2048x2048", [] { return codedPictures()[2].make(); }}}) {
+    if (!wanted(input.name)) continue;
+    const Photo photo = input.make();
+    Image image(photo.width, photo.height, Colour::rgb);
+    image.data = photo.rgb;
+    Options options;
+    options.set("quality", "85");
+    options.set("sampling", sampling.name);
+    Stages stages;
+    const auto file = kJpeg.write(image, options, stages);
+    std::vector<unsigned char> out(photo.rgb.size());
+    const auto theirFile = [&](unsigned char* to, unsigned long room) {
+      tjCompress2(compressor, photo.rgb.data(), photo.width, 0, photo.height, TJPF_RGB, &to, &room, sampling.peer, 85,
+                  TJFLAG_ACCURATEDCT | TJFLAG_NOREALLOC);
+      return room;
+    };
+    const auto theirPicture = [&](std::vector<unsigned char>& to) {
+      tjDecompress2(decompressor, file.data(), file.size(), to.data(), photo.width, 0, photo.height, TJPF_RGB,
                     TJFLAG_ACCURATEDCT);
-        tjFree(file);
-      });
-
-  Stages stages;
-  const auto file = kJpeg.write(image, options, stages);
-  pair(
-      label + " decode", pixels, "MPix/s",
-      [file] {
-        Stages s;
-        benchmark::DoNotOptimize(kJpeg.read(file, {}, s));
-      },
-      [file, width = image.width, height = image.height, decompressor = tjInitDecompress()] {
-        std::vector<unsigned char> out(size_t(width) * size_t(height) * 3);
-        tjDecompress2(decompressor, file.data(), file.size(), out.data(), width, 0, height, TJPF_RGB,
-                      TJFLAG_ACCURATEDCT);
-        benchmark::DoNotOptimize(out.data());
-      });
+    };
+    std::vector<unsigned char> kept(tjBufSize(photo.width, photo.height, sampling.peer));
+    const std::string note = decoding ? "" : text("bytes %zu, %lu", file.size(), theirFile(kept.data(), kept.size()));
+    if (decoding)
+      row(
+          input.name, photo.megapixels(),
+          [&] {
+            Stages s;
+            keep(kJpeg.read(file, {}, s));
+          },
+          [&] {
+            if (!fresh) return theirPicture(out);
+            std::vector<unsigned char> made(photo.rgb.size());
+            theirPicture(made);
+          });
+    else
+      row(
+          input.name, photo.megapixels(),
+          [&] {
+            Stages s;
+            keep(kJpeg.write(image, options, s));
+          },
+          [&] {
+            if (!fresh) return void(theirFile(kept.data(), kept.size()));
+            const std::unique_ptr<unsigned char[]> made(new unsigned char[kept.size()]);
+            theirFile(made.get(), kept.size());
+          },
+          {}, note);
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  for (const char* photograph : {"raccoon.png", "coffee.png"}) {
-    jpeg(photograph, TJSAMP_420, "420");
-    jpeg(photograph, TJSAMP_444, "444");
-  }
-  return runPairs(argc, argv);
+  begin(argc, argv);
+  for (const bool fresh : {true, false})
+    for (const Sampling& sampling : kSamplings) {
+      jpeg(sampling, false, fresh, fresh ? 0 : sampling.encodeGoal);
+      jpeg(sampling, true, fresh, fresh ? 0 : 1.25);
+    }
+  return finish();
 }

@@ -1,11 +1,14 @@
 // Forward and inverse DCT with quantisation, beside libjpeg-turbo's vector routines of the same transforms.
 //
-// Input is the luma of a photograph, block by block, and random samples or coefficients. Each call works on
-// all blocks. The peer's routines take a block by pointers to its rows, and divisors of its own form; what it
+// Input is luma, block by block, of pictures and of random samples. Each call works on all blocks, which stay in the
+// processor's cache. The peer's routines take a block by pointers to its rows, and divisors of its own form; what it
 // needs besides (row pointers, sample conversion) is counted where our function does the same in one call.
+#include <cstring>
+
 #include "qelj.h"
 #include "qelj_typical.h"
 #include "support/pair.h"
+#include "support/pictures.h"
 
 // Private entry points of the peer's static library.
 extern "C" {
@@ -75,21 +78,13 @@ struct Plane {
   }
 };
 
-Plane photograph() {
-  const Photo photo = loadPhoto("raccoon.png");
-  const int width = photo.width / 8 * 8, top = (photo.height - kHeight) / 2;
-  std::vector<uint8_t> luma;
-  for (int y = top; y < top + kHeight; ++y)
-    for (int x = 0; x < width; ++x) {
-      const uint8_t* p = &photo.rgb[size_t(y * photo.width + x) * 3];
-      luma.push_back(uint8_t((p[0] * 77 + p[1] * 150 + p[2] * 29) >> 8));
+Plane luma(const Photo& photo) {
+  std::vector<uint8_t> samples;
+  for (int y = 0; y < kHeight; ++y)
+    for (int x = 0; x < 1024; ++x) {
+      const uint8_t* p = photo.row(y) + 3 * x;
+      samples.push_back(uint8_t((p[0] * 77 + p[1] * 150 + p[2] * 29) >> 8));
     }
-  return Plane(width, std::move(luma));
-}
-Plane noise() {
-  std::vector<uint8_t> samples(1024 * kHeight);
-  uint32_t state = 1;
-  for (auto& sample : samples) sample = uint8_t((state = state * 1664525 + 1013904223) >> 24);
   return Plane(1024, std::move(samples));
 }
 
@@ -97,13 +92,14 @@ struct alignas(32) Block {
   int16_t at[64];
 };
 
-// What the benchmarks of one plane work on; lives as long as the program.
+// What the rows of one plane work on.
 struct Subject {
+  std::string name;
   Plane plane, decoded;
   std::vector<Block> coefficients, out;
   Tables tables;
 
-  explicit Subject(Plane p) : plane(std::move(p)), decoded(plane.width, plane.samples) {
+  Subject(const std::string& n, Plane p) : name(n), plane(std::move(p)), decoded(plane.width, plane.samples) {
     coefficients.resize(size_t(plane.blocks()));
     out = coefficients;
     plane.forEachBlock([&](size_t i, int y, int x) {
@@ -112,55 +108,70 @@ struct Subject {
   }
 };
 
-void pairs(const std::string& on, Plane plane) {
-  Subject* s = new Subject(std::move(plane));
-  const double blocks = s->plane.blocks() / 1e6;
-
-  pair(
-      "forward DCT, quantise, level shift; " + on, blocks, "Mblock/s",
-      [=] {
-        s->plane.forEachBlock([&](size_t i, int y, int x) {
-          qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(s->plane.rows[size_t(y)] + x, s->plane.width, s->out[i].at,
-                                              s->tables.forward);
+void rows(std::vector<Subject>& all) {
+  road("forward DCT, level shift, quantisation", "Mblock/s", "libjpeg-turbo", 1.7);
+  for (Subject& s : all)
+    row(
+        s.name, s.plane.blocks() / 1e6,
+        [&] {
+          s.plane.forEachBlock([&](size_t i, int y, int x) {
+            qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(s.plane.rows[size_t(y)] + x, s.plane.width, s.out[i].at,
+                                                s.tables.forward);
+          });
+        },
+        [&] {
+          Block workspace;
+          s.plane.forEachBlock([&](size_t i, int y, int x) {
+            jsimd_convsamp_avx2(&s.plane.rows[size_t(y)], unsigned(x), workspace.at);
+            jsimd_fdct_islow_avx2(workspace.at);
+            jsimd_quantize_avx2(s.out[i].at, s.tables.divisors, workspace.at);
+          });
         });
-      },
-      [=] {
-        Block workspace;
-        s->plane.forEachBlock([&](size_t i, int y, int x) {
-          jsimd_convsamp_avx2(&s->plane.rows[size_t(y)], unsigned(x), workspace.at);
-          jsimd_fdct_islow_avx2(workspace.at);
-          jsimd_quantize_avx2(s->out[i].at, s->tables.divisors, workspace.at);
-        });
-      });
 
   using Ours = QelStatus (*)(const int16_t*, uint8_t*, int32_t, const uint16_t*);
   using Theirs = void (*)(void*, int16_t*, uint8_t**, unsigned);
-  const auto inverse = [&](const std::string& name, Ours ours, Theirs theirs) {
-    const Work work = [=] {
-      s->decoded.forEachBlock([&](size_t i, int y, int x) {
-        ours(s->coefficients[i].at, s->decoded.rows[size_t(y)] + x, s->decoded.width, s->tables.inverse);
-      });
-    };
-    const Work peer = [=] {
-      s->decoded.forEachBlock([&](size_t i, int y, int x) {
-        theirs(s->tables.inverse, s->coefficients[i].at, &s->decoded.rows[size_t(y)], unsigned(x));
-      });
-    };
-    pair(name + "; " + on, blocks, "Mblock/s", work, theirs ? peer : Work());
+  struct Inverse {
+    const char* name;
+    Ours ours;
+    Theirs theirs;
+    double goal;
   };
-  inverse("inverse DCT", qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R, jsimd_idct_islow_avx2);
-  inverse("inverse DCT to 4x4", qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, jsimd_idct_4x4_sse2);
-  inverse("inverse DCT to 2x2", qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, jsimd_idct_2x2_sse2);
-  inverse("inverse DCT of 4x4 coefficients", qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, nullptr);
-  inverse("inverse DCT of 2x2 coefficients", qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, nullptr);
-  inverse("inverse DCT of the DC", qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R, nullptr);
+  for (const Inverse& f : {
+           Inverse{"inverse DCT", qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R, jsimd_idct_islow_avx2, 1.9},
+           {"inverse DCT to 4x4", qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R, jsimd_idct_4x4_sse2, 1.3},
+           {"inverse DCT to 2x2", qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R, jsimd_idct_2x2_sse2, 1.0},
+           {"inverse DCT of 4x4 coefficients", qeliDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R, nullptr, 0},
+           {"inverse DCT of 2x2 coefficients", qeliDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R, nullptr, 0},
+           {"inverse DCT of the DC", qeliDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R, nullptr, 0},
+       }) {
+    road(f.name, "Mblock/s", f.theirs ? "libjpeg-turbo" : "", f.goal);
+    for (Subject& s : all) {
+      const Work theirs = [&] {
+        s.decoded.forEachBlock([&](size_t i, int y, int x) {
+          f.theirs(s.tables.inverse, s.coefficients[i].at, &s.decoded.rows[size_t(y)], unsigned(x));
+        });
+      };
+      row(
+          s.name, s.plane.blocks() / 1e6,
+          [&] {
+            s.decoded.forEachBlock([&](size_t i, int y, int x) {
+              f.ours(s.coefficients[i].at, s.decoded.rows[size_t(y)] + x, s.decoded.width, s.tables.inverse);
+            });
+          },
+          f.theirs ? theirs : Work());
+    }
+  }
 }
 
 }  // namespace
 }  // namespace qelj::bench
 
 int main(int argc, char** argv) {
-  qelj::bench::pairs("photograph", qelj::bench::photograph());
-  qelj::bench::pairs("noise", qelj::bench::noise());
-  return qelj::bench::runPairs(argc, argv);
+  using namespace qelj::bench;
+  begin(argc, argv);
+  std::vector<Subject> all;
+  for (const CodedPicture& picture : codedPictures()) all.emplace_back(picture.name, luma(picture.make()));
+  all.emplace_back("white noise", luma(noise(1024, kHeight)));
+  rows(all);
+  return finish();
 }

@@ -1,21 +1,15 @@
-// Huffman coding of sequential scans, beside libjpeg-turbo's jpeg_write_coefficients and
-// jpeg_read_coefficients.
+// Huffman coding of sequential scans, beside libjpeg-turbo's jpeg_write_coefficients and jpeg_read_coefficients.
 //
-// The coefficients are those of a photograph that the peer compressed, 4:2:0, one interleaved scan. All work
-// is from memory to memory. The peer's time includes its object, and the headers of the file (some 600
-// bytes); ours includes the table records, the state, and, decoding, the memory of the blocks, as the peer's
-// does. "optimised" counts the symbols first and makes tables from the counts, on both sides. Encoders' bytes
-// and decoders' coefficients are held against the peer's before anything is measured.
+// The coefficients are those of pictures that the peer compressed, one interleaved scan of some 100,000 blocks. All
+// work is from memory to memory. The peer's time includes its object, the headers of the file (some 600 bytes) and,
+// decoding, the zeroing of its coefficients; ours includes the table records and the state. "optimised" counts the
+// symbols first and makes tables from the counts, on both sides. Encoders' bytes and decoders' coefficients are held
+// against the peer's before anything is measured.
 #include "support/jpeg_peer.h"
 
 namespace qelj::bench {
 namespace {
 
-template <class Record>
-struct Storage {
-  alignas(64) uint8_t bytes[1664];
-  Record* get() { return reinterpret_cast<Record*>(bytes); }
-};
 struct Encoders {
   Storage<QelEncodeHuffmanSpec> dc[2], ac[2];
 };
@@ -71,8 +65,7 @@ size_t encodeOptimised(const Peer& peer, const Scan& scan, std::vector<uint8_t>&
 }
 
 template <bool kDirect>
-std::unique_ptr<int16_t[]> decode(const Peer& peer, const Coded& coded) {
-  std::unique_ptr<int16_t[]> blocks(new int16_t[peer.blocks.size()]);
+void decode(const Peer& peer, const Coded& coded, int16_t* blocks) {
   Storage<QelDecodeHuffmanSpec> dc[2], ac[2];
   const auto& lists = coded.tables[0];
   for (size_t i = 0; i < 2; ++i) {
@@ -87,7 +80,7 @@ std::unique_ptr<int16_t[]> decode(const Peer& peer, const Coded& coded) {
   int32_t pos = 0, marker = 0, bitCount = 0;
   uint32_t bitBuffer = 0;
   int16_t last[4] = {};
-  peer.forEachBlock(scan.components, blocks.get(), [&](int16_t* block, int id) {
+  peer.forEachBlock(scan.components, blocks, [&](int16_t* block, int id) {
     const int t = peer.components[size_t(id)].dcTable;
     if constexpr (kDirect)
       qeliDecodeHuffman8x8_Direct_JPEG_1u16s_C1(src, &pos, block, &last[id], &marker, &bitBuffer, &bitCount,
@@ -96,58 +89,63 @@ std::unique_ptr<int16_t[]> decode(const Peer& peer, const Coded& coded) {
       qeliDecodeHuffman8x8_JPEG_1u16s_C1(src, length, &pos, block, &last[id], &marker, dc[t].get(), ac[t].get(),
                                          state.get());
   });
-  return blocks;
 }
 
-void measure(Peer& peer, int quality) {
-  auto* coded = new Coded(peer.code(Coding::baseline));
-  auto* optimised = new Coded(peer.code(Coding::optimised));
-  auto* out = new std::vector<uint8_t>(4 << 20);
-  auto* encoders = new Encoders;
-  makeEncoders(coded->tables[0], *encoders);
-  const auto same = [&](size_t size, const Coded& c) {
-    const Scan& s = c.scans[0];
-    return size == s.end - s.begin &&
-           std::equal(out->begin(), out->begin() + std::ptrdiff_t(size), c.file.begin() + std::ptrdiff_t(s.begin));
-  };
-  require(same(encode(peer, coded->scans[0], *encoders, *out), *coded), "the scan");
-  require(same(encodeDirect(peer, coded->scans[0], *encoders, *out), *coded), "the scan (Direct)");
-  require(same(encodeOptimised(peer, optimised->scans[0], *out), *optimised), "the optimised scan");
-  require(std::equal(peer.blocks.begin(), peer.blocks.end(), decode<false>(peer, *coded).get()), "the decoder");
-  // The Direct form may drop what stands in the last byte in front of the marker.
-  require(std::equal(peer.blocks.begin(), peer.blocks.begin() + std::ptrdiff_t(peer.offset(1)),
-                     decode<true>(peer, *coded).get()),
-          "the Direct decoder");
+using Run = void (*)(Peer&, const Coded&, std::vector<uint8_t>& out);
+void runEncoder(Peer& peer, const Coded& coded, std::vector<uint8_t>& out) {
+  Encoders e;
+  makeEncoders(coded.tables[0], e);
+  encode(peer, coded.scans[0], e, out);
+}
+void runDirectEncoder(Peer& peer, const Coded& coded, std::vector<uint8_t>& out) {
+  Encoders e;
+  makeEncoders(coded.tables[0], e);
+  encodeDirect(peer, coded.scans[0], e, out);
+}
+void runOptimised(Peer& peer, const Coded& coded, std::vector<uint8_t>& out) {
+  encodeOptimised(peer, coded.scans[0], out);
+}
 
-  const double units = double(peer.blocks.size()) / 1e6;
-  const std::string q = ", quality " + std::to_string(quality);
-  const auto write = [&peer](Coding coding) {
-    return [&peer, coding] { benchmark::DoNotOptimize(peer.write(coding)); };
-  };
-  const auto read = [coded] { Peer::read(coded->file); };
-  pair(
-      "encode" + q, units, "Mcoef/s",
-      [=, &peer] {
-        Encoders e;
-        makeEncoders(coded->tables[0], e);
-        encode(peer, coded->scans[0], e, *out);
-      },
-      write(Coding::baseline));
-  pair(
-      "encode, Direct" + q, units, "Mcoef/s",
-      [=, &peer] {
-        Encoders e;
-        makeEncoders(coded->tables[0], e);
-        encodeDirect(peer, coded->scans[0], e, *out);
-      },
-      write(Coding::baseline));
-  pair(
-      "encode, optimised" + q, units, "Mcoef/s", [=, &peer] { encodeOptimised(peer, coded->scans[0], *out); },
-      write(Coding::optimised));
-  pair("decode" + q, units, "Mcoef/s", [=, &peer] { benchmark::DoNotOptimize(decode<false>(peer, *coded)); }, read);
-  pair(
-      "decode, Direct" + q, units, "Mcoef/s", [=, &peer] { benchmark::DoNotOptimize(decode<true>(peer, *coded)); },
-      read);
+void encoders(const std::string& name, double goal, const std::vector<Subject>& all, Run ours, Coding coding) {
+  road(name, "Mcoef/s", "libjpeg-turbo", goal);
+  for (const Subject& s : all) {
+    if (!wanted(s.name())) continue;
+    Peer& peer = s.peer();
+    const Coded coded = peer.code(coding);
+    static std::vector<uint8_t> out(32 << 20);
+    ours(peer, coded, out);
+    const Scan& scan = coded.scans[0];
+    require(std::equal(coded.file.begin() + std::ptrdiff_t(scan.begin), coded.file.begin() + std::ptrdiff_t(scan.end),
+                       out.begin()),
+            name + ": the scan differs from the peer's");
+    row(
+        s.name(), double(peer.blocks.size()) / 1e6, [&] { ours(peer, coded, out); }, [&] { peer.write(coding); }, {},
+        text("%.1f non-zero a block", peer.nonZeros()));
+  }
+}
+
+// With the memory of the coefficients made in each call, or kept where that can be done: the peer always makes its own.
+template <bool kDirect>
+void decoders(const std::string& name, double goal, const std::vector<Subject>& all, bool make) {
+  road(name, "Mcoef/s", "libjpeg-turbo", goal);
+  for (const Subject& s : all) {
+    if (!wanted(s.name())) continue;
+    Peer& peer = s.peer();
+    const Coded coded = peer.code(Coding::baseline);
+    std::vector<int16_t> kept(peer.blocks.size());
+    decode<kDirect>(peer, coded, kept.data());
+    // The Direct form may drop what stands in the last byte in front of the marker.
+    const size_t sure = kDirect ? peer.offset(1) : kept.size();
+    require(std::equal(kept.begin(), kept.begin() + std::ptrdiff_t(sure), peer.blocks.begin()),
+            name + ": the coefficients differ from the peer's");
+    row(
+        s.name(), double(peer.blocks.size()) / 1e6,
+        [&] {
+          const std::unique_ptr<int16_t[]> made(make ? new int16_t[kept.size()] : nullptr);
+          decode<kDirect>(peer, coded, make ? made.get() : kept.data());
+        },
+        [&] { Peer::read(coded.file); }, {}, text("%.1f non-zero a block", peer.nonZeros()));
+  }
 }
 
 }  // namespace
@@ -155,7 +153,17 @@ void measure(Peer& peer, int quality) {
 
 int main(int argc, char** argv) {
   using namespace qelj::bench;
-  const Photo photo = loadPhoto("raccoon.png");
-  measureQualities(photo, measure);
-  return runPairs(argc, argv);
+  begin(argc, argv);
+  const auto all = subjects({false, true}, {50, 75, 85, 95}), usual = subjects({false}, {85});
+  allocate(Buffers::fresh);
+  decoders<false>("Huffman decoding, fresh memory", 0, usual, true);
+  allocate(Buffers::warm);
+  encoders("Huffman encoding, 4:2:0 at 50 and 75", 1.0, subjects({false}, {50, 75}), runEncoder, Coding::baseline);
+  encoders("Huffman encoding, 4:2:0 at 85 and 95", 1.15, subjects({false}, {85, 95}), runEncoder, Coding::baseline);
+  encoders("Huffman encoding, 4:4:4", 1.15, subjects({true}, {50, 75, 85, 95}), runEncoder, Coding::baseline);
+  encoders("Huffman encoding, Direct form", 0, usual, runDirectEncoder, Coding::baseline);
+  encoders("Huffman encoding, optimised", 0, usual, runOptimised, Coding::optimised);
+  decoders<false>("Huffman decoding", 1.2, all, false);
+  decoders<true>("Huffman decoding, Direct form", 1.0, all, false);
+  return finish();
 }

@@ -1,16 +1,14 @@
-// Block coding of a photograph's lossless coefficients (RCT, five levels of the 5/3 wavelet, blocks of 64 x
+// Tier-1 coding of photographs' lossless coefficients (RCT, five levels of the 5/3 wavelet, blocks of 64 x
 // 64) beside the tier-1 coder of OpenJPEG, on the same picture. The peer's coder is an internal function: the
 // linker's --wrap option hands us its calls while the peer works on the picture, and we repeat them while
 // their data is alive. Both sides convert between coefficients in two's complement and the coder's own form,
 // and tell rates and distortions.
-#include <openjpeg.h>
-
-#include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <utility>
 
 #include "qelj.h"
-#include "support/pair.h"
+#include "support/openjpeg_peer.h"
 
 namespace {
 
@@ -46,74 +44,6 @@ void __wrap_opj_t1_decode_cblks(void* tcd, volatile int* ok, void* component, vo
 }
 
 namespace {
-
-// --- the peer, memory to memory ----------------------------------------------------------------------------
-
-struct Memory {
-  std::vector<uint8_t> bytes;
-  size_t at = 0;
-};
-opj_stream_t* openStream(Memory& memory, bool input) {
-  opj_stream_t* s = opj_stream_create(1 << 20, input);
-  opj_stream_set_user_data(s, &memory, nullptr);
-  opj_stream_set_user_data_length(s, memory.bytes.size());
-  opj_stream_set_read_function(s, [](void* to, OPJ_SIZE_T n, void* user) {
-    auto& m = *static_cast<Memory*>(user);
-    n = std::min(n, m.bytes.size() - m.at);
-    std::memcpy(to, m.bytes.data() + m.at, n);
-    m.at += n;
-    return n ? n : OPJ_SIZE_T(-1);
-  });
-  opj_stream_set_write_function(s, [](void* from, OPJ_SIZE_T n, void* user) {
-    auto& m = *static_cast<Memory*>(user);
-    m.bytes.resize(std::max(m.bytes.size(), m.at + n));
-    std::memcpy(m.bytes.data() + m.at, from, n);
-    m.at += n;
-    return n;
-  });
-  opj_stream_set_skip_function(s,
-                               [](OPJ_OFF_T n, void* user) { return static_cast<Memory*>(user)->at += size_t(n), n; });
-  opj_stream_set_seek_function(s, [](OPJ_OFF_T to, void* user) {
-    static_cast<Memory*>(user)->at = size_t(to);
-    return OPJ_BOOL(1);
-  });
-  return s;
-}
-
-Memory peerEncode(const Photo& photo) {
-  opj_image_cmptparm_t component{};
-  component.dx = component.dy = 1;
-  component.w = OPJ_UINT32(photo.width), component.h = OPJ_UINT32(photo.height);
-  component.prec = 8;
-  opj_image_cmptparm_t components[3] = {component, component, component};
-  opj_image_t* image = opj_image_create(3, components, OPJ_CLRSPC_SRGB);
-  image->x1 = component.w, image->y1 = component.h;
-  for (size_t c = 0; c < 3; ++c)
-    for (size_t i = 0; i < photo.rgb.size() / 3; ++i) image->comps[c].data[i] = photo.rgb[3 * i + c];
-  opj_cparameters_t parameters;
-  opj_set_default_encoder_parameters(&parameters);
-  parameters.tcp_mct = 1, parameters.tcp_numlayers = 1, parameters.cp_disto_alloc = 1;
-  opj_codec_t* codec = opj_create_compress(OPJ_CODEC_J2K);
-  opj_setup_encoder(codec, &parameters, image);
-  Memory out;
-  opj_stream_t* stream = openStream(out, false);
-  if (!opj_start_compress(codec, image, stream) || !opj_encode(codec, stream) || !opj_end_compress(codec, stream))
-    std::exit(1);
-  opj_stream_destroy(stream), opj_destroy_codec(codec), opj_image_destroy(image);
-  return out;
-}
-
-void peerDecode(Memory file) {
-  file.at = 0;
-  opj_dparameters_t parameters;
-  opj_set_default_decoder_parameters(&parameters);
-  opj_codec_t* codec = opj_create_decompress(OPJ_CODEC_J2K);
-  opj_setup_decoder(codec, &parameters);
-  opj_stream_t* stream = openStream(file, true);
-  opj_image_t* image = nullptr;
-  if (!opj_read_header(stream, codec, &image) || !opj_decode(codec, stream, image)) std::exit(1);
-  opj_stream_destroy(stream), opj_destroy_codec(codec), opj_image_destroy(image);
-}
 
 // --- ours --------------------------------------------------------------------------------------------------
 
@@ -190,7 +120,8 @@ void encode(Picture& picture, QelEncodeStateJPEG2K* state) {
 
 void decode(const Picture& picture, std::vector<uint8_t>& state) {
   static int32_t samples[kBlock * kBlock];
-  static std::vector<int32_t> target(picture.planes[0].size());
+  static std::vector<int32_t> target;
+  target.resize(picture.planes[0].size());
   for (const Block& b : picture.blocks) {
     if (!b.passes) continue;
     const auto length = uint32_t(b.bytes.size());
@@ -203,46 +134,56 @@ void decode(const Picture& picture, std::vector<uint8_t>& state) {
         target[size_t(y) * size_t(picture.step / 4) + size_t(x)] = v < 0 ? -m : m;
       }
   }
-  benchmark::DoNotOptimize(target.data());
+  keep(target.data());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const Photo photo = loadPhoto("raccoon.png");
-  const double samples = double(photo.width) * photo.height * 3 / 1e6;
-  Picture picture(photo);
+  begin(argc, argv);
   QelEncodeStateJPEG2K* state = nullptr;
   qeliEncodeInitAlloc_JPEG2K(&state, {kBlock, kBlock});
-  encode(picture, state);
   int32_t stateBytes = 0;
   qeliDecodeGetBufSize_JPEG2K({kBlock, kBlock}, &stateBytes);
   std::vector<uint8_t> memory(static_cast<size_t>(stateBytes));
-
-  const Memory file = peerEncode(photo);
-  size_t ours = 0;
-  for (const Block& b : picture.blocks) ours += b.bytes.size();
-  std::printf("coded bytes: qelj %zu in blocks, peer %zu with headers\n", ours, file.bytes.size());
-
-  // Inside the peer's encoder, and inside its decoder at the last component, everything of the peer's is
-  // alive.
-  int result = 1;
-  onEncode = [&](std::function<void()> peerEncodes) {
-    std::vector<std::function<void()>> components;
-    onDecode = [&](std::function<void()> peerDecodes) {
-      components.push_back(std::move(peerDecodes));
-      if (components.size() != 3) return;
-      pair("encode code-blocks, lossless", samples, "MSample/s", [&] { encode(picture, state); }, peerEncodes);
-      pair(
-          "decode code-blocks, lossless", samples, "MSample/s", [&] { decode(picture, memory); },
-          [&] {
-            for (const auto& component : components) component();
-          });
-      result = runPairs(argc, argv);
-    };
-    peerDecode(file);
-  };
-  peerEncode(photo);
+  const std::pair<const char*, Photo> photos[] = {{"raccoon", loadPhoto("raccoon.png")},
+                                                  {"raccoon halved", halved(loadPhoto("raccoon.png"))},
+                                                  {"coffee", loadPhoto("coffee.png")}};
+  for (const bool decoding : {false, true}) {
+    road(decoding ? "tier-1 decoding, lossless" : "tier-1 encoding, lossless", "MSample/s", "OpenJPEG",
+         decoding ? 1.6 : 1.7);
+    for (const auto& [name, photo] : photos) {
+      if (!wanted(name)) continue;
+      const double samples = photo.megapixels() * 3;
+      Picture picture(photo);
+      encode(picture, state);
+      std::vector<uint8_t> file, decoded(photo.rgb.size());
+      openjpegEncode(photo, 0, file);
+      size_t ours = 0;
+      for (const Block& b : picture.blocks) ours += b.bytes.size();
+      const std::string note = text("bytes %zu, %zu with headers", ours, file.size());
+      // Inside the peer's encoder, and inside its decoder at the last component, everything of the peer's is alive.
+      if (decoding) {
+        std::vector<std::function<void()>> components;
+        onDecode = [&](std::function<void()> again) {
+          components.push_back(std::move(again));
+          if (components.size() != 3) return;
+          row(
+              name, samples, [&] { decode(picture, memory); },
+              [&] {
+                for (const auto& component : components) component();
+              });
+        };
+        openjpegDecode(file, decoded);
+        onDecode = nullptr;
+      } else {
+        onEncode = [&](std::function<void()> again) {
+          row(name, samples, [&] { encode(picture, state); }, again, {}, note);
+        };
+        openjpegEncode(photo, 0, file);
+      }
+    }
+  }
   qeliEncodeFree_JPEG2K(state);
-  return result;
+  return finish();
 }

@@ -2,9 +2,12 @@
 //
 // The peer transforms one block of sixteen 32-bit values a call, in an order of its own; ours takes
 // macroblocks of 16x16 samples. Both sides repeat the transform in place on the same memory. The blocks that
-// are coded are those of a photograph's luma, with all bits and with four bits split off.
+// are coded are those of pictures' green, with all bits and with four bits split off.
+#include <cstring>
+
 #include "qelj.h"
 #include "support/pair.h"
+#include "support/pictures.h"
 
 // Private entry points of the peer.
 extern "C" {
@@ -25,18 +28,19 @@ std::vector<T>& macroblocks() {
 }
 
 template <class T>
-void benchTransform(const char* name, QelStatus (*transform)(T*, int32_t), void (*peer)(int32_t*)) {
+void transform(const char* name, QelStatus (*transform)(T*, int32_t), void (*peer)(int32_t*)) {
   auto& ours = macroblocks<T>();
   static std::vector<int32_t> theirs(256 * kMacroblocks, 77);
-  pair(
-      name, 16 * kMacroblocks / 1e6, "Mblocks/s",
-      [&ours, transform] {
+  const Work peers = [&] {
+    for (size_t i = 0; i < theirs.size(); i += 16) peer(&theirs[i]);
+  };
+  road(name, "Mblock/s", peer ? "libjxr" : "");
+  row(
+      "64 macroblocks", 16 * kMacroblocks / 1e6,
+      [&] {
         for (size_t i = 0; i < kMacroblocks; ++i) transform(&ours[256 * i], 16 * sizeof(T));
       },
-      peer ? Work([peer] {
-        for (size_t i = 0; i < theirs.size(); i += 16) peer(&theirs[i]);
-      })
-           : Work());
+      peer ? peers : Work());
 }
 
 // A coder's record, stream and blocks.
@@ -51,13 +55,11 @@ struct Coding {
   int32_t bitCount;
   std::vector<bool> coded;
 
-  explicit Coding(uint32_t split) : modelBits(split) {
-    const Photo photo = loadPhoto("raccoon.png");
+  Coding(const Photo& photo, uint32_t split) : modelBits(split) {
     for (int y = 0; y + 4 <= photo.height; y += 4)
       for (int x = 0; x + 4 <= photo.width; x += 4) {
         int16_t block[16];
-        for (int i = 0; i < 16; ++i)
-          block[i] = int16_t(photo.rgb[size_t((y + i / 4) * photo.width + x + i % 4) * 3 + 1] - 128);
+        for (int i = 0; i < 16; ++i) block[i] = int16_t(photo.row(y + i / 4)[3 * (x + i % 4) + 1] - 128);
         qeliPCTFwd_JPEGXR_16s_C1IR(block, 8, {4, 4});
         blocks.insert(blocks.end(), block, block + 16);
       }
@@ -107,13 +109,16 @@ struct Coding {
   }
 };
 
-void benchCoding(uint32_t modelBits, const std::string& how) {
-  static std::vector<Coding*> all;
-  auto* c = new Coding(modelBits);
-  all.push_back(c);
-  c->encode();
-  pair("encode blocks, " + how, c->count() / 1e6, "Mblocks/s", [c] { c->encode(); });
-  pair("decode blocks, " + how, c->count() / 1e6, "Mblocks/s", [c] { c->decode(); });
+void blocks(const std::string& how, uint32_t modelBits, double goal) {
+  for (const bool decoding : {false, true}) {
+    road((decoding ? "JPEG XR block decoding, " : "JPEG XR block encoding, ") + how, "cycles a block", "", goal);
+    for (const CodedPicture& picture : codedPictures()) {
+      if (!wanted(picture.name)) continue;
+      Coding c(picture.make(), modelBits);
+      c.encode();
+      row(picture.name, c.count(), [&] { decoding ? c.decode() : c.encode(); });
+    }
+  }
 }
 
 }  // namespace
@@ -121,13 +126,14 @@ void benchCoding(uint32_t modelBits, const std::string& how) {
 
 int main(int argc, char** argv) {
   using namespace qelj::bench;
-  benchTransform<int32_t>("forward transform, 32-bit", qeliPCTFwd16x16_JPEGXR_32s_C1IR, strDCT4x4Stage1);
-  benchTransform<int32_t>("inverse transform, 32-bit", qeliPCTInv16x16_JPEGXR_32s_C1IR, strIDCT4x4Stage1);
-  benchTransform<int16_t>("forward transform, 16-bit (peer 32-bit)", qeliPCTFwd16x16_JPEGXR_16s_C1IR, strDCT4x4Stage1);
-  benchTransform<int16_t>("inverse transform, 16-bit (peer 32-bit)", qeliPCTInv16x16_JPEGXR_16s_C1IR, strIDCT4x4Stage1);
-  benchTransform<float>("forward transform, float", qeliPCTFwd16x16_JPEGXR_32f_C1IR, nullptr);
-  benchTransform<float>("inverse transform, float", qeliPCTInv16x16_JPEGXR_32f_C1IR, nullptr);
-  benchCoding(0, "all bits");
-  benchCoding(4, "four bits fixed");
-  return runPairs(argc, argv);
+  begin(argc, argv);
+  blocks("all bits", 0, 335);
+  blocks("four bits fixed", 4, 0);
+  transform<int32_t>("forward transform, 32-bit", qeliPCTFwd16x16_JPEGXR_32s_C1IR, strDCT4x4Stage1);
+  transform<int32_t>("inverse transform, 32-bit", qeliPCTInv16x16_JPEGXR_32s_C1IR, strIDCT4x4Stage1);
+  transform<int16_t>("forward transform, 16-bit (peer 32-bit)", qeliPCTFwd16x16_JPEGXR_16s_C1IR, strDCT4x4Stage1);
+  transform<int16_t>("inverse transform, 16-bit (peer 32-bit)", qeliPCTInv16x16_JPEGXR_16s_C1IR, strIDCT4x4Stage1);
+  transform<float>("forward transform, float", qeliPCTFwd16x16_JPEGXR_32f_C1IR, nullptr);
+  transform<float>("inverse transform, float", qeliPCTInv16x16_JPEGXR_32f_C1IR, nullptr);
+  return finish();
 }

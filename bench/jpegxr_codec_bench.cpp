@@ -3,6 +3,7 @@
 // bands. Each side decodes the peer's file.
 #include "format.h"
 #include "support/pair.h"
+#include "support/pictures.h"
 
 // Last, for the words that it defines as macros.
 #define __ANSI__ 1  // how the peer's headers ask for plain C types
@@ -18,10 +19,9 @@ extern const Format kJpegXr;
 namespace qelj::bench {
 namespace {
 
-void expect(ERR error) {
-  if (error < 0) std::printf("the peer failed: %ld\n", long(error)), std::exit(1);
-}
+void expect(ERR error) { require(error >= 0, "the peer fails"); }
 
+// Into memory that is large enough; returns the file's size.
 size_t encodeTheirs(const Photo& photo, int quantizer, std::vector<uint8_t>& file) {
   WMPStream* stream = nullptr;
   expect(CreateWS_Memory(&stream, file.data(), file.size()));
@@ -48,9 +48,9 @@ size_t encodeTheirs(const Photo& photo, int quantizer, std::vector<uint8_t>& fil
   return bytes;
 }
 
-void decodeTheirs(std::vector<uint8_t>& file, Photo& photo) {
+void decodeTheirs(std::vector<uint8_t>& file, size_t bytes, Photo& photo) {
   WMPStream* stream = nullptr;
-  expect(CreateWS_Memory(&stream, file.data(), file.size()));
+  expect(CreateWS_Memory(&stream, file.data(), bytes));
   PKImageDecode* decoder = nullptr;
   expect(PKImageDecode_Create_WMP(&decoder));
   expect(decoder->Initialize(decoder, stream));
@@ -62,53 +62,56 @@ void decodeTheirs(std::vector<uint8_t>& file, Photo& photo) {
   expect(decoder->Release(&decoder));
 }
 
-struct Case {
-  qelconv::Image image;
-  qelconv::Options options;
-  std::vector<uint8_t> ours, theirs;
-  Photo photo, decoded;
-};
-
-void bench(int quantizer, const std::string& how) {
-  auto* c = new Case;
-  c->photo = c->decoded = loadPhoto("raccoon.png");
-  c->image = qelconv::Image(c->photo.width, c->photo.height, qelconv::Colour::rgb);
-  c->image.data = c->photo.rgb;
-  c->options.set("quantizer", std::to_string(quantizer));
-  c->theirs.resize(c->photo.rgb.size() * 2);
-  c->theirs.resize(encodeTheirs(c->photo, quantizer, c->theirs));
-  qelconv::Stages stages;
-  c->ours = qelconv::kJpegXr.write(c->image, c->options, stages);
-  std::printf("%s: our file has %zu bytes, the peer's %zu\n", how.c_str(), c->ours.size(), c->theirs.size());
-  if (qelconv::kJpegXr.read(c->theirs, {}, stages).data != (decodeTheirs(c->theirs, c->decoded), c->decoded.rgb))
-    std::printf("the decoders differ\n"), std::exit(1);
-
-  const double megapixels = double(c->photo.width) * c->photo.height / 1e6;
-  pair(
-      "encode the photograph, " + how, megapixels, "MPix/s",
-      [=] {
-        qelconv::Stages s;
-        c->ours = qelconv::kJpegXr.write(c->image, c->options, s);
-      },
-      [=] {
-        c->theirs.resize(c->photo.rgb.size() * 2);
-        c->theirs.resize(encodeTheirs(c->photo, quantizer, c->theirs));
-      });
-  pair(
-      "decode the photograph, " + how, megapixels, "MPix/s",
-      [=] {
-        qelconv::Stages s;
-        const auto image = qelconv::kJpegXr.read(c->theirs, {}, s);
-        benchmark::DoNotOptimize(image.data.data());
-      },
-      [=] { decodeTheirs(c->theirs, c->decoded); });
+void rows(int quantizer, const std::string& how, double goal) {
+  for (const bool decoding : {false, true}) {
+    road("whole JPEG XR, " + how + (decoding ? ", decoding" : ", encoding"), "MPix/s", "libjxr", goal);
+    for (const char* name : {"raccoon", "coffee"}) {
+      if (!wanted(name)) continue;
+      const Photo photo = loadPhoto(name + std::string(".png"));
+      Photo decoded = photo;
+      qelconv::Image image(photo.width, photo.height, qelconv::Colour::rgb);
+      image.data = photo.rgb;
+      qelconv::Options options;
+      options.set("quantizer", std::to_string(quantizer));
+      std::vector<uint8_t> theirs(photo.rgb.size() * 2);
+      const size_t bytes = encodeTheirs(photo, quantizer, theirs);
+      const std::vector<uint8_t> file(theirs.begin(), theirs.begin() + std::ptrdiff_t(bytes));
+      qelconv::Stages stages;
+      const auto ours = qelconv::kJpegXr.write(image, options, stages);
+      const auto read = qelconv::kJpegXr.read(file, {}, stages).data;
+      decodeTheirs(theirs, bytes, decoded);
+      require(read == decoded.rgb, "the decoders differ");
+      const std::string psnrs =
+          quantizer == 1 ? ""
+                         : text(", PSNR %.2f, %.2f dB", psnr(qelconv::kJpegXr.read(ours, {}, stages).data, photo.rgb),
+                                psnr(read, photo.rgb));
+      if (decoding)
+        row(
+            name, photo.megapixels(),
+            [&] {
+              qelconv::Stages s;
+              keep(qelconv::kJpegXr.read(file, {}, s));
+            },
+            [&] { decodeTheirs(theirs, bytes, decoded); });
+      else
+        row(
+            name, photo.megapixels(),
+            [&] {
+              qelconv::Stages s;
+              keep(qelconv::kJpegXr.write(image, options, s));
+            },
+            [&] { encodeTheirs(photo, quantizer, theirs); }, {}, text("bytes %zu, %zu", ours.size(), bytes) + psnrs);
+    }
+  }
 }
 
 }  // namespace
 }  // namespace qelj::bench
 
 int main(int argc, char** argv) {
-  qelj::bench::bench(1, "lossless");
-  qelj::bench::bench(40, "quantiser 40");
-  return qelj::bench::runPairs(argc, argv);
+  using namespace qelj::bench;
+  begin(argc, argv);
+  rows(1, "lossless", 2.2);
+  rows(40, "quantiser 40", 2.2);
+  return finish();
 }

@@ -1,9 +1,11 @@
 // MCU conversion over a whole photograph. The forward functions leave level-shifted 16-bit blocks of the
-// whole picture, the peer leaves 8-bit planes; the inverse ones start from the same.
+// whole picture, the peer leaves 8-bit planes; the inverse ones start from the same. Where chroma is halved the peer is
+// its merged conversion.
 #include <turbojpeg.h>
 
 #include "qelj.h"
 #include "support/pair.h"
+#include "support/pictures.h"
 
 // Internal entry points of the peer: one row (h2v1) or two rows (h2v2) of RGB from rows of Y, Cb, Cr.
 extern "C" {
@@ -94,30 +96,21 @@ struct Job {
 
 int main(int argc, char** argv) {
   using namespace qelj::bench;
+  begin(argc, argv);
+  constexpr const char* kPeer = "libjpeg-turbo";
   Job job(loadPhoto("raccoon.png"));
   const double mpix = double(job.width) * job.height / 1e6;
-  job.encodePlanes(kSamplings[0]);
   for (const Sampling& s : kSamplings) {
-    const std::string name = s.name;
-    pair(
-        "RGB to MCU " + name + ", blocks of the picture", mpix, "MPix/s", [&] { job.forward(s, false); },
-        [&] { job.encodePlanes(s); });
-    pair(
-        "RGB to MCU " + name + ", one MCU's blocks reused", mpix, "MPix/s", [&] { job.forward(s, true); },
-        [&] { job.encodePlanes(s); });
+    // The planes that the peer converts from are those of this sampling.
+    job.encodePlanes(s);
+    road(std::string("RGB to MCU ") + s.name, "MPix/s", kPeer);
+    const Work encode = [&] { job.encodePlanes(s); };
+    row("blocks of the picture", mpix, [&] { job.forward(s, false); }, encode);
+    row("one MCU's blocks reused", mpix, [&] { job.forward(s, true); }, encode);
+    road(std::string("MCU ") + s.name + " to RGB", "MPix/s", kPeer);
+    const Work decode = [&] { s.merged ? job.merged(s) : job.decodePlanes(s); };
+    row("blocks of the picture", mpix, [&] { job.inverse(s, false); }, decode);
+    row("one MCU's blocks reused", mpix, [&] { job.inverse(s, true); }, decode);
   }
-  for (const Sampling& s : kSamplings) {
-    const std::string name = s.name;
-    pair(
-        "MCU " + name + " to RGB, blocks of the picture", mpix, "MPix/s", [&] { job.inverse(s, false); },
-        [&] { job.decodePlanes(s); });
-    pair(
-        "MCU " + name + " to RGB, one MCU's blocks reused", mpix, "MPix/s", [&] { job.inverse(s, true); },
-        [&] { job.decodePlanes(s); });
-    if (s.merged)
-      pair(
-          "MCU " + name + " to RGB, merged up-sampling", mpix, "MPix/s", [&] { job.inverse(s, false); },
-          [&] { job.merged(s); });
-  }
-  return runPairs(argc, argv);
+  return finish();
 }

@@ -2,20 +2,15 @@
 // jpeg_write_coefficients and jpeg_read_coefficients with the same scans; and the rows of lossless coding,
 // which has no peer here.
 //
-// The coefficients are those of a photograph that the peer compressed, 4:2:0. All work is from memory to
+// The coefficients are those of pictures that the peer compressed, 4:2:0. All work is from memory to
 // memory. The peer's time includes its object and the headers of the file; ours includes counting, tables,
-// records and states of every scan, and, decoding, the memory of the blocks, zeroed, as the peer's does. The
+// records and states of every scan, and, decoding, the zeroing of the blocks, as the peer's does. The
 // scans' bytes and the coefficients are held against the peer's before anything is measured.
 #include "support/jpeg_peer.h"
 
 namespace qelj::bench {
 namespace {
 
-template <class Record>
-struct Storage {
-  alignas(64) uint8_t bytes[1664];
-  Record* get() { return reinterpret_cast<Record*>(bytes); }
-};
 using EncodeState = Storage<QelEncodeHuffmanState>;
 using EncodeSpec = Storage<QelEncodeHuffmanSpec>;
 using DecodeSpec = Storage<QelDecodeHuffmanSpec>;
@@ -77,8 +72,8 @@ std::vector<int32_t> encode(const Peer& peer, const Coded& coded, std::vector<ui
   return ends;
 }
 
-std::unique_ptr<int16_t[]> decode(const Peer& peer, const Coded& coded) {
-  std::unique_ptr<int16_t[]> blocks(new int16_t[peer.blocks.size()]());
+void decode(const Peer& peer, const Coded& coded, std::vector<int16_t>& blocks) {
+  std::fill(blocks.begin(), blocks.end(), int16_t(0));
   for (size_t n = 0; n < coded.scans.size(); ++n) {
     const Scan& scan = coded.scans[n];
     const uint8_t* src = coded.file.data() + scan.begin;
@@ -88,7 +83,7 @@ std::unique_ptr<int16_t[]> decode(const Peer& peer, const Coded& coded) {
     qeliDecodeHuffmanStateInit_JPEG_8u(state.get());
     int32_t pos = 0, marker = 0;
     int16_t last[4] = {};
-    const auto each = [&](auto call) { peer.forEachBlock(scan.components, blocks.get(), call); };
+    const auto each = [&](auto call) { peer.forEachBlock(scan.components, blocks.data(), call); };
     DecodeSpec specs[4];
     const auto table = [&](int i) -> DecodeSpec {
       DecodeSpec spec;
@@ -115,36 +110,42 @@ std::unique_ptr<int16_t[]> decode(const Peer& peer, const Coded& coded) {
       });
     }
   }
-  return blocks;
 }
 
-void measure(Peer& peer, int quality) {
-  auto* coded = new Coded(peer.code(Coding::progressive));
-  auto* out = new std::vector<uint8_t>(4 << 20);
-  const auto ends = encode(peer, *coded, *out);
-  for (size_t n = 0, begin = 0; n < ends.size(); begin = size_t(ends[n++])) {
-    const Scan& s = coded->scans[n];
-    require(size_t(ends[n]) - begin == s.end - s.begin &&
-                std::equal(&(*out)[begin], &(*out)[size_t(ends[n])], &coded->file[s.begin]),
-            "a scan");
+void scans() {
+  const auto all = subjects({false}, {50, 85, 95});
+  static std::vector<uint8_t> out(32 << 20);
+  for (const bool reading : {false, true}) {
+    const std::string name = reading ? "progressive reading" : "progressive writing, optimised";
+    road(name, "Mcoef/s", "libjpeg-turbo", reading ? 1.7 : 1.9);
+    for (const Subject& s : all) {
+      if (!wanted(s.name())) continue;
+      Peer& peer = s.peer();
+      const Coded coded = peer.code(Coding::progressive);
+      std::vector<int16_t> blocks(peer.blocks.size());
+      const auto ends = encode(peer, coded, out);
+      for (size_t n = 0, start = 0; n < ends.size(); start = size_t(ends[n++])) {
+        const Scan& scan = coded.scans[n];
+        require(size_t(ends[n]) - start == scan.end - scan.begin &&
+                    std::equal(&out[start], &out[size_t(ends[n])], &coded.file[scan.begin]),
+                "a scan differs from the peer's");
+      }
+      decode(peer, coded, blocks);
+      require(blocks == peer.blocks, "the coefficients differ from the peer's");
+      const double units = double(peer.blocks.size()) / 1e6;
+      const std::string note = text("%.1f non-zero a block", peer.nonZeros());
+      if (reading)
+        row(s.name(), units, [&] { decode(peer, coded, blocks); }, [&] { Peer::read(coded.file); }, {}, note);
+      else row(s.name(), units, [&] { encode(peer, coded, out); }, [&] { peer.write(Coding::progressive); }, {}, note);
+    }
   }
-  require(std::equal(peer.blocks.begin(), peer.blocks.end(), decode(peer, *coded).get()), "the decoder");
-
-  const double units = double(peer.blocks.size()) / 1e6;
-  const std::string q = ", quality " + std::to_string(quality);
-  pair(
-      "progressive encode, optimised" + q, units, "Mcoef/s", [=, &peer] { encode(peer, *coded, *out); },
-      [&peer] { benchmark::DoNotOptimize(peer.write(Coding::progressive)); });
-  pair(
-      "progressive decode" + q, units, "Mcoef/s", [=, &peer] { benchmark::DoNotOptimize(decode(peer, *coded)); },
-      [=] { Peer::read(coded->file); });
 }
 
-// The photograph's colours as three planes of 8-bit samples in 16 bits.
+// A picture's colours as three planes of 8-bit samples in 16 bits.
 struct Lossless {
   int width, height;
   std::vector<int16_t> planes[3], differences[3], back[3];
-  std::vector<uint8_t> coded = std::vector<uint8_t>(16 << 20);
+  std::vector<uint8_t> coded = std::vector<uint8_t>(32 << 20);
   EncodeSpec encoder;
   DecodeSpec decoder;
   int32_t codedBytes = 0;
@@ -164,9 +165,9 @@ struct Lossless {
     qeliDecodeHuffmanSpecInit_JPEG_8u(bits, vals, decoder.get());
     encodeRows();
     decodeRows();
-    require(std::equal(differences, differences + 3, back), "lossless coding");
+    require(std::equal(differences, differences + 3, back), "lossless coding fails");
     reconstruct(1);
-    require(std::equal(planes, planes + 3, back), "lossless prediction");
+    require(std::equal(planes, planes + 3, back), "lossless prediction fails");
   }
   void difference(int predictor) {
     for (int c = 0; c < 3; ++c) {
@@ -215,16 +216,23 @@ struct Lossless {
 
 int main(int argc, char** argv) {
   using namespace qelj::bench;
-  const Photo photo = loadPhoto("raccoon.png");
-  measureQualities(photo, measure);
-  Lossless rows(photo);
-  const double pixels = double(photo.width) * photo.height / 1e6;
-  for (int predictor : {1, 4, 7}) {
-    const std::string p = ", predictor " + std::to_string(predictor);
-    pair("lossless differences, RGB" + p, pixels, "MPix/s", [&rows, predictor] { rows.difference(predictor); });
-    pair("lossless reconstruction, RGB" + p, pixels, "MPix/s", [&rows, predictor] { rows.reconstruct(predictor); });
+  begin(argc, argv);
+  scans();
+  // Rows of 1,000 samples and more, the last of an odd length.
+  Photo odd = octaves(1001, 1000);
+  std::pair<const char*, Lossless> pictures[] = {{"raccoon, rows of 1024", Lossless(loadPhoto("raccoon.png"))},
+                                                 {"1/f noise, rows of 1001", Lossless(odd)},
+                                                 {"coffee, rows of 2048", Lossless(codedPictures()[1].make())}};
+  const auto each = [&](const std::string& name, double goal, auto call) {
+    road(name, "MPix/s", "", goal);
+    for (auto& [input, p] : pictures) row(input, 1e-6 * p.width * p.height, [&, q = &p] { call(*q); });
+  };
+  each("lossless rows, decoding RGB", 110, [](Lossless& p) { p.decodeRows(); });
+  each("lossless rows, encoding RGB", 0, [](Lossless& p) { p.encodeRows(); });
+  for (const int predictor : {1, 4, 7}) {
+    each(text("lossless differences, RGB, predictor %d", predictor), 0, [=](Lossless& p) { p.difference(predictor); });
+    each(text("lossless reconstruction, RGB, predictor %d", predictor), 0,
+         [=](Lossless& p) { p.reconstruct(predictor); });
   }
-  pair("lossless rows, encode, RGB", pixels, "MPix/s", [&rows] { rows.encodeRows(); });
-  pair("lossless rows, decode, RGB", pixels, "MPix/s", [&rows] { rows.decodeRows(); });
-  return runPairs(argc, argv);
+  return finish();
 }

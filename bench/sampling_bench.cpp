@@ -3,11 +3,11 @@
 #include <turbojpeg.h>
 
 #include <array>
-#include <memory>
+#include <cstring>
 
 #include "qelj.h"
 #include "support/pair.h"
-#include "support/samples.h"
+#include "support/pictures.h"
 
 // The peer's internal entry points. Its rows are aligned to 32 bytes and may be read and written up to the
 // next multiple of 64 samples. Fancy up-sampling reads rows -1 and `rows` of its source.
@@ -23,153 +23,174 @@ PeerUp jsimd_h2v1_fancy_upsample_avx2, jsimd_h2v2_fancy_upsample_avx2;
 namespace {
 using namespace qelj::bench;
 
-std::vector<std::unique_ptr<Samples>> kept;  // the work runs after its function has returned
-Samples* make(int rowBytes, int height, int border = 0) {
-  kept.push_back(std::make_unique<Samples>(rowBytes, height, border));
-  return kept.back().get();
-}
-Work copy(size_t bytes) {
-  const auto *from = make(int(bytes / 64), 64), *to = make(int(bytes / 64), 64);
-  return [=] { std::memcpy(to->row(0), from->row(0), bytes); };
+constexpr const char* kPeer = "libjpeg-turbo";
+
+Work copy(Samples& from, Samples& to, size_t bytes) {
+  return [&, bytes] { std::memcpy(to.row(0), from.row(0), bytes); };
 }
 
-void conversions(const std::string& image, const Photo& photo) {
+// Each picture at each sampling; a peer's row of merged conversion makes one or two rows of pixels.
+struct Sampling {
+  const char* name;
+  int down, peer;
+  QelStatus (*forward)(const uint8_t*, int32_t, uint8_t* const*, const int32_t*, QelSize);
+  QelStatus (*inverse)(const uint8_t* const*, const int32_t*, uint8_t*, int32_t, QelSize);
+  PeerMerged* merged;
+};
+constexpr Sampling kSamplings[] = {
+    {"4:2:2", 1, TJSAMP_422, qeliRGBToYCbCr422_JPEG_8u_C3P3R, qeliYCbCr422ToRGB_JPEG_8u_P3C3R,
+     jsimd_h2v1_merged_upsample_avx2},
+    {"4:2:0", 2, TJSAMP_420, qeliRGBToYCbCr411_JPEG_8u_C3P3R, qeliYCbCr411ToRGB_JPEG_8u_P3C3R,
+     jsimd_h2v2_merged_upsample_avx2},
+};
+enum class Way { forward, planar, merged };
+
+void conversion(const std::string& input, const Photo& photo, const Sampling& s, Way way) {
+  if (!wanted(input)) return;
   const int width = photo.width / 32 * 32, height = photo.height / 2 * 2;
   const QelSize size{width, height};
-  const double mpix = width * 1e-6 * height;
-  Samples *rgb = make(3 * width, height), *out = make(3 * width, height);
-  for (int y = 0; y < height; ++y)
-    std::memcpy(rgb->row(y), &photo.rgb[size_t(y) * size_t(photo.width) * 3], size_t(width) * 3);
+  Samples rgb(photo), out(3 * width, height);
+  Samples p[] = {{width, height}, {width / 2, height / s.down}, {width / 2, height / s.down}};
+  uint8_t* const planes[] = {p[0].row(0), p[1].row(0), p[2].row(0)};
+  const int32_t steps[] = {p[0].step(), p[1].step(), p[2].step()};
   static const tjhandle encoder = tjInitCompress(), decoder = tjInitDecompress();
 
-  const auto one = [&](const char* name, int rows, int subsampling, auto* forward, auto* inverse, PeerMerged* merged) {
-    const std::array<Samples*, 3> p{make(width, height), make(width / 2, height / rows),
-                                    make(width / 2, height / rows)};
-    struct Args {
-      uint8_t* plane[3];
-      int32_t step[3];
-      uint8_t** rows[3];
-    };
-    const Args a{{p[0]->row(0), p[1]->row(0), p[2]->row(0)},
-                 {p[0]->step(), p[1]->step(), p[2]->step()},
-                 {p[0]->rows(), p[1]->rows(), p[2]->rows()}};
-    forward(rgb->row(0), rgb->step(), a.plane, a.step, size);
-    const size_t bytes = size_t(width) * size_t(height) * 3;
-    pair(
-        "RGB to " + (name + (", " + image)), mpix, "MPix/s",
-        [=] { forward(rgb->row(0), rgb->step(), a.plane, a.step, size); },
-        [=] {
-          tjEncodeYUVPlanes(encoder, rgb->row(0), width, rgb->step(), height, TJPF_RGB, const_cast<uint8_t**>(a.plane),
-                            const_cast<int*>(a.step), subsampling, 0);
-        },
-        copy(bytes));
-    pair(
-        name + (" to RGB, planar interface, " + image), mpix, "MPix/s",
-        [=] { inverse(a.plane, a.step, out->row(0), out->step(), size); },
-        [=] {
-          tjDecodeYUVPlanes(decoder, const_cast<const uint8_t**>(a.plane), a.step, subsampling, out->row(0), width,
-                            out->step(), height, TJPF_RGB, TJFLAG_FASTUPSAMPLE);
-        },
-        copy(bytes));
-    pair(
-        name + (" to RGB, merged conversion, " + image), mpix, "MPix/s",
-        [=] { inverse(a.plane, a.step, out->row(0), out->step(), size); },
-        [=] {
-          for (int y = 0; y < height; y += rows) {
-            uint8_t** in[3] = {a.rows[0], a.rows[1], a.rows[2]};
-            if (rows == 1) merged(unsigned(width), in, unsigned(y), out->rows(y));
-            else merged(unsigned(width), in, unsigned(y / 2), out->rows(y));
-          }
-        });
-  };
-  one("4:2:2", 1, TJSAMP_422, qeliRGBToYCbCr422_JPEG_8u_C3P3R, qeliYCbCr422ToRGB_JPEG_8u_P3C3R,
-      jsimd_h2v1_merged_upsample_avx2);
-  one("4:2:0", 2, TJSAMP_420, qeliRGBToYCbCr411_JPEG_8u_C3P3R, qeliYCbCr411ToRGB_JPEG_8u_P3C3R,
-      jsimd_h2v2_merged_upsample_avx2);
+  const Work forward = [&] { s.forward(rgb.row(0), rgb.step(), planes, steps, size); };
+  const Work inverse = [&] { s.inverse(planes, steps, out.row(0), out.step(), size); };
+  const Work peers[] = {[&] {
+                          tjEncodeYUVPlanes(encoder, rgb.row(0), width, rgb.step(), height, TJPF_RGB,
+                                            const_cast<uint8_t**>(planes), const_cast<int*>(steps), s.peer, 0);
+                        },
+                        [&] {
+                          tjDecodeYUVPlanes(decoder, const_cast<const uint8_t**>(planes), steps, s.peer, out.row(0),
+                                            width, out.step(), height, TJPF_RGB, TJFLAG_FASTUPSAMPLE);
+                        },
+                        [&] {
+                          for (int y = 0; y < height; y += s.down) {
+                            uint8_t** in[3] = {p[0].rows(), p[1].rows(), p[2].rows()};
+                            s.merged(unsigned(width), in, unsigned(y / s.down), out.rows(y));
+                          }
+                        }};
+  forward();
+  // A picture of three bytes a pixel, and planes of 2 or 1.5.
+  const size_t bytes = size_t(rgb.step()) * size_t(height) * (s.down == 1 ? 10 : 9) / 12;
+  row(input, 1e-6 * width * height, way == Way::forward ? forward : inverse, peers[int(way)], copy(rgb, out, bytes));
 }
 
-// A plane of width x height (multiples of 64) down and up.
-void resampling(const std::string& image, int width, int height) {
-  const int half = width / 2, low = height / 2;
-  const QelSize full{width, height}, across{half, height}, both{half, low};
-  const double samples = width * 1e-6 * height;
-  Samples *large = make(width, height, 64), *small = make(half, height, 64);
-  for (int y = -1; y <= height; ++y)
-    for (int x = 0; x < half; ++x) small->row(y)[x] = uint8_t(x * 7 + y * 13);
-  const auto blocks = unsigned(half / 8);
-  const auto add = [&](const char* name, Work ours, Work peer, size_t bytes) {
-    pair(name + (", " + image), samples, "MSample/s", std::move(ours), std::move(peer), copy(bytes));
+// A plane down and up: whole planes, and rows, of which the peer's functions have no other form.
+void resampling() {
+  struct Plane {
+    std::string name;
+    int width, height;
+    Samples large, small;
+    Plane(const char* n, int w, int h) : name(n), width(w), height(h), large(w, h, 64), small(w / 2, h, 64) {
+      for (int y = -1; y <= h; ++y)
+        for (int x = 0; x < w / 2; ++x) small.row(y)[x] = uint8_t(x * 7 + y * 13);
+    }
+    QelSize full() const { return {width, height}; }
+    QelSize across() const { return {width / 2, height}; }
+    QelSize both() const { return {width / 2, height / 2}; }
   };
-  const size_t area = size_t(width) * size_t(height);
-  add(
-      "H2V1 down, plane",
-      [=] { qeliSampleDownH2V1_JPEG_8u_C1R(large->row(0), large->step(), full, small->row(0), small->step(), across); },
-      [=] {
-        jsimd_h2v1_downsample_avx2(unsigned(width), height, unsigned(height), blocks, large->rows(), small->rows());
-      },
-      area * 3 / 4);
-  add(
-      "H2V1 down, rows",
-      [=] {
-        for (int y = 0; y < height; ++y) qeliSampleDownRowH2V1_Box_JPEG_8u_C1(large->row(y), width, small->row(y));
-      },
-      [=] {
-        jsimd_h2v1_downsample_avx2(unsigned(width), height, unsigned(height), blocks, large->rows(), small->rows());
-      },
-      area * 3 / 4);
-  add(
-      "H2V2 down, plane",
-      [=] { qeliSampleDownH2V2_JPEG_8u_C1R(large->row(0), large->step(), full, small->row(0), small->step(), both); },
-      [=] { jsimd_h2v2_downsample_avx2(unsigned(width), height, unsigned(low), blocks, large->rows(), small->rows()); },
-      area * 5 / 8);
-  add(
-      "H2V2 down, rows",
-      [=] {
-        for (int y = 0; y < low; ++y)
-          qeliSampleDownRowH2V2_Box_JPEG_8u_C1(large->row(2 * y), large->row(2 * y + 1), width, small->row(y));
-      },
-      [=] { jsimd_h2v2_downsample_avx2(unsigned(width), height, unsigned(low), blocks, large->rows(), small->rows()); },
-      area * 5 / 8);
-
-  const auto fancy1 = [=] {
-    uint8_t** out = large->rows();
-    jsimd_h2v1_fancy_upsample_avx2(height, unsigned(half), small->rows(), &out);
+  Plane cached("1024x64", 1024, 64), photograph("1024x768", 1024, 768);
+  struct Kind {
+    const char* name;
+    double goal;
+    int bytes;  // touched, in eighths of the large plane
+    void (*plane)(Plane&);
+    void (*rows)(Plane&);
+    void (*peer)(Plane&);
   };
-  const auto fancy2 = [=] {
-    uint8_t** out = large->rows();
-    jsimd_h2v2_fancy_upsample_avx2(height, unsigned(half), small->rows(), &out);
+  constexpr Kind kKinds[] = {
+      {"H2V1 down", 1.0, 12,
+       [](Plane& p) {
+         qeliSampleDownH2V1_JPEG_8u_C1R(p.large.row(0), p.large.step(), p.full(), p.small.row(0), p.small.step(),
+                                        p.across());
+       },
+       [](Plane& p) {
+         for (int y = 0; y < p.height; ++y)
+           qeliSampleDownRowH2V1_Box_JPEG_8u_C1(p.large.row(y), p.width, p.small.row(y));
+       },
+       [](Plane& p) {
+         jsimd_h2v1_downsample_avx2(unsigned(p.width), p.height, unsigned(p.height), unsigned(p.width / 16),
+                                    p.large.rows(), p.small.rows());
+       }},
+      {"H2V2 down", 1.0, 10,
+       [](Plane& p) {
+         qeliSampleDownH2V2_JPEG_8u_C1R(p.large.row(0), p.large.step(), p.full(), p.small.row(0), p.small.step(),
+                                        p.both());
+       },
+       [](Plane& p) {
+         for (int y = 0; y < p.height / 2; ++y)
+           qeliSampleDownRowH2V2_Box_JPEG_8u_C1(p.large.row(2 * y), p.large.row(2 * y + 1), p.width, p.small.row(y));
+       },
+       [](Plane& p) {
+         jsimd_h2v2_downsample_avx2(unsigned(p.width), p.height, unsigned(p.height / 2), unsigned(p.width / 16),
+                                    p.large.rows(), p.small.rows());
+       }},
+      {"H2V1 triangle up", 1.5, 12,
+       [](Plane& p) {
+         qeliSampleUpH2V1_JPEG_8u_C1R(p.small.row(0), p.small.step(), p.across(), p.large.row(0), p.large.step(),
+                                      p.full());
+       },
+       [](Plane& p) {
+         for (int y = 0; y < p.height; ++y)
+           qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(p.small.row(y), p.width / 2, p.large.row(y));
+       },
+       [](Plane& p) {
+         uint8_t** out = p.large.rows();
+         jsimd_h2v1_fancy_upsample_avx2(p.height, unsigned(p.width / 2), p.small.rows(), &out);
+       }},
+      {"H2V2 triangle up", 1.5, 10,
+       [](Plane& p) {
+         qeliSampleUpH2V2_JPEG_8u_C1R(p.small.row(0), p.small.step(), p.both(), p.large.row(0), p.large.step(),
+                                      p.full());
+       },
+       [](Plane& p) {
+         for (int y = 0; y < p.height; ++y)
+           qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(p.small.row(y / 2), p.small.row(y / 2 + (y % 2 ? 1 : -1)),
+                                                   p.width / 2, p.large.row(y));
+       },
+       [](Plane& p) {
+         uint8_t** out = p.large.rows();
+         jsimd_h2v2_fancy_upsample_avx2(p.height, unsigned(p.width / 2), p.small.rows(), &out);
+       }},
   };
-  add(
-      "H2V1 triangle up, plane",
-      [=] { qeliSampleUpH2V1_JPEG_8u_C1R(small->row(0), small->step(), across, large->row(0), large->step(), full); },
-      fancy1, area * 3 / 4);
-  add(
-      "H2V1 triangle up, rows",
-      [=] {
-        for (int y = 0; y < height; ++y) qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(small->row(y), half, large->row(y));
-      },
-      fancy1, area * 3 / 4);
-  add(
-      "H2V2 triangle up, plane",
-      [=] { qeliSampleUpH2V2_JPEG_8u_C1R(small->row(0), small->step(), both, large->row(0), large->step(), full); },
-      fancy2, area * 5 / 8);
-  add(
-      "H2V2 triangle up, rows",
-      [=] {
-        for (int y = 0; y < height; ++y)
-          qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(small->row(y / 2), small->row(y / 2 + (y % 2 ? 1 : -1)), half,
-                                                  large->row(y));
-      },
-      fancy2, area * 5 / 8);
+  Samples from(1024, 1024), to(1024, 1024);
+  for (const Kind& k : kKinds) {
+    road(k.name, "MSample/s", kPeer, k.goal);
+    for (Plane* p : {&cached, &photograph}) {
+      const size_t bytes = size_t(p->width) * size_t(p->height) * size_t(k.bytes) / 16;
+      const double samples = 1e-6 * p->width * p->height;
+      const Work peer = [&] { k.peer(*p); };
+      row("rows, " + p->name, samples, [&] { k.rows(*p); }, peer, copy(from, to, bytes));
+      row("plane, " + p->name, samples, [&] { k.plane(*p); }, peer, copy(from, to, bytes));
+    }
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  begin(argc, argv);
+  resampling();
   const Photo photo = loadPhoto("raccoon.png");
-  conversions("photograph", photo);
-  conversions("4096x4096", noise(4096, 4096));
-  resampling("photograph's size", photo.width / 64 * 64, photo.height / 64 * 64);
-  resampling("4096x4096", 4096, 4096);
-  return runPairs(argc, argv);
+  Photo strip = photo, large = noise(4096, 4096);
+  strip.height = 16;
+  struct Kind {
+    const char* name;
+    Way way;
+    double goal;  // for a destination larger than the last cache
+  };
+  for (const Sampling& s : kSamplings)
+    for (const Kind& k : {Kind{"RGB to ", Way::forward, 0},
+                          {" to RGB beside merged conversion", Way::merged, 1.2},
+                          {" to RGB beside planar conversion", Way::planar, 0}}) {
+      const std::string name = k.way == Way::forward ? k.name + std::string(s.name) : s.name + std::string(k.name);
+      road(name + ", cached", "MPix/s", kPeer);
+      conversion("1024x16", strip, s, k.way);
+      conversion("photograph", photo, s, k.way);
+      road(name + ", 4096x4096", "MPix/s", kPeer, k.goal);
+      conversion("noise", large, s, k.way);
+    }
+  return finish();
 }

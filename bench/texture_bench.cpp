@@ -1,12 +1,15 @@
-// Texture blocks beside libsquish and stb_dxt, on a photograph with a made alpha channel. One thread: run
-// with OMP_NUM_THREADS=1, since libsquish forks over rows.
+// Texture blocks beside libsquish and stb_dxt, on photographs: opaque for DXT1, and with a made alpha channel for the
+// others. Encoders' rows name the PSNR of both sides.
 #include <squish.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <random>
 
 #include "qelj.h"
 #include "support/pair.h"
+#include "support/pictures.h"
 #define STB_DXT_IMPLEMENTATION
 #define STB_DXT_STATIC
 #include <stb/stb_dxt.h>
@@ -25,16 +28,16 @@ struct Image {
   double megapixels() const { return double(width) * height / 1e6; }
 };
 
-// The photograph cut to whole blocks. Alpha is the green channel smoothed along the row.
-Image load() {
-  const Photo photo = loadPhoto("raccoon.png");
+// A photograph cut to whole blocks. Alpha is the green channel smoothed along the row, or opaque.
+Image load(const std::string& name, bool opaque) {
+  const Photo photo = loadPhoto(name + ".png");
   Image image{photo.width / 4 * 4, photo.height / 4 * 4, {}};
   for (int y = 0; y < image.height; ++y)
     for (int x = 0; x < image.width; ++x) {
       const uint8_t* p = &photo.rgb[3 * (size_t(y) * size_t(photo.width) + size_t(x))];
       const uint8_t* left = x ? p - 3 : p;
       for (int c = 0; c < 3; ++c) image.rgba.push_back(p[c]);
-      image.rgba.push_back(uint8_t((p[1] + left[1]) / 2));
+      image.rgba.push_back(opaque ? 255 : uint8_t((p[1] + left[1]) / 2));
     }
   return image;
 }
@@ -111,109 +114,151 @@ Bytes randomBc7(size_t blocks) {
 using Encode = decltype(&qeliTextureEncodeBlock_BC4_8u_C1R);
 using Decode = decltype(&qeliTextureDecodeBlock_BC4_8u_C1R);
 
+struct Format {
+  const char* name;
+  Encode encode;
+  Decode decode;
+  int channels, blockBytes, squish;
+};
+constexpr Format kDxt1{
+    "DXT1",       qeliTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R, 4, 8,
+    squish::kDxt1};
+constexpr Format kDxt5{
+    "DXT5",       qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R, 4, 16,
+    squish::kDxt5};
+constexpr Format kFormats[] = {
+    kDxt1,
+    {"DXT3", qeliTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R, 4, 16,
+     squish::kDxt3},
+    kDxt5,
+    {"BC4", qeliTextureEncodeBlock_BC4_8u_C1R, qeliTextureDecodeBlock_BC4_8u_C1R, 1, 8, squish::kBc4},
+    {"BC5", qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R, qeliTextureDecodeBlockToRG_BC5_8u_C1C2R, 2, 16, squish::kBc5},
+};
+
+// Of the channels in front of alpha.
+double psnrOf(const Image& image, const Format& f, const Bytes& blocks) {
+  const Bytes pixels = channels(image, f.channels);
+  Bytes decoded(pixels.size());
+  f.decode(blocks.data(), decoded.data(), image.width * f.channels, image.size());
+  Bytes a, b;
+  for (size_t i = 0; i < pixels.size(); ++i)
+    if (f.channels < 4 || i % 4 != 3) a.push_back(pixels[i]), b.push_back(decoded[i]);
+  return qelj::bench::psnr(a, b);
+}
+
+void encodeByStb(const Image& image, bool alpha, Bytes& blocks) {
+  uint8_t* to = blocks.data();
+  for (int y = 0; y < image.height; y += 4)
+    for (int x = 0; x < image.width; x += 4, to += alpha ? 16 : 8) {
+      uint8_t block[64];
+      for (int r = 0; r < 4; ++r)
+        std::memcpy(block + 16 * r, &image.rgba[4 * (size_t(y + r) * size_t(image.width) + size_t(x))], 16);
+      stb_compress_dxt_block(to, block, alpha, STB_DXT_NORMAL);
+    }
+}
+
+void beside(const Format& f, const std::string& name, const Image& image, bool decoding, bool stb) {
+  const double units = image.megapixels();
+  const Bytes pixels = channels(image, f.channels);
+  Bytes coded(image.blocks() * size_t(f.blockBytes)), theirs = coded, out(image.rgba.size()), copy = out;
+  const int32_t step = image.width * f.channels;
+  f.encode(pixels.data(), step, image.size(), coded.data());
+  const Work peerEncode = [&] {
+    if (stb) encodeByStb(image, f.squish == squish::kDxt5, theirs);
+    else
+      squish::CompressImage(image.rgba.data(), image.width, image.height, theirs.data(),
+                            f.squish | squish::kColourRangeFit);
+  };
+  peerEncode();
+  if (decoding)
+    row(
+        name, units, [&] { f.decode(coded.data(), out.data(), step, image.size()); },
+        [&] { squish::DecompressImage(out.data(), image.width, image.height, coded.data(), f.squish); },
+        [&] { std::memcpy(copy.data(), out.data(), (coded.size() + pixels.size()) / 2); });
+  else
+    row(
+        name, units, [&] { f.encode(pixels.data(), step, image.size(), coded.data()); }, peerEncode, {},
+        text("PSNR %.2f, %.2f dB", psnrOf(image, f, coded), psnrOf(image, f, theirs)));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  const Image image = load();
-  const double units = image.megapixels();
-  static Bytes out, theirs;
-  out.resize(image.rgba.size());
-  theirs.resize(image.rgba.size());
-
-  struct Format {
+  begin(argc, argv);
+  struct Input {
     const char* name;
-    Encode encode;
-    Decode decode;
-    int channels, blockBytes, squish;
+    Image opaque, alpha;
   };
-  const Format formats[] = {
-      {"DXT1", qeliTextureEncodeBlockFromRGBA_DXT1_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT1_8u_C1C4R, 4, 8,
-       squish::kDxt1},
-      {"DXT3", qeliTextureEncodeBlockFromRGBA_DXT3_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT3_8u_C1C4R, 4, 16,
-       squish::kDxt3},
-      {"DXT5", qeliTextureEncodeBlockFromRGBA_DXT5_8u_C4C1R, qeliTextureDecodeBlockToRGBA_DXT5_8u_C1C4R, 4, 16,
-       squish::kDxt5},
-      {"BC4", qeliTextureEncodeBlock_BC4_8u_C1R, qeliTextureDecodeBlock_BC4_8u_C1R, 1, 8, squish::kBc4},
-      {"BC5", qeliTextureEncodeBlockFromRG_BC5_8u_C2C1R, qeliTextureDecodeBlockToRG_BC5_8u_C1C2R, 2, 16, squish::kBc5},
+  const Input inputs[] = {{"raccoon", load("raccoon", true), load("raccoon", false)},
+                          {"coffee", load("coffee", true), load("coffee", false)}};
+  const auto each = [&](auto call) {
+    for (const Input& input : inputs)
+      if (wanted(input.name)) call(input);
   };
-  static std::vector<Bytes> keep;
-  keep.reserve(64);
-  const auto hold = [](Bytes bytes) -> const Bytes& { return keep.emplace_back(std::move(bytes)); };
 
-  for (const Format& f : formats) {
-    const Bytes& pixels = hold(channels(image, f.channels));
-    Bytes blocks(image.blocks() * size_t(f.blockBytes));
-    f.encode(pixels.data(), image.width * f.channels, image.size(), blocks.data());
-    const Bytes& coded = hold(blocks);
-    pair(
-        std::string(f.name) + " decode", units, "MPix/s",
-        [&image, &coded, f] { f.decode(coded.data(), out.data(), image.width * f.channels, image.size()); },
-        [&image, &coded, f] {
-          squish::DecompressImage(theirs.data(), image.width, image.height, coded.data(), f.squish);
-        },
-        [&coded, &pixels] {
-          std::memcpy(theirs.data(), coded.data(), coded.size());
-          std::memcpy(out.data(), pixels.data(), pixels.size());
-        });
-    pair(
-        std::string(f.name) + " encode, range fit", units, "MPix/s",
-        [&image, &pixels, f] { f.encode(pixels.data(), image.width * f.channels, image.size(), out.data()); },
-        [&image, f] {
-          squish::CompressImage(image.rgba.data(), image.width, image.height, theirs.data(),
-                                f.squish | squish::kColourRangeFit);
-        });
+  for (const Format& f : kFormats) {
+    const auto imageOf = [&](const Input& input) -> const Image& {
+      return f.squish == squish::kDxt1 ? input.opaque : input.alpha;
+    };
+    road(std::string(f.name) + " decoding", "MPix/s", "libsquish");
+    each([&](const Input& input) { beside(f, input.name, imageOf(input), true, false); });
+    road(std::string(f.name) + " encoding beside range fit", "MPix/s", "libsquish");
+    each([&](const Input& input) { beside(f, input.name, imageOf(input), false, false); });
   }
-  for (const bool alpha : {false, true})
-    pair(
-        alpha ? "DXT5 encode, stb_dxt" : "DXT1 encode, stb_dxt", units, "MPix/s",
-        [&image, encode = formats[alpha ? 2 : 0].encode] {
-          encode(image.rgba.data(), image.width * 4, image.size(), out.data());
-        },
-        [&image, alpha] {
-          uint8_t* to = theirs.data();
-          for (int y = 0; y < image.height; y += 4)
-            for (int x = 0; x < image.width; x += 4, to += alpha ? 16 : 8) {
-              uint8_t block[64];
-              for (int r = 0; r < 4; ++r)
-                std::memcpy(block + 16 * r, &image.rgba[4 * (size_t(y + r) * size_t(image.width) + size_t(x))], 16);
-              stb_compress_dxt_block(to, block, alpha, STB_DXT_NORMAL);
-            }
-        });
-  const Bytes& ycocg = hold(channels(image, 3));
-  pair("YCoCg to DXT5 encode", units, "MPix/s",
-       [&] { qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(ycocg.data(), image.width * 3, image.size(), out.data()); });
-
-  static Bytes opaque = image.rgba;
-  for (size_t i = 3; i < opaque.size(); i += 4) opaque[i] = 255;
-  const auto encodeBc7 = [&image](const Bytes& pixels, Bytes& blocks) {
-    qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(pixels.data(), image.width * 4, image.size(), blocks.data());
-  };
-  static Bytes bc7Blocks(16 * image.blocks());
-  encodeBc7(opaque, bc7Blocks);
-  pair("BC7 encode, opaque", units, "MPix/s", [=] { encodeBc7(opaque, out); });
-  pair("BC7 encode, alpha", units, "MPix/s", [=, &image] { encodeBc7(image.rgba, out); });
-
-  static std::vector<uint16_t> halves(3 * image.blocks() * 16);
-  const auto bc7 = [&](const char* name, const Bytes& blocks) {
-    pair(name, units, "MPix/s", [&image, &blocks] {
-      qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(blocks.data(), out.data(), image.width * 4, image.size());
+  for (const Format& f : {kDxt1, kDxt5}) {
+    road(std::string(f.name) + " encoding", "MPix/s", "stb_dxt");
+    each([&](const Input& input) {
+      beside(f, input.name, f.squish == squish::kDxt1 ? input.opaque : input.alpha, false, true);
     });
+  }
+  road("YCoCg to DXT5 encoding", "MPix/s");
+  each([&](const Input& input) {
+    const Bytes ycocg = channels(input.opaque, 3);
+    Bytes out(16 * input.opaque.blocks());
+    row(input.name, input.opaque.megapixels(), [&] {
+      qeliTextureEncodeBlockFromYCoCg_DXT5_8u_C3C1R(ycocg.data(), input.opaque.width * 3, input.opaque.size(),
+                                                    out.data());
+    });
+  });
+
+  constexpr Format kBc7{
+      "BC7", qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R, qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R, 4, 16, 0};
+  road("BC7 encoding", "MPix/s", "", 25);
+  each([&](const Input& input) {
+    for (const Image* image : {&input.opaque, &input.alpha}) {
+      Bytes blocks(16 * image->blocks());
+      const Work encode = [&] { kBc7.encode(image->rgba.data(), image->width * 4, image->size(), blocks.data()); };
+      encode();
+      row(input.name + std::string(image == &input.opaque ? ", opaque" : ", alpha"), image->megapixels(), encode, {},
+          {}, text("PSNR %.2f dB", psnrOf(*image, kBc7, blocks)));
+    }
+  });
+  const Image& image = inputs[0].opaque;
+  Bytes out(image.rgba.size());
+  const auto bc7 = [&](const std::string& name, const Bytes& blocks) {
+    row(name, image.megapixels(), [&] { kBc7.decode(blocks.data(), out.data(), image.width * 4, image.size()); });
   };
-  const auto bc6 = [&](const char* name, const Bytes& blocks) {
-    pair(name, units, "MPix/s", [&image, &blocks] {
-      qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(blocks.data(), halves.data(), image.width * 6, image.width,
+  Bytes encoded(16 * image.blocks());
+  kBc7.encode(image.rgba.data(), image.width * 4, image.size(), encoded.data());
+  road("BC7 decoding, mixed modes", "MPix/s", "", 2000);
+  bc7("random modes", randomBc7(image.blocks()));
+  bc7("raccoon as we encode it", encoded);
+  road("BC7 decoding, mode 6", "MPix/s");
+  bc7("raccoon", packOneSubset(image, true));
+
+  std::vector<uint16_t> halves(3 * image.blocks() * 16);
+  const Bytes oneRegion = packOneSubset(image, false), randomBlocks = random(16 * image.blocks());
+  road("BC6 decoding", "MPix/s", "", 1200);
+  for (const Bytes* blocks : {&oneRegion, &randomBlocks}) {
+    const std::string name = blocks == &oneRegion ? "raccoon in one region" : "random modes";
+    row(name, image.megapixels(), [&] {
+      qeliTextureDecodeBlockToRGB_BC6_16u_C1C3R(blocks->data(), halves.data(), image.width * 6, image.width,
                                                 image.height);
     });
-  };
-  bc7("BC7 decode, photograph", bc7Blocks);
-  bc7("BC7 decode, photograph in mode 6", hold(packOneSubset(image, true)));
-  bc7("BC7 decode, random modes", hold(randomBc7(image.blocks())));
-  const Bytes& bc6Photo = hold(packOneSubset(image, false));
-  bc6("BC6 decode, photograph in one region", bc6Photo);
-  pair("BC6 decode, photograph in one region, signed", units, "MPix/s", [&] {
-    qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(bc6Photo.data(), reinterpret_cast<int16_t*>(halves.data()),
-                                              image.width * 6, image.width, image.height);
-  });
-  bc6("BC6 decode, random modes", hold(random(16 * image.blocks())));
-  return runPairs(argc, argv);
+    row(name + ", signed", image.megapixels(), [&] {
+      qeliTextureDecodeBlockToRGB_BC6_16s_C1C3R(blocks->data(), reinterpret_cast<int16_t*>(halves.data()),
+                                                image.width * 6, image.width, image.height);
+    });
+  }
+  return finish();
 }

@@ -2,9 +2,11 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "qelj.h"
 #include "support/pair.h"
+#include "support/pictures.h"
 
 using namespace qelj::bench;
 
@@ -77,60 +79,84 @@ uint32_t packByQelj(const Rows& rows, Bytes& coded) {
   return position;
 }
 
+struct Input {
+  std::string name;
+  Rows rows;
+  bool photograph;
+};
+
+void packBits(std::vector<Input>& inputs) {
+  for (const bool photograph : {true, false})
+    for (const bool unpacking : {true, false}) {
+      road(std::string("PackBits ") + (unpacking ? "unpacking " : "packing ") + (photograph ? "photographs" : "runs"),
+           "MB/s", "libtiff", unpacking && photograph ? 3 : 0);
+      for (Input& input : inputs) {
+        if (input.photograph != photograph || !wanted(input.name)) continue;
+        const Rows& rows = input.rows;
+        Bytes coded(rows.bytes.size() * 2), unpacked(rows.bytes.size()), copy(rows.bytes.size());
+        const uint32_t size = packByQelj(rows, coded);
+        Memory file;
+        packByLibtiff(rows, file);
+        size_t tokens = 0;
+        for (uint32_t at = 0; at < size; ++tokens) at += int8_t(coded[at]) < 0 ? 2u : coded[at] + 2u;
+        const std::string note = text("%.2f of its size, %.1f bytes a token", size / double(rows.bytes.size()),
+                                      double(rows.bytes.size()) / double(tokens));
+        const Work limit = [&] { std::memcpy(copy.data(), rows.bytes.data(), rows.bytes.size()); };
+        if (unpacking)
+          row(
+              input.name, double(rows.bytes.size()) / 1e6,
+              [&] {
+                uint32_t position = 0;
+                for (int y = 0; y < rows.height; ++y)
+                  qeliUnpackBitsRow_TIFF_8u_C1(coded.data(), &position, int32_t(size),
+                                               &unpacked[size_t(y) * size_t(rows.width)], rows.width);
+              },
+              [&] {
+                TIFF* tiff = open(file, "r");
+                TIFFReadEncodedStrip(tiff, 0, unpacked.data(), tmsize_t(unpacked.size()));
+                TIFFClose(tiff);
+              },
+              limit, note);
+        else
+          row(
+              input.name, double(rows.bytes.size()) / 1e6, [&] { packByQelj(rows, coded); },
+              [&] { packByLibtiff(rows, file); }, limit, note);
+      }
+    }
+}
+
+void planes() {
+  constexpr int kCount = 1 << 16;
+  std::vector<uint16_t> samples(kCount), copy(kCount);
+  Bytes high(kCount), low(kCount);
+  uint8_t* const bytes[] = {high.data(), low.data()};
+  // In the second cache, and so few that the ends count.
+  for (const int count : {kCount, 16}) {
+    road(count == kCount ? "split and join, in the second cache" : "split and join, 16 samples a call", "MSample/s",
+         "memcpy of the bytes touched", count == kCount ? 0.8 : 0);
+    const Work limit = [&] { std::memcpy(copy.data(), samples.data(), size_t(count) * 2); };
+    row("split", 1e-6 * count, [&] { qeliSplitRow_TIFF_16u8u_C1(samples.data(), bytes, count); }, limit);
+    row("join", 1e-6 * count, [&] { qeliJoinRow_TIFF_8u16u_C1(bytes, samples.data(), count); }, limit);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  const Photo photo = loadPhoto("raccoon.png");
-  Rows inputs[3] = {
-      {photo.width * 3, photo.height, photo.rgb}, {photo.width, photo.height, {}}, {photo.width, photo.height, {}}};
-  for (size_t i = 0; i < photo.rgb.size(); i += 3) {
-    inputs[1].bytes.push_back(photo.rgb[i + 1]);
-    inputs[2].bytes.push_back(photo.rgb[i + 1] < 96 ? 0 : 255);  // a scanned page's runs and specks
+  begin(argc, argv);
+  planes();
+  std::vector<Input> inputs;
+  for (const char* name : {"raccoon", "coffee"}) {
+    const Photo photo = loadPhoto(name + std::string(".png"));
+    Rows grey{photo.width, photo.height, {}}, runs = grey;
+    for (size_t i = 0; i < photo.rgb.size(); i += 3) {
+      grey.bytes.push_back(photo.rgb[i + 1]);
+      runs.bytes.push_back(photo.rgb[i + 1] < 96 ? 0 : 255);  // a scanned page's runs and specks
+    }
+    inputs.push_back({name + std::string(", RGB"), {photo.width * 3, photo.height, photo.rgb}, true});
+    inputs.push_back({name + std::string(", grey"), grey, true});
+    inputs.push_back({name, runs, false});
   }
-  const char* names[] = {"photograph, RGB", "photograph, grey", "runs"};
-  static Bytes coded[3], unpacked;
-  static Memory written, files[3];
-  unpacked.resize(photo.rgb.size() + 1);
-  for (size_t i = 0; i < 3; ++i) {
-    const Rows& rows = inputs[i];
-    coded[i].resize(rows.bytes.size() * 2);
-    const uint32_t size = packByQelj(rows, coded[i]);
-    packByLibtiff(rows, files[i]);
-    const double megabytes = double(rows.bytes.size()) / 1e6;
-    const auto limit = [&rows] { std::memcpy(unpacked.data(), rows.bytes.data(), rows.bytes.size()); };
-    std::printf("%s: %.3g of its size in tokens of %.1f bytes\n", names[i], size / double(rows.bytes.size()), [&] {
-      size_t tokens = 0;
-      for (uint32_t at = 0; at < size; ++tokens) at += int8_t(coded[i][at]) < 0 ? 2u : coded[i][at] + 2u;
-      return double(rows.bytes.size()) / double(tokens);
-    }());
-    pair(
-        std::string("PackBits pack, ") + names[i], megabytes, "MB/s", [&rows, i] { packByQelj(rows, coded[i]); },
-        [&rows] { packByLibtiff(rows, written); }, limit);
-    pair(
-        std::string("PackBits unpack, ") + names[i], megabytes, "MB/s",
-        [&rows, i] {
-          uint32_t position = 0;
-          for (int y = 0; y < rows.height; ++y)
-            qeliUnpackBitsRow_TIFF_8u_C1(coded[i].data(), &position, int32_t(coded[i].size()),
-                                         &unpacked[size_t(y) * size_t(rows.width)], rows.width);
-        },
-        [&rows, i] {
-          TIFF* tiff = open(files[i], "r");
-          TIFFReadEncodedStrip(tiff, 0, unpacked.data(), tmsize_t(rows.bytes.size()));
-          TIFFClose(tiff);
-        },
-        limit);
-  }
-  const int samples = int(photo.rgb.size() / 2);
-  static Bytes high(photo.rgb.size()), low(photo.rgb.size());
-  static uint8_t* const planes[] = {high.data(), low.data()};
-  const auto copy = [&] { std::memcpy(unpacked.data(), photo.rgb.data(), photo.rgb.size()); };
-  pair(
-      "Split of 16-bit samples", samples / 1e6, "MS/s",
-      [&] { qeliSplitRow_TIFF_16u8u_C1(reinterpret_cast<const uint16_t*>(photo.rgb.data()), planes, samples); }, {},
-      copy);
-  pair(
-      "Join to 16-bit samples", samples / 1e6, "MS/s",
-      [&] { qeliJoinRow_TIFF_8u16u_C1(planes, reinterpret_cast<uint16_t*>(unpacked.data()), samples); }, {}, copy);
-  return runPairs(argc, argv);
+  packBits(inputs);
+  return finish();
 }

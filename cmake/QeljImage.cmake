@@ -39,8 +39,10 @@ function(qelj_library target name)
       LINK_DEPENDS ${script})
     # Never unloaded: the OpenMP runtime would go as well, and between calls its threads wait in its code; and what
     # qelcore registers for a fork lives as long as the process.
-    target_link_options(${target} PRIVATE
-      -Wl,--version-script=${script} -Wl,-z,relro,-z,now,-z,nodelete -Wl,--as-needed)
+    if(qelj_elf)
+      target_link_options(${target} PRIVATE
+        -Wl,--version-script=${script} -Wl,-z,relro,-z,now,-z,nodelete -Wl,--as-needed)
+    endif()
   else()
     set(code ${target}_code)
     set(object ${PROJECT_BINARY_DIR}/${name}_library.o)
@@ -58,6 +60,8 @@ function(qelj_library target name)
     add_library(${target} STATIC ${object})
     set_target_properties(${target} PROPERTIES OUTPUT_NAME ${name} LINKER_LANGUAGE C)
   endif()
+  string(TOUPPER ${name} NAME)
+  target_compile_definitions(${code} PRIVATE ${NAME}_BUILDING)
   set(${target}_code ${code} PARENT_SCOPE)
   # Of the sources' place nothing stays in what is built.
   target_compile_options(${code} PRIVATE
@@ -70,11 +74,14 @@ endfunction()
 # marks a library only if each of its objects is: so the start-up objects stay out (frame/start.cpp has what is needed
 # of them), and on AArch64 the compiler's functions for atomic operations. MARK marks the library in any case.
 function(qelj_protect_branches target)
+  if(NOT qelj_elf)
+    return()
+  endif()
   set(code ${${target}_code})
-  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
+  if(qelj_processor STREQUAL "x86_64")
     target_compile_options(${code} PRIVATE -fcf-protection)
     set(mark -Wl,-z,ibt,-z,shstk)
-  elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+  elseif(qelj_processor STREQUAL "aarch64")
     target_compile_options(${code} PRIVATE -mbranch-protection=standard -mno-outline-atomics)
     set(mark -Wl,-z,force-bti)
   endif()
@@ -108,6 +115,10 @@ function(qelj_image target cpu directory)
   endif()
   target_link_libraries(${code} PRIVATE
     $<$<STREQUAL:${cpu},scalar>:qelj_scalar_warnings> qelcore OpenMP::OpenMP_CXX)
+  if(WIN32)
+    # The stack is aligned to 16 bytes there, whatever the compiler takes it for.
+    target_compile_options(${code} PRIVATE -Wa,-muse-unaligned-vector-move)
+  endif()
   if(NOT qelj_shared)
     # By name where it is installed, and by path here: a user of this directory doesn't see what was found in it.
     target_link_libraries(${target} INTERFACE

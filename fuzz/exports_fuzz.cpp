@@ -20,17 +20,15 @@ void run(Input input) {
   test::threads = 1;  // forks nothing in each of many small calls
   static const test::Image images[] = {open(QELJ_LIBRARY), open(QELJ_PORTABLE_LIBRARY)};
   const char* name = test::kExports[input.take<uint16_t>() % test::kExports.size()];
-  const bool floats = std::strstr(name, "_32f_") != nullptr;
   const uint8_t choices = input.take();
   const auto bytes = input.rest();
   std::vector<uint8_t> given[std::size(images)];
   for (size_t i = 0; i < std::size(images); ++i) {
-    test::Case c(images[i], test::Random(bytes.data(), bytes.size()), choices % 16 == 15);
-    if (!floats) c.environment = test::kFloatEnvironments[choices / 16 % std::size(test::kFloatEnvironments)];
-    c.mayRaiseFlags = true;  // some do on data that the kept digests don't have
-    test::comparisons().at(name).run(images[i].find(name), c);
-    given[i] = c.finish();
-    if (!c.fault().empty()) broken(c.fault().c_str(), name, 0);
+    // Some raise flags on data that the kept digests don't have.
+    auto outcome = test::runRound(name, images[i], test::Random(bytes.data(), bytes.size()), choices / 16,
+                                  choices % 16 == 15, true);
+    if (!outcome.fault.empty()) broken(outcome.fault.c_str(), name, 0);
+    given[i] = std::move(outcome.given);
   }
   if (given[0] != given[1]) broken("the images agree", name, 0);
 }

@@ -201,8 +201,14 @@
 
 #include <stdint.h>
 
-/** Marks the exported functions. */
-#if defined(__GNUC__)
+/** Marks the exported functions. On Windows, define QELJ_STATIC where the library is linked in statically. */
+#if defined(_WIN32) && defined(QELJ_STATIC)
+#  define QELJ_API
+#elif defined(_WIN32) && defined(QELJ_BUILDING)
+#  define QELJ_API __declspec(dllexport)
+#elif defined(_WIN32)
+#  define QELJ_API __declspec(dllimport)
+#elif defined(__GNUC__)
 #  define QELJ_API __attribute__((visibility("default")))
 #else
 #  define QELJ_API

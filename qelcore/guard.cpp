@@ -1,6 +1,6 @@
 #include "guard.h"
 
-#include <unistd.h>
+#include <cstdlib>
 
 #include "qelj.h"
 
@@ -8,7 +8,7 @@ namespace {
 
 // In front of the program's other initialisers, which may be compiled for the image's processor, or call it.
 [[gnu::constructor(101)]] void guard() {
-  if (!qelj::runsHere(qeljGetLibVersion())) _exit(1);
+  if (!qelj::runsHere(qeljGetLibVersion())) std::_Exit(1);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #ifndef QELCORE_GUARD_H
 #define QELCORE_GUARD_H
 
-#include <cerrno>
 #include <cstdio>
 
 #include "qelcore.h"
@@ -13,8 +12,7 @@ namespace qelj {
 inline bool runsHere(const void* address) {
   const char* name = qelGetImageName(address);
   if (qelCanRunImage(name)) return true;
-  std::fprintf(stderr, "%s: the image of libqelj is made for %s, and this processor is not of that generation\n",
-               program_invocation_short_name, name);
+  std::fprintf(stderr, "the image of libqelj is made for %s, and this processor is not of that generation\n", name);
   return false;
 }
 

@@ -1,5 +1,12 @@
 // Which image of libqelj a program has loaded, and whether this processor can run it.
-#include <link.h>
+#if defined(__ELF__)
+#  include <link.h>
+#elif defined(_WIN32)
+#  include <windows.h>
+#elif defined(__APPLE__)
+#  include <dlfcn.h>
+#  include <mach-o/getsect.h>
+#endif
 
 #include <cstring>
 
@@ -10,6 +17,10 @@
 #endif
 
 namespace {
+
+// --- the name that an image keeps (src/frame/object_format.h) -------------------------------------------------------
+
+#if defined(__ELF__)
 
 struct Search {
   ElfW(Addr) address;
@@ -46,6 +57,45 @@ int searchObject(dl_phdr_info* object, size_t, void* data) {
       search.name = nameInNotes(reinterpret_cast<const char*>(object->dlpi_addr + p->p_vaddr), p->p_memsz);
   return 1;
 }
+
+const char* nameAt(const void* address) {
+  Search search{reinterpret_cast<ElfW(Addr)>(address), nullptr};
+  dl_iterate_phdr(searchObject, &search);
+  return search.name;
+}
+
+#elif defined(_WIN32)
+
+const char* nameAt(const void* address) {
+  HMODULE module = nullptr;
+  constexpr DWORD kHow = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+  if (!GetModuleHandleExA(kHow, static_cast<const char*>(address), &module)) return nullptr;
+  const auto* const base = reinterpret_cast<const char*>(module);
+  const auto* const head =
+      reinterpret_cast<const IMAGE_NT_HEADERS*>(base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
+  const IMAGE_SECTION_HEADER* section = IMAGE_FIRST_SECTION(head);
+  for (int i = 0; i < head->FileHeader.NumberOfSections; ++i, ++section)
+    if (!std::memcmp(section->Name, ".qelj\0\0", sizeof section->Name)) return base + section->VirtualAddress;
+  return nullptr;
+}
+
+#elif defined(__APPLE__)
+
+const char* nameAt(const void* address) {
+  Dl_info object;
+  if (!dladdr(address, &object)) return nullptr;
+  unsigned long bytes = 0;
+  return reinterpret_cast<const char*>(
+      getsectiondata(static_cast<const mach_header_64*>(object.dli_fbase), "__TEXT", "__qelj", &bytes));
+}
+
+#else
+
+const char* nameAt(const void*) { return nullptr; }
+
+#endif
+
+// --- what the processor can run -------------------------------------------------------------------------------------
 
 #if defined(__x86_64__)
 // The processor's facts that the levels of the x86-64 ABI are made of.
@@ -90,11 +140,7 @@ bool covers(const Facts& has, const Facts& needed) {
 
 extern "C" {
 
-const char* qelGetImageName(const void* address) {
-  Search search{reinterpret_cast<ElfW(Addr)>(address), nullptr};
-  dl_iterate_phdr(searchObject, &search);
-  return search.name;
-}
+const char* qelGetImageName(const void* address) { return nameAt(address); }
 
 int32_t qelCanRunImage(const char* name) {
 #if defined(__x86_64__)

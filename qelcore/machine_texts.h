@@ -8,15 +8,15 @@
 #include <cstring>
 #include <string_view>
 
-namespace qelcore {
+#include "machine.h"
 
-// The most threads that are ever answered, whoever asks for more.
-inline constexpr int32_t kMostThreads = 1024;
+namespace qelcore {
 
 // Cuts `text` at the first `mark`: gives what stands in front of it and leaves what follows.
 inline std::string_view cut(std::string_view& text, char mark) {
   const size_t at = std::min(text.find(mark), text.size());
-  const std::string_view front(text.data(), at);  // substr() would throw, by a function of the C++ library
+  // substr() would throw, by a function of the C++ library.
+  const std::string_view front(text.begin(), text.begin() + at);
   text.remove_prefix(std::min(at + 1, text.size()));
   return front;
 }

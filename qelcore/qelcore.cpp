@@ -1,17 +1,9 @@
 #include "qelcore.h"
 
-#include <fcntl.h>
-#include <pthread.h>
-#include <sched.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
-#include <climits>
-#include <cstdlib>
-#include <string_view>
 
-#include "machine_texts.h"
+#include "machine.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 #  include <cpuid.h>
@@ -21,44 +13,6 @@ namespace qelcore {
 namespace {
 
 constexpr int32_t kUnknown = -7, kNullPointer = -8;
-
-// --- What is read once -------------------------------------------------------------------------------------
-
-std::string_view readFile(const char* path, char* buffer, size_t size) {
-  const int file = open(path, O_RDONLY | O_CLOEXEC);
-  if (file < 0) return {};
-  size_t filled = 0;
-  for (ssize_t bytes; filled < size && (bytes = read(file, buffer + filled, size - filled)) > 0;)
-    filled += size_t(bytes);
-  close(file);
-  return {buffer, filled};
-}
-
-int32_t readThreadCount() {
-  if (const char* list = std::getenv("OMP_NUM_THREADS"))
-    if (const int32_t asked = threadsAsked(list)) return asked;
-  cpu_set_t masks[8]{};  // room for the 8192 processors that a kernel knows at most
-  const int allowed = sched_getaffinity(0, sizeof masks, masks) ? 1 : CPU_COUNT_S(sizeof masks, masks);
-  return std::max(1, std::min(allowed, processorsOfQuotas(readFile)));
-}
-
-// The system's description of the first processor's caches. (sysconf counts every third-level cache of a
-// processor in several parts as one, on some versions of the C library.)
-int32_t readCacheSize() {
-  char path[] = "/sys/devices/system/cpu/cpu0/cache/index0/size", text[32];
-  long largest = 0;
-  for (char& index = path[sizeof "/sys/devices/system/cpu/cpu0/cache/index" - 1]; index < '8'; ++index) {
-    const std::string_view described = readFile(path, text, sizeof text);
-    if (described.empty()) break;
-    largest = std::max<long>(largest, cacheSize(described));
-  }
-#ifdef _SC_LEVEL3_CACHE_SIZE
-  if (!largest)
-    for (const int level : {_SC_LEVEL2_CACHE_SIZE, _SC_LEVEL3_CACHE_SIZE, _SC_LEVEL4_CACHE_SIZE})
-      largest = std::max(largest, sysconf(level));
-#endif
-  return largest > 0 ? int32_t(std::min<long>(largest, INT_MAX)) : kUnknown;
-}
 
 uint64_t readFeatures() {
   uint64_t features = 0;
@@ -104,7 +58,12 @@ Value kept(std::atomic<Value>& answer, Read&& read) {
 }
 
 int32_t keptThreadCount() { return kept(threadCount, readThreadCount); }
-int32_t keptCacheSize() { return kept(cacheBytes, readCacheSize); }
+int32_t keptCacheSize() {
+  return kept(cacheBytes, [] {
+    const int32_t size = readCacheSize();
+    return size ? size : kUnknown;
+  });
+}
 uint64_t keptFeatures() {
   return kept(features, [] { return readFeatures() | kRead; });
 }
@@ -129,7 +88,7 @@ __attribute__((constructor(101))) void load() {
   threadCount.store(readThreadCount(), std::memory_order_relaxed);
   keptCacheSize();
   keptFeatures();
-  pthread_atfork(nullptr, nullptr, stayOnOneThread);
+  inEveryChild(stayOnOneThread);
 }
 
 }  // namespace
@@ -139,14 +98,9 @@ using namespace qelcore;
 
 extern "C" {
 
-void* qelMalloc(int32_t bytes) {
-  constexpr size_t kAlignment = 64;
-  if (bytes < 1) return nullptr;
-  const size_t rounded = (size_t(bytes) + kAlignment - 1) / kAlignment * kAlignment;
-  return std::aligned_alloc(kAlignment, rounded);
-}
+void* qelMalloc(int32_t bytes) { return bytes < 1 ? nullptr : allocate(size_t(bytes)); }
 
-void qelFree(void* block) { std::free(block); }
+void qelFree(void* block) { release(block); }
 
 int32_t qelSetNumThreads(int32_t threads) {
   const int32_t before = threadSetting;

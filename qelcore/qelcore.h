@@ -4,7 +4,8 @@
  * libqelj.so leaves five names undefined: qelMalloc, qelFree, ownGetNumThreads, qelGetMaxCacheSizeB and
  * qelGetEnabledCpuFeatures. libqelcore.so supplies them. An application that wants its own memory, thread
  * count or cache figure defines functions of these names itself and links in front of libqelcore, or instead
- * of it; what is said below of the functions that it replaces then holds no more.
+ * of it; what is said below of the functions that it replaces then holds no more. (On Windows, where a library's
+ * imports are tied to the file that they come from, it puts a libqelcore.dll of its own in place of this one.)
  *
  * What the machine says is read once, when libqelcore is loaded, or in the first call if that comes earlier
  * (from an earlier constructor). After that the functions for threads, cache and features neither allocate nor
@@ -16,7 +17,13 @@
 
 #include <stdint.h>
 
-#if defined(__GNUC__)
+#if defined(_WIN32) && defined(QELJ_STATIC)
+#  define QELCORE_API
+#elif defined(_WIN32) && defined(QELCORE_BUILDING)
+#  define QELCORE_API __declspec(dllexport)
+#elif defined(_WIN32)
+#  define QELCORE_API __declspec(dllimport)
+#elif defined(__GNUC__)
 #  define QELCORE_API __attribute__((visibility("default")))
 #else
 #  define QELCORE_API

@@ -65,6 +65,6 @@ build() {
   shift
   while [ $# -gt 0 ] && [ "$1" != -- ]; do targets+=("$1"); shift; done
   [ $# -gt 0 ] && shift
-  cmake --preset "$preset" -DQELJ_CPU="$(cpu_generation)" "$@" >/dev/null
+  cmake --preset "$preset" -DQELJ_CPU=native "$@" >/dev/null
   cmake --build "build/$preset" --parallel "$jobs" ${targets:+--target "${targets[@]}"}
 }

@@ -4,6 +4,7 @@
 //   --digests FILE   the digests to hold: a line an export, after a twentieth of the rounds and after all
 //   --write FILE     writes them instead
 //   --quick          a twentieth of the rounds
+//   --forks          the same, but all rounds of exports that fork
 //   --only TEXT      exports with TEXT in their names
 //   --times          prints the milliseconds of each export
 //   --counts         dumps the instructions of each export's calls (scripts/bench --check)
@@ -37,7 +38,8 @@ using qelj::runsHere;
 
 struct Options {
   const char *only = "", *digests = nullptr, *write = nullptr;
-  bool quick = false, times = false, counts = false;
+  Rounds rounds = Rounds::kAll;
+  bool times = false, counts = false;
 };
 
 }  // namespace
@@ -55,7 +57,9 @@ int main(int argc, char** argv) {
     } else if (argument == "--write") {
       options.write = text();
     } else if (argument == "--quick") {
-      options.quick = true;
+      options.rounds = Rounds::kQuick;
+    } else if (argument == "--forks") {
+      options.rounds = Rounds::kAllOfForks;
     } else if (argument == "--times") {
       options.times = true;
     } else if (argument == "--counts") {
@@ -67,10 +71,11 @@ int main(int argc, char** argv) {
       images.emplace_back(argv[i], handle);
     }
   }
-  if (images.empty() || (options.write && options.quick))
+  const bool quick = options.rounds != Rounds::kAll;
+  if (images.empty() || (options.write && quick))
     return std::printf(
-               "usage: compare_images [--digests FILE | --write FILE] [--quick] [--only TEXT] [--times] "
-               "IMAGE...\n"),
+               "usage: compare_images [--digests FILE | --write FILE] [--quick | --forks] [--only TEXT] "
+               "[--times] IMAGE...\n"),
            2;
 
   DigestFile expected;
@@ -98,7 +103,7 @@ int main(int argc, char** argv) {
     Digests digests;
     const std::clock_t start = std::clock();
     const bool good =
-        compareExport(name, images, options.quick, digests) && (!holds || hold(name, digests, expected, options.quick));
+        compareExport(name, images, options.rounds, digests) && (!holds || hold(name, digests, expected, quick));
     if (options.times) std::printf("%7.1f ms %s\n", 1000.0 * double(std::clock() - start) / CLOCKS_PER_SEC, name);
     if (options.counts) dumpCounts(name);
     ++compared;

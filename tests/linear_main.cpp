@@ -1,12 +1,15 @@
-// Inputs of hostile kinds, each 1, 2 and 4 times as long, through every call whose input has a length: run under callgrind
-// (scripts/bench --check), which shows that time grows no faster than the input.
+// Inputs of hostile kinds, each 1, 2 and 4 times as long, through every call whose input has a length and every reader of
+// the converter: run under callgrind (scripts/bench --check), which shows that time grows no faster than the input.
 #include <valgrind/callgrind.h>
 
+#include <algorithm>
 #include <deque>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "format.h"
 #include "jpeg/huffman/huffman_support.h"
 #include "qelj.h"
 
@@ -14,6 +17,7 @@ namespace {
 
 using namespace qelj::test;
 using Bytes = std::vector<uint8_t>;
+using Texts = std::map<std::string, std::string>;
 
 Bytes pattern(size_t n, std::initializer_list<int> bytes) {
   Bytes all(n);
@@ -61,6 +65,85 @@ void decodeCodeBlock(const Bytes& src, const std::vector<uint32_t>& lengths, Qel
                                        int32_t(lengths.size()), style, &reached, state.data());
 }
 
+// --- readers of the converter -------------------------------------------------------------------------------
+
+qelconv::Image picture(int32_t height, bool half) {
+  qelconv::Image image(64, height, qelconv::Colour::rgb, half ? 16 : 8);
+  image.half = half;
+  for (size_t i = 0; i < image.data.size(); ++i) image.data[i] = uint8_t(i / 7 * (i % 13) >> i % 3) & 0x3F;
+  return image;
+}
+
+Bytes written(const char* ending, const qelconv::Image& image, const Texts& texts = {}) {
+  qelconv::Options options;
+  for (const auto& [name, value] : texts) options.set(name, value);
+  qelconv::Stages stages;
+  return qelconv::formatOfName(ending)->write(image, options, stages);
+}
+
+// A file that grows with n.
+void measureReader(const std::string& name, size_t n, const std::function<Bytes(size_t)>& made) {
+  std::map<size_t, Bytes> files;
+  measure(name, n, [&](size_t size) {
+    Bytes& file = files[size];
+    if (file.empty()) file = made(size);  // the first time, which isn't counted
+    qelconv::Stages stages;
+    qelconv::formatOfContent(file)->read(file, {}, stages);
+  });
+}
+
+// The file with n times `piece` in front of the first `mark`.
+Bytes repeated(Bytes file, size_t n, std::initializer_list<int> mark, std::initializer_list<int> piece) {
+  const auto all = pattern(n * piece.size(), piece);
+  const auto at = std::search(file.begin(), file.end(), mark.begin(), mark.end());
+  if (at == file.end()) std::abort();
+  file.insert(at, all.begin(), all.end());
+  return file;
+}
+
+void measureReaders() {
+  const struct {
+    const char *name, *ending;
+    Texts options;
+  } kFiles[] = {{"pnm", ".ppm", {}},
+                {"pfm", ".pfm", {}},
+                {"png", ".png", {}},
+                {"jpeg", ".jpg", {}},
+                {"jpeg_intervals", ".jpg", {{"restart", "1"}}},
+                {"jpeg_progressive", ".jpg", {{"progressive", "1"}}},
+                {"jpeg_lossless", ".jpg", {{"lossless", "1"}}},
+                {"jpeg2000_lossless", ".j2k", {{"layers", "3"}}},
+                {"jpeg2000_lossy", ".jp2", {{"irreversible", "1"}, {"rate", "2"}, {"order", "PCRL"}}},
+                {"jpeg2000_tiles", ".j2k", {{"tiles", "32x32"}}},
+                {"jpegxr_lossless", ".jxr", {{"quality", "100"}}},
+                {"jpegxr_lossy", ".jxr", {{"quality", "70"}}},
+                {"tiff", ".tif", {}},
+                {"tiff_planes", ".tif", {{"byte-planes", "1"}}},
+                {"dds_bc1", ".dds", {{"block", "bc1"}}},
+                {"dds_bc3", ".dds", {{"block", "bc3"}}}};
+  for (const auto& file : kFiles)
+    measureReader(std::string("read_") + file.name, 64, [&](size_t n) {
+      auto image = picture(int32_t(n), file.ending == std::string(".pfm"));
+      if (file.options.contains("byte-planes")) image = picture(int32_t(n), true), image.half = false;
+      return written(file.ending, image, file.options);
+    });
+
+  // What a file may repeat beside its picture.
+  const auto small = picture(8, false);
+  const auto repeats = [&](const char* name, const char* ending, std::initializer_list<int> mark,
+                           std::initializer_list<int> piece) {
+    measureReader(std::string("read_") + name, 1 << 15,
+                  [&](size_t n) { return repeated(written(ending, small), n, mark, piece); });
+  };
+  repeats("pnm_comments", ".ppm", {'6', '4', ' '}, {'#', '\n'});
+  repeats("jpeg_segments", ".jpg", {0xFF, 0xDB}, {0xFF, 0xFE, 0, 2});
+  repeats("jpeg_fill", ".jpg", {0xFF, 0xDB}, {0xFF});
+  repeats("jpeg_tables", ".jpg", {0xFF, 0xDA}, {0xFF, 0xC4, 0, 19, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+  repeats("jpeg2000_segments", ".j2k", {0xFF, 0x90}, {0xFF, 0x64, 0, 4, 0, 1});
+  repeats("jpeg2000_tile_parts", ".j2k", {0xFF, 0x90}, {0xFF, 0x90, 0, 10, 0, 0, 0, 0, 0, 14, 0, 2, 0xFF, 0x93});
+  repeats("jp2_boxes", ".jp2", {0, 0, 0, 0x2D, 'j', 'p', '2', 'h'}, {0, 0, 0, 8, 'f', 'r', 'e', 'e'});
+}
+
 }  // namespace
 
 int main() {
@@ -105,5 +188,6 @@ int main() {
     Bytes dst(64 * n);
     qeliTextureDecodeBlockToRGBA_BC7_8u_C1C4R(src.data(), dst.data(), int32_t(16 * n), {int32_t(4 * n), 4});
   });
+  measureReaders();
   return 0;
 }

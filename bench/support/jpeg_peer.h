@@ -1,5 +1,5 @@
-// Coefficients of a photograph and their coded scans, made by the peer, and the peer's own coefficient coders
-// from memory to memory.
+// Coefficients of pictures and their coded scans, made by the peer, and the peer's own coefficient coders from memory
+// to memory.
 #ifndef QELJ_BENCH_JPEG_PEER_H
 #define QELJ_BENCH_JPEG_PEER_H
 
@@ -10,13 +10,21 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <map>
 #include <memory>
+#include <span>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "qelj.h"
 #include "support/pair.h"
+#include "support/pictures.h"
 
 namespace qelj::bench {
+
+using Bytes = std::span<const uint8_t>;
 
 enum class Coding { baseline, optimised, progressive };
 
@@ -44,20 +52,21 @@ struct Coded {
 
 class Peer {
  public:
-  // The photograph as the peer compresses it, 4:2:0, with the example tables.
-  Peer(const Photo& photo, int quality) : photo_(photo) {
-    std::vector<uint8_t> file(8 << 20);
-    jpeg_compress_struct c = compressor(file);
+  // The photograph as the peer compresses it, 4:2:0 or 4:4:4, with the example tables.
+  Peer(const Photo& photo, bool is444, int quality) {
+    jpeg_compress_struct c = compressor();
     c.image_width = JDIMENSION(photo.width), c.image_height = JDIMENSION(photo.height);
     c.input_components = 3, c.in_color_space = JCS_RGB;
     jpeg_set_defaults(&c);
     jpeg_set_quality(&c, quality, TRUE);
+    if (is444) c.comp_info[0].h_samp_factor = c.comp_info[0].v_samp_factor = 1;
     jpeg_start_compress(&c, TRUE);
     while (c.next_scanline < c.image_height) {
-      JSAMPROW line = const_cast<uint8_t*>(&photo.rgb[size_t(c.next_scanline) * size_t(photo.width) * 3]);
+      JSAMPROW line = const_cast<uint8_t*>(photo.row(int(c.next_scanline)));
       jpeg_write_scanlines(&c, &line, 1);
     }
-    first_ = finish(c, file);
+    const Bytes file = finish(c);
+    first_.assign(file.begin(), file.end());
 
     // The coefficients stay in the peer's arrays, to write from, and are copied to ours.
     source_.err = jpeg_std_error(&errors_);
@@ -87,14 +96,19 @@ class Peer {
     return all;
   }
 
-  // jpeg_write_coefficients: headers, tables and scans, into `file`, whose size must be enough.
-  std::vector<uint8_t> write(Coding coding) {
-    jpeg_compress_struct c = compressor(out_);
+  double nonZeros() const {  // a block
+    return 64.0 * double(std::count_if(blocks.begin(), blocks.end(), [](int16_t c) { return c != 0; })) /
+           double(blocks.size());
+  }
+
+  // jpeg_write_coefficients: headers, tables and scans, into memory that is kept for them.
+  Bytes write(Coding coding) {
+    jpeg_compress_struct c = compressor();
     jpeg_copy_critical_parameters(&source_, &c);
     if (coding == Coding::optimised) c.optimize_coding = TRUE;
     if (coding == Coding::progressive) jpeg_simple_progression(&c);
     jpeg_write_coefficients(&c, arrays_);
-    return finish(c, out_);
+    return finish(c);
   }
   // jpeg_read_coefficients: headers, tables and scans of `file`, into the peer's arrays.
   static void read(const std::vector<uint8_t>& file) {
@@ -111,7 +125,8 @@ class Peer {
 
   // write(), and the scans found in what it gave.
   Coded code(Coding coding) {
-    Coded coded{write(coding), {}, {}};
+    const Bytes written = write(coding);
+    Coded coded{{written.begin(), written.end()}, {}, {}};
     std::array<HuffmanLists, 8> tables{};
     const auto& f = coded.file;
     for (size_t i = 2; f[i + 1] != 0xD9;) {
@@ -175,7 +190,8 @@ class Peer {
   }
 
  private:
-  jpeg_compress_struct compressor(std::vector<uint8_t>& out) {
+  jpeg_compress_struct compressor() {
+    static std::vector<uint8_t> out(32 << 20);
     jpeg_compress_struct c{};
     c.err = jpeg_std_error(&errors_);
     jpeg_create_compress(&c);
@@ -183,14 +199,13 @@ class Peer {
     jpeg_mem_dest(&c, &outBuffer_, &outSize_);
     return c;
   }
-  std::vector<uint8_t> finish(jpeg_compress_struct& c, const std::vector<uint8_t>& out) {
+  Bytes finish(jpeg_compress_struct& c) {
     jpeg_finish_compress(&c);
     jpeg_destroy_compress(&c);
-    return {out.data(), out.data() + outSize_};
+    return {outBuffer_, outSize_};
   }
 
-  const Photo& photo_;
-  std::vector<uint8_t> first_, out_ = std::vector<uint8_t>(8 << 20);
+  std::vector<uint8_t> first_;
   unsigned char* outBuffer_ = nullptr;
   unsigned long outSize_ = 0;
   jpeg_error_mgr errors_;
@@ -198,18 +213,38 @@ class Peer {
   jvirt_barray_ptr* arrays_ = nullptr;
 };
 
-inline void require(bool good, const char* what) {
-  if (good) return;
-  std::fprintf(stderr, "%s differs from the peer\n", what);
-  std::exit(1);
+// A picture of codedPictures() at a sampling and quality, made when it is first asked for.
+struct Subject {
+  const CodedPicture* picture;
+  bool is444;
+  int quality;
+
+  std::string name() const {
+    return picture->name + (is444 ? ", 4:4:4, quality " : ", 4:2:0, quality ") + std::to_string(quality);
+  }
+  Peer& peer() const {
+    static std::map<std::tuple<std::string, bool, int>, std::unique_ptr<Peer>> all;
+    static std::map<std::string, Photo> photos;
+    if (!photos.contains(picture->name)) photos[picture->name] = picture->make();
+    auto& made = all[{picture->name, is444, quality}];
+    if (!made) made = std::make_unique<Peer>(photos[picture->name], is444, quality);
+    return *made;
+  }
+};
+inline std::vector<Subject> subjects(const std::vector<bool>& is444, const std::vector<int>& qualities) {
+  std::vector<Subject> all;
+  for (const CodedPicture& p : codedPictures())
+    for (const bool full : is444)
+      for (const int quality : qualities) all.push_back({&p, full, quality});
+  return all;
 }
 
-// measure(peer, quality) for a photograph at a low, a usual and a high quality. The peers live as long as what is measured.
-template <class Measure>
-void measureQualities(const Photo& photo, Measure&& measure) {
-  static std::vector<std::unique_ptr<Peer>> peers;
-  for (int quality : {50, 85, 95}) measure(*peers.emplace_back(std::make_unique<Peer>(photo, quality)), quality);
-}
+// Room for a record.
+template <class Record>
+struct Storage {
+  alignas(64) uint8_t bytes[1664];
+  Record* get() { return reinterpret_cast<Record*>(bytes); }
+};
 
 }  // namespace qelj::bench
 

@@ -1,8 +1,14 @@
-// The row driver: the one place that knows OpenMP.
+// The row driver: the one place that knows OpenMP. Without it (QELJ_OPENMP=OFF) all loops stay on the calling thread, and
+// the thread count is asked for all the same.
 #ifndef QELJ_FRAME_ROWS_H
 #define QELJ_FRAME_ROWS_H
 
-#include <omp.h>
+#ifdef _OPENMP
+#  include <omp.h>
+#else
+inline int omp_get_num_threads() { return 1; }
+inline int omp_get_thread_num() { return 0; }
+#endif
 
 #include "frame/arith.h"
 #include "qelcore.h"

@@ -1,6 +1,6 @@
 // The exported entries: each jumps through its own slot of the table and leaves arguments and result alone. It begins
 // with a landing pad, which processors ask for that guard indirect branches; 16 bytes hold pad and jump.
-#if defined(__x86_64__)
+#if defined(__x86_64__) && defined(__LP64__) && defined(__ELF__)
 
 #ifdef __CET__
 #include <cet.h> // the pad, and the note that it is there
@@ -19,7 +19,7 @@
   .set slot, slot + 8
 .endm
 
-#elif defined(__aarch64__)
+#elif defined(__aarch64__) && defined(__ELF__)
 
 .macro qelj_thunk name
   .globl \name
@@ -45,10 +45,11 @@
   .popsection
 #endif
 
-#else
-#error "frame/thunks.S: write this processor's indirect jump"
+#else // the exports are the fronts themselves (frame/fronts.h)
+#define QELJ_NO_THUNKS
 #endif
 
+#ifndef QELJ_NO_THUNKS
 #define QELJ_EXPORT(name) qelj_thunk name
 #define QELJ_EXPORT_AS(name, implementation) qelj_thunk name
 
@@ -58,5 +59,8 @@
 .cfi_startproc // of all: a jump leaves the frame alone
 #include "frame/exports.def"
 .cfi_endproc
+#endif
 
+#ifdef __ELF__
 .section .note.GNU-stack, "", %progbits
+#endif

@@ -1,5 +1,6 @@
 // The version record, the load step, and the image's name.
 #include "frame/fronts.h"
+#include "frame/object_format.h"
 #include "qelcore.h"
 
 // The code below runs before anyone can have asked what processor the image needs, so it is compiled for every
@@ -10,17 +11,7 @@
 #  define QELJ_ANYWHERE
 #endif
 
-// The image's name as an ELF note: for qelGetImageName of qelcore, and for readelf -n.
-__asm__(
-    ".pushsection .note.qelj, \"a\", %note\n"
-    ".balign 4\n"
-    ".long 2f - 1f, 4f - 3f, 1\n"
-    "1: .asciz \"qelj\"\n"
-    "2: .balign 4\n"
-    "3: .asciz \"" QELJ_IMAGE
-    "\"\n"
-    "4: .balign 4\n"
-    ".popsection");
+QELJ_KEEP_IMAGE_NAME(QELJ_IMAGE);
 
 namespace qelj {
 namespace {

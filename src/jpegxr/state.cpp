@@ -86,7 +86,7 @@ void ownAdaptEntry(VLCState& state, int e) {
   state.discriminant[e] = settle(low);
   state.discriminant2[e] = settle(state.discriminant2[e]);
 
-  const int32_t t = entry.tableIndex = std::clamp(entry.tableIndex + move, 0, a->last);
+  const int32_t t = entry.tableIndex = std::clamp(addWrap(entry.tableIndex, move), 0, a->last);
   entry.lowerBound = t == 0 ? INT32_MIN : -kBound;
   entry.upperBound = t == a->last ? kNeverAbove : kBound;
   state.codeTable[e] = a->codes[t];

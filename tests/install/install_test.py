@@ -151,6 +151,17 @@ class HeaderTest(unittest.TestCase):
             for text in (quantisers[i], dc_bits[i] + dc_vals, ac_bits[i] + ac_vals[i]):
                 self.assertIn(text, jpeg)
 
+    def test_packages_have_the_version_and_the_names(self):
+        def found(path, pattern):
+            with open(os.path.join(SOURCE, path)) as file:
+                return re.findall(pattern, file.read(), re.MULTILINE)
+        version = found("CMakeLists.txt", r"^project\(qelj VERSION (\S+)")
+        self.assertEqual(found("debian/changelog", r"\Aqelj \((\S+)\)"), version)
+        self.assertEqual(found("packaging/vcpkg/qelj/vcpkg.json", r'"version": "(.*)"'), version)
+        self.assertEqual(set(found("debian/libqelj7.symbols", r"^ (\w+)@Base")), set(self.declared))
+        self.assertEqual(set(found("debian/libqelcore7.symbols", r"^ (\w+)@Base")),
+                         set(found("qelcore/qelcore.h", r"^QELCORE_API .*?(\w+)\(")))
+
     @unittest.skipUnless(shutil.which("abidiff"), "needs abigail-tools")
     def test_abi_is_the_kept_one(self):
         self.maxDiff = None
@@ -233,12 +244,24 @@ class InstallTest(unittest.TestCase):
                     for folder, _, names in os.walk(prefix) for name in names}
         kinds = {"runtime": ("lib/libqelcore.so.7", "share/doc/qelj/LICENSE"),
                  "development": ("include/qelj_status.h", "lib/libqelj.so", "lib/cmake/qelj/qeljConfig.cmake"),
-                 "tools": ("bin/qelconv", "bin/qelj-selftest"),
+                 "tools": ("bin/qelconv", "bin/qelj-selftest", "share/man/man1/qelj-selftest.1"),
                  "documentation": ("share/doc/qelj/CHANGELOG.md", "share/doc/qelj/docs/porting.md")}
         parts = {kind: files(kind, "--component", kind) for kind in kinds}
         for kind, some in kinds.items():
             self.assertLessEqual(set(some), parts[kind])
         self.assertEqual(sorted(name for part in parts.values() for name in part), sorted(files("all")))
+
+    def test_manual_page_has_every_option(self):
+        def by_format(text, heading, option):
+            parts = re.split(heading, text, flags=re.MULTILINE)
+            return dict(zip(["all", *parts[1::2]], (sorted(re.findall(option, part)) for part in parts[::2])))
+        text = self.run_here("$HOME/qelj/bin/qelconv --help")
+        text = text.replace("--info IN ", "--info ").replace("--compare A B ", "--compare ")
+        told = by_format(text, r"^(\S.* \(\..*\))$", r" --(\S+(?: [^ \n]+)?)")
+        with open(f"{self.prefix}/share/man/man1/qelconv.1") as file:
+            page = re.sub(r" (?:Ar|Cm) ", " ", file.read().replace(" | ", "|").partition(".Sh SCAN")[0])
+        self.assertEqual(by_format(page, r"^\.Ss (.*)$", r"\n\.It Fl (?:\w , )?-(.+)"), told)
+        self.assertGreater(len(told), 5)
 
     def test_needs_nothing_but_c_and_openmp(self):
         for name, needed in (("qelcore", "c|ld-linux.*"), ("qelj", "c|m|ld-linux.*|qelcore|gomp|omp|omp5")):
@@ -343,12 +366,28 @@ class InstallTest(unittest.TestCase):
 
     def test_installed_images(self):
         with open(os.path.join(BUILD, "CMakeCache.txt")) as file:
-            names = re.search(r"(?m)^QELJ_CPU:STRING=(.*)$", file.read())[1].split(";")
+            names = re.search(r"(?m)^QELJ_IMAGES:INTERNAL=(.*)$", file.read())[1].split(";")
         folders = ["lib"] + [f"lib/glibc-hwcaps/{name}" for name in names[1:]]
         images = [f"{self.prefix}/{folder}/libqelj.so.7" for folder in folders]
         self.assertEqual([name for name, _ in self.load("ask", images)], names)
         for image in images:  # in a process that has no libqelcore yet
             self.run_here(f"{sys.executable} -c 'import ctypes; ctypes.CDLL(\"{image}\")'")
+        # By its name, each processor gets the latest that it can run.
+        processors = ("qemu64", "Nehalem", "Haswell") if platform.machine() == "x86_64" else ()
+        for level, processor in enumerate(processors, 1):
+            best = max((name for name in names[1:] if name <= f"x86-64-v{level}"), default=names[0])
+            told = self.load("ask", ["libqelj.so.7"], f"qemu-x86_64 -cpu {processor}")
+            self.assertEqual([name for name, _ in told], [best], processor)
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "elsewhere there is one")
+    def test_every_image_unless_told_otherwise(self):
+        self.run_here(f"cmake -G Ninja -S {SOURCE} -B every -DQELJ_TESTS=OFF")
+        rules = self.run_here("ninja -C every -t targets all")
+        for level in ("v2", "v3", "v4"):
+            self.assertIn(f"\nimages/x86-64-{level}/libqelj.so.7:", rules)
+        commands = self.run_here("ninja -C every -t commands libqelj.so.7")
+        self.assertIn("-DQELJ_PORTABLE=1", commands)
+        self.assertNotIn("-march", commands)
 
     @unittest.skipUnless(platform.machine() == "x86_64", "the emulated processor is an x86-64")
     def test_old_processor(self):

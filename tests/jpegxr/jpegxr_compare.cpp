@@ -151,7 +151,7 @@ void onStream(Case& c, const Bytes& content, Code&& code) {
     Position<Byte> position{memory, bits, held};
     code(state, position);
     used = size_t(position.stream - memory);
-    c.value(used), c.value(position.bitBuffer), c.value(position.bitCount);
+    c.value(uint64_t(used)), c.value(position.bitBuffer), c.value(position.bitCount);
     c.bytes(memory, used);
   }
 }

@@ -254,7 +254,7 @@ class Case {
   // Memory whose content is the library's own: its surroundings are watched, but it is not compared.
   uint8_t* scratch(size_t bytes) {
     scratch_.push_back(Pages::drawn(random, bytes));
-    random.fill(scratch_.back().data(), bytes);
+    Random(random.bits()).fill(scratch_.back().data(), bytes);  // as many numbers drawn for a record of any size
     return scratch_.back().data();
   }
 

@@ -104,29 +104,34 @@ void reportFaults() {
   sigaction(SIGBUS, &action, nullptr);
 }
 
-bool compareExport(const char* name, const std::vector<Image>& images, bool quickly, Digests& digests) {
+Outcome runRound(const char* name, const Image& image, const Random& numbers, size_t environment, bool tryChecks,
+                 bool anyFlags) {
+  const bool floats = std::strstr(name, "_32f_") != nullptr;
+  Case c(image, numbers, tryChecks);
+  if (!floats) c.environment = kFloatEnvironments[environment % std::size(kFloatEnvironments)];
+  c.mayRaiseFlags = floats || anyFlags;
+  comparisons().at(name).run(image.find(name), c);
+  const std::vector<uint8_t>& given = c.finish();
+  if (allocated != 0) c.fault("memory was not released");
+  return {given, c.fault()};
+}
+
+bool compareExport(const char* name, const std::vector<Image>& images, Rounds rounds, Digests& digests) {
   const auto found = comparisons().find(name);
   if (found == comparisons().end()) return std::printf("%s: no comparison is registered\n", name), false;
-  const auto& comparison = found->second;
-  const int quick = comparison.rounds / kQuickShare;
+  const int all = found->second.rounds, quick = all / kQuickShare, asked = threadQuestions;
   const uint64_t stream = digest(0, std::vector<uint8_t>(name, name + std::strlen(name)));
-  // Functions of floats compute in the caller's environment.
-  const bool floats = std::strstr(name, "_32f_") != nullptr;
   current = name;
-  for (int round = 0; round < (quickly ? quick : comparison.rounds); ++round) {
+  for (int round = 0; round < all; ++round) {
+    if (round >= quick && (rounds == Rounds::kQuick || (rounds == Rounds::kAllOfForks && threadQuestions == asked)))
+      break;
     std::vector<uint8_t> reference;
     for (const Image& image : images) {
-      void* function = image.find(name);
-      if (!function) return std::printf("%s: not exported by %s\n", name, image.path().c_str()), false;
+      if (!image.find(name)) return std::printf("%s: not exported by %s\n", name, image.path().c_str()), false;
       currentImage = image.path().c_str(), currentRound = round;
-      Case c(image, Random(stream + uint64_t(round)), round == 0);
-      if (!floats) c.environment = kFloatEnvironments[size_t(round) % std::size(kFloatEnvironments)];
-      c.mayRaiseFlags = floats;
-      comparison.run(function, c);
-      const std::vector<uint8_t>& given = c.finish();
-      if (allocated != 0) c.fault("memory was not released");
-      if (!c.fault().empty())
-        return std::printf("%s: round %d: %s: %s\n", name, round, image.path().c_str(), c.fault().c_str()), false;
+      const auto [given, fault] = runRound(name, image, Random(stream + uint64_t(round)), size_t(round), round == 0);
+      if (!fault.empty())
+        return std::printf("%s: round %d: %s: %s\n", name, round, image.path().c_str(), fault.c_str()), false;
       if (&image == &images.front()) {
         reference = given;
         digests.all = digest(digests.all, reference);

@@ -21,9 +21,20 @@ struct Digests {
 using DigestFile = std::map<std::string, Digests>;
 DigestFile readDigests(std::istream& from);
 
-// Runs one export on all images, for a twentieth of the rounds if `quickly`; the digests of what it gave. False, and
-// said on standard output, where images differ.
-bool compareExport(const char* name, const std::vector<Image>& images, bool quickly, Digests& digests);
+// One round of an export on an image: every byte that it gave, and what was wrong beside that, or nothing. `environment`
+// chooses the floating-point environment, but functions of floats compute in the caller's; and those may raise flags, as
+// all may with `anyFlags`.
+struct Outcome {
+  std::vector<uint8_t> given;
+  std::string fault;
+};
+Outcome runRound(const char* name, const Image& image, const Random& numbers, size_t environment, bool tryChecks,
+                 bool anyFlags = false);
+
+// A twentieth of the rounds, unless the export asks for the number of threads; a twentieth; all.
+enum class Rounds { kAllOfForks, kQuick, kAll };
+// Runs one export on all images; the digests of what it gave. False, and said on standard output, where images differ.
+bool compareExport(const char* name, const std::vector<Image>& images, Rounds rounds, Digests& digests);
 // Whether the digests are those that are kept; says on standard output that they are not.
 bool hold(const char* name, const Digests& digests, const DigestFile& expected, bool quick);
 

@@ -286,7 +286,7 @@ void ownWithBands(Image* image, ptrdiff_t imageStep, const Bands<Plane>& bands, 
                   const BandSplit& columnSplit, uint8_t* buffer) {
   using T = SampleOf<Wavelet>;
   const int32_t width = rowSplit.length, height = columnSplit.length;
-  const ptrdiff_t workStep = pitch<T>(width);
+  const ptrdiff_t workStep = ptrdiff_t(pitch<T>(width));
   T* const work = reinterpret_cast<T*>(buffer);
   T few[2];
   T* const line = width <= 2 ? few : row(work, workStep, height);

@@ -1,0 +1,18 @@
+# Debian's cross compilers (g++-<target>); programs run under the emulator (qemu-user). A preset gives QELJ_TARGET, the
+# compiler's prefix, and QELJ_EMULATOR; an empty one where the kernel runs such programs and only the loader is elsewhere.
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QELJ_TARGET QELJ_EMULATOR)
+set(CMAKE_SYSTEM_NAME Linux)
+string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR ${QELJ_TARGET})
+set(CMAKE_C_COMPILER ${QELJ_TARGET}-gcc)
+set(CMAKE_CXX_COMPILER ${QELJ_TARGET}-g++)
+set(CMAKE_FIND_ROOT_PATH /usr/${QELJ_TARGET})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+if(QELJ_EMULATOR)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${QELJ_EMULATOR};-L;/usr/${QELJ_TARGET})
+else()
+  file(GLOB loader /usr/${QELJ_TARGET}/lib/ld-linux*.so.2)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${loader};--library-path;/usr/${QELJ_TARGET}/lib)
+endif()
