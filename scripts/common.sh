@@ -57,7 +57,7 @@ cpu_generations() {
 cpu_generation() { cpu_generations | cut -d' ' -f1; }
 
 # shellcheck disable=SC2034  # who sources this uses it
-build_packages=(g++ cmake ninja-build libpng-dev)
+build_packages=(g++ cmake ninja-build libpng-dev libtiff-dev)
 
 # build <preset> <target>... -- <cmake options>...
 build() {

@@ -3,6 +3,7 @@
 #ifndef QELCONV_FORMAT_H
 #define QELCONV_FORMAT_H
 
+#include <algorithm>
 #include <chrono>
 #include <iosfwd>
 #include <string>
@@ -14,9 +15,15 @@
 
 namespace qelconv {
 
-// Wall-clock time by stage, for -v. Stages of one name add up.
+// Wall-clock time by stage, for -v, where stages of one name add up; and what was lost on the way.
 class Stages {
  public:
+  // What a picture has and its new form has no place for, in a few words; said once.
+  void lose(const std::string& what) {
+    if (std::find(losses_.begin(), losses_.end(), what) == losses_.end()) losses_.push_back(what);
+  }
+  const std::vector<std::string>& losses() const { return losses_; }
+
   template <class Work>
   auto time(const char* name, Work&& work) {
     const Clock clock(*this, name);
@@ -56,6 +63,7 @@ class Stages {
     stages_.emplace_back(name, seconds);
   }
   std::vector<std::pair<std::string, double>> stages_;
+  std::vector<std::string> losses_;
 };
 
 struct Format {

@@ -7,11 +7,11 @@
 
 namespace qelconv {
 
-extern const Format kPnm, kPfm, kPng, kJpeg, kJpeg2000, kJp2, kJpegXr, kTiff, kDds;
+extern const Format kPnm, kPgm, kPpm, kPfm, kPng, kJpeg, kJpeg2000, kJp2, kJpegXr, kTiff, kDds, kKtx2;
 
 const std::vector<const Format*>& formats() {
   static const std::vector<const Format*> all = {
-      &kPnm, &kPfm, &kPng, &kJpeg, &kJpeg2000, &kJp2, &kJpegXr, &kTiff, &kDds,
+      &kPnm, &kPgm, &kPpm, &kPfm, &kPng, &kJpeg, &kJpeg2000, &kJp2, &kJpegXr, &kTiff, &kDds, &kKtx2,
   };
   return all;
 }

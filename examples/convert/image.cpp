@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "format.h"
+
 namespace qelconv {
 
 void expectOk(QelStatus status, const char* what) {
@@ -75,15 +77,26 @@ void convertPixel(const Image& from, size_t pixel, Image& to) {
   }
 }
 
-}  // namespace
-
-const Image& adapt(const Image& image, Image& storage, std::initializer_list<Colour> accepted, int maxBits) {
-  const bool fits = std::find(accepted.begin(), accepted.end(), image.colour) != accepted.end();
-  if (fits && image.bits <= maxBits && !image.half) return image;
-  return storage = adapt(image, accepted, maxBits);
+bool isOpaque(const Image& image) {
+  const auto channels = size_t(image.channels());
+  const uint32_t top = (1u << image.bits) - 1;
+  for (size_t i = channels - 1; i < image.data.size() / size_t(image.sampleBytes()); i += channels)
+    if (image.sample(i) != top) return false;
+  return true;
 }
 
-Image adapt(const Image& image, std::initializer_list<Colour> accepted, int maxBits) {
+// Samples of another depth, over the full range of both.
+Image rescaled(const Image& image, int bits) {
+  Image result(image.width, image.height, image.colour, bits);
+  const uint64_t from = (1u << image.bits) - 1, to = (1u << bits) - 1;
+  for (size_t i = 0; i < result.data.size() / size_t(result.sampleBytes()); ++i)
+    result.setSample(i, uint32_t((image.sample(i) * to + from / 2) / from));
+  return result;
+}
+
+}  // namespace
+
+Image adapt(const Image& image, Stages& stages, std::initializer_list<Colour> accepted, int maxBits) {
   const Colour best = *std::min_element(accepted.begin(), accepted.end(), [&](Colour a, Colour b) {
     return loss(image.colour, a) < loss(image.colour, b);
   });
@@ -95,24 +108,67 @@ Image adapt(const Image& image, std::initializer_list<Colour> accepted, int maxB
   if (best != image.colour) {
     result = Image(image.width, image.height, best, image.bits);
     for (size_t i = 0; i < size_t(image.width) * size_t(image.height); ++i) convertPixel(image, i, result);
+    if (image.hasAlpha() && !result.hasAlpha() && !isOpaque(image)) stages.lose("alpha is dropped");
+    if (image.colour == Colour::cmyk) stages.lose("CMYK becomes RGB, without a colour profile");
   }
   if (result.bits > maxBits) {
-    Image narrow(result.width, result.height, result.colour, maxBits);
-    const uint64_t from = (1u << result.bits) - 1, to = (1u << maxBits) - 1;
-    const size_t samples = narrow.data.size() / size_t(narrow.sampleBytes());
-    for (size_t i = 0; i < samples; ++i) narrow.setSample(i, uint32_t((result.sample(i) * to + from / 2) / from));
-    result = std::move(narrow);
+    stages.lose(std::to_string(result.bits) + " bits become " + std::to_string(maxBits));
+    result = rescaled(result, maxBits);
   }
   return result;
 }
 
+const Image& adapt(const Image& image, Image& storage, Stages& stages, std::initializer_list<Colour> accepted,
+                   int maxBits) {
+  const bool fits = std::find(accepted.begin(), accepted.end(), image.colour) != accepted.end();
+  if (fits && image.bits <= maxBits && !image.half) return image;
+  return storage = adapt(image, stages, accepted, maxBits);
+}
+
+void joinAlpha(Image& image, const Image& alpha, Stages& stages) {
+  if (alpha.colour != Colour::grey || alpha.width != image.width || alpha.height != image.height)
+    throw Damaged("the alpha is of another size than the picture");
+  if (image.colour == Colour::cmyk || image.hasAlpha()) return stages.lose("alpha is dropped");
+  if (alpha.half != image.half) throw Error("alpha of another kind than the picture's samples can't be read");
+  const auto channels = size_t(image.channels());
+  Image joined(image.width, image.height, channels == 1 ? Colour::greyAlpha : Colour::rgba, image.bits);
+  joined.half = image.half;
+  joined.missing = image.missing.empty() ? alpha.missing : image.missing;
+  const uint64_t from = (1u << alpha.bits) - 1, to = (1u << image.bits) - 1;
+  for (size_t i = 0; i < size_t(image.width) * size_t(image.height); ++i) {
+    for (size_t c = 0; c < channels; ++c) joined.setSample(i * (channels + 1) + c, image.sample(i * channels + c));
+    joined.setSample(i * (channels + 1) + channels, uint32_t((alpha.sample(i) * to + from / 2) / from));
+  }
+  image = std::move(joined);
+}
+
+Image splitAlpha(Image& image) {
+  const auto channels = size_t(image.channels() - 1);
+  Image alpha(image.width, image.height, Colour::grey, image.bits);
+  Image opaque(image.width, image.height, channels == 1 ? Colour::grey : Colour::rgb, image.bits);
+  alpha.half = opaque.half = image.half;
+  for (size_t i = 0; i < size_t(image.width) * size_t(image.height); ++i) {
+    for (size_t c = 0; c < channels; ++c) opaque.setSample(i * channels + c, image.sample(i * (channels + 1) + c));
+    alpha.setSample(i, image.sample(i * (channels + 1) + channels));
+  }
+  image = std::move(opaque);
+  return alpha;
+}
+
+void divideByAlpha(Image& image) {
+  if (image.half) throw Error("half-float samples that were multiplied by alpha can't be read");
+  const auto channels = size_t(image.channels());
+  const uint64_t top = (1u << image.bits) - 1;
+  for (size_t i = 0; i < image.data.size() / size_t(image.sampleBytes()); i += channels) {
+    const uint64_t alpha = image.sample(i + channels - 1);
+    for (size_t c = i; alpha && c < i + channels - 1; ++c)
+      image.setSample(c, uint32_t(std::min((image.sample(c) * top + alpha / 2) / alpha, top)));
+  }
+}
+
 Image wholeBytes(Image image) {
   if (image.bits == 8 || image.bits == 16) return image;
-  Image spread(image.width, image.height, image.colour, image.bits > 8 ? 16 : 8);
-  const uint64_t from = (1u << image.bits) - 1, to = (1u << spread.bits) - 1;
-  for (size_t i = 0; i < spread.data.size() / size_t(spread.sampleBytes()); ++i)
-    spread.setSample(i, uint32_t((image.sample(i) * to + from / 2) / from));
-  return spread;
+  return rescaled(image, image.bits > 8 ? 16 : 8);
 }
 
 }  // namespace qelconv

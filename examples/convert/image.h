@@ -50,6 +50,7 @@ struct Image {
   Image(int32_t width, int32_t height, Colour colour, int bits = 8);
 
   int channels() const { return channelsOf(colour); }
+  bool hasAlpha() const { return colour == Colour::greyAlpha || colour == Colour::rgba; }
   int sampleBytes() const { return bits > 8 ? 2 : 1; }
   int pixelBytes() const { return channels() * sampleBytes(); }
   int32_t step() const { return width * pixelBytes(); }
@@ -77,14 +78,23 @@ struct Image {
 // Throws where a picture of this size can't be held: sides of 1 to 65,535 and at most 2^30 samples.
 void checkDimensions(int64_t width, int64_t height, int channels);
 
+class Stages;
+
 // The picture in one of the accepted colours and with at most `maxBits` bits a sample: the first of
 // `accepted` that loses nothing, else the first one to which there is a road (alpha dropped, CMYK mixed to
-// RGB, grey spread to RGB). Throws when there is none. Returns the picture itself when it is acceptable as it
-// is.
-Image adapt(const Image& image, std::initializer_list<Colour> accepted, int maxBits = 16);
+// RGB, grey spread to RGB), and then the stages are told what is lost. Throws when there is none. Returns the
+// picture itself when it is acceptable as it is.
+Image adapt(const Image& image, Stages& stages, std::initializer_list<Colour> accepted, int maxBits = 16);
 // Copies nothing when the picture is acceptable as it is: then gives the picture itself, and otherwise
 // `storage`.
-const Image& adapt(const Image& image, Image& storage, std::initializer_list<Colour> accepted, int maxBits = 16);
+const Image& adapt(const Image& image, Image& storage, Stages& stages, std::initializer_list<Colour> accepted,
+                   int maxBits = 16);
+
+// A grey picture as the alpha of another one of its size, and back.
+void joinAlpha(Image& image, const Image& alpha, Stages& stages);
+Image splitAlpha(Image& image);
+// From colours that were multiplied by alpha.
+void divideByAlpha(Image& image);
 
 // The picture with samples spread to the full range of 8 or 16 bits, for formats that know no other depth.
 Image wholeBytes(Image image);
@@ -108,6 +118,7 @@ class Reader {
   uint64_t u64be() { return number(8, true); }
   uint16_t u16le() { return uint16_t(number(2, false)); }
   uint32_t u32le() { return uint32_t(number(4, false)); }
+  uint64_t u64le() { return number(8, false); }
 
  private:
   void need(size_t n, size_t at) const {

@@ -124,14 +124,14 @@ ScanHeader wholeScan(const Frame& frame) {
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
   if (options.has("lossless")) {
     Image adapted;
-    const Image& image = adapt(original, adapted, {Colour::grey, Colour::rgb});
+    const Image& image = adapt(original, adapted, stages, {Colour::grey, Colour::rgb});
     return stages.time("lossless coding", [&] {
       return writeLossless(image, options.integer("predictor", 1, 1, 7), options.integer("point-transform", 0, 0, 15),
                            options.integer("restart", 0, 0, 65535));
     });
   }
   Image adapted;
-  const Image& image = adapt(original, adapted, {Colour::rgb, Colour::grey, Colour::cmyk}, 8);
+  const Image& image = adapt(original, adapted, stages, {Colour::rgb, Colour::grey, Colour::cmyk}, 8);
   Space space = image.colour == Colour::grey ? Space::grey : image.colour == Colour::rgb ? Space::ycc : Space::ycck;
   if (options.has("plain-colour"))
     space = image.colour == Colour::rgb ? Space::rgb : image.colour == Colour::cmyk ? Space::cmyk : space;

@@ -36,17 +36,6 @@ std::vector<double> listOfNumbers(const Options& options, const char* name) {
   return numbers;
 }
 
-// "WxH", as in a tile or code-block size.
-std::pair<int, int> sizeOption(const Options& options, const char* name, int fallback) {
-  if (!options.has(name)) return {fallback, fallback};
-  int w = 0, h = 0;
-  char x = 0;
-  std::istringstream text(options.text(name));
-  if (!(text >> w >> x >> h) || x != 'x' || !text.eof() || w < 1 || h < 1)
-    throw Error(std::string("--") + name + " takes a size such as 64x64");
-  return {w, h};
-}
-
 int styleOption(const Options& options) {
   constexpr std::pair<const char*, int> kStyles[] = {{"bypass", kBypass},
                                                      {"reset", kReset},
@@ -88,7 +77,7 @@ Parameters makeParameters(const Image& image, const Options& options, const Goal
   p.width = image.width, p.height = image.height;
   p.colour = image.colour;
   p.bits.assign(size_t(image.channels()), image.bits);
-  const auto [tileWidth, tileHeight] = sizeOption(options, "tiles", 0);
+  const auto [tileWidth, tileHeight] = options.size("tiles", {0, 0});
   p.tileWidth = tileWidth ? std::min(tileWidth, p.width) : p.width;
   p.tileHeight = tileHeight ? std::min(tileHeight, p.height) : p.height;
   if (int64_t(p.tilesWide()) * p.tilesHigh() > 65535) throw Error("--tiles makes more than 65535 tiles");
@@ -104,7 +93,7 @@ Parameters makeParameters(const Image& image, const Options& options, const Goal
   coding.reversible = !options.has("irreversible");
   coding.gains = synthesisGains(coding.reversible, coding.levels);
   coding.style = styleOption(options);
-  const auto [w, h] = sizeOption(options, "block", 64);
+  const auto [w, h] = options.size("block", {64, 64});
   const auto isPower = [](int n) { return n >= 4 && n <= 1024 && (n & (n - 1)) == 0; };
   if (!isPower(w) || !isPower(h) || w * h > 4096)
     throw Error("--block takes powers of two from 4 to 1024, at most 4096 together");
@@ -117,7 +106,7 @@ Parameters makeParameters(const Image& image, const Options& options, const Goal
 
 std::vector<uint8_t> writeCodestream(const Image& original, const Options& options, Stages& stages, Parameters& p) {
   Image adapted;
-  const Image& image = adapt(original, adapted, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha});
+  const Image& image = adapt(original, adapted, stages, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha});
   Goal goal{listOfNumbers(options, "rate"), listOfNumbers(options, "psnr")};
   if (!goal.bitsPerPixel.empty() && !goal.psnr.empty()) throw Error("--rate and --psnr can't be had together");
   p = makeParameters(image, options, goal);

@@ -9,11 +9,17 @@ namespace {
 
 using namespace jxr;
 
-enum Tag : uint16_t { kPixelFormat = 0xBC01, kWidth = 0xBC80, kHeight = 0xBC81, kOffset = 0xBCC0, kByteCount = 0xBCC1 };
+enum Tag : uint16_t {
+  kPixelFormat = 0xBC01,
+  kWidth = 0xBC80,
+  kHeight = 0xBC81,
+  kOffset = 0xBCC0,
+  kByteCount = 0xBCC1,
+  kAlphaOffset = 0xBCC2,
+  kAlphaByteCount = 0xBCC3
+};
 constexpr uint8_t kFormatFamily[15] = {0x24, 0xC3, 0xDD, 0x6F, 0x03, 0x4E, 0xFE, 0x4B,
                                        0xB1, 0x85, 0x3D, 0x77, 0x76, 0x8D, 0xC9};
-enum PixelFormat : uint8_t { kGrey8 = 0x08, kBgr24 = 0x0C, kRgb24 = 0x0D };
-enum ColourFormat { kYOnly = 0, kYuv420 = 1, kYuv422 = 2, kYuv444 = 3, kRgbOut = 7 };
 
 bool recognises(Bytes file) {
   return file.size() > 8 && file[0] == 'I' && file[1] == 'I' && file[2] == 0xBC && file[3] <= 1;
@@ -63,50 +69,85 @@ void need(bool supported, const char* what) {
 
 // --- reading -----------------------------------------------------------------------------------------------
 
-struct Codestream {
-  Header header;
-  std::vector<Bytes> packets;
-  bool cut = false;  // the file ends before the codestream does
+struct Container {
+  Bytes picture, alpha;  // codestreams; alpha may be one of its own
+  bool cut = false;      // the file ends before they do
 };
 
-Bytes findCodestream(Bytes file, bool& cut) {
+Container readContainer(Bytes file) {
   Reader in(file);
   in.skip(4);
   in.seek(in.u32le());
   const int entries = in.u16le();
-  size_t offset = 0, bytes = 0;
+  std::array<uint32_t, 4> places = {};  // offset and size, of the picture and of alpha
   for (int i = 0; i < entries; ++i) {
     const int tag = in.u16le(), type = in.u16le();
     in.u32le();
     const size_t place = in.position();
     const uint32_t value = type == 1 ? in.u8() : type == 3 ? in.u16le() : in.u32le();
-    if (tag == kOffset) offset = value;
-    if (tag == kByteCount) bytes = value;
-    if (tag == kPixelFormat) {
-      Reader id(file, value);
-      const Bytes guid = id.take(16);
-      const uint8_t last = guid[15];
-      need(std::equal(kFormatFamily, kFormatFamily + 15, guid.begin()) &&
-               (last == kGrey8 || last == kBgr24 || last == kRgb24),
-           "a pixel format other than 8-bit grey and 24-bit RGB");
-    }
+    if (tag >= kOffset && tag <= kAlphaByteCount) places[size_t(tag - kOffset)] = value;
     in.seek(place + 4);
   }
-  if (!offset) throw Error("the file has no picture");
-  Reader at(file, 0);
-  at.seek(offset);
-  cut = bytes > at.left();
-  return at.take(bytes ? std::min(bytes, at.left()) : at.left());
+  if (!places[0]) throw Error("the file has no picture");
+  Container c;
+  const auto take = [&](uint32_t offset, uint32_t bytes) {
+    Reader at(file);
+    at.seek(offset);
+    return at.take(bytes ? std::min<size_t>(bytes, at.left()) : at.left());
+  };
+  c.picture = take(places[0], places[1]);
+  c.cut = c.picture.size() < places[1] || places[2] > file.size();
+  // Of alpha, some writers give the place of its end in place of its size.
+  if (places[2] && places[2] <= file.size()) c.alpha = take(places[2], places[3]);
+  return c;
 }
 
-void readQuantizers(HeaderBits& bits, Header& header, Band band) {
+void readQuantizers(HeaderBits& bits, PlaneHeader& plane, Band band) {
   need(bits(1), "quantisers that vary by tile");
-  const uint32_t mode = header.planes > 1 ? bits(2) : 0;  // one for all, luma and chroma, or each its own
-  uint8_t* const q = header.quantizer[band];
-  q[0] = uint8_t(bits(8));
-  q[1] = q[2] = mode ? uint8_t(bits(8)) : q[0];
-  if (mode == 2 && header.planes > 1) q[2] = uint8_t(bits(8));
+  const uint32_t mode = plane.planes() > 1 ? bits(2) : 0;  // one for all, luma and chroma, or each its own
   need(mode < 3, "a reserved quantiser mode");
+  uint8_t* const q = plane.quantizer[band];
+  q[0] = uint8_t(bits(8));
+  for (int p = 1; p < plane.planes(); ++p)
+    q[p] = mode == 2 || (mode == 1 && p == 1) ? uint8_t(bits(8)) : q[p > 1 && mode];
+}
+
+PlaneHeader readPlaneHeader(HeaderBits& bits, Depth depth) {
+  PlaneHeader plane;
+  const uint32_t coded = bits(3);
+  need(coded <= uint32_t(Coded::cmyk), "planes without a common colour");
+  plane.coded = Coded(coded);
+  plane.scaled = bits(1);
+  const uint32_t bands = bits(4);
+  need(bands <= 3, "a reserved choice of bands");
+  plane.bands = Bands(bands);
+  if (plane.yuv()) bits(8);  // where chroma lies: it is spread in one way
+  if (depth == Depth::bits16) plane.dropped = int(bits(8));
+  need(plane.dropped < 16, "samples that lose all of their bits");
+  readQuantizers(bits, plane, kDC);
+  if (plane.bands < Bands::dcOnly) {
+    bits(1);
+    readQuantizers(bits, plane, kLP);
+  }
+  if (plane.bands < Bands::noHighPass) {
+    bits(1);
+    readQuantizers(bits, plane, kHP);
+  }
+  bits.align();
+  return plane;
+}
+
+// Where the tiles of one direction begin, and where the last one ends, whose size the header leaves out.
+std::vector<int32_t> startsOf(const std::vector<uint32_t>& sizes, int32_t samples) {
+  const int32_t macroblocks = (samples + 15) / 16;
+  std::vector<int32_t> starts = {0};
+  for (const uint32_t size : sizes) {
+    if (size < 1 || size >= uint32_t(macroblocks - starts.back()))
+      throw Damaged("the tiles don't fit into the picture");
+    starts.push_back(starts.back() + int32_t(size));
+  }
+  starts.push_back(macroblocks);
+  return starts;
 }
 
 Header readHeader(Reader& in) {
@@ -114,46 +155,51 @@ Header readHeader(Reader& in) {
   if (std::memcmp(signature.data(), "WMPHOTO", 8) != 0) throw Error("the codestream has no signature");
   Header header;
   HeaderBits bits(in);
-  bits(8);  // versions and hard tiling
-  need(!bits(1), "several tiles");
+  bits(4);  // version
+  header.hardTiles = bits(1);
+  bits(3);
+  const bool tiled = bits(1);
   header.frequency = bits(1);
   need(!bits(3), "a rotation");
   header.indexTable = bits(1);
-  need(!bits(2), "overlap filters");
+  header.overlap = int(bits(2));
+  need(header.overlap < 3, "a reserved overlap mode");
   const bool shortHeader = bits(1);
   bits(1);  // 32-bit arithmetic is always used here
   const bool windowing = bits(1);
   header.trimFlag = bits(1);
-  bits(3);  // the order of red and blue is that of the pixel format; premultiplication has no alpha to apply
-            // to
-  need(!bits(1), "an alpha plane");
+  bits(2);  // the order of red and blue is that of the pixel format
+  header.premultiplied = bits(1);
+  header.alphaPlane = bits(1);
   const uint32_t output = bits(4), depth = bits(4);
-  need(depth == 1, "samples other than 8-bit");
+  need(output == uint32_t(Output::grey) || output == uint32_t(Output::cmyk) || output == uint32_t(Output::rgb),
+       "an unusual output colour");
+  header.output = Output(output);
+  constexpr uint32_t kFixed16 = 3, kFixed32 = 6, kFloat32 = 7;
+  need(depth != kFixed16 && depth != kFixed32, "fixed-point samples");
+  need(depth != kFloat32, "32-bit floats");
+  need(depth != 0 && depth != 10 && depth != 15, "samples of a bit, or of five and six,");
+  need(depth != 5 && depth < 11, "a reserved depth");
+  header.depth = Depth(depth);
   const int sides = shortHeader ? 16 : 32;
   const int64_t width = int64_t(bits(sides)) + 1, height = int64_t(bits(sides)) + 1;
   checkDimensions(width, height, 3);
   header.width = int32_t(width), header.height = int32_t(height);
-  if (windowing) need(!bits(24), "a window");
-
-  const uint32_t internal = bits(3);
-  need(internal == kYOnly || internal == kYuv444, "subsampled or other than three-channel colour");
-  need(output == (internal == kYOnly ? kYOnly : kRgbOut), "an unusual output colour");
-  header.planes = internal == kYOnly ? 1 : 3;
-  header.scaled = bits(1);
-  const uint32_t bands = bits(4);
-  need(bands <= 3, "a reserved choice of bands");
-  header.bands = Bands(bands);
-  if (header.planes > 1) bits(8);
-  readQuantizers(bits, header, kDC);
-  if (header.bands < Bands::dcOnly) {
-    bits(1);
-    readQuantizers(bits, header, kLP);
+  const uint32_t columns = tiled ? bits(12) + 1 : 1, rows = tiled ? bits(12) + 1 : 1;
+  const int tileBits = shortHeader ? 8 : 16;
+  std::vector<uint32_t> sizes[2];
+  for (uint32_t i = 1; i < columns; ++i) sizes[0].push_back(bits(tileBits));
+  for (uint32_t i = 1; i < rows; ++i) sizes[1].push_back(bits(tileBits));
+  int32_t right = 0, bottom = 0;
+  if (windowing) {
+    header.top = int32_t(bits(6)), header.left = int32_t(bits(6));
+    bottom = int32_t(bits(6)), right = int32_t(bits(6));
   }
-  if (header.bands < Bands::noHighPass) {
-    bits(1);
-    readQuantizers(bits, header, kHP);
-  }
-  bits.align();
+  header.columns = startsOf(sizes[0], header.left + header.width + right);
+  header.rows = startsOf(sizes[1], header.top + header.height + bottom);
+  header.main = readPlaneHeader(bits, header.depth);
+  if (header.alphaPlane) header.alpha = readPlaneHeader(bits, header.depth);
+  need(header.output != Output::cmyk || header.main.coded == Coded::cmyk, "an unusual output colour");
   return header;
 }
 
@@ -166,11 +212,13 @@ uint64_t readLength(Reader& in) {
   return 0;
 }
 
-Codestream readCodestream(Bytes file) {
+Codestream readCodestream(Bytes bytes, bool& cut) {
   Codestream c;
-  Reader in(findCodestream(file, c.cut));
+  Reader in(bytes);
   c.header = readHeader(in);
-  const size_t count = c.header.frequency ? size_t(c.header.packets()) : 1;
+  const size_t bands = c.header.frequency ? size_t(c.header.main.packets()) : 1, count = c.header.tiles() * bands;
+  if (count > 1) need(c.header.indexTable, "several packets and no index of them");
+  if (count > in.left()) throw Truncated();
   std::vector<uint64_t> offsets(count);
   if (c.header.indexTable) {
     if (in.u16be() != 1) throw Error("the index table has no start code");
@@ -178,63 +226,108 @@ Codestream readCodestream(Bytes file) {
   }
   in.skip(size_t(std::min<uint64_t>(readLength(in), in.left())));  // profile and level
   const Bytes body = in.take(in.left());
+  c.data.assign(body.begin(), body.end());
+  c.data.resize(body.size() + kMargin);
+  c.body = Bytes(c.data).first(body.size());
+
+  // A packet ends where the next one begins.
+  std::vector<uint64_t> starts = offsets;
+  std::sort(starts.begin(), starts.end());
+  c.packets.resize(c.header.tiles());
   for (size_t i = 0; i < count; ++i) {
-    // A band without a packet has no bits to read.
+    // Only the first packet lies at 0; another one there is a band without bits.
     if (i && !offsets[i]) {
-      c.packets.push_back({});
+      c.packets[i / bands].push_back(c.body.first(0));
       continue;
     }
-    // The bands that a cut file still has; a packet has a start code of four bytes.
-    if (body.size() < 4 || offsets[i] > body.size() - 4) {
-      c.cut = true;
-      c.header.bands = Bands(4 - int(i));
-      break;
+    // A packet has a start code of four bytes.
+    if (c.body.size() < 4 || offsets[i] > c.body.size() - 4) {
+      cut = true;
+      c.packets[i / bands].push_back({});
+      continue;
     }
-    c.packets.push_back(body.subspan(size_t(offsets[i])));
+    const auto next = std::upper_bound(starts.begin(), starts.end(), offsets[i]);
+    const uint64_t end = next == starts.end() ? c.body.size() : std::min<uint64_t>(*next, c.body.size());
+    c.packets[i / bands].push_back(c.body.subspan(size_t(offsets[i]), size_t(end - offsets[i])));
   }
-  if (c.packets.empty()) throw Truncated();
   return c;
 }
 
 Image read(Bytes file, const Options& options, Stages& stages) {
   const Limits limits(file, options);
-  const Codestream c = readCodestream(file);
-  if (c.cut) limits.expectWhole(Truncated().what());
-  Image image = decodeTile(c.header, c.packets, limits, stages);
-  if (c.cut) limits.onlyPart(image, Truncated().what());
+  Container container = readContainer(file);
+  const Codestream c = readCodestream(container.picture, container.cut);
+  if (container.cut) limits.expectWhole(Truncated().what());
+  Image image = decodeTiles(c, limits, stages);
+  if (!container.alpha.empty()) {
+    const Codestream alpha = readCodestream(container.alpha, container.cut);
+    joinAlpha(image, decodeTiles(alpha, limits, stages), stages);
+  }
+  if (c.header.premultiplied && image.hasAlpha()) divideByAlpha(image);
+  if (container.cut) limits.onlyPart(image, Truncated().what());
   return image;
 }
 
 void describe(Bytes file, std::ostream& out) {
-  const Header h = readCodestream(file).header;
-  out << "JPEG XR, " << h.width << " x " << h.height << ", " << (h.planes == 1 ? "grey" : "RGB as YUV 4:4:4") << ", "
-      << (h.frequency ? "frequency" : "spatial") << " mode, quantisers " << int(h.quantizer[0][0]) << " "
-      << int(h.quantizer[1][0]) << " " << int(h.quantizer[2][0]) << "\n";
+  Container container = readContainer(file);
+  const Header h = readCodestream(container.picture, container.cut).header;
+  constexpr const char* kCoded[] = {"grey", "YUV 4:2:0", "YUV 4:2:2", "YUV 4:4:4", "CMYK"};
+  out << "JPEG XR, " << h.width << " x " << h.height << ", " << bitsOf(h.depth)
+      << (h.depth == Depth::half ? "-bit floats, " : " bits, ") << kCoded[int(h.main.coded)]
+      << (h.alphaPlane || !container.alpha.empty() ? " with alpha" : "") << ", "
+      << (h.frequency ? "frequency" : "spatial") << " mode, overlap " << h.overlap << ", " << h.tiles()
+      << (h.tiles() == 1 ? " tile" : " tiles") << ", quantisers " << int(h.main.quantizer[0][0]) << " "
+      << int(h.main.quantizer[1][0]) << " " << int(h.main.quantizer[2][0]) << "\n";
 }
 
 // --- writing -----------------------------------------------------------------------------------------------
 
-std::vector<uint8_t> writeHeader(const Header& header) {
+void writeLength(Writer& out, uint64_t length) {
+  if (length < 0xFB00) out.u16be(unsigned(length));
+  else out.u8(0xFB), out.u32be(uint32_t(length));
+}
+
+std::vector<uint8_t> writeCodestream(const Header& header, const Image& image, Stages& stages) {
+  const auto tiles = encodeTiles(image, header, stages);
   Writer out;
   out.put({reinterpret_cast<const uint8_t*>("WMPHOTO"), 8});
   HeaderWriter bits(out);
+  const bool tiled = header.tiles() > 1, index = tiled || header.frequency;
+  bool longSizes = header.width > 65536 || header.height > 65536;
+  for (const auto* starts : {&header.columns, &header.rows})
+    for (size_t i = 0; i + 2 < starts->size(); ++i) longSizes |= (*starts)[i + 1] - (*starts)[i] > 255;
   bits(0x11, 8);
-  bits(0, 8);  // one tile, spatial, upright, no index table, no overlap
-  const bool longSides = header.width > 65536 || header.height > 65536;
-  bits(!longSides, 1), bits(1, 1), bits(0, 6);
-  bits(header.planes == 1 ? kYOnly : kRgbOut, 4), bits(1, 4);
-  bits(uint32_t(header.width - 1), longSides ? 32 : 16), bits(uint32_t(header.height - 1), longSides ? 32 : 16);
-  bits(header.planes == 1 ? kYOnly : kYuv444, 3), bits(header.scaled, 1), bits(0, 4);
-  if (header.planes > 1) bits(0, 8);
+  bits(tiled, 1), bits(header.frequency, 1), bits(0, 3), bits(index, 1), bits(uint32_t(header.overlap), 2);
+  bits(!longSizes, 1), bits(1, 1), bits(0, 6);
+  bits(uint32_t(header.output), 4), bits(uint32_t(header.depth), 4);
+  const int sides = longSizes ? 32 : 16;
+  bits(uint32_t(header.width - 1), sides), bits(uint32_t(header.height - 1), sides);
+  if (tiled) {
+    for (const auto* starts : {&header.columns, &header.rows}) bits(uint32_t(starts->size() - 2), 12);
+    for (const auto* starts : {&header.columns, &header.rows})
+      for (size_t i = 0; i + 2 < starts->size(); ++i) bits(uint32_t((*starts)[i + 1] - (*starts)[i]), sides / 2);
+  }
+  const PlaneHeader& plane = header.main;
+  bits(uint32_t(plane.coded), 3), bits(plane.scaled, 1), bits(0, 4);
+  if (plane.yuv()) bits(0, 8);
+  if (header.depth == Depth::bits16) bits(0, 8);
   for (const Band band : {kDC, kLP, kHP}) {
     if (band != kDC) bits(0, 1);
     bits(1, 1);
-    if (header.planes > 1) bits(0, 2);
-    bits(header.quantizer[band][0], 8);
+    if (plane.planes() > 1) bits(0, 2);
+    bits(plane.quantizer[band][0], 8);
   }
   bits.align();
+  if (index) {
+    out.u16be(1);
+    uint64_t offset = 0;
+    for (const auto& tile : tiles)
+      for (const auto& packet : tile) writeLength(out, offset), offset += packet.size();
+  }
   for (const uint8_t byte : {0, 4, 111, 255, 0, 1})
     out.u8(byte);  // four bytes: the highest profile and level, and no more
+  for (const auto& tile : tiles)
+    for (const auto& packet : tile) out.put(packet);
   return std::move(out.bytes);
 }
 
@@ -245,48 +338,114 @@ uint8_t quantizerOf(const Options& options) {
   return quality == 100 ? 1 : uint8_t(std::lround(8 + 0.8 * (100 - quality)));
 }
 
+// Starts of tiles of this many samples, rounded up to whole macroblocks.
+std::vector<int32_t> tilesOf(int32_t samples, int32_t size) {
+  const int32_t macroblocks = (samples + 15) / 16, step = (size + 15) / 16;
+  std::vector<int32_t> starts;
+  for (int32_t at = 0; at < macroblocks; at += step) starts.push_back(at);
+  starts.push_back(macroblocks);
+  if (starts.size() > 4097) throw Error("JPEG XR has at most 4096 tiles in a row");
+  return starts;
+}
+
+// How pictures are stored: the last byte of the pixel format's name.
+struct PixelFormat {
+  Output output;
+  Depth depth;
+  bool alpha;
+  uint8_t name;
+};
+constexpr PixelFormat kFormats[] = {
+    {Output::grey, Depth::bits8, false, 0x08},  {Output::rgb, Depth::bits8, false, 0x0D},
+    {Output::rgb, Depth::bits8, true, 0x0F},    {Output::cmyk, Depth::bits8, false, 0x1C},
+    {Output::grey, Depth::bits16, false, 0x0B}, {Output::rgb, Depth::bits16, false, 0x15},
+    {Output::rgb, Depth::bits16, true, 0x16},   {Output::cmyk, Depth::bits16, false, 0x1F},
+    {Output::rgb, Depth::bits5, false, 0x09},   {Output::rgb, Depth::bits10, false, 0x14},
+    {Output::grey, Depth::half, false, 0x3E},   {Output::rgb, Depth::half, false, 0x3B}};
+
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
-  const Image image = adapt(original, {Colour::rgb, Colour::grey}, 8);
-  if (image.bits != 8) throw Error("JPEG XR is written with 8 bits a sample only");
+  Image image =
+      original.half ? original : adapt(original, stages, {Colour::rgb, Colour::grey, Colour::rgba, Colour::cmyk});
+  const bool packed = image.colour == Colour::rgb && (image.bits == 5 || image.bits == 10);
+  if (!packed) image = wholeBytes(std::move(image));
   Header header;
   header.width = image.width, header.height = image.height;
-  header.planes = image.colour == Colour::grey ? 1 : 3;
-  const uint8_t quantizer = quantizerOf(options);
-  std::memset(header.quantizer, quantizer, sizeof header.quantizer);
-  header.scaled = quantizer > 1;
-  const auto head = writeHeader(header), tile = encodeTile(image, header, stages);
+  header.output = image.colour == Colour::grey   ? Output::grey
+                  : image.colour == Colour::cmyk ? Output::cmyk
+                                                 : Output::rgb;
+  header.depth = image.half         ? Depth::half
+                 : image.bits == 5  ? Depth::bits5
+                 : image.bits == 10 ? Depth::bits10
+                 : image.bits == 16 ? Depth::bits16
+                                    : Depth::bits8;
+  const auto format = std::find_if(std::begin(kFormats), std::end(kFormats), [&](const PixelFormat& f) {
+    return f.output == header.output && f.depth == header.depth && f.alpha == image.hasAlpha();
+  });
+  if (format == std::end(kFormats)) throw Error("half-floats with alpha can't be written");
 
-  constexpr uint32_t kFormatAt = 8, kDirectoryAt = 24, kEntries = 5, kStreamAt = kDirectoryAt + 2 + 12 * kEntries + 4;
+  const int sampling = options.choice("sampling", {"444", "422", "420"}, 0);
+  header.main.coded = header.output == Output::grey   ? Coded::grey
+                      : header.output == Output::cmyk ? Coded::cmyk
+                                                      : Coded(int(Coded::yuv444) - sampling);
+  const uint8_t quantizer = quantizerOf(options);
+  header.main.scaled = quantizer > 1;
+  std::memset(header.main.quantizer, quantizer, sizeof header.main.quantizer);
+  header.frequency = options.has("frequency");
+  header.overlap = options.integer("overlap", quantizer > 1 ? 1 : 0, 0, 2);
+  if (header.overlap == 2 && header.main.subsampled() && image.width <= 16)
+    throw Error("two levels of overlap on halved chroma take a picture of more than 16 columns");
+  const auto [across, down] = options.size("tiles", {image.width, image.height});
+  header.columns = tilesOf(image.width, across), header.rows = tilesOf(image.height, down);
+
+  std::vector<uint8_t> alpha;
+  if (format->alpha) {
+    Header plane = header;
+    plane.output = Output::grey;
+    plane.main = {.coded = Coded::grey};
+    std::memset(plane.main.quantizer, 1, sizeof plane.main.quantizer);  // without loss
+    alpha = writeCodestream(plane, splitAlpha(image), stages);
+  }
+  const auto stream = writeCodestream(header, image, stages);
+  const uint32_t entries = alpha.empty() ? 5 : 7;
+  const uint32_t formatAt = 8, directoryAt = 24, streamAt = directoryAt + 2 + 12 * entries + 4;
   Writer out;
   for (const uint8_t byte : {0x49, 0x49, 0xBC, 0x01}) out.u8(byte);
-  out.u32le(kDirectoryAt);
+  out.u32le(directoryAt);
   out.put(kFormatFamily);
-  out.u8(header.planes == 1 ? kGrey8 : kRgb24);
-  out.u16le(kEntries);
+  out.u8(format->name);
+  out.u16le(entries);
   const auto entry = [&](Tag tag, unsigned type, uint32_t count, uint32_t value) {
     out.u16le(tag), out.u16le(type), out.u32le(count), out.u32le(value);
   };
-  entry(kPixelFormat, 1, 16, kFormatAt);
+  entry(kPixelFormat, 1, 16, formatAt);
   entry(kWidth, 4, 1, uint32_t(header.width));
   entry(kHeight, 4, 1, uint32_t(header.height));
-  entry(kOffset, 4, 1, kStreamAt);
-  entry(kByteCount, 4, 1, uint32_t(head.size() + tile.size()));
+  entry(kOffset, 4, 1, streamAt);
+  entry(kByteCount, 4, 1, uint32_t(stream.size()));
+  if (!alpha.empty()) {
+    entry(kAlphaOffset, 4, 1, streamAt + uint32_t(stream.size()));
+    entry(kAlphaByteCount, 4, 1, uint32_t(alpha.size()));
+  }
   out.u32le(0);
-  out.put(head);
-  out.put(tile);
+  out.put(stream);
+  out.put(alpha);
   return std::move(out.bytes);
 }
 
 }  // namespace
 
 extern const Format kJpegXr;
-const Format kJpegXr = {
-    "JPEG XR",
-    {".jxr", ".wdp", ".hdp"},
-    {{"quality", "N", "1 to 100; 100 is lossless"}, {"quantizer", "N", "1 (lossless) to 255, in place of a quality"}},
-    recognises,
-    read,
-    write,
-    describe};
+const Format kJpegXr = {"JPEG XR",
+                        {".jxr", ".wdp", ".hdp"},
+                        {{"quality", "N", "1 to 100; 100 is lossless"},
+                         {"quantizer", "N", "1 (lossless) to 255, in place of a quality"},
+                         {"overlap", "0|1|2", "levels of filters across blocks (0 without loss, else 1)"},
+                         {"sampling", "444|422|420", "chroma planes: full, halved across, halved both ways (444)"},
+                         {"frequency", nullptr, "band by band in place of macroblock by macroblock"},
+                         {"tiles", "WxH", "tile size, rounded up to multiples of 16 (one tile)"}},
+                        recognises,
+                        read,
+                        write,
+                        describe};
 
 }  // namespace qelconv

@@ -1,6 +1,5 @@
 // The macroblock layer of JPEG XR (ITU-T T.832) that the encoder and the decoder share: what stands between
-// the library's block coders and a codestream. One tile, no overlap filter, one component or three at full
-// resolution.
+// the library's block coders and a codestream.
 #ifndef QELCONV_JPEGXR_H
 #define QELCONV_JPEGXR_H
 
@@ -17,23 +16,67 @@ namespace qelconv::jxr {
 // The standard's numbers. A tile's packets in frequency mode come in the order of Band.
 enum Band { kDC, kLP, kHP, kFlex };
 enum class Bands : uint8_t { all, noFlex, noHighPass, dcOnly };
+enum class Coded : uint8_t { grey, yuv420, yuv422, yuv444, cmyk };
+enum class Output : uint8_t { grey = 0, cmyk = 4, rgb = 7 };
+enum class Depth : uint8_t { bits8 = 1, bits16 = 2, half = 4, bits5 = 8, bits10 = 9 };
 
-// What the image header and the plane header say.
-struct Header {
-  int32_t width = 0, height = 0;
-  int planes = 3;  // 1: grey, 3: YUV 4:4:4
-  bool frequency = false, indexTable = false, trimFlag = false;
-  bool scaled = false;  // samples carry three fractional bits
-  Bands bands = Bands::all;
-  uint8_t quantizer[3][3] = {};  // by band and plane
-  int32_t across() const { return (width + 15) / 16; }
-  int32_t down() const { return (height + 15) / 16; }
-  int packets() const { return 4 - int(bands); }
+inline int bitsOf(Depth depth) {
+  return depth == Depth::bits5 ? 5 : depth == Depth::bits8 ? 8 : depth == Depth::bits10 ? 10 : 16;
+}
+// The value that is coded as 0.
+inline int32_t centreOf(Depth depth) { return depth == Depth::half ? 0 : 1 << (bitsOf(depth) - 1); }
+
+inline constexpr int kMaxPlanes = 4;
+inline constexpr int kFractionalBits = 3;  // of samples on their way to quantisers
+
+// The blocks of a macroblock's plane.
+struct Grid {
+  int32_t across, down;
+  int32_t count() const { return across * down; }
 };
-inline constexpr int kFractionalBits = 3;
 
-// A quantiser's step (T.832, 9.8.1). With fractional bits, the DC and low-pass bands of chroma have half the
-// step: those values are kept at half their size.
+// The picture, or its alpha.
+struct PlaneHeader {
+  Coded coded = Coded::yuv444;
+  bool scaled = false;  // samples carry fractional bits
+  Bands bands = Bands::all;
+  int dropped = 0;                        // low bits of 16-bit samples that are not coded
+  uint8_t quantizer[3][kMaxPlanes] = {};  // by band and plane
+  int planes() const { return coded == Coded::grey ? 1 : coded == Coded::cmyk ? 4 : 3; }
+  bool yuv() const { return planes() == 3; }
+  bool subsampled() const { return coded == Coded::yuv420 || coded == Coded::yuv422; }
+  Grid grid(int plane) const {
+    if (plane == 0 || !subsampled()) return {4, 4};
+    return {2, coded == Coded::yuv420 ? 2 : 4};
+  }
+  int packets() const { return 4 - int(bands); }
+  int fraction() const { return scaled ? kFractionalBits : 0; }
+  // Planes of chroma are a bit wider than the first: their DC and low-pass values are kept at half their size.
+  bool halved(int plane) const { return scaled && plane > 0; }
+};
+
+// What the headers of a codestream say.
+struct Header {
+  int32_t width = 0, height = 0, left = 0, top = 0;  // the picture in the coded area
+  int overlap = 0;                                   // how many levels of overlap filters
+  bool hardTiles = false;                            // they stop at the edges of tiles
+  bool frequency = false, indexTable = false, trimFlag = false;
+  bool alphaPlane = false, premultiplied = false;
+  Output output = Output::rgb;
+  Depth depth = Depth::bits8;
+  std::vector<int32_t> columns, rows;  // where tiles begin, in macroblocks, and where the last one ends
+  PlaneHeader main, alpha;
+  int32_t across() const { return columns.back(); }
+  int32_t down() const { return rows.back(); }
+  size_t tiles() const { return (columns.size() - 1) * (rows.size() - 1); }
+  // Between rows of macroblocks there is an edge that overlap filters don't cross.
+  bool isEdge(int32_t row) const {
+    return row == 0 || row == down() || (hardTiles && std::find(rows.begin(), rows.end(), row) != rows.end());
+  }
+  std::vector<int32_t> edges() const { return hardTiles ? columns : std::vector<int32_t>{0, across()}; }
+};
+
+// A quantiser's step (T.832, 9.8.1).
 inline int32_t stepOf(uint8_t index, bool scaled, bool halved) {
   const int mantissa = index < 16 ? index : 16 + index % 16, exponent = index < 16 ? 0 : index / 16 - 1;
   if (index == 0) return 1;
@@ -46,24 +89,67 @@ inline int32_t stepOf(uint8_t index, bool scaled, bool halved) {
 
 // Where a coefficient of the standard's order 0..15 lies in a 4x4 block of the transform, row * 4 + column.
 inline constexpr uint8_t kPlace[16] = {0, 2, 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13, 14, 9, 10};
-// Prediction from the left takes the first three, from the top the others.
-inline constexpr uint8_t kFromLeft[3] = {1, 2, 3}, kFromTop[3] = {4, 8, 12};
-// The blocks in coding order, by twos in either direction: row * 4 + column.
+// The blocks of a full plane in coding order, by twos in either direction: row * 4 + column. Those of a subsampled plane
+// come row by row.
 inline constexpr uint8_t kBlocks[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
+inline int blockAt(Grid grid, int i) { return grid.across == 4 ? kBlocks[i] : i; }
 
-struct Macroblock {
-  int32_t samples[3][256];  // 16 rows of 16
-  int32_t low[3][16];       // DC and low-pass values, in the standard's order, quantised
+// Rows of a plane, of which the last ones are kept: those of four macroblock rows.
+class Rows {
+ public:
+  Rows(int32_t width, int32_t perMacroblock)
+      : width_(width), perMacroblock_(perMacroblock), data_(size_t(width) * size_t(4 * perMacroblock)) {}
+  int32_t* operator[](int32_t y) { return &data_[size_t(y & (4 * perMacroblock_ - 1)) * size_t(width_)]; }
+  int32_t width() const { return width_; }
+  int32_t perMacroblock() const { return perMacroblock_; }
+  int32_t step() const { return width_ * int32_t(sizeof(int32_t)); }
+
+ private:
+  int32_t width_, perMacroblock_;
+  std::vector<int32_t> data_;
 };
-// The first sample of block `b`, row * 4 + column.
-inline int32_t* blockOf(int32_t* plane, int b) { return plane + b / 4 * 64 + b % 4 * 4; }
+
+// The samples or coefficients of a plane, and those of the second transform: a block's DC in each.
+struct Plane {
+  Grid grid;
+  Rows samples, low;
+  Plane(const Header& header, Grid grid_)
+      : grid(grid_),
+        samples(4 * grid.across * header.across(), 4 * grid.down),
+        low(grid.across * header.across(), grid.down) {}
+  // The first sample of a block of macroblock (x, y).
+  int32_t* block(int32_t x, int32_t y, int b) {
+    return samples[4 * (grid.down * y + b / grid.across)] + 4 * (grid.across * x + b % grid.across);
+  }
+};
+
+// DC and low-pass values of a macroblock, in the standard's order, quantised.
+using Low = int32_t[kMaxPlanes][16];
+
+// --- steps of transforms -----------------------------------------------------------------------------------
+
+// Arithmetic shifts of sums that wrap, as a damaged stream can have any coefficients: one, or eight at a time.
+inline constexpr int kLanes = 8;
+using Lanes = uint32_t __attribute__((vector_size(4 * kLanes)));
+using SignedLanes = int32_t __attribute__((vector_size(4 * kLanes)));
+inline uint32_t sar(uint32_t v, int n) { return uint32_t(int32_t(v) >> n); }
+inline Lanes sar(Lanes v, int n) { return Lanes(SignedLanes(v) >> n); }
+
+// The Hadamard transform of two by two; its own inverse.
+template <class T>
+void hadamard(T& a, T& b, T& c, T& d) {
+  a += d, b -= c;
+  const T half = sar(a - b, 1), other = half - d;
+  d = half - c, c = other;
+  a -= d, b += c;
+}
 
 // --- prediction --------------------------------------------------------------------------------------------
 
 // What later macroblocks see of one.
 struct Seen {
-  int32_t low[3][16];
-  uint32_t pattern[3];  // coded-block patterns of the high-pass band
+  Low low;
+  uint32_t pattern[kMaxPlanes];  // coded-block patterns of the high-pass band
 };
 
 // The macroblock in hand and those that it is predicted from; null outside the tile.
@@ -73,48 +159,93 @@ struct Neighbours {
 
 enum class Predict { left, top, both, none };
 
+inline int64_t magnitude(int32_t v) { return std::abs(int64_t(v)); }
+
+// Sums of coefficients wrap where a damaged stream drives them out of range.
+inline int32_t plus(int32_t a, int64_t b) { return int32_t(uint32_t(a) + uint32_t(b)); }
+
 // How much the values change from top to bottom, and from left to right: the direction of the smaller change,
 // where it is clearly smaller.
 inline Predict clearer(int64_t down, int64_t across, Predict otherwise) {
   return 4 * down < across ? Predict::top : 4 * across < down ? Predict::left : otherwise;
 }
 
-inline Predict predictDC(const Neighbours& n, int planes) {
+inline Predict predictDC(const Neighbours& n, const PlaneHeader& header) {
   if (!n.left || !n.top) return n.left ? Predict::left : n.top ? Predict::top : Predict::none;
+  const int lumaWeight = header.coded == Coded::yuv420 ? 8 : header.coded == Coded::yuv422 ? 4 : 2;
   const auto change = [&](const Seen& side) {
-    int64_t sum = 0;
-    for (int p = 0; p < planes; ++p)
-      sum += std::abs(int64_t(n.topLeft->low[p][0]) - side.low[p][0]) * (p == 0 && planes > 1 ? 2 : 1);
+    int64_t sum = std::abs(int64_t(n.topLeft->low[0][0]) - side.low[0][0]);
+    if (header.planes() > 1) sum *= lumaWeight;
+    for (int p = 1; p < std::min(header.planes(), 3); ++p)
+      sum += std::abs(int64_t(n.topLeft->low[p][0]) - side.low[p][0]);
     return sum;
   };
   return clearer(change(*n.left), change(*n.top), Predict::both);
 }
 
-// Sums of coefficients wrap where a damaged stream drives them out of range.
-inline int32_t plus(int32_t a, int64_t b) { return int32_t(uint32_t(a) + uint32_t(b)); }
-
-// Adds the prediction of the DC and low-pass values, or with sign -1 takes it off.
-inline void predictLow(int32_t (&low)[3][16], const Neighbours& n, int planes, int sign) {
-  const Predict how = predictDC(n, planes);
-  for (int p = 0; p < planes; ++p) {
-    if (how == Predict::left || how == Predict::top) {
-      const Seen& from = how == Predict::left ? *n.left : *n.top;
-      low[p][0] = plus(low[p][0], int64_t(sign) * from.low[p][0]);
-      for (const int k : how == Predict::left ? kFromLeft : kFromTop)
-        low[p][k] = plus(low[p][k], int64_t(sign) * from.low[p][k]);
-    } else if (how == Predict::both) {
-      low[p][0] = plus(low[p][0], sign * ((int64_t(n.left->low[p][0]) + n.top->low[p][0]) >> 1));
-    }
+// One of the low-pass values that are predicted from a neighbour's: its place, and that in the neighbour. The order is
+// a decoder's: a value may be predicted from another one of the same macroblock, which has its prediction by then.
+struct LowPrediction {
+  uint8_t place, from;
+  bool own = false;
+};
+inline std::span<const LowPrediction> lowPredictions(Grid grid, Predict how) {
+  static constexpr LowPrediction kLeft[] = {{1, 1}, {2, 2}, {3, 3}}, kTop[] = {{4, 4}, {8, 8}, {12, 12}};
+  static constexpr LowPrediction kLeft420[] = {{1, 1}}, kTop420[] = {{2, 2}};
+  // Of 4:2:2 the places 0 to 3 are the upper half's, 4 to 7 the lower one's.
+  static constexpr LowPrediction kLeft422[] = {{4, 4}, {1, 1}, {5, 5}}, kTop422[] = {{4, 4}, {2, 6}, {6, 2, true}};
+  const bool left = how == Predict::left;
+  switch (grid.count()) {
+    case 16:
+      return left ? kLeft : kTop;
+    case 8:
+      return left ? kLeft422 : kTop422;
+    default:
+      return left ? std::span<const LowPrediction>(kLeft420) : kTop420;
   }
 }
 
-inline int64_t magnitude(int32_t v) { return std::abs(int64_t(v)); }
+// Adds the prediction of the DC and low-pass values, or with sign -1 takes it off.
+inline void predictLow(Low& low, const Neighbours& n, const PlaneHeader& header, int sign) {
+  const Predict how = predictDC(n, header);
+  if (how == Predict::none) return;
+  for (int p = 0; p < header.planes(); ++p) {
+    if (how == Predict::both) {
+      const int64_t rounding = p > 0 && header.subsampled();
+      low[p][0] = plus(low[p][0], sign * ((int64_t(n.left->low[p][0]) + n.top->low[p][0] + rounding) >> 1));
+      continue;
+    }
+    const Seen& side = how == Predict::left ? *n.left : *n.top;
+    const auto predict = [&](const LowPrediction& l) {
+      low[p][l.place] = plus(low[p][l.place], int64_t(sign) * (l.own ? low[p] : side.low[p])[l.from]);
+    };
+    low[p][0] = plus(low[p][0], int64_t(sign) * side.low[p][0]);
+    const auto values = lowPredictions(header.grid(p), how);
+    if (sign > 0) std::for_each(values.begin(), values.end(), predict);
+    else std::for_each(values.rbegin(), values.rend(), predict);
+  }
+}
 
 // How the high-pass blocks of a macroblock are predicted from each other.
-inline Predict predictHigh(const int32_t (&low)[3][16], int planes) {
-  int64_t down = 0, across = 0;
-  for (int i = 0; i < 3; ++i) down += magnitude(low[0][kFromLeft[i]]), across += magnitude(low[0][kFromTop[i]]);
-  for (int p = 1; p < planes; ++p) down += magnitude(low[p][1]), across += magnitude(low[p][4]);
+inline Predict predictHigh(const Low& low, const PlaneHeader& header) {
+  const auto sum = [&](int p, std::initializer_list<int> places) {
+    int64_t total = 0;
+    for (const int k : places) total += magnitude(low[p][k]);
+    return total;
+  };
+  int64_t down = sum(0, {1, 2, 3}), across = sum(0, {4, 8, 12});
+  for (int p = 1; p < std::min(header.planes(), 3); ++p) {
+    switch (header.grid(p).count()) {
+      case 16:
+        down += sum(p, {1}), across += sum(p, {4});
+        break;
+      case 8:
+        down += sum(p, {1, 5}), across += sum(p, {2, 6});
+        break;
+      default:
+        down += sum(p, {1}), across += sum(p, {2});
+    }
+  }
   return clearer(down, across, Predict::none);
 }
 
@@ -123,13 +254,24 @@ inline Predict predictHigh(const int32_t (&low)[3][16], int planes) {
 // How many low bits of a band's coefficients are sent plainly, for luma and chroma (T.832, 8.10).
 class Model {
  public:
-  explicit Model(Band band) : band_(band) { bits_[0] = bits_[1] = band == kDC ? 8 : band == kLP ? 4 : 0; }
+  Model(Band band, const PlaneHeader& header) {
+    bits_[0] = bits_[1] = band == kDC ? 8 : band == kLP ? 4 : 0;
+    // The weight of a chroma coefficient falls with their number.
+    static constexpr int kLuma[3] = {240, 12, 1}, k420[3] = {120, 37, 2}, k422[3] = {120, 18, 1};
+    static constexpr int kThree[3] = {120, 6, 8}, kFour[3] = {80, 4, 5};
+    weights_[0] = kLuma[band];
+    weights_[1] = header.planes() == 4            ? kFour[band]
+                  : header.coded == Coded::yuv420 ? k420[band]
+                  : header.coded == Coded::yuv422 ? k422[band]
+                                                  : kThree[band];
+    chromaShift_ = band == kHP && !header.subsampled() ? 4 : 0;
+    chroma_ = header.planes() > 1;
+  }
   int bits(int plane) const { return bits_[plane > 0]; }
   // `counts`: the coefficients of luma and of chroma in a macroblock that were more than their low bits.
-  void update(const int (&counts)[2], int planes) {
-    static constexpr int kLuma[3] = {240, 12, 1}, kChroma[3] = {120, 6, 8};
-    adapt(0, counts[0] * kLuma[band_]);
-    if (planes > 1) adapt(1, band_ == kHP ? counts[1] * kChroma[kHP] >> 4 : counts[1] * kChroma[band_]);
+  void update(const int (&counts)[2]) {
+    adapt(0, counts[0] * weights_[0]);
+    if (chroma_) adapt(1, counts[1] * weights_[1] >> chromaShift_);
   }
 
  private:
@@ -149,8 +291,8 @@ class Model {
       }
     }
   }
-  Band band_;
-  int bits_[2], state_[2] = {0, 0};
+  int bits_[2], weights_[2], chromaShift_, state_[2] = {0, 0};
+  bool chroma_;
 };
 
 // The prediction of coded-block patterns: block by block from the neighbours, not at all, or as all ones, by
@@ -158,38 +300,46 @@ class Model {
 class PatternModel {
  public:
   // The two directions: a pattern's difference, and the pattern of a difference.
-  uint32_t differenceOf(uint32_t pattern, const Neighbours& n, int plane) {
-    const uint32_t predicted = state_[plane > 0] == 0   ? pattern ^ spread(pattern, n, plane)
-                               : state_[plane > 0] == 2 ? pattern ^ 0xFFFF
-                                                        : pattern;
-    update(plane > 0, pattern);
-    return predicted;
+  uint32_t differenceOf(uint32_t pattern, const Neighbours& n, int plane, Grid grid) {
+    const int state = state_[plane > 0];
+    update(plane > 0, pattern, grid);
+    return state == 2   ? pattern ^ all(grid)
+           : state == 0 ? pattern ^ predicted(pattern, first(n, plane, grid), grid)
+                        : pattern;
   }
-  uint32_t patternOf(uint32_t difference, const Neighbours& n, int plane) {
+  uint32_t patternOf(uint32_t difference, const Neighbours& n, int plane, Grid grid) {
     uint32_t p = difference;
     if (state_[plane > 0] == 2) {
-      p ^= 0xFFFF;
+      p ^= all(grid);
     } else if (state_[plane > 0] == 0) {
-      p ^= first(n, plane);
-      p ^= 0x02 & p << 1, p ^= 0x10 & p << 3, p ^= 0x20 & p << 1;
-      p ^= (p & 0x33) << 2, p ^= (p & 0xCC) << 6, p ^= (p & 0x3300) << 2;
+      p ^= first(n, plane, grid);
+      p ^= 0x02 & p << 1;
+      if (grid.across == 2) {
+        for (const uint32_t row : {0x0Cu, 0x30u, 0xC0u}) p ^= row & all(grid) & p << 2;
+      } else {
+        p ^= 0x10 & p << 3, p ^= 0x20 & p << 1;
+        p ^= (p & 0x33) << 2, p ^= (p & 0xCC) << 6, p ^= (p & 0x3300) << 2;
+      }
     }
-    update(plane > 0, p);
+    update(plane > 0, p, grid);
     return p;
   }
 
  private:
+  static uint32_t all(Grid grid) { return (1u << grid.count()) - 1; }
   // The block at the top left is predicted from outside, those of the first row from their left, others from
   // their top.
-  static uint32_t first(const Neighbours& n, int plane) {
-    return n.left ? n.left->pattern[plane] >> 5 & 1 : n.top ? n.top->pattern[plane] >> 10 & 1 : 1;
+  static uint32_t first(const Neighbours& n, int plane, Grid grid) {
+    const int right = grid.across == 4 ? 5 : 1, bottom = grid.across == 4 ? 10 : grid.count() - 2;
+    return n.left ? n.left->pattern[plane] >> right & 1 : n.top ? n.top->pattern[plane] >> bottom & 1 : 1;
   }
-  static uint32_t spread(uint32_t p, const Neighbours& n, int plane) {
-    return first(n, plane) | (0x02 & p << 1) | (0x10 & p << 3) | (0x20 & p << 1) | (p & 0x33) << 2 | (p & 0xCC) << 6 |
+  static uint32_t predicted(uint32_t p, uint32_t first, Grid grid) {
+    if (grid.across == 2) return first | (0x02 & p << 1) | (0xFC & all(grid) & p << 2);
+    return first | (0x02 & p << 1) | (0x10 & p << 3) | (0x20 & p << 1) | (p & 0x33) << 2 | (p & 0xCC) << 6 |
            (p & 0x3300) << 2;
   }
-  void update(int i, uint32_t pattern) {
-    const int ones = std::popcount(pattern);
+  void update(int i, uint32_t pattern, Grid grid) {
+    const int ones = std::popcount(pattern) * (16 / grid.count());
     ones_[i] = std::clamp(ones_[i] + ones - 3, -16, 15);
     zeros_[i] = std::clamp(zeros_[i] + 16 - ones - 3, -16, 15);
     state_[i] = ones_[i] < 0 ? (ones_[i] < zeros_[i] ? 1 : 2) : zeros_[i] < 0 ? 2 : 0;
@@ -197,14 +347,16 @@ class PatternModel {
   int state_[2] = {0, 0}, ones_[2] = {-4, -4}, zeros_[2] = {4, 4};
 };
 
-// Whether the low-pass patterns of three planes are sent as they are, or counted from none or from all
-// (T.832, 8.7.13).
+// Whether the low-pass patterns of luma and chroma are sent as they are, or counted from none or from all
+// (T.832, 8.7.13). The planes of subsampled chroma share a bit.
 struct LowPatternModel {
-  int full = 1, none = 1;
+  explicit LowPatternModel(const PlaneHeader& header) : bits(header.subsampled() ? 2 : 3) {}
+  int bits, full = 1, none = 1;
+  int all() const { return (1 << bits) - 1; }
   bool counted() const { return none <= 0 || full < 0; }
   bool fromFull() const { return full < none; }
   void update(int pattern) {
-    full = std::clamp(full + 1 - 4 * (pattern == 7), -8, 7);
+    full = std::clamp(full + 1 - 4 * (pattern == all()), -8, 7);
     none = std::clamp(none + 1 - 4 * (pattern == 0), -8, 7);
   }
 };
@@ -266,18 +418,32 @@ inline constexpr uint8_t kLevelBits[6] = {0, 0, 1, 2, 2, 2}, kLevelBase[6] = {0,
 
 // --- all that adapts, from the start of a tile -------------------------------------------------------------
 
+// The low-pass values of subsampled chroma are coded together: U and V in turns, by these places.
+inline constexpr uint8_t kLow420[] = {1, 2, 3}, kLow422[] = {4, 1, 2, 3, 5, 6, 7};
+inline std::span<const uint8_t> lowPlaces(Coded coded) {
+  return coded == Coded::yuv420 ? std::span<const uint8_t>(kLow420) : kLow422;
+}
+
+// The blocks of a quarter of 4:2:2 chroma, one on top of the other; of 4:2:0 there is one.
+inline constexpr uint8_t kPairs422[4] = {0, 1, 4, 5};
+
 struct Adaptation {
+  const PlaneHeader& header;
+  const int32_t across;  // macroblocks of the tile
   std::vector<uint64_t> record;
-  Model models[3] = {Model(kDC), Model(kLP), Model(kHP)};
-  LowPatternModel lowPattern;
+  Model models[3] = {Model(kDC, header), Model(kLP, header), Model(kHP, header)};
+  LowPatternModel lowPattern{header};
   PatternModel highPattern;
   AdaptiveCode dcPattern{kDCPattern}, dcLevel[2] = {AdaptiveCode(kLevel), AdaptiveCode(kLevel)};
   AdaptiveCode patternCount{kPatternCount}, blockPattern, chromaCount{kChromaCount};
   std::vector<Seen> row;  // the last macroblock of every column
   Seen left, topLeft;
 
-  explicit Adaptation(const Header& header)
-      : blockPattern(header.planes > 1 ? kBlockPattern : kPatternCount), row(size_t(header.across())) {
+  Adaptation(const PlaneHeader& header_, int32_t across_)
+      : header(header_),
+        across(across_),
+        blockPattern(header.yuv() ? kBlockPattern : kPatternCount),
+        row(size_t(across)) {
     int32_t size = 0;
     expectOk(qeliVLCGetStateSize_JPEGXR(&size), "the coder's record");
     record.resize(size_t(size) / 8 + 1);
@@ -285,10 +451,11 @@ struct Adaptation {
   }
   VLCState* state() { return reinterpret_cast<VLCState*>(record.data()); }
 
+  // Columns and rows of macroblocks are counted from the tile's.
   Neighbours neighbours(int32_t x, int32_t y) {
     return {x ? &left : nullptr, y ? &row[size_t(x)] : nullptr, x && y ? &topLeft : nullptr};
   }
-  void remember(int32_t x, const int32_t (&low)[3][16], const uint32_t (&pattern)[3]) {
+  void remember(int32_t x, const Low& low, const uint32_t (&pattern)[kMaxPlanes]) {
     topLeft = row[size_t(x)];
     std::memcpy(left.low, low, sizeof low);
     std::memcpy(left.pattern, pattern, sizeof pattern);
@@ -299,7 +466,9 @@ struct Adaptation {
   void restartScans(int32_t x, int scan) {
     if (x % 16 == 0) qeliVLCScanReset_JPEGXR(state(), scan);
   }
-  static bool adaptsAt(int32_t x, const Header& header) { return x % 16 == 0 || x == header.across() - 1; }
+  bool adaptsAt(int32_t x) const { return x % 16 == 0 || x == across - 1; }
+  // Inks share the code of the first one.
+  AdaptiveCode& levelOf(int plane) { return dcLevel[plane > 0 && header.yuv()]; }
   void adaptDC() { dcLevel[0].adapt(), dcLevel[1].adapt(); }
   void adaptHigh() {
     patternCount.adapt(), blockPattern.adapt();
@@ -307,20 +476,44 @@ struct Adaptation {
   }
 };
 
-// The high-pass blocks that are predicted, each from the one to its left or on top of it; `places` of a
-// block.
-struct HighPrediction {
-  std::array<uint8_t, 12> blocks;
-  std::array<uint8_t, 3> places;
-  int from;  // samples between a block and the one that it is predicted from
-};
-inline constexpr HighPrediction kHighFromLeft = {{1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}, {1, 2, 16 + 3}, 4};
-inline constexpr HighPrediction kHighFromTop = {{4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, {16, 32, 48 + 1}, 64};
+// The coefficients of a high-pass block that are predicted from the block to its left or on top of it, as rows and
+// columns; forwards for a decoder with sign 1, backwards for an encoder with sign -1, so that what is taken off is
+// still whole.
+inline void predictHighBlocks(Plane& plane, int32_t x, int32_t y, Predict how, int sign) {
+  struct Place {
+    uint8_t row, column;
+  };
+  static constexpr Place kLeft[3] = {{0, 1}, {0, 2}, {1, 3}}, kTop[3] = {{1, 0}, {2, 0}, {3, 1}};
+  if (how != Predict::left && how != Predict::top) return;
+  const bool left = how == Predict::left;
+  const int width = plane.samples.width();
+  const auto predict = [&](int b) {
+    if (left ? b % plane.grid.across == 0 : b < plane.grid.across) return;
+    int32_t* const block = plane.block(x, y, b);
+    for (const Place& place : left ? kLeft : kTop) {
+      int32_t* const at = block + place.row * width + place.column;
+      *at = plus(*at, int64_t(sign) * at[-(left ? 4 : 4 * width)]);
+    }
+  };
+  for (int b = 0; b < plane.grid.count(); ++b) predict(sign > 0 ? b : plane.grid.count() - 1 - b);
+}
 
-// The tile of a picture in spatial mode.
-std::vector<uint8_t> encodeTile(const Image& image, const Header& header, Stages& stages);
-// `packets`: the tile in spatial mode, or one packet a band in frequency mode.
-Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits, Stages& stages);
+// More than a macroblock can take from any stream, damaged ones included, or give to one: 64 blocks and their plain bits.
+inline constexpr size_t kMargin = 1 << 15;
+
+// A codestream in memory, behind which there is a margin. Its tiles come from left to right and top to bottom; of each
+// there is one packet in spatial mode, or one a band. One that is empty holds nothing, and one without data lies behind
+// the place where a file was cut.
+struct Codestream {
+  Header header;
+  std::vector<uint8_t> data;
+  Bytes body;
+  std::vector<std::vector<Bytes>> packets;
+};
+Image decodeTiles(const Codestream& c, const Limits& limits, Stages& stages);
+
+// The packets of a picture in the same order.
+std::vector<std::vector<std::vector<uint8_t>>> encodeTiles(const Image& image, const Header& header, Stages& stages);
 
 }  // namespace qelconv::jxr
 

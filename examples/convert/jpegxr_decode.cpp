@@ -1,5 +1,5 @@
 // The decoder's side of JPEG XR's macroblock layer.
-#include "jpegxr.h"
+#include "jpegxr_overlap.h"
 
 namespace qelconv::jxr {
 namespace {
@@ -41,124 +41,115 @@ class BitIn {
   const uint8_t* end_;
 };
 
-// More than a macroblock can take from any stream, damaged ones included.
-constexpr size_t kMargin = 1 << 15;
+// Where a tile's coding stands.
+struct Tile {
+  std::vector<BitIn> in;  // one, or one a band
+  int bands = 0;          // those that there still are
+  int trim = 0;
+  std::vector<Adaptation> planes;  // the picture, and its alpha
+
+  bool has(Band band) const { return band < bands; }
+  BitIn& at(Band band) { return in[std::min(size_t(band), in.size() - 1)]; }
+};
 
 [[noreturn]] void damaged() { throw Damaged("the coded data are damaged"); }
 
-class Decoder {
+// What one tile's macroblock holds, on its way into a plane.
+class PlaneDecoder {
  public:
-  Decoder(const Header& header, const std::vector<Bytes>& packets, const Limits& limits)
-      : header_(header),
-        limits_(limits),
-        image_(header.width, header.height, header.planes == 1 ? Colour::grey : Colour::rgb),
-        bands_(header.packets()),
-        a_(header) {
-    size_t bytes = kMargin;
-    for (const Bytes packet : packets) bytes += packet.size() + 1;
-    bytes_.reserve(bytes);
-    for (const Bytes packet : packets) {
-      const size_t start = bytes_.size();
-      bytes_.insert(bytes_.end(), packet.begin(), packet.end());
-      in_.emplace_back(bytes_.data() + start, bytes_.data() + bytes_.size());
-      if (!packet.empty()) startPacket(in_.back(), header.trimFlag && (packets.size() == 1 || in_.size() == 4));
-    }
-    bytes_.resize(bytes_.size() + kMargin);
-    if (packets.back().empty()) bands_ = std::min<int>(bands_, kFlex);
-    for (int p = 0; p < header.planes; ++p)
+  PlaneDecoder(const Header& header, const PlaneHeader& plane) : header_(header), plane_(plane) {
+    for (int p = 0; p < plane.planes(); ++p) {
+      planes_.emplace_back(header, plane.grid(p));
       for (const Band band : {kDC, kLP, kHP})
-        steps_[p][band] = stepOf(header.quantizer[band][p], header.scaled, p > 0 && band != kHP);
-  }
-
-  // Entropy coding takes four fifths of the time and goes one way through the picture: other cores would
-  // mostly wait, and on a busy machine waiting costs more than they bring.
-  Image run(Stages& stages) {
-    std::vector<Macroblock> row(size_t(header_.across()));
-    for (int32_t y = 0; y < header_.down() && has(kDC); ++y) {
-      int32_t count = 0;
-      stages.time("decode", [&] {
-        try {
-          for (; count < header_.across(); ++count) decode(row[size_t(count)], count, y);
-        } catch (const Damaged& e) {
-          lose(kDC, e.what());
-        }
-      });
-      stages.time("transform", [&] {
-        for (int32_t x = 0; x < count; ++x) transform(row[size_t(x)], x, y);
-      });
+        steps_[p][band] = stepOf(plane.quantizer[band][p], plane.scaled, plane.halved(p) && band != kHP);
     }
-    if (!wrong_.empty()) limits_.onlyPart(image_, wrong_);
-    return std::move(image_);
   }
 
- private:
-  BitIn& in(Band band) { return in_[std::min(size_t(band), in_.size() - 1)]; }
-
-  // The bands are lost from `band` on: without DC there are no more macroblocks.
-  bool has(Band band) const { return band < bands_; }
-  void lose(Band band, const std::string& why) {
-    limits_.expectWhole(why);
-    if (wrong_.empty()) wrong_ = why;
-    bands_ = band;
-  }
-  // Behind a macroblock's bits of a band: were they all there? A packet of its own is lost alone, and with it
-  // the bands behind it.
-  void check(Band band) {
-    if (!in(band).beyond()) return;
-    if (in_.size() == 1) throw Truncated();
-    lose(band, Truncated().what());
-  }
-
-  void startPacket(BitIn& in, bool trimmed) {
-    if (in.take(16) != 0 || in.take(8) != 1) throw Error("a packet doesn't begin with its start code");
-    in.skip(8);
-    if (trimmed) trim_ = int(in.take(4));
-  }
+  const PlaneHeader& header() const { return plane_; }
+  Plane& operator[](int p) { return planes_[size_t(p)]; }
 
   // --- from bits to coefficients ---
 
-  void decode(Macroblock& mb, int32_t x, int32_t y) {
-    const Neighbours n = a_.neighbours(x, y);
-    const bool adapts = Adaptation::adaptsAt(x, header_);
-    std::memset(mb.low, 0, sizeof mb.low);
-    decodeDC(mb.low);
-    if (in(kDC).beyond()) throw Truncated();
-    if (has(kLP)) {
-      a_.restartScans(x, 2);
-      decodeLow(mb.low);
+  // A macroblock of the tile that begins at (left, top); `check` looks after a band whether its bits were there.
+  template <class Check>
+  void decode(Tile& tile, Adaptation& a, int32_t x, int32_t y, int32_t left, int32_t top, Check&& check) {
+    const Neighbours n = a.neighbours(x, y);
+    const bool adapts = a.adaptsAt(x);
+    const int32_t column = left + x, row = top + y;
+    Low low = {};
+    decodeDC(tile.at(kDC), a, low);
+    if (tile.at(kDC).beyond()) throw Truncated();
+    if (has(tile, kLP)) {
+      a.restartScans(x, qelVLCScanLowPass);
+      decodeLow(tile.at(kLP), a, low);
       check(kLP);
-      if (!has(kLP))
-        for (auto& low : mb.low) std::fill(low + 1, low + 16, 0);
+      if (!tile.has(kLP))
+        for (auto& plane : low) std::fill(plane + 1, plane + 16, 0);
     }
-    if (adapts) a_.adaptDC(), qeliVLCAdapt_JPEGXR(a_.state(), qelVLCGroupLowPass);
-    predictLow(mb.low, n, header_.planes, 1);
+    if (adapts) a.adaptDC(), qeliVLCAdapt_JPEGXR(a.state(), qelVLCGroupLowPass);
+    predictLow(low, n, plane_, 1);
 
-    uint32_t pattern[3] = {};
-    if (has(kHP)) {
-      const Predict how = predictHigh(mb.low, header_.planes);
-      a_.restartScans(x, 0);
-      a_.restartScans(x, 1);
-      qeliVLCScanSet_JPEGXR(a_.state(), how == Predict::top ? qelVLCScanHighPassTop : qelVLCScanHighPass);
-      decodePatterns(pattern, n);
-      decodeHigh(mb, pattern);
-      if (adapts) a_.adaptHigh();
-      if (how == Predict::left || how == Predict::top)
-        for (int p = 0; p < header_.planes; ++p)
-          predict(mb.samples[p], how == Predict::left ? kHighFromLeft : kHighFromTop);
-      if (has(kFlex)) check(kFlex);
+    uint32_t pattern[kMaxPlanes] = {};
+    if (has(tile, kHP)) {
+      const Predict how = predictHigh(low, plane_);
+      a.restartScans(x, qelVLCScanHighPassTop);
+      a.restartScans(x, qelVLCScanHighPass);
+      qeliVLCScanSet_JPEGXR(a.state(), how == Predict::top ? qelVLCScanHighPassTop : qelVLCScanHighPass);
+      decodePatterns(tile.at(kHP), a, pattern, n);
+      decodeHigh(tile, a, column, row, pattern);
+      if (adapts) a.adaptHigh();
+      for (Plane& plane : planes_) predictHighBlocks(plane, column, row, how, 1);
+      if (has(tile, kFlex)) check(kFlex);
       check(kHP);
     }
-    if (!has(kHP)) std::memset(mb.samples, 0, sizeof mb.samples);
-    a_.remember(x, mb.low, pattern);
+    if (!has(tile, kHP)) clearHigh(column, row);
+    a.remember(x, low, pattern);
+    putLow(low, column, row);
   }
 
-  static void predict(int32_t* plane, const HighPrediction& how) {
-    for (const int b : how.blocks)
-      for (const int place : how.places) {
-        int32_t* const at = blockOf(plane, b) + place;
-        *at = plus(*at, at[-how.from]);
-      }
+  // A macroblock of which nothing is known.
+  void clear(int32_t column, int32_t row) {
+    putLow({}, column, row);
+    clearHigh(column, row);
   }
+
+  // --- from coefficients to samples, a row of macroblocks at a time ---
+
+  // What of the second transform can be done with row `row` there.
+  void invertLow(int32_t row) {
+    for (int p = 0; p < plane_.planes(); ++p) {
+      Plane& plane = planes_[size_t(p)];
+      if (row < header_.down()) {
+        if (plane.grid.count() == 16)
+          qeliPCTInv_JPEGXR_32s_C1IR(plane.low[4 * row], plane.low.step(), {plane.low.width(), 4});
+        else invertSubsampled(plane, row);
+        for (int r = 0; plane_.halved(p) && r < plane.grid.down; ++r) {
+          int32_t* const values = plane.low[row * plane.grid.down + r];
+          for (int32_t x = 0; x < plane.low.width(); ++x) values[x] = plus(values[x], values[x]);
+        }
+      }
+      if (header_.overlap > 1) overlapLow(plane, header_, row, Filter::post);
+    }
+  }
+
+  // The first transform of a row, and the filters for which the row behind it isn't needed.
+  void invertSamples(int32_t row) {
+    for (Plane& plane : planes_) {
+      if (row < header_.down()) {
+        const int rows = plane.samples.perMacroblock();
+        for (int r = 0; r < plane.grid.down; ++r) {
+          const int32_t* const from = plane.low[row * plane.grid.down + r];
+          int32_t* const to = plane.samples[row * rows + 4 * r];
+          for (int32_t b = 0; b < plane.low.width(); ++b) to[4 * b] = from[b];
+        }
+        qeliPCTInv_JPEGXR_32s_C1IR(plane.samples[row * rows], plane.samples.step(), {plane.samples.width(), rows});
+      }
+      if (header_.overlap > 0) overlapSamples(plane, header_, row, Filter::post);
+    }
+  }
+
+ private:
+  bool has(const Tile& tile, Band band) const { return tile.has(band) && band < plane_.packets(); }
 
   uint32_t decodeLevel(AdaptiveCode& code, BitIn& in) {
     const int symbol = code.get(in);
@@ -169,56 +160,79 @@ class Decoder {
     return (1u << (length + 4)) + in.takeLong(length + 4);
   }
 
-  void decodeDC(int32_t (&low)[3][16]) {
-    BitIn& in = this->in(kDC);
-    Model& model = a_.models[kDC];
-    const uint32_t significant = header_.planes > 1 ? uint32_t(a_.dcPattern.get(in)) : in.take(1);
+  void decodeDC(BitIn& in, Adaptation& a, Low& low) {
+    Model& model = a.models[kDC];
+    const uint32_t together = plane_.yuv() ? uint32_t(a.dcPattern.get(in)) : 0;
     int counts[2] = {};
-    for (int p = 0; p < header_.planes; ++p) {
+    for (int p = 0; p < plane_.planes(); ++p) {
+      const uint32_t significant = plane_.yuv() ? together >> (2 - p) & 1 : in.take(1);
       uint32_t value = 0;
-      if (significant >> (header_.planes - 1 - p) & 1) value = decodeLevel(a_.dcLevel[p > 0], in) + 1, ++counts[p > 0];
+      if (significant) value = decodeLevel(a.levelOf(p), in) + 1, ++counts[p > 0];
       value = value << model.bits(p) | in.take(model.bits(p));
       low[p][0] = int32_t(value && in.take(1) ? 0u - value : value);
     }
-    model.update(counts, header_.planes);
+    model.update(counts);
   }
 
-  void decodeLow(int32_t (&low)[3][16]) {
-    BitIn& in = this->in(kLP);
-    Model& model = a_.models[kLP];
-    const int pattern = decodeLowPattern(in);
+  // The low bits of a coefficient, behind its level.
+  static void addBits(BitIn& in, int32_t& v, int bits) {
+    const uint32_t plain = in.take(bits);
+    const uint32_t whole = uint32_t(magnitude(v)) << bits | plain;
+    const bool negative = v ? v < 0 : plain && in.take(1);
+    v = int32_t(negative ? 0u - whole : whole);
+  }
+
+  void decodeLow(BitIn& in, Adaptation& a, Low& low) {
+    Model& model = a.models[kLP];
+    const int pattern = decodeLowPattern(in, a);
     int counts[2] = {};
-    for (int p = 0; p < header_.planes; ++p) {
-      const int bits = model.bits(p);
+    for (int p = 0; p < (plane_.subsampled() ? 1 : plane_.planes()); ++p) {
       if (pattern >> p & 1) {
         int32_t count = 0;
-        qeliVLCDecodeDC444_JPEGXR_1u32s(&in.stream, &in.bitBuffer, &in.bitCount, low[p], p > 0, &count, a_.state());
+        qeliVLCDecodeDC444_JPEGXR_1u32s(&in.stream, &in.bitBuffer, &in.bitCount, low[p], p > 0, &count, a.state());
         if (count == qelVLCCountOverrun) damaged();
         counts[p > 0] += count;
       }
-      for (int k = 1; bits && k < 16; ++k) {
-        const int32_t v = low[p][k];
-        const uint32_t plain = in.take(bits);
-        const uint32_t whole = uint32_t(magnitude(v)) << bits | plain;
-        const bool negative = v ? v < 0 : plain && in.take(1);
-        low[p][k] = int32_t(negative ? 0u - whole : whole);
-      }
+      for (int k = 1; model.bits(p) && k < 16; ++k) addBits(in, low[p][k], model.bits(p));
     }
-    model.update(counts, header_.planes);
+    if (plane_.subsampled()) counts[1] = decodeLowChroma(in, a, low, pattern >> 1 & 1);
+    model.update(counts);
   }
 
-  int decodeLowPattern(BitIn& in) {
-    if (header_.planes == 1) return int(in.take(1));
-    LowPatternModel& model = a_.lowPattern;
+  int decodeLowChroma(BitIn& in, Adaptation& a, Low& low, bool coded) {
+    const auto places = lowPlaces(plane_.coded);
+    int32_t count = 0;
+    if (coded) {
+      int32_t values[2 * std::size(kLow422)];
+      constexpr int32_t kNone = -1;  // as which it stays where the stream runs over
+      count = kNone;
+      const auto decode =
+          plane_.coded == Coded::yuv420 ? qeliVLCDecodeDC420_JPEGXR_1u32s : qeliVLCDecodeDC422_JPEGXR_1u32s;
+      decode(&in.stream, &in.bitBuffer, &in.bitCount, values, &count, a.state());
+      if (count == kNone) damaged();
+      for (size_t i = 0; i < 2 * places.size(); ++i) low[1 + i % 2][places[i / 2]] = values[i];
+    }
+    const int bits = a.models[kLP].bits(1);
+    for (size_t k = 1; bits && k <= places.size(); ++k)
+      for (const int p : {1, 2}) addBits(in, low[p][k], bits);
+    return count;
+  }
+
+  int decodeLowPattern(BitIn& in, Adaptation& a) {
     int pattern = 0;
+    if (!plane_.yuv()) {
+      for (int p = 0; p < plane_.planes(); ++p) pattern |= int(in.take(1)) << p;
+      return pattern;
+    }
+    LowPatternModel& model = a.lowPattern;
     if (model.counted()) {
       if (in.take(1)) {
-        const int high = int(in.take(2));
+        const int high = int(in.take(model.bits - 1));
         pattern = high ? 2 * high + int(in.take(1)) : 1;
       }
-      if (model.fromFull()) pattern = 7 - pattern;
+      if (model.fromFull()) pattern = model.all() - pattern;
     } else {
-      pattern = int(in.take(3));
+      pattern = int(in.take(model.bits));
     }
     model.update(pattern);
     return pattern;
@@ -242,118 +256,356 @@ class Decoder {
     }
   }
 
-  void decodePatterns(uint32_t (&pattern)[3], const Neighbours& n) {
-    BitIn& in = this->in(kHP);
-    uint32_t d[3] = {};
-    const uint32_t quarters = decodeMembers(in, a_.patternCount.get(in));
-    for (int q = 0; q < 4; ++q) {
-      if (!(quarters >> q & 1)) continue;
-      int kind = a_.blockPattern.get(in) + 1;
-      uint32_t chroma = 0;  // bit 0: U, bit 1: V
-      if (kind > 5) {
-        chroma = in.take(1) ? 1 : in.take(1) ? 2 : 3;
-        kind -= 6;
-        if (kind == 3) kind += in.take(1) ? 0 : in.take(1) ? 1 : 2;
+  void decodePatterns(BitIn& in, Adaptation& a, uint32_t (&pattern)[kMaxPlanes], const Neighbours& n) {
+    uint32_t d[kMaxPlanes] = {};
+    // Luma and chroma together, or planes one by one.
+    for (int first = 0; first < (plane_.yuv() ? 1 : plane_.planes()); ++first) {
+      const uint32_t quarters = decodeMembers(in, a.patternCount.get(in));
+      for (int q = 0; q < 4; ++q) {
+        if (!(quarters >> q & 1)) continue;
+        int kind = a.blockPattern.get(in) + 1;
+        uint32_t chroma = 0;  // bit 0: U, bit 1: V
+        if (kind > 5) {
+          chroma = in.take(1) ? 1 : in.take(1) ? 2 : 3;
+          kind -= 6;
+          if (kind == 3) kind += in.take(1) ? 0 : in.take(1) ? 1 : 2;
+        }
+        d[first] |= uint32_t(kQuarter[kQuarterFirst[kind] + in.take(kQuarterBits[kind])]) << 4 * q;
+        for (int p = 1; p < 3; ++p)
+          if (chroma >> (p - 1) & 1) d[p] |= decodeChromaQuarter(in, a, q);
       }
-      d[0] |= uint32_t(kQuarter[kQuarterFirst[kind] + in.take(kQuarterBits[kind])]) << 4 * q;
-      for (int p = 1; p < 3; ++p)
-        if (chroma >> (p - 1) & 1) d[p] |= decodeMembers(in, a_.chromaCount.get(in) + 1) << 4 * q;
     }
-    for (int p = 0; p < header_.planes; ++p) pattern[p] = a_.highPattern.patternOf(d[p], n, p);
+    for (int p = 0; p < plane_.planes(); ++p) pattern[p] = a.highPattern.patternOf(d[p], n, p, planes_[size_t(p)].grid);
   }
 
-  void decodeHigh(Macroblock& mb, const uint32_t (&pattern)[3]) {
-    BitIn &in = this->in(kHP), &flex = this->in(kFlex);
-    Model& model = a_.models[kHP];
+  uint32_t decodeChromaQuarter(BitIn& in, Adaptation& a, int q) {
+    if (plane_.coded == Coded::yuv420) return 1u << q;
+    if (plane_.coded == Coded::yuv422) return (in.take(1) ? 1u : in.take(1) ? 4u : 5u) << kPairs422[q];
+    return decodeMembers(in, a.chromaCount.get(in) + 1) << 4 * q;
+  }
+
+  void decodeHigh(Tile& tile, Adaptation& a, int32_t column, int32_t row, const uint32_t (&pattern)[kMaxPlanes]) {
+    BitIn &in = tile.at(kHP), &flex = tile.at(kFlex);
+    Model& model = a.models[kHP];
     int counts[2] = {};
-    for (int p = 0; p < header_.planes; ++p) {
+    for (int p = 0; p < plane_.planes(); ++p) {
+      Plane& plane = planes_[size_t(p)];
       const int bits = model.bits(p);
-      const int plain = has(kFlex) ? std::max(bits - trim_, 0) : 0;
+      const int plain = has(tile, kFlex) ? std::max(bits - tile.trim, 0) : 0;
       const auto step = uint32_t(steps_[p][kHP]);
-      for (int i = 0; i < 16; ++i) {
-        int32_t* const block = blockOf(mb.samples[p], kBlocks[i]);
+      const int32_t width = plane.samples.width(), rowStep = plane.samples.step();
+      for (int i = 0; i < plane.grid.count(); ++i) {
+        int32_t* const block = plane.block(column, row, blockAt(plane.grid, i));
         const bool coded = pattern[p] >> i & 1;
         if (coded) {
           int32_t count = 0;
-          qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&in.stream, &in.bitBuffer, &in.bitCount, int32_t(step << bits), block, 64,
-                                            p > 0, &count, a_.state());
+          qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&in.stream, &in.bitBuffer, &in.bitCount, int32_t(step << bits), block,
+                                            rowStep, p > 0, &count, a.state());
           if (count == qelVLCCountOverrun) damaged();
           counts[p > 0] += count;
         } else {
-          for (int r = 0; r < 4; ++r) std::memset(block + 16 * r, 0, 16);
+          for (int r = 0; r < 4; ++r) std::memset(block + r * width, 0, 16);
         }
         if (plain)
-          qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, 64, uint32_t(plain),
-                                             int32_t(step << trim_), coded);
+          qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, rowStep,
+                                             uint32_t(plain), int32_t(step << tile.trim), coded);
       }
     }
-    model.update(counts, header_.planes);
+    model.update(counts);
   }
 
-  // --- from coefficients to samples ---
+  // --- into the planes ---
 
-  void transform(Macroblock& mb, int32_t x, int32_t y) {
-    for (int p = 0; p < header_.planes; ++p) {
-      int32_t* const plane = mb.samples[p];
-      int32_t dc[16];
-      for (int k = 0; k < 16; ++k) dc[kPlace[k]] = int32_t(uint32_t(mb.low[p][k]) * uint32_t(steps_[p][k ? kLP : kDC]));
-      qeliPCTInv_JPEGXR_32s_C1IR(dc, 16, {4, 4});
-      const int doubling = header_.scaled && p > 0;
-      for (int b = 0; b < 16; ++b) *blockOf(plane, b) = int32_t(uint32_t(dc[b]) << doubling);
-      qeliPCTInv16x16_JPEGXR_32s_C1IR(plane, 64);
-    }
-    store(mb, x, y);
+  void clearHigh(int32_t column, int32_t row) {
+    for (Plane& plane : planes_)
+      for (int r = 0; r < plane.samples.perMacroblock(); ++r)
+        std::memset(plane.samples[row * plane.samples.perMacroblock() + r] + 4 * plane.grid.across * column, 0,
+                    16 * size_t(plane.grid.across));
   }
 
-  void store(const Macroblock& mb, int32_t x, int32_t y) {
-    const int shift = header_.scaled ? kFractionalBits : 0;
-    const int32_t centre = (128 << shift) + (shift ? (1 << (shift - 1)) - 1 : 0);  // a half rounds down
-    const int32_t columns = std::min(16, header_.width - 16 * x), rows = std::min(16, header_.height - 16 * y);
-    // Loops of one kind of work each, which compilers turn into vectors.
-    const auto sample = [=](uint32_t v) { return std::clamp(int32_t(v) >> shift, 0, 255); };
-    for (int r = 0; r < rows; ++r) {
-      uint8_t pixels[48 + 1];
-      const int32_t *luma = mb.samples[0] + 16 * r, *u = mb.samples[1] + 16 * r, *v = mb.samples[2] + 16 * r;
-      if (header_.planes == 1) {
-        for (int c = 0; c < 16; ++c) pixels[c] = uint8_t(sample(uint32_t(luma[c]) + uint32_t(centre)));
-      } else {
-        int32_t pixel[16];
-        for (int c = 0; c < 16; ++c) {
-          const uint32_t minus = 0u - uint32_t(u[c]), blueness = uint32_t(v[c]);
-          const uint32_t green = uint32_t(luma[c]) + uint32_t(centre) - uint32_t(int32_t(minus) >> 1);
-          const uint32_t red = minus + green - uint32_t(int32_t(blueness + 1) >> 1), blue = blueness + red;
-          pixel[c] = sample(red) | sample(green) << 8 | sample(blue) << 16;
-        }
-        // Four bytes at a time, of which the last is the next pixel's.
-        for (int c = 0; c < 16; ++c) std::memcpy(pixels + 3 * c, &pixel[c], 4);
+  void putLow(const Low& low, int32_t column, int32_t row) {
+    for (int p = 0; p < plane_.planes(); ++p) {
+      Plane& plane = planes_[size_t(p)];
+      for (int k = 0; k < plane.grid.count(); ++k) {
+        const int place = plane.grid.across == 4 ? kPlace[k] : k;
+        plane.low[row * plane.grid.down + place / plane.grid.across]
+                 [plane.grid.across * column + place % plane.grid.across] =
+            int32_t(uint32_t(low[p][k]) * uint32_t(steps_[p][k ? kLP : kDC]));
       }
-      const int channels = header_.planes;
-      std::memcpy(image_.row(16 * y + r) + size_t(channels) * 16 * size_t(x), pixels, size_t(channels * columns));
+    }
+  }
+
+  static void invertSubsampled(Plane& plane, int32_t row) {
+    uint32_t* rows[4];
+    for (int r = 0; r < plane.grid.down; ++r)
+      rows[r] = reinterpret_cast<uint32_t*>(plane.low[row * plane.grid.down + r]);
+    for (int32_t x = 0; x < plane.low.width(); x += 2) {
+      if (plane.grid.down == 4) rows[0][x] -= sar(rows[2][x] + 1, 1), rows[2][x] += rows[0][x];
+      for (int r = 0; r < plane.grid.down; r += 2)
+        hadamard(rows[r][x], rows[r][x + 1], rows[r + 1][x], rows[r + 1][x + 1]);
     }
   }
 
   const Header& header_;
+  const PlaneHeader& plane_;
+  std::vector<Plane> planes_;
+  int32_t steps_[kMaxPlanes][3] = {};
+};
+
+// From rows of samples to the picture.
+class Store {
+ public:
+  Store(const Header& header, Image& image) : header_(header), image_(image) {}
+
+  // The rows of a macroblock row that lie in the picture.
+  void put(PlaneDecoder& main, PlaneDecoder* alpha, int32_t row) {
+    const int32_t first = std::max(16 * row, header_.top), end = std::min(16 * row + 16, header_.top + header_.height);
+    for (int32_t y = first; y < end; ++y) {
+      uint8_t* const to = image_.row(y - header_.top);
+      const PlaneHeader& plane = main.header();
+      if (plane.yuv()) putYuv(main, y, to);
+      else if (plane.planes() == 4) putCmyk(main, y, to);
+      else putChannels(main[0].samples[y], plane, 0, alpha || image_.channels() < 3 ? 1 : 3, to);
+      if (alpha) putChannels((*alpha)[0].samples[y], alpha->header(), image_.channels() - 1, 1, to);
+    }
+  }
+
+ private:
+  // What is added to a sample in front of its rounding.
+  int32_t half(const PlaneHeader& plane) const {
+    return plane.scaled ? (1 << (kFractionalBits - 1)) - (header_.depth != Depth::bits16) : 0;
+  }
+  int32_t bias(const PlaneHeader& plane) const {
+    return (centreOf(header_.depth) >> plane.dropped << plane.fraction()) + half(plane);
+  }
+
+  // A value of the file's depth, from one with fractional bits.
+  uint32_t valueOf(uint32_t v, const PlaneHeader& plane) const {
+    const int32_t whole = int32_t(v) >> plane.fraction();
+    if (header_.depth == Depth::half) return halfOf(whole);
+    const int32_t top = (1 << image_.bits) - 1;
+    return uint32_t(std::clamp<int64_t>(int64_t(whole) << plane.dropped, 0, top));
+  }
+  // Half-floats are coded as whole numbers in their order.
+  static uint32_t halfOf(int32_t v) {
+    return v < 0 ? 0x8000u | uint32_t(std::min<int64_t>(-int64_t(v), 0x7FFF)) : uint32_t(std::min(v, 0x7FFF));
+  }
+
+  void set(uint8_t* to, int32_t x, int channel, uint32_t value) const {
+    const size_t i = size_t(x) * size_t(image_.channels()) + size_t(channel);
+    if (image_.bits > 8) {
+      const auto v = uint16_t(value);
+      std::memcpy(to + 2 * i, &v, 2);
+    } else {
+      to[i] = uint8_t(value);
+    }
+  }
+
+  void putChannels(const int32_t* from, const PlaneHeader& plane, int channel, int count, uint8_t* to) const {
+    const auto offset = uint32_t(bias(plane));
+    for (int32_t x = 0; x < image_.width; ++x) {
+      const uint32_t v = valueOf(uint32_t(from[header_.left + x]) + offset, plane);
+      for (int c = 0; c < count; ++c) set(to, x, channel + c, v);
+    }
+  }
+
+  void putYuv(PlaneDecoder& main, int32_t y, uint8_t* to) {
+    const PlaneHeader& plane = main.header();
+    const int32_t* const luma = main[0].samples[y] + header_.left;
+    const int32_t *u = chroma(main, 1, y) + header_.left, *v = chroma(main, 2, y) + header_.left;
+    const auto offset = uint32_t(bias(plane));
+    const auto rgb = [=](int32_t x) {
+      const uint32_t minus = 0u - uint32_t(u[x]), blueness = uint32_t(v[x]);
+      const uint32_t green = uint32_t(luma[x]) + offset - uint32_t(int32_t(minus) >> 1);
+      const uint32_t red = minus + green - uint32_t(int32_t(blueness + 1) >> 1);
+      return std::array<uint32_t, 3>{red, green, blueness + red};
+    };
+    if (header_.depth == Depth::bits8 && image_.channels() == 3) {
+      // Loops of one kind of work each, which compilers turn into vectors: four bytes at a time, of which the last is
+      // the next pixel's.
+      const int shift = plane.fraction();
+      const auto sample = [=](uint32_t value) { return uint32_t(std::clamp(int32_t(value) >> shift, 0, 255)); };
+      pixels_.resize(size_t(image_.width));
+      for (int32_t x = 0; x < image_.width; ++x) {
+        const auto [red, green, blue] = rgb(x);
+        pixels_[size_t(x)] = sample(red) | sample(green) << 8 | sample(blue) << 16;
+      }
+      for (int32_t x = 0; x + 1 < image_.width; ++x) std::memcpy(to + 3 * x, &pixels_[size_t(x)], 4);
+      std::memcpy(to + 3 * (image_.width - 1), &pixels_[size_t(image_.width - 1)], 3);
+      return;
+    }
+    for (int32_t x = 0; x < image_.width; ++x) {
+      auto value = rgb(x);
+      for (int c = 0; c < 3; ++c) set(to, x, c, valueOf(value[size_t(c)], plane));
+    }
+  }
+
+  // A row of chroma, spread to the width of luma: every second sample is the mean of its neighbours in either
+  // direction.
+  const int32_t* chroma(PlaneDecoder& main, int p, int32_t y) {
+    Plane& plane = main[p];
+    if (!main.header().subsampled()) return plane.samples[y];
+    const int32_t width = plane.samples.width();
+    auto& row = chroma_[size_t(p - 1)];
+    row.resize(size_t(2 * width));
+    const auto mean = [](int32_t a, int32_t b) { return plus(plus(a, b), 1) >> 1; };
+    const bool halfRows = main.header().coded == Coded::yuv420;
+    const int32_t top = halfRows ? y / 2 : y, height = plane.samples.perMacroblock() * header_.down();
+    const bool between = halfRows && y % 2 && top + 1 < height;
+    const int32_t *const up = plane.samples[top], *const down = plane.samples[between ? top + 1 : top];
+    for (int32_t x = 0; x < width; ++x) row[size_t(2 * x)] = between ? mean(up[x], down[x]) : up[x];
+    for (int32_t x = 0; x < width; ++x)
+      row[size_t(2 * x + 1)] = x + 1 < width ? mean(row[size_t(2 * x)], row[size_t(2 * x + 2)]) : row[size_t(2 * x)];
+    return row.data();
+  }
+
+  void putCmyk(PlaneDecoder& main, int32_t y, uint8_t* to) const {
+    const PlaneHeader& plane = main.header();
+    const int32_t* planes[4];
+    for (int p = 0; p < 4; ++p) planes[p] = main[p].samples[y] + header_.left;
+    const auto centre = uint32_t(centreOf(header_.depth) >> plane.dropped << plane.fraction());
+    const auto rounding = uint32_t(half(plane));
+    for (int32_t x = 0; x < image_.width; ++x) {
+      uint32_t m = centre - uint32_t(planes[0][x]), c = uint32_t(planes[1][x]);
+      uint32_t yellow = 0u - uint32_t(planes[2][x]), k = uint32_t(planes[3][x]);
+      k -= sar(m + 1, 1);
+      m -= sar(c, 1) - k;
+      c -= sar(yellow + 1, 1) - m;
+      yellow += c;
+      int channel = 0;
+      for (const uint32_t ink : {c, m, yellow, k}) set(to, x, channel++, valueOf(ink + rounding, plane));
+    }
+  }
+
+  const Header& header_;
+  Image& image_;
+  std::vector<uint32_t> pixels_;
+  std::vector<int32_t> chroma_[2];
+};
+
+Image imageOf(const Header& header) {
+  const Colour colour = header.output == Output::cmyk  ? Colour::cmyk
+                        : header.output == Output::rgb ? (header.alphaPlane ? Colour::rgba : Colour::rgb)
+                                                       : (header.alphaPlane ? Colour::greyAlpha : Colour::grey);
+  Image image(header.width, header.height, colour, bitsOf(header.depth));
+  image.half = header.depth == Depth::half;
+  return image;
+}
+
+class Decoder {
+ public:
+  Decoder(const Codestream& c, const Limits& limits)
+      : header_(c.header), packets_(c.packets), limits_(limits), image_(imageOf(header_)), store_(header_, image_) {
+    planes_.emplace_back(header_, header_.main);
+    if (header_.alphaPlane) planes_.emplace_back(header_, header_.alpha);
+  }
+
+  // Entropy coding takes four fifths of the time and goes one way through the picture: other cores would
+  // mostly wait, and on a busy machine waiting costs more than they bring.
+  Image run(Stages& stages) {
+    const int32_t down = header_.down();
+    for (int32_t y = 0; y < down + 2; ++y) {
+      if (y < down) stages.time("decode", [&] { decodeRow(y); });
+      stages.time("transform", [&] {
+        for (PlaneDecoder& plane : planes_) {
+          if (y <= down) plane.invertLow(y);
+          if (y > 0 && y <= down + 1) plane.invertSamples(y - 1);
+        }
+        // Subsampled chroma takes a row of the next macroblock row.
+        if (y > 1) store_.put(planes_[0], image_.hasAlpha() ? &planes_[1] : nullptr, y - 2);
+      });
+    }
+    if (!wrong_.empty()) limits_.onlyPart(image_, wrong_);
+    return std::move(image_);
+  }
+
+ private:
+  // The bands are lost from `band` on: without DC there are no more macroblocks.
+  void lose(Tile& tile, Band band, const std::string& why) {
+    limits_.expectWhole(why);
+    if (wrong_.empty()) wrong_ = why;
+    tile.bands = band;
+  }
+
+  void decodeRow(int32_t y) {
+    const auto above = std::upper_bound(header_.rows.begin(), header_.rows.end(), y) - 1;
+    if (*above == y) startTiles(size_t(above - header_.rows.begin()));
+    for (size_t t = 0; t < tiles_.size(); ++t)
+      decodeRow(tiles_[t], header_.columns[t], header_.columns[t + 1], *above, y);
+  }
+
+  void decodeRow(Tile& tile, int32_t first, int32_t end, int32_t top, int32_t y) {
+    int32_t x = first;
+    try {
+      for (; x < end && tile.has(kDC); ++x)
+        for (size_t i = 0; i < planes_.size(); ++i)
+          // A packet of its own is lost alone, and with it the bands behind it.
+          planes_[i].decode(tile, tile.planes[i], x - first, y - top, first, top, [&](Band band) {
+            if (!tile.at(band).beyond()) return;
+            if (tile.in.size() == 1) throw Truncated();
+            lose(tile, band, Truncated().what());
+          });
+    } catch (const Damaged& e) {
+      lose(tile, kDC, e.what());
+    }
+    for (; x < end; ++x)
+      for (PlaneDecoder& plane : planes_) plane.clear(x, y);
+  }
+
+  void startTiles(size_t row) {
+    const size_t count = header_.columns.size() - 1;
+    tiles_.clear();
+    tiles_.resize(count);
+    for (size_t t = 0; t < count; ++t) {
+      Tile& tile = tiles_[t];
+      for (PlaneDecoder& plane : planes_)
+        tile.planes.emplace_back(plane.header(), header_.columns[t + 1] - header_.columns[t]);
+      start(tile, packets_[row * count + t]);
+    }
+  }
+
+  void start(Tile& tile, const std::vector<Bytes>& packets) {
+    tile.bands = header_.main.packets();
+    for (size_t i = 0; i < packets.size(); ++i) {
+      const Bytes packet = packets[i];
+      if (packet.empty()) tile.bands = std::min(tile.bands, int(i));
+      if (!packet.data()) break;  // the file is cut in front of it
+      tile.in.emplace_back(packet.data(), packet.data() + packet.size());
+      if (!packet.empty()) startPacket(tile, header_.trimFlag && (packets.size() == 1 || i == kFlex));
+    }
+    if (tile.in.empty()) lose(tile, kDC, Truncated().what());
+  }
+
+  void startPacket(Tile& tile, bool trimmed) {
+    BitIn& in = tile.in.back();
+    if (in.take(16) != 0 || in.take(8) != 1) throw Error("a packet doesn't begin with its start code");
+    in.skip(8);
+    if (trimmed) tile.trim = int(in.take(4));
+  }
+
+  const Header& header_;
+  const std::vector<std::vector<Bytes>>& packets_;
   const Limits& limits_;
   Image image_;
-  int bands_;          // those that there still are
-  std::string wrong_;  // why some are gone
-  std::vector<uint8_t> bytes_;
-  std::vector<BitIn> in_;  // one, or one a band
-  int trim_ = 0;
-  int32_t steps_[3][3] = {};
-  Adaptation a_;
+  Store store_;
+  std::vector<PlaneDecoder> planes_;
+  std::vector<Tile> tiles_;  // of the current row
+  std::string wrong_;        // why something is gone
 };
 
 }  // namespace
 
-Image decodeTile(const Header& header, const std::vector<Bytes>& packets, const Limits& limits, Stages& stages) {
+Image decodeTiles(const Codestream& c, const Limits& limits, Stages& stages) {
   // A macroblock takes a bit a band at least, and one more for the DC values of three planes.
-  size_t bytes = 0;
-  for (const Bytes packet : packets) bytes = std::max(bytes, packet.size());
+  const Header& header = c.header;
   const uint64_t macroblocks = uint64_t(header.across()) * uint64_t(header.down());
-  limits.expectData(bytes, macroblocks, uint64_t(std::min(header.packets(), 3) + (header.planes > 1)));
-  limits.expectPicture(header.width, header.height, header.planes, 8);
-  return Decoder(header, packets, limits).run(stages);
+  limits.expectData(c.body.size(), macroblocks,
+                    uint64_t(std::min(header.main.packets(), 3) + (header.main.planes() > 1)));
+  // Four rows of macroblocks are in the works.
+  const int planes = header.main.planes() + header.alphaPlane;
+  const uint64_t working = uint64_t(header.across()) * 4 * 272 * sizeof(int32_t) * uint64_t(planes);
+  limits.expectPicture(header.width, header.height, planes, bitsOf(header.depth), working);
+  return Decoder(c, limits).run(stages);
 }
 
 }  // namespace qelconv::jxr

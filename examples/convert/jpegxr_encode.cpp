@@ -1,7 +1,7 @@
 // The encoder's side of JPEG XR's macroblock layer.
 #include <cmath>
 
-#include "jpegxr.h"
+#include "jpegxr_overlap.h"
 
 namespace qelconv::jxr {
 namespace {
@@ -35,6 +35,7 @@ class BitOut {
     stream = bytes_.data() + used;
   }
   std::vector<uint8_t> finish() {
+    reserve(4);
     for (; bitCount > 0; bitCount -= 8, bitBuffer <<= 8) *stream++ = uint8_t(bitBuffer >> 24);
     bytes_.resize(size_t(stream - bytes_.data()));
     return std::move(bytes_);
@@ -43,9 +44,6 @@ class BitOut {
  private:
   std::vector<uint8_t> bytes_;
 };
-
-// More than a macroblock can take: 48 blocks of at most 104 bytes and their plain bits.
-constexpr size_t kMostBytes = 1 << 14;
 
 // Divides with a dead zone; any rule would do, the decoder only multiplies.
 class Quantizer {
@@ -65,282 +63,472 @@ class Quantizer {
   float inverse_;
 };
 
-class Encoder {
- public:
-  Encoder(const Image& image, const Header& header)
-      : image_(image), header_(header), a_(header), pixels_(size_t(header.across()) * 16) {
-    for (int p = 0; p < header.planes; ++p)
-      for (const Band band : {kDC, kLP, kHP})
-        quantizers_.emplace_back(header.quantizer[band][p], header.scaled, p > 0 && band != kHP);
-  }
+// A tile's packets as they grow.
+struct Tile {
+  std::vector<BitOut> out;  // one, or one a band
+  Adaptation adaptation;
+  BitOut& at(Band band) { return out[std::min(size_t(band), out.size() - 1)]; }
+};
 
-  std::vector<uint8_t> run(Stages& stages) {
-    out_.reserve(kMostBytes);
-    for (const uint32_t byte : {0, 0, 1, 0}) out_.put(byte, 8);  // the packet's start code
-    std::vector<Macroblock> row(size_t(header_.across()));
-    for (int32_t y = 0; y < header_.down(); ++y) {
-      stages.time("transform", [&] {
-        load(row, y);
-        for (Macroblock& mb : row) transform(mb);
-      });
-      stages.time("code", [&] {
-        for (int32_t x = 0; x < header_.across(); ++x) code(row[size_t(x)], x, y);
-      });
+// From the picture to rows of samples around 0, colours by the lossless rotations, the last column and row repeated.
+class Load {
+ public:
+  Load(const Image& image, const Header& header) : image_(image), header_(header) {}
+
+  void row(std::vector<Plane>& planes, int32_t row) {
+    const int32_t width = 16 * header_.across();
+    const PlaneHeader& plane = header_.main;
+    const bool halfRows = plane.coded == Coded::yuv420;
+    for (int32_t r = 0; r < 16; ++r) {
+      const int32_t y = 16 * row + r;
+      const uint8_t* const from = image_.row(std::min(y, image_.height - 1));
+      int32_t* to[kMaxPlanes];
+      for (int p = 0; p < plane.planes(); ++p) {
+        if (p && plane.subsampled()) {
+          full_[p - 1].resize(size_t(width));
+          to[p] = full_[p - 1].data();
+        } else {
+          to[p] = planes[size_t(p)].samples[y];
+        }
+      }
+      convert(from, to);
+      for (int p = 0; p < plane.planes(); ++p) std::fill(to[p] + image_.width, to[p] + width, to[p][image_.width - 1]);
+      if (!plane.subsampled()) continue;
+      for (int p = 1; p < 3; ++p) {
+        auto& line = lines_[p - 1][y & 1];
+        narrow(full_[p - 1], line);
+        Rows& samples = planes[size_t(p)].samples;
+        // Of 4:2:0 a row is the weighted mean of three, the last of which comes behind it.
+        if (!halfRows) {
+          for (size_t x = 0; x < line.size(); ++x) samples[y][x] = (line[x] + 2) >> 2;
+        } else if (r % 2 == 0) {
+          auto& above = lines_[p - 1][1];
+          if (y == 0) above = line;
+          for (size_t x = 0; x < line.size(); ++x) samples[y / 2][x] = above[x] + 2 * line[x] + 8;
+        } else {
+          for (size_t x = 0; x < line.size(); ++x) samples[y / 2][x] = (samples[y / 2][x] + line[x]) >> 4;
+        }
+      }
     }
-    return out_.finish();
   }
 
  private:
-  // --- from samples to quantised coefficients ---
+  // The weighted sum of a sample and its neighbours, at every second one.
+  static void narrow(const std::vector<int32_t>& from, std::vector<int32_t>& to) {
+    to.resize(from.size() / 2);
+    for (size_t x = 0; x < to.size(); ++x) to[x] = from[2 * x - (x > 0)] + 2 * from[2 * x] + from[2 * x + 1];
+  }
 
-  void transform(Macroblock& mb) {
-    for (int p = 0; p < header_.planes; ++p) {
-      int32_t* const plane = mb.samples[p];
-      qeliPCTFwd16x16_JPEGXR_32s_C1IR(plane, 64);
-      int32_t dc[16];
-      for (int b = 0; b < 16; ++b) {
-        dc[b] = *blockOf(plane, b);
-        *blockOf(plane, b) = 0;
-      }
-      qeliPCTFwd_JPEGXR_32s_C1IR(dc, 16, {4, 4});
-      const int halving = header_.scaled && p > 0;
-      for (int k = 0; k < 16; ++k) mb.low[p][k] = dc[kPlace[k]] >> halving;
-      quantizers_[size_t(3 * p + kDC)].apply(mb.low[p], 1);
-      quantizers_[size_t(3 * p + kLP)].apply(mb.low[p] + 1, 15);
-      quantizers_[size_t(3 * p + kHP)].apply(plane, 256);
+  int32_t sample(const uint8_t* row, size_t i) const {
+    if (image_.bits <= 8) return row[i];
+    uint16_t v;
+    std::memcpy(&v, row + 2 * i, 2);
+    return image_.half && v & 0x8000 ? -(v & 0x7FFF) : v;
+  }
+
+  void convert(const uint8_t* from, int32_t* const (&to)[kMaxPlanes]) const {
+    const int shift = header_.main.fraction();
+    const int32_t centre = centreOf(header_.depth) << shift;
+    const auto n = size_t(image_.channels());
+    const auto value = [=, this](int32_t x, size_t c) { return sample(from, size_t(x) * n + c) << shift; };
+    switch (header_.main.coded) {
+      case Coded::grey:
+        for (int32_t x = 0; x < image_.width; ++x) to[0][x] = value(x, 0) - centre;
+        break;
+      case Coded::cmyk:
+        for (int32_t x = 0; x < image_.width; ++x) {
+          int32_t c = value(x, 0), m = value(x, 1), y = value(x, 2), k = value(x, 3);
+          y -= c;
+          c += ((y + 1) >> 1) - m;
+          m += (c >> 1) - k;
+          k += (m + 1) >> 1;
+          to[0][x] = centre - m, to[1][x] = c, to[2][x] = -y, to[3][x] = k;
+        }
+        break;
+      default:
+        if (image_.bits == 8) rotate([=](int32_t x, int c) { return int32_t(from[3 * x + c]) << shift; }, centre, to);
+        else rotate([=](int32_t x, int c) { return value(x, size_t(c)); }, centre, to);
     }
   }
 
-  // A row of macroblocks: samples around 0, colours by the lossless rotation, the last column and row
-  // repeated.
-  void load(std::vector<Macroblock>& row, int32_t y) {
-    const int shift = header_.scaled ? kFractionalBits : 0;
-    const int planes = header_.planes;
-    for (int r = 0; r < 16; ++r) {
-      const uint8_t* const from = image_.row(std::min(16 * y + r, image_.height - 1));
-      for (int32_t x = 0; x < image_.width; ++x) {
-        const uint8_t* const pixel = from + size_t(planes) * size_t(x);
-        pixels_[size_t(x)] = planes == 1 ? pixel[0] : pixel[0] | pixel[1] << 8 | pixel[2] << 16;
-      }
-      std::fill(pixels_.begin() + image_.width, pixels_.end(), pixels_[size_t(image_.width - 1)]);
-      for (int32_t x = 0; x < header_.across(); ++x) {
-        const int32_t* const pixels = &pixels_[16 * size_t(x)];
-        Macroblock& mb = row[size_t(x)];
-        for (int c = 0; c < 16; ++c) {
-          const int32_t red = (pixels[c] & 255) << shift;
-          if (planes == 1) {
-            mb.samples[0][16 * r + c] = red - (128 << shift);  // its grey value
-            continue;
-          }
-          const int32_t green = (pixels[c] >> 8 & 255) << shift, v = ((pixels[c] >> 16) << shift) - red;
-          const int32_t u = green - red - ((v + 1) >> 1);
-          mb.samples[0][16 * r + c] = green + (-u >> 1) - (128 << shift);
-          mb.samples[1][16 * r + c] = u;
-          mb.samples[2][16 * r + c] = v;
+  template <class Value>
+  void rotate(Value&& value, int32_t centre, int32_t* const (&to)[kMaxPlanes]) const {
+    for (int32_t x = 0; x < image_.width; ++x) {
+      const int32_t red = value(x, 0), v = value(x, 2) - red, green = value(x, 1);
+      const int32_t u = green - red - ((v + 1) >> 1);
+      to[0][x] = green + (-u >> 1) - centre;
+      to[1][x] = u;
+      to[2][x] = v;
+    }
+  }
+
+  const Image& image_;
+  const Header& header_;
+  std::vector<int32_t> full_[2], lines_[2][2];  // of chroma: a whole row, and narrow ones by their parity
+};
+
+class Encoder {
+ public:
+  Encoder(const Image& image, const Header& header) : header_(header), plane_(header.main), load_(image, header) {
+    for (int p = 0; p < plane_.planes(); ++p) {
+      planes_.emplace_back(header, plane_.grid(p));
+      for (const Band band : {kDC, kLP, kHP})
+        quantizers_.emplace_back(plane_.quantizer[band][p], plane_.scaled, plane_.halved(p) && band != kHP);
+    }
+  }
+
+  std::vector<std::vector<std::vector<uint8_t>>> run(Stages& stages) {
+    // Each step waits for the overlap with the next row.
+    for (int32_t y = 0; y < header_.down() + 2; ++y) {
+      stages.time("transform", [&] {
+        if (y < header_.down()) load_.row(planes_, y);
+        if (y <= header_.down()) filterSamples(y);
+        if (y > 0) transformLow(y - 1);
+      });
+      if (y > 1) stages.time("code", [&] { codeRow(y - 2); });
+    }
+    return std::move(packets_);
+  }
+
+ private:
+  Quantizer& quantizer(int p, Band band) { return quantizers_[size_t(3 * p + band)]; }
+
+  // --- from samples to quantised coefficients ---
+
+  void filterSamples(int32_t row) {
+    if (header_.overlap > 0)
+      for (Plane& plane : planes_) overlapSamples(plane, header_, row, Filter::pre);
+  }
+
+  // The first transform of a row, and the filters of the second one.
+  void transformLow(int32_t row) {
+    for (int p = 0; p < plane_.planes(); ++p) {
+      Plane& plane = planes_[size_t(p)];
+      if (row < header_.down()) {
+        const int rows = plane.samples.perMacroblock();
+        qeliPCTFwd_JPEGXR_32s_C1IR(plane.samples[row * rows], plane.samples.step(), {plane.samples.width(), rows});
+        for (int r = 0; r < plane.grid.down; ++r) {
+          int32_t* const from = plane.samples[row * rows + 4 * r];
+          int32_t* const to = plane.low[row * plane.grid.down + r];
+          for (int32_t b = 0; b < plane.low.width(); ++b) to[b] = from[4 * b], from[4 * b] = 0;
         }
+        for (int r = 0; r < rows; ++r) quantizer(p, kHP).apply(plane.samples[row * rows + r], plane.samples.width());
+      }
+      if (header_.overlap > 1) overlapLow(plane, header_, row, Filter::pre);
+    }
+  }
+
+  void quantizedLow(Low& low, int32_t column, int32_t row) {
+    for (int p = 0; p < plane_.planes(); ++p) {
+      Plane& plane = planes_[size_t(p)];
+      for (int k = 0; k < plane.grid.count(); ++k) {
+        const int place = plane.grid.across == 4 ? kPlace[k] : k;
+        low[p][k] = plane.low[row * plane.grid.down + place / plane.grid.across]
+                             [plane.grid.across * column + place % plane.grid.across] >>
+                    plane_.halved(p);
+      }
+      quantizer(p, kDC).apply(low[p], 1);
+      quantizer(p, kLP).apply(low[p] + 1, plane.grid.count() - 1);
+    }
+  }
+
+  void transformRow(int32_t row) {
+    for (Plane& plane : planes_) {
+      if (plane.grid.count() == 16) {
+        qeliPCTFwd_JPEGXR_32s_C1IR(plane.low[4 * row], plane.low.step(), {plane.low.width(), 4});
+        continue;
+      }
+      uint32_t* rows[4];
+      for (int r = 0; r < plane.grid.down; ++r)
+        rows[r] = reinterpret_cast<uint32_t*>(plane.low[row * plane.grid.down + r]);
+      for (int32_t x = 0; x < plane.low.width(); x += 2) {
+        for (int r = 0; r < plane.grid.down; r += 2)
+          hadamard(rows[r][x], rows[r][x + 1], rows[r + 1][x], rows[r + 1][x + 1]);
+        if (plane.grid.down == 4) rows[2][x] -= rows[0][x], rows[0][x] += sar(rows[2][x] + 1, 1);
       }
     }
   }
 
   // --- from coefficients to bits ---
 
-  void code(Macroblock& mb, int32_t x, int32_t y) {
-    out_.reserve(kMostBytes);
-    const Neighbours n = a_.neighbours(x, y);
-    const bool adapts = Adaptation::adaptsAt(x, header_);
-    int32_t low[3][16];
-    std::memcpy(low, mb.low, sizeof low);
-    predictLow(low, n, header_.planes, -1);
-
-    codeDC(low);
-    a_.restartScans(x, 2);
-    codeLow(low);
-    if (adapts) a_.adaptDC(), qeliVLCAdapt_JPEGXR(a_.state(), qelVLCGroupLowPass);
-
-    const Predict how = predictHigh(mb.low, header_.planes);
-    if (how == Predict::left || how == Predict::top)
-      for (int p = 0; p < header_.planes; ++p)
-        unpredict(mb.samples[p], how == Predict::left ? kHighFromLeft : kHighFromTop);
-    a_.restartScans(x, 0);
-    a_.restartScans(x, 1);
-    qeliVLCScanSet_JPEGXR(a_.state(), how == Predict::top ? qelVLCScanHighPassTop : qelVLCScanHighPass);
-    uint32_t pattern[3] = {};
-    for (int p = 0; p < header_.planes; ++p) pattern[p] = patternOf(mb.samples[p], a_.models[kHP].bits(p));
-    codePatterns(pattern, n);
-    codeHigh(mb, pattern);
-    if (adapts) a_.adaptHigh();
-    a_.remember(x, mb.low, pattern);
-  }
-
-  static void unpredict(int32_t* plane, const HighPrediction& how) {
-    for (size_t i = how.blocks.size(); i-- > 0;)  // from the last, so that what is taken off is still whole
-      for (const int place : how.places) {
-        int32_t* const at = blockOf(plane, how.blocks[i]) + place;
-        *at -= at[-how.from];
+  void codeRow(int32_t y) {
+    transformRow(y);
+    const auto above = std::upper_bound(header_.rows.begin(), header_.rows.end(), y) - 1;
+    const size_t count = header_.columns.size() - 1;
+    if (*above == y) {
+      tiles_.clear();
+      for (size_t t = 0; t < count; ++t) {
+        tiles_.push_back({std::vector<BitOut>(header_.frequency ? 4 : 1),
+                          Adaptation(plane_, header_.columns[t + 1] - header_.columns[t])});
+        for (size_t i = 0; i < tiles_[t].out.size(); ++i) {
+          tiles_[t].out[i].reserve(kMargin);
+          for (const uint32_t byte : {0u, 0u, 1u, uint32_t(i)}) tiles_[t].out[i].put(byte, 8);  // the start code
+        }
+      }
+    }
+    for (size_t t = 0; t < count; ++t)
+      for (int32_t x = header_.columns[t]; x < header_.columns[t + 1]; ++x)
+        code(tiles_[t], x - header_.columns[t], y - *above, x, y);
+    if (y + 1 == above[1])
+      for (Tile& tile : tiles_) {
+        packets_.emplace_back();
+        for (BitOut& out : tile.out) packets_.back().push_back(out.finish());
       }
   }
 
-  void codeLevel(AdaptiveCode& code, uint32_t a) {
-    if (a < 16) {
-      const int symbol = a < 2 ? int(a) : a < 4 ? 2 : int(a / 4) + 2;
-      code.put(out_, symbol);
-      out_.put(a - kLevelBase[symbol], kLevelBits[symbol]);
+  // Macroblock (x, y) of a tile.
+  void code(Tile& tile, int32_t x, int32_t y, int32_t column, int32_t row) {
+    for (BitOut& out : tile.out) out.reserve(kMargin);
+    Adaptation& a = tile.adaptation;
+    const Neighbours n = a.neighbours(x, y);
+    const bool adapts = a.adaptsAt(x);
+    Low whole = {}, low;
+    quantizedLow(whole, column, row);
+    std::memcpy(low, whole, sizeof low);
+    predictLow(low, n, plane_, -1);
+
+    codeDC(tile.at(kDC), a, low);
+    a.restartScans(x, qelVLCScanLowPass);
+    codeLow(tile.at(kLP), a, low);
+    if (adapts) a.adaptDC(), qeliVLCAdapt_JPEGXR(a.state(), qelVLCGroupLowPass);
+
+    const Predict how = predictHigh(whole, plane_);
+    for (Plane& plane : planes_) predictHighBlocks(plane, column, row, how, -1);
+    a.restartScans(x, qelVLCScanHighPassTop);
+    a.restartScans(x, qelVLCScanHighPass);
+    qeliVLCScanSet_JPEGXR(a.state(), how == Predict::top ? qelVLCScanHighPassTop : qelVLCScanHighPass);
+    uint32_t pattern[kMaxPlanes] = {};
+    for (int p = 0; p < plane_.planes(); ++p)
+      pattern[p] = patternOf(planes_[size_t(p)], column, row, a.models[kHP].bits(p));
+    codePatterns(tile.at(kHP), a, pattern, n);
+    codeHigh(tile, column, row, pattern);
+    if (adapts) a.adaptHigh();
+    a.remember(x, whole, pattern);
+  }
+
+  static void codeLevel(BitOut& out, AdaptiveCode& code, uint32_t v) {
+    if (v < 16) {
+      const int symbol = v < 2 ? int(v) : v < 4 ? 2 : int(v / 4) + 2;
+      code.put(out, symbol);
+      out.put(v - kLevelBase[symbol], kLevelBits[symbol]);
       return;
     }
-    code.put(out_, 6);
-    const int length = std::bit_width(a >> 5);
-    out_.put(uint32_t(std::min(length, 15)), 4);
-    if (length >= 15) out_.put(uint32_t(std::min(length - 15, 3)), 2);
-    if (length >= 18) out_.put(uint32_t(length - 18), 3);
-    out_.putLong(a & ((1u << (length + 4)) - 1), length + 4);
+    code.put(out, 6);
+    const int length = std::bit_width(v >> 5);
+    out.put(uint32_t(std::min(length, 15)), 4);
+    if (length >= 15) out.put(uint32_t(std::min(length - 15, 3)), 2);
+    if (length >= 18) out.put(uint32_t(length - 18), 3);
+    out.putLong(v & ((1u << (length + 4)) - 1), length + 4);
   }
 
-  void codeDC(const int32_t (&low)[3][16]) {
-    Model& model = a_.models[kDC];
-    int counts[2] = {}, significant = 0;
-    for (int p = 0; p < header_.planes; ++p)
-      significant = 2 * significant + (magnitude(low[p][0]) >> model.bits(p) != 0);
-    if (header_.planes > 1) a_.dcPattern.put(out_, significant);
-    else out_.put(uint32_t(significant), 1);
-    for (int p = 0; p < header_.planes; ++p) {
+  void codeDC(BitOut& out, Adaptation& a, const Low& low) {
+    Model& model = a.models[kDC];
+    int counts[2] = {};
+    const auto significant = [&](int p) { return uint32_t(magnitude(low[p][0]) >> model.bits(p) != 0); };
+    if (plane_.yuv()) a.dcPattern.put(out, int(4 * significant(0) + 2 * significant(1) + significant(2)));
+    for (int p = 0; p < plane_.planes(); ++p) {
+      if (!plane_.yuv()) out.put(significant(p), 1);
       const auto value = uint32_t(magnitude(low[p][0])), level = value >> model.bits(p);
-      if (level) codeLevel(a_.dcLevel[p > 0], level - 1), ++counts[p > 0];
-      out_.put(value, model.bits(p));
-      if (value) out_.put(low[p][0] < 0, 1);
+      if (level) codeLevel(out, a.levelOf(p), level - 1), ++counts[p > 0];
+      out.put(value, model.bits(p));
+      if (value) out.put(low[p][0] < 0, 1);
     }
-    model.update(counts, header_.planes);
+    model.update(counts);
   }
 
-  void codeLow(const int32_t (&low)[3][16]) {
-    Model& model = a_.models[kLP];
-    int32_t pairs[3][32] = {}, pairCount[3] = {};
-    uint32_t residual[3][16];
+  void codeLow(BitOut& out, Adaptation& a, const Low& low) {
+    Model& model = a.models[kLP];
+    const int full = plane_.subsampled() ? 1 : plane_.planes();
+    int32_t pairs[kMaxPlanes][32] = {}, pairCount[kMaxPlanes] = {};
+    uint32_t residual[kMaxPlanes][16];
     int counts[2] = {}, pattern = 0;
-    for (int p = 0; p < header_.planes; ++p) {
-      qeliVLCScan4x4DC_JPEGXR_32s(low[p], uint32_t(model.bits(p)), residual[p], pairs[p], &pairCount[p], a_.state());
-      pattern |= (pairCount[p] != 0) << p;
+    for (int p = 0; p < full; ++p) {
+      qeliVLCScan4x4DC_JPEGXR_32s(low[p], uint32_t(model.bits(p)), residual[p], pairs[p], &pairCount[p], a.state());
       counts[p > 0] += pairCount[p];
     }
-    codeLowPattern(pattern);
-    for (int p = 0; p < header_.planes; ++p) {
+    if (plane_.subsampled()) counts[1] = pairCount[1] = chromaPairs(low, model.bits(1), pairs[1]);
+    for (int p = 0; p < plane_.planes(); ++p) pattern |= (pairCount[p] != 0) << p;
+    codeLowPattern(out, a, pattern);
+    for (int p = 0; p < full; ++p) {
       if (pairCount[p])
-        qeliVLCEncodeDC444_JPEGXR_32s1u(pairs[p], pairCount[p], p > 0, &out_.stream, &out_.bitBuffer, &out_.bitCount,
-                                        a_.state());
+        qeliVLCEncodeDC444_JPEGXR_32s1u(pairs[p], pairCount[p], p > 0, &out.stream, &out.bitBuffer, &out.bitCount,
+                                        a.state());
       if (model.bits(p))
-        for (int k = 1; k < 16; ++k) out_.put(residual[p][k] >> 1, model.bits(p) + int(residual[p][k] & 1));
+        for (int k = 1; k < 16; ++k) out.put(residual[p][k] >> 1, model.bits(p) + int(residual[p][k] & 1));
     }
-    model.update(counts, header_.planes);
+    if (plane_.subsampled()) codeLowChroma(out, a, low, pairs[1], pairCount[1]);
+    model.update(counts);
   }
 
-  void codeLowPattern(int pattern) {
-    if (header_.planes == 1) return out_.put(uint32_t(pattern), 1);
-    LowPatternModel& model = a_.lowPattern;
+  // Runs and levels of U and V in turns; returns their number.
+  int32_t chromaPairs(const Low& low, int bits, int32_t (&pairs)[32]) const {
+    int32_t count = 0, run = 0;
+    for (const uint8_t place : lowPlaces(plane_.coded))
+      for (const int p : {1, 2}) {
+        const int32_t v = low[p][place], level = int32_t(magnitude(v) >> bits);
+        if (!level) {
+          ++run;
+          continue;
+        }
+        pairs[2 * count] = run, pairs[2 * count + 1] = v < 0 ? -level : level;
+        ++count, run = 0;
+      }
+    return count;
+  }
+
+  void codeLowChroma(BitOut& out, Adaptation& a, const Low& low, const int32_t* pairs, int32_t count) {
+    const auto code = plane_.coded == Coded::yuv420 ? qeliVLCEncodeDC420_JPEGXR_32s1u : qeliVLCEncodeDC422_JPEGXR_32s1u;
+    if (count) code(pairs, count, &out.stream, &out.bitBuffer, &out.bitCount, a.state());
+    const int bits = a.models[kLP].bits(1);
+    for (size_t k = 1; bits && k <= lowPlaces(plane_.coded).size(); ++k)
+      for (const int p : {1, 2}) {
+        const auto value = uint32_t(magnitude(low[p][k]));
+        out.put(value, bits);
+        if (value && !(value >> bits)) out.put(low[p][k] < 0, 1);
+      }
+  }
+
+  void codeLowPattern(BitOut& out, Adaptation& a, int pattern) {
+    if (!plane_.yuv()) {
+      for (int p = 0; p < plane_.planes(); ++p) out.put(uint32_t(pattern >> p), 1);
+      return;
+    }
+    LowPatternModel& model = a.lowPattern;
     if (model.counted()) {
-      const int coded = model.fromFull() ? 7 - pattern : pattern;
-      out_.put(coded != 0, 1);
-      if (coded) out_.put(uint32_t(coded) >> 1, 2);
-      if (coded > 1) out_.put(uint32_t(coded), 1);
+      const int coded = model.fromFull() ? model.all() - pattern : pattern;
+      out.put(coded != 0, 1);
+      if (coded) out.put(uint32_t(coded) >> 1, model.bits - 1);
+      if (coded > 1) out.put(uint32_t(coded), 1);
     } else {
-      out_.put(uint32_t(pattern), 3);
+      out.put(uint32_t(pattern), model.bits);
     }
     model.update(pattern);
   }
 
-  // Bit i for block kBlocks[i] with a coefficient of more than its low bits.
-  static uint32_t patternOf(const int32_t* plane, int modelBits) {
+  // A bit for every block with a coefficient of more than its low bits, in coding order.
+  static uint32_t patternOf(Plane& plane, int32_t column, int32_t row, int modelBits) {
     uint32_t pattern = 0;
-    for (int by = 0; by < 4; ++by) {
-      uint32_t any[16] = {};
+    for (int i = 0; i < plane.grid.count(); ++i) {
+      const int32_t* const block = plane.block(column, row, blockAt(plane.grid, i));
+      uint32_t any = 0;
       for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 16; ++c) any[c] |= uint32_t(std::abs(plane[64 * by + 16 * r + c]));
-      for (int bx = 0; bx < 4; ++bx)
-        if ((any[4 * bx] | any[4 * bx + 1] | any[4 * bx + 2] | any[4 * bx + 3]) >> modelBits)
-          pattern |= 1u << (by / 2 * 8 + bx / 2 * 4 + by % 2 * 2 + bx % 2);
+        for (int c = 0; c < 4; ++c) any |= uint32_t(std::abs(block[r * plane.samples.width() + c]));
+      pattern |= uint32_t(any >> modelBits != 0) << i;
     }
     return pattern;
   }
 
   // Which ones of four, less how many, which the symbol in front has told.
-  void codeMembers(uint32_t four) {
+  static void codeMembers(BitOut& out, uint32_t four) {
     switch (std::popcount(four)) {
       case 1:
-        return out_.put(uint32_t(std::countr_zero(four)), 2);
+        return out.put(uint32_t(std::countr_zero(four)), 2);
       case 2:
-        if (four == 3 || four == 5) return out_.put(four == 5, 2);
-        return out_.put(four == 6 ? 4 : four == 9 ? 5 : four == 10 ? 6 : 7, 3);
+        if (four == 3 || four == 5) return out.put(four == 5, 2);
+        return out.put(four == 6 ? 4 : four == 9 ? 5 : four == 10 ? 6 : 7, 3);
       case 3:
-        return out_.put(uint32_t(std::countr_one(four)), 2);
+        return out.put(uint32_t(std::countr_one(four)), 2);
       default:
         return;
     }
   }
 
-  void codePatterns(const uint32_t (&pattern)[3], const Neighbours& n) {
-    uint32_t d[3] = {}, any = 0, quarters = 0;
-    for (int p = 0; p < header_.planes; ++p) any |= d[p] = a_.highPattern.differenceOf(pattern[p], n, p);
-    for (int q = 0; q < 4; ++q) quarters |= uint32_t((any >> 4 * q & 15) != 0) << q;
-    a_.patternCount.put(out_, std::popcount(quarters));
-    codeMembers(quarters);
-    for (int q = 0; q < 4; ++q) {
-      if (!(quarters >> q & 1)) continue;
-      const uint32_t y = d[0] >> 4 * q & 15, u = d[1] >> 4 * q & 15, v = d[2] >> 4 * q & 15;
-      const int place = int(std::find(kQuarter, kQuarter + 16, y) - kQuarter);
-      int kind = 0;
-      while (place < kQuarterFirst[kind] || place >= kQuarterFirst[kind] + (1 << kQuarterBits[kind])) ++kind;
-      if (u | v) {
-        a_.blockPattern.put(out_, std::min(kind, 3) + 5);
-        out_.put(!v, 1);  // U alone
-        if (v) out_.put(!u, 1);
-        if (kind >= 3) out_.put(kind == 3, 1);
-        if (kind > 3) out_.put(kind == 4, 1);
-      } else {
-        a_.blockPattern.put(out_, kind - 1);
-      }
-      out_.put(uint32_t(place - kQuarterFirst[kind]), kQuarterBits[kind]);
-      for (const uint32_t chroma : {u, v})
-        if (chroma) {
-          a_.chromaCount.put(out_, std::popcount(chroma) - 1);
-          codeMembers(chroma);
-        }
+  // The bits of a plane's pattern that belong to a quarter of the macroblock.
+  uint32_t quarterOf(uint32_t pattern, int p, int q) const {
+    switch (plane_.grid(p).count()) {
+      case 16:
+        return pattern >> 4 * q & 15;
+      case 8:
+        return pattern >> kPairs422[q] & 5;
+      default:
+        return pattern >> q & 1;
     }
   }
 
-  void codeHigh(Macroblock& mb, const uint32_t (&pattern)[3]) {
-    Model& model = a_.models[kHP];
+  void codePatterns(BitOut& out, Adaptation& a, const uint32_t (&pattern)[kMaxPlanes], const Neighbours& n) {
+    uint32_t d[kMaxPlanes] = {};
+    for (int p = 0; p < plane_.planes(); ++p)
+      d[p] = a.highPattern.differenceOf(pattern[p], n, p, planes_[size_t(p)].grid);
+    // Luma and chroma together, or planes one by one.
+    for (int first = 0; first < (plane_.yuv() ? 1 : plane_.planes()); ++first) {
+      const auto chroma = [&](int p, int q) { return plane_.yuv() ? quarterOf(d[p], p, q) : 0; };
+      uint32_t quarters = 0;
+      for (int q = 0; q < 4; ++q)
+        quarters |= uint32_t(((d[first] >> 4 * q & 15) | chroma(1, q) | chroma(2, q)) != 0) << q;
+      a.patternCount.put(out, std::popcount(quarters));
+      codeMembers(out, quarters);
+      for (int q = 0; q < 4; ++q)
+        if (quarters >> q & 1) codeQuarter(out, a, d[first] >> 4 * q & 15, chroma(1, q), chroma(2, q));
+    }
+  }
+
+  void codeQuarter(BitOut& out, Adaptation& a, uint32_t luma, uint32_t u, uint32_t v) {
+    const int place = int(std::find(kQuarter, kQuarter + 16, luma) - kQuarter);
+    int kind = 0;
+    while (place < kQuarterFirst[kind] || place >= kQuarterFirst[kind] + (1 << kQuarterBits[kind])) ++kind;
+    if (u | v) {
+      a.blockPattern.put(out, std::min(kind, 3) + 5);
+      out.put(!v, 1);  // U alone
+      if (v) out.put(!u, 1);
+      if (kind >= 3) out.put(kind == 3, 1);
+      if (kind > 3) out.put(kind == 4, 1);
+    } else {
+      a.blockPattern.put(out, kind - 1);
+    }
+    out.put(uint32_t(place - kQuarterFirst[kind]), kQuarterBits[kind]);
+    for (const uint32_t chroma : {u, v}) {
+      if (!chroma || plane_.coded == Coded::yuv420) continue;
+      if (plane_.coded == Coded::yuv422) {
+        out.put(chroma == 1, 1);
+        if (chroma != 1) out.put(chroma == 4, 1);
+      } else {
+        a.chromaCount.put(out, std::popcount(chroma) - 1);
+        codeMembers(out, chroma);
+      }
+    }
+  }
+
+  void codeHigh(Tile& tile, int32_t column, int32_t row, const uint32_t (&pattern)[kMaxPlanes]) {
+    BitOut &out = tile.at(kHP), &flex = tile.at(kFlex);
+    Adaptation& a = tile.adaptation;
+    Model& model = a.models[kHP];
     int counts[2] = {};
-    for (int p = 0; p < header_.planes; ++p) {
+    for (int p = 0; p < plane_.planes(); ++p) {
+      Plane& plane = planes_[size_t(p)];
       const auto bits = uint32_t(model.bits(p));
-      for (int i = 0; i < 16; ++i) {
-        const int32_t* const block = blockOf(mb.samples[p], kBlocks[i]);
+      const int32_t step = plane.samples.step();
+      for (int i = 0; i < plane.grid.count(); ++i) {
+        const int32_t* const block = plane.block(column, row, blockAt(plane.grid, i));
         const bool coded = pattern[p] >> i & 1;
         uint32_t residual[16];
         int32_t count = 0;
         if (coded && bits)
-          qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(block, 64, p > 0, bits, 0, residual, &out_.stream, &out_.bitBuffer,
-                                                &out_.bitCount, &count, a_.state());
+          qeliVLCEncode4x4Flex_JPEGXR_32s1u_C1R(block, step, p > 0, bits, 0, residual, &out.stream, &out.bitBuffer,
+                                                &out.bitCount, &count, a.state());
         else if (coded)
-          qeliVLCEncode4x4_JPEGXR_32s1u_C1R(block, 64, p > 0, 0, &out_.stream, &out_.bitBuffer, &out_.bitCount, &count,
-                                            a_.state());
+          qeliVLCEncode4x4_JPEGXR_32s1u_C1R(block, step, p > 0, 0, &out.stream, &out.bitBuffer, &out.bitCount, &count,
+                                            a.state());
         if (bits)
-          qeliFLCEncode4x4_JPEGXR_32s1u_C1R(block, 64, residual, &out_.stream, &out_.bitBuffer, &out_.bitCount, bits, 0,
-                                            coded);
+          qeliFLCEncode4x4_JPEGXR_32s1u_C1R(block, step, residual, &flex.stream, &flex.bitBuffer, &flex.bitCount, bits,
+                                            0, coded);
         counts[p > 0] += count;
       }
     }
-    model.update(counts, header_.planes);
+    model.update(counts);
   }
 
-  const Image& image_;
   const Header& header_;
-  Adaptation a_;
+  const PlaneHeader& plane_;
+  Load load_;
+  std::vector<Plane> planes_;
   std::vector<Quantizer> quantizers_;  // by plane, then band
-  std::vector<int32_t> pixels_;        // one row
-  BitOut out_;
+  std::vector<Tile> tiles_;            // of the current row
+  std::vector<std::vector<std::vector<uint8_t>>> packets_;
 };
 
 }  // namespace
 
-std::vector<uint8_t> encodeTile(const Image& image, const Header& header, Stages& stages) {
+std::vector<std::vector<std::vector<uint8_t>>> encodeTiles(const Image& image, const Header& header, Stages& stages) {
   return Encoder(image, header).run(stages);
 }
 

@@ -100,9 +100,15 @@ Image warned(const std::string& path, Image image) {
   return image;
 }
 
+// Says what had no place in the new form of a picture.
+void tellLosses(const std::string& path, const Stages& stages) {
+  for (const std::string& loss : stages.losses()) std::cerr << "qelconv: " << path << ": " << loss << "\n";
+}
+
 // Peak signal-to-noise ratio in dB over all samples; infinite for equal pictures.
 double psnr(const Image& a, const Image& original) {
-  const Image b = adapt(original, {a.colour}, a.bits);
+  Stages stages;
+  const Image b = adapt(original, stages, {a.colour}, a.bits);
   if (a.width != b.width || a.height != b.height || a.bits != b.bits)
     throw Error("the pictures differ in size or depth");
   const size_t samples = a.data.size() / size_t(a.sampleBytes());
@@ -191,6 +197,8 @@ int run(int argc, char** argv) {
   });
   const auto result =
       on(paths[1], [&] { return fastest(repeat, writing, [&](Stages& s) { return to->write(image, options, s); }); });
+  tellLosses(paths[0], reading);
+  tellLosses(paths[1], writing);
   on(paths[1], [&] { writeFile(paths[1], result); });
   if (verbose) {
     std::cout << paths[0] << ": " << from.name << ", " << image.width << " x " << image.height << ", "

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "image.h"
 
@@ -37,6 +38,15 @@ class Options {
       throw Error("--" + name + " takes a " + (whole ? "whole " : "") + "number from " + shortText(low) + " to " +
                   shortText(high) + ", not \"" + value + "\"");
     return number;
+  }
+  // "WxH".
+  std::pair<int, int> size(const std::string& name, std::pair<int, int> fallback) const {
+    if (!has(name)) return fallback;
+    int w = 0, h = 0, end = 0;
+    const std::string value = text(name);
+    if (std::sscanf(value.c_str(), "%9dx%9d%n", &w, &h, &end) != 2 || size_t(end) != value.size() || w < 1 || h < 1)
+      throw Error("--" + name + " takes a size such as 64x64, not \"" + value + "\"");
+    return {w, h};
   }
   // One of a few words; the result is its place in the list.
   int choice(const std::string& name, std::initializer_list<const char*> words, int fallback) const {

@@ -81,10 +81,15 @@ Image read(Bytes file, const Options& options, Stages& stages) {
   });
 }
 
-std::vector<uint8_t> write(const Image& image, const Options&, Stages& stages) {
+std::vector<uint8_t> write(const Image& original, const Options&, Stages& stages) {
   return stages.time("write PFM", [&] {
-    if (image.colour != Colour::rgb && image.colour != Colour::grey)
-      throw Error(std::string("this format has no place for ") + nameOf(image.colour) + " pictures");
+    Image image = original;
+    if (!image.half) {
+      image = adapt(image, stages, {Colour::rgb, Colour::grey});
+    } else if (image.hasAlpha()) {
+      splitAlpha(image);
+      stages.lose("alpha is dropped");
+    }
     Writer out;
     out.text(image.colour == Colour::rgb ? "PF\n" : "Pf\n");
     out.text((std::to_string(image.width) + " " + std::to_string(image.height) + "\n-1.0\n").c_str());

@@ -127,9 +127,13 @@ Image read(Bytes file, const Options& options, Stages& stages) {
   });
 }
 
-std::vector<uint8_t> write(const Image& image, const Options&, Stages& stages) {
+// Any picture, or where the file's name says so, grey or RGB only.
+template <Colour... kAccepted>
+std::vector<uint8_t> write(const Image& original, const Options&, Stages& stages) {
   return stages.time("write PNM", [&] {
-    if (image.half) throw Error("half-float samples can be written as PFM only");
+    if (original.half) throw Error("half-float samples can be written as PFM only");
+    Image adapted;
+    const Image& image = sizeof...(kAccepted) ? adapt(original, adapted, stages, {kAccepted...}) : original;
     const std::string size = std::to_string(image.width) + " " + std::to_string(image.height);
     const std::string top = std::to_string((1u << image.bits) - 1);
     Writer out;
@@ -162,7 +166,9 @@ void describe(Bytes file, std::ostream& out) {
 
 }  // namespace
 
-extern const Format kPnm;
-const Format kPnm = {"PNM", {".ppm", ".pgm", ".pnm", ".pam"}, {}, recognises, read, write, describe};
+extern const Format kPnm, kPgm, kPpm;
+const Format kPnm = {"PNM", {".pnm", ".pam"}, {}, recognises, read, write<>, describe};
+const Format kPgm = {"PGM", {".pgm"}, {}, recognises, read, write<Colour::grey>, describe};
+const Format kPpm = {"PPM", {".ppm"}, {}, recognises, read, write<Colour::rgb>, describe};
 
 }  // namespace qelconv

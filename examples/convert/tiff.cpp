@@ -1,9 +1,12 @@
-// TIFF 6.0, baseline: strips of 8- and 16-bit grey, RGB and CMYK with or without alpha, interleaved,
-// uncompressed or PackBits, in both byte orders. The first picture of a file is read.
+// TIFF and BigTIFF, through libtiff, which reads and writes directories, LZW, Deflate and fax; PackBits and byte planes are
+// the library's. The first picture of a file is read.
+#include <tiffio.h>
+
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <map>
+#include <memory>
+#include <optional>
 #include <ostream>
 
 #include "file_limits.h"
@@ -12,143 +15,201 @@
 namespace qelconv {
 namespace {
 
-enum Tag : uint16_t {
-  kImageWidth = 256,
-  kImageLength = 257,
-  kBitsPerSample = 258,
-  kCompression = 259,
-  kPhotometric = 262,
-  kFillOrder = 266,
-  kStripOffsets = 273,
-  kSamplesPerPixel = 277,
-  kRowsPerStrip = 278,
-  kStripByteCounts = 279,
-  kXResolution = 282,
-  kYResolution = 283,
-  kPlanarConfiguration = 284,
-  kResolutionUnit = 296,
-  kTileWidth = 322,
-  kExtraSamples = 338,
-  kSampleFormat = 339
-};
-enum Compression { kNone = 1, kPackBits = 32773 };
-enum Photometric { kWhiteIsZero = 0, kBlackIsZero = 1, kRgb = 2, kSeparated = 5 };
+// --- files in memory, as libtiff asks for them -------------------------------------------------------------
 
-// --- files in both byte orders -----------------------------------------------------------------------------
-
-class OrderedReader {
+class File {
  public:
-  explicit OrderedReader(Bytes file) : in_(file), file_(file) {
-    big_ = in_.u8() == 'M';
-    in_.skip(3);
+  explicit File(Bytes file) : file_(file), tiff_(open("rmc")) {
+    if (!tiff_) fail();
   }
-  bool big() const { return big_; }
+  // For writing; `mode` as libtiff knows it.
+  explicit File(const std::string& mode) : tiff_(open(mode.c_str())) {
+    if (!tiff_) fail();
+  }
+  File(const File&) = delete;
+
+  operator TIFF*() { return tiff_.get(); }
   Bytes file() const { return file_; }
-  void seek(size_t at) { in_.seek(at); }
-  uint16_t u16() { return big_ ? in_.u16be() : in_.u16le(); }
-  uint32_t u32() { return big_ ? in_.u32be() : in_.u32le(); }
-  uint8_t u8() { return in_.u8(); }
-  size_t position() const { return in_.position(); }
-  void skip(size_t n) { in_.skip(n); }
-
- private:
-  Reader in_;
-  Bytes file_;
-  bool big_;
-};
-
-// The whole numbers of one directory, by tag, read when they are asked for: a field can name any place of the
-// file, and there are up to 65,535 of them.
-class Directory {
- public:
-  Directory(OrderedReader& in, size_t at) : in_(in) {
-    in.seek(at);
-    const int count = in.u16();
-    for (int i = 0; i < count; ++i) {
-      const uint16_t tag = in.u16(), type = in.u16();
-      const uint32_t n = in.u32();
-      const size_t place = in.position();
-      in.skip(4);
-      // BYTE, SHORT, LONG; others are skipped.
-      const size_t bytes = type == 1 ? 1 : type == 3 ? 2 : type == 4 ? 4 : 0;
-      if (bytes && n) fields_.try_emplace(tag, Field{n, bytes, place});
-    }
-    next_ = in.u32();
+  // Throws what libtiff has said last.
+  [[noreturn]] void fail() const { throw Damaged(message_.empty() ? "not a readable TIFF" : message_); }
+  void expect(bool success) const {
+    if (!success) fail();
   }
-  size_t next() const { return next_; }  // 0: the last
-  bool has(Tag tag) const { return fields_.contains(tag); }
-  std::vector<uint32_t> all(Tag tag) const { return values(tag, UINT32_MAX); }
-  uint32_t value(Tag tag) const { return values(tag, 1)[0]; }
-  uint32_t value(Tag tag, uint32_t fallback) const { return has(tag) ? value(tag) : fallback; }
+  std::vector<uint8_t> finish() {
+    tiff_.reset();
+    return std::move(written_);
+  }
+
+  template <class T>
+  T field(uint32_t tag, T fallback) {
+    T value = fallback;
+    return TIFFGetFieldDefaulted(*this, tag, &value) ? value : fallback;
+  }
 
  private:
-  struct Field {
-    uint32_t count;
-    size_t bytes;  // of one value
-    size_t place;  // in the file: of the values, or of their offset
+  struct Close {
+    void operator()(TIFF* tiff) const { TIFFClose(tiff); }
   };
-  std::vector<uint32_t> values(Tag tag, uint32_t most) const {
-    if (!has(tag)) throw Error("the field " + std::to_string(tag) + " is missing");
-    const Field& field = fields_.at(tag);
-    in_.seek(field.place);
-    if (field.count > in_.file().size()) throw Truncated();
-    if (field.count * field.bytes > 4) in_.seek(in_.u32());
-    std::vector<uint32_t> values(std::min(field.count, most));
-    for (uint32_t& v : values) v = field.bytes == 1 ? in_.u8() : field.bytes == 2 ? in_.u16() : in_.u32();
-    return values;
+
+  TIFF* open(const char* mode) {
+    const std::unique_ptr<TIFFOpenOptions, void (*)(TIFFOpenOptions*)> options(TIFFOpenOptionsAlloc(),
+                                                                               TIFFOpenOptionsFree);
+    constexpr tmsize_t kMostAtOnce = 64 << 20;  // beyond a file's own size
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), kMostAtOnce + tmsize_t(file_.size()));
+    TIFFOpenOptionsSetErrorHandlerExtR(options.get(), remember, this);
+    TIFFOpenOptionsSetWarningHandlerExtR(
+        options.get(), [](TIFF*, void*, const char*, const char*, va_list) { return 1; }, nullptr);
+    return TIFFClientOpenExt("the file", mode, this, read, write, seek, close, size, nullptr, nullptr, options.get());
   }
 
-  OrderedReader& in_;
-  std::map<uint16_t, Field> fields_;
-  size_t next_ = 0;
+  static File& of(thandle_t handle) { return *static_cast<File*>(handle); }
+  size_t end() const { return file_.empty() ? written_.size() : file_.size(); }
+
+  static int remember(TIFF*, void* handle, const char*, const char* format, va_list values) {
+    char text[256];
+    std::vsnprintf(text, sizeof text, format, values);
+    of(handle).message_ = text;
+    return 1;
+  }
+  static tmsize_t read(thandle_t handle, void* to, tmsize_t n) {
+    File& f = of(handle);
+    const uint8_t* const from = f.file_.empty() ? f.written_.data() : f.file_.data();
+    const auto count = size_t(std::clamp<uint64_t>(f.end() - std::min<uint64_t>(f.at_, f.end()), 0, uint64_t(n)));
+    if (count) std::memcpy(to, from + f.at_, count);
+    f.at_ += count;
+    return tmsize_t(count);
+  }
+  static tmsize_t write(thandle_t handle, void* from, tmsize_t n) {
+    File& f = of(handle);
+    if (f.at_ + uint64_t(n) > f.written_.size()) f.written_.resize(size_t(f.at_) + size_t(n));
+    std::memcpy(f.written_.data() + f.at_, from, size_t(n));
+    f.at_ += uint64_t(n);
+    return n;
+  }
+  static toff_t seek(thandle_t handle, toff_t offset, int from) {
+    File& f = of(handle);
+    return f.at_ = offset + (from == SEEK_CUR ? f.at_ : from == SEEK_END ? f.end() : 0);
+  }
+  static int close(thandle_t) { return 0; }
+  static toff_t size(thandle_t handle) { return of(handle).end(); }
+
+  Bytes file_;                    // that is read
+  std::vector<uint8_t> written_;  // or written
+  uint64_t at_ = 0;
+  std::string message_;
+  std::unique_ptr<TIFF, Close> tiff_;
 };
 
+// --- reading -----------------------------------------------------------------------------------------------
+
+// A picture in strips or tiles, of all channels or of one.
 struct Picture {
-  int64_t width, height, rowsPerStrip;
+  int64_t width, height, across, down;  // of the picture, and of one segment
   Colour colour;
   int channels, bits;
-  bool inverted, packBits;
-  std::vector<uint32_t> offsets, counts;
+  bool tiled, separate, inverted, multiplied, half, reversed, swapped;
+  unsigned compression;
+  std::vector<std::array<uint8_t, 3>> palette;
+
+  int planes() const { return separate ? channels : 1; }
+  int together() const { return separate ? 1 : channels; }  // channels of a segment
+  size_t rowBytes() const { return size_t(across * together() * bits + 7) / 8; }
+  bool packBits() const { return compression == COMPRESSION_PACKBITS; }
+  const char* packing() const {
+    switch (compression) {
+      case COMPRESSION_NONE:
+        return "uncompressed";
+      case COMPRESSION_PACKBITS:
+        return "PackBits";
+      case COMPRESSION_LZW:
+        return "LZW";
+      case COMPRESSION_DEFLATE:
+      case COMPRESSION_ADOBE_DEFLATE:
+        return "Deflate";
+      default:
+        return "fax";
+    }
+  }
 };
 
-Picture examine(const Directory& d) {
-  Picture p{};
-  p.width = d.value(kImageWidth);
-  p.height = d.value(kImageLength);
-  if (d.has(kTileWidth)) throw Error("TIFF files in tiles can't be read");
-  p.channels = int(std::min(d.value(kSamplesPerPixel, 1), 99u));
-  p.bits = int(d.value(kBitsPerSample, 1));
-  if (d.has(kBitsPerSample))
-    for (uint32_t bits : d.all(kBitsPerSample))
-      if (int(bits) != p.bits) throw Error("channels of different depths can't be read");
-  if ((p.bits != 8 && p.bits != 16) || d.value(kSampleFormat, 1) != 1)
-    throw Error("only unsigned samples of 8 and 16 bits can be read");
-  if (p.channels > 1 && d.value(kPlanarConfiguration, 1) != 1) throw Error("separate planes can't be read");
-  if (d.value(kFillOrder, 1) != 1) throw Error("reversed bits can't be read");
-  const uint32_t compression = d.value(kCompression, kNone);
-  if (compression != kNone && compression != kPackBits)
-    throw Error("the compression " + std::to_string(compression) + " can't be read");
-  p.packBits = compression == kPackBits;
+// What a byte of a segment makes at most; fax has no such bound.
+std::optional<uint64_t> densest(const Picture& p) {
+  switch (p.compression) {
+    case COMPRESSION_NONE:
+      return 1;
+    case COMPRESSION_PACKBITS:
+      return 64;
+    case COMPRESSION_LZW:
+      return 2731;  // strings of up to 4096 bytes for 12 bits
+    case COMPRESSION_DEFLATE:
+    case COMPRESSION_ADOBE_DEFLATE:
+      return 1032;
+    default:
+      return {};
+  }
+}
 
-  const uint32_t photometric = d.value(kPhotometric);
-  p.inverted = photometric == kWhiteIsZero;
+void readPalette(File& in, Picture& p) {
+  uint16_t* map[3];
+  if (p.channels != 1 || p.bits > 8 || !TIFFGetField(in, TIFFTAG_COLORMAP, &map[0], &map[1], &map[2]))
+    throw Error("a palette of this kind can't be read");
+  p.palette.resize(size_t(1) << p.bits);
+  // Some writers give bytes in place of 16-bit values.
+  int shift = 0;
+  for (const uint16_t* values : map)
+    for (size_t i = 0; i < p.palette.size(); ++i) shift = values[i] > 255 ? 8 : shift;
+  for (size_t i = 0; i < p.palette.size(); ++i)
+    for (size_t c = 0; c < 3; ++c) p.palette[i][c] = uint8_t(map[c][i] >> shift);
+}
+
+Picture examine(File& in) {
+  Picture p{};
+  p.width = in.field<uint32_t>(TIFFTAG_IMAGEWIDTH, 0);
+  p.height = in.field<uint32_t>(TIFFTAG_IMAGELENGTH, 0);
+  p.channels = in.field<uint16_t>(TIFFTAG_SAMPLESPERPIXEL, 1);
+  p.bits = in.field<uint16_t>(TIFFTAG_BITSPERSAMPLE, 1);
+  const int kind = in.field<uint16_t>(TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT);
+  p.half = kind == SAMPLEFORMAT_IEEEFP && p.bits == 16;
+  const bool whole = kind == SAMPLEFORMAT_UINT || kind == SAMPLEFORMAT_VOID;
+  if (!p.half && (!whole || (p.bits != 1 && p.bits != 2 && p.bits != 4 && p.bits != 8 && p.bits != 16)))
+    throw Error("only unsigned samples of 1, 2, 4, 8 and 16 bits and half-floats can be read");
+  p.compression = in.field<uint16_t>(TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+  constexpr unsigned kRead[] = {COMPRESSION_NONE,      COMPRESSION_PACKBITS,      COMPRESSION_LZW,
+                                COMPRESSION_DEFLATE,   COMPRESSION_ADOBE_DEFLATE, COMPRESSION_CCITTRLE,
+                                COMPRESSION_CCITTFAX3, COMPRESSION_CCITTFAX4};
+  if (std::find(std::begin(kRead), std::end(kRead), p.compression) == std::end(kRead))
+    throw Error("the compression " + std::to_string(p.compression) + " can't be read");
+
+  const unsigned photometric = in.field<uint16_t>(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+  p.inverted = photometric == PHOTOMETRIC_MINISWHITE;
+  const uint16_t* extras = nullptr;
+  uint16_t extra = 0;
+  TIFFGetFieldDefaulted(in, TIFFTAG_EXTRASAMPLES, &extra, &extras);
   constexpr Colour kColours[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
-  const bool grey = photometric <= kBlackIsZero && (p.channels == 1 || p.channels == 2);
-  const bool rgb = photometric == kRgb && (p.channels == 3 || p.channels == 4);
-  if (grey || rgb) p.colour = kColours[p.channels - 1];
-  else if (photometric == kSeparated && p.channels == 4) p.colour = Colour::cmyk;
-  else
+  const bool grey = photometric <= PHOTOMETRIC_MINISBLACK && p.channels <= 2;
+  const bool rgb = photometric == PHOTOMETRIC_RGB && (p.channels == 3 || p.channels == 4);
+  if (photometric == PHOTOMETRIC_PALETTE) {
+    readPalette(in, p);
+    p.colour = Colour::rgb;
+  } else if (p.channels >= 1 && (grey || rgb)) {
+    p.colour = kColours[p.channels - 1];
+    p.multiplied = p.channels % 2 == 0 && extra && extras[0] == EXTRASAMPLE_ASSOCALPHA;
+  } else if (photometric == PHOTOMETRIC_SEPARATED && p.channels == 4) {
+    p.colour = Colour::cmyk;
+  } else {
     throw Error("the photometric interpretation " + std::to_string(photometric) + " with " +
                 std::to_string(p.channels) + " channels can't be read");
+  }
   checkDimensions(p.width, p.height, p.channels);
-  p.rowsPerStrip = std::min<int64_t>(std::max(d.value(kRowsPerStrip, 0xFFFFFFFF), 1u), p.height);
-  p.offsets = d.all(kStripOffsets);
-  const auto strips = size_t((p.height + p.rowsPerStrip - 1) / p.rowsPerStrip);
-  // A file of one strip may do without its size.
-  p.counts = d.has(kStripByteCounts) || strips > 1 || p.packBits
-                 ? d.all(kStripByteCounts)
-                 : std::vector{uint32_t(p.width * p.height * p.channels * (p.bits / 8))};
-  if (p.offsets.size() < strips || p.counts.size() < strips) throw Error("strips are missing");
+  p.separate = p.channels > 1 && in.field<uint16_t>(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) == PLANARCONFIG_SEPARATE;
+  p.tiled = TIFFIsTiled(in);
+  p.reversed = in.field<uint16_t>(TIFFTAG_FILLORDER, FILLORDER_MSB2LSB) == FILLORDER_LSB2MSB;
+  p.swapped = TIFFIsByteSwapped(in);
+  p.across = p.tiled ? in.field<uint32_t>(TIFFTAG_TILEWIDTH, 0) : p.width;
+  p.down = p.tiled ? in.field<uint32_t>(TIFFTAG_TILELENGTH, 0)
+                   : std::min<int64_t>(std::max(in.field<uint32_t>(TIFFTAG_ROWSPERSTRIP, UINT32_MAX), 1u), p.height);
+  if (p.tiled) checkDimensions(p.across, p.down, p.together());
+  if (p.rowBytes() * uint64_t(p.down) >= INT32_MAX) throw Error("a strip or tile is too large");
   return p;
 }
 
@@ -162,63 +223,125 @@ void swapBytes(uint8_t* row, int32_t samples, std::vector<uint8_t>& scratch) {
   expectOk(qeliJoinRow_TIFF_8u16u_C1(exchanged, words, samples), "joining samples");
 }
 
-// Rows of one strip, from `top` on. A row of PackBits may be cut anywhere by a damaged file: a byte that is
-// no token follows the strip, so that no run's header is the source's last byte, and a run that ends in it
-// isn't whole.
-void readStrip(const Picture& p, Bytes file, bool big, size_t index, int32_t top, int32_t rows, Image& image) {
-  constexpr uint8_t kNoToken = 0x80;
-  const int32_t rowBytes = image.step();
-  Reader in(file);
-  in.seek(p.offsets[index]);
-  const Bytes coded = in.take(std::min<size_t>(p.counts[index], in.left()));
-  std::vector<uint8_t> strip, scratch;
-  if (p.packBits) {
-    if (coded.size() >= INT32_MAX) throw Damaged("a strip's size can't be right");
-    strip.assign(coded.begin(), coded.end());
-    strip.push_back(kNoToken);
+class Segments {
+ public:
+  Segments(File& in, const Picture& p, Image& image) : in_(in), p_(p), image_(image) {}
+
+  // The segment that begins at (x, y), of one plane or of all: `rows` of it are in the picture.
+  void read(int64_t x, int64_t y, int plane) {
+    const uint32_t index = p_.tiled ? TIFFComputeTile(in_, uint32_t(x), uint32_t(y), 0, uint16_t(plane))
+                                    : TIFFComputeStrip(in_, uint32_t(y), uint16_t(plane));
+    const auto inside = int32_t(std::min(p_.down, p_.height - y));
+    const int32_t rows = p_.tiled ? int32_t(p_.down) : inside;
+    segment_.assign(size_t(rows) * p_.rowBytes(), 0);
+    const auto put = [&](int32_t first, int32_t end) {
+      for (int32_t r = first; r < std::min(end, inside); ++r)
+        putRow(&segment_[size_t(r) * p_.rowBytes()], x, int32_t(y) + r, plane);
+    };
+    if (p_.packBits()) return unpack(index, int32_t(y), rows, put);
+    const auto bytes = tmsize_t(segment_.size());
+    const tmsize_t done = p_.tiled ? TIFFReadEncodedTile(in_, index, segment_.data(), bytes)
+                                   : TIFFReadEncodedStrip(in_, index, segment_.data(), bytes);
+    put(0, rows);  // what there is of a damaged one too
+    in_.expect(done == bytes);
   }
-  uint32_t position = 0;
-  for (int32_t y = top; y < top + rows; ++y) {
-    if (p.packBits) {
-      if (qeliUnpackBitsRow_TIFF_8u_C1(strip.data(), &position, int32_t(strip.size()), image.row(y), rowBytes) !=
+
+ private:
+  // A row of PackBits may be cut anywhere by a damaged file: a byte that is no token follows the strip, so that no run's
+  // header is the source's last byte, and a run that ends in it isn't whole.
+  template <class Put>
+  void unpack(uint32_t index, int32_t top, int32_t rows, Put&& put) {
+    constexpr uint8_t kNoToken = 0x80;
+    const uint64_t offset = TIFFGetStrileOffset(in_, index), count = TIFFGetStrileByteCount(in_, index);
+    Reader at(in_.file());
+    at.seek(size_t(std::min<uint64_t>(offset, SIZE_MAX)));
+    const Bytes coded = at.take(size_t(std::min<uint64_t>(count, at.left())));
+    if (coded.size() >= INT32_MAX) throw Damaged("a strip's size can't be right");
+    packed_.assign(coded.begin(), coded.end());
+    if (p_.reversed) TIFFReverseBits(packed_.data(), tmsize_t(packed_.size()));
+    packed_.push_back(kNoToken);
+    uint32_t position = 0;
+    const auto rowBytes = int32_t(p_.rowBytes());
+    for (int32_t r = 0; r < rows; ++r) {
+      uint8_t* const row = &segment_[size_t(r) * p_.rowBytes()];
+      if (qeliUnpackBitsRow_TIFF_8u_C1(packed_.data(), &position, int32_t(packed_.size()), row, rowBytes) !=
               qelStatusOk ||
           position > coded.size())
-        throw Damaged("the PackBits data of row " + std::to_string(y) + " is damaged");
-    } else {
-      const size_t at = size_t(y - top) * size_t(rowBytes);
-      if (coded.size() < at + size_t(rowBytes)) throw Damaged("a strip is too short");
-      std::memcpy(image.row(y), coded.data() + at, size_t(rowBytes));
+        throw Damaged("the PackBits data of row " + std::to_string(top + r) + " is damaged");
+      if (p_.bits == 16 && p_.swapped) swapBytes(row, rowBytes / 2, scratch_);
+      put(r, r + 1);
     }
-    if (p.bits == 16 && big) swapBytes(image.row(y), image.width * image.channels(), scratch);
+    if (coded.size() < count) throw Truncated();
   }
-  if (coded.size() < p.counts[index]) throw Truncated();
-}
 
-Image readPicture(OrderedReader& in, const Picture& p, const Limits& limits) {
-  const auto strips = size_t((p.height + p.rowsPerStrip - 1) / p.rowsPerStrip);
-  uint64_t coded = 0;
-  for (size_t i = 0; i < strips; ++i) coded += std::min<size_t>(p.counts[i], in.file().size());
-  // PackBits makes 128 bytes of two.
-  const auto bytes = uint64_t(p.width * p.height * p.channels * (p.bits / 8));
-  limits.expectData(coded, p.packBits ? bytes / 64 : bytes, 8);
-  limits.expectWork(coded / 4);  // strips may share their bytes
-  limits.expectPicture(p.width, p.height, p.channels, p.bits);
-  Image image(int32_t(p.width), int32_t(p.height), p.colour, p.bits);
-  FirstWrong wrong(limits);
-  for (size_t i = 0; i < strips; ++i) {
-    const auto top = int32_t(int64_t(i) * p.rowsPerStrip);
-    try {
-      readStrip(p, in.file(), in.big(), i, top, int32_t(std::min<int64_t>(p.rowsPerStrip, p.height - top)), image);
-    } catch (const Damaged& e) {
-      wrong.note(i, e.what());
+  // A row of a segment into the picture.
+  void putRow(const uint8_t* from, int64_t x, int32_t y, int plane) {
+    const auto columns = size_t(std::min(p_.across, p_.width - x));
+    const auto channels = size_t(p_.channels), together = size_t(p_.together());
+    if (p_.bits >= 8 && !p_.separate && p_.palette.empty()) {
+      const auto pixel = size_t(image_.pixelBytes());
+      std::memcpy(image_.row(y) + size_t(x) * pixel, from, columns * pixel);
+      return;
+    }
+    const size_t first = (size_t(y) * size_t(p_.width) + size_t(x)) * channels + size_t(plane);
+    for (size_t i = 0; i < columns * together; ++i) {
+      uint32_t v = 0;
+      if (p_.bits == 16) {
+        uint16_t word;
+        std::memcpy(&word, from + 2 * i, 2);
+        v = word;
+      } else {
+        const size_t bit = i * size_t(p_.bits);
+        v = from[bit / 8] >> (8 - p_.bits - int(bit % 8)) & ((1u << p_.bits) - 1);
+      }
+      const size_t at = first + (p_.separate ? i * channels : i);
+      if (p_.palette.empty()) image_.setSample(at, v);
+      else std::memcpy(&image_.data[3 * at], p_.palette[v].data(), 3);
     }
   }
+
+  File& in_;
+  const Picture& p_;
+  Image& image_;
+  std::vector<uint8_t> segment_, packed_, scratch_;
+};
+
+Image readPicture(File& in, const Picture& p, const Limits& limits) {
+  uint64_t coded = 0;
+  const auto bytes = uint64_t((p.width * p.channels * p.bits + 7) / 8 * p.height);
+  const int64_t segments = (p.width + p.across - 1) / p.across * ((p.height + p.down - 1) / p.down) * p.planes();
+  const uint64_t claimed = p.tiled ? TIFFNumberOfTiles(in) : TIFFNumberOfStrips(in);
+  if (claimed < uint64_t(segments)) throw Error("strips are missing");
+  for (int64_t i = 0; i < segments; ++i)
+    coded += std::min<uint64_t>(TIFFGetStrileByteCount(in, uint32_t(i)), in.file().size());
+  if (densest(p)) limits.expectData(coded, bytes / *densest(p), 8);
+  limits.expectWork(coded / 4);  // strips may share their bytes
+  // What tiles have beyond the picture is decoded as well.
+  limits.expectWork(uint64_t(segments) * uint64_t(p.down) * p.rowBytes() / 16);
+  limits.expectPicture(p.width, p.height, p.palette.empty() ? p.channels : 3, p.bits,
+                       3 * uint64_t(p.down) * p.rowBytes());
+  Image image(int32_t(p.width), int32_t(p.height), p.colour, p.palette.empty() ? p.bits : 8);
+  image.half = p.half;
+  Segments reader(in, p, image);
+  FirstWrong wrong(limits);
+  size_t index = 0;
+  for (int plane = 0; plane < p.planes(); ++plane)
+    for (int64_t y = 0; y < p.height; y += p.down)
+      for (int64_t x = 0; x < p.width; x += p.across, ++index) {
+        try {
+          reader.read(x, y, plane);
+        } catch (const Damaged& e) {
+          wrong.note(index, e.what());
+        }
+      }
   wrong.settle(image);
   if (p.inverted) {
+    const uint32_t top = (1u << image.bits) - 1;
     const auto channels = size_t(p.channels);
     for (size_t i = 0; i < image.data.size() / size_t(image.sampleBytes()); i += channels)
-      image.setSample(i, ~image.sample(i));
+      image.setSample(i, image.sample(i) ^ top);
   }
+  if (p.multiplied) divideByAlpha(image);
   return image;
 }
 
@@ -252,149 +375,125 @@ Image join(const Image& high, const Image& low) {
 // --- the format --------------------------------------------------------------------------------------------
 
 bool recognises(Bytes file) {
-  return file.size() >= 8 && (std::memcmp(file.data(), "II*\0", 4) == 0 || std::memcmp(file.data(), "MM\0*", 4) == 0);
+  return file.size() >= 8 && (std::memcmp(file.data(), "II*\0", 4) == 0 || std::memcmp(file.data(), "MM\0*", 4) == 0 ||
+                              std::memcmp(file.data(), "II+\0", 4) == 0 || std::memcmp(file.data(), "MM\0+", 4) == 0);
 }
 
 Image read(Bytes file, const Options& options, Stages& stages) {
   return stages.time("read TIFF", [&] {
     const Limits limits(file, options);
-    OrderedReader in(file);
-    const Directory first(in, in.u32());
-    Image image = readPicture(in, examine(first), limits);
+    File in(file);
+    Image image = readPicture(in, examine(in), limits);
     if (!options.has("byte-planes")) return image;
-    if (!first.next()) throw Error("there is no second picture with the low bytes");
-    const Image low = readPicture(in, examine(Directory(in, first.next())), limits);
+    if (!TIFFReadDirectory(in)) throw Error("there is no second picture with the low bytes");
+    const Image low = readPicture(in, examine(in), limits);
     Image wide = join(image, low);
     wide.missing = image.missing.empty() ? low.missing : image.missing;
     return wide;
   });
 }
 
-class OrderedWriter {
- public:
-  explicit OrderedWriter(bool big) : big_(big) {
-    out_.text(big ? "MM" : "II");
-    u16(42);
+// Rows of one strip, or the picture's part of a tile's rows, whose rest repeats the last sample.
+std::vector<uint8_t> rowsOf(const Image& image, int32_t left, int32_t top, int32_t across, int32_t down) {
+  const auto pixel = size_t(image.pixelBytes());
+  const int32_t columns = std::min(across, image.width - left);
+  std::vector<uint8_t> rows;
+  rows.reserve(size_t(across) * size_t(down) * pixel);
+  for (int32_t y = top; y < top + down; ++y) {
+    const uint8_t* const row = image.row(std::min(y, image.height - 1)) + size_t(left) * pixel;
+    rows.insert(rows.end(), row, row + size_t(columns) * pixel);
+    for (int32_t x = columns; x < across; ++x)
+      rows.insert(rows.end(), row + size_t(columns - 1) * pixel, row + size_t(columns) * pixel);
   }
-  bool big() const { return big_; }
-  void u16(unsigned v) { big_ ? out_.u16be(v) : out_.u16le(v); }
-  void u32(uint32_t v) { big_ ? out_.u32be(v) : out_.u32le(v); }
-  uint32_t here() {
-    if (out_.bytes.size() & 1) out_.u8(0);  // directories and values start at even offsets
-    if (out_.bytes.size() > 0xFFFF0000u) throw Error("the picture is too large for a TIFF file");
-    return uint32_t(out_.bytes.size());
-  }
-  void setU32(size_t at, uint32_t v) {
-    for (size_t i = 0; i < 4; ++i) out_.bytes[at + i] = uint8_t(v >> 8 * (big_ ? 3 - i : i));
-  }
-  std::vector<uint8_t>& bytes() { return out_.bytes; }
+  return rows;
+}
 
- private:
-  Writer out_;
-  bool big_;
-};
+// The library packs row by row.
+std::vector<uint8_t> packRows(std::vector<uint8_t>& rows, size_t rowBytes, bool swapped) {
+  std::vector<uint8_t> packed, scratch;
+  for (size_t at = 0; at < rows.size(); at += rowBytes) {
+    if (swapped) swapBytes(&rows[at], int32_t(rowBytes / 2), scratch);
+    scratch.resize(rowBytes + (rowBytes + 127) / 128);
+    uint32_t position = 0;
+    expectOk(
+        qeliPackBitsRow_TIFF_8u_C1(&rows[at], int32_t(rowBytes), scratch.data(), &position, int32_t(scratch.size())),
+        "packing a row");
+    packed.insert(packed.end(), scratch.data(), scratch.data() + position);
+  }
+  return packed;
+}
 
-// Writes the strips and then the directory; returns the place of the directory's link to the next one.
-size_t writePicture(OrderedWriter& out, const Image& image, bool packBits, size_t link) {
-  const int32_t rowBytes = image.step();
-  const int32_t rowsPerStrip = std::clamp(65536 / rowBytes, 1, image.height);
-  std::vector<uint32_t> offsets, counts;
-  std::vector<uint8_t> row, scratch;
-  for (int32_t y = 0; y < image.height; ++y) {
-    if (y % rowsPerStrip == 0) offsets.push_back(out.here());
-    row.assign(image.row(y), image.row(y) + rowBytes);
-    if (image.bits == 16 && out.big()) swapBytes(row.data(), image.width * image.channels(), scratch);
-    if (packBits) {
-      scratch.resize(row.size() + (row.size() + 127) / 128);
-      uint32_t position = 0;
-      expectOk(qeliPackBitsRow_TIFF_8u_C1(row.data(), rowBytes, scratch.data(), &position, int32_t(scratch.size())),
-               "packing a row");
-      scratch.resize(position);
-      row.swap(scratch);
-    }
-    out.bytes().insert(out.bytes().end(), row.begin(), row.end());
-    if ((y + 1) % rowsPerStrip == 0 || y + 1 == image.height)
-      counts.push_back(uint32_t(out.bytes().size() - offsets.back()));
+void writePicture(File& out, const Image& image, unsigned compression, std::pair<int, int> tiles) {
+  const bool tiled = tiles.first > 0;
+  const int32_t across = tiled ? tiles.first : image.width;
+  const int32_t down = tiled ? tiles.second : std::clamp(65536 / image.step(), 1, image.height);
+  const auto set = [&](uint32_t tag, auto value) { out.expect(TIFFSetField(out, tag, value)); };
+  set(TIFFTAG_IMAGEWIDTH, uint32_t(image.width));
+  set(TIFFTAG_IMAGELENGTH, uint32_t(image.height));
+  set(TIFFTAG_BITSPERSAMPLE, image.bits);
+  set(TIFFTAG_SAMPLESPERPIXEL, image.channels());
+  set(TIFFTAG_SAMPLEFORMAT, image.half ? SAMPLEFORMAT_IEEEFP : SAMPLEFORMAT_UINT);
+  set(TIFFTAG_COMPRESSION, compression);
+  set(TIFFTAG_PHOTOMETRIC, image.colour == Colour::cmyk ? PHOTOMETRIC_SEPARATED
+                           : image.channels() <= 2      ? PHOTOMETRIC_MINISBLACK
+                                                        : PHOTOMETRIC_RGB);
+  set(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  for (const uint32_t tag : {TIFFTAG_XRESOLUTION, TIFFTAG_YRESOLUTION}) set(tag, 72.0);
+  set(TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+  if (compression == COMPRESSION_LZW || compression == COMPRESSION_ADOBE_DEFLATE)
+    set(TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+  if (image.hasAlpha()) {
+    const uint16_t alpha = EXTRASAMPLE_UNASSALPHA;
+    out.expect(TIFFSetField(out, TIFFTAG_EXTRASAMPLES, 1, &alpha));
   }
+  if (tiled) set(TIFFTAG_TILEWIDTH, uint32_t(across)), set(TIFFTAG_TILELENGTH, uint32_t(down));
+  else set(TIFFTAG_ROWSPERSTRIP, uint32_t(down));
 
-  enum Type { kShort = 3, kLong = 4, kRational = 5 };
-  struct Field {
-    Tag tag;
-    Type type;
-    std::vector<uint32_t> values;  // a rational is two
-    size_t bytes() const { return values.size() * (type == kShort ? 2 : 4); }
-    uint32_t count() const { return uint32_t(values.size() / (type == kRational ? 2 : 1)); }
-    void put(OrderedWriter& to) const {
-      for (uint32_t v : values) type == kShort ? to.u16(v) : to.u32(v);
+  uint32_t index = 0;
+  for (int32_t y = 0; y < image.height; y += down)
+    for (int32_t x = 0; x < image.width; x += across, ++index) {
+      auto rows = rowsOf(image, x, y, across, tiled ? down : std::min(down, image.height - y));
+      if (compression == COMPRESSION_PACKBITS) {
+        rows = packRows(rows, size_t(across) * size_t(image.pixelBytes()), image.bits == 16 && TIFFIsByteSwapped(out));
+        out.expect((tiled ? TIFFWriteRawTile : TIFFWriteRawStrip)(out, index, rows.data(), tmsize_t(rows.size())) >= 0);
+      } else {
+        out.expect((tiled ? TIFFWriteEncodedTile : TIFFWriteEncodedStrip)(out, index, rows.data(),
+                                                                          tmsize_t(rows.size())) >= 0);
+      }
     }
-  };
-  const bool alpha = image.colour == Colour::greyAlpha || image.colour == Colour::rgba;
-  const uint32_t photometric = image.colour == Colour::cmyk ? kSeparated : image.channels() <= 2 ? kBlackIsZero : kRgb;
-  constexpr uint32_t kInch = 2, kUnassociatedAlpha = 2;
-  std::vector<Field> fields = {
-      {kImageWidth, kLong, {uint32_t(image.width)}},
-      {kImageLength, kLong, {uint32_t(image.height)}},
-      {kBitsPerSample, kShort, std::vector<uint32_t>(size_t(image.channels()), uint32_t(image.bits))},
-      {kCompression, kShort, {packBits ? kPackBits : kNone}},
-      {kPhotometric, kShort, {photometric}},
-      {kStripOffsets, kLong, offsets},
-      {kSamplesPerPixel, kShort, {uint32_t(image.channels())}},
-      {kRowsPerStrip, kLong, {uint32_t(rowsPerStrip)}},
-      {kStripByteCounts, kLong, counts},
-      {kXResolution, kRational, {72, 1}},
-      {kYResolution, kRational, {72, 1}},
-      {kPlanarConfiguration, kShort, {1}},
-      {kResolutionUnit, kShort, {kInch}},
-  };
-  if (alpha) fields.push_back({kExtraSamples, kShort, {kUnassociatedAlpha}});
-  std::vector<uint32_t> places;  // of values that don't fit into the directory
-  for (const Field& field : fields) {
-    places.push_back(out.here());
-    if (field.bytes() > 4) field.put(out);
-  }
-  out.setU32(link, out.here());
-  out.u16(unsigned(fields.size()));
-  for (size_t i = 0; i < fields.size(); ++i) {
-    const Field& field = fields[i];
-    out.u16(field.tag);
-    out.u16(field.type);
-    out.u32(field.count());
-    if (field.bytes() > 4) {
-      out.u32(places[i]);
-    } else {
-      field.put(out);
-      for (size_t pad = field.bytes(); pad < 4; pad += 2) out.u16(0);
-    }
-  }
-  out.u32(0);
-  return out.bytes().size() - 4;
+  out.expect(TIFFWriteDirectory(out));
 }
 
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
   const Image image =
-      wholeBytes(adapt(original, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha, Colour::cmyk}));
-  const bool packBits = options.choice("packing", {"packbits", "none"}, 0) == 0;
+      original.half ? original
+                    : wholeBytes(adapt(original, stages,
+                                       {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha, Colour::cmyk}));
+  constexpr unsigned kCompressions[] = {COMPRESSION_PACKBITS, COMPRESSION_NONE, COMPRESSION_LZW,
+                                        COMPRESSION_ADOBE_DEFLATE};
+  const unsigned compression = kCompressions[options.choice("packing", {"packbits", "none", "lzw", "deflate"}, 0)];
+  const auto tiles = options.size("tiles", {0, 0});
+  if (tiles.first % 16 || tiles.second % 16) throw Error("--tiles takes multiples of 16 for TIFF");
   return stages.time("write TIFF", [&] {
-    OrderedWriter out(options.has("big-endian"));
-    size_t link = out.bytes().size();
-    out.u32(0);
+    File out(std::string("w") + (options.has("big-endian") ? "b" : "l") + (options.has("big-tiff") ? "8" : ""));
     if (options.has("byte-planes")) {
-      if (image.bits != 16) throw Error("only pictures of more than 8 bits have byte planes");
-      for (const Image& plane : split(image)) link = writePicture(out, plane, packBits, link);
+      if (image.bits != 16 || image.half) throw Error("only pictures of more than 8 bits have byte planes");
+      for (const Image& plane : split(image)) writePicture(out, plane, compression, tiles);
     } else {
-      writePicture(out, image, packBits, link);
+      writePicture(out, image, compression, tiles);
     }
-    return std::move(out.bytes());
+    return out.finish();
   });
 }
 
 void describe(Bytes file, std::ostream& out) {
-  OrderedReader in(file);
-  const Directory directory(in, in.u32());
-  const Picture p = examine(directory);
-  out << "TIFF, " << p.width << " x " << p.height << ", " << nameOf(p.colour) << " of " << p.bits << " bits, "
-      << (p.packBits ? "PackBits" : "uncompressed") << (in.big() ? ", big-endian" : "")
-      << (directory.next() ? ", more pictures behind the first" : "") << "\n";
+  File in(file);
+  const Picture p = examine(in);
+  out << (TIFFIsBigTIFF(in) ? "BigTIFF, " : "TIFF, ") << p.width << " x " << p.height << ", "
+      << (p.palette.empty() ? nameOf(p.colour) : "palette") << " of " << p.bits << " bits, " << p.packing() << ", "
+      << (p.tiled ? "tiles of " : "strips of ") << p.across << " x " << p.down
+      << (p.separate ? ", separate planes" : "") << (TIFFIsBigEndian(in) ? ", big-endian" : "")
+      << (TIFFLastDirectory(in) ? "" : ", more pictures behind the first") << "\n";
 }
 
 }  // namespace
@@ -402,8 +501,10 @@ void describe(Bytes file, std::ostream& out) {
 extern const Format kTiff;
 const Format kTiff = {"TIFF",
                       {".tif", ".tiff"},
-                      {{"packing", "packbits|none", "how strips are compressed (packbits)"},
+                      {{"packing", "KIND", "packbits|none|lzw|deflate, how strips are compressed (packbits)"},
+                       {"tiles", "WxH", "tiles in place of strips, of multiples of 16"},
                        {"big-endian", nullptr, "write the file in big-endian order"},
+                       {"big-tiff", nullptr, "write a BigTIFF, for more than 4 GB"},
                        {"byte-planes", nullptr, "16-bit pictures as two of 8 bits, high bytes first, and back"}},
                       recognises,
                       read,

@@ -1,4 +1,4 @@
-"""DDS textures with Pillow, an independent decoder of all the formats.
+"""Textures in DDS and KTX 2 with Pillow, an independent decoder of all the formats.
 
 Where its arithmetic is another than ours, the difference is stated at the comparison.
 """
@@ -8,7 +8,7 @@ import unittest
 import numpy as np
 from PIL import Image
 
-from support import QELCONV, InteropTest, convert, fails, psnr, read_pnm
+from support import QELCONV, InteropTest, contents, convert, fails, psnr, read_pfm, read_pnm
 
 DXGI = {"bc1": 71, "bc2": 74, "bc3": 77, "bc4": 80, "bc5": 83, "bc6": 95, "bc6s": 96, "bc7": 98}
 BLOCK_BYTES = {"bc1": 8, "bc4": 8}
@@ -31,12 +31,6 @@ def pillow(path, kind, width, height):
     blocks = open(path, "rb").read()[148:]
     image = Image.frombytes(mode, (width, height), blocks, "bcn", (number, name))
     return np.asarray(image).reshape(height, width, -1).astype(int)
-
-
-def read_pfm(path):
-    head, size, _, body = open(path, "rb").read().split(b"\n", 3)
-    width, height = map(int, size.split())
-    return np.frombuffer(body, "<f4").reshape(height, width, 3)[::-1]
 
 
 class DdsTest(InteropTest):
@@ -69,10 +63,7 @@ class DdsTest(InteropTest):
                         self.assertTrue(np.array_equal(ours[~reserved], theirs[~reserved]))
                         self.assertTrue((ours[reserved] == 0).all())
                     elif kind == "bc1":
-                        # Index 3 of the three-colour mode is opaque white here, and transparent black there.
-                        clear = theirs[:, :, 3] == 0
-                        self.assertTrue(np.array_equal(ours[~clear], theirs[~clear]))
-                        self.assertTrue((ours[clear] == 255).all())
+                        self.assertTrue(np.array_equal(ours, theirs))
                     elif kind == "bc2":
                         # A four-bit alpha n is 16 n here, and 17 n there.
                         self.assertTrue(np.array_equal(ours[:, :, :3], theirs[:, :, :3]))
@@ -132,12 +123,68 @@ class DdsTest(InteropTest):
                 self.assertLessEqual(np.abs(ours - flat).max(), 6)  # five bits a channel
                 self.assertTrue((ours[:, :, 3] == 90).all())
 
-    def test_mip_maps_and_arrays_give_the_first_picture(self):
-        path, _ = self.random_texture("bc7")
-        data = open(path, "rb").read()
-        more = data[:28] + struct.pack("<I", 3) + data[32:] + bytes(999)
-        open(self.path("chain.dds"), "wb").write(more)
-        self.assertTrue(np.array_equal(self.ours(path, 4), self.ours(self.path("chain.dds"), 4)))
+    # Levels and layers of arrays, cubes and volumes, in both containers: each is found where Pillow finds its blocks.
+    def test_levels_and_layers(self):
+        width, height, levels, layers = 20, 12, 3, 6
+        sizes = [(max(width >> n, 1), max(height >> n, 1)) for n in range(levels)]
+        counts = [(w + 3) // 4 * ((h + 3) // 4) for w, h in sizes]
+        blocks = np.random.default_rng(6).integers(0, 256, (layers, sum(counts), 16), np.uint8)
+        starts = np.cumsum([0, *counts])
+        cube = dds(self.path("cube.dds"), "bc3", width, height, blocks.tobytes())
+        data = bytearray(open(cube, "rb").read())
+        data[28:32], data[136:140] = struct.pack("<I", levels), struct.pack("<I", 4)  # a cube
+        files = [self.file("cube.dds", data)]
+        data[136:144] = struct.pack("<2I", 0, layers)  # an array
+        files.append(self.file("array.dds", data))
+        data = bytearray(data[:128] + data[148:])
+        data[84:88], data[112:116] = b"DXT5", struct.pack("<I", 0xFE00)  # a cube with a legacy header
+        files.append(self.file("legacy.dds", data))
+        body, index = b"", b""
+        for n in range(levels):
+            index += struct.pack("<3Q", 80 + 24 * levels + len(body), counts[n] * layers * 16, counts[n] * layers * 16)
+            body += blocks[:, starts[n]:starts[n + 1]].tobytes()
+        for shape in ((0, 0, 6), (0, 6, 1), (6, 0, 1)):
+            head = struct.pack("<9I4I2Q", 137, 1, width, height, *shape, levels, 0, 0, 0, 0, 0, 0, 0)
+            files.append(self.file(f"{shape}.ktx2", b"\xABKTX 20\xBB\r\n\x1A\n" + head + index + body))
+        for path in files:
+            for level, layer in ((0, 0), (1, 0), (2, 3), (0, 5), (2, 5)):
+                with self.subTest(path=path, level=level, layer=layer):
+                    convert(path, self.path("ours.pam"), "--level", level, "--layer", layer)
+                    part = blocks[layer, starts[level]:starts[level + 1]].tobytes()
+                    theirs = np.asarray(Image.frombytes("RGBA", sizes[level], part, "bcn", (3, "BC3"))).astype(int)
+                    ours = read_pnm(self.path("ours.pam"))
+                    if ours.shape[2] == 3:
+                        ours = np.dstack([ours, np.full(ours.shape[:2], 255)])
+                    self.assertLessEqual(np.abs(ours - theirs).max(), 1)
+            self.assertIn("3 levels and 6 layers", fails(QELCONV, path, self.path("never.pam"), "--level", 3))
+
+    def test_ktx2_holds_what_dds_holds(self):
+        for kind, number, model, samples in (("bc1", 133, 128, 1), ("bc2", 135, 129, 2), ("bc4", 139, 131, 1),
+                                             ("bc5", 141, 132, 2), ("bc7", 145, 134, 1)):
+            source = self.cut("part.ppm", 37, 22)
+            old = contents(convert(source, self.path("a.dds"), "--block", kind, "--dx10"))
+            new = contents(convert(source, self.path("a.ktx2"), "--block", kind))
+            at, size = struct.unpack_from("<2Q", new, 80)
+            self.assertEqual((number, 37, 22), struct.unpack_from("<I4x2I", new, 12))
+            self.assertEqual(0, at % 8 if kind in BLOCK_BYTES else at % 16)
+            self.assertEqual(old[148:], new[at:at + size])
+            place, length = struct.unpack_from("<2I", new, 48)
+            self.assertEqual((length, 24 + 16 * samples, model),
+                             struct.unpack_from("<I6xHB", new, place))
+            for a in (self.path("a.dds"), self.path("a.ktx2")):
+                convert(a, a + ".pam")
+            self.assertEqual(contents(self.path("a.dds.pam")), contents(self.path("a.ktx2.pam")))
+
+    def test_colours_are_divided_by_the_alpha_that_they_bear(self):
+        half = np.full((4, 4, 4), (100, 48, 24, 128), np.uint8)
+        Image.fromarray(half).save(self.path("half.png"))
+        for kind, code in (("bc2", b"DXT2"), ("bc3", b"DXT4")):
+            data = contents(convert(self.path("half.png"), self.path("half.dds"), "--block", kind))
+            path = self.file("multiplied.dds", data.replace(b"DXT3", code).replace(b"DXT5", code))
+            plain = read_pnm(convert(self.path("half.dds"), self.path("plain.pam")))
+            divided = np.minimum((plain[:, :, :3] * 255 + plain[:, :, 3:] // 2) // plain[:, :, 3:], 255)
+            ours = read_pnm(convert(path, self.path("ours.pam")))
+            self.assertTrue(np.array_equal(np.dstack([divided, plain[:, :, 3]]), ours))
 
     def test_float_maps_keep_every_half(self):
         path, _ = self.random_texture("bc6s")
@@ -153,7 +200,7 @@ class DdsTest(InteropTest):
             open(self.path("cut.dds"), "wb").write(whole[:length])
             self.assertIn("truncated", fails(QELCONV, self.path("cut.dds"), out))
         for at, value, reason in ((128, 61, "DXGI format 61"), (84, 0x39584444, "DDX9"), (80, 64, "BC1 to BC7"),
-                                  (12, 0, "empty"),
+                                  (12, 0, "empty"), (128, 81, "signed BC4"), (128, 84, "signed BC5"),
                                   (16, 0x7FFFFFFF, "too large")):
             open(self.path("bent.dds"), "wb").write(whole[:at] + struct.pack("<I", value) + whole[at + 4:])
             self.assertIn(reason, fails(QELCONV, self.path("bent.dds"), out))

@@ -1,6 +1,7 @@
 """What the interoperation tests share: running programs, reading and making pictures."""
 import os
 import resource
+import struct
 import subprocess
 import sys
 import tempfile
@@ -84,6 +85,56 @@ def write_pnm(path, array, top=255):
         out.write(b"%s\n%d %d\n%d\n" % (kind, width, height, top))
         out.write(array.astype(">u2" if top > 255 else "u1").tobytes())
     return path
+
+
+def read_pfm(path):
+    head, size, _, body = contents(path).split(b"\n", 3)
+    width, height = map(int, size.split())
+    return np.frombuffer(body, "<f4").reshape(height, width, 3 if head == b"PF" else 1)[::-1]
+
+
+TIFF_FIELDS = {"B": 1, "H": 3, "I": 4}
+
+
+def write_tiff(path, array, bits, photometric=None, extra=None, kind=1, fields=()):
+    """An uncompressed little-endian TIFF of one strip; `kind` is the sample format, `fields` are more of (tag, type as
+    struct knows it, values)."""
+    height, width, depth = array.shape
+    data = array.astype("<u2" if bits == 16 else "u1").tobytes()
+    data += bytes(len(data) % 2)
+    entries = {256: ("I", [width]), 257: ("I", [height]), 258: ("H", [bits] * depth), 259: ("H", [1]),
+               262: ("H", [photometric if photometric is not None else 1 if depth < 3 else 2]), 273: ("I", [8]),
+               277: ("H", [depth]), 278: ("I", [height]), 279: ("I", [len(data)]), 284: ("H", [1]),
+               339: ("H", [kind] * depth), **({338: ("H", [extra])} if extra is not None else {}),
+               **{tag: (letter, values) for tag, letter, values in fields}}
+    place, more, directory = 8 + len(data) + 2 + 12 * len(entries) + 4, b"", struct.pack("<H", len(entries))
+    for tag, (letter, values) in sorted(entries.items()):
+        value = struct.pack(f"<{len(values)}{letter}", *values)
+        if len(value) > 4:
+            more, value = more + value, struct.pack("<I", place + len(more))
+        directory += struct.pack("<HHI", tag, TIFF_FIELDS[letter], len(values)) + value.ljust(4, b"\0")
+    with open(path, "wb") as out:
+        out.write(b"II*\0" + struct.pack("<I", 8 + len(data)) + data + directory + bytes(4) + more)
+    return path
+
+
+def read_tiff(path):
+    """An uncompressed little-endian TIFF of one strip."""
+    data = contents(path)
+    at = struct.unpack_from("<I", data, 4)[0]
+    fields = {}
+    for i in range(struct.unpack_from("<H", data, at)[0]):
+        tag, kind, count = struct.unpack_from("<HHI", data, at + 2 + 12 * i)
+        letter = {1: "B", 3: "H", 4: "I"}.get(kind)
+        if letter:
+            place = at + 10 + 12 * i
+            if struct.calcsize(letter) * count > 4:
+                place = struct.unpack_from("<I", data, place)[0]
+            fields[tag] = struct.unpack_from(f"<{count}{letter}", data, place)
+    width, height, depth = fields[256][0], fields[257][0], fields[277][0]
+    kind = "<u2" if fields[258][0] == 16 else "u1"
+    samples = np.frombuffer(data, kind, width * height * depth, fields[273][0])
+    return samples.reshape(height, width, depth).astype(int)
 
 
 def psnr(a, b, top=255):
