@@ -1,4 +1,5 @@
-// The fast half of the baseline decoder: a bit reader without a branch on how many bits are left.
+// The fast half of the Huffman decoders: a bit reader without a branch on how many bits are left, and the loop in which
+// it and the defining reader take turns.
 #ifndef QELJ_JPEG_HUFFMAN_AHEADREADER_H
 #define QELJ_JPEG_HUFFMAN_AHEADREADER_H
 
@@ -51,7 +52,8 @@ class AheadReader {
   bool usable() const { return limit_ != kNone; }
   bool atEnd() const { return position_ > limit_; }
 
-  // Makes room for a code of up to 8 bits with its value, and any code with its value behind that. Fails at the end.
+  // Makes room for a code of up to 8 bits with its value, and any code with its value behind that; or for any code with
+  // kCorrections bits behind its value of one bit. Fails at the end.
   bool refill() {
     while (position_ > limit_) [[unlikely]]
       if (!unstuff()) return false;
@@ -73,6 +75,24 @@ class AheadReader {
     return take(entry, count < 9 ? refilled(9) : taken + 32);
   }
 
+  // Up to 15 bits without a code.
+  uint32_t bits(int count) {
+    const auto next = uint32_t(bits_ >> 1 >> (63 - count));
+    taken_ = refilled(count);
+    position_ += count;
+    bits_ <<= count;
+    return next;
+  }
+  // Up to kCorrections bits, for each of which a BitReader refills where it has none left: it brings four bytes then.
+  static constexpr int kCorrections = 32;
+  uint64_t corrections(int count) {
+    const uint64_t next = bits_ >> 1 >> (63 - count);
+    position_ += count;
+    bits_ <<= count;
+    taken_ = selectLess(taken_, position_, taken_ + 32, taken_);
+    return next;
+  }
+
   // Leaves position and state where a BitReader would.
   void leave(int32_t* position, QelDecodeHuffmanState* state) const {
     // No table that Init has filled leads behind the window.
@@ -85,9 +105,10 @@ class AheadReader {
 
  private:
   static constexpr int kNone = INT32_MIN;
-  // Between two refills, a BitReader's last one can be behind a code of 8 bits, a value of 15 and a code of 16, and
-  // bring 32 bits; one more, as the limit itself is allowed.
-  static constexpr int kAhead = 8 + 15 + 16 + 32 + 1;
+  // Between two refills, a BitReader's last one can be behind a code of 8 bits, a value of 15 and a code of 16, or
+  // behind a code of 16, a value of 1 and all but one of the corrections, and bring 32 bits; one more, as the limit
+  // itself is allowed.
+  static constexpr int kAhead = std::max(8 + 15 + 16, 16 + 1 + kCorrections - 1) + 32 + 1;
   static constexpr auto kLowest = [] {
     std::array<int32_t, 16> lowest{};
     for (int i = 0; i < 16; ++i) lowest[size_t(i)] = 1 - (1 << i);
@@ -134,6 +155,55 @@ class AheadReader {
   int limit_ = kNone;     // the last position of a refill
   uint64_t buffer_;       // of the state
 };
+
+// A decoder's call, of which both readers can do a part:
+//   more, status   whether there is more to do, and how what has been done ended
+//   ahead(reader)  goes on while an AheadReader can
+//   step(reader)   goes on by a symbol, with a BitReader
+struct DecoderCall {
+  bool more = true;
+  QelStatus status = qelStatusOk;
+};
+
+// Decodes on as fast as possible; the result is how many bytes a BitReader should decode in any case before it is tried
+// again.
+template <class Call>
+QELJ_INLINE int32_t ownTryAhead(const CodedSource& source, Call& call) {
+  if constexpr (!simd::kShuffles) return INT32_MAX;
+  AheadReader::Unstuffed memory;
+  AheadReader reader(source.src, source.length, *source.position, *source.marker, *source.state, memory);
+  if (!reader.usable()) [[unlikely]]
+    return INT32_MAX;
+  call.ahead(reader);
+  reader.leave(source.position, source.state);
+  return reader.atEnd() ? AheadReader::kReach : 0;
+}
+
+// Decodes on to the end: by the defining reader as long as must be, and ahead of it where that is possible. The records
+// are made for the call: those that the fast half works on stay in registers.
+template <class Call>
+[[gnu::noinline]] Call ownDecodeRest(const CodedSource& source, Call call, int32_t bytes) {
+  for (;;) {
+    ownDecode(source, [&](BitReader<true>& reader) {
+      const int32_t start = reader.position();
+      do call.step(reader);
+      while (call.more && reader.position() - start < bytes);
+      return call.status;
+    });
+    if (!call.more) break;
+    bytes = ownTryAhead(source, call);
+    if (!call.more) break;
+  }
+  return call;
+}
+
+// The whole of a call.
+template <class Call>
+QELJ_INLINE void ownDecodeCall(const CodedSource& source, Call& call) {
+  const int32_t bytes = ownTryAhead(source, call);
+  if (call.more) [[unlikely]]
+    call = ownDecodeRest({source.src, source.length, source.position, source.marker, source.state}, Call(call), bytes);
+}
 
 }  // namespace qelj::jpeg
 
