@@ -28,8 +28,6 @@ namespace qelj::jpeg {
 // word have room, and loaded_ is 64.
 class AheadReader {
  public:
-  // Data bytes behind which it can start again when it had to stop.
-  static constexpr int kReach = 12;
   // The bytes that are looked at.
   static constexpr int kWindow = 64;
   // Memory for data whose stuffed zeros are taken out.
@@ -48,10 +46,15 @@ class AheadReader {
     limit_ = 8 * std::countr_zero(ff_) - kAhead;
   }
 
-  // Whether there is anything to read, and whether it has been read.
+  // Whether there is anything to read.
   bool usable() const { return limit_ != kNone; }
-  bool atEnd() const { return position_ > limit_; }
+  // How many data bytes a BitReader should decode before a new reader is tried: none where it has come to its window's
+  // end, a symbol for one that it cannot read, and all in front of a marker.
+  static constexpr int kNoBytes = -1;
+  int stop() const { return position_ <= limit_ ? 0 : ff_ == 0 ? kNoBytes : kAhead / 8 + 2; }
 
+  // The bits that a refill brings at least.
+  static constexpr int kBits = 56;
   // Makes room for a code of up to 8 bits with its value, and any code with its value behind that; or for any code with
   // kCorrections bits behind its value of one bit. Fails at the end.
   bool refill() {
@@ -74,6 +77,10 @@ class AheadReader {
     if (int(entry >> 16) <= count) return take(entry, taken);
     return take(entry, count < 9 ? refilled(9) : taken + 32);
   }
+
+  // The same for a code that a table of the caller's tells by the next 8 bits, which takes `all` bits with its value.
+  uint32_t next8() const { return uint32_t(bits_ >> 56); }
+  int32_t takeBoth(int code, int all) { return take(code, all - code, refilled(8)); }
 
   // Up to 15 bits without a code.
   uint32_t bits(int count) {
@@ -106,9 +113,9 @@ class AheadReader {
  private:
   static constexpr int kNone = INT32_MIN;
   // Between two refills, a BitReader's last one can be behind a code of 8 bits, a value of 15 and a code of 16, or
-  // behind a code of 16, a value of 1 and all but one of the corrections, and bring 32 bits; one more, as the limit
-  // itself is allowed.
-  static constexpr int kAhead = std::max(8 + 15 + 16, 16 + 1 + kCorrections - 1) + 32 + 1;
+  // behind a code of 16, a value of 1 and all but one of the corrections, or behind all bits but a last value, and bring
+  // 32 bits; one more, as the limit itself is allowed.
+  static constexpr int kAhead = std::max({8 + 15 + 16, 16 + 1 + kCorrections - 1, kBits - 1}) + 32 + 1;
   static constexpr auto kLowest = [] {
     std::array<int32_t, 16> lowest{};
     for (int i = 0; i < 16; ++i) lowest[size_t(i)] = 1 - (1 << i);
@@ -128,8 +135,8 @@ class AheadReader {
     return true;
   }
 
-  int32_t take(uint32_t entry, int taken) {
-    const int code = int(entry >> 16), length = int(entry & 15);
+  int32_t take(uint32_t entry, int taken) { return take(int(entry >> 16), int(entry & 15), taken); }
+  int32_t take(int code, int length, int taken) {
     const uint64_t behind = bits_ << (code & 63);
     taken_ = taken;
     position_ += code;
@@ -176,24 +183,23 @@ QELJ_INLINE int32_t ownTryAhead(const CodedSource& source, Call& call) {
     return INT32_MAX;
   call.ahead(reader);
   reader.leave(source.position, source.state);
-  return reader.atEnd() ? AheadReader::kReach : 0;
+  return reader.stop();
 }
 
 // Decodes on to the end: by the defining reader as long as must be, and ahead of it where that is possible. The records
 // are made for the call: those that the fast half works on stay in registers.
 template <class Call>
 [[gnu::noinline]] Call ownDecodeRest(const CodedSource& source, Call call, int32_t bytes) {
-  for (;;) {
-    ownDecode(source, [&](BitReader<true>& reader) {
-      const int32_t start = reader.position();
-      do call.step(reader);
-      while (call.more && reader.position() - start < bytes);
-      return call.status;
-    });
-    if (!call.more) break;
-    bytes = ownTryAhead(source, call);
-    if (!call.more) break;
-  }
+  do {
+    if (bytes != AheadReader::kNoBytes)
+      ownDecode(source, [&](BitReader<true>& reader) {
+        const int32_t start = reader.position();
+        do call.step(reader);
+        while (call.more && reader.position() - start < bytes);
+        return call.status;
+      });
+    if (call.more) bytes = ownTryAhead(source, call);
+  } while (call.more);
   return call;
 }
 
