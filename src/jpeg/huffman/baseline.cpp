@@ -110,9 +110,9 @@ QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, i
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = nonNull(src, lastDC, dcTable, acTable); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
-  return ownWithAc(src, [=](const auto& ac) {
-    return ownEncode<kMaxBlockBits>(dst, dstLen, dstPos, state,
-                                    [=, &ac](auto& sink) { return ownCodeBlock(sink, ac, d, dcTable, acTable); });
+  return ownWithAc(src, [=]<class Ac>(const Ac& ac) {
+    return ownEncode<kMaxBlockBits<Ac>>(dst, dstLen, dstPos, state,
+                                        [=, &ac](auto& sink) { return ownCodeBlock(sink, ac, d, dcTable, acTable); });
   });
 }
 

@@ -104,14 +104,14 @@ QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src, uint8_t*
                                                     const QelEncodeHuffmanSpec* acTable) {
   if (auto s = nonNull(src, dst, dstBitPos, lastDC, dcTable, acTable); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
-  return ownWithAc(src, [=](const auto& ac) {
+  return ownWithAc(src, [=]<class Ac>(const Ac& ac) {
     uint8_t* const start = dst + (*dstBitPos >> 3);
     const int pendingCount = *dstBitPos & 7;
-    StepBits<kMaxBlockBits> memory;
-    WideWriter<false> sink(memory, pendingCount ? *start >> (8 - pendingCount) : 0, pendingCount);
+    StepBits<kMaxBlockBits<Ac>> memory;
+    FastWriter<kMaxBlockBits<Ac>, false> sink(memory, pendingCount ? *start >> (8 - pendingCount) : 0, pendingCount);
     ownCodeBlock(sink, ac, d, dcTable, acTable);
     // Neither a code nor a value has more than 16 bits: no more than 513 bytes, one of them partial, with all stuffed.
-    if (!sink.fits(64 * 32)) [[unlikely]]
+    if (!sink.fits(std::min(64 * 32, kMaxBlockBits<Ac>))) [[unlikely]]
       return QelStatus(qelStatusJpegHuffTable);
     const uint8_t* const end = sink.finishExactly(start);
     *dstBitPos = int32_t(uint32_t(end - dst) * 8 + uint32_t(sink.count()));

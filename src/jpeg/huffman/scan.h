@@ -77,8 +77,15 @@ inline uint64_t ownNonZero(const int16_t* block) {
   return ownScanSet<kFromLast>(block, [](auto c) { return c; });
 }
 
+inline constexpr auto kNotDc = [] {
+  std::array<int16_t, simd::kLanes<simd::I16>> mask{};
+  for (size_t i = 1; i < mask.size(); ++i) mask[i] = -1;
+  return mask;
+}();
+
 // The AC coefficients of a block: which are not 0, and the category and bits of each, by zig-zag position.
 struct AcValues {
+  static constexpr bool kNone = false;
   explicit AcValues(const int16_t* block) : block(block), set(ownNonZero(block) & ~uint64_t(1)) {}
   ValueCode operator[](int k) const { return ownValueCode(at(block, kZigZag.natural[k])); }
 
@@ -89,6 +96,7 @@ struct AcValues {
 // The same where categories and bits fit a byte, which nearly all blocks' do: all 64 at once.
 class AcBytes {
  public:
+  static constexpr bool kNone = false;
   explicit AcBytes(const int16_t* block) {
     using namespace simd;
     PackedBytes categories, bits;
@@ -127,13 +135,21 @@ class AcBytes {
   bool fit;  // if not, nothing else counts
 
  private:
-  static constexpr auto kNotDc = [] {
-    std::array<int16_t, simd::kBytes / 2> mask{};
-    for (size_t i = 1; i < mask.size(); ++i) mask[i] = -1;
-    return mask;
-  }();
-
   alignas(64) uint8_t categories_[64], bits_[64];
+};
+
+// A block without AC coefficients, of which most pictures have many.
+struct AcNone {
+  static bool fits(const int16_t* block) {
+    simd::I16 any = load<simd::I16>(block) & load<simd::I16>(kNotDc.data());
+    for (int i = simd::kLanes<simd::I16>; i < 64; i += simd::kLanes<simd::I16>)
+      any |= load<simd::I16>(offset(block, i));
+    return simd::isZero(any);
+  }
+  ValueCode operator[](int) const { return {}; }
+
+  static constexpr bool kNone = true;
+  static constexpr uint64_t set = 0;
 };
 
 // work(ac), with whichever fits the block.
@@ -144,6 +160,7 @@ template <class Work>
 template <class Work>
 [[gnu::always_inline]] inline QelStatus ownWithAc(const int16_t* block, Work work) {
   if constexpr (simd::kShuffles) {
+    if (AcNone::fits(block)) return work(AcNone());
     const AcBytes ac(block);
     if (ac.fit) [[likely]]
       return work(ac);
