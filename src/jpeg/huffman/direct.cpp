@@ -57,22 +57,25 @@ inline QelStatus ownDecodeBlockDirect(DirectReader& reader, int16_t* dst, int16_
         return qelStatusOk;
       }
     }
-    switch (ownDirectSymbol(reader, acTable, symbol)) {
-      case Found::symbol:
-        break;
-      case Found::noCode:
-        return qelStatusJpegCoeffRange;
-      case Found::noBits:
-        reader.drop(reader.count());
-        return qelStatusOk;
+    if (!reader.codeAndValue(acTable, symbol, value)) {
+      switch (ownDirectSymbol(reader, acTable, symbol)) {
+        case Found::symbol:
+          break;
+        case Found::noCode:
+          return qelStatusJpegCoeffRange;
+        case Found::noBits:
+          reader.drop(reader.count());
+          return qelStatusOk;
+      }
+      if (symbol & 15)
+        if (reader.value(symbol & 15, value)) return qelStatusJpegOutOfBuffer;
     }
-    const int run = symbol >> 4, length = symbol & 15;
-    if (length == 0) {
+    const int run = symbol >> 4;
+    if ((symbol & 15) == 0) {
       if (run < 15) break;
       k += 16;
       continue;
     }
-    if (reader.value(length, value)) return qelStatusJpegOutOfBuffer;
     k += run;
     if (k < kGuarded) put(dst, kZigZag.natural[k], int16_t(value));
     ++k;
