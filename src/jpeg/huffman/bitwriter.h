@@ -146,41 +146,43 @@ inline uint8_t* ownStuff(uint8_t* dst, const uint8_t* src, int bytes) {
   }
 }
 
-// Puts a code and bits behind it without a branch. kChecked: a symbol without a code stops the step, with everything
-// before it stored; otherwise such a symbol adds no bits.
+// The operations of a sink that puts bits without a branch. kChecked: a symbol without a code stops the step, with
+// everything before it stored; otherwise such a symbol adds no bits.
 template <bool kChecked, class Writer>
-QELJ_INLINE QelStatus ownPutCode(Writer& writer, const QelEncodeHuffmanSpec* table, unsigned symbol, uint64_t bits,
-                                 int length) {
-  if (symbol > 255) [[unlikely]]
-    return kChecked ? qelStatusJpegHuffTable : qelStatusOk;
-  const uint32_t entry = table->codes[symbol];
-  if (kChecked && entry == 0) [[unlikely]]
-    return qelStatusJpegHuffTable;
-  // The low byte of the code's length, which one load gets.
-  writer.put(uint64_t(entry & 0xFFFF) << length | bits,
-             at(reinterpret_cast<const uint8_t*>(&table->codes[symbol]), 2) + length);
-  return qelStatusOk;
-}
-
-// Gathers a step's bits in memory, and stores the bytes at its end.
-template <bool kChecked>
-class WideWriter {
+class FastSink {
  public:
   using Table = const QelEncodeHuffmanSpec*;
 
-  // `pending` are `count` (0 to 7) bits in front of the first; what stands above them is not stored.
-  template <int kMaxBits>
-  WideWriter(StepBits<kMaxBits>& memory, uint32_t pending, int count)
-      : bytes_(memory.bytes), word_(pending), end_(uint32_t(count) + 7) {}
-
   QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
-    return ownPutCode<kChecked>(*this, table, symbol, bits, length);
+    if (symbol > 255) [[unlikely]]
+      return kChecked ? qelStatusJpegHuffTable : qelStatusOk;
+    const uint32_t entry = table->codes[symbol];
+    if (kChecked && entry == 0) [[unlikely]]
+      return qelStatusJpegHuffTable;
+    // The low byte of the code's length, which one load gets.
+    put(uint64_t(entry & 0xFFFF) << length | bits,
+        at(reinterpret_cast<const uint8_t*>(&table->codes[symbol]), 2) + length);
+    return qelStatusOk;
   }
   QelStatus plain(uint32_t bits, int length) {
     put(bits, length);
     return qelStatusOk;
   }
+
+ private:
   // At most 32 bits, with nothing above them.
+  void put(uint64_t bits, int length) { static_cast<Writer*>(this)->put(bits, length); }
+};
+
+// Gathers a step's bits in memory, and stores the bytes at its end.
+template <bool kChecked>
+class WideWriter : public FastSink<kChecked, WideWriter<kChecked>> {
+ public:
+  // `pending` are `count` (0 to 7) bits in front of the first; what stands above them is not stored.
+  template <int kMaxBits>
+  WideWriter(StepBits<kMaxBits>& memory, uint32_t pending, int count)
+      : bytes_(memory.bytes), word_(pending), end_(uint32_t(count) + 7) {}
+
   void put(uint64_t bits, int length) {
     word_ = word_ << (length & 63) | bits;
     end_ += uint32_t(length);
@@ -225,21 +227,13 @@ inline uint8_t* ownStoreFew(uint8_t* dst, uint64_t word, int bytes) {
 // The same for steps whose bits fit a word with those that are pending: no memory, which costs a short step more than
 // its bits.
 template <bool kChecked>
-class WordWriter {
+class WordWriter : public FastSink<kChecked, WordWriter<kChecked>> {
  public:
-  using Table = const QelEncodeHuffmanSpec*;
   static constexpr int kMostBits = 63 - 7;
 
   template <int kMaxBits>
   WordWriter(StepBits<kMaxBits>&, uint32_t pending, int count) : word_(pending), end_(uint32_t(count)) {}
 
-  QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
-    return ownPutCode<kChecked>(*this, table, symbol, bits, length);
-  }
-  QelStatus plain(uint32_t bits, int length) {
-    put(bits, length);
-    return qelStatusOk;
-  }
   void put(uint64_t bits, int length) {
     word_ = word_ << (length & 63) | bits;
     end_ += uint32_t(length);

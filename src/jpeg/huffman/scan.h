@@ -84,19 +84,32 @@ inline constexpr auto kNotDc = [] {
 }();
 
 // The AC coefficients of a block: which are not 0, and the category and bits of each, by zig-zag position.
-struct AcValues {
-  static constexpr bool kNone = false;
-  explicit AcValues(const int16_t* block) : block(block), set(ownNonZero(block) & ~uint64_t(1)) {}
-  ValueCode operator[](int k) const { return ownValueCode(at(block, kZigZag.natural[k])); }
+class AcValues {
+ public:
+  explicit AcValues(const int16_t* block) : block_(block), set_(ownNonZero(block) & ~uint64_t(1)) {}
+  uint64_t set() const { return set_; }
+  ValueCode operator[](int k) const { return ownValueCode(at(block_, kZigZag.natural[k])); }
 
-  const int16_t* block;
-  uint64_t set;
+ private:
+  const int16_t* block_;
+  uint64_t set_;
 };
 
-// The same where categories and bits fit a byte, which nearly all blocks' do: all 64 at once.
+// A block without any, of which most pictures have many.
+struct AcNone {
+  static bool fits(const int16_t* block) {
+    using simd::I16, simd::kLanes;
+    I16 any = load<I16>(block) & load<I16>(kNotDc.data());
+    for (int i = kLanes<I16>; i < 64; i += kLanes<I16>) any |= load<I16>(offset(block, i));
+    return simd::isZero(any);
+  }
+  static constexpr uint64_t set() { return 0; }
+  ValueCode operator[](int) const { return {}; }
+};
+
+// A block with some whose categories and bits fit a byte, which nearly all blocks' do: all 64 at once.
 class AcBytes {
  public:
-  static constexpr bool kNone = false;
   explicit AcBytes(const int16_t* block) {
     using namespace simd;
     PackedBytes categories, bits;
@@ -119,37 +132,27 @@ class AcBytes {
       bits[i] = magnitude ^ (negative & shuffleBytes(blockPattern(kOnes), categories[i]));
     }
     fit = isZero(magnitudes >> 8);
-    set = ~uint64_t(0);
+    set_ = ~uint64_t(0);
     ownInZigZag(categories, [this](int k, U8 bytes) {
       store(categories_ + k, bytes);
-      set ^= uint64_t(topBits(bytes == 0)) << k;
+      set_ ^= uint64_t(topBits(bytes == 0)) << k;
     });
     ownInZigZag(bits, [this](int k, U8 bytes) { store(bits_ + k, bytes); });
+  }
+  uint64_t set() const {
+    if (set_ == 0) __builtin_unreachable();
+    return set_;
   }
   ValueCode operator[](int k) const {
     if (categories_[k] > 8) __builtin_unreachable();
     return {categories_[k], bits_[k]};
   }
 
-  uint64_t set;
   bool fit;  // if not, nothing else counts
 
  private:
+  uint64_t set_;
   alignas(64) uint8_t categories_[64], bits_[64];
-};
-
-// A block without AC coefficients, of which most pictures have many.
-struct AcNone {
-  static bool fits(const int16_t* block) {
-    simd::I16 any = load<simd::I16>(block) & load<simd::I16>(kNotDc.data());
-    for (int i = simd::kLanes<simd::I16>; i < 64; i += simd::kLanes<simd::I16>)
-      any |= load<simd::I16>(offset(block, i));
-    return simd::isZero(any);
-  }
-  ValueCode operator[](int) const { return {}; }
-
-  static constexpr bool kNone = true;
-  static constexpr uint64_t set = 0;
 };
 
 // work(ac), with whichever fits the block.

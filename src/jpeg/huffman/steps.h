@@ -31,7 +31,7 @@ template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
                                                      typename Sink::Table dcTable, typename Sink::Table acTable) {
   if (auto s = ownCodeValue<kMaxDc>(sink, dcTable, 0, ownValueCode(dcDifference)); s) return s;
   int next = 1;
-  for (uint64_t set = ac.set; set; set &= set - 1) {
+  for (uint64_t set = ac.set(); set; set &= set - 1) {
     const int k = std::countr_zero(set);
     auto run = unsigned(k - next);
     next = k + 1;
@@ -43,7 +43,7 @@ template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
 }
 // A block's symbols and bits: 32 at most for each coefficient, and an end of block.
 template <class Ac>
-inline constexpr int kMaxBlockBits = 32 + (Ac::kNone ? 0 : 63 * 32 + 3 * 16) + 16;
+inline constexpr int kMaxBlockBits = 32 + (std::is_same_v<Ac, AcNone> ? 0 : 63 * 32 + 3 * 16) + 16;
 
 // --- progressive scans (Annex G.1.2) -----------------------------------------------------------------------
 // The state carries the run of blocks that ended early, and the correction bits of those blocks.
