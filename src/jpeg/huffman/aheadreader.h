@@ -163,12 +163,11 @@ class AheadReader {
   uint64_t buffer_;       // of the state
 };
 
-// A decoder's call, of which both readers can do a part:
-//   more, status   whether there is more to do, and how what has been done ended
-//   ahead(reader)  goes on while an AheadReader can
-//   step(reader)   goes on by a symbol, with a BitReader
+// A decoder's call, of which both readers do a part. What is derived has two operations:
+//   ahead(reader)   goes on while an AheadReader can
+//   step(reader)    goes on by a symbol or a few, with a BitReader
 struct DecoderCall {
-  bool more = true;
+  bool more = true;  // whether there is more to do
   QelStatus status = qelStatusOk;
 };
 

@@ -9,9 +9,9 @@ namespace {
 
 using namespace jpeg;
 
-// A block that is being decoded.
-struct DecodedBlock : DecoderCall {
-  DecodedBlock(int16_t* dst, int16_t* lastDC, const QelDecodeHuffmanSpec* dcTable, const QelDecodeHuffmanSpec* acTable)
+// A call for a block.
+struct BlockCall : DecoderCall {
+  BlockCall(int16_t* dst, int16_t* lastDC, const QelDecodeHuffmanSpec* dcTable, const QelDecodeHuffmanSpec* acTable)
       : dst(dst), lastDC(lastDC), dcTable(dcTable), acTable(acTable) {}
 
   QELJ_INLINE void ahead(AheadReader& reader) {
@@ -96,7 +96,7 @@ QelStatus qeliDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen,
       s)
     return s;
   ownClear(dst);
-  DecodedBlock block(dst, lastDC, dcTable, acTable);
+  BlockCall block(dst, lastDC, dcTable, acTable);
   ownDecodeCall({src, srcLen, srcPos, marker, state}, block);
   state->blockPosition = int(block.k);
   return block.status;

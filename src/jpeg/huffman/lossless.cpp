@@ -50,7 +50,7 @@ class DifferenceTable {
   Entry entries_[256];
 };
 
-// A row whose channel count is known to the compiler.
+// A call for a row whose channel count is known to the compiler.
 template <int kChannels>
 struct RowCall : DecoderCall {
   RowCall(int16_t* const* dst, int32_t width, const QelDecodeHuffmanSpec* const* specs) : width(width) {

@@ -81,7 +81,7 @@ inline int ownListPositions(uint64_t set, uint8_t* positions) {
   return count;
 }
 
-// A block of a refinement scan of a band. Sets have position k at bit 63 - k, so that bits are in the stream's order.
+// A call for a block of a refinement scan. Sets have position k at bit 63 - k, so that bits are in the stream's order.
 struct RefineCall : DecoderCall {
   RefineCall(int16_t* dst, int ss, int se, uint32_t al, const QelDecodeHuffmanSpec* table, int32_t eobRun)
       : dst(dst),
@@ -292,6 +292,7 @@ QelStatus qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* src, int32_
   const CodedSource source{src, srcLen, srcPos, marker, state};
   if (auto s = checkBandDecoder(source, dst, band(ss, se, al), table); s) return s;
   RefineCall block(dst, ss, se, al, table, state->eobRun);
+  if (block.eobRun < 0) return qelStatusOk;  // no call leaves this
   if (block.eobRun > 0 && block.known == 0) {
     state->eobRun -= 1;
     return qelStatusOk;
