@@ -764,6 +764,19 @@ inline bool isZero(V v) {
   return any == 0;
 }
 
+// --- bits of a word ----------------------------------------------------------------------------------------
+
+// The low bits of `bits`, in order, at the places where `mask` has ones.
+inline uint64_t depositBits(uint64_t bits, uint64_t mask) {
+#if QELJ_HAS_AVX2 && defined(__BMI2__)
+  return _pdep_u64(bits, mask);
+#else
+  uint64_t result = 0;
+  for (; mask; mask &= mask - 1, bits >>= 1) result |= mask & (0 - mask) & (0 - (bits & 1));
+  return result;
+#endif
+}
+
 // --- pixels of three and four bytes ------------------------------------------------------------------------
 // kBytes pixels at a time, between interleaved memory and one vector a channel.
 

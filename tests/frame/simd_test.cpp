@@ -123,6 +123,19 @@ TEST(Simd, PairsAndPacks) {
   checkPairsAndPacks<32>();
 }
 
+TEST(Simd, DepositedBits) {
+  Random random;
+  for (int round = 0; round < 1000; ++round) {
+    const uint64_t bits = random.bits(), mask = random.bits() & random.bits();
+    uint64_t expected = 0;
+    for (int i = 0, n = 0; i < 64; ++i)
+      if (mask >> i & 1) expected |= (bits >> n++ & 1) << i;
+    ASSERT_EQ(expected, depositBits(bits, mask));
+  }
+  ASSERT_EQ(~uint64_t(0), depositBits(~uint64_t(0), ~uint64_t(0)));
+  ASSERT_EQ(0u, depositBits(~uint64_t(0), 0));
+}
+
 template <class V>
 void checkInterleave() {
   Random random;
