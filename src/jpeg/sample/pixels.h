@@ -50,10 +50,10 @@ struct PixelSource {
   }
   QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
     if constexpr (kChannels == 3) {
-      const auto v = simd::loadPixels3(p + 3 * x);
+      const auto v = simd::loadTriples<U8>(p + 3 * x);
       return Order::r == 0 ? RgbK<U8>{{v.c0, v.c1, v.c2}, U8{}} : RgbK<U8>{{v.c2, v.c1, v.c0}, U8{}};
     } else {
-      const auto v = simd::loadPixels4(p + 4 * x);
+      const auto v = simd::loadQuadruples<U8>(p + 4 * x);
       return Order::r == 0 ? RgbK<U8>{{v.c0, v.c1, v.c2}, U8{}} : RgbK<U8>{{v.c2, v.c1, v.c0}, U8{}};
     }
   }
@@ -80,7 +80,7 @@ struct CmykPixelSource {
     return {{255 - at[0], 255 - at[1], 255 - at[2]}, at[3]};
   }
   QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    const auto v = simd::loadPixels4(p + 4 * x);
+    const auto v = simd::loadQuadruples<U8>(p + 4 * x);
     return {{~v.c0, ~v.c1, ~v.c2}, v.c3};
   }
 };
@@ -161,7 +161,7 @@ struct PixelSink {
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     const auto& [r, g, b] = v.rgb;
-    simd::storePixels3(p + 3 * x, Order::r == 0 ? simd::Planes3{r, g, b} : simd::Planes3{b, g, r}, write);
+    simd::storeTriples<U8>(p + 3 * x, {Order::r == 0 ? r : b, g, Order::r == 0 ? b : r}, write);
   }
 };
 
@@ -181,8 +181,7 @@ struct AlphaPixelSink {
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
     const auto& [r, g, b] = v.rgb;
-    const U8 a = all<U8>(alpha);
-    simd::storePixels4(p + 4 * x, Order::r == 0 ? simd::Planes4{r, g, b, a} : simd::Planes4{b, g, r, a}, write);
+    simd::storeQuadruples<U8>(p + 4 * x, {Order::r == 0 ? r : b, g, Order::r == 0 ? b : r, all<U8>(alpha)}, write);
   }
 };
 
@@ -211,7 +210,7 @@ struct CmykPixelSink {
     at[0] = uint8_t(~v.rgb.r), at[1] = uint8_t(~v.rgb.g), at[2] = uint8_t(~v.rgb.b), at[3] = v.k;
   }
   QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    simd::storePixels4(p + 4 * x, {~v.rgb.r, ~v.rgb.g, ~v.rgb.b, v.k}, write);
+    simd::storeQuadruples<U8>(p + 4 * x, {~v.rgb.r, ~v.rgb.g, ~v.rgb.b, v.k}, write);
   }
 };
 struct CmykPlaneSink {
