@@ -1057,24 +1057,9 @@ QELJ_INLINE void storeQuadruples(uint8_t* p, Quadruples<V> v, Store put = {}) {
 
 // --- the beginning of a vector in memory -------------------------------------------------------------------
 
-namespace detail {
-// Bytes 0..count-1, at most 64, in two pieces that overlap.
-inline void copyFew(uint8_t* to, const uint8_t* from, int count) {
-  const auto twice = [=]<class Piece>(Piece) {
-    const auto first = load<Piece>(from), last = load<Piece>(from + count - sizeof(Piece));
-    store(to, first), store(to + count - sizeof(Piece), last);
-  };
-  if (count >= 32) twice(Vec<uint8_t, 32>{});
-  else if (count >= 16) twice(U8x16{});
-  else if (count >= 8) twice(uint64_t{});
-  else if (count >= 4) twice(uint32_t{});
-  else if (count >= 2) twice(uint16_t{});
-  else if (count == 1) *to = *from;
-}
-}  // namespace detail
 // The first `count` lanes, 0 to all, of a vector in memory; the others are 0, and nothing is touched behind.
 template <class V>
-inline V loadFirst(const void* p, int count) {
+QELJ_INLINE V loadFirst(const void* p, int count) {
   const int bytes = count * int(sizeof(Lane<V>));
 #if QELJ_HAS_AVX512
   const uint64_t mask = _bzhi_u64(~uint64_t(0), unsigned(bytes));
@@ -1082,13 +1067,32 @@ inline V loadFirst(const void* p, int count) {
   if constexpr (sizeof(V) == 32) return (V)_mm256_maskz_loadu_epi8(__mmask32(mask), p);
   if constexpr (sizeof(V) == 16) return (V)_mm_maskz_loadu_epi8(__mmask16(mask), p);
 #endif
-  uint8_t lanes[sizeof(V)];
-  store(lanes, V{});
-  detail::copyFew(lanes, static_cast<const uint8_t*>(p), bytes);
-  return load<V>(lanes);
+  const auto* from = static_cast<const uint8_t*>(p);
+  if constexpr (sizeof(V) > 16) {
+    using H = Vec<Lane<V>, int(sizeof(V)) / 2>;
+    constexpr int kHalf = kLanes<H>;
+    return count <= kHalf ? join(loadFirst<H>(from, count), H{})
+                          : join(load<H>(from), loadFirst<H>(from + sizeof(H), count - kHalf));
+  } else {
+    // Two loads that overlap: what they share is the same in both. In registers, for a vector can't be loaded from what
+    // has just been stored in pieces.
+    if (bytes == 16) return load<V>(from);
+    uint64_t low = 0, high = 0;
+    if (bytes >= 8) {
+      low = load<uint64_t>(from);
+      high = load<uint64_t>(from + bytes - 8) >> (8 * (15 - bytes)) >> 8;
+    } else if (bytes >= 4) {
+      low = load<uint32_t>(from) | uint64_t(load<uint32_t>(from + bytes - 4)) << (8 * (bytes - 4));
+    } else if (bytes >= 2) {
+      low = load<uint16_t>(from) | uint64_t(load<uint16_t>(from + bytes - 2)) << (8 * (bytes - 2));
+    } else if (bytes == 1) {
+      low = *from;
+    }
+    return as<V>(U64x2{low, high});
+  }
 }
 template <class V>
-inline void storeFirst(void* p, V v, int count) {
+QELJ_INLINE void storeFirst(void* p, V v, int count) {
   const int bytes = count * int(sizeof(Lane<V>));
 #if QELJ_HAS_AVX512
   const uint64_t mask = _bzhi_u64(~uint64_t(0), unsigned(bytes));
@@ -1096,9 +1100,52 @@ inline void storeFirst(void* p, V v, int count) {
   if constexpr (sizeof(V) == 32) return _mm256_mask_storeu_epi8(p, __mmask32(mask), (__m256i)v);
   if constexpr (sizeof(V) == 16) return _mm_mask_storeu_epi8(p, __mmask16(mask), (__m128i)v);
 #endif
-  uint8_t lanes[sizeof(V)];
-  store(lanes, v);
-  detail::copyFew(static_cast<uint8_t*>(p), lanes, bytes);
+  auto* to = static_cast<uint8_t*>(p);
+  if constexpr (sizeof(V) < 16) {
+    storeFirst(to, join(v, V{}), count);
+  } else if constexpr (sizeof(V) > 16) {
+    constexpr int kHalf = kLanes<V> / 2;
+    if (count <= kHalf) return storeFirst(to, lower(v), count);
+    store(to, lower(v));
+    storeFirst(to + sizeof(V) / 2, upper(v), count - kHalf);
+  } else {
+    // Two stores that overlap.
+    if (bytes == 16) return store(to, v);
+    const auto words = as<uint64_t>(v);
+    uint64_t low = words[0];
+    if (bytes >= 8) {
+      store(to, low);
+      low = low >> (8 * (bytes - 8)) | words[1] << (8 * (15 - bytes)) << 8;
+      store(to + bytes - 8, low);
+    } else if (bytes >= 4) {
+      store(to, uint32_t(low)), store(to + bytes - 4, uint32_t(low >> (8 * (bytes - 4))));
+    } else if (bytes >= 2) {
+      store(to, uint16_t(low)), store(to + bytes - 2, uint16_t(low >> (8 * (bytes - 2))));
+    } else if (bytes == 1) {
+      *to = uint8_t(low);
+    }
+  }
+}
+
+// Copies `count` bytes, 0 to kAll, with zeros behind them up to kAll; and without them. kAll is a multiple of kWideBytes.
+template <int kAll>
+QELJ_INLINE void copyPadded(uint8_t* to, const uint8_t* from, int count) {
+  using V = Wide<uint8_t>;
+  unroll<kAll / kWideBytes>([=](auto i) QELJ_INLINE_LAMBDA {
+    const int left = count - i * kWideBytes;
+    const V v =
+        left >= kWideBytes ? load<V>(from + i * kWideBytes) : loadFirst<V>(from + i * kWideBytes, left > 0 ? left : 0);
+    store(to + i * kWideBytes, v);
+  });
+}
+template <int kAll>
+QELJ_INLINE void copyFirst(uint8_t* to, const uint8_t* from, int count) {
+  using V = Wide<uint8_t>;
+  unroll<kAll / kWideBytes>([=](auto i) QELJ_INLINE_LAMBDA {
+    const int left = count - i * kWideBytes;
+    if (left >= kWideBytes) store(to + i * kWideBytes, load<V>(from + i * kWideBytes));
+    else if (left > 0) storeFirst(to + i * kWideBytes, load<V>(from + i * kWideBytes), left);
+  });
 }
 
 // --- memory past the caches --------------------------------------------------------------------------------
