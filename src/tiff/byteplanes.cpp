@@ -7,6 +7,8 @@
 namespace qelj {
 namespace {
 
+using Bytes = simd::Wide<uint8_t>;
+
 // A length that is not positive is reported as a step.
 QelStatus ownCheck(const void* src, const void* dst, int32_t len) {
   return check(nonNull(src, dst), require(len >= 1, qelStatusBadStep));
@@ -17,15 +19,12 @@ QelStatus ownCheck(const void* src, const void* dst, int32_t len) {
 QelStatus qeliSplitRow_TIFF_16u8u_C1(const uint16_t* src, uint8_t* const* dst, int32_t len) {
   if (auto s = ownCheck(src, dst, len); s) return s;
   uint8_t *high = dst[0], *low = dst[1];
-  ptrdiff_t i = 0;
-  if constexpr (simd::kEnabled) {
-    for (; i + simd::kBytes <= len; i += simd::kBytes) {
-      const auto words = reinterpret_cast<const uint8_t*>(src) + 2 * i;
-      const auto bytes = simd::deinterleave(load<simd::U8>(words), load<simd::U8>(words + simd::kBytes));
-      store(low + i, bytes.first);
-      store(high + i, bytes.second);
-    }
-  }
+  ptrdiff_t i = simd::coverByVectors<simd::kWideBytes>(0, len, [=](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    const auto words = reinterpret_cast<const uint8_t*>(src) + 2 * at;
+    const auto bytes = simd::deinterleave(load<Bytes>(words), load<Bytes>(words + simd::kWideBytes));
+    store(low + at, bytes.first);
+    store(high + at, bytes.second);
+  });
   for (; i < len; ++i) {
     const uint16_t word = at(src, i);
     high[i] = uint8_t(word >> 8);
@@ -37,15 +36,12 @@ QelStatus qeliSplitRow_TIFF_16u8u_C1(const uint16_t* src, uint8_t* const* dst, i
 QelStatus qeliJoinRow_TIFF_8u16u_C1(const uint8_t* const* src, uint16_t* dst, int32_t len) {
   if (auto s = ownCheck(src, dst, len); s) return s;
   const uint8_t *high = src[0], *low = src[1];
-  ptrdiff_t i = 0;
-  if constexpr (simd::kEnabled) {
-    for (; i + simd::kBytes <= len; i += simd::kBytes) {
-      const auto words = simd::interleave(load<simd::U8>(low + i), load<simd::U8>(high + i));
-      uint8_t* to = reinterpret_cast<uint8_t*>(dst) + 2 * i;
-      store(to, words.first);
-      store(to + simd::kBytes, words.second);
-    }
-  }
+  ptrdiff_t i = simd::coverByVectors<simd::kWideBytes>(0, len, [=](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    const auto words = simd::interleave(load<Bytes>(low + at), load<Bytes>(high + at));
+    uint8_t* to = reinterpret_cast<uint8_t*>(dst) + 2 * at;
+    store(to, words.first);
+    store(to + simd::kWideBytes, words.second);
+  });
   for (; i < len; ++i) put(dst, i, uint16_t(high[i] << 8 | low[i]));
   return qelStatusOk;
 }

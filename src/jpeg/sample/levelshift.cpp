@@ -8,26 +8,22 @@
 namespace qelj {
 namespace {
 
+using Words = simd::Wide<int16_t>;
+using Bytes = simd::Wide<uint8_t>;
+
 void ownSub128Row(const uint8_t* src, int16_t* dst, ptrdiff_t width) {
-  constexpr int kGroup = simd::kLanes<simd::I16>;
-  ptrdiff_t x = 0;
-  if constexpr (simd::kEnabled)
-    for (; x + kGroup <= width; x += kGroup)
-      store(offset(dst, x), simd::loadAs<simd::I16, uint8_t>(src + x) - int16_t(128));
+  ptrdiff_t x = simd::coverByVectors<simd::kLanes<Words>>(0, width, [=](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    store(offset(dst, at), simd::loadAs<Words, uint8_t>(src + at) - int16_t(128));
+  });
   for (; x < width; ++x) put(dst, x, int16_t(src[x] - 128));
 }
 
 void ownAdd128Row(const int16_t* src, uint8_t* dst, ptrdiff_t width) {
-  constexpr int kGroup = simd::kLanes<simd::U8>;
-  ptrdiff_t x = 0;
-  if constexpr (simd::kEnabled) {
-    const auto shift = all<simd::I16>(128);
-    for (; x + kGroup <= width; x += kGroup) {
-      const auto low = load<simd::I16>(offset(src, x));
-      const auto high = load<simd::I16>(offset(src, x + kGroup / 2));
-      store(dst + x, simd::orderPacked(simd::packU8(addSat(low, shift), addSat(high, shift))));
-    }
-  }
+  ptrdiff_t x = simd::coverByVectors<simd::kLanes<Bytes>>(0, width, [=](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    const auto shifted = [=](ptrdiff_t from)
+                             QELJ_INLINE_LAMBDA { return addSat(load<Words>(offset(src, from)), all<Words>(128)); };
+    store(dst + at, simd::orderPacked(simd::packU8(shifted(at), shifted(at + simd::kLanes<Words>))));
+  });
   for (; x < width; ++x) dst[x] = clampU8(at(src, x) + 128);
 }
 

@@ -11,8 +11,9 @@
 namespace qelj {
 namespace {
 
-using jpeg::colour::Halves16, jpeg::colour::kVector;
+using jpeg::colour::Halves, jpeg::colour::kVector;
 using simd::I16, simd::U8;
+using Halves16 = Halves<I16>;
 
 // --- Down: the mean of two or four samples -----------------------------------------------------------------
 
