@@ -74,7 +74,8 @@ Image read(Bytes file, const Options& options, Stages& stages) {
 
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
   return stages.time("write PNG", [&] {
-    const Image image = wholeBytes(adapt(original, stages, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha}));
+    const Image image =
+        wholeBytes(adapt(original, stages, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha}));
     std::vector<uint8_t> out;
     WriteRecord w;
     png_set_write_fn(w.png, &out, push, flush);

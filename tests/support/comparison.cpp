@@ -75,7 +75,8 @@ bool compareExport(const char* name, const std::vector<Image>& images, Rounds ro
   const uint64_t stream = digest(0, std::vector<uint8_t>(name, name + std::strlen(name)));
   current = name;
   for (int round = 0; round < all; ++round) {
-    if (round >= quick && (rounds == Rounds::kQuick || (rounds == Rounds::kAllOfForks && core().threadQuestions == asked)))
+    if (round >= quick &&
+        (rounds == Rounds::kQuick || (rounds == Rounds::kAllOfForks && core().threadQuestions == asked)))
       break;
     std::vector<uint8_t> reference;
     for (const Image& image : images) {

@@ -34,8 +34,7 @@ inline size_t pageSize() {
   return info.dwPageSize;
 }
 inline uint8_t* guardedMemory(size_t bytes) {
-  auto* const memory = static_cast<uint8_t*>(
-      VirtualAlloc(nullptr, bytes + 2 * pageSize(), MEM_RESERVE, PAGE_NOACCESS));
+  auto* const memory = static_cast<uint8_t*>(VirtualAlloc(nullptr, bytes + 2 * pageSize(), MEM_RESERVE, PAGE_NOACCESS));
   void* const body = memory ? VirtualAlloc(memory + pageSize(), bytes, MEM_COMMIT, PAGE_READWRITE) : nullptr;
   if (!body) throw std::runtime_error("VirtualAlloc");
   return static_cast<uint8_t*>(body);
