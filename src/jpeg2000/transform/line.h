@@ -250,7 +250,7 @@ QELJ_INLINE void ownLiftRange(const Source& src, const Target& dst, ptrdiff_t w,
   auto stages = prepared<Filter, V, lead>(src, w, from);
   ptrdiff_t k = from;
   stages.take(k + S / 2, anywhere(k + S / 2));
-  const auto leave = [&] QELJ_INLINE_LAMBDA {
+  const auto leave = [&]() QELJ_INLINE_LAMBDA {
     const auto done = stages.finish();
     dst.template set<V>(k, lead, done.a, lead ? done.late : done.early);
     k += n;
