@@ -814,11 +814,12 @@ inline VectorPair<V> loadPairs(const void* p) {
   }
 }
 
-// The inverse: a0 b0 a1 b1 ... at p.
+// The inverse: a0 b0 a1 b1 ... at p. Stores of blocks in order save shuffles; 16-bit lanes have too little work between
+// them for twice the stores.
 template <class V>
 inline void storePairs(void* p, V a, V b) {
   auto* const to = static_cast<char*>(p);
-  if constexpr (sizeof(V) == 32) {  // stores put the blocks in order
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) {
     const V low = unpackLow(a, b), high = unpackHigh(a, b);
     store(to, lower(low)), store(to + 16, lower(high));
     store(to + 32, upper(low)), store(to + 48, upper(high));
