@@ -668,6 +668,10 @@ inline V oneBefore(V before, V v) {
   if constexpr (sizeof(V) == 16) return (V)_mm_alignr_epi8((__m128i)v, (__m128i)before, 16 - int(sizeof(Lane<V>)));
 #endif
 #if defined(__x86_64__)
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 4) {  // as floats, whose shuffles take lanes of two vectors
+    const auto f = as<float>(v), edge = __builtin_shufflevector(as<float>(before), f, 3, 3, 4, 4);
+    return as<V>(__builtin_shufflevector(edge, f, 0, 2, 5, 6));
+  }
   if constexpr (sizeof(V) == 16) return plain::movedUp<int(sizeof(Lane<V>))>(before, v);
 #endif
   return detail::consecutive<kLanes<V> - 1>(before, v, std::make_integer_sequence<int, kLanes<V>>{});
