@@ -753,6 +753,97 @@ inline VectorPair<V> deinterleave(V first, V second) {
   }
 }
 
+namespace plain {
+// The 16 bytes that begin kBytesUp in front of v's, behind those of `before`: x86-64 has no other way for whole vectors
+// without byte shuffles.
+template <int kBytesUp, class V>
+inline V movedUp(V before, V v) {
+  using Q = Vec<uint64_t, 16>;
+  const Q q = as<Q>(v), middle = __builtin_shufflevector(as<Q>(before), q, 1, 2);
+  if constexpr (kBytesUp < 8) return as<V>(q << 8 * kBytesUp | middle >> (64 - 8 * kBytesUp));
+  else return as<V>(middle << 8 * (kBytesUp - 8) | as<Q>(before) >> (128 - 8 * kBytesUp));
+}
+}  // namespace plain
+// Of lanes that go on from vector to vector: those one place before v's, and those one place after.
+template <class V>
+inline V oneBefore(V before, V v) {
+#if QELJ_HAS_AVX2
+#  if defined(__AVX512VL__)
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) return (V)_mm256_alignr_epi32((__m256i)v, (__m256i)before, 7);
+#  endif
+  if constexpr (sizeof(V) == 32) {
+    const __m256i middle = _mm256_permute2x128_si256((__m256i)before, (__m256i)v, 0x21);
+    return (V)_mm256_alignr_epi8((__m256i)v, middle, 16 - int(sizeof(Lane<V>)));
+  }
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (V)_mm_alignr_epi8((__m128i)v, (__m128i)before, 16 - int(sizeof(Lane<V>)));
+#endif
+#if defined(__x86_64__)
+  if constexpr (sizeof(V) == 16 && sizeof(Lane<V>) == 4) {  // as floats, whose shuffles take lanes of two vectors
+    const auto f = as<float>(v), edge = __builtin_shufflevector(as<float>(before), f, 3, 3, 4, 4);
+    return as<V>(__builtin_shufflevector(edge, f, 0, 2, 5, 6));
+  }
+  if constexpr (sizeof(V) == 16) return plain::movedUp<int(sizeof(Lane<V>))>(before, v);
+#endif
+  return detail::consecutive<kLanes<V> - 1>(before, v, std::make_integer_sequence<int, kLanes<V>>{});
+}
+template <class V>
+inline V oneAfter(V v, V after) {
+#if QELJ_HAS_AVX2
+#  if defined(__AVX512VL__)
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) return (V)_mm256_alignr_epi32((__m256i)after, (__m256i)v, 1);
+#  endif
+  if constexpr (sizeof(V) == 32) {
+    const __m256i middle = _mm256_permute2x128_si256((__m256i)v, (__m256i)after, 0x21);
+    return (V)_mm256_alignr_epi8(middle, (__m256i)v, int(sizeof(Lane<V>)));
+  }
+#endif
+#if QELJ_HAS_SSE41
+  if constexpr (sizeof(V) == 16) return (V)_mm_alignr_epi8((__m128i)after, (__m128i)v, int(sizeof(Lane<V>)));
+#endif
+#if defined(__x86_64__)
+  if constexpr (sizeof(V) == 16) return plain::movedUp<16 - int(sizeof(Lane<V>))>(v, after);
+#endif
+  return detail::consecutive<1>(v, after, std::make_integer_sequence<int, kLanes<V>>{});
+}
+
+// The lanes of a stream of vectors, one place late: of each vector that comes, the lanes one place before.
+template <Vector V>
+class OneLate {
+#if QELJ_HAS_AVX2 && !defined(__AVX512VL__)
+  // A turn by one lane and a blend with the turned vector before it are one shuffle, where oneBefore() takes two.
+  static constexpr bool kTurns = sizeof(V) == 32 && sizeof(Lane<V>) == 4;
+#else
+  static constexpr bool kTurns = false;
+#endif
+  V kept_{};
+
+ public:
+  OneLate() = default;
+  explicit OneLate(Lane<V> last) : kept_(all<V>(last)) {}
+  QELJ_INLINE V operator()(V v) {
+    V before;
+    if constexpr (kTurns) {
+      const V turned = __builtin_shufflevector(v, v, 7, 0, 1, 2, 3, 4, 5, 6);
+      before = __builtin_shufflevector(turned, kept_, 8, 1, 2, 3, 4, 5, 6, 7);
+      kept_ = turned;
+    } else {
+      before = oneBefore(kept_, v);
+      kept_ = v;
+    }
+    return before;
+  }
+};
+
+// The even lanes of a and the odd ones of b.
+template <class V>
+inline V evenAndOdd(V a, V b) {
+  return [=]<int... i>(std::integer_sequence<int, i...>) {
+    return __builtin_shufflevector(a, b, (i % 2 * kLanes<V> + i)...);
+  }(std::make_integer_sequence<int, kLanes<V>>{});
+}
+
 // The lanes A and B of a, then C and D of b, of 32 bits and by blocks.
 template <int A, int B, int C, int D, class V>
 inline V shuffleTwo4(V a, V b) {
@@ -815,6 +906,44 @@ inline V blockPattern(const uint8_t (&pattern)[16]) {
   for (int block = 0; block < int(sizeof(V)); block += 16)
     std::memcpy(reinterpret_cast<char*>(&v) + block, pattern, 16);
   return v;
+}
+// The even and the odd ones of the 2n lanes at p. The blocks are put in order as they are loaded, where that is cheaper.
+template <class V>
+inline VectorPair<V> loadPairs(const void* p) {
+  if constexpr (!kShuffles || sizeof(Lane<V>) == 1 || sizeof(V) > kBytes) {
+    return deinterleave(load<V>(p), load<V>(static_cast<const char*>(p) + sizeof(V)));
+  } else {
+    const auto blocks = [p](int first) {
+      using H = Vec<Lane<V>, 16>;
+      const auto* const from = static_cast<const char*>(p) + 16 * first;
+      if constexpr (sizeof(V) == 16) return load<H>(from);
+      else return join(load<H>(from), load<H>(from + 32));
+    };
+    const V a = blocks(0), b = blocks(1);
+    if constexpr (sizeof(Lane<V>) == 4) {
+      return {shuffleTwo4<0, 2, 0, 2>(a, b), shuffleTwo4<1, 3, 1, 3>(a, b)};
+    } else {
+      using U = With<uint8_t, V>;
+      constexpr uint8_t kApart[16] = {0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15};
+      const auto apart = [&](V v) { return as<uint64_t>(shuffleBytes(as<U>(v), blockPattern<U>(kApart))); };
+      return {as<V>(unpackLow(apart(a), apart(b))), as<V>(unpackHigh(apart(a), apart(b)))};
+    }
+  }
+}
+
+// The inverse: a0 b0 a1 b1 ... at p. Stores of blocks in order save shuffles; 16-bit lanes have too little work between
+// them for twice the stores.
+template <class V>
+inline void storePairs(void* p, V a, V b) {
+  auto* const to = static_cast<char*>(p);
+  if constexpr (sizeof(V) == 32 && sizeof(Lane<V>) == 4) {
+    const V low = unpackLow(a, b), high = unpackHigh(a, b);
+    store(to, lower(low)), store(to + 16, lower(high));
+    store(to + 32, upper(low)), store(to + 48, upper(high));
+  } else {
+    const auto pair = interleave(a, b);
+    store(to, pair.first), store(to + sizeof(V), pair.second);
+  }
 }
 
 // The same for lanes of any type: `lanes` are those of one block.
@@ -1184,6 +1313,12 @@ inline void streamFence() {
 #if QELJ_HAS_SSE41
   _mm_sfence();
 #endif
+}
+
+// Calls for the cache lines of so many bytes at p, for a loop to come that does little but store there.
+inline void prefetchForWriting(void* p, ptrdiff_t bytes) {
+  constexpr ptrdiff_t kLine = 64;
+  for (ptrdiff_t i = 0; i < bytes; i += kLine) __builtin_prefetch(static_cast<char*>(p) + i, 1);
 }
 
 // --- loops -------------------------------------------------------------------------------------------------

@@ -165,6 +165,20 @@ void checkInterleave() {
   const auto apart = deinterleave(mixed.first, mixed.second);
   expectLanes(apart.first, a, b, [](V x, V, int i) { return x[i]; });
   expectLanes(apart.second, a, b, [](V, V y, int i) { return y[i]; });
+  Lane<V> memory[2 * n];
+  store(memory, mixed.first), store(memory + n, mixed.second);
+  const auto loaded = loadPairs<V>(memory);
+  expectLanes(loaded.first, a, b, [](V x, V, int i) { return x[i]; });
+  expectLanes(loaded.second, a, b, [](V, V y, int i) { return y[i]; });
+  storePairs(memory, a, b);
+  expectLanes(load<V>(memory), mixed.first, b, [](V x, V, int i) { return x[i]; });
+  expectLanes(load<V>(memory + n), mixed.second, b, [](V x, V, int i) { return x[i]; });
+  expectLanes(evenAndOdd(a, b), a, b, [](V x, V y, int i) { return i % 2 ? y[i] : x[i]; });
+  expectLanes(oneBefore(a, b), a, b, [](V x, V y, int i) { return i ? y[i - 1] : x[n - 1]; });
+  OneLate<V> late;
+  late(a);
+  expectLanes(late(b), a, b, [](V x, V y, int i) { return i ? y[i - 1] : x[n - 1]; });
+  expectLanes(oneAfter(a, b), a, b, [](V x, V y, int i) { return i < n - 1 ? x[i + 1] : y[0]; });
 }
 TEST(Simd, InterleaveAndBack) {
   checkInterleave<Vec<uint8_t, 16>>(), checkInterleave<Vec<uint8_t, 32>>(), checkInterleave<Vec<uint8_t, 64>>();
