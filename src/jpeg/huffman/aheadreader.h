@@ -171,11 +171,20 @@ struct DecoderCall {
   QelStatus status = qelStatusOk;
 };
 
+// A call by the defining reader alone.
+template <class Call>
+QELJ_INLINE void ownDecodeBySteps(const CodedSource& source, Call& call) {
+  ownDecode(source, [&call](BitReader<true>& reader) {
+    do call.step(reader);
+    while (call.more);
+    return call.status;
+  });
+}
+
 // Decodes on as fast as possible; the result is how many bytes a BitReader should decode in any case before it is tried
 // again.
 template <class Call>
 QELJ_INLINE int32_t ownTryAhead(const CodedSource& source, Call& call) {
-  if constexpr (!simd::kShuffles) return INT32_MAX;
   AheadReader::Unstuffed memory;
   AheadReader reader(source.src, source.length, *source.position, *source.marker, *source.state, memory);
   if (!reader.usable()) [[unlikely]]
@@ -205,6 +214,7 @@ template <class Call>
 // The whole of a call.
 template <class Call>
 QELJ_INLINE void ownDecodeCall(const CodedSource& source, Call& call) {
+  if constexpr (!simd::kShuffles) return ownDecodeBySteps(source, call);
   const int32_t bytes = ownTryAhead(source, call);
   if (call.more) [[unlikely]]
     call = ownDecodeRest({source.src, source.length, source.position, source.marker, source.state}, Call(call), bytes);

@@ -135,12 +135,10 @@ inline QelStatus ownDecodeRow(const CodedSource& source, int16_t* const* dst, in
                               const QelDecodeHuffmanSpec* const* specs) {
   constexpr int32_t kLong = 96;  // differences that pay for a table
   RowCall<kChannels> row(dst, width, specs);
-  if (!simd::kShuffles || width < kLong)
-    return ownDecode(source, [&row](BitReader<true>& reader) {
-      do row.step(reader);
-      while (row.more);
-      return row.status;
-    });
+  if (!simd::kShuffles || width < kLong) {
+    ownDecodeBySteps(source, row);
+    return row.status;
+  }
   typename RowCall<kChannels>::Tables memory;
   row.makeTables(memory);
   ownDecodeCall(source, row);

@@ -77,12 +77,6 @@ inline uint64_t ownNonZero(const int16_t* block) {
   return ownScanSet<kFromLast>(block, [](auto c) { return c; });
 }
 
-inline constexpr auto kNotDc = [] {
-  std::array<int16_t, simd::kLanes<simd::I16>> mask{};
-  for (size_t i = 1; i < mask.size(); ++i) mask[i] = -1;
-  return mask;
-}();
-
 // The AC coefficients of a block: which are not 0, and the category and bits of each, by zig-zag position.
 class AcValues {
  public:
@@ -97,30 +91,42 @@ class AcValues {
 
 // A block without any, of which most pictures have many.
 struct AcNone {
-  static bool fits(const int16_t* block) {
-    using simd::I16, simd::kLanes;
-    I16 any = load<I16>(block) & load<I16>(kNotDc.data());
-    for (int i = kLanes<I16>; i < 64; i += kLanes<I16>) any |= load<I16>(offset(block, i));
-    return simd::isZero(any);
-  }
   static constexpr uint64_t set() { return 0; }
   ValueCode operator[](int) const { return {}; }
+};
+
+// The coefficients as vectors, with 0 in place of the DC one, and their magnitudes.
+struct AcVectors {
+  static constexpr int kCount = 64 / simd::kLanes<simd::I16>;
+
+  explicit AcVectors(const int16_t* block) {
+    for (int i = 0; i < kCount; ++i) {
+      values[i] = load<simd::I16>(offset(block, simd::kLanes<simd::I16> * i));
+      if (i == 0) values[i] &= load<simd::I16>(kNotDc.data());
+      magnitudes[i] = absWrap(values[i]);
+      bits |= as<uint16_t>(magnitudes[i]);
+    }
+  }
+
+  simd::I16 values[kCount], magnitudes[kCount];
+  simd::U16 bits{};  // of any magnitude
+
+ private:
+  static constexpr auto kNotDc = [] {
+    std::array<int16_t, simd::kLanes<simd::I16>> mask{};
+    for (size_t i = 1; i < mask.size(); ++i) mask[i] = -1;
+    return mask;
+  }();
 };
 
 // A block with some whose categories and bits fit a byte, which nearly all blocks' do: all 64 at once.
 class AcBytes {
  public:
-  explicit AcBytes(const int16_t* block) {
+  explicit AcBytes(const AcVectors& ac) {
     using namespace simd;
     PackedBytes categories, bits;
-    U16 magnitudes{};
     for (int i = 0; i < kByteVectors; ++i) {
-      I16 a = load<I16>(offset(block, kBytes * i));
-      const I16 b = load<I16>(offset(block, kBytes * i + kBytes / 2));
-      if (i == 0) a &= load<I16>(kNotDc.data());
-      const I16 absA = absWrap(a), absB = absWrap(b);
-      magnitudes |= as<uint16_t>(absA | absB);
-      const U8 magnitude = packU8(absA, absB);
+      const U8 magnitude = packU8(ac.magnitudes[2 * i], ac.magnitudes[2 * i + 1]);
       // By half byte; the larger of the two counts.
       static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
       static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
@@ -128,10 +134,9 @@ class AcBytes {
                           shuffleBytes(blockPattern(kHigh), as<uint8_t>(as<uint16_t>(magnitude) >> 4) & 15));
       // A negative value's bits are those of its magnitude, inverted.
       static constexpr uint8_t kOnes[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255};
-      const U8 negative = as<uint8_t>(packI8(a, b) < 0);
+      const U8 negative = as<uint8_t>(packI8(ac.values[2 * i], ac.values[2 * i + 1]) < 0);
       bits[i] = magnitude ^ (negative & shuffleBytes(blockPattern(kOnes), categories[i]));
     }
-    fit = isZero(magnitudes >> 8);
     set_ = ~uint64_t(0);
     ownInZigZag(categories, [this](int k, U8 bytes) {
       store(categories_ + k, bytes);
@@ -148,8 +153,6 @@ class AcBytes {
     return {categories_[k], bits_[k]};
   }
 
-  bool fit;  // if not, nothing else counts
-
  private:
   uint64_t set_;
   alignas(64) uint8_t categories_[64], bits_[64];
@@ -163,10 +166,10 @@ template <class Work>
 template <class Work>
 [[gnu::always_inline]] inline QelStatus ownWithAc(const int16_t* block, Work work) {
   if constexpr (simd::kShuffles) {
-    if (AcNone::fits(block)) return work(AcNone());
-    const AcBytes ac(block);
-    if (ac.fit) [[likely]]
-      return work(ac);
+    const AcVectors ac(block);
+    if (simd::isZero(ac.bits)) return work(AcNone());
+    if (simd::isZero(ac.bits >> 8)) [[likely]]
+      return work(AcBytes(ac));
   }
   return ownWithAcValues(block, work);
 }

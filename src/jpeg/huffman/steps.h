@@ -35,7 +35,7 @@ template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
     const int k = std::countr_zero(set);
     auto run = unsigned(k - next);
     next = k + 1;
-    for (; run > 15; run -= 16)
+    for (; run > 15; run -= 16) [[unlikely]]
       if (auto s = sink.code(acTable, 0xF0); s) return s;
     if (auto s = ownCodeValue<kMaxAc>(sink, acTable, run, ac[k]); s) return s;
   }
