@@ -213,7 +213,7 @@ inline Vec<Lane<H>, 2 * int(sizeof(H))> join(H low, H high) {
 // Converts lane by lane to lanes of type T (widening, narrowing by truncation, integer to float); the vector
 // grows or shrinks with the lanes.
 template <class T, Vector V>
-inline Vec<T, int(sizeof(T)) * kLanes<V>> convert(V v) {
+inline auto convert(V v) {
   using W = Vec<T, int(sizeof(T)) * kLanes<V>>;
 #if QELJ_HAS_AVX512
   // Compilers split these in two.
