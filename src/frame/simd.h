@@ -1047,6 +1047,40 @@ QELJ_INLINE void storeTriplesClamped(uint8_t* p, Halves<V> c0, Halves<V> c1, Hal
   }
 }
 
+// Of pixels of three bytes, channels 0 and 1 and channels 2 and 1 as pairs of bytes, half of a block's pixels each: as
+// unpackLow and unpackHigh would leave them, of fewer shuffles.
+template <class V>
+struct BytePairs3 {
+  Halves<V> c01, c21;
+};
+namespace detail {
+struct SplitPairs3 {
+  uint8_t places[2][2][3][16];  // [c01, c21][half][part]: which byte of the part each byte is, or 0x80
+};
+inline constexpr SplitPairs3 kSplitPairs3 = [] {
+  SplitPairs3 s{};
+  for (int pair = 0; pair < 2; ++pair)
+    for (int half = 0; half < 2; ++half)
+      for (int part = 0; part < 3; ++part)
+        for (int i = 0; i < 16; ++i) {
+          const int from = 3 * (8 * half + i / 2) + (i % 2 ? 1 : 2 * pair) - 16 * part;
+          s.places[pair][half][part][i] = uint8_t(from >= 0 && from < 16 ? from : 0x80);
+        }
+  return s;
+}();
+}  // namespace detail
+template <class V>
+QELJ_INLINE BytePairs3<V> loadBytePairs3(const uint8_t* p) {
+  const auto parts = detail::loadParts3<V>(p);
+  const auto pairs = [&](int pair) QELJ_INLINE_LAMBDA {
+    const auto& s = detail::kSplitPairs3.places[pair];
+    return Halves<V>{
+        shuffleBytes(parts.c0, blockPattern<V>(s[0][0])) | shuffleBytes(parts.c1, blockPattern<V>(s[0][1])),
+        shuffleBytes(parts.c1, blockPattern<V>(s[1][1])) | shuffleBytes(parts.c2, blockPattern<V>(s[1][2]))};
+  };
+  return {pairs(0), pairs(1)};
+}
+
 // Of bytes.
 template <class V>
 QELJ_INLINE Quadruples<V> loadQuadruples(const uint8_t* p) {

@@ -175,7 +175,12 @@ void checkPixels() {
   }
   storeTriples(back, three);
   EXPECT_EQ(0, std::memcmp(pixels, back, 3 * Bytes));
-  // The same from lanes as unpacking leaves them, of which all that are out of a byte's range are clamped.
+  const auto pairs = loadBytePairs3<B>(pixels);
+  expectLanes(pairs.c01.low, three.c0, three.c1, [](B x, B y, int i) { return unpackLow(x, y)[i]; });
+  expectLanes(pairs.c01.high, three.c0, three.c1, [](B x, B y, int i) { return unpackHigh(x, y)[i]; });
+  expectLanes(pairs.c21.low, three.c2, three.c1, [](B x, B y, int i) { return unpackLow(x, y)[i]; });
+  expectLanes(pairs.c21.high, three.c2, three.c1, [](B x, B y, int i) { return unpackHigh(x, y)[i]; });
+  // Stored from lanes as unpacking leaves them, of which all that are out of a byte's range are clamped.
   using S = Vec<int16_t, Bytes>;
   const auto widened = [](B v, int16_t add) {
     return Halves<S>{as<int16_t>(unpackLow(v, B{})) + add, as<int16_t>(unpackHigh(v, B{})) + add};

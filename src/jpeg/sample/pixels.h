@@ -89,6 +89,19 @@ struct PixelSource : RowPlanes<const uint8_t, 1, kChannels> {
     if constexpr (kChannels == 3) return order(simd::loadTriples<Bytes>(plane[0] + 3 * x));
     else return order(simd::loadQuadruples<Bytes>(plane[0] + 4 * x));
   }
+  // The same for forms that start from differences.
+  QELJ_INLINE Halves<Differences<Lanes>> differences(ptrdiff_t x) const
+    requires(kChannels == 3 && simd::kShuffles)
+  {
+    const auto pairs = simd::loadBytePairs3<Bytes>(plane[0] + 3 * x);
+    const auto of = [](Bytes c01, Bytes c21) QELJ_INLINE_LAMBDA {
+      const auto minus = as<int8_t>(all<Words>(0xFF01));  // 1, -1
+      const Lanes first = simd::mulAddBytes(c01, minus), last = simd::mulAddBytes(c21, minus);
+      const Lanes g = as<int16_t>(as<uint16_t>(c01) >> 8);
+      return Order::r == 0 ? Differences<Lanes>{first, g, last} : Differences<Lanes>{last, g, first};
+    };
+    return {of(pairs.c01.low, pairs.c21.low), of(pairs.c01.high, pairs.c21.high)};
+  }
 };
 
 struct PlaneSource : RowPlanes<const uint8_t, 3> {
@@ -336,11 +349,25 @@ QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(Rgb<Bytes> p) {
   const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
   return {Form::ycc(Rgb<Lanes>{r.low, g.low, b.low}), Form::ycc(Rgb<Lanes>{r.high, g.high, b.high})};
 }
+template <class Form>
+QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(const Halves<Differences<Lanes>>& p) {
+  return {Form::ycc(p.low), Form::ycc(p.high)};
+}
 QELJ_INLINE Ycc<Bytes> pack(const Halves<Ycc<Lanes>>& v) {
   return {simd::packU8(v.low.y, v.high.y), simd::packU8(v.low.cb, v.high.cb), simd::packU8(v.low.cr, v.high.cr)};
 }
+// A group of a source's pixels, as the form takes them from it.
+template <class Form, class Source>
+QELJ_INLINE auto operands(const Source& source, ptrdiff_t x) {
+  if constexpr (requires { Form::ycc(source.differences(x).low); }) {
+    return std::pair(source.differences(x), Bytes{});
+  } else {
+    const auto p = source.group(x);
+    return std::pair(p.rgb, p.k);
+  }
+}
 template <class Form>
-QELJ_INLINE Ycc<Bytes> toYcc(Rgb<Bytes> p) {
+QELJ_INLINE Ycc<Bytes> toYcc(const auto& p) {
   return pack(toYccHalves<Form>(p));
 }
 
@@ -378,7 +405,7 @@ QELJ_INLINE Bytes lanesFrom(int main) {
   return load<Bytes>(kMasks.data() + kGroup - main);
 }
 template <class Main, class Tail>
-QELJ_INLINE Ycc<Bytes> toYcc(Rgb<Bytes> p, int main) {
+QELJ_INLINE Ycc<Bytes> toYcc(const auto& p, int main) {
   auto v = toYccHalves<Main>(p);
   if constexpr (!std::is_same_v<Main, Tail>) {
     const auto others = widenMask(lanesFrom(main));
