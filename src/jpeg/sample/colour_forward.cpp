@@ -12,7 +12,7 @@ using namespace jpeg::colour;
 template <class Main, class Tail, int kTogether>
 constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
   const ptrdiff_t main = width / kTogether * kTogether;
-  if constexpr (simd::kEnabled)
+  if (simd::kEnabled && width >= kFewPixels)
     return coverByGroups(
         source, sink, width, main,
         [](const auto& from, const auto& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {

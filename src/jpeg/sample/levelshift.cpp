@@ -14,6 +14,10 @@ void ownSub128Row(const uint8_t* src, int16_t* dst, ptrdiff_t width) {
     for (int half = 0; half < int(sizeof(V)); half += simd::kLanes<Words>)
       store(offset(dst, at + half), simd::loadAs<Words, uint8_t>(src + at + half) - int16_t(128));
   });
+  if (x == 0)  // the rows of blocks
+    x = simd::coverByVectors<8>(0, width, [=](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+      store(offset(dst, at), simd::loadAs<simd::I16x8, uint8_t>(src + at) - int16_t(128));
+    });
   for (; x < width; ++x) put(dst, x, int16_t(src[x] - 128));
 }
 
@@ -24,6 +28,11 @@ void ownAdd128Row(const int16_t* src, uint8_t* dst, ptrdiff_t width) {
                              QELJ_INLINE_LAMBDA { return addSat(load<Words>(offset(src, from)), all<Words>(128)); };
     store(dst + at, simd::orderPacked(simd::packU8(shifted(at), shifted(at + simd::kLanes<Words>))));
   });
+  if (x == 0)
+    x = simd::coverByVectors<8>(0, width, [=](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+      const auto shifted = addSat(load<simd::I16x8>(offset(src, at)), all<simd::I16x8>(128));
+      store(dst + at, as<uint64_t>(simd::packU8(shifted, shifted))[0]);
+    });
   for (; x < width; ++x) dst[x] = clampU8(at(src, x) + 128);
 }
 

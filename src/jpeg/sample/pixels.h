@@ -460,6 +460,9 @@ struct ShortSink {
   }
 };
 
+// A row of fewer pixels is converted one by one sooner than copied.
+inline constexpr int kFewPixels = 4;
+
 // A row's pixels by groups: group(source, sink, x) for those that lie whole in the row's first `main` pixels, and at last
 // last(source, sink, x, count) for a group of which `count` pixels come in front of `main`. It overlaps the group before
 // it, or has a short row to itself.
