@@ -213,7 +213,7 @@ inline Vec<Lane<H>, 2 * int(sizeof(H))> join(H low, H high) {
 // Converts lane by lane to lanes of type T (widening, narrowing by truncation, integer to float); the vector
 // grows or shrinks with the lanes.
 template <class T, Vector V>
-inline Vec<T, int(sizeof(T)) * kLanes<V>> convert(V v) {
+inline auto convert(V v) {
   using W = Vec<T, int(sizeof(T)) * kLanes<V>>;
 #if QELJ_HAS_AVX512
   // Compilers split these in two.
@@ -1091,8 +1091,7 @@ QELJ_INLINE void storeParts3(uint8_t* p, Triples<V> v, Store put) {
   if constexpr (sizeof(V) == 16) {
     put(p, v.c0), put(p + 16, v.c1), put(p + 32, v.c2);
   } else if constexpr (sizeof(V) == 32) {
-    put(p, lower(v.c0)), put(p + 16, lower(v.c1)), put(p + 32, lower(v.c2));
-    put(p + 48, upper(v.c0)), put(p + 64, upper(v.c1)), put(p + 80, upper(v.c2));
+    put(p, lowBlocks(v.c0, v.c1)), put(p + 32, join(lower(v.c2), upper(v.c0))), put(p + 64, highBlocks(v.c1, v.c2));
   } else {
     using Q = With<uint64_t, V>;
     const Q a = as<uint64_t>(v.c0), b = as<uint64_t>(v.c1), c = as<uint64_t>(v.c2);
@@ -1150,6 +1149,80 @@ QELJ_INLINE void storeTriples(void* p, Triples<V> v, Store put = {}) {
   };
   detail::storeParts3(static_cast<uint8_t*>(p), Triples<B>{part(0), part(1), part(2)}, put);
 }
+// Triples of bytes, clamped, from 16-bit lanes that stand as unpackLow and unpackHigh leave them: two channels are packed
+// into one vector where each half of the pixels needs both, which spares shuffles.
+template <class V>
+struct Halves {
+  V low, high;
+};
+namespace detail {
+struct MergeWords3 {
+  uint8_t low[3][16], high[3][16], last[3][16];  // [part]: from channels 0 and 1 of either half, from channel 2
+};
+inline constexpr MergeWords3 kMergeWords3 = [] {
+  MergeWords3 m{};
+  for (int i = 0; i < 48; ++i) {
+    const int pixel = i / 3, channel = i % 3, part = i / 16, byte = i % 16;
+    const auto place = uint8_t(pixel % 8 + 8 * channel);
+    m.low[part][byte] = channel < 2 && pixel < 8 ? place : 0x80;
+    m.high[part][byte] = channel < 2 && pixel >= 8 ? place : 0x80;
+    m.last[part][byte] = channel == 2 ? uint8_t(pixel) : 0x80;
+  }
+  return m;
+}();
+}  // namespace detail
+template <class V, class Store = PlainStore>
+QELJ_INLINE void storeTriplesClamped(uint8_t* p, Halves<V> c0, Halves<V> c1, Halves<V> c2, Store put = {}) {
+  using B = With<uint8_t, V>;
+  const auto& m = detail::kMergeWords3;
+  const B last = packU8(c2.low, c2.high);
+  if constexpr (!kShuffles) {
+    storeTriples<B>(p, {packU8(c0.low, c0.high), packU8(c1.low, c1.high), last}, put);
+  } else {
+    const B low = packU8(c0.low, c1.low), high = packU8(c0.high, c1.high);
+    const auto from = [](B v, const uint8_t(&places)[16])
+                          QELJ_INLINE_LAMBDA { return shuffleBytes(v, blockPattern<B>(places)); };
+    const Triples<B> parts{from(low, m.low[0]) | from(last, m.last[0]),
+                           from(low, m.low[1]) | from(high, m.high[1]) | from(last, m.last[1]),
+                           from(high, m.high[2]) | from(last, m.last[2])};
+    detail::storeParts3(p, parts, put);
+  }
+}
+
+// Of pixels of three bytes, channels 0 and 1 and channels 2 and 1 as pairs of bytes, half of a block's pixels each: as
+// unpackLow and unpackHigh would leave them, of fewer shuffles.
+template <class V>
+struct BytePairs3 {
+  Halves<V> c01, c21;
+};
+namespace detail {
+struct SplitPairs3 {
+  uint8_t places[2][2][3][16];  // [c01, c21][half][part]: which byte of the part each byte is, or 0x80
+};
+inline constexpr SplitPairs3 kSplitPairs3 = [] {
+  SplitPairs3 s{};
+  for (int pair = 0; pair < 2; ++pair)
+    for (int half = 0; half < 2; ++half)
+      for (int part = 0; part < 3; ++part)
+        for (int i = 0; i < 16; ++i) {
+          const int from = 3 * (8 * half + i / 2) + (i % 2 ? 1 : 2 * pair) - 16 * part;
+          s.places[pair][half][part][i] = uint8_t(from >= 0 && from < 16 ? from : 0x80);
+        }
+  return s;
+}();
+}  // namespace detail
+template <class V>
+QELJ_INLINE BytePairs3<V> loadBytePairs3(const uint8_t* p) {
+  const auto parts = detail::loadParts3<V>(p);
+  const auto pairs = [&](int pair) QELJ_INLINE_LAMBDA {
+    const auto& s = detail::kSplitPairs3.places[pair];
+    return Halves<V>{
+        shuffleBytes(parts.c0, blockPattern<V>(s[0][0])) | shuffleBytes(parts.c1, blockPattern<V>(s[0][1])),
+        shuffleBytes(parts.c1, blockPattern<V>(s[1][1])) | shuffleBytes(parts.c2, blockPattern<V>(s[1][2]))};
+  };
+  return {pairs(0), pairs(1)};
+}
+
 // Of bytes.
 template <class V>
 QELJ_INLINE Quadruples<V> loadQuadruples(const uint8_t* p) {
@@ -1269,6 +1342,17 @@ QELJ_INLINE void storeFirst(void* p, V v, int count) {
   }
 }
 
+// The halves of 16 bytes to two places: the upper one goes there without a shift.
+template <class V>
+inline void storeHalves(void* low, void* high, V v) {
+  static_assert(sizeof(V) == 16);
+#if QELJ_HAS_SSE41
+  _mm_storel_pi((__m64*)low, (__m128)v), _mm_storeh_pi((__m64*)high, (__m128)v);
+#else
+  store(low, lower(v)), store(high, upper(v));
+#endif
+}
+
 // Copies `count` bytes, 0 to kAll, with zeros behind them up to kAll; and without them. kAll is a multiple of kWideBytes.
 template <int kAll>
 QELJ_INLINE void copyPadded(uint8_t* to, const uint8_t* from, int count) {
@@ -1333,6 +1417,16 @@ QELJ_INLINE ptrdiff_t coverByVectors(ptrdiff_t first, ptrdiff_t end, Group&& gro
   for (; x <= end - kGroup; x += kGroup) group(x);
   if (x < end) group(end - kGroup);
   return end;
+}
+
+// The same with the widest vectors of bytes that fit: group(V(), x).
+template <class Group>
+QELJ_INLINE ptrdiff_t coverByWidest(ptrdiff_t first, ptrdiff_t end, Group&& group) {
+  const auto cover = [&]<class V>(V) QELJ_INLINE_LAMBDA {
+    return coverByVectors<int(sizeof(V))>(first, end, [&](ptrdiff_t x) QELJ_INLINE_LAMBDA { group(V(), x); });
+  };
+  const ptrdiff_t x = cover(Wide<uint8_t>());
+  return kWideBytes == kBytes || x > first ? x : cover(U8());
 }
 
 }  // namespace qelj::simd

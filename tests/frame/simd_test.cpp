@@ -202,6 +202,18 @@ void checkPixels() {
   }
   storeTriples(back, three);
   EXPECT_EQ(0, std::memcmp(pixels, back, 3 * Bytes));
+  const auto pairs = loadBytePairs3<B>(pixels);
+  expectLanes(pairs.c01.low, three.c0, three.c1, [](B x, B y, int i) { return unpackLow(x, y)[i]; });
+  expectLanes(pairs.c01.high, three.c0, three.c1, [](B x, B y, int i) { return unpackHigh(x, y)[i]; });
+  expectLanes(pairs.c21.low, three.c2, three.c1, [](B x, B y, int i) { return unpackLow(x, y)[i]; });
+  expectLanes(pairs.c21.high, three.c2, three.c1, [](B x, B y, int i) { return unpackHigh(x, y)[i]; });
+  // Stored from lanes as unpacking leaves them, of which all that are out of a byte's range are clamped.
+  using S = Vec<int16_t, Bytes>;
+  const auto widened = [](B v, int16_t add) {
+    return Halves<S>{as<int16_t>(unpackLow(v, B{})) + add, as<int16_t>(unpackHigh(v, B{})) + add};
+  };
+  storeTriplesClamped(back, widened(three.c0, 0), widened(three.c1, 300), widened(three.c2, -300));
+  for (int i = 0; i < 3 * Bytes; ++i) EXPECT_EQ(i % 3 == 0 ? pixels[i] : i % 3 == 1 ? 255 : 0, back[i]) << i;
   storeQuadruples(back, four);
   EXPECT_EQ(0, std::memcmp(pixels, back, 4 * Bytes));
 }

@@ -12,16 +12,16 @@ using namespace jpeg::colour;
 template <class Main, class Tail, int kTogether>
 constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
   const ptrdiff_t main = width / kTogether * kTogether;
-  if constexpr (simd::kEnabled)
+  if (simd::kEnabled && width >= kFewPixels)
     return coverByGroups(
         source, sink, width, main,
         [](const auto& from, const auto& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {
-          const auto p = from.group(at);
-          to.group(at, {toYcc<Main>(p.rgb), p.k});
+          const auto [p, k] = operands<Main>(from, at);
+          to.group(at, {toYcc<Main>(p), k});
         },
         [](const auto& from, const auto& to, ptrdiff_t at, int count) QELJ_INLINE_LAMBDA {
-          const auto p = from.group(at);
-          to.group(at, {toYcc<Main, Tail>(p.rgb, count), p.k});
+          const auto [p, k] = operands<Main>(from, at);
+          to.group(at, {toYcc<Main, Tail>(p, count), k});
         });
   ptrdiff_t x = 0;
   for (; x < main; ++x) {

@@ -11,7 +11,7 @@ using namespace jpeg::colour;
 template <class Main, class Tail>
 constexpr auto ownInverseRow = [](auto source, auto sink, ptrdiff_t width) {
   const ptrdiff_t main = width / 4 * 4;
-  if constexpr (simd::kEnabled)
+  if (simd::kEnabled && width >= kFewPixels)
     return coverByGroups(
         source, sink, width, main,
         [](const auto& from, const auto& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {

@@ -16,10 +16,6 @@
 
 namespace qelj::jpeg::colour {
 
-using simd::I16;
-using simd::U8;
-inline constexpr int kVector = simd::kBytes;  // samples in a vector of bytes
-
 // Conversions gain from vectors of 64 bytes. These are a group of pixels, and the lanes of its arithmetic.
 using Bytes = simd::Wide<uint8_t>;
 using Words = simd::Wide<uint16_t>;
@@ -31,6 +27,17 @@ struct RgbOrder {
 };
 struct BgrOrder {
   static constexpr int r = 2, b = 0;
+};
+
+using simd::Halves;
+
+// A group's colours in 16-bit lanes, not yet clamped: as unpacking its bytes leaves them, and packing takes them back.
+using RgbLanes = Rgb<Halves<Lanes>>;
+QELJ_INLINE Bytes pack(Halves<Lanes> v) { return simd::packU8(v.low, v.high); }
+QELJ_INLINE Rgb<Bytes> pack(const RgbLanes& v) { return {pack(v.r), pack(v.g), pack(v.b)}; }
+struct RgbLanesK {
+  RgbLanes rgb;
+  Bytes k;
 };
 
 // A pixel, or a vector of them, with its fourth channel (K, or nothing).
@@ -81,6 +88,19 @@ struct PixelSource : RowPlanes<const uint8_t, 1, kChannels> {
     };
     if constexpr (kChannels == 3) return order(simd::loadTriples<Bytes>(plane[0] + 3 * x));
     else return order(simd::loadQuadruples<Bytes>(plane[0] + 4 * x));
+  }
+  // The same for forms that start from differences.
+  QELJ_INLINE Halves<Differences<Lanes>> differences(ptrdiff_t x) const
+    requires(kChannels == 3 && simd::kShuffles)
+  {
+    const auto pairs = simd::loadBytePairs3<Bytes>(plane[0] + 3 * x);
+    const auto of = [](Bytes c01, Bytes c21) QELJ_INLINE_LAMBDA {
+      const auto minus = as<int8_t>(all<Words>(0xFF01));  // 1, -1
+      const Lanes first = simd::mulAddBytes(c01, minus), last = simd::mulAddBytes(c21, minus);
+      const Lanes g = as<int16_t>(as<uint16_t>(c01) >> 8);
+      return Order::r == 0 ? Differences<Lanes>{first, g, last} : Differences<Lanes>{last, g, first};
+    };
+    return {of(pairs.c01.low, pairs.c21.low), of(pairs.c01.high, pairs.c21.high)};
   }
 };
 
@@ -182,9 +202,9 @@ struct PixelSink : Sink<1, 3> {
     uint8_t* at = plane[0] + 3 * x;
     at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b;
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<Bytes> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
     const auto& [r, g, b] = v.rgb;
-    simd::storeTriples<Bytes>(plane[0] + 3 * x, {Order::r == 0 ? r : b, g, Order::r == 0 ? b : r}, write);
+    simd::storeTriplesClamped(plane[0] + 3 * x, Order::r == 0 ? r : b, g, Order::r == 0 ? b : r, write);
   }
 };
 
@@ -197,8 +217,8 @@ struct AlphaPixelSink : Sink<1, 4> {
     uint8_t* at = plane[0] + 4 * x;
     at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b, at[3] = alpha;
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<Bytes> v) const {
-    const auto& [r, g, b] = v.rgb;
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = pack(v.rgb);
     simd::storeQuadruples<Bytes>(plane[0] + 4 * x, {Order::r == 0 ? r : b, g, Order::r == 0 ? b : r, all<Bytes>(alpha)},
                                  write);
   }
@@ -210,8 +230,9 @@ struct PlaneSink : Sink<3> {
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
     plane[0][x] = v.rgb.r, plane[1][x] = v.rgb.g, plane[2][x] = v.rgb.b;
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<Bytes> v) const {
-    store(plane[0] + x, v.rgb.r), store(plane[1] + x, v.rgb.g), store(plane[2] + x, v.rgb.b);
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = pack(v.rgb);
+    store(plane[0] + x, r), store(plane[1] + x, g), store(plane[2] + x, b);
   }
 };
 
@@ -222,8 +243,9 @@ struct CmykPixelSink : Sink<1, 4> {
     uint8_t* at = plane[0] + 4 * x;
     at[0] = uint8_t(~v.rgb.r), at[1] = uint8_t(~v.rgb.g), at[2] = uint8_t(~v.rgb.b), at[3] = v.k;
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<Bytes> v) const {
-    simd::storeQuadruples<Bytes>(plane[0] + 4 * x, {~v.rgb.r, ~v.rgb.g, ~v.rgb.b, v.k}, write);
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = pack(v.rgb);
+    simd::storeQuadruples<Bytes>(plane[0] + 4 * x, {~r, ~g, ~b, v.k}, write);
   }
 };
 struct CmykPlaneSink : Sink<4> {
@@ -233,9 +255,9 @@ struct CmykPlaneSink : Sink<4> {
     plane[0][x] = uint8_t(~v.rgb.r), plane[1][x] = uint8_t(~v.rgb.g), plane[2][x] = uint8_t(~v.rgb.b);
     plane[3][x] = v.k;
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<Bytes> v) const {
-    store(plane[0] + x, ~v.rgb.r), store(plane[1] + x, ~v.rgb.g), store(plane[2] + x, ~v.rgb.b);
-    store(plane[3] + x, v.k);
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = pack(v.rgb);
+    store(plane[0] + x, ~r), store(plane[1] + x, ~g), store(plane[2] + x, ~b), store(plane[3] + x, v.k);
   }
 };
 
@@ -252,11 +274,11 @@ struct PackedSink : Sink<1, 2> {
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
     store(plane[0] + 2 * x, uint16_t(pack<uint32_t>(v.rgb.r, v.rgb.g, v.rgb.b)));
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<Bytes> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = colour::pack(v.rgb);
     const auto low = [](Bytes bytes) { return as<uint16_t>(simd::unpackLow(bytes, Bytes{})); };
     const auto high = [](Bytes bytes) { return as<uint16_t>(simd::unpackHigh(bytes, Bytes{})); };
-    const auto first = pack(low(v.rgb.r), low(v.rgb.g), low(v.rgb.b));
-    const auto second = pack(high(v.rgb.r), high(v.rgb.g), high(v.rgb.b));
+    const auto first = pack(low(r), low(g), low(b)), second = pack(high(r), high(g), high(b));
     write(plane[0] + 2 * x, simd::lowBlocks(first, second));
     write(plane[0] + 2 * x + kGroup, simd::highBlocks(first, second));
   }
@@ -304,10 +326,6 @@ struct YccSource : RowPlanes<const uint8_t, Planes> {
 
 // A form works on one pixel, or on 16-bit lanes, half a vector of bytes at a time. Unpacking and packing both go by
 // blocks, so that the pixels come back in order.
-template <class V>
-struct Halves {
-  V low, high;
-};
 template <class B>
 QELJ_INLINE auto widen(B v) {
   using V = With<int16_t, B>;
@@ -331,11 +349,25 @@ QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(Rgb<Bytes> p) {
   const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
   return {Form::ycc(Rgb<Lanes>{r.low, g.low, b.low}), Form::ycc(Rgb<Lanes>{r.high, g.high, b.high})};
 }
+template <class Form>
+QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(const Halves<Differences<Lanes>>& p) {
+  return {Form::ycc(p.low), Form::ycc(p.high)};
+}
 QELJ_INLINE Ycc<Bytes> pack(const Halves<Ycc<Lanes>>& v) {
   return {simd::packU8(v.low.y, v.high.y), simd::packU8(v.low.cb, v.high.cb), simd::packU8(v.low.cr, v.high.cr)};
 }
+// A group of a source's pixels, as the form takes them from it.
+template <class Form, class Source>
+QELJ_INLINE auto operands(const Source& source, ptrdiff_t x) {
+  if constexpr (requires { Form::ycc(source.differences(x).low); }) {
+    return std::pair(source.differences(x), Bytes{});
+  } else {
+    const auto p = source.group(x);
+    return std::pair(p.rgb, p.k);
+  }
+}
 template <class Form>
-QELJ_INLINE Ycc<Bytes> toYcc(Rgb<Bytes> p) {
+QELJ_INLINE Ycc<Bytes> toYcc(const auto& p) {
   return pack(toYccHalves<Form>(p));
 }
 
@@ -346,10 +378,10 @@ QELJ_INLINE Rgb<uint8_t> toRgb(uint8_t y, Rgb<int32_t> offset) {
   return {colour(offset.r), colour(offset.g), colour(offset.b)};
 }
 template <class Form>
-QELJ_INLINE Rgb<Bytes> toRgb(Bytes y, Rgb<Lanes> low, Rgb<Lanes> high) {
+QELJ_INLINE RgbLanes toRgb(Bytes y, Rgb<Lanes> low, Rgb<Lanes> high) {
   const auto luma = widen(y);
   const auto colour = [&](Lanes addLow, Lanes addHigh) QELJ_INLINE_LAMBDA {
-    return simd::packU8(shade<Form>(luma.low, addLow), shade<Form>(luma.high, addHigh));
+    return Halves<Lanes>{shade<Form>(luma.low, addLow), shade<Form>(luma.high, addHigh)};
   };
   return {colour(low.r, high.r), colour(low.g, high.g), colour(low.b, high.b)};
 }
@@ -358,7 +390,7 @@ QELJ_INLINE Rgb<uint8_t> toRgb(Ycc<uint8_t> p) {
   return toRgb<Form>(p.y, Form::offset(CbCr<int32_t>{p.cb - 128, p.cr - 128}));
 }
 template <class Form>
-QELJ_INLINE Rgb<Bytes> toRgb(Ycc<Bytes> p) {
+QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p) {
   const auto cb = widenCentred(p.cb), cr = widenCentred(p.cr);
   return toRgb<Form>(p.y, Form::offset(CbCr<Lanes>{cb.low, cr.low}), Form::offset(CbCr<Lanes>{cb.high, cr.high}));
 }
@@ -373,7 +405,7 @@ QELJ_INLINE Bytes lanesFrom(int main) {
   return load<Bytes>(kMasks.data() + kGroup - main);
 }
 template <class Main, class Tail>
-QELJ_INLINE Ycc<Bytes> toYcc(Rgb<Bytes> p, int main) {
+QELJ_INLINE Ycc<Bytes> toYcc(const auto& p, int main) {
   auto v = toYccHalves<Main>(p);
   if constexpr (!std::is_same_v<Main, Tail>) {
     const auto others = widenMask(lanesFrom(main));
@@ -387,12 +419,15 @@ QELJ_INLINE Ycc<Bytes> toYcc(Rgb<Bytes> p, int main) {
   return pack(v);
 }
 template <class Main, class Tail>
-QELJ_INLINE Rgb<Bytes> toRgb(Ycc<Bytes> p, int main) {
-  const auto a = toRgb<Main>(p);
-  if (std::is_same_v<Main, Tail>) return a;
-  const Bytes tail = lanesFrom(main);
-  const auto b = toRgb<Tail>(p);
-  return {select(tail, b.r, a.r), select(tail, b.g, a.g), select(tail, b.b, a.b)};
+QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p, int main) {
+  const auto v = toRgb<Main>(p);
+  if constexpr (std::is_same_v<Main, Tail>) return v;
+  const auto others = widenMask(lanesFrom(main));
+  const auto tail = toRgb<Tail>(p);
+  const auto choose = [&](Halves<Lanes> a, Halves<Lanes> b) QELJ_INLINE_LAMBDA {
+    return Halves<Lanes>{select(others.low, a.low, b.low), select(others.high, a.high, b.high)};
+  };
+  return {choose(tail.r, v.r), choose(tail.g, v.g), choose(tail.b, v.b)};
 }
 
 // --- Loops -------------------------------------------------------------------------------------------------
@@ -424,6 +459,9 @@ struct ShortSink {
       simd::copyFirst<To::kPixelBytes * kGroup>(row.plane[i], bytes[i], int(width) * To::kPixelBytes);
   }
 };
+
+// A row of fewer pixels is converted one by one sooner than copied.
+inline constexpr int kFewPixels = 4;
 
 // A row's pixels by groups: group(source, sink, x) for those that lie whole in the row's first `main` pixels, and at last
 // last(source, sink, x, count) for a group of which `count` pixels come in front of `main`. It overlaps the group before
