@@ -199,7 +199,12 @@ Header readHeader(Reader& in) {
   header.rows = startsOf(sizes[1], header.top + header.height + bottom);
   header.main = readPlaneHeader(bits, header.depth);
   if (header.alphaPlane) header.alpha = readPlaneHeader(bits, header.depth);
-  need(header.output != Output::cmyk || header.main.coded == Coded::cmyk, "an unusual output colour");
+  const Output usual = header.main.coded == Coded::cmyk ? Output::cmyk
+                       : header.main.yuv()              ? Output::rgb
+                                                        : header.output;
+  need(header.output == usual && (header.output != Output::cmyk || header.main.coded == Coded::cmyk),
+       "an unusual output colour");
+  need(!header.alphaPlane || header.alpha.coded == Coded::grey, "alpha of several planes");
   return header;
 }
 

@@ -604,7 +604,9 @@ Image decodeTiles(const Codestream& c, const Limits& limits, Stages& stages) {
   // Four rows of macroblocks are in the works.
   const int planes = header.main.planes() + header.alphaPlane;
   const uint64_t working = uint64_t(header.across()) * 4 * 272 * sizeof(int32_t) * uint64_t(planes);
-  limits.expectPicture(header.width, header.height, planes, bitsOf(header.depth), working);
+  // Grey planes may stand for RGB.
+  const int channels = header.output == Output::rgb ? 3 + header.alphaPlane : planes;
+  limits.expectPicture(header.width, header.height, channels, bitsOf(header.depth), working);
   return Decoder(c, limits).run(stages);
 }
 

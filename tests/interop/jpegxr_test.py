@@ -172,7 +172,8 @@ class JpegXrTest(InteropTest):
     def test_what_cannot_be_read_says_why(self):
         data = contents(self.encode_theirs(self.coffee, 3))
         at = data.index(b"WMPHOTO")
-        for offset, change, word in ((9, 0x20, "rotation"), (11, 4, "depth"), (9, 2, "overlap"), (11, 2, "fixed")):
+        for offset, change, word in ((9, 0x20, "rotation"), (11, 4, "depth"), (9, 2, "overlap"), (11, 2, "fixed"),
+                                     (11, 0x70, "output"), (11, 0x30, "output")):
             bad = bytearray(data)
             bad[at + offset] ^= change
             self.assertIn(word, fails(QELCONV, self.file("bad.jxr", bad), self.path("never.ppm")))
