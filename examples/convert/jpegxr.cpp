@@ -265,8 +265,12 @@ Image read(Bytes file, const Options& options, Stages& stages) {
   if (container.cut) limits.expectWhole(Truncated().what());
   Image image = decodeTiles(c, limits, stages);
   if (!container.alpha.empty()) {
-    const Codestream alpha = readCodestream(container.alpha, container.cut);
-    joinAlpha(image, decodeTiles(alpha, limits, stages), stages);
+    try {
+      const Codestream alpha = readCodestream(container.alpha, container.cut);
+      joinAlpha(image, decodeTiles(alpha, limits, stages), stages);
+    } catch (const Damaged& e) {
+      limits.onlyPart(image, e.what());
+    }
   }
   if (c.header.premultiplied && image.hasAlpha()) divideByAlpha(image);
   if (container.cut) limits.onlyPart(image, Truncated().what());

@@ -365,7 +365,7 @@ class Store {
       const PlaneHeader& plane = main.header();
       if (plane.yuv()) putYuv(main, y, to);
       else if (plane.planes() == 4) putCmyk(main, y, to);
-      else putChannels(main[0].samples[y], plane, 0, alpha || image_.channels() < 3 ? 1 : 3, to);
+      else putChannels(main[0].samples[y], plane, 0, image_.channels() - image_.hasAlpha(), to);
       if (alpha) putChannels((*alpha)[0].samples[y], alpha->header(), image_.channels() - 1, 1, to);
     }
   }
