@@ -1,5 +1,5 @@
-// DirectDraw Surface: textures of blocks behind a legacy or a DX10 header. Chains of mip maps, arrays and cubes are read
-// picture by picture; one picture is written.
+// DirectDraw Surface: textures of blocks behind a legacy or a DX10 header. Chains of mip maps, arrays and cubes are
+// read picture by picture; one picture is written.
 #include <bit>
 #include <ostream>
 
@@ -98,11 +98,10 @@ std::vector<uint8_t> write(const Image& image, const Options& options, Stages& s
   return std::move(out.bytes);
 }
 
-void describe(Bytes file, std::ostream& out) {
+void describe(Bytes file, Facts& facts) {
   const Header header = readHeader(file);
-  out << "DDS, ";
-  describeTexture(header, out);
-  out << (header.dx10 ? ", DX10 header" : ", legacy header") << "\n";
+  describeTexture("DDS", header, facts);
+  facts.add("header", header.dx10 ? "DX10" : "legacy");
 }
 
 }  // namespace

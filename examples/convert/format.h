@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "facts.h"
 #include "image.h"
 #include "options.h"
 
@@ -73,8 +74,8 @@ struct Format {
   bool (*recognises)(Bytes file);
   Image (*read)(Bytes file, const Options& options, Stages& stages);  // null: only written
   std::vector<uint8_t> (*write)(const Image& image, const Options& options,
-                                Stages& stages);    // null: only read
-  void (*describe)(Bytes file, std::ostream& out);  // for --info
+                                Stages& stages);  // null: only read
+  void (*describe)(Bytes file, Facts& facts);     // for --info
 };
 
 const std::vector<const Format*>& formats();

@@ -195,18 +195,34 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   return std::move(out.bytes);
 }
 
-void describe(Bytes bytes, std::ostream& out) {
+void describe(Bytes bytes, Facts& facts) {
   const File file = parse(bytes);
   const Frame& frame = file.frame;
   constexpr const char* kProcesses[] = {"baseline", "extended sequential", "progressive", "lossless"};
   constexpr const char* kSpaces[] = {"grey", "YCbCr", "RGB", "CMYK", "YCCK"};
-  out << "JPEG, " << kProcesses[frame.process - SOF0] << ", " << frame.width << " x " << frame.height << ", "
-      << kSpaces[int(spaceOf(file))] << ", " << frame.precision << " bits, sampling";
-  for (const Component& c : frame.components) out << " " << c.h << "x" << c.v;
-  out << ", " << file.scans.size() << (file.scans.size() == 1 ? " scan" : " scans");
-  if (file.scans[0].restartInterval) out << ", restart every " << file.scans[0].restartInterval << " MCUs";
-  if (!file.missing.empty()) out << "; " << file.missing;
-  out << "\n";
+  facts.picture("JPEG", frame.width, frame.height, kSpaces[int(spaceOf(file))], frame.precision);
+  facts.add("process", kProcesses[frame.process - SOF0]);
+  if (file.scans[0].restartInterval) facts.add("restart interval", file.scans[0].restartInterval);
+  for (const Component& c : frame.components)
+    facts.another("components")
+        .add("id", c.id)
+        .add("sampling", std::to_string(c.h) + "x" + std::to_string(c.v))
+        .add("quantisation table", c.quantTable);
+  for (const Scan& scan : file.scans) {
+    std::string components;
+    size_t coded = 0;
+    for (const auto& part : scan.header.parts) {
+      if (!components.empty()) components += ',';
+      components += std::to_string(part.component);
+    }
+    for (const Bytes interval : scan.intervals) coded += interval.size();
+    facts.another("scans")
+        .add("components", components)
+        .add("coefficients", std::to_string(scan.header.ss) + "-" + std::to_string(scan.header.se))
+        .add("bits", std::to_string(scan.header.ah) + "-" + std::to_string(scan.header.al))
+        .add("bytes", coded);
+  }
+  if (!file.missing.empty()) facts.add("missing", file.missing);
 }
 
 }  // namespace

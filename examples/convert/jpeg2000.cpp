@@ -135,17 +135,21 @@ std::vector<uint8_t> writeBoxed(const Image& image, const Options& options, Stag
   return wrapJp2(p, codestream);
 }
 
-void describe(Bytes file, std::ostream& out) {
+void describe(Bytes file, Facts& facts) {
   const Codestream stream = parse(file);
   const Parameters& p = stream.parameters;
   const Coding& c = p.coding[0];
   constexpr const char* kOrders[] = {"LRCP", "RLCP", "RPCL", "PCRL", "CPRL"};
-  out << (isJp2(file) ? "JP2, " : "JPEG 2000 codestream, ") << p.width - p.x0 << " x " << p.height - p.y0 << ", "
-      << p.bits.size() << " components of " << p.bits[0] << " bits, " << (c.reversible ? "5/3" : "9/7") << ", "
-      << c.levels << " levels, " << p.layers << (p.layers == 1 ? " layer, " : " layers, ")
-      << p.tilesWide() * p.tilesHigh() << (p.tilesWide() * p.tilesHigh() == 1 ? " tile, " : " tiles, ")
-      << kOrders[int(p.progression)] << ", blocks of " << (1 << c.blockWidthLog2) << " x " << (1 << c.blockHeightLog2)
-      << (p.colourTransform ? ", colour transform" : "") << "\n";
+  facts.picture(isJp2(file) ? "JP2" : "JPEG 2000 codestream", p.width - p.x0, p.height - p.y0,
+                std::to_string(p.bits.size()) + (p.bits.size() == 1 ? " component" : " components"), p.bits[0]);
+  facts.add("wavelet", c.reversible ? "5/3" : "9/7")
+      .add("levels", c.levels)
+      .add("layers", p.layers)
+      .add("tiles across", p.tilesWide())
+      .add("tiles down", p.tilesHigh())
+      .add("progression", kOrders[int(p.progression)])
+      .add("code-blocks", std::to_string(1 << c.blockWidthLog2) + "x" + std::to_string(1 << c.blockHeightLog2))
+      .add("colour transform", bool(p.colourTransform));
 }
 
 }  // namespace

@@ -199,7 +199,12 @@ Header readHeader(Reader& in) {
   header.rows = startsOf(sizes[1], header.top + header.height + bottom);
   header.main = readPlaneHeader(bits, header.depth);
   if (header.alphaPlane) header.alpha = readPlaneHeader(bits, header.depth);
-  need(header.output != Output::cmyk || header.main.coded == Coded::cmyk, "an unusual output colour");
+  const Output usual = header.main.coded == Coded::cmyk ? Output::cmyk
+                       : header.main.yuv()              ? Output::rgb
+                                                        : header.output;
+  need(header.output == usual && (header.output != Output::cmyk || header.main.coded == Coded::cmyk),
+       "an unusual output colour");
+  need(!header.alphaPlane || header.alpha.coded == Coded::grey, "alpha of several planes");
   return header;
 }
 
@@ -260,24 +265,38 @@ Image read(Bytes file, const Options& options, Stages& stages) {
   if (container.cut) limits.expectWhole(Truncated().what());
   Image image = decodeTiles(c, limits, stages);
   if (!container.alpha.empty()) {
-    const Codestream alpha = readCodestream(container.alpha, container.cut);
-    joinAlpha(image, decodeTiles(alpha, limits, stages), stages);
+    try {
+      const Codestream alpha = readCodestream(container.alpha, container.cut);
+      joinAlpha(image, decodeTiles(alpha, limits, stages), stages);
+    } catch (const Damaged& e) {
+      limits.onlyPart(image, e.what());
+    }
   }
   if (c.header.premultiplied && image.hasAlpha()) divideByAlpha(image);
   if (container.cut) limits.onlyPart(image, Truncated().what());
   return image;
 }
 
-void describe(Bytes file, std::ostream& out) {
+void describe(Bytes file, Facts& facts) {
   Container container = readContainer(file);
   const Header h = readCodestream(container.picture, container.cut).header;
   constexpr const char* kCoded[] = {"grey", "YUV 4:2:0", "YUV 4:2:2", "YUV 4:4:4", "CMYK"};
-  out << "JPEG XR, " << h.width << " x " << h.height << ", " << bitsOf(h.depth)
-      << (h.depth == Depth::half ? "-bit floats, " : " bits, ") << kCoded[int(h.main.coded)]
-      << (h.alphaPlane || !container.alpha.empty() ? " with alpha" : "") << ", "
-      << (h.frequency ? "frequency" : "spatial") << " mode, overlap " << h.overlap << ", " << h.tiles()
-      << (h.tiles() == 1 ? " tile" : " tiles") << ", quantisers " << int(h.main.quantizer[0][0]) << " "
-      << int(h.main.quantizer[1][0]) << " " << int(h.main.quantizer[2][0]) << "\n";
+  const PlaneHeader& p = h.main;
+  facts.picture("JPEG XR", h.width, h.height, kCoded[int(p.coded)], bitsOf(h.depth));
+  facts.add("floats", h.depth == Depth::half)
+      .add("alpha", h.alphaPlane              ? "among the planes"
+                    : container.alpha.empty() ? "none"
+                                              : "beside the picture")
+      .add("order", h.frequency ? "frequency" : "spatial")
+      .add("overlap levels", h.overlap)
+      .add("tiles across", h.columns.size() - 1)
+      .add("tiles down", h.rows.size() - 1)
+      .add("bands", p.packets());
+  for (int plane = 0; plane < p.planes(); ++plane)
+    facts.another("quantisers")
+        .add("DC", int(p.quantizer[kDC][plane]))
+        .add("low-pass", int(p.quantizer[kLP][plane]))
+        .add("high-pass", int(p.quantizer[kHP][plane]));
 }
 
 // --- writing -----------------------------------------------------------------------------------------------

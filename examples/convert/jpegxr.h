@@ -89,8 +89,8 @@ inline int32_t stepOf(uint8_t index, bool scaled, bool halved) {
 
 // Where a coefficient of the standard's order 0..15 lies in a 4x4 block of the transform, row * 4 + column.
 inline constexpr uint8_t kPlace[16] = {0, 2, 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13, 14, 9, 10};
-// The blocks of a full plane in coding order, by twos in either direction: row * 4 + column. Those of a subsampled plane
-// come row by row.
+// The blocks of a full plane in coding order, by twos in either direction: row * 4 + column. Those of a subsampled
+// plane come row by row.
 inline constexpr uint8_t kBlocks[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
 inline int blockAt(Grid grid, int i) { return grid.across == 4 ? kBlocks[i] : i; }
 
@@ -498,7 +498,8 @@ inline void predictHighBlocks(Plane& plane, int32_t x, int32_t y, Predict how, i
   for (int b = 0; b < plane.grid.count(); ++b) predict(sign > 0 ? b : plane.grid.count() - 1 - b);
 }
 
-// More than a macroblock can take from any stream, damaged ones included, or give to one: 64 blocks and their plain bits.
+// More than a macroblock can take from any stream, damaged ones included, or give to one: 64 blocks and their plain
+// bits.
 inline constexpr size_t kMargin = 1 << 15;
 
 // A codestream in memory, behind which there is a margin. Its tiles come from left to right and top to bottom; of each

@@ -365,7 +365,7 @@ class Store {
       const PlaneHeader& plane = main.header();
       if (plane.yuv()) putYuv(main, y, to);
       else if (plane.planes() == 4) putCmyk(main, y, to);
-      else putChannels(main[0].samples[y], plane, 0, alpha || image_.channels() < 3 ? 1 : 3, to);
+      else putChannels(main[0].samples[y], plane, 0, image_.channels() - image_.hasAlpha(), to);
       if (alpha) putChannels((*alpha)[0].samples[y], alpha->header(), image_.channels() - 1, 1, to);
     }
   }
@@ -604,7 +604,9 @@ Image decodeTiles(const Codestream& c, const Limits& limits, Stages& stages) {
   // Four rows of macroblocks are in the works.
   const int planes = header.main.planes() + header.alphaPlane;
   const uint64_t working = uint64_t(header.across()) * 4 * 272 * sizeof(int32_t) * uint64_t(planes);
-  limits.expectPicture(header.width, header.height, planes, bitsOf(header.depth), working);
+  // Grey planes may stand for RGB.
+  const int channels = header.output == Output::rgb ? 3 + header.alphaPlane : planes;
+  limits.expectPicture(header.width, header.height, channels, bitsOf(header.depth), working);
   return Decoder(c, limits).run(stages);
 }
 

@@ -1,5 +1,5 @@
-// KTX 2.0: textures of blocks without supercompression. Levels, layers, faces and slices are read picture by picture; one
-// picture is written.
+// KTX 2.0: textures of blocks without supercompression. Levels, layers, faces and slices are read picture by
+// picture; one picture is written.
 #include <numeric>
 #include <ostream>
 
@@ -118,11 +118,7 @@ std::vector<uint8_t> write(const Image& image, const Options& options, Stages& s
   return std::move(out.bytes);
 }
 
-void describe(Bytes file, std::ostream& out) {
-  out << "KTX 2, ";
-  describeTexture(readHeader(file), out);
-  out << "\n";
-}
+void describe(Bytes file, Facts& facts) { describeTexture("KTX 2", readHeader(file), facts); }
 
 }  // namespace
 

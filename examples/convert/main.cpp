@@ -1,20 +1,37 @@
 // qelconv: converts a picture from one file format to another.
 #include <getopt.h>
+#include <unistd.h>
 
-#include <cerrno>
-#include <cmath>
 #include <cstdio>
-#include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <map>
-#include <memory>
+#include <set>
 
+#include "compare.h"
 #include "file_limits.h"
+#include "files.h"
 #include "format.h"
+#include "parallel.h"
+#include "qelcore.h"
 
 namespace {
 
 using namespace qelconv;
+
+// What the program ends with.
+enum Status { kSuccess, kFailure, kUsage };
+struct WrongUsage : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+constexpr OptionSpec kToolOptions[] = {
+    {"info", nullptr, "say what files are, and of what parts"},
+    {"json", nullptr, "the same as JSON, an array of the files"},
+    {"compare", nullptr, "how far two pictures of one size are apart: PSNR, SSIM, largest difference"},
+    {"to", "ENDING", "the format of OUT, such as jpg, where its name doesn't tell"},
+    {"threads", "N", "how many threads are used at most (one a core)"},
+    {"repeat", "N", "read and write N times, for the times: the fastest counts"}};
 
 template <class Specs>
 void printOptions(const Specs& specs) {
@@ -25,56 +42,39 @@ void printOptions(const Specs& specs) {
   }
 }
 
-void printHelp() {
-  std::cout << "usage: qelconv IN OUT [options]    convert a picture; the name of OUT tells its format\n"
-               "       qelconv --info IN           say what a file is\n"
-               "       qelconv --compare A B       the PSNR between two pictures of one size\n\n"
+void printFormat(const Format& format) {
+  std::cout << "\n" << format.name << " (";
+  for (size_t i = 0; i < format.extensions.size(); ++i) std::cout << (i ? " " : "") << format.extensions[i];
+  std::cout << (format.write ? format.read ? ")" : "), written only" : "), read only") << "\n";
+  printOptions(format.options);
+}
+
+const Format* formatOfEnding(const std::string& ending) {
+  std::string name = ending;
+  if (!name.starts_with('.')) name.insert(name.begin(), '.');
+  return formatOfName(name);
+}
+
+// All of it, or what the named formats take.
+void printHelp(const std::vector<std::string>& endings) {
+  for (const std::string& ending : endings) {
+    const Format* const format = formatOfEnding(ending);
+    if (!format) throw Error("no format has files that end in ." + ending);
+    printFormat(*format);
+  }
+  if (!endings.empty()) return;
+  std::cout << "usage: qelconv IN OUT [options]        convert a picture; OUT's name tells its format\n"
+               "       qelconv IN... OUT% [options]    convert several; % stands for each one's name\n"
+               "       qelconv --info IN...            say what files are\n"
+               "       qelconv --compare A B           tell two pictures apart\n"
+               "       qelconv --help ENDING...        what formats take\n"
+               "IN and OUT may be -, for standard input and output.\n\n"
                "  -v, --verbose          print the time of each stage\n"
-               "  --repeat N             read and write N times, for the times: the fastest counts\n"
-               "  -h, --help             print this text\n";
+               "  -h, --help             print this text, or that of formats such as jpg\n"
+               "  --version              print the library's version and the image that was loaded\n";
+  printOptions(kToolOptions);
   printOptions(kReadOptions);
-  for (const Format* format : formats()) {
-    std::cout << "\n" << format->name << " (";
-    for (size_t i = 0; i < format->extensions.size(); ++i) std::cout << (i ? " " : "") << format->extensions[i];
-    std::cout << (format->write ? format->read ? ")" : "), written only" : "), read only") << "\n";
-    printOptions(format->options);
-  }
-}
-
-std::string reason() { return std::strerror(errno); }
-
-struct CloseFile {
-  void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
-
-std::vector<uint8_t> readFile(const std::string& path) {
-  const File file(std::fopen(path.c_str(), "rb"));
-  if (!file) throw Error("can't be opened: " + reason());
-  std::vector<uint8_t> bytes;
-  for (uint8_t chunk[65536];;) {
-    const size_t n = std::fread(chunk, 1, sizeof chunk, file.get());
-    bytes.insert(bytes.end(), chunk, chunk + n);
-    if (n < sizeof chunk) break;
-  }
-  if (std::ferror(file.get())) throw Error("can't be read: " + reason());
-  if (bytes.empty()) throw Error("the file is empty");
-  return bytes;
-}
-
-// Writes beside the target and renames, so that a failure leaves no half file and the old one untouched.
-void writeFile(const std::string& path, Bytes bytes) {
-  const std::string temporary = path + ".part";
-  const auto giveUp = [&](const std::string& what) {
-    const std::string why = reason();
-    std::remove(temporary.c_str());
-    throw Error(what + why);
-  };
-  File file(std::fopen(temporary.c_str(), "wb"));
-  if (!file) throw Error("can't be written: " + reason());
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-  if (std::fclose(file.release()) != 0 || !written) giveUp("can't be written: ");
-  if (std::rename(temporary.c_str(), path.c_str()) != 0) giveUp("can't be replaced: ");
+  for (const Format* format : formats()) printFormat(*format);
 }
 
 // Does a piece of work on one file; an error that it throws gets the file's name in front.
@@ -105,22 +105,6 @@ void tellLosses(const std::string& path, const Stages& stages) {
   for (const std::string& loss : stages.losses()) std::cerr << "qelconv: " << path << ": " << loss << "\n";
 }
 
-// Peak signal-to-noise ratio in dB over all samples; infinite for equal pictures.
-double psnr(const Image& a, const Image& original) {
-  Stages stages;
-  const Image b = adapt(original, stages, {a.colour}, a.bits);
-  if (a.width != b.width || a.height != b.height || a.bits != b.bits)
-    throw Error("the pictures differ in size or depth");
-  const size_t samples = a.data.size() / size_t(a.sampleBytes());
-  double sum = 0;
-  for (size_t i = 0; i < samples; ++i) {
-    const double d = double(a.sample(i)) - double(b.sample(i));
-    sum += d * d;
-  }
-  const double top = (1u << a.bits) - 1;
-  return 10 * std::log10(top * top * double(samples) / sum);
-}
-
 // Does some work `times` times; keeps the stages of the fastest time.
 template <class Work>
 auto fastest(int times, Stages& stages, Work&& work) {
@@ -133,81 +117,191 @@ auto fastest(int times, Stages& stages, Work&& work) {
   return result;
 }
 
+// One conversion, and what it did.
+struct Job {
+  std::string from, to;
+  const Format* format;  // of `to`
+  size_t bytesIn = 0, bytesOut = 0;
+};
+
+// Says which options neither format has a use for. Formats that share a reader share their options.
+void tellUnused(const Job& job, const Format& from, const Options& options) {
+  std::set<std::string> used;
+  for (const OptionSpec& spec : kToolOptions) used.insert(spec.name);
+  for (const OptionSpec& spec : kReadOptions) used.insert(spec.name);
+  for (const Format* format : formats())
+    if (format->read == from.read || format->read == job.format->read)
+      for (const OptionSpec& spec : format->options) used.insert(spec.name);
+  for (const std::string& name : options.names())
+    if (!used.contains(name))
+      std::cerr << "qelconv: " << job.to << ": --" << name << " has no meaning for " << job.format->name << "\n";
+}
+
+void convert(Job& job, const Options& options, bool verbose) {
+  const int repeat = options.integer("repeat", 1, 1, 1000);
+  const auto bytes = on(job.from, [&] { return readFile(job.from); });
+  const Format& from = on(job.from, [&]() -> const Format& { return recognise(bytes); });
+  tellUnused(job, from, options);
+  Stages reading, writing;
+  const Image image = on(job.from, [&] {
+    return warned(job.from, fastest(repeat, reading, [&](Stages& s) { return from.read(bytes, options, s); }));
+  });
+  const auto result = on(job.to, [&] {
+    return fastest(repeat, writing, [&](Stages& s) { return job.format->write(image, options, s); });
+  });
+  tellLosses(job.from, reading);
+  tellLosses(job.to, writing);
+  on(job.to, [&] { writeFile(job.to, result); });
+  job.bytesIn = bytes.size(), job.bytesOut = result.size();
+  if (!verbose) return;
+  std::ostream& out = job.to == "-" ? std::cerr : std::cout;
+  out << job.from << ": " << from.name << ", " << image.width << " x " << image.height << ", " << nameOf(image.colour)
+      << ", " << image.bits << " bits, " << bytes.size() << " bytes\n";
+  reading.report(out, image.megapixels());
+  out << job.to << ": " << job.format->name << ", " << result.size() << " bytes\n";
+  writing.report(out, image.megapixels());
+}
+
+// How far a series is, on a terminal.
+class Progress {
+ public:
+  explicit Progress(size_t count) : count_(count), shown_(count > 1 && isatty(STDERR_FILENO)) {}
+  ~Progress() { clear(); }
+  void show(size_t done, const std::string& name) const {
+    if (!shown_) return;
+    constexpr size_t kWidth = 30;
+    const size_t filled = kWidth * done / count_;
+    clear();
+    std::cerr << "[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] " << done << "/" << count_
+              << " " << name << std::flush;
+  }
+  void clear() const {
+    if (shown_) std::cerr << "\r\033[K" << std::flush;
+  }
+
+ private:
+  size_t count_;
+  bool shown_;
+};
+
+// Several files: those that can be converted are, and the others are told.
+int convertSeries(std::vector<Job>& jobs, const Options& options, bool verbose) {
+  const Progress progress(jobs.size());
+  size_t done = 0, bytesIn = 0, bytesOut = 0;
+  for (size_t i = 0; i < jobs.size(); ++i) {
+    progress.show(i, jobs[i].from);
+    try {
+      convert(jobs[i], options, verbose);
+      ++done, bytesIn += jobs[i].bytesIn, bytesOut += jobs[i].bytesOut;
+    } catch (const Error& e) {
+      progress.clear();
+      std::cerr << "qelconv: " << e.what() << "\n";
+    }
+  }
+  progress.clear();
+  std::cout << done << " of " << jobs.size() << " files converted, " << bytesIn << " bytes to " << bytesOut << "\n";
+  return done == jobs.size() ? kSuccess : kFailure;
+}
+
+// What the last path makes of each of the others.
+std::vector<Job> jobsOf(const std::vector<std::string>& paths, const Options& options) {
+  const std::string& pattern = paths.back();
+  const Format* const format = options.has("to") ? formatOfEnding(options.text("to")) : formatOfName(pattern);
+  if (!format) throw Error(pattern + ": the name's ending is not that of a known format");
+  if (!format->write) throw Error(pattern + ": " + format->name + " files can't be written");
+  std::vector<Job> jobs;
+  for (size_t i = 0; i + 1 < paths.size(); ++i) {
+    std::string to = pattern;
+    const size_t place = to.find('%');
+    if (paths.size() > 2 && place == std::string::npos) throw WrongUsage("several files need a % in OUT");
+    if (place != std::string::npos && paths.size() > 2)
+      to.replace(place, 1, std::filesystem::path(paths[i]).stem().string());
+    for (const Job& other : jobs)
+      if (other.to == to) throw WrongUsage(other.from + " and " + paths[i] + " would both become " + to);
+    jobs.push_back({paths[i], to, format});
+  }
+  return jobs;
+}
+
+void printVersion() {
+  const QelLibVersion& version = *qeljGetLibVersion();
+  const char* const image = qelGetImageName(&version);
+  std::cout << "qelconv with libqelj " << version.versionText << ", image " << (image ? image : "unknown") << "\n";
+}
+
+void printInfo(const std::vector<std::string>& paths, bool json) {
+  std::vector<Facts> files(paths.size());
+  for (size_t i = 0; i < paths.size(); ++i)
+    on(paths[i], [&] {
+      const auto bytes = readFile(paths[i]);
+      if (json) files[i].add("file", paths[i]);
+      recognise(bytes).describe(bytes, files[i]);
+    });
+  for (size_t i = 0; i < paths.size(); ++i) {
+    if (json) {
+      std::cout << (i ? ", " : "[");
+      files[i].printJson(std::cout);
+    } else {
+      if (paths.size() > 1) std::cout << paths[i] << ": ";
+      files[i].print(std::cout);
+    }
+  }
+  if (json) std::cout << "]\n";
+}
+
+void printComparison(const std::string& a, const std::string& b, const Options& options) {
+  const auto load = [&](const std::string& path) {
+    return on(path, [&] {
+      const auto bytes = readFile(path);
+      Stages stages;
+      Image image = warned(path, recognise(bytes).read(bytes, options, stages));
+      tellLosses(path, stages);
+      return image;
+    });
+  };
+  const Difference d = compare(load(a), load(b));
+  std::printf("%.2f dB, SSIM %.5f, largest difference %u\n", d.psnr, d.ssim, d.largest);
+}
+
 int run(int argc, char** argv) {
   Options options;
-  bool info = false, verbose = false, compare = false;
+  bool verbose = false, help = false, version = false;
 
-  enum { kInfo = 256, kCompare, kRepeat, kFormatOption };
+  enum { kVersion = 256, kLongOption };
   std::map<std::string, const char*> seen;  // option name -> argument's name
+  for (const OptionSpec& spec : kToolOptions) seen.emplace(spec.name, spec.argument);
   for (const OptionSpec& spec : kReadOptions) seen.emplace(spec.name, spec.argument);
   for (const Format* format : formats())
     for (const OptionSpec& spec : format->options) seen.emplace(spec.name, spec.argument);
   std::vector<option> table = {{"help", no_argument, nullptr, 'h'},
                                {"verbose", no_argument, nullptr, 'v'},
-                               {"info", no_argument, nullptr, kInfo},
-                               {"compare", no_argument, nullptr, kCompare},
-                               {"repeat", required_argument, nullptr, kRepeat}};
+                               {"version", no_argument, nullptr, kVersion}};
   for (const auto& [name, argument] : seen)
-    table.push_back({name.c_str(), argument ? required_argument : no_argument, nullptr, kFormatOption});
+    table.push_back({name.c_str(), argument ? required_argument : no_argument, nullptr, kLongOption});
   table.push_back({nullptr, 0, nullptr, 0});
 
   for (int index = 0, c; (c = getopt_long(argc, argv, "hv", table.data(), &index)) != -1;) {
-    if (c == 'h') return printHelp(), 0;
-    if (c == 'v') verbose = true;
-    else if (c == kInfo) info = true;
-    else if (c == kCompare) compare = true;
-    else if (c == kRepeat) options.set("repeat", optarg);
-    else if (c == kFormatOption) options.set(table[size_t(index)].name, optarg ? optarg : "1");
-    else return 2;  // getopt_long has said why
+    if (c == 'h') help = true;
+    else if (c == 'v') verbose = true;
+    else if (c == kVersion) version = true;
+    else if (c == kLongOption) options.set(table[size_t(index)].name, optarg ? optarg : "1");
+    else return kUsage;  // getopt_long has said why
   }
   const std::vector<std::string> paths(argv + optind, argv + argc);
-  if (paths.size() != (info ? 1u : 2u)) {
-    std::cerr << "qelconv: " << (info ? "--info takes one file" : "two files are needed, IN and OUT")
-              << " (--help tells more)\n";
-    return 2;
-  }
+  if (help) return printHelp(paths), kSuccess;
+  if (version) return printVersion(), kSuccess;
+  if (options.has("threads")) omp_set_num_threads(options.integer("threads", 1, 1, 1024));
+  const bool info = options.has("info") || options.has("json"), compares = options.has("compare");
+  if (info && paths.empty()) throw WrongUsage("--info takes files");
+  if (!info && (paths.size() < 2 || (compares && paths.size() > 2)))
+    throw WrongUsage(compares ? "--compare takes two files" : "two files are needed, IN and OUT");
 
-  if (compare) {
-    const auto load = [&](const std::string& path) {
-      return on(path, [&] {
-        const auto bytes = readFile(path);
-        Stages stages;
-        return warned(path, recognise(bytes).read(bytes, options, stages));
-      });
-    };
-    std::printf("%.2f dB\n", psnr(load(paths[0]), load(paths[1])));
-    return 0;
-  }
-
-  const int repeat = options.integer("repeat", 1, 1, 1000);
-  const auto bytes = on(paths[0], [&] { return readFile(paths[0]); });
-  const Format& from = on(paths[0], [&]() -> const Format& { return recognise(bytes); });
-  if (info) {
-    on(paths[0], [&] { from.describe(bytes, std::cout); });
-    return 0;
-  }
-  const Format* to = formatOfName(paths[1]);
-  if (!to) throw Error(paths[1] + ": the name's ending is not that of a known format");
-  if (!from.read) throw Error(paths[0] + ": " + from.name + " files can't be read");
-  if (!to->write) throw Error(paths[1] + ": " + to->name + " files can't be written");
-
-  Stages reading, writing;
-  const Image image = on(paths[0], [&] {
-    return warned(paths[0], fastest(repeat, reading, [&](Stages& s) { return from.read(bytes, options, s); }));
-  });
-  const auto result =
-      on(paths[1], [&] { return fastest(repeat, writing, [&](Stages& s) { return to->write(image, options, s); }); });
-  tellLosses(paths[0], reading);
-  tellLosses(paths[1], writing);
-  on(paths[1], [&] { writeFile(paths[1], result); });
-  if (verbose) {
-    std::cout << paths[0] << ": " << from.name << ", " << image.width << " x " << image.height << ", "
-              << nameOf(image.colour) << ", " << image.bits << " bits, " << bytes.size() << " bytes\n";
-    reading.report(std::cout, image.megapixels());
-    std::cout << paths[1] << ": " << to->name << ", " << result.size() << " bytes\n";
-    writing.report(std::cout, image.megapixels());
-  }
-  return 0;
+  if (info) return printInfo(paths, options.has("json")), kSuccess;
+  if (compares) return printComparison(paths[0], paths[1], options), kSuccess;
+  auto jobs = jobsOf(paths, options);
+  if (jobs.size() > 1) return convertSeries(jobs, options, verbose);
+  convert(jobs[0], options, verbose);
+  return kSuccess;
 }
 
 }  // namespace
@@ -215,10 +309,13 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return run(argc, argv);
+  } catch (const WrongUsage& e) {
+    std::cerr << "qelconv: " << e.what() << " (--help tells more)\n";
+    return kUsage;
   } catch (const std::bad_alloc&) {
     std::cerr << "qelconv: not enough memory\n";
   } catch (const std::exception& e) {
     std::cerr << "qelconv: " << e.what() << "\n";
   }
-  return 1;
+  return kFailure;
 }

@@ -21,6 +21,11 @@ struct OptionSpec {
 class Options {
  public:
   void set(const std::string& name, const std::string& value) { values_[name] = value; }
+  std::vector<std::string> names() const {
+    std::vector<std::string> names;
+    for (const auto& value : values_) names.push_back(value.first);
+    return names;
+  }
   bool has(const std::string& name) const { return values_.contains(name); }
   std::string text(const std::string& name, const std::string& fallback = "") const {
     const auto found = values_.find(name);

@@ -105,10 +105,11 @@ std::vector<uint8_t> write(const Image& original, const Options&, Stages& stages
   });
 }
 
-void describe(Bytes file, std::ostream& out) {
+void describe(Bytes file, Facts& facts) {
   Reader in(file);
   const Header header = readHeader(in);
-  out << "PFM, " << header.width << " x " << header.height << ", " << (header.colour ? "RGB" : "grey") << " floats\n";
+  facts.picture("PFM", header.width, header.height, header.colour ? "RGB" : "grey", 32);
+  facts.add("floats", true).add("big-endian", !header.littleEndian);
 }
 
 }  // namespace

@@ -92,13 +92,15 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   });
 }
 
-void describe(Bytes file, std::ostream& out) {
+void describe(Bytes file, Facts& facts) {
   ReadRecord r;
   Source source{file, 0};
   png_set_read_fn(r.png, &source, pull);
   png_read_info(r.png, r.info);
-  out << "PNG, " << png_get_image_width(r.png, r.info) << " x " << png_get_image_height(r.png, r.info) << ", "
-      << int(png_get_channels(r.png, r.info)) << " channels of " << int(png_get_bit_depth(r.png, r.info)) << " bits\n";
+  constexpr const char* kColours[] = {"grey", "", "RGB", "palette", "grey with alpha", "", "RGBA"};
+  facts.picture("PNG", png_get_image_width(r.png, r.info), png_get_image_height(r.png, r.info),
+                kColours[png_get_color_type(r.png, r.info)], png_get_bit_depth(r.png, r.info));
+  facts.add("interlaced", png_get_interlace_type(r.png, r.info) != PNG_INTERLACE_NONE);
 }
 
 }  // namespace

@@ -157,11 +157,11 @@ std::vector<uint8_t> write(const Image& original, const Options&, Stages& stages
   });
 }
 
-void describe(Bytes file, std::ostream& out) {
+void describe(Bytes file, Facts& facts) {
   Scanner in(file);
   const Header header = readHeader(in);
-  out << "PNM (P" << header.kind << "), " << header.width << " x " << header.height << ", " << nameOf(header.colour)
-      << ", largest value " << header.top << "\n";
+  facts.picture("PNM", header.width, header.height, nameOf(header.colour), header.bits);
+  facts.add("kind", std::string("P") + header.kind).add("largest value", header.top);
 }
 
 }  // namespace

@@ -286,11 +286,16 @@ Encoded encodeTexture(const Image& original, const Options& options, Stages& sta
   return {&block, ycocg, size, std::move(blocks)};
 }
 
-void describeTexture(const Texture& texture, std::ostream& out) {
-  out << texture.width << " x " << texture.height << ", " << texture.block->name << " blocks"
-      << (texture.scaledYCoCg ? " of scaled YCoCg" : "") << (texture.multiplied ? " multiplied by alpha" : "") << ", "
-      << texture.levels << (texture.levels == 1 ? " level, " : " levels, ") << texture.layers
-      << (texture.layers == 1 ? " layer" : " layers");
+void describeTexture(const std::string& format, const Texture& texture, Facts& facts) {
+  constexpr const char* kColours[] = {"grey", "red and green", "RGB", "RGBA", "RGB"};
+  const Block& block = *texture.block;
+  facts.picture(format, texture.width, texture.height, kColours[int(block.sample)],
+                block.sample == Sample::half ? 16 : 8);
+  facts.add("blocks", texture.scaledYCoCg ? "bc3 of scaled YCoCg" : block.name)
+      .add("floats", block.sample == Sample::half)
+      .add("multiplied by alpha", texture.multiplied)
+      .add("levels", texture.levels)
+      .add("layers", texture.layers);
 }
 
 }  // namespace qelconv

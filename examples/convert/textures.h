@@ -72,7 +72,7 @@ struct Encoded {
 Encoded encodeTexture(const Image& image, const Options& options, Stages& stages);
 
 // For --info.
-void describeTexture(const Texture& texture, std::ostream& out);
+void describeTexture(const std::string& format, const Texture& texture, Facts& facts);
 
 }  // namespace qelconv
 

@@ -1,5 +1,5 @@
-// TIFF and BigTIFF, through libtiff, which reads and writes directories, LZW, Deflate and fax; PackBits and byte planes are
-// the library's. The first picture of a file is read.
+// TIFF and BigTIFF, through libtiff, which reads and writes directories, LZW, Deflate and fax; PackBits and byte
+// planes are the library's. The first picture of a file is read.
 #include <tiffio.h>
 
 #include <algorithm>
@@ -247,8 +247,8 @@ class Segments {
   }
 
  private:
-  // A row of PackBits may be cut anywhere by a damaged file: a byte that is no token follows the strip, so that no run's
-  // header is the source's last byte, and a run that ends in it isn't whole.
+  // A row of PackBits may be cut anywhere by a damaged file: a byte that is no token follows the strip, so that no
+  // run's header is the source's last byte, and a run that ends in it isn't whole.
   template <class Put>
   void unpack(uint32_t index, int32_t top, int32_t rows, Put&& put) {
     constexpr uint8_t kNoToken = 0x80;
@@ -486,14 +486,18 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   });
 }
 
-void describe(Bytes file, std::ostream& out) {
+void describe(Bytes file, Facts& facts) {
   File in(file);
   const Picture p = examine(in);
-  out << (TIFFIsBigTIFF(in) ? "BigTIFF, " : "TIFF, ") << p.width << " x " << p.height << ", "
-      << (p.palette.empty() ? nameOf(p.colour) : "palette") << " of " << p.bits << " bits, " << p.packing() << ", "
-      << (p.tiled ? "tiles of " : "strips of ") << p.across << " x " << p.down
-      << (p.separate ? ", separate planes" : "") << (TIFFIsBigEndian(in) ? ", big-endian" : "")
-      << (TIFFLastDirectory(in) ? "" : ", more pictures behind the first") << "\n";
+  const std::string segment = std::to_string(p.across) + "x" + std::to_string(p.down);
+  facts.picture(TIFFIsBigTIFF(in) ? "BigTIFF" : "TIFF", p.width, p.height,
+                p.palette.empty() ? nameOf(p.colour) : "palette", p.bits);
+  facts.add("floats", p.half)
+      .add("packing", p.packing())
+      .add(p.tiled ? "tiles of" : "strips of", segment)
+      .add("separate planes", p.separate)
+      .add("big-endian", bool(TIFFIsBigEndian(in)))
+      .add("pictures", size_t(TIFFNumberOfDirectories(in)));
 }
 
 }  // namespace

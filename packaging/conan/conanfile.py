@@ -46,6 +46,7 @@ class QeljConan(ConanFile):
     def requirements(self):
         if self.options.tools:
             self.requires("libpng/[>=1.6 <2]")
+            self.requires("libtiff/[>=4.5 <5]")
 
     def validate(self):
         if self.settings.os != "Linux" or self.settings.arch not in ("x86_64", "armv8"):
@@ -92,6 +93,7 @@ class QeljConan(ConanFile):
         qelj.requires = ["qelcore"]
         if self.options.tools:
             qelj.requires.append("libpng::libpng")
+            qelj.requires.append("libtiff::libtiff")
         if not self.options.shared:
             qelcore.system_libs = ["pthread"]
             qelj.system_libs = ["omp" if self.settings.compiler == "clang" else "gomp", "m"]

@@ -1,4 +1,5 @@
-"""The converter itself: depths and colours of PNM and PNG, clear failures, no half files."""
+"""The converter itself: depths and colours of PNM and PNG, clear failures, no half files, and its own options."""
+import json
 import os
 import struct
 import subprocess
@@ -7,7 +8,9 @@ import zlib
 
 import numpy as np
 
-from support import QELCONV, InteropTest, bounded, contents, convert, fails, read_pnm, run, write_pnm
+from support import QELCONV, InteropTest, bounded, contents, convert, fails, psnr, read_pnm, run, write_pnm
+
+COMPLETION = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "convert", "qelconv.bash")
 
 
 def png(width, height, depth, colour, raw):
@@ -84,7 +87,7 @@ class ConvertTest(InteropTest):
         open(target, "w").write("old")
         fails(QELCONV, self.coffee, target, "--compression", "12")
         self.assertEqual("old", open(target).read())
-        self.assertFalse([name for name in os.listdir(os.path.dirname(target)) if name.endswith(".part")])
+        self.assertFalse([name for name in os.listdir(os.path.dirname(target)) if name.startswith("kept.png.")])
 
     # Wherever a file ends too early: a message and a failure, or under --partial what there is and a message. Formats
     # that keep their tables at the end have nothing then.
@@ -166,9 +169,87 @@ class ConvertTest(InteropTest):
         path = self.file("bomb", png(9000, 9000, 1, 0, bytes(1126 * 9000)))
         convert(path, self.path("large.pgm"), "--max-memory", 320)
 
-    def test_info_and_help(self):
-        self.assertIn(b"600 x 400", run(QELCONV, "--info", self.coffee))
+    def test_info(self):
+        jpeg = convert(self.coffee, self.path("info.jpg"), "--progressive")
+        text = run(QELCONV, "--info", jpeg).decode()
+        self.assertIn("600 x 400", text)
+        told = json.loads(run(QELCONV, "--json", self.coffee, jpeg))
+        self.assertEqual([("PNM", 600, 400), ("JPEG", 600, 400)],
+                         [(one["format"], one["width"], one["height"]) for one in told])
+        self.assertEqual(len(told[1]["scans"]), text.count("coefficients"))
+        for name, key, value in ((".jxr", "tiles down", 4), (".tif", "packing", "PackBits"), (".dds", "blocks", "bc1"),
+                                 (".jp2", "layers", 1), (".ktx2", "levels", 1), (".png", "interlaced", False),
+                                 (".ppm", "largest value", 255)):
+            path = convert(self.coffee, self.path("info" + name), *(["--tiles", "600x112"] if name == ".jxr" else []))
+            self.assertEqual(value, json.loads(run(QELCONV, "--json", path))[0][key], name)
+
+    def test_comparison(self):
+        first = read_pnm(self.coffee)[:61, :83]
+        second = np.clip(first + np.random.default_rng(5).integers(-9, 10, first.shape), 0, 255)
+        scores = []
+        for y in range(0, 61 - 7, 4):
+            for x in range(0, 83 - 7, 4):
+                a, b = (v[y:y + 8, x:x + 8].reshape(64, 3).astype(float) for v in (first, second))
+                covariance = (a * b).mean(0) - a.mean(0) * b.mean(0)
+                c1, c2 = 2.55 ** 2, 7.65 ** 2
+                scores += list((2 * a.mean(0) * b.mean(0) + c1) * (2 * covariance + c2) /
+                               ((a.mean(0) ** 2 + b.mean(0) ** 2 + c1) * (a.var(0) + b.var(0) + c2)))
+        told = run(QELCONV, "--compare", write_pnm(self.path("a.ppm"), first), write_pnm(self.path("b.ppm"), second))
+        self.assertEqual(f"{psnr(first, second):.2f} dB, SSIM {np.mean(scores):.5f}, "
+                         f"largest difference {abs(first - second).max()}", told.decode().strip())
+        self.assertIn(b"inf dB, SSIM 1.00000, largest difference 0", run(QELCONV, "--compare", *[self.coffee] * 2))
+
+    def test_several_files_and_pipes(self):
+        names = [self.cut(f"{i}.ppm", 20 + i, 10) for i in range(3)]
+        told = run(QELCONV, *names, self.path("%.tif"), "--threads", 1).decode()
+        self.assertIn("3 of 3 files converted", told)
+        for i, name in enumerate(names):
+            back = convert(self.path(f"{i}.tif"), self.path("b.ppm"))
+            self.assertTrue(np.array_equal(read_pnm(name), read_pnm(back)))
+        told = fails(QELCONV, names[0], self.file("bad.ppm", b"P6 3 3 255 x"), names[1], self.path("%.png"))
+        self.assertIn("bad.ppm: the file is truncated", told)
+        self.assertIn("2 of 3 files converted", told)
+        self.assertIn("both become", fails(QELCONV, names[0], self.path("0.tif"), self.path("%.png")))
+        self.assertIn("a %", fails(QELCONV, *names[:2], self.path("out.png")))
+        png = subprocess.run([QELCONV, "-", "-", "--to", "png"], stdin=open(names[2], "rb"), capture_output=True)
+        self.assertEqual(contents(convert(names[2], self.path("2.png"))), png.stdout)
+
+    def test_losses_are_told(self):
+        random = np.random.default_rng(8)
+        deep = write_pnm(self.path("deep.ppm"), random.integers(0, 65536, (9, 9, 3)), 65535)
+        head = b"P7\nWIDTH 2\nHEIGHT 1\nDEPTH 4\nMAXVAL 255\nTUPLTYPE RGB_ALPHA\nENDHDR\n"
+        rgba = self.file("rgba.pam", head + b"12345678")
+        cmyk = self.file("cmyk.pam", contents(rgba).replace(b"RGB_ALPHA", b"CMYK"))
+        for source, target, options, loss in (
+                (deep, "a.jpg", [], "16 bits become 8"), (rgba, "a.ppm", [], "alpha is dropped"),
+                (cmyk, "a.png", [], "CMYK becomes RGB"),
+                (deep, "a.png", ["--overlap", 1], "--overlap has no meaning for PNG"),
+                (deep, "a.png", [], ""), (rgba, "a.png", [], "")):
+            with self.subTest(target=target, loss=loss):
+                told = run(QELCONV, source, self.path(target), *options).decode()
+                self.assertEqual(bool(loss), bool(told), told)
+                self.assertIn(loss, told)
+        self.assertIn("no place for RGB", fails(QELCONV, self.coffee, self.path("a.pgm")))
+
+    def test_an_output_replaces_a_file_as_it_was(self):
+        old, link = self.file("kept.tif", b"old"), self.path("link.tif")
+        os.chmod(old, 0o640)
+        os.symlink("kept.tif", link)
+        convert(self.coffee, link)
+        self.assertTrue(os.path.islink(link))
+        self.assertEqual(0o640, os.stat(old).st_mode & 0o777)
+        self.assertEqual(b"II*", contents(old)[:3])
+        convert(self.coffee, "/dev/null", "--to", "tif")
+
+    def test_help_and_version(self):
         self.assertIn(b"--info", run(QELCONV, "--help"))
+        self.assertNotIn(b"TIFF (", run(QELCONV, "--help", "ktx2"))
+        self.assertRegex(run(QELCONV, "--version").decode(), r"libqelj 7\..*, image \S+\n")
+        script = f"PATH={os.path.dirname(os.path.abspath(QELCONV))}:$PATH; . {COMPLETION}; " + """
+            complete_at() { COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _qelconv; echo "${COMPREPLY[*]}"; }
+            complete_at qelconv a.png --over; complete_at qelconv --packing l; complete_at qelconv --sampling 42"""
+        self.assertEqual("--overlap\nlzw\n422 420\n", subprocess.run(
+            ["bash", "-c", script], capture_output=True, text=True).stdout.replace("420 422", "422 420"))
 
 
 if __name__ == "__main__":

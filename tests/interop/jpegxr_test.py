@@ -59,7 +59,8 @@ class JpegXrTest(InteropTest):
         for source, array, channels in self.sources():
             for order in ([], ["-f"]):  # frequency mode, spatial mode
                 for overlap in (0, 1, 2):
-                    self.assert_same(array, self.decode_ours(self.encode_theirs(source, channels, *order, "-l", overlap)))
+                    path = self.encode_theirs(source, channels, *order, "-l", overlap)
+                    self.assert_same(array, self.decode_ours(path))
                 for options in (["-q", 0.9], ["-q", 0.4], ["-q", 3, "-l", 0], ["-q", 120], ["-q", 1, "-F", 2],
                                 ["-q", 30, "-F", 9], ["-q", 1, "-s", 1, "-l", 0], ["-q", 30, "-s", 2],
                                 ["-q", 1, "-s", 3], ["-d", 2, "-l", 1], ["-d", 1, "-q", 20, "-l", 1],
@@ -171,7 +172,8 @@ class JpegXrTest(InteropTest):
     def test_what_cannot_be_read_says_why(self):
         data = contents(self.encode_theirs(self.coffee, 3))
         at = data.index(b"WMPHOTO")
-        for offset, change, word in ((9, 0x20, "rotation"), (11, 4, "depth"), (9, 2, "overlap"), (11, 2, "fixed-point")):
+        for offset, change, word in ((9, 0x20, "rotation"), (11, 4, "depth"), (9, 2, "overlap"), (11, 2, "fixed"),
+                                     (11, 0x70, "output"), (11, 0x30, "output")):
             bad = bytearray(data)
             bad[at + offset] ^= change
             self.assertIn(word, fails(QELCONV, self.file("bad.jxr", bad), self.path("never.ppm")))

@@ -6,7 +6,7 @@ import unittest
 import numpy as np
 from PIL import Image
 
-from support import (QELCONV, InteropTest, contents, convert, fails, read_pnm, read_tiff, run, write_pnm, write_tiff)
+from support import QELCONV, InteropTest, contents, convert, fails, read_pnm, read_tiff, run, write_pnm, write_tiff
 
 SIZES = [(1, 1), (7, 5), (130, 9), (250, 131)]
 
@@ -113,7 +113,7 @@ class TiffTest(InteropTest):
 
     def test_what_cannot_be_read_is_refused_by_name(self):
         array = np.zeros((8, 8, 3))
-        for fields, reason in (([(259, "H", [7])], "compression 7"), ([(262, "H", [6])], "photometric interpretation 6"),
+        for fields, reason in (([(259, "H", [7])], "compression 7"), ([(262, "H", [6])], "interpretation 6"),
                                ([(258, "H", [12] * 3)], "4, 8 and 16"), ([(339, "H", [2] * 3)], "unsigned")):
             path = write_tiff(self.path("other.tif"), array, 8, fields=fields)
             self.assertIn(reason, fails(*self.converter(path)))
