@@ -16,12 +16,20 @@ constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
     return coverByGroups(
         source, sink, width, main,
         [](const auto& from, const auto& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {
-          const auto [p, k] = operands<Main>(from, at);
-          to.group(at, {toYcc<Main>(p), k});
+          if constexpr (OfDifferences<Main, decltype(from)>) {
+            to.group(at, {toYcc<Main>(from.differences(at)), Bytes{}});
+          } else {
+            const auto p = from.group(at);
+            to.group(at, {toYcc<Main>(p.rgb), p.k});
+          }
         },
         [](const auto& from, const auto& to, ptrdiff_t at, int count) QELJ_INLINE_LAMBDA {
-          const auto [p, k] = operands<Main>(from, at);
-          to.group(at, {toYcc<Main, Tail>(p, count), k});
+          if constexpr (OfDifferences<Main, decltype(from)>) {
+            to.group(at, {toYcc<Main, Tail>(from.differences(at), count), Bytes{}});
+          } else {
+            const auto p = from.group(at);
+            to.group(at, {toYcc<Main, Tail>(p.rgb, count), p.k});
+          }
         });
   ptrdiff_t x = 0;
   for (; x < main; ++x) {

@@ -350,24 +350,17 @@ QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(Rgb<Bytes> p) {
   return {Form::ycc(Rgb<Lanes>{r.low, g.low, b.low}), Form::ycc(Rgb<Lanes>{r.high, g.high, b.high})};
 }
 template <class Form>
-QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(const Halves<Differences<Lanes>>& p) {
+QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(Halves<Differences<Lanes>> p) {
   return {Form::ycc(p.low), Form::ycc(p.high)};
 }
 QELJ_INLINE Ycc<Bytes> pack(const Halves<Ycc<Lanes>>& v) {
   return {simd::packU8(v.low.y, v.high.y), simd::packU8(v.low.cb, v.high.cb), simd::packU8(v.low.cr, v.high.cr)};
 }
-// A group of a source's pixels, as the form takes them from it.
+// Whether a form starts from differences that a source has.
 template <class Form, class Source>
-QELJ_INLINE auto operands(const Source& source, ptrdiff_t x) {
-  if constexpr (requires { Form::ycc(source.differences(x).low); }) {
-    return std::pair(source.differences(x), Bytes{});
-  } else {
-    const auto p = source.group(x);
-    return std::pair(p.rgb, p.k);
-  }
-}
+concept OfDifferences = requires(Source source) { Form::ycc(source.differences(0).low); };
 template <class Form>
-QELJ_INLINE Ycc<Bytes> toYcc(const auto& p) {
+QELJ_INLINE Ycc<Bytes> toYcc(auto p) {
   return pack(toYccHalves<Form>(p));
 }
 
@@ -405,7 +398,7 @@ QELJ_INLINE Bytes lanesFrom(int main) {
   return load<Bytes>(kMasks.data() + kGroup - main);
 }
 template <class Main, class Tail>
-QELJ_INLINE Ycc<Bytes> toYcc(const auto& p, int main) {
+QELJ_INLINE Ycc<Bytes> toYcc(auto p, int main) {
   auto v = toYccHalves<Main>(p);
   if constexpr (!std::is_same_v<Main, Tail>) {
     const auto others = widenMask(lanesFrom(main));
