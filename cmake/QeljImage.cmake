@@ -93,7 +93,9 @@ endfunction()
 
 function(qelj_image target cpu directory)
   qelj_library(${target} qelj ${qelj_sources})
-  set_source_files_properties(${qelj_guarded_sources} PROPERTIES COMPILE_OPTIONS -fstack-protector-strong)
+  if(NOT WIN32)
+    set_source_files_properties(${qelj_guarded_sources} PROPERTIES COMPILE_OPTIONS -fstack-protector-strong)
+  endif()
   set(code ${${target}_code})
   set_target_properties(${target} PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY ${directory} ARCHIVE_OUTPUT_DIRECTORY ${directory})

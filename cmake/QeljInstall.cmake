@@ -36,5 +36,5 @@ endforeach()
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(FILES README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
-install(DIRECTORY examples/tiny DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT documentation
+install(DIRECTORY examples/tiny examples/guides DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT documentation
   PATTERN CMakeLists.txt EXCLUDE)

@@ -17,7 +17,7 @@ test::Image open(const char* path) {
 }  // namespace
 
 void run(Input input) {
-  test::threads = 1;  // forks nothing in each of many small calls
+  test::core().threads = 1;  // forks nothing in each of many small calls
   static const test::Image images[] = {open(QELJ_LIBRARY), open(QELJ_PORTABLE_LIBRARY)};
   const char* name = test::kExports[input.take<uint16_t>() % test::kExports.size()];
   const uint8_t choices = input.take();

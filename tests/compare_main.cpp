@@ -8,8 +8,6 @@
 //   --only TEXT      exports with TEXT in their names
 //   --times          prints the milliseconds of each export
 //   --counts         dumps the instructions of each export's calls (scripts/bench --check)
-#include <dlfcn.h>
-
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -65,9 +63,9 @@ int main(int argc, char** argv) {
     } else if (argument == "--counts") {
       options.counts = true;
     } else {
-      void* handle = dlopen(argv[i], RTLD_NOW | RTLD_LOCAL);
-      if (!handle) return std::printf("%s\n", dlerror()), 1;
-      if (!runsHere(dlsym(handle, "qeljGetLibVersion"))) return 1;
+      void* handle = openLibrary(argv[i]);
+      if (!handle) return std::printf("%s: %s\n", argv[i], openFailure().c_str()), 1;
+      if (!runsHere(findSymbol(handle, "qeljGetLibVersion"))) return 1;
       images.emplace_back(argv[i], handle);
     }
   }
@@ -92,8 +90,8 @@ int main(int argc, char** argv) {
 
   if (options.counts) {
     if (!counts()) return std::printf("--counts: not under callgrind, or built without its header\n"), 2;
-    Case::aroundCall = toggleCollect;
-    threads = 1;  // how long one waits for another is no fixed number of instructions
+    Case::aroundCall = core().uncounted = toggleCollect;
+    core().threads = 1;  // how long one waits for another is no fixed number of instructions
   }
   reportFaults();
 

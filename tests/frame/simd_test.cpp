@@ -1,5 +1,5 @@
-// Every operation of the vector wrapper against its meaning, lane by lane, on both vector sizes. This file is
-// compiled for the default image's processor, so that the processor's forms are what is tested.
+// Every operation of the vector wrapper against its meaning, lane by lane, on all vector sizes. This file is compiled
+// for the processor of every image, so that the processor's forms are what is tested.
 #include "frame/simd.h"
 
 #include <gtest/gtest.h>
@@ -38,11 +38,12 @@ void checkLanewise(Operation operation, Model model) {
   }
 }
 
-// Both vector sizes and the listed lane types.
+// All vector sizes and the listed lane types.
 template <class... T, class Operation, class Model>
 void checkAll(Operation operation, Model model) {
   (checkLanewise<T, 16>(operation, [&](int64_t a, int64_t b) { return model(T{}, a, b); }), ...);
   (checkLanewise<T, 32>(operation, [&](int64_t a, int64_t b) { return model(T{}, a, b); }), ...);
+  (checkLanewise<T, 64>(operation, [&](int64_t a, int64_t b) { return model(T{}, a, b); }), ...);
 }
 
 TEST(Simd, Lanewise) {
@@ -111,8 +112,24 @@ void checkPairsAndPacks() {
                 [](W x, W y, int i) { return saturate<int16_t>(i < kLanes<W> ? x[i] : y[i - kLanes<W>]); });
     expectLanes(orderPacked(packU16(c, d)), c, d,
                 [](W x, W y, int i) { return saturate<uint16_t>(i < kLanes<W> ? x[i] : y[i - kLanes<W>]); });
-    uint32_t bits = 0;
-    for (int i = 0; i < Bytes; ++i) bits |= uint32_t(u[i] >> 7) << i;
+    expectLanes(shuffle4<2, 0, 3, 3>(c), c, d, [](W x, W, int i) { return x[i / 4 * 4 + (0x3302 >> i % 4 * 4 & 3)]; });
+    expectLanes(shuffle8<7, 1, 0, 3, 2, 2, 5, 4>(a), a, b,
+                [](S x, S, int i) { return x[i / 8 * 8 + (0x45223017 >> i % 8 * 4 & 7)]; });
+    expectLanes(shuffleTwo4<3, 1, 0, 2>(c, d), c, d,
+                [](W x, W y, int i) { return (i % 4 < 2 ? x : y)[i / 4 * 4 + (0x2013 >> i % 4 * 4 & 3)]; });
+    using L = Vec<uint32_t, Bytes>;
+    expectLanes(pickLanes(as<L>(c), as<L>(d)), c, d, [](W x, W y, int i) { return x[i / 4 * 4 + (y[i] & 3)]; });
+    expectLanes(convert<int16_t>(lower(u)), u, w, [](B x, B, int i) { return x[i]; });
+    uint8_t memory[Bytes + 1];
+    store(memory, w), memory[Bytes] = 7;
+    expectLanes(loadAs<S, int8_t>(memory), u, w, [](B, B y, int i) { return int8_t(y[i]); });
+    const int count = random.in(0, Bytes);
+    expectLanes(loadFirst<B>(memory + Bytes - count, count), u, w,
+                [=](B, B y, int i) { return i < count ? y[Bytes - count + i] : 0; });
+    storeFirst(memory, u, count);
+    for (int i = 0; i <= Bytes; ++i) ASSERT_EQ(i < count ? u[i] : i < Bytes ? w[i] : 7, memory[i]) << i;
+    uint64_t bits = 0;
+    for (int i = 0; i < Bytes; ++i) bits |= uint64_t(u[i] >> 7) << i;
     ASSERT_EQ(bits, topBits(u));
     ASSERT_EQ(false, isZero(u | 1));
     ASSERT_EQ(true, isZero(u ^ u));
@@ -121,6 +138,20 @@ void checkPairsAndPacks() {
 TEST(Simd, PairsAndPacks) {
   checkPairsAndPacks<16>();
   checkPairsAndPacks<32>();
+  checkPairsAndPacks<64>();
+}
+
+TEST(Simd, DepositedBits) {
+  Random random;
+  for (int round = 0; round < 1000; ++round) {
+    const uint64_t bits = random.bits(), mask = random.bits() & random.bits();
+    uint64_t expected = 0;
+    for (int i = 0, n = 0; i < 64; ++i)
+      if (mask >> i & 1) expected |= (bits >> n++ & 1) << i;
+    ASSERT_EQ(expected, depositBits(bits, mask));
+  }
+  ASSERT_EQ(~uint64_t(0), depositBits(~uint64_t(0), ~uint64_t(0)));
+  ASSERT_EQ(0u, depositBits(~uint64_t(0), 0));
 }
 
 template <class V>
@@ -134,29 +165,62 @@ void checkInterleave() {
   const auto apart = deinterleave(mixed.first, mixed.second);
   expectLanes(apart.first, a, b, [](V x, V, int i) { return x[i]; });
   expectLanes(apart.second, a, b, [](V, V y, int i) { return y[i]; });
+  Lane<V> memory[2 * n];
+  store(memory, mixed.first), store(memory + n, mixed.second);
+  const auto loaded = loadPairs<V>(memory);
+  expectLanes(loaded.first, a, b, [](V x, V, int i) { return x[i]; });
+  expectLanes(loaded.second, a, b, [](V, V y, int i) { return y[i]; });
+  storePairs(memory, a, b);
+  expectLanes(load<V>(memory), mixed.first, b, [](V x, V, int i) { return x[i]; });
+  expectLanes(load<V>(memory + n), mixed.second, b, [](V x, V, int i) { return x[i]; });
+  expectLanes(evenAndOdd(a, b), a, b, [](V x, V y, int i) { return i % 2 ? y[i] : x[i]; });
+  expectLanes(oneBefore(a, b), a, b, [](V x, V y, int i) { return i ? y[i - 1] : x[n - 1]; });
+  OneLate<V> late;
+  late(a);
+  expectLanes(late(b), a, b, [](V x, V y, int i) { return i ? y[i - 1] : x[n - 1]; });
+  expectLanes(oneAfter(a, b), a, b, [](V x, V y, int i) { return i < n - 1 ? x[i + 1] : y[0]; });
 }
 TEST(Simd, InterleaveAndBack) {
-  checkInterleave<Vec<uint8_t, 16>>(), checkInterleave<Vec<uint8_t, 32>>();
-  checkInterleave<Vec<int16_t, 16>>(), checkInterleave<Vec<int16_t, 32>>();
-  checkInterleave<Vec<int32_t, 16>>(), checkInterleave<Vec<int32_t, 32>>();
+  checkInterleave<Vec<uint8_t, 16>>(), checkInterleave<Vec<uint8_t, 32>>(), checkInterleave<Vec<uint8_t, 64>>();
+  checkInterleave<Vec<int16_t, 16>>(), checkInterleave<Vec<int16_t, 32>>(), checkInterleave<Vec<int16_t, 64>>();
+  checkInterleave<Vec<int32_t, 16>>(), checkInterleave<Vec<int32_t, 32>>(), checkInterleave<Vec<int32_t, 64>>();
 }
 
-TEST(Simd, PixelsOfThreeAndFourBytes) {
+template <int Bytes>
+void checkPixels() {
+  using B = Vec<uint8_t, Bytes>;
   Random random;
-  uint8_t pixels[4 * kBytes], back[4 * kBytes];
+  uint8_t pixels[4 * Bytes], back[4 * Bytes];
   random.fill(pixels, sizeof pixels);
-  const Planes3 three = loadPixels3(pixels);
-  const Planes4 four = loadPixels4(pixels);
-  for (int i = 0; i < kBytes; ++i) {
+  const auto three = loadTriples<B>(pixels);
+  const auto four = loadQuadruples<B>(pixels);
+  for (int i = 0; i < Bytes; ++i) {
     const uint8_t of3[] = {three.c0[i], three.c1[i], three.c2[i]};
     const uint8_t of4[] = {four.c0[i], four.c1[i], four.c2[i], four.c3[i]};
     EXPECT_EQ(0, std::memcmp(of3, pixels + 3 * i, 3));
     EXPECT_EQ(0, std::memcmp(of4, pixels + 4 * i, 4));
   }
-  storePixels3(back, three);
-  EXPECT_EQ(0, std::memcmp(pixels, back, 3 * kBytes));
-  storePixels4(back, four);
-  EXPECT_EQ(0, std::memcmp(pixels, back, 4 * kBytes));
+  storeTriples(back, three);
+  EXPECT_EQ(0, std::memcmp(pixels, back, 3 * Bytes));
+  const auto pairs = loadBytePairs3<B>(pixels);
+  expectLanes(pairs.c01.low, three.c0, three.c1, [](B x, B y, int i) { return unpackLow(x, y)[i]; });
+  expectLanes(pairs.c01.high, three.c0, three.c1, [](B x, B y, int i) { return unpackHigh(x, y)[i]; });
+  expectLanes(pairs.c21.low, three.c2, three.c1, [](B x, B y, int i) { return unpackLow(x, y)[i]; });
+  expectLanes(pairs.c21.high, three.c2, three.c1, [](B x, B y, int i) { return unpackHigh(x, y)[i]; });
+  // Stored from lanes as unpacking leaves them, of which all that are out of a byte's range are clamped.
+  using S = Vec<int16_t, Bytes>;
+  const auto widened = [](B v, int16_t add) {
+    return Halves<S>{as<int16_t>(unpackLow(v, B{})) + add, as<int16_t>(unpackHigh(v, B{})) + add};
+  };
+  storeTriplesClamped(back, widened(three.c0, 0), widened(three.c1, 300), widened(three.c2, -300));
+  for (int i = 0; i < 3 * Bytes; ++i) EXPECT_EQ(i % 3 == 0 ? pixels[i] : i % 3 == 1 ? 255 : 0, back[i]) << i;
+  storeQuadruples(back, four);
+  EXPECT_EQ(0, std::memcmp(pixels, back, 4 * Bytes));
+}
+TEST(Simd, PixelsOfThreeAndFourBytes) {
+  checkPixels<16>();
+  checkPixels<32>();
+  checkPixels<64>();
 }
 
 TEST(Simd, FloatToInteger) {
@@ -168,6 +232,8 @@ TEST(Simd, FloatToInteger) {
     EXPECT_EQ(rounded[i], roundToInt(v)[3]) << values[i];
     EXPECT_EQ(cut[i], truncateToInt(v)[5]) << values[i];
     EXPECT_EQ(rounded[i], roundToInt(lower(v))[1]) << values[i];
+    EXPECT_EQ(rounded[i], roundToInt(join(v, v))[9]) << values[i];
+    EXPECT_EQ(cut[i], truncateToInt(join(v, v))[15]) << values[i];
   }
 }
 

@@ -15,6 +15,9 @@ from PIL import Image
 
 import abi
 
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "site"))
+from header import alternatives  # noqa: E402
+
 BUILD = os.path.abspath(sys.argv.pop(1))
 SOURCE = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 
@@ -73,15 +76,6 @@ def write(path, text):
     with open(path, "w") as file:
         file.write(text)
     return path
-
-
-def alternatives(pattern):
-    """The words that a pattern stands for: {a,b} is either."""
-    head, brace, rest = pattern.partition("{")
-    if not brace:
-        return [pattern]
-    choices, _, tail = rest.partition("}")
-    return [head + choice + end for choice in choices.split(",") for end in alternatives(tail)]
 
 
 class HeaderTest(unittest.TestCase):
@@ -243,7 +237,8 @@ class InstallTest(unittest.TestCase):
             return {os.path.relpath(os.path.join(folder, name), prefix)
                     for folder, _, names in os.walk(prefix) for name in names}
         kinds = {"runtime": ("lib/libqelcore.so.7", "share/doc/qelj/LICENSE"),
-                 "development": ("include/qelj_status.h", "lib/libqelj.so", "lib/cmake/qelj/qeljConfig.cmake"),
+                 "development": ("include/qelj_status.h", "lib/libqelj.so", "lib/cmake/qelj/qeljConfig.cmake",
+                                 "share/man/man3/qelj.3", "share/man/man3/qeliSub128_JPEG_8u16s_C1R.3"),
                  "tools": ("bin/qelconv", "bin/qelj-selftest", "share/man/man1/qelj-selftest.1"),
                  "documentation": ("share/doc/qelj/CHANGELOG.md", "share/doc/qelj/docs/porting.md")}
         parts = {kind: files(kind, "--component", kind) for kind in kinds}
@@ -283,7 +278,8 @@ class InstallTest(unittest.TestCase):
             cache = file.read()
         self.assertRegex(cache, "(?m)^CMAKE_BUILD_TYPE:STRING=$")
         self.assertRegex(cache, "(?m)^CMAKE_C_FLAGS_RELEASE:STRING=-O3 -DNDEBUG$")
-        self.assertNotRegex(self.run_here(f"ninja -C {build} -t targets all"), "qelconv|selftest|test_|tiny_|bench_")
+        targets = self.run_here(f"ninja -C {build} -t targets all")
+        self.assertNotRegex(targets, "qelconv|selftest|test_|tiny_|guide_|manual|bench_")
         self.run_here(f"cmake --build {build} --parallel 2")
         self.assert_encodes(self.run_here(f"{build}/program"))
 

@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "qelj.h"
+#include "support/core.h"
 #include "support/float_environment.h"
 #include "support/pages.h"
 #include "support/random.h"
@@ -203,9 +204,6 @@ class Rows : public Buffer {
   }
 };
 
-// How many times the image has asked for the number of threads, which functions that fork do once, behind their checks.
-inline int threadQuestions = 0;
-
 // One round of one export on one image.
 class Case {
  public:
@@ -263,10 +261,10 @@ class Case {
   template <class Function, class... Argument>
   QelStatus call(Function* function, const Argument&... argument) {
     if (tryChecks_) checks(function, argument...);
-    const int asked = threadQuestions;
+    const int asked = core().threadQuestions;
     const QelStatus s = run(function, argument::Traits<Argument>::plain(argument)...);
     value(s);
-    value(threadQuestions - asked);
+    value(core().threadQuestions - asked);
     return s;
   }
   // The call alone: nothing of it goes in by itself.
@@ -287,7 +285,7 @@ class Case {
   template <class Function, class... Argument>
   void checks(Function* function, const Argument&... argument) {
     const auto before = contents();
-    const int asked = threadQuestions;
+    const int asked = core().threadQuestions;
     const auto all = std::make_tuple(argument...);
     const auto call = [&](const auto& arguments) {
       value(std::apply(
@@ -299,7 +297,7 @@ class Case {
       forEachDamage(one, next, [&](const auto& two, size_t) { call(two); });
     });
     if (contents() != before) fault("a call that failed a check wrote");
-    if (threadQuestions != asked) fault("a call that failed a check asked for threads");
+    if (core().threadQuestions != asked) fault("a call that failed a check asked for threads");
   }
 
   template <class T>

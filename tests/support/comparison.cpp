@@ -1,53 +1,14 @@
 #include "support/comparison.h"
 
-#include <dlfcn.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <istream>
 
-#include "qelcore.h"
-
-// A processor of three threads and small caches in the place of this machine's, so that large images are divided and
-// take the stores that pass the caches by wherever the comparison runs.
-namespace qelj::test {
-int32_t threads = 3;
-}  // namespace qelj::test
-extern "C" int32_t ownGetNumThreads(void) {
-  ++qelj::test::threadQuestions;
-  return qelj::test::threads;
-}
-extern "C" int32_t qelGetMaxCacheSizeB(int32_t* bytes) {
-  *bytes = 1 << 20;
-  return 0;
-}
-// Memory of the library's own, of which a round leaves none behind. How the C library finds it is no fixed number of
-// instructions, and not counted.
-static int allocated = 0;
-static void uncounted() {
-  if (qelj::test::Case::aroundCall) qelj::test::Case::aroundCall();
-}
-extern "C" void* qelMalloc(int32_t bytes) {
-  uncounted();
-  ++allocated;
-  void* const memory = std::aligned_alloc(64, (size_t(bytes) + 63) / 64 * 64);
-  uncounted();
-  return memory;
-}
-extern "C" void qelFree(void* memory) {
-  uncounted();
-  allocated -= memory != nullptr;
-  std::free(memory);
-  uncounted();
-}
-
 namespace qelj::test {
 
-void* Image::find(const char* name) const { return dlsym(handle_, name); }
+void* Image::find(const char* name) const { return findSymbol(handle_, name); }
 
 namespace {
 
@@ -72,12 +33,9 @@ uint64_t digest(uint64_t hash, const std::vector<uint8_t>& bytes) {
 const char* current = "";
 const char* currentImage = "";
 int currentRound = 0;
-void reportFault(int, siginfo_t* info, void*) {
-  char text[512];
-  const int n = std::snprintf(text, sizeof text, "%s: round %d: %s reached the inaccessible address %p\n", current,
-                              currentRound, currentImage, info->si_addr);
-  [[maybe_unused]] const auto written = write(STDOUT_FILENO, text, size_t(n));
-  _exit(1);
+void reportFault(void* address) {
+  std::printf("%s: round %d: %s reached the inaccessible address %p\n", current, currentRound, currentImage, address);
+  std::fflush(stdout);
 }
 
 }  // namespace
@@ -96,13 +54,7 @@ DigestFile readDigests(std::istream& from) {
   return digests;
 }
 
-void reportFaults() {
-  struct sigaction action{};
-  action.sa_sigaction = reportFault;
-  action.sa_flags = SA_SIGINFO;
-  sigaction(SIGSEGV, &action, nullptr);
-  sigaction(SIGBUS, &action, nullptr);
-}
+void reportFaults() { onFault<reportFault>(); }
 
 Outcome runRound(const char* name, const Image& image, const Random& numbers, size_t environment, bool tryChecks,
                  bool anyFlags) {
@@ -112,18 +64,19 @@ Outcome runRound(const char* name, const Image& image, const Random& numbers, si
   c.mayRaiseFlags = floats || anyFlags;
   comparisons().at(name).run(image.find(name), c);
   const std::vector<uint8_t>& given = c.finish();
-  if (allocated != 0) c.fault("memory was not released");
+  if (core().allocated != 0) c.fault("memory was not released");
   return {given, c.fault()};
 }
 
 bool compareExport(const char* name, const std::vector<Image>& images, Rounds rounds, Digests& digests) {
   const auto found = comparisons().find(name);
   if (found == comparisons().end()) return std::printf("%s: no comparison is registered\n", name), false;
-  const int all = found->second.rounds, quick = all / kQuickShare, asked = threadQuestions;
+  const int all = found->second.rounds, quick = all / kQuickShare, asked = core().threadQuestions;
   const uint64_t stream = digest(0, std::vector<uint8_t>(name, name + std::strlen(name)));
   current = name;
   for (int round = 0; round < all; ++round) {
-    if (round >= quick && (rounds == Rounds::kQuick || (rounds == Rounds::kAllOfForks && threadQuestions == asked)))
+    if (round >= quick &&
+        (rounds == Rounds::kQuick || (rounds == Rounds::kAllOfForks && core().threadQuestions == asked)))
       break;
     std::vector<uint8_t> reference;
     for (const Image& image : images) {

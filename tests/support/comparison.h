@@ -11,9 +11,6 @@ namespace qelj::test {
 
 extern const std::vector<const char*> kExports;
 
-// What an image is told of threads.
-extern int32_t threads;
-
 // Of what an export gave after a twentieth of the rounds, and after all.
 struct Digests {
   uint64_t quick = 0, all = 0;

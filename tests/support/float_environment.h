@@ -42,6 +42,7 @@ class InFloatEnvironment {
   }
   ~InFloatEnvironment() {
     std::fesetenv(&before_);
+    std::fesetround(FE_TONEAREST);  // of both units: MinGW's C library forgets one of them above
     setFlushing(false);
   }
   InFloatEnvironment(const InFloatEnvironment&) = delete;

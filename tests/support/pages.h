@@ -3,18 +3,15 @@
 #ifndef QELJ_TESTS_PAGES_H
 #define QELJ_TESTS_PAGES_H
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
-#include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include "support/random.h"
+#include "support/system.h"
 
 namespace qelj::test {
 
@@ -26,7 +23,7 @@ class Pages {
 
   Pages(size_t bytes, Place place, size_t offset = 0) : bytes_(bytes) {
     const size_t room = bytes + (place == between ? 64 + 63 + kMargin : 0);
-    slot_ = take(size_t(std::bit_width((room + pageSize() - 1) / pageSize())));
+    slot_ = take(size_t(std::bit_width((room + kPage - 1) / kPage)));
     const size_t whole = slot_.bytes;
     data_ = slot_.body + (place == behind ? 0 : place == before ? whole - bytes : 64 + offset);
     front_ = std::min(kMargin, size_t(data_ - slot_.body));
@@ -65,15 +62,12 @@ class Pages {
  private:
   static constexpr size_t kMargin = 128;
   static constexpr int kFill = 0xA5;
+  static inline const size_t kPage = pageSize();
 
   struct Slot {
     uint8_t* body = nullptr;
     size_t bytes = 0, scale = 0;
   };
-  static size_t pageSize() {
-    static const auto size = size_t(sysconf(_SC_PAGESIZE));
-    return size;
-  }
   static std::array<std::vector<Slot>, 48>& kept() {
     static std::array<std::vector<Slot>, 48> slots;
     return slots;
@@ -85,11 +79,8 @@ class Pages {
       free.pop_back();
       return slot;
     }
-    const size_t bytes = pageSize() << scale;
-    void* memory = mmap(nullptr, bytes + 2 * pageSize(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    auto* body = static_cast<uint8_t*>(memory) + pageSize();
-    if (memory == MAP_FAILED || mprotect(body, bytes, PROT_READ | PROT_WRITE) != 0) throw std::runtime_error("mmap");
-    return {body, bytes, scale};
+    const size_t bytes = kPage << scale;
+    return {guardedMemory(bytes), bytes, scale};
   }
   static bool filled(const uint8_t* p, size_t bytes) {
     for (size_t i = 0; i < bytes; ++i)

@@ -10,16 +10,20 @@ using namespace jpeg::dct;
 
 // --- the source block --------------------------------------------------------------------------------------
 
+// Vectors take samples by rows, as they stand: of what centres them, all but a part of row 0 goes away down the columns,
+// and nothing saturates on the way there.
 struct Centred {
   const int16_t* src;
   int16_t sample(int y, int x) const { return at(src, 8 * y + x); }
   BlockRow row(int y) const { return load<BlockRow>(qelj::row(src, 16, y)); }
+  static BlockRow centred(BlockRow row0) { return row0; }
 };
 struct LevelShifted {
   const uint8_t* src;
   int32_t step;
   int16_t sample(int y, int x) const { return int16_t(qelj::row(src, step, y)[x] - 128); }
-  BlockRow row(int y) const { return simd::loadAs<BlockRow, uint8_t>(qelj::row(src, step, y)) - int16_t(128); }
+  BlockRow row(int y) const { return simd::loadAs<BlockRow, uint8_t>(qelj::row(src, step, y)); }
+  static BlockRow centred(BlockRow row0) { return row0 - int16_t(8 * 8 * 128); }
 };
 
 // --- first pass, down the columns --------------------------------------------------------------------------
@@ -109,6 +113,7 @@ void ownForward(Source source, int16_t* dst, const uint16_t* table) {
     Saturating<BlockRow> rows[8];
     simd::unroll<8>([&](auto k) { rows[k] = {source.row(k)}; });
     ownForwardColumns(rows);
+    rows[0].v = Source::centred(rows[0].v);
     simd::unroll<8 / kRows>([&](auto i) {
       constexpr int k = i * kRows;
       const WideRows x = ownForwardRows(joinRows(rows + k), kForwardWeights[i]);

@@ -130,9 +130,7 @@ struct LevelShiftedOut {
   }
   void rows(const Saturating<BlockRow> (&r)[8]) const {
     simd::unroll<4>([&](auto i) {
-      const auto two = bytes(r[2 * i].v, r[2 * i + 1].v);
-      store(row(dst, step, 2 * i), simd::lower(two));
-      store(row(dst, step, 2 * i + 1), simd::upper(two));
+      simd::storeHalves(row(dst, step, 2 * i), row(dst, step, 2 * i + 1), bytes(r[2 * i].v, r[2 * i + 1].v));
     });
   }
 };

@@ -1,4 +1,5 @@
-// The fast half of the baseline decoder: a bit reader without a branch on how many bits are left.
+// The fast half of the Huffman decoders: a bit reader without a branch on how many bits are left, and the loop in which
+// it and the defining reader take turns.
 #ifndef QELJ_JPEG_HUFFMAN_AHEADREADER_H
 #define QELJ_JPEG_HUFFMAN_AHEADREADER_H
 
@@ -27,8 +28,6 @@ namespace qelj::jpeg {
 // word have room, and loaded_ is 64.
 class AheadReader {
  public:
-  // Data bytes behind which it can start again when it had to stop.
-  static constexpr int kReach = 12;
   // The bytes that are looked at.
   static constexpr int kWindow = 64;
   // Memory for data whose stuffed zeros are taken out.
@@ -47,11 +46,17 @@ class AheadReader {
     limit_ = 8 * std::countr_zero(ff_) - kAhead;
   }
 
-  // Whether there is anything to read, and whether it has been read.
+  // Whether there is anything to read.
   bool usable() const { return limit_ != kNone; }
-  bool atEnd() const { return position_ > limit_; }
+  // How many data bytes a BitReader should decode before a new reader is tried: none where it has come to its window's
+  // end, a symbol for one that it cannot read, and all in front of a marker.
+  static constexpr int kNoBytes = -1;
+  int stop() const { return position_ <= limit_ ? 0 : ff_ == 0 ? kNoBytes : kAhead / 8 + 2; }
 
-  // Makes room for a code of up to 8 bits with its value, and any code with its value behind that. Fails at the end.
+  // The bits that a refill brings at least.
+  static constexpr int kBits = 56;
+  // Makes room for a code of up to 8 bits with its value, and any code with its value behind that; or for any code with
+  // kCorrections bits behind its value of one bit. Fails at the end.
   bool refill() {
     while (position_ > limit_) [[unlikely]]
       if (!unstuff()) return false;
@@ -73,6 +78,28 @@ class AheadReader {
     return take(entry, count < 9 ? refilled(9) : taken + 32);
   }
 
+  // The same for a code that a table of the caller's tells by the next 8 bits, which takes `all` bits with its value.
+  uint32_t next8() const { return uint32_t(bits_ >> 56); }
+  int32_t takeBoth(int code, int all) { return take(code, all - code, refilled(8)); }
+
+  // Up to 15 bits without a code.
+  uint32_t bits(int count) {
+    const auto next = uint32_t(bits_ >> 1 >> (63 - count));
+    taken_ = refilled(count);
+    position_ += count;
+    bits_ <<= count;
+    return next;
+  }
+  // Up to kCorrections bits, for each of which a BitReader refills where it has none left: it brings four bytes then.
+  static constexpr int kCorrections = 32;
+  uint64_t corrections(int count) {
+    const uint64_t next = bits_ >> 1 >> (63 - count);
+    position_ += count;
+    bits_ <<= count;
+    taken_ = selectLess(taken_, position_, taken_ + 32, taken_);
+    return next;
+  }
+
   // Leaves position and state where a BitReader would.
   void leave(int32_t* position, QelDecodeHuffmanState* state) const {
     // No table that Init has filled leads behind the window.
@@ -85,9 +112,10 @@ class AheadReader {
 
  private:
   static constexpr int kNone = INT32_MIN;
-  // Between two refills, a BitReader's last one can be behind a code of 8 bits, a value of 15 and a code of 16, and
-  // bring 32 bits; one more, as the limit itself is allowed.
-  static constexpr int kAhead = 8 + 15 + 16 + 32 + 1;
+  // Between two refills, a BitReader's last one can be behind a code of 8 bits, a value of 15 and a code of 16, or
+  // behind a code of 16, a value of 1 and all but one of the corrections, or behind all bits but a last value, and bring
+  // 32 bits; one more, as the limit itself is allowed.
+  static constexpr int kAhead = std::max({8 + 15 + 16, 16 + 1 + kCorrections - 1, kBits - 1}) + 32 + 1;
   static constexpr auto kLowest = [] {
     std::array<int32_t, 16> lowest{};
     for (int i = 0; i < 16; ++i) lowest[size_t(i)] = 1 - (1 << i);
@@ -107,8 +135,8 @@ class AheadReader {
     return true;
   }
 
-  int32_t take(uint32_t entry, int taken) {
-    const int code = int(entry >> 16), length = int(entry & 15);
+  int32_t take(uint32_t entry, int taken) { return take(int(entry >> 16), int(entry & 15), taken); }
+  int32_t take(int code, int length, int taken) {
     const uint64_t behind = bits_ << (code & 63);
     taken_ = taken;
     position_ += code;
@@ -134,6 +162,63 @@ class AheadReader {
   int limit_ = kNone;     // the last position of a refill
   uint64_t buffer_;       // of the state
 };
+
+// A decoder's call, of which both readers do a part. What is derived has two operations:
+//   ahead(reader)   goes on while an AheadReader can
+//   step(reader)    goes on by a symbol or a few, with a BitReader
+struct DecoderCall {
+  bool more = true;  // whether there is more to do
+  QelStatus status = qelStatusOk;
+};
+
+// A call by the defining reader alone.
+template <class Call>
+QELJ_INLINE void ownDecodeBySteps(const CodedSource& source, Call& call) {
+  ownDecode(source, [&call](BitReader<true>& reader) {
+    do call.step(reader);
+    while (call.more);
+    return call.status;
+  });
+}
+
+// Decodes on as fast as possible; the result is how many bytes a BitReader should decode in any case before it is tried
+// again.
+template <class Call>
+QELJ_INLINE int32_t ownTryAhead(const CodedSource& source, Call& call) {
+  AheadReader::Unstuffed memory;
+  AheadReader reader(source.src, source.length, *source.position, *source.marker, *source.state, memory);
+  if (!reader.usable()) [[unlikely]]
+    return INT32_MAX;
+  call.ahead(reader);
+  reader.leave(source.position, source.state);
+  return reader.stop();
+}
+
+// Decodes on to the end: by the defining reader as long as must be, and ahead of it where that is possible. The records
+// are made for the call: those that the fast half works on stay in registers.
+template <class Call>
+[[gnu::noinline]] Call ownDecodeRest(const CodedSource& source, Call call, int32_t bytes) {
+  do {
+    if (bytes != AheadReader::kNoBytes)
+      ownDecode(source, [&](BitReader<true>& reader) {
+        const int32_t start = reader.position();
+        do call.step(reader);
+        while (call.more && reader.position() - start < bytes);
+        return call.status;
+      });
+    if (call.more) bytes = ownTryAhead(source, call);
+  } while (call.more);
+  return call;
+}
+
+// The whole of a call.
+template <class Call>
+QELJ_INLINE void ownDecodeCall(const CodedSource& source, Call& call) {
+  if constexpr (!simd::kShuffles) return ownDecodeBySteps(source, call);
+  const int32_t bytes = ownTryAhead(source, call);
+  if (call.more) [[unlikely]]
+    call = ownDecodeRest({source.src, source.length, source.position, source.marker, source.state}, Call(call), bytes);
+}
 
 }  // namespace qelj::jpeg
 

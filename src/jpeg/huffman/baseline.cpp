@@ -9,129 +9,82 @@ namespace {
 
 using namespace jpeg;
 
-struct DecodedBlock {
-  int16_t* dst;
-  int16_t* lastDC;
+// A call for a block.
+struct BlockCall : DecoderCall {
+  BlockCall(int16_t* dst, int16_t* lastDC, const QelDecodeHuffmanSpec* dcTable, const QelDecodeHuffmanSpec* acTable)
+      : dst(dst), lastDC(lastDC), dcTable(dcTable), acTable(acTable) {}
+
+  QELJ_INLINE void ahead(AheadReader& reader) {
+    if (k == 0 && reader.refill()) [[likely]] {
+      if (uint32_t entry = reader.peek(dcTable)) [[likely]]
+        storeDc(reader.take(entry));
+      else if ((entry = reader.peekLong(dcTable))) storeDc(reader.takeLong(entry));
+      else return;
+    }
+    for (;;) {
+      if (!reader.refill()) [[unlikely]]
+        return;
+      uint32_t entry = reader.peek(acTable);
+      if (entry != 0) [[likely]] {
+        const int32_t value = reader.take(entry);
+        storeAc(uint8_t(entry), value);
+        if (!more) return;
+        entry = reader.peek(acTable);
+      }
+      int32_t value;
+      if (entry != 0) [[likely]] {
+        value = reader.take(entry);
+      } else {
+        entry = reader.peekLong(acTable);
+        if (entry == 0) return;
+        value = reader.takeLong(entry);
+      }
+      storeAc(uint8_t(entry), value);
+      if (!more) return;
+    }
+  }
+
+  void step(BitReader<true>& reader) {
+    int32_t symbol, value = 0;
+    status = reader.symbol(k == 0 ? dcTable : acTable, symbol);
+    if (status == qelStatusOk && symbol & 15) {
+      status = reader.value(symbol & 15, value);
+      if (status) k = 0;
+    }
+    if (status) more = false;
+    else if (k == 0) storeDc(value);
+    else storeAc(unsigned(symbol), value);
+  }
+
+  int16_t *dst, *lastDC;
   const QelDecodeHuffmanSpec *dcTable, *acTable;
-};
-
-// The DC coefficient is the last one and a difference.
-inline void ownStoreDc(const DecodedBlock& block, int32_t difference) {
-  *block.lastDC = addWrap(*block.lastDC, int16_t(difference));
-  put(block.dst, 0, *block.lastDC);
-}
-
-// What an AC symbol says, with its value: whether the block goes on behind it. k is the position, 0 behind a failure.
-inline bool ownStoreAc(const DecodedBlock& block, unsigned symbol, int32_t value, unsigned& k, QelStatus& status) {
-  if ((symbol & 15) == 0) {
-    if (symbol < 0xF0) return false;
-    k += 16;
-    return k < 64;
-  }
-  k += symbol >> 4;
-  put(block.dst, kZigZag.natural[k], int16_t(value));
-  if (++k < 64) [[likely]]
-    return true;
-  if (k > kGuarded) {
-    put(block.dst, 63, 0);  // nothing else has been stored there: position 63 ends a block
-    k = 0;
-    status = qelStatusJpegBlockOverrun;
-  }
-  return false;
-}
-
-// How far a block has been decoded.
-struct Progress {
   unsigned k = 0;  // the next position; 0 also behind a failure
-  bool more = true;
-  QelStatus status = qelStatusOk;
-};
 
-// Decodes on while the reader can.
-QELJ_INLINE void ownDecodeAhead(AheadReader& reader, const DecodedBlock& block, Progress& progress) {
-  unsigned k = progress.k;
-  if (k == 0 && reader.refill()) [[likely]] {
-    if (uint32_t entry = reader.peek(block.dcTable)) [[likely]]
-      ownStoreDc(block, reader.take(entry));
-    else if ((entry = reader.peekLong(block.dcTable))) ownStoreDc(block, reader.takeLong(entry));
-    else return;
+ private:
+  // The DC coefficient is the last one and a difference.
+  QELJ_INLINE void storeDc(int32_t difference) {
+    *lastDC = addWrap(*lastDC, int16_t(difference));
+    put(dst, 0, *lastDC);
     k = 1;
   }
-  for (;;) {
-    if (!reader.refill()) [[unlikely]]
-      break;
-    uint32_t entry = reader.peek(block.acTable);
-    if (entry != 0) [[likely]] {
-      const int32_t value = reader.take(entry);
-      progress.more = ownStoreAc(block, uint8_t(entry), value, k, progress.status);
-      if (!progress.more) break;
-      entry = reader.peek(block.acTable);
+  // What an AC symbol says, with its value.
+  QELJ_INLINE void storeAc(unsigned symbol, int32_t value) {
+    if ((symbol & 15) == 0) {
+      more = symbol >= 0xF0 && (k += 16) < 64;
+      return;
     }
-    int32_t value;
-    if (entry != 0) [[likely]] {
-      value = reader.take(entry);
-    } else {
-      entry = reader.peekLong(block.acTable);
-      if (entry == 0) break;
-      value = reader.takeLong(entry);
+    k += symbol >> 4;
+    put(dst, kZigZag.natural[k], int16_t(value));
+    if (++k < 64) [[likely]]
+      return;
+    more = false;
+    if (k > kGuarded) {
+      put(dst, 63, 0);  // nothing else has been stored there: position 63 ends a block
+      k = 0;
+      status = qelStatusJpegBlockOverrun;
     }
-    progress.more = ownStoreAc(block, uint8_t(entry), value, k, progress.status);
-    if (!progress.more) break;
   }
-  progress.k = k;
-}
-
-// Decodes on as fast as possible; the result is how many bytes a BitReader should decode in any case before it is tried
-// again.
-QELJ_INLINE int32_t ownTryAhead(const CodedSource& source, const DecodedBlock& block, Progress& progress) {
-  if constexpr (!simd::kShuffles) return INT32_MAX;
-  AheadReader::Unstuffed memory;
-  AheadReader reader(source.src, source.length, *source.position, *source.marker, *source.state, memory);
-  if (!reader.usable()) [[unlikely]]
-    return INT32_MAX;
-  ownDecodeAhead(reader, block, progress);
-  reader.leave(source.position, source.state);
-  return reader.atEnd() ? AheadReader::kReach : 0;
-}
-
-// Decodes a symbol by the defining reader.
-inline void ownDecodeSymbol(BitReader<true>& reader, const DecodedBlock& block, Progress& progress) {
-  const bool dc = progress.k == 0;
-  int32_t symbol, value = 0;
-  progress.more = false;
-  progress.status = reader.symbol(dc ? block.dcTable : block.acTable, symbol);
-  if (progress.status) return;
-  if (symbol & 15) progress.status = reader.value(symbol & 15, value);
-  if (progress.status) {
-    progress.k = 0;
-  } else if (dc) {
-    ownStoreDc(block, value);
-    progress.k = 1;
-    progress.more = true;
-  } else {
-    progress.more = ownStoreAc(block, unsigned(symbol), value, progress.k, progress.status);
-  }
-}
-
-// Decodes on to the end: by the defining reader as long as must be, and ahead of it where that is possible. The records
-// are made for the call: those that the fast half works on stay in registers.
-[[gnu::noinline]] QelStatus ownDecodeRest(const CodedSource& source, const DecodedBlock& block, unsigned k,
-                                          int32_t bytes) {
-  Progress progress{k};
-  for (;;) {
-    ownDecode(source, [&](BitReader<true>& reader) {
-      const int32_t start = reader.position();
-      do ownDecodeSymbol(reader, block, progress);
-      while (progress.more && reader.position() - start < bytes);
-      return progress.status;
-    });
-    if (!progress.more) break;
-    bytes = ownTryAhead(source, block, progress);
-    if (!progress.more) break;
-  }
-  source.state->blockPosition = int(progress.k);
-  return progress.status;
-}
+};
 
 }  // namespace
 
@@ -142,15 +95,11 @@ QelStatus qeliDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen,
                      nonNull(srcPos, dst, lastDC, marker, dcTable, acTable, state));
       s)
     return s;
-  const DecodedBlock block{dst, lastDC, dcTable, acTable};
-  const CodedSource source{src, srcLen, srcPos, marker, state};
-  Progress progress;
   ownClear(dst);
-  const int32_t bytes = ownTryAhead(source, block, progress);
-  if (progress.more) [[unlikely]]
-    return ownDecodeRest({src, srcLen, srcPos, marker, state}, {dst, lastDC, dcTable, acTable}, progress.k, bytes);
-  state->blockPosition = int(progress.k);
-  return progress.status;
+  BlockCall block(dst, lastDC, dcTable, acTable);
+  ownDecodeCall({src, srcLen, srcPos, marker, state}, block);
+  state->blockPosition = int(block.k);
+  return block.status;
 }
 
 QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos,
@@ -161,9 +110,9 @@ QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, i
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = nonNull(src, lastDC, dcTable, acTable); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
-  return ownWithAc(src, [=](const auto& ac) {
-    return ownEncode<kMaxBlockBits>(dst, dstLen, dstPos, state,
-                                    [=, &ac](auto& sink) { return ownCodeBlock(sink, ac, d, dcTable, acTable); });
+  return ownWithAc(src, [=]<class Ac>(const Ac& ac) {
+    return ownEncode<kMaxBlockBits<Ac>>(dst, dstLen, dstPos, state,
+                                        [=, &ac](auto& sink) { return ownCodeBlock(sink, ac, d, dcTable, acTable); });
   });
 }
 

@@ -99,12 +99,22 @@ class BitReader {
     return qelStatusOk;
   }
 
+  // A symbol with a code of up to 8 bits, of 8 available bits or more, and the value behind it, if that is available.
+  bool codeAndValue(const QelDecodeHuffmanSpec* table, int32_t& symbol, int32_t& value) {
+    const uint32_t entry = table->lookup[peek(8)];
+    const int length = int(entry & 15), left = count_ - int(entry >> 16) - length;
+    if (entry == 0 || left < 0) return false;
+    count_ = left;
+    symbol = int32_t(entry & 0xFFFF);
+    value = valueBehind(length);
+    return true;
+  }
+
   // `length` (0 to 15) bits behind a symbol, as a value.
   QelStatus value(int length, int32_t& value) {
     if (auto s = need(length); s) return s;
     count_ -= length;
-    const uint32_t ones = (1u << length) - 1, bits = uint32_t(buffer_ >> (count_ & 63)) & ones;
-    value = int32_t(bits <= ones >> 1 ? bits - ones : bits);  // EXTEND, F.2.2.1
+    value = valueBehind(length);
     return qelStatusOk;
   }
 
@@ -119,6 +129,12 @@ class BitReader {
   }
 
  private:
+  // The last `length` bits that have been taken, as a value.
+  int32_t valueBehind(int length) const {
+    const uint32_t ones = (1u << length) - 1, bits = uint32_t(buffer_ >> (count_ & 63)) & ones;
+    return int32_t(bits <= ones >> 1 ? bits - ones : bits);  // EXTEND, F.2.2.1
+  }
+
   // Takes in all the bytes of a refill in one step where no 0xFF stands among the next four. Without a length
   // it reads pairs: behind a byte that is not 0xFF, a marker is still to come.
   bool takeWord() {

@@ -4,7 +4,8 @@
 //   code(table, symbol, bits, length)   a Huffman symbol and the `length` bits behind it
 //   plain(bits, length)                 bits without a symbol
 // BitWriter defines the bytes: it tests the room byte by byte. WideWriter gives the same bytes where there is
-// room for whatever a step can make; SymbolCounter counts symbols instead of storing them.
+// room for whatever a step can make, and WordWriter those of a step that fits a word; SymbolCounter counts symbols instead
+// of storing them.
 #ifndef QELJ_JPEG_HUFFMAN_BITWRITER_H
 #define QELJ_JPEG_HUFFMAN_BITWRITER_H
 
@@ -145,17 +146,12 @@ inline uint8_t* ownStuff(uint8_t* dst, const uint8_t* src, int bytes) {
   }
 }
 
-// Gathers a step's bits without a branch, and stores the bytes at its end. kChecked: a symbol without a code
-// stops it, with everything before it stored; otherwise such a symbol adds no bits.
-template <bool kChecked>
-class WideWriter {
+// The operations of a sink that puts bits without a branch. kChecked: a symbol without a code stops the step, with
+// everything before it stored; otherwise such a symbol adds no bits.
+template <bool kChecked, class Writer>
+class FastSink {
  public:
   using Table = const QelEncodeHuffmanSpec*;
-
-  // `pending` are `count` (0 to 7) bits in front of the first; what stands above them is not stored.
-  template <int kMaxBits>
-  WideWriter(StepBits<kMaxBits>& memory, uint32_t pending, int count)
-      : bytes_(memory.bytes), word_(pending), end_(uint32_t(count) + 7) {}
 
   QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
     if (symbol > 255) [[unlikely]]
@@ -173,6 +169,26 @@ class WideWriter {
     return qelStatusOk;
   }
 
+ private:
+  // At most 32 bits, with nothing above them.
+  void put(uint64_t bits, int length) { static_cast<Writer*>(this)->put(bits, length); }
+};
+
+// Gathers a step's bits in memory, and stores the bytes at its end.
+template <bool kChecked>
+class WideWriter : public FastSink<kChecked, WideWriter<kChecked>> {
+ public:
+  // `pending` are `count` (0 to 7) bits in front of the first; what stands above them is not stored.
+  template <int kMaxBits>
+  WideWriter(StepBits<kMaxBits>& memory, uint32_t pending, int count)
+      : bytes_(memory.bytes), word_(pending), end_(uint32_t(count) + 7) {}
+
+  void put(uint64_t bits, int length) {
+    word_ = word_ << (length & 63) | bits;
+    end_ += uint32_t(length);
+    store(bytes_ + (end_ >> 3), streamOrder(word_ << (~end_ & 7)));
+  }
+
   // Whether there are no more bits than a step's.
   bool fits(int maxBits) const { return end_ <= uint32_t(maxBits) + 7 + 7; }
   // Stores the whole bytes; fewer than 8 bits stay pending.
@@ -187,18 +203,70 @@ class WideWriter {
   uint32_t pending() const { return uint32_t(word_) & ((1u << count()) - 1); }  // right-aligned
 
  private:
-  // At most 32 bits, with nothing above them.
-  void put(uint64_t bits, int length) {
-    word_ = word_ << (length & 63) | bits;
-    end_ += uint32_t(length);
-    store(bytes_ + (end_ >> 3), streamOrder(word_ << (~end_ & 7)));
-  }
   int whole() const { return int((end_ - 7) >> 3); }
 
   uint8_t* bytes_;  // eight in front of the first
   uint64_t word_;   // the last 64 bits, right-aligned
   uint32_t end_;    // bits, and 7
 };
+
+// Stores the low `bytes` (0 to 7) bytes of a word and touches no other, without a branch that depends on how many: parts
+// that there are none of go elsewhere. (To load what stands behind them would be to wait for the last call's store.)
+inline uint8_t* ownStoreFew(uint8_t* dst, uint64_t word, int bytes) {
+  uint8_t elsewhere[4];
+  const auto part = [&]<class Part>(Part) {
+    const int size = bytes & int(sizeof(Part));
+    store(size ? dst : elsewhere, Part(word));
+    word >>= 8 * size;
+    dst += size;
+  };
+  part(uint32_t()), part(uint16_t()), part(uint8_t());
+  return dst;
+}
+
+// The same for steps whose bits fit a word with those that are pending: no memory, which costs a short step more than
+// its bits.
+template <bool kChecked>
+class WordWriter : public FastSink<kChecked, WordWriter<kChecked>> {
+ public:
+  static constexpr int kMostBits = 63 - 7;
+
+  template <int kMaxBits>
+  WordWriter(StepBits<kMaxBits>&, uint32_t pending, int count) : word_(pending), end_(uint32_t(count)) {}
+
+  void put(uint64_t bits, int length) {
+    word_ = word_ << (length & 63) | bits;
+    end_ += uint32_t(length);
+  }
+
+  bool fits(int maxBits) const { return end_ <= uint32_t(maxBits) + 7; }
+  uint8_t* finish(uint8_t* dst) const {
+    const int whole = int(end_ >> 3);
+    const uint64_t bits = word_ >> count() & ((uint64_t(1) << 8 * whole) - 1);
+    const uint64_t bytes = streamOrder(bits << 8 * (7 - whole)) >> 8;  // the first one is the low one
+    if (!hasFF(bits)) [[likely]]
+      return ownStoreFew(dst, bytes, whole);
+    uint8_t memory[8 + simd::kBytes];
+    store(memory, bytes);
+    return ownStuffExactly(dst, memory, whole);
+  }
+  uint8_t* finishExactly(uint8_t* dst) const {
+    dst = finish(dst);
+    if (count() > 0) *dst = uint8_t(pending() << (8 - count()));
+    return dst;
+  }
+  int count() const { return int(end_ & 7); }
+  uint32_t pending() const { return uint32_t(word_) & ((1u << count()) - 1); }
+
+ private:
+  uint64_t word_;  // right-aligned
+  uint32_t end_;   // bits
+};
+
+// The writer of a step.
+template <int kMaxBits, bool kChecked>
+using FastWriter =
+    std::conditional_t<kMaxBits <= WordWriter<kChecked>::kMostBits, WordWriter<kChecked>, WideWriter<kChecked>>;
 
 // Counts symbols by the same operations.
 class SymbolCounter {
@@ -245,7 +313,7 @@ template <int kMaxBits, class Step>
     return ownEncodeByBytes(dst, dstLen, dstPos, state, step);
   StepBits<kMaxBits> memory;
   const Pending pending(state);
-  WideWriter<true> sink(memory, pending.bits, pending.count);
+  FastWriter<kMaxBits, true> sink(memory, pending.bits, pending.count);
   const QelStatus s = step(sink);
   if (!sink.fits(kMaxBits)) [[unlikely]]
     return qelStatusJpegHuffTable;

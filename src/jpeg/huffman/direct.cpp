@@ -57,22 +57,25 @@ inline QelStatus ownDecodeBlockDirect(DirectReader& reader, int16_t* dst, int16_
         return qelStatusOk;
       }
     }
-    switch (ownDirectSymbol(reader, acTable, symbol)) {
-      case Found::symbol:
-        break;
-      case Found::noCode:
-        return qelStatusJpegCoeffRange;
-      case Found::noBits:
-        reader.drop(reader.count());
-        return qelStatusOk;
+    if (!reader.codeAndValue(acTable, symbol, value)) {
+      switch (ownDirectSymbol(reader, acTable, symbol)) {
+        case Found::symbol:
+          break;
+        case Found::noCode:
+          return qelStatusJpegCoeffRange;
+        case Found::noBits:
+          reader.drop(reader.count());
+          return qelStatusOk;
+      }
+      if (symbol & 15)
+        if (reader.value(symbol & 15, value)) return qelStatusJpegOutOfBuffer;
     }
-    const int run = symbol >> 4, length = symbol & 15;
-    if (length == 0) {
+    const int run = symbol >> 4;
+    if ((symbol & 15) == 0) {
       if (run < 15) break;
       k += 16;
       continue;
     }
-    if (reader.value(length, value)) return qelStatusJpegOutOfBuffer;
     k += run;
     if (k < kGuarded) put(dst, kZigZag.natural[k], int16_t(value));
     ++k;
@@ -104,14 +107,14 @@ QelStatus qeliEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const int16_t* src, uint8_t*
                                                     const QelEncodeHuffmanSpec* acTable) {
   if (auto s = nonNull(src, dst, dstBitPos, lastDC, dcTable, acTable); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
-  return ownWithAc(src, [=](const auto& ac) {
+  return ownWithAc(src, [=]<class Ac>(const Ac& ac) {
     uint8_t* const start = dst + (*dstBitPos >> 3);
     const int pendingCount = *dstBitPos & 7;
-    StepBits<kMaxBlockBits> memory;
-    WideWriter<false> sink(memory, pendingCount ? *start >> (8 - pendingCount) : 0, pendingCount);
+    StepBits<kMaxBlockBits<Ac>> memory;
+    FastWriter<kMaxBlockBits<Ac>, false> sink(memory, pendingCount ? *start >> (8 - pendingCount) : 0, pendingCount);
     ownCodeBlock(sink, ac, d, dcTable, acTable);
     // Neither a code nor a value has more than 16 bits: no more than 513 bytes, one of them partial, with all stuffed.
-    if (!sink.fits(64 * 32)) [[unlikely]]
+    if (!sink.fits(std::min(64 * 32, kMaxBlockBits<Ac>))) [[unlikely]]
       return QelStatus(qelStatusJpegHuffTable);
     const uint8_t* const end = sink.finishExactly(start);
     *dstBitPos = int32_t(uint32_t(end - dst) * 8 + uint32_t(sink.count()));

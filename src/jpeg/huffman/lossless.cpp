@@ -2,7 +2,7 @@
 // rows of up to four interleaved components.
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "jpeg/huffman/bitreader.h"
+#include "jpeg/huffman/aheadreader.h"
 #include "jpeg/huffman/steps.h"
 
 namespace qelj {
@@ -28,17 +28,121 @@ inline QelStatus ownCodeDifference(Sink& sink, const QelEncodeHuffmanSpec* table
 }
 constexpr int kMaxDifferenceBits = 16 + 15;
 
-// A row whose channel count is known to the compiler.
+// The codes of up to 8 bits whose values are not long, by the next 8 bits, made for one row. What both take together
+// stands ready, which tells without delay where the next code begins.
+class DifferenceTable {
+ public:
+  struct Entry {
+    uint8_t all, code;  // bits; 0 for other codes
+  };
+  static constexpr uint32_t kMost = AheadReader::kBits / 4;  // a refill is enough for four
+
+  void init(const QelDecodeHuffmanSpec* spec) {
+    for (size_t i = 0; i < 256; ++i) {
+      const uint32_t code = spec->lookup[i] >> 16, category = spec->lookup[i] & 0xFFFF;
+      const bool listed = code <= 8 && category < 16 && code + category <= kMost;
+      entries_[i] = listed ? Entry{uint8_t(code + category), uint8_t(code)} : Entry{};
+    }
+  }
+  Entry operator[](uint32_t bits) const { return entries_[bits]; }
+
+ private:
+  Entry entries_[256];
+};
+
+// A call for a row whose channel count is known to the compiler.
 template <int kChannels>
-inline QelStatus ownDecodeRow(BitReader<true>& reader, int16_t* const* dst, int32_t width,
-                              const QelDecodeHuffmanSpec* const* tables) {
-  int16_t* planes[kChannels];
+struct RowCall : DecoderCall {
+  RowCall(int16_t* const* dst, int32_t width, const QelDecodeHuffmanSpec* const* specs) : width(width) {
+    for (int c = 0; c < kChannels; ++c) this->dst[c] = dst[c], this->specs[c] = specs[c];
+  }
+
+  // What ahead() needs. Channels have one table as a rule.
+  using Tables = DifferenceTable[kChannels];
+  void makeTables(Tables& memory) {
+    for (int c = 0; c < kChannels; ++c) {
+      const auto same = int(std::find(specs, specs + c, specs[c]) - specs);
+      if (same == c) memory[c].init(specs[c]);
+      tables[c] = &memory[same];
+    }
+  }
+  QELJ_INLINE void ahead(AheadReader& reader) {
+    while (channel == 0 && width - x >= kColumns) {
+      if (!columns(reader, std::make_integer_sequence<int, kColumns * kChannels>())) return;
+      x += kColumns;
+    }
+    more = x < width;
+  }
+
+  // To the end of a column.
+  void step(BitReader<true>& reader) {
+    do {
+      status = ownDecodeDifference(reader, specs[channel], offset(dst[channel], x));
+      more = status == qelStatusOk;
+    } while (more && ++channel < kChannels);
+    if (!more) return;
+    channel = 0;
+    more = ++x < width;
+  }
+
+  int16_t* dst[kChannels];
   const QelDecodeHuffmanSpec* specs[kChannels];
-  for (int c = 0; c < kChannels; ++c) planes[c] = dst[c], specs[c] = tables[c];
-  for (int32_t x = 0; x < width; ++x)
-    for (int c = 0; c < kChannels; ++c)
-      if (auto s = ownDecodeDifference(reader, specs[c], offset(planes[c], x)); s) return s;
-  return qelStatusOk;
+  const DifferenceTable* tables[kChannels];
+  int32_t x = 0, width;
+  int channel = 0;
+
+ private:
+  // Differences to a refill, and columns at once.
+  static constexpr int kGroup = kChannels == 3 ? 3 : 4, kColumns = kGroup / kChannels;
+
+  template <int... i>
+  QELJ_INLINE bool columns(AheadReader& reader, std::integer_sequence<int, i...>) {
+    return (difference<i>(reader) && ...);
+  }
+  template <int i>
+  QELJ_INLINE bool difference(AheadReader& reader) {
+    constexpr int c = i % kChannels;
+    int16_t* const to = offset(dst[c], x + i / kChannels);
+    if (i == 0 && !reader.refill()) [[unlikely]]
+      return stop<i>();
+    const DifferenceTable::Entry known = (*tables[c])[reader.next8()];
+    if (known.all != 0) [[likely]] {
+      store(to, int16_t(reader.takeBoth(known.code, known.all)));
+      return true;
+    }
+    if (i > 0 && !reader.refill()) [[unlikely]]
+      return stop<i>();
+    const uint32_t shortCode = reader.peek(specs[c]), found = shortCode ? shortCode : reader.peekLong(specs[c]);
+    if (found == 0) [[unlikely]]
+      return stop<i>();
+    const bool lone = uint8_t(found) > 15;
+    const uint32_t entry = lone ? found & ~0xFFu : found;
+    const int32_t value = shortCode ? reader.take(entry) : reader.takeLong(entry);
+    store(to, int16_t(lone ? INT16_MIN : value));
+    return i == kGroup - 1 || reader.refill() || stop<i + 1>();
+  }
+  // In front of difference i.
+  template <int i>
+  bool stop() {
+    x += i / kChannels;
+    channel = i % kChannels;
+    return false;
+  }
+};
+
+template <int kChannels>
+inline QelStatus ownDecodeRow(const CodedSource& source, int16_t* const* dst, int32_t width,
+                              const QelDecodeHuffmanSpec* const* specs) {
+  constexpr int32_t kLong = 96;  // differences that pay for a table
+  RowCall<kChannels> row(dst, width, specs);
+  if (!simd::kShuffles || width < kLong) {
+    ownDecodeBySteps(source, row);
+    return row.status;
+  }
+  typename RowCall<kChannels>::Tables memory;
+  row.makeTables(memory);
+  ownDecodeCall(source, row);
+  return row.status;
 }
 
 // Columns are coded in groups, so that little room in front of the destination's end is needed for the fast writer.
@@ -89,9 +193,8 @@ QelStatus qeliDecodeHuffmanRow_JPEG_1u16s_C1P4(const uint8_t* src, int32_t srcLe
       s)
     return s;
   if (auto s = check(planes(dst, looked(channels)), planes(tables, looked(channels))); s) return s;
-  return ownDecode({src, srcLen, srcPos, marker, state}, [&](BitReader<true>& reader) {
-    return ownWithChannels(channels, [&](auto count) { return ownDecodeRow<count>(reader, dst, width, tables); });
-  });
+  const CodedSource source{src, srcLen, srcPos, marker, state};
+  return ownWithChannels(channels, [&](auto count) { return ownDecodeRow<count>(source, dst, width, tables); });
 }
 
 QelStatus qeliEncodeHuffmanOne_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos,

@@ -1,7 +1,7 @@
 // One block of a progressive scan: DC and AC, first scans and refinements (ISO/IEC 10918-1, Annex G).
 #include "frame/check.h"
 #include "frame/fronts.h"
-#include "jpeg/huffman/bitreader.h"
+#include "jpeg/huffman/aheadreader.h"
 #include "jpeg/huffman/steps.h"
 
 namespace qelj {
@@ -35,65 +35,185 @@ inline QelStatus ownDecodeFirst(BitReader<true>& reader, int16_t* dst, int ss, i
   return qelStatusOk;
 }
 
-// One correction bit for each coefficient of the set: it completes a magnitude that has not got this bit yet.
-inline QelStatus ownCorrect(BitReader<true>& reader, int16_t* dst, uint64_t set, int32_t bit) {
-  for (; set; set &= set - 1) {
-    if (auto s = reader.need(1); s) return s;
-    const int i = kZigZag.natural[std::countr_zero(set)];
-    const int16_t c = at(dst, i);
-    const int32_t add = reader.take(1) && (std::abs(int32_t(c)) & bit) == 0 ? bit : 0;
-    put(dst, i, addWrap(c, int16_t(c < 0 ? -add : add)));
+// Adds bit al to the magnitudes of the set's coefficients that have not got it yet; position k is bit 63 - k.
+inline void ownCorrect(int16_t* dst, uint64_t set, uint32_t al) {
+  using simd::I16, simd::U16;
+  if (set == 0) return;
+  static constexpr auto kByte = [] {
+    std::array<uint8_t, 128> byte{};
+    for (size_t i = 0; i < 64; ++i) byte[2 * i] = uint8_t((63 - kZigZag.scan[i]) / 8), byte[2 * i + 1] = 0x80;
+    return byte;
+  }();
+  static constexpr auto kBit = [] {
+    std::array<uint16_t, 64> bit{};
+    for (size_t i = 0; i < 64; ++i) bit[i] = uint16_t(1 << (63 - kZigZag.scan[i]) % 8);
+    return bit;
+  }();
+  const auto bytes = as<uint8_t>(all<simd::U64>(set));
+  const I16 bit = all<I16>(int16_t(1 << al));
+  for (int i = 0; i < 64; i += simd::kLanes<I16>) {
+    const auto wanted = load<U16>(&kBit[size_t(i)]);
+    const auto chosen = as<int16_t>(
+        (as<uint16_t>(simd::shuffleBytes(bytes, load<simd::U8>(&kByte[size_t(2 * i)]))) & wanted) == wanted);
+    const auto c = load<I16>(offset(dst, i));
+    const auto negative = as<int16_t>(c < 0);
+    const I16 add = chosen & bit & ~absWrap(c);
+    store(offset(dst, i), addWrap(c, subWrap(add ^ negative, negative)));
   }
-  return qelStatusOk;
 }
 
-inline QelStatus ownDecodeRefine(BitReader<true>& reader, int16_t* dst, int ss, int se, uint32_t al,
-                                 const QelDecodeHuffmanSpec* table, int32_t& eobRun) {
-  const int32_t bit = 1 << al;
-  const uint64_t set = ownNonZero(dst) & ownBand(ss, se), zeros = ~set & ownBand(ss, se);
-  uint64_t ahead = ~uint64_t(0);  // the positions from k on
-  int k = ss;
-  while (eobRun == 0 && k <= se) {
-    ahead = ~uint64_t(0) << k;
-    int32_t symbol, value = 0;
-    if (auto s = reader.symbol(table, symbol); s) return s;
-    const int run = symbol >> 4, length = symbol & 15;
-    if (length > 1) return qelStatusJpegCoeffRange;
-    if (length == 1) {
+// The positions of a set, position k at bit 63 - k, in order; how many there are. Stores up to eight bytes behind them.
+inline int ownListPositions(uint64_t set, uint8_t* positions) {
+  // By byte: where its ones are, from the top bit on.
+  static constexpr auto kOnes = [] {
+    std::array<uint64_t, 256> ones{};
+    for (unsigned byte = 0; byte < 256; ++byte)
+      for (int i = 0, n = 0; i < 8; ++i)
+        if (byte >> (7 - i) & 1) ones[byte] |= uint64_t(i) << (8 * n++);
+    return ones;
+  }();
+  int count = 0;
+  for (int i = 0; i < 64; i += 8) {
+    const unsigned byte = set >> (56 - i) & 0xFF;
+    store(positions + count, kOnes[byte] + uint64_t(i) * 0x0101010101010101);
+    count += std::popcount(byte);
+  }
+  return count;
+}
+
+// A call for a block of a refinement scan. Sets have position k at bit 63 - k, so that bits are in the stream's order.
+struct RefineCall : DecoderCall {
+  RefineCall(int16_t* dst, int ss, int se, uint32_t al, const QelDecodeHuffmanSpec* table, int32_t eobRun)
+      : dst(dst),
+        k(ss),
+        se(se),
+        al(al),
+        table(table),
+        eobRun(eobRun),
+        band(ownBand<true>(ss, se)),
+        known(ownNonZero<true>(dst) & band) {}
+
+  // A run leads past zeros, whose positions are listed. The coefficients passed between them have a correction bit each:
+  // these are read at once, gathered over the whole block, and added at its end.
+  QELJ_INLINE void ahead(AheadReader& reader) {
+    const uint64_t behind = ~uint64_t(0) >> k, toCorrect = known & behind;
+    const int all = std::popcount(toCorrect);
+    uint64_t bits = 0;
+    int done = 0;
+    const auto correct = [&](int count) QELJ_INLINE_LAMBDA {
+      bits = bits << count | reader.corrections(count);
+      done += count;
+    };
+    if (eobRun == 0) {
+      uint8_t zeros[64 + 8];
+      const int first = k;
+      int count = -1;  // of the zeros, once they are listed: many a block ends at once
+      for (int passed = 0; reader.refill();) {
+        const uint32_t shortCode = reader.peek(table), entry = shortCode ? shortCode : reader.peekLong(table);
+        const int run = entry >> 4 & 15, length = entry & 15;
+        if (entry == 0 || length > 1) break;
+        if (length == 0 && run < 15) {
+          if (shortCode) reader.take(entry);
+          else reader.takeLong(entry);
+          eobRun = int32_t(1u << run | reader.bits(run));
+          break;
+        }
+        if (count < 0) {
+          count = ownListPositions(~known & band & behind, zeros);
+          zeros[count] = uint8_t(se + 1);
+        }
+        const int place = std::min(passed + run, count), corrections = zeros[place] - first - place - done;
+        if (corrections > AheadReader::kCorrections) [[unlikely]]
+          break;
+        const int32_t value = shortCode ? reader.take(entry) : reader.takeLong(entry);
+        correct(corrections);
+        k = zeros[place] + 1;
+        more = k <= se;
+        if (place == count) [[unlikely]] {
+          if (length == 1) status = qelStatusJpegCoeffRange;
+          break;
+        }
+        put(dst, kZigZag.natural[zeros[place]], shlWrap(int16_t(value), int(al)));
+        passed = place + 1;
+        if (!more) break;
+      }
+    }
+    if (eobRun > 0) {
+      while (done < all && reader.refill()) correct(std::min(all - done, AheadReader::kCorrections));
+      if (done == all) {
+        eobRun -= 1;
+        more = false;
+      } else {
+        uint64_t left = toCorrect;
+        for (int n = 0; n < done; ++n) left ^= std::bit_floor(left);
+        k = std::countl_zero(left);
+      }
+    }
+    ownCorrect(dst, simd::depositBits(bits << ((all - done) & 63), toCorrect), al);
+  }
+
+  void step(BitReader<true>& reader) {
+    status = refine(reader);
+    if (status) more = false;
+  }
+
+  int16_t* dst;
+  int k, se;  // the next position, and the last one
+  uint32_t al;
+  const QelDecodeHuffmanSpec* table;
+  int32_t eobRun;
+  uint64_t band, known;
+
+ private:
+  // A symbol with the correction bits up to its place; in an end-of-band run, those of the rest of the band.
+  QelStatus refine(BitReader<true>& reader) {
+    uint64_t behind = ~uint64_t(0) >> k;
+    if (eobRun == 0) {
+      int32_t symbol, value = 0;
+      if (auto s = reader.symbol(table, symbol); s) return s;
+      const int run = symbol >> 4, length = symbol & 15;
+      if (length > 1) return qelStatusJpegCoeffRange;
+      if (length == 1) {
+        if (auto s = reader.need(1); s) return s;
+        value = reader.take(1) ? 1 : -1;
+      } else if (run < 15) {
+        if (auto s = reader.need(run); s) return s;
+        eobRun = int32_t(1u << run | reader.take(run));
+      }
+      if (eobRun == 0) {
+        // Past `run` zeros, to the zero behind them, or to the band's end.
+        uint64_t zeros = ~known & band & behind;
+        for (int n = 0; n < run; ++n) zeros &= ~std::bit_floor(zeros);
+        k = zeros ? std::countl_zero(zeros) : se + 1;
+        if (k < 64) behind &= ~(~uint64_t(0) >> k);
+        if (auto s = correct(reader, known & behind); s) return s;
+        if (length == 1) {
+          if (k > se) return qelStatusJpegCoeffRange;
+          put(dst, kZigZag.natural[k], shlWrap(int16_t(value), int(al)));
+        }
+        more = ++k <= se;
+        return qelStatusOk;
+      }
+    }
+    if (auto s = correct(reader, known & behind); s) return s;
+    eobRun -= 1;
+    more = false;
+    return qelStatusOk;
+  }
+
+  // One correction bit for each coefficient of the set: it completes a magnitude that has not got this bit yet.
+  QelStatus correct(BitReader<true>& reader, uint64_t set) {
+    const int32_t bit = 1 << al;
+    for (; set; set ^= std::bit_floor(set)) {
       if (auto s = reader.need(1); s) return s;
-      value = reader.take(1) ? bit : -bit;
-    } else if (run < 15) {
-      if (auto s = reader.need(run); s) return s;
-      eobRun = int32_t(1u << run | reader.take(run));
-      break;
+      const int i = kZigZag.natural[std::countl_zero(set)];
+      const int16_t c = at(dst, i);
+      const int32_t add = (0 - int32_t(reader.take(1))) & bit & ~std::abs(int32_t(c)), negative = c >> 15;
+      put(dst, i, addWrap(c, int16_t((add ^ negative) - negative)));
     }
-    // Past `run` zeros, to the zero behind them, or to the band's end.
-    uint64_t free = zeros & ahead;
-    for (int n = 0; n < run; ++n) free &= free - 1;
-    k = free ? std::countr_zero(free) : se + 1;
-    const uint64_t passed = k < 64 ? ahead & ~(~uint64_t(0) << k) : ahead;
-    if (auto s = ownCorrect(reader, dst, set & passed, bit); s) return s;
-    if (length == 1) {
-      if (k > se) return qelStatusJpegCoeffRange;
-      put(dst, kZigZag.natural[k], int16_t(value));
-    }
-    ++k;
+    return qelStatusOk;
   }
-  if (eobRun > 0) {
-    if (auto s = ownCorrect(reader, dst, set & ahead, bit); s) return s;
-    --eobRun;
-  }
-  return qelStatusOk;
-}
-
-// Runs one of the AC decoders; the end-of-band run is part of the state.
-template <class Decode>
-inline QelStatus ownDecodeBand(const CodedSource& source, Decode&& decode) {
-  int32_t eobRun = source.state->eobRun;
-  const QelStatus s = ownDecode(source, [&](BitReader<true>& reader) { return decode(reader, eobRun); });
-  source.state->eobRun = eobRun;
-  return s;
-}
+};
 
 constexpr QelStatus checkBandDecoder(const CodedSource& source, const int16_t* dst, QelStatus bandStatus,
                                      const QelDecodeHuffmanSpec* table) {
@@ -159,9 +279,11 @@ QelStatus qeliDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const uint8_t* src, int32_t
     state->eobRun -= 1;
     return qelStatusOk;
   }
-  return ownDecodeBand(source, [&](BitReader<true>& reader, int32_t& eobRun) {
-    return ownDecodeFirst(reader, dst, ss, se, al, table, eobRun);
-  });
+  int32_t eobRun = 0;
+  const QelStatus s = ownDecode(
+      source, [&](BitReader<true>& reader) { return ownDecodeFirst(reader, dst, ss, se, al, table, eobRun); });
+  state->eobRun = eobRun;
+  return s;
 }
 
 QelStatus qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
@@ -169,9 +291,15 @@ QelStatus qeliDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const uint8_t* src, int32_
                                                       const QelDecodeHuffmanSpec* table, QelDecodeHuffmanState* state) {
   const CodedSource source{src, srcLen, srcPos, marker, state};
   if (auto s = checkBandDecoder(source, dst, band(ss, se, al), table); s) return s;
-  return ownDecodeBand(source, [&](BitReader<true>& reader, int32_t& eobRun) {
-    return ownDecodeRefine(reader, dst, ss, se, al, table, eobRun);
-  });
+  RefineCall block(dst, ss, se, al, table, state->eobRun);
+  if (block.eobRun < 0) return qelStatusOk;  // no call leaves this
+  if (block.eobRun > 0 && block.known == 0) {
+    state->eobRun -= 1;
+    return qelStatusOk;
+  }
+  ownDecodeCall(source, block);
+  state->eobRun = block.eobRun;
+  return block.status;
 }
 
 QelStatus qeliEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos,

@@ -15,67 +15,118 @@ inline void ownClear(int16_t* block) {
   for (int i = 0; i < 64; i += simd::kLanes<simd::I16>) store(offset(block, i), simd::I16{});
 }
 
-// Bit k of the result tells whether flag(coefficient at zig-zag position k) is non-zero. `flag` maps an int16_t to an
-// integer, and a vector of them to a vector.
-template <class Flag>
+// A block's coefficients as bytes, in vectors as a pack of natural vectors leaves them.
+inline constexpr int kByteVectors = 64 / simd::kBytes;
+using PackedBytes = simd::U8[kByteVectors];
+
+// For each vector of bytes in zig-zag order, or in the order from the last position on, their places in four vectors: the
+// packed ones, and, where they are wider than a shuffle's 16 bytes, the same with their halves swapped. A pack of four
+// rows leaves the even ones in its lower half, the odd ones in the upper half; one of two rows leaves them as they are.
+template <bool kFromLast>
+inline constexpr auto kZigZagPlaces = [] {
+  std::array<std::array<std::array<uint8_t, simd::kBytes>, 4>, kByteVectors> places{};
+  for (int i = 0; i < 64; ++i) {
+    const int k = kFromLast ? 63 - i : i, y = kZigZag.natural[k] / 8, x = kZigZag.natural[k] % 8;
+    const bool swapped = y % 2 != i / 16 % 2;
+    const int vector = kByteVectors == 2 ? y / 4 * 2 + swapped : y / 2;
+    const int place = kByteVectors == 2 ? y / 2 % 2 * 8 + x : y % 2 * 8 + x;
+    for (int j = 0; j < 4; ++j)
+      places[size_t(i / simd::kBytes)][size_t(j)][size_t(i % simd::kBytes)] = uint8_t(j == vector ? place : 0x80);
+  }
+  return places;
+}();
+// Calls take(i, bytes) with bytes i, i + 1, ... in that order, a vector a call.
+template <bool kFromLast = false, class Take>
+QELJ_INLINE void ownInZigZag(const PackedBytes& packed, Take&& take) {
+  simd::U8 from[4];
+  for (int j = 0; j < 4; ++j) {
+    from[j] = packed[j * kByteVectors / 4];
+    if constexpr (kByteVectors == 2)
+      if (j % 2) from[j] = simd::join(simd::upper(from[j]), simd::lower(from[j]));
+  }
+  for (int i = 0; i < kByteVectors; ++i) {
+    simd::U8 bytes[4];
+    for (int j = 0; j < 4; ++j)
+      bytes[j] = simd::shuffleBytes(from[j], load<simd::U8>(kZigZagPlaces<kFromLast>[size_t(i)][size_t(j)].data()));
+    take(simd::kBytes * i, (bytes[0] | bytes[1]) | (bytes[2] | bytes[3]));
+  }
+}
+
+// Bit k of the result, or bit 63 - k, tells whether flag(coefficient at zig-zag position k) is non-zero. `flag` maps an
+// int16_t to an integer, and a vector of them to a vector.
+template <bool kFromLast = false, class Flag>
 inline uint64_t ownScanSet(const int16_t* block, Flag&& flag) {
   uint64_t set = 0;
   if constexpr (simd::kShuffles) {
-    using I = simd::Vec<int16_t, 16>;
-    using U = simd::Vec<uint8_t, 16>;
-    // Two rows a vector, one byte a coefficient; then the bytes of each 16 positions from the rows they stand in.
-    U rows[4];
-    for (int i = 0; i < 4; ++i)
-      rows[i] = as<uint8_t>(simd::packI8(as<int16_t>(flag(load<I>(offset(block, 16 * i)))),
-                                         as<int16_t>(flag(load<I>(offset(block, 16 * i + 8))))));
-    static constexpr auto kFrom = [] {
-      std::array<std::array<std::array<uint8_t, 16>, 4>, 4> from{};
-      for (int k = 0; k < 64; ++k)
-        for (int i = 0; i < 4; ++i)
-          from[k / 16][i][k % 16] = kZigZag.natural[k] / 16 == i ? kZigZag.natural[k] % 16 : 0x80;
-      return from;
-    }();
-    for (int group = 0; group < 4; ++group) {
-      U bytes{};
-      for (int i = 0; i < 4; ++i)
-        if (!(group == 0 && i == 3) && !(group == 3 && i == 0))  // the corners hold none of these
-          bytes |= simd::shuffleBytes(rows[i], load<U>(kFrom[group][i].data()));
-      set |= uint64_t(simd::topBits(bytes == 0)) << (16 * group);
+    using simd::I16, simd::kBytes;
+    PackedBytes packed;
+    for (int i = 0; i < kByteVectors; ++i) {
+      const auto flags = [&](int at) { return as<int16_t>(flag(load<I16>(offset(block, at)))); };
+      packed[i] = as<uint8_t>(simd::packI8(flags(kBytes * i), flags(kBytes * i + kBytes / 2)));
     }
+    ownInZigZag<kFromLast>(packed, [&](int i, simd::U8 bytes) { set |= uint64_t(simd::topBits(bytes == 0)) << i; });
     return ~set;
   } else {
-    for (int k = 0; k < 64; ++k) set |= uint64_t(flag(at(block, kZigZag.natural[k])) != 0) << k;
+    for (int k = 0; k < 64; ++k) set |= uint64_t(flag(at(block, kZigZag.natural[k])) != 0) << (kFromLast ? 63 - k : k);
   }
   return set;
 }
 
+template <bool kFromLast = false>
 inline uint64_t ownNonZero(const int16_t* block) {
-  return ownScanSet(block, [](auto c) { return c; });
+  return ownScanSet<kFromLast>(block, [](auto c) { return c; });
 }
 
 // The AC coefficients of a block: which are not 0, and the category and bits of each, by zig-zag position.
-struct AcValues {
-  explicit AcValues(const int16_t* block) : block(block), set(ownNonZero(block) & ~uint64_t(1)) {}
-  ValueCode operator[](int k) const { return ownValueCode(at(block, kZigZag.natural[k])); }
+class AcValues {
+ public:
+  explicit AcValues(const int16_t* block) : block_(block), set_(ownNonZero(block) & ~uint64_t(1)) {}
+  uint64_t set() const { return set_; }
+  ValueCode operator[](int k) const { return ownValueCode(at(block_, kZigZag.natural[k])); }
 
-  const int16_t* block;
-  uint64_t set;
+ private:
+  const int16_t* block_;
+  uint64_t set_;
 };
 
-// The same where categories and bits fit a byte, which nearly all blocks' do: all 64 at once.
+// A block without any, of which most pictures have many.
+struct AcNone {
+  static constexpr uint64_t set() { return 0; }
+  ValueCode operator[](int) const { return {}; }
+};
+
+// The coefficients as vectors, with 0 in place of the DC one, and their magnitudes.
+struct AcVectors {
+  static constexpr int kCount = 64 / simd::kLanes<simd::I16>;
+
+  explicit AcVectors(const int16_t* block) {
+    for (int i = 0; i < kCount; ++i) {
+      values[i] = load<simd::I16>(offset(block, simd::kLanes<simd::I16> * i));
+      if (i == 0) values[i] &= load<simd::I16>(kNotDc.data());
+      magnitudes[i] = absWrap(values[i]);
+      bits |= as<uint16_t>(magnitudes[i]);
+    }
+  }
+
+  simd::I16 values[kCount], magnitudes[kCount];
+  simd::U16 bits{};  // of any magnitude
+
+ private:
+  static constexpr auto kNotDc = [] {
+    std::array<int16_t, simd::kLanes<simd::I16>> mask{};
+    for (size_t i = 1; i < mask.size(); ++i) mask[i] = -1;
+    return mask;
+  }();
+};
+
+// A block with some whose categories and bits fit a byte, which nearly all blocks' do: all 64 at once.
 class AcBytes {
  public:
-  explicit AcBytes(const int16_t* block) {
+  explicit AcBytes(const AcVectors& ac) {
     using namespace simd;
-    U8 categories[kVectors], bits[kVectors];
-    U16 magnitudes{};
-    for (int i = 0; i < kVectors; ++i) {
-      I16 a = load<I16>(offset(block, kBytes * i));
-      const I16 b = load<I16>(offset(block, kBytes * i + kBytes / 2));
-      if (i == 0) a &= load<I16>(kNotDc.data());
-      const I16 absA = absWrap(a), absB = absWrap(b);
-      magnitudes |= as<uint16_t>(absA | absB);
-      const U8 magnitude = packU8(absA, absB);
+    PackedBytes categories, bits;
+    for (int i = 0; i < kByteVectors; ++i) {
+      const U8 magnitude = packU8(ac.magnitudes[2 * i], ac.magnitudes[2 * i + 1]);
       // By half byte; the larger of the two counts.
       static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
       static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
@@ -83,65 +134,27 @@ class AcBytes {
                           shuffleBytes(blockPattern(kHigh), as<uint8_t>(as<uint16_t>(magnitude) >> 4) & 15));
       // A negative value's bits are those of its magnitude, inverted.
       static constexpr uint8_t kOnes[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255};
-      const U8 negative = as<uint8_t>(packI8(a, b) < 0);
+      const U8 negative = as<uint8_t>(packI8(ac.values[2 * i], ac.values[2 * i + 1]) < 0);
       bits[i] = magnitude ^ (negative & shuffleBytes(blockPattern(kOnes), categories[i]));
     }
-    fit = isZero(magnitudes >> 8);
-    set = ~inZigZag(categories, categories_);
-    inZigZag(bits, bits_);
+    set_ = ~uint64_t(0);
+    ownInZigZag(categories, [this](int k, U8 bytes) {
+      store(categories_ + k, bytes);
+      set_ ^= uint64_t(topBits(bytes == 0)) << k;
+    });
+    ownInZigZag(bits, [this](int k, U8 bytes) { store(bits_ + k, bytes); });
+  }
+  uint64_t set() const {
+    if (set_ == 0) __builtin_unreachable();
+    return set_;
   }
   ValueCode operator[](int k) const {
     if (categories_[k] > 8) __builtin_unreachable();
     return {categories_[k], bits_[k]};
   }
 
-  uint64_t set;
-  bool fit;  // if not, nothing else counts
-
  private:
-  static constexpr int kVectors = 64 / simd::kBytes;
-  static constexpr auto kNotDc = [] {
-    std::array<int16_t, simd::kBytes / 2> mask{};
-    for (size_t i = 1; i < mask.size(); ++i) mask[i] = -1;
-    return mask;
-  }();
-
-  // Stores the packed bytes in zig-zag order, and tells which are zero. A shuffle stays within 16 bytes, so that each
-  // result comes from four vectors: the packed ones, and, where they are wider, the same with their halves swapped.
-  static uint64_t inZigZag(const simd::U8 (&packed)[kVectors], uint8_t* ordered) {
-    simd::U8 from[4];
-    for (int j = 0; j < 4; ++j) {
-      from[j] = packed[j * kVectors / 4];
-      if constexpr (kVectors == 2)
-        if (j % 2) from[j] = simd::join(simd::upper(from[j]), simd::lower(from[j]));
-    }
-    uint64_t zero = 0;
-    for (int i = 0; i < kVectors; ++i) {
-      simd::U8 bytes[4];
-      for (int j = 0; j < 4; ++j)
-        bytes[j] = simd::shuffleBytes(from[j], load<simd::U8>(kPlaces[size_t(i)][size_t(j)].data()));
-      const simd::U8 all = (bytes[0] | bytes[1]) | (bytes[2] | bytes[3]);
-      store(ordered + simd::kBytes * i, all);
-      zero |= uint64_t(simd::topBits(all == 0)) << (simd::kBytes * i);
-    }
-    return zero;
-  }
-
-  // For the positions of each result, their places in the four vectors. A pack of four rows leaves the even
-  // ones in its lower half, the odd ones in the upper half; one of two rows leaves them as they are.
-  static constexpr auto kPlaces = [] {
-    std::array<std::array<std::array<uint8_t, simd::kBytes>, 4>, kVectors> places{};
-    for (int k = 0; k < 64; ++k) {
-      const int y = kZigZag.natural[k] / 8, x = kZigZag.natural[k] % 8;
-      const bool swapped = y % 2 != k / 16 % 2;
-      const int vector = kVectors == 2 ? y / 4 * 2 + swapped : y / 2;
-      const int place = kVectors == 2 ? y / 2 % 2 * 8 + x : y % 2 * 8 + x;
-      for (int j = 0; j < 4; ++j)
-        places[size_t(k / simd::kBytes)][size_t(j)][size_t(k % simd::kBytes)] = uint8_t(j == vector ? place : 0x80);
-    }
-    return places;
-  }();
-
+  uint64_t set_;
   alignas(64) uint8_t categories_[64], bits_[64];
 };
 
@@ -153,15 +166,19 @@ template <class Work>
 template <class Work>
 [[gnu::always_inline]] inline QelStatus ownWithAc(const int16_t* block, Work work) {
   if constexpr (simd::kShuffles) {
-    const AcBytes ac(block);
-    if (ac.fit) [[likely]]
-      return work(ac);
+    const AcVectors ac(block);
+    if (simd::isZero(ac.bits)) return work(AcNone());
+    if (simd::isZero(ac.bits >> 8)) [[likely]]
+      return work(AcBytes(ac));
   }
   return ownWithAcValues(block, work);
 }
 
 // The positions ss to se of a scan set.
-constexpr uint64_t ownBand(int ss, int se) { return ~uint64_t(0) << ss & ~uint64_t(0) >> (63 - se); }
+template <bool kFromLast = false>
+constexpr uint64_t ownBand(int ss, int se) {
+  return kFromLast ? ~uint64_t(0) >> ss & ~uint64_t(0) << (63 - se) : ~uint64_t(0) << ss & ~uint64_t(0) >> (63 - se);
+}
 
 }  // namespace qelj::jpeg
 

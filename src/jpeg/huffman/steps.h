@@ -25,24 +25,25 @@ inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, unsigned r
   return sink.code(table, run * 16 + unsigned(value.category), value.bits, value.category);
 }
 
-// A block of a sequential scan (F.1.2), with its AC coefficients as AcValues or AcBytes.
+// A block of a sequential scan (F.1.2), with its AC coefficients as AcValues, AcBytes or AcNone.
 template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
 [[gnu::always_inline]] inline QelStatus ownCodeBlock(Sink& sink, const Ac& ac, int32_t dcDifference,
                                                      typename Sink::Table dcTable, typename Sink::Table acTable) {
   if (auto s = ownCodeValue<kMaxDc>(sink, dcTable, 0, ownValueCode(dcDifference)); s) return s;
   int next = 1;
-  for (uint64_t set = ac.set; set; set &= set - 1) {
+  for (uint64_t set = ac.set(); set; set &= set - 1) {
     const int k = std::countr_zero(set);
     auto run = unsigned(k - next);
     next = k + 1;
-    for (; run > 15; run -= 16)
+    for (; run > 15; run -= 16) [[unlikely]]
       if (auto s = sink.code(acTable, 0xF0); s) return s;
     if (auto s = ownCodeValue<kMaxAc>(sink, acTable, run, ac[k]); s) return s;
   }
   return next < 64 ? sink.code(acTable, 0) : qelStatusOk;
 }
 // A block's symbols and bits: 32 at most for each coefficient, and an end of block.
-inline constexpr int kMaxBlockBits = 64 * 32 + 3 * 16 + 16;
+template <class Ac>
+inline constexpr int kMaxBlockBits = 32 + (std::is_same_v<Ac, AcNone> ? 0 : 63 * 32 + 3 * 16) + 16;
 
 // --- progressive scans (Annex G.1.2) -----------------------------------------------------------------------
 // The state carries the run of blocks that ended early, and the correction bits of those blocks.

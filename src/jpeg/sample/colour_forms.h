@@ -15,9 +15,6 @@
 
 namespace qelj::jpeg::colour {
 
-using simd::I16;
-using simd::U8;
-
 template <class T>
 struct Rgb {
   T r, g, b;
@@ -71,15 +68,12 @@ static_assert(kQ14Half.cb.g == q14(ycbcr::kCbG));
 inline constexpr Matrix kQ16 = matrix<16>(32768, 32767, 32767);
 static_assert(sum(kQ16.y) == 1 << 16 && kQ16.cb.g == q16(ycbcr::kCbG));
 
-// The differences from G, as pairs (R - G, B - G): the weights of chroma sum to 0 and those of luma to a unit, so that
-// one multiply-add of a pair makes a sum of three products.
-struct DifferencePairs {
-  I16 low, high;
-  QELJ_INLINE explicit DifferencePairs(Rgb<I16> p)
-      : low(simd::unpackLow(p.r - p.g, p.b - p.g)), high(simd::unpackHigh(p.r - p.g, p.b - p.g)) {}
+// The weights of chroma sum to 0 and those of luma to a unit, give or take one: vectors multiply the differences from G,
+// which needs two products a sum.
+template <Vector V>
+struct Differences {
+  V r, g, b;  // R - G, G, B - G
 };
-
-// Products of 32 bits, one by one for a pixel; in vectors by pairs, of which each makes a sum.
 template <const Matrix& M>
 struct MatrixForm {
   // kLog2: chroma from the sums of 2^kLog2 pixels.
@@ -87,48 +81,79 @@ struct MatrixForm {
   static int32_t weigh(const Weights& w, Rgb<int32_t> p) {
     return (w.r * p.r + w.g * p.g + w.b * p.b + (w.round << kLog2)) >> (M.shift + kLog2);
   }
-  template <int kLog2, Weights Matrix::* W>
-  static QELJ_INLINE I16 weigh(const DifferencePairs& d, I16 g) {
-    constexpr Weights w = M.*W;
-    constexpr int kShift = M.shift + kLog2, kSum = sum(w);
-    constexpr int kWhole = (kSum + (1 << (kShift - 1))) >> kShift, kRest = kSum - (kWhole << kShift);
-    static_assert(kWhole == 0 || kWhole == 1);
-    const auto pair = simd::pairs(w.r, w.b);
-    auto low = simd::mulAddPairs(d.low, pair), high = simd::mulAddPairs(d.high, pair);
-    if constexpr (kRest == 0) {
-      const auto round = all<simd::I32>(w.round << kLog2);
-      low += round, high += round;
-    } else {
-      const auto one = all<I16>(1), rest = simd::pairs(kRest, w.round << kLog2);
-      low += simd::mulAddPairs(simd::unpackLow(g, one), rest);
-      high += simd::mulAddPairs(simd::unpackHigh(g, one), rest);
-    }
-    const I16 weighed = simd::packI16(low >> kShift, high >> kShift);
-    return kWhole ? weighed + g : weighed;
-  }
 
   static int32_t luma(Rgb<int32_t> p) { return weigh<0>(M.y, p); }
-  static QELJ_INLINE I16 luma(Rgb<I16> p) { return weigh<0, &Matrix::y>(DifferencePairs(p), p.g); }
+  template <Vector V>
+  static QELJ_INLINE V luma(Differences<V> p) {
+    constexpr Weights w = M.y;
+    constexpr int kRest = sum(w) - (1 << M.shift);
+    static_assert(kRest == 0 || kRest == 1);
+    if constexpr (M.shift < 16) {
+      // Products with 16 fraction bits, by halves of 16 bits: no lane is widened. The low halves are even, so that their
+      // mean is half their sum; the mean of it and the rounding term has room for what they carry.
+      using U = With<uint16_t, V>;
+      constexpr int kUp = 16 - M.shift;
+      const V weightR = all<V>(int16_t(w.r << kUp)), weightB = all<V>(int16_t(w.b << kUp));
+      const U low = average(as<uint16_t>(mulWrap(p.r, weightR)), as<uint16_t>(mulWrap(p.b, weightB)));
+      const U round = as<uint16_t>(kRest * p.g << (kUp - 1)) + uint16_t((w.round << (kUp - 1)) - 1);
+      const V carry = as<int16_t>(average(low, round) >> 14);
+      return (mulHi(p.r, weightR) + mulHi(p.b, weightB)) + (p.g + carry);
+    } else {
+      static_assert(kRest == 0);
+      const V weights = simd::pairs<V>(w.r, w.b);
+      const auto weigh = [=](V pairs) { return (simd::mulAddPairs(pairs, weights) + w.round) >> M.shift; };
+      return simd::packI16(weigh(simd::unpackLow(p.r, p.b)), weigh(simd::unpackHigh(p.r, p.b))) + p.g;
+    }
+  }
 
   template <int kLog2 = 0>
   static CbCr<int32_t> centredChroma(Rgb<int32_t> sum) {
     return {weigh<kLog2>(M.cb, sum), weigh<kLog2>(M.cr, sum)};
   }
   template <int kLog2 = 0>
-  static QELJ_INLINE CbCr<I16> centredChroma(Rgb<I16> sum) {
-    const DifferencePairs d(sum);
-    return {weigh<kLog2, &Matrix::cb>(d, sum.g), weigh<kLog2, &Matrix::cr>(d, sum.g)};
-  }
-
-  template <int kLog2 = 0, class T>
-  static QELJ_INLINE CbCr<T> chroma(Rgb<T> sum) {
+  static CbCr<int32_t> chroma(Rgb<int32_t> sum) {
     const auto c = centredChroma<kLog2>(sum);
-    return {T(c.cb + int16_t(128)), T(c.cr + int16_t(128))};
+    return {c.cb + 128, c.cr + 128};
   }
-  template <class T>
-  static QELJ_INLINE Ycc<T> ycc(Rgb<T> p) {
+  static Ycc<int32_t> ycc(Rgb<int32_t> p) {
     const auto c = chroma(p);
     return {luma(p), c.cb, c.cr};
+  }
+  template <Vector V>
+  static QELJ_INLINE Ycc<V> ycc(Differences<V> p) {
+    return {luma(p), withHalf<M.cb.r, M.cb.round>(p.r, p.b), withHalf<M.cr.b, M.cr.round>(p.b, p.r)};
+  }
+  template <Vector V>
+  static QELJ_INLINE V luma(Rgb<V> p) {
+    return luma(Differences<V>{p.r - p.g, p.g, p.b - p.g});
+  }
+  template <Vector V>
+  static QELJ_INLINE Ycc<V> ycc(Rgb<V> p) {
+    return ycc(Differences<V>{p.r - p.g, p.g, p.b - p.g});
+  }
+
+ private:
+  // 128 + ((w d + half h + round) >> shift), for differences d and h. A half of h is added behind the product, and halved with
+  // it: floor((floor(x) + n) / 2) is floor((x + n) / 2). So the product is all that needs fraction bits, and a high
+  // multiplication has it. A rounding term beside the half is hidden in its operands.
+  template <int32_t w, int32_t round, Vector V>
+  static QELJ_INLINE V withHalf(V d, V h) {
+    constexpr int32_t kHalf = 1 << (M.shift - 1), kMore = round - kHalf, kFactor = w * (1 << (17 - M.shift));
+    constexpr auto agrees = [](int32_t scale, int32_t add) {
+      for (int32_t x = -255; x <= 255; ++x)
+        if (((scale * x + add) * (kFactor / scale)) >> 16 != (w * x + kMore) >> (M.shift - 1)) return false;
+      return true;
+    };
+    if constexpr (agrees(1, 0)) {
+      return (mulHi(d, all<V>(int16_t(kFactor))) + h + int16_t(257)) >> 1;
+    } else if constexpr (agrees(32, -1)) {
+      return (mulHi((d << 5) - int16_t(1), all<V>(int16_t(kFactor / 32))) + h + int16_t(257)) >> 1;
+    } else if constexpr (kMore == -1) {  // rounds the other way
+      return int16_t(128) - ((mulHi(d, all<V>(int16_t(-kFactor))) - h + int16_t(1)) >> 1);
+    } else {  // a quarter less than half
+      static_assert(2 * kMore == -kHalf);
+      return (mulHiRound(d, all<V>(int16_t(kFactor / 2))) + h + int16_t(256)) >> 1;
+    }
   }
 };
 
@@ -142,9 +167,9 @@ struct TruncatedForm {
   static int32_t term(int32_t v, int32_t weight) {
     return (v * weight) >> shift;
   }
-  template <int shift>
-  static QELJ_INLINE I16 term(I16 v, int32_t weight) {
-    return mulHi(shlWrap(v, 16 - shift), all<I16>(int16_t(weight)));
+  template <int shift, Vector V>
+  static QELJ_INLINE V term(V v, int32_t weight) {
+    return mulHi(shlWrap(v, 16 - shift), all<V>(int16_t(weight)));
   }
 
   template <class T>
@@ -193,12 +218,13 @@ struct FloatLumaForm {
     return (convert<float>(r) * kR + convert<float>(g) * kG) + convert<float>(b) * kB;
   }
   static Ycc<int32_t> ycc(Rgb<int32_t> p) { return {int32_t(std::nearbyintf(weigh(p.r, p.g, p.b))), 0, 0}; }
-  static QELJ_INLINE Ycc<I16> ycc(Rgb<I16> p) {
-    const auto low = [](I16 v) { return as<int32_t>(simd::unpackLow(v, I16{})); };
-    const auto high = [](I16 v) { return as<int32_t>(simd::unpackHigh(v, I16{})); };
+  template <Vector V>
+  static QELJ_INLINE Ycc<V> ycc(Rgb<V> p) {
+    const auto low = [](V v) { return as<int32_t>(simd::unpackLow(v, V{})); };
+    const auto high = [](V v) { return as<int32_t>(simd::unpackHigh(v, V{})); };
     return {simd::packI16(roundToInt(weigh(low(p.r), low(p.g), low(p.b))),
                           roundToInt(weigh(high(p.r), high(p.g), high(p.b)))),
-            I16{}, I16{}};
+            V{}, V{}};
   }
 };
 
@@ -231,7 +257,10 @@ struct ChromaTerm {
   int16_t laneWeight, laneRound;
 
   constexpr int32_t operator()(int32_t c) const { return (weight * c + round) >> 14; }
-  QELJ_INLINE I16 operator()(I16 c) const { return (mulHiRound(c, all<I16>(laneWeight)) + all<I16>(laneRound)) >> 7; }
+  template <Vector V>
+  QELJ_INLINE V operator()(V c) const {
+    return (mulHiRound(c, all<V>(laneWeight)) + laneRound) >> 7;
+  }
   constexpr bool lanesAgree() const {
     for (int32_t c = -128; c < 128; ++c)
       if ((((c * laneWeight + 64) >> 7) + laneRound) >> 7 != (*this)(c)) return false;
@@ -252,11 +281,11 @@ struct InverseQ14Form {
   static constexpr int kCb = kSign * kChroma<14>.gCb, kCr = kSign * kChroma<14>.gCr;
 
   static int32_t green(int32_t cb, int32_t cr) { return (kCb * cb + kCr * cr + kRound) >> 14; }
-  static QELJ_INLINE I16 green(I16 cb, I16 cr) {
-    const auto weights = simd::pairs(kCb, kCr);
-    const auto round = all<simd::I32>(kRound << 8);
-    return simd::packI16((simd::mulAddPairs(simd::unpackLow(cb, cr), weights) + round) >> 22,
-                         (simd::mulAddPairs(simd::unpackHigh(cb, cr), weights) + round) >> 22);
+  template <Vector V>
+  static QELJ_INLINE V green(V cb, V cr) {
+    const V weights = simd::pairs<V>(kCb, kCr);
+    return simd::packI16((simd::mulAddPairs(simd::unpackLow(cb, cr), weights) + (kRound << 8)) >> 22,
+                         (simd::mulAddPairs(simd::unpackHigh(cb, cr), weights) + (kRound << 8)) >> 22);
   }
   template <class T>
   static QELJ_INLINE Rgb<T> offset(CbCr<T> c) {
@@ -274,13 +303,31 @@ struct InverseQ16Form {
     constexpr ChromaWeights w = kChromaQ16;
     return {(w.rCr * c.cr + 32768) >> 16, (w.gCr * c.cr + w.gCb * c.cb + 32768) >> 16, (w.bCb * c.cb + 32768) >> 16};
   }
+  template <Vector V>
+  static QELJ_INLINE Rgb<V> offset(CbCr<V> c) {
+    constexpr ChromaWeights w = kChromaQ16;
+    static_assert(w.gCb % 2 == 0 && w.gCr % 2 == 0);
+    const V weights = simd::pairs<V>(w.gCb / 2, w.gCr / 2);
+    const auto weigh = [&](V pairs) { return (simd::mulAddPairs(pairs, weights) + (16384 << 8)) >> 23; };
+    return {term<w.rCr>(c.cr), simd::packI16(weigh(simd::unpackLow(c.cb, c.cr)), weigh(simd::unpackHigh(c.cb, c.cr))),
+            term<w.bCb>(c.cb)};
+  }
+
+ private:
+  // (weight c + 32768) >> 16, of a weight that is whole units and less than a half.
+  template <int32_t weight, Vector V>
+  static QELJ_INLINE V term(V c) {
+    constexpr auto kWhole = int16_t((weight + 32768) >> 16);
+    return ((mulHi(c, all<V>(int16_t(weight - kWhole * 65536))) + int16_t(128)) >> 8) + (c >> 8) * kWhole;
+  }
 };
 
 // (stored * weight) >> 9, for chroma as stored (0..255), and what it is for a grey.
 inline int32_t storedTerm(int32_t c, int32_t weight) { return ((c + 128) * weight) >> 9; }
-QELJ_INLINE I16 storedTerm(I16 c, int32_t weight) {
+template <Vector V>
+QELJ_INLINE V storedTerm(V c, int32_t weight) {
   const auto stored = (as<uint16_t>(c) ^ uint16_t(0x8000)) >> 1;  // << 7
-  return mulHi(as<int16_t>(stored), all<I16>(int16_t(weight)));
+  return mulHi(as<int16_t>(stored), all<V>(int16_t(weight)));
 }
 constexpr int32_t greyTerm(int32_t weight) { return (128 * weight) >> 9; }
 

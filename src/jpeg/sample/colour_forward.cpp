@@ -7,15 +7,23 @@ namespace qelj {
 namespace {
 using namespace jpeg::colour;
 
-// Whole groups of kGroup pixels in the Main form, the last pixels of the row in the Tail form. A row's kernel is a
-// variable, an argument of convertRows: read ownForwardRow<Main, Tail, kGroup> as a function of (source, sink, width).
-template <class Main, class Tail, int kGroup>
+// Whole groups of kTogether pixels in the Main form, the last pixels of the row in the Tail form. A row's kernel is a
+// variable, an argument of convertRows: read ownForwardRow<Main, Tail, kTogether> as a function of (source, sink, width).
+template <class Main, class Tail, int kTogether>
 constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
-  const ptrdiff_t main = width / kGroup * kGroup;
-  ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const auto p = source.group(at);
-    sink.group(at, {toYcc<Main>(p.rgb), p.k});
-  });
+  const ptrdiff_t main = width / kTogether * kTogether;
+  if (simd::kEnabled && width >= kFewPixels)
+    return coverByGroups(
+        source, sink, width, main,
+        [](const auto& from, const auto& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {
+          const auto [p, k] = operands<Main>(from, at);
+          to.group(at, {toYcc<Main>(p), k});
+        },
+        [](const auto& from, const auto& to, ptrdiff_t at, int count) QELJ_INLINE_LAMBDA {
+          const auto [p, k] = operands<Main>(from, at);
+          to.group(at, {toYcc<Main, Tail>(p, count), k});
+        });
+  ptrdiff_t x = 0;
   for (; x < main; ++x) {
     const auto p = source.pixel(x);
     sink.pixel(x, {toYcc<Main>(p.rgb), uint8_t(p.k)});

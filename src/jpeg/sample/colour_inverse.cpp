@@ -11,10 +11,18 @@ using namespace jpeg::colour;
 template <class Main, class Tail>
 constexpr auto ownInverseRow = [](auto source, auto sink, ptrdiff_t width) {
   const ptrdiff_t main = width / 4 * 4;
-  ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const auto p = source.group(at);
-    sink.group(at, {toRgb<Main>(p.ycc), p.k});
-  });
+  if (simd::kEnabled && width >= kFewPixels)
+    return coverByGroups(
+        source, sink, width, main,
+        [](const auto& from, const auto& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {
+          const auto p = from.group(at);
+          to.group(at, {toRgb<Main>(p.ycc), p.k});
+        },
+        [](const auto& from, const auto& to, ptrdiff_t at, int count) QELJ_INLINE_LAMBDA {
+          const auto p = from.group(at);
+          to.group(at, {toRgb<Main, Tail>(p.ycc, count), p.k});
+        });
+  ptrdiff_t x = 0;
   for (; x < main; ++x) {
     const auto p = source.pixel(x);
     sink.pixel(x, {toRgb<Main>(p.ycc), p.k});

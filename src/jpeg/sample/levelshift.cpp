@@ -9,25 +9,30 @@ namespace qelj {
 namespace {
 
 void ownSub128Row(const uint8_t* src, int16_t* dst, ptrdiff_t width) {
-  constexpr int kGroup = simd::kLanes<simd::I16>;
-  ptrdiff_t x = 0;
-  if constexpr (simd::kEnabled)
-    for (; x + kGroup <= width; x += kGroup)
-      store(offset(dst, x), simd::loadAs<simd::I16, uint8_t>(src + x) - int16_t(128));
+  ptrdiff_t x = simd::coverByWidest(0, width, [=]<class V>(V, ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    using Words = With<int16_t, V>;
+    for (int half = 0; half < int(sizeof(V)); half += simd::kLanes<Words>)
+      store(offset(dst, at + half), simd::loadAs<Words, uint8_t>(src + at + half) - int16_t(128));
+  });
+  if (x == 0)  // the rows of blocks
+    x = simd::coverByVectors<8>(0, width, [=](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+      store(offset(dst, at), simd::loadAs<simd::I16x8, uint8_t>(src + at) - int16_t(128));
+    });
   for (; x < width; ++x) put(dst, x, int16_t(src[x] - 128));
 }
 
 void ownAdd128Row(const int16_t* src, uint8_t* dst, ptrdiff_t width) {
-  constexpr int kGroup = simd::kLanes<simd::U8>;
-  ptrdiff_t x = 0;
-  if constexpr (simd::kEnabled) {
-    const auto shift = all<simd::I16>(128);
-    for (; x + kGroup <= width; x += kGroup) {
-      const auto low = load<simd::I16>(offset(src, x));
-      const auto high = load<simd::I16>(offset(src, x + kGroup / 2));
-      store(dst + x, simd::orderPacked(simd::packU8(addSat(low, shift), addSat(high, shift))));
-    }
-  }
+  ptrdiff_t x = simd::coverByWidest(0, width, [=]<class V>(V, ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    using Words = With<int16_t, V>;
+    const auto shifted = [=](ptrdiff_t from)
+                             QELJ_INLINE_LAMBDA { return addSat(load<Words>(offset(src, from)), all<Words>(128)); };
+    store(dst + at, simd::orderPacked(simd::packU8(shifted(at), shifted(at + simd::kLanes<Words>))));
+  });
+  if (x == 0)
+    x = simd::coverByVectors<8>(0, width, [=](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+      const auto shifted = addSat(load<simd::I16x8>(offset(src, at)), all<simd::I16x8>(128));
+      store(dst + at, as<uint64_t>(simd::packU8(shifted, shifted))[0]);
+    });
   for (; x < width; ++x) dst[x] = clampU8(at(src, x) + 128);
 }
 

@@ -5,6 +5,7 @@
 #define QELJ_JPEG_SAMPLE_PIXELS_H
 
 #include <algorithm>
+#include <array>
 
 #include "frame/arith.h"
 #include "frame/check.h"
@@ -15,13 +16,28 @@
 
 namespace qelj::jpeg::colour {
 
-inline constexpr int kVector = simd::kBytes;  // pixels in a vector of bytes
+// Conversions gain from vectors of 64 bytes. These are a group of pixels, and the lanes of its arithmetic.
+using Bytes = simd::Wide<uint8_t>;
+using Words = simd::Wide<uint16_t>;
+using Lanes = simd::Wide<int16_t>;
+inline constexpr int kGroup = simd::kWideBytes;
 
 struct RgbOrder {
   static constexpr int r = 0, b = 2;
 };
 struct BgrOrder {
   static constexpr int r = 2, b = 0;
+};
+
+using simd::Halves;
+
+// A group's colours in 16-bit lanes, not yet clamped: as unpacking its bytes leaves them, and packing takes them back.
+using RgbLanes = Rgb<Halves<Lanes>>;
+QELJ_INLINE Bytes pack(Halves<Lanes> v) { return simd::packU8(v.low, v.high); }
+QELJ_INLINE Rgb<Bytes> pack(const RgbLanes& v) { return {pack(v.r), pack(v.g), pack(v.b)}; }
+struct RgbLanesK {
+  RgbLanes rgb;
+  Bytes k;
 };
 
 // A pixel, or a vector of them, with its fourth channel (K, or nothing).
@@ -36,72 +52,96 @@ struct YccK {
   T k;
 };
 
+// Where the pixels of a row lie: in one plane or several.
+template <class Byte, int Planes, int PixelBytes = 1>
+struct RowPlanes {
+  static constexpr int kPlanes = Planes, kPixelBytes = PixelBytes;
+  Byte* plane[kPlanes];
+
+  template <class Base>
+  RowPlanes(Base base, int32_t step, int32_t y) {
+    if constexpr (Planes == 1) plane[0] = reinterpret_cast<Byte*>(row(base, step, y));
+    else
+      for (int i = 0; i < kPlanes; ++i) plane[i] = row(base[i], step, y);
+  }
+  template <class Base>
+  static QelStatus valid(Base base) {
+    if constexpr (Planes == 1) return nonNull(base);
+    else return planes(base, kPlanes);
+  }
+};
+
 // --- Sources of RGB ----------------------------------------------------------------------------------------
 
 template <class Order, int kChannels>
-struct PixelSource {
-  const uint8_t* p;
-  PixelSource(const uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
-  static QelStatus valid(const uint8_t* base) { return nonNull(base); }
+struct PixelSource : RowPlanes<const uint8_t, 1, kChannels> {
+  using PixelSource::RowPlanes::plane;
+  using PixelSource::RowPlanes::RowPlanes;
 
   RgbK<int32_t> pixel(ptrdiff_t x) const {
-    const uint8_t* at = p + kChannels * x;
+    const uint8_t* at = plane[0] + kChannels * x;
     return {{at[Order::r], at[1], at[Order::b]}, 0};
   }
-  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    if constexpr (kChannels == 3) {
-      const auto v = simd::loadPixels3(p + 3 * x);
-      return Order::r == 0 ? RgbK<U8>{{v.c0, v.c1, v.c2}, U8{}} : RgbK<U8>{{v.c2, v.c1, v.c0}, U8{}};
-    } else {
-      const auto v = simd::loadPixels4(p + 4 * x);
-      return Order::r == 0 ? RgbK<U8>{{v.c0, v.c1, v.c2}, U8{}} : RgbK<U8>{{v.c2, v.c1, v.c0}, U8{}};
-    }
+  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
+    const auto order = [](const auto& v) QELJ_INLINE_LAMBDA {
+      return Order::r == 0 ? RgbK<Bytes>{{v.c0, v.c1, v.c2}, Bytes{}} : RgbK<Bytes>{{v.c2, v.c1, v.c0}, Bytes{}};
+    };
+    if constexpr (kChannels == 3) return order(simd::loadTriples<Bytes>(plane[0] + 3 * x));
+    else return order(simd::loadQuadruples<Bytes>(plane[0] + 4 * x));
+  }
+  // The same for forms that start from differences.
+  QELJ_INLINE Halves<Differences<Lanes>> differences(ptrdiff_t x) const
+    requires(kChannels == 3 && simd::kShuffles)
+  {
+    const auto pairs = simd::loadBytePairs3<Bytes>(plane[0] + 3 * x);
+    const auto of = [](Bytes c01, Bytes c21) QELJ_INLINE_LAMBDA {
+      const auto minus = as<int8_t>(all<Words>(0xFF01));  // 1, -1
+      const Lanes first = simd::mulAddBytes(c01, minus), last = simd::mulAddBytes(c21, minus);
+      const Lanes g = as<int16_t>(as<uint16_t>(c01) >> 8);
+      return Order::r == 0 ? Differences<Lanes>{first, g, last} : Differences<Lanes>{last, g, first};
+    };
+    return {of(pairs.c01.low, pairs.c21.low), of(pairs.c01.high, pairs.c21.high)};
   }
 };
 
-struct PlaneSource {
-  const uint8_t *r, *g, *b;
-  PlaneSource(const uint8_t* const* base, int32_t step, int32_t y)
-      : r(row(base[0], step, y)), g(row(base[1], step, y)), b(row(base[2], step, y)) {}
-  static QelStatus valid(const uint8_t* const* base) { return planes(base, 3); }
+struct PlaneSource : RowPlanes<const uint8_t, 3> {
+  using RowPlanes::RowPlanes;
 
-  RgbK<int32_t> pixel(ptrdiff_t x) const { return {{r[x], g[x], b[x]}, 0}; }
-  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const { return {{load<U8>(r + x), load<U8>(g + x), load<U8>(b + x)}, U8{}}; }
+  RgbK<int32_t> pixel(ptrdiff_t x) const { return {{plane[0][x], plane[1][x], plane[2][x]}, 0}; }
+  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
+    return {{load<Bytes>(plane[0] + x), load<Bytes>(plane[1] + x), load<Bytes>(plane[2] + x)}, Bytes{}};
+  }
 };
 
 // CMYK: R, G, B are the complements of C, M, Y.
-struct CmykPixelSource {
-  const uint8_t* p;
-  CmykPixelSource(const uint8_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
-  static QelStatus valid(const uint8_t* base) { return nonNull(base); }
+struct CmykPixelSource : RowPlanes<const uint8_t, 1, 4> {
+  using RowPlanes::RowPlanes;
 
   RgbK<int32_t> pixel(ptrdiff_t x) const {
-    const uint8_t* at = p + 4 * x;
+    const uint8_t* at = plane[0] + 4 * x;
     return {{255 - at[0], 255 - at[1], 255 - at[2]}, at[3]};
   }
-  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    const auto v = simd::loadPixels4(p + 4 * x);
+  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
+    const auto v = simd::loadQuadruples<Bytes>(plane[0] + 4 * x);
     return {{~v.c0, ~v.c1, ~v.c2}, v.c3};
   }
 };
-struct CmykPlaneSource {
-  const uint8_t *c, *m, *y, *k;
-  CmykPlaneSource(const uint8_t* const* base, int32_t step, int32_t at)
-      : c(row(base[0], step, at)), m(row(base[1], step, at)), y(row(base[2], step, at)), k(row(base[3], step, at)) {}
-  static QelStatus valid(const uint8_t* const* base) { return planes(base, 4); }
+struct CmykPlaneSource : RowPlanes<const uint8_t, 4> {
+  using RowPlanes::RowPlanes;
 
-  RgbK<int32_t> pixel(ptrdiff_t x) const { return {{255 - c[x], 255 - m[x], 255 - y[x]}, k[x]}; }
-  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    return {{~load<U8>(c + x), ~load<U8>(m + x), ~load<U8>(y + x)}, load<U8>(k + x)};
+  RgbK<int32_t> pixel(ptrdiff_t x) const {
+    return {{255 - plane[0][x], 255 - plane[1][x], 255 - plane[2][x]}, plane[3][x]};
+  }
+  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
+    return {{~load<Bytes>(plane[0] + x), ~load<Bytes>(plane[1] + x), ~load<Bytes>(plane[2] + x)},
+            load<Bytes>(plane[3] + x)};
   }
 };
 
 // Packed 16-bit pixels: a 5-bit field in the low bits (red in RgbOrder), kGreenBits of green, a 5-bit field.
 template <class Order, int kGreenBits>
-struct PackedSource {
-  const uint16_t* p;
-  PackedSource(const uint16_t* base, int32_t step, int32_t y) : p(row(base, step, y)) {}
-  static QelStatus valid(const uint16_t* base) { return nonNull(base); }
+struct PackedSource : RowPlanes<const uint8_t, 1, 2> {
+  using RowPlanes::RowPlanes;
 
   // Fields widen to bytes by a left shift alone. T: an int32_t, or a vector of 16-bit lanes.
   template <class T>
@@ -111,15 +151,12 @@ struct PackedSource {
             high = (v >> (kGreenBits + 2)) & uint16_t(0xF8);
     return Order::r == 0 ? Rgb<T>{low, green, high} : Rgb<T>{high, green, low};
   }
-  RgbK<int32_t> pixel(ptrdiff_t x) const { return {unpack<int32_t>(at(p, x)), 0}; }
-  QELJ_INLINE RgbK<U8> group(ptrdiff_t x) const {
-    const auto first = unpack(load<simd::U16>(offset(p, x)));
-    const auto second = unpack(load<simd::U16>(offset(p, x + kVector / 2)));
-    const auto bytes = [](simd::U16 a, simd::U16 b) {
-      return simd::orderPacked(simd::packU8(as<int16_t>(a), as<int16_t>(b)));
-    };
-    const Rgb<U8> rgb{bytes(first.r, second.r), bytes(first.g, second.g), bytes(first.b, second.b)};
-    return {rgb, U8{}};
+  RgbK<int32_t> pixel(ptrdiff_t x) const { return {unpack<int32_t>(load<uint16_t>(plane[0] + 2 * x)), 0}; }
+  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
+    const auto first = unpack(load<Words>(plane[0] + 2 * x)), second = unpack(load<Words>(plane[0] + 2 * x + kGroup));
+    const auto bytes = [](Words a, Words b) { return simd::orderPacked(simd::packU8(as<int16_t>(a), as<int16_t>(b))); };
+    const Rgb<Bytes> rgb{bytes(first.r, second.r), bytes(first.g, second.g), bytes(first.b, second.b)};
+    return {rgb, Bytes{}};
   }
 };
 
@@ -145,97 +182,88 @@ struct Writer {
   }
 };
 
+// Where results go.
+template <int Planes, int PixelBytes = 1>
+struct Sink : RowPlanes<uint8_t, Planes, PixelBytes> {
+  static constexpr int kStreamedBytes = Planes == 1 && PixelBytes > 1 ? PixelBytes : 0;
+  Writer write;
+
+  template <class Base>
+  Sink(Base base, int32_t step, int32_t y, Writer w) : Sink::RowPlanes(base, step, y), write(w) {}
+};
+
 // --- Sinks of RGB ------------------------------------------------------------------------------------------
 
 template <class Order>
-struct PixelSink {
-  static constexpr int kStreamedBytes = 3;
-  Writer write;
-  uint8_t* p;
-  PixelSink(uint8_t* base, int32_t step, int32_t y, Writer w) : write(w), p(row(base, step, y)) {}
-  static QelStatus valid(uint8_t* base) { return nonNull(base); }
+struct PixelSink : Sink<1, 3> {
+  using Sink::Sink;
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
-    uint8_t* at = p + 3 * x;
+    uint8_t* at = plane[0] + 3 * x;
     at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b;
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
     const auto& [r, g, b] = v.rgb;
-    simd::storePixels3(p + 3 * x, Order::r == 0 ? simd::Planes3{r, g, b} : simd::Planes3{b, g, r}, write);
+    simd::storeTriplesClamped(plane[0] + 3 * x, Order::r == 0 ? r : b, g, Order::r == 0 ? b : r, write);
   }
 };
 
 template <class Order>
-struct AlphaPixelSink {
-  static constexpr int kStreamedBytes = 4;
-  Writer write;
-  uint8_t* p;
+struct AlphaPixelSink : Sink<1, 4> {
   uint8_t alpha;
-  AlphaPixelSink(uint8_t* base, int32_t step, int32_t y, Writer w, uint8_t a)
-      : write(w), p(row(base, step, y)), alpha(a) {}
-  static QelStatus valid(uint8_t* base) { return nonNull(base); }
+  AlphaPixelSink(uint8_t* base, int32_t step, int32_t y, Writer w, uint8_t a) : Sink(base, step, y, w), alpha(a) {}
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
-    uint8_t* at = p + 4 * x;
+    uint8_t* at = plane[0] + 4 * x;
     at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b, at[3] = alpha;
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    const auto& [r, g, b] = v.rgb;
-    const U8 a = all<U8>(alpha);
-    simd::storePixels4(p + 4 * x, Order::r == 0 ? simd::Planes4{r, g, b, a} : simd::Planes4{b, g, r, a}, write);
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = pack(v.rgb);
+    simd::storeQuadruples<Bytes>(plane[0] + 4 * x, {Order::r == 0 ? r : b, g, Order::r == 0 ? b : r, all<Bytes>(alpha)},
+                                 write);
   }
 };
 
-struct PlaneSink {
-  static constexpr int kStreamedBytes = 0;
-  uint8_t *r, *g, *b;
-  PlaneSink(uint8_t* const* base, int32_t step, int32_t y, Writer)
-      : r(row(base[0], step, y)), g(row(base[1], step, y)), b(row(base[2], step, y)) {}
-  static QelStatus valid(uint8_t* const* base) { return planes(base, 3); }
-
-  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const { r[x] = v.rgb.r, g[x] = v.rgb.g, b[x] = v.rgb.b; }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    store(r + x, v.rgb.r), store(g + x, v.rgb.g), store(b + x, v.rgb.b);
-  }
-};
-
-struct CmykPixelSink {
-  static constexpr int kStreamedBytes = 4;
-  Writer write;
-  uint8_t* p;
-  CmykPixelSink(uint8_t* base, int32_t step, int32_t y, Writer w) : write(w), p(row(base, step, y)) {}
-  static QelStatus valid(uint8_t* base) { return nonNull(base); }
+struct PlaneSink : Sink<3> {
+  using Sink::Sink;
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
-    uint8_t* at = p + 4 * x;
+    plane[0][x] = v.rgb.r, plane[1][x] = v.rgb.g, plane[2][x] = v.rgb.b;
+  }
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = pack(v.rgb);
+    store(plane[0] + x, r), store(plane[1] + x, g), store(plane[2] + x, b);
+  }
+};
+
+struct CmykPixelSink : Sink<1, 4> {
+  using Sink::Sink;
+
+  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
+    uint8_t* at = plane[0] + 4 * x;
     at[0] = uint8_t(~v.rgb.r), at[1] = uint8_t(~v.rgb.g), at[2] = uint8_t(~v.rgb.b), at[3] = v.k;
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    simd::storePixels4(p + 4 * x, {~v.rgb.r, ~v.rgb.g, ~v.rgb.b, v.k}, write);
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = pack(v.rgb);
+    simd::storeQuadruples<Bytes>(plane[0] + 4 * x, {~r, ~g, ~b, v.k}, write);
   }
 };
-struct CmykPlaneSink {
-  static constexpr int kStreamedBytes = 0;
-  uint8_t *c, *m, *y, *k;
-  CmykPlaneSink(uint8_t* const* base, int32_t step, int32_t at, Writer)
-      : c(row(base[0], step, at)), m(row(base[1], step, at)), y(row(base[2], step, at)), k(row(base[3], step, at)) {}
-  static QelStatus valid(uint8_t* const* base) { return planes(base, 4); }
+struct CmykPlaneSink : Sink<4> {
+  using Sink::Sink;
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
-    c[x] = uint8_t(~v.rgb.r), m[x] = uint8_t(~v.rgb.g), y[x] = uint8_t(~v.rgb.b), k[x] = v.k;
+    plane[0][x] = uint8_t(~v.rgb.r), plane[1][x] = uint8_t(~v.rgb.g), plane[2][x] = uint8_t(~v.rgb.b);
+    plane[3][x] = v.k;
   }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    store(c + x, ~v.rgb.r), store(m + x, ~v.rgb.g), store(y + x, ~v.rgb.b), store(k + x, v.k);
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = pack(v.rgb);
+    store(plane[0] + x, ~r), store(plane[1] + x, ~g), store(plane[2] + x, ~b), store(plane[3] + x, v.k);
   }
 };
 
 template <class Order, int kGreenBits>
-struct PackedSink {
-  static constexpr int kStreamedBytes = 2;
-  Writer write;
-  uint16_t* p;
-  PackedSink(uint16_t* base, int32_t step, int32_t y, Writer w) : write(w), p(row(base, step, y)) {}
-  static QelStatus valid(uint16_t* base) { return nonNull(base); }
+struct PackedSink : Sink<1, 2> {
+  using Sink::Sink;
 
   // The top bits of every byte; bit 15 of a 555 pixel is 0.
   template <class T>
@@ -243,62 +271,54 @@ struct PackedSink {
     const T low = Order::r == 0 ? r : b, high = Order::r == 0 ? b : r;
     return (low >> 3) | ((g >> (8 - kGreenBits)) << 5) | ((high >> 3) << (5 + kGreenBits));
   }
-  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const { put(p, x, uint16_t(pack<uint32_t>(v.rgb.r, v.rgb.g, v.rgb.b))); }
-  QELJ_INLINE void group(ptrdiff_t x, RgbK<U8> v) const {
-    const auto low = [](U8 bytes) { return as<uint16_t>(simd::unpackLow(bytes, U8{})); };
-    const auto high = [](U8 bytes) { return as<uint16_t>(simd::unpackHigh(bytes, U8{})); };
-    const auto first = pack(low(v.rgb.r), low(v.rgb.g), low(v.rgb.b));
-    const auto second = pack(high(v.rgb.r), high(v.rgb.g), high(v.rgb.b));
-    write(offset(p, x), simd::lowBlocks(first, second));
-    write(offset(p, x + kVector / 2), simd::highBlocks(first, second));
+  void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
+    store(plane[0] + 2 * x, uint16_t(pack<uint32_t>(v.rgb.r, v.rgb.g, v.rgb.b)));
+  }
+  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+    const auto [r, g, b] = colour::pack(v.rgb);
+    const auto low = [](Bytes bytes) { return as<uint16_t>(simd::unpackLow(bytes, Bytes{})); };
+    const auto high = [](Bytes bytes) { return as<uint16_t>(simd::unpackHigh(bytes, Bytes{})); };
+    const auto first = pack(low(r), low(g), low(b)), second = pack(high(r), high(g), high(b));
+    write(plane[0] + 2 * x, simd::lowBlocks(first, second));
+    write(plane[0] + 2 * x + kGroup, simd::highBlocks(first, second));
   }
 };
 
 // --- Planes of Y, Cb, Cr, K --------------------------------------------------------------------------------
 
-// kPlanes: 1 (Y alone), 3, or 4 (with K).
-template <int kPlanes>
-struct YccSink {
-  static constexpr int kStreamedBytes = 0;
-  uint8_t* plane[kPlanes];
-  YccSink(uint8_t* const* base, int32_t step, int32_t y, Writer) {
-    for (int i = 0; i < kPlanes; ++i) plane[i] = row(base[i], step, y);
-  }
-  static QelStatus valid(uint8_t* const* base) { return planes(base, kPlanes); }
+// Planes: 3, or 4 (with K).
+template <int Planes>
+struct YccSink : Sink<Planes> {
+  using YccSink::Sink::plane;
+  using YccSink::Sink::Sink;
 
   void pixel(ptrdiff_t x, YccK<uint8_t> v) const {
     plane[0][x] = v.ycc.y, plane[1][x] = v.ycc.cb, plane[2][x] = v.ycc.cr;
-    if constexpr (kPlanes == 4) plane[3][x] = v.k;
+    if constexpr (Planes == 4) plane[3][x] = v.k;
   }
-  QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const {
+  QELJ_INLINE void group(ptrdiff_t x, YccK<Bytes> v) const {
     store(plane[0] + x, v.ycc.y), store(plane[1] + x, v.ycc.cb), store(plane[2] + x, v.ycc.cr);
-    if constexpr (kPlanes == 4) store(plane[3] + x, v.k);
+    if constexpr (Planes == 4) store(plane[3] + x, v.k);
   }
 };
-struct LumaSink {
-  static constexpr int kStreamedBytes = 0;
-  uint8_t* p;
-  LumaSink(uint8_t* base, int32_t step, int32_t y, Writer) : p(row(base, step, y)) {}
-  static QelStatus valid(uint8_t* base) { return nonNull(base); }
+struct LumaSink : Sink<1> {
+  using Sink::Sink;
 
-  void pixel(ptrdiff_t x, YccK<uint8_t> v) const { p[x] = v.ycc.y; }
-  QELJ_INLINE void group(ptrdiff_t x, YccK<U8> v) const { store(p + x, v.ycc.y); }
+  void pixel(ptrdiff_t x, YccK<uint8_t> v) const { plane[0][x] = v.ycc.y; }
+  QELJ_INLINE void group(ptrdiff_t x, YccK<Bytes> v) const { store(plane[0] + x, v.ycc.y); }
 };
 
-template <int kPlanes>
-struct YccSource {
-  const uint8_t* plane[kPlanes];
-  YccSource(const uint8_t* const* base, int32_t step, int32_t y) {
-    for (int i = 0; i < kPlanes; ++i) plane[i] = row(base[i], step, y);
-  }
-  static QelStatus valid(const uint8_t* const* base) { return planes(base, kPlanes); }
+template <int Planes>
+struct YccSource : RowPlanes<const uint8_t, Planes> {
+  using YccSource::RowPlanes::plane;
+  using YccSource::RowPlanes::RowPlanes;
 
   YccK<uint8_t> pixel(ptrdiff_t x) const {
-    return {{plane[0][x], plane[1][x], plane[2][x]}, kPlanes == 4 ? plane[kPlanes - 1][x] : uint8_t(0)};
+    return {{plane[0][x], plane[1][x], plane[2][x]}, Planes == 4 ? plane[Planes - 1][x] : uint8_t(0)};
   }
-  QELJ_INLINE YccK<U8> group(ptrdiff_t x) const {
-    return {{load<U8>(plane[0] + x), load<U8>(plane[1] + x), load<U8>(plane[2] + x)},
-            kPlanes == 4 ? load<U8>(plane[kPlanes - 1] + x) : U8{}};
+  QELJ_INLINE YccK<Bytes> group(ptrdiff_t x) const {
+    return {{load<Bytes>(plane[0] + x), load<Bytes>(plane[1] + x), load<Bytes>(plane[2] + x)},
+            Planes == 4 ? load<Bytes>(plane[Planes - 1] + x) : Bytes{}};
   }
 };
 
@@ -306,17 +326,18 @@ struct YccSource {
 
 // A form works on one pixel, or on 16-bit lanes, half a vector of bytes at a time. Unpacking and packing both go by
 // blocks, so that the pixels come back in order.
-struct Halves16 {
-  I16 low, high;
-};
-QELJ_INLINE Halves16 widen(U8 v) {
-  return {as<int16_t>(simd::unpackLow(v, U8{})), as<int16_t>(simd::unpackHigh(v, U8{}))};
+template <class B>
+QELJ_INLINE auto widen(B v) {
+  using V = With<int16_t, B>;
+  return Halves<V>{as<V>(simd::unpackLow(v, B{})), as<V>(simd::unpackHigh(v, B{}))};
 }
-QELJ_INLINE Halves16 widenCentred(U8 chroma) {  // c << 8
-  const U8 centred = chroma ^ uint8_t(0x80);
-  return {as<int16_t>(simd::unpackLow(U8{}, centred)), as<int16_t>(simd::unpackHigh(U8{}, centred))};
+QELJ_INLINE Halves<Lanes> widenMask(Bytes mask) {
+  return {as<int16_t>(simd::unpackLow(mask, mask)), as<int16_t>(simd::unpackHigh(mask, mask))};
 }
-QELJ_INLINE Rgb<Halves16> widen(Rgb<U8> p) { return {widen(p.r), widen(p.g), widen(p.b)}; }
+QELJ_INLINE Halves<Lanes> widenCentred(Bytes chroma) {  // c << 8
+  const Bytes centred = chroma ^ uint8_t(0x80);
+  return {as<int16_t>(simd::unpackLow(Bytes{}, centred)), as<int16_t>(simd::unpackHigh(Bytes{}, centred))};
+}
 
 template <class Form>
 QELJ_INLINE Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
@@ -324,10 +345,30 @@ QELJ_INLINE Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
   return {clampU8(v.y), clampU8(v.cb), clampU8(v.cr)};
 }
 template <class Form>
-QELJ_INLINE Ycc<U8> toYcc(Rgb<U8> p) {
-  const auto [r, g, b] = widen(p);
-  const auto low = Form::ycc(Rgb<I16>{r.low, g.low, b.low}), high = Form::ycc(Rgb<I16>{r.high, g.high, b.high});
-  return {simd::packU8(low.y, high.y), simd::packU8(low.cb, high.cb), simd::packU8(low.cr, high.cr)};
+QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(Rgb<Bytes> p) {
+  const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
+  return {Form::ycc(Rgb<Lanes>{r.low, g.low, b.low}), Form::ycc(Rgb<Lanes>{r.high, g.high, b.high})};
+}
+template <class Form>
+QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(const Halves<Differences<Lanes>>& p) {
+  return {Form::ycc(p.low), Form::ycc(p.high)};
+}
+QELJ_INLINE Ycc<Bytes> pack(const Halves<Ycc<Lanes>>& v) {
+  return {simd::packU8(v.low.y, v.high.y), simd::packU8(v.low.cb, v.high.cb), simd::packU8(v.low.cr, v.high.cr)};
+}
+// A group of a source's pixels, as the form takes them from it.
+template <class Form, class Source>
+QELJ_INLINE auto operands(const Source& source, ptrdiff_t x) {
+  if constexpr (requires { Form::ycc(source.differences(x).low); }) {
+    return std::pair(source.differences(x), Bytes{});
+  } else {
+    const auto p = source.group(x);
+    return std::pair(p.rgb, p.k);
+  }
+}
+template <class Form>
+QELJ_INLINE Ycc<Bytes> toYcc(const auto& p) {
+  return pack(toYccHalves<Form>(p));
 }
 
 // Luma with what chroma adds to it.
@@ -337,10 +378,10 @@ QELJ_INLINE Rgb<uint8_t> toRgb(uint8_t y, Rgb<int32_t> offset) {
   return {colour(offset.r), colour(offset.g), colour(offset.b)};
 }
 template <class Form>
-QELJ_INLINE Rgb<U8> toRgb(U8 y, Rgb<I16> low, Rgb<I16> high) {
-  const Halves16 luma = widen(y);
-  const auto colour = [&](I16 addLow, I16 addHigh) QELJ_INLINE_LAMBDA {
-    return simd::packU8(shade<Form>(luma.low, addLow), shade<Form>(luma.high, addHigh));
+QELJ_INLINE RgbLanes toRgb(Bytes y, Rgb<Lanes> low, Rgb<Lanes> high) {
+  const auto luma = widen(y);
+  const auto colour = [&](Lanes addLow, Lanes addHigh) QELJ_INLINE_LAMBDA {
+    return Halves<Lanes>{shade<Form>(luma.low, addLow), shade<Form>(luma.high, addHigh)};
   };
   return {colour(low.r, high.r), colour(low.g, high.g), colour(low.b, high.b)};
 }
@@ -349,24 +390,108 @@ QELJ_INLINE Rgb<uint8_t> toRgb(Ycc<uint8_t> p) {
   return toRgb<Form>(p.y, Form::offset(CbCr<int32_t>{p.cb - 128, p.cr - 128}));
 }
 template <class Form>
-QELJ_INLINE Rgb<U8> toRgb(Ycc<U8> p) {
-  const Halves16 cb = widenCentred(p.cb), cr = widenCentred(p.cr);
-  return toRgb<Form>(p.y, Form::offset(CbCr<I16>{cb.low, cr.low}), Form::offset(CbCr<I16>{cb.high, cr.high}));
+QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p) {
+  const auto cb = widenCentred(p.cb), cr = widenCentred(p.cr);
+  return toRgb<Form>(p.y, Form::offset(CbCr<Lanes>{cb.low, cr.low}), Form::offset(CbCr<Lanes>{cb.high, cr.high}));
+}
+
+// Of the first `main` pixels of a group in one form, of the others in another.
+QELJ_INLINE Bytes lanesFrom(int main) {
+  alignas(64) static constexpr auto kMasks = [] {
+    std::array<uint8_t, 2 * kGroup> masks{};
+    for (int i = kGroup; i < 2 * kGroup; ++i) masks[size_t(i)] = 0xFF;
+    return masks;
+  }();
+  return load<Bytes>(kMasks.data() + kGroup - main);
+}
+template <class Main, class Tail>
+QELJ_INLINE Ycc<Bytes> toYcc(const auto& p, int main) {
+  auto v = toYccHalves<Main>(p);
+  if constexpr (!std::is_same_v<Main, Tail>) {
+    const auto others = widenMask(lanesFrom(main));
+    const auto tail = toYccHalves<Tail>(p);
+    const auto choose = [](Lanes which, const Ycc<Lanes>& a, const Ycc<Lanes>& b) QELJ_INLINE_LAMBDA {
+      return Ycc<Lanes>{select(which, a.y, b.y), select(which, a.cb, b.cb), select(which, a.cr, b.cr)};
+    };
+    if (main < kGroup - 8) v.low = choose(others.low, tail.low, v.low);
+    v.high = choose(others.high, tail.high, v.high);
+  }
+  return pack(v);
+}
+template <class Main, class Tail>
+QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p, int main) {
+  const auto v = toRgb<Main>(p);
+  if constexpr (std::is_same_v<Main, Tail>) return v;
+  const auto others = widenMask(lanesFrom(main));
+  const auto tail = toRgb<Tail>(p);
+  const auto choose = [&](Halves<Lanes> a, Halves<Lanes> b) QELJ_INLINE_LAMBDA {
+    return Halves<Lanes>{select(others.low, a.low, b.low), select(others.high, a.high, b.high)};
+  };
+  return {choose(tail.r, v.r), choose(tail.g, v.g), choose(tail.b, v.b)};
 }
 
 // --- Loops -------------------------------------------------------------------------------------------------
 
+// A row that is shorter than a group, in memory that is as long as one.
+template <class Source>
+struct ShortSource {
+  alignas(64) uint8_t bytes[Source::kPlanes][Source::kPixelBytes * kGroup];
+  Source source;
+
+  ShortSource(const Source& row, ptrdiff_t width) : source(row) {
+    for (int i = 0; i < Source::kPlanes; ++i) {
+      simd::copyPadded<Source::kPixelBytes * kGroup>(bytes[i], row.plane[i], int(width) * Source::kPixelBytes);
+      source.plane[i] = bytes[i];
+    }
+  }
+};
+template <class To>
+struct ShortSink {
+  alignas(64) uint8_t bytes[To::kPlanes][To::kPixelBytes * kGroup];
+  To sink;
+
+  explicit ShortSink(const To& row) : sink(row) {
+    sink.write.streams = false;
+    for (int i = 0; i < To::kPlanes; ++i) sink.plane[i] = bytes[i];
+  }
+  void copyTo(const To& row, ptrdiff_t width) const {
+    for (int i = 0; i < To::kPlanes; ++i)
+      simd::copyFirst<To::kPixelBytes * kGroup>(row.plane[i], bytes[i], int(width) * To::kPixelBytes);
+  }
+};
+
+// A row of fewer pixels is converted one by one sooner than copied.
+inline constexpr int kFewPixels = 4;
+
+// A row's pixels by groups: group(source, sink, x) for those that lie whole in the row's first `main` pixels, and at last
+// last(source, sink, x, count) for a group of which `count` pixels come in front of `main`. It overlaps the group before
+// it, or has a short row to itself.
+template <class Source, class To, class Group, class Last>
+QELJ_INLINE void coverByGroups(const Source& source, const To& sink, ptrdiff_t width, ptrdiff_t main, Group&& group,
+                               Last&& last) {
+  if (width >= kGroup) {
+    ptrdiff_t x = 0;
+    for (; x + kGroup <= main; x += kGroup) group(source, sink, x);
+    if (x < width) last(source, sink, width - kGroup, int(main - (width - kGroup)));
+  } else {
+    const ShortSource<Source> from(source, width);
+    ShortSink<To> to(sink);
+    last(from.source, to.sink, 0, int(main));
+    to.copyTo(sink, width);
+  }
+}
+
 enum class RowWalk { kFork, kSerial, kSerialAnyStep };
 
 // The front of a whole-image conversion: checks, then rowOperation(source, sink, width) for every row.
-template <RowWalk kRows, class Source, class Sink, class From, class To, class RowOperation, class... SinkArgument>
-QelStatus convertRows(const From* src, int32_t srcStep, To* dst, int32_t dstStep, QelSize size,
+template <RowWalk kRows, class Source, class To, class From, class Into, class RowOperation, class... SinkArgument>
+QelStatus convertRows(const From* src, int32_t srcStep, Into* dst, int32_t dstStep, QelSize size,
                       RowOperation rowOperation, SinkArgument... sinkArgument) {
   const auto usable = [](int32_t s) { return kRows == RowWalk::kSerialAnyStep ? qelStatusOk : step(s); };
-  if (auto s = check(Source::valid(src), Sink::valid(dst), usable(srcStep), usable(dstStep), area(size)); s) return s;
-  const Writer write = Writer::forImage(size, Sink::kStreamedBytes);
+  if (auto s = check(Source::valid(src), To::valid(dst), usable(srcStep), usable(dstStep), area(size)); s) return s;
+  const Writer write = Writer::forImage(size, To::kStreamedBytes);
   const auto oneRow = [=](int32_t y) {
-    rowOperation(Source(src, srcStep, y), Sink(dst, dstStep, y, write, sinkArgument...), size.width);
+    rowOperation(Source(src, srcStep, y), To(dst, dstStep, y, write, sinkArgument...), size.width);
     write.endRow();
   };
   return kRows == RowWalk::kFork ? forEachRow(size, oneRow) : forEachRowSerial(size, oneRow);

@@ -11,8 +11,7 @@
 namespace qelj {
 namespace {
 
-using jpeg::colour::Halves16, jpeg::colour::kVector;
-using simd::I16, simd::U8;
+using simd::Halves;
 
 // --- Down: the mean of two or four samples -----------------------------------------------------------------
 
@@ -25,16 +24,16 @@ struct MeanTerms {
 template <int kRows>
 void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdiff_t count, MeanTerms round) {
   constexpr int kShift = kRows == 2 ? 2 : 1;
-  const auto one = all<simd::I8>(1);
-  const I16 term = simd::pairs(round.even, round.odd);
   // An even number of means, so that the last vector too begins at an even place.
-  ptrdiff_t k = simd::coverByVectors(0, count & ~ptrdiff_t(1), [&](ptrdiff_t to) QELJ_INLINE_LAMBDA {
+  ptrdiff_t k = simd::coverByWidest(0, count & ~ptrdiff_t(1), [&]<class V>(V, ptrdiff_t to) QELJ_INLINE_LAMBDA {
+    const auto one = all<With<int8_t, V>>(1);
+    const auto term = simd::pairs<With<int16_t, V>>(round.even, round.odd);
     const auto means = [&](ptrdiff_t from) QELJ_INLINE_LAMBDA {
-      I16 sum = simd::mulAddBytes(load<U8>(first + from), one);
-      if constexpr (kRows == 2) sum += simd::mulAddBytes(load<U8>(second + from), one);
+      auto sum = simd::mulAddBytes(load<V>(first + from), one);
+      if constexpr (kRows == 2) sum += simd::mulAddBytes(load<V>(second + from), one);
       return (sum + term) >> kShift;
     };
-    store(dst + to, simd::orderPacked(simd::packU8(means(2 * to), means(2 * to + kVector))));
+    store(dst + to, simd::orderPacked(simd::packU8(means(2 * to), means(2 * to + int(sizeof(V))))));
   });
   for (; k < count; ++k) {
     int sum = (k % 2 ? round.odd : round.even) + first[2 * k] + first[2 * k + 1];
@@ -46,18 +45,22 @@ void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdi
 // --- Up: three parts of the near sample, one of the far one ------------------------------------------------
 
 // The samples that are spread across: those of one row, or three parts of a near row and one of a far row. sum(k, far)
-// is three parts of sample k and one of sample `far`; the vector face gives sums for kVector samples from k on, in the
+// is three parts of sample k and one of sample `far`; the vector face gives sums for a vector of samples from k on, in the
 // lower and the upper halves of the blocks, from products of bytes by pairs.
 struct OneRow {
   const uint8_t* s;
   static constexpr int kShift = 2, kEven = 1, kOdd = 2;
 
   int sum(ptrdiff_t k, ptrdiff_t far) const { return 3 * s[k] + s[far]; }
-  QELJ_INLINE Halves16 sums(ptrdiff_t k, ptrdiff_t far) const { return threeToOne(s + k, s + far); }
+  template <class V>
+  QELJ_INLINE auto sums(ptrdiff_t k, ptrdiff_t far) const {
+    return threeToOne<V>(s + k, s + far);
+  }
 
-  static QELJ_INLINE Halves16 threeToOne(const uint8_t* near, const uint8_t* far) {
-    const auto weights = as<int8_t>(all<I16>(0x0103));
-    const U8 n = load<U8>(near), f = load<U8>(far);
+  template <class V>
+  static QELJ_INLINE Halves<With<int16_t, V>> threeToOne(const uint8_t* near, const uint8_t* far) {
+    const auto weights = as<int8_t>(all<With<int16_t, V>>(0x0103));
+    const V n = load<V>(near), f = load<V>(far);
     return {simd::mulAddBytes(simd::unpackLow(n, f), weights), simd::mulAddBytes(simd::unpackHigh(n, f), weights)};
   }
 };
@@ -67,9 +70,10 @@ struct TwoRows {
 
   int down(ptrdiff_t k) const { return 3 * near[k] + far[k]; }
   int sum(ptrdiff_t k, ptrdiff_t other) const { return 3 * down(k) + down(other); }
-  QELJ_INLINE Halves16 sums(ptrdiff_t k, ptrdiff_t other) const {
-    const Halves16 a = OneRow::threeToOne(near + k, far + k), b = OneRow::threeToOne(near + other, far + other);
-    const auto three = all<I16>(3);
+  template <class V>
+  QELJ_INLINE Halves<With<int16_t, V>> sums(ptrdiff_t k, ptrdiff_t other) const {
+    const auto a = OneRow::threeToOne<V>(near + k, far + k), b = OneRow::threeToOne<V>(near + other, far + other);
+    const auto three = all<With<int16_t, V>>(3);
     return {a.low * three + b.low, a.high * three + b.high};
   }
 };
@@ -86,16 +90,17 @@ uint8_t ownOdd(const Source& s, ptrdiff_t k, ptrdiff_t far) {
 // Samples 2k and 2k + 1 for k from `from` to `to` - 1. Reads source samples from - 1 to `to`.
 template <class Source>
 void ownUpSamples(const Source& s, uint8_t* dst, ptrdiff_t from, ptrdiff_t to) {
-  const auto roundEven = all<I16>(Source::kEven), roundOdd = all<I16>(Source::kOdd);
-  ptrdiff_t k = simd::coverByVectors(from, to, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const Halves16 even = s.sums(at, at - 1), odd = s.sums(at, at + 1);
-    const auto merge = [&](I16 e, I16 o) QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
-      const I16 low = (e + roundEven) >> Source::kShift, high = shlWrap(o + roundOdd, 8 - Source::kShift);
+  ptrdiff_t k = simd::coverByWidest(from, to, [&]<class V>(V, ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    using Lanes = With<int16_t, V>;
+    const auto roundEven = all<Lanes>(Source::kEven), roundOdd = all<Lanes>(Source::kOdd);
+    const auto even = s.template sums<V>(at, at - 1), odd = s.template sums<V>(at, at + 1);
+    const auto merge = [&](Lanes e, Lanes o) QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
+      const Lanes low = (e + roundEven) >> Source::kShift, high = shlWrap(o + roundOdd, 8 - Source::kShift);
       return low | (high & int16_t(-256));
     };
-    const I16 first = merge(even.low, odd.low), second = merge(even.high, odd.high);
+    const Lanes first = merge(even.low, odd.low), second = merge(even.high, odd.high);
     store(dst + 2 * at, simd::lowBlocks(first, second));
-    store(dst + 2 * at + kVector, simd::highBlocks(first, second));
+    store(dst + 2 * at + int(sizeof(V)), simd::highBlocks(first, second));
   });
   for (; k < to; ++k) dst[2 * k] = ownEven(s, k, k - 1), dst[2 * k + 1] = ownOdd(s, k, k + 1);
 }

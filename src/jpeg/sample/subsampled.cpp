@@ -18,6 +18,31 @@ struct YccRows {
   uint8_t *y[2], *cb, *cr;
 };
 
+// A group's pixels, of which the first `count` are stored.
+template <int kRows, class Source>
+QELJ_INLINE void ownForwardGroup(const Source (&source)[2], const YccRows& dst, ptrdiff_t x, int count = kGroup) {
+  constexpr int kLog2 = kRows == 2 ? 2 : 1;
+  const auto one = all<simd::Wide<int8_t>>(1);
+  Rgb<Lanes> sum{};
+  for (int row = 0; row < kRows; ++row) {
+    const Rgb<Bytes> p = source[row].group(x).rgb;
+    sum.r += simd::mulAddBytes(p.r, one), sum.g += simd::mulAddBytes(p.g, one), sum.b += simd::mulAddBytes(p.b, one);
+    const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
+    const Bytes luma = simd::packU8(ForwardMain::luma(Rgb<Lanes>{r.low, g.low, b.low}),
+                                    ForwardMain::luma(Rgb<Lanes>{r.high, g.high, b.high}));
+    if (count == kGroup) store(dst.y[row] + x, luma);
+    else simd::storeFirst(dst.y[row] + x, luma, count);
+  }
+  const auto c = ForwardMain::chroma<kLog2>(sum);
+  const Bytes both = simd::orderPacked(simd::packU8(c.cb, c.cr));
+  if (count == kGroup) {
+    store(dst.cb + x / 2, simd::lower(both)), store(dst.cr + x / 2, simd::upper(both));
+  } else {
+    simd::storeFirst(dst.cb + x / 2, simd::lower(both), count / 2);
+    simd::storeFirst(dst.cr + x / 2, simd::upper(both), count / 2);
+  }
+}
+
 // kRows rows of pixels to as many rows of luma and one of chroma. Whole pairs only.
 template <int kRows, class Source>
 void ownForwardRows(const Source (&source)[2], const YccRows& dst, ptrdiff_t width) {
@@ -34,20 +59,13 @@ void ownForwardRows(const Source (&source)[2], const YccRows& dst, ptrdiff_t wid
     dst.cb[x / 2] = clampU8(c.cb), dst.cr[x / 2] = clampU8(c.cr);
   };
   const ptrdiff_t main = width / 8 * 8;
-  ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const auto one = all<simd::I8>(1);
-    Rgb<I16> sum{};
-    for (int row = 0; row < kRows; ++row) {
-      const Rgb<U8> p = source[row].group(at).rgb;
-      sum.r += simd::mulAddBytes(p.r, one), sum.g += simd::mulAddBytes(p.g, one), sum.b += simd::mulAddBytes(p.b, one);
-      const auto [r, g, b] = widen(p);
-      store(dst.y[row] + at, simd::packU8(ForwardMain::luma(Rgb<I16>{r.low, g.low, b.low}),
-                                          ForwardMain::luma(Rgb<I16>{r.high, g.high, b.high})));
-    }
-    const auto c = ForwardMain::chroma<kLog2>(sum);
-    const U8 both = simd::orderPacked(simd::packU8(c.cb, c.cr));
-    store(dst.cb + at / 2, simd::lower(both)), store(dst.cr + at / 2, simd::upper(both));
-  });
+  ptrdiff_t x = simd::coverByVectors<kGroup>(
+      0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { ownForwardGroup<kRows>(source, dst, at); });
+  if (simd::kEnabled && x < main) {
+    const ShortSource<Source> first(source[0], main), second(source[1], main);
+    ownForwardGroup<kRows>({first.source, second.source}, dst, 0, int(main));
+    x = main;
+  }
   for (; x < main; x += 2) pair(ForwardMain{}, x);
   for (; x + 1 < width; x += 2) pair(ForwardTail{}, x);
 }
@@ -76,42 +94,60 @@ QelStatus forward(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, cons
 // What a vector of chroma pairs adds to the pixels in the lower and the upper halves of the blocks of a group.
 template <class Form>
 struct PairOffsets {
-  Rgb<I16> low, high;
-  QELJ_INLINE explicit PairOffsets(CbCr<I16> c) {
-    const Rgb<I16> o = Form::offset(c);
+  Rgb<Lanes> low, high;
+  QELJ_INLINE explicit PairOffsets(CbCr<Lanes> c) {
+    const Rgb<Lanes> o = Form::offset(c);
     low = {simd::unpackLow(o.r, o.r), simd::unpackLow(o.g, o.g), simd::unpackLow(o.b, o.b)};
     high = {simd::unpackHigh(o.r, o.r), simd::unpackHigh(o.g, o.g), simd::unpackHigh(o.b, o.b)};
   }
 };
-QELJ_INLINE I16 centred(simd::U16 chromaShifted8) { return as<int16_t>(chromaShifted8 ^ uint16_t(0x8000)); }
+QELJ_INLINE Lanes centred(Words chromaShifted8) { return as<int16_t>(chromaShifted8 ^ uint16_t(0x8000)); }
 
-template <int kRows, class Sink>
-void ownInverseRows(const uint8_t* const (&y)[2], const uint8_t* cb, const uint8_t* cr, const Sink (&sink)[2],
+using PlaneRow = RowPlanes<const uint8_t, 1>;
+
+template <int kRows, class To>
+void ownInverseRows(const PlaneRow (&y)[2], const PlaneRow& cb, const PlaneRow& cr, const To (&sink)[2],
                     ptrdiff_t width) {
   using Form = InverseQ4Form;
-  ptrdiff_t x = simd::coverByVectors(0, width / 2 * 2, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const auto chroma = [at](const uint8_t* p) { return centred(simd::loadAs<simd::U16, uint8_t>(p + at / 2) << 8); };
-    const PairOffsets<Form> add({chroma(cb), chroma(cr)});
+  const auto group = [](const auto& fromY, const auto& fromCb, const auto& fromCr, const auto& to,
+                        ptrdiff_t at) QELJ_INLINE_LAMBDA {
+    const auto chroma = [at](const PlaneRow& p) {
+      return centred(simd::loadAs<Words, uint8_t>(p.plane[0] + at / 2) << 8);
+    };
+    const PairOffsets<Form> add({chroma(fromCb), chroma(fromCr)});
     for (int row = 0; row < kRows; ++row)
-      sink[row].group(at, {toRgb<Form>(load<U8>(y[row] + at), add.low, add.high), U8{}});
-  });
-  for (; x + 1 < width; x += 2) {
-    const auto add = Form::offset(CbCr<int32_t>{cb[x / 2] - 128, cr[x / 2] - 128});
+      to[row].group(at, {toRgb<Form>(load<Bytes>(fromY[row].plane[0] + at), add.low, add.high), Bytes{}});
+  };
+  const ptrdiff_t main = width / 2 * 2;
+  ptrdiff_t x =
+      simd::coverByVectors<kGroup>(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { group(y, cb, cr, sink, at); });
+  if (simd::kEnabled && x < main) {
+    const ShortSource<PlaneRow> y0(y[0], main), y1(y[1], main), shortCb(cb, main / 2), shortCr(cr, main / 2);
+    ShortSink<To> to0(sink[0]), to1(sink[1]);
+    const PlaneRow shortY[2] = {y0.source, y1.source};
+    const To to[2] = {to0.sink, to1.sink};
+    group(shortY, shortCb.source, shortCr.source, to, 0);
+    to0.copyTo(sink[0], main);
+    if constexpr (kRows == 2) to1.copyTo(sink[1], main);
+    return;
+  }
+  for (; x < main; x += 2) {
+    const auto add = Form::offset(CbCr<int32_t>{cb.plane[0][x / 2] - 128, cr.plane[0][x / 2] - 128});
     for (int row = 0; row < kRows; ++row)
-      for (int i = 0; i < 2; ++i) sink[row].pixel(x + i, {toRgb<Form>(y[row][x + i], add), 0});
+      for (int i = 0; i < 2; ++i) sink[row].pixel(x + i, {toRgb<Form>(y[row].plane[0][x + i], add), 0});
   }
 }
 
-template <int kRows, class Sink, class... Alpha>
+template <int kRows, class To, class... Alpha>
 QelStatus inverse(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size,
                   Alpha... alpha) {
   if (auto s = check(nonNull(dst), planes(src, 3), area(size, 2, kRows)); s) return s;
-  const Writer write = Writer::forImage(size, Sink::kStreamedBytes);
+  const Writer write = Writer::forImage(size, To::kStreamedBytes);
   for (int32_t y = 0; y <= size.height - kRows; y += kRows) {
     const int32_t last = y + kRows - 1;
-    const Sink sink[2] = {{dst, dstStep, y, write, alpha...}, {dst, dstStep, last, write, alpha...}};
-    ownInverseRows<kRows>({row(src[0], srcStep[0], y), row(src[0], srcStep[0], last)},
-                          row(src[1], srcStep[1], y / kRows), row(src[2], srcStep[2], y / kRows), sink, size.width);
+    const PlaneRow luma[2] = {{src[0], srcStep[0], y}, {src[0], srcStep[0], last}};
+    const To sink[2] = {{dst, dstStep, y, write, alpha...}, {dst, dstStep, last, write, alpha...}};
+    ownInverseRows<kRows>(luma, {src[1], srcStep[1], y / kRows}, {src[2], srcStep[2], y / kRows}, sink, size.width);
     write.endRow();
   }
   return oddSize(size, kRows);
@@ -119,21 +155,31 @@ QelStatus inverse(const uint8_t* const* src, const int32_t* srcStep, uint8_t* ds
 
 // Packed 4:2:2: Y0, Cb, Y1, Cr. Whole groups of eight pixels, then pairs in another form; the pair that an
 // odd width begins is read and written whole.
-void ownPackedRow(const uint8_t* src, PixelSink<RgbOrder> sink, ptrdiff_t width) {
+using PackedRow = RowPlanes<const uint8_t, 1, 2>;
+void ownPackedRow(const PackedRow& src, const PixelSink<RgbOrder>& sink, ptrdiff_t width) {
   const ptrdiff_t main = width / 8 * 8;
   const auto pair = [&]<class Form>(Form, ptrdiff_t x) {
-    const uint8_t* p = src + 2 * x;
+    const uint8_t* p = src.plane[0] + 2 * x;
     const auto add = Form::offset(CbCr<int32_t>{p[1] - 128, p[3] - 128});
     const uint8_t y1 = p[2];
     sink.pixel(x, {toRgb<Form>(p[0], add), 0}), sink.pixel(x + 1, {toRgb<Form>(y1, add), 0});
   };
-  ptrdiff_t x = simd::coverByVectors(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA {
+  const auto group = [](const PackedRow& from, const PixelSink<RgbOrder>& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {
     using Form = InverseQ9Form;
-    const auto split = simd::deinterleave(load<U8>(src + 2 * at), load<U8>(src + 2 * at + kVector));
+    const uint8_t* p = from.plane[0] + 2 * at;
+    const auto split = simd::deinterleave(load<Bytes>(p), load<Bytes>(p + kGroup));
     const auto chroma = as<uint16_t>(split.second);  // Cb in the low bytes, Cr in the high ones
     const PairOffsets<Form> add({centred(chroma << 8), centred(chroma & uint16_t(0xFF00))});
-    sink.group(at, {toRgb<Form>(split.first, add.low, add.high), U8{}});
-  });
+    to.group(at, {toRgb<Form>(split.first, add.low, add.high), Bytes{}});
+  };
+  ptrdiff_t x = simd::coverByVectors<kGroup>(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { group(src, sink, at); });
+  if (simd::kEnabled && x < main) {
+    const ShortSource<PackedRow> from(src, main);
+    ShortSink<PixelSink<RgbOrder>> to(sink);
+    group(from.source, to.sink, 0);
+    to.copyTo(sink, main);
+    x = main;
+  }
   for (; x < main; x += 2) pair(InverseQ9Form{}, x);
   for (; x < width; x += 2) pair(InverseQ16Form{}, x);
 }
@@ -145,7 +191,7 @@ QelStatus qeliYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* src, int32_t srcStep, u
   if (auto s = check(nonNull(src, dst), area(size)); s) return s;
   const Writer write = Writer::forImage(size, PixelSink<RgbOrder>::kStreamedBytes);
   const auto oneRow = [=](int32_t y) {
-    ownPackedRow(row(src, srcStep, y), {dst, dstStep, y, write}, size.width);
+    ownPackedRow({src, srcStep, y}, {dst, dstStep, y, write}, size.width);
     write.endRow();
   };
   // An odd width writes a pixel more. Where that reaches into the next row, the rows go in order, as one.

@@ -87,7 +87,7 @@ inline V weighted16(V x, V left, V right) {
     // The bits 16 to 47 of the even lanes' sums move down to theirs, those of the odd lanes' sums up.
     const V low = as<V>(sum(x, left, right) >> 16);
     const V high = as<V>(sum(odd(x), odd(left), odd(right)) << 16);
-    return select(as<V>(all<With<uint64_t, V>>(0xFFFFFFFF)), low, high);
+    return simd::evenAndOdd(low, high);
   }
 }
 template <int32_t c, class V>

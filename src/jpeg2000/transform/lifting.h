@@ -125,42 +125,6 @@ inline void ownStep(ptrdiff_t count, const typename Filter::Sample* const (&srcR
   for (; i < count; ++i) step(i, static_cast<T*>(nullptr));
 }
 
-// --- between a line and its two bands ----------------------------------------------------------------------
-
-// first[i] = src[2i], second[i] = src[2i + 1], for `count` samples in all.
-template <class T>
-inline void split(ptrdiff_t count, const T* src, T* first, T* second) {
-  ptrdiff_t i = 0;
-  if constexpr (simd::kEnabled) {
-    using V = simd::Vec<std::conditional_t<sizeof(T) == 2, int16_t, int32_t>>;
-    constexpr ptrdiff_t kGroup = simd::kLanes<V>;
-    for (; 2 * (i + kGroup) <= count; i += kGroup) {
-      const auto parts = simd::deinterleave(load<V>(offset(src, 2 * i)), load<V>(offset(src, 2 * i + kGroup)));
-      store(offset(first, i), parts.first);
-      store(offset(second, i), parts.second);
-    }
-  }
-  for (; 2 * i + 1 < count; ++i) put(first, i, at(src, 2 * i)), put(second, i, at(src, 2 * i + 1));
-  if (2 * i < count) put(first, i, at(src, 2 * i));
-}
-
-// The inverse.
-template <class T>
-inline void merge(ptrdiff_t count, const T* first, const T* second, T* dst) {
-  ptrdiff_t i = 0;
-  if constexpr (simd::kEnabled) {
-    using V = simd::Vec<std::conditional_t<sizeof(T) == 2, int16_t, int32_t>>;
-    constexpr ptrdiff_t kGroup = simd::kLanes<V>;
-    for (; 2 * (i + kGroup) <= count; i += kGroup) {
-      const auto pair = simd::interleave(load<V>(offset(first, i)), load<V>(offset(second, i)));
-      store(offset(dst, 2 * i), pair.first);
-      store(offset(dst, 2 * i + kGroup), pair.second);
-    }
-  }
-  for (; 2 * i + 1 < count; ++i) put(dst, 2 * i, at(first, i)), put(dst, 2 * i + 1, at(second, i));
-  if (2 * i < count) put(dst, 2 * i, at(first, i));
-}
-
 }  // namespace qelj::jpeg2000::lifting
 
 #endif

@@ -11,7 +11,7 @@
 
 #include "frame/check.h"
 #include "frame/rows.h"
-#include "jpeg2000/transform/lifting.h"
+#include "jpeg2000/transform/line.h"
 
 namespace qelj::jpeg2000::lifting {
 
@@ -30,89 +30,6 @@ struct BandPlanes {
   // The row at position m of a column.
   T* line(ptrdiff_t m, int q) const { return (m ^ q) & 1 ? row(high, highStep, m >> 1) : row(low, lowStep, m >> 1); }
 };
-
-// --- along rows --------------------------------------------------------------------------------------------
-
-// A piece of a line, small enough for the stack and the first-level cache: samples i to i + n - 1 of both bands, and
-// before and behind them the samples that they depend on. Here B[j] stands between A[j] and A[j + 1], and A[0] and B[0]
-// are samples i - kStages / 2 and i - kStages / 2 + lead of their bands. Each stage lacks one sample more.
-template <class Filter>
-struct LinePiece {
-  using T = typename Filter::Sample;
-  static constexpr int S = Filter::kStages;
-  static constexpr ptrdiff_t kLength = 512;
-  const ptrdiff_t i, n, w;
-  const int lead;
-  T a[kLength + S], b[kLength + S - 1];
-
-  // Up to kLength samples from i on, of a line of w samples a band.
-  LinePiece(ptrdiff_t from, ptrdiff_t length, int leadOfA)
-      : i(from), n(std::min(kLength, length - from)), w(length), lead(leadOfA) {}
-
-  // Stage t, whose first sample goes to dst. `x` is the band that changes, `other` that of its neighbours.
-  template <int t>
-  void stage(T* dst, const T* x, const T* other) const {
-    const T* const left = offset(other, (t - 1) / 2);
-    samples<t>(i - S / 2 + t / 2 + (t % 2 ? lead : 0), n + S - t, dst, offset(x, t / 2), left, offset(left, 1));
-  }
-  // What follows the last stage, on samples i to i + n - 1 of B.
-  void finish(T* dst, const T* x) const { samples<S + 1>(i, n, dst, x, x, x); }
-
- private:
-  // Stage t of `count` samples of one band from number k on; t = kStages + 1 is finish(), which has no neighbours.
-  template <int t>
-  void samples(ptrdiff_t k, ptrdiff_t count, T* dst, const T* x, const T* left, const T* right) const {
-    Range inner{0, count};
-    if constexpr (HasEnds<Filter>) {
-      inner = Filter::template inner<t>(w, lead);
-      inner.from = std::clamp<ptrdiff_t>(inner.from - k, 0, count);
-      inner.to = std::clamp<ptrdiff_t>(inner.to - k, inner.from, count);
-      const auto end = [&](ptrdiff_t j) {
-        put(dst, j, Filter::template end<t>(k + j, w, lead, at(x, j), at(left, j), at(right, j)));
-      };
-      for (ptrdiff_t j = 0; j < inner.from; ++j) end(j);
-      for (ptrdiff_t j = inner.to; j < count; ++j) end(j);
-    }
-    const auto from = [&](auto* p) { return offset(p, inner.from); };
-    if constexpr (t > S) applyFinish<Filter>(inner.to - inner.from, from(dst), from(x));
-    else applyStage<Filter, t>(inner.to - inner.from, from(dst), from(x), from(left), from(right));
-  }
-};
-
-template <class Filter, class T = typename Filter::Sample>
-void ownForwardRow(const T* src, T* low, T* high, ptrdiff_t w, int q) {
-  constexpr int S = Filter::kStages;
-  for (ptrdiff_t i = 0; i < w; i += LinePiece<Filter>::kLength) {
-    LinePiece<Filter> p(i, w, q);
-    split(2 * (p.n + S) - 1, offset(src, 2 * (i - S / 2) + q), p.a, p.b);
-    p.template stage<1>(p.b, p.b, p.a);
-    if constexpr (S == 4) {
-      p.template stage<2>(p.a + 1, p.a, p.b);
-      p.template stage<3>(p.b + 1, p.b, p.a);
-    }
-    p.template stage<S>(offset(low, i), p.a, p.b);
-    p.finish(offset(high, i), p.b + S / 2 - q);
-  }
-}
-
-template <class Filter, class T = typename Filter::Sample>
-void ownInverseRow(const T* low, const T* high, T* dst, ptrdiff_t w, int q) {
-  constexpr int S = Filter::kStages;
-  const int lead = 1 - q;
-  for (ptrdiff_t i = 0; i < w; i += LinePiece<Filter>::kLength) {
-    LinePiece<Filter> p(i, w, lead);
-    const T* const a = offset(high, i - S / 2);
-    p.template stage<1>(p.b, offset(low, i - S / 2 + lead), a);
-    p.template stage<2>(p.a + 1, a, p.b);
-    if constexpr (S == 4) {
-      p.template stage<3>(p.b + 1, p.b, p.a);
-      p.template stage<4>(p.a + 2, p.a, p.b);
-    }
-    const T* const odd = p.a + S / 2;
-    const T* const even = p.b + S / 2 - lead;
-    merge(2 * p.n, q ? odd : even, q ? even : odd, offset(dst, 2 * i));
-  }
-}
 
 // --- down columns ------------------------------------------------------------------------------------------
 
@@ -186,7 +103,7 @@ QelStatus forwardRows(const T* src, int32_t srcStep, const BandPlanes<T>& dst, Q
     T *const low = row(dst.low, dst.lowStep, y), *const high = row(dst.high, dst.highStep, y);
     if constexpr (!std::is_same_v<One, NoForm>)
       if (size.width == 1) return One::forward([&](ptrdiff_t m) { return at(x, m); }, low, high, q);
-    ownForwardRow<Filter>(x, low, high, size.width, q);
+    ownForwardLine<Filter, Ends::kBorder>(x, low, size.width, high, size.width, q);
   });
 }
 
@@ -201,7 +118,7 @@ QelStatus inverseRows(const BandPlanes<const T>& src, QelSize size, T* dst, int3
       if (size.width == 1)
         return One::inverse([&](ptrdiff_t m) { return at((m ^ q) & 1 ? high : low, m >> 1); }, offset(x, q),
                             offset(x, 1 - q), q);
-    ownInverseRow<Filter>(low, high, x, size.width, q);
+    ownInverseLine<Filter, Ends::kBorder>(low, size.width, high, size.width, x, q);
   });
 }
 

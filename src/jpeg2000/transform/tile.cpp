@@ -1,8 +1,11 @@
 // One level of the two-dimensional wavelet over a whole tile, with the symmetric extension inside (ISO/IEC 15444-1,
 // F.3.2 and F.4.2).
 //
-// Both directions go over the tile twice. Down the columns the rows are lifted where they lie, low and high rows
-// alternating, many columns at once. Along the rows each row is lifted on its way between its place among the
+// With four bands, the columns stream through a few rows of the work buffer, and each row passes between these and its
+// bands as soon as it is finished, or just before it is used: both passes go over the tile's memory once.
+//
+// In place, both directions go over the tile twice. Down the columns the rows are lifted where they lie, low and high
+// rows alternating, many columns at once. Along the rows each row is lifted on its way between its place among the
 // alternating rows and its place in the band layout, by following the cycles of that permutation; so the work buffer
 // need hold one row only.
 #include <algorithm>
@@ -15,6 +18,7 @@
 #include "frame/rounding.h"
 #include "jpeg2000/transform/filters53.h"
 #include "jpeg2000/transform/filters97.h"
+#include "jpeg2000/transform/line.h"
 
 namespace qelj {
 namespace {
@@ -77,132 +81,71 @@ struct BandSplit {
   int32_t fromBands(int32_t j) const { return j < low ? 2 * j + parity : 2 * (j - low) + (1 - parity); }
 };
 
-// Stage t over one band of a line, in place. Sample i of `x` stands between samples i + before and i + before + 1 of
-// `other`; past either end of the line stands the mirror image.
-template <class Filter, int t, class T>
-inline void stageOfBand(T* x, ptrdiff_t count, const T* other, ptrdiff_t otherCount, int before) {
-  ptrdiff_t from = 0, to = count;
-  if (before < 0) {
-    put(x, 0, Filter::template stage<t>(at(x, 0), at(other, 0), at(other, 0)));
-    from = 1;
-  }
-  if (to - 1 + before + 1 >= otherCount && to > from) {
-    --to;
-    const T last = at(other, otherCount - 1);
-    put(x, to, Filter::template stage<t>(at(x, to), last, last));
-  }
-  T* const middle = offset(x, from);
-  applyStage<Filter, t>(to - from, middle, middle, offset(other, from + before), offset(other, from + before + 1));
-}
-
-// All stages on the bands A and B of a line of two samples or more that begins with A (lead 0) or B (lead 1).
-template <class Filter, class T>
-void liftBands(T* a, ptrdiff_t aCount, T* b, ptrdiff_t bCount, int lead) {
-  if constexpr (Filter::kHasStart) applyStart<Filter>(aCount, a, a);
-  stageOfBand<Filter, 1>(b, bCount, a, aCount, -lead);
-  stageOfBand<Filter, 2>(a, aCount, b, bCount, lead - 1);
-  if constexpr (Filter::kStages == 4) {
-    stageOfBand<Filter, 3>(b, bCount, a, aCount, -lead);
-    stageOfBand<Filter, 4>(a, aCount, b, bCount, lead - 1);
-  }
-  if constexpr (Filter::kHasFinish) applyFinish<Filter>(bCount, b, b);
-}
-
-// Transforms the line at `src` into its bands at `dst`, low then high. They must not overlap.
+// The line at `src` to its bands, and back.
 template <class Wavelet, class T>
-void forwardLine(const T* src, T* dst, const BandSplit& line) {
-  T* const low = dst;
-  T* const high = offset(dst, line.low);
-  const ptrdiff_t highs = line.length - line.low;
-  if (line.length == 1) return liftOne(true, line.parity, dst, src, 1);
-  if (line.parity) split(line.length, src, high, low);
-  else split(line.length, src, low, high);
-  if (Wavelet::kPairForm && line.length == 2) return liftPair53(true, low, high, 1);
-  liftBands<typename Wavelet::Forward>(low, line.low, high, highs, line.parity);
+void forwardLine(const T* src, T* low, T* high, const BandSplit& line) {
+  if (line.length == 1) return liftOne(true, line.parity, line.parity ? high : low, src, 1);
+  if (Wavelet::kPairForm && line.length == 2) {
+    put(low, 0, at(src, line.parity)), put(high, 0, at(src, 1 - line.parity));
+    return liftPair53(true, low, high, 1);
+  }
+  ownForwardLine<typename Wavelet::Forward, Ends::kMirror>(src, low, line.low, high, line.length - line.low,
+                                                           line.parity);
 }
-
-// The inverse; lifts in place at `src` on the way.
 template <class Wavelet, class T>
-void inverseLine(T* src, T* dst, const BandSplit& line) {
-  T* const low = src;
-  T* const high = offset(src, line.low);
-  const ptrdiff_t highs = line.length - line.low;
-  if (line.length == 1) return liftOne(false, line.parity, dst, src, 1);
-  if (Wavelet::kPairForm && line.length == 2) liftPair53(false, low, high, 1);
-  else liftBands<typename Wavelet::Inverse>(high, highs, low, line.low, 1 - line.parity);
-  if (line.parity) merge(line.length, high, low, dst);
-  else merge(line.length, low, high, dst);
+void inverseLine(const T* low, const T* high, T* dst, const BandSplit& line) {
+  if (line.length == 1) return liftOne(false, line.parity, dst, line.parity ? high : low, 1);
+  if (Wavelet::kPairForm && line.length == 2) {
+    T *const even = offset(dst, line.parity), *const odd = offset(dst, 1 - line.parity);
+    put(even, 0, at(low, 0)), put(odd, 0, at(high, 0));
+    return liftPair53(false, even, odd, 1);
+  }
+  ownInverseLine<typename Wavelet::Inverse, Ends::kMirror>(low, line.low, high, line.length - line.low, dst,
+                                                           line.parity);
 }
 
 // --- down the columns --------------------------------------------------------------------------------------
 
-// The rows of one strip of columns, lifted where they lie.
-template <class T>
-struct StripRows {
-  T* base;
-  ptrdiff_t step, count;
-  T* operator[](ptrdiff_t m) const { return row(base, step, m); }
-  // Past either end stands the mirror image.
-  T* mirrored(ptrdiff_t m) const { return (*this)[m < 0 ? -m : m >= count ? 2 * (count - 1) - m : m]; }
-  bool has(ptrdiff_t m) const { return m >= 0 && m < count; }
-};
-
-// Lifts `columns` columns of two rows or more, the first row being of A (lead 0) or B (lead 1). Calls fetch(m) before
-// row m is first used, and deliver(m) when it is finished.
-template <class Filter, class T, class Fetch, class Deliver>
-void liftColumns(const StripRows<T>& rows, ptrdiff_t columns, int lead, Fetch fetch, Deliver deliver) {
+// Lifts `columns` columns of n rows, two or more, the first row being of A (lead 0) or B (lead 1). Row m is read at
+// source(m), and lies at home(m, t) behind stage t; behind 1 also what start() makes of a row of A. Calls fetch(m)
+// before row m is first used, and deliver(m) when it is finished.
+template <class Filter, class Source, class Home, class Fetch, class Deliver>
+void liftColumns(ptrdiff_t n, ptrdiff_t columns, int lead, Source source, Home home, Fetch fetch, Deliver deliver) {
+  using T = typename Filter::Sample;
   constexpr int S = Filter::kStages;
-  const ptrdiff_t n = rows.count;
+  const auto has = [n](ptrdiff_t m) { return m >= 0 && m < n; };
+  // Row m as stage t finds it when it changes the row (own), and when it changes a neighbour.
+  const auto started = [&](ptrdiff_t m) -> const T* { return Filter::kHasStart ? home(m, 1) : source(m); };
+  const auto own = [&](ptrdiff_t m, int t) -> const T* {
+    return t == 1 ? source(m) : t == 2 ? started(m) : home(m, t - 2);
+  };
+  const auto beside = [&](ptrdiff_t m, int t) -> const T* {
+    m = m < 0 ? -m : m >= n ? 2 * (n - 1) - m : m;  // past either end stands the mirror image
+    return t == 1 ? started(m) : home(m, t - 1);
+  };
   // q is the newest row of each step; the rows of the last steps lie past the end.
   for (ptrdiff_t q = lead; q <= n + S; q += 2) {
     for (const ptrdiff_t m : {q - 1, q})
-      if (rows.has(m)) fetch(m);
+      if (has(m)) fetch(m);
     if (q - S - 1 >= 0 && q < n) {
-      const T* src[kStepRows<Filter>];
-      T* dst[kStepRows<Filter>];
-      for (int j = 0; j < kStepRows<Filter>; ++j) src[j] = dst[j] = rows[q - j];
+      const T* src[kStepRows<Filter>] = {source(q)};
+      T* dst[kStepRows<Filter>] = {home(q, 1)};
+      for (int j = 1; j < kStepRows<Filter>; ++j) src[j] = own(q - j, j), dst[j] = home(q - j, j);
       ownStep<Filter>(columns, src, dst);
     } else {
-      if (Filter::kHasStart && rows.has(q)) applyStart<Filter>(columns, rows[q], rows[q]);
+      if (Filter::kHasStart && has(q)) applyStart<Filter>(columns, home(q, 1), source(q));
       const auto stage = [&]<int t>(std::integral_constant<int, t>) {
         const ptrdiff_t m = q - t;
-        if (rows.has(m)) applyStage<Filter, t>(columns, rows[m], rows[m], rows.mirrored(m - 1), rows.mirrored(m + 1));
+        if (has(m)) applyStage<Filter, t>(columns, home(m, t), own(m, t), beside(m - 1, t), beside(m + 1, t));
       };
       [&]<int... t>(std::integer_sequence<int, t...>) {
         (stage(std::integral_constant<int, t + 1>{}), ...);
       }(std::make_integer_sequence<int, S>{});
-      if (Filter::kHasFinish && rows.has(q - S - 1)) applyFinish<Filter>(columns, rows[q - S - 1], rows[q - S - 1]);
+      if (const ptrdiff_t m = q - S - 1; Filter::kHasFinish && has(m))
+        applyFinish<Filter>(columns, home(m, S + 1), own(m, S + 1));
     }
     for (const ptrdiff_t m : {q - S - 1, q - S})
-      if (rows.has(m)) deliver(m);
-  }
-}
-
-// The columns of the image at `base`, by strips whose rows fit the first-level cache together. fetch(m, x, count) and
-// deliver(m, x, count) speak of `count` samples of row m from column x on.
-constexpr ptrdiff_t kStripBytes = 2048;
-
-template <class Wavelet, bool forward, class T, class Fetch, class Deliver>
-void liftStrips(T* base, ptrdiff_t step, int32_t width, const BandSplit& column, Fetch fetch, Deliver deliver) {
-  constexpr ptrdiff_t kStrip = kStripBytes / ptrdiff_t(sizeof(T));
-  for (ptrdiff_t x = 0; x < width; x += kStrip) {
-    const ptrdiff_t count = std::min(kStrip, width - x);
-    const StripRows<T> rows{offset(base, x), step, column.length};
-    const auto fetchRow = [&](ptrdiff_t m) { fetch(m, x, count); };
-    const auto deliverRow = [&](ptrdiff_t m) { deliver(m, x, count); };
-    if (column.length == 1) {
-      fetchRow(0);
-      liftOne(forward, column.parity, rows[0], rows[0], count);
-      deliverRow(0);
-    } else if (Wavelet::kPairForm && column.length == 2) {
-      fetchRow(0), fetchRow(1);
-      liftPair53(forward, rows[column.parity], rows[1 - column.parity], count);
-      deliverRow(0), deliverRow(1);
-    } else if constexpr (forward) {
-      liftColumns<typename Wavelet::Forward>(rows, count, column.parity, fetchRow, deliverRow);
-    } else {
-      liftColumns<typename Wavelet::Inverse>(rows, count, 1 - column.parity, fetchRow, deliverRow);
-    }
+      if (has(m)) deliver(m);
   }
 }
 
@@ -227,6 +170,26 @@ void permuteRows(int32_t count, Source source, Hold hold, Move move) {
   }
 }
 
+// Strips of columns whose rows fit the first-level cache together.
+constexpr ptrdiff_t kStripBytes = 2048;
+
+template <class Wavelet, bool forward>
+void ownColumnsInPlace(SampleOf<Wavelet>* tile, ptrdiff_t step, int32_t width, const BandSplit& column) {
+  using T = SampleOf<Wavelet>;
+  using Filter = std::conditional_t<forward, typename Wavelet::Forward, typename Wavelet::Inverse>;
+  constexpr ptrdiff_t kStrip = kStripBytes / ptrdiff_t(sizeof(T));
+  for (ptrdiff_t x = 0; x < width; x += kStrip) {
+    const ptrdiff_t count = std::min(kStrip, width - x);
+    const auto place = [&](ptrdiff_t m, int = 0) { return offset(row(tile, step, m), x); };
+    if (column.length == 1) liftOne(forward, column.parity, place(0), place(0), count);
+    else if (Wavelet::kPairForm && column.length == 2)
+      liftPair53(forward, place(column.parity), place(1 - column.parity), count);
+    else
+      liftColumns<Filter>(column.length, count, forward ? column.parity : 1 - column.parity, place, place, nothing,
+                          nothing);
+  }
+}
+
 template <class Wavelet, bool forward>
 void ownInPlace(SampleOf<Wavelet>* tile, ptrdiff_t step, const BandSplit& rowSplit, const BandSplit& columnSplit,
                 SampleOf<Wavelet>* line) {
@@ -234,17 +197,17 @@ void ownInPlace(SampleOf<Wavelet>* tile, ptrdiff_t step, const BandSplit& rowSpl
   const int32_t width = rowSplit.length;
   T few[2];  // such a row doesn't need the work buffer, which may be empty
   if (width <= 2) line = few;
-  if constexpr (forward) liftStrips<Wavelet, forward>(tile, step, width, columnSplit, nothing, nothing);
+  if constexpr (forward) ownColumnsInPlace<Wavelet, forward>(tile, step, width, columnSplit);
   permuteRows(
       columnSplit.length, [&](int32_t j) { return forward ? columnSplit.fromBands(j) : columnSplit.toBands(j); },
       [&](int32_t j) { std::memcpy(line, row(tile, step, j), size_t(width) * sizeof(T)); },
       [&](int32_t from, int32_t to) {
         T* const src = from < 0 ? line : row(tile, step, from);
         T* const dst = row(tile, step, to);
-        if constexpr (forward) forwardLine<Wavelet>(src, dst, rowSplit);
-        else inverseLine<Wavelet>(src, dst, rowSplit);
+        if constexpr (forward) forwardLine<Wavelet>(src, dst, offset(dst, rowSplit.low), rowSplit);
+        else inverseLine<Wavelet>(src, offset(src, rowSplit.low), dst, rowSplit);
       });
-  if constexpr (!forward) liftStrips<Wavelet, forward>(tile, step, width, columnSplit, nothing, nothing);
+  if constexpr (!forward) ownColumnsInPlace<Wavelet, forward>(tile, step, width, columnSplit);
 }
 
 template <class Wavelet, bool forward>
@@ -265,53 +228,90 @@ constexpr int64_t pitch(int32_t width) {
   return (int64_t(width) * int64_t(sizeof(T)) + 31) & ~int64_t(31);
 }
 
-// The line of the work image at `j` of the band layout, as its two pieces in the caller's planes. Planes are cut in the
-// middle, rounded up, whatever the parity of the tile.
+// The caller's planes, which are cut in the middle, rounded up, whatever the parity of the tile.
 template <class T>
 struct Bands {
   T* const* plane;
   const int32_t* step;
   int32_t width, height;
   int32_t cut() const { return width - width / 2; }
-  template <class Operation>
-  void forEachPiece(int32_t j, Operation piece) const {
+  // Line j of the band layout, as its two pieces. The right one may be empty, and its plane without memory.
+  struct Line {
+    T *left, *right;
+  };
+  Line line(int32_t j) const {
     const int32_t upper = height - height / 2, index = j < upper ? 0 : 1, y = j < upper ? j : j - upper;
-    piece(row(plane[index], step[index], y), 0, cut());
-    if (width > 1) piece(row(plane[index + 2], step[index + 2], y), cut(), width - cut());
+    return {row(plane[index], step[index], y), row(plane[index + 2], step[index + 2], y)};
   }
 };
+
+// Rows on their way down the columns: so many, from the newest on, are in use at a time. They lie in the work image, of
+// which the others are not touched, so that what is between the two passes stays in the caches.
+template <class Wavelet>
+constexpr ptrdiff_t kRingRows = Wavelet::Forward::kStages == 2 ? 4 : 8;
 
 template <class Wavelet, bool forward, class Image, class Plane>
 void ownWithBands(Image* image, ptrdiff_t imageStep, const Bands<Plane>& bands, const BandSplit& rowSplit,
                   const BandSplit& columnSplit, uint8_t* buffer) {
   using T = SampleOf<Wavelet>;
+  using Filter = std::conditional_t<forward, typename Wavelet::Forward, typename Wavelet::Inverse>;
   const int32_t width = rowSplit.length, height = columnSplit.length;
   const ptrdiff_t workStep = ptrdiff_t(pitch<T>(width));
   T* const work = reinterpret_cast<T*>(buffer);
   T few[2];
   T* const line = width <= 2 ? few : row(work, workStep, height);
-  if constexpr (forward) {
-    const auto fetch = [&](ptrdiff_t m, ptrdiff_t x, ptrdiff_t count) {
-      std::memcpy(offset(row(work, workStep, m), x), offset(row(image, imageStep, m), x), size_t(count) * sizeof(T));
-    };
-    liftStrips<Wavelet, forward>(work, workStep, width, columnSplit, fetch, nothing);
-    for (int32_t m = 0; m < height; ++m) {
-      forwardLine<Wavelet>(row(work, workStep, m), line, rowSplit);
-      bands.forEachPiece(columnSplit.toBands(m), [&](Plane* piece, ptrdiff_t x, int32_t count) {
-        std::memcpy(piece, offset(line, x), size_t(count) * sizeof(T));
-      });
+  const auto ring = [&](ptrdiff_t m) { return row(work, workStep, m & (kRingRows<Wavelet> - 1)); };
+  const auto imageRow = [&](ptrdiff_t m) { return row(image, imageStep, m); };
+
+  // Row m between the ring and its bands. Where the planes are cut elsewhere than the bands, the line that they make up
+  // is in between.
+  const int32_t cut = bands.cut(), rest = width - cut;
+  const bool asBands = cut == rowSplit.low;
+  const auto moveRow = [&](ptrdiff_t m) {
+    const auto piece = bands.line(columnSplit.toBands(int32_t(m)));
+    T* const lineHigh = offset(line, rowSplit.low);
+    if constexpr (forward) {
+      if (asBands) return forwardLine<Wavelet>(ring(m), piece.left, piece.right, rowSplit);
+      forwardLine<Wavelet>(ring(m), line, lineHigh, rowSplit);
+      std::memcpy(piece.left, line, size_t(cut) * sizeof(T));
+      if (rest) std::memcpy(piece.right, offset(line, cut), size_t(rest) * sizeof(T));
+    } else {
+      if (asBands) return inverseLine<Wavelet>(piece.left, piece.right, ring(m), rowSplit);
+      std::memcpy(line, piece.left, size_t(cut) * sizeof(T));
+      if (rest) std::memcpy(offset(line, cut), piece.right, size_t(rest) * sizeof(T));
+      inverseLine<Wavelet>(line, lineHigh, ring(m), rowSplit);
     }
-  } else {
-    for (int32_t m = 0; m < height; ++m) {
-      bands.forEachPiece(columnSplit.toBands(m), [&](Plane* piece, ptrdiff_t x, int32_t count) {
-        std::memcpy(offset(line, x), piece, size_t(count) * sizeof(T));
-      });
-      inverseLine<Wavelet>(line, row(work, workStep, m), rowSplit);
+  };
+
+  const bool pair = Wavelet::kPairForm && height == 2;
+  if (height > 1 && !pair) {
+    const int lead = forward ? columnSplit.parity : 1 - columnSplit.parity;
+    if constexpr (forward) {
+      liftColumns<Filter>(height, width, lead, imageRow, [&](ptrdiff_t m, int) { return ring(m); }, nothing, moveRow);
+    } else {
+      // The last stage leaves its rows in the image.
+      constexpr int kFinal[2] = {Filter::kStages, Filter::kHasFinish ? Filter::kStages + 1 : Filter::kStages - 1};
+      const auto home = [&](ptrdiff_t m, int t) { return t >= kFinal[(m ^ lead) & 1] ? imageRow(m) : ring(m); };
+      // A step down the columns does little but store its two rows of the image; the passes along the rows before it do
+      // much, and store to the ring only.
+      const auto fetch = [&](ptrdiff_t m) {
+        if (const ptrdiff_t next = m + 1 - Filter::kStages; next >= 0)
+          simd::prefetchForWriting(imageRow(next), width * ptrdiff_t(sizeof(T)));
+        moveRow(m);
+      };
+      liftColumns<Filter>(height, width, lead, ring, home, fetch, nothing);
     }
-    const auto deliver = [&](ptrdiff_t m, ptrdiff_t x, ptrdiff_t count) {
-      std::memcpy(offset(row(image, imageStep, m), x), offset(row(work, workStep, m), x), size_t(count) * sizeof(T));
-    };
-    liftStrips<Wavelet, forward>(work, workStep, width, columnSplit, nothing, deliver);
+    return;
+  }
+  for (int32_t m = 0; m < height; ++m) {
+    if constexpr (forward) std::memcpy(ring(m), imageRow(m), size_t(width) * sizeof(T));
+    else moveRow(m);
+  }
+  if (pair) liftPair53(forward, ring(columnSplit.parity), ring(1 - columnSplit.parity), width);
+  else liftOne(forward, columnSplit.parity, ring(0), ring(0), width);
+  for (int32_t m = 0; m < height; ++m) {
+    if constexpr (forward) moveRow(m);
+    else std::memcpy(imageRow(m), ring(m), size_t(width) * sizeof(T));
   }
 }
 

@@ -1,0 +1,321 @@
+// A line and its two bands: all stages in one pass, in registers.
+//
+// The samples come in groups of as many of A and of B as a vector has lanes; here B[i] is the sample of B in front of
+// A[i]. A stage takes the newest samples and, moved in by one lane, those of the group before, so that nothing passes
+// through memory between the stages. What is finished is S / 2 samples behind the newest, S being the number of stages.
+#ifndef QELJ_JPEG2000_TRANSFORM_LINE_H
+#define QELJ_JPEG2000_TRANSFORM_LINE_H
+
+#include <algorithm>
+#include <utility>
+
+#include "jpeg2000/transform/lifting.h"
+
+namespace qelj::jpeg2000::lifting {
+
+// --- groups: one sample of each band, or vectors of them ----------------------------------------------------
+
+template <class V>
+inline constexpr ptrdiff_t kGroup = ptrdiff_t(sizeof(V) / sizeof(Lane<V>));
+
+// A stream of samples, one place late.
+template <class V>
+class OneLate : public simd::OneLate<V> {
+  using simd::OneLate<V>::OneLate;
+};
+template <OneSample V>
+class OneLate<V> {
+  V kept_{};
+
+ public:
+  V last() const { return kept_; }
+  V operator()(V x) { return std::exchange(kept_, x); }
+};
+
+// Alternating samples in memory.
+template <class V>
+struct Alternating {
+  V first, second;
+};
+template <class V>
+QELJ_INLINE Alternating<V> loadAlternating(const Lane<V>* p) {
+  if constexpr (OneSample<V>) {
+    return {at(p, 0), at(p, 1)};
+  } else {
+    const auto pair = simd::loadPairs<V>(p);
+    return {pair.first, pair.second};
+  }
+}
+template <class V>
+QELJ_INLINE void storeAlternating(Lane<V>* p, V first, V second) {
+  if constexpr (OneSample<V>) {
+    put(p, 0, first), put(p, 1, second);
+  } else {
+    simd::storePairs(p, first, second);
+  }
+}
+
+// --- the stages --------------------------------------------------------------------------------------------
+
+// `lead` is the position of A[0], and w the samples a band, which only a filter with ends asks for.
+//
+// Stages 3 and 4 have a function of their own, which takes the group before: beside stages 1 and 2 of the newest one
+// they keep the processor busy where one chain of all four would make it wait for each product.
+template <class Filter, class V, int lead>
+class Stages {
+  template <class, class, int>
+  friend class Stages;
+  static constexpr int S = Filter::kStages;
+  ptrdiff_t w_, i_ = 0;
+  OneLate<V> a0_, b1_, a2_, b3_;     // the values behind these stages
+  V a_{}, b_{}, before_{}, late_{};  // behind stage 2: A and B, and both one place late
+
+  // Stage t of sample k of its band, or what follows the last.
+  template <int t>
+  QELJ_INLINE V stage([[maybe_unused]] ptrdiff_t k, V x, V left, V right) const {
+    if constexpr (HasEnds<Filter> && OneSample<V>) {
+      const Range inner = Filter::template inner<t>(w_, lead);
+      if (k < inner.from || k >= inner.to) return Filter::template end<t>(k, w_, lead, x, left, right);
+    }
+    if constexpr (t > S) return Filter::finish(x);
+    else return Filter::template stage<t>(x, left, right);
+  }
+
+ public:
+  // Finished samples: of A, S / 2 behind the newest one; of B, one less behind, and as many.
+  struct Done {
+    V a, early, late;
+  };
+
+  explicit Stages(ptrdiff_t w) : w_(w) {}
+  // Goes on, by V's lanes at once, behind the samples that `one` has taken one by one.
+  template <OneSample One>
+  explicit Stages(const Stages<Filter, One, lead>& one)
+      : w_(one.w_), a0_(one.a0_.last()), b1_(one.b1_.last()), a2_(one.a2_.last()), b3_(one.b3_.last()) {}
+
+  // Takes the group at A[i] through stages 1 and 2.
+  QELJ_INLINE void take(ptrdiff_t i, Alternating<V> group) {
+    const V newest = Filter::start(group.second), left = a0_(newest);
+    b_ = stage<1>(i - 1 + lead, group.first, left, newest);
+    late_ = b1_(b_);
+    a_ = stage<2>(i - 1, left, late_, b_);
+    if constexpr (S == 4) before_ = a2_(a_);
+    i_ = i;
+  }
+  // The rest for the group that was taken last.
+  QELJ_INLINE Done finish() {
+    Done done{a_, b_, late_};
+    if constexpr (S == 4) {
+      done.early = stage<3>(i_ - 2 + lead, late_, before_, a_);
+      done.late = b3_(done.early);
+      done.a = stage<4>(i_ - 2, before_, done.late, done.early);
+    }
+    if constexpr (Filter::kHasFinish) {
+      done.early = stage<S + 1>(i_ - S / 2 + lead, done.early, done.early, done.early);
+      done.late = stage<S + 1>(i_ - S / 2 - 1 + lead, done.late, done.late, done.late);
+    }
+    return done;
+  }
+};
+
+// --- lines and bands ---------------------------------------------------------------------------------------
+
+// Behind the ends of a line there is a border of its own, or the mirror image of what is inside.
+enum class Ends { kBorder, kMirror };
+
+// The sample that stands for sample i of a band, whose sample 0 has position `first` in a line of so many samples.
+template <Ends ends>
+QELJ_INLINE ptrdiff_t inside(ptrdiff_t i, int first, ptrdiff_t length) {
+  if constexpr (ends == Ends::kMirror) {
+    const ptrdiff_t sum = length - 1 - first;  // of the numbers of two samples that mirror each other at the far end
+    for (;;) {
+      if (i < 0) i = -i - first;
+      else if (2 * i + first >= length) i = sum - i;
+      else break;
+    }
+  }
+  return i;
+}
+
+// The samples of a line as they alternate.
+template <class T, int lead, Ends ends>
+struct AlternatingLine {
+  T* x;
+  ptrdiff_t length;
+
+  auto sampleOfA(ptrdiff_t i) const { return at(x, 2 * inside<ends>(i, lead, length) + lead); }
+  auto sampleOfB(ptrdiff_t i) const { return at(x, 2 * inside<ends>(i, 1 - lead, length) + (1 - lead)); }
+  // The last i for which the group at A[i] lies inside.
+  template <class V>
+  ptrdiff_t lastInside() const {
+    return ends == Ends::kBorder ? length : (length + 1 - lead) / 2 - kGroup<V>;
+  }
+  template <class V>
+  QELJ_INLINE Alternating<V> group(ptrdiff_t i) const {
+    return loadAlternating<V>(offset(x, 2 * i + lead - 1));
+  }
+  // The same for one that reaches past the end: the last samples of all, and one by one those behind. (By way of a copy,
+  // loads would wait for stores of another width.)
+  template <class V>
+  QELJ_INLINE Alternating<V> lastGroup(ptrdiff_t i) const {
+    auto group = loadAlternating<V>(offset(x, length - 2 * kGroup<V>));
+    const ptrdiff_t end = lead - 1 + 2 * (i + kGroup<V>);
+    for (ptrdiff_t m = length, mirror = length - 2; m < end; ++m, --mirror)
+      group = {group.second, simd::oneAfter(group.first, all<V>(at(x, mirror)))};
+    return group;
+  }
+  // A from number k on, and with them the samples of B in front of them (late) or behind.
+  template <class V>
+  QELJ_INLINE void set(ptrdiff_t k, bool late, V a, V b) const {
+    if (late) storeAlternating<V>(offset(x, 2 * k + lead - 1), b, a);
+    else storeAlternating<V>(offset(x, 2 * k + lead), a, b);
+  }
+};
+
+// The same of a line whose bands lie apart.
+template <class T, int lead, Ends ends>
+struct SplitLine {
+  T *a, *b;
+  ptrdiff_t aCount, bCount;
+
+  auto sampleOfA(ptrdiff_t i) const { return at(a, inside<ends>(i, lead, aCount + bCount)); }
+  auto sampleOfB(ptrdiff_t i) const { return at(b, inside<ends>(i, 1 - lead, aCount + bCount)); }
+  template <class V>
+  ptrdiff_t lastInside() const {
+    return ends == Ends::kBorder ? aCount + bCount : std::min(aCount, bCount + 1 - lead) - kGroup<V>;
+  }
+  template <class V>
+  QELJ_INLINE Alternating<V> group(ptrdiff_t i) const {
+    return {load<V>(offset(b, i - 1 + lead)), load<V>(offset(a, i))};
+  }
+  template <class V>
+  QELJ_INLINE Alternating<V> lastGroup(ptrdiff_t i) const {
+    const auto last = [](const T* band, ptrdiff_t count, ptrdiff_t end, ptrdiff_t mirror) QELJ_INLINE_LAMBDA {
+      V v = load<V>(offset(band, std::min(count, end) - kGroup<V>));
+      for (; count < end; ++count, --mirror) v = simd::oneAfter(v, all<V>(at(band, mirror)));
+      return v;
+    };
+    return {last(b, bCount, i - 1 + lead + kGroup<V>, aCount - 2 + lead),
+            last(a, aCount, i + kGroup<V>, bCount - 1 - lead)};
+  }
+  template <class V>
+  QELJ_INLINE void set(ptrdiff_t k, bool late, V aValues, V bValues) const {
+    store(offset(a, k), aValues);
+    store(offset(b, k + lead - late), bValues);
+  }
+};
+
+// --- a line through all stages -----------------------------------------------------------------------------
+
+// The stages, as of the groups that leave samples of A from number k on, ready to finish() the first of them.
+template <class Filter, class V, int lead, class Source>
+QELJ_INLINE Stages<Filter, V, lead> prepared(const Source& src, ptrdiff_t w, ptrdiff_t k) {
+  using T = typename Filter::Sample;
+  constexpr int S = Filter::kStages;
+  constexpr ptrdiff_t n = kGroup<V>;
+  const ptrdiff_t next = k + S / 2;
+  // They depend on 2 * S - 1 samples in front of the first group.
+  if constexpr (n >= S) {
+    if (k >= n) {
+      Stages<Filter, V, lead> stages(w);
+      stages.take(next - n, src.template group<V>(next - n));
+      stages.finish();
+      return stages;
+    }
+  }
+  Stages<Filter, T, lead> one(w);
+  one.take(next - S, {T(), src.sampleOfA(next - S)});
+  for (ptrdiff_t i = next - S + 1; i < next; ++i) {
+    one.finish();
+    one.take(i, {src.sampleOfB(i - 1 + lead), src.sampleOfA(i)});
+  }
+  one.finish();
+  if constexpr (OneSample<V>) return one;
+  else return Stages<Filter, V, lead>(one);
+}
+
+// Makes samples `from` to aTo - 1 of A and to bTo - 1 of B, of both a group or more, by V's lanes at once; the last
+// group overlaps the one before it. Source and target don't overlap.
+template <class Filter, class V, int lead, class Source, class Target>
+QELJ_INLINE void ownLiftRange(const Source& src, const Target& dst, ptrdiff_t w, ptrdiff_t from, ptrdiff_t aTo,
+                              ptrdiff_t bTo) {
+  constexpr int S = Filter::kStages;
+  constexpr ptrdiff_t n = kGroup<V>;
+  const auto inside = [&](ptrdiff_t i) QELJ_INLINE_LAMBDA { return src.template group<V>(i); };
+  const auto anywhere = [&](ptrdiff_t i) QELJ_INLINE_LAMBDA -> Alternating<V> {
+    if constexpr (n < S) return {src.sampleOfB(i - 1 + lead), src.sampleOfA(i)};
+    else return i <= src.template lastInside<V>() ? inside(i) : src.template lastGroup<V>(i);
+  };
+
+  auto stages = prepared<Filter, V, lead>(src, w, from);
+  ptrdiff_t k = from;
+  stages.take(k + S / 2, anywhere(k + S / 2));
+  const auto leave = [&]() QELJ_INLINE_LAMBDA {
+    const auto done = stages.finish();
+    dst.template set<V>(k, lead, done.a, lead ? done.late : done.early);
+    k += n;
+  };
+  const auto step = [&](auto groupAt) QELJ_INLINE_LAMBDA {
+    const Alternating<V> next = groupAt(k + n + S / 2);
+    leave();
+    stages.take(k + S / 2, next);
+  };
+  const ptrdiff_t both = std::min(aTo, bTo);
+  if constexpr (n >= S) {
+    const ptrdiff_t last = std::min(src.template lastInside<V>() - S / 2 - n, both - 2 * n);
+    while (k + n <= last) step(inside), step(inside);
+  }
+  while (k + 2 * n <= both) step(anywhere);
+  leave();
+  if (k < std::max(aTo, bTo)) {
+    k = aTo - n;
+    auto last = prepared<Filter, V, lead>(src, w, k);
+    last.take(k + S / 2, anywhere(k + S / 2));
+    const auto done = last.finish();
+    if (aTo - bTo + lead) dst.template set<V>(k, true, done.a, done.late);
+    else dst.template set<V>(k, false, done.a, done.early);
+  }
+}
+
+// A line of aCount and bCount samples, at least one of each.
+template <class Filter, int lead, class Source, class Target>
+QELJ_INLINE void ownLiftLine(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount) {
+  using T = typename Filter::Sample;
+  if constexpr (simd::kEnabled) {
+    using V = simd::Vec<T>;
+    if constexpr (HasEnds<Filter>) {
+      // Behind as many samples as there are stages, nothing depends on a form of the ends.
+      constexpr ptrdiff_t kEnd = Filter::kStages;
+      if (aCount >= 2 * kEnd + kGroup<V>) {
+        const ptrdiff_t to = aCount - kEnd;
+        ownLiftRange<Filter, T, lead>(src, dst, aCount, 0, kEnd, kEnd);
+        ownLiftRange<Filter, V, lead>(src, dst, aCount, kEnd, to, to);
+        return ownLiftRange<Filter, T, lead>(src, dst, aCount, to, aCount, aCount);
+      }
+    } else if (std::min(aCount, bCount) >= kGroup<V>) {
+      return ownLiftRange<Filter, V, lead>(src, dst, 0, 0, aCount, bCount);
+    }
+  }
+  ownLiftRange<Filter, T, lead>(src, dst, aCount, 0, aCount, bCount);
+}
+
+// Between the alternating samples of a line and its bands, of one sample or more each. q = 1 where the first sample is
+// of the high band.
+template <class Filter, Ends ends, class T = typename Filter::Sample>
+[[gnu::noinline]] void ownForwardLine(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs, int q) {
+  withConstant<0, 1>(q, [&](auto lead) {
+    ownLiftLine<Filter, lead>(AlternatingLine<const T, lead, ends>{src, lows + highs},
+                              SplitLine<T, lead, ends>{low, high, lows, highs}, lows, highs);
+  });
+}
+template <class Filter, Ends ends, class T = typename Filter::Sample>
+[[gnu::noinline]] void ownInverseLine(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst, int q) {
+  withConstant<0, 1>(1 - q, [&](auto lead) {
+    ownLiftLine<Filter, lead>(SplitLine<const T, lead, ends>{high, low, highs, lows},
+                              AlternatingLine<T, lead, ends>{dst, lows + highs}, highs, lows);
+  });
+}
+
+}  // namespace qelj::jpeg2000::lifting
+
+#endif

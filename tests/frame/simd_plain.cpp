@@ -1,2 +1,0 @@
-// The vector wrapper's test on its plain forms.
-#include "frame/simd_test.cpp"
