@@ -73,6 +73,7 @@ void rows(int quantizer, const std::string& how, double goal) {
       image.data = photo.rgb;
       qelconv::Options options;
       options.set("quantizer", std::to_string(quantizer));
+      options.set("overlap", "0");
       std::vector<uint8_t> theirs(photo.rgb.size() * 2);
       const size_t bytes = encodeTheirs(photo, quantizer, theirs);
       const std::vector<uint8_t> file(theirs.begin(), theirs.begin() + std::ptrdiff_t(bytes));

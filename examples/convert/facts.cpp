@@ -22,10 +22,16 @@ constexpr size_t kHeadline = 5;
 
 }  // namespace
 
+Facts& Facts::put(const std::string& name, Fact::Kind kind, int64_t value, const std::string& words) {
+  Fact& fact = facts_.emplace_back();
+  fact.name = name, fact.kind = kind, fact.value = value, fact.words = words;
+  return *this;
+}
+
 Facts& Facts::another(const std::string& list) {
   for (Fact& fact : facts_)
     if (fact.name == list) return fact.records.emplace_back();
-  put({list, Fact::list});
+  put(list, Fact::list, 0, "");
   return facts_.back().records.emplace_back();
 }
 

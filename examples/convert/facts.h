@@ -12,10 +12,10 @@ namespace qelconv {
 
 class Facts {
  public:
-  Facts& add(const std::string& name, const std::string& text) { return put({name, Fact::text, 0, text}); }
+  Facts& add(const std::string& name, const std::string& text) { return put(name, Fact::text, 0, text); }
   Facts& add(const std::string& name, const char* text) { return add(name, std::string(text)); }
-  Facts& add(const std::string& name, bool yes) { return put({name, Fact::flag, yes}); }
-  Facts& add(const std::string& name, int64_t number) { return put({name, Fact::number, number}); }
+  Facts& add(const std::string& name, bool yes) { return put(name, Fact::flag, yes, ""); }
+  Facts& add(const std::string& name, int64_t number) { return put(name, Fact::number, number, ""); }
   Facts& add(const std::string& name, int number) { return add(name, int64_t(number)); }
   Facts& add(const std::string& name, size_t number) { return add(name, int64_t(number)); }
   // One more of a list of records, such as scans.
@@ -33,15 +33,12 @@ class Facts {
   struct Fact {
     enum Kind { flag, number, text, list };
     std::string name;
-    Kind kind;
+    Kind kind = flag;
     int64_t value = 0;  // of a flag or number
-    std::string words{};
-    std::vector<Facts> records{};
+    std::string words;
+    std::vector<Facts> records;
   };
-  Facts& put(Fact fact) {
-    facts_.push_back(std::move(fact));
-    return *this;
-  }
+  Facts& put(const std::string& name, Fact::Kind kind, int64_t value, const std::string& words);
   static void printPlain(std::ostream& out, const Fact& fact);
   std::vector<Fact> facts_;
 };

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "jpeg.h"
+#include "qelj_typical.h"
 
 namespace qelconv::jpeg {
 namespace {
@@ -37,13 +38,14 @@ class Parser {
   }
 
  private:
-  // The next marker, or 0 at the end of the file (a missing EOI is forgiven).
+  // The next marker, or 0 at the end of the file (a missing EOI is forgiven, and so is what stands in between).
   uint8_t nextMarker() {
-    if (in_.left() < 2) return 0;
-    if (in_.u8() != 0xFF) throw Error("a marker was expected at byte " + std::to_string(in_.position() - 1));
-    uint8_t marker = 0xFF;
-    while (marker == 0xFF) marker = in_.u8();
-    return marker;
+    for (uint8_t last = 0; in_.left();) {
+      const uint8_t byte = in_.u8();
+      if (last == 0xFF && byte != 0xFF && byte != 0) return byte;
+      last = byte;
+    }
+    return 0;
   }
 
   void segment(uint8_t marker) {
@@ -70,8 +72,8 @@ class Parser {
       case APP14:
         if (startsWith(body, "Adobe") && body.left() >= 7) body.skip(6), file_.adobe = body.u8();
         break;
-      case DNL:
-        throw Error("files with a DNL segment can't be read");
+      case DNL:  // known since the frame header
+        break;
       case DAC:
         throw Error("arithmetic coding can't be read");
       default:
@@ -110,10 +112,12 @@ class Parser {
   void frame(uint8_t marker, Reader& body) {
     Frame& frame = file_.frame;
     if (!frame.components.empty()) throw Error("the file has two frame headers");
-    if (marker > SOF3) throw Error("this process (SOF" + std::to_string(marker - SOF0) + ") can't be read");
+    if (marker > JPG) throw Error("arithmetic coding can't be read");
+    if (marker > SOF3) throw Error("hierarchical files can't be read");
     frame.process = marker;
     frame.precision = body.u8();
     frame.height = body.u16be(), frame.width = body.u16be();
+    if (frame.height == 0) frame.height = linesBehindScan();
     const int count = body.u8();
     if (marker == SOF3 ? frame.precision < 2 || frame.precision > 16 : frame.precision != 8)
       throw Error("a precision of " + std::to_string(frame.precision) + " bits can't be read");
@@ -135,6 +139,24 @@ class Parser {
     frame.layOut();
     file_.quant.resize(size_t(count));
     progression_.emplace(frame);
+  }
+
+  // What a DNL segment behind the first scan tells (B.2.5), which no coded data can look like.
+  int32_t linesBehindScan() const {
+    constexpr uint8_t kSegment[] = {0xFF, DNL, 0, 4};
+    const Bytes rest = bytes_.subspan(in_.position());
+    const auto found = std::search(rest.begin(), rest.end(), std::begin(kSegment), std::end(kSegment));
+    if (rest.end() - found < 6) throw Error("the number of lines is missing");
+    return found[4] << 8 | found[5];
+  }
+
+  // The typical tables where a sequential file brings none.
+  static HuffmanList orTypical(const HuffmanList& list, const uint8_t (&bits)[16], Bytes vals) {
+    HuffmanList typical = list;
+    if (list.symbols()) return typical;
+    std::copy(std::begin(bits), std::end(bits), typical.bits.begin());
+    std::copy(vals.begin(), vals.end(), typical.vals.begin());
+    return typical;
   }
 
   void scan(Reader& body) {
@@ -165,6 +187,10 @@ class Parser {
       file_.quant[index] = quant_[table];
     }
     scan.dc = dc_, scan.ac = ac_;
+    for (size_t i = 0; i < 2 && frame.process <= SOF1; ++i) {
+      scan.dc[i] = orTypical(dc_[i], qelTypicalDcBits[i], qelTypicalDcVals);
+      scan.ac[i] = orTypical(ac_[i], qelTypicalAcBits[i], qelTypicalAcVals[i]);
+    }
     scan.restartInterval = restartInterval_;
     entropyCoded(scan);
     file_.scans.push_back(std::move(scan));

@@ -101,6 +101,30 @@ class JpegTest(InteropTest):
         self.assertTrue(np.array_equal(self.djpeg(mine), self.djpeg(progressive)))
         self.assertTrue(np.array_equal(self.ours(mine), self.ours(back)))
 
+    # What files of other makers leave out or have too much: typical tables, the number of lines behind the scan, bytes
+    # between segments.
+    def test_incomplete_headers(self):
+        path = self.path("whole.jpg")
+        run("cjpeg", "-outfile", path, self.coffee)
+        data = contents(path)
+        tables, at = b"", 2
+        while data[at + 1] != 0xDA:
+            end = at + 2 + int.from_bytes(data[at + 2:at + 4], "big")
+            tables += b"" if data[at + 1] == 0xC4 else data[at:end]
+            at = end
+        frame = data.index(b"\xFF\xC0") + 5
+        lines = data[frame:frame + 2]
+        for name, changed in (
+                ("no Huffman tables", data[:2] + tables + data[at:]),
+                ("DNL", data[:frame] + b"\0\0" + data[frame + 2:-2] + b"\xFF\xDC\0\4" + lines + data[-2:]),
+                ("bytes between", data[:at] + b"\0\x12\xFF\0\x34" + data[at:])):
+            with self.subTest(name=name):
+                self.assertTrue(np.array_equal(self.ours(path), self.ours(self.file("changed.jpg", changed))))
+        bare = self.file("bare.jpg", data[:frame] + b"\0\0" + data[frame + 2:])
+        self.assertIn("number of lines", fails(QELCONV, bare, self.path("never.ppm")))
+        run("cjpeg", "-arithmetic", "-outfile", path, self.coffee)
+        self.assertIn("arithmetic coding", fails(QELCONV, path, self.path("never.ppm")))
+
     # What the peer refuses is refused, by the name of its fault; a sequential script makes a sequential file.
     def test_scan_scripts(self):
         dc = "0,1,2: 0-0, 0, 0; "
