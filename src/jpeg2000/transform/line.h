@@ -328,12 +328,14 @@ QELJ_INLINE void ownLiftPieces(const Source& src, const Target& dst, ptrdiff_t a
 
 // --- lines of any length -----------------------------------------------------------------------------------
 
-// ownLiftRange() in one pass or two, whichever is faster: pieces cost a start of their own.
+// ownLiftRange() in one pass or two, whichever is faster: pieces cost a start of their own. The stages of floats, which
+// have products in a sample's own lane, find enough registers where there are 32.
 template <class Filter, class V, int lead, Ends ends, class Source, class Target>
 QELJ_INLINE void ownLiftGroups(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount, ptrdiff_t from,
                                ptrdiff_t aTo, ptrdiff_t bTo) {
   constexpr ptrdiff_t kLong = 64;
-  if constexpr (Filter::kStages == 4)
+  constexpr bool kEnough = std::is_floating_point_v<Lane<V>> && simd::kWideBytes == 64;
+  if constexpr (Filter::kStages == 4 && !kEnough)
     if (aTo - from >= kLong) return ownLiftPieces<Filter, V, lead, ends>(src, dst, aCount, bCount, from, aTo, bTo);
   ownLiftRange<Filter, V, lead>(src, dst, aCount, from, aTo, bTo);
 }
