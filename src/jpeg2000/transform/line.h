@@ -1,4 +1,4 @@
-// A line and its two bands: all stages in one pass, in registers.
+// A line and its two bands: all stages in one pass, in registers, or two and two in long lines.
 //
 // The samples come in groups of as many of A and of B as a vector has lanes; here B[i] is the sample of B in front of
 // A[i]. A stage takes the newest samples and, moved in by one lane, those of the group before, so that nothing passes
@@ -277,8 +277,71 @@ QELJ_INLINE void ownLiftRange(const Source& src, const Target& dst, ptrdiff_t w,
   }
 }
 
+// --- four stages in two passes -----------------------------------------------------------------------------
+
+// The two stages of a filter of four that stand behind so many others, 0 or 2.
+template <class Filter, int before>
+struct TwoStages : Unscaled<typename Filter::Sample, 2> {
+  static constexpr bool kHasStart = before == 0 && Filter::kHasStart, kHasFinish = before == 2 && Filter::kHasFinish;
+  template <int t, class V>
+  static V stage(V x, V left, V right) {
+    return Filter::template stage<before + t>(x, left, right);
+  }
+  template <class V>
+  static V start(V x) {
+    if constexpr (kHasStart) return Filter::start(x);
+    else return x;
+  }
+  template <class V>
+  static V finish(V x) {
+    if constexpr (kHasFinish) return Filter::finish(x);
+    else return x;
+  }
+};
+
+// ownLiftRange(), by pieces that wait between two passes on the stack, in the first-level cache. All four stages have
+// more values in use than there are registers. The line has aCount and bCount samples.
+template <class Filter, class V, int lead, Ends ends, class Source, class Target>
+QELJ_INLINE void ownLiftPieces(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount, ptrdiff_t from,
+                               ptrdiff_t aTo, ptrdiff_t bTo) {
+  using T = typename Filter::Sample;
+  constexpr ptrdiff_t n = kGroup<V>, kLength = 512;
+  T a[kLength + 2 * n], b[kLength + 2 * n];
+  for (ptrdiff_t i = from;; i += kLength) {
+    const bool isLast = std::max(aTo, bTo) <= i + kLength;
+    if (isLast) i = std::min(i, std::min(aTo, bTo) - n);
+    const ptrdiff_t aEnd = isLast ? aTo : i + kLength, bEnd = isLast ? bTo : i + kLength;
+    // The second pass depends on one more sample of each band on either side, and begins with the group in front.
+    ptrdiff_t first = i >= n ? i - n : i - 1, aMade = aEnd + 1, bMade = bEnd + 1;
+    if constexpr (ends == Ends::kMirror) {
+      first = std::max<ptrdiff_t>(first, 0);
+      aMade = std::min(aMade, aCount), bMade = std::min(bMade, bCount);
+    }
+    T *const aPiece = offset(a, -first), *const bPiece = offset(b, -first);
+    ownLiftRange<TwoStages<Filter, 0>, V, lead>(src, SplitLine<T, lead, ends>{aPiece, bPiece, aCount, bCount}, aCount,
+                                                first, aMade, bMade);
+    ownLiftRange<TwoStages<Filter, 2>, V, lead>(SplitLine<const T, lead, ends>{aPiece, bPiece, aCount, bCount}, dst,
+                                                aCount, i, aEnd, bEnd);
+    if (isLast) return;
+  }
+}
+
+// --- lines of any length -----------------------------------------------------------------------------------
+
+// ownLiftRange() in one pass or two, whichever is faster: pieces cost a start of their own. The stages of floats, which
+// have products in a sample's own lane, find enough registers where there are 32.
+template <class Filter, class V, int lead, Ends ends, class Source, class Target>
+QELJ_INLINE void ownLiftGroups(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount, ptrdiff_t from,
+                               ptrdiff_t aTo, ptrdiff_t bTo) {
+  constexpr ptrdiff_t kLong = 64;
+  constexpr bool kEnough = std::is_floating_point_v<Lane<V>> && simd::kWideBytes == 64;
+  if constexpr (Filter::kStages == 4 && !kEnough)
+    if (aTo - from >= kLong) return ownLiftPieces<Filter, V, lead, ends>(src, dst, aCount, bCount, from, aTo, bTo);
+  ownLiftRange<Filter, V, lead>(src, dst, aCount, from, aTo, bTo);
+}
+
 // A line of aCount and bCount samples, at least one of each.
-template <class Filter, int lead, class Source, class Target>
+template <class Filter, int lead, Ends ends, class Source, class Target>
 QELJ_INLINE void ownLiftLine(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount) {
   using T = typename Filter::Sample;
   if constexpr (simd::kEnabled) {
@@ -289,11 +352,11 @@ QELJ_INLINE void ownLiftLine(const Source& src, const Target& dst, ptrdiff_t aCo
       if (aCount >= 2 * kEnd + kGroup<V>) {
         const ptrdiff_t to = aCount - kEnd;
         ownLiftRange<Filter, T, lead>(src, dst, aCount, 0, kEnd, kEnd);
-        ownLiftRange<Filter, V, lead>(src, dst, aCount, kEnd, to, to);
+        ownLiftGroups<Filter, V, lead, ends>(src, dst, aCount, bCount, kEnd, to, to);
         return ownLiftRange<Filter, T, lead>(src, dst, aCount, to, aCount, aCount);
       }
     } else if (std::min(aCount, bCount) >= kGroup<V>) {
-      return ownLiftRange<Filter, V, lead>(src, dst, 0, 0, aCount, bCount);
+      return ownLiftGroups<Filter, V, lead, ends>(src, dst, aCount, bCount, 0, aCount, bCount);
     }
   }
   ownLiftRange<Filter, T, lead>(src, dst, aCount, 0, aCount, bCount);
@@ -304,15 +367,15 @@ QELJ_INLINE void ownLiftLine(const Source& src, const Target& dst, ptrdiff_t aCo
 template <class Filter, Ends ends, class T = typename Filter::Sample>
 [[gnu::noinline]] void ownForwardLine(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs, int q) {
   withConstant<0, 1>(q, [&](auto lead) {
-    ownLiftLine<Filter, lead>(AlternatingLine<const T, lead, ends>{src, lows + highs},
-                              SplitLine<T, lead, ends>{low, high, lows, highs}, lows, highs);
+    ownLiftLine<Filter, lead, ends>(AlternatingLine<const T, lead, ends>{src, lows + highs},
+                                    SplitLine<T, lead, ends>{low, high, lows, highs}, lows, highs);
   });
 }
 template <class Filter, Ends ends, class T = typename Filter::Sample>
 [[gnu::noinline]] void ownInverseLine(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst, int q) {
   withConstant<0, 1>(1 - q, [&](auto lead) {
-    ownLiftLine<Filter, lead>(SplitLine<const T, lead, ends>{high, low, highs, lows},
-                              AlternatingLine<T, lead, ends>{dst, lows + highs}, highs, lows);
+    ownLiftLine<Filter, lead, ends>(SplitLine<const T, lead, ends>{high, low, highs, lows},
+                                    AlternatingLine<T, lead, ends>{dst, lows + highs}, highs, lows);
   });
 }
 
