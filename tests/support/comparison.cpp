@@ -29,6 +29,9 @@ uint64_t digest(uint64_t hash, const std::vector<uint8_t>& bytes) {
   return mixed(mixed(hash, rest), bytes.size());
 }
 
+// So many rounds are also run without memory.
+constexpr int kRefusedRounds = 5;
+
 // What runs now, for the report of a fault.
 const char* current = "";
 const char* currentImage = "";
@@ -68,6 +71,24 @@ Outcome runRound(const char* name, const Image& image, const Random& numbers, si
   return {given, c.fault()};
 }
 
+namespace {
+
+// The round again, once for each block that it asked for, which is refused then: what it gives is not compared, but it
+// keeps to its buffers and releases what it got.
+std::string refuseEachBlock(const char* name, const Image& image, const Random& numbers, size_t environment,
+                            int blocks) {
+  std::string fault;
+  for (int n = 1; n <= blocks && fault.empty(); ++n) {
+    core().asked = 0, core().refused = n;
+    fault = runRound(name, image, numbers, environment, false).fault;
+    if (!fault.empty()) fault += ", with block " + std::to_string(n) + " refused";
+  }
+  core().refused = 0;
+  return fault;
+}
+
+}  // namespace
+
 bool compareExport(const char* name, const std::vector<Image>& images, Rounds rounds, Digests& digests) {
   const auto found = comparisons().find(name);
   if (found == comparisons().end()) return std::printf("%s: no comparison is registered\n", name), false;
@@ -82,7 +103,11 @@ bool compareExport(const char* name, const std::vector<Image>& images, Rounds ro
     for (const Image& image : images) {
       if (!image.find(name)) return std::printf("%s: not exported by %s\n", name, image.path().c_str()), false;
       currentImage = image.path().c_str(), currentRound = round;
-      const auto [given, fault] = runRound(name, image, Random(stream + uint64_t(round)), size_t(round), round == 0);
+      const Random numbers(stream + uint64_t(round));
+      core().asked = 0;
+      auto [given, fault] = runRound(name, image, numbers, size_t(round), round == 0);
+      if (const int blocks = core().asked; blocks && round < kRefusedRounds && fault.empty() && !Case::aroundCall)
+        fault = refuseEachBlock(name, image, numbers, size_t(round), blocks);
       if (!fault.empty())
         return std::printf("%s: round %d: %s: %s\n", name, round, image.path().c_str(), fault.c_str()), false;
       if (&image == &images.front()) {

@@ -13,8 +13,8 @@ struct Core {
   // checks.
   int32_t threads = 3;
   int threadQuestions = 0;
-  // Blocks that the library holds.
-  int allocated = 0;
+  // Blocks that the library holds, and has asked for; one that it is refused, by its number from 1 on.
+  int allocated = 0, asked = 0, refused = 0;
   // Called in front of and behind what the C library does for it: how that finds memory is no fixed number of
   // instructions.
   void (*uncounted)() = nullptr;

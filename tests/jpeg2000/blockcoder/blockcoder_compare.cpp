@@ -157,7 +157,7 @@ QELJ_COMPARE(qeliEncodeStoreBits_JPEG2K_1u, [](auto* store, Case& c) {
   const auto& dst = c.rows<uint8_t>(room);
   int32_t zero = 0, negative = -5, more = 1;
   for (bool again = true; again;) {
-    again = more;  // once more when nothing is left
+    again = more && encoder.state;  // once more when nothing is left
     auto n = int32_t(c.in(1, room));
     c.call(store, dst.data(), Domain<int32_t*>{&n, {nullptr, &zero, &negative}}, stateOr(encoder.state), &more);
     c.value(n);
