@@ -2,6 +2,7 @@
 // says why not, within the memory that they may ask for.
 #include <sstream>
 
+#include "facts.h"
 #include "format.h"
 #include "support/fuzz.h"
 
@@ -26,8 +27,11 @@ void run(Input input) {
   } catch (const qelconv::Error&) {
   }
   try {
+    qelconv::Facts facts;
+    format->describe(file, facts);
     std::ostringstream out;
-    format->describe(file, out);
+    facts.print(out);
+    facts.printJson(out);
   } catch (const qelconv::Error&) {
   }
 }
