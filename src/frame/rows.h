@@ -23,7 +23,7 @@ inline constexpr int32_t kForkThreshold = 0x2000;
 // begins, and the first to ask pays for the runtime's start. Where the runtime refuses to nest, it runs on the calling
 // thread alone.
 template <class RowOperation>
-[[gnu::noinline]] void ownForkRows(int32_t height, int32_t threads, RowOperation& rowOperation) {
+[[gnu::noinline]] void ownForkRows(int32_t height, [[maybe_unused]] int32_t threads, RowOperation& rowOperation) {
 #pragma omp parallel for schedule(static) num_threads(threads)
   for (int32_t y = 0; y < height; ++y) rowOperation(y);
 }
