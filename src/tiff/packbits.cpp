@@ -1,5 +1,6 @@
 // PackBits rows (TIFF 6.0, section 9). A token is a byte n of 0..127 and n + 1 literal bytes, or a byte 1 - c
 // and the value of a run of c, 2 to 128; -128 is no token.
+#include <algorithm>
 #include <bit>
 
 #include "frame/arith.h"
@@ -15,16 +16,21 @@ constexpr int64_t kMaxToken = 128;
 
 // --- copies and fills --------------------------------------------------------------------------------------
 
-// Of 1 to 128 bytes, exactly these. Two stores that overlap serve every length between one vector and two.
+// Of 1 to 128 bytes, exactly these. Two stores that overlap serve every length between one size and two; and as many
+// vectors as the most bytes take serve all longer ones, without a loop whose end no predictor can learn.
 template <class Make>  // Make(Type{}, offset): the value of this type at this byte
 inline void ownStoreExactly(uint8_t* dst, int64_t n, Make make) {
   const auto both = [&](auto type) {
     store(dst, make(type, 0));
     store(dst + n - int64_t(sizeof type), make(type, n - int64_t(sizeof type)));
   };
-  if (n >= simd::kBytes) {
-    for (int64_t i = 0; i + simd::kBytes < n; i += simd::kBytes) store(dst + i, make(U8{}, i));
-    store(dst + n - simd::kBytes, make(U8{}, n - simd::kBytes));
+  if (n > simd::kBytes) {
+    constexpr int64_t kVectors = kMaxToken / simd::kBytes;
+    simd::unroll<int(kVectors)>([&](auto i) {
+      const int64_t fromStart = i * simd::kBytes, fromEnd = n - (kVectors - i) * simd::kBytes;
+      const int64_t at = i < kVectors / 2 ? std::min(fromStart, n - simd::kBytes) : std::max<int64_t>(fromEnd, 0);
+      store(dst + at, make(U8{}, at));
+    });
   } else if (n >= 16) {
     both(U8x16{});
   } else if (n >= 8) {
@@ -96,7 +102,7 @@ inline int64_t ownLiteral(const uint8_t* src, int64_t left) {
 
 // The vector form for a token of n, at most 16, bytes takes no branch on what it is. Its last 16 bytes of
 // output are stored as one vector that ends with the token: the upper n bytes are new, and the others are the
-// ones in front of it, which `tail` still holds. So every store is exact.
+// ones in front of it, which `tail` still holds. So every store is exact. A token of up to 32 bytes is two of these.
 namespace short_token {
 struct Windows {
   uint8_t older[32];     // from n on: moves 16 bytes down by n
@@ -144,8 +150,11 @@ bool ownUnpack(const uint8_t* src, int64_t& position, int64_t srcLen, uint8_t* d
     const int64_t n = isRun ? 1 - header : header + 1, taken = isRun ? 1 : n;
     if (n > room || (!isRun && position + n > srcLen)) return false;
     position += taken;  // behind the source's end where a run's header was its last byte
-    if (simd::kShuffles && n <= 16 && count >= 16 && position >= 16) {
-      tail = short_token::join(tail, load<U8x16>(src + position - 16), n, isRun);
+    if (simd::kShuffles && n <= 32 && count >= 16 && position - taken >= 16) {
+      const int64_t first = std::min<int64_t>(n, 16), start = position - taken;
+      tail = short_token::join(tail, load<U8x16>(src + start + (isRun ? 1 : first) - 16), first, isRun);
+      store(dst + count + first - 16, tail);
+      tail = short_token::join(tail, load<U8x16>(src + position - 16), n - first, isRun);
       store(dst + count + n - 16, tail);
       count += n;
     } else {
