@@ -17,6 +17,13 @@ constexpr uint64_t insertAnchorBit(uint64_t indices, int anchor) {
   return indices + (indices & above);  // adding the upper part to itself moves it up by one
 }
 
+// The inverse.
+template <int kBits>
+constexpr uint64_t removeAnchorBit(uint64_t indices, int anchor) {
+  const uint64_t below = (uint64_t(1) << (kBits * anchor + kBits - 1)) - 1;
+  return (indices & below) | (indices >> 1 & ~below);
+}
+
 template <int kBits>
 constexpr int indexAt(uint64_t indices, int pixel) {
   return int(indices >> kBits * pixel & ((1u << kBits) - 1));
