@@ -289,9 +289,15 @@ struct Fit {
   const BySubset<kSubsets> bySubset;
   F32x8 lines[kSubsets];
 
+  // The best round so far.
   int32_t lowest = std::numeric_limits<int32_t>::max();
   I32x8 fields[kSubsets], p[kSubsets];
   Pixels16 indices{};
+
+  // The present one.
+  EndPoints ends[kSubsets];
+  I32x8 end0, slopes;
+  Pixels16 found, weights;
 
   Fit(const PixelBlock& of, const Start<kSubsets>& from) : block(of), start(from), bySubset(from.second) {
     for (int s = 0; s < kSubsets; ++s) lines[s] = from.line[s];
@@ -308,13 +314,13 @@ struct Fit {
   }
 
   // One end of all subsets: subset 1 in lanes 4 to 7.
-  static QELJ_INLINE I32x8 endOf(const EndPoints (&ends)[kSubsets], int end) {
+  QELJ_INLINE I32x8 endOf(int end) const {
     const auto of = [&](int s) { return end ? simd::upper(ends[s].expanded) : simd::lower(ends[s].expanded); };
     return simd::join(of(0), of(kSubsets - 1));
   }
 
   // The nearest points on the lines, of 0 to kTop: p . factor - offset, of each subset.
-  QELJ_INLINE Pixels16 nearest(I32x8 end0, I32x8 slopes) const {
+  QELJ_INLINE Pixels16 nearest() const {
     constexpr int kTop = (1 << kIndexBits) - 1;
     // Whole numbers, and exact.
     const F32x8 d = convert<float>(slopes & channels());
@@ -335,20 +341,20 @@ struct Fit {
   }
 
   // The squared differences from what the weights of the indices give.
-  QELJ_INLINE int32_t errorOf(I32x8 end0, I32x8 slopes, Pixels16 weights) const {
+  QELJ_INLINE int32_t error() const {
     const Pixels16 packed = simd::orderPacked(simd::packI16(end0 * 64 + 32, slopes));
-    I32x8 error{};
+    I32x8 sum{};
     eachChannel([&](int c) QELJ_INLINE_LAMBDA {
       const Pixels16 first = bySubset.words(simd::lower(packed), c), slope = bySubset.words(simd::upper(packed), c);
       const Pixels16 d = ((first + weights * slope) >> 6) - block.channel[c];
-      error += simd::mulAddPairs(d, d);
+      sum += simd::mulAddPairs(d, d);
     });
-    return laneSum(error);
+    return laneSum(sum);
   }
 
   // The least-squares ends for these weights; the given ends where the weights don't tell. All numbers before the
   // division are whole and below 2^53.
-  QELJ_INLINE void refit(Pixels16 weights) {
+  QELJ_INLINE void refit() {
     I32x8 sums[2][2]{};  // of the weights, and of their squares
     I32x4 products[kSubsets];
     for (int s = 0; s < kSubsets; ++s) {
@@ -381,18 +387,22 @@ struct Fit {
     }
   }
 
-  template <bool kLast>
-  [[gnu::noinline]] void round() {
+  // A round's first half: ends, indices and weights.
+  [[gnu::noinline]] void propose() {
     if (lowest == 0) return;
-    EndPoints ends[kSubsets];
     for (int s = 0; s < kSubsets; ++s) ends[s] = quantise<kBits, kPBits>(lines[s]);
-    const I32x8 end0 = endOf(ends, 0), slopes = endOf(ends, 1) - end0;
-    const Pixels16 found = nearest(end0, slopes), weights = weightsOf<kIndexBits>(found);
-    const int32_t error = errorOf(end0, slopes, weights);
-    if constexpr (!kLast) refit(weights);
+    end0 = endOf(0), slopes = endOf(1) - end0;
+    found = nearest(), weights = weightsOf<kIndexBits>(found);
+  }
+  // Its second half: the error, and the next round's lines.
+  template <bool kLast>
+  [[gnu::noinline]] void judge() {
+    if (lowest == 0) return;
+    if constexpr (!kLast) refit();
+    const int32_t left = error();
     // Not by a branch, which nothing could predict.
-    const auto better = all<I32x8>(-int32_t(error < lowest));
-    lowest = std::min(lowest, error);
+    const auto better = all<I32x8>(-int32_t(left < lowest));
+    lowest = std::min(lowest, left);
     indices = select(better, found, indices);
     for (int s = 0; s < kSubsets; ++s) {
       fields[s] = select(better, ends[s].fields, fields[s]);
@@ -400,6 +410,16 @@ struct Fit {
     }
   }
 };
+
+// Takes kRounds rounds of some fits by turns: each step of one waits for its own results, while those of the others keep
+// the processor busy.
+template <int kRounds, class... Fits>
+inline void takeRounds(Fits&... fits) {
+  simd::unroll<kRounds>([&](auto round) {
+    (fits.propose(), ...);
+    (fits.template judge<round == kRounds - 1>(), ...);
+  });
+}
 
 // --- candidates --------------------------------------------------------------------------------------------
 
@@ -424,17 +444,16 @@ inline void keepBetter(const Fit& fit, int shape, Candidate& best) {
   best.indices = fit.indices;
 }
 
-// Tries mode 4 or 5: colour and alpha with indices of their own. kColourIndexBits tells which of mode 4's
-// sets is whose.
+// Modes 4 and 5 have colour and alpha with indices of their own. kColourIndexBits tells which of mode 4's sets is whose.
 template <int kMode, int kColourIndexBits>
-inline void trySeparate(const PixelBlock& block, const Start<1>& colour, const Start<1>& alpha, Candidate& best) {
+using ColourFit = Fit<bc7::kModes[kMode].colourBits, PBits::none, 0, 3, kColourIndexBits, 1>;
+template <int kMode, int kColourIndexBits>
+inline void trySeparate(const ColourFit<kMode, kColourIndexBits>& fit, const Start<1>& alpha, Candidate& best) {
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
   constexpr int kAlphaIndexBits = kOf.indexBits + kOf.secondIndexBits - kColourIndexBits;
-  Fit<kOf.colourBits, PBits::none, 0, 3, kColourIndexBits, 1> fit(block, colour);
-  fit.template round<false>(), fit.template round<false>(), fit.template round<true>();
   if (fit.lowest >= best.error) return;
-  Fit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1> alphaFit(block, alpha);
-  alphaFit.template round<false>(), alphaFit.template round<true>();
+  Fit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1> alphaFit(fit.block, alpha);
+  takeRounds<2>(alphaFit);
   const int32_t error = fit.lowest + alphaFit.lowest;
   if (error >= best.error) return;
   best.error = error, best.mode = kMode, best.shape = 0;
@@ -555,13 +574,13 @@ template <int kChannels, int kWanted>
       WF sum[kChannels], moments[kChannels][kChannels];
       for (int c = 0; c < kChannels; ++c) sum[c] = sumOf(c);
       for (int b = 0; b < kChannels; ++b)
-        for (int a = 0; a <= b; ++a)
-          moments[a][b] = moments[b][a] = productOf(index(a, b)) - sum[a] * sum[b] * per;
+        for (int a = 0; a <= b; ++a) moments[a][b] = moments[b][a] = productOf(index(a, b)) - sum[a] * sum[b] * per;
       return lineResidual<kChannels>(moments);
     };
     const WF n1 = load<WF>(kShapes.count + kGroup * g);
     const auto sum1 = [&](int c) QELJ_INLINE_LAMBDA { return convert<float>(load<W32>(m.sum[c] + kGroup * g)); };
-    const auto product1 = [&](int at) QELJ_INLINE_LAMBDA { return convert<float>(load<W32>(m.product[at] + kGroup * g)); };
+    const auto product1 = [&](int at)
+                              QELJ_INLINE_LAMBDA { return convert<float>(load<W32>(m.product[at] + kGroup * g)); };
     const auto sum0 = [&](int c) QELJ_INLINE_LAMBDA { return all<WF>(float(m.totalSum[c])) - sum1(c); };
     const auto product0 = [&](int at) QELJ_INLINE_LAMBDA { return all<WF>(float(m.totalProduct[at])) - product1(at); };
     const WF ofSecond = residualOf(n1, sum1, product1);
@@ -742,73 +761,103 @@ inline void startShapes(const PixelBlock& block, int (&shapes)[2], Start<2> (&st
 // An error of a block up to which no other mode is tried: one and a half a pixel, over its four channels 52 dB.
 constexpr int32_t kGoodEnough = 16 * 3 / 2;
 
-// Fits take their rounds in turn: each waits for its own results, while the others have work for the processor.
-inline void ownEncodeOpaque(const PixelBlock& block, Candidate& best) {
-  Start<1> whole[1];
-  startsFrom(block, momentsOf(block), whole);
-  FitOf<6, PBits::ones> six(block, whole[0]);
-  six.round<false>(), six.round<false>(), six.round<true>();
-  keepBetter<6>(six, 0, best);
-  if (best.error <= kGoodEnough) return;
+// A block on its way.
+struct Work {
+  PixelBlock pixels;
+  Start<1> starts[2];  // of all channels, and of colour alone
+  Candidate best;
+};
+
+// Mode 6 for blocks of one kind, by turns.
+template <PBits kPBits, size_t... i>
+inline void trySix(Work (&work)[sizeof...(i)], std::index_sequence<i...>) {
+  (startsFrom(work[i].pixels, momentsOf(work[i].pixels), work[i].starts), ...);
+  [&](auto... fits) {
+    takeRounds<3>(fits...);
+    (keepBetter<6>(fits, 0, work[i].best), ...);
+  }(FitOf<6, kPBits>(work[i].pixels, work[i].starts[0])...);
+}
+
+inline void tryOthersOpaque(Work& work) {
+  int shapes[2];
+  Start<2> starts[2];
+  startShapes<3>(work.pixels, shapes, starts);
+  FitOf<1, PBits::shared> first(work.pixels, starts[0]), second(work.pixels, starts[1]);
+  FitOf<3, PBits::each> third(work.pixels, starts[0]);
+  takeRounds<3>(first, second);
+  takeRounds<2>(third);
+  keepBetter<1>(first, shapes[0], work.best);
+  keepBetter<3>(third, shapes[0], work.best);
+  keepBetter<1>(second, shapes[1], work.best);
+}
+
+inline void tryOthersAlpha(Work& work) {
+  const PixelBlock& pixels = work.pixels;
+  ColourFit<5, 2> five(pixels, work.starts[1]);
+  ColourFit<4, 3> four3(pixels, work.starts[1]);
+  ColourFit<4, 2> four2(pixels, work.starts[1]);
+  takeRounds<3>(five, four3, four2);
+
+  Start<1> alpha = work.starts[0];
+  const auto extreme = [&](auto op) {
+    const F32x8 eight = op(pixels.low[3], pixels.high[3]);
+    return float(combineLanes(eight, eight, eight, eight, op)[0]);
+  };
+  alpha.line[0] = F32x8{};
+  alpha.line[0][3] = extreme([](auto a, auto b) { return lesser(a, b); });
+  alpha.line[0][7] = extreme([](auto a, auto b) { return greater(a, b); });
+  trySeparate<5, 2>(five, alpha, work.best);
+  trySeparate<4, 3>(four3, alpha, work.best);
+  trySeparate<4, 2>(four2, alpha, work.best);
 
   int shapes[2];
   Start<2> starts[2];
-  startShapes<3>(block, shapes, starts);
-  FitOf<1, PBits::shared> first(block, starts[0]), second(block, starts[1]);
-  FitOf<3, PBits::each> three(block, starts[0]);
-  first.round<false>(), second.round<false>(), three.round<false>();
-  first.round<false>(), second.round<false>(), three.round<true>();
-  first.round<true>(), second.round<true>();
-  keepBetter<1>(first, shapes[0], best);
-  keepBetter<3>(three, shapes[0], best);
-  keepBetter<1>(second, shapes[1], best);
-}
-
-inline void ownEncodeAlpha(const PixelBlock& block, Candidate& best) {
-  Start<1> starts[2];  // of all channels, and of colour alone
-  startsFrom(block, momentsOf(block), starts);
-  FitOf<6, PBits::each> six(block, starts[0]);
-  six.round<false>(), six.round<false>(), six.round<true>();
-  keepBetter<6>(six, 0, best);
-  if (best.error <= kGoodEnough) return;
-
-  Start<1> alpha = starts[0];
-  const auto all4 = [](auto op, F32x8 v) {
-    const F32x4 four = combineLanes(v, v, v, v, op);
-    return float(four[0]);
-  };
-  const F32x8 low = block.low[3], high = block.high[3];
-  alpha.line[0] = F32x8{};
-  alpha.line[0][3] = all4([](auto a, auto b) { return lesser(a, b); }, lesser(low, high));
-  alpha.line[0][7] = all4([](auto a, auto b) { return greater(a, b); }, greater(low, high));
-  trySeparate<5, 2>(block, starts[1], alpha, best);
-  trySeparate<4, 3>(block, starts[1], alpha, best);
-  trySeparate<4, 2>(block, starts[1], alpha, best);
-
-  int shapes[2];
-  Start<2> parts[2];
-  startShapes<4>(block, shapes, parts);
-  FitOf<7, PBits::each> first(block, parts[0]), second(block, parts[1]);
-  first.round<false>(), second.round<false>();
-  first.round<false>(), second.round<false>();
-  first.round<true>(), second.round<true>();
-  keepBetter<7>(first, shapes[0], best);
-  keepBetter<7>(second, shapes[1], best);
+  startShapes<4>(pixels, shapes, starts);
+  FitOf<7, PBits::each> first(pixels, starts[0]), second(pixels, starts[1]);
+  takeRounds<3>(first, second);
+  keepBetter<7>(first, shapes[0], work.best);
+  keepBetter<7>(second, shapes[1], work.best);
 }
 
 struct Bc7Encoder {
-  static constexpr int kBlockBytes = 16, kPixelBytes = 4;
+  static constexpr int kBlockBytes = 16, kPixelBytes = 4, kGroup = 2;
 
-  static void block(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
-    PixelBlock block = loadPixels(src, srcStep);
+  static bool isFlat(const PixelBlock& block) {
     Pixels16 differs{};
     for (const Pixels16& c : block.channel) differs |= c ^ (all<Pixels16>(int16_t(c[0])));
-    if (simd::isZero(differs)) return ownStoreBest(flatCandidate(src), dst);
-    block.floatChannels();
-    Candidate best;
-    if (simd::isZero(block.channel[3] ^ (all<Pixels16>(255)))) ownEncodeOpaque(block, best);
-    else ownEncodeAlpha(block, best);
-    ownStoreBest(best, dst);
+    return simd::isZero(differs);
+  }
+  static bool isOpaque(const PixelBlock& block) { return simd::isZero(block.channel[3] ^ (all<Pixels16>(255))); }
+
+  // All of which are opaque, or none.
+  template <int kBlocks>
+  static void encode(Work (&work)[kBlocks], bool opaque, uint8_t* dst) {
+    constexpr std::make_index_sequence<kBlocks> kAll;
+    for (Work& of : work) of.pixels.floatChannels();
+    if (opaque) trySix<PBits::ones>(work, kAll);
+    else trySix<PBits::each>(work, kAll);
+    for (Work& of : work) {
+      if (of.best.error > kGoodEnough) opaque ? tryOthersOpaque(of) : tryOthersAlpha(of);
+      ownStoreBest(of.best, dst);
+      dst += kBlockBytes;
+    }
+  }
+
+  static void block(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
+    Work work[1];
+    work[0].pixels = loadPixels(src, srcStep);
+    if (isFlat(work[0].pixels)) return ownStoreBest(flatCandidate(src), dst);
+    encode(work, isOpaque(work[0].pixels), dst);
+  }
+  static void group(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
+    Work work[kGroup];
+    bool together = true;
+    for (int i = 0; i < kGroup; ++i) {
+      work[i].pixels = loadPixels(src + i * 4 * kPixelBytes, srcStep);
+      together = together && !isFlat(work[i].pixels) && isOpaque(work[i].pixels) == isOpaque(work[0].pixels);
+    }
+    if (together) return encode(work, isOpaque(work[0].pixels), dst);
+    for (int i = 0; i < kGroup; ++i) block(src + i * 4 * kPixelBytes, srcStep, dst + i * kBlockBytes);
   }
 };
 
