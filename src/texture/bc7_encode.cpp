@@ -471,14 +471,14 @@ constexpr int kShapeCount = 64, kGroup = simd::kLanes<W32>, kGroups = kShapeCoun
 
 // For every pair of pixels, the 64 shapes' membership in subset 1 as pairs of 0 and 1; and the masks of the shapes.
 struct ShapeTables {
-  alignas(64) int16_t pairs[8][2 * kShapeCount] = {};  // [pixel pair][lane]
+  alignas(64) int16_t pairs[kGroups][8][2 * kGroup] = {};  // [group][pixel pair][lane]
   alignas(64) int16_t masks[kShapeCount][16] = {};
   alignas(64) float count[kShapeCount] = {};
   constexpr ShapeTables() {
     for (int shape = 0; shape < 64; ++shape)
       for (int i = 0; i < 16; ++i) {
         const int in = bc7::kTwoSubsets[shape].subset(i);
-        pairs[i / 2][2 * shape + i % 2] = int16_t(in);
+        pairs[shape / kGroup][i / 2][2 * (shape % kGroup) + i % 2] = int16_t(in);
         masks[shape][i] = int16_t(-in);
         count[shape] += float(in);
       }
@@ -504,15 +504,12 @@ template <int kChannels>
   const auto measure = [](Pixels16 values, int factor, int32_t(&of)[kShapeCount], int32_t& total) QELJ_INLINE_LAMBDA {
     int32_t pairs[8];
     store(pairs, values);
-    constexpr int kAtOnce = std::min(kGroups, 8);  // sums that stay in registers
-    for (int first = 0; first < kGroups; first += kAtOnce) {
-      W32 sums[kAtOnce]{};
-      for (int pair = 0; pair < 8; ++pair) {
-        const W16 both = as<W16>(all<W32>(pairs[pair]));
-        for (int g = 0; g < kAtOnce; ++g)
-          sums[g] += simd::mulAddPairs(load<W16>(kShapes.pairs[pair] + 2 * kGroup * (first + g)), both);
-      }
-      for (int g = 0; g < kAtOnce; ++g) store(of + kGroup * (first + g), sums[g] * factor);
+    W16 both[8];
+    for (int pair = 0; pair < 8; ++pair) both[pair] = as<W16>(all<W32>(pairs[pair]));
+    for (int g = 0; g < kGroups; ++g) {
+      W32 sum{};
+      for (int pair = 0; pair < 8; ++pair) sum += simd::mulAddPairs(load<W16>(kShapes.pairs[g][pair]), both[pair]);
+      store(of + kGroup * g, sum * factor);
     }
     total = laneSum(simd::mulAddPairs(values, all<Pixels16>(1))) * factor;
   };
