@@ -29,18 +29,48 @@ using F64x4 = simd::Vec<double, 32>;          // exact products of sums
 
 // --- small vector helpers ----------------------------------------------------------------------------------
 
+// Vectors of 32 bytes by halves where the processor has but 16: compilers would do these operations lane by lane.
+template <class Op, class... V>
+QELJ_INLINE auto byHalves(Op op, V... v) {
+  if constexpr (((int(sizeof(V)) <= simd::kWideBytes) && ...)) return op(v...);
+  else return simd::join(op(simd::lower(v)...), op(simd::upper(v)...));
+}
 template <class V>
 inline V lesser(V a, V b) {
-  return a < b ? a : b;
+  return byHalves([](auto x, auto y) { return x < y ? x : y; }, a, b);
 }
 template <class V>
 inline V greater(V a, V b) {
-  return a > b ? a : b;
+  return byHalves([](auto x, auto y) { return x > y ? x : y; }, a, b);
+}
+template <class V>
+inline With<int32_t, V> isAboveZero(V a) {
+  return byHalves([](auto x) { return x > decltype(x){}; }, a);
+}
+template <class V>
+inline With<int32_t, V> nearestInt(V a) {
+  return byHalves([](auto x) { return roundToInt(x); }, a);
+}
+template <class V>
+inline With<float, V> toFloat(V a) {
+  return byHalves([](auto x) { return convert<float>(x); }, a);
+}
+template <class V>
+inline With<int32_t, V> mulAddPairs(V a, V b) {
+  return byHalves([](auto x, auto y) { return simd::mulAddPairs(x, y); }, a, b);
+}
+template <int A, int B, int C, int D, class V>
+inline V shuffle4(V a) {
+  return byHalves([](auto x) { return simd::shuffle4<A, B, C, D>(x); }, a);
+}
+inline I32x8 widen(I16x8 a) {
+  if constexpr (simd::kWideBytes > 16) return convert<int32_t>(a);
+  else return simd::join(as<int32_t>(simd::unpackLow(a, a)) >> 16, as<int32_t>(simd::unpackHigh(a, a)) >> 16);
 }
 // x / y, and 0 for a y of 0. There is no division by 0 to raise a flag, or to trap.
 template <class V>
 inline V ratio(V x, V y) {
-  const auto some = y > V{};
+  const auto some = isAboveZero(y);
   return select(some, x, V{}) / select(some, y, all<V>(1));
 }
 // What op makes of the lanes of each of four vectors.
@@ -57,7 +87,7 @@ inline I32x4 laneSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
 }
 inline int32_t laneSum(I32x8 v) {
   I32x4 half = simd::lower(v) + simd::upper(v);
-  half += simd::shuffle4<2, 3, 0, 1>(half);
+  half += shuffle4<2, 3, 0, 1>(half);
   return half[0] + half[1];
 }
 // One value a channel from one a set: lane i of the results is channel i's.
@@ -76,8 +106,8 @@ struct PixelBlock {
 
   void floatChannels() {
     for (int c = 0; c < 4; ++c) {
-      low[c] = convert<float>(convert<int32_t>(simd::lower(channel[c])));
-      high[c] = convert<float>(convert<int32_t>(simd::upper(channel[c])));
+      low[c] = toFloat(widen(simd::lower(channel[c])));
+      high[c] = toFloat(widen(simd::upper(channel[c])));
     }
   }
 };
@@ -141,7 +171,7 @@ struct Start {
 
 // Of the subsets of kStarts parts, which are the sets of m in order.
 template <int kSubsets, int kStarts>
-inline void startsFrom(const PixelBlock& block, const Moments& m, Start<kSubsets> (&starts)[kStarts]) {
+inline void startsFrom(const PixelBlock& block, const Moments& m, Start<kSubsets>* starts) {
   F32x4 axis[4], mean[4];
   mainAxes(m, axis);
   const F32x4 per = all<F32x4>(1) / m.count;
@@ -158,7 +188,7 @@ inline void startsFrom(const PixelBlock& block, const Moments& m, Start<kSubsets
       lowest[i] = lesser(low, high), highest[i] = greater(low, high);
     } else {
       const Pixels16 second = starts[i / 2].second, in = i % 2 ? second : ~second;
-      const I32x8 inLow = convert<int32_t>(simd::lower(in)), inHigh = convert<int32_t>(simd::upper(in));
+      const I32x8 inLow = widen(simd::lower(in)), inHigh = widen(simd::upper(in));
       const F32x8 huge = all<F32x8>(std::numeric_limits<float>::max());
       lowest[i] = lesser(select(inLow, low, huge), select(inHigh, high, huge));
       highest[i] = greater(select(inLow, low, -huge), select(inHigh, high, -huge));
@@ -205,24 +235,24 @@ QELJ_INLINE EndPoints quantise(F32x8 ends) {
     else return v << (8 - kAll) | v >> (2 * kAll - 8);
   };
   if constexpr (kPBits == PBits::none) {
-    const I32x8 fields = roundToInt(scaled);
+    const I32x8 fields = nearestInt(scaled);
     return {fields, expand(fields), I32x8{}};
   } else {
     EndPoints with[2];
     F32x8 error[2];
     for (int p = kPBits == PBits::ones ? 1 : 0; p < 2; ++p) {
-      I32x8 fields = roundToInt((scaled - all<F32x8>(float(p))) * all<F32x8>(0.5f));
+      I32x8 fields = nearestInt((scaled - all<F32x8>(float(p))) * all<F32x8>(0.5f));
       fields = min(max(fields, I32x8{}), all<I32x8>(kTop));
       with[p] = {fields, expand(fields * 2 + p), all<I32x8>(p)};
-      error[p] = convert<float>(with[p].expanded) - ends;
+      error[p] = toFloat(with[p].expanded) - ends;
       error[p] *= error[p];
     }
     if constexpr (kPBits == PBits::ones) return with[1];
     F32x8 gain = error[0] - error[1];  // of p = 1: the sum over an end's channels, in each of its lanes
-    gain += simd::shuffle4<1, 0, 3, 2>(gain);
-    gain += simd::shuffle4<2, 3, 0, 1>(gain);
+    gain += shuffle4<1, 0, 3, 2>(gain);
+    gain += shuffle4<2, 3, 0, 1>(gain);
     if constexpr (kPBits == PBits::shared) gain += simd::join(simd::upper(gain), simd::lower(gain));
-    const I32x8 one = gain > F32x8{};
+    const I32x8 one = isAboveZero(gain);
     return {select(one, with[1].fields, with[0].fields), select(one, with[1].expanded, with[0].expanded), one};
   }
 }
@@ -243,8 +273,7 @@ struct BySubset {
   Pixels16 second;
   I32x8 low, high;  // masks of subset 1
 
-  explicit BySubset(Pixels16 mask)
-      : second(mask), low(convert<int32_t>(simd::lower(mask))), high(convert<int32_t>(simd::upper(mask))) {}
+  explicit BySubset(Pixels16 mask) : second(mask), low(widen(simd::lower(mask))), high(widen(simd::upper(mask))) {}
   // Lanes 0 to 3 are of subset 0, lanes 4 to 7 of subset 1.
   QELJ_INLINE Pixels16 words(I16x8 values, int lane) const {
     if constexpr (simd::kShuffles) {
@@ -282,7 +311,7 @@ struct BySubset {
 };
 
 // Fits one part of a block (some channels, all pixels or two subsets) in a few rounds; the best round is kept.
-template <int kBits, PBits kPBits, int kFirst, int kCount, int kIndexBits, int kSubsets>
+template <int kBits, PBits kPBits, int kFirst, int kCount, int kIndexBits, int kSubsets, int kRounds = 3>
 struct Fit {
   const PixelBlock& block;
   const Start<kSubsets>& start;
@@ -323,12 +352,12 @@ struct Fit {
   QELJ_INLINE Pixels16 nearest() const {
     constexpr int kTop = (1 << kIndexBits) - 1;
     // Whole numbers, and exact.
-    const F32x8 d = convert<float>(slopes & channels());
-    const F32x8 squares = d * d, products = d * convert<float>(end0);
+    const F32x8 d = toFloat(slopes & channels());
+    const F32x8 squares = d * d, products = d * toFloat(end0);
     F32x8 sums = simd::unpackLow(squares, products) + simd::unpackHigh(squares, products);
-    sums += simd::shuffle4<2, 3, 0, 1>(sums);
-    const F32x8 scale = ratio(all<F32x8>(kTop), simd::shuffle4<0, 0, 0, 0>(sums));
-    const F32x8 factors = d * scale, offsets = simd::shuffle4<1, 1, 1, 1>(sums) * scale;
+    sums += shuffle4<2, 3, 0, 1>(sums);
+    const F32x8 scale = ratio(all<F32x8>(kTop), shuffle4<0, 0, 0, 0>(sums));
+    const F32x8 factors = d * scale, offsets = shuffle4<1, 1, 1, 1>(sums) * scale;
     const auto offset = bySubset.floats(offsets, 0);
     F32x8 low = -offset.low, high = -offset.high;
     eachChannel([&](int c) QELJ_INLINE_LAMBDA {
@@ -336,7 +365,7 @@ struct Fit {
       low += block.low[c] * factor.low;
       high += block.high[c] * factor.high;
     });
-    const Pixels16 places = simd::orderPacked(simd::packI16(roundToInt(low), roundToInt(high)));
+    const Pixels16 places = simd::orderPacked(simd::packI16(nearestInt(low), nearestInt(high)));
     return min(max(places, Pixels16{}), all<Pixels16>(kTop));
   }
 
@@ -347,7 +376,7 @@ struct Fit {
     eachChannel([&](int c) QELJ_INLINE_LAMBDA {
       const Pixels16 first = bySubset.words(simd::lower(packed), c), slope = bySubset.words(simd::upper(packed), c);
       const Pixels16 d = ((first + weights * slope) >> 6) - block.channel[c];
-      sum += simd::mulAddPairs(d, d);
+      sum += mulAddPairs(d, d);
     });
     return laneSum(sum);
   }
@@ -360,9 +389,9 @@ struct Fit {
     for (int s = 0; s < kSubsets; ++s) {
       const Pixels16 own = kSubsets == 1 ? weights : s ? weights & start.second : weights & ~start.second;
       I32x8 product[4]{};
-      eachChannel([&](int c) QELJ_INLINE_LAMBDA { product[c] = simd::mulAddPairs(own, block.channel[c]); });
+      eachChannel([&](int c) QELJ_INLINE_LAMBDA { product[c] = mulAddPairs(own, block.channel[c]); });
       products[s] = laneSums(product[0], product[1], product[2], product[3]);
-      sums[s][0] = simd::mulAddPairs(own, all<Pixels16>(1)), sums[s][1] = simd::mulAddPairs(own, own);
+      sums[s][0] = mulAddPairs(own, all<Pixels16>(1)), sums[s][1] = mulAddPairs(own, own);
     }
     // Of subset 0, and in the upper lanes of subset 1.
     const F64x4 both = convert<double>(laneSums(sums[0][0], sums[0][1], sums[1][0], sums[1][1]));
@@ -371,7 +400,7 @@ struct Fit {
                 far = __builtin_shufflevector(both, both, 1, 1, 3, 3);
     const F64x4 mixed = w * 64 - far, near = F64x4{n0, n0, n1, n1} * 4096 - w * 128 + far;
     const F32x4 determinant = convert<float>(near * far - mixed * mixed);
-    const I32x4 some = determinant > F32x4{};
+    const I32x4 some = isAboveZero(determinant);
     const F32x4 scales = ratio(all<F32x4>(64), determinant);
     for (int s = 0; s < kSubsets; ++s) {
       const auto pick = [s](auto v) {
@@ -409,15 +438,23 @@ struct Fit {
       p[s] = select(better, ends[s].p, p[s]);
     }
   }
+  template <int kRound>
+  void proposeIn() {
+    if constexpr (kRound < kRounds) propose();
+  }
+  template <int kRound>
+  void judgeIn() {
+    if constexpr (kRound < kRounds) judge<kRound == kRounds - 1>();
+  }
 };
 
-// Takes kRounds rounds of some fits by turns: each step of one waits for its own results, while those of the others keep
-// the processor busy.
-template <int kRounds, class... Fits>
+// Takes the rounds of some fits by turns: each step of one waits for its own results, while those of the others keep the
+// processor busy.
+template <class... Fits>
 inline void takeRounds(Fits&... fits) {
-  simd::unroll<kRounds>([&](auto round) {
-    (fits.propose(), ...);
-    (fits.template judge<round == kRounds - 1>(), ...);
+  simd::unroll<3>([&](auto round) {
+    (fits.template proposeIn<round>(), ...);
+    (fits.template judgeIn<round>(), ...);
   });
 }
 
@@ -432,9 +469,9 @@ struct Candidate {
 };
 
 // A mode that has one set of indices for all of its channels.
-template <int kMode, PBits kPBits>
+template <int kMode, PBits kPBits, int kRounds = 3>
 using FitOf = Fit<bc7::kModes[kMode].colourBits, kPBits, 0, bc7::kModes[kMode].alphaBits ? 4 : 3,
-                  bc7::kModes[kMode].indexBits, bc7::kModes[kMode].subsets>;
+                  bc7::kModes[kMode].indexBits, bc7::kModes[kMode].subsets, kRounds>;
 template <int kMode, class Fit>
 inline void keepBetter(const Fit& fit, int shape, Candidate& best) {
   if (fit.lowest >= best.error) return;
@@ -452,8 +489,8 @@ inline void trySeparate(const ColourFit<kMode, kColourIndexBits>& fit, const Sta
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
   constexpr int kAlphaIndexBits = kOf.indexBits + kOf.secondIndexBits - kColourIndexBits;
   if (fit.lowest >= best.error) return;
-  Fit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1> alphaFit(fit.block, alpha);
-  takeRounds<2>(alphaFit);
+  Fit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1, 2> alphaFit(fit.block, alpha);
+  takeRounds(alphaFit);
   const int32_t error = fit.lowest + alphaFit.lowest;
   if (error >= best.error) return;
   best.error = error, best.mode = kMode, best.shape = 0;
@@ -508,14 +545,14 @@ template <int kChannels>
     for (int pair = 0; pair < 8; ++pair) both[pair] = as<W16>(all<W32>(pairs[pair]));
     for (int g = 0; g < kGroups; ++g) {
       W32 sum{};
-      for (int pair = 0; pair < 8; ++pair) sum += simd::mulAddPairs(load<W16>(kShapes.pairs[g][pair]), both[pair]);
+      for (int pair = 0; pair < 8; ++pair) sum += mulAddPairs(load<W16>(kShapes.pairs[g][pair]), both[pair]);
       store(of + kGroup * g, sum * factor);
     }
-    total = laneSum(simd::mulAddPairs(values, all<Pixels16>(1))) * factor;
+    total = laneSum(mulAddPairs(values, all<Pixels16>(1))) * factor;
   };
   Pixels16 centred[kChannels];
   for (int c = 0; c < kChannels; ++c) {
-    m.centre[c] = int16_t((laneSum(simd::mulAddPairs(block.channel[c], all<Pixels16>(1))) + 8) >> 4);
+    m.centre[c] = int16_t((laneSum(mulAddPairs(block.channel[c], all<Pixels16>(1))) + 8) >> 4);
     centred[c] = block.channel[c] - m.centre[c];
     measure(centred[c], 1, m.sum[c], m.totalSum[c]);
   }
@@ -584,7 +621,7 @@ template <int kChannels, int kWanted>
     const WF residual = greater(ofSecond + residualOf(all<WF>(16) - n1, sum0, product0), WF{});
     // In quarters, above the six bits of the shape's number.
     const W32 number = load<W32>(numbers) + kGroup * g;
-    keys[g] = (roundToInt(lesser(residual * all<WF>(4), all<WF>(kMostQuarters))) << 6) | number;
+    keys[g] = (nearestInt(lesser(residual * all<WF>(4), all<WF>(kMostQuarters))) << 6) | number;
   }
   for (int& shape : shapes) {
     W32 lowest = keys[0];
@@ -625,7 +662,7 @@ inline Moments momentsOfShapes(const ShapeMoments<kChannels>& of, const int (&sh
 inline Moments momentsOf(const PixelBlock& block) {
   const Pixels16 ones = all<Pixels16>(1);
   I32x8 sums[4];
-  for (int c = 0; c < 4; ++c) sums[c] = simd::mulAddPairs(block.channel[c], ones);
+  for (int c = 0; c < 4; ++c) sums[c] = mulAddPairs(block.channel[c], ones);
   const I32x4 sum = laneSums(sums[0], sums[1], sums[2], sums[3]);
   Moments m;
   m.count = all<F32x4>(16);
@@ -636,7 +673,7 @@ inline Moments momentsOf(const PixelBlock& block) {
   }
   for (int a = 0; a < 4; ++a) {
     I32x8 products[4];
-    for (int b = 0; b < 4; ++b) products[b] = simd::mulAddPairs(centred[a], centred[b]);
+    for (int b = 0; b < 4; ++b) products[b] = mulAddPairs(centred[a], centred[b]);
     const F32x4 column = convert<float>(laneSums(products[0], products[1], products[2], products[3]));
     for (int b = 0; b < 4; ++b) m.column[a][b] = F32x4{column[b], a == 3 || b == 3 ? 0 : column[b], 0, 0};
   }
@@ -752,7 +789,7 @@ inline void startShapes(const PixelBlock& block, int (&shapes)[2], Start<2> (&st
   measureShapes(block, moments);
   rankShapes(moments, shapes);
   for (int rank = 0; rank < 2; ++rank) starts[rank].second = load<Pixels16>(kShapes.masks[shapes[rank]]);
-  startsFrom(block, momentsOfShapes(moments, shapes), starts);
+  startsFrom<2, 2>(block, momentsOfShapes(moments, shapes), starts);
 }
 
 // An error of a block up to which no other mode is tried: one and a half a pixel, over its four channels 52 dB.
@@ -761,16 +798,17 @@ constexpr int32_t kGoodEnough = 16 * 3 / 2;
 // A block on its way.
 struct Work {
   PixelBlock pixels;
-  Start<1> starts[2];  // of all channels, and of colour alone
+  Start<1> starts[2];  // of all channels, and of colour alone (where there is alpha)
   Candidate best;
 };
 
 // Mode 6 for blocks of one kind, by turns.
 template <PBits kPBits, size_t... i>
 inline void trySix(Work (&work)[sizeof...(i)], std::index_sequence<i...>) {
-  (startsFrom(work[i].pixels, momentsOf(work[i].pixels), work[i].starts), ...);
+  constexpr int kStarts = kPBits == PBits::ones ? 1 : 2;
+  (startsFrom<1, kStarts>(work[i].pixels, momentsOf(work[i].pixels), work[i].starts), ...);
   [&](auto... fits) {
-    takeRounds<3>(fits...);
+    takeRounds(fits...);
     (keepBetter<6>(fits, 0, work[i].best), ...);
   }(FitOf<6, kPBits>(work[i].pixels, work[i].starts[0])...);
 }
@@ -780,9 +818,8 @@ inline void tryOthersOpaque(Work& work) {
   Start<2> starts[2];
   startShapes<3>(work.pixels, shapes, starts);
   FitOf<1, PBits::shared> first(work.pixels, starts[0]), second(work.pixels, starts[1]);
-  FitOf<3, PBits::each> third(work.pixels, starts[0]);
-  takeRounds<3>(first, second);
-  takeRounds<2>(third);
+  FitOf<3, PBits::each, 2> third(work.pixels, starts[0]);
+  takeRounds(first, second, third);
   keepBetter<1>(first, shapes[0], work.best);
   keepBetter<3>(third, shapes[0], work.best);
   keepBetter<1>(second, shapes[1], work.best);
@@ -793,7 +830,7 @@ inline void tryOthersAlpha(Work& work) {
   ColourFit<5, 2> five(pixels, work.starts[1]);
   ColourFit<4, 3> four3(pixels, work.starts[1]);
   ColourFit<4, 2> four2(pixels, work.starts[1]);
-  takeRounds<3>(five, four3, four2);
+  takeRounds(five, four3, four2);
 
   Start<1> alpha = work.starts[0];
   const auto extreme = [&](auto op) {
@@ -811,7 +848,7 @@ inline void tryOthersAlpha(Work& work) {
   Start<2> starts[2];
   startShapes<4>(pixels, shapes, starts);
   FitOf<7, PBits::each> first(pixels, starts[0]), second(pixels, starts[1]);
-  takeRounds<3>(first, second);
+  takeRounds(first, second);
   keepBetter<7>(first, shapes[0], work.best);
   keepBetter<7>(second, shapes[1], work.best);
 }
