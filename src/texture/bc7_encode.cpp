@@ -14,6 +14,7 @@
 #include "frame/rounding.h"
 #include "texture/bc7_tables.h"
 #include "texture/encode_walk.h"
+#include "texture/halves.h"
 #include "texture/indices.h"
 
 namespace qelj {
@@ -29,44 +30,11 @@ using F64x4 = simd::Vec<double, 32>;          // exact products of sums
 
 // --- small vector helpers ----------------------------------------------------------------------------------
 
-// Vectors of 32 bytes by halves where the processor has but 16: compilers would do these operations lane by lane.
-template <class Op, class... V>
-QELJ_INLINE auto byHalves(Op op, V... v) {
-  if constexpr (((int(sizeof(V)) <= simd::kWideBytes) && ...)) return op(v...);
-  else return simd::join(op(simd::lower(v)...), op(simd::upper(v)...));
-}
-template <class V>
-inline V lesser(V a, V b) {
-  return byHalves([](auto x, auto y) { return x < y ? x : y; }, a, b);
-}
-template <class V>
-inline V greater(V a, V b) {
-  return byHalves([](auto x, auto y) { return x > y ? x : y; }, a, b);
-}
-template <class V>
-inline With<int32_t, V> isAboveZero(V a) {
-  return byHalves([](auto x) { return x > decltype(x){}; }, a);
-}
-template <class V>
-inline With<int32_t, V> nearestInt(V a) {
-  return byHalves([](auto x) { return roundToInt(x); }, a);
-}
-template <class V>
-inline With<float, V> toFloat(V a) {
-  return byHalves([](auto x) { return convert<float>(x); }, a);
-}
-template <class V>
-inline With<int32_t, V> mulAddPairs(V a, V b) {
-  return byHalves([](auto x, auto y) { return simd::mulAddPairs(x, y); }, a, b);
-}
-template <int A, int B, int C, int D, class V>
-inline V shuffle4(V a) {
-  return byHalves([](auto x) { return simd::shuffle4<A, B, C, D>(x); }, a);
-}
-inline I32x8 widen(I16x8 a) {
-  if constexpr (simd::kWideBytes > 16) return convert<int32_t>(a);
-  else return simd::join(as<int32_t>(simd::unpackLow(a, a)) >> 16, as<int32_t>(simd::unpackHigh(a, a)) >> 16);
-}
+using halves::greater, halves::isAboveZero, halves::isZero, halves::join, halves::lesser, halves::lower, halves::max;
+using halves::min, halves::mulAddPairs, halves::mulHi, halves::packInOrder, halves::roundToInt, halves::shuffle4;
+using halves::shuffleBytes, halves::toFloat, halves::twice, halves::unpackHigh, halves::unpackLow, halves::upper;
+using halves::widen;
+
 // x / y, and 0 for a y of 0. There is no division by 0 to raise a flag, or to trap.
 template <class V>
 inline V ratio(V x, V y) {
@@ -76,26 +44,25 @@ inline V ratio(V x, V y) {
 // What op makes of the lanes of each of four vectors.
 template <class V, class Op>
 inline auto combineLanes(V a, V b, V c, V d, Op op) {
-  const V ab = op(simd::unpackLow(a, b), simd::unpackHigh(a, b)),
-          cd = op(simd::unpackLow(c, d), simd::unpackHigh(c, d));
-  const V four = op(as<V>(simd::unpackLow(as<uint64_t>(ab), as<uint64_t>(cd))),
-                    as<V>(simd::unpackHigh(as<uint64_t>(ab), as<uint64_t>(cd))));
-  return op(simd::lower(four), simd::upper(four));
+  const V ab = op(unpackLow(a, b), unpackHigh(a, b)), cd = op(unpackLow(c, d), unpackHigh(c, d));
+  const V four =
+      op(as<V>(unpackLow(as<uint64_t>(ab), as<uint64_t>(cd))), as<V>(unpackHigh(as<uint64_t>(ab), as<uint64_t>(cd))));
+  return op(lower(four), upper(four));
 }
 inline I32x4 laneSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
   return combineLanes(a, b, c, d, [](auto x, auto y) { return x + y; });
 }
 inline int32_t laneSum(I32x8 v) {
-  I32x4 half = simd::lower(v) + simd::upper(v);
+  I32x4 half = lower(v) + upper(v);
   half += shuffle4<2, 3, 0, 1>(half);
   return half[0] + half[1];
 }
 // One value a channel from one a set: lane i of the results is channel i's.
 inline void transpose(const F32x4 (&v)[4], F32x4 (&sets)[4]) {
-  const auto low01 = as<uint64_t>(simd::unpackLow(v[0], v[1])), low23 = as<uint64_t>(simd::unpackLow(v[2], v[3]));
-  const auto high01 = as<uint64_t>(simd::unpackHigh(v[0], v[1])), high23 = as<uint64_t>(simd::unpackHigh(v[2], v[3]));
-  sets[0] = as<F32x4>(simd::unpackLow(low01, low23)), sets[1] = as<F32x4>(simd::unpackHigh(low01, low23));
-  sets[2] = as<F32x4>(simd::unpackLow(high01, high23)), sets[3] = as<F32x4>(simd::unpackHigh(high01, high23));
+  const auto low01 = as<uint64_t>(unpackLow(v[0], v[1])), low23 = as<uint64_t>(unpackLow(v[2], v[3]));
+  const auto high01 = as<uint64_t>(unpackHigh(v[0], v[1])), high23 = as<uint64_t>(unpackHigh(v[2], v[3]));
+  sets[0] = as<F32x4>(unpackLow(low01, low23)), sets[1] = as<F32x4>(unpackHigh(low01, low23));
+  sets[2] = as<F32x4>(unpackLow(high01, high23)), sets[3] = as<F32x4>(unpackHigh(high01, high23));
 }
 
 // --- a block -----------------------------------------------------------------------------------------------
@@ -106,8 +73,8 @@ struct PixelBlock {
 
   void floatChannels() {
     for (int c = 0; c < 4; ++c) {
-      low[c] = toFloat(widen(simd::lower(channel[c])));
-      high[c] = toFloat(widen(simd::upper(channel[c])));
+      low[c] = toFloat(widen(lower(channel[c])));
+      high[c] = toFloat(widen(upper(channel[c])));
     }
   }
 };
@@ -117,13 +84,13 @@ inline PixelBlock loadPixels(const uint8_t* src, ptrdiff_t step) {
   const auto planar = [&](int y) {  // four bytes of each channel
     const U8x16 pixels = load<U8x16>(row(src, step, y));
     return as<I32x4>(
-        simd::shuffleBytes(pixels, simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15})));
+        shuffleBytes(pixels, simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15})));
   };
   const I32x4 r0 = planar(0), r1 = planar(1), r2 = planar(2), r3 = planar(3);
-  const U64x2 low01 = as<U64x2>(simd::unpackLow(r0, r1)), low23 = as<U64x2>(simd::unpackLow(r2, r3));
-  const U64x2 high01 = as<U64x2>(simd::unpackHigh(r0, r1)), high23 = as<U64x2>(simd::unpackHigh(r2, r3));
-  const U64x2 planes[4] = {simd::unpackLow(low01, low23), simd::unpackHigh(low01, low23),
-                           simd::unpackLow(high01, high23), simd::unpackHigh(high01, high23)};
+  const U64x2 low01 = as<U64x2>(unpackLow(r0, r1)), low23 = as<U64x2>(unpackLow(r2, r3));
+  const U64x2 high01 = as<U64x2>(unpackHigh(r0, r1)), high23 = as<U64x2>(unpackHigh(r2, r3));
+  const U64x2 planes[4] = {unpackLow(low01, low23), unpackHigh(low01, low23), unpackLow(high01, high23),
+                           unpackHigh(high01, high23)};
   PixelBlock block;
   for (int c = 0; c < 4; ++c) block.channel[c] = convert<int16_t>(as<U8x16>(planes[c]));
   return block;
@@ -188,7 +155,7 @@ inline void startsFrom(const PixelBlock& block, const Moments& m, Start<kSubsets
       lowest[i] = lesser(low, high), highest[i] = greater(low, high);
     } else {
       const Pixels16 second = starts[i / 2].second, in = i % 2 ? second : ~second;
-      const I32x8 inLow = widen(simd::lower(in)), inHigh = widen(simd::upper(in));
+      const I32x8 inLow = widen(lower(in)), inHigh = widen(upper(in));
       const F32x8 huge = all<F32x8>(std::numeric_limits<float>::max());
       lowest[i] = lesser(select(inLow, low, huge), select(inHigh, high, huge));
       highest[i] = greater(select(inLow, low, -huge), select(inHigh, high, -huge));
@@ -207,7 +174,7 @@ inline void startsFrom(const PixelBlock& block, const Moments& m, Start<kSubsets
     Start<kSubsets>& start = starts[i / kSubsets];
     start.count[i % kSubsets] = m.count[i];
     start.sum[i % kSubsets] = sums[i];
-    start.line[i % kSubsets] = simd::join(first[i], last[i]);
+    start.line[i % kSubsets] = join(first[i], last[i]);
   }
 }
 
@@ -235,13 +202,13 @@ QELJ_INLINE EndPoints quantise(F32x8 ends) {
     else return v << (8 - kAll) | v >> (2 * kAll - 8);
   };
   if constexpr (kPBits == PBits::none) {
-    const I32x8 fields = nearestInt(scaled);
+    const I32x8 fields = roundToInt(scaled);
     return {fields, expand(fields), I32x8{}};
   } else {
     EndPoints with[2];
     F32x8 error[2];
     for (int p = kPBits == PBits::ones ? 1 : 0; p < 2; ++p) {
-      I32x8 fields = nearestInt((scaled - all<F32x8>(float(p))) * all<F32x8>(0.5f));
+      I32x8 fields = roundToInt((scaled - all<F32x8>(float(p))) * all<F32x8>(0.5f));
       fields = min(max(fields, I32x8{}), all<I32x8>(kTop));
       with[p] = {fields, expand(fields * 2 + p), all<I32x8>(p)};
       error[p] = toFloat(with[p].expanded) - ends;
@@ -251,7 +218,7 @@ QELJ_INLINE EndPoints quantise(F32x8 ends) {
     F32x8 gain = error[0] - error[1];  // of p = 1: the sum over an end's channels, in each of its lanes
     gain += shuffle4<1, 0, 3, 2>(gain);
     gain += shuffle4<2, 3, 0, 1>(gain);
-    if constexpr (kPBits == PBits::shared) gain += simd::join(simd::upper(gain), simd::lower(gain));
+    if constexpr (kPBits == PBits::shared) gain += join(upper(gain), lower(gain));
     const I32x8 one = isAboveZero(gain);
     return {select(one, with[1].fields, with[0].fields), select(one, with[1].expanded, with[0].expanded), one};
   }
@@ -263,8 +230,7 @@ template <int kBits>
 inline Pixels16 weightsOf(Pixels16 indices) {
   uint8_t table[16];
   for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
-  return as<Pixels16>(
-      simd::shuffleBytes(simd::blockPattern<simd::U8x32>(table), as<uint8_t>(indices | int16_t(-0x8000))));
+  return as<Pixels16>(shuffleBytes(simd::blockPattern<simd::U8x32>(table), as<uint8_t>(indices | int16_t(-0x8000))));
 }
 
 // To each pixel the value of its subset: of kSubsets vectors of 16-bit or of float lanes, the lane of this number.
@@ -273,14 +239,14 @@ struct BySubset {
   Pixels16 second;
   I32x8 low, high;  // masks of subset 1
 
-  explicit BySubset(Pixels16 mask) : second(mask), low(widen(simd::lower(mask))), high(widen(simd::upper(mask))) {}
+  explicit BySubset(Pixels16 mask) : second(mask), low(widen(lower(mask))), high(widen(upper(mask))) {}
   // Lanes 0 to 3 are of subset 0, lanes 4 to 7 of subset 1.
   QELJ_INLINE Pixels16 words(I16x8 values, int lane) const {
     if constexpr (simd::kShuffles) {
       const auto place = all<Pixels16>(int16_t(0x0100 + 0x0202 * lane));
-      const auto table = simd::repeatBlock<simd::U8x32>(as<uint8_t>(values));
-      if constexpr (kSubsets == 1) return as<Pixels16>(simd::shuffleBytes(table, as<uint8_t>(place)));
-      else return as<Pixels16>(simd::shuffleBytes(table, as<uint8_t>(place + (second & int16_t(0x0808)))));
+      const auto table = twice(as<uint8_t>(values));
+      if constexpr (kSubsets == 1) return as<Pixels16>(shuffleBytes(table, as<uint8_t>(place)));
+      else return as<Pixels16>(shuffleBytes(table, as<uint8_t>(place + (second & int16_t(0x0808)))));
     } else {
       const auto of0 = all<Pixels16>(values[lane]);
       if constexpr (kSubsets == 1) return of0;
@@ -295,12 +261,12 @@ struct BySubset {
       const auto of = all<F32x8>(values[lane]);
       return {of, of};
     } else if constexpr (simd::kShuffles) {
-      const F32x4 of0 = simd::lower(values), of1 = simd::upper(values);
-      const F32x4 pairs = lane < 2 ? simd::unpackLow(of0, of1) : simd::unpackHigh(of0, of1);
-      const auto table = simd::repeatBlock<simd::U8x32>(as<uint8_t>(pairs));
+      const F32x4 of0 = lower(values), of1 = upper(values);
+      const F32x4 pairs = lane < 2 ? unpackLow(of0, of1) : unpackHigh(of0, of1);
+      const auto table = twice(as<uint8_t>(pairs));
       const auto place = all<I32x8>(0x03020100 + 0x08080808 * (lane % 2));
       const auto of = [&](I32x8 mask) QELJ_INLINE_LAMBDA {
-        return as<F32x8>(simd::shuffleBytes(table, as<uint8_t>(place + (mask & 0x04040404))));
+        return as<F32x8>(shuffleBytes(table, as<uint8_t>(place + (mask & 0x04040404))));
       };
       return {of(low), of(high)};
     } else {
@@ -344,8 +310,8 @@ struct Fit {
 
   // One end of all subsets: subset 1 in lanes 4 to 7.
   QELJ_INLINE I32x8 endOf(int end) const {
-    const auto of = [&](int s) { return end ? simd::upper(ends[s].expanded) : simd::lower(ends[s].expanded); };
-    return simd::join(of(0), of(kSubsets - 1));
+    const auto of = [&](int s) { return end ? upper(ends[s].expanded) : lower(ends[s].expanded); };
+    return join(of(0), of(kSubsets - 1));
   }
 
   // The nearest points on the lines, of 0 to kTop: p . factor - offset, of each subset.
@@ -354,7 +320,7 @@ struct Fit {
     // Whole numbers, and exact.
     const F32x8 d = toFloat(slopes & channels());
     const F32x8 squares = d * d, products = d * toFloat(end0);
-    F32x8 sums = simd::unpackLow(squares, products) + simd::unpackHigh(squares, products);
+    F32x8 sums = unpackLow(squares, products) + unpackHigh(squares, products);
     sums += shuffle4<2, 3, 0, 1>(sums);
     const F32x8 scale = ratio(all<F32x8>(kTop), shuffle4<0, 0, 0, 0>(sums));
     const F32x8 factors = d * scale, offsets = shuffle4<1, 1, 1, 1>(sums) * scale;
@@ -365,16 +331,16 @@ struct Fit {
       low += block.low[c] * factor.low;
       high += block.high[c] * factor.high;
     });
-    const Pixels16 places = simd::orderPacked(simd::packI16(nearestInt(low), nearestInt(high)));
+    const Pixels16 places = packInOrder(roundToInt(low), roundToInt(high));
     return min(max(places, Pixels16{}), all<Pixels16>(kTop));
   }
 
   // The squared differences from what the weights of the indices give.
   QELJ_INLINE int32_t error() const {
-    const Pixels16 packed = simd::orderPacked(simd::packI16(end0 * 64 + 32, slopes));
+    const Pixels16 packed = packInOrder(end0 * 64 + 32, slopes);
     I32x8 sum{};
     eachChannel([&](int c) QELJ_INLINE_LAMBDA {
-      const Pixels16 first = bySubset.words(simd::lower(packed), c), slope = bySubset.words(simd::upper(packed), c);
+      const Pixels16 first = bySubset.words(lower(packed), c), slope = bySubset.words(upper(packed), c);
       const Pixels16 d = ((first + weights * slope) >> 6) - block.channel[c];
       sum += mulAddPairs(d, d);
     });
@@ -412,7 +378,7 @@ struct Fit {
       const F32x4 end0 = convert<float>(farOf * atNear - mixedOf * atFar) * scale;
       const F32x4 end1 = convert<float>(nearOf * atFar - mixedOf * atNear) * scale;
       const I32x4 told = pick(some);
-      lines[s] = select(simd::join(told, told) & channels(), simd::join(end0, end1), lines[s]);
+      lines[s] = select(join(told, told) & channels(), join(end0, end1), lines[s]);
     }
   }
 
@@ -621,7 +587,7 @@ template <int kChannels, int kWanted>
     const WF residual = greater(ofSecond + residualOf(all<WF>(16) - n1, sum0, product0), WF{});
     // In quarters, above the six bits of the shape's number.
     const W32 number = load<W32>(numbers) + kGroup * g;
-    keys[g] = (nearestInt(lesser(residual * all<WF>(4), all<WF>(kMostQuarters))) << 6) | number;
+    keys[g] = (roundToInt(lesser(residual * all<WF>(4), all<WF>(kMostQuarters))) << 6) | number;
   }
   for (int& shape : shapes) {
     W32 lowest = keys[0];
@@ -704,7 +670,7 @@ inline uint64_t packAnchored(Pixels16 indices, int shapeNumber, bool (&turned)[2
     turn = select(load<Pixels16>(kShapes.masks[shapeNumber]), all<Pixels16>(int16_t(-turned[1])), turn);
   }
   const Pixels16 places = indices ^ (turn & int16_t((1 << kBits) - 1));
-  uint64_t packed = packIndices<kBits>(simd::packU8(simd::lower(places), simd::upper(places)))[0];
+  uint64_t packed = packIndices<kBits>(simd::packU8(lower(places), upper(places)))[0];
   if constexpr (kSubsets == 2) packed = removeAnchorBit<kBits>(packed, anchor);
   return removeAnchorBit<kBits>(packed, 0);
 }
@@ -859,9 +825,9 @@ struct Bc7Encoder {
   static bool isFlat(const PixelBlock& block) {
     Pixels16 differs{};
     for (const Pixels16& c : block.channel) differs |= c ^ (all<Pixels16>(int16_t(c[0])));
-    return simd::isZero(differs);
+    return isZero(differs);
   }
-  static bool isOpaque(const PixelBlock& block) { return simd::isZero(block.channel[3] ^ (all<Pixels16>(255))); }
+  static bool isOpaque(const PixelBlock& block) { return isZero(block.channel[3] ^ (all<Pixels16>(255))); }
 
   // All of which are opaque, or none.
   template <int kBlocks>
