@@ -477,6 +477,7 @@ struct ShapeTables {
   alignas(64) int16_t pairs[kGroups][8][2 * kGroup] = {};  // [group][pixel pair][lane]
   alignas(64) int16_t masks[kShapeCount][16] = {};
   alignas(64) float count[kShapeCount] = {};
+  alignas(64) float perPixel[2][kShapeCount] = {};  // 1 / the number of pixels [subset]
   constexpr ShapeTables() {
     for (int shape = 0; shape < 64; ++shape)
       for (int i = 0; i < 16; ++i) {
@@ -485,18 +486,20 @@ struct ShapeTables {
         masks[shape][i] = int16_t(-in);
         count[shape] += float(in);
       }
+    for (int shape = 0; shape < kShapeCount; ++shape)
+      perPixel[0][shape] = 1 / (16 - count[shape]), perPixel[1][shape] = 1 / count[shape];
   }
 };
 constexpr ShapeTables kShapes;
 
 // The sums and second moments of subset 1 of all shapes, of pixels centred on their mean. Products are
-// halved, so that they fit 16 bits; their sums are not.
+// halved, so that they fit 16 bits; their sums are not. All are whole numbers, and exact.
 template <int kChannels>
 struct ShapeMoments {
   static constexpr int kProducts = kChannels * (kChannels + 1) / 2;
-  alignas(64) int32_t sum[kChannels][kShapeCount];
-  alignas(64) int32_t product[kProducts][kShapeCount];
-  int32_t totalSum[kChannels], totalProduct[kProducts];
+  alignas(64) float sum[kChannels][kShapeCount];
+  alignas(64) float product[kProducts][kShapeCount];
+  float totalSum[kChannels], totalProduct[kProducts];
   int16_t centre[kChannels];
 
   static constexpr int index(int a, int b) { return b * (b + 1) / 2 + a; }  // a <= b
@@ -504,7 +507,7 @@ struct ShapeMoments {
 
 template <int kChannels>
 [[gnu::noinline]] void measureShapes(const PixelBlock& block, ShapeMoments<kChannels>& m) {
-  const auto measure = [](Pixels16 values, int factor, int32_t(&of)[kShapeCount], int32_t& total) QELJ_INLINE_LAMBDA {
+  const auto measure = [](Pixels16 values, int factor, float(&of)[kShapeCount], float& total) QELJ_INLINE_LAMBDA {
     int32_t pairs[8];
     store(pairs, values);
     W16 both[8];
@@ -512,9 +515,9 @@ template <int kChannels>
     for (int g = 0; g < kGroups; ++g) {
       W32 sum{};
       for (int pair = 0; pair < 8; ++pair) sum += mulAddPairs(load<W16>(kShapes.pairs[g][pair]), both[pair]);
-      store(of + kGroup * g, sum * factor);
+      store(of + kGroup * g, convert<float>(sum * factor));
     }
-    total = laneSum(mulAddPairs(values, all<Pixels16>(1))) * factor;
+    total = float(laneSum(mulAddPairs(values, all<Pixels16>(1))) * factor);
   };
   Pixels16 centred[kChannels];
   for (int c = 0; c < kChannels; ++c) {
@@ -569,22 +572,20 @@ template <int kChannels, int kWanted>
   for (int i = 0; i < kGroup; ++i) numbers[i] = i;
   W32 keys[kGroups];
   for (int g = 0; g < kGroups; ++g) {
-    const auto residualOf = [&](WF n, auto sumOf, auto productOf) QELJ_INLINE_LAMBDA {
-      const WF per = all<WF>(1) / n;
+    const auto residualOf = [&](int subset, auto sumOf, auto productOf) QELJ_INLINE_LAMBDA {
+      const WF per = load<WF>(kShapes.perPixel[subset] + kGroup * g);
       WF sum[kChannels], moments[kChannels][kChannels];
       for (int c = 0; c < kChannels; ++c) sum[c] = sumOf(c);
       for (int b = 0; b < kChannels; ++b)
         for (int a = 0; a <= b; ++a) moments[a][b] = moments[b][a] = productOf(index(a, b)) - sum[a] * sum[b] * per;
       return lineResidual<kChannels>(moments);
     };
-    const WF n1 = load<WF>(kShapes.count + kGroup * g);
-    const auto sum1 = [&](int c) QELJ_INLINE_LAMBDA { return convert<float>(load<W32>(m.sum[c] + kGroup * g)); };
-    const auto product1 = [&](int at)
-                              QELJ_INLINE_LAMBDA { return convert<float>(load<W32>(m.product[at] + kGroup * g)); };
-    const auto sum0 = [&](int c) QELJ_INLINE_LAMBDA { return all<WF>(float(m.totalSum[c])) - sum1(c); };
-    const auto product0 = [&](int at) QELJ_INLINE_LAMBDA { return all<WF>(float(m.totalProduct[at])) - product1(at); };
-    const WF ofSecond = residualOf(n1, sum1, product1);
-    const WF residual = greater(ofSecond + residualOf(all<WF>(16) - n1, sum0, product0), WF{});
+    const auto sum1 = [&](int c) QELJ_INLINE_LAMBDA { return load<WF>(m.sum[c] + kGroup * g); };
+    const auto product1 = [&](int at) QELJ_INLINE_LAMBDA { return load<WF>(m.product[at] + kGroup * g); };
+    const auto sum0 = [&](int c) QELJ_INLINE_LAMBDA { return all<WF>(m.totalSum[c]) - sum1(c); };
+    const auto product0 = [&](int at) QELJ_INLINE_LAMBDA { return all<WF>(m.totalProduct[at]) - product1(at); };
+    const WF ofSecond = residualOf(1, sum1, product1);
+    const WF residual = greater(ofSecond + residualOf(0, sum0, product0), WF{});
     // In quarters, above the six bits of the shape's number.
     const W32 number = load<W32>(numbers) + kGroup * g;
     keys[g] = (roundToInt(lesser(residual * all<WF>(4), all<WF>(kMostQuarters))) << 6) | number;
@@ -603,23 +604,23 @@ template <int kChannels, int kWanted>
 template <int kChannels>
 inline Moments momentsOfShapes(const ShapeMoments<kChannels>& of, const int (&shapes)[2]) {
   const float n0 = kShapes.count[shapes[0]], n1 = kShapes.count[shapes[1]];
-  const auto sets = [&](const int32_t(&second)[kShapeCount], int32_t total) {
-    const int32_t a = second[shapes[0]], b = second[shapes[1]];
-    return I32x4{total - a, a, total - b, b};
+  const auto sets = [&](const float(&second)[kShapeCount], float total) {
+    const float a = second[shapes[0]], b = second[shapes[1]];
+    return F32x4{total - a, a, total - b, b};
   };
   Moments m;
   m.count = F32x4{16 - n0, n0, 16 - n1, n1};
   const F32x4 per = all<F32x4>(1) / m.count;
   F32x4 sums[kChannels];
   for (int c = 0; c < kChannels; ++c) {
-    sums[c] = convert<float>(sets(of.sum[c], of.totalSum[c]));
+    sums[c] = sets(of.sum[c], of.totalSum[c]);
     m.sum[c] = sums[c] + m.count * all<F32x4>(of.centre[c]);
   }
   for (int b = 0; b < kChannels; ++b)
     for (int a = 0; a <= b; ++a) {
       const int at = ShapeMoments<kChannels>::index(a, b);
-      const I32x4 product = sets(of.product[at], of.totalProduct[at]);
-      m.column[a][b] = m.column[b][a] = convert<float>(product) - sums[a] * sums[b] * per;
+      const F32x4 product = sets(of.product[at], of.totalProduct[at]);
+      m.column[a][b] = m.column[b][a] = product - sums[a] * sums[b] * per;
     }
   return m;
 }
