@@ -136,15 +136,17 @@ struct Start {
   Pixels16 second{};  // a mask of subset 1
 };
 
-// Of the subsets of kStarts parts, which are the sets of m in order.
+// Of the subsets of kStarts parts of blocks, which are the sets of m in order.
 template <int kSubsets, int kStarts>
-inline void startsFrom(const PixelBlock& block, const Moments& m, Start<kSubsets>* starts) {
+inline void startsFrom(const PixelBlock* const (&blocks)[kStarts], const Moments& m,
+                       Start<kSubsets>* const (&starts)[kStarts]) {
   F32x4 axis[4], mean[4];
   mainAxes(m, axis);
   const F32x4 per = all<F32x4>(1) / m.count;
   for (int c = 0; c < 4; ++c) mean[c] = m.sum[c] * per;
   F32x8 lowest[4]{}, highest[4]{};
   for (int i = 0; i < kStarts * kSubsets; ++i) {
+    const PixelBlock& block = *blocks[i / kSubsets];
     F32x8 low{}, high{};
     for (int c = 0; c < 4; ++c) {
       const F32x8 centre = all<F32x8>(mean[c][i]), along = all<F32x8>(axis[c][i]);
@@ -154,7 +156,7 @@ inline void startsFrom(const PixelBlock& block, const Moments& m, Start<kSubsets
     if constexpr (kSubsets == 1) {
       lowest[i] = lesser(low, high), highest[i] = greater(low, high);
     } else {
-      const Pixels16 second = starts[i / 2].second, in = i % 2 ? second : ~second;
+      const Pixels16 second = starts[i / 2]->second, in = i % 2 ? second : ~second;
       const I32x8 inLow = widen(lower(in)), inHigh = widen(upper(in));
       const F32x8 huge = all<F32x8>(std::numeric_limits<float>::max());
       lowest[i] = lesser(select(inLow, low, huge), select(inHigh, high, huge));
@@ -171,7 +173,7 @@ inline void startsFrom(const PixelBlock& block, const Moments& m, Start<kSubsets
   for (int c = 0; c < 4; ++c) ends[0][c] = mean[c] + axis[c] * from, ends[1][c] = mean[c] + axis[c] * to;
   transpose(ends[0], first), transpose(ends[1], last), transpose(m.sum, sums);
   for (int i = 0; i < kStarts * kSubsets; ++i) {
-    Start<kSubsets>& start = starts[i / kSubsets];
+    Start<kSubsets>& start = *starts[i / kSubsets];
     start.count[i % kSubsets] = m.count[i];
     start.sum[i % kSubsets] = sums[i];
     start.line[i % kSubsets] = join(first[i], last[i]);
@@ -756,7 +758,7 @@ inline void startShapes(const PixelBlock& block, int (&shapes)[2], Start<2> (&st
   measureShapes(block, moments);
   rankShapes(moments, shapes);
   for (int rank = 0; rank < 2; ++rank) starts[rank].second = load<Pixels16>(kShapes.masks[shapes[rank]]);
-  startsFrom<2, 2>(block, momentsOfShapes(moments, shapes), starts);
+  startsFrom<2, 2>({&block, &block}, momentsOfShapes(moments, shapes), {&starts[0], &starts[1]});
 }
 
 // An error of a block up to which no other mode is tried: one and a half a pixel, over its four channels 52 dB.
@@ -769,11 +771,33 @@ struct Work {
   Candidate best;
 };
 
+// Where the fits of one block start, or of two, whose lines are found in the lanes of the same vectors.
+template <bool kAlpha>
+inline void startFits(Work (&work)[1]) {
+  Work& a = work[0];
+  const Moments m = momentsOf(a.pixels);
+  if constexpr (kAlpha) startsFrom<1, 2>({&a.pixels, &a.pixels}, m, {&a.starts[0], &a.starts[1]});
+  else startsFrom<1, 1>({&a.pixels}, m, {&a.starts[0]});
+}
+template <bool kAlpha>
+inline void startFits(Work (&work)[2]) {
+  Work &a = work[0], &b = work[1];
+  Moments m = momentsOf(a.pixels);
+  const Moments other = momentsOf(b.pixels);
+  for (int c = 0; c < 4; ++c) {
+    m.sum[c] = unpackLow(m.sum[c], other.sum[c]);
+    for (int k = 0; k < 4; ++k) m.column[c][k] = unpackLow(m.column[c][k], other.column[c][k]);
+  }
+  if constexpr (kAlpha)
+    startsFrom<1, 4>({&a.pixels, &b.pixels, &a.pixels, &b.pixels}, m,
+                     {&a.starts[0], &b.starts[0], &a.starts[1], &b.starts[1]});
+  else startsFrom<1, 2>({&a.pixels, &b.pixels}, m, {&a.starts[0], &b.starts[0]});
+}
+
 // Mode 6 for blocks of one kind, by turns.
 template <PBits kPBits, size_t... i>
 inline void trySix(Work (&work)[sizeof...(i)], std::index_sequence<i...>) {
-  constexpr int kStarts = kPBits == PBits::ones ? 1 : 2;
-  (startsFrom<1, kStarts>(work[i].pixels, momentsOf(work[i].pixels), work[i].starts), ...);
+  startFits<kPBits == PBits::each>(work);
   [&](auto... fits) {
     takeRounds(fits...);
     (keepBetter<6>(fits, 0, work[i].best), ...);
