@@ -384,14 +384,18 @@ struct Fit {
     }
   }
 
-  // A round's first half: ends, indices and weights.
-  [[gnu::noinline]] void propose() {
+  // The steps of a round: the ends of the lines;
+  [[gnu::noinline]] void roundEnds() {
     if (lowest == 0) return;
     for (int s = 0; s < kSubsets; ++s) ends[s] = quantise<kBits, kPBits>(lines[s]);
     end0 = endOf(0), slopes = endOf(1) - end0;
+  }
+  // the indices;
+  [[gnu::noinline]] void placePixels() {
+    if (lowest == 0) return;
     found = nearest(), weights = weightsOf<kIndexBits>(found);
   }
-  // Its second half: the error, and the next round's lines.
+  // the error, and the next round's lines.
   template <bool kLast>
   [[gnu::noinline]] void judge() {
     if (lowest == 0) return;
@@ -406,24 +410,20 @@ struct Fit {
       p[s] = select(better, ends[s].p, p[s]);
     }
   }
-  template <int kRound>
-  void proposeIn() {
-    if constexpr (kRound < kRounds) propose();
-  }
-  template <int kRound>
-  void judgeIn() {
-    if constexpr (kRound < kRounds) judge<kRound == kRounds - 1>();
+  template <int kRound, int kStep>
+  void take() {
+    if constexpr (kRound >= kRounds) return;
+    else if constexpr (kStep == 0) roundEnds();
+    else if constexpr (kStep == 1) placePixels();
+    else judge<kRound == kRounds - 1>();
   }
 };
 
-// Takes the rounds of some fits by turns: each step of one waits for its own results, while those of the others keep the
-// processor busy.
+// Takes the rounds of some fits step by step, by turns: each step of one waits for its own results, while those of the
+// others keep the processor busy.
 template <class... Fits>
 inline void takeRounds(Fits&... fits) {
-  simd::unroll<3>([&](auto round) {
-    (fits.template proposeIn<round>(), ...);
-    (fits.template judgeIn<round>(), ...);
-  });
+  simd::unroll<3>([&](auto round) { simd::unroll<3>([&](auto step) { (fits.template take<round, step>(), ...); }); });
 }
 
 // --- candidates --------------------------------------------------------------------------------------------
