@@ -377,10 +377,10 @@ struct Fit {
       const F64x4 atFar = convert<double>(products[s]), atNear = convert<double>(start.sum[s]) * 64 - atFar;
       const F64x4 farOf = pick(far), mixedOf = pick(mixed), nearOf = pick(near);
       const F32x4 scale = pick(scales);
-      const F32x4 end0 = convert<float>(farOf * atNear - mixedOf * atFar) * scale;
-      const F32x4 end1 = convert<float>(nearOf * atFar - mixedOf * atNear) * scale;
+      const F32x4 solved0 = convert<float>(farOf * atNear - mixedOf * atFar) * scale;
+      const F32x4 solved1 = convert<float>(nearOf * atFar - mixedOf * atNear) * scale;
       const I32x4 told = pick(some);
-      lines[s] = select(join(told, told) & channels(), join(end0, end1), lines[s]);
+      lines[s] = select(join(told, told) & channels(), join(solved0, solved1), lines[s]);
     }
   }
 
