@@ -7,6 +7,8 @@
 //              `if constexpr (simd::kEnabled)`
 //   kShuffles  whether byte shuffles and masks are instructions; where they are loops, a kernel that lives on them
 //              does better in its scalar form
+//   kBytePairs whether sums of products of pairs of bytes are an instruction; where they are several, other ways are as
+//              good
 #ifndef QELJ_FRAME_SIMD_FAMILY_H
 #define QELJ_FRAME_SIMD_FAMILY_H
 
@@ -19,6 +21,8 @@
 #  if defined(__AVX512BW__) && defined(__AVX512DQ__) && defined(__AVX512VL__)
 #    define QELJ_HAS_AVX512 1
 #  endif
+#elif defined(__aarch64__) && defined(__ARM_NEON)
+#  define QELJ_SIMD_FORMS "frame/simd/neon.h"
 #endif
 
 namespace qelj::simd {
@@ -32,6 +36,11 @@ inline constexpr bool kEnabled = true;
 inline constexpr bool kShuffles = true;
 #else
 inline constexpr bool kShuffles = false;
+#endif
+#ifdef __SSE4_1__
+inline constexpr bool kBytePairs = kShuffles;
+#else
+inline constexpr bool kBytePairs = false;
 #endif
 #ifdef QELJ_HAS_AVX2
 inline constexpr int kBytes = 32;
