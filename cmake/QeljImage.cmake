@@ -2,7 +2,7 @@
 # whole for one processor generation. All images have the same soname and the same exports and give the same
 # bytes; an installation may carry several and let the dynamic loader choose.
 #
-# <cpu> is x86-64-v2, x86-64-v3, x86-64-v4, portable (no processor-specific operation: the vectors' plain
+# <cpu> is x86-64-v2, x86-64-v3, x86-64-v4, armv8-a, portable (no processor-specific operation: the vectors' plain
 # forms), or scalar (portable, and every kernel in its scalar form: the definition that tests compare with).
 
 file(GLOB_RECURSE qelj_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp ${PROJECT_SOURCE_DIR}/src/*.S)
