@@ -1,4 +1,7 @@
-// The decoder of BC6 (BC6H): high dynamic range, three channels of half floats.
+// The decoder of BC6 (BC6H): high dynamic range, three channels of half floats. The scalar form is the definition; the
+// vector form reads the fields of any mode by tables, and interpolates a row's values in the order in which they are
+// stored, by one multiply-add of an end-point pair and a weight pair a value.
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -78,7 +81,7 @@ constexpr int modeOf(uint8_t first) {
 
 // What the fields of a block hold.
 struct FieldValues {
-  int32_t ends[4][4] = {};  // [end-point][r, g, b, 0]
+  int32_t ends[4][3] = {};  // [end-point][r, g, b]
   int shape = 0;
 };
 
@@ -90,7 +93,7 @@ struct Runs {
   Run of[64] = {};
   int count = 0, end = 0;
 };
-constexpr int kShapeChannel = 3;
+constexpr int kShapeChannel = 3, kShapeAt = 77, kShapeBits = 5;  // at the same place in all modes that have it
 
 constexpr Runs parse(int mode) {
   Runs runs;
@@ -151,46 +154,45 @@ uint64_t unpackedIndices(const Bits& bits, const bc7::Shape& shape) {
   else return insertAnchorBit<3>(insertAnchorBit<3>(bits.at(82, 46), 0), shape.anchors[1]);
 }
 
-// --- both forms: of one value (V is int32_t) or of a vector of them ----------------------------------------
+// --- scalar form -------------------------------------------------------------------------------------------
 
-template <class V>
-inline V signExtend(V value, int bits) {
-  return shr(shlWrap(value, 32 - bits), 32 - bits);
-}
+constexpr int32_t signExtend(int32_t value, int bits) { return shlWrap(value, 32 - bits) >> (32 - bits); }
 
 // To 16 bits. The largest value of an n-bit end-point is the largest of 16, and nothing else is: the compare
 // is for equality, and a signed magnitude one above it takes the formula.
-template <bool kSigned, class V>
-inline V unquantise(V value, int bits) {
+template <bool kSigned>
+constexpr int32_t unquantise(int32_t value, int bits) {
   const int n = bits - kSigned;
   if (n >= 15) return value;
   constexpr int kTop = kSigned ? 15 : 16;
-  const V sign = kSigned ? shr(value, 31) : V{}, magnitude = (value ^ sign) - sign;
-  V wide = shr((magnitude << kTop) + (1 << (kTop - 1)), n);
-  wide = select(magnitude == all<V>((1 << n) - 1), all<V>((1 << kTop) - 1), wide);
-  wide = select(magnitude == V{}, V{}, wide);
+  const int32_t sign = value >> 31, magnitude = (value ^ sign) - sign;  // no branch: signs can't be predicted
+  int32_t wide = ((magnitude << kTop) + (1 << (kTop - 1))) >> n;
+  wide = magnitude == (1 << n) - 1 ? (1 << kTop) - 1 : wide;
+  wide = magnitude == 0 ? 0 : wide;
   return (wide ^ sign) - sign;
 }
 
-template <class V>
-inline V interpolate(V a, V b, V weight) {
-  return shr(shlWrap(a, 6) + weight * (b - a) + 32, 6);
+constexpr int32_t interpolate(int32_t a, int32_t b, int32_t weight) {
+  return ((64 - weight) * a + weight * b + 32) >> 6;
 }
 
 // To the bit pattern of a half: 31/64 of the unsigned range, 31/32 of the signed magnitude below the sign.
-template <bool kSigned, class V>
-inline V finish(V value) {
-  const auto times31 = [](V v) { return (v << 5) - v; };
-  if constexpr (!kSigned) return shr(times31(value), 6);
-  const V sign = shr(value, 31), magnitude = (value ^ sign) - sign;
-  return shr(times31(magnitude), 5) | (sign & 0x8000);
+template <bool kSigned>
+constexpr int32_t finish(int32_t value) {
+  if (!kSigned) return 31 * value >> 6;
+  const int32_t sign = value >> 31;
+  return 31 * ((value ^ sign) - sign) >> 5 | (sign & 0x8000);
 }
 
-// --- scalar form -------------------------------------------------------------------------------------------
-
 template <bool kSigned, int kRegions>
-void ownDecodeBlock(const Bits& bits, const Bc6Mode& mode, FieldValues values, uint8_t* dst, ptrdiff_t dstStep) {
+void ownDecodeBlock(const Bits& bits, int number, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr int kIndexBits = kRegions == 2 ? 3 : 4;
+  if (number >= kModeCount) {  // reserved
+    for (int y = 0; y < 4; ++y) std::memset(row(dst, dstStep, y), 0, 24);
+    return;
+  }
+  const Bc6Mode& mode = kModes[number];
+  FieldValues values = kReadFields[size_t(number)](bits);
   auto& ends = values.ends;
   for (int c = 0; c < 3; ++c) {
     if (mode.transformed())
@@ -214,65 +216,217 @@ void ownDecodeBlock(const Bits& bits, const Bc6Mode& mode, FieldValues values, u
 
 // --- vector form -------------------------------------------------------------------------------------------
 
-using simd::I32;    // of kAcross palette entries
-using simd::I32x4;  // the channels of an end-point
-using simd::U8x16;
+using simd::blockLanes, simd::blockPattern, simd::shuffleBytes;
+using simd::I16, simd::I32, simd::U16, simd::U16x8, simd::U32, simd::U8, simd::U8x16;
 
-// The weights of palette entries i + 2 block + j, for a vector i of two: packed, the two vectors are in order.
-template <int kIndexBits>
-struct PaletteWeights {
-  alignas(32) int32_t of[16 / (2 * kAcross)][2][4 * kAcross];
-  constexpr PaletteWeights() : of{} {
-    for (int i = 0; i < 16; i += 2 * kAcross)
-      for (int j = 0; j < 2; ++j)
-        for (int k = 0; k < 4 * kAcross; ++k)
-          of[i / (2 * kAcross)][j][k] = bc7::weights<kIndexBits>()[(i + k / 4 * 2 + j) % (1 << kIndexBits)];
+// The end-points stand in 16-bit lanes: red, green, blue and a spare lane of end-point 0, then of 1, 2 and 3. A value
+// of n bits has its top bit at the lane's, so that sums wrap as its n bits do, and one code serves all modes. The pieces
+// of a field come to their places by steps: two bytes of the block a lane, a mask and a factor. Where a value has more
+// pieces than there are steps, others of them come to a helper lane: blue's to the spare lane behind it, and those of a
+// block with one region, whose upper 8 lanes are free, to the lane 8 above.
+constexpr int kSteps = 4;  // three move up by the factor, the last one moves down by it
+struct Step {
+  uint8_t bytes[32];
+  uint16_t mask[16], factor[16];
+};
+struct EndPointLanes {
+  alignas(32) Step steps[kSteps] = {};
+  alignas(32) uint16_t sign[16] = {};  // the top bit of a difference
+  uint16_t base[16] = {};              // a mask: what end-point 0 is added to
+  uint16_t half = 0, most[2] = {};     // half of what stands for 1, what stands for the largest value [signed]
+  bool complete = true;
+};
+
+constexpr bool placePiece(Step& step, int lane, int from, int count, int to, bool down) {
+  int bit = from % 8;
+  bool inUpper = false;  // the piece lies in the second byte, with nothing in the first
+  if (down && bit <= to && bit + 8 + count <= 16) bit += 8, inUpper = true;
+  if (step.mask[lane] != 0 || bit + count > 16 || (down ? bit <= to : bit > to)) return false;
+  step.bytes[2 * lane] = uint8_t(inUpper ? 0x80 : from / 8);
+  step.bytes[2 * lane + 1] = uint8_t(inUpper ? from / 8 : from / 8 + 1);
+  step.mask[lane] = uint16_t(((1 << count) - 1) << bit);
+  step.factor[lane] = uint16_t(down ? 1 << (16 + to - bit) : 1 << (to - bit));
+  return true;
+}
+
+constexpr EndPointLanes endPointLanes(int number) {
+  EndPointLanes lanes;
+  for (Step& step : lanes.steps)
+    for (uint8_t& byte : step.bytes) byte = 0x80;
+  if (number >= kModeCount) return lanes;  // reserved: all values are 0, and so are the pixels
+  const Bc6Mode& mode = kModes[number];
+  const Runs runs = parse(number);
+  const auto place = [&](Run run, int from, int count) {
+    const int lane = 4 * run.endPoint + run.channel, to = run.to + (from - run.from) + 16 - mode.bits;
+    const int helper = mode.regions == 1 ? lane + 8 : run.channel == 2 ? lane + 1 : lane;
+    for (int i = 0; i < kSteps; ++i)
+      for (const int at : {lane, helper})
+        if (placePiece(lanes.steps[i], at, from, count, to, i == kSteps - 1)) return true;
+    return false;
+  };
+  for (int i = 0; i < runs.count; ++i) {
+    const Run& run = runs.of[i];
+    if (run.channel == kShapeChannel) continue;
+    const int fit = std::min(run.count, 16 - run.from % 8);  // in two bytes
+    lanes.complete = lanes.complete && place(run, run.from, fit);
+    if (fit < run.count) lanes.complete = lanes.complete && place(run, run.from + fit, run.count - fit);
+  }
+  if (mode.transformed())
+    for (int e = 1; e < 2 * mode.regions; ++e)
+      for (int c = 0; c < 3; ++c) {
+        lanes.sign[4 * e + c] = uint16_t(1 << (16 - mode.bits + mode.deltaBits[c] - 1));
+        lanes.base[4 * e + c] = 0xFFFF;
+      }
+  lanes.half = uint16_t(0x8000 >> mode.bits);
+  lanes.most[0] = uint16_t(0xFFFF << (16 - mode.bits));
+  lanes.most[1] = uint16_t(lanes.most[0] >> 1 & lanes.most[0]);
+  return lanes;
+}
+// By the number of the mode; the last one is for all that are reserved.
+constexpr auto kEndPointLanes = []<size_t... number>(std::index_sequence<number...>) {
+  return std::array{endPointLanes(int(number))...};
+}(std::make_index_sequence<size_t(kModeCount) + 1>{});
+static_assert([] {
+  for (const EndPointLanes& lanes : kEndPointLanes)
+    if (!lanes.complete) return false;
+  return true;
+}());
+
+// All lanes of a vector from lane `at` on.
+template <class V>
+inline V gatherFields(U8x16 block, const EndPointLanes& lanes, int at) {
+  const simd::With<uint8_t, V> blocks = simd::repeatBlock<simd::With<uint8_t, V>>(block);
+  const auto masked = [&](const Step& step) {
+    const auto bytes = load<simd::With<uint8_t, V>>(step.bytes + 2 * at);
+    return as<V>(shuffleBytes(blocks, bytes)) & load<V>(step.mask + at);
+  };
+  const auto up = [&](const Step& step) { return masked(step) * load<V>(step.factor + at); };
+  const Step& down = lanes.steps[kSteps - 1];
+  static_assert(kSteps == 4);
+  return ((up(lanes.steps[0]) | up(lanes.steps[1])) | up(lanes.steps[2])) |
+         mulHi(masked(down), load<V>(down.factor + at));
+}
+
+// From fields to values of 16 bits; `first` holds the fields of end-point 0. Tells in `least` which signed ones are
+// the least of their mode, for that is below -32768 (but in the mode of 16 bits).
+template <bool kSigned, class V>
+inline V endPoints(V fields, U16x8 first, const EndPointLanes& lanes, int at, V& least) {
+  const auto twice = as<uint16_t>(simd::unpackLow(as<uint64_t>(first), as<uint64_t>(first)));
+  const V sign = load<V>(lanes.sign + at);
+  const V ends = (fields ^ sign) - sign + (simd::repeatBlock<V>(twice) & load<V>(lanes.base + at));
+  const V zero = as<V>(ends == V{});
+  if constexpr (!kSigned) return ((ends | lanes.half) | as<V>(ends == lanes.most[0])) & ~zero;
+  least = as<V>(ends == uint16_t(0x8000));
+  const V below = as<V>(as<int16_t>(ends) >> 15), magnitude = (ends ^ below) - below;
+  const V wide = ((magnitude | lanes.half) | as<V>(magnitude == lanes.most[1]) >> 1) & ~zero;
+  return (wide ^ below) - below;
+}
+
+// What goes to the 12 values of a row: its first four, middle four and last four in 32-bit lanes; for two rows.
+struct Spread {
+  uint8_t ends[3][16] = {};        // from the lanes of a region: the pair of a value's end-points
+  uint8_t weights[2][3][16] = {};  // [row] from 8 pairs of weights: the pair of a value's pixel
+  uint8_t regions[2][3][16] = {};  // [row] the same of masks of pixels
+  constexpr Spread() {
+    for (int part = 0; part < 3; ++part)
+      for (int i = 0; i < 16; ++i) {
+        const int value = 4 * part + i / 4;
+        ends[part][i] = uint8_t(i % 4 / 2 * 8 + value % 3 * 2 + i % 2);
+        for (int y = 0; y < 2; ++y) {
+          const int pixel = 4 * y + value / 3;
+          weights[y][part][i] = uint8_t(i % 2 ? 0x80 : 2 * pixel + i % 4 / 2);
+          regions[y][part][i] = uint8_t(2 * pixel);
+        }
+      }
   }
 };
-template <int kIndexBits>
-[[maybe_unused]] constexpr PaletteWeights<kIndexBits> kPaletteWeights;
+constexpr Spread kSpread;
+
+// A vector's blocks have two rows each: in image order where it has two blocks.
+template <int kBlocks = kAcross>
+inline auto halfOf(const PixelPairs& pairs, int half) {
+  if constexpr (kBlocks == 2) return simd::join(pairs.low, pairs.high);
+  else return half ? pairs.high : pairs.low;
+}
+
+// The rows of a vector's halves of a block, from end-points as signed numbers: those of unsigned blocks are 32768 less.
+template <bool kSigned, int kRegions>
+inline void ownInterpolate(const U16x8 (&ends)[kRegions], U8 weights, U8 regions, uint8_t* dst, ptrdiff_t dstStep) {
+  I16 pairs[kRegions][3];
+  for (int region = 0; region < kRegions; ++region)
+    for (int part = 0; part < 3; ++part)
+      pairs[region][part] =
+          as<I16>(shuffleBytes(simd::repeatBlock<U8>(as<uint8_t>(ends[region])), blockPattern(kSpread.ends[part])));
+  if constexpr (kRegions == 2)
+    for (int part = 0; part < 3; ++part) pairs[1][part] ^= pairs[0][part];
+
+  const auto values = [&](int y, int part) QELJ_INLINE_LAMBDA {
+    I16 of = pairs[0][part];
+    if constexpr (kRegions == 2)
+      of ^= pairs[1][part] & as<I16>(shuffleBytes(regions, blockPattern(kSpread.regions[y][part])));
+    const auto weight = as<I16>(shuffleBytes(weights, blockPattern(kSpread.weights[y][part])));
+    return (simd::mulAddPairs(of, weight) + (kSigned ? 32 : 32 + 64 * 32768)) >> 6;
+  };
+  // To the bit pattern of a half, as finish() says.
+  const auto finished = [](I32 a, I32 b) QELJ_INLINE_LAMBDA {
+    if constexpr (!kSigned) return mulHi(simd::packU16(a, b), all<U16>(31 << 10));
+    const I16 packed = simd::packI16(a, b), sign = packed >> 15;
+    return mulHi(as<U16>((packed ^ sign) - sign), all<U16>(31 << 11)) | as<U16>(packed & int16_t(-0x8000));
+  };
+  const U16 row0 = finished(values(0, 0), values(0, 1)), row1 = finished(values(1, 0), values(1, 1));
+  const U16 last = finished(values(0, 2), values(1, 2));
+  const auto put = [&](U16x8 first, U16x8 second, U16x8 rest, uint8_t* to) {
+    store(to, first), store(row(to, dstStep, 1), second);
+    simd::storeHalves(to + 16, row(to, dstStep, 1) + 16, rest);
+  };
+  if constexpr (kAcross == 2) {
+    put(simd::lower(row0), simd::lower(row1), simd::lower(last), dst);
+    put(simd::upper(row0), simd::upper(row1), simd::upper(last), row(dst, dstStep, 2));
+  } else {
+    put(row0, row1, last, dst);
+  }
+}
 
 template <bool kSigned, int kRegions>
-inline void ownDecodeVectors(const Bits& bits, const Bc6Mode& mode, const FieldValues& values, uint8_t* dst,
-                             ptrdiff_t dstStep) {
-  constexpr int kIndexBits = kRegions == 2 ? 3 : 4;
-  I32x4 ends[2 * kRegions];
-  for (int e = 0; e < 2 * kRegions; ++e) ends[e] = load<I32x4>(values.ends[e]);
-  if (mode.transformed()) {
-    // The last lane holds nothing, and does what its neighbour does.
-    const I32x4 unused = 32 - I32x4{mode.deltaBits[0], mode.deltaBits[1], mode.deltaBits[2], mode.deltaBits[2]};
-    for (int e = 1; e < 2 * kRegions; ++e)
-      ends[e] =
-          (ends[0] + (as<int32_t>(as<uint32_t>(ends[e]) << as<uint32_t>(unused)) >> unused)) & ((1 << mode.bits) - 1);
+inline void ownDecodeVectors(const uint8_t* src, int number, uint8_t* dst, ptrdiff_t dstStep) {
+  constexpr int kIndexBits = kRegions == 2 ? 3 : 4, kHalves = 2 / kAcross;
+  const EndPointLanes& lanes = kEndPointLanes[size_t(std::min(number, kModeCount))];
+  const Bits bits(src);
+  U16 fields[kHalves], least[kHalves];
+  for (int half = 0; half < kHalves; ++half) fields[half] = gatherFields<U16>(load<U8x16>(src), lanes, 8 * half);
+  const auto blockOf = [](const U16(&of)[kHalves], int half) {
+    if constexpr (kAcross == 2) return half ? simd::upper(of[0]) : simd::lower(of[0]);
+    else return of[half];
+  };
+
+  U16x8 ends[kRegions];
+  if constexpr (kRegions == 1) {
+    U16x8 leastOf;
+    const U16x8 both = blockOf(fields, 0) | blockOf(fields, 1);
+    ends[0] = endPoints<kSigned>(both, both, lanes, 0, leastOf);
+    least[0] = simd::repeatBlock<U16>(leastOf);
+  } else {
+    for (U16& of : fields) of |= as<U16>(as<U32>(of) >> 16 & blockLanes<U32>({0, 0xFFFF, 0, 0xFFFF}));
+    const U16x8 first = blockOf(fields, 0);
+    for (int half = 0; half < kHalves; ++half)
+      fields[half] = endPoints<kSigned>(fields[half], first, lanes, 8 * half, least[half]);
+    for (int region = 0; region < 2; ++region) ends[region] = blockOf(fields, region);
+    if constexpr (kSigned) least[0] |= least[kHalves - 1];
   }
-  for (I32x4& end : ends) {
-    if constexpr (kSigned) end = signExtend(end, mode.bits);
-    end = unquantise<kSigned>(end, mode.bits);
+  if constexpr (kSigned) {
+    const U16 used = blockLanes<U16>({0xFFFF, 0xFFFF, 0xFFFF, 0, 0xFFFF, 0xFFFF, 0xFFFF, 0});
+    if (lanes.half != 0 && !simd::isZero(least[0] & used))
+      return ownDecodeBlock<kSigned, kRegions>(bits, number, dst, dstStep);
+  } else {
+    for (U16x8& of : ends) of ^= uint16_t(0x8000);
   }
 
-  // 16 entries of four 16-bit lanes: the 16 of the one region, or 8 of each.
-  alignas(32) uint64_t palette[16];
-  for (int i = 0; i < 16; i += 2 * kAcross) {
-    const int region = kRegions == 2 ? i / 8 : 0;
-    const I32 a = simd::repeatBlock<I32>(ends[2 * region]), b = simd::repeatBlock<I32>(ends[2 * region + 1]);
-    const auto entries = [&](int j) {
-      return finish<kSigned>(interpolate(a, b, load<I32>(kPaletteWeights<kIndexBits>.of[i / (2 * kAcross)][j])));
-    };
-    store(palette + i, simd::packU16(entries(0), entries(1)));
-  }
-
-  const bc7::Shape& shape = bc7::shape<kRegions>(values.shape);
-  U8x16 entry = unpackIndices<kIndexBits, 0>(as<uint8_t>(simd::U64x2{unpackedIndices<kRegions>(bits, shape), 0}));
-  if constexpr (kRegions == 2) entry |= (load<U8x16>(shape.subsets) & uint8_t(1)) << 3;
-  uint8_t entries[16];
-  store(entries, entry);
-  for (int y = 0; y < 4; ++y) {
-    const auto at = [&](int x) { return palette[entries[4 * y + x]]; };
-    uint8_t* to = row(dst, dstStep, y);
-    store(to, at(0) | at(1) << 48);
-    store(to + 8, at(1) >> 16 | at(2) << 32);
-    store(to + 16, at(2) >> 32 | at(3) << 16);
-  }
+  const bc7::Shape& shape = bc7::shape<kRegions>(int(bits.at(kShapeAt, kShapeBits)));
+  const auto weights = weightPairs<kIndexBits>(unpackedIndices<kRegions>(bits, shape));
+  const U8x16 second = -(load<U8x16>(shape.subsets) & uint8_t(1));
+  const PixelPairs regions{simd::unpackLow(second, second), simd::unpackHigh(second, second)};
+  for (int half = 0; half < kHalves; ++half)
+    ownInterpolate<kSigned>(ends, halfOf(weights, half), halfOf(regions, half), row(dst, dstStep, 2 * half), dstStep);
 }
 
 // --- format ------------------------------------------------------------------------------------------------
@@ -280,23 +434,19 @@ inline void ownDecodeVectors(const Bits& bits, const Bc6Mode& mode, const FieldV
 template <bool kSigned>
 struct Bc6Decoder {
   static constexpr int kBlockBytes = 16, kPixelBytes = 6;
-  static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-    const int number = modeOf(src[0]);
-    if (number >= kModeCount) {
-      for (int y = 0; y < 4; ++y) std::memset(row(dst, dstStep, y), 0, 24);
-      return;
-    }
-    const Bits bits(src);
-    const Bc6Mode& mode = kModes[number];
-    const FieldValues values = kReadFields[size_t(number)](bits);
-    if (mode.regions == 2) decode<2>(bits, mode, values, dst, dstStep);
-    else decode<1>(bits, mode, values, dst, dstStep);
+  // Modes 10 to 13 have one region; the others, and what is reserved, are decoded with two.
+  static constexpr int kKinds = 2;
+  static constexpr int kindOf(uint8_t first) { return (first & 0x13) == 3 ? 0 : 1; }
+  template <int kKind>
+  static U8 isOfKind(U8 first) {
+    return as<U8>((first & uint8_t(0x13)) == 3) ^ uint8_t(-kKind);
   }
-  template <int kRegions>
-  static void decode(const Bits& bits, const Bc6Mode& mode, const FieldValues& values, uint8_t* dst,
-                     ptrdiff_t dstStep) {
-    if constexpr (simd::kEnabled) ownDecodeVectors<kSigned, kRegions>(bits, mode, values, dst, dstStep);
-    else ownDecodeBlock<kSigned, kRegions>(bits, mode, values, dst, dstStep);
+  template <int kKind>
+  static void ofKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
+    constexpr int kRegions = kKind + 1;
+    const int number = modeOf(src[0]);
+    if constexpr (simd::kShuffles) ownDecodeVectors<kSigned, kRegions>(src, number, dst, dstStep);
+    else ownDecodeBlock<kSigned, kRegions>(Bits(src), number, dst, dstStep);
   }
 };
 

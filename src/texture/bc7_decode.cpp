@@ -134,19 +134,6 @@ inline I16x8 unpackEndPoints(U8x16 block) {
   return as<I16x8>(values);
 }
 
-// The pairs 64 - w, w of pixels 0 to 7 and 8 to 15.
-struct WeightPairs {
-  U8x16 low, high;
-};
-template <int kBits>
-inline WeightPairs weightPairs(uint64_t indices) {
-  uint8_t table[16];
-  for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
-  const U8x16 w =
-      shuffleBytes(simd::blockPattern<U8x16>(table), unpackIndices<kBits, 0>(as<uint8_t>(simd::U64x2{indices, 0})));
-  return {simd::unpackLow(uint8_t(64) - w, w), simd::unpackHigh(uint8_t(64) - w, w)};
-}
-
 // Spreads what is known of a pixel over the 8 bytes r0 r1 g0 g1 b0 b1 a0 a1 of its interpolation. Vector `half` of a
 // step holds pixels 2 half and 2 half + 1 of a row in each 16 bytes, so that a pack of both gives whole rows.
 struct PixelSpread {
@@ -189,7 +176,7 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
   const U8 ends = simd::repeatBlock(simd::packU8(first, second)), ends2 = simd::repeatBlock(simd::packU8(third, third));
   const U8 offsets = simd::repeatBlock((load<U8x16>(fields.shape.subsets) & uint8_t(3)) * uint8_t(8));
 
-  WeightPairs colour = weightPairs<kOf.indexBits>(fields.indices), alpha = colour;
+  PixelPairs colour = weightPairs<kOf.indexBits>(fields.indices), alpha = colour;
   if constexpr (kOf.secondIndexBits != 0) {
     alpha = weightPairs<kOf.secondIndexBits>(fields.second);
     if (fields.exchanged) std::swap(colour, alpha);
@@ -197,7 +184,7 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
 
   for (int step = 0; step < 4 / kAcross; ++step) {
     const auto half = [&](int h) {
-      const auto weightsOf = [&](const WeightPairs& pairs, const uint8_t* spread) {
+      const auto weightsOf = [&](const PixelPairs& pairs, const uint8_t* spread) {
         return shuffleBytes(simd::repeatBlock(kAcross * step < 2 ? pairs.low : pairs.high), load<U8>(spread));
       };
       U8 weights;
@@ -215,7 +202,9 @@ inline void ownDecodeVectors(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep
       return mulHiRound(simd::mulAddBytes(pairs, as<simd::I8>(weights)), all<simd::I16>(512));
     };
     U8 pixels = simd::packU8(half(0), half(1));
-    if constexpr (kOf.rotationBits != 0) pixels = shuffleBytes(pixels, simd::blockPattern(kRotations[fields.rotation]));
+    // (A pattern put together in memory could not be read at once.)
+    if constexpr (kOf.rotationBits != 0)
+      pixels = shuffleBytes(pixels, simd::repeatBlock(load<U8x16>(kRotations[fields.rotation])));
     uint8_t* to = row(dst, dstStep, kAcross * step);
     if constexpr (kAcross == 1) {
       store(to, pixels);
@@ -236,26 +225,19 @@ void ownDecode(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
 
 struct Bc7Decoder {
   static constexpr int kBlockBytes = 16, kPixelBytes = 4;
-  static void block(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
-    switch (std::countr_zero(unsigned(src[0]))) {
-      case 0:
-        return ownDecode<0>(src, dst, dstStep);
-      case 1:
-        return ownDecode<1>(src, dst, dstStep);
-      case 2:
-        return ownDecode<2>(src, dst, dstStep);
-      case 3:
-        return ownDecode<3>(src, dst, dstStep);
-      case 4:
-        return ownDecode<4>(src, dst, dstStep);
-      case 5:
-        return ownDecode<5>(src, dst, dstStep);
-      case 6:
-        return ownDecode<6>(src, dst, dstStep);
-      case 7:
-        return ownDecode<7>(src, dst, dstStep);
-      default:  // reserved: transparent black
-        for (int y = 0; y < 4; ++y) std::memset(row(dst, dstStep, y), 0, 16);
+  // The modes, and what is reserved: transparent black.
+  static constexpr int kKinds = 9;
+  static constexpr int kindOf(uint8_t first) { return std::countr_zero(first | 256u); }
+  template <int kKind>
+  static U8 isOfKind(U8 first) {
+    return as<U8>((first & -first) == uint8_t(1 << kKind));
+  }
+  template <int kKind>
+  static void ofKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
+    if constexpr (kKind < 8) {
+      ownDecode<kKind>(src, dst, dstStep);
+    } else {
+      for (int y = 0; y < 4; ++y) std::memset(row(dst, dstStep, y), 0, 16);
     }
   }
 };

@@ -3,6 +3,7 @@
 #define QELJ_TEXTURE_DECODE_WALK_H
 
 #include <algorithm>
+#include <bit>
 
 #include "frame/arith.h"
 #include "frame/check.h"
@@ -16,10 +17,46 @@ namespace qelj::texture {
 // and may have a faster form for blocks side by side:
 //   kGroup                     how many
 //   group(src, dst, dstStep)   writes the 4 rows of kGroup blocks
+// or has, instead of block(), one for each kind of block:
+//   kKinds, kindOf(first)              how many kinds; the one that a block's first byte tells
+//   isOfKind<kKind>(first)             whether it does, for a vector of them: a mask
+//   ofKind<kKind>(src, dst, dstStep)   writes a block of this kind
 // clang-format off
 template <class Format>
 concept GroupDecoder = requires { Format::kGroup; } && simd::kShuffles;
+template <class Format>
+concept KindDecoder = requires { Format::kKinds; };
 // clang-format on
+
+template <class Format>
+void decodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
+  if constexpr (KindDecoder<Format>)
+    withConstant<0, Format::kKinds - 1>(Format::kindOf(src[0]),
+                                        [&](auto kind) { Format::template ofKind<kind>(src, dst, dstStep); });
+  else Format::block(src, dst, dstStep);
+}
+
+// Blocks side by side, those of one kind behind one another: nothing tells which kind comes next, and a processor that
+// guesses wrong loses the time of a block.
+template <class Format>
+void decodeByKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep, ptrdiff_t count) {
+  constexpr ptrdiff_t kMost = 64, kBlock = Format::kBlockBytes, kRowBytes = 4 * Format::kPixelBytes;
+  for (ptrdiff_t first = 0; first < count; first += kMost, src += kMost * kBlock, dst += kMost * kRowBytes) {
+    const ptrdiff_t some = std::min(kMost, count - first);
+    uint8_t firstBytes[kMost];
+    for (ptrdiff_t i = 0; i < kMost; ++i) firstBytes[i] = src[std::min(i, some - 1) * kBlock];
+    simd::unroll<Format::kKinds>([&](auto kind) {
+      uint64_t members = 0;
+      for (int i = 0; i < kMost; i += simd::kBytes)
+        members |= uint64_t(simd::topBits(Format::template isOfKind<kind>(load<simd::U8>(firstBytes + i)))) << i;
+      members &= ~uint64_t(0) >> (kMost - some);
+      for (; members; members &= members - 1) {
+        const int i = std::countr_zero(members);
+        Format::template ofKind<kind>(src + i * kBlock, dst + i * kRowBytes, dstStep);
+      }
+    });
+  }
+}
 
 // Blocks lie in raster order. One that lies inside the image is decoded in place; one that crosses the right
 // or bottom edge goes through a buffer, from which the covered pixels are copied.
@@ -37,11 +74,16 @@ QelStatus decodeBlocks(const void* source, void* destination, int32_t dstStep, Q
       if constexpr (GroupDecoder<Format>)
         for (; x + 4 * Format::kGroup <= width; x += 4 * Format::kGroup, src += Format::kGroup * Format::kBlockBytes)
           Format::group(src, dst + x * kPixel, step);
-      for (; x + 4 <= width; x += 4, src += Format::kBlockBytes) Format::block(src, dst + x * kPixel, step);
+      if constexpr (KindDecoder<Format> && simd::kShuffles) {
+        const ptrdiff_t count = width / 4;
+        decodeByKind<Format>(src, dst, step, count);
+        x += 4 * count, src += count * Format::kBlockBytes;
+      }
+      for (; x + 4 <= width; x += 4, src += Format::kBlockBytes) decodeBlock<Format>(src, dst + x * kPixel, step);
     }
     for (; x < width; x += 4, src += Format::kBlockBytes) {
       uint8_t pixels[16 * kPixel];
-      Format::block(src, pixels, 4 * kPixel);
+      decodeBlock<Format>(src, pixels, 4 * kPixel);
       const auto bytes = size_t(std::min<ptrdiff_t>(4, width - x) * kPixel);
       for (ptrdiff_t r = 0; r < rows; ++r) std::memcpy(row(dst, step, r) + x * kPixel, pixels + r * 4 * kPixel, bytes);
     }

@@ -98,11 +98,26 @@ inline U32 colourPalettes(U8 blocks, uint16_t alpha) {
   return as<U32>(simd::packU8(as<I16>(ends), as<I16>(mixed)));
 }
 
-// The pixels of row y are pickLanes(palette, selectors >> 8 * y).
-inline U32 colourSelectors(U8 blocks) {
-  const auto indices = as<U32>(shuffleBytes(blocks, blockPattern({4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7})));
-  return indices >> blockLanes<U32>({0, 2, 4, 6});
-}
+// The pixels of a row of each block, as its indices pick them from the palettes: by lanes, or, where a processor can't
+// pick them, by bytes.
+struct PixelPicker {
+  static constexpr bool kLanes = simd::kBytes > 16;
+  U32 palettes, selectors;
+
+  PixelPicker(U8 blocks, U32 of) : palettes(of) {
+    if constexpr (kLanes)
+      selectors = as<U32>(shuffleBytes(blocks, blockPattern({4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7}))) >>
+                  blockLanes<U32>({0, 2, 4, 6});
+    else selectors = as<U32>(as<U16>(unpackIndices<2, 4>(blocks)) << 2);
+  }
+  U8 rowOf(int y) const {
+    if constexpr (kLanes) return as<U8>(simd::pickLanes(palettes, selectors >> uint32_t(8 * y)));
+    const auto i = uint8_t(4 * y), i1 = uint8_t(i + 1), i2 = uint8_t(i + 2), i3 = uint8_t(i + 3);
+    const U8 first =
+        shuffleBytes(as<U8>(selectors), blockPattern({i, i, i, i, i1, i1, i1, i1, i2, i2, i2, i2, i3, i3, i3, i3}));
+    return shuffleBytes(as<U8>(palettes), first + blockPattern({0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3}));
+  }
+};
 
 // The 16 values of each ramp block. The weights of end value 1 stand beside those of end value 0; an end
 // value itself comes out of the division as it went in.
@@ -143,9 +158,8 @@ struct Dxt1Decoder {
   }
   static void group(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
     const U8 blocks = loadBlocks(src, kBlockBytes);
-    const auto palettes = colourPalettes<Colours::kFourOrThree>(blocks, 255);
-    const auto selectors = colourSelectors(blocks);
-    for (int y = 0; y < 4; ++y) store(row(dst, dstStep, y), simd::pickLanes(palettes, selectors >> uint32_t(8 * y)));
+    const PixelPicker pixels(blocks, colourPalettes<Colours::kFourOrThree>(blocks, 255));
+    for (int y = 0; y < 4; ++y) store(row(dst, dstStep, y), pixels.rowOf(y));
   }
 };
 
@@ -159,14 +173,13 @@ struct ColourAndAlphaDecoder {
   }
   static void group(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
     const U8 colours = loadBlocks(src + 8, kBlockBytes);
-    const auto palettes = colourPalettes<Colours::kFour>(colours, 0);
-    const auto selectors = colourSelectors(colours);
+    const PixelPicker pixels(colours, colourPalettes<Colours::kFour>(colours, 0));
     const U8 alphas = Alpha::values(loadBlocks(src, kBlockBytes));
     for (uint8_t y = 0; y < 4; ++y) {
       const auto i = uint8_t(4 * y), i1 = uint8_t(i + 1), i2 = uint8_t(i + 2), i3 = uint8_t(i + 3);
       const U8 alpha = shuffleBytes(
           alphas, blockPattern({128, 128, 128, i, 128, 128, 128, i1, 128, 128, 128, i2, 128, 128, 128, i3}));
-      store(row(dst, dstStep, y), as<U8>(simd::pickLanes(palettes, selectors >> uint32_t(8 * y))) | alpha);
+      store(row(dst, dstStep, y), pixels.rowOf(y) | alpha);
     }
   }
 };

@@ -4,6 +4,7 @@
 
 #include "frame/arith.h"
 #include "frame/lanes.h"
+#include "texture/bc7_tables.h"
 
 namespace qelj::texture {
 
@@ -14,6 +15,13 @@ template <int kBits>
 constexpr uint64_t insertAnchorBit(uint64_t indices, int anchor) {
   const uint64_t above = ~uint64_t(0) << (kBits * anchor + kBits - 1);
   return indices + (indices & above);  // adding the upper part to itself moves it up by one
+}
+
+// The inverse.
+template <int kBits>
+constexpr uint64_t removeAnchorBit(uint64_t indices, int anchor) {
+  const uint64_t below = (uint64_t(1) << (kBits * anchor + kBits - 1)) - 1;
+  return (indices & below) | (indices >> 1 & ~below);
 }
 
 template <int kBits>
@@ -52,7 +60,21 @@ inline V unpackIndices(V blocks) {
   return simd::packU8(half(0), half(1));
 }
 
-// The inverse: 16 bytes below 2^kBits of every block as one number in the low 16 * kBits bits of the block.
+// Two bytes a pixel, of pixels 0 to 7 and 8 to 15.
+struct PixelPairs {
+  simd::U8x16 low, high;
+};
+// The interpolation weights 64 - w, w of end-points 0 and 1 (BC6, BC7).
+template <int kBits>
+inline PixelPairs weightPairs(uint64_t indices) {
+  uint8_t table[16];
+  for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
+  const simd::U8x16 w = simd::shuffleBytes(simd::blockPattern<simd::U8x16>(table),
+                                           unpackIndices<kBits, 0>(as<uint8_t>(simd::U64x2{indices, 0})));
+  return {simd::unpackLow(uint8_t(64) - w, w), simd::unpackHigh(uint8_t(64) - w, w)};
+}
+
+// The inverse of unpackIndices: 16 bytes below 2^kBits of every block as one number in the low 16 * kBits bits of the block.
 template <int kBits, class V>
 inline simd::With<uint64_t, V> packIndices(V indices) {
   using Q = simd::With<uint64_t, V>;
