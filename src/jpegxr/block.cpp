@@ -28,15 +28,13 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowBits low, Bit
     return s;
 
   UnitWriter bits(stream);
-  const auto value = [=](uint32_t position) -> int32_t {
-    return at(row(src, srcStep, kRow[position]), kColumn[position]);
-  };
-  const uint32_t places = significantPlaces<kFlex>(scan, modelBits, trimBits, residual, value,
-                                                   [=] { return Coefficients::of(src, srcStep); });
+  int32_t values[kPlaces];
+  byPosition(src, srcStep, values);
+  const uint32_t places = significantPlaces<kFlex>(scan, modelBits, trimBits, residual, values);
   int32_t pairs[2 * kPlaces], count = 0;
   walkSignificant(scan, places, [&](int32_t run, uint32_t position) {
     pairs[2 * count] = run;
-    pairs[2 * count + 1] = levelOf(value(position), low.modelBits);
+    pairs[2 * count + 1] = levelOf(values[position], low.modelBits);
     ++count;
   });
   ownEncodePairs<kBlock>(bits, *state, pairs, count, chroma).finish();
