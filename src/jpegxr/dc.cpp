@@ -18,7 +18,7 @@ QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, i
   return qelStatusOk;
 }
 
-constexpr int32_t signedLevel(uint32_t level, uint32_t negative) { return int32_t(negative ? 0u - level : level); }
+constexpr int32_t signedLevel(uint32_t level, uint32_t negative) { return signedBy(level, 0u - negative); }
 
 QelStatus checkDecoder(const BitStream<const uint8_t>& stream, const int32_t* dst, const int32_t* count,
                        const VLCState* state) {

@@ -175,12 +175,14 @@ QelStatus qeliVLCScan4x4DC_JPEGXR_32s(const int32_t* src, uint32_t modelBits, ui
       s)
     return s;
   ScanEntry* const scan = state->currentScan = state->scanTable2;
-  const uint32_t places = modelBits ? significantPlaces<true>(scan, modelBits, 0, residual, src)
-                                    : significantPlaces<false>(scan, 0, 0, residual, src);
+  int32_t levels[kPlaces];
+  std::memcpy(levels, src, sizeof levels);
+  const uint32_t places = modelBits ? significantPlaces<true>(scan, modelBits, 0, residual, levels)
+                                    : significantPlaces<false>(scan, 0, 0, residual, levels);
   int32_t pairs = 0;
   walkSignificant(scan, places, [&](int32_t run, uint32_t position) {
     put(runLevel, 2 * pairs, run);
-    put(runLevel, 2 * pairs + 1, levelOf(at(src, position), modelBits));
+    put(runLevel, 2 * pairs + 1, levels[position]);
     ++pairs;
   });
   *pairCount = pairs;

@@ -95,9 +95,14 @@ template <class V>
 constexpr With<uint32_t, V> magnitude(V v) {
   return as<uint32_t>(absWrap(v));
 }
-constexpr int32_t levelOf(int32_t v, uint32_t modelBits) {
-  const uint32_t level = magnitude(v) >> modelBits;
-  return int32_t(v < 0 ? 0u - level : level);
+// The number of this magnitude and of the sign of -1 or 0, without a branch, which would be a toss of a coin.
+template <class U>
+constexpr With<int32_t, U> signedBy(U magnitude, U sign) {
+  return as<int32_t>((magnitude ^ sign) - sign);
+}
+template <class V>
+constexpr V levelOf(V v, uint32_t modelBits) {
+  return signedBy(magnitude(v) >> modelBits, as<uint32_t>(shr(v, 31)));
 }
 
 // The bits split off, less `trimBits` of them, as the fixed-length layer codes them: the lowest bit says that
@@ -127,25 +132,28 @@ inline void byPosition(const T* block, ptrdiff_t step, int32_t (&to)[kPlaces]) {
 
 // The significant places of a scan, place k in bit k, and the residuals if they are asked for. Place 0 is the
 // DC's and stays out. A walk along the scan may move an entry that it has passed, never one to come, so that
-// the order in force at each visit is that of before the walk.
+// the order in force at each visit is that of before the walk. The coefficients come in the order of their
+// positions and become levels.
 template <bool kResidual>
 inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uint32_t trimBits, uint32_t* residual,
-                                  const int32_t* coefficients) {
+                                  int32_t (&coefficients)[kPlaces]) {
   uint32_t places = 0;
   if constexpr (!simd::kEnabled) {
     for (int k = 1; k < kPlaces; ++k) {
       const uint32_t position = inBlock(scan[k].position);
-      const int32_t v = at(coefficients, position);
+      const int32_t v = coefficients[position];
       places |= uint32_t(magnitude(v) >> modelBits != 0) << k;
       if constexpr (kResidual) put(residual, position, residualOf(v, modelBits, trimBits));
     }
+    for (int32_t& v : coefficients) v = levelOf(v, modelBits);
     return places;
   } else {
     using simd::I32x4, simd::U32x4, simd::U8x16;
     I32x4 significant[4];
     for (int i = 0; i < 4; ++i) {
-      const auto quad = load<I32x4>(offset(coefficients, 4 * i));
-      significant[i] = magnitude(quad) >> modelBits != U32x4{};
+      const auto quad = load<I32x4>(coefficients + 4 * i), level = levelOf(quad, modelBits);
+      store(coefficients + 4 * i, level);
+      significant[i] = level != I32x4{};
       if constexpr (kResidual) {
         const U32x4 r = residualOf(quad, modelBits, trimBits);
         if (i) store(offset(residual, 4 * i), r);

@@ -199,8 +199,9 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
     bits.skip(look.length);
     return int(look.value);
   };
-  const auto takeLevel = [&](int context) {
-    const Look look = levels.looks(context)[bits.peek(kDirectBits)];
+  // Whether a level is sent is tossed as well: 1 is looked up too.
+  const auto takeLevel = [&](bool sent, int context) {
+    const Look& look = levels.looks(context)[sent ? bits.peek(kDirectBits) : 1u << kDirectBits];
     levels.count(look, context);
     bits.skip(look.length);
     if (look.value) [[likely]] return look.value;
@@ -215,10 +216,10 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
   // Index, sign, level and run take up to 24 bits, but for an escape, which refills.
   const Look& look = looksOf<LongIndices>(state.decodeTable2[first])[bits.peek(kDirectBits)];
   adapt(state, first, look.deltas);
-  uint32_t negative, level = 1;
+  uint32_t negative;
   int symbol = takeIndex(look, negative);
   int then = symbol >> 2, context = symbol & then & 1, place = kind.firstPlace;
-  if (symbol & 2) level = takeLevel(context);
+  uint32_t level = takeLevel(symbol & 2, context);
   if (!(symbol & 1)) place += takeRun(kind.firstRow ? 5 : kRuns - 1);
 
   const auto takeRest = [&] {
@@ -239,8 +240,7 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
       symbol = takeIndex(following, negative);
       then = symbol >> 1;
       context &= then;
-      level = 1;
-      if (symbol & 1) level = takeLevel(context);
+      level = takeLevel(symbol & 1, context);
     }
   };
   const int count = takeRest();

@@ -269,15 +269,15 @@ constexpr auto makeEncodeTable(int t) {
 }
 
 // Decoding: of an index with its sign, whose bit is the last of its length, by the next kFirstBits or kDirectBits; of a
-// level with the bits behind its code by the next kDirectBits, 0 standing for an escape; of a run by room and the next
-// kRunBits.
+// level with the bits behind its code by the next kDirectBits, 0 standing for an escape, and of the level 1, which has no
+// code, behind all others; of a run by room and the next kRunBits.
 inline constexpr int kRunBits = 7;
 struct RunLook {
   uint8_t run, length;
 };
 using ShortIndices = WithLooks<DecodeTable, Look, 1 << kFirstBits>;
 using LongIndices = WithLooks<DirectTable, Look, 1 << kDirectBits>;
-using Levels = WithLooks<DirectTable, Look, 1 << kDirectBits>;
+using Levels = WithLooks<DirectTable, Look, (1 << kDirectBits) + 1>;
 using Runs = WithLooks<DecodeTable, RunLook, kRuns << kRunBits>;
 
 // The symbol that the next `count` bits begin with, and the bits behind its code.
@@ -335,6 +335,7 @@ constexpr auto makeLongTable(int t) {
     return LongIndices{direct, makeIndices<symbols, 1 << kDirectBits>(t, kDirectBits)};
   } else if constexpr (symbols == 7) {
     Levels table{direct, {}};
+    table.looks.back() = {1, 0, 0};
     for (uint32_t bits = 0; bits < 1 << kDirectBits; ++bits) {
       const Found found = find<symbols>(t, bits, kDirectBits);
       Look& look = table.looks[bits];
