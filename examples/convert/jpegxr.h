@@ -29,10 +29,12 @@ inline int32_t centreOf(Depth depth) { return depth == Depth::half ? 0 : 1 << (b
 inline constexpr int kMaxPlanes = 4;
 inline constexpr int kFractionalBits = 3;  // of samples on their way to quantisers
 
-// The blocks of a macroblock's plane.
+// The blocks of a macroblock's plane: two or four in either direction.
 struct Grid {
   int32_t across, down;
   int32_t count() const { return across * down; }
+  int32_t row(int place) const { return place >> across / 2; }
+  int32_t column(int place) const { return place & (across - 1); }
 };
 
 // The picture, or its alpha.
@@ -94,7 +96,7 @@ inline constexpr uint8_t kPlace[16] = {0, 2, 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13
 inline constexpr uint8_t kBlocks[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
 inline int blockAt(Grid grid, int i) { return grid.across == 4 ? kBlocks[i] : i; }
 
-// Rows of a plane, of which the last ones are kept: those of four macroblock rows.
+// Rows of a plane, of which the last ones are kept: those of four macroblock rows. Those of one lie one behind another.
 class Rows {
  public:
   Rows(int32_t width, int32_t perMacroblock)
@@ -117,9 +119,15 @@ struct Plane {
       : grid(grid_),
         samples(4 * grid.across * header.across(), 4 * grid.down),
         low(grid.across * header.across(), grid.down) {}
-  // The first sample of a block of macroblock (x, y).
+  // The first sample of a block of macroblock (x, y), and the DC of its first one.
   int32_t* block(int32_t x, int32_t y, int b) {
-    return samples[4 * (grid.down * y + b / grid.across)] + 4 * (grid.across * x + b % grid.across);
+    return samples[4 * grid.down * y] + 4 * grid.across * x + 4 * (grid.row(b) * samples.width() + grid.column(b));
+  }
+  int32_t* lowOf(int32_t x, int32_t y) { return low[grid.down * y] + grid.across * x; }
+  // Where of these a value of the standard's order lies.
+  int32_t lowPlace(int k) const {
+    const int place = grid.across == 4 ? kPlace[k] : k;
+    return grid.row(place) * low.width() + grid.column(place);
   }
 };
 
@@ -128,12 +136,18 @@ using Low = int32_t[kMaxPlanes][16];
 
 // --- steps of transforms -----------------------------------------------------------------------------------
 
-// Arithmetic shifts of sums that wrap, as a damaged stream can have any coefficients: one, or eight at a time.
-inline constexpr int kLanes = 8;
+// Arithmetic shifts of sums that wrap, as a damaged stream can have any coefficients: one, or four at a time, as many as
+// any processor's vectors hold.
+inline constexpr int kLanes = 4;
 using Lanes = uint32_t __attribute__((vector_size(4 * kLanes)));
 using SignedLanes = int32_t __attribute__((vector_size(4 * kLanes)));
 inline uint32_t sar(uint32_t v, int n) { return uint32_t(int32_t(v) >> n); }
 inline Lanes sar(Lanes v, int n) { return Lanes(SignedLanes(v) >> n); }
+inline Lanes lanesAt(const void* p) {
+  Lanes v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
 
 // The Hadamard transform of two by two; its own inverse.
 template <class T>
@@ -368,6 +382,7 @@ struct Alphabet {
   uint8_t code[2][9], length[2][9];
   int8_t delta[9];
 };
+inline constexpr int kLongestCode = 7;
 inline constexpr Alphabet kPatternCount = {
     5, {{1, 1, 1, 0, 1}, {1, 0, 1, 2, 3}}, {{1, 2, 3, 4, 4}, {1, 3, 3, 3, 3}}, {0, -1, 0, 1, 1}};
 inline constexpr Alphabet kBlockPattern = {9,
@@ -480,22 +495,20 @@ struct Adaptation {
 // columns; forwards for a decoder with sign 1, backwards for an encoder with sign -1, so that what is taken off is
 // still whole.
 inline void predictHighBlocks(Plane& plane, int32_t x, int32_t y, Predict how, int sign) {
-  struct Place {
-    uint8_t row, column;
-  };
-  static constexpr Place kLeft[3] = {{0, 1}, {0, 2}, {1, 3}}, kTop[3] = {{1, 0}, {2, 0}, {3, 1}};
   if (how != Predict::left && how != Predict::top) return;
   const bool left = how == Predict::left;
-  const int width = plane.samples.width();
-  const auto predict = [&](int b) {
-    if (left ? b % plane.grid.across == 0 : b < plane.grid.across) return;
+  const ptrdiff_t width = plane.samples.width(), back = left ? 4 : 4 * width;
+  const ptrdiff_t places[3] = {left ? 1 : width, left ? 2 : 2 * width, left ? width + 3 : 3 * width + 1};
+  const Grid grid = plane.grid;
+  for (int i = 0; i < grid.count(); ++i) {
+    const int b = sign > 0 ? i : grid.count() - 1 - i;
+    if ((left ? grid.column(b) : grid.row(b)) == 0) continue;
     int32_t* const block = plane.block(x, y, b);
-    for (const Place& place : left ? kLeft : kTop) {
-      int32_t* const at = block + place.row * width + place.column;
-      *at = plus(*at, int64_t(sign) * at[-(left ? 4 : 4 * width)]);
+    for (const ptrdiff_t place : places) {
+      const auto from = uint32_t(block[place - back]);
+      block[place] = int32_t(uint32_t(block[place]) + (sign > 0 ? from : 0u - from));
     }
-  };
-  for (int b = 0; b < plane.grid.count(); ++b) predict(sign > 0 ? b : plane.grid.count() - 1 - b);
+  }
 }
 
 // More than a macroblock can take from any stream, damaged ones included, or give to one: 64 blocks and their plain

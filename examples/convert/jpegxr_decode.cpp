@@ -326,12 +326,9 @@ class PlaneDecoder {
   void putLow(const Low& low, int32_t column, int32_t row) {
     for (int p = 0; p < plane_.planes(); ++p) {
       Plane& plane = planes_[size_t(p)];
-      for (int k = 0; k < plane.grid.count(); ++k) {
-        const int place = plane.grid.across == 4 ? kPlace[k] : k;
-        plane.low[row * plane.grid.down + place / plane.grid.across]
-                 [plane.grid.across * column + place % plane.grid.across] =
-            int32_t(uint32_t(low[p][k]) * uint32_t(steps_[p][k ? kLP : kDC]));
-      }
+      int32_t* const to = plane.lowOf(column, row);
+      for (int k = 0; k < plane.grid.count(); ++k)
+        to[plane.lowPlace(k)] = int32_t(uint32_t(low[p][k]) * uint32_t(steps_[p][k ? kLP : kDC]));
     }
   }
 
@@ -424,14 +421,16 @@ class Store {
       // Loops of one kind of work each, which compilers turn into vectors: four bytes at a time, of which the last is
       // the next pixel's.
       const int shift = plane.fraction();
+      const int32_t width = image_.width;
       const auto sample = [=](uint32_t value) { return uint32_t(std::clamp(int32_t(value) >> shift, 0, 255)); };
-      pixels_.resize(size_t(image_.width));
-      for (int32_t x = 0; x < image_.width; ++x) {
+      pixels_.resize(size_t(width));
+      uint32_t* const pixels = pixels_.data();
+      for (int32_t x = 0; x < width; ++x) {
         const auto [red, green, blue] = rgb(x);
-        pixels_[size_t(x)] = sample(red) | sample(green) << 8 | sample(blue) << 16;
+        pixels[x] = sample(red) | sample(green) << 8 | sample(blue) << 16;
       }
-      for (int32_t x = 0; x + 1 < image_.width; ++x) std::memcpy(to + 3 * x, &pixels_[size_t(x)], 4);
-      std::memcpy(to + 3 * (image_.width - 1), &pixels_[size_t(image_.width - 1)], 3);
+      for (int32_t x = 0; x + 1 < width; ++x) std::memcpy(to + 3 * x, pixels + x, 4);
+      std::memcpy(to + 3 * (width - 1), pixels + width - 1, 3);
       return;
     }
     for (int32_t x = 0; x < image_.width; ++x) {
