@@ -146,16 +146,17 @@ class Load {
         }
         break;
       default:
-        if (image_.bits == 8)
-          rotate([=](int32_t x, int c) { return int32_t(from[3 * x + c]) << shift; }, image_.width, centre, to);
-        else rotate([=](int32_t x, int c) { return value(x, size_t(c)); }, image_.width, centre, to);
+        if (image_.bits == 8) rotate([=](int32_t x, int c) { return int32_t(from[3 * x + c]); }, to);
+        else rotate([=, this](int32_t x, int c) { return sample(from, size_t(x) * n + size_t(c)); }, to);
     }
   }
 
   // Some pixels at a time, in loops of one kind of work each, which compilers turn into vectors.
   template <class Value>
-  static void rotate(Value&& value, int32_t width, int32_t centre, int32_t* const (&to)[kMaxPlanes]) {
+  void rotate(Value&& value, int32_t* const (&to)[kMaxPlanes]) const {
     constexpr int32_t kSome = 256;
+    const int shift = header_.main.fraction();
+    const int32_t width = image_.width, centre = centreOf(header_.depth) << shift;
     int32_t colours[3][kSome];
     for (int32_t first = 0; first < width; first += kSome) {
       const int32_t n = std::min(width - first, kSome);
@@ -163,7 +164,8 @@ class Load {
         for (int c = 0; c < 3; ++c) colours[c][x] = value(first + x, c);
       int32_t *const luma = to[0] + first, *const u = to[1] + first, *const v = to[2] + first;
       for (int32_t x = 0; x < n; ++x) {
-        const int32_t red = colours[0][x], green = colours[1][x], other = colours[2][x] - red;
+        const int32_t red = colours[0][x] << shift, green = colours[1][x] << shift;
+        const int32_t other = (colours[2][x] << shift) - red;
         const int32_t difference = green - red - ((other + 1) >> 1);
         luma[x] = green + (-difference >> 1) - centre;
         u[x] = difference;

@@ -30,7 +30,7 @@ void rotateOddOdd(T& a, T& b, T& c, T& d, Filter filter) {
 }
 
 template <class T>
-void scale(T& a, T& d, Filter filter) {
+[[gnu::always_inline]] inline void scale(T& a, T& d, Filter filter) {
   const auto part = [](T v) { return sar(triple(v), 4) + sar(v, 7) - sar(v, 10); };
   if (filter == Filter::post) {
     a += d;
@@ -47,7 +47,7 @@ void scale(T& a, T& d, Filter filter) {
 
 // The last butterflies of the inverse, with the other half of the scaling.
 template <class T>
-void unfold(T& a, T& b, T& c, T& d, Filter filter) {
+[[gnu::always_inline]] inline void unfold(T& a, T& b, T& c, T& d, Filter filter) {
   if (filter == Filter::post) {
     b -= c;
     a += sar(triple(d) + 4, 3);

@@ -85,6 +85,8 @@ class UnitReader {
     count_ |= 56;
   }
 
+  // Whether any of the first bits is 1 that are 0 in `mask`, which has 1 behind them.
+  bool exceeds(uint64_t mask) const { return held_ > mask; }
   // The next `count` bits, 1 to 32; held bits have to suffice for peek, skip and take.
   uint32_t peek(int count) const { return uint32_t(held_ >> (64 - count)); }
   void skip(int count) {

@@ -27,7 +27,6 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowBits low, Bit
       s)
     return s;
 
-  UnitWriter bits(stream);
   int32_t levels[kPlaces];
   byPosition(src, srcStep, levels);
   const uint32_t places = significantPlaces<kFlex>(scan, modelBits, trimBits, residual, levels);
@@ -37,7 +36,7 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowBits low, Bit
     pairs[2 * count + 1] = levels[position];
     ++count;
   });
-  ownEncodePairs<kBlock>(bits, *state, pairs, count, chroma).finish();
+  ownEncodePairs<kBlock>(stream, *state, pairs, count, chroma);
   *pairCount = count;
   return qelStatusOk;
 }

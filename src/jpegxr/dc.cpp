@@ -13,8 +13,7 @@ QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, i
   // *stream.bytes is not tested: while the bits fit the buffer, nobody asks for it.
   if (auto s = nonNull(state, pairs, stream.bytes, stream.bitBuffer, stream.bitCount); s) return s;
   if (auto s = check(bitsHeld(*stream.bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
-  UnitWriter bits(stream);
-  ownEncodePairs<kind>(bits, *state, pairs, pairCount, chroma).finish();
+  ownEncodePairs<kind>(stream, *state, pairs, pairCount, chroma);
   return qelStatusOk;
 }
 

@@ -61,14 +61,18 @@ inline void ownDecodeFields(UnitReader& bits, T* srcDst, ptrdiff_t step, int n, 
   forEachField([&](int place, int position) {
     T* const line = row(srcDst, step, kRow[position]);
     const int column = kColumn[position];
-    if (place % 3 == 0) bits.refill();  // a field takes 16 bits at most
+    // 56 bits are 18 fields with a sign, or 8, or 3.
+    if (n > 6 ? place % 3 == 0 : n > 2 && place == 8) bits.refill();
     // Without branches: a field of 0 adds 0. A sample that is replaced counts as 0 where it is.
     const uint32_t w = bits.peek(n + 1), m = w >> 1;
     const T old = at(line, column), v = kRefine || !m ? old : T(0);
     const bool hasSign = kRefine ? v == 0 : true;
     const uint32_t sign = 0u - (hasSign ? w & 1 : uint32_t(v < 0));
     put(line, column, T(uint32_t(v) + ((m * scale ^ sign) - sign)));  // wraps
-    bits.skip(n + int(hasSign && m));
+    // The next field waits for nothing but one comparison.
+    const bool isSigned = bits.exceeds(hasSign ? ~uint64_t(0) >> n : ~uint64_t(0));
+    bits.skip(n);
+    bits.skip(isSigned);
   });
 }
 

@@ -110,9 +110,10 @@ inline void appendEscape(UnitWriter& bits, const int32_t* codes, uint32_t size) 
 // Codes `count` pairs (run, level). A list that doesn't fit its block gives a stream that no decoder follows,
 // but nothing is written elsewhere.
 template <const BlockKind& kind>
-inline UnitWriter ownEncodePairs(UnitWriter bits, VLCState& state, const int32_t* pairs, int32_t count,
-                                 int32_t chroma) {
-  if (count < 1) return bits;
+inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, const int32_t* pairs, int32_t count,
+                           int32_t chroma) {
+  UnitWriter bits(stream);
+  if (count < 1) return bits.finish();
   const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
   const Look* const runs = looksOf<RunCodes>(state.codeTable[kRunClass]);
   Class<LevelCodes> levels(kind.level, state.codeTable[kind.level], state.codeTable[kind.level + 1]);
@@ -169,7 +170,7 @@ inline UnitWriter ownEncodePairs(UnitWriter bits, VLCState& state, const int32_t
     indices.adapt(state);
   }
   levels.adapt(state);
-  return bits;
+  bits.finish();
 }
 
 // --- decoder -----------------------------------------------------------------------------------------------
