@@ -42,24 +42,23 @@ inline void adapt(VLCState& state, int entry, int32_t deltas) {
   state.discriminant2[entry] = addWrap<int32_t>(state.discriminant2[entry], (deltas - first) >> 8);
 }
 
-// A class of symbols with two contexts: what is looked into in each, and the deltas of what was found.
-template <class Table>
-class Class {
+// The sums of a block's further indices and of its levels, each in context 0 and in context 1: in one register, as numbers
+// of 16 bits.
+class Sums {
  public:
-  template <class T>
-  Class(int entry, const T* table, const T* inContext)
-      : entry_(entry), looks_{looksOf<Table>(table), looksOf<Table>(inContext)} {}
-  const Look* looks(int context) const { return context ? looks_[1] : looks_[0]; }
-  void count(const Look& look, int context) { sum_ += look.deltas, sumInContext_ += look.deltas & -context; }
-  void adapt(VLCState& state) const {
-    jpegxr::adapt(state, entry_, sum_ - sumInContext_);
-    jpegxr::adapt(state, entry_ + 1, sumInContext_);
+  void index(const Look& look, int context) { add(look, context); }
+  void level(const Look& look, int context) { add(look, 2 + context); }
+  void adapt(VLCState& state, int next, int level) {
+    for (const int entry : {next, next + 1, level, level + 1}) {
+      const auto sum = int16_t(all_);
+      jpegxr::adapt(state, entry, sum);
+      all_ = (all_ - sum) >> 16;
+    }
   }
 
  private:
-  int entry_;
-  const Look* looks_[2];
-  int32_t sum_ = 0, sumInContext_ = 0;
+  void add(const Look& look, int which) { all_ += int64_t(look.deltas) * (int64_t(1) << 16 * which); }
+  int64_t all_ = 0;
 };
 
 // --- the last places ---------------------------------------------------------------------------------------
@@ -116,7 +115,9 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
   if (count < 1) return bits.finish();
   const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
   const Look* const runs = looksOf<RunCodes>(state.codeTable[kRunClass]);
-  Class<LevelCodes> levels(kind.level, state.codeTable[kind.level], state.codeTable[kind.level + 1]);
+  const Look* const levels[2] = {looksOf<LevelCodes>(state.codeTable[kind.level]),
+                                 looksOf<LevelCodes>(state.codeTable[kind.level + 1])};
+  Sums sums;
 
   // Runs of 16 and more, which fit no block, end in the bits of one that is shorter by eights.
   const auto appendRun = [&](int32_t run, int64_t room) {
@@ -125,8 +126,8 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
   };
   // A coefficient's bits are at most 9, 16 and 7 where its level is looked up, so that it is settled once.
   const auto appendLevel = [&](uint32_t size, int context) {
-    const Look look = levels.looks(context)[std::min<uint32_t>(size, kLevels - 1)];
-    levels.count(look, context);
+    const Look& look = (context ? levels[1] : levels[0])[size < kLevels ? size : kLevels - 1];
+    sums.level(look, context);
     if (size < kLevels) [[likely]] bits.append(look);
     else appendEscape(bits, state.codeTable[kind.level + context], size);
   };
@@ -135,7 +136,7 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
   uint32_t size = magnitude(level);
   int then = count == 1 ? kLast : nextRun == 0 ? kAdjacent : kBehindRun;
   int context = run == 0 && then == kAdjacent;
-  const Look index =
+  const Look& index =
       looksOf<IndexCodes<12>>(state.codeTable[first])[2 * (int(run == 0) + 2 * int(size > 1) + 4 * then) + int(level < 0)];
   adapt(state, first, index.deltas);
   bits.append(index);
@@ -144,13 +145,14 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
   bits.settle();
 
   if (count > 1) {
-    Class<IndexCodes<6>> indices(next, state.codeTable[next], state.codeTable[next + 1]);
+    const Look* const indices[2] = {looksOf<IndexCodes<6>>(state.codeTable[next]),
+                                    looksOf<IndexCodes<6>>(state.codeTable[next + 1])};
     int64_t room = int64_t(14 - kind.firstPlace) - run;
     const auto append = [&](int following) {
-      const Look* const looks = room > 0 ? indices.looks(context) : kFixedCodes[room < 0].data();
+      const Look* const looks = room <= 0 ? kFixedCodes[room < 0].data() : context ? indices[1] : indices[0];
       const int symbol = (int(size > 1) + 2 * following) & (room > 0 ? 7 : room == 0 ? 3 : 1);
-      const Look look = looks[2 * symbol + int(level < 0)];
-      indices.count(look, context);
+      const Look& look = looks[2 * symbol + int(level < 0)];
+      sums.index(look, context);
       bits.append(look);
       context &= int(following == kAdjacent);
       appendLevel(size, context);
@@ -167,9 +169,8 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
       append(nextRun == 0 ? kAdjacent : kBehindRun);
     }
     append(kLast);
-    indices.adapt(state);
   }
-  levels.adapt(state);
+  sums.adapt(state, next, kind.level);
   bits.finish();
 }
 
@@ -192,8 +193,11 @@ template <const BlockKind& kind, class Store>
 inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chroma, Store&& store) {
   const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
   const RunLook* const runs = looksOf<Runs>(state.decodeTable[kRunClass]);
-  Class<ShortIndices> indices(next, state.decodeTable[next], state.decodeTable[next + 1]);
-  Class<Levels> levels(kind.level, state.decodeTable2[kind.level], state.decodeTable2[kind.level + 1]);
+  const Look* const indices[2] = {looksOf<ShortIndices>(state.decodeTable[next]),
+                                  looksOf<ShortIndices>(state.decodeTable[next + 1])};
+  const Look* const levels[2] = {looksOf<Levels>(state.decodeTable2[kind.level]),
+                                 looksOf<Levels>(state.decodeTable2[kind.level + 1])};
+  Sums sums;
 
   const auto takeIndex = [&](const Look& look, uint32_t& negative) {
     negative = bits.peek(look.length) & 1;
@@ -202,8 +206,8 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
   };
   // Whether a level is sent is tossed as well: 1 is looked up too.
   const auto takeLevel = [&](bool sent, int context) {
-    const Look& look = levels.looks(context)[sent ? bits.peek(kDirectBits) : 1u << kDirectBits];
-    levels.count(look, context);
+    const Look& look = (context ? levels[1] : levels[0])[sent ? bits.peek(kDirectBits) : 1u << kDirectBits];
+    sums.level(look, context);
     bits.skip(look.length);
     if (look.value) [[likely]] return look.value;
     return takeEscape(bits);
@@ -235,9 +239,10 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
         place += takeRun(kPlaces - 1 - place);
       }
       if (place >= kPlaces) return kStopped;
-      const Look* const looks = place < 14 ? indices.looks(context) : kFixedDecoding[size_t(place - 14)].data();
+      const Look* const looks =
+          place >= 14 ? kFixedDecoding[size_t(place - 14)].data() : context ? indices[1] : indices[0];
       const Look& following = looks[bits.peek(kFirstBits)];
-      indices.count(following, context);
+      sums.index(following, context);
       symbol = takeIndex(following, negative);
       then = symbol >> 1;
       context &= then;
@@ -245,8 +250,7 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
     }
   };
   const int count = takeRest();
-  indices.adapt(state);
-  levels.adapt(state);
+  sums.adapt(state, next, kind.level);
   return count;
 }
 
