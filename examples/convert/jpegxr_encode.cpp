@@ -234,7 +234,7 @@ class Encoder {
     for (int p = 0; p < plane_.planes(); ++p) {
       Plane& plane = planes_[size_t(p)];
       const int32_t* const from = plane.lowOf(column, row);
-      for (int k = 0; k < plane.grid.count(); ++k) low[p][k] = from[plane.lowPlace(k)] >> plane_.halved(p);
+      for (int k = 0; k < plane.grid.count(); ++k) low[p][k] = from[plane.lowPlaces[size_t(k)]] >> plane_.halved(p);
       quantizer(p, kDC).apply(low[p], 1);
       quantizer(p, kLP).apply(low[p] + 1, plane.grid.count() - 1);
     }
@@ -416,8 +416,9 @@ class Encoder {
   // A bit for every block with a coefficient of more than its low bits, in coding order.
   static uint32_t patternOf(Plane& plane, int32_t column, int32_t row, int modelBits) {
     uint32_t pattern = 0;
+    const int32_t* const first = plane.macroblock(column, row);
     for (int i = 0; i < plane.grid.count(); ++i) {
-      const int32_t* const block = plane.block(column, row, blockAt(plane.grid, i));
+      const int32_t* const block = first + plane.blocks[size_t(i)];
       Lanes all = {};
       for (int r = 0; r < 4; ++r) {
         const Lanes v = lanesAt(block + r * plane.samples.width()), sign = sar(v, 31);
@@ -510,8 +511,9 @@ class Encoder {
       Plane& plane = planes_[size_t(p)];
       const auto bits = uint32_t(model.bits(p));
       const int32_t step = plane.samples.step();
+      const int32_t* const first = plane.macroblock(column, row);
       for (int i = 0; i < plane.grid.count(); ++i) {
-        const int32_t* const block = plane.block(column, row, blockAt(plane.grid, i));
+        const int32_t* const block = first + plane.blocks[size_t(i)];
         const bool coded = pattern[p] >> i & 1;
         uint32_t residual[16];
         int32_t count = 0;
