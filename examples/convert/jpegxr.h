@@ -114,8 +114,8 @@ class Rows {
 struct Plane {
   Grid grid;
   Rows samples, low;
-  // From the first sample of a macroblock to its blocks in coding order, and from the DC of its first block to the values of
-  // the standard's order.
+  // From the first sample of a macroblock to its blocks in coding order, and from the DC of its first block to the
+  // values of the standard's order.
   std::array<int32_t, 16> blocks, lowPlaces;
 
   Plane(const Header& header, Grid grid_)
@@ -138,8 +138,8 @@ using Low = int32_t[kMaxPlanes][16];
 
 // --- steps of transforms -----------------------------------------------------------------------------------
 
-// Arithmetic shifts of sums that wrap, as a damaged stream can have any coefficients: one, or four at a time, as many as
-// any processor's vectors hold.
+// Arithmetic shifts of sums that wrap, as a damaged stream can have any coefficients: one, or four at a time, as many
+// as any processor's vectors hold.
 inline constexpr int kLanes = 4;
 using Lanes = uint32_t __attribute__((vector_size(4 * kLanes)));
 using SignedLanes = int32_t __attribute__((vector_size(4 * kLanes)));
@@ -395,16 +395,16 @@ struct Alphabet : Codes {
           if (bits >> (kLongestCode - length[t][s]) == code[t][s]) symbolOf[t][bits] = uint8_t(s);
   }
 };
-inline constexpr Alphabet kPatternCount = Codes{
-    5, {{1, 1, 1, 0, 1}, {1, 0, 1, 2, 3}}, {{1, 2, 3, 4, 4}, {1, 3, 3, 3, 3}}, {0, -1, 0, 1, 1}};
+inline constexpr Alphabet kPatternCount =
+    Codes{5, {{1, 1, 1, 0, 1}, {1, 0, 1, 2, 3}}, {{1, 2, 3, 4, 4}, {1, 3, 3, 3, 3}}, {0, -1, 0, 1, 1}};
 inline constexpr Alphabet kBlockPattern = Codes{9,
-                                           {{2, 0, 2, 1, 2, 1, 3, 3, 3}, {1, 1, 2, 1, 1, 3, 1, 0, 1}},
-                                           {{3, 5, 4, 5, 5, 1, 3, 5, 4}, {1, 3, 3, 4, 6, 3, 5, 7, 7}},
-                                           {2, 2, 1, 1, -1, -2, -2, -2, -3}};
+                                                {{2, 0, 2, 1, 2, 1, 3, 3, 3}, {1, 1, 2, 1, 1, 3, 1, 0, 1}},
+                                                {{3, 5, 4, 5, 5, 1, 3, 5, 4}, {1, 3, 3, 4, 6, 3, 5, 7, 7}},
+                                                {2, 2, 1, 1, -1, -2, -2, -2, -3}};
 inline constexpr Alphabet kLevel = Codes{7,
-                                    {{1, 2, 3, 1, 1, 0, 1}, {1, 1, 1, 1, 1, 0, 1}},
-                                    {{2, 2, 2, 3, 4, 5, 5}, {1, 2, 3, 4, 5, 6, 6}},
-                                    {1, 0, -1, -1, -1, -1, -1}};
+                                         {{1, 2, 3, 1, 1, 0, 1}, {1, 1, 1, 1, 1, 0, 1}},
+                                         {{2, 2, 2, 3, 4, 5, 5}, {1, 2, 3, 4, 5, 6, 6}},
+                                         {1, 0, -1, -1, -1, -1, -1}};
 inline constexpr Alphabet kChromaCount = Codes{4, {{1, 1, 0, 1}, {}}, {{1, 2, 3, 3}, {}}, {}};
 inline constexpr Alphabet kDCPattern = Codes{8, {{2, 1, 1, 1, 3, 2, 0, 3}, {}}, {{2, 3, 5, 4, 2, 3, 5, 3}, {}}, {}};
 

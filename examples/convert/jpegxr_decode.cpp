@@ -31,8 +31,8 @@ class BitIn {
   // The low bits of coefficients, behind their levels: eight bytes are read at once, as there is a margin.
   class LowBits {
    public:
-    LowBits(BitIn& in, int bits) : in_(in), next_(in.stream), held_(uint64_t(in.bitBuffer) << 32), count_(in.bitCount),
-                                   bits_(bits) {}
+    LowBits(BitIn& in, int bits)
+        : in_(in), next_(in.stream), held_(uint64_t(in.bitBuffer) << 32), count_(in.bitCount), bits_(bits) {}
     void add(int32_t& v) {
       uint64_t more = 0;
       for (int i = 0; i < 8; ++i) more = more << 8 | next_[i];

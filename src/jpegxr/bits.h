@@ -78,7 +78,8 @@ class UnitReader {
   }
 
   // Behind it, at least 56 bits are held. Without a branch, as no predictor learns where units end: eight bytes are
-  // read from wherever the held ones end, at most 14 bytes behind the pointer that the caller gets back. Callers keep 16.
+  // read from wherever the held ones end, at most 14 bytes behind the pointer that the caller gets back; callers keep
+  // 16 readable.
   void refill() {
     held_ |= __builtin_bswap64(load<uint64_t>(next_)) >> count_;
     next_ += (63 - count_) >> 3;

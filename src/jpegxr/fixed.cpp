@@ -31,7 +31,7 @@ QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, BitStr
   if (auto s = check(bitsHeld(*stream.bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
   const int n = int(flexBits);
   UnitWriter bits(stream);
-  // As many fields are settled at once as fit 32 bits: the fewer branches depend on the bits, the fewer are mispredicted.
+  // As many fields are settled at once as fit 32 bits: every settling is a branch that depends on the bits.
   const int together = n < 2 ? 16 : n < 4 ? 8 : n < 8 ? 4 : 2;
   const auto settle = [&](int place) {
     if (!((place + 1) & (together - 1))) bits.settle();

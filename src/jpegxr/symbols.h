@@ -42,8 +42,8 @@ inline void adapt(VLCState& state, int entry, int32_t deltas) {
   state.discriminant2[entry] = addWrap<int32_t>(state.discriminant2[entry], (deltas - first) >> 8);
 }
 
-// The sums of a block's further indices and of its levels, each in context 0 and in context 1: in one register, as numbers
-// of 16 bits.
+// The sums of a block's further indices and of its levels, each in context 0 and in context 1: in one register, as
+// numbers of 16 bits.
 class Sums {
  public:
   void index(const Look& look, int context) { add(look, context); }
@@ -128,7 +128,8 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
   const auto appendLevel = [&](uint32_t size, int context) {
     const Look& look = (context ? levels[1] : levels[0])[size < kLevels ? size : kLevels - 1];
     sums.level(look, context);
-    if (size < kLevels) [[likely]] bits.append(look);
+    if (size < kLevels) [[likely]]
+      bits.append(look);
     else appendEscape(bits, state.codeTable[kind.level + context], size);
   };
 
@@ -136,8 +137,8 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
   uint32_t size = magnitude(level);
   int then = count == 1 ? kLast : nextRun == 0 ? kAdjacent : kBehindRun;
   int context = run == 0 && then == kAdjacent;
-  const Look& index =
-      looksOf<IndexCodes<12>>(state.codeTable[first])[2 * (int(run == 0) + 2 * int(size > 1) + 4 * then) + int(level < 0)];
+  const int symbol = int(run == 0) + 2 * int(size > 1) + 4 * then;
+  const Look& index = looksOf<IndexCodes<12>>(state.codeTable[first])[2 * symbol + int(level < 0)];
   adapt(state, first, index.deltas);
   bits.append(index);
   appendLevel(size, context);
@@ -150,8 +151,8 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
     int64_t room = int64_t(14 - kind.firstPlace) - run;
     const auto append = [&](int following) {
       const Look* const looks = room <= 0 ? kFixedCodes[room < 0].data() : context ? indices[1] : indices[0];
-      const int symbol = (int(size > 1) + 2 * following) & (room > 0 ? 7 : room == 0 ? 3 : 1);
-      const Look& look = looks[2 * symbol + int(level < 0)];
+      const int fitting = (int(size > 1) + 2 * following) & (room > 0 ? 7 : room == 0 ? 3 : 1);
+      const Look& look = looks[2 * fitting + int(level < 0)];
       sums.index(look, context);
       bits.append(look);
       context &= int(following == kAdjacent);
@@ -209,7 +210,8 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
     const Look& look = (context ? levels[1] : levels[0])[sent ? bits.peek(kDirectBits) : 1u << kDirectBits];
     sums.level(look, context);
     bits.skip(look.length);
-    if (look.value) [[likely]] return look.value;
+    if (look.value) [[likely]]
+      return look.value;
     return takeEscape(bits);
   };
   const auto takeRun = [&](int room) {
@@ -239,8 +241,9 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
         place += takeRun(kPlaces - 1 - place);
       }
       if (place >= kPlaces) return kStopped;
-      const Look* const looks =
-          place >= 14 ? kFixedDecoding[size_t(place - 14)].data() : context ? indices[1] : indices[0];
+      const Look* const looks = place >= 14 ? kFixedDecoding[size_t(place - 14)].data()
+                                : context   ? indices[1]
+                                            : indices[0];
       const Look& following = looks[bits.peek(kFirstBits)];
       sums.index(following, context);
       symbol = takeIndex(following, negative);

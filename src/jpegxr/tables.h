@@ -1,5 +1,5 @@
-// The code tables of the coefficient coders (ITU-T T.832, 8.8 and tables there) and, made from them when this is compiled,
-// the tables to decode by, and those that the coders look into.
+// The code tables of the coefficient coders (ITU-T T.832, 8.8 and tables there) and, made from them when this
+// is compiled, the tables to decode by, and those that the coders look into.
 #ifndef QELJ_JPEGXR_TABLES_H
 #define QELJ_JPEGXR_TABLES_H
 
@@ -183,8 +183,8 @@ inline constexpr uint8_t kLevelBits[6] = {0, 0, 1, 2, 2, 2}, kLevelBase[6] = {2,
 inline constexpr int kEscape = 6, kEscapeBits = 4;
 
 // --- what one look finds -----------------------------------------------------------------------------------
-// A code with all that belongs to it, so that coding takes a load and no branch: most branches of these coders are tosses
-// of a coin. An encoder finds the bits to write, a decoder what they mean.
+// A code with all that belongs to it, so that coding takes a load and no branch: most branches of these coders are
+// tosses of a coin. An encoder finds the bits to write, a decoder what they mean.
 struct Look {
   uint32_t value;
   uint8_t length;  // in bits
@@ -217,8 +217,8 @@ constexpr int16_t deltasOf(int t, int symbol) {
   return int16_t(deltas);
 }
 
-// Encoding: of an index and its sign, by 2 * symbol + sign; of a level by its magnitude, where there is none by 0 and 1; of
-// a run in so much room by kRuns * room + run, where there is none by 0.
+// Encoding: of an index and its sign, by 2 * symbol + sign; of a level by its magnitude, where there is none by 0 and
+// 1; of a run in so much room by kRuns * room + run, where there is none by 0.
 inline constexpr int kLevels = 128, kRooms = 15, kRuns = 16;
 template <int symbols>
 using IndexCodes = WithLooks<CodeTable<symbols>, Look, 2 * symbols>;
@@ -247,9 +247,10 @@ constexpr auto makeEncodeTable(int t) {
     for (uint32_t a = 0; a + 2 < kLevels; ++a) {
       const int length = escapeLength(a), bits = length + kEscapeBits;
       const int symbol = a < 16 ? kLevelSymbol[a] : kEscape;
-      table.looks[a + 2] = symbol == kEscape
-                               ? makeCode<symbols>(t, symbol, uint32_t(length) << bits | (a & ((1u << bits) - 1)), 4 + bits)
-                               : makeCode<symbols>(t, symbol, a, kLevelBits[symbol]);
+      table.looks[a + 2] =
+          symbol == kEscape
+              ? makeCode<symbols>(t, symbol, uint32_t(length) << bits | (a & ((1u << bits) - 1)), 4 + bits)
+              : makeCode<symbols>(t, symbol, a, kLevelBits[symbol]);
     }
     return table;
   } else if constexpr (symbols == 5) {
@@ -269,8 +270,8 @@ constexpr auto makeEncodeTable(int t) {
 }
 
 // Decoding: of an index with its sign, whose bit is the last of its length, by the next kFirstBits or kDirectBits; of a
-// level with the bits behind its code by the next kDirectBits, 0 standing for an escape, and of the level 1, which has no
-// code, behind all others; of a run by room and the next kRunBits.
+// level with the bits behind its code by the next kDirectBits, 0 standing for an escape, and of the level 1, which has
+// no code, behind all others; of a run by room and the next kRunBits.
 inline constexpr int kRunBits = 7;
 struct RunLook {
   uint8_t run, length;
@@ -318,8 +319,7 @@ constexpr auto makeShortTable(int t) {
         const RunClass c = kRunClasses[runRow(room)][found.symbol];
         const int zeros = std::min(std::countl_zero(bits << (32 - kRunBits)), room - 1);
         if (room < 5) look = {uint8_t(zeros + 1), uint8_t(std::min(zeros + 1, room - 1))};
-        else
-          look = {uint8_t(c.base + found.behind(bits, kRunBits, c.extraBits)), uint8_t(found.length + c.extraBits)};
+        else look = {uint8_t(c.base + found.behind(bits, kRunBits, c.extraBits)), uint8_t(found.length + c.extraBits)};
       }
     }
     return table;
