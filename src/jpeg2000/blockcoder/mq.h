@@ -32,36 +32,51 @@ inline constexpr std::array<MqRow, 47> kMqRows = {{
     {0x0001, 45, 43, 0}, {0x5601, 46, 46, 0},
 }};
 
-// All that a context's state says, in one word: Qe in bits 16 to 31, the places in kMqStates of the next state after an
-// MPS (bits 9 to 15) and an LPS (bits 2 to 8), the MPS in bit 0. Place: 2 * row + MPS.
-using MqState = uint32_t;
-inline constexpr auto kMqStates = [] {
-  std::array<MqState, 2 * kMqRows.size()> all{};
+// A context's state: 2 * row + MPS. What it says: Qe in the high half, and the next states after an MPS and an LPS.
+using MqState = uint8_t;
+struct MqStep {
+  uint32_t qe;
+  MqState after[2];
+};
+inline constexpr auto kMqSteps = [] {
+  std::array<MqStep, 2 * kMqRows.size()> all{};
   for (uint32_t i = 0; i < all.size(); ++i) {
     const MqRow& r = kMqRows[i / 2];
     const uint32_t mps = i & 1;
-    all[i] = uint32_t(r.qe) << 16 | (2u * r.afterMps + mps) << 9 | (2u * r.afterLps + (mps ^ r.exchange)) << 2 | mps;
+    all[i] = {uint32_t(r.qe) << 16, {MqState(2 * r.afterMps + mps), MqState(2 * r.afterLps + (mps ^ r.exchange))}};
   }
   return all;
 }();
-constexpr uint32_t qeOf(MqState s) { return s >> 16; }
-constexpr uint32_t mpsOf(MqState s) { return s & 1; }
-// The state after a symbol, chosen by masks of all ones or none: it stays where nothing is renormalised.
-inline MqState stateAfter(MqState s, uint32_t lps, uint32_t renormalised) {
-  const MqState next = kMqStates[s >> (9 - (lps & 7)) & 127];
-  return s ^ ((s ^ next) & renormalised);
-}
 
 struct MqContexts {
   MqState state[kContexts];
 
   void reset() {  // Table D.7
-    std::fill(state, state + kContexts, kMqStates[0]);
-    state[kUniform] = kMqStates[2 * 46];
-    state[kRunLength] = kMqStates[2 * 3];
-    state[kSignificance] = kMqStates[2 * 4];
+    std::fill(state, state + kContexts, MqState(0));
+    state[kUniform] = 2 * 46;
+    state[kRunLength] = 2 * 3;
+    state[kSignificance] = 2 * 4;
   }
 };
+
+// x < limit ? a : b and x < 0 ? a : b, for outcomes that no branch predictor can learn. Compilers make branches of
+// conditions.
+inline uint32_t selectBelow(uint32_t x, uint32_t limit, uint32_t a, uint32_t b) {
+#if defined(__x86_64__) && !defined(QELJ_PORTABLE)
+  asm("cmpl %2, %1\n\tcmovbl %3, %0" : "+r"(b) : "r"(x), "ri"(limit), "r"(a) : "cc");
+  return b;
+#else
+  return b ^ ((a ^ b) & uint32_t((int64_t(x) - int64_t(limit)) >> 63));
+#endif
+}
+inline uint32_t selectNegative(int32_t x, uint32_t a, uint32_t b) {
+#if defined(__x86_64__) && !defined(QELJ_PORTABLE)
+  asm("testl %1, %1\n\tcmovsl %2, %0" : "+r"(b) : "r"(x), "r"(a) : "cc");
+  return b;
+#else
+  return b ^ ((a ^ b) & uint32_t(x >> 31));
+#endif
+}
 
 // Bytes of one codeword segment; behind its end there are only ones.
 struct SegmentBytes {
@@ -85,27 +100,27 @@ class MqDecoder {
   }
 
   // Without branches but for the next byte: what a stream says no processor foretells, and a wrong bet costs more
-  // than the longer road. Masks of all ones or none, as compilers make branches of conditions.
+  // than the longer road. What follows from either part of the interval is ready before C tells which it is.
   QELJ_INLINE uint32_t decode(MqState& context) {
-    const MqState s = context;
-    const uint32_t qe = s & 0xFFFF0000, upper = a_ - qe;
-    const auto lower = uint32_t((int64_t(upper) - int64_t(c_) - 1) >> 63);
-    const auto exchanged = uint32_t((int64_t(upper) - int64_t(qe)) >> 63);
-    const uint32_t lps = lower ^ exchanged;
-    c_ -= upper & lower;
-    a_ = upper ^ ((upper ^ qe) & lower);
-    const int shift = __builtin_clz(a_);  // never of 0
-    context = stateAfter(s, lps, uint32_t(-shift >> 31));
-    renormalise(shift);
-    return mpsOf(s) ^ (lps & 1);
+    const uint32_t s = context;
+    const MqStep& step = kMqSteps[s];
+    const uint32_t qe = step.qe, upper = a_ - qe, mps = step.after[0], lps = step.after[1];
+    const uint32_t nextHigh = selectBelow(upper, qe, lps, mps), nextLow = selectBelow(upper, qe, mps, lps);
+    const uint32_t high = selectNegative(int32_t(upper), s, nextHigh);
+    context = MqState(selectBelow(c_, upper, high, nextLow));
+    const uint32_t symbol = s ^ uint32_t(upper < qe) ^ uint32_t(c_ >= upper);
+    a_ = selectBelow(c_, upper, upper, qe);
+    c_ = selectBelow(c_, upper, c_, c_ - upper);
+    renormalise(__builtin_clz(a_));  // never of 0
+    return symbol & 1;
   }
 
   // The same, for a symbol that hardly ever is the less probable one.
   QELJ_INLINE uint32_t decodeLikely(MqState& context) {
-    const uint32_t upper = a_ - (context & 0xFFFF0000);
+    const uint32_t upper = a_ - kMqSteps[context].qe;
     if (upper < 0x80000000 || upper <= c_) return decode(context);
     a_ = upper;
-    return mpsOf(context);
+    return context & 1;
   }
 
   // Whether the segment ends otherwise than an encoder with predictable termination ends it (D.4.2). Of no
@@ -213,14 +228,15 @@ class MqEncoder {
 
  private:
   QELJ_INLINE void encodeOne(MqState& context, uint32_t bit) {
-    const MqState s = context;
-    const uint32_t qe = qeOf(s), upper = a_ - qe;
-    const uint32_t lps = 0 - ((s ^ bit) & 1), exchanged = uint32_t(int32_t(upper - qe) >> 31);
-    const uint32_t lower = lps ^ exchanged;  // the lower part of the interval, whose size is Qe
-    c_ += qe & ~lower;
-    a_ = upper ^ ((upper ^ qe) & lower);
+    const uint32_t s = context, lps = (s ^ bit) & 1;
+    const MqStep& step = kMqSteps[s];
+    const uint32_t qe = step.qe >> 16, next = step.after[lps];
+    // Negative for the lower part of the interval, whose size is Qe: for an LPS, but the larger part is the MPS's.
+    const int32_t part = int32_t(a_ - 2 * qe) ^ -int32_t(lps);
+    c_ += qe & ~uint32_t(part >> 31);
+    a_ = selectNegative(part, qe, a_ - qe);
+    context = MqState(selectBelow(a_, 0x8000, next, s));
     int shift = __builtin_clz(a_) - 16;  // never of 0
-    context = stateAfter(s, lps, uint32_t(-shift >> 31));
     a_ <<= shift;
     while (__builtin_expect(shift >= ct_, 0)) {
       c_ <<= ct_;
