@@ -19,8 +19,8 @@ inline constexpr int32_t kPlanesBeforeBypass = 4;
 inline constexpr int kContexts = 19;
 inline constexpr uint8_t kUniform = 0, kRunLength = 1, kSignificance = 2, kSign = 11, kRefinement = 16;
 
-// Nine samples as an index: the column east of a sample in bits 0 to 2, from north to south, the sample's own in 3 to 5,
-// that in the west in 6 to 8. The sample itself, bit 4, is no neighbour.
+// Nine samples as an index: the column in the east of a sample in bits 0 to 2, from north to south, the sample's own in
+// 3 to 5, that in the west in 6 to 8. The sample itself, bit 4, is no neighbour.
 enum : uint32_t {
   kNorthEast = 1 << 0,
   kEast = 1 << 1,
@@ -61,8 +61,8 @@ inline constexpr SignificanceTable kSignificanceTables[3] = {detail::significanc
                                                              detail::significanceTable(detail::Band::highHigh)};
 constexpr int bandTable(int32_t subband) { return subband == qelSubbandHL ? 1 : subband == qelSubbandHH ? 2 : 0; }
 
-// Context of a sample's sign, and in bit 7 what the sign is XORed with (Tables D.2 and D.3). Index: two bits each for the
-// neighbours east, north, south and west, the first of which says that one is significant, the second that it is
+// Context of a sample's sign, and in bit 7 what the sign is XORed with (Tables D.2 and D.3). Index: two bits each for
+// the neighbours east, north, south and west, the first of which says that one is significant, the second that it is
 // negative.
 inline constexpr auto kSignTable = [] {
   std::array<uint8_t, 256> table{};

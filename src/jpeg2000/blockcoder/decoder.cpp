@@ -64,7 +64,7 @@ uint64_t stateBytes(QelSize size) {
 template <class Bits>
 struct BlockReader {
   Bits bits;
-  MqContexts& contexts;
+  MqContexts contexts;
   uint8_t* dst;
   ptrdiff_t step;
   int32_t plane;
@@ -132,6 +132,7 @@ struct Passes {
   template <class Bits>
   bool end(Bits& bits, const BlockReader<Bits>& block) const {
     bits = block.bits;
+    d.contexts = block.contexts;
     if (!Bits::kRaw && d.has(qelCodeStyleReset)) d.contexts.reset();
     --d.passes;
     return false;

@@ -78,8 +78,8 @@ constexpr int64_t kSymbolsPerBlock = 4 * kMagnitudeBits;
 constexpr int64_t kBytesPerSymbol = 2, kBytesPerBlock = 8 * kMaxPasses;
 
 int64_t stripeColumns(QelSize size) { return size.width * FlagGrid::stripes(size.height); }
-// With two columns more a stripe: what a block is measured by besides. Flags take the more of these the narrower a block
-// is, up to two groups for three columns.
+// With two columns more a stripe: what a block is measured by besides. Flags take the more of these the narrower a
+// block is, up to two groups for three columns.
 int64_t widenedColumns(QelSize size) { return (int64_t(size.width) + 2) * FlagGrid::stripes(size.height); }
 constexpr int64_t kFlagBytesPerColumn = (2 * sizeof(FlagGroup) + 2) / 3;
 

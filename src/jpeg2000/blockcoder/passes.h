@@ -115,8 +115,8 @@ QELJ_INLINE void codeSign(Coder& coder, int p, uint64_t& significant, uint64_t& 
   negative |= bit << p;
 }
 
-// Calls work(g, significant, samples) for a stripe's groups in turn, with the window of what is significant, which it may
-// change, and the samples that exist.
+// Calls work(g, significant, samples) for a stripe's groups in turn, with the window of what is significant, which it
+// may change, and the samples that exist.
 template <class Work>
 QELJ_INLINE void forEachGroup(const FlagStripe& stripe, Work&& work) {
   uint64_t left = 0, own = stripe.withAbove(&FlagGroup::significant, 0);
