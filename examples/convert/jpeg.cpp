@@ -101,11 +101,12 @@ Frame makeFrame(const Image& image, Space space, const Options& options) {
   if (image.width > 65535 || image.height > 65535) throw Error("JPEG holds sides up to 65535");
   const bool hasChroma = space == Space::ycc || space == Space::ycck;
   if (options.has("sampling") && !hasChroma) throw Error("--sampling needs a picture with chroma planes");
-  const int sampling = hasChroma ? options.choice("sampling", {"444", "422", "420"}, 2) : 0;
+  constexpr int kAcross[] = {1, 2, 2, 1, 4, 4}, kDown[] = {1, 1, 2, 2, 1, 2};
+  const int sampling = hasChroma ? options.choice("sampling", {"444", "422", "420", "440", "411", "410"}, 2) : 0;
   for (int i = 0; i < image.channels(); ++i) {
     const bool chroma = hasChroma && (i == 1 || i == 2);
     const int id = space == Space::rgb ? "RGB"[i] : i + 1;
-    frame.components.push_back({id, chroma || sampling < 1 ? 1 : 2, chroma || sampling < 2 ? 1 : 2, chroma});
+    frame.components.push_back({id, chroma ? 1 : kAcross[sampling], chroma ? 1 : kDown[sampling], chroma});
   }
   frame.layOut();
   return frame;
@@ -231,7 +232,8 @@ extern const Format kJpeg;
 const Format kJpeg = {"JPEG",
                       {".jpg", ".jpeg"},
                       {{"quality", "N", "1 to 100 (85)"},
-                       {"sampling", "444|422|420", "chroma planes: full, halved across, halved both ways (420)"},
+                       {"sampling", "444|422|420|440|411|410",
+                        "chroma planes: full, halved across, both ways (420), down, a quarter across, and half down"},
                        {"restart", "N", "a restart marker after every N rows of MCUs"},
                        {"optimize", nullptr, "Huffman tables made for the picture"},
                        {"progressive", nullptr, "several scans, coarse to fine"},

@@ -190,6 +190,7 @@ class Progression {
  private:
   bool progressive_;
   int scans_ = 0;
+  std::vector<int> blocksOfMcu_;                   // of each component, where a scan has several
   std::vector<std::array<int8_t, 64>> lowestBit_;  // of each component's coefficients, so far
 };
 
@@ -210,6 +211,7 @@ enum class Filter { box, triangle };
 // block becomes: 8 is full size, 4, 2 and 1 are the reduced sizes.
 class PixelWriter {
  public:
+  struct Impl;  // for the samples' size
   PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots);
   ~PixelWriter();
   void transform(int32_t strip, Coefficients& coefficients);  // in any order
@@ -217,22 +219,20 @@ class PixelWriter {
   Image finish();
 
  private:
-  struct Impl;
   std::unique_ptr<Impl> impl_;
 };
 
 // From pixels to quantised blocks, strips in any order.
 class PixelReader {
  public:
+  struct Impl;
   PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
               const Strips& strips, int32_t slots);
   ~PixelReader();
   void transform(int32_t strip, Coefficients& coefficients);
 
  private:
-  struct Impl;
   std::unique_ptr<Impl> impl_;
-  Strips strips_;
 };
 
 // --- lossless ----------------------------------------------------------------------------------------------

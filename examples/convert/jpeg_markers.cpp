@@ -119,7 +119,7 @@ class Parser {
     frame.height = body.u16be(), frame.width = body.u16be();
     if (frame.height == 0) frame.height = linesBehindScan();
     const int count = body.u8();
-    if (marker == SOF3 ? frame.precision < 2 || frame.precision > 16 : frame.precision != 8)
+    if (marker == SOF3 ? frame.precision < 2 || frame.precision > 16 : frame.precision != 8 && frame.precision != 12)
       throw Error("a precision of " + std::to_string(frame.precision) + " bits can't be read");
     if (count != 1 && count != 3 && count != 4)
       throw Error("a frame of " + std::to_string(count) + " components can't be read");
@@ -133,7 +133,6 @@ class Parser {
       // An only component has nothing to be sampled against, and its scan no MCUs (A.2.2): its factors mean
       // nothing.
       if (count == 1) c.h = c.v = 1;
-      if (c.h > 2 || c.v > 2) throw Error("sampling factors above 2 can't be read");
       frame.components.push_back(c);
     }
     frame.layOut();
@@ -252,7 +251,7 @@ void Frame::layOut() {
 Space spaceOf(const File& file) {
   const auto& c = file.frame.components;
   if (c.size() == 1) return Space::grey;
-  if (c.size() == 4) return file.adobe == 2 ? Space::ycck : Space::cmyk;
+  if (c.size() == 4) return file.adobe > 0 ? Space::ycck : Space::cmyk;
   if (file.jfif) return Space::ycc;
   if (file.adobe >= 0) return file.adobe == 0 ? Space::rgb : Space::ycc;
   return c[0].id == 'R' && c[1].id == 'G' && c[2].id == 'B' ? Space::rgb : Space::ycc;

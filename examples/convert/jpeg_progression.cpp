@@ -8,6 +8,7 @@ namespace qelconv::jpeg {
 namespace {
 
 constexpr int8_t kNothing = -1;
+constexpr int kMostBlocks = 10;  // of an MCU (B.2.3)
 
 bool isWhole(const ScanHeader& scan) { return scan.ss == 0 && scan.se == 63 && scan.ah == 0 && scan.al == 0; }
 
@@ -15,6 +16,7 @@ bool isWhole(const ScanHeader& scan) { return scan.ss == 0 && scan.se == 63 && s
 
 Progression::Progression(const Frame& frame)
     : progressive_(frame.process == SOF2), lowestBit_(frame.components.size()) {
+  for (const Component& c : frame.components) blocksOfMcu_.push_back(c.h * c.v);
   for (auto& bits : lowestBit_) bits.fill(kNothing);
 }
 
@@ -22,12 +24,15 @@ void Progression::add(const ScanHeader& scan) {
   const auto wrong = [number = ++scans_](const std::string& what) {
     return Error("scan " + std::to_string(number) + ": " + what);
   };
+  int blocks = 0;
   for (size_t i = 0; i < scan.parts.size(); ++i) {
     const int component = scan.parts[i].component;
     const std::string name = "component " + std::to_string(component);
     if (component < 0 || size_t(component) >= lowestBit_.size()) throw wrong("there is no " + name);
     for (size_t j = 0; j < i; ++j)
       if (scan.parts[j].component == component) throw wrong(name + " is named twice");
+    blocks += blocksOfMcu_[size_t(component)];
+    if (scan.parts.size() > 1 && blocks > kMostBlocks) throw wrong("an MCU has more than ten blocks");
     auto& bits = lowestBit_[size_t(component)];
     if (!progressive_) {
       if (bits[0] != kNothing) throw wrong(name + " has been coded already");
