@@ -67,6 +67,9 @@ class Stages {
   std::vector<std::string> losses_;
 };
 
+// The metadata that a format has a place for.
+enum Keeps : unsigned { kNothing = 0, kProfile = 1, kExif = 2 };
+
 struct Format {
   const char* name;
   std::vector<const char*> extensions;  // with the dot, in lower case
@@ -76,6 +79,7 @@ struct Format {
   std::vector<uint8_t> (*write)(const Image& image, const Options& options,
                                 Stages& stages);  // null: only read
   void (*describe)(Bytes file, Facts& facts);     // for --info
+  unsigned keeps = kNothing;
 };
 
 const std::vector<const Format*>& formats();

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "orientation.h"
 #include "parallel.h"
 #include "pipeline.h"
 #include "qelj_typical.h"
@@ -22,6 +23,7 @@ Image read(Bytes bytes, const Options& options, Stages& stages) {
   const File file = stages.time("markers", [&] { return parse(bytes); });
   const Frame& frame = file.frame;
   if (!file.missing.empty()) limits.expectWhole(file.missing);
+  if (file.profileLost) stages.lose("parts of the colour profile are missing: it is dropped");
   constexpr int kSizes[] = {8, 4, 2, 1};
   const int size = kSizes[options.choice("scale", {"1/1", "1/2", "1/4", "1/8"}, 0)];
   const auto filter = options.choice("filter", {"box", "triangle"}, 1) ? Filter::triangle : Filter::box;
@@ -32,7 +34,11 @@ Image read(Bytes bytes, const Options& options, Stages& stages) {
   expectData(file, limits);
   limits.expectPicture(frame.width, frame.height, int(frame.components.size()), frame.precision,
                        byStrips || lossless ? 0 : Coefficients::bytes(frame, frame.mcusHigh));
-  if (lossless) return stages.time("lossless decoding", [&] { return readLossless(file, limits); });
+  if (lossless) {
+    Image image = stages.time("lossless decoding", [&] { return readLossless(file, limits); });
+    image.metadata = file.metadata;
+    return image;
+  }
 
   // Decodes as far as there are data that make sense.
   std::string missing = file.missing;
@@ -82,6 +88,7 @@ Image read(Bytes bytes, const Options& options, Stages& stages) {
         convert);
   }
   Image image = pixels.finish();
+  image.metadata = file.metadata;
   if (!missing.empty()) limits.onlyPart(image, missing);
   return image;
 }
@@ -128,11 +135,13 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
     const Image& image = adapt(original, adapted, stages, {Colour::grey, Colour::rgb});
     return stages.time("lossless coding", [&] {
       return writeLossless(image, options.integer("predictor", 1, 1, 7), options.integer("point-transform", 0, 0, 15),
-                           options.integer("restart", 0, 0, 65535));
+                           options.integer("restart", 0, 0, 65535), stages);
     });
   }
+  const int bits = options.choice("bits", {"8", "12"}, 0) ? 12 : 8;
   Image adapted;
-  const Image& image = adapt(original, adapted, stages, {Colour::rgb, Colour::grey, Colour::cmyk}, 8);
+  const Image* const fit = &adapt(original, adapted, stages, {Colour::rgb, Colour::grey, Colour::cmyk}, bits);
+  const Image& image = fit->bits == bits ? * fit : adapted = withBits(*fit, bits);
   Space space = image.colour == Colour::grey ? Space::grey : image.colour == Colour::rgb ? Space::ycc : Space::ycck;
   if (options.has("plain-colour"))
     space = image.colour == Colour::rgb ? Space::rgb : image.colour == Colour::cmyk ? Space::cmyk : space;
@@ -143,23 +152,25 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   for (auto& table : quant)
     expectOk(qeliQuantFwdRawTableInit_JPEG_8u(table.data(), options.integer("quality", 85, 1, 100)),
              "scaling a quantiser");
+  frame.precision = bits;
   const int32_t restart = options.integer("restart", 0, 0, 65535) * frame.mcusWide;
   std::vector<ScanHeader> script = {wholeScan(frame)};
   if (options.has("scans")) script = parseScanScript(textOfFile(options.text("scans")));
-  else if (options.has("progressive")) script = usualProgression(int(frame.components.size()));
-  frame.process = isSequential(script) ? SOF0 : SOF2;
+  else if (options.has("progressive")) script = usualProgression(frame);
+  frame.process = !isSequential(script) ? SOF2 : bits == 8 ? SOF0 : SOF1;
   checkScanScript(script, frame);
 
   Writer out;
   out.bytes.reserve(image.data.size() / 4 + 1024);
-  writeHeader(out, frame, space, quant);
+  writeHeader(out, frame, space, quant, image.metadata, stages);
   writeRestartInterval(out, restart);
   const Strips strips(frame);
   Pipeline pipeline(strips.count);
   PixelReader pixels(image, frame, space, quant, strips, pipeline.slots());
   constexpr const char *kTransform = "colour and forward DCT", *kCoding = "Huffman coding";
 
-  if (!options.has("scans") && !options.has("progressive") && !options.has("optimize")) {
+  // The typical tables end with the categories of 8-bit samples.
+  if (bits == 8 && !options.has("scans") && !options.has("progressive") && !options.has("optimize")) {
     std::array<HuffmanList, 4> dc, ac;
     for (size_t i = 0; i < quant.size(); ++i) {
       writeHuffman(out, 0, int(i), dc[i] = typicalTable(false, int(i)));
@@ -196,6 +207,40 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   return std::move(out.bytes);
 }
 
+// The tables that the scans use, each where it comes into force.
+void describeTables(const File& file, Facts& facts) {
+  std::array<std::array<HuffmanList, 4>, 2> told;
+  for (size_t s = 0; s < file.scans.size(); ++s) {
+    const Scan& scan = file.scans[s];
+    const bool progressive = file.frame.process == SOF2;
+    for (const auto& part : scan.header.parts) {
+      const auto tell = [&](int ac, int number, const HuffmanList& list) {
+        HuffmanList& last = told[size_t(ac)][size_t(number)];
+        if (!list.symbols() || (list.bits == last.bits && list.vals == last.vals)) return;
+        last = list;
+        std::string lengths, symbols;
+        const auto append = [](std::string& text, const char* form, unsigned value) {
+          char digits[8];
+          std::snprintf(digits, sizeof digits, form, value);
+          if (!text.empty()) text += ',';
+          text += digits;
+        };
+        for (const uint8_t n : list.bits) append(lengths, "%u", n);
+        for (const uint8_t v : Bytes(list.vals).first(size_t(list.symbols()))) append(symbols, "%02x", v);
+        facts.another("Huffman tables")
+            .add("scan", s)
+            .add("class", ac ? "AC" : "DC")
+            .add("number", number)
+            .add("codes of 1 to 16 bits", lengths)
+            .add("symbols", symbols);
+      };
+      const bool lossless = file.frame.process == SOF3, refines = progressive && scan.header.ah;
+      if (lossless || (scan.header.ss == 0 && !refines)) tell(0, part.dcTable, scan.dc[size_t(part.dcTable)]);
+      if (!lossless && scan.header.se > 0) tell(1, part.acTable, scan.ac[size_t(part.acTable)]);
+    }
+  }
+}
+
 void describe(Bytes bytes, Facts& facts) {
   const File file = parse(bytes);
   const Frame& frame = file.frame;
@@ -223,6 +268,10 @@ void describe(Bytes bytes, Facts& facts) {
         .add("bits", std::to_string(scan.header.ah) + "-" + std::to_string(scan.header.al))
         .add("bytes", coded);
   }
+  describeTables(file, facts);
+  if (!file.metadata.exif.empty())
+    facts.add("EXIF bytes", file.metadata.exif.size()).add("orientation", orientationOf(file.metadata));
+  if (!file.metadata.profile.empty()) facts.add("colour profile bytes", file.metadata.profile.size());
   if (!file.missing.empty()) facts.add("missing", file.missing);
 }
 
@@ -234,6 +283,7 @@ const Format kJpeg = {"JPEG",
                       {{"quality", "N", "1 to 100 (85)"},
                        {"sampling", "444|422|420|440|411|410",
                         "chroma planes: full, halved across, both ways (420), down, a quarter across, and half down"},
+                       {"bits", "8|12", "bits of a sample, which few readers take but for 8 (8)"},
                        {"restart", "N", "a restart marker after every N rows of MCUs"},
                        {"optimize", nullptr, "Huffman tables made for the picture"},
                        {"progressive", nullptr, "several scans, coarse to fine"},
@@ -247,6 +297,7 @@ const Format kJpeg = {"JPEG",
                       recognises,
                       read,
                       write,
-                      describe};
+                      describe,
+                      kProfile | kExif};
 
 }  // namespace qelconv

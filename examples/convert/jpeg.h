@@ -40,6 +40,8 @@ enum Marker : uint8_t {
   DNL = 0xDC,
   DRI = 0xDD,
   APP0 = 0xE0,
+  APP1 = 0xE1,
+  APP2 = 0xE2,
   APP14 = 0xEE,
   COM = 0xFE
 };
@@ -89,6 +91,8 @@ struct File {
   std::vector<FileQuantTable> quant;  // one a component, as in force at its first scan
   bool jfif = false;
   int adobe = -1;  // the colour transform of an Adobe segment, or -1
+  Metadata metadata{};
+  bool profileLost = false;  // parts of it are missing
   std::vector<Scan> scans;
   std::string missing;  // why the file seems to end early, or makes no sense behind the last scan
 };
@@ -97,7 +101,8 @@ enum class Space { grey, ycc, rgb, cmyk, ycck };
 Space spaceOf(const File& file);
 
 File parse(Bytes bytes);  // throws where there is no scan to be had
-void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant);
+void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
+                 const Metadata& metadata, Stages& stages);
 void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& list);
 void writeRestartInterval(Writer& out, int64_t interval);
 void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan);
@@ -194,10 +199,10 @@ class Progression {
   std::vector<std::array<int8_t, 64>> lowestBit_;  // of each component's coefficients, so far
 };
 
-// The progression of `components` components that encoders usually take, and one in the notation of scan
+// The progression that encoders usually take for a frame's components, and one in the notation of scan
 // files, which may be that of a sequential file. The check throws for a script that makes no file of the
 // frame.
-std::vector<ScanHeader> usualProgression(int components);
+std::vector<ScanHeader> usualProgression(const Frame& frame);
 std::vector<ScanHeader> parseScanScript(const std::string& text);
 bool isSequential(const std::vector<ScanHeader>& script);
 void checkScanScript(const std::vector<ScanHeader>& script, const Frame& frame);
@@ -263,7 +268,8 @@ class DifferenceEncoder {
 };
 
 Image readLossless(const File& file, const Limits& limits);
-std::vector<uint8_t> writeLossless(const Image& image, int predictor, int pointTransform, int32_t restartRows);
+std::vector<uint8_t> writeLossless(const Image& image, int predictor, int pointTransform, int32_t restartRows,
+                                   Stages& stages);
 
 }  // namespace qelconv::jpeg
 

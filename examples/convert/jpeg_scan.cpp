@@ -380,6 +380,10 @@ class TableMaker {
         break;
       case Pass::dcFirst:
         if (!last) status = qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(block, dc, &lastDc_[part], al);
+        if (status == qelStatusJpegCoeffRange)
+          throw Error(
+              "a DC difference has 12 bits or more, for which progressive scans have no place (a sequential "
+              "file has, and a lower quality makes it smaller)");
         break;
       case Pass::dcRefine:
         break;  // plain bits

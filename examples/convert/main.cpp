@@ -12,6 +12,7 @@
 #include "file_limits.h"
 #include "files.h"
 #include "format.h"
+#include "orientation.h"
 #include "parallel.h"
 #include "qelcore.h"
 
@@ -29,6 +30,7 @@ constexpr OptionSpec kToolOptions[] = {
     {"info", nullptr, "say what files are, and of what parts"},
     {"json", nullptr, "the same as JSON, an array of the files"},
     {"compare", nullptr, "how far two pictures of one size are apart: PSNR, SSIM, largest difference"},
+    {"orient", nullptr, "turn pictures upright, as their EXIF data tell"},
     {"to", "ENDING", "the format of OUT, such as jpg, where its name doesn't tell"},
     {"threads", "N", "how many threads are used at most (one a core)"},
     {"repeat", "N", "read and write N times, for the times: the fastest counts"}};
@@ -93,6 +95,19 @@ const Format& recognise(Bytes file) {
   return *format;
 }
 
+// The picture in a file, which way up the options say.
+Image readPicture(const Format& format, Bytes bytes, const Options& options, Stages& stages) {
+  Image image = format.read(bytes, options, stages);
+  return options.has("orient") ? upright(std::move(image)) : image;
+}
+
+// A picture in a format's form. What has no place in that is told.
+std::vector<uint8_t> writePicture(const Format& format, const Image& image, const Options& options, Stages& stages) {
+  if (!image.metadata.profile.empty() && !(format.keeps & kProfile)) stages.lose("the colour profile is dropped");
+  if (!image.metadata.exif.empty() && !(format.keeps & kExif)) stages.lose("the EXIF data are dropped");
+  return format.write(image, options, stages);
+}
+
 // Says what is missing of a picture that was read under --partial.
 Image warned(const std::string& path, Image image) {
   if (!image.missing.empty())
@@ -144,10 +159,10 @@ void convert(Job& job, const Options& options, bool verbose) {
   tellUnused(job, from, options);
   Stages reading, writing;
   const Image image = on(job.from, [&] {
-    return warned(job.from, fastest(repeat, reading, [&](Stages& s) { return from.read(bytes, options, s); }));
+    return warned(job.from, fastest(repeat, reading, [&](Stages& s) { return readPicture(from, bytes, options, s); }));
   });
   const auto result = on(job.to, [&] {
-    return fastest(repeat, writing, [&](Stages& s) { return job.format->write(image, options, s); });
+    return fastest(repeat, writing, [&](Stages& s) { return writePicture(*job.format, image, options, s); });
   });
   tellLosses(job.from, reading);
   tellLosses(job.to, writing);
@@ -254,7 +269,7 @@ void printComparison(const std::string& a, const std::string& b, const Options& 
     return on(path, [&] {
       const auto bytes = readFile(path);
       Stages stages;
-      Image image = warned(path, recognise(bytes).read(bytes, options, stages));
+      Image image = warned(path, readPicture(recognise(bytes), bytes, options, stages));
       tellLosses(path, stages);
       return image;
     });

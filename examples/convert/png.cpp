@@ -41,6 +41,33 @@ struct WriteRecord {
   ~WriteRecord() { png_destroy_write_struct(&png, &info); }
 };
 
+Metadata metadataOf(const ReadRecord& r) {
+  Metadata metadata;
+  png_charp name = nullptr;
+  int kind = 0;
+  png_bytep bytes = nullptr;
+  png_uint_32 length = 0;
+  if (png_get_iCCP(r.png, r.info, &name, &kind, &bytes, &length)) metadata.profile.assign(bytes, bytes + length);
+  if (png_get_eXIf_1(r.png, r.info, &length, &bytes)) metadata.exif.assign(bytes, bytes + length);
+  return metadata;
+}
+
+// libpng looks at what it is given, and takes no profile that fits the picture's colours badly.
+void setMetadata(WriteRecord& w, const Metadata& metadata, Stages& stages) {
+  const auto& [profile, exif] = metadata;
+  png_set_benign_errors(w.png, 1);
+  if (!profile.empty()) {
+    png_set_iCCP(w.png, w.info, "ICC", PNG_COMPRESSION_TYPE_BASE, profile.data(), png_uint_32(profile.size()));
+    if (!png_get_valid(w.png, w.info, PNG_INFO_iCCP)) stages.lose("the colour profile is not valid, and dropped");
+  }
+  if (!exif.empty()) {
+    std::vector<uint8_t> copy = exif;
+    png_set_eXIf_1(w.png, w.info, png_uint_32(copy.size()), copy.data());
+    if (!png_get_valid(w.png, w.info, PNG_INFO_eXIf)) stages.lose("the EXIF data are not valid, and dropped");
+  }
+  png_set_benign_errors(w.png, 0);
+}
+
 bool recognises(Bytes file) { return file.size() >= 8 && png_sig_cmp(file.data(), 0, 8) == 0; }
 
 Image read(Bytes file, const Options& options, Stages& stages) {
@@ -64,10 +91,11 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     try {
       for (int pass = 0; pass < passes; ++pass)
         for (int32_t y = 0; y < image.height; ++y) png_read_row(r.png, image.row(y), nullptr);
-      png_read_end(r.png, nullptr);
+      png_read_end(r.png, r.info);
     } catch (const Damaged& e) {
       limits.onlyPart(image, e.what());
     }
+    image.metadata = metadataOf(r);
     return image;
   });
 }
@@ -83,6 +111,7 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
     png_set_IHDR(w.png, w.info, png_uint_32(image.width), png_uint_32(image.height), image.bits,
                  kTypes[image.channels() - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
+    setMetadata(w, image.metadata, stages);
     png_set_compression_level(w.png, options.integer("compression", 3, 0, 9));
     png_write_info(w.png, w.info);
     if (image.bits == 16) png_set_swap(w.png);
@@ -106,7 +135,8 @@ void describe(Bytes file, Facts& facts) {
 }  // namespace
 
 extern const Format kPng;
-const Format kPng = {"PNG", {".png"}, {{"compression", "N", "deflate level 0 to 9 (3)"}}, recognises, read,
-                     write, describe};
+const Format kPng = {
+    "PNG",    {".png"},        {{"compression", "N", "deflate level 0 to 9 (3)"}}, recognises, read, write,
+    describe, kProfile | kExif};
 
 }  // namespace qelconv

@@ -5,6 +5,7 @@ import subprocess
 import unittest
 
 import numpy as np
+from PIL import Image, ImageCms, ImageOps
 
 from support import QELCONV, InteropTest, bounded, contents, convert, fails, psnr, read_pnm, run, write_pnm
 
@@ -306,6 +307,115 @@ class JpegTest(InteropTest):
                 run("jpegtran", "-progressive", "-outfile", self.path("ink3.jpg"), path)
                 again = read_pnm(convert(self.path("ink3.jpg"), self.path("ink3.pam"), "--filter", "box"))
                 self.assertTrue(np.array_equal(back, again))
+
+    # CMYK and YCCK as programs write them: inverted ink, with Adobe's segment or without, which is CMYK then.
+    def test_ink_of_others(self):
+        random = np.random.default_rng(7)
+        planes = [random.integers(0, 256, (6, 7)).astype("u1").repeat(12, 0).repeat(12, 1) for _ in range(4)]
+        adobe = b"\xff\xee\0\x0eAdobe\0\x64\0\0\0\0"
+        for header in (b"", adobe + b"\0", adobe + b"\2"):
+            for factors in (((1, 1),) * 4, ((2, 2), (1, 1), (1, 1), (2, 2))):
+                with self.subTest(header=header, factors=factors):
+                    path, _ = self.joined("ink.jpg", planes, factors, 80, 67, header)
+                    mine = read_pnm(convert(path, self.path("ink.ppm"), "--filter", "box"))
+                    self.assert_close(self.djpeg(path, "-nosmooth"), mine, 3, 0.99, 5)
+
+    # Samples of 12 bits, in the two processes that have them, both ways with a DICOM toolkit.
+    def test_twelve_bits(self):
+        random = np.random.default_rng(9)
+        ramp = np.add.outer(np.arange(61) * 31, np.arange(83) * 29)[:, :, None] % 4096
+        array = np.clip(ramp + random.integers(-40, 40, (61, 83, 1)), 0, 4095)
+        array[:16, :16] = random.integers(0, 2, (16, 16, 1)) * 4095
+        raw = self.path("twelve.raw")
+        array.astype("<u2").tofile(raw)
+        plain = self.dicom("plain.dcm", array, 12, "1.2.840.10008.1.2.1", [f"(7fe0,0010) OW ={raw}"])
+        source = write_pnm(self.path("twelve.pgm"), array, 4095)
+        for theirs, mine, syntax in (("+ee", [], 51), ("+es", None, 53), ("+ep", ["--progressive"], 55)):
+            with self.subTest(theirs=theirs):
+                run("dcmcjpeg", theirs, "+q", 90, plain, self.path("theirs.dcm"))
+                data = contents(self.path("theirs.dcm"))
+                run("dcmdjpeg", self.path("theirs.dcm"), self.path("back.dcm"))
+                back = np.frombuffer(contents(self.path("back.dcm"))[-array.size * 2:], "<u2").reshape(array.shape)
+                coded = self.file("theirs.jpg", data[data.index(b"\xff\xd8\xff"):])
+                self.assert_close(back.astype(int), self.ours(coded), 1, 0.99)
+                if mine is None:
+                    continue
+                coded = convert(source, self.path("mine.jpg"), "--bits", 12, "--quality", 90, *mine)
+                pixels = ["(7fe0,0010) OB (PixelSequence #=2)", "(fffe,e000) pi (no value available)",
+                          f"(fffe,e000) pi ={coded}", "(fffe,e0dd) na (SequenceDelimitationItem)"]
+                if os.path.getsize(coded) % 2:
+                    with open(coded, "ab") as out:
+                        out.write(b"\0")
+                run("dcmdjpeg", self.dicom("mine.dcm", array, 12, f"1.2.840.10008.1.2.4.{syntax}", pixels),
+                    self.path("back.dcm"))
+                back = np.frombuffer(contents(self.path("back.dcm"))[-array.size * 2:], "<u2").reshape(array.shape)
+                self.assert_close(back.astype(int), self.ours(coded), 1, 0.99)
+        self.assertIn("reduced size", fails(QELCONV, coded, self.path("never.pgm"), "--scale", "1/2"))
+        whole = self.file("whole.txt", b"0: 0-0, 0, 0; 0: 1-63, 0, 0;")
+        self.assertIn("DC difference has 12 bits", fails(
+            QELCONV, source, coded, "--bits", 12, "--quality", 100, "--scans", whole))
+        convert(source, coded, "--bits", 12, "--quality", 100, "--progressive")
+        self.assertGreater(psnr(array, self.ours(coded), 4095), 70)
+        # Colour and ink have no peer: what comes back is near.
+        smooth = read_pnm(self.raccoon)[:64, :72]
+        for options in (["--sampling", "444"], [], ["--sampling", "411"], ["--plain-colour", "--progressive"]):
+            deep = write_pnm(self.path("deep.ppm"), smooth * 16 + 8, 4095)
+            coded = convert(deep, self.path("deep.jpg"), "--bits", 12, "--quality", 98, *options)
+            plain = convert(write_pnm(self.path("plain.ppm"), smooth), self.path("plain.jpg"), "--quality", 98, *options)
+            near = psnr(smooth * 16 + 8, self.ours(coded), 4095)
+            self.assertGreater(near, psnr(smooth, self.ours(plain)) - 0.1, options)
+        ink = self.file("ink.pam", b"P7\nWIDTH 72\nHEIGHT 64\nDEPTH 4\nMAXVAL 4095\nTUPLTYPE CMYK\nENDHDR\n" +
+                        np.dstack([smooth * 16, smooth[:, :, :1] * 8]).astype(">u2").tobytes())
+        back = read_pnm(convert(convert(ink, self.path("ink.jpg"), "--bits", 12, "--quality", 98, "--sampling", "444"),
+                                self.path("ink2.pam")))
+        self.assertGreater(psnr(read_pnm(ink), back, 4095), 44)
+
+    # Profiles of several segments and EXIF data go from JPEG to the formats that have a place for them, and back.
+    def test_metadata(self):
+        profile, large = ImageCms.ImageCmsProfile(ImageCms.createProfile("sRGB")).tobytes(), os.urandom(200000)
+        exif = Image.Exif()
+        exif[0x112], exif[0x10F] = 6, "maker"
+        small = Image.fromarray(read_pnm(self.coffee)[:33, :47].astype("u1"))
+        for icc in (profile, large):
+            small.save(self.path("all.jpg"), icc_profile=icc, exif=exif)
+            path = self.path("all.jpg")
+            for names in (("b.jpg",), ("b.jpg", "c.jpg", "--lossless"), ("b.png", "c.jpg"), ("b.tif", "c.jpg")):
+                with self.subTest(names=names, bytes=len(icc)):
+                    told = ""
+                    for name in (n for n in names if n[0] != "-"):
+                        told += run(QELCONV, path, self.path(name), *(n for n in names if n[0] == "-")).decode()
+                        path = self.path(name)
+                    with Image.open(path) as picture:
+                        kept = picture.info.get("icc_profile")
+                        self.assertEqual(6, picture.getexif()[0x112])
+                        self.assertEqual(None if "b.tif" in names else "maker", picture.getexif().get(0x10F))
+                    lost = icc is large and "b.png" in names
+                    self.assertEqual(None if lost else icc, kept)
+                    self.assertEqual(lost, "the colour profile is not valid" in told)
+                    self.assertEqual("b.tif" in names, "but for the orientation" in told, told)
+                path = self.path("all.jpg")
+            told = run(QELCONV, path, self.path("d.ppm")).decode()
+            self.assertIn("the colour profile is dropped", told)
+            self.assertIn("the EXIF data are dropped", told)
+        data = contents(path)
+        broken = self.file("broken.jpg", data.replace(b"ICC_PROFILE\0\2", b"ICC_PROFILE\0\7", 1))
+        self.assertIn("parts of the colour profile are missing", run(QELCONV, broken, self.path("d.jpg")).decode())
+        for orientation in range(1, 9):
+            exif[0x112] = orientation
+            for order in ("<", ">"):
+                exif.endian = order
+                small.save(path, quality=95, exif=exif)
+                with Image.open(path) as picture:
+                    expected = np.asarray(ImageOps.exif_transpose(picture)).astype(int)
+                for name in ("o.png", "o.tif", "o.jpg"):
+                    with self.subTest(orientation=orientation, order=order, name=name):
+                        turned = convert(path, self.path(name), "--orient")
+                        with Image.open(turned) as picture:
+                            self.assertEqual(1, picture.getexif().get(0x112, 1))
+                        if name != "o.jpg":
+                            self.assert_close(expected, self.ours(turned), 3, 0.98, 6)
+                            later = convert(convert(path, self.path("p" + name)), self.path("q" + name), "--orient")
+                            self.assertTrue(np.array_equal(self.ours(turned), self.ours(later)))
 
     # Strips of many widths go from thread to thread, with filters that look into their neighbours.
     def test_threads_make_no_difference(self):
