@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +16,11 @@
 #include "options.h"
 
 namespace qelconv {
+
+class Contents;
+class Destination;
+class RowSink;
+class RowSource;
 
 // Wall-clock time by stage, for -v, where stages of one name add up; and what was lost on the way.
 class Stages {
@@ -80,6 +86,11 @@ struct Format {
                                 Stages& stages);  // null: only read
   void (*describe)(Bytes file, Facts& facts);     // for --info
   unsigned keeps = kNothing;
+  // By rows (see rows.h), where a format can without holding the picture: null otherwise, and no source or sink where
+  // this file, picture or option wants all of it.
+  std::unique_ptr<RowSource> (*readRows)(const Contents& file, const Options& options, Stages& stages) = nullptr;
+  std::unique_ptr<RowSink> (*writeRows)(const Shape& shape, const Options& options, Stages& stages,
+                                        Destination& out) = nullptr;
 };
 
 const std::vector<const Format*>& formats();

@@ -17,6 +17,7 @@
 #include "file_limits.h"
 #include "format.h"
 #include "image.h"
+#include "rows.h"
 
 namespace qelconv::jpeg {
 
@@ -100,7 +101,7 @@ struct File {
 enum class Space { grey, ycc, rgb, cmyk, ycck };
 Space spaceOf(const File& file);
 
-File parse(Bytes bytes);  // throws where there is no scan to be had
+File parse(const Contents& contents);  // throws where there is no scan to be had
 void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
                  const Metadata& metadata, Stages& stages);
 void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& list);
@@ -154,6 +155,7 @@ class ScanDecoder {
   ~ScanDecoder();
   int32_t rows() const;
   void decodeRow(int32_t row, Coefficients& coefficients);
+  const uint8_t* position() const;  // in the file; what is in front of it has been decoded
 
  private:
   struct Impl;
@@ -167,6 +169,7 @@ class SequentialEncoder {
                     const std::array<HuffmanList, 4>& ac, int32_t restartInterval, std::vector<uint8_t>& out);
   ~SequentialEncoder();
   void encodeRow(int32_t row, Coefficients& coefficients);
+  void drain(Destination& file);  // hands on what is in `out` so far
   void finish();
 
  private:
@@ -211,30 +214,33 @@ void checkScanScript(const std::vector<ScanHeader>& script, const Frame& frame);
 
 enum class Filter { box, triangle };
 
+// The picture of a file, where a block becomes samples of this side: 8 is full size, 4, 2 and 1 are the reduced sizes.
+Shape shapeOf(const File& file, int size);
+// Whether a row of the picture wants samples of the next row of MCUs.
+bool looksAhead(const Frame& frame, int size, Filter filter);
+
 // From blocks to pixels, a strip after the other. Samples are kept for some strips, by slot (see pipeline.h),
-// since the triangle filter looks into the strips above and below. `size` is the samples' side that a luma
-// block becomes: 8 is full size, 4, 2 and 1 are the reduced sizes.
+// since the triangle filter looks into the strips above and below.
 class PixelWriter {
  public:
   struct Impl;  // for the samples' size
-  PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots);
+  PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots, Rows& rows);
   ~PixelWriter();
   void transform(int32_t strip, Coefficients& coefficients);  // in any order
   void convert(int32_t strip);                                // one after the other
-  Image finish();
 
  private:
   std::unique_ptr<Impl> impl_;
 };
 
-// From pixels to quantised blocks, strips in any order.
+// From pixels to quantised blocks, rows of MCUs in any order, one user of a slot at a time.
 class PixelReader {
  public:
   struct Impl;
-  PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
-              const Strips& strips, int32_t slots);
+  PixelReader(const Shape& shape, const Rows& rows, const Frame& frame, Space space,
+              const std::vector<RawQuantTable>& quant, int32_t slots);
   ~PixelReader();
-  void transform(int32_t strip, Coefficients& coefficients);
+  void transform(int32_t mcuRow, int32_t slot, Coefficients& coefficients);
 
  private:
   std::unique_ptr<Impl> impl_;

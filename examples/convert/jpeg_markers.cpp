@@ -19,7 +19,7 @@ constexpr std::string_view kExifHead("Exif\0", 6), kProfileHead("ICC_PROFILE", 1
 // Reads the segments of one file into a File.
 class Parser {
  public:
-  explicit Parser(Bytes bytes) : bytes_(bytes), in_(bytes) {}
+  explicit Parser(const Contents& contents) : contents_(contents), bytes_(contents), in_(bytes_) {}
 
   File parse() {
     if (in_.u16be() != (0xFF00 | SOI)) throw Error("not a JPEG file");
@@ -230,6 +230,7 @@ class Parser {
     for (;;) {
       const void* found = at < bytes_.size() ? std::memchr(&bytes_[at], 0xFF, bytes_.size() - at) : nullptr;
       at = found ? size_t(static_cast<const uint8_t*>(found) - bytes_.data()) : bytes_.size();
+      contents_.forget(at);
       if (at + 1 >= bytes_.size()) {
         scan.intervals.push_back(bytes_.subspan(start));
         in_.seek(bytes_.size());
@@ -249,6 +250,7 @@ class Parser {
     in_.seek(at);
   }
 
+  const Contents& contents_;
   Bytes bytes_;
   Reader in_;
   File file_;
@@ -313,7 +315,7 @@ Space spaceOf(const File& file) {
   return c[0].id == 'R' && c[1].id == 'G' && c[2].id == 'B' ? Space::rgb : Space::ycc;
 }
 
-File parse(Bytes bytes) { return Parser(bytes).parse(); }
+File parse(const Contents& contents) { return Parser(contents).parse(); }
 
 void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
                  const Metadata& metadata, Stages& stages) {

@@ -146,6 +146,20 @@ void doubleBothWays(const Sample* near, const Sample* far, int32_t width, Sample
   else doubleRow([=](int32_t k) { return 3 * near[k] + far[k]; }, width, 4, 8, 7, dst);
 }
 
+// How a component's blocks become samples of the picture.
+struct Sampling {
+  Sampling(const Frame& frame, const Component& c, int size) : blockSize(size) {
+    // A reduced picture can take its chroma at a larger block size instead of spreading it.
+    while (blockSize < 8 && frame.hMax * size % (2 * c.h * blockSize) == 0 &&
+           frame.vMax * size % (2 * c.v * blockSize) == 0)
+      blockSize *= 2;
+    across = {frame.hMax * size, c.h * blockSize}, down = {frame.vMax * size, c.v * blockSize};
+  }
+  bool spreads() const { return !across.isOne() || !down.isOne(); }
+  int blockSize;  // samples' side that a block becomes
+  Ratio across, down;
+};
+
 // Means of rectangles of samples.
 template <class Sample>
 void shrink(Plane<Sample>& from, Plane<Sample>& to) {
@@ -165,13 +179,28 @@ void shrink(Plane<Sample>& from, Plane<Sample>& to) {
 
 }  // namespace
 
+Shape shapeOf(const File& file, int size) {
+  constexpr Colour kColours[] = {Colour::grey, Colour::rgb, Colour::rgb, Colour::cmyk, Colour::cmyk};
+  const auto scaled = [size](int32_t n) { return (n * size + 7) / 8; };
+  return {scaled(file.frame.width),
+          scaled(file.frame.height),
+          kColours[int(spaceOf(file))],
+          file.frame.precision,
+          false,
+          file.metadata};
+}
+
+bool looksAhead(const Frame& frame, int size, Filter filter) {
+  return filter == Filter::triangle && std::any_of(frame.components.begin(), frame.components.end(),
+                                                   [&](auto& c) { return Sampling(frame, c, size).down.isTwo(); });
+}
+
 // --- blocks to pixels --------------------------------------------------------------------------------------
 
 struct PixelWriter::Impl {
   virtual ~Impl() = default;
   virtual void transform(int32_t strip, Coefficients& coefficients) = 0;
   virtual void convert(int32_t strip) = 0;
-  Image image;
 };
 
 namespace {
@@ -179,32 +208,27 @@ namespace {
 template <class Sample>
 struct SampleWriter : PixelWriter::Impl {
   // One component: its plane, and how its samples spread over the picture.
-  struct Channel {
+  struct Channel : Sampling {
+    using Sampling::Sampling;
     Plane<Sample> plane;
     Table<Sample> table{};
-    int blockSize = 8;      // samples' side that a block becomes
-    int32_t width, height;  // samples that belong to the picture
-    Ratio across, down;
+    int32_t width = 0, height = 0;   // samples that belong to the picture
     std::vector<Sample> row, blend;  // one row at the picture's width, and one between two rows
     std::vector<int32_t> columns;    // the sample under each column of the picture, unless it is one of two
-    bool spread() const { return !across.isOne() || !down.isOne(); }
   };
 
-  SampleWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots)
-      : frame(file.frame), strips(strips), space(spaceOf(file)), filter(filter) {
-    const auto scaled = [size](int32_t n) { return (n * size + 7) / 8; };
-    constexpr Colour kColours[] = {Colour::grey, Colour::rgb, Colour::rgb, Colour::cmyk, Colour::cmyk};
-    image = Image(scaled(frame.width), scaled(frame.height), kColours[int(space)], frame.precision);
+  SampleWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots, Rows& rows)
+      : frame(file.frame),
+        strips(strips),
+        space(spaceOf(file)),
+        filter(filter),
+        image(shapeOf(file, size)),
+        rows(rows) {
+    late = looksAhead(frame, size, filter);
     rowsOfMcu = frame.vMax * size;
     for (size_t i = 0; i < frame.components.size(); ++i) {
       const Component& c = frame.components[i];
-      Channel& ch = channels.emplace_back();
-      ch.blockSize = size;
-      // A reduced picture can take its chroma at a larger block size instead of spreading it.
-      while (ch.blockSize < 8 && frame.hMax * size % (2 * c.h * ch.blockSize) == 0 &&
-             frame.vMax * size % (2 * c.v * ch.blockSize) == 0)
-        ch.blockSize *= 2;
-      ch.across = {frame.hMax * size, c.h * ch.blockSize}, ch.down = {frame.vMax * size, c.v * ch.blockSize};
+      Channel& ch = channels.emplace_back(frame, c, size);
       ch.width = ch.across.cover(image.width), ch.height = ch.down.cover(image.height);
       ch.plane.resize(c.paddedWide * ch.blockSize, slots * strips.rows * c.v * ch.blockSize);
       if (!ch.across.isOne()) ch.row.resize(size_t(std::max(image.width, 2 * ch.width)));
@@ -212,8 +236,7 @@ struct SampleWriter : PixelWriter::Impl {
       if (!ch.across.isOne() && !ch.across.isTwo())
         for (int32_t x = 0; x < image.width; ++x) ch.columns.push_back(ch.across.under(x));
       ch.table = tableOf<Sample>(file.quant[i]);
-      needsNextRow |= filter == Filter::triangle && ch.down.isTwo();
-      spreads |= ch.spread();
+      spreads |= ch.spreads();
     }
   }
 
@@ -279,9 +302,11 @@ struct SampleWriter : PixelWriter::Impl {
   void convert(int32_t strip) override {
     const int32_t from = converted;
     // The triangle filter looks one chroma row ahead, into the next strip.
-    converted =
-        strips.end(strip) == frame.mcusHigh ? image.height : strips.end(strip) * rowsOfMcu - (needsNextRow ? 1 : 0);
-    if (!spreads) return convertRows(from, converted - from, [&](size_t i) { return channels[i].plane.row(from); });
+    converted = strips.end(strip) == frame.mcusHigh ? image.height : strips.end(strip) * rowsOfMcu - late;
+    if (!spreads)
+      return rows.byPieces(from, converted, [&](int32_t y, int32_t count) {
+        convertRows(y, count, [&](size_t i) { return channels[i].plane.row(y); });
+      });
     for (int32_t y = from; y < converted; ++y) convertRows(y, 1, [&](size_t i) { return spreadRow(channels[i], y); });
   }
 
@@ -292,7 +317,7 @@ struct SampleWriter : PixelWriter::Impl {
     const int32_t width = channels[0].plane.width;
     if constexpr (kIsByte<Sample>) {
       const uint8_t* const src[] = {planes[0], planes[1], planes[2], planes[3]};
-      uint8_t* const out = image.row(y);
+      uint8_t* const out = rows.row(y);
       const QelSize size{image.width, count};
       if (space == Space::ycc || space == Space::ycck) {
         expectOk(space == Space::ycc ? qeliYCbCrToRGB_JPEG_8u_P3C3R(src, width, out, image.step(), size)
@@ -303,7 +328,7 @@ struct SampleWriter : PixelWriter::Impl {
       }
     }
     for (int32_t r = 0; r < count; ++r) {
-      auto* const to = reinterpret_cast<Sample*>(image.row(y + r));
+      auto* const to = reinterpret_cast<Sample*>(rows.row(y + r));
       if (channels.size() == 1) std::copy_n(planes[0], image.width, to);
       else if (channels.size() == 3) interleave<3>(planes, to, image.width);
       else interleave<4>(planes, to, image.width);
@@ -321,29 +346,31 @@ struct SampleWriter : PixelWriter::Impl {
   const Strips strips;
   Space space;
   Filter filter;
+  const Shape image;
+  Rows& rows;
   std::vector<Channel> channels;
-  int rowsOfMcu = 8;
-  bool needsNextRow = false, spreads = false;
+  int rowsOfMcu = 8, late = 0;
+  bool spreads = false;
   int32_t converted = 0;
 };
 
 }  // namespace
 
-PixelWriter::PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots) {
-  if (file.frame.precision == 8) impl_ = std::make_unique<SampleWriter<uint8_t>>(file, size, filter, strips, slots);
-  else if (size == 8) impl_ = std::make_unique<SampleWriter<uint16_t>>(file, size, filter, strips, slots);
+PixelWriter::PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots, Rows& rows) {
+  if (file.frame.precision == 8)
+    impl_ = std::make_unique<SampleWriter<uint8_t>>(file, size, filter, strips, slots, rows);
+  else if (size == 8) impl_ = std::make_unique<SampleWriter<uint16_t>>(file, size, filter, strips, slots, rows);
   else throw Error("12-bit samples can't be read at a reduced size");
 }
 PixelWriter::~PixelWriter() = default;
 void PixelWriter::transform(int32_t strip, Coefficients& coefficients) { impl_->transform(strip, coefficients); }
 void PixelWriter::convert(int32_t strip) { impl_->convert(strip); }
-Image PixelWriter::finish() { return std::move(impl_->image); }
 
 // --- pixels to blocks --------------------------------------------------------------------------------------
 
 struct PixelReader::Impl {
   virtual ~Impl() = default;
-  virtual void transform(int32_t strip, Coefficients& coefficients) = 0;
+  virtual void transform(int32_t mcuRow, int32_t slot, Coefficients& coefficients) = 0;
 };
 
 namespace {
@@ -356,12 +383,11 @@ struct SampleReader : PixelReader::Impl {
     std::vector<Plane<Sample>> planes, full;
   };
 
-  SampleReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
-               const Strips& strips, int32_t slots)
-      : image(image), frame(frame), space(space), strips(strips), rooms(size_t(slots)) {
+  SampleReader(const Shape& image, const Rows& rows, const Frame& frame, Space space,
+               const std::vector<RawQuantTable>& quant, int32_t slots)
+      : image(image), rows(rows), frame(frame), space(space), rooms(size_t(slots)) {
     const int32_t width = frame.mcusWide * 8 * frame.hMax, height = 8 * frame.vMax;
     for (Room& room : rooms) {
-      room.strip.resize(size_t(width) * size_t(image.channels()) * size_t(height));
       room.planes.resize(frame.components.size());
       room.full.resize(frame.components.size());
       for (size_t i = 0; i < room.planes.size(); ++i) {
@@ -378,16 +404,17 @@ struct SampleReader : PixelReader::Impl {
   const Sample* paddedStrip(Room& room, int32_t mcuRow, int32_t& step) {
     const int32_t width = frame.mcusWide * 8 * frame.hMax, height = 8 * frame.vMax, first = mcuRow * height;
     const bool inks = image.colour == Colour::cmyk;
-    if (width == image.width && first + height <= image.height && !inks) {
+    if (width == image.width && first + height <= image.height && !inks && rows.inOnePiece(first, height)) {
       step = image.step();
-      return reinterpret_cast<const Sample*>(image.row(first));
+      return reinterpret_cast<const Sample*>(rows.row(first));
     }
     const auto channels = size_t(image.channels());
     const size_t samples = size_t(width) * channels;
     step = int32_t(samples * sizeof(Sample));
+    room.strip.resize(samples * size_t(height));
     for (int32_t y = 0; y < height; ++y) {
       Sample* to = room.strip.data() + size_t(y) * samples;
-      std::memcpy(to, image.row(std::min(first + y, image.height - 1)), size_t(image.step()));
+      std::memcpy(to, rows.row(std::min(first + y, image.height - 1)), size_t(image.step()));
       for (size_t i = size_t(image.width) * channels; i < samples; ++i) to[i] = to[i - channels];
       if (inks) invert(to, samples);
     }
@@ -449,19 +476,17 @@ struct SampleReader : PixelReader::Impl {
     shrink(from, to);
   }
 
-  void transform(int32_t strip, Coefficients& coefficients) override {
-    Room& room = rooms[size_t(strip) % rooms.size()];
-    for (int32_t mcuRow = strips.first(strip); mcuRow < strips.end(strip); ++mcuRow) {
-      int32_t step = 0;
-      const Sample* src = paddedStrip(room, mcuRow, step);
-      convert(room, src, step);
-      for (size_t i = 0; i < room.planes.size(); ++i) {
-        const Component& c = frame.components[i];
-        for (int32_t v = 0; v < c.v; ++v) {
-          int16_t* blocks = coefficients.row(i, mcuRow * c.v + v);
-          for (int32_t b = 0; b < c.paddedWide; ++b)
-            forward(room.planes[i].row(8 * v) + 8 * b, room.planes[i].step(), blocks + 64 * b, tables[i].data());
-        }
+  void transform(int32_t mcuRow, int32_t slot, Coefficients& coefficients) override {
+    Room& room = rooms[size_t(slot)];
+    int32_t step = 0;
+    const Sample* src = paddedStrip(room, mcuRow, step);
+    convert(room, src, step);
+    for (size_t i = 0; i < room.planes.size(); ++i) {
+      const Component& c = frame.components[i];
+      for (int32_t v = 0; v < c.v; ++v) {
+        int16_t* blocks = coefficients.row(i, mcuRow * c.v + v);
+        for (int32_t b = 0; b < c.paddedWide; ++b)
+          forward(room.planes[i].row(8 * v) + 8 * b, room.planes[i].step(), blocks + 64 * b, tables[i].data());
       }
     }
   }
@@ -473,22 +498,24 @@ struct SampleReader : PixelReader::Impl {
     qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(src, step, dst, table);
   }
 
-  const Image& image;
+  const Shape& image;
+  const Rows& rows;
   const Frame& frame;
   Space space;
-  const Strips strips;
   std::vector<Room> rooms;  // by slot
   std::vector<Table<Sample>> tables;
 };
 
 }  // namespace
 
-PixelReader::PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
-                         const Strips& strips, int32_t slots) {
-  if (frame.precision == 8) impl_ = std::make_unique<SampleReader<uint8_t>>(image, frame, space, quant, strips, slots);
-  else impl_ = std::make_unique<SampleReader<uint16_t>>(image, frame, space, quant, strips, slots);
+PixelReader::PixelReader(const Shape& shape, const Rows& rows, const Frame& frame, Space space,
+                         const std::vector<RawQuantTable>& quant, int32_t slots) {
+  if (frame.precision == 8) impl_ = std::make_unique<SampleReader<uint8_t>>(shape, rows, frame, space, quant, slots);
+  else impl_ = std::make_unique<SampleReader<uint16_t>>(shape, rows, frame, space, quant, slots);
 }
 PixelReader::~PixelReader() = default;
-void PixelReader::transform(int32_t strip, Coefficients& coefficients) { impl_->transform(strip, coefficients); }
+void PixelReader::transform(int32_t mcuRow, int32_t slot, Coefficients& coefficients) {
+  impl_->transform(mcuRow, slot, coefficients);
+}
 
 }  // namespace qelconv::jpeg
