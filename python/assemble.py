@@ -158,7 +158,7 @@ ELEMENT = {}
 def assemble(directory):
     package = os.path.join(directory, "qelj")
     shutil.rmtree(package, ignore_errors=True)
-    shutil.copytree(os.path.join(HERE, "qelj"), package, ignore=shutil.ignore_patterns("__pycache__", "lib"))
+    shutil.copytree(os.path.join(HERE, "src", "qelj"), package, ignore=shutil.ignore_patterns("__pycache__", "lib"))
     builder = cffi.FFI()
     builder.cdef(declarations(read("include", "qelj.h")) + declarations(read("qelcore", "qelcore.h")))
     builder.set_source("qelj._cffi", None)

@@ -14,7 +14,8 @@ import pytest
 from PIL import Image
 
 import qelj
-from qelj import jpeg, jpeg2000, jpegxr, texture, tiff
+from qelj import _library, jpeg, jpeg2000, jpegxr, texture, tiff
+from qelj._library import ffi
 
 from support import NAMES, Guarded, drawn_arguments, plan_of
 
@@ -381,15 +382,18 @@ def python(code, **environment):
 
 
 def test_image_that_is_loaded(tmp_path):
-    library = os.path.dirname(os.path.realpath(qelj.path))
-    images = {name: os.path.join(library, "images", name, "libqelj.so.7") for name in ("portable", "x86-64-v2")}
-    images = {name: path for name, path in images.items() if os.path.exists(path)}
+    # In a build or in an installation.
+    folder = os.path.dirname(os.path.realpath(qelj.path))
+    images = {name: path for name in ("portable", "x86-64-v2") for up in ("", "../..")
+              for kind in ("images", "glibc-hwcaps")
+              if os.path.exists(path := os.path.normpath(os.path.join(folder, up, kind, name, "libqelj.so.7")))}
+    core = _library.file_of(int(ffi.cast("uintptr_t", ffi.addressof(_library.lib, "qelCanRunImage"))))
     for name, path in images.items():
         assert python(PRINT, QELJ_LIBRARY=path) == (0, f"{name} {path}\n")
     status, told = python(PRINT, QELJ_LIBRARY=str(tmp_path / "none.so"))
     assert status == 1 and "ImportError: qelj: the library was not found" in told
     # A folder as an installation has it: the best image that this processor can run.
-    os.symlink(os.path.join(library, "libqelcore.so.7"), tmp_path / "libqelcore.so.7")
+    os.symlink(core, tmp_path / "libqelcore.so.7")
     plain = images.get("portable", qelj.path)
     os.symlink(plain, tmp_path / "libqelj.so.7")
     assert python(PRINT, QELJ_LIBRARY=str(tmp_path))[1].split()[1] == str(tmp_path / "libqelj.so.7")

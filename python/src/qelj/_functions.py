@@ -470,11 +470,16 @@ def made(name):
     group, brief, declaration = _table.FUNCTIONS[name]
     function = Function(name, group, declaration)
     signature = function.signature()
+    required = [key for key, one in signature.parameters.items() if one.kind == one.POSITIONAL_OR_KEYWORD]
+    defaults = {key: one.default for key, one in signature.parameters.items() if one.kind == one.KEYWORD_ONLY}
 
     def call(*arguments, **named):
-        bound = signature.bind(*arguments, **named)
-        bound.apply_defaults()
-        return Call(function, bound.arguments).run()
+        values = {**defaults, **named}
+        values.update(zip(required, arguments))
+        count = len(arguments) + len(named)
+        if len(values) != len(signature.parameters) or count - len(named.keys() & defaults.keys()) != len(required):
+            signature.bind(*arguments, **named)  # tells what is wrong
+        return Call(function, values).run()
 
     title, text = _table.GROUPS[group]
     call.__name__ = call.__qualname__ = name

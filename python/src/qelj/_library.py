@@ -8,6 +8,7 @@ In this order:
 The loader chooses among images only by a library's name, not where it is given a path: in a folder they are chosen
 here, by what libqelcore says of the processor.
 """
+import contextlib
 import os
 
 from ._cffi import ffi
@@ -33,6 +34,16 @@ def found():
     return best_in(carried) if os.path.isdir(carried) else "libqelj.so.7"
 
 
+def file_of(address):
+    """The file whose code or data lie at an address, or None where the system doesn't tell."""
+    with contextlib.suppress(OSError), open("/proc/self/maps", encoding="utf-8", errors="replace") as maps:
+        for line in maps:
+            start, end = (int(part, 16) for part in line.split(" ", 1)[0].split("-"))
+            if start <= address < end and "/" in line:
+                return line[line.index("/"):].rstrip("\n")
+    return None
+
+
 def load():
     path = found()
     try:
@@ -40,9 +51,12 @@ def load():
     except OSError as error:
         raise ImportError(f"qelj: the library was not found or could not be loaded ({error}); QELJ_LIBRARY names "
                           "another file or folder") from None
-    name = library.qelGetImageName(library.qeljGetLibVersion())
+    version = library.qeljGetLibVersion()
+    name = library.qelGetImageName(version)
     if not library.qelCanRunImage(name):
         raise ImportError(f"qelj: this processor cannot run the image {ffi.string(name).decode()} ({path})")
+    if not os.path.isabs(path):
+        path = file_of(int(ffi.cast("uintptr_t", version))) or path
     return path, library, ffi.string(name).decode() if name else None
 
 
