@@ -51,5 +51,5 @@ class Binary(Distribution):
         return bool(CARRIED)
 
 
-setup(version=version(), packages=["qelj"], package_dir={"": "src"}, package_data={"qelj": ["py.typed", "*.pyi"]}, distclass=Binary,
-      cmdclass={"build_py": Assemble, "bdist_wheel": Wheel})
+setup(version=version(), packages=["qelj"], package_dir={"": "src"}, package_data={"qelj": ["py.typed", "*.pyi"]},
+      distclass=Binary, cmdclass={"build_py": Assemble, "bdist_wheel": Wheel})

@@ -12,8 +12,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 DIRECTORY = sys.argv[1] if len(sys.argv) > 1 else "."
 
 
-def show(name, *pictures):
-    """Writes pictures of 8 bits, beside one another."""
+def show(name, words, *pictures):
+    """Writes pictures of 8 bits, beside one another; `words` say what there is to see."""
     height = max(picture.shape[0] for picture in pictures)
     columns = []
     for picture in pictures:
@@ -37,7 +37,8 @@ with Image.open(os.path.join(HERE, "..", "examples", "images", "coffee.png")) as
     picture = np.array(image.convert("RGB"))[:256, :384]
 y, cb, cr = qelj.qeliRGBToYCbCr_JPEG_8u_C3P3R(picture)
 print(picture.shape, y.shape, y.dtype)
-show("planes", picture, y, cb, cr)
+show("planes", "The photograph, and its planes Y, Cb and Cr in grey",
+     picture, y, cb, cr)
 
 # %% A part of a picture is a view, and is walked in place
 #
@@ -62,7 +63,8 @@ blocks = jpeg.forward_dct(y, raw)
 print(blocks.shape, "coefficients that are not zero:", f"{np.mean(blocks != 0):.1%}")
 print(blocks[12, 30])
 many = (blocks != 0).transpose(0, 2, 1, 3).reshape(y.shape)
-show("coefficients", y, np.where(many, 0, 255).astype(np.uint8))
+show("coefficients", "Luma, and a dot for each coefficient that is not zero: fewest where the picture is smooth",
+     y, np.where(many, 0, 255).astype(np.uint8))
 
 # %% Bits
 #
@@ -84,7 +86,8 @@ decoded = decoder.decode(blocks.shape[0] * blocks.shape[1], *jpeg.typical_decode
 assert np.array_equal(decoded, blocks)
 back = jpeg.inverse_dct(decoded, raw)
 print(f"{10 * np.log10(255 ** 2 / np.mean((back.astype(float) - y) ** 2)):.2f} dB")
-show("sizes", back, jpeg.inverse_dct(decoded, raw, side=4), jpeg.inverse_dct(decoded, raw, side=2))
+show("sizes", "The decoded picture, at a half and at a quarter of its size",
+     back, jpeg.inverse_dct(decoded, raw, side=4), jpeg.inverse_dct(decoded, raw, side=2))
 
 # %% What quality costs
 #
@@ -98,7 +101,8 @@ for quality in (5, 20, 50, 90):
     print(f"quality {quality}: {8 * len(encoder.finish()) / y.size:.2f} bits a sample, "
           f"{10 * np.log10(255 ** 2 / np.mean((back.astype(float) - y) ** 2)):.2f} dB")
     crops.append(enlarged(back[96:160, 160:224], 3))
-show("qualities", *crops)
+show("qualities", "A crop at qualities 5, 20, 50 and 90: blocks, less and less visible",
+     *crops)
 
 # %% Wavelets
 #
@@ -111,7 +115,8 @@ drawn = np.clip(np.abs(transformed) * 6, 0, 255).astype(np.uint8)
 for band in jpeg2000.bands(transformed, levels=3):
     if band.subband == qelj.Subband.LL:
         drawn[:band.samples.shape[0], :band.samples.shape[1]] = band.samples + 128
-show("bands", y, drawn)
+show("bands", "Luma, and its bands: edges across, down and both ways, three times",
+     y, drawn)
 
 # %% A code-block, plane by plane
 #
@@ -135,12 +140,13 @@ for format in ("bc1", "bc7"):
     error = np.abs(decoded[..., :3].astype(int) - picture)
     differences.append(np.clip(error * 8, 0, 255).astype(np.uint8))
     print(f"{format}: {encoded.size} bytes, {10 * np.log10(255 ** 2 / np.mean(error ** 2.0)):.2f} dB")
-show("textures", *differences)
+show("textures", "Differences of BC1, and of BC7, which are much fainter",
+     *differences)
 
 # %% Threads
 #
-# Calls release the interpreter's lock. `map_rows` gives bands of rows to a pool of threads, as views of the same arrays:
-# here bands of whole block rows, whose blocks lie one behind another.
+# Calls release the interpreter's lock. `map_rows` gives bands of rows to a pool of threads, as views of the same
+# arrays: here bands of whole block rows, whose blocks lie one behind another.
 blocks_of_rows = np.zeros((64, 96 * 16), np.uint8)
 qelj.map_rows(lambda rows, out: qelj.qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(rows, dst=out.reshape(-1)),
               rgba, blocks_of_rows, band=32)
