@@ -181,6 +181,8 @@ def test_colour(picture):
     for down in (True, False):
         assert np.array_equal(jpeg.upsample(flat, down), np.full((12 if down else 6, 10), 77))
         assert np.array_equal(jpeg.downsample(flat, down), np.full((3 if down else 6, 2), 77))
+    row = picture[7:8, :30, 0]  # one row, with those around it
+    assert np.array_equal(jpeg.upsample(row), jpeg.upsample(row.repeat(3, 0))[2:4])
 
 
 # --- arrays ---
@@ -199,6 +201,11 @@ def test_views_are_passed_as_they_are(picture):
         qelj.qeliRGBToYCbCr_JPEG_8u_C3P3R(source, dst=target)
         straight = qelj.qeliRGBToYCbCr_JPEG_8u_C3P3R(np.ascontiguousarray(source))
         assert all(map(np.array_equal, target, straight))
+        # Planes whose steps differ, one of which no step fits.
+        odd = [np.zeros((source.shape[0], source.shape[1] + i), np.uint8)[:, :source.shape[1]] for i in (0, 4)]
+        odd.append(np.zeros(source.shape[:2], np.uint8)[:, ::-1])
+        qelj.qeliRGBToYCbCr_JPEG_8u_C3P3R(source, dst=odd)
+        assert all(map(np.array_equal, odd, straight))
     # Textures take rows upwards.
     assert np.array_equal(texture.encode(np.dstack([window, window[..., 0]])[::-1], "bc1"),
                           texture.encode(np.ascontiguousarray(np.dstack([window, window[..., 0]])[::-1]), "bc1"))

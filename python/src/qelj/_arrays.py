@@ -83,9 +83,9 @@ def step_of(array, written, upwards):
     if not has_compact_pixels(array):
         return None
     width = max(row_bytes(array), 1)
-    if array.shape[0] < 2:
-        return width
     step = array.strides[0]
+    if array.shape[0] < 2:  # it has a role only where rows around it are looked at
+        return step if width <= step <= MOST else width
     if step < 1 and not (upwards and step):
         return None
     if written and abs(step) < width or abs(step) > MOST:

@@ -3,6 +3,7 @@ import collections
 import contextlib
 import functools
 import inspect
+import operator
 import warnings
 
 import numpy as np
@@ -66,13 +67,13 @@ class Call:
                     value = tuple(value)
                     if len(value) != len(names):
                         raise TypeError(f"{self.what(one.name)} is to be ({', '.join(names)})")
-                    self.known.update(zip(names, map(int, value)))
+                    self.known.update(zip(names, map(operator.index, value)))
                     self.said.update(names)
             elif one.role in ("number", "result"):
                 if value is not None:
-                    self.known[one.name] = int(value) if isinstance(value, np.integer) else value
+                    self.known[one.name] = operator.index(value)
                     self.said.add(one.name)
-                    if one.name == "dstBitPos" and value < 0:
+                    if one.name == "dstBitPos" and value < 0:  # which the library doesn't look at
                         raise ValueError(f"{self.what(one.name)} is below 0")
 
     def take_arrays(self):
@@ -100,7 +101,7 @@ class Call:
                 self.arrays[one.name] = self.known[one.name] = array
                 if one.role == "array":
                     self.learn(array, one.shape)
-        if "tile" in self.function.sizes:
+        if "tile" in self.function.roles:
             self.known.setdefault("x", 0)
             self.known.setdefault("y", 0)
             if "w" not in self.known:
@@ -260,7 +261,7 @@ class Call:
 
     def cursor(self, one):
         """The place in a stream, with the bytes that the call may touch from there."""
-        array, position = self.arrays[one.name], self.values.get("streamPos") or 0
+        array, position = self.arrays[one.name], operator.index(self.values["streamPos"])
         if array.ndim != 1 or not array.flags.c_contiguous:
             raise ValueError(f"{self.what(one.name)} is to be an array of one dimension without gaps")
         most = one.shape.dims[0]
@@ -345,19 +346,11 @@ class Call:
                 values = [self.known[name] for name in _plan.SIZES[one.name]]
             except KeyError as error:
                 raise TypeError(f"{self.plan.name}: nothing says what {one.name} is") from error
-            if one.name in ("size", "dstSize", "srcSize"):  # w, h; but names of the other two are sw, sh and dw, dh
-                return size_record(values)
-            return ffi.new("QelRect*", values)
+            return size_record(values) if role == "size" else ffi.new("QelRect*", values)
         if role == "number":
-            value = self.known.get(one.name)
-            if value is None:
-                if one.default is None and not one.required:
-                    value = 0
-                elif one.required:
-                    raise TypeError(f"{self.what(one.name)} is missing")
-                else:
-                    value = one.default
-            return value
+            if one.required and one.name not in self.known:
+                raise TypeError(f"{self.what(one.name)} is missing")
+            return self.known.get(one.name, one.default or 0)
         if role == "result":
             value = self.known.get(one.name, one.default or 0)
             if one.name == "srcBitPos":
@@ -398,7 +391,7 @@ class Call:
             status = self.function.call(*arguments)
             if self.attached and status >= 0:
                 self.attached._block = self.arrays["dst"]
-        for array, copy in self.behind:
+        for array, copy in reversed(self.behind):  # of a copy's copy, the copy first
             array[...] = copy
         results = self.results(cells)
         if status:
@@ -443,7 +436,7 @@ class Call:
 
 
 class Function:
-    """What is known of one function, worked out when it is called for the first time."""
+    """What is known of one function."""
 
     def __init__(self, name, group, declaration):
         self.plan = plan = _plan.Plan(name, group, declaration)
@@ -451,8 +444,8 @@ class Function:
         self.dtypes = {one.name: np.dtype(_plan.ELEMENTS[one.base]) for one in plan.parameters
                        if one.role in ("array", "planes", "cursor")}
         self.steps = {one.of: one.role for one in plan.parameters if one.role in ("step", "steps")}
-        self.sizes = {one.role for one in plan.parameters}
-        names = [one.name for one in plan.results] + ["streamPos"] * ("cursor" in self.sizes)
+        self.roles = {one.role for one in plan.parameters}
+        names = [one.name for one in plan.results] + ["streamPos"] * ("cursor" in self.roles)
         if len(names) > 1:
             self.Results = collections.namedtuple(f"{name}_Results", names)
 
@@ -460,7 +453,7 @@ class Function:
         kind, given = inspect.Parameter, [one for one in self.plan.parameters if one.python]
         required = [kind(one.name, kind.POSITIONAL_OR_KEYWORD) for one in given if one.required]
         optional = [kind(one.name, kind.KEYWORD_ONLY, default=one.default) for one in given if not one.required]
-        if "cursor" in self.sizes:
+        if "cursor" in self.roles:
             optional.append(kind("streamPos", kind.KEYWORD_ONLY, default=0))
         return inspect.Signature(required + optional)
 
