@@ -85,24 +85,24 @@ def plans(folder):
 
 
 STUB = '''"""The functions of qelj.h. Made by assemble.py."""
-from typing import Any, NamedTuple, Sequence, Union
+from typing import NamedTuple, Sequence, Union
 import numpy as np
 import numpy.typing as npt
-from ._records import *
+from ._records import {records}
 
 Size = tuple[int, int]
 Tile = tuple[int, int, int, int]
 Bytes = Union[npt.NDArray[np.uint8], bytes, bytearray, memoryview]
+__all__ = {names}
 
 '''
 
 
 def stub(plan_module, table):
     """The text of _functions.pyi."""
-    text, bodies = STUB, []
+    table = {name: entry for name, entry in table.items() if entry[0] != "library"}
+    text, bodies = STUB.format(records=", ".join(plan_module.RECORDS.values()), names=pprint.pformat(list(table))), []
     for name, (group, brief, declaration) in table.items():
-        if group == "library":
-            continue
         plan = plan_module.Plan(name, group, declaration)
         required = [typed(one) for one in plan.parameters if one.python and one.required]
         optional = [typed(one) for one in plan.parameters if one.python and not one.required]
@@ -113,7 +113,8 @@ def stub(plan_module, table):
                 optional.append("streamPos: int = 0")
                 results.append(("streamPos", "int"))
         if len(results) > 1:
-            fields = "".join(f"    {key}: {kind}\n" for key, kind in results)
+            fields = "".join(f"    {key}: {kind}{'  # type: ignore[assignment]' * (key == 'count')}\n"
+                             for key, kind in results)  # a tuple has a method of that name
             text += f"class {name}_Results(NamedTuple):\n{fields}\n"
         returned = "None" if not results else f"{name}_Results" if len(results) > 1 else next(iter(kinds.values()))
         optional = ["*", *optional] if optional else []
@@ -127,7 +128,9 @@ def result_type(one):
     if one.role == "result":
         return "float" if one.base == "double" else "int"
     kind = f"npt.NDArray[np.{ELEMENT[one.base]}]"
-    return f"tuple[{kind}, ...]" if one.role == "planes" else kind
+    if one.role != "planes":
+        return kind
+    return f"tuple[{kind}, ...]" if isinstance(one.shape[0], str) else f"tuple[{', '.join([kind] * len(one.shape))}]"
 
 
 def typed(one):

@@ -11,7 +11,7 @@ import numpy as np
 from . import _arrays, _plan, _table
 from ._errors import Error, StatusWarning
 from ._library import ffi, lib
-from ._records import KINDS, number, size_record
+from ._records import C_NAMES, KINDS, number, size_record
 
 # A call of the Direct decoder looks at fewer bytes than this: 64 symbols of up to 32 bits, each byte perhaps stuffed.
 DIRECT_READS = 1024
@@ -360,7 +360,7 @@ class Call:
         if role == "cursor":
             return self.cursor(one)
         if role == "allocated":
-            cells[one.name] = ffi.new(f"{KINDS[one.base]._type.replace('void', 'QelDecodeStateJPEG2K')}*")
+            cells[one.name] = ffi.new(f"{C_NAMES[one.base]}**")
             return cells[one.name]
         if role == "records":
             values = self.values.get(one.name)
@@ -373,7 +373,7 @@ class Call:
             if len(values) < min(self.known.get("channels", 0), 4):
                 raise ValueError(f"{self.what(one.name)} is to hold {self.known['channels']} tables")
             self.kept.extend(values)
-            pointers = ffi.new(f"Qel{one.base}*[]", [value._at() for value in values])
+            pointers = ffi.new(f"{C_NAMES[one.base]}*[]", [value._at() for value in values])
             self.kept.append(pointers)
             return pointers
         return self.record(one)

@@ -245,12 +245,11 @@ SHAPES = {
     "vlc_blocks": vlc, "vlc_dc": vlc, "flc": vlc,
     "texture_decoding": textures, "texture_encoding": textures, "bc6": textures, "bc7": textures,
     "tiff_rows": lambda name: {
-        "src": ROWS_16 if "Split" in name else planes(flat("len"), flat("len")) if "Join" in name else
+        "src": flat("len") if "Split" in name else planes(flat("len"), flat("len")) if "Join" in name else
         stream("srcLen", pad="1" if "Unpack" in name else None),
-        "dst": planes(flat("len"), flat("len")) if "Split" in name else ROWS_16 if "Join" in name else
+        "dst": planes(flat("len"), flat("len")) if "Split" in name else flat("len") if "Join" in name else
         stream("dstLen")},
 }
-ROWS_16 = flat("len")
 # Sizes that follow from others, where neither the caller nor an array says.
 DERIVED = {
     "qeliSampleDownH2V1_JPEG_8u_C1R": {"dh": "sh", "dw": "sw//2"},

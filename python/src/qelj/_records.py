@@ -5,6 +5,7 @@ they come from.
 """
 import threading
 
+from . import _plan
 from ._arrays import zeros
 from ._errors import Error
 from ._library import ffi, lib
@@ -28,14 +29,16 @@ def size_record(size):
     return ffi.new("QelSize*", (width, height))[0]
 
 
+C_NAMES = {python: name for name, python in _plan.RECORDS.items()}
+
+
 class Record:
     """What all records have in common."""
-    _type = ""
     __slots__ = ("_memory", "_pointer", "_lock", "__weakref__")
 
-    def __init__(self, size):
+    def __init__(self, size: int) -> None:
         self._memory = zeros(size, "uint8")
-        self._pointer = ffi.cast(self._type, self._memory.ctypes.data)
+        self._pointer = ffi.cast(C_NAMES[type(self).__name__] + "*", self._memory.ctypes.data)
         self._lock = threading.Lock()
 
     @classmethod
@@ -64,88 +67,84 @@ class Record:
 
 class _Plain(Record):
     """A record that any copy of its bytes is as good as."""
-    _size = ""
     __slots__ = ()
 
-    def __init__(self):
-        super().__init__(number(self._size))
+    def __init__(self) -> None:
+        super().__init__(self._size())
+
+    def _size(self) -> int:
+        return number(f"qeli{type(self).__name__}GetBufSize_JPEG_8u")
 
     def copy(self):
         """Another record that holds the same: what to go back to if a call fails."""
-        other = type(self).__new__(type(self))
-        Record.__init__(other, number(self._size))
+        other = type(self)()
         with self._lock:
-            size = len(other._memory)
-            other._memory[:] = memoryview(ffi.buffer(ffi.cast("char*", self._at()), size))
+            other._memory[:] = memoryview(ffi.buffer(ffi.cast("char*", self._at()), len(other._memory)))
         return other
 
 
-class DecodeHuffmanSpec(_Plain):
+class _Spec(_Plain):
+    __slots__ = ()
+
+    def __init__(self, bits=None, vals=None) -> None:
+        super().__init__()
+        if bits is not None:
+            from . import _functions
+            getattr(_functions, f"qeli{type(self).__name__}Init_JPEG_8u")(bits, vals, spec=self)
+
+
+class DecodeHuffmanSpec(_Spec):
     """A decoder's table, from the lists of a DHT segment; without lists it holds no code."""
-    _type, _size = "QelDecodeHuffmanSpec*", "qeliDecodeHuffmanSpecGetBufSize_JPEG_8u"
     __slots__ = ()
 
-    def __init__(self, bits=None, vals=None):
-        super().__init__()
-        if bits is not None:
-            from . import _functions
-            _functions.qeliDecodeHuffmanSpecInit_JPEG_8u(bits, vals, spec=self)
 
-
-class EncodeHuffmanSpec(_Plain):
+class EncodeHuffmanSpec(_Spec):
     """An encoder's table, from the lists of a DHT segment; without lists it holds no code."""
-    _type, _size = "QelEncodeHuffmanSpec*", "qeliEncodeHuffmanSpecGetBufSize_JPEG_8u"
     __slots__ = ()
 
-    def __init__(self, bits=None, vals=None):
+
+class _State(_Plain):
+    __slots__ = ()
+
+    def __init__(self) -> None:
         super().__init__()
-        if bits is not None:
-            from . import _functions
-            _functions.qeliEncodeHuffmanSpecInit_JPEG_8u(bits, vals, spec=self)
+        function = f"qeli{type(self).__name__}Init_JPEG_8u"
+        checked(getattr(lib, function)(self._pointer), function)
 
 
-class DecodeHuffmanState(_Plain):
+class DecodeHuffmanState(_State):
     """A decoder's position, prepared for a scan."""
-    _type, _size = "QelDecodeHuffmanState*", "qeliDecodeHuffmanStateGetBufSize_JPEG_8u"
     __slots__ = ()
 
-    def __init__(self):
-        super().__init__()
-        checked(lib.qeliDecodeHuffmanStateInit_JPEG_8u(self._pointer), "qeliDecodeHuffmanStateInit_JPEG_8u")
 
-
-class EncodeHuffmanState(_Plain):
+class EncodeHuffmanState(_State):
     """An encoder's position, prepared for a scan."""
-    _type, _size = "QelEncodeHuffmanState*", "qeliEncodeHuffmanStateGetBufSize_JPEG_8u"
     __slots__ = ()
-
-    def __init__(self):
-        super().__init__()
-        checked(lib.qeliEncodeHuffmanStateInit_JPEG_8u(self._pointer), "qeliEncodeHuffmanStateInit_JPEG_8u")
 
 
 class VLCState(_Plain):
     """What the coefficient coders of JPEG XR adapt: initialised, and its three scans reset. It points into itself:
     behind `copy`, the scan in use has to be set (qeliVLCScanSet_JPEGXR)."""
-    _type, _size = "VLCState*", "qeliVLCGetStateSize_JPEGXR"
     __slots__ = ()
 
-    def __init__(self):
+    def __init__(self) -> None:
         super().__init__()
         checked(lib.qeliVLCInit_JPEGXR(self._pointer), "qeliVLCInit_JPEGXR")
         for scan in range(3):
             checked(lib.qeliVLCScanReset_JPEGXR(self._pointer, scan), "qeliVLCScanReset_JPEGXR")
 
+    def _size(self) -> int:
+        return number("qeliVLCGetStateSize_JPEGXR")
+
 
 class EncodeStateJPEG2K(Record):
     """A code-block encoder's state, for blocks of up to `size` (width, height)."""
-    _type = "QelEncodeStateJPEG2K*"
     __slots__ = ()
 
     def _holds(self, size):
         """It knows by itself which blocks it has room for."""
 
-    def __init__(self, size):
+    def __init__(self, size) -> None:
         place = ffi.new("QelEncodeStateJPEG2K**")
         checked(lib.qeliEncodeInitAlloc_JPEG2K(place, size_record(size)), "qeliEncodeInitAlloc_JPEG2K")
         self._memory, self._lock = None, threading.Lock()
@@ -154,10 +153,9 @@ class EncodeStateJPEG2K(Record):
 
 class DecodeStateJPEG2K(Record):
     """A progressive code-block decoder's state, for blocks of up to `size` (width, height)."""
-    _type = "void*"
     __slots__ = ("_room", "_block")
 
-    def __init__(self, size):
+    def __init__(self, size) -> None:
         self._holds(size)
         super().__init__(self._room)
         checked(lib.qeliDecodeCBProgrInit_JPEG2K(self._pointer), "qeliDecodeCBProgrInit_JPEG2K")
@@ -176,7 +174,6 @@ def state_bytes(size):
     return number("qeliDecodeCBProgrGetStateSize_JPEG2K", size_record(size))
 
 
-KINDS = {kind.__name__: kind for kind in (
-    DecodeHuffmanSpec, EncodeHuffmanSpec, DecodeHuffmanState, EncodeHuffmanState, VLCState, EncodeStateJPEG2K,
-    DecodeStateJPEG2K)}
-__all__ = list(KINDS)
+__all__ = ["DecodeHuffmanSpec", "EncodeHuffmanSpec", "DecodeHuffmanState", "EncodeHuffmanState", "VLCState",
+           "EncodeStateJPEG2K", "DecodeStateJPEG2K"]
+KINDS = {name: globals()[name] for name in __all__}

@@ -1,6 +1,6 @@
 """JPEG: colour, resampling, DCTs, Huffman coding and prediction, with arrays made where there are none."""
 import threading
-from typing import Any, List, Optional, Sequence, Tuple
+from typing import Any, Dict, List, Optional, Sequence, Tuple
 
 import numpy as np
 import numpy.typing as npt
@@ -24,8 +24,9 @@ def to_ycbcr(pixels: U8, sampling: str = "4:4:4", order: str = "RGB") -> Tuple[U
 def from_ycbcr(planes: Sequence[U8], order: str = "RGB", alpha: Optional[int] = None) -> U8:
     """Pixels of planes Y, Cb, Cr, whose shapes say the sampling; with a fourth channel, if `alpha` says what it holds.
     Chroma is repeated: `upsample` makes it smooth."""
-    (height, width), chroma = planes[0].shape, planes[1].shape
-    fits = {(height, width): "", (height, width // 2): "422", (height // 2, width // 2): "411"}
+    (height, width), chroma = planes[0].shape, tuple(planes[1].shape)
+    fits: Dict[Tuple[int, ...], str] = {
+        (height, width): "", (height, width // 2): "422", (height // 2, width // 2): "411"}
     if chroma not in fits:
         raise ValueError(f"chroma of {chroma} does not fit luma of {planes[0].shape}")
     if alpha is None:
@@ -218,19 +219,22 @@ def optimal_lists(blocks: S16) -> List[Tuple[U8, U8]]:
     return lists
 
 
-def differences(samples: S16, predictor: int = 1, precision: int = 8, point_transform: int = 0) -> S16:
-    """What the lossless process codes of a component's samples, row for row."""
-    result = _arrays.zeros(samples.shape, np.int16)
-    c.qeliDiffPredFirstRow_JPEG_16s_C1(samples[0], precision, dst=result[0], pointTransform=point_transform)
-    for above, row, out in zip(samples, samples[1:], result[1:]):
-        c.qeliDiffPredRow_JPEG_16s_C1(row, above, predictor, dst=out)
+def _predicted(kind: str, source: S16, predictor: int, precision: int, point_transform: int) -> S16:
+    """One component through the prediction of the lossless process, or back; samples are predicted from samples."""
+    result = _arrays.zeros(source.shape, np.int16)
+    samples = result if kind == "Reconstruct" else source
+    getattr(c, f"qeli{kind}PredFirstRow_JPEG_16s_C1")(source[0], precision, dst=result[0],
+                                                      pointTransform=point_transform)
+    for y in range(1, len(source)):
+        getattr(c, f"qeli{kind}PredRow_JPEG_16s_C1")(source[y], samples[y - 1], predictor, dst=result[y])
     return result
+
+
+def differences(samples: S16, predictor: int = 1, precision: int = 8, point_transform: int = 0) -> S16:
+    """What the lossless process codes of a component's samples."""
+    return _predicted("Diff", samples, predictor, precision, point_transform)
 
 
 def reconstruct(differences: S16, predictor: int = 1, precision: int = 8, point_transform: int = 0) -> S16:
     """The samples of a component from their differences."""
-    result = _arrays.zeros(differences.shape, np.int16)
-    c.qeliReconstructPredFirstRow_JPEG_16s_C1(differences[0], precision, dst=result[0], pointTransform=point_transform)
-    for above, row, out in zip(result, differences[1:], result[1:]):
-        c.qeliReconstructPredRow_JPEG_16s_C1(row, above, predictor, dst=out)
-    return result
+    return _predicted("Reconstruct", differences, predictor, precision, point_transform)

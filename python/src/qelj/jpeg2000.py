@@ -118,7 +118,7 @@ def encode_codeblock(samples: npt.NDArray[np.int32], subband: int = Subband.LL,
     loaded = c.qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(coded.view(np.int32), state, subband, planes, codeStyle=style)
     data = bytearray()
     room = np.empty(4096, np.uint8)
-    more = True
+    more = 1
     while more:
         _, length, more = c.qeliEncodeStoreBits_JPEG2K_1u(room, state)
         data += room[:length].tobytes()
