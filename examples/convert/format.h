@@ -45,6 +45,7 @@ class Stages {
     for (size_t i = 0; i < names.size(); ++i)
       if (names[i] && sum > 0) add(names[i], clock * busy[i] / sum);
   }
+  const std::vector<std::pair<std::string, double>>& times() const { return stages_; }
   double seconds() const {
     double sum = 0;
     for (const auto& stage : stages_) sum += stage.second;

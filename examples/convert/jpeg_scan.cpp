@@ -504,9 +504,9 @@ void DifferenceEncoder::finish() {
 
 HuffmanList typicalTable(bool ac, int index) {
   HuffmanList list;
-  std::ranges::copy(ac ? qelTypicalAcBits[index] : qelTypicalDcBits[index], list.bits.begin());
-  if (ac) std::ranges::copy(qelTypicalAcVals[index], list.vals.begin());
-  else std::ranges::copy(qelTypicalDcVals, list.vals.begin());
+  std::copy_n(ac ? qelTypicalAcBits[index] : qelTypicalDcBits[index], list.bits.size(), list.bits.begin());
+  if (ac) std::copy_n(qelTypicalAcVals[index], std::size(qelTypicalAcVals[index]), list.vals.begin());
+  else std::copy_n(qelTypicalDcVals, std::size(qelTypicalDcVals), list.vals.begin());
   return list;
 }
 
