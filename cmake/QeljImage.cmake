@@ -2,7 +2,7 @@
 # whole for one processor generation. All images have the same soname and the same exports and give the same
 # bytes; an installation may carry several and let the dynamic loader choose.
 #
-# <cpu> is x86-64-v2, x86-64-v3, x86-64-v4, portable (no processor-specific operation: the vectors' plain
+# <cpu> is x86-64-v2, x86-64-v3, x86-64-v4, armv8-a, portable (no processor-specific operation: the vectors' plain
 # forms), or scalar (portable, and every kernel in its scalar form: the definition that tests compare with).
 
 file(GLOB_RECURSE qelj_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp ${PROJECT_SOURCE_DIR}/src/*.S)
@@ -43,6 +43,11 @@ function(qelj_library target name)
       target_link_options(${target} PRIVATE
         -Wl,--version-script=${script} -Wl,-z,relro,-z,now,-z,nodelete -Wl,--as-needed)
     endif()
+  elseif(EMSCRIPTEN)
+    # Members of an archive as they are: what is shown outside is chosen where a module is linked.
+    set(code ${target})
+    add_library(${target} STATIC ${ARGN})
+    set_target_properties(${target} PROPERTIES OUTPUT_NAME ${name})
   else()
     set(code ${target}_code)
     set(object ${PROJECT_BINARY_DIR}/${name}_library.o)
@@ -93,7 +98,7 @@ endfunction()
 
 function(qelj_image target cpu directory)
   qelj_library(${target} qelj ${qelj_sources})
-  if(NOT WIN32)
+  if(NOT WIN32 AND NOT EMSCRIPTEN)
     set_source_files_properties(${qelj_guarded_sources} PROPERTIES COMPILE_OPTIONS -fstack-protector-strong)
   endif()
   set(code ${${target}_code})
@@ -121,7 +126,7 @@ function(qelj_image target cpu directory)
     # The stack is aligned to 16 bytes there, whatever the compiler takes it for.
     target_compile_options(${code} PRIVATE -Wa,-muse-unaligned-vector-move)
   endif()
-  if(NOT qelj_shared)
+  if(NOT qelj_shared AND NOT EMSCRIPTEN)
     # By name where it is installed, and by path here: a user of this directory doesn't see what was found in it.
     target_link_libraries(${target} INTERFACE
       qelcore "$<BUILD_INTERFACE:${OpenMP_CXX_LIBRARIES}>" "$<INSTALL_INTERFACE:${OpenMP_CXX_LIB_NAMES}>" m)

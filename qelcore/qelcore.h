@@ -105,7 +105,7 @@ QELCORE_API uint64_t qelGetEnabledCpuFeatures(void);
  */
 
 /* The name of the image that lies at `address`, such as the record of its qeljGetLibVersion(): what QELJ_CPU was when
- * it was built, "x86-64-v2", "x86-64-v3", "x86-64-v4" or "portable". Null where no image lies. The text is the
+ * it was built, "x86-64-v2", "x86-64-v3", "x86-64-v4", "armv8-a" or "portable". Null where no image lies. The text is the
  * image's own. Takes the dynamic loader's lock. */
 QELCORE_API const char* qelGetImageName(const void* address);
 

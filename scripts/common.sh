@@ -34,6 +34,7 @@ need() {
 cpu_generations() {
   case $(uname -m) in
     x86_64) ;;
+    aarch64) echo armv8-a; return ;;
     *) echo portable; return ;;
   esac
   local flags

@@ -11,16 +11,17 @@ import sys
 
 import filter as filtering
 import header
+import tutorial
 
 SITE = os.path.dirname(os.path.abspath(__file__))
 ROOT = header.ROOT
 START = ("site/index.md", "docs/tasks.md", "docs/codec.md", "docs/surprises.md")
 GUIDES = ("docs/baseline.md", "docs/chroma.md", "docs/medical.md", "docs/jpeg2000.md", "docs/jpegxr.md",
           "docs/textures.md", "docs/exactness.md", "docs/threading.md", "docs/hostile.md", "docs/debugging.md",
-          "docs/porting.md", "docs/measuring.md")
+          "docs/python.md", "docs/porting.md", "docs/measuring.md")
 MORE = ("docs/performance.md", "docs/converter.md", "docs/versions.md", "docs/roadmap.md",
         "SECURITY.md", "CONTRIBUTING.md", "CHANGELOG.md")
-MADE = ("programs.md", "functions-by-name.md")
+MADE = ("programs.md", "functions-by-name.md", "tutorial.md")
 FAMILIES = ("colour", "sampling", "mcu", "dct", "huffman", "progressive", "predictive", "components", "wavelets",
             "codeblocks", "photocore", "coefficients", "texture", "tiff", "frame")
 
@@ -45,7 +46,7 @@ def page_header(version):
     def part(name, entries):
         return f"<details><summary>{name}</summary><ul>{''.join(entries)}</ul></details>"
     pages = {"qelj_8h": "How to read qelj.h", "modules": "Groups of qelj.h", "functions-by-name": "All functions",
-             "group__status": "Statuses", "programs": "Programs"}
+             "group__status": "Statuses", "programs": "Programs", "tutorial": tutorial.TITLE}
     reference = [f'<li><a href="{page}.html">{name}</a></li>' for page, name in pages.items()]
     families = [f"site/families/{name}.md" for name in FAMILIES]
     parts = [part("Start", map(entry, START)), part("Families", map(entry, families)),
@@ -164,6 +165,9 @@ def main():
     functions = sorted((name, brief) for group in header.groups().values() for name, brief, _ in group.functions)
     table = filtering.function_table(functions)
     write(os.path.join(out, MADE[1]), f"# All functions\n\n{filtering.raw(FIND)}\n{table}")
+    pictures = os.path.join(out, "pictures")
+    shutil.rmtree(pictures, ignore_errors=True)
+    write(os.path.join(out, MADE[2]), tutorial.page(pictures))
     write(os.path.join(out, "Doxyfile"), "".join(
         f"{name} = " + " ".join(f'"{one}"' for one in (value if isinstance(value, list) else [value])) + "\n"
         for name, value in settings(out, version).items()))
@@ -173,6 +177,8 @@ def main():
     for path in glob.glob(os.path.join(out, "html", "*")):
         if not path.endswith((".html", "style.css")):
             os.remove(path)
+    for path in glob.glob(os.path.join(pictures, "*.png")):
+        shutil.copy(path, os.path.join(out, "html"))
     sys.exit(status)
 
 

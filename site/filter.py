@@ -96,6 +96,8 @@ class Document:
             return f"[{plain}](@ref no-such-file: {path})"  # which Doxygen refuses
         if path.endswith(".md") and os.path.basename(path) != "README.md":
             return f"[{plain}](@ref {label(path)}{'-' + anchor if anchor else ''})"
+        if path == "python/tutorial.py":
+            return f"[{plain}](@ref tutorial)"
         if path == "include/qelj.h":
             return f"[{plain}](@ref qelj.h)"
         if path.startswith(EXAMPLES) and os.path.isfile(os.path.join(header.ROOT, path)):

@@ -90,7 +90,7 @@ int main(int argc, char** argv) {
 
   if (options.counts) {
     if (!counts()) return std::printf("--counts: not under callgrind, or built without its header\n"), 2;
-    Case::aroundCall = core().uncounted = toggleCollect;
+    Case::aroundCall = toggleCollect;
     core().threads = 1;  // how long one waits for another is no fixed number of instructions
   }
   reportFaults();

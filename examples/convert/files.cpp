@@ -1,6 +1,7 @@
 #include "files.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,8 +23,6 @@ class Descriptor {
     if (fd_ > STDERR_FILENO) ::close(fd_);
   }
   operator int() const { return fd_; }
-  // Whether all that was written is there.
-  bool close() { return ::close(std::exchange(fd_, -1)) == 0; }
 
  private:
   int fd_;
@@ -53,45 +52,91 @@ mode_t maskedMode() {
 
 }  // namespace
 
-std::vector<uint8_t> readFile(const std::string& path) {
+Contents::Contents(const std::string& path) {
   const Descriptor fd(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (fd < 0) throw Error("can't be opened: " + reason());
-  std::vector<uint8_t> bytes;
+  struct stat file{};
+  if (::fstat(fd, &file) == 0 && S_ISREG(file.st_mode) && file.st_size > 0 && path != "-") {
+    void* const at = ::mmap(nullptr, size_t(file.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+    if (at == MAP_FAILED) throw Error("can't be read: " + reason());
+    bytes_ = {static_cast<const uint8_t*>(at), size_t(file.st_size)};
+    mapped_ = true;
+    return;
+  }
   for (uint8_t chunk[65536];;) {
     const ssize_t n = ::read(fd, chunk, sizeof chunk);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) throw Error("can't be read: " + reason());
     if (n == 0) break;
-    bytes.insert(bytes.end(), chunk, chunk + n);
+    read_.insert(read_.end(), chunk, chunk + n);
   }
-  if (bytes.empty()) throw Error("the file is empty");
-  return bytes;
+  if (read_.empty()) throw Error("the file is empty");
+  bytes_ = read_;
 }
 
-void writeFile(const std::string& path, Bytes bytes) {
+Contents::~Contents() {
+  if (mapped_) ::munmap(const_cast<uint8_t*>(bytes_.data()), bytes_.size());
+}
+
+void Contents::forget(size_t end) const {
+  constexpr size_t kWorthIt = 1 << 20, kPages = 65536;
+  if (end < forgotten_) forgotten_ = 0;
+  if (!mapped_ || end < forgotten_ + kWorthIt) return;
+  end = end / kPages * kPages;
+  ::madvise(const_cast<uint8_t*>(bytes_.data()) + forgotten_, end - forgotten_, MADV_DONTNEED);
+  forgotten_ = end;
+}
+
+FileOutput::FileOutput(const std::string& path) {
   if (path == "-") {
-    if (!writeAll(STDOUT_FILENO, bytes)) throw Error("can't be written: " + reason());
+    fd_ = STDOUT_FILENO;
     return;
   }
-  const std::string target = targetOf(path);
+  target_ = targetOf(path);
   struct stat old{};
-  const bool exists = ::stat(target.c_str(), &old) == 0;
+  const bool exists = ::stat(target_.c_str(), &old) == 0;
   if (exists && !S_ISREG(old.st_mode)) {  // a device or a pipe can't be replaced
-    Descriptor fd(::open(target.c_str(), O_WRONLY | O_CLOEXEC));
-    if (fd < 0 || !writeAll(fd, bytes) || !fd.close()) throw Error("can't be written: " + reason());
+    fd_ = ::open(target_.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd_ < 0) fail("can't be written: ");
     return;
   }
-  std::string temporary = target + ".XXXXXX";
-  Descriptor fd(::mkostemp(temporary.data(), O_CLOEXEC));
-  if (fd < 0) throw Error("can't be written: " + reason());
-  const auto giveUp = [&](const std::string& what) {
-    const std::string why = reason();
-    ::unlink(temporary.c_str());
-    throw Error(what + why);
-  };
-  if (!writeAll(fd, bytes) || ::fchmod(fd, exists ? old.st_mode & 07777 : maskedMode()) != 0 || !fd.close())
-    giveUp("can't be written: ");
-  if (::rename(temporary.c_str(), target.c_str()) != 0) giveUp("can't be replaced: ");
+  mode_ = exists ? old.st_mode & 07777 : maskedMode();
+  std::string name = target_ + ".XXXXXX";
+  fd_ = ::mkostemp(name.data(), O_CLOEXEC);
+  if (fd_ < 0) fail("can't be written: ");
+  temporary_ = name;
+}
+
+FileOutput::~FileOutput() {
+  if (fd_ > STDERR_FILENO) ::close(fd_);
+  if (!temporary_.empty()) ::unlink(temporary_.c_str());
+}
+
+void FileOutput::fail(const char* what) const { throw Error(what + reason()); }
+
+void FileOutput::put(Bytes bytes) {
+  constexpr size_t kAtOnce = 1 << 16;
+  size_ += bytes.size();
+  if (waiting_.size() + bytes.size() < kAtOnce) {
+    waiting_.insert(waiting_.end(), bytes.begin(), bytes.end());
+    return;
+  }
+  flush();
+  if (!writeAll(fd_, bytes)) fail("can't be written: ");
+}
+
+void FileOutput::flush() {
+  if (!writeAll(fd_, waiting_)) fail("can't be written: ");
+  waiting_.clear();
+}
+
+void FileOutput::finish() {
+  flush();
+  if (!temporary_.empty() && ::fchmod(fd_, mode_) != 0) fail("can't be written: ");
+  if (fd_ > STDERR_FILENO && ::close(std::exchange(fd_, -1)) != 0) fail("can't be written: ");
+  if (temporary_.empty()) return;
+  if (::rename(temporary_.c_str(), target_.c_str()) != 0) fail("can't be replaced: ");
+  temporary_.clear();
 }
 
 }  // namespace qelconv

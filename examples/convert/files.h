@@ -1,4 +1,4 @@
-// Files of the system, whole.
+// Files of the system: read as they lie, or written piece by piece.
 #ifndef QELCONV_FILES_H
 #define QELCONV_FILES_H
 
@@ -9,11 +9,62 @@
 
 namespace qelconv {
 
-// "-" stands for standard input and output.
-std::vector<uint8_t> readFile(const std::string& path);
-// Writes beside the target and renames, so that a failure leaves no half file and the old one untouched. An old file's
-// mode stays, and a link is followed.
-void writeFile(const std::string& path, Bytes bytes);
+// What is in a file; "-" stands for standard input. A regular file is mapped, and takes memory only where it has been
+// looked at.
+class Contents {
+ public:
+  explicit Contents(const std::string& path);
+  // Bytes of another kind.
+  explicit Contents(Bytes bytes) : bytes_(bytes) {}
+  ~Contents();
+  Contents(const Contents&) = delete;
+
+  operator Bytes() const { return bytes_; }
+  Bytes bytes() const { return bytes_; }
+  // Gives the memory of the bytes in front of this place back. They are still there to be looked at.
+  void forget(size_t end) const;
+
+ private:
+  Bytes bytes_;
+  bool mapped_ = false;
+  std::vector<uint8_t> read_;
+  mutable size_t forgotten_ = 0;
+};
+
+// Where a new file goes, piece by piece.
+class Destination {
+ public:
+  virtual ~Destination() = default;
+  virtual void put(Bytes bytes) = 0;
+};
+
+class MemoryOutput : public Destination {
+ public:
+  void put(Bytes more) override { bytes.insert(bytes.end(), more.begin(), more.end()); }
+  std::vector<uint8_t> bytes;
+};
+
+// Writes beside the target; finish() renames, so that a failure leaves no half file and the old one untouched. An old
+// file's mode stays, and a link is followed. "-" stands for standard output, which, as devices and pipes, gets what is
+// put at once.
+class FileOutput : public Destination {
+ public:
+  explicit FileOutput(const std::string& path);
+  ~FileOutput() override;
+  FileOutput(const FileOutput&) = delete;
+  void put(Bytes bytes) override;
+  void finish();
+  size_t size() const { return size_; }
+
+ private:
+  void flush();
+  [[noreturn]] void fail(const char* what) const;
+  std::string target_, temporary_;  // none where nothing is replaced
+  int fd_ = -1;
+  unsigned mode_ = 0;
+  std::vector<uint8_t> waiting_;
+  size_t size_ = 0;
+};
 
 }  // namespace qelconv
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +16,11 @@
 #include "options.h"
 
 namespace qelconv {
+
+class Contents;
+class Destination;
+class RowSink;
+class RowSource;
 
 // Wall-clock time by stage, for -v, where stages of one name add up; and what was lost on the way.
 class Stages {
@@ -39,6 +45,7 @@ class Stages {
     for (size_t i = 0; i < names.size(); ++i)
       if (names[i] && sum > 0) add(names[i], clock * busy[i] / sum);
   }
+  const std::vector<std::pair<std::string, double>>& times() const { return stages_; }
   double seconds() const {
     double sum = 0;
     for (const auto& stage : stages_) sum += stage.second;
@@ -67,6 +74,9 @@ class Stages {
   std::vector<std::string> losses_;
 };
 
+// The metadata that a format has a place for.
+enum Keeps : unsigned { kNothing = 0, kProfile = 1, kExif = 2 };
+
 struct Format {
   const char* name;
   std::vector<const char*> extensions;  // with the dot, in lower case
@@ -76,6 +86,12 @@ struct Format {
   std::vector<uint8_t> (*write)(const Image& image, const Options& options,
                                 Stages& stages);  // null: only read
   void (*describe)(Bytes file, Facts& facts);     // for --info
+  unsigned keeps = kNothing;
+  // By rows (see rows.h), where a format can without holding the picture: null otherwise, and no source or sink where
+  // this file, picture or option wants all of it.
+  std::unique_ptr<RowSource> (*readRows)(const Contents& file, const Options& options, Stages& stages) = nullptr;
+  std::unique_ptr<RowSink> (*writeRows)(const Shape& shape, const Options& options, Stages& stages,
+                                        Destination& out) = nullptr;
 };
 
 const std::vector<const Format*>& formats();

@@ -7,11 +7,20 @@
 
 namespace qelconv {
 
+// A program without other libraries (QELCONV_ALONE) has neither PNG nor TIFF.
 extern const Format kPnm, kPgm, kPpm, kPfm, kPng, kJpeg, kJpeg2000, kJp2, kJpegXr, kTiff, kDds, kKtx2;
 
 const std::vector<const Format*>& formats() {
   static const std::vector<const Format*> all = {
-      &kPnm, &kPgm, &kPpm, &kPfm, &kPng, &kJpeg, &kJpeg2000, &kJp2, &kJpegXr, &kTiff, &kDds, &kKtx2,
+      &kPnm,  &kPgm,      &kPpm, &kPfm,
+#ifndef QELCONV_ALONE
+      &kPng,
+#endif
+      &kJpeg, &kJpeg2000, &kJp2, &kJpegXr,
+#ifndef QELCONV_ALONE
+      &kTiff,
+#endif
+      &kDds,  &kKtx2,
   };
   return all;
 }

@@ -20,8 +20,10 @@ const char* nameOf(Colour colour) {
   return kNames[int(colour)];
 }
 
-Image::Image(int32_t width_, int32_t height_, Colour colour_, int bits_)
-    : width(width_), height(height_), colour(colour_), bits(bits_) {
+Image::Image(int32_t width_, int32_t height_, Colour colour_, int bits_) : Image({width_, height_}, colour_, bits_) {}
+
+Image::Image(const Shape& shape, Colour colour_, int bits_) : Shape(shape) {
+  colour = colour_, bits = bits_;
   checkDimensions(width, height, channels());
   data.resize(size_t(step()) * size_t(height));
 }
@@ -85,9 +87,12 @@ bool isOpaque(const Image& image) {
   return true;
 }
 
+// A colour profile is made for one of these.
+int kindOf(Colour colour) { return colour == Colour::cmyk ? 2 : colour == Colour::rgb || colour == Colour::rgba; }
+
 // Samples of another depth, over the full range of both.
 Image rescaled(const Image& image, int bits) {
-  Image result(image.width, image.height, image.colour, bits);
+  Image result(image, image.colour, bits);
   const uint64_t from = (1u << image.bits) - 1, to = (1u << bits) - 1;
   for (size_t i = 0; i < result.data.size() / size_t(result.sampleBytes()); ++i)
     result.setSample(i, uint32_t((image.sample(i) * to + from / 2) / from));
@@ -106,7 +111,11 @@ Image adapt(const Image& image, Stages& stages, std::initializer_list<Colour> ac
 
   Image result = image;
   if (best != image.colour) {
-    result = Image(image.width, image.height, best, image.bits);
+    result = Image(image, best, image.bits);
+    if (kindOf(best) != kindOf(image.colour) && !image.metadata.profile.empty()) {
+      result.metadata.profile.clear();
+      stages.lose("the colour profile is dropped");
+    }
     for (size_t i = 0; i < size_t(image.width) * size_t(image.height); ++i) convertPixel(image, i, result);
     if (image.hasAlpha() && !result.hasAlpha() && !isOpaque(image)) stages.lose("alpha is dropped");
     if (image.colour == Colour::cmyk) stages.lose("CMYK becomes RGB, without a colour profile");
@@ -131,8 +140,7 @@ void joinAlpha(Image& image, const Image& alpha, Stages& stages) {
   if (image.colour == Colour::cmyk || image.hasAlpha()) return stages.lose("alpha is dropped");
   if (alpha.half != image.half) throw Error("alpha of another kind than the picture's samples can't be read");
   const auto channels = size_t(image.channels());
-  Image joined(image.width, image.height, channels == 1 ? Colour::greyAlpha : Colour::rgba, image.bits);
-  joined.half = image.half;
+  Image joined(image, channels == 1 ? Colour::greyAlpha : Colour::rgba, image.bits);
   joined.missing = image.missing.empty() ? alpha.missing : image.missing;
   const uint64_t from = (1u << alpha.bits) - 1, to = (1u << image.bits) - 1;
   for (size_t i = 0; i < size_t(image.width) * size_t(image.height); ++i) {
@@ -145,8 +153,8 @@ void joinAlpha(Image& image, const Image& alpha, Stages& stages) {
 Image splitAlpha(Image& image) {
   const auto channels = size_t(image.channels() - 1);
   Image alpha(image.width, image.height, Colour::grey, image.bits);
-  Image opaque(image.width, image.height, channels == 1 ? Colour::grey : Colour::rgb, image.bits);
-  alpha.half = opaque.half = image.half;
+  Image opaque(image, channels == 1 ? Colour::grey : Colour::rgb, image.bits);
+  alpha.half = image.half;
   for (size_t i = 0; i < size_t(image.width) * size_t(image.height); ++i) {
     for (size_t c = 0; c < channels; ++c) opaque.setSample(i * channels + c, image.sample(i * (channels + 1) + c));
     alpha.setSample(i, image.sample(i * (channels + 1) + channels));
@@ -166,9 +174,11 @@ void divideByAlpha(Image& image) {
   }
 }
 
+Image withBits(Image image, int bits) { return image.bits == bits ? std::move(image) : rescaled(image, bits); }
+
 Image wholeBytes(Image image) {
-  if (image.bits == 8 || image.bits == 16) return image;
-  return rescaled(image, image.bits > 8 ? 16 : 8);
+  const int bits = image.bits > 8 ? 16 : 8;
+  return withBits(std::move(image), bits);
 }
 
 }  // namespace qelconv

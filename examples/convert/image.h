@@ -36,27 +36,40 @@ enum class Colour { grey, greyAlpha, rgb, rgba, cmyk };
 int channelsOf(Colour colour);
 const char* nameOf(Colour colour);
 
-// An interleaved picture, rows without gaps. Samples are unsigned: one byte up to 8 bits, two (host order) up
-// to 16; or half-precision floats in two bytes. CMYK counts ink: 0 is none.
-struct Image {
+// What belongs to a picture beside its samples.
+struct Metadata {
+  std::vector<uint8_t> profile;  // of its colours (ICC)
+  std::vector<uint8_t> exif;     // the TIFF structure of EXIF data, from its byte order on
+};
+
+// A picture but for its samples, which are interleaved, in rows without gaps. Samples are unsigned: one byte up to 8
+// bits, two (host order) up to 16; or half-precision floats in two bytes. CMYK counts ink: 0 is none.
+struct Shape {
   int32_t width = 0, height = 0;
   Colour colour = Colour::rgb;
   int bits = 8;
   bool half = false;
-  std::vector<uint8_t> data;
-  std::string missing;  // why this is only part of the file's picture; empty: all of it
-
-  Image() = default;
-  Image(int32_t width, int32_t height, Colour colour, int bits = 8);
+  Metadata metadata{};
 
   int channels() const { return channelsOf(colour); }
   bool hasAlpha() const { return colour == Colour::greyAlpha || colour == Colour::rgba; }
   int sampleBytes() const { return bits > 8 ? 2 : 1; }
   int pixelBytes() const { return channels() * sampleBytes(); }
   int32_t step() const { return width * pixelBytes(); }
+  double megapixels() const { return double(width) * height / 1e6; }
+};
+
+struct Image : Shape {
+  std::vector<uint8_t> data;
+  std::string missing;  // why this is only part of the file's picture; empty: all of it
+
+  Image() = default;
+  Image(int32_t width, int32_t height, Colour colour, int bits = 8);
+  // Like another picture, in samples of its own.
+  Image(const Shape& shape, Colour colour, int bits);
+
   uint8_t* row(int32_t y) { return data.data() + size_t(y) * size_t(step()); }
   const uint8_t* row(int32_t y) const { return data.data() + size_t(y) * size_t(step()); }
-  double megapixels() const { return double(width) * height / 1e6; }
 
   // Sample i of the picture, whatever its width. For code off the hot roads.
   uint32_t sample(size_t i) const {
@@ -96,7 +109,9 @@ Image splitAlpha(Image& image);
 // From colours that were multiplied by alpha.
 void divideByAlpha(Image& image);
 
-// The picture with samples spread to the full range of 8 or 16 bits, for formats that know no other depth.
+// The picture with samples spread to the full range of so many bits, or of 8 or 16, for formats that know no other
+// depth.
+Image withBits(Image image, int bits);
 Image wholeBytes(Image image);
 
 // Reads multi-byte fields of a file in memory; throws Truncated past its end.

@@ -3,12 +3,14 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 #include <ostream>
 #include <sstream>
 
+#include "orientation.h"
 #include "parallel.h"
-#include "pipeline.h"
 #include "qelj_typical.h"
+#include "rows.h"
 
 namespace qelconv {
 namespace {
@@ -17,73 +19,131 @@ using namespace jpeg;
 
 bool recognises(Bytes file) { return file.size() > 3 && file[0] == 0xFF && file[1] == SOI && file[2] == 0xFF; }
 
-Image read(Bytes bytes, const Options& options, Stages& stages) {
-  const Limits limits(bytes, options);
-  const File file = stages.time("markers", [&] { return parse(bytes); });
-  const Frame& frame = file.frame;
-  if (!file.missing.empty()) limits.expectWhole(file.missing);
-  constexpr int kSizes[] = {8, 4, 2, 1};
-  const int size = kSizes[options.choice("scale", {"1/1", "1/2", "1/4", "1/8"}, 0)];
-  const auto filter = options.choice("filter", {"box", "triangle"}, 1) ? Filter::triangle : Filter::box;
-  // One scan with everything: a strip at a time, while it is in the cache.
-  const bool byStrips =
-      file.scans.size() == 1 && frame.process != SOF2 && file.scans[0].header.parts.size() == frame.components.size();
-  const bool lossless = frame.process == SOF3;
-  expectData(file, limits);
-  limits.expectPicture(frame.width, frame.height, int(frame.components.size()), frame.precision,
-                       byStrips || lossless ? 0 : Coefficients::bytes(frame, frame.mcusHigh));
-  if (lossless) return stages.time("lossless decoding", [&] { return readLossless(file, limits); });
+// A file, and what it may ask for.
+struct Input {
+  Input(const Contents& contents, const Options& options, Stages& stages)
+      : contents(contents),
+        limits(contents, options),
+        file(stages.time("markers", [&] { return parse(contents); })),
+        // One scan with everything: a strip at a time, while it is in the cache.
+        byStrips(file.scans.size() == 1 && !isLossless() && file.frame.process != SOF2 &&
+                 file.scans[0].header.parts.size() == file.frame.components.size()) {
+    if (!file.missing.empty()) limits.expectWhole(file.missing);
+    if (file.profileLost) stages.lose("parts of the colour profile are missing: it is dropped");
+    const Frame& frame = file.frame;
+    expectData(file, limits);
+    limits.expectPicture(frame.width, frame.height, int(frame.components.size()), frame.precision,
+                         byStrips || isLossless() ? 0 : Coefficients::bytes(frame, frame.mcusHigh));
+  }
+  bool isLossless() const { return file.frame.process == SOF3; }
+
+  const Contents& contents;
+  const Limits limits;
+  const File file;
+  const bool byStrips;
+};
+
+// The picture of a file of transformed blocks.
+class Source : public RowSource {
+ public:
+  Source(std::unique_ptr<Input> input, const Options& options, Stages& stages)
+      : input_(std::move(input)), stages_(stages), strips_(input_->file.frame), missing_(input_->file.missing) {
+    constexpr int kSizes[] = {8, 4, 2, 1};
+    size_ = kSizes[options.choice("scale", {"1/1", "1/2", "1/4", "1/8"}, 0)];
+    filter_ = options.choice("filter", {"box", "triangle"}, 1) ? Filter::triangle : Filter::box;
+    shape_ = shapeOf(input_->file, size_);
+  }
+
+  StripRows strips() const override {
+    const Frame& frame = input_->file.frame;
+    return {strips_.count, strips_.rows * frame.vMax * size_, looksAhead(frame, size_, filter_), shape_.height};
+  }
+
+  std::vector<Step> steps(Rows& rows, int32_t slots) override {
+    const File& file = input_->file;
+    const Frame& frame = file.frame;
+    pixels_.emplace(file, size_, filter_, strips_, slots, rows);
+    std::vector<Step> steps;
+    if (input_->byStrips) {
+      for (int32_t i = 0; i < slots; ++i) coefficients_.emplace_back(frame, strips_.rows);
+      decoder_.emplace(frame, file.scans[0]);
+      steps.push_back({kDecoding, true, [this](int32_t i) { decodeStrip(i); }});
+    } else {
+      coefficients_.emplace_back(frame, frame.mcusHigh);
+      stages_.time(kDecoding, [&] { decodeScans(); });
+    }
+    steps.push_back({"inverse DCT", false, [this](int32_t i) { pixels_->transform(i, slot(i)); }});
+    steps.push_back({"upsampling and colour", true, [this](int32_t i) { pixels_->convert(i); }});
+    return steps;
+  }
+
+  std::string missing() const override { return missing_; }
+
+ private:
+  static constexpr const char* kDecoding = "Huffman decoding";
+
+  Coefficients& slot(int32_t strip) { return coefficients_[size_t(strip) % coefficients_.size()]; }
 
   // Decodes as far as there are data that make sense.
-  std::string missing = file.missing;
-  const auto decode = [&](auto&& work) {
+  template <class Work>
+  void decode(Work&& work) {
+    if (!more_) return;
     try {
       work();
-      return true;
     } catch (const Error& e) {
-      limits.expectWhole(e.what());
-      missing = e.what();
-      return false;
+      input_->limits.expectWhole(e.what());
+      missing_ = e.what();
+      more_ = false;
     }
-  };
-  const auto decodeRows = [](ScanDecoder& decoder, int32_t first, int32_t end, Coefficients& coefficients) {
-    for (int32_t row = first; row < end; ++row) decoder.decodeRow(row, coefficients);
-  };
-  constexpr const char *kTransform = "inverse DCT", *kConvert = "upsampling and colour";
-  const Strips strips(frame);
-  Pipeline pipeline(strips.count);
-  PixelWriter pixels(file, size, filter, strips, pipeline.slots());
-  const auto convert = [&](int32_t i) { pixels.convert(i); };
-  if (byStrips) {
-    std::vector<Coefficients> slots(size_t(pipeline.slots()), Coefficients(frame, strips.rows));
-    const auto slot = [&](int32_t i) -> Coefficients& { return slots[size_t(i) % slots.size()]; };
-    ScanDecoder decoder(frame, file.scans[0]);
-    bool more = true;
-    pipeline.run(
-        stages, {"Huffman decoding", kTransform, kConvert},
-        [&](int32_t i) {
-          slot(i).moveTo(strips.first(i));
-          if (limits.partial()) slot(i).clear();
-          more = more && decode([&] { decodeRows(decoder, strips.first(i), strips.end(i), slot(i)); });
-        },
-        [&](int32_t i) { pixels.transform(i, slot(i)); }, convert);
-  } else {
-    Coefficients coefficients(frame, frame.mcusHigh);
-    stages.time("Huffman decoding", [&] {
-      decode([&] {
-        for (const Scan& scan : file.scans) {
-          ScanDecoder decoder(frame, scan);
-          decodeRows(decoder, 0, decoder.rows(), coefficients);
-        }
-      });
-    });
-    pipeline.run(
-        stages, {nullptr, kTransform, kConvert}, [](int32_t) {}, [&](int32_t i) { pixels.transform(i, coefficients); },
-        convert);
   }
-  Image image = pixels.finish();
-  if (!missing.empty()) limits.onlyPart(image, missing);
+  void decodeStrip(int32_t strip) {
+    slot(strip).moveTo(strips_.first(strip));
+    if (input_->limits.partial()) slot(strip).clear();
+    decode([&] {
+      for (int32_t row = strips_.first(strip); row < strips_.end(strip); ++row) decoder_->decodeRow(row, slot(strip));
+    });
+    input_->contents.forget(size_t(decoder_->position() - input_->contents.bytes().data()));
+  }
+  void decodeScans() {
+    decode([&] {
+      for (const Scan& scan : input_->file.scans) {
+        ScanDecoder decoder(input_->file.frame, scan);
+        for (int32_t row = 0; row < decoder.rows(); ++row) decoder.decodeRow(row, coefficients_[0]);
+      }
+    });
+  }
+
+  std::unique_ptr<Input> input_;
+  Stages& stages_;
+  const Strips strips_;
+  int size_;
+  Filter filter_;
+  std::vector<Coefficients> coefficients_;  // by slot, or all
+  std::optional<ScanDecoder> decoder_;
+  std::optional<PixelWriter> pixels_;
+  bool more_ = true;
+  std::string missing_;
+};
+
+Image read(Bytes bytes, const Options& options, Stages& stages) {
+  const Contents contents(bytes);
+  auto input = std::make_unique<Input>(contents, options, stages);
+  const Limits limits = input->limits;
+  if (input->isLossless()) {
+    Image image = stages.time("lossless decoding", [&] { return readLossless(input->file, limits); });
+    image.metadata = input->file.metadata;
+    return image;
+  }
+  Source source(std::move(input), options, stages);
+  Image image = readWhole(source, stages);
+  if (!image.missing.empty()) limits.expectWhole(image.missing);
   return image;
+}
+
+std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages& stages) {
+  auto input = std::make_unique<Input>(contents, options, stages);
+  if (input->isLossless()) return nullptr;
+  return std::make_unique<Source>(std::move(input), options, stages);
 }
 
 std::string textOfFile(const std::string& path) {
@@ -95,17 +155,18 @@ std::string textOfFile(const std::string& path) {
 }
 
 // The frame of a picture in a colour space, chroma sampled as asked for.
-Frame makeFrame(const Image& image, Space space, const Options& options) {
+Frame makeFrame(const Shape& image, Space space, const Options& options) {
   Frame frame;
   frame.width = image.width, frame.height = image.height;
   if (image.width > 65535 || image.height > 65535) throw Error("JPEG holds sides up to 65535");
   const bool hasChroma = space == Space::ycc || space == Space::ycck;
   if (options.has("sampling") && !hasChroma) throw Error("--sampling needs a picture with chroma planes");
-  const int sampling = hasChroma ? options.choice("sampling", {"444", "422", "420"}, 2) : 0;
+  constexpr int kAcross[] = {1, 2, 2, 1, 4, 4}, kDown[] = {1, 1, 2, 2, 1, 2};
+  const int sampling = hasChroma ? options.choice("sampling", {"444", "422", "420", "440", "411", "410"}, 2) : 0;
   for (int i = 0; i < image.channels(); ++i) {
     const bool chroma = hasChroma && (i == 1 || i == 2);
     const int id = space == Space::rgb ? "RGB"[i] : i + 1;
-    frame.components.push_back({id, chroma || sampling < 1 ? 1 : 2, chroma || sampling < 2 ? 1 : 2, chroma});
+    frame.components.push_back({id, chroma ? 1 : kAcross[sampling], chroma ? 1 : kDown[sampling], chroma});
   }
   frame.layOut();
   return frame;
@@ -121,82 +182,175 @@ ScanHeader wholeScan(const Frame& frame) {
   return whole;
 }
 
+int bitsOf(const Options& options) { return options.choice("bits", {"8", "12"}, 0) ? 12 : 8; }
+
+// A file of transformed blocks, of grey, RGB or CMYK pictures.
+class Sink : public RowSink {
+ public:
+  Sink(const Shape& shape, const Options& options, Stages& stages, Destination& out)
+      : shape_(shape), stages_(stages), out_(out) {
+    const Colour colour = shape.colour;
+    space_ = colour == Colour::grey ? Space::grey : colour == Colour::rgb ? Space::ycc : Space::ycck;
+    if (options.has("plain-colour"))
+      space_ = colour == Colour::rgb ? Space::rgb : colour == Colour::cmyk ? Space::cmyk : space_;
+    frame_ = makeFrame(shape, space_, options);
+    quant_ = {std::to_array(qelTypicalQuantisers[0])};
+    if (space_ == Space::ycc || space_ == Space::ycck) quant_.push_back(std::to_array(qelTypicalQuantisers[1]));
+    for (auto& table : quant_)
+      expectOk(qeliQuantFwdRawTableInit_JPEG_8u(table.data(), options.integer("quality", 85, 1, 100)),
+               "scaling a quantiser");
+    frame_.precision = shape.bits;
+    restart_ = options.integer("restart", 0, 0, 65535) * frame_.mcusWide;
+    script_ = {wholeScan(frame_)};
+    if (options.has("scans")) script_ = parseScanScript(textOfFile(options.text("scans")));
+    else if (options.has("progressive")) script_ = usualProgression(frame_);
+    frame_.process = !isSequential(script_) ? SOF2 : shape.bits == 8 ? SOF0 : SOF1;
+    checkScanScript(script_, frame_);
+    // The typical tables end with the categories of 8-bit samples.
+    byStrips_ = shape.bits == 8 && !options.has("scans") && !options.has("progressive") && !options.has("optimize");
+    writeHeader(coded_, frame_, space_, quant_, shape.metadata, stages);
+    writeRestartInterval(coded_, restart_);
+  }
+
+  // As many as are worth a step.
+  int32_t rowsOfStrip() const { return Strips(frame_).rows * rowsOfMcu(); }
+
+  std::vector<Step> steps(const Rows& rows, const StripRows& strips, int32_t slots) override {
+    pixels_.emplace(shape_, rows, frame_, space_, quant_, slots);
+    if (byStrips_) startScan();
+    // A strip's rows of MCUs, which may begin with what the strip before has left.
+    const auto begin = [=, this](int32_t strip) {
+      const int32_t there = strip ? strips.behind(strip - 1) : 0;
+      return there == shape_.height ? frame_.mcusHigh : there / rowsOfMcu();
+    };
+    int32_t most = 1;
+    for (int32_t strip = 0; strip < strips.strips; ++strip) most = std::max(most, begin(strip + 1) - begin(strip));
+    if (!byStrips_) most = frame_.mcusHigh;
+    for (int32_t i = 0; i < (byStrips_ ? slots : 1); ++i) coefficients_.emplace_back(frame_, most);
+    std::vector<Step> steps;
+    steps.push_back({"colour and forward DCT", false, [=, this](int32_t strip) {
+                       if (byStrips_) slot(strip).moveTo(begin(strip));
+                       for (int32_t row = begin(strip); row < begin(strip + 1); ++row)
+                         pixels_->transform(row, strip % slots, slot(strip));
+                     }});
+    if (byStrips_)
+      steps.push_back({kCoding, true, [=, this](int32_t strip) {
+                         for (int32_t row = begin(strip); row < begin(strip + 1); ++row)
+                           encoder_->encodeRow(row, slot(strip));
+                         encoder_->drain(out_);
+                       }});
+    return steps;
+  }
+
+  void finish() override {
+    if (byStrips_) {
+      encoder_->finish();
+    } else {
+      // The scans don't depend on one another.
+      stages_.time(kCoding, [&] {
+        out_.put(coded_.bytes);
+        coded_.bytes.clear();
+        std::vector<Writer> scans(script_.size());
+        inParallel(scans.size(),
+                   [&](size_t i) { writeOptimalScan(scans[i], frame_, script_[i], restart_, coefficients_[0]); });
+        for (const Writer& scan : scans) out_.put(scan.bytes);
+      });
+    }
+    coded_.u8(0xFF), coded_.u8(EOI);
+    out_.put(coded_.bytes);
+  }
+
+ private:
+  static constexpr const char* kCoding = "Huffman coding";
+
+  int32_t rowsOfMcu() const { return 8 * frame_.vMax; }
+  Coefficients& slot(int32_t strip) { return coefficients_[size_t(strip) % coefficients_.size()]; }
+
+  void startScan() {
+    std::array<HuffmanList, 4> dc, ac;
+    for (size_t i = 0; i < quant_.size(); ++i) {
+      writeHuffman(coded_, 0, int(i), dc[i] = typicalTable(false, int(i)));
+      writeHuffman(coded_, 1, int(i), ac[i] = typicalTable(true, int(i)));
+    }
+    writeScanHeader(coded_, frame_, script_[0]);
+    encoder_.emplace(frame_, script_[0], dc, ac, restart_, coded_.bytes);
+  }
+
+  const Shape shape_;
+  Stages& stages_;
+  Destination& out_;
+  Space space_;
+  Frame frame_;
+  std::vector<RawQuantTable> quant_;
+  std::vector<ScanHeader> script_;
+  int32_t restart_;
+  bool byStrips_;
+  Writer coded_;                            // not yet in the file
+  std::vector<Coefficients> coefficients_;  // by slot, or all
+  std::optional<PixelReader> pixels_;
+  std::optional<SequentialEncoder> encoder_;
+};
+
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
+  Image adapted;
   if (options.has("lossless")) {
-    Image adapted;
     const Image& image = adapt(original, adapted, stages, {Colour::grey, Colour::rgb});
     return stages.time("lossless coding", [&] {
       return writeLossless(image, options.integer("predictor", 1, 1, 7), options.integer("point-transform", 0, 0, 15),
-                           options.integer("restart", 0, 0, 65535));
+                           options.integer("restart", 0, 0, 65535), stages);
     });
   }
-  Image adapted;
-  const Image& image = adapt(original, adapted, stages, {Colour::rgb, Colour::grey, Colour::cmyk}, 8);
-  Space space = image.colour == Colour::grey ? Space::grey : image.colour == Colour::rgb ? Space::ycc : Space::ycck;
-  if (options.has("plain-colour"))
-    space = image.colour == Colour::rgb ? Space::rgb : image.colour == Colour::cmyk ? Space::cmyk : space;
-
-  Frame frame = makeFrame(image, space, options);
-  std::vector<RawQuantTable> quant = {std::to_array(qelTypicalQuantisers[0])};
-  if (space == Space::ycc || space == Space::ycck) quant.push_back(std::to_array(qelTypicalQuantisers[1]));
-  for (auto& table : quant)
-    expectOk(qeliQuantFwdRawTableInit_JPEG_8u(table.data(), options.integer("quality", 85, 1, 100)),
-             "scaling a quantiser");
-  const int32_t restart = options.integer("restart", 0, 0, 65535) * frame.mcusWide;
-  std::vector<ScanHeader> script = {wholeScan(frame)};
-  if (options.has("scans")) script = parseScanScript(textOfFile(options.text("scans")));
-  else if (options.has("progressive")) script = usualProgression(int(frame.components.size()));
-  frame.process = isSequential(script) ? SOF0 : SOF2;
-  checkScanScript(script, frame);
-
-  Writer out;
-  out.bytes.reserve(image.data.size() / 4 + 1024);
-  writeHeader(out, frame, space, quant);
-  writeRestartInterval(out, restart);
-  const Strips strips(frame);
-  Pipeline pipeline(strips.count);
-  PixelReader pixels(image, frame, space, quant, strips, pipeline.slots());
-  constexpr const char *kTransform = "colour and forward DCT", *kCoding = "Huffman coding";
-
-  if (!options.has("scans") && !options.has("progressive") && !options.has("optimize")) {
-    std::array<HuffmanList, 4> dc, ac;
-    for (size_t i = 0; i < quant.size(); ++i) {
-      writeHuffman(out, 0, int(i), dc[i] = typicalTable(false, int(i)));
-      writeHuffman(out, 1, int(i), ac[i] = typicalTable(true, int(i)));
-    }
-    writeScanHeader(out, frame, script[0]);
-    std::vector<Coefficients> slots(size_t(pipeline.slots()), Coefficients(frame, strips.rows));
-    const auto slot = [&](int32_t i) -> Coefficients& { return slots[size_t(i) % slots.size()]; };
-    SequentialEncoder encoder(frame, script[0], dc, ac, restart, out.bytes);
-    pipeline.run(
-        stages, {nullptr, kTransform, kCoding}, [](int32_t) {},
-        [&](int32_t i) {
-          slot(i).moveTo(strips.first(i));
-          pixels.transform(i, slot(i));
-        },
-        [&](int32_t i) {
-          for (int32_t row = strips.first(i); row < strips.end(i); ++row) encoder.encodeRow(row, slot(i));
-        });
-    encoder.finish();
-  } else {
-    Coefficients coefficients(frame, frame.mcusHigh);
-    const auto nothing = [](int32_t) {};
-    pipeline.run(
-        stages, {nullptr, kTransform, nullptr}, nothing, [&](int32_t i) { pixels.transform(i, coefficients); },
-        nothing);
-    // The scans don't depend on one another.
-    stages.time(kCoding, [&] {
-      std::vector<Writer> scans(script.size());
-      inParallel(scans.size(), [&](size_t i) { writeOptimalScan(scans[i], frame, script[i], restart, coefficients); });
-      for (const Writer& scan : scans) out.put(scan.bytes);
-    });
-  }
-  out.u8(0xFF), out.u8(EOI);
+  const int bits = bitsOf(options);
+  const Image* image = &adapt(original, adapted, stages, {Colour::rgb, Colour::grey, Colour::cmyk}, bits);
+  if (image->bits != bits) image = &(adapted = withBits(*image, bits));
+  MemoryOutput out;
+  out.bytes.reserve(image->data.size() / 4 + 1024);
+  Sink sink(*image, options, stages, out);
+  writeWhole(*image, sink.rowsOfStrip(), sink, stages);
   return std::move(out.bytes);
 }
 
+std::unique_ptr<RowSink> writeRows(const Shape& shape, const Options& options, Stages& stages, Destination& out) {
+  if (options.has("lossless") || shape.half || shape.hasAlpha() || shape.bits != bitsOf(options)) return nullptr;
+  return std::make_unique<Sink>(shape, options, stages, out);
+}
+
+// The tables that the scans use, each where it comes into force.
+void describeTables(const File& file, Facts& facts) {
+  std::array<std::array<HuffmanList, 4>, 2> told;
+  for (size_t s = 0; s < file.scans.size(); ++s) {
+    const Scan& scan = file.scans[s];
+    const bool progressive = file.frame.process == SOF2;
+    for (const auto& part : scan.header.parts) {
+      const auto tell = [&](int ac, int number, const HuffmanList& list) {
+        HuffmanList& last = told[size_t(ac)][size_t(number)];
+        if (!list.symbols() || (list.bits == last.bits && list.vals == last.vals)) return;
+        last = list;
+        std::string lengths, symbols;
+        const auto append = [](std::string& text, const char* form, unsigned value) {
+          char digits[8];
+          std::snprintf(digits, sizeof digits, form, value);
+          if (!text.empty()) text += ',';
+          text += digits;
+        };
+        for (const uint8_t n : list.bits) append(lengths, "%u", n);
+        for (const uint8_t v : Bytes(list.vals).first(size_t(list.symbols()))) append(symbols, "%02x", v);
+        facts.another("Huffman tables")
+            .add("scan", s)
+            .add("class", ac ? "AC" : "DC")
+            .add("number", number)
+            .add("codes of 1 to 16 bits", lengths)
+            .add("symbols", symbols);
+      };
+      const bool lossless = file.frame.process == SOF3, refines = progressive && scan.header.ah;
+      if (lossless || (scan.header.ss == 0 && !refines)) tell(0, part.dcTable, scan.dc[size_t(part.dcTable)]);
+      if (!lossless && scan.header.se > 0) tell(1, part.acTable, scan.ac[size_t(part.acTable)]);
+    }
+  }
+}
+
 void describe(Bytes bytes, Facts& facts) {
-  const File file = parse(bytes);
+  const File file = parse(Contents(bytes));
   const Frame& frame = file.frame;
   constexpr const char* kProcesses[] = {"baseline", "extended sequential", "progressive", "lossless"};
   constexpr const char* kSpaces[] = {"grey", "YCbCr", "RGB", "CMYK", "YCCK"};
@@ -222,6 +376,10 @@ void describe(Bytes bytes, Facts& facts) {
         .add("bits", std::to_string(scan.header.ah) + "-" + std::to_string(scan.header.al))
         .add("bytes", coded);
   }
+  describeTables(file, facts);
+  if (!file.metadata.exif.empty())
+    facts.add("EXIF bytes", file.metadata.exif.size()).add("orientation", orientationOf(file.metadata));
+  if (!file.metadata.profile.empty()) facts.add("colour profile bytes", file.metadata.profile.size());
   if (!file.missing.empty()) facts.add("missing", file.missing);
 }
 
@@ -231,7 +389,9 @@ extern const Format kJpeg;
 const Format kJpeg = {"JPEG",
                       {".jpg", ".jpeg"},
                       {{"quality", "N", "1 to 100 (85)"},
-                       {"sampling", "444|422|420", "chroma planes: full, halved across, halved both ways (420)"},
+                       {"sampling", "444|422|420|440|411|410",
+                        "chroma planes: full, halved across, both ways (420), down, a quarter across, and half down"},
+                       {"bits", "8|12", "bits of a sample, which few readers take but for 8 (8)"},
                        {"restart", "N", "a restart marker after every N rows of MCUs"},
                        {"optimize", nullptr, "Huffman tables made for the picture"},
                        {"progressive", nullptr, "several scans, coarse to fine"},
@@ -245,6 +405,9 @@ const Format kJpeg = {"JPEG",
                       recognises,
                       read,
                       write,
-                      describe};
+                      describe,
+                      kProfile | kExif,
+                      readRows,
+                      writeRows};
 
 }  // namespace qelconv

@@ -17,6 +17,7 @@
 #include "file_limits.h"
 #include "format.h"
 #include "image.h"
+#include "rows.h"
 
 namespace qelconv::jpeg {
 
@@ -40,6 +41,8 @@ enum Marker : uint8_t {
   DNL = 0xDC,
   DRI = 0xDD,
   APP0 = 0xE0,
+  APP1 = 0xE1,
+  APP2 = 0xE2,
   APP14 = 0xEE,
   COM = 0xFE
 };
@@ -89,6 +92,8 @@ struct File {
   std::vector<FileQuantTable> quant;  // one a component, as in force at its first scan
   bool jfif = false;
   int adobe = -1;  // the colour transform of an Adobe segment, or -1
+  Metadata metadata{};
+  bool profileLost = false;  // parts of it are missing
   std::vector<Scan> scans;
   std::string missing;  // why the file seems to end early, or makes no sense behind the last scan
 };
@@ -96,8 +101,9 @@ struct File {
 enum class Space { grey, ycc, rgb, cmyk, ycck };
 Space spaceOf(const File& file);
 
-File parse(Bytes bytes);  // throws where there is no scan to be had
-void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant);
+File parse(const Contents& contents);  // throws where there is no scan to be had
+void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
+                 const Metadata& metadata, Stages& stages);
 void writeHuffman(Writer& out, int tableClass, int index, const HuffmanList& list);
 void writeRestartInterval(Writer& out, int64_t interval);
 void writeScanHeader(Writer& out, const Frame& frame, const ScanHeader& scan);
@@ -149,6 +155,7 @@ class ScanDecoder {
   ~ScanDecoder();
   int32_t rows() const;
   void decodeRow(int32_t row, Coefficients& coefficients);
+  const uint8_t* position() const;  // in the file; what is in front of it has been decoded
 
  private:
   struct Impl;
@@ -162,6 +169,7 @@ class SequentialEncoder {
                     const std::array<HuffmanList, 4>& ac, int32_t restartInterval, std::vector<uint8_t>& out);
   ~SequentialEncoder();
   void encodeRow(int32_t row, Coefficients& coefficients);
+  void drain(Destination& file);  // hands on what is in `out` so far
   void finish();
 
  private:
@@ -190,13 +198,14 @@ class Progression {
  private:
   bool progressive_;
   int scans_ = 0;
+  std::vector<int> blocksOfMcu_;                   // of each component, where a scan has several
   std::vector<std::array<int8_t, 64>> lowestBit_;  // of each component's coefficients, so far
 };
 
-// The progression of `components` components that encoders usually take, and one in the notation of scan
+// The progression that encoders usually take for a frame's components, and one in the notation of scan
 // files, which may be that of a sequential file. The check throws for a script that makes no file of the
 // frame.
-std::vector<ScanHeader> usualProgression(int components);
+std::vector<ScanHeader> usualProgression(const Frame& frame);
 std::vector<ScanHeader> parseScanScript(const std::string& text);
 bool isSequential(const std::vector<ScanHeader>& script);
 void checkScanScript(const std::vector<ScanHeader>& script, const Frame& frame);
@@ -205,34 +214,36 @@ void checkScanScript(const std::vector<ScanHeader>& script, const Frame& frame);
 
 enum class Filter { box, triangle };
 
+// The picture of a file, where a block becomes samples of this side: 8 is full size, 4, 2 and 1 are the reduced sizes.
+Shape shapeOf(const File& file, int size);
+// Whether a row of the picture wants samples of the next row of MCUs.
+bool looksAhead(const Frame& frame, int size, Filter filter);
+
 // From blocks to pixels, a strip after the other. Samples are kept for some strips, by slot (see pipeline.h),
-// since the triangle filter looks into the strips above and below. `size` is the samples' side that a luma
-// block becomes: 8 is full size, 4, 2 and 1 are the reduced sizes.
+// since the triangle filter looks into the strips above and below.
 class PixelWriter {
  public:
-  PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots);
+  struct Impl;  // for the samples' size
+  PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots, Rows& rows);
   ~PixelWriter();
   void transform(int32_t strip, Coefficients& coefficients);  // in any order
   void convert(int32_t strip);                                // one after the other
-  Image finish();
 
  private:
-  struct Impl;
   std::unique_ptr<Impl> impl_;
 };
 
-// From pixels to quantised blocks, strips in any order.
+// From pixels to quantised blocks, rows of MCUs in any order, one user of a slot at a time.
 class PixelReader {
  public:
-  PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
-              const Strips& strips, int32_t slots);
+  struct Impl;
+  PixelReader(const Shape& shape, const Rows& rows, const Frame& frame, Space space,
+              const std::vector<RawQuantTable>& quant, int32_t slots);
   ~PixelReader();
-  void transform(int32_t strip, Coefficients& coefficients);
+  void transform(int32_t mcuRow, int32_t slot, Coefficients& coefficients);
 
  private:
-  struct Impl;
   std::unique_ptr<Impl> impl_;
-  Strips strips_;
 };
 
 // --- lossless ----------------------------------------------------------------------------------------------
@@ -263,7 +274,8 @@ class DifferenceEncoder {
 };
 
 Image readLossless(const File& file, const Limits& limits);
-std::vector<uint8_t> writeLossless(const Image& image, int predictor, int pointTransform, int32_t restartRows);
+std::vector<uint8_t> writeLossless(const Image& image, int predictor, int pointTransform, int32_t restartRows,
+                                   Stages& stages);
 
 }  // namespace qelconv::jpeg
 

@@ -69,7 +69,7 @@ Image readLossless(const File& file, const Limits& limits) {
   return image;
 }
 
-std::vector<uint8_t> writeLossless(const Image& image, int predictor, int shift, int32_t restartRows) {
+std::vector<uint8_t> writeLossless(const Image& image, int predictor, int shift, int32_t restartRows, Stages& stages) {
   if (image.bits < 2) throw Error("the lossless process holds 2 to 16 bits");
   if (shift >= image.bits) throw Error("the point transform drops every bit");
   const auto channels = size_t(image.channels());
@@ -108,7 +108,7 @@ std::vector<uint8_t> writeLossless(const Image& image, int predictor, int shift,
            "making an optimal Huffman table");
 
   Writer out;
-  writeHeader(out, frame, channels == 1 ? Space::grey : Space::rgb, {});
+  writeHeader(out, frame, channels == 1 ? Space::grey : Space::rgb, {}, image.metadata, stages);
   writeRestartInterval(out, int64_t(restartRows) * image.width);
   writeHuffman(out, 0, 0, list);
   writeScanHeader(out, frame, scan);

@@ -1,5 +1,6 @@
-// Marker segments of JPEG files (ISO/IEC 10918-1, Annex B), with the JFIF and Adobe application segments.
+// Marker segments of JPEG files (ISO/IEC 10918-1, Annex B), with the application segments of JFIF, Adobe, EXIF and ICC.
 #include <algorithm>
+#include <map>
 #include <numeric>
 #include <optional>
 
@@ -11,10 +12,14 @@ namespace {
 
 constexpr int32_t divideUp(int32_t a, int32_t b) { return (a + b - 1) / b; }
 
+// What the segments of metadata begin with, with the zero at the end; behind that of a profile stand the number of
+// this part of it, from 1 on, and how many there are (ICC.1, B.4).
+constexpr std::string_view kExifHead("Exif\0", 6), kProfileHead("ICC_PROFILE", 12);
+
 // Reads the segments of one file into a File.
 class Parser {
  public:
-  explicit Parser(Bytes bytes) : bytes_(bytes), in_(bytes) {}
+  explicit Parser(const Contents& contents) : contents_(contents), bytes_(contents), in_(bytes_) {}
 
   File parse() {
     if (in_.u16be() != (0xFF00 | SOI)) throw Error("not a JPEG file");
@@ -29,6 +34,7 @@ class Parser {
       if (file_.scans.empty()) throw;
       file_.missing = e.what();
     }
+    joinProfile();
     if (file_.frame.components.empty()) throw Error("the file has no frame header");
     if (file_.scans.empty()) throw Error("the file has no scan");
     if (const int component = progression_->firstWithoutScan(); component >= 0)
@@ -69,6 +75,16 @@ class Parser {
       case APP0:
         file_.jfif |= startsWith(body, "JFIF");
         break;
+      case APP1:
+        if (startsWith(body, kExifHead) && file_.metadata.exif.empty()) file_.metadata.exif = rest(body);
+        break;
+      case APP2:
+        if (startsWith(body, kProfileHead) && body.left() >= 2) {
+          const int number = body.u8();
+          partsOfProfile_ = body.u8();
+          profile_.emplace(number, rest(body));
+        }
+        break;
       case APP14:
         if (startsWith(body, "Adobe") && body.left() >= 7) body.skip(6), file_.adobe = body.u8();
         break;
@@ -81,9 +97,22 @@ class Parser {
     }
   }
 
-  static bool startsWith(Reader& body, const char* text) {
-    const size_t n = std::strlen(text);
-    return body.left() >= n && std::memcmp(body.take(n).data(), text, n) == 0;
+  static bool startsWith(Reader& body, std::string_view text) {
+    return body.left() >= text.size() && std::memcmp(body.take(text.size()).data(), text.data(), text.size()) == 0;
+  }
+  static std::vector<uint8_t> rest(Reader& body) {
+    const Bytes bytes = body.take(body.left());
+    return {bytes.begin(), bytes.end()};
+  }
+
+  void joinProfile() {
+    int next = 1;
+    for (const auto& [number, part] : profile_) {
+      file_.profileLost |= number != next++;
+      file_.metadata.profile.insert(file_.metadata.profile.end(), part.begin(), part.end());
+    }
+    file_.profileLost |= next != partsOfProfile_ + 1;
+    if (file_.profileLost) file_.metadata.profile.clear();
   }
 
   void quantTables(Reader& body) {
@@ -119,7 +148,7 @@ class Parser {
     frame.height = body.u16be(), frame.width = body.u16be();
     if (frame.height == 0) frame.height = linesBehindScan();
     const int count = body.u8();
-    if (marker == SOF3 ? frame.precision < 2 || frame.precision > 16 : frame.precision != 8)
+    if (marker == SOF3 ? frame.precision < 2 || frame.precision > 16 : frame.precision != 8 && frame.precision != 12)
       throw Error("a precision of " + std::to_string(frame.precision) + " bits can't be read");
     if (count != 1 && count != 3 && count != 4)
       throw Error("a frame of " + std::to_string(count) + " components can't be read");
@@ -133,7 +162,6 @@ class Parser {
       // An only component has nothing to be sampled against, and its scan no MCUs (A.2.2): its factors mean
       // nothing.
       if (count == 1) c.h = c.v = 1;
-      if (c.h > 2 || c.v > 2) throw Error("sampling factors above 2 can't be read");
       frame.components.push_back(c);
     }
     frame.layOut();
@@ -202,6 +230,7 @@ class Parser {
     for (;;) {
       const void* found = at < bytes_.size() ? std::memchr(&bytes_[at], 0xFF, bytes_.size() - at) : nullptr;
       at = found ? size_t(static_cast<const uint8_t*>(found) - bytes_.data()) : bytes_.size();
+      contents_.forget(at);
       if (at + 1 >= bytes_.size()) {
         scan.intervals.push_back(bytes_.subspan(start));
         in_.seek(bytes_.size());
@@ -221,6 +250,7 @@ class Parser {
     in_.seek(at);
   }
 
+  const Contents& contents_;
   Bytes bytes_;
   Reader in_;
   File file_;
@@ -229,9 +259,36 @@ class Parser {
   std::array<HuffmanList, 4> dc_, ac_;
   int32_t restartInterval_ = 0;
   std::optional<Progression> progression_;
+  std::map<int, std::vector<uint8_t>> profile_;  // by number
+  int partsOfProfile_ = 0;
 };
 
 void marker(Writer& out, uint8_t m) { out.u8(0xFF), out.u8(m); }
+
+constexpr size_t kMostOfSegment = 65533;  // beside its length
+
+// Tells what has no place in the file.
+void writeMetadata(Writer& out, const Metadata& metadata, Stages& stages) {
+  const auto begin = [&](uint8_t m, std::string_view head, size_t more) {
+    marker(out, m), out.u16be(unsigned(2 + head.size() + more));
+    out.put({reinterpret_cast<const uint8_t*>(head.data()), head.size()});
+  };
+  const auto& [profile, exif] = metadata;
+  if (exif.size() > kMostOfSegment - kExifHead.size()) {
+    stages.lose("the EXIF data are too long, and dropped");
+  } else if (!exif.empty()) {
+    begin(APP1, kExifHead, exif.size());
+    out.put(exif);
+  }
+  const size_t most = kMostOfSegment - kProfileHead.size() - 2, parts = (profile.size() + most - 1) / most;
+  if (parts > 255) return stages.lose("the colour profile is too long, and dropped");
+  for (size_t i = 0; i < parts; ++i) {
+    const Bytes part = Bytes(profile).subspan(i * most, std::min(most, profile.size() - i * most));
+    begin(APP2, kProfileHead, 2 + part.size());
+    out.u8(unsigned(i + 1)), out.u8(unsigned(parts));
+    out.put(part);
+  }
+}
 
 }  // namespace
 
@@ -252,15 +309,16 @@ void Frame::layOut() {
 Space spaceOf(const File& file) {
   const auto& c = file.frame.components;
   if (c.size() == 1) return Space::grey;
-  if (c.size() == 4) return file.adobe == 2 ? Space::ycck : Space::cmyk;
+  if (c.size() == 4) return file.adobe > 0 ? Space::ycck : Space::cmyk;
   if (file.jfif) return Space::ycc;
   if (file.adobe >= 0) return file.adobe == 0 ? Space::rgb : Space::ycc;
   return c[0].id == 'R' && c[1].id == 'G' && c[2].id == 'B' ? Space::rgb : Space::ycc;
 }
 
-File parse(Bytes bytes) { return Parser(bytes).parse(); }
+File parse(const Contents& contents) { return Parser(contents).parse(); }
 
-void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant) {
+void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
+                 const Metadata& metadata, Stages& stages) {
   marker(out, SOI);
   if (space == Space::grey || space == Space::ycc) {
     marker(out, APP0), out.u16be(16), out.text("JFIF"), out.u8(0);
@@ -269,6 +327,7 @@ void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector
     marker(out, APP14), out.u16be(14), out.text("Adobe");
     out.u16be(100), out.u16be(0), out.u16be(0), out.u8(space == Space::ycck ? 2 : 0);
   }
+  writeMetadata(out, metadata, stages);
   for (size_t i = 0; i < quant.size(); ++i) {
     marker(out, DQT), out.u16be(67), out.u8(unsigned(i));
     out.put(quant[i]);

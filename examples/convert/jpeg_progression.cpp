@@ -8,6 +8,7 @@ namespace qelconv::jpeg {
 namespace {
 
 constexpr int8_t kNothing = -1;
+constexpr int kMostBlocks = 10;  // of an MCU (B.2.3)
 
 bool isWhole(const ScanHeader& scan) { return scan.ss == 0 && scan.se == 63 && scan.ah == 0 && scan.al == 0; }
 
@@ -15,6 +16,7 @@ bool isWhole(const ScanHeader& scan) { return scan.ss == 0 && scan.se == 63 && s
 
 Progression::Progression(const Frame& frame)
     : progressive_(frame.process == SOF2), lowestBit_(frame.components.size()) {
+  for (const Component& c : frame.components) blocksOfMcu_.push_back(c.h * c.v);
   for (auto& bits : lowestBit_) bits.fill(kNothing);
 }
 
@@ -22,12 +24,15 @@ void Progression::add(const ScanHeader& scan) {
   const auto wrong = [number = ++scans_](const std::string& what) {
     return Error("scan " + std::to_string(number) + ": " + what);
   };
+  int blocks = 0;
   for (size_t i = 0; i < scan.parts.size(); ++i) {
     const int component = scan.parts[i].component;
     const std::string name = "component " + std::to_string(component);
     if (component < 0 || size_t(component) >= lowestBit_.size()) throw wrong("there is no " + name);
     for (size_t j = 0; j < i; ++j)
       if (scan.parts[j].component == component) throw wrong(name + " is named twice");
+    blocks += blocksOfMcu_[size_t(component)];
+    if (scan.parts.size() > 1 && blocks > kMostBlocks) throw wrong("an MCU has more than ten blocks");
     auto& bits = lowestBit_[size_t(component)];
     if (!progressive_) {
       if (bits[0] != kNothing) throw wrong(name + " has been coded already");
@@ -62,7 +67,8 @@ bool Progression::complete() const {
   });
 }
 
-std::vector<ScanHeader> usualProgression(int components) {
+std::vector<ScanHeader> usualProgression(const Frame& frame) {
+  const auto components = int(frame.components.size());
   const auto table = [](int component) { return component == 1 || component == 2 ? 1 : 0; };
   std::vector<ScanHeader> scans;
   const auto dc = [&](int ah, int al) {
@@ -70,17 +76,22 @@ std::vector<ScanHeader> usualProgression(int components) {
     for (int i = 0; i < components; ++i) h.parts.push_back({i, table(i), 0});
     scans.push_back(h);
   };
+  // The library's first scans of DC have differences of up to 11 bits: those of 12-bit samples less the lowest four.
+  const int first = frame.precision > 8 ? 4 : 1;
+  const auto restOfDc = [&] {
+    for (int bit = first; bit > 0; --bit) dc(bit, bit - 1);
+  };
   const auto ac = [&](int i, int ss, int se, int ah, int al) { scans.push_back({{{i, 0, table(i)}}, ss, se, ah, al}); };
   if (components == 3) {
     // Luminance is seen first; chrominance comes in fewer, larger steps.
-    dc(0, 1), ac(0, 1, 5, 0, 2), ac(2, 1, 63, 0, 1), ac(1, 1, 63, 0, 1), ac(0, 6, 63, 0, 2);
-    ac(0, 1, 63, 2, 1), dc(1, 0), ac(2, 1, 63, 1, 0), ac(1, 1, 63, 1, 0), ac(0, 1, 63, 1, 0);
+    dc(0, first), ac(0, 1, 5, 0, 2), ac(2, 1, 63, 0, 1), ac(1, 1, 63, 0, 1), ac(0, 6, 63, 0, 2);
+    ac(0, 1, 63, 2, 1), restOfDc(), ac(2, 1, 63, 1, 0), ac(1, 1, 63, 1, 0), ac(0, 1, 63, 1, 0);
     return scans;
   }
   const auto each = [&](int ss, int se, int ah, int al) {
     for (int i = 0; i < components; ++i) ac(i, ss, se, ah, al);
   };
-  dc(0, 1), each(1, 5, 0, 2), each(6, 63, 0, 2), each(1, 63, 2, 1), dc(1, 0), each(1, 63, 1, 0);
+  dc(0, first), each(1, 5, 0, 2), each(6, 63, 0, 2), each(1, 63, 2, 1), restOfDc(), each(1, 63, 1, 0);
   return scans;
 }
 

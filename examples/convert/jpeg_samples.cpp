@@ -1,39 +1,79 @@
-// Blocks of coefficients to and from pixels: transforms, resampling and colour conversion by the library.
-// Both directions keep one plane of samples a component, padded to whole MCUs.
+// Blocks of coefficients to and from pixels: transforms, resampling and colour conversion by the library, of 8-bit
+// samples; of 12 bits it has the transforms. Both directions keep one plane of samples a component, padded to whole
+// MCUs.
 #include <algorithm>
+#include <type_traits>
 
 #include "jpeg.h"
 
 namespace qelconv::jpeg {
 namespace {
 
+// Samples of 8 bits are bytes, those of 12 bits words.
+template <class Sample>
+inline constexpr bool kIsByte = std::is_same_v<Sample, uint8_t>;
+template <class Sample>
+inline constexpr int32_t kTop = kIsByte<Sample> ? 255 : 4095;
+
 // Some rows of a plane, the ones last written: row y takes the place of row y - rows.
+template <class Sample>
 struct Plane {
-  int32_t step = 0, rows = 0;
-  std::vector<uint8_t> data;
-  void resize(int32_t newStep, int32_t newRows) {
-    step = newStep, rows = newRows;
-    data.resize(size_t(step) * size_t(rows));
+  int32_t width = 0, rows = 0;
+  std::vector<Sample> data;
+  void resize(int32_t newWidth, int32_t newRows) {
+    width = newWidth, rows = newRows;
+    data.resize(size_t(width) * size_t(rows));
   }
-  uint8_t* row(int32_t y) { return data.data() + size_t(y % rows) * size_t(step); }
+  Sample* row(int32_t y) { return data.data() + size_t(y % rows) * size_t(width); }
+  int32_t step() const { return width * int32_t(sizeof(Sample)); }
 };
 
-// Adobe's files hold inverted ink; pictures here count ink.
-void invert(uint8_t* samples, size_t count) {
-  for (size_t i = 0; i < count; ++i) samples[i] = uint8_t(255 - samples[i]);
+// Files hold inverted ink, as Adobe's began to; pictures here count ink.
+template <class Sample>
+void invert(Sample* samples, size_t count) {
+  for (size_t i = 0; i < count; ++i) samples[i] = Sample(kTop<Sample> - samples[i]);
 }
 
-template <int Channels>
-void interleave(const uint8_t* const* planes, uint8_t* pixels, int32_t width) {
+template <int Channels, class Sample>
+void interleave(const Sample* const* planes, Sample* pixels, int32_t width) {
   for (int32_t x = 0; x < width; ++x)
     for (int c = 0; c < Channels; ++c) pixels[x * Channels + c] = planes[c][x];
 }
 
-template <int Channels>
-void split(const uint8_t* pixels, uint8_t* const* planes, int32_t width) {
+template <int Channels, class Sample>
+void split(const Sample* pixels, Sample* const* planes, int32_t width) {
   for (int32_t x = 0; x < width; ++x)
     for (int c = 0; c < Channels; ++c) planes[c][x] = pixels[x * Channels + c];
 }
+
+// --- colour of 12-bit samples, for which the library has no functions: the formulas of ITU-T T.871, in units of 2^-16 --
+
+constexpr int32_t fixed(double v) { return int32_t(v * 65536 + (v < 0 ? -0.5 : 0.5)); }
+constexpr int32_t rounded(int32_t v) { return (v + 32768) >> 16; }
+constexpr int32_t kMiddle = 2048;
+
+// Pixels in place: Y, Cb, Cr to R, G, B.
+void toRgb(uint16_t* pixels, int32_t width, int channels) {
+  for (uint16_t* p = pixels; p != pixels + int64_t(width) * channels; p += channels) {
+    const int32_t y = p[0], cb = p[1] - kMiddle, cr = p[2] - kMiddle;
+    const int32_t rgb[] = {y + rounded(fixed(1.402) * cr), y - rounded(fixed(0.344136) * cb + fixed(0.714136) * cr),
+                           y + rounded(fixed(1.772) * cb)};
+    for (int c = 0; c < 3; ++c) p[c] = uint16_t(std::clamp(rgb[c], 0, kTop<uint16_t>));
+  }
+}
+
+// Rows of R, G, B in place to Y, Cb, Cr. Chroma rounds down where it lies between two values, so that none is above the largest.
+void toYcc(uint16_t* const* rows, int32_t width) {
+  for (int32_t x = 0; x < width; ++x) {
+    const int32_t r = rows[0][x], g = rows[1][x], b = rows[2][x];
+    constexpr int32_t kChroma = (kMiddle << 16) + 32767;
+    rows[0][x] = uint16_t(rounded(fixed(0.299) * r + fixed(0.587) * g + fixed(0.114) * b));
+    rows[1][x] = uint16_t((-fixed(0.168736) * r - fixed(0.331264) * g + fixed(0.5) * b + kChroma) >> 16);
+    rows[2][x] = uint16_t((fixed(0.5) * r - fixed(0.418688) * g - fixed(0.081312) * b + kChroma) >> 16);
+  }
+}
+
+// --- tables ------------------------------------------------------------------------------------------------
 
 // The library takes byte entries: the high bytes make a table of their own.
 std::array<uint16_t, 64> inverseTable(const FileQuantTable& quant) {
@@ -47,58 +87,180 @@ std::array<uint16_t, 64> inverseTable(const FileQuantTable& quant) {
   return table;
 }
 
+// The 12-bit transforms take factors.
+template <class Sample>
+using Table = std::array<std::conditional_t<kIsByte<Sample>, uint16_t, float>, 64>;
+
+template <class Sample>
+Table<Sample> tableOf(const FileQuantTable& quant) {
+  const auto table = inverseTable(quant);
+  Table<Sample> result;
+  std::copy(table.begin(), table.end(), result.begin());
+  return result;
+}
+
+template <class Sample>
+Table<Sample> forwardTable(const RawQuantTable& raw) {
+  Table<Sample> table;
+  if constexpr (kIsByte<Sample>) {
+    expectOk(qeliQuantFwdTableInit_JPEG_8u16u(raw.data(), table.data()), "making a quantisation table");
+  } else {
+    FileQuantTable wide;
+    std::copy(raw.begin(), raw.end(), wide.begin());
+    const auto inverse = inverseTable(wide);
+    std::transform(inverse.begin(), inverse.end(), table.begin(), [](uint16_t q) { return 1.0f / float(q); });
+  }
+  return table;
+}
+
+// --- resampling --------------------------------------------------------------------------------------------
+
+// How many samples of the picture lie over how many of a component, in one direction.
+struct Ratio {
+  int to = 1, from = 1;
+  bool isOne() const { return to == from; }
+  bool isTwo() const { return to == 2 * from; }
+  // The sample that lies under the middle of sample i of the picture.
+  int32_t under(int32_t i) const { return int32_t(int64_t(2 * i + 1) * from / (2 * to)); }
+  // How many samples lie under the first n.
+  int32_t cover(int32_t n) const { return int32_t((int64_t(n) * from + to - 1) / to); }
+};
+
+// The triangle filter as the library has it for bytes: sample k is mid(k), weighted with its neighbours.
+template <class Mid, class Sample>
+void doubleRow(Mid&& mid, int32_t width, int shift, int evenBias, int oddBias, Sample* dst) {
+  for (int32_t k = 0; k < width; ++k) {
+    const int32_t near = 3 * mid(k);
+    dst[2 * k] = Sample((mid(std::max(k - 1, 0)) + near + evenBias) >> shift);
+    dst[2 * k + 1] = Sample((near + mid(std::min(k + 1, width - 1)) + oddBias) >> shift);
+  }
+}
+template <class Sample>
+void doubleAcross(const Sample* src, int32_t width, Sample* dst) {
+  if constexpr (kIsByte<Sample>) qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(src, width, dst);
+  else doubleRow([=](int32_t k) { return int32_t(src[k]); }, width, 2, 1, 2, dst);
+}
+template <class Sample>
+void doubleBothWays(const Sample* near, const Sample* far, int32_t width, Sample* dst) {
+  if constexpr (kIsByte<Sample>) qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(near, far, width, dst);
+  else doubleRow([=](int32_t k) { return 3 * near[k] + far[k]; }, width, 4, 8, 7, dst);
+}
+
+// How a component's blocks become samples of the picture.
+struct Sampling {
+  Sampling(const Frame& frame, const Component& c, int size) : blockSize(size) {
+    // A reduced picture can take its chroma at a larger block size instead of spreading it.
+    while (blockSize < 8 && frame.hMax * size % (2 * c.h * blockSize) == 0 &&
+           frame.vMax * size % (2 * c.v * blockSize) == 0)
+      blockSize *= 2;
+    across = {frame.hMax * size, c.h * blockSize}, down = {frame.vMax * size, c.v * blockSize};
+  }
+  bool spreads() const { return !across.isOne() || !down.isOne(); }
+  int blockSize;  // samples' side that a block becomes
+  Ratio across, down;
+};
+
+// Means of rectangles of samples.
+template <class Sample>
+void shrink(Plane<Sample>& from, Plane<Sample>& to) {
+  const int32_t across = from.width / to.width, down = from.rows / to.rows, count = across * down;
+  for (int32_t y = 0; y < to.rows; ++y) {
+    Sample* const out = to.row(y);
+    for (int32_t x = 0; x < to.width; ++x) {
+      int32_t sum = count / 2;
+      for (int32_t r = 0; r < down; ++r) {
+        const Sample* const in = from.row(y * down + r) + x * across;
+        for (int32_t i = 0; i < across; ++i) sum += in[i];
+      }
+      out[x] = Sample(sum / count);
+    }
+  }
+}
+
 }  // namespace
+
+Shape shapeOf(const File& file, int size) {
+  constexpr Colour kColours[] = {Colour::grey, Colour::rgb, Colour::rgb, Colour::cmyk, Colour::cmyk};
+  const auto scaled = [size](int32_t n) { return (n * size + 7) / 8; };
+  return {scaled(file.frame.width),
+          scaled(file.frame.height),
+          kColours[int(spaceOf(file))],
+          file.frame.precision,
+          false,
+          file.metadata};
+}
+
+bool looksAhead(const Frame& frame, int size, Filter filter) {
+  return filter == Filter::triangle && std::any_of(frame.components.begin(), frame.components.end(),
+                                                   [&](auto& c) { return Sampling(frame, c, size).down.isTwo(); });
+}
 
 // --- blocks to pixels --------------------------------------------------------------------------------------
 
 struct PixelWriter::Impl {
+  virtual ~Impl() = default;
+  virtual void transform(int32_t strip, Coefficients& coefficients) = 0;
+  virtual void convert(int32_t strip) = 0;
+};
+
+namespace {
+
+template <class Sample>
+struct SampleWriter : PixelWriter::Impl {
   // One component: its plane, and how its samples spread over the picture.
-  struct Channel {
-    Plane plane;
-    std::array<uint16_t, 64> table{};
-    int blockSize = 8;         // samples' side that a block becomes
-    int32_t width, height;     // samples that belong to the picture
-    int across = 1, down = 1;  // picture samples that one sample covers
-    std::vector<uint8_t> row;  // one row at the picture's width
+  struct Channel : Sampling {
+    using Sampling::Sampling;
+    Plane<Sample> plane;
+    Table<Sample> table{};
+    int32_t width = 0, height = 0;   // samples that belong to the picture
+    std::vector<Sample> row, blend;  // one row at the picture's width, and one between two rows
+    std::vector<int32_t> columns;    // the sample under each column of the picture, unless it is one of two
   };
 
-  Impl(const File& file, int size, Filter filter, const Strips& strips, int32_t slots)
-      : file(file), frame(file.frame), strips(strips), space(spaceOf(file)), filter(filter) {
-    const auto scaled = [size](int32_t n) { return (n * size + 7) / 8; };
-    constexpr Colour kColours[] = {Colour::grey, Colour::rgb, Colour::rgb, Colour::cmyk, Colour::cmyk};
-    image = Image(scaled(frame.width), scaled(frame.height), kColours[int(space)]);
+  SampleWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots, Rows& rows)
+      : frame(file.frame),
+        strips(strips),
+        space(spaceOf(file)),
+        filter(filter),
+        image(shapeOf(file, size)),
+        rows(rows) {
+    late = looksAhead(frame, size, filter);
     rowsOfMcu = frame.vMax * size;
     for (size_t i = 0; i < frame.components.size(); ++i) {
       const Component& c = frame.components[i];
-      Channel ch;
-      ch.across = frame.hMax / c.h, ch.down = frame.vMax / c.v;
-      ch.blockSize = size;
-      // A reduced picture can take its chroma at a larger block size instead of spreading it.
-      while (ch.blockSize < 8 && ch.across == 2 && ch.down == 2) ch.blockSize *= 2, ch.across = ch.down = 1;
-      ch.width = (image.width + ch.across - 1) / ch.across, ch.height = (image.height + ch.down - 1) / ch.down;
+      Channel& ch = channels.emplace_back(frame, c, size);
+      ch.width = ch.across.cover(image.width), ch.height = ch.down.cover(image.height);
       ch.plane.resize(c.paddedWide * ch.blockSize, slots * strips.rows * c.v * ch.blockSize);
-      if (ch.across > 1 || ch.down > 1) ch.row.resize(size_t(2 * ch.width) + 2);
-      ch.table = inverseTable(file.quant[i]);
-      channels.push_back(std::move(ch));
-      needsNextRow |= filter == Filter::triangle && channels.back().down > 1;
+      if (!ch.across.isOne()) ch.row.resize(size_t(std::max(image.width, 2 * ch.width)));
+      if (!ch.down.isOne()) ch.blend.resize(size_t(ch.width));
+      if (!ch.across.isOne() && !ch.across.isTwo())
+        for (int32_t x = 0; x < image.width; ++x) ch.columns.push_back(ch.across.under(x));
+      ch.table = tableOf<Sample>(file.quant[i]);
+      spreads |= ch.spreads();
     }
   }
 
-  void transform(int32_t strip, Coefficients& coefficients) {
+  void transform(int32_t strip, Coefficients& coefficients) override {
     for (size_t i = 0; i < channels.size(); ++i) {
       const Component& c = frame.components[i];
       Channel& ch = channels[i];
-      const auto inverse = ch.blockSize == 8   ? qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R
-                           : ch.blockSize == 4 ? qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R
-                           : ch.blockSize == 2 ? qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R
-                                               : onlyMean;
       for (int32_t r = strips.first(strip) * c.v; r < strips.end(strip) * c.v; ++r) {
         const int16_t* blocks = coefficients.row(i, r);
-        uint8_t* out = ch.plane.row(r * ch.blockSize);
+        Sample* out = ch.plane.row(r * ch.blockSize);
+        const auto inverse = inverseOf(ch.blockSize);
         for (int32_t b = 0; b < c.paddedWide; ++b)
-          inverse(blocks + 64 * b, out + b * ch.blockSize, ch.plane.step, ch.table.data());
+          inverse(blocks + 64 * b, out + b * ch.blockSize, ch.plane.step(), ch.table.data());
       }
     }
+  }
+
+  static auto inverseOf(int blockSize) {
+    if constexpr (kIsByte<Sample>)
+      return blockSize == 8   ? qeliDCTQuantInv8x8LS_JPEG_16s8u_C1R
+             : blockSize == 4 ? qeliDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R
+             : blockSize == 2 ? qeliDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R
+                              : onlyMean;
+    else return qeliDCTQuantInv8x8LS_JPEG_16s16u_C1R;
   }
 
   // The block as one sample.
@@ -109,95 +271,123 @@ struct PixelWriter::Impl {
     return status;
   }
 
-  // Picture row y of a channel, spread to the picture's width where it is narrower.
-  const uint8_t* spreadRow(Channel& ch, int32_t y) {
-    const int32_t near = y / ch.down;
-    const uint8_t* src = ch.plane.row(near);
-    if (ch.across == 1) return src;
-    if (filter == Filter::box) {
-      for (int32_t x = 0; x < ch.width; ++x) ch.row[size_t(2 * x)] = ch.row[size_t(2 * x + 1)] = src[x];
-    } else if (ch.down == 1) {
-      qeliSampleUpRowH2V1_Triangle_JPEG_8u_C1(src, ch.width, ch.row.data());
+  // Picture row y of a channel, spread to the picture's width where it is narrower. The triangle filter takes part in
+  // each direction whose ratio is two.
+  Sample* spreadRow(Channel& ch, int32_t y) {
+    const int32_t near = ch.down.under(y);
+    Sample* src = ch.plane.row(near);
+    const bool smooth = filter == Filter::triangle;
+    if (smooth && ch.down.isTwo()) {
+      const Sample* const far = ch.plane.row(std::clamp(near + (y % 2 ? 1 : -1), 0, ch.height - 1));
+      if (ch.across.isTwo()) {
+        doubleBothWays(src, far, ch.width, ch.row.data());
+        return ch.row.data();
+      }
+      const int bias = y % 2 ? 2 : 1;
+      for (size_t x = 0; x < size_t(ch.width); ++x) ch.blend[x] = Sample((3 * src[x] + far[x] + bias) >> 2);
+      src = ch.blend.data();
+    }
+    if (ch.across.isOne()) return src;
+    if (!ch.across.isTwo()) {
+      for (size_t x = 0; x < ch.columns.size(); ++x) ch.row[x] = src[ch.columns[x]];
+    } else if (smooth) {
+      doubleAcross(src, ch.width, ch.row.data());
     } else {
-      const int32_t far = std::clamp(near + (y % 2 ? 1 : -1), 0, ch.height - 1);
-      qeliSampleUpRowH2V2_Triangle_JPEG_8u_C1(src, ch.plane.row(far), ch.width, ch.row.data());
+      for (int32_t x = 0; x < ch.width; ++x) ch.row[size_t(2 * x)] = ch.row[size_t(2 * x + 1)] = src[x];
     }
     return ch.row.data();
   }
 
   // Converts the picture's rows up to the strip's last one.
-  void convert(int32_t strip) {
+  void convert(int32_t strip) override {
     const int32_t from = converted;
     // The triangle filter looks one chroma row ahead, into the next strip.
-    converted =
-        strips.end(strip) == frame.mcusHigh ? image.height : strips.end(strip) * rowsOfMcu - (needsNextRow ? 1 : 0);
-    const bool spread =
-        std::any_of(channels.begin(), channels.end(), [](auto& c) { return c.across > 1 || c.down > 1; });
-    if (!spread) return convertRows(from, converted - from, [&](size_t i) { return channels[i].plane.row(from); });
+    converted = strips.end(strip) == frame.mcusHigh ? image.height : strips.end(strip) * rowsOfMcu - late;
+    if (!spreads)
+      return rows.byPieces(from, converted, [&](int32_t y, int32_t count) {
+        convertRows(y, count, [&](size_t i) { return channels[i].plane.row(y); });
+      });
     for (int32_t y = from; y < converted; ++y) convertRows(y, 1, [&](size_t i) { return spreadRow(channels[i], y); });
   }
 
   template <class RowOf>
   void convertRows(int32_t y, int32_t count, RowOf&& rowOf) {
-    const uint8_t* planes[4] = {};
+    Sample* planes[4] = {};
     for (size_t i = 0; i < channels.size(); ++i) planes[i] = rowOf(i);
-    uint8_t* out = image.row(y);
-    const int32_t step = channels[0].plane.step;
-    const QelSize size{image.width, count};
-    switch (space) {
-      case Space::ycc:
-        expectOk(qeliYCbCrToRGB_JPEG_8u_P3C3R(planes, step, out, image.step(), size), "converting colour");
+    const int32_t width = channels[0].plane.width;
+    if constexpr (kIsByte<Sample>) {
+      const uint8_t* const src[] = {planes[0], planes[1], planes[2], planes[3]};
+      uint8_t* const out = rows.row(y);
+      const QelSize size{image.width, count};
+      if (space == Space::ycc || space == Space::ycck) {
+        expectOk(space == Space::ycc ? qeliYCbCrToRGB_JPEG_8u_P3C3R(src, width, out, image.step(), size)
+                                     : qeliYCCKToCMYK_JPEG_8u_P4C4R(src, width, out, image.step(), size),
+                 "converting colour");
+        if (space == Space::ycck) invert(out, size_t(image.step()) * size_t(count));
         return;
-      case Space::ycck:
-        expectOk(qeliYCCKToCMYK_JPEG_8u_P4C4R(planes, step, out, image.step(), size), "converting colour");
-        break;
-      case Space::grey:
-      case Space::rgb:
-      case Space::cmyk:
-        for (int32_t r = 0; r < count; ++r) {
-          uint8_t* to = out + size_t(r) * size_t(image.step());
-          if (space == Space::grey) std::memcpy(to, planes[0], size_t(image.width));
-          else if (space == Space::rgb) interleave<3>(planes, to, image.width);
-          else interleave<4>(planes, to, image.width);
-          for (size_t i = 0; i < channels.size(); ++i) planes[i] += step;
-        }
+      }
     }
-    if (image.colour == Colour::cmyk && file.adobe >= 0) invert(out, size_t(image.step()) * size_t(count));
+    for (int32_t r = 0; r < count; ++r) {
+      auto* const to = reinterpret_cast<Sample*>(rows.row(y + r));
+      if (channels.size() == 1) std::copy_n(planes[0], image.width, to);
+      else if (channels.size() == 3) interleave<3>(planes, to, image.width);
+      else interleave<4>(planes, to, image.width);
+      if constexpr (!kIsByte<Sample>)
+        if (space == Space::ycc || space == Space::ycck) toRgb(to, image.width, image.channels());
+      // Red, green and blue are the inversion of inverted cyan, magenta and yellow: ink as it is.
+      if (space == Space::cmyk) invert(to, size_t(image.width) * 4);
+      else if (space == Space::ycck)
+        for (int32_t x = 0; x < image.width; ++x) invert(to + 4 * x + 3, 1);
+      for (size_t i = 0; i < channels.size(); ++i) planes[i] += width;
+    }
   }
 
-  const File& file;
   const Frame& frame;
   const Strips strips;
   Space space;
   Filter filter;
-  Image image;
+  const Shape image;
+  Rows& rows;
   std::vector<Channel> channels;
-  int rowsOfMcu = 8;
-  bool needsNextRow = false;
+  int rowsOfMcu = 8, late = 0;
+  bool spreads = false;
   int32_t converted = 0;
 };
 
-PixelWriter::PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots)
-    : impl_(std::make_unique<Impl>(file, size, filter, strips, slots)) {}
+}  // namespace
+
+PixelWriter::PixelWriter(const File& file, int size, Filter filter, const Strips& strips, int32_t slots, Rows& rows) {
+  if (file.frame.precision == 8)
+    impl_ = std::make_unique<SampleWriter<uint8_t>>(file, size, filter, strips, slots, rows);
+  else if (size == 8) impl_ = std::make_unique<SampleWriter<uint16_t>>(file, size, filter, strips, slots, rows);
+  else throw Error("12-bit samples can't be read at a reduced size");
+}
 PixelWriter::~PixelWriter() = default;
 void PixelWriter::transform(int32_t strip, Coefficients& coefficients) { impl_->transform(strip, coefficients); }
 void PixelWriter::convert(int32_t strip) { impl_->convert(strip); }
-Image PixelWriter::finish() { return std::move(impl_->image); }
 
 // --- pixels to blocks --------------------------------------------------------------------------------------
 
 struct PixelReader::Impl {
+  virtual ~Impl() = default;
+  virtual void transform(int32_t mcuRow, int32_t slot, Coefficients& coefficients) = 0;
+};
+
+namespace {
+
+template <class Sample>
+struct SampleReader : PixelReader::Impl {
   // Room for the samples of one row of MCUs.
   struct Room {
-    std::vector<uint8_t> strip;
-    std::vector<Plane> planes, full;
+    std::vector<Sample> strip;
+    std::vector<Plane<Sample>> planes, full;
   };
 
-  Impl(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant, int32_t slots)
-      : image(image), frame(frame), space(space), rooms(size_t(slots)) {
+  SampleReader(const Shape& image, const Rows& rows, const Frame& frame, Space space,
+               const std::vector<RawQuantTable>& quant, int32_t slots)
+      : image(image), rows(rows), frame(frame), space(space), rooms(size_t(slots)) {
     const int32_t width = frame.mcusWide * 8 * frame.hMax, height = 8 * frame.vMax;
     for (Room& room : rooms) {
-      room.strip.resize(size_t(width) * size_t(image.channels()) * size_t(height));
       room.planes.resize(frame.components.size());
       room.full.resize(frame.components.size());
       for (size_t i = 0; i < room.planes.size(); ++i) {
@@ -206,103 +396,126 @@ struct PixelReader::Impl {
         if (c.h < frame.hMax || c.v < frame.vMax) room.full[i].resize(width, height);
       }
     }
-    for (const Component& c : frame.components) {
-      tables.push_back({});
-      expectOk(qeliQuantFwdTableInit_JPEG_8u16u(quant[size_t(c.quantTable)].data(), tables.back().data()),
-               "making a quantisation table");
-    }
+    for (const Component& c : frame.components) tables.push_back(forwardTable<Sample>(quant[size_t(c.quantTable)]));
   }
 
   // The pixels of one row of MCUs, the last column and row repeated up to whole MCUs. Points into the picture
   // where that is whole by itself.
-  const uint8_t* paddedStrip(Room& room, int32_t mcuRow, int32_t& step) {
+  const Sample* paddedStrip(Room& room, int32_t mcuRow, int32_t& step) {
     const int32_t width = frame.mcusWide * 8 * frame.hMax, height = 8 * frame.vMax, first = mcuRow * height;
     const bool inks = image.colour == Colour::cmyk;
-    if (width == image.width && first + height <= image.height && !inks) {
+    if (width == image.width && first + height <= image.height && !inks && rows.inOnePiece(first, height)) {
       step = image.step();
-      return image.row(first);
+      return reinterpret_cast<const Sample*>(rows.row(first));
     }
-    const auto pixel = size_t(image.channels());
-    step = width * int32_t(pixel);
+    const auto channels = size_t(image.channels());
+    const size_t samples = size_t(width) * channels;
+    step = int32_t(samples * sizeof(Sample));
+    room.strip.resize(samples * size_t(height));
     for (int32_t y = 0; y < height; ++y) {
-      uint8_t* to = room.strip.data() + size_t(y) * size_t(step);
-      std::memcpy(to, image.row(std::min(first + y, image.height - 1)), size_t(image.step()));
-      for (int32_t x = image.width; x < width; ++x)
-        std::memcpy(to + size_t(x) * pixel, to + (size_t(image.width) - 1) * pixel, pixel);
-      if (inks) invert(to, size_t(step));
+      Sample* to = room.strip.data() + size_t(y) * samples;
+      std::memcpy(to, rows.row(std::min(first + y, image.height - 1)), size_t(image.step()));
+      for (size_t i = size_t(image.width) * channels; i < samples; ++i) to[i] = to[i - channels];
+      if (inks) invert(to, samples);
     }
     return room.strip.data();
   }
 
   // Colour conversion into the planes; chroma goes through full-size planes where no call does both at once.
-  void convert(Room& room, const uint8_t* src, int32_t srcStep) {
+  void convert(Room& room, const Sample* src, int32_t srcStep) {
     auto& [strip, planes, full] = room;
     const QelSize size{frame.mcusWide * 8 * frame.hMax, 8 * frame.vMax};
-    const bool halved = frame.hMax == 2;
-    if (space == Space::ycc && halved) {
-      uint8_t* dst[3] = {planes[0].row(0), planes[1].row(0), planes[2].row(0)};
-      const int32_t steps[3] = {planes[0].step, planes[1].step, planes[2].step};
-      const auto work = frame.vMax == 2 ? qeliRGBToYCbCr411_JPEG_8u_C3P3R : qeliRGBToYCbCr422_JPEG_8u_C3P3R;
-      expectOk(work(src, srcStep, dst, steps, size), "converting colour");
-      return;
-    }
-    uint8_t* dst[4] = {};
-    for (size_t i = 0; i < planes.size(); ++i) dst[i] = (full[i].rows ? full[i] : planes[i]).row(0);
-    const int32_t dstStep = size.width;
-    if (space == Space::ycc) {
-      expectOk(qeliRGBToYCbCr_JPEG_8u_C3P3R(src, srcStep, dst, dstStep, size), "converting colour");
-    } else if (space == Space::ycck) {
-      expectOk(qeliCMYKToYCCK_JPEG_8u_C4P4R(src, srcStep, dst, dstStep, size), "converting colour");
-    } else {
-      for (int32_t y = 0; y < size.height; ++y, src += srcStep) {
-        if (space == Space::grey) split<1>(src, dst, size.width);
-        else if (space == Space::rgb) split<3>(src, dst, size.width);
-        else split<4>(src, dst, size.width);
-        for (size_t i = 0; i < planes.size(); ++i) dst[i] += dstStep;
+    if constexpr (kIsByte<Sample>) {
+      if (space == Space::ycc && frame.hMax == 2) {
+        uint8_t* dst[3] = {planes[0].row(0), planes[1].row(0), planes[2].row(0)};
+        const int32_t steps[3] = {planes[0].step(), planes[1].step(), planes[2].step()};
+        const auto work = frame.vMax == 2 ? qeliRGBToYCbCr411_JPEG_8u_C3P3R : qeliRGBToYCbCr422_JPEG_8u_C3P3R;
+        expectOk(work(src, srcStep, dst, steps, size), "converting colour");
+        return;
       }
     }
-    for (size_t i = 0; i < planes.size(); ++i) {
-      if (!full[i].rows) continue;
-      Plane &from = full[i], &to = planes[i];
-      const auto work = frame.vMax == 2 ? qeliSampleDownH2V2_JPEG_8u_C1R : qeliSampleDownH2V1_JPEG_8u_C1R;
-      expectOk(work(from.row(0), from.step, {from.step, from.rows}, to.row(0), to.step, {to.step, to.rows}),
-               "halving a plane");
+    Sample* dst[4] = {};
+    for (size_t i = 0; i < planes.size(); ++i) dst[i] = (full[i].rows ? full[i] : planes[i]).row(0);
+    toPlanes(src, srcStep, dst, size);
+    for (size_t i = 0; i < planes.size(); ++i)
+      if (full[i].rows) halveOrShrink(full[i], planes[i]);
+  }
+
+  void toPlanes(const Sample* src, int32_t srcStep, Sample** dst, QelSize size) {
+    if constexpr (kIsByte<Sample>) {
+      if (space == Space::ycc || space == Space::ycck) {
+        expectOk(space == Space::ycc ? qeliRGBToYCbCr_JPEG_8u_C3P3R(src, srcStep, dst, size.width, size)
+                                     : qeliCMYKToYCCK_JPEG_8u_C4P4R(src, srcStep, dst, size.width, size),
+                 "converting colour");
+        return;
+      }
+    }
+    for (int32_t y = 0; y < size.height; ++y, src += size_t(srcStep) / sizeof(Sample)) {
+      if (image.channels() == 1) std::copy_n(src, size.width, dst[0]);
+      else if (image.channels() == 3) split<3>(src, dst, size.width);
+      else split<4>(src, dst, size.width);
+      if constexpr (!kIsByte<Sample>) {
+        if (space == Space::ycck)
+          for (int c = 0; c < 3; ++c) invert(dst[c], size_t(size.width));
+        if (space == Space::ycc || space == Space::ycck) toYcc(dst, size.width);
+      }
+      for (int c = 0; c < image.channels(); ++c) dst[c] += size.width;
     }
   }
 
-  void transform(std::vector<Plane>& planes, int32_t mcuRow, Coefficients& coefficients) {
-    for (size_t i = 0; i < planes.size(); ++i) {
+  static void halveOrShrink(Plane<Sample>& from, Plane<Sample>& to) {
+    if constexpr (kIsByte<Sample>) {
+      const bool bothWays = from.rows == 2 * to.rows;
+      if (from.width == 2 * to.width && (bothWays || from.rows == to.rows)) {
+        const auto work = bothWays ? qeliSampleDownH2V2_JPEG_8u_C1R : qeliSampleDownH2V1_JPEG_8u_C1R;
+        expectOk(work(from.row(0), from.step(), {from.width, from.rows}, to.row(0), to.step(), {to.width, to.rows}),
+                 "halving a plane");
+        return;
+      }
+    }
+    shrink(from, to);
+  }
+
+  void transform(int32_t mcuRow, int32_t slot, Coefficients& coefficients) override {
+    Room& room = rooms[size_t(slot)];
+    int32_t step = 0;
+    const Sample* src = paddedStrip(room, mcuRow, step);
+    convert(room, src, step);
+    for (size_t i = 0; i < room.planes.size(); ++i) {
       const Component& c = frame.components[i];
       for (int32_t v = 0; v < c.v; ++v) {
         int16_t* blocks = coefficients.row(i, mcuRow * c.v + v);
         for (int32_t b = 0; b < c.paddedWide; ++b)
-          qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(planes[i].row(8 * v) + 8 * b, planes[i].step, blocks + 64 * b,
-                                              tables[i].data());
+          forward(room.planes[i].row(8 * v) + 8 * b, room.planes[i].step(), blocks + 64 * b, tables[i].data());
       }
     }
   }
 
-  void row(Room& room, int32_t mcuRow, Coefficients& coefficients) {
-    int32_t step = 0;
-    const uint8_t* src = paddedStrip(room, mcuRow, step);
-    convert(room, src, step);
-    transform(room.planes, mcuRow, coefficients);
+  static void forward(const uint8_t* src, int32_t step, int16_t* dst, const uint16_t* table) {
+    qeliDCTQuantFwd8x8LS_JPEG_8u16s_C1R(src, step, dst, table);
+  }
+  static void forward(const uint16_t* src, int32_t step, int16_t* dst, const float* table) {
+    qeliDCTQuantFwd8x8LS_JPEG_16u16s_C1R(src, step, dst, table);
   }
 
-  const Image& image;
+  const Shape& image;
+  const Rows& rows;
   const Frame& frame;
   Space space;
   std::vector<Room> rooms;  // by slot
-  std::vector<std::array<uint16_t, 64>> tables;
+  std::vector<Table<Sample>> tables;
 };
 
-PixelReader::PixelReader(const Image& image, const Frame& frame, Space space, const std::vector<RawQuantTable>& quant,
-                         const Strips& strips, int32_t slots)
-    : impl_(std::make_unique<Impl>(image, frame, space, quant, slots)), strips_(strips) {}
+}  // namespace
+
+PixelReader::PixelReader(const Shape& shape, const Rows& rows, const Frame& frame, Space space,
+                         const std::vector<RawQuantTable>& quant, int32_t slots) {
+  if (frame.precision == 8) impl_ = std::make_unique<SampleReader<uint8_t>>(shape, rows, frame, space, quant, slots);
+  else impl_ = std::make_unique<SampleReader<uint16_t>>(shape, rows, frame, space, quant, slots);
+}
 PixelReader::~PixelReader() = default;
-void PixelReader::transform(int32_t strip, Coefficients& coefficients) {
-  auto& room = impl_->rooms[size_t(strip) % impl_->rooms.size()];
-  for (int32_t row = strips_.first(strip); row < strips_.end(strip); ++row) impl_->row(room, row, coefficients);
+void PixelReader::transform(int32_t mcuRow, int32_t slot, Coefficients& coefficients) {
+  impl_->transform(mcuRow, slot, coefficients);
 }
 
 }  // namespace qelconv::jpeg

@@ -80,6 +80,10 @@ class IntervalWriter {
     data()[position++] = uint8_t(RST0 + restarts_++ % 8);
   }
   void finish() { bytes_.resize(start_ + size_t(position)); }
+  void drain(Destination& file) {
+    file.put(Bytes(bytes_).first(start_ + size_t(position)));
+    start_ = 0, position = 0;
+  }
 
   int32_t position = 0;
 
@@ -252,6 +256,7 @@ struct ScanDecoder::Impl {
 ScanDecoder::ScanDecoder(const Frame& frame, const Scan& scan) : impl_(std::make_unique<Impl>(frame, scan)) {}
 ScanDecoder::~ScanDecoder() = default;
 int32_t ScanDecoder::rows() const { return impl_->walk.rows(); }
+const uint8_t* ScanDecoder::position() const { return impl_->in.data.data() + impl_->in.position; }
 
 void ScanDecoder::decodeRow(int32_t row, Coefficients& coefficients) {
   impl_->walk.row(
@@ -286,6 +291,7 @@ class BlockEncoder {
         row, coefficients, [&] { restart(); },
         [&](size_t part, int16_t* block) { expectOk(encode(part, block, qelFlushNo), "coding a block"); });
   }
+  void drain(Destination& file) { out_.drain(file); }
   void finish() {
     flush();
     out_.finish();
@@ -380,6 +386,10 @@ class TableMaker {
         break;
       case Pass::dcFirst:
         if (!last) status = qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(block, dc, &lastDc_[part], al);
+        if (status == qelStatusJpegCoeffRange)
+          throw Error(
+              "a DC difference has 12 bits or more, for which progressive scans have no place (a sequential "
+              "file has, and a lower quality makes it smaller)");
         break;
       case Pass::dcRefine:
         break;  // plain bits
@@ -413,6 +423,7 @@ SequentialEncoder::SequentialEncoder(const Frame& frame, const ScanHeader& scan,
     : impl_(std::make_unique<Impl>(frame, scan, dc, ac, restartInterval, out)) {}
 SequentialEncoder::~SequentialEncoder() = default;
 void SequentialEncoder::encodeRow(int32_t row, Coefficients& c) { impl_->encodeRow(row, c); }
+void SequentialEncoder::drain(Destination& file) { impl_->drain(file); }
 void SequentialEncoder::finish() { impl_->finish(); }
 
 void writeOptimalScan(Writer& out, const Frame& frame, const ScanHeader& scan, int32_t restartInterval,
@@ -493,9 +504,9 @@ void DifferenceEncoder::finish() {
 
 HuffmanList typicalTable(bool ac, int index) {
   HuffmanList list;
-  std::ranges::copy(ac ? qelTypicalAcBits[index] : qelTypicalDcBits[index], list.bits.begin());
-  if (ac) std::ranges::copy(qelTypicalAcVals[index], list.vals.begin());
-  else std::ranges::copy(qelTypicalDcVals, list.vals.begin());
+  std::copy_n(ac ? qelTypicalAcBits[index] : qelTypicalDcBits[index], list.bits.size(), list.bits.begin());
+  if (ac) std::copy_n(qelTypicalAcVals[index], std::size(qelTypicalAcVals[index]), list.vals.begin());
+  else std::copy_n(qelTypicalDcVals, std::size(qelTypicalDcVals), list.vals.begin());
   return list;
 }
 

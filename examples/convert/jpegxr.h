@@ -29,10 +29,12 @@ inline int32_t centreOf(Depth depth) { return depth == Depth::half ? 0 : 1 << (b
 inline constexpr int kMaxPlanes = 4;
 inline constexpr int kFractionalBits = 3;  // of samples on their way to quantisers
 
-// The blocks of a macroblock's plane.
+// The blocks of a macroblock's plane: two or four in either direction.
 struct Grid {
   int32_t across, down;
   int32_t count() const { return across * down; }
+  int32_t row(int place) const { return place >> across / 2; }
+  int32_t column(int place) const { return place & (across - 1); }
 };
 
 // The picture, or its alpha.
@@ -92,9 +94,8 @@ inline constexpr uint8_t kPlace[16] = {0, 2, 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13
 // The blocks of a full plane in coding order, by twos in either direction: row * 4 + column. Those of a subsampled
 // plane come row by row.
 inline constexpr uint8_t kBlocks[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
-inline int blockAt(Grid grid, int i) { return grid.across == 4 ? kBlocks[i] : i; }
 
-// Rows of a plane, of which the last ones are kept: those of four macroblock rows.
+// Rows of a plane, of which the last ones are kept: those of four macroblock rows. Those of one lie one behind another.
 class Rows {
  public:
   Rows(int32_t width, int32_t perMacroblock)
@@ -113,14 +114,23 @@ class Rows {
 struct Plane {
   Grid grid;
   Rows samples, low;
+  // From the first sample of a macroblock to its blocks in coding order, and from the DC of its first block to the
+  // values of the standard's order.
+  std::array<int32_t, 16> blocks, lowPlaces;
+
   Plane(const Header& header, Grid grid_)
       : grid(grid_),
         samples(4 * grid.across * header.across(), 4 * grid.down),
-        low(grid.across * header.across(), grid.down) {}
-  // The first sample of a block of macroblock (x, y).
-  int32_t* block(int32_t x, int32_t y, int b) {
-    return samples[4 * (grid.down * y + b / grid.across)] + 4 * (grid.across * x + b % grid.across);
+        low(grid.across * header.across(), grid.down) {
+    for (int i = 0; i < grid.count(); ++i) {
+      const int b = grid.across == 4 ? kBlocks[i] : i, place = grid.across == 4 ? kPlace[i] : i;
+      blocks[size_t(i)] = 4 * (grid.row(b) * samples.width() + grid.column(b));
+      lowPlaces[size_t(i)] = grid.row(place) * low.width() + grid.column(place);
+    }
   }
+  // The first sample of macroblock (x, y), and the DC of its first block.
+  int32_t* macroblock(int32_t x, int32_t y) { return samples[4 * grid.down * y] + 4 * grid.across * x; }
+  int32_t* lowOf(int32_t x, int32_t y) { return low[grid.down * y] + grid.across * x; }
 };
 
 // DC and low-pass values of a macroblock, in the standard's order, quantised.
@@ -128,12 +138,18 @@ using Low = int32_t[kMaxPlanes][16];
 
 // --- steps of transforms -----------------------------------------------------------------------------------
 
-// Arithmetic shifts of sums that wrap, as a damaged stream can have any coefficients: one, or eight at a time.
-inline constexpr int kLanes = 8;
+// Arithmetic shifts of sums that wrap, as a damaged stream can have any coefficients: one, or four at a time, as many
+// as any processor's vectors hold.
+inline constexpr int kLanes = 4;
 using Lanes = uint32_t __attribute__((vector_size(4 * kLanes)));
 using SignedLanes = int32_t __attribute__((vector_size(4 * kLanes)));
 inline uint32_t sar(uint32_t v, int n) { return uint32_t(int32_t(v) >> n); }
 inline Lanes sar(Lanes v, int n) { return Lanes(SignedLanes(v) >> n); }
+inline Lanes lanesAt(const void* p) {
+  Lanes v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
 
 // The Hadamard transform of two by two; its own inverse.
 template <class T>
@@ -363,23 +379,34 @@ struct LowPatternModel {
 
 // The small codes that the library's record has no function for (T.832, 8.8): code and length a symbol, and
 // the changes of the discriminant that chooses between two tables.
-struct Alphabet {
+struct Codes {
   int symbols;
   uint8_t code[2][9], length[2][9];
   int8_t delta[9];
 };
-inline constexpr Alphabet kPatternCount = {
-    5, {{1, 1, 1, 0, 1}, {1, 0, 1, 2, 3}}, {{1, 2, 3, 4, 4}, {1, 3, 3, 3, 3}}, {0, -1, 0, 1, 1}};
-inline constexpr Alphabet kBlockPattern = {9,
-                                           {{2, 0, 2, 1, 2, 1, 3, 3, 3}, {1, 1, 2, 1, 1, 3, 1, 0, 1}},
-                                           {{3, 5, 4, 5, 5, 1, 3, 5, 4}, {1, 3, 3, 4, 6, 3, 5, 7, 7}},
-                                           {2, 2, 1, 1, -1, -2, -2, -2, -3}};
-inline constexpr Alphabet kLevel = {7,
-                                    {{1, 2, 3, 1, 1, 0, 1}, {1, 1, 1, 1, 1, 0, 1}},
-                                    {{2, 2, 2, 3, 4, 5, 5}, {1, 2, 3, 4, 5, 6, 6}},
-                                    {1, 0, -1, -1, -1, -1, -1}};
-inline constexpr Alphabet kChromaCount = {4, {{1, 1, 0, 1}, {}}, {{1, 2, 3, 3}, {}}, {}};
-inline constexpr Alphabet kDCPattern = {8, {{2, 1, 1, 1, 3, 2, 0, 3}, {}}, {{2, 3, 5, 4, 2, 3, 5, 3}, {}}, {}};
+// The same with the symbol that the next bits begin with.
+inline constexpr int kLongestCode = 7;
+struct Alphabet : Codes {
+  uint8_t symbolOf[2][1 << kLongestCode] = {};
+  constexpr Alphabet(const Codes& codes) : Codes(codes) {
+    for (int t = 0; t < 2; ++t)
+      for (int s = 0; s < symbols; ++s)
+        for (int bits = 0; length[t][s] && bits < 1 << kLongestCode; ++bits)
+          if (bits >> (kLongestCode - length[t][s]) == code[t][s]) symbolOf[t][bits] = uint8_t(s);
+  }
+};
+inline constexpr Alphabet kPatternCount =
+    Codes{5, {{1, 1, 1, 0, 1}, {1, 0, 1, 2, 3}}, {{1, 2, 3, 4, 4}, {1, 3, 3, 3, 3}}, {0, -1, 0, 1, 1}};
+inline constexpr Alphabet kBlockPattern = Codes{9,
+                                                {{2, 0, 2, 1, 2, 1, 3, 3, 3}, {1, 1, 2, 1, 1, 3, 1, 0, 1}},
+                                                {{3, 5, 4, 5, 5, 1, 3, 5, 4}, {1, 3, 3, 4, 6, 3, 5, 7, 7}},
+                                                {2, 2, 1, 1, -1, -2, -2, -2, -3}};
+inline constexpr Alphabet kLevel = Codes{7,
+                                         {{1, 2, 3, 1, 1, 0, 1}, {1, 1, 1, 1, 1, 0, 1}},
+                                         {{2, 2, 2, 3, 4, 5, 5}, {1, 2, 3, 4, 5, 6, 6}},
+                                         {1, 0, -1, -1, -1, -1, -1}};
+inline constexpr Alphabet kChromaCount = Codes{4, {{1, 1, 0, 1}, {}}, {{1, 2, 3, 3}, {}}, {}};
+inline constexpr Alphabet kDCPattern = Codes{8, {{2, 1, 1, 1, 3, 2, 0, 3}, {}}, {{2, 3, 5, 4, 2, 3, 5, 3}, {}}, {}};
 
 class AdaptiveCode {
  public:
@@ -391,9 +418,7 @@ class AdaptiveCode {
   }
   template <class In>
   int get(In& in) {
-    int symbol = 0;
-    while (in.peek(alphabet_->length[table_][symbol]) != alphabet_->code[table_][symbol])
-      ++symbol;  // codes are complete
+    const int symbol = alphabet_->symbolOf[table_][in.peek(kLongestCode)];  // codes are complete
     in.skip(alphabet_->length[table_][symbol]);
     discriminant_ += alphabet_->delta[symbol];
     return symbol;
@@ -480,22 +505,21 @@ struct Adaptation {
 // columns; forwards for a decoder with sign 1, backwards for an encoder with sign -1, so that what is taken off is
 // still whole.
 inline void predictHighBlocks(Plane& plane, int32_t x, int32_t y, Predict how, int sign) {
-  struct Place {
-    uint8_t row, column;
-  };
-  static constexpr Place kLeft[3] = {{0, 1}, {0, 2}, {1, 3}}, kTop[3] = {{1, 0}, {2, 0}, {3, 1}};
   if (how != Predict::left && how != Predict::top) return;
   const bool left = how == Predict::left;
-  const int width = plane.samples.width();
-  const auto predict = [&](int b) {
-    if (left ? b % plane.grid.across == 0 : b < plane.grid.across) return;
-    int32_t* const block = plane.block(x, y, b);
-    for (const Place& place : left ? kLeft : kTop) {
-      int32_t* const at = block + place.row * width + place.column;
-      *at = plus(*at, int64_t(sign) * at[-(left ? 4 : 4 * width)]);
+  const ptrdiff_t width = plane.samples.width(), back = left ? 4 : 4 * width;
+  const ptrdiff_t places[3] = {left ? 1 : width, left ? 2 : 2 * width, left ? width + 3 : 3 * width + 1};
+  const Grid grid = plane.grid;
+  int32_t* const first = plane.macroblock(x, y);
+  for (int i = 0; i < grid.count(); ++i) {
+    const int b = sign > 0 ? i : grid.count() - 1 - i;
+    if ((left ? grid.column(b) : grid.row(b)) == 0) continue;
+    int32_t* const block = first + 4 * (grid.row(b) * width + grid.column(b));
+    for (const ptrdiff_t place : places) {
+      const auto from = uint32_t(block[place - back]);
+      block[place] = int32_t(uint32_t(block[place]) + (sign > 0 ? from : 0u - from));
     }
-  };
-  for (int b = 0; b < plane.grid.count(); ++b) predict(sign > 0 ? b : plane.grid.count() - 1 - b);
+  }
 }
 
 // More than a macroblock can take from any stream, damaged ones included, or give to one: 64 blocks and their plain

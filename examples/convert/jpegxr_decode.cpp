@@ -28,6 +28,41 @@ class BitIn {
     const uint32_t high = count > 16 ? take(count - 16) << 16 : 0;
     return high | take(std::min(count, 16));
   }
+  // The low bits of coefficients, behind their levels: eight bytes are read at once, as there is a margin.
+  class LowBits {
+   public:
+    LowBits(BitIn& in, int bits)
+        : in_(in), next_(in.stream), held_(uint64_t(in.bitBuffer) << 32), count_(in.bitCount), bits_(bits) {}
+    void add(int32_t& v) {
+      uint64_t more = 0;
+      for (int i = 0; i < 8; ++i) more = more << 8 | next_[i];
+      held_ |= more >> count_;
+      next_ += (63 - count_) >> 3;
+      count_ |= 56;
+      const auto plain = uint32_t(held_ >> (64 - bits_));
+      skip(bits_);
+      const int sent = v == 0 && plain;  // the sign
+      const uint32_t minus = 0u - (v < 0 || (sent && held_ >> 63));
+      skip(sent);
+      v = int32_t(((uint32_t(magnitude(v)) << bits_ | plain) ^ minus) - minus);
+    }
+    ~LowBits() {
+      // Back to two bytes at a time.
+      const auto taken = 8 * (next_ - in_.stream) - count_;
+      const auto units = std::max<std::ptrdiff_t>((taken + 31) >> 4, 0);
+      in_.bitCount = int32_t(16 * units - taken);
+      in_.bitBuffer = uint32_t(held_ >> (64 - in_.bitCount) << (32 - in_.bitCount));
+      in_.stream += 2 * units;
+    }
+
+   private:
+    void skip(int bits) { held_ <<= bits, count_ -= bits; }
+    BitIn& in_;
+    const uint8_t* next_;
+    uint64_t held_;
+    int count_, bits_;
+  };
+
   // Whether more bits were taken than there are; units fetched in advance don't count.
   bool beyond() const { return 8 * (stream - end_) > bitCount; }
 
@@ -174,14 +209,6 @@ class PlaneDecoder {
     model.update(counts);
   }
 
-  // The low bits of a coefficient, behind its level.
-  static void addBits(BitIn& in, int32_t& v, int bits) {
-    const uint32_t plain = in.take(bits);
-    const uint32_t whole = uint32_t(magnitude(v)) << bits | plain;
-    const bool negative = v ? v < 0 : plain && in.take(1);
-    v = int32_t(negative ? 0u - whole : whole);
-  }
-
   void decodeLow(BitIn& in, Adaptation& a, Low& low) {
     Model& model = a.models[kLP];
     const int pattern = decodeLowPattern(in, a);
@@ -193,7 +220,10 @@ class PlaneDecoder {
         if (count == qelVLCCountOverrun) damaged();
         counts[p > 0] += count;
       }
-      for (int k = 1; model.bits(p) && k < 16; ++k) addBits(in, low[p][k], model.bits(p));
+      if (model.bits(p)) {
+        BitIn::LowBits lowBits(in, model.bits(p));
+        for (int k = 1; k < 16; ++k) lowBits.add(low[p][k]);
+      }
     }
     if (plane_.subsampled()) counts[1] = decodeLowChroma(in, a, low, pattern >> 1 & 1);
     model.update(counts);
@@ -212,9 +242,11 @@ class PlaneDecoder {
       if (count == kNone) damaged();
       for (size_t i = 0; i < 2 * places.size(); ++i) low[1 + i % 2][places[i / 2]] = values[i];
     }
-    const int bits = a.models[kLP].bits(1);
-    for (size_t k = 1; bits && k <= places.size(); ++k)
-      for (const int p : {1, 2}) addBits(in, low[p][k], bits);
+    if (const int bits = a.models[kLP].bits(1)) {
+      BitIn::LowBits lowBits(in, bits);
+      for (size_t k = 1; k <= places.size(); ++k)
+        for (const int p : {1, 2}) lowBits.add(low[p][k]);
+    }
     return count;
   }
 
@@ -294,8 +326,9 @@ class PlaneDecoder {
       const int plain = has(tile, kFlex) ? std::max(bits - tile.trim, 0) : 0;
       const auto step = uint32_t(steps_[p][kHP]);
       const int32_t width = plane.samples.width(), rowStep = plane.samples.step();
+      int32_t* const first = plane.macroblock(column, row);
       for (int i = 0; i < plane.grid.count(); ++i) {
-        int32_t* const block = plane.block(column, row, blockAt(plane.grid, i));
+        int32_t* const block = first + plane.blocks[size_t(i)];
         const bool coded = pattern[p] >> i & 1;
         if (coded) {
           int32_t count = 0;
@@ -326,12 +359,9 @@ class PlaneDecoder {
   void putLow(const Low& low, int32_t column, int32_t row) {
     for (int p = 0; p < plane_.planes(); ++p) {
       Plane& plane = planes_[size_t(p)];
-      for (int k = 0; k < plane.grid.count(); ++k) {
-        const int place = plane.grid.across == 4 ? kPlace[k] : k;
-        plane.low[row * plane.grid.down + place / plane.grid.across]
-                 [plane.grid.across * column + place % plane.grid.across] =
-            int32_t(uint32_t(low[p][k]) * uint32_t(steps_[p][k ? kLP : kDC]));
-      }
+      int32_t* const to = plane.lowOf(column, row);
+      for (int k = 0; k < plane.grid.count(); ++k)
+        to[plane.lowPlaces[size_t(k)]] = int32_t(uint32_t(low[p][k]) * uint32_t(steps_[p][k ? kLP : kDC]));
     }
   }
 
@@ -424,14 +454,16 @@ class Store {
       // Loops of one kind of work each, which compilers turn into vectors: four bytes at a time, of which the last is
       // the next pixel's.
       const int shift = plane.fraction();
+      const int32_t width = image_.width;
       const auto sample = [=](uint32_t value) { return uint32_t(std::clamp(int32_t(value) >> shift, 0, 255)); };
-      pixels_.resize(size_t(image_.width));
-      for (int32_t x = 0; x < image_.width; ++x) {
+      pixels_.resize(size_t(width));
+      uint32_t* const pixels = pixels_.data();
+      for (int32_t x = 0; x < width; ++x) {
         const auto [red, green, blue] = rgb(x);
-        pixels_[size_t(x)] = sample(red) | sample(green) << 8 | sample(blue) << 16;
+        pixels[x] = sample(red) | sample(green) << 8 | sample(blue) << 16;
       }
-      for (int32_t x = 0; x + 1 < image_.width; ++x) std::memcpy(to + 3 * x, &pixels_[size_t(x)], 4);
-      std::memcpy(to + 3 * (image_.width - 1), &pixels_[size_t(image_.width - 1)], 3);
+      for (int32_t x = 0; x + 1 < width; ++x) std::memcpy(to + 3 * x, pixels + x, 4);
+      std::memcpy(to + 3 * (width - 1), pixels + width - 1, 3);
       return;
     }
     for (int32_t x = 0; x < image_.width; ++x) {

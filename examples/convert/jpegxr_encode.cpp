@@ -146,19 +146,31 @@ class Load {
         }
         break;
       default:
-        if (image_.bits == 8) rotate([=](int32_t x, int c) { return int32_t(from[3 * x + c]) << shift; }, centre, to);
-        else rotate([=](int32_t x, int c) { return value(x, size_t(c)); }, centre, to);
+        if (image_.bits == 8) rotate([=](int32_t x, int c) { return int32_t(from[3 * x + c]); }, to);
+        else rotate([=, this](int32_t x, int c) { return sample(from, size_t(x) * n + size_t(c)); }, to);
     }
   }
 
+  // Some pixels at a time, in loops of one kind of work each, which compilers turn into vectors.
   template <class Value>
-  void rotate(Value&& value, int32_t centre, int32_t* const (&to)[kMaxPlanes]) const {
-    for (int32_t x = 0; x < image_.width; ++x) {
-      const int32_t red = value(x, 0), v = value(x, 2) - red, green = value(x, 1);
-      const int32_t u = green - red - ((v + 1) >> 1);
-      to[0][x] = green + (-u >> 1) - centre;
-      to[1][x] = u;
-      to[2][x] = v;
+  void rotate(Value&& value, int32_t* const (&to)[kMaxPlanes]) const {
+    constexpr int32_t kSome = 256;
+    const int shift = header_.main.fraction();
+    const int32_t width = image_.width, centre = centreOf(header_.depth) << shift;
+    int32_t colours[3][kSome];
+    for (int32_t first = 0; first < width; first += kSome) {
+      const int32_t n = std::min(width - first, kSome);
+      for (int32_t x = 0; x < n; ++x)
+        for (int c = 0; c < 3; ++c) colours[c][x] = value(first + x, c);
+      int32_t *const luma = to[0] + first, *const u = to[1] + first, *const v = to[2] + first;
+      for (int32_t x = 0; x < n; ++x) {
+        const int32_t red = colours[0][x] << shift, green = colours[1][x] << shift;
+        const int32_t other = (colours[2][x] << shift) - red;
+        const int32_t difference = green - red - ((other + 1) >> 1);
+        luma[x] = green + (-difference >> 1) - centre;
+        u[x] = difference;
+        v[x] = other;
+      }
     }
   }
 
@@ -221,12 +233,8 @@ class Encoder {
   void quantizedLow(Low& low, int32_t column, int32_t row) {
     for (int p = 0; p < plane_.planes(); ++p) {
       Plane& plane = planes_[size_t(p)];
-      for (int k = 0; k < plane.grid.count(); ++k) {
-        const int place = plane.grid.across == 4 ? kPlace[k] : k;
-        low[p][k] = plane.low[row * plane.grid.down + place / plane.grid.across]
-                             [plane.grid.across * column + place % plane.grid.across] >>
-                    plane_.halved(p);
-      }
+      const int32_t* const from = plane.lowOf(column, row);
+      for (int k = 0; k < plane.grid.count(); ++k) low[p][k] = from[plane.lowPlaces[size_t(k)]] >> plane_.halved(p);
       quantizer(p, kDC).apply(low[p], 1);
       quantizer(p, kLP).apply(low[p] + 1, plane.grid.count() - 1);
     }
@@ -339,7 +347,7 @@ class Encoder {
   void codeLow(BitOut& out, Adaptation& a, const Low& low) {
     Model& model = a.models[kLP];
     const int full = plane_.subsampled() ? 1 : plane_.planes();
-    int32_t pairs[kMaxPlanes][32] = {}, pairCount[kMaxPlanes] = {};
+    int32_t pairs[kMaxPlanes][32], pairCount[kMaxPlanes] = {};
     uint32_t residual[kMaxPlanes][16];
     int counts[2] = {}, pattern = 0;
     for (int p = 0; p < full; ++p) {
@@ -408,12 +416,18 @@ class Encoder {
   // A bit for every block with a coefficient of more than its low bits, in coding order.
   static uint32_t patternOf(Plane& plane, int32_t column, int32_t row, int modelBits) {
     uint32_t pattern = 0;
+    const int32_t* const first = plane.macroblock(column, row);
     for (int i = 0; i < plane.grid.count(); ++i) {
-      const int32_t* const block = plane.block(column, row, blockAt(plane.grid, i));
-      uint32_t any = 0;
-      for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 4; ++c) any |= uint32_t(std::abs(block[r * plane.samples.width() + c]));
-      pattern |= uint32_t(any >> modelBits != 0) << i;
+      const int32_t* const block = first + plane.blocks[size_t(i)];
+      Lanes all = {};
+      for (int r = 0; r < 4; ++r) {
+        const Lanes v = lanesAt(block + r * plane.samples.width()), sign = sar(v, 31);
+        all |= (v ^ sign) - sign;
+      }
+      uint64_t halves[2];
+      std::memcpy(halves, &all, sizeof all);
+      const uint64_t two = halves[0] | halves[1];
+      pattern |= uint32_t(uint32_t(two | two >> 32) >> modelBits != 0) << i;
     }
     return pattern;
   }
@@ -497,8 +511,9 @@ class Encoder {
       Plane& plane = planes_[size_t(p)];
       const auto bits = uint32_t(model.bits(p));
       const int32_t step = plane.samples.step();
+      const int32_t* const first = plane.macroblock(column, row);
       for (int i = 0; i < plane.grid.count(); ++i) {
-        const int32_t* const block = plane.block(column, row, blockAt(plane.grid, i));
+        const int32_t* const block = first + plane.blocks[size_t(i)];
         const bool coded = pattern[p] >> i & 1;
         uint32_t residual[16];
         int32_t count = 0;

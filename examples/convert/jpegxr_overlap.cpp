@@ -3,7 +3,12 @@
 namespace qelconv::jxr {
 namespace {
 
-// --- the filters: on numbers, and on eight windows at a time -----------------------------------------------
+// --- the filters: on numbers, and on four windows at a time ------------------------------------------------
+
+template <class T>
+T triple(T v) {
+  return v + v + v;
+}
 
 // A rotation by an eighth of pi and back.
 template <class T>
@@ -18,23 +23,23 @@ void rotateOddOdd(T& a, T& b, T& c, T& d, Filter filter) {
   d += a, c -= b;
   const T halfD = sar(d, 1), halfC = sar(c, 1);
   a -= halfD, b += halfC;
-  if (filter == Filter::post) a -= sar(b * 3 + 6, 3), b += sar(a * 3 + 2, 2), a -= sar(b * 3 + 4, 3);
-  else a += sar(b * 3 + 4, 3), b -= sar(a * 3 + 2, 2), a += sar(b * 3 + 6, 3);
+  if (filter == Filter::post) a -= sar(triple(b) + 6, 3), b += sar(triple(a) + 2, 2), a -= sar(triple(b) + 4, 3);
+  else a += sar(triple(b) + 4, 3), b -= sar(triple(a) + 2, 2), a += sar(triple(b) + 6, 3);
   b -= halfC, a += halfD;
   c += b, d -= a;
 }
 
 template <class T>
-void scale(T& a, T& d, Filter filter) {
-  const auto part = [](T v) { return sar(v * 3, 4) + sar(v, 7) - sar(v, 10); };
+[[gnu::always_inline]] inline void scale(T& a, T& d, Filter filter) {
+  const auto part = [](T v) { return sar(triple(v), 4) + sar(v, 7) - sar(v, 10); };
   if (filter == Filter::post) {
     a += d;
     d = sar(a, 1) - d;
-    a += sar(d * 3, 3);
+    a += sar(triple(d), 3);
     d += part(a);
   } else {
     d -= part(a);
-    a -= sar(d * 3, 3);
+    a -= sar(triple(d), 3);
     d = sar(a, 1) - d;
     a -= d;
   }
@@ -42,10 +47,10 @@ void scale(T& a, T& d, Filter filter) {
 
 // The last butterflies of the inverse, with the other half of the scaling.
 template <class T>
-void unfold(T& a, T& b, T& c, T& d, Filter filter) {
+[[gnu::always_inline]] inline void unfold(T& a, T& b, T& c, T& d, Filter filter) {
   if (filter == Filter::post) {
     b -= c;
-    a += sar(d * 3 + 4, 3);
+    a += sar(triple(d) + 4, 3);
     d -= sar(b, 1);
     const T other = sar(a - b, 1) - c;
     c = d, d = other;
@@ -55,7 +60,7 @@ void unfold(T& a, T& b, T& c, T& d, Filter filter) {
     const T other = c;
     c = sar(a - b, 1) - d;
     d = other + sar(b, 1);
-    a -= sar(d * 3 + 4, 3);
+    a -= sar(triple(d) + 4, 3);
     b += c;
   }
 }
@@ -102,7 +107,7 @@ void filter4(uint32_t& a, uint32_t& b, uint32_t& c, uint32_t& d, Filter filter) 
   if (filter == Filter::post) {
     ends(scales);
     ends([](uint32_t& sum, uint32_t& difference) {
-      sum += sar(difference * 3 + 4, 3);
+      sum += sar(triple(difference) + 4, 3);
       difference -= sar(sum, 1);
       sum += difference;
       difference = 0 - difference;
@@ -114,7 +119,7 @@ void filter4(uint32_t& a, uint32_t& b, uint32_t& c, uint32_t& d, Filter filter) 
       difference = 0 - difference;
       sum -= difference;
       difference += sar(sum, 1);
-      sum -= sar(difference * 3 + 4, 3);
+      sum -= sar(triple(difference) + 4, 3);
     });
     ends(scales);
   }
@@ -141,18 +146,28 @@ void filter2x2(uint32_t& a, uint32_t& b, uint32_t& c, uint32_t& d, Filter filter
 // Rows as they are filtered: numbers that wrap.
 uint32_t* wrapping(int32_t* row) { return reinterpret_cast<uint32_t*>(row); }
 
+// From one window a vector to one column of them a vector, and back.
+void transpose(Lanes* v) {
+  const Lanes a = __builtin_shufflevector(v[0], v[1], 0, 4, 1, 5), b = __builtin_shufflevector(v[0], v[1], 2, 6, 3, 7);
+  const Lanes c = __builtin_shufflevector(v[2], v[3], 0, 4, 1, 5), d = __builtin_shufflevector(v[2], v[3], 2, 6, 3, 7);
+  v[0] = __builtin_shufflevector(a, c, 0, 1, 4, 5), v[1] = __builtin_shufflevector(a, c, 2, 3, 6, 7);
+  v[2] = __builtin_shufflevector(b, d, 0, 1, 4, 5), v[3] = __builtin_shufflevector(b, d, 2, 3, 6, 7);
+}
+
 // Windows of four by four around the corners of blocks, from column `first` to `end`.
 void filterWindows(uint32_t* const (&row)[4], int32_t first, int32_t end, Filter filter) {
   int32_t x = first;
   for (; x + 4 * kLanes <= end; x += 4 * kLanes) {
     Lanes v[16];
-    for (int r = 0; r < 4; ++r)
-      for (int lane = 0; lane < kLanes; ++lane)
-        for (int c = 0; c < 4; ++c) v[4 * r + c][lane] = row[r][x + 4 * lane + c];
+    for (int r = 0; r < 4; ++r) {
+      std::memcpy(v + 4 * r, row[r] + x, sizeof v / 4);
+      transpose(v + 4 * r);
+    }
     filter16(v, filter);
-    for (int r = 0; r < 4; ++r)
-      for (int lane = 0; lane < kLanes; ++lane)
-        for (int c = 0; c < 4; ++c) row[r][x + 4 * lane + c] = v[4 * r + c][lane];
+    for (int r = 0; r < 4; ++r) {
+      transpose(v + 4 * r);
+      std::memcpy(row[r] + x, v + 4 * r, sizeof v / 4);
+    }
   }
   for (; x < end; x += 4) {
     uint32_t v[16];

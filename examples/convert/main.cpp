@@ -12,8 +12,10 @@
 #include "file_limits.h"
 #include "files.h"
 #include "format.h"
+#include "orientation.h"
 #include "parallel.h"
 #include "qelcore.h"
+#include "rows.h"
 
 namespace {
 
@@ -29,6 +31,7 @@ constexpr OptionSpec kToolOptions[] = {
     {"info", nullptr, "say what files are, and of what parts"},
     {"json", nullptr, "the same as JSON, an array of the files"},
     {"compare", nullptr, "how far two pictures of one size are apart: PSNR, SSIM, largest difference"},
+    {"orient", nullptr, "turn pictures upright, as their EXIF data tell"},
     {"to", "ENDING", "the format of OUT, such as jpg, where its name doesn't tell"},
     {"threads", "N", "how many threads are used at most (one a core)"},
     {"repeat", "N", "read and write N times, for the times: the fastest counts"}};
@@ -93,10 +96,24 @@ const Format& recognise(Bytes file) {
   return *format;
 }
 
+// The picture in a file, which way up the options say.
+Image readPicture(const Format& format, Bytes bytes, const Options& options, Stages& stages) {
+  Image image = format.read(bytes, options, stages);
+  return options.has("orient") ? upright(std::move(image)) : image;
+}
+
+// What has no place in a format.
+void loseMetadata(const Format& format, const Metadata& metadata, Stages& stages) {
+  if (!metadata.profile.empty() && !(format.keeps & kProfile)) stages.lose("the colour profile is dropped");
+  if (!metadata.exif.empty() && !(format.keeps & kExif)) stages.lose("the EXIF data are dropped");
+}
+
 // Says what is missing of a picture that was read under --partial.
+void warn(const std::string& path, const std::string& missing) {
+  if (!missing.empty()) std::cerr << "qelconv: " << path << ": only part of the picture: " << missing << "\n";
+}
 Image warned(const std::string& path, Image image) {
-  if (!image.missing.empty())
-    std::cerr << "qelconv: " << path << ": only part of the picture: " << image.missing << "\n";
+  warn(path, image.missing);
   return image;
 }
 
@@ -137,29 +154,98 @@ void tellUnused(const Job& job, const Format& from, const Options& options) {
       std::cerr << "qelconv: " << job.to << ": --" << name << " has no meaning for " << job.format->name << "\n";
 }
 
+void tellVerbosely(const Job& job, const Format& from, const Shape& shape, const Stages& reading,
+                   const Stages& writing) {
+  std::ostream& out = job.to == "-" ? std::cerr : std::cout;
+  out << job.from << ": " << from.name << ", " << shape.width << " x " << shape.height << ", " << nameOf(shape.colour)
+      << ", " << shape.bits << " bits, " << job.bytesIn << " bytes\n";
+  if (reading.seconds() > 0) reading.report(out, shape.megapixels());
+  out << job.to << ": " << job.format->name << ", " << job.bytesOut << " bytes\n";
+  writing.report(out, shape.megapixels());
+}
+
+// The same stages, whose errors bear a file's name.
+std::vector<Step> named(const std::string& path, std::vector<Step> steps) {
+  for (Step& step : steps)
+    step.work = [path, work = std::move(step.work)](int32_t strip) { on(path, [&] { work(strip); }); };
+  return steps;
+}
+
+// A source or sink of some file, whose errors bear that one's name.
+class NamedSource : public RowSource {
+ public:
+  NamedSource(RowSource& source, const std::string& path) : source_(source), path_(path) { shape_ = source.shape(); }
+  StripRows strips() const override { return source_.strips(); }
+  std::vector<Step> steps(Rows& rows, int32_t slots) override {
+    return named(path_, on(path_, [&] { return source_.steps(rows, slots); }));
+  }
+  std::string missing() const override { return source_.missing(); }
+
+ private:
+  RowSource& source_;
+  const std::string path_;
+};
+class NamedSink : public RowSink {
+ public:
+  NamedSink(RowSink& sink, const std::string& path) : sink_(sink), path_(path) {}
+  std::vector<Step> steps(const Rows& rows, const StripRows& strips, int32_t slots) override {
+    return named(path_, on(path_, [&] { return sink_.steps(rows, strips, slots); }));
+  }
+  void finish() override {
+    on(path_, [&] { sink_.finish(); });
+  }
+
+ private:
+  RowSink& sink_;
+  const std::string path_;
+};
+
+// Without the picture as a whole, where both formats can; returns whether they could. Standard output waits for a whole
+// file, since what has been put there can't be taken back.
+bool convertByRows(Job& job, const Contents& file, const Format& from, const Options& options, bool verbose) {
+  if (!from.readRows || !job.format->writeRows || job.to == "-" || options.has("repeat")) return false;
+  Stages reading, writing;
+  const auto source = on(job.from, [&] { return from.readRows(file, options, reading); });
+  if (!source || (options.has("orient") && orientationOf(source->shape().metadata) != 1)) return false;
+  FileOutput out = on(job.to, [&] { return FileOutput(job.to); });
+  const auto sink = on(job.to, [&] { return job.format->writeRows(source->shape(), options, writing, out); });
+  if (!sink) return false;
+  loseMetadata(*job.format, source->shape().metadata, writing);
+  NamedSource namedSource(*source, job.from);
+  NamedSink namedSink(*sink, job.to);
+  const std::string missing = passRows(namedSource, namedSink, writing);
+  on(job.to, [&] { out.finish(); });
+  warn(job.from, missing);
+  tellLosses(job.from, reading);
+  tellLosses(job.to, writing);
+  job.bytesIn = file.bytes().size(), job.bytesOut = out.size();
+  if (verbose) tellVerbosely(job, from, source->shape(), reading, writing);
+  return true;
+}
+
 void convert(Job& job, const Options& options, bool verbose) {
   const int repeat = options.integer("repeat", 1, 1, 1000);
-  const auto bytes = on(job.from, [&] { return readFile(job.from); });
+  const Contents bytes = on(job.from, [&] { return Contents(job.from); });
   const Format& from = on(job.from, [&]() -> const Format& { return recognise(bytes); });
   tellUnused(job, from, options);
+  if (convertByRows(job, bytes, from, options, verbose)) return;
   Stages reading, writing;
   const Image image = on(job.from, [&] {
-    return warned(job.from, fastest(repeat, reading, [&](Stages& s) { return from.read(bytes, options, s); }));
+    return warned(job.from, fastest(repeat, reading, [&](Stages& s) { return readPicture(from, bytes, options, s); }));
   });
   const auto result = on(job.to, [&] {
     return fastest(repeat, writing, [&](Stages& s) { return job.format->write(image, options, s); });
   });
+  loseMetadata(*job.format, image.metadata, writing);
   tellLosses(job.from, reading);
   tellLosses(job.to, writing);
-  on(job.to, [&] { writeFile(job.to, result); });
-  job.bytesIn = bytes.size(), job.bytesOut = result.size();
-  if (!verbose) return;
-  std::ostream& out = job.to == "-" ? std::cerr : std::cout;
-  out << job.from << ": " << from.name << ", " << image.width << " x " << image.height << ", " << nameOf(image.colour)
-      << ", " << image.bits << " bits, " << bytes.size() << " bytes\n";
-  reading.report(out, image.megapixels());
-  out << job.to << ": " << job.format->name << ", " << result.size() << " bytes\n";
-  writing.report(out, image.megapixels());
+  on(job.to, [&] {
+    FileOutput out(job.to);
+    out.put(result);
+    out.finish();
+  });
+  job.bytesIn = bytes.bytes().size(), job.bytesOut = result.size();
+  if (verbose) tellVerbosely(job, from, image, reading, writing);
 }
 
 // How far a series is, on a terminal.
@@ -233,7 +319,7 @@ void printInfo(const std::vector<std::string>& paths, bool json) {
   std::vector<Facts> files(paths.size());
   for (size_t i = 0; i < paths.size(); ++i)
     on(paths[i], [&] {
-      const auto bytes = readFile(paths[i]);
+      const Contents bytes(paths[i]);
       if (json) files[i].add("file", paths[i]);
       recognise(bytes).describe(bytes, files[i]);
     });
@@ -252,9 +338,9 @@ void printInfo(const std::vector<std::string>& paths, bool json) {
 void printComparison(const std::string& a, const std::string& b, const Options& options) {
   const auto load = [&](const std::string& path) {
     return on(path, [&] {
-      const auto bytes = readFile(path);
+      const Contents bytes(path);
       Stages stages;
-      Image image = warned(path, recognise(bytes).read(bytes, options, stages));
+      Image image = warned(path, readPicture(recognise(bytes), bytes, options, stages));
       tellLosses(path, stages);
       return image;
     });

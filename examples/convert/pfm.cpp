@@ -1,5 +1,4 @@
 // Portable float map: the samples of half-float pictures as 32-bit floats, bottom row first.
-#include <bit>
 #include <cmath>
 #include <ostream>
 
@@ -31,6 +30,18 @@ uint16_t toHalf(float value) {
   const auto units = uint32_t(std::nearbyint(std::ldexp(magnitude, -unit)));
   // A subnormal's units are its bits; above them, every step of the exponent adds 1024.
   return uint16_t(sign | (units + uint32_t(unit + 24) * 1024));
+}
+
+// std::bit_cast, which the C++ library of Clang 13 does not have.
+float floatOf(uint32_t bits) {
+  float value;
+  std::memcpy(&value, &bits, sizeof value);
+  return value;
+}
+uint32_t bitsOf(float value) {
+  uint32_t bits;
+  std::memcpy(&bits, &value, sizeof bits);
+  return bits;
 }
 
 struct Header {
@@ -75,7 +86,7 @@ Image read(Bytes file, const Options& options, Stages& stages) {
           return image;
         }
         image.setSample(size_t(y) * samples + i,
-                        toHalf(std::bit_cast<float>(header.littleEndian ? in.u32le() : in.u32be())));
+                        toHalf(floatOf(header.littleEndian ? in.u32le() : in.u32be())));
       }
     return image;
   });
@@ -99,7 +110,7 @@ std::vector<uint8_t> write(const Image& original, const Options&, Stages& stages
     for (int32_t y = image.height - 1; y >= 0; --y)
       for (size_t i = 0; i < samples; ++i) {
         const uint32_t v = image.sample(size_t(y) * samples + i);
-        out.u32le(std::bit_cast<uint32_t>(image.half ? fromHalf(v) : float(v) / top));
+        out.u32le(bitsOf(image.half ? fromHalf(v) : float(v) / top));
       }
     return std::move(out.bytes);
   });

@@ -5,11 +5,12 @@
 
 #include "file_limits.h"
 #include "format.h"
+#include "rows.h"
 
 namespace qelconv {
 namespace {
 
-struct Source {
+struct Place {
   Bytes file;
   size_t at;
 };
@@ -18,15 +19,12 @@ void fail(png_structp, png_const_charp message) { throw Damaged(std::string("not
 void ignore(png_structp, png_const_charp) {}
 
 void pull(png_structp png, png_bytep to, size_t n) {
-  auto& source = *static_cast<Source*>(png_get_io_ptr(png));
-  if (n > source.file.size() - source.at) throw Truncated();
-  std::memcpy(to, source.file.data() + source.at, n);
-  source.at += n;
+  auto& place = *static_cast<Place*>(png_get_io_ptr(png));
+  if (n > place.file.size() - place.at) throw Truncated();
+  std::memcpy(to, place.file.data() + place.at, n);
+  place.at += n;
 }
-void push(png_structp png, png_bytep from, size_t n) {
-  auto& out = *static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
-  out.insert(out.end(), from, from + n);
-}
+void push(png_structp png, png_bytep from, size_t n) { static_cast<Destination*>(png_get_io_ptr(png))->put({from, n}); }
 void flush(png_structp) {}
 
 // libpng's records, released on every way out.
@@ -41,61 +39,177 @@ struct WriteRecord {
   ~WriteRecord() { png_destroy_write_struct(&png, &info); }
 };
 
-bool recognises(Bytes file) { return file.size() >= 8 && png_sig_cmp(file.data(), 0, 8) == 0; }
-
-Image read(Bytes file, const Options& options, Stages& stages) {
-  return stages.time("read PNG", [&] {
-    const Limits limits(file, options);
-    ReadRecord r;
-    Source source{file, 0};
-    png_set_read_fn(r.png, &source, pull);
-    png_read_info(r.png, r.info);
-    constexpr uint64_t kDensest = 1032;  // what deflate makes of a byte at most
-    limits.expectData(file.size(), png_get_rowbytes(r.png, r.info) * png_get_image_height(r.png, r.info) / kDensest, 8);
-    png_set_expand(r.png);
-    if (png_get_bit_depth(r.png, r.info) == 16) png_set_swap(r.png);
-    const int passes = png_set_interlace_handling(r.png);
-    png_read_update_info(r.png, r.info);
-    constexpr Colour kByChannels[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
-    limits.expectPicture(png_get_image_width(r.png, r.info), png_get_image_height(r.png, r.info),
-                         png_get_channels(r.png, r.info), png_get_bit_depth(r.png, r.info));
-    Image image(int32_t(png_get_image_width(r.png, r.info)), int32_t(png_get_image_height(r.png, r.info)),
-                kByChannels[png_get_channels(r.png, r.info) - 1], png_get_bit_depth(r.png, r.info));
-    try {
-      for (int pass = 0; pass < passes; ++pass)
-        for (int32_t y = 0; y < image.height; ++y) png_read_row(r.png, image.row(y), nullptr);
-      png_read_end(r.png, nullptr);
-    } catch (const Damaged& e) {
-      limits.onlyPart(image, e.what());
-    }
-    return image;
-  });
+Metadata metadataOf(const ReadRecord& r) {
+  Metadata metadata;
+  png_charp name = nullptr;
+  int kind = 0;
+  png_bytep bytes = nullptr;
+  png_uint_32 length = 0;
+  if (png_get_iCCP(r.png, r.info, &name, &kind, &bytes, &length)) metadata.profile.assign(bytes, bytes + length);
+  if (png_get_eXIf_1(r.png, r.info, &length, &bytes)) metadata.exif.assign(bytes, bytes + length);
+  return metadata;
 }
 
-std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
-  return stages.time("write PNG", [&] {
-    const Image image =
-        wholeBytes(adapt(original, stages, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha}));
-    std::vector<uint8_t> out;
-    WriteRecord w;
-    png_set_write_fn(w.png, &out, push, flush);
+// libpng looks at what it is given, and takes no profile that fits the picture's colours badly.
+void setMetadata(WriteRecord& w, const Metadata& metadata, Stages& stages) {
+  const auto& [profile, exif] = metadata;
+  png_set_benign_errors(w.png, 1);
+  if (!profile.empty()) {
+    png_set_iCCP(w.png, w.info, "ICC", PNG_COMPRESSION_TYPE_BASE, profile.data(), png_uint_32(profile.size()));
+    if (!png_get_valid(w.png, w.info, PNG_INFO_iCCP)) stages.lose("the colour profile is not valid, and dropped");
+  }
+  if (!exif.empty()) {
+    std::vector<uint8_t> copy = exif;
+    png_set_eXIf_1(w.png, w.info, png_uint_32(copy.size()), copy.data());
+    if (!png_get_valid(w.png, w.info, PNG_INFO_eXIf)) stages.lose("the EXIF data are not valid, and dropped");
+  }
+  png_set_benign_errors(w.png, 0);
+}
+
+bool recognises(Bytes file) { return file.size() >= 8 && png_sig_cmp(file.data(), 0, 8) == 0; }
+
+// Rows that are worth a step: whole MCUs of what may take them.
+constexpr int32_t kRowsOfStrip = 16;
+
+class Source : public RowSource {
+ public:
+  Source(const Contents& contents, const Options& options, Stages& stages)
+      : contents_(contents), limits_(contents, options), stages_(stages), place_{contents, 0} {
+    png_set_read_fn(r_.png, &place_, pull);
+    png_read_info(r_.png, r_.info);
+    constexpr uint64_t kDensest = 1032;  // what deflate makes of a byte at most
+    limits_.expectData(contents.bytes().size(),
+                       png_get_rowbytes(r_.png, r_.info) * png_get_image_height(r_.png, r_.info) / kDensest, 8);
+    png_set_expand(r_.png);
+    if (png_get_bit_depth(r_.png, r_.info) == 16) png_set_swap(r_.png);
+    passes_ = png_set_interlace_handling(r_.png);
+    png_read_update_info(r_.png, r_.info);
+    constexpr Colour kByChannels[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
+    limits_.expectPicture(png_get_image_width(r_.png, r_.info), png_get_image_height(r_.png, r_.info),
+                          png_get_channels(r_.png, r_.info), png_get_bit_depth(r_.png, r_.info));
+    shape_ = {int32_t(png_get_image_width(r_.png, r_.info)),
+              int32_t(png_get_image_height(r_.png, r_.info)),
+              kByChannels[png_get_channels(r_.png, r_.info) - 1],
+              png_get_bit_depth(r_.png, r_.info),
+              false,
+              metadataOf(r_)};
+  }
+  bool isInterlaced() const { return passes_ > 1; }
+
+  StripRows strips() const override {
+    return {(shape_.height + kRowsOfStrip - 1) / kRowsOfStrip, kRowsOfStrip, 0, shape_.height};
+  }
+  std::vector<Step> steps(Rows& rows, int32_t) override {
+    return {{"read PNG", true, [this, &rows](int32_t strip) {
+               const int32_t first = strip * kRowsOfStrip, end = strips().behind(strip);
+               take([&](int32_t y) { return rows.row(y); }, first, end);
+               contents_.forget(place_.at);
+               if (end == shape_.height) finish();
+             }}};
+  }
+  std::string missing() const override { return missing_; }
+
+  // All passes of all rows.
+  Image readInterlaced() {
+    Image image(shape_, shape_.colour, shape_.bits);
+    for (int pass = 0; pass < passes_; ++pass) take([&](int32_t y) { return image.row(y); }, 0, image.height);
+    finish();
+    image.missing = missing_;
+    return image;
+  }
+
+ private:
+  // Behind the samples there may be EXIF data.
+  void finish() {
+    decode([&] { png_read_end(r_.png, r_.info); });
+    if (metadataOf(r_).exif != shape_.metadata.exif) stages_.lose("EXIF data behind the samples are dropped");
+  }
+  template <class RowOf>
+  void take(RowOf&& rowOf, int32_t first, int32_t end) {
+    int32_t y = first;
+    decode([&] {
+      for (; y < end; ++y) png_read_row(r_.png, rowOf(y), nullptr);
+    });
+    if (!isInterlaced())
+      for (; y < end; ++y) std::memset(rowOf(y), 0, size_t(shape_.step()));
+  }
+  template <class Work>
+  void decode(Work&& work) {
+    if (!missing_.empty()) return;
+    try {
+      work();
+    } catch (const Damaged& e) {
+      limits_.expectWhole(e.what());
+      missing_ = e.what();
+    }
+  }
+
+  const Contents& contents_;
+  const Limits limits_;
+  Stages& stages_;
+  ReadRecord r_;
+  Place place_;
+  int passes_ = 1;
+  std::string missing_;
+};
+
+Image read(Bytes file, const Options& options, Stages& stages) {
+  const Contents contents(file);
+  Source source(contents, options, stages);
+  if (source.isInterlaced()) return stages.time("read PNG", [&] { return source.readInterlaced(); });
+  return readWhole(source, stages);
+}
+
+std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages& stages) {
+  auto source = std::make_unique<Source>(contents, options, stages);
+  if (source->isInterlaced()) return nullptr;
+  return source;
+}
+
+class Sink : public RowSink {
+ public:
+  Sink(const Shape& shape, const Options& options, Stages& stages, Destination& out) {
+    png_set_write_fn(w_.png, &out, push, flush);
     constexpr int kTypes[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGBA};
-    png_set_IHDR(w.png, w.info, png_uint_32(image.width), png_uint_32(image.height), image.bits,
-                 kTypes[image.channels() - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+    png_set_IHDR(w_.png, w_.info, png_uint_32(shape.width), png_uint_32(shape.height), shape.bits,
+                 kTypes[shape.channels() - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
-    png_set_compression_level(w.png, options.integer("compression", 3, 0, 9));
-    png_write_info(w.png, w.info);
-    if (image.bits == 16) png_set_swap(w.png);
-    for (int32_t y = 0; y < image.height; ++y) png_write_row(w.png, image.row(y));
-    png_write_end(w.png, nullptr);
-    return out;
+    setMetadata(w_, shape.metadata, stages);
+    png_set_compression_level(w_.png, options.integer("compression", 3, 0, 9));
+    png_write_info(w_.png, w_.info);
+    if (shape.bits == 16) png_set_swap(w_.png);
+  }
+  std::vector<Step> steps(const Rows& rows, const StripRows& strips, int32_t) override {
+    return {{"write PNG", true, [this, &rows, strips](int32_t strip) {
+               for (int32_t y = strip ? strips.behind(strip - 1) : 0; y < strips.behind(strip); ++y)
+                 png_write_row(w_.png, rows.row(y));
+             }}};
+  }
+  void finish() override { png_write_end(w_.png, nullptr); }
+
+ private:
+  WriteRecord w_;
+};
+
+std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
+  const Image image = stages.time("write PNG", [&] {
+    return wholeBytes(adapt(original, stages, {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha}));
   });
+  MemoryOutput out;
+  Sink sink(image, options, stages, out);
+  writeWhole(image, kRowsOfStrip, sink, stages);
+  return std::move(out.bytes);
+}
+
+std::unique_ptr<RowSink> writeRows(const Shape& shape, const Options& options, Stages& stages, Destination& out) {
+  if (shape.half || shape.colour == Colour::cmyk || (shape.bits != 8 && shape.bits != 16)) return nullptr;
+  return std::make_unique<Sink>(shape, options, stages, out);
 }
 
 void describe(Bytes file, Facts& facts) {
   ReadRecord r;
-  Source source{file, 0};
-  png_set_read_fn(r.png, &source, pull);
+  Place place{file, 0};
+  png_set_read_fn(r.png, &place, pull);
   png_read_info(r.png, r.info);
   constexpr const char* kColours[] = {"grey", "", "RGB", "palette", "grey with alpha", "", "RGBA"};
   facts.picture("PNG", png_get_image_width(r.png, r.info), png_get_image_height(r.png, r.info),
@@ -106,7 +220,15 @@ void describe(Bytes file, Facts& facts) {
 }  // namespace
 
 extern const Format kPng;
-const Format kPng = {"PNG", {".png"}, {{"compression", "N", "deflate level 0 to 9 (3)"}}, recognises, read,
-                     write, describe};
+const Format kPng = {"PNG",
+                     {".png"},
+                     {{"compression", "N", "deflate level 0 to 9 (3)"}},
+                     recognises,
+                     read,
+                     write,
+                     describe,
+                     kProfile | kExif,
+                     readRows,
+                     writeRows};
 
 }  // namespace qelconv

@@ -1,10 +1,12 @@
 // Portable any-maps: PGM and PPM (P2, P3, P5, P6), and PAM (P7) where there is alpha or CMYK.
 #include <algorithm>
 #include <bit>
+#include <optional>
 #include <ostream>
 
 #include "file_limits.h"
 #include "format.h"
+#include "rows.h"
 
 namespace qelconv {
 namespace {
@@ -127,34 +129,113 @@ Image read(Bytes file, const Options& options, Stages& stages) {
   });
 }
 
+// Rows that are worth a step: whole MCUs of what may take them.
+constexpr int32_t kMultiple = 16;
+int32_t rowsOfStrip(const Shape& shape) {
+  return std::max(65536 / std::max(shape.step(), 1) / kMultiple * kMultiple, kMultiple);
+}
+
+// Bytes as they stand in the file.
+class Source : public RowSource {
+ public:
+  Source(const Contents& contents, const Header& header, Bytes samples) : contents_(contents), samples_(samples) {
+    shape_ = {int32_t(header.width), int32_t(header.height), header.colour, header.bits};
+  }
+  StripRows strips() const override {
+    const int32_t rows = rowsOfStrip(shape_);
+    return {(shape_.height + rows - 1) / rows, rows, 0, shape_.height};
+  }
+  std::vector<Step> steps(Rows& rows, int32_t) override {
+    return {{"read PNM", true, [this, &rows](int32_t strip) {
+               const auto step = size_t(rows.step());
+               rows.byPieces(strip ? strips().behind(strip - 1) : 0, strips().behind(strip),
+                             [&](int32_t first, int32_t count) {
+                               std::memcpy(rows.row(first), &samples_[size_t(first) * step], size_t(count) * step);
+                               contents_.forget(size_t(&samples_[size_t(first) * step] - contents_.bytes().data()));
+                             });
+             }}};
+  }
+
+ private:
+  const Contents& contents_;
+  Bytes samples_;
+};
+
+std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages&) {
+  const Bytes file = contents;
+  const Limits limits(file, options);
+  Scanner in(file);
+  const Header header = readHeader(in);
+  const Bytes samples = file.subspan(in.reader().position());
+  const auto count = size_t(header.width * header.height * channelsOf(header.colour));
+  if (header.kind == '2' || header.kind == '3' || header.bits > 8 || header.top != (1 << header.bits) - 1 ||
+      samples.size() < count)
+    return nullptr;
+  limits.expectPicture(header.width, header.height, channelsOf(header.colour), header.bits);
+  return std::make_unique<Source>(contents, header, samples);
+}
+
+class Sink : public RowSink {
+ public:
+  Sink(const Shape& shape, Destination& out) : shape_(shape), out_(out) {
+    if (shape.half) throw Error("half-float samples can be written as PFM only");
+    const std::string size = std::to_string(shape.width) + " " + std::to_string(shape.height);
+    const std::string top = std::to_string((1u << shape.bits) - 1);
+    Writer head;
+    if (shape.colour == Colour::grey || shape.colour == Colour::rgb) {
+      head.text(((shape.colour == Colour::grey ? "P5\n" : "P6\n") + size + "\n" + top + "\n").c_str());
+    } else {
+      const char* type = shape.colour == Colour::cmyk ? "CMYK"
+                         : shape.channels() == 2      ? "GRAYSCALE_ALPHA"
+                                                      : "RGB_ALPHA";
+      head.text(("P7\nWIDTH " + std::to_string(shape.width) + "\nHEIGHT " + std::to_string(shape.height) + "\nDEPTH " +
+                 std::to_string(shape.channels()) + "\nMAXVAL " + top + "\nTUPLTYPE " + type + "\nENDHDR\n")
+                    .c_str());
+    }
+    out.put(head.bytes);
+  }
+  std::vector<Step> steps(const Rows& rows, const StripRows& strips, int32_t) override {
+    return {{"write PNM", true, [this, &rows, strips](int32_t strip) {
+               rows.byPieces(strip ? strips.behind(strip - 1) : 0, strips.behind(strip),
+                             [&](int32_t first, int32_t count) { putRows(rows.row(first), size_t(count)); });
+             }}};
+  }
+  void finish() override {}
+
+ private:
+  void putRows(const uint8_t* samples, size_t count) {
+    const size_t bytes = count * size_t(shape_.step());
+    if (shape_.sampleBytes() == 1) return out_.put({samples, bytes});
+    Writer swapped;
+    swapped.bytes.reserve(bytes);
+    for (size_t i = 0; i < bytes; i += 2) {
+      uint16_t v;
+      std::memcpy(&v, samples + i, 2);
+      swapped.u16be(v);
+    }
+    out_.put(swapped.bytes);
+  }
+  const Shape shape_;
+  Destination& out_;
+};
+
 // Any picture, or where the file's name says so, grey or RGB only.
 template <Colour... kAccepted>
 std::vector<uint8_t> write(const Image& original, const Options&, Stages& stages) {
-  return stages.time("write PNM", [&] {
-    if (original.half) throw Error("half-float samples can be written as PFM only");
-    Image adapted;
-    const Image& image = sizeof...(kAccepted) ? adapt(original, adapted, stages, {kAccepted...}) : original;
-    const std::string size = std::to_string(image.width) + " " + std::to_string(image.height);
-    const std::string top = std::to_string((1u << image.bits) - 1);
-    Writer out;
-    if (image.colour == Colour::grey || image.colour == Colour::rgb) {
-      out.text(((image.colour == Colour::grey ? "P5\n" : "P6\n") + size + "\n" + top + "\n").c_str());
-    } else {
-      const char* type = image.colour == Colour::cmyk ? "CMYK"
-                         : image.channels() == 2      ? "GRAYSCALE_ALPHA"
-                                                      : "RGB_ALPHA";
-      out.text(("P7\nWIDTH " + std::to_string(image.width) + "\nHEIGHT " + std::to_string(image.height) + "\nDEPTH " +
-                std::to_string(image.channels()) + "\nMAXVAL " + top + "\nTUPLTYPE " + type + "\nENDHDR\n")
-                   .c_str());
-    }
-    if (image.sampleBytes() == 1) {
-      out.put(image.data);
-    } else {
-      out.bytes.reserve(out.bytes.size() + image.data.size());
-      for (size_t i = 0; i < image.data.size() / 2; ++i) out.u16be(image.sample(i));
-    }
-    return std::move(out.bytes);
-  });
+  Image adapted;
+  const Image& image =
+      sizeof...(kAccepted) && !original.half ? adapt(original, adapted, stages, {kAccepted...}) : original;
+  MemoryOutput out;
+  out.bytes.reserve(image.data.size() + 100);
+  Sink sink(image, out);
+  writeWhole(image, rowsOfStrip(image), sink, stages);
+  return std::move(out.bytes);
+}
+
+template <Colour... kAccepted>
+std::unique_ptr<RowSink> writeRows(const Shape& shape, const Options&, Stages&, Destination& out) {
+  if (sizeof...(kAccepted) && !((shape.colour == kAccepted) || ...)) return nullptr;
+  return std::make_unique<Sink>(shape, out);
 }
 
 void describe(Bytes file, Facts& facts) {
@@ -167,8 +248,10 @@ void describe(Bytes file, Facts& facts) {
 }  // namespace
 
 extern const Format kPnm, kPgm, kPpm;
-const Format kPnm = {"PNM", {".pnm", ".pam"}, {}, recognises, read, write<>, describe};
-const Format kPgm = {"PGM", {".pgm"}, {}, recognises, read, write<Colour::grey>, describe};
-const Format kPpm = {"PPM", {".ppm"}, {}, recognises, read, write<Colour::rgb>, describe};
+const Format kPnm = {"PNM", {".pnm", ".pam"}, {}, recognises, read, write<>, describe, kNothing, readRows, writeRows<>};
+const Format kPgm = {
+    "PGM", {".pgm"}, {}, recognises, read, write<Colour::grey>, describe, kNothing, readRows, writeRows<Colour::grey>};
+const Format kPpm = {
+    "PPM", {".ppm"}, {}, recognises, read, write<Colour::rgb>, describe, kNothing, readRows, writeRows<Colour::rgb>};
 
 }  // namespace qelconv

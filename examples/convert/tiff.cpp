@@ -11,6 +11,7 @@
 
 #include "file_limits.h"
 #include "format.h"
+#include "orientation.h"
 
 namespace qelconv {
 namespace {
@@ -306,6 +307,15 @@ class Segments {
   std::vector<uint8_t> segment_, packed_, scratch_;
 };
 
+Metadata metadataOf(File& in) {
+  Metadata metadata;
+  uint32_t length = 0;
+  const uint8_t* profile = nullptr;
+  if (TIFFGetField(in, TIFFTAG_ICCPROFILE, &length, &profile)) metadata.profile.assign(profile, profile + length);
+  setOrientation(metadata, in.field<uint16_t>(TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT));
+  return metadata;
+}
+
 Image readPicture(File& in, const Picture& p, const Limits& limits) {
   uint64_t coded = 0;
   const auto bytes = uint64_t((p.width * p.channels * p.bits + 7) / 8 * p.height);
@@ -342,14 +352,14 @@ Image readPicture(File& in, const Picture& p, const Limits& limits) {
       image.setSample(i, image.sample(i) ^ top);
   }
   if (p.multiplied) divideByAlpha(image);
+  image.metadata = metadataOf(in);
   return image;
 }
 
 // --- byte planes: a 16-bit picture as two 8-bit ones, high bytes first -------------------------------------
 
 std::array<Image, 2> split(const Image& wide) {
-  std::array<Image, 2> planes = {Image(wide.width, wide.height, wide.colour, 8),
-                                 Image(wide.width, wide.height, wide.colour, 8)};
+  std::array<Image, 2> planes = {Image(wide, wide.colour, 8), Image(wide, wide.colour, 8)};
   for (int32_t y = 0; y < wide.height; ++y) {
     uint8_t* const rows[] = {planes[0].row(y), planes[1].row(y)};
     expectOk(
@@ -363,7 +373,7 @@ Image join(const Image& high, const Image& low) {
   if (high.bits != 8 || low.bits != 8 || high.width != low.width || high.height != low.height ||
       high.colour != low.colour)
     throw Error("the first two pictures are no byte planes of one");
-  Image wide(high.width, high.height, high.colour, 16);
+  Image wide(high, high.colour, 16);
   for (int32_t y = 0; y < wide.height; ++y) {
     const uint8_t* const rows[] = {high.row(y), low.row(y)};
     expectOk(qeliJoinRow_TIFF_8u16u_C1(rows, reinterpret_cast<uint16_t*>(wide.row(y)), wide.width * wide.channels()),
@@ -384,6 +394,8 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     const Limits limits(file, options);
     File in(file);
     Image image = readPicture(in, examine(in), limits);
+    uint64_t directory = 0;
+    if (TIFFGetField(in, TIFFTAG_EXIFIFD, &directory)) stages.lose("the EXIF data are dropped");
     if (!options.has("byte-planes")) return image;
     if (!TIFFReadDirectory(in)) throw Error("there is no second picture with the low bytes");
     const Image low = readPicture(in, examine(in), limits);
@@ -442,6 +454,10 @@ void writePicture(File& out, const Image& image, unsigned compression, std::pair
   set(TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
   if (compression == COMPRESSION_LZW || compression == COMPRESSION_ADOBE_DEFLATE)
     set(TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+  const Metadata& metadata = image.metadata;
+  if (!metadata.profile.empty())
+    out.expect(TIFFSetField(out, TIFFTAG_ICCPROFILE, uint32_t(metadata.profile.size()), metadata.profile.data()));
+  set(TIFFTAG_ORIENTATION, orientationOf(metadata));
   if (image.hasAlpha()) {
     const uint16_t alpha = EXTRASAMPLE_UNASSALPHA;
     out.expect(TIFFSetField(out, TIFFTAG_EXTRASAMPLES, 1, &alpha));
@@ -469,6 +485,8 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
       original.half ? original
                     : wholeBytes(adapt(original, stages,
                                        {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha, Colour::cmyk}));
+  // The fields of EXIF data would have to be told apart; of them there is a place for the orientation.
+  if (hasMoreThanOrientation(image.metadata)) stages.lose("the EXIF data are dropped but for the orientation");
   constexpr unsigned kCompressions[] = {COMPRESSION_PACKBITS, COMPRESSION_NONE, COMPRESSION_LZW,
                                         COMPRESSION_ADOBE_DEFLATE};
   const unsigned compression = kCompressions[options.choice("packing", {"packbits", "none", "lzw", "deflate"}, 0)];
@@ -513,6 +531,7 @@ const Format kTiff = {"TIFF",
                       recognises,
                       read,
                       write,
-                      describe};
+                      describe,
+                      kProfile | kExif};
 
 }  // namespace qelconv

@@ -21,7 +21,7 @@ class QeljConan(ConanFile):
         "shared": [True, False],
         "tools": [True, False],
         # QELJ_CPU. None is every image in a shared library, and in a static one the image that runs everywhere.
-        "cpu": [None, "portable", "x86-64-v2", "x86-64-v3", "x86-64-v4"],
+        "cpu": [None, "portable", "x86-64-v2", "x86-64-v3", "x86-64-v4", "armv8-a"],
     }
     default_options = {"shared": True, "tools": False, "cpu": None}
 

@@ -28,6 +28,12 @@
 
 namespace qelj {
 
+// The same bits as another type: std::bit_cast, which the C++ library of Clang 13 and before does not have.
+template <class T, class From>
+constexpr T bitCast(const From& x) {
+  return __builtin_bit_cast(T, x);
+}
+
 // Unaligned, aliasing-safe access. Compiles to one move.
 template <class T>
 inline T load(const void* p) {

@@ -62,7 +62,7 @@ constexpr V all(V x) {
 }
 template <class T, OneSample V>
 constexpr T as(V x) {
-  return std::bit_cast<T>(x);
+  return bitCast<T>(x);
 }
 template <class T, OneSample V>
 constexpr T convert(V x) {

@@ -8,6 +8,7 @@
 
 #include "frame/arith.h"
 #include "frame/check.h"
+#include "jpegxr/tables.h"
 
 namespace qelj::jpegxr {
 
@@ -47,10 +48,7 @@ class UnitWriter {
       next_ += 4;
     }
   }
-  void put(uint32_t bits, int count) {
-    add(bits, count);
-    settle();
-  }
+  void append(const Look& look) { held_ = held_ << look.length | look.value, count_ += look.length; }
 
   // Stores whole units until at most 16 bits are held, and hands the position back.
   void finish() {
@@ -79,19 +77,18 @@ class UnitReader {
     refill();
   }
 
-  // Behind it, at least 16 bits are held. No byte is fetched before it is needed: nothing at or behind the
-  // pointer that the caller gets back has been read. With `certain` bits that will be taken in any case, what
-  // they need may be fetched ahead.
-  void refill(int certain = 0) {
-    if (count_ >= 16) return;
-    do {
-      held_ |= uint64_t(__builtin_bswap16(load<uint16_t>(next_))) << (48 - count_);
-      next_ += 2;
-      count_ += 16;
-    } while (count_ < 16 + std::min(certain, 32));
+  // Behind it, at least 56 bits are held. Without a branch, as no predictor learns where units end: eight bytes are
+  // read from wherever the held ones end, at most 14 bytes behind the pointer that the caller gets back; callers keep
+  // 16 readable.
+  void refill() {
+    held_ |= __builtin_bswap64(load<uint64_t>(next_)) >> count_;
+    next_ += (63 - count_) >> 3;
+    count_ |= 56;
   }
 
-  // The next `count` bits, 1 to 16; held bits have to suffice for peek, skip and take.
+  // Whether any of the first bits is 1 that are 0 in `mask`, which has 1 behind them.
+  bool exceeds(uint64_t mask) const { return held_ > mask; }
+  // The next `count` bits, 1 to 32; held bits have to suffice for peek, skip and take.
   uint32_t peek(int count) const { return uint32_t(held_ >> (64 - count)); }
   void skip(int count) {
     held_ <<= count;
@@ -103,17 +100,21 @@ class UnitReader {
     return bits;
   }
 
+  // In units, the position is where a reader stands that holds 16 bits at least and fetches two bytes when it must.
   void finish() {
     refill();
-    *stream_.bytes = next_;
-    *stream_.bitBuffer = uint32_t(held_ >> 32);
-    *stream_.bitCount = count_;
+    const ptrdiff_t taken = 8 * (next_ - *stream_.bytes) - count_;  // from memory: below 0 where held bits sufficed
+    const ptrdiff_t units = std::max<ptrdiff_t>((taken + 31) >> 4, 0);
+    const auto count = int(16 * units - taken);
+    *stream_.bytes += 2 * units;
+    *stream_.bitBuffer = uint32_t(held_ >> (64 - count) << (32 - count));
+    *stream_.bitCount = count;
   }
 
  private:
   BitStream<const uint8_t> stream_;
   const uint8_t* next_;
-  uint64_t held_;  // left-aligned, 0 behind the bits held
+  uint64_t held_;  // left-aligned; behind the bits held, what of the next byte fits
   int count_;
 };
 

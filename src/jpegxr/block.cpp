@@ -27,19 +27,16 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowBits low, Bit
       s)
     return s;
 
-  UnitWriter bits(stream);
-  const auto value = [=](uint32_t position) -> int32_t {
-    return at(row(src, srcStep, kRow[position]), kColumn[position]);
-  };
-  const uint32_t places = significantPlaces<kFlex>(scan, modelBits, trimBits, residual, value,
-                                                   [=] { return Coefficients::of(src, srcStep); });
+  int32_t levels[kPlaces];
+  byPosition(src, srcStep, levels);
+  const uint32_t places = significantPlaces<kFlex>(scan, modelBits, trimBits, residual, levels);
   int32_t pairs[2 * kPlaces], count = 0;
   walkSignificant(scan, places, [&](int32_t run, uint32_t position) {
     pairs[2 * count] = run;
-    pairs[2 * count + 1] = levelOf(value(position), low.modelBits);
+    pairs[2 * count + 1] = levels[position];
     ++count;
   });
-  ownEncodePairs<kBlock>(bits, *state, pairs, count, chroma).finish();
+  ownEncodePairs<kBlock>(stream, *state, pairs, count, chroma);
   *pairCount = count;
   return qelStatusOk;
 }
@@ -57,7 +54,7 @@ QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstSt
   UnitReader bits(stream);
   *count = ownDecodeCoefficients<kBlock>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
     const uint32_t product = uint32_t(scale) * level;  // wraps
-    put(row(dst, dstStep, scan[place].row & 3), scan[place].column & 3, T(negative ? 0u - product : product));
+    put(row(dst, dstStep, scan[place].row & 3), scan[place].column & 3, T(signedBy(product, 0u - negative)));
     countSignificant(scan, place);
   });
   bits.finish();

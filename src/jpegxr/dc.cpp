@@ -13,12 +13,11 @@ QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, i
   // *stream.bytes is not tested: while the bits fit the buffer, nobody asks for it.
   if (auto s = nonNull(state, pairs, stream.bytes, stream.bitBuffer, stream.bitCount); s) return s;
   if (auto s = check(bitsHeld(*stream.bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
-  UnitWriter bits(stream);
-  ownEncodePairs<kind>(bits, *state, pairs, pairCount, chroma).finish();
+  ownEncodePairs<kind>(stream, *state, pairs, pairCount, chroma);
   return qelStatusOk;
 }
 
-constexpr int32_t signedLevel(uint32_t level, uint32_t negative) { return int32_t(negative ? 0u - level : level); }
+constexpr int32_t signedLevel(uint32_t level, uint32_t negative) { return signedBy(level, 0u - negative); }
 
 QelStatus checkDecoder(const BitStream<const uint8_t>& stream, const int32_t* dst, const int32_t* count,
                        const VLCState* state) {

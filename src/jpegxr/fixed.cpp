@@ -31,12 +31,16 @@ QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, BitStr
   if (auto s = check(bitsHeld(*stream.bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
   const int n = int(flexBits);
   UnitWriter bits(stream);
-  // Two fields of at most 16 bits are settled at once.
+  // As many fields are settled at once as fit 32 bits: every settling is a branch that depends on the bits.
+  const int together = n < 2 ? 16 : n < 4 ? 8 : n < 8 ? 4 : 2;
+  const auto settle = [&](int place) {
+    if (!((place + 1) & (together - 1))) bits.settle();
+  };
   if (fromResidual) {
     forEachField([&](int place, int position) {
       const uint32_t r = at(residual, position);
       bits.add(r >> 1, n + int(r & 1));
-      if (place % 2) bits.settle();
+      settle(place);
     });
   } else {
     forEachField([&](int place, int position) {
@@ -44,7 +48,7 @@ QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, BitStr
       const uint32_t a = magnitude(v) >> trimBits, field = (a & ((1u << n) - 1)) << 1 | uint32_t(v < 0);
       // The sign goes with any value above 0, also with one whose low bits are all 0.
       bits.add(a ? field : 0, n + (a != 0));
-      if (place % 2) bits.settle();
+      settle(place);
     });
   }
   bits.settle();
@@ -57,14 +61,18 @@ inline void ownDecodeFields(UnitReader& bits, T* srcDst, ptrdiff_t step, int n, 
   forEachField([&](int place, int position) {
     T* const line = row(srcDst, step, kRow[position]);
     const int column = kColumn[position];
-    bits.refill((kFields - place) * n);
+    // 56 bits are 18 fields with a sign, or 8, or 3.
+    if (n > 6 ? place % 3 == 0 : n > 2 && place == 8) bits.refill();
     // Without branches: a field of 0 adds 0. A sample that is replaced counts as 0 where it is.
     const uint32_t w = bits.peek(n + 1), m = w >> 1;
     const T old = at(line, column), v = kRefine || !m ? old : T(0);
     const bool hasSign = kRefine ? v == 0 : true;
     const uint32_t sign = 0u - (hasSign ? w & 1 : uint32_t(v < 0));
     put(line, column, T(uint32_t(v) + ((m * scale ^ sign) - sign)));  // wraps
-    bits.skip(n + int(hasSign && m));
+    // The next field waits for nothing but one comparison.
+    const bool isSigned = bits.exceeds(hasSign ? ~uint64_t(0) >> n : ~uint64_t(0));
+    bits.skip(n);
+    bits.skip(isSigned);
   });
 }
 

@@ -15,19 +15,19 @@ using namespace jpegxr;
 
 // --- alphabets ---------------------------------------------------------------------------------------------
 
-// kDecode<n>[t] and kDirect<n>[t] are the tables to decode by that belong to Codes<n>::codes[t].
-template <int n>
-constexpr auto kDecode = [] {
-  std::array<DecodeTable, std::size(Codes<n>::codes)> all{};
-  for (size_t t = 0; t < all.size(); ++t) all[t] = makeDecodeTable<n>(Codes<n>::codes[t]);
+// kEncode<n>[t], kShort<n>[t] and kLong<n>[t] are what is made of Codes<n>::codes[t].
+template <int n, class Make>
+constexpr auto tablesOf(Make&& make) {
+  std::array<decltype(make(0)), std::size(Codes<n>::codes)> all{};
+  for (size_t t = 0; t < all.size(); ++t) all[t] = make(int(t));
   return all;
-}();
+}
 template <int n>
-constexpr auto kDirect = [] {
-  std::array<DirectTable, std::size(Codes<n>::codes)> all{};
-  for (size_t t = 0; t < all.size(); ++t) all[t] = makeDirectTable<n>(Codes<n>::codes[t]);
-  return all;
-}();
+constexpr auto kEncode = tablesOf<n>(makeEncodeTable<n>);
+template <int n>
+constexpr auto kShort = tablesOf<n>(makeShortTable<n>);
+template <int n>
+constexpr auto kLong = tablesOf<n>(makeLongTable<n>);
 
 // An alphabet's tables, each kind by the index of the table in use.
 struct Alphabet {
@@ -42,17 +42,16 @@ enum Kind { kMoving, kMovingLong, kFixed };  // kFixed: the index moves, the tab
 
 template <int n, Kind kind>
 constexpr Alphabet alphabet() {
-  constexpr int tables = int(std::size(Codes<n>::codes)), steps = int(std::size(Codes<n>::deltas));
+  constexpr int tables = int(std::size(Codes<n>::codes));
   Alphabet a;
-  a.symbols = n, a.start = Codes<n>::start, a.last = tables - 1, a.second = steps > 1;
+  a.symbols = n, a.start = Codes<n>::start, a.last = tables - 1, a.second = kSteps<n> > 1;
   for (int i = 0; i < tables; ++i) {
-    const int t = kind == kFixed ? 0 : i;
-    a.codes[i] = Codes<n>::codes[t].data();
-    a.decode[i] = a.decode2[i] = kDecode<n>[size_t(t)].data();
-    if constexpr (kind == kMovingLong) a.decode2[i] = kDirect<n>[size_t(t)].data();
-    // The discriminants watch the step to the table below and the step to the table above.
-    if constexpr (steps > 0) a.deltas[i] = Codes<n>::deltas[std::clamp(i - 1, 0, steps - 1)].data();
-    if constexpr (steps > 1) a.deltas2[i] = Codes<n>::deltas[std::clamp(i, 0, steps - 1)].data();
+    const auto t = size_t(kind == kFixed ? 0 : i);
+    a.codes[i] = kEncode<n>[t].table.data();
+    a.decode[i] = a.decode2[i] = kShort<n>[t].table.data();
+    if constexpr (kind == kMovingLong) a.decode2[i] = kLong<n>[t].table.data();
+    if constexpr (kSteps<n> > 0) a.deltas[i] = Codes<n>::deltas[stepBelow<n>(i)].data();
+    if constexpr (kSteps<n> > 1) a.deltas2[i] = Codes<n>::deltas[stepAbove<n>(i)].data();
   }
   return a;
 }
@@ -176,14 +175,14 @@ QelStatus qeliVLCScan4x4DC_JPEGXR_32s(const int32_t* src, uint32_t modelBits, ui
       s)
     return s;
   ScanEntry* const scan = state->currentScan = state->scanTable2;
-  const auto value = [=](uint32_t position) { return at(src, position); };
-  const auto all = [=] { return Coefficients::of(src); };
-  const uint32_t places = modelBits ? significantPlaces<true>(scan, modelBits, 0, residual, value, all)
-                                    : significantPlaces<false>(scan, 0, 0, residual, value, all);
+  int32_t levels[kPlaces];
+  std::memcpy(levels, src, sizeof levels);
+  const uint32_t places = modelBits ? significantPlaces<true>(scan, modelBits, 0, residual, levels)
+                                    : significantPlaces<false>(scan, 0, 0, residual, levels);
   int32_t pairs = 0;
   walkSignificant(scan, places, [&](int32_t run, uint32_t position) {
     put(runLevel, 2 * pairs, run);
-    put(runLevel, 2 * pairs + 1, levelOf(value(position), modelBits));
+    put(runLevel, 2 * pairs + 1, levels[position]);
     ++pairs;
   });
   *pairCount = pairs;

@@ -95,9 +95,14 @@ template <class V>
 constexpr With<uint32_t, V> magnitude(V v) {
   return as<uint32_t>(absWrap(v));
 }
-constexpr int32_t levelOf(int32_t v, uint32_t modelBits) {
-  const uint32_t level = magnitude(v) >> modelBits;
-  return int32_t(v < 0 ? 0u - level : level);
+// The number of this magnitude and of the sign of -1 or 0, without a branch, which would be a toss of a coin.
+template <class U>
+constexpr With<int32_t, U> signedBy(U magnitude, U sign) {
+  return as<int32_t>((magnitude ^ sign) - sign);
+}
+template <class V>
+constexpr V levelOf(V v, uint32_t modelBits) {
+  return signedBy(magnitude(v) >> modelBits, as<uint32_t>(shr(v, 31)));
 }
 
 // The bits split off, less `trimBits` of them, as the fixed-length layer codes them: the lowest bit says that
@@ -110,49 +115,47 @@ constexpr With<uint32_t, V> residualOf(V v, uint32_t modelBits, uint32_t trimBit
   return select(a >> modelBits != U{}, 2 * t, 4 * t + 2 * (any & sign) + any);
 }
 
-// Sixteen coefficients in the order of their positions.
-struct Coefficients {
-  simd::I32x4 quad[4];
-
-  static Coefficients of(const int32_t* linear) {
-    Coefficients c;
-    for (int i = 0; i < 4; ++i) c.quad[i] = load<simd::I32x4>(offset(linear, 4 * i));
-    return c;
-  }
-  template <class T>
-  static Coefficients of(const T* block, ptrdiff_t step) {
+// The sixteen coefficients of a block in the order of their positions.
+template <class T>
+inline void byPosition(const T* block, ptrdiff_t step, int32_t (&to)[kPlaces]) {
+  if constexpr (simd::kEnabled) {
     simd::I32x4 r[4];
     for (int y = 0; y < 4; ++y) r[y] = simd::loadAs<simd::I32x4, T>(row(block, step, y));
-    return {{__builtin_shufflevector(r[0], r[1], 0, 1, 4, 5), __builtin_shufflevector(r[0], r[1], 3, 2, 7, 6),
-             __builtin_shufflevector(r[3], r[2], 0, 1, 4, 5), __builtin_shufflevector(r[3], r[2], 3, 2, 7, 6)}};
+    store(to, __builtin_shufflevector(r[0], r[1], 0, 1, 4, 5));
+    store(to + 4, __builtin_shufflevector(r[0], r[1], 3, 2, 7, 6));
+    store(to + 8, __builtin_shufflevector(r[3], r[2], 0, 1, 4, 5));
+    store(to + 12, __builtin_shufflevector(r[3], r[2], 3, 2, 7, 6));
+  } else {
+    for (int k = 0; k < kPlaces; ++k) to[k] = at(row(block, step, kRow[k]), kColumn[k]);
   }
-};
+}
 
 // The significant places of a scan, place k in bit k, and the residuals if they are asked for. Place 0 is the
 // DC's and stays out. A walk along the scan may move an entry that it has passed, never one to come, so that
-// the order in force at each visit is that of before the walk.
-//   value(position)   one coefficient
-//   all()             the Coefficients
-template <bool kResidual, class Value, class All>
+// the order in force at each visit is that of before the walk. The coefficients come in the order of their
+// positions and become levels.
+template <bool kResidual>
 inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uint32_t trimBits, uint32_t* residual,
-                                  Value&& value, All&& all) {
+                                  int32_t (&coefficients)[kPlaces]) {
   uint32_t places = 0;
   if constexpr (!simd::kEnabled) {
     for (int k = 1; k < kPlaces; ++k) {
       const uint32_t position = inBlock(scan[k].position);
-      const int32_t v = value(position);
+      const int32_t v = coefficients[position];
       places |= uint32_t(magnitude(v) >> modelBits != 0) << k;
       if constexpr (kResidual) put(residual, position, residualOf(v, modelBits, trimBits));
     }
+    for (int32_t& v : coefficients) v = levelOf(v, modelBits);
     return places;
   } else {
     using simd::I32x4, simd::U32x4, simd::U8x16;
-    const Coefficients c = all();
     I32x4 significant[4];
     for (int i = 0; i < 4; ++i) {
-      significant[i] = magnitude(c.quad[i]) >> modelBits != U32x4{};
+      const auto quad = load<I32x4>(coefficients + 4 * i), level = levelOf(quad, modelBits);
+      store(coefficients + 4 * i, level);
+      significant[i] = level != I32x4{};
       if constexpr (kResidual) {
-        const U32x4 r = residualOf(c.quad[i], modelBits, trimBits);
+        const U32x4 r = residualOf(quad, modelBits, trimBits);
         if (i) store(offset(residual, 4 * i), r);
         else
           for (int k = 1; k < 4; ++k) put(residual, k, r[k]);
@@ -162,8 +165,8 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
       const auto halves = [](auto v, auto w) { return simd::packI16(as<int32_t>(v), as<int32_t>(w)); };
       return as<uint8_t>(simd::packI8(halves(a, b), halves(x, y)));
     };
-    const U8x16 byPosition = pack(significant[0], significant[1], significant[2], significant[3]);
-    if (simd::isZero(byPosition)) return 0;
+    const U8x16 any = pack(significant[0], significant[1], significant[2], significant[3]);
+    if (simd::isZero(any)) return 0;
     // The positions along the scan, out of four entries at a time.
     U32x4 order[4];
     for (int i = 0; i < 4; ++i) {
@@ -172,7 +175,7 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
       using simd::unpackHigh, simd::unpackLow;
       order[i] = as<uint32_t>(unpackHigh(as<uint64_t>(unpackLow(e[0], e[1])), as<uint64_t>(unpackLow(e[2], e[3]))));
     }
-    return simd::topBits(simd::shuffleBytes(byPosition, pack(order[0], order[1], order[2], order[3]))) & 0xFFFE;
+    return simd::topBits(simd::shuffleBytes(any, pack(order[0], order[1], order[2], order[3]))) & 0xFFFE;
   }
 }
 

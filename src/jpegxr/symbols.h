@@ -27,254 +27,234 @@ inline constexpr BlockKind kDC420 = {kLowFirst + kChromaStep, kLowNext + kChroma
 // What an index says about the next coefficient.
 enum Following : uint32_t { kLast = 0, kAdjacent = 1, kBehindRun = 2 };
 
-// --- runs --------------------------------------------------------------------------------------------------
-
-// A run of zeros in `room` places: below 5 places a unary code, above it a class of the row for that much
-// room, and extra bits.
-struct RunClass {
-  uint8_t base, extraBits;
-};
-inline constexpr RunClass kRunClasses[3][5] = {
-    {{1, 0}, {2, 0}, {3, 1}, {5, 1}, {7, 3}},
-    {{1, 0}, {2, 0}, {3, 1}, {5, 1}, {7, 2}},
-    {{1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 1}},
-};
-// The class of a run, of 7 and more alike; in row 2 the last class begins at 5.
-inline constexpr uint8_t kRunSymbol[2][8] = {{0, 0, 1, 2, 2, 3, 3, 4}, {0, 0, 1, 2, 3, 4, 4, 4}};
-constexpr int runRow(int64_t room) { return room >= 11 ? 0 : room >= 7 ? 1 : 2; }
-
-// --- levels ------------------------------------------------------------------------------------------------
-
-// A magnitude of 2 or more, less 2, below 16: symbol, and bits behind its code. From 16 on the symbol is kEscape.
-inline constexpr uint8_t kLevelSymbol[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
-inline constexpr uint8_t kLevelBits[6] = {0, 0, 1, 2, 2, 2}, kLevelBase[6] = {2, 3, 4, 6, 10, 14};
-inline constexpr int kEscape = 6, kEscapeBits = 4;
+// The looks behind a table of the record.
+template <class Table, class T>
+inline const auto* looksOf(const T* table) {
+  return reinterpret_cast<const Table*>(table)->looks.data();
+}
 
 // --- adaptation --------------------------------------------------------------------------------------------
 
-inline void adaptFirst(VLCState& state, int entry, int symbol) {
-  state.discriminant[entry] = addWrap<int32_t>(state.discriminant[entry], state.deltaTable[entry][symbol]);
-}
-inline void adaptBoth(VLCState& state, int entry, int symbol) {
-  adaptFirst(state, entry, symbol);
-  state.discriminant2[entry] = addWrap<int32_t>(state.discriminant2[entry], state.deltaTable2[entry][symbol]);
+// Adds what symbols sum up to. A block has no more than sixteen of a class, which keeps the two sums apart.
+inline void adapt(VLCState& state, int entry, int32_t deltas) {
+  const auto first = int8_t(deltas);
+  state.discriminant[entry] = addWrap<int32_t>(state.discriminant[entry], first);
+  state.discriminant2[entry] = addWrap<int32_t>(state.discriminant2[entry], (deltas - first) >> 8);
 }
 
-// --- encoder -----------------------------------------------------------------------------------------------
-
-// The bits of a run, an index with its sign, and a level below the escape are at most 28, so that a
-// coefficient is settled once.
-class SymbolWriter {
+// The sums of a block's further indices and of its levels, each in context 0 and in context 1: in one register, as
+// numbers of 16 bits.
+class Sums {
  public:
-  SymbolWriter(UnitWriter& out, VLCState& state) : out_(out), state_(state) {}
-
-  // A symbol's code and `extraBits` bits behind it.
-  void code(int entry, int symbol, uint32_t extra = 0, int extraBits = 0) {
-    const int32_t* const pair = state_.codeTable[entry] + 1 + 2 * symbol;
-    out_.add(uint32_t(pair[0]) << extraBits | (extra & ((1u << extraBits) - 1)), pair[1] + extraBits);
-  }
-  void index(int entry, int symbol, bool negative) {
-    adaptBoth(state_, entry, symbol);
-    code(entry, symbol, negative, 1);
-  }
-  void level(int entry, uint32_t magnitude) {
-    const uint32_t a = magnitude - 2;
-    if (a < 16) {
-      const int symbol = kLevelSymbol[a];
-      adaptFirst(state_, entry, symbol);
-      code(entry, symbol, a, kLevelBits[symbol]);
-      return;
+  void index(const Look& look, int context) { add(look, context); }
+  void level(const Look& look, int context) { add(look, 2 + context); }
+  void adapt(VLCState& state, int next, int level) {
+    for (const int entry : {next, next + 1, level, level + 1}) {
+      const auto sum = int16_t(all_);
+      jpegxr::adapt(state, entry, sum);
+      all_ = (all_ - sum) >> 16;
     }
-    adaptFirst(state_, entry, kEscape);
-    const int length = std::bit_width(a >> 5);
-    out_.settle();
-    if (length < 15) code(entry, kEscape, uint32_t(length), 4);
-    else if (length < 18) code(entry, kEscape, 15u << 2 | uint32_t(length - 15), 6);
-    else  // beyond 25 the length does not fit, and its low bits go out
-      code(entry, kEscape, 15u << 5 | 3u << 3 | (uint32_t(length - 18) & 7), 9);
-    out_.settle();
-    out_.add(a, length + kEscapeBits);
-  }
-  void run(int32_t run, int64_t room) {
-    if (room < 2) return;
-    if (room < 5) out_.add(run < room, int(std::min<int64_t>(run, room - 1)));
-    else runClass(run, runRow(room));
-  }
-  void runClass(int32_t run, int row) {
-    const int symbol = kRunSymbol[row == 2][std::min(run, 7)];
-    const RunClass c = kRunClasses[row][symbol];
-    code(kRunClass, symbol, uint32_t(run - c.base), c.extraBits);
   }
 
  private:
-  UnitWriter& out_;
-  VLCState& state_;
+  void add(const Look& look, int which) { all_ += int64_t(look.deltas) * (int64_t(1) << 16 * which); }
+  int64_t all_ = 0;
 };
+
+// --- the last places ---------------------------------------------------------------------------------------
+
+// Place 14 has room for one neighbour and place 15 for none: their indices have fixed codes, which adapt nothing. The
+// table of place 14, then that of place 15.
+struct FixedIndex {
+  int symbol;
+  uint32_t code;
+  int length;
+};
+inline constexpr FixedIndex kFixedIndices[2][4] = {{{0, 0, 1}, {2, 2, 2}, {1, 6, 3}, {3, 7, 3}},
+                                                   {{0, 0, 1}, {1, 1, 1}}};
+inline constexpr auto kFixedCodes = [] {
+  std::array<std::array<Look, 12>, 2> all{};
+  for (size_t last = 0; last < 2; ++last)
+    for (const FixedIndex& index : kFixedIndices[last])
+      for (uint32_t negative = 0; index.length && negative < 2; ++negative)
+        all[last][size_t(2 * index.symbol) + negative] = {index.code << 1 | negative, uint8_t(index.length + 1), 0};
+  return all;
+}();
+inline constexpr auto kFixedDecoding = [] {
+  std::array<std::array<Look, 1 << kFirstBits>, 2> all{};
+  for (size_t last = 0; last < 2; ++last)
+    for (const FixedIndex& index : kFixedIndices[last])
+      for (uint32_t bits = 0; index.length && bits < 1 << kFirstBits; ++bits)
+        if (bits >> (kFirstBits - index.length) == index.code)
+          all[last][bits] = {uint32_t(index.symbol), uint8_t(index.length + 1), 0};
+  return all;
+}();
+
+// --- encoder -----------------------------------------------------------------------------------------------
+
+// Appends a level from 128 on, which is none of the looks: the code of an escape, a length, and as many bits.
+inline void appendEscape(UnitWriter& bits, const int32_t* codes, uint32_t size) {
+  const uint32_t a = size - 2;
+  const int length = escapeLength(a);
+  bits.settle();
+  bits.add(uint32_t(at(codes, 1 + 2 * kEscape)), at(codes, 2 + 2 * kEscape));
+  if (length < 15) bits.add(uint32_t(length), 4);
+  else if (length < 18) bits.add(15u << 2 | uint32_t(length - 15), 6);
+  else bits.add(15u << 5 | 3u << 3 | (uint32_t(length - 18) & 7), 9);  // beyond 25 the low bits of the length go out
+  bits.settle();
+  bits.add(a, length + kEscapeBits);
+  bits.settle();
+}
 
 // Codes `count` pairs (run, level). A list that doesn't fit its block gives a stream that no decoder follows,
 // but nothing is written elsewhere.
 template <const BlockKind& kind>
-inline UnitWriter ownEncodePairs(UnitWriter bits, VLCState& state, const int32_t* pairs, int32_t count,
-                                 int32_t chroma) {
-  if (count < 1) return bits;
-  SymbolWriter out(bits, state);
+inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, const int32_t* pairs, int32_t count,
+                           int32_t chroma) {
+  UnitWriter bits(stream);
+  if (count < 1) return bits.finish();
   const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
-  int32_t run = at(pairs, 0), nextRun = 0, level = at(pairs, 1);
-  const auto following = [&](int32_t i) -> int {
-    if (i + 1 >= count) return kLast;
-    nextRun = at(pairs, 2 * ptrdiff_t(i + 1));
-    return nextRun == 0 ? kAdjacent : kBehindRun;
+  const Look* const runs = looksOf<RunCodes>(state.codeTable[kRunClass]);
+  const Look* const levels[2] = {looksOf<LevelCodes>(state.codeTable[kind.level]),
+                                 looksOf<LevelCodes>(state.codeTable[kind.level + 1])};
+  Sums sums;
+
+  // Runs of 16 and more, which fit no block, end in the bits of one that is shorter by eights.
+  const auto appendRun = [&](int32_t run, int64_t room) {
+    const int known = run < 0 ? 0 : run < kRuns ? run : kRuns / 2 + run % (kRuns / 2);
+    bits.append(runs[kRuns * std::clamp<int64_t>(room, 0, kRooms - 1) + known]);
+  };
+  // A coefficient's bits are at most 9, 16 and 7 where its level is looked up, so that it is settled once.
+  const auto appendLevel = [&](uint32_t size, int context) {
+    const Look& look = (context ? levels[1] : levels[0])[size < kLevels ? size : kLevels - 1];
+    sums.level(look, context);
+    if (size < kLevels) [[likely]]
+      bits.append(look);
+    else appendEscape(bits, state.codeTable[kind.level + context], size);
   };
 
+  int32_t level = at(pairs, 1), run = at(pairs, 0), nextRun = count > 1 ? at(pairs, 2) : 0;
   uint32_t size = magnitude(level);
-  int then = following(0);
+  int then = count == 1 ? kLast : nextRun == 0 ? kAdjacent : kBehindRun;
   int context = run == 0 && then == kAdjacent;
-  out.index(first, int(run == 0) + 2 * int(size > 1) + 4 * then, level < 0);
-  if (size > 1) out.level(kind.level + context, size);
-  bits.settle();
-  if (run > 0) out.runClass(run, kind.firstRow);
+  const int symbol = int(run == 0) + 2 * int(size > 1) + 4 * then;
+  const Look& index = looksOf<IndexCodes<12>>(state.codeTable[first])[2 * symbol + int(level < 0)];
+  adapt(state, first, index.deltas);
+  bits.append(index);
+  appendLevel(size, context);
+  appendRun(run, kind.firstRow ? 5 : kRooms - 1);
   bits.settle();
 
-  int64_t room = int64_t(14 - kind.firstPlace) - run;
-  for (int32_t i = 1; i < count; ++i) {
-    run = nextRun;
-    if (run > 0) out.run(run, room);
-    room -= int64_t(run) + 1;
-    level = at(pairs, 2 * ptrdiff_t(i) + 1);
-    size = magnitude(level);
-    then = following(i);
-    const int symbol = int(size > 1) + 2 * then;
-    if (room > 0) {
-      out.index(next + context, symbol, level < 0);
-    } else if (room == 0) {
-      // Place 14: a last coefficient or one with a neighbour, in a fixed code.
-      constexpr uint8_t kCode[4] = {0, 6, 2, 7}, kLength[4] = {1, 3, 2, 3};
-      bits.add(uint32_t(kCode[symbol & 3] << 1 | int(level < 0)), kLength[symbol & 3] + 1);
-    } else {
-      bits.add(uint32_t(int(size > 1) << 1 | int(level < 0)), 2);
+  if (count > 1) {
+    const Look* const indices[2] = {looksOf<IndexCodes<6>>(state.codeTable[next]),
+                                    looksOf<IndexCodes<6>>(state.codeTable[next + 1])};
+    int64_t room = int64_t(14 - kind.firstPlace) - run;
+    const auto append = [&](int following) {
+      const Look* const looks = room <= 0 ? kFixedCodes[room < 0].data() : context ? indices[1] : indices[0];
+      const int fitting = (int(size > 1) + 2 * following) & (room > 0 ? 7 : room == 0 ? 3 : 1);
+      const Look& look = looks[2 * fitting + int(level < 0)];
+      sums.index(look, context);
+      bits.append(look);
+      context &= int(following == kAdjacent);
+      appendLevel(size, context);
+      bits.settle();
+    };
+    for (int32_t i = 1; i < count; ++i) {
+      run = nextRun;
+      appendRun(run, room);
+      room -= int64_t(run) + 1;
+      level = at(pairs, 2 * ptrdiff_t(i) + 1);
+      size = magnitude(level);
+      if (i + 1 == count) break;
+      nextRun = at(pairs, 2 * ptrdiff_t(i) + 2);
+      append(nextRun == 0 ? kAdjacent : kBehindRun);
     }
-    if (then != kAdjacent) context = 0;
-    if (size > 1) out.level(kind.level + context, size);
-    bits.settle();
+    append(kLast);
   }
-  return bits;
+  sums.adapt(state, next, kind.level);
+  bits.finish();
 }
 
 // --- decoder -----------------------------------------------------------------------------------------------
 
-class SymbolReader {
- public:
-  SymbolReader(UnitReader& in, VLCState& state) : in_(in), state_(state) {}
-
-  // Codes of at most 5 bits, by one look; at most 8 bits, by one look.
-  int shortCode(int entry) {
-    const int value = state_.decodeTable[entry][in_.peek(kFirstBits)];
-    in_.skip(value & 7);
-    return value >> 3;
-  }
-  int longCode(int entry) {
-    const int value = state_.decodeTable2[entry][in_.peek(kDirectBits)];
-    in_.skip(value & 15);
-    return value >> 4;
-  }
-  int firstIndex(int entry) {
-    const int symbol = longCode(entry);
-    adaptBoth(state_, entry, symbol);
-    return symbol;
-  }
-  int nextIndex(int entry) {
-    const int symbol = shortCode(entry);
-    adaptBoth(state_, entry, symbol);
-    return symbol;
-  }
-  // Place 14 has room for one neighbour, place 15 for none.
-  int fixedIndex(int place) {
-    if (place > 14) return int(in_.take(1));
-    if (!in_.take(1)) return 0;
-    if (!in_.take(1)) return 2;
-    return 1 + 2 * int(in_.take(1));
-  }
-  // Takes at most 15 bits before it refills, and leaves at least 16 held.
-  uint32_t level(int entry) {
-    const int symbol = longCode(entry);
-    adaptFirst(state_, entry, symbol);
-    uint32_t magnitude;
-    if (symbol < kEscape) {
-      magnitude = kLevelBase[symbol] + in_.take(kLevelBits[symbol]);
-    } else {
-      int length = int(in_.take(4));
-      if (length == 15) length += int(in_.take(2));
-      if (length == 18) length += int(in_.take(3));
-      length += kEscapeBits;
-      magnitude = (1u << length) + 2;
-      if (length > 16) {
-        in_.refill();
-        length -= 16;
-        magnitude += in_.take(length) << 16;
-        length = 16;
-      }
-      in_.refill();
-      magnitude += in_.take(length);
-    }
-    in_.refill();
-    return magnitude;
-  }
-  // A run of 1 or more in `room` places, 1 or more. It may be longer than that.
-  int run(int room) {
-    if (room >= 5) return runClass(runRow(room));
-    int run = 1;
-    while (run < room && !in_.take(1)) ++run;
-    return run;
-  }
-  int runClass(int row) {
-    const RunClass c = kRunClasses[row][shortCode(kRunClass)];
-    return c.base + int(in_.take(c.extraBits));
-  }
-
- private:
-  UnitReader& in_;
-  VLCState& state_;
-};
+// A level from 18 on, behind the code of its escape.
+inline uint32_t takeEscape(UnitReader& bits) {
+  bits.refill();
+  int length = int(bits.take(4));
+  if (length == 15) length += int(bits.take(2));
+  if (length == 18) length += int(bits.take(3));
+  length += kEscapeBits;
+  return (1u << length) + 2 + bits.take(length);
+}
 
 // Decodes one block's coefficients and hands them to store(place, level, sign), sign being 1 for a negative
 // one. Returns their number, or kStopped when the stream sends a coefficient behind place 15.
 inline constexpr int kStopped = 16;
 template <const BlockKind& kind, class Store>
 inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chroma, Store&& store) {
-  SymbolReader in(bits, state);
   const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
+  const RunLook* const runs = looksOf<Runs>(state.decodeTable[kRunClass]);
+  const Look* const indices[2] = {looksOf<ShortIndices>(state.decodeTable[next]),
+                                  looksOf<ShortIndices>(state.decodeTable[next + 1])};
+  const Look* const levels[2] = {looksOf<Levels>(state.decodeTable2[kind.level]),
+                                 looksOf<Levels>(state.decodeTable2[kind.level + 1])};
+  Sums sums;
 
-  // Index, sign and run take up to 16 bits.
-  int symbol = in.firstIndex(first);
-  uint32_t negative = bits.take(1), level = 1;
+  const auto takeIndex = [&](const Look& look, uint32_t& negative) {
+    negative = bits.peek(look.length) & 1;
+    bits.skip(look.length);
+    return int(look.value);
+  };
+  // Whether a level is sent is tossed as well: 1 is looked up too.
+  const auto takeLevel = [&](bool sent, int context) {
+    const Look& look = (context ? levels[1] : levels[0])[sent ? bits.peek(kDirectBits) : 1u << kDirectBits];
+    sums.level(look, context);
+    bits.skip(look.length);
+    if (look.value) [[likely]]
+      return look.value;
+    return takeEscape(bits);
+  };
+  const auto takeRun = [&](int room) {
+    const RunLook look = runs[room << kRunBits | int(bits.peek(kRunBits))];
+    bits.skip(look.length);
+    return int(look.run);
+  };
+
+  // Index, sign, level and run take up to 24 bits, but for an escape, which refills.
+  const Look& look = looksOf<LongIndices>(state.decodeTable2[first])[bits.peek(kDirectBits)];
+  adapt(state, first, look.deltas);
+  uint32_t negative;
+  int symbol = takeIndex(look, negative);
   int then = symbol >> 2, context = symbol & then & 1, place = kind.firstPlace;
-  if (symbol & 2) {
-    bits.refill();
-    level = in.level(kind.level + context);
-  }
-  if (!(symbol & 1)) place += in.runClass(kind.firstRow);
+  uint32_t level = takeLevel(symbol & 2, context);
+  if (!(symbol & 1)) place += takeRun(kind.firstRow ? 5 : kRuns - 1);
 
-  for (int count = 1;; ++count) {
-    if (place >= kPlaces) return kStopped;
-    store(place, level, negative);
-    if (then == kLast) return count;
-    ++place;
-    bits.refill();
-    if (then == kBehindRun) {
-      if (place >= kPlaces - 1) return kStopped;
-      place += in.run(kPlaces - 1 - place);
-    }
-    if (place >= kPlaces) return kStopped;
-    symbol = place < 14 ? in.nextIndex(next + context) : in.fixedIndex(place);
-    then = symbol >> 1;
-    context &= then;
-    negative = bits.take(1);
-    level = 1;
-    if (symbol & 1) {
+  const auto takeRest = [&] {
+    for (int count = 1;; ++count) {
+      if (place >= kPlaces) return kStopped;
+      store(place, level, negative);
+      if (then == kLast) return count;
+      ++place;
       bits.refill();
-      level = in.level(kind.level + context);
+      if (then == kBehindRun) {
+        if (place >= kPlaces - 1) return kStopped;
+        place += takeRun(kPlaces - 1 - place);
+      }
+      if (place >= kPlaces) return kStopped;
+      const Look* const looks = place >= 14 ? kFixedDecoding[size_t(place - 14)].data()
+                                : context   ? indices[1]
+                                            : indices[0];
+      const Look& following = looks[bits.peek(kFirstBits)];
+      sums.index(following, context);
+      symbol = takeIndex(following, negative);
+      then = symbol >> 1;
+      context &= then;
+      level = takeLevel(symbol & 1, context);
     }
-  }
+  };
+  const int count = takeRest();
+  sums.adapt(state, next, kind.level);
+  return count;
 }
 
 }  // namespace qelj::jpegxr

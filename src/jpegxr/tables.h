@@ -1,9 +1,11 @@
 // The code tables of the coefficient coders (ITU-T T.832, 8.8 and tables there) and, made from them when this
-// is compiled, the tables to decode by.
+// is compiled, the tables to decode by, and those that the coders look into.
 #ifndef QELJ_JPEGXR_TABLES_H
 #define QELJ_JPEGXR_TABLES_H
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 
 namespace qelj::jpegxr {
@@ -157,6 +159,196 @@ constexpr DirectTable makeDirectTable(const CodeTable<symbols>& codes) {
     table[size_t(bits)] = int16_t(symbol << 4 | codes[size_t(2 * symbol + 2)]);
   }
   return table;
+}
+
+// --- runs and levels -----------------------------------------------------------------------------------------
+
+// A run of zeros in `room` places: below 5 places a unary code, above it a class of the row for that much
+// room, and extra bits.
+struct RunClass {
+  uint8_t base, extraBits;
+};
+inline constexpr RunClass kRunClasses[3][5] = {
+    {{1, 0}, {2, 0}, {3, 1}, {5, 1}, {7, 3}},
+    {{1, 0}, {2, 0}, {3, 1}, {5, 1}, {7, 2}},
+    {{1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 1}},
+};
+// The class of a run, of 7 and more alike; in row 2 the last class begins at 5.
+inline constexpr uint8_t kRunSymbol[2][8] = {{0, 0, 1, 2, 2, 3, 3, 4}, {0, 0, 1, 2, 3, 4, 4, 4}};
+constexpr int runRow(int room) { return room >= 11 ? 0 : room >= 7 ? 1 : 2; }
+
+// A magnitude of 2 or more, less 2, below 16: symbol, and bits behind its code. From 16 on the symbol is kEscape.
+inline constexpr uint8_t kLevelSymbol[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5};
+inline constexpr uint8_t kLevelBits[6] = {0, 0, 1, 2, 2, 2}, kLevelBase[6] = {2, 3, 4, 6, 10, 14};
+inline constexpr int kEscape = 6, kEscapeBits = 4;
+
+// --- what one look finds -----------------------------------------------------------------------------------
+// A code with all that belongs to it, so that coding takes a load and no branch: most branches of these coders are
+// tosses of a coin. An encoder finds the bits to write, a decoder what they mean.
+struct Look {
+  uint32_t value;
+  uint8_t length;  // in bits
+  int16_t deltas;  // what is added to the first discriminant + 256 * what is added to the second
+};
+
+// Looks behind the table that the record points to, which they are made from.
+template <class Table, class T, size_t n>
+struct WithLooks {
+  Table table;
+  std::array<T, n> looks;
+};
+
+// The steps between tables that the discriminants watch: to the table below, and to the table above.
+template <int symbols>
+inline constexpr int kSteps = int(std::size(Codes<symbols>::deltas));
+template <int symbols>
+constexpr int stepBelow(int t) {
+  return std::clamp(t - 1, 0, kSteps<symbols> - 1);
+}
+template <int symbols>
+constexpr int stepAbove(int t) {
+  return std::clamp(t, 0, kSteps<symbols> - 1);
+}
+template <int symbols>
+constexpr int16_t deltasOf(int t, int symbol) {
+  int deltas = 0;
+  if constexpr (kSteps<symbols> > 0) deltas += Codes<symbols>::deltas[stepBelow<symbols>(t)][size_t(symbol)];
+  if constexpr (kSteps<symbols> > 1) deltas += 256 * Codes<symbols>::deltas[stepAbove<symbols>(t)][size_t(symbol)];
+  return int16_t(deltas);
+}
+
+// Encoding: of an index and its sign, by 2 * symbol + sign; of a level by its magnitude, where there is none by 0 and
+// 1; of a run in so much room by kRuns * room + run, where there is none by 0.
+inline constexpr int kLevels = 128, kRooms = 15, kRuns = 16;
+template <int symbols>
+using IndexCodes = WithLooks<CodeTable<symbols>, Look, 2 * symbols>;
+using LevelCodes = WithLooks<CodeTable<7>, Look, kLevels>;
+using RunCodes = WithLooks<CodeTable<5>, Look, kRooms * kRuns>;
+
+// A symbol's code with bits behind it.
+template <int symbols>
+constexpr Look makeCode(int t, int symbol, uint32_t extra, int extraBits) {
+  const auto& codes = Codes<symbols>::codes[t];
+  return {uint32_t(codes[size_t(2 * symbol + 1)]) << extraBits | (extra & ((1u << extraBits) - 1)),
+          uint8_t(codes[size_t(2 * symbol + 2)] + extraBits), deltasOf<symbols>(t, symbol)};
+}
+// How many bits an escape's length tells, less kEscapeBits.
+constexpr int escapeLength(uint32_t a) { return std::bit_width(a >> 5); }
+
+template <int symbols>
+constexpr auto makeEncodeTable(int t) {
+  const auto& codes = Codes<symbols>::codes[t];
+  if constexpr (symbols == 6 || symbols == 12) {
+    IndexCodes<symbols> table{codes, {}};
+    for (int i = 0; i < 2 * symbols; ++i) table.looks[size_t(i)] = makeCode<symbols>(t, i / 2, uint32_t(i), 1);
+    return table;
+  } else if constexpr (symbols == 7) {
+    LevelCodes table{codes, {}};
+    for (uint32_t a = 0; a + 2 < kLevels; ++a) {
+      const int length = escapeLength(a), bits = length + kEscapeBits;
+      const int symbol = a < 16 ? kLevelSymbol[a] : kEscape;
+      table.looks[a + 2] =
+          symbol == kEscape
+              ? makeCode<symbols>(t, symbol, uint32_t(length) << bits | (a & ((1u << bits) - 1)), 4 + bits)
+              : makeCode<symbols>(t, symbol, a, kLevelBits[symbol]);
+    }
+    return table;
+  } else if constexpr (symbols == 5) {
+    RunCodes table{codes, {}};
+    for (int room = 2; room < kRooms; ++room)
+      for (int run = 1; run < kRuns; ++run) {
+        const RunClass* const classes = kRunClasses[runRow(room)];
+        const int symbol = kRunSymbol[runRow(room) == 2][std::min(run, 7)];
+        Look& look = table.looks[size_t(kRuns * room + run)];
+        if (room < 5) look = {run < room, uint8_t(std::min(run, room - 1)), 0};
+        else look = makeCode<symbols>(t, symbol, uint32_t(run - classes[symbol].base), classes[symbol].extraBits);
+      }
+    return table;
+  } else {
+    return WithLooks<CodeTable<symbols>, Look, 0>{codes, {}};
+  }
+}
+
+// Decoding: of an index with its sign, whose bit is the last of its length, by the next kFirstBits or kDirectBits; of a
+// level with the bits behind its code by the next kDirectBits, 0 standing for an escape, and of the level 1, which has
+// no code, behind all others; of a run by room and the next kRunBits.
+inline constexpr int kRunBits = 7;
+struct RunLook {
+  uint8_t run, length;
+};
+using ShortIndices = WithLooks<DecodeTable, Look, 1 << kFirstBits>;
+using LongIndices = WithLooks<DirectTable, Look, 1 << kDirectBits>;
+using Levels = WithLooks<DirectTable, Look, (1 << kDirectBits) + 1>;
+using Runs = WithLooks<DecodeTable, RunLook, kRuns << kRunBits>;
+
+// The symbol that the next `count` bits begin with, and the bits behind its code.
+struct Found {
+  int symbol, length;
+  constexpr uint32_t behind(uint32_t bits, int count, int wanted) const {
+    return bits >> (count - length - wanted) & ((1u << wanted) - 1);
+  }
+};
+template <int symbols>
+constexpr Found find(int t, uint32_t bits, int count) {
+  int symbol = 0;
+  codesBelow<symbols>(Codes<symbols>::codes[t], int(bits), count, symbol);
+  return {symbol, Codes<symbols>::codes[t][size_t(2 * symbol + 2)]};
+}
+
+template <int symbols, size_t n>
+constexpr std::array<Look, n> makeIndices(int t, int count) {
+  std::array<Look, n> looks{};
+  for (uint32_t bits = 0; bits < n; ++bits) {
+    const Found found = find<symbols>(t, bits, count);
+    looks[bits] = {uint32_t(found.symbol), uint8_t(found.length + 1), deltasOf<symbols>(t, found.symbol)};
+  }
+  return looks;
+}
+
+template <int symbols>
+constexpr auto makeShortTable(int t) {
+  const auto& codes = Codes<symbols>::codes[t];
+  if constexpr (symbols == 6) {
+    return ShortIndices{makeDecodeTable<symbols>(codes), makeIndices<symbols, 1 << kFirstBits>(t, kFirstBits)};
+  } else if constexpr (symbols == 5) {
+    Runs table{makeDecodeTable<symbols>(codes), {}};
+    for (uint32_t bits = 0; bits < 1 << kRunBits; ++bits) {
+      const Found found = find<symbols>(t, bits, kRunBits);
+      for (int room = 1; room < kRuns; ++room) {
+        RunLook& look = table.looks[size_t(room << kRunBits) + bits];
+        const RunClass c = kRunClasses[runRow(room)][found.symbol];
+        const int zeros = std::min(std::countl_zero(bits << (32 - kRunBits)), room - 1);
+        if (room < 5) look = {uint8_t(zeros + 1), uint8_t(std::min(zeros + 1, room - 1))};
+        else look = {uint8_t(c.base + found.behind(bits, kRunBits, c.extraBits)), uint8_t(found.length + c.extraBits)};
+      }
+    }
+    return table;
+  } else {
+    return WithLooks<DecodeTable, Look, 0>{makeDecodeTable<symbols>(codes), {}};
+  }
+}
+
+template <int symbols>
+constexpr auto makeLongTable(int t) {
+  const auto direct = makeDirectTable<symbols>(Codes<symbols>::codes[t]);
+  if constexpr (symbols == 12) {
+    return LongIndices{direct, makeIndices<symbols, 1 << kDirectBits>(t, kDirectBits)};
+  } else if constexpr (symbols == 7) {
+    Levels table{direct, {}};
+    table.looks.back() = {1, 0, 0};
+    for (uint32_t bits = 0; bits < 1 << kDirectBits; ++bits) {
+      const Found found = find<symbols>(t, bits, kDirectBits);
+      Look& look = table.looks[bits];
+      look = {0, uint8_t(found.length), deltasOf<symbols>(t, found.symbol)};
+      if (found.symbol == kEscape) continue;
+      const int extra = kLevelBits[found.symbol];
+      look.value = kLevelBase[found.symbol] + found.behind(bits, kDirectBits, extra);
+      look.length = uint8_t(look.length + extra);
+    }
+    return table;
+  } else {
+    return WithLooks<DirectTable, Look, 0>{direct, {}};
+  }
 }
 
 }  // namespace qelj::jpegxr

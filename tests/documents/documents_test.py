@@ -59,12 +59,12 @@ class DocumentsTest(unittest.TestCase):
     def test_code_is_that_of_the_examples(self):
         # README's blocks are compiled by the test of the installation.
         sources = [[line for line in read(path).split("\n") if not line.strip().startswith("//!")]
-                   for path in found("examples/tiny/*.[ch]", "examples/guides/*.[ch]")]
+                   for path in found("examples/tiny/*.[ch]", "examples/guides/*.[ch]", "python/tutorial.py")]
         blocks = 0
         for path in self.documents:
             for language, block in re.findall(r"^ *```(\w+)\n(.*?)^ *```$", read(path), re.DOTALL | re.MULTILINE):
                 self.assertIn(language, ("c", "sh", "cmake", "python"), path)
-                if language == "c":
+                if language == "c" or language == "python" and not path.endswith("README.md"):
                     lines = textwrap.dedent(block).rstrip("\n").split("\n")
                     places = [source[i:i + len(lines)] for source in sources for i, line in enumerate(source)
                               if line.endswith(lines[0])]
@@ -117,11 +117,15 @@ class DocumentsTest(unittest.TestCase):
     @unittest.skipUnless(shutil.which("doxygen"), "needs doxygen")
     def test_site(self):
         with tempfile.TemporaryDirectory() as directory:
-            status, output = run(sys.executable, os.path.join(SOURCE, "site", "build.py"), directory)
+            package = os.path.join(BUILD, "python")
+            environment = {**os.environ, "PYTHONPATH": package, "QELJ_LIBRARY": os.path.join(BUILD, "libqelj.so.7")}
+            status, output = run(sys.executable, os.path.join(SOURCE, "site", "build.py"), directory, env=environment)
             self.assertEqual((status, output), (0, ""))
             root = os.path.join(directory, "html")
             pages = {os.path.basename(path): Page(path) for path in glob.glob(f"{root}/*.html")}
             self.assertGreater(len(pages), 90)
+            if os.path.isdir(os.path.join(package, "qelj")):
+                self.assertGreater(len(pages["tutorial.html"].loads), 5)
             for name, page in pages.items():
                 for link in page.links:
                     target, _, anchor = link.partition("#")

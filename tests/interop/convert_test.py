@@ -177,6 +177,13 @@ class ConvertTest(InteropTest):
         self.assertEqual([("PNM", 600, 400), ("JPEG", 600, 400)],
                          [(one["format"], one["width"], one["height"]) for one in told])
         self.assertEqual(len(told[1]["scans"]), text.count("coefficients"))
+        plain = json.loads(run(QELCONV, "--json", convert(self.coffee, self.path("info.jpg"))))[0]["Huffman tables"]
+        self.assertEqual([("DC", 0), ("AC", 0), ("DC", 1), ("AC", 1)], [(t["class"], t["number"]) for t in plain])
+        self.assertEqual(("0,1,5,1,1,1,1,1,1,0,0,0,0,0,0,0", "00,01,02,03,04,05,06,07,08,09,0a,0b"),
+                         (plain[0]["codes of 1 to 16 bits"], plain[0]["symbols"]))
+        self.assertEqual(162, len(plain[3]["symbols"].split(",")))
+        self.assertEqual(len(told[1]["Huffman tables"]), text.count("symbols"))
+        self.assertEqual({"DC", "AC"}, {t["class"] for t in told[1]["Huffman tables"]})
         for name, key, value in ((".jxr", "tiles down", 4), (".tif", "packing", "PackBits"), (".dds", "blocks", "bc1"),
                                  (".jp2", "layers", 1), (".ktx2", "levels", 1), (".png", "interlaced", False),
                                  (".ppm", "largest value", 255)):

@@ -5,6 +5,7 @@ import subprocess
 import unittest
 
 import numpy as np
+from PIL import Image, ImageCms, ImageOps
 
 from support import QELCONV, InteropTest, bounded, contents, convert, fails, psnr, read_pnm, run, write_pnm
 
@@ -18,7 +19,10 @@ class JpegTest(InteropTest):
         return read_pnm(target)
 
     def cjpeg(self, source, *options):
-        target = self.path("theirs.jpg")
+        return self.cjpeg_as("theirs.jpg", source, *options)
+
+    def cjpeg_as(self, name, source, *options):
+        target = self.path(name)
         run("cjpeg", "-dct", "int", "-outfile", target, *options, source)
         return target
 
@@ -44,7 +48,7 @@ class JpegTest(InteropTest):
                     self.assert_close(self.djpeg(path), self.ours(path), 1)
 
     def test_triangle_filter_is_theirs(self):
-        for sample in ("2x1", "2x2"):
+        for sample in ("2x1", "2x2", "1x2"):
             path = self.cjpeg(self.coffee, "-quality", 90, "-sample", sample)
             self.assert_close(self.djpeg(path), self.ours(path), 3, 0.99, 5)
 
@@ -58,15 +62,69 @@ class JpegTest(InteropTest):
                             ["-sample", "1x2"], ["-restart", "1"], ["-restart", "3B"], ["-optimize"], ["-progressive"],
                             ["-progressive", "-restart", "1"], ["-progressive", "-sample", "1x1"],
                             ["-scans", alone, "-restart", "5B"], ["-scans", alone, "-sample", "1x2"],
-                            ["-scans", pair, "-restart", "1"], ["-scans", pair, "-sample", "2x1,1x2,1x1"]):
+                            ["-scans", pair, "-restart", "1"], ["-scans", pair, "-sample", "2x1,1x2,1x1"],
+                            ["-sample", "4x1"], ["-sample", "4x2"], ["-sample", "1x3"], ["-sample", "1x1,2x2,1x2"],
+                            ["-sample", "1x1,1x1,4x1", "-progressive"], ["-scans", alone, "-sample", "4x4,2x1,1x4"]):
                 with self.subTest(width=width, height=height, options=options):
                     path = self.cjpeg(source, *options)
                     self.assert_close(self.djpeg(path, "-nosmooth"), self.ours(path, "--filter", "box"), 3, 0.99, 5)
 
+    def joined(self, name, planes, factors, width, height, header=b""):
+        """A file whose components are pictures of their own, of these sampling factors; returns it and those as the
+        peer decodes them. The scans of a file's components apart are those of grey files."""
+        across, down = (max(column) for column in zip(*factors))
+        scans, decoded = b"", []
+        for i, (plane, (h, v)) in enumerate(zip(planes, factors)):
+            size = -(-height * v // down), -(-width * h // across)
+            grey = self.cjpeg(write_pnm(self.path("plane.pgm"), plane[:size[0], :size[1], None]), "-quality", 95)
+            decoded.append(self.djpeg(grey)[:, :, 0])
+            data = contents(grey)
+            tables = b"".join(data[at:at + 2 + int.from_bytes(data[at + 2:at + 4], "big")]
+                              for at in (data.index(m) for m in (b"\xff\xdb", b"\xff\xc4\0\x1f", b"\xff\xc4\0\xb5")))
+            scan = data.index(b"\xff\xda")
+            scans += b"\xff\xda\0\x08\1" + bytes([i + 1, 0, 0, 63, 0]) + data[scan + 10:-2]
+        frame = struct.pack(">BHHB", 8, height, width, len(planes))
+        frame += b"".join(bytes([i + 1, 16 * h + v, 0]) for i, (h, v) in enumerate(factors))
+        return self.file(name, b"\xff\xd8" + header + tables + b"\xff\xc0" + struct.pack(">H", 2 + len(frame)) +
+                         frame + scans + b"\xff\xd9"), decoded
+
+    @staticmethod
+    def spread(plane, axis, length, to, of, smooth):
+        """A plane at the picture's length, `to` samples over `of`."""
+        at = (2 * np.arange(length) + 1) * of // (2 * to)
+        near = np.take(plane, at, axis)
+        if not smooth or to != 2 * of:
+            return near
+        at = np.clip(at + np.where(np.arange(length) % 2, 1, -1), 0, plane.shape[axis] - 1)
+        return near * 0.75 + np.take(plane, at, axis) * 0.25
+
+    # Mixtures that the peer doesn't write or read: ratios that are no whole numbers, and the triangle filter in each
+    # direction whose ratio is two, whatever the other one's is.
+    def test_any_ratio(self):
+        for width, height in SIZES[1:]:
+            luma, cb, cr = np.moveaxis(read_pnm(self.coffee)[50:50 + height, 100:100 + width], 2, 0)
+            for factors in (((3, 1), (2, 1), (1, 1)), ((2, 3), (1, 2), (2, 1)), ((1, 2), (2, 3), (3, 4)),
+                            ((4, 2), (1, 1), (2, 1)), ((2, 4), (1, 1), (1, 3)), ((3, 2), (1, 1), (3, 1))):
+                path, planes = self.joined("joined.jpg", (luma, cb, cr), factors, width, height)
+                across, down = (max(column) for column in zip(*factors))
+                for smooth in (False, True):
+                    with self.subTest(width=width, height=height, factors=factors, smooth=smooth):
+                        y, cb2, cr2 = (self.spread(self.spread(plane, 0, height, down, v, smooth), 1, width, across, h,
+                                                   smooth) for plane, (h, v) in zip(planes, factors))
+                        expected = np.stack([y + 1.402 * (cr2 - 128), y - 0.344136 * (cb2 - 128) - 0.714136 * (cr2 - 128),
+                                             y + 1.772 * (cb2 - 128)], 2).clip(0, 255)
+                        mine = self.ours(path, "--filter", "triangle" if smooth else "box")
+                        self.assert_close(expected, mine, 3, 0.99, 5)
+        path, _ = self.joined("joined.jpg", (luma, cb, cr), ((4, 2), (2, 1), (1, 1)), width, height)
+        header, data = b"\xff\xda\0\x0c\3\1\0\2\0\3\0\0\x3f\0", contents(path)
+        many = self.file("many.jpg", data[:data.index(b"\xff\xda")] + header + data[data.index(b"\xff\xda"):])
+        self.assertIn("more than ten blocks", fails(QELCONV, many, self.path("never.ppm")))
+
     def test_ours_is_read_by_them(self):
         for width, height in SIZES:
             source = self.cut("source.ppm", width, height)
-            for options in (["--sampling", "444"], ["--sampling", "422"], ["--sampling", "420"], ["--restart", "1"],
+            for options in (["--sampling", "444"], ["--sampling", "422"], ["--sampling", "420"], ["--sampling", "440"],
+                            ["--sampling", "411"], ["--sampling", "410", "--progressive"], ["--restart", "1"],
                             ["--optimize"], ["--progressive"], ["--progressive", "--restart", "1"], ["--plain-colour"]):
                 with self.subTest(width=width, height=height, options=options):
                     path = convert(source, self.path("mine.jpg"), "--quality", "92", *options)
@@ -183,12 +241,12 @@ class JpegTest(InteropTest):
             last = quality
 
     def test_reduced_sizes(self):
-        for sampling in ("1x1", "2x2"):
+        for sampling in ("1x1", "2x2", "1x2", "4x1", "4x2", "1x1,1x1,2x4"):
             path = self.cjpeg(self.raccoon, "-quality", "90", "-sample", sampling)
             for scale in ("1/2", "1/4", "1/8"):
                 with self.subTest(sampling=sampling, scale=scale):
-                    theirs = self.djpeg(path, "-scale", scale)
-                    self.assertGreater(psnr(theirs, self.ours(path, "--scale", scale)), 45)
+                    theirs = self.djpeg(path, "-scale", scale, "-nosmooth")
+                    self.assertGreater(psnr(theirs, self.ours(path, "--scale", scale, "--filter", "box")), 45)
 
     # A DICOM toolkit has the one lossless coder at hand: its files are a header of text, and frames to cut out.
     def dicom(self, name, array, bits, syntax, pixels):
@@ -243,15 +301,124 @@ class JpegTest(InteropTest):
         source = self.path("ink.pam")
         with open(source, "wb") as out:
             out.write(b"P7\nWIDTH 96\nHEIGHT 80\nDEPTH 4\nMAXVAL 255\nTUPLTYPE CMYK\nENDHDR\n" + ink.tobytes())
-        for options in ([], ["--plain-colour"], ["--sampling", "444"], ["--sampling", "422"]):
+        for options in ([], ["--plain-colour"], ["--sampling", "444"], ["--sampling", "422"], ["--sampling", "411"]):
             with self.subTest(options=options):
                 path = convert(source, self.path("ink.jpg"), "--quality", "98", *options)
                 back = read_pnm(convert(path, self.path("ink2.pam"), "--filter", "box"))
-                self.assertGreater(psnr(ink, back), 53)
+                self.assertGreater(psnr(ink, back), 52)
                 # The transcoder of the peer reads the file; its coefficients are ours.
                 run("jpegtran", "-progressive", "-outfile", self.path("ink3.jpg"), path)
                 again = read_pnm(convert(self.path("ink3.jpg"), self.path("ink3.pam"), "--filter", "box"))
                 self.assertTrue(np.array_equal(back, again))
+
+    # CMYK and YCCK as programs write them: inverted ink, with Adobe's segment or without, which is CMYK then.
+    def test_ink_of_others(self):
+        random = np.random.default_rng(7)
+        planes = [random.integers(0, 256, (6, 7)).astype("u1").repeat(12, 0).repeat(12, 1) for _ in range(4)]
+        adobe = b"\xff\xee\0\x0eAdobe\0\x64\0\0\0\0"
+        for header in (b"", adobe + b"\0", adobe + b"\2"):
+            for factors in (((1, 1),) * 4, ((2, 2), (1, 1), (1, 1), (2, 2))):
+                with self.subTest(header=header, factors=factors):
+                    path, _ = self.joined("ink.jpg", planes, factors, 80, 67, header)
+                    mine = read_pnm(convert(path, self.path("ink.ppm"), "--filter", "box"))
+                    self.assert_close(self.djpeg(path, "-nosmooth"), mine, 3, 0.99, 5)
+
+    # Samples of 12 bits, in the two processes that have them, both ways with a DICOM toolkit.
+    def test_twelve_bits(self):
+        random = np.random.default_rng(9)
+        ramp = np.add.outer(np.arange(61) * 31, np.arange(83) * 29)[:, :, None] % 4096
+        array = np.clip(ramp + random.integers(-40, 40, (61, 83, 1)), 0, 4095)
+        array[:16, :16] = random.integers(0, 2, (16, 16, 1)) * 4095
+        raw = self.path("twelve.raw")
+        array.astype("<u2").tofile(raw)
+        plain = self.dicom("plain.dcm", array, 12, "1.2.840.10008.1.2.1", [f"(7fe0,0010) OW ={raw}"])
+        source = write_pnm(self.path("twelve.pgm"), array, 4095)
+        for theirs, mine, syntax in (("+ee", [], 51), ("+es", None, 53), ("+ep", ["--progressive"], 55)):
+            with self.subTest(theirs=theirs):
+                run("dcmcjpeg", theirs, "+q", 90, plain, self.path("theirs.dcm"))
+                data = contents(self.path("theirs.dcm"))
+                run("dcmdjpeg", self.path("theirs.dcm"), self.path("back.dcm"))
+                back = np.frombuffer(contents(self.path("back.dcm"))[-array.size * 2:], "<u2").reshape(array.shape)
+                coded = self.file("theirs.jpg", data[data.index(b"\xff\xd8\xff"):])
+                self.assert_close(back.astype(int), self.ours(coded), 1, 0.99)
+                if mine is None:
+                    continue
+                coded = convert(source, self.path("mine.jpg"), "--bits", 12, "--quality", 90, *mine)
+                pixels = ["(7fe0,0010) OB (PixelSequence #=2)", "(fffe,e000) pi (no value available)",
+                          f"(fffe,e000) pi ={coded}", "(fffe,e0dd) na (SequenceDelimitationItem)"]
+                if os.path.getsize(coded) % 2:
+                    with open(coded, "ab") as out:
+                        out.write(b"\0")
+                run("dcmdjpeg", self.dicom("mine.dcm", array, 12, f"1.2.840.10008.1.2.4.{syntax}", pixels),
+                    self.path("back.dcm"))
+                back = np.frombuffer(contents(self.path("back.dcm"))[-array.size * 2:], "<u2").reshape(array.shape)
+                self.assert_close(back.astype(int), self.ours(coded), 1, 0.99)
+        self.assertIn("reduced size", fails(QELCONV, coded, self.path("never.pgm"), "--scale", "1/2"))
+        whole = self.file("whole.txt", b"0: 0-0, 0, 0; 0: 1-63, 0, 0;")
+        self.assertIn("DC difference has 12 bits", fails(
+            QELCONV, source, coded, "--bits", 12, "--quality", 100, "--scans", whole))
+        convert(source, coded, "--bits", 12, "--quality", 100, "--progressive")
+        self.assertGreater(psnr(array, self.ours(coded), 4095), 70)
+        # Colour and ink have no peer: what comes back is near.
+        smooth = read_pnm(self.raccoon)[:64, :72]
+        for options in (["--sampling", "444"], [], ["--sampling", "411"], ["--plain-colour", "--progressive"]):
+            deep = write_pnm(self.path("deep.ppm"), smooth * 16 + 8, 4095)
+            coded = convert(deep, self.path("deep.jpg"), "--bits", 12, "--quality", 98, *options)
+            plain = convert(write_pnm(self.path("plain.ppm"), smooth), self.path("plain.jpg"), "--quality", 98, *options)
+            near = psnr(smooth * 16 + 8, self.ours(coded), 4095)
+            self.assertGreater(near, psnr(smooth, self.ours(plain)) - 0.1, options)
+        ink = self.file("ink.pam", b"P7\nWIDTH 72\nHEIGHT 64\nDEPTH 4\nMAXVAL 4095\nTUPLTYPE CMYK\nENDHDR\n" +
+                        np.dstack([smooth * 16, smooth[:, :, :1] * 8]).astype(">u2").tobytes())
+        back = read_pnm(convert(convert(ink, self.path("ink.jpg"), "--bits", 12, "--quality", 98, "--sampling", "444"),
+                                self.path("ink2.pam")))
+        self.assertGreater(psnr(read_pnm(ink), back, 4095), 44)
+
+    # Profiles of several segments and EXIF data go from JPEG to the formats that have a place for them, and back.
+    def test_metadata(self):
+        profile, large = ImageCms.ImageCmsProfile(ImageCms.createProfile("sRGB")).tobytes(), os.urandom(200000)
+        exif = Image.Exif()
+        exif[0x112], exif[0x10F] = 6, "maker"
+        small = Image.fromarray(read_pnm(self.coffee)[:33, :47].astype("u1"))
+        for icc in (profile, large):
+            small.save(self.path("all.jpg"), icc_profile=icc, exif=exif)
+            path = self.path("all.jpg")
+            for names in (("b.jpg",), ("b.jpg", "c.jpg", "--lossless"), ("b.png", "c.jpg"), ("b.tif", "c.jpg")):
+                with self.subTest(names=names, bytes=len(icc)):
+                    told = ""
+                    for name in (n for n in names if n[0] != "-"):
+                        told += run(QELCONV, path, self.path(name), *(n for n in names if n[0] == "-")).decode()
+                        path = self.path(name)
+                    with Image.open(path) as picture:
+                        kept = picture.info.get("icc_profile")
+                        self.assertEqual(6, picture.getexif()[0x112])
+                        self.assertEqual(None if "b.tif" in names else "maker", picture.getexif().get(0x10F))
+                    lost = icc is large and "b.png" in names
+                    self.assertEqual(None if lost else icc, kept)
+                    self.assertEqual(lost, "the colour profile is not valid" in told)
+                    self.assertEqual("b.tif" in names, "but for the orientation" in told, told)
+                path = self.path("all.jpg")
+            told = run(QELCONV, path, self.path("d.ppm")).decode()
+            self.assertIn("the colour profile is dropped", told)
+            self.assertIn("the EXIF data are dropped", told)
+        data = contents(path)
+        broken = self.file("broken.jpg", data.replace(b"ICC_PROFILE\0\2", b"ICC_PROFILE\0\7", 1))
+        self.assertIn("parts of the colour profile are missing", run(QELCONV, broken, self.path("d.jpg")).decode())
+        for orientation in range(1, 9):
+            exif[0x112] = orientation
+            for order in ("<", ">"):
+                exif.endian = order
+                small.save(path, quality=95, exif=exif)
+                with Image.open(path) as picture:
+                    expected = np.asarray(ImageOps.exif_transpose(picture)).astype(int)
+                for name in ("o.png", "o.tif", "o.jpg"):
+                    with self.subTest(orientation=orientation, order=order, name=name):
+                        turned = convert(path, self.path(name), "--orient")
+                        with Image.open(turned) as picture:
+                            self.assertEqual(1, picture.getexif().get(0x112, 1))
+                        if name != "o.jpg":
+                            self.assert_close(expected, self.ours(turned), 3, 0.98, 6)
+                            later = convert(convert(path, self.path("p" + name)), self.path("q" + name), "--orient")
+                            self.assertTrue(np.array_equal(self.ours(turned), self.ours(later)))
 
     # Strips of many widths go from thread to thread, with filters that look into their neighbours.
     def test_threads_make_no_difference(self):
@@ -267,6 +434,34 @@ class JpegTest(InteropTest):
                     run(QELCONV, coded, back, *options, env=environment)
                     files.append(contents(coded) + contents(back))
                 self.assertEqual(files[0], files[1], (source, options))
+
+    # Files that are converted by rows: the same bytes as of a whole picture, which --repeat asks for, and little memory.
+    def test_by_rows_makes_no_difference(self):
+        wide = write_pnm(self.path("wide.ppm"), np.tile(read_pnm(self.coffee)[:177], (1, 9, 1)))
+        grey = self.cut("grey.pgm", 600, 399, 1)
+        files = [wide, grey, convert(wide, self.path("wide.png")), self.cut("one.ppm", 1, 1),
+                 *(self.cjpeg_as(f"{i}.jpg", wide, *options) for i, options in enumerate(
+                     [[], ["-sample", "1x1"], ["-sample", "1x2"], ["-sample", "4x1", "-restart", "1"], ["-progressive"],
+                      ["-sample", "1x1,2x2,1x1", "-grayscale"], ["-sample", "1x4,1x1,1x1"]]))]
+        cut = self.file("cut.jpg", contents(files[4])[:30000])
+        for source in (*files, cut):
+            for target, *options in (["a.pnm"], ["a.png", "--scale", "1/2"], ["a.jpg"], ["a.jpg", "--progressive"],
+                                     ["a.jpg", "--scale", "1/8", "--filter", "box"], ["a.jpg", "--optimize"]):
+                with self.subTest(source=source, target=target, options=options):
+                    options += ["--partial"]
+                    whole = contents(convert(source, self.path(target), *options, "--repeat", 1))
+                    for threads in (1, 4):
+                        self.assertEqual(whole, contents(convert(source, self.path(target), *options, "--threads",
+                                                                 threads)))
+        self.assertIn("cut.jpg: ", fails(QELCONV, cut, self.path("never.ppm")))
+        self.assertFalse([name for name in os.listdir(self.path(".")) if name.startswith("never")])
+        large = self.path("large.ppm")
+        write_pnm(large, np.tile(read_pnm(self.coffee).astype("u1"), (8, 20, 1)))
+        for source, target in ((large, "large.jpg"), (self.path("large.jpg"), "large.ppm"),
+                               (self.path("large.jpg"), "large2.jpg"), (self.path("large.jpg"), "large.png"),
+                               (self.path("large.png"), "large3.jpg")):
+            status, printed = bounded(QELCONV, source, self.path(target), "--threads", 2, megabytes=40, seconds=30)
+            self.assertEqual((0, ""), (status, printed))
 
     # A cut in a scan: an error, or under --partial the picture so far and grey where nothing is known.
     def test_files_cut_in_a_scan(self):
@@ -296,24 +491,26 @@ class JpegTest(InteropTest):
     def test_claims_beyond_the_data(self):
         small = self.cut("small.pgm", 8, 8, 1)
         files = [contents(self.cjpeg(small, *options)) for options in ([], ["-progressive"], ["-optimize"])]
-        files.append(contents(convert(small, self.path("l.jpg"), "--lossless")))
+        files += [contents(convert(small, self.path("l.jpg"), *options)) for options in (
+            ["--lossless"], ["--bits", 12], ["--bits", 12, "--progressive"])]
+        files.append(contents(self.joined("j.jpg", [read_pnm(small)[:, :, 0]] * 3, ((4, 4), (1, 1), (3, 1)), 8, 8)[0]))
         for data in files:
-            frame = next(i for i in range(len(data)) if data[i] == 0xFF and data[i + 1] in (0xC0, 0xC2, 0xC3))
-            for height, width in ((32767, 32768), (65535, 65535), (4000, 4000)):
+            frame = next(i for i in range(len(data)) if data[i] == 0xFF and data[i + 1] in (0xC0, 0xC1, 0xC2, 0xC3))
+            for height, width in ((32767, 32768), (65535, 65535), (2800, 2800)):
                 claim = struct.pack(">HH", height, width)
                 bomb = self.file("bomb.jpg", data[:frame + 5] + claim + data[frame + 9:])
                 for options in ([], ["--scale", "1/8"], ["--partial"]):
                     with self.subTest(marker=data[frame + 1], width=width, options=options):
-                        status, printed = bounded(QELCONV, bomb, self.path("bomb.pgm"), *options)
-                        few = "--partial" in options and width == 4000  # little enough to be painted grey
+                        status, printed = bounded(QELCONV, bomb, self.path("bomb.pnm"), *options)
+                        few = "--partial" in options and width == 2800  # little enough to be painted grey
                         self.assertEqual(status, 0 if few else 1, printed)
         flat = write_pnm(self.path("flat.pgm"), np.full((2900, 3100, 1), 77))
         for options in (["-optimize"], ["-progressive"]):
             path = self.cjpeg(flat, "-grayscale", *options)
             self.assertLess(os.path.getsize(path), 60000)
-            status, printed = bounded(QELCONV, path, self.path("bomb.pgm"))
+            status, printed = bounded(QELCONV, path, self.path("bomb.pnm"))
             self.assertEqual(status, 0, printed)
-            self.assertEqual(np.ptp(read_pnm(self.path("bomb.pgm"))), 0)
+            self.assertEqual(np.ptp(read_pnm(self.path("bomb.pnm"))), 0)
 
     def test_unsupported_files_are_named(self):
         run("cjpeg", "-arithmetic", "-outfile", self.path("a.jpg"), self.coffee)

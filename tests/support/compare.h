@@ -271,9 +271,11 @@ class Case {
   template <class Function, class... Argument>
   QelStatus run(Function* function, Argument... argument) {
     if (aroundCall) {
+      core().uncounted = aroundCall;
       aroundCall();
       const QelStatus s = function(argument...);
       aroundCall();
+      core().uncounted = nullptr;
       return s;
     }
     const InFloatEnvironment set(environment);

@@ -10,6 +10,20 @@ namespace qelj::test {
 
 void* Image::find(const char* name) const { return findSymbol(handle_, name); }
 
+#if defined(__EMSCRIPTEN__)
+void* findSymbol(void*, const char* name) {
+  static const std::map<std::string, void*> linked = {
+#  define QELJ_EXPORT(name) {#name, reinterpret_cast<void*>(&::name)},
+#  define QELJ_EXPORT_AS(name, implementation) {#name, reinterpret_cast<void*>(&::name)},
+#  include "frame/exports.def"
+#  undef QELJ_EXPORT
+#  undef QELJ_EXPORT_AS
+  };
+  const auto found = linked.find(name);
+  return found == linked.end() ? nullptr : found->second;
+}
+#endif
+
 namespace {
 
 // Eight bytes at a time, little-endian: a multiplication spreads them upwards, a shift back down.

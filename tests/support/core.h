@@ -15,8 +15,8 @@ struct Core {
   int threadQuestions = 0;
   // Blocks that the library holds, and has asked for; one that it is refused, by its number from 1 on.
   int allocated = 0, asked = 0, refused = 0;
-  // Called in front of and behind what the C library does for it: how that finds memory is no fixed number of
-  // instructions.
+  // Called in front of and behind what the C library does for it, while a call is counted: how memory is found is no
+  // fixed number of instructions.
   void (*uncounted)() = nullptr;
 };
 

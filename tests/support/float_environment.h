@@ -15,9 +15,13 @@ struct FloatEnvironment {
   int rounding;
   bool flushing;  // denormal numbers count as zero and become zero, on processors that can
 };
-// The first one is what a program starts with.
+// The first one is what a program starts with, and the only one that WebAssembly has.
 inline constexpr FloatEnvironment kFloatEnvironments[] = {
-    {FE_TONEAREST, false}, {FE_UPWARD, false}, {FE_DOWNWARD, false}, {FE_TOWARDZERO, false}, {FE_TONEAREST, true}};
+    {FE_TONEAREST, false},
+#if defined(FE_UPWARD)
+    {FE_UPWARD, false},    {FE_DOWNWARD, false}, {FE_TOWARDZERO, false}, {FE_TONEAREST, true}
+#endif
+};
 
 inline void setFlushing([[maybe_unused]] bool on) {
 #if defined(__SSE2__)
@@ -50,7 +54,11 @@ class InFloatEnvironment {
 
   bool kept() const { return std::fegetround() == rounding_; }
   // Whether a flag says more than that a result was rounded.
+#if defined(FE_INEXACT)
   bool raised() const { return std::fetestexcept(FE_ALL_EXCEPT & ~FE_INEXACT) != 0; }
+#else
+  bool raised() const { return false; }
+#endif
 
  private:
   int rounding_;

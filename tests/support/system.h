@@ -11,7 +11,7 @@
 
 #if defined(_WIN32)
 #  include <windows.h>
-#else
+#elif !defined(__EMSCRIPTEN__)
 #  include <dlfcn.h>
 #  include <signal.h>
 #  include <sys/mman.h>
@@ -50,6 +50,23 @@ inline void onFault() {
     std::_Exit(1);
   });
 }
+
+#elif defined(__EMSCRIPTEN__)
+
+// The one image is a part of the program (comparison.cpp).
+inline void* openLibrary(const char* path) { return const_cast<char*>(path); }
+inline std::string openFailure() { return {}; }
+void* findSymbol(void* library, const char* name);
+
+// No page can be made inaccessible. What lies beside a buffer is watched all the same.
+inline size_t pageSize() { return 4096; }
+inline uint8_t* guardedMemory(size_t bytes) {
+  auto* const memory = static_cast<uint8_t*>(std::aligned_alloc(pageSize(), bytes + 2 * pageSize()));
+  if (!memory) throw std::runtime_error("aligned_alloc");
+  return memory + pageSize();
+}
+template <void (*report)(void*)>
+inline void onFault() {}
 
 #else
 

@@ -91,7 +91,7 @@ struct PixelSource : RowPlanes<const uint8_t, 1, kChannels> {
   }
   // The same for forms that start from differences.
   QELJ_INLINE Halves<Differences<Lanes>> differences(ptrdiff_t x) const
-    requires(kChannels == 3 && simd::kShuffles)
+    requires(kChannels == 3 && simd::kBytePairs)
   {
     const auto pairs = simd::loadBytePairs3<Bytes>(plane[0] + 3 * x);
     const auto of = [](Bytes c01, Bytes c21) QELJ_INLINE_LAMBDA {

@@ -19,28 +19,21 @@ inline constexpr int32_t kPlanesBeforeBypass = 4;
 inline constexpr int kContexts = 19;
 inline constexpr uint8_t kUniform = 0, kRunLength = 1, kSignificance = 2, kSign = 11, kRefinement = 16;
 
-// What is known of one sample and its neighbours: 16 bits.
+// Nine samples as an index: the column in the east of a sample in bits 0 to 2, from north to south, the sample's own in
+// 3 to 5, that in the west in 6 to 8. The sample itself, bit 4, is no neighbour.
 enum : uint32_t {
-  kSouthEast = 1 << 0,  // diagonal neighbours that are significant
-  kSouthWest = 1 << 1,
-  kNorthEast = 1 << 2,
-  kNorthWest = 1 << 3,
-  kSouth = 1 << 4,  // the others
-  kNorth = 1 << 5,
-  kEast = 1 << 6,
+  kNorthEast = 1 << 0,
+  kEast = 1 << 1,
+  kSouthEast = 1 << 2,
+  kNorth = 1 << 3,
+  kSouth = 1 << 5,
+  kNorthWest = 1 << 6,
   kWest = 1 << 7,
-  kRefined = 1 << 8,
-  kSouthNegative = 1 << 9,
-  kNorthNegative = 1 << 10,
-  kEastNegative = 1 << 11,
-  kWestNegative = 1 << 12,
-  kNeighbour = 1 << 13,  // one neighbour at least is significant
-  kVisited = 1 << 14,    // coded in the significance pass of this plane
-  kSignificant = 1 << 15,
+  kSouthWest = 1 << 8,
 };
 
-// Context of a sample's significance, by the eight neighbour bits (Table D.1).
-using SignificanceTable = std::array<uint8_t, 256>;
+// Context of a sample's significance, by its significant neighbours (Table D.1).
+using SignificanceTable = std::array<uint8_t, 512>;
 namespace detail {
 enum class Band { lowLow, highLow, highHigh };
 // The labels of Table D.1, by the significant neighbours along the band's own direction, those across it, and diagonal
@@ -68,29 +61,23 @@ inline constexpr SignificanceTable kSignificanceTables[3] = {detail::significanc
                                                              detail::significanceTable(detail::Band::highHigh)};
 constexpr int bandTable(int32_t subband) { return subband == qelSubbandHL ? 1 : subband == qelSubbandHH ? 2 : 0; }
 
-// Context of a sample's sign, and in bit 7 what the sign is XORed with (Tables D.2 and D.3), by flag bits 4 to 12.
+// Context of a sample's sign, and in bit 7 what the sign is XORed with (Tables D.2 and D.3). Index: two bits each for
+// the neighbours east, north, south and west, the first of which says that one is significant, the second that it is
+// negative.
 inline constexpr auto kSignTable = [] {
-  std::array<uint8_t, 512> table{};
+  std::array<uint8_t, 256> table{};
   for (uint32_t i = 0; i < table.size(); ++i) {
-    const uint32_t n = i << 4;
-    const auto one = [n](uint32_t significant, uint32_t negative) {
-      return n & significant ? (n & negative ? -1 : 1) : 0;
+    const auto one = [i](int neighbour) {
+      const uint32_t n = i >> 2 * neighbour;
+      return n & 1 ? (n & 2 ? -1 : 1) : 0;
     };
-    const int h = std::clamp(one(kWest, kWestNegative) + one(kEast, kEastNegative), -1, 1);
-    const int v = std::clamp(one(kNorth, kNorthNegative) + one(kSouth, kSouthNegative), -1, 1);
+    const int h = std::clamp(one(0) + one(3), -1, 1), v = std::clamp(one(1) + one(2), -1, 1);
     const bool flip = h < 0 || (h == 0 && v < 0);
     const int label = h == 0 ? (v != 0) : 3 + (flip ? -v : v);
     table[i] = uint8_t((kSign + label) | (flip ? 0x80 : 0));
   }
-  // No stream can tell: an insignificant sample has not been refined.
-  table[511] = 0;
   return table;
 }();
-
-// Context of a refinement (Table D.4), by "refined before" and "has a significant neighbour".
-constexpr int refinementContext(uint32_t flags) {
-  return kRefinement + (0xA4 >> ((flags >> 6 & 4) | (flags >> 12 & 2)) & 3);  // 0, 1, 2, 2
-}
 
 }  // namespace qelj::jpeg2000
 

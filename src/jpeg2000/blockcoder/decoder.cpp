@@ -43,17 +43,18 @@ struct Decoder {
 constexpr int32_t kFlagAlignment = 32, kFixedBytes = 388;
 static_assert(sizeof(Decoder) + kFlagAlignment - 1 <= kFixedBytes);
 
-uint64_t* flagMemory(void* state) {
+FlagGroup* flagMemory(void* state) {
   const auto end = reinterpret_cast<uintptr_t>(state) + sizeof(Decoder);
-  return reinterpret_cast<uint64_t*>((end + kFlagAlignment - 1) / kFlagAlignment * kFlagAlignment);
+  return reinterpret_cast<FlagGroup*>((end + kFlagAlignment - 1) / kFlagAlignment * kFlagAlignment);
 }
 
 QelStatus isDecoder(const void* state) {
   return require(load<uint32_t>(state) == kDecoderMagic, qelStatusContextMismatch);
 }
 
-// Two border rows of words more than the rows of two samples, which leaves room for the flags as they are
-// kept here: no borders above and below, but words of twice the size. Exact for every size: 2^63 and a little at most.
+// Room for a word of 16 bits a sample, in rows of two, and two border rows: more than the flags as they are kept here
+// take, which is a group of 32 bytes for four rows of eight columns, one beside each such row, and one more. Exact for
+// every size: 2^63 and a little at most.
 uint64_t stateBytes(QelSize size) {
   const uint64_t rowBytes = (uint64_t(size.width) * 4 + 8 + 31) / 32 * 32;
   return rowBytes * (((uint64_t(size.height) + 1) >> 1) + 2) + kFixedBytes;
@@ -63,26 +64,30 @@ uint64_t stateBytes(QelSize size) {
 template <class Bits>
 struct BlockReader {
   Bits bits;
-  MqContexts& contexts;
+  MqContexts contexts;
   uint8_t* dst;
   ptrdiff_t step;
   int32_t plane;
-  uint8_t* samples = nullptr;  // of the column
+  uint8_t* samples = nullptr;  // of the group
 
-  QELJ_INLINE void column(int32_t stripe, int32_t x) { samples = dst + stripe * kStripe * step + ptrdiff_t(x) * 4; }
+  QELJ_INLINE void group(int32_t stripe, int32_t g) { samples = dst + stripe * kStripe * step + ptrdiff_t(g) * 32; }
+  QELJ_INLINE uint8_t* sample(int p) const {
+    const int i = place::kIndex[size_t(p)];
+    return samples + ((i & 3) * step + (i & ~3));  // a column is four bytes wide
+  }
   QELJ_INLINE uint32_t decode(uint32_t context) { return bits.decode(contexts.state[context]); }
   QELJ_INLINE uint32_t significance(uint32_t context, int) { return decode(context); }
-  QELJ_INLINE uint32_t sign(uint32_t entry, int i) {
+  QELJ_INLINE uint32_t sign(uint32_t entry, int p) {
     const uint32_t negative = decode(entry & 31) ^ (Bits::kRaw ? 0 : entry >> 7);
-    store(samples + i * step, negative << 31 | (uint32_t(3) << plane >> 1));
+    store(sample(p), negative << 31 | (uint32_t(3) << plane >> 1));
     return negative;
   }
-  QELJ_INLINE void refine(uint32_t context, int i) {
+  QELJ_INLINE void refine(uint32_t context, int p) {
     const uint32_t known = uint32_t(-2) << plane, midPoint = uint32_t(1) << plane >> 1;
-    uint8_t* at = samples + i * step;
+    uint8_t* at = sample(p);
     store(at, (load<uint32_t>(at) & known) | decode(context) << plane | midPoint);
   }
-  QELJ_INLINE int run() {
+  QELJ_INLINE int run(int) {
     if (!bits.decodeLikely(contexts.state[kRunLength])) return 4;
     const int high = int(decode(kUniform));
     return high << 1 | int(decode(kUniform));
@@ -127,6 +132,7 @@ struct Passes {
   template <class Bits>
   bool end(Bits& bits, const BlockReader<Bits>& block) const {
     bits = block.bits;
+    d.contexts = block.contexts;
     if (!Bits::kRaw && d.has(qelCodeStyleReset)) d.contexts.reset();
     --d.passes;
     return false;
@@ -224,7 +230,7 @@ void ownAttach(void* state, int32_t* dst, int32_t dstStep, QelSize size, int32_t
   if (!d.has(qelCodeStyleKeepSamples))
     for (int32_t y = 0; y < size.height; ++y) std::memset(row(dst, dstStep, y), 0, size_t(size.width) * 4);
   if (!d.has(qelCodeStyleKeepFlags))
-    std::memset(flagMemory(state), 0, size_t(FlagGrid::count(size.width, size.height)) * 8);
+    std::memset(flagMemory(state), 0, size_t(FlagGrid::bytes(size.width, size.height)));
 }
 
 QelStatus ownDecodeStep(void* state, const uint8_t* src, size_t length) {

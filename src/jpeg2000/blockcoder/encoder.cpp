@@ -53,8 +53,8 @@ struct Pass {
 struct QelEncodeStateJPEG2K {
   uint32_t magic;
   int32_t style, prevByte, reserved;
-  int64_t maxColumns, maxWords;  // what the memory holds
-  uint64_t* flags;
+  int64_t maxColumns, maxWidened;  // what the memory holds
+  qelj::jpeg2000::FlagGroup* flags;
   uint32_t* samples;  // by stripe, by column, four of a column together
   uint8_t* symbols;   // context << 1 | bit
   uint8_t* output;    // behind the byte that precedes the block
@@ -77,7 +77,11 @@ constexpr int64_t kSymbolsPerBlock = 4 * kMagnitudeBits;
 // An MQ symbol costs 15 bits at the most; a segment's end up to five bytes.
 constexpr int64_t kBytesPerSymbol = 2, kBytesPerBlock = 8 * kMaxPasses;
 
-int64_t stripeColumns(QelSize size) { return int64_t(size.width) * ((int64_t(size.height) + 3) / kStripe); }
+int64_t stripeColumns(QelSize size) { return size.width * FlagGrid::stripes(size.height); }
+// With two columns more a stripe: what a block is measured by besides. Flags take the more of these the narrower a
+// block is, up to two groups for three columns.
+int64_t widenedColumns(QelSize size) { return (int64_t(size.width) + 2) * FlagGrid::stripes(size.height); }
+constexpr int64_t kFlagBytesPerColumn = (2 * sizeof(FlagGroup) + 2) / 3;
 
 // Notes the symbols of one pass and sums up its distortion.
 template <bool Raw>
@@ -87,29 +91,35 @@ struct BlockWriter {
   const Distortions& distortions;
   uint8_t* out;
   int64_t distortion = 0;
-  const uint32_t* four = nullptr;  // the samples of the column
+  const uint32_t* own = nullptr;  // the samples of the group
 
   QELJ_INLINE void emit(uint32_t context, uint32_t bit) { *out++ = uint8_t(context << 1 | bit); }
-  QELJ_INLINE void column(int32_t stripe, int32_t x) { four = samples + kStripe * (ptrdiff_t(stripe) * width + x); }
-  // Bit 6 is the plane.
-  QELJ_INLINE uint32_t window(int i) const { return uint32_t(uint64_t(four[i]) << 6 >> plane); }
-  QELJ_INLINE uint32_t bit(int i) const { return four[i] >> plane & 1; }
-
-  QELJ_INLINE uint32_t significance(uint32_t context, int i) {
-    emit(context, bit(i));
-    return bit(i);
+  QELJ_INLINE void group(int32_t stripe, int32_t g) {
+    own = samples + kStripe * (ptrdiff_t(stripe) * width + ptrdiff_t(g) * kGroup);
   }
-  QELJ_INLINE uint32_t sign(uint32_t entry, int i) {
-    const uint32_t negative = four[i] >> 31;
+  QELJ_INLINE uint32_t sample(int p) const { return own[place::kIndex[size_t(p)]]; }
+  // Bit 6 is the plane.
+  QELJ_INLINE uint32_t window(uint32_t v) const { return uint32_t(uint64_t(v) << 6 >> plane); }
+
+  QELJ_INLINE uint32_t significance(uint32_t context, int p) {
+    const uint32_t bit = sample(p) >> plane & 1;
+    emit(context, bit);
+    return bit;
+  }
+  QELJ_INLINE uint32_t sign(uint32_t entry, int p) {
+    const uint32_t v = sample(p), negative = v >> 31;
     emit(entry & 31, negative ^ (Raw ? 0 : entry >> 7));
-    distortion += distortions.significance[window(i) & 63];
+    distortion += distortions.significance[window(v) & 63];
     return negative;
   }
-  QELJ_INLINE void refine(uint32_t context, int i) {
-    emit(context, bit(i));
-    distortion += distortions.refinement[window(i) & 127];
+  QELJ_INLINE void refine(uint32_t context, int p) {
+    const uint32_t v = sample(p);
+    emit(context, v >> plane & 1);
+    distortion += distortions.refinement[window(v) & 127];
   }
-  QELJ_INLINE int run() {
+  QELJ_INLINE int run(int p) {
+    const uint32_t* const four = own + place::kIndex[size_t(p)];
+    const auto bit = [&](int i) { return four[i] >> plane & 1; };
     const uint32_t any = bit(0) | bit(1) << 1 | bit(2) << 2 | bit(3) << 3;
     const int first = std::countr_zero(any | 16);
     emit(kRunLength, any != 0);
@@ -245,11 +255,12 @@ QelStatus checkQuestion(const Encoder* state, int32_t number, const void* result
 QelStatus qeliEncodeInitAlloc_JPEG2K(QelEncodeStateJPEG2K** state, QelSize size) {
   if (auto s = check(nonNull(state), area(size)); s) return s;
   *state = nullptr;
-  const int64_t columns = stripeColumns(size), words = FlagGrid::count(size.width, size.height);
+  const int64_t columns = stripeColumns(size), widened = widenedColumns(size);
   if (columns > INT32_MAX / kSymbolsPerColumn) return qelStatusNoMemory;  // from here on, no product wraps
   const int64_t symbols = columns * kSymbolsPerColumn + kSymbolsPerBlock;
   // Widest alignment first.
-  const int64_t flagBytes = words * 8, sampleBytes = columns * kStripe * 4;
+  const int64_t flagBytes = widened * kFlagBytesPerColumn + int64_t(sizeof(FlagGroup)),
+                sampleBytes = columns * kStripe * 4;
   const int64_t outputBytes = 1 + symbols * kBytesPerSymbol + kBytesPerBlock;
   const int64_t total = int64_t(sizeof(Encoder)) + flagBytes + sampleBytes + symbols + outputBytes;
   auto* memory = static_cast<uint8_t*>(total > INT32_MAX ? nullptr : ownAlloc(int32_t(total)));
@@ -258,8 +269,8 @@ QelStatus qeliEncodeInitAlloc_JPEG2K(QelEncodeStateJPEG2K** state, QelSize size)
   std::memset(static_cast<void*>(e), 0, sizeof *e);
   e->magic = kEncoderMagic;
   e->maxColumns = columns;
-  e->maxWords = words;
-  e->flags = reinterpret_cast<uint64_t*>(memory + sizeof(Encoder));
+  e->maxWidened = widened;
+  e->flags = reinterpret_cast<FlagGroup*>(memory + sizeof(Encoder));
   e->samples = reinterpret_cast<uint32_t*>(memory + sizeof(Encoder) + flagBytes);
   e->symbols = memory + sizeof(Encoder) + flagBytes + sampleBytes;
   e->output = e->symbols + symbols + 1;
@@ -284,8 +295,7 @@ QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t src
       s)
     return s;
   Encoder& e = *state;
-  if (stripeColumns(size) > e.maxColumns || FlagGrid::count(size.width, size.height) > e.maxWords)
-    return qelStatusBadSize;
+  if (stripeColumns(size) > e.maxColumns || widenedColumns(size) > e.maxWidened) return qelStatusBadSize;
 
   e.style = codeStyle;
   e.prevByte = prevByte;
@@ -296,7 +306,7 @@ QelStatus qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(const int32_t* src, int32_t src
 
   const int32_t planes = int32_t(std::bit_width(sortSamples(src, srcStep, size, e.samples)));
   const int32_t lowest = kMagnitudeBits - std::clamp(magnitudeBits, 0, kMagnitudeBits);
-  std::memset(e.flags, 0, size_t(FlagGrid::count(size.width, size.height)) * 8);
+  std::memset(static_cast<void*>(e.flags), 0, size_t(FlagGrid::bytes(size.width, size.height)));
   Loader loader{e, {e.flags, size.width, size.height}, kSignificanceTables[bandTable(subband)], lowest, e.symbols};
   for (int32_t p = planes - 1; p >= lowest; --p)
     loader.plane(p, p == planes - 1, codeStyle & qelCodeStyleBypass && p < planes - kPlanesBeforeBypass);

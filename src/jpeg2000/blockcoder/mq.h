@@ -32,36 +32,76 @@ inline constexpr std::array<MqRow, 47> kMqRows = {{
     {0x0001, 45, 43, 0}, {0x5601, 46, 46, 0},
 }};
 
-// All that a context's state says, in one word: Qe in bits 16 to 31, the places in kMqStates of the next state after an
-// MPS (bits 9 to 15) and an LPS (bits 2 to 8), the MPS in bit 0. Place: 2 * row + MPS.
-using MqState = uint32_t;
-inline constexpr auto kMqStates = [] {
-  std::array<MqState, 2 * kMqRows.size()> all{};
-  for (uint32_t i = 0; i < all.size(); ++i) {
-    const MqRow& r = kMqRows[i / 2];
-    const uint32_t mps = i & 1;
-    all[i] = uint32_t(r.qe) << 16 | (2u * r.afterMps + mps) << 9 | (2u * r.afterLps + (mps ^ r.exchange)) << 2 | mps;
+// A context's state: 2 * row + MPS. Beside it, in the highest bit, may stand the symbol that led to it.
+using MqState = uint8_t;
+inline constexpr MqState kSymbolBit = 128;
+
+// What states say: Qe in the highest bits, and the next states, with their symbols: without renormalisation, which is
+// after an MPS, and with it after an MPS and an LPS.
+struct MqTables {
+  uint64_t qe[256];
+  MqState stay[256], after[2][256];
+};
+inline constexpr auto kMq = [] {
+  MqTables t{};
+  for (uint32_t i = 0; i < 256; ++i) {
+    const uint32_t state = i % kSymbolBit, mps = i & 1;
+    if (state >= 2 * kMqRows.size()) continue;
+    const MqRow& r = kMqRows[state / 2];
+    t.qe[i] = uint64_t(r.qe) << 48;
+    t.stay[i] = MqState(state | kSymbolBit * mps);
+    t.after[0][i] = MqState(2 * r.afterMps + mps + kSymbolBit * mps);
+    t.after[1][i] = MqState(2 * r.afterLps + (mps ^ r.exchange) + kSymbolBit * (mps ^ 1));
   }
-  return all;
+  return t;
 }();
-constexpr uint32_t qeOf(MqState s) { return s >> 16; }
-constexpr uint32_t mpsOf(MqState s) { return s & 1; }
-// The state after a symbol, chosen by masks of all ones or none: it stays where nothing is renormalised.
-inline MqState stateAfter(MqState s, uint32_t lps, uint32_t renormalised) {
-  const MqState next = kMqStates[s >> (9 - (lps & 7)) & 127];
-  return s ^ ((s ^ next) & renormalised);
-}
 
 struct MqContexts {
   MqState state[kContexts];
 
   void reset() {  // Table D.7
-    std::fill(state, state + kContexts, kMqStates[0]);
-    state[kUniform] = kMqStates[2 * 46];
-    state[kRunLength] = kMqStates[2 * 3];
-    state[kSignificance] = kMqStates[2 * 4];
+    std::fill(state, state + kContexts, MqState(0));
+    state[kUniform] = 2 * 46;
+    state[kRunLength] = 2 * 3;
+    state[kSignificance] = 2 * 4;
   }
 };
+
+// For outcomes that no branch predictor can learn; compilers make branches of conditions. x < limit ? a : b.
+template <class Word>
+QELJ_INLINE Word selectBelow(std::type_identity_t<Word> x, std::type_identity_t<Word> limit, Word a, Word b) {
+#if defined(__x86_64__) && !defined(QELJ_PORTABLE)
+  asm("cmp %2, %1\n\tcmovb %3, %0" : "+r"(b) : "r"(x), "re"(limit), "r"(a) : "cc");
+  return b;
+#else
+  return b ^ ((a ^ b) & (0 - Word(x < limit)));
+#endif
+}
+// x < 0 ? a : b.
+template <class Index, class Word>
+QELJ_INLINE Word selectNegative(Index x, Word a, Word b) {
+#if defined(__x86_64__) && !defined(QELJ_PORTABLE)
+  asm("test %1, %1\n\tcmovs %2, %0" : "+r"(b) : "r"(x), "r"(a) : "cc");
+  return b;
+#else
+  return b ^ ((a ^ b) & Word(x >> (8 * sizeof(Index) - 1)));
+#endif
+}
+// Takes `amount` from x where x has as much, and then the others' second values.
+QELJ_INLINE void subtractUnlessBelow(uint64_t& x, uint64_t amount, uint64_t& a, uint64_t a2, uint64_t& b, uint64_t b2) {
+#if defined(__x86_64__) && !defined(QELJ_PORTABLE)
+  uint64_t rest = x;
+  asm("sub %4, %0\n\tcmovae %0, %1\n\tcmovae %5, %2\n\tcmovae %6, %3"
+      : "+&r"(rest), "+&r"(x), "+&r"(a), "+&r"(b)
+      : "r"(amount), "r"(a2), "r"(b2)
+      : "cc");
+#else
+  const uint64_t enough = 0 - uint64_t(x >= amount);
+  x -= amount & enough;
+  a ^= (a ^ a2) & enough;
+  b ^= (b ^ b2) & enough;
+#endif
+}
 
 // Bytes of one codeword segment; behind its end there are only ones.
 struct SegmentBytes {
@@ -69,6 +109,11 @@ struct SegmentBytes {
   size_t length, index;
 
   uint32_t operator[](size_t i) const { return i < length ? bytes[i] : 255; }
+  // Four that exist, the first one in the highest bits.
+  uint32_t word(size_t i) const {
+    const uint8_t* b = bytes + i;
+    return uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3];
+  }
 };
 
 class MqDecoder {
@@ -76,8 +121,7 @@ class MqDecoder {
   static constexpr bool kRaw = false;
 
   MqDecoder(const uint8_t* bytes, size_t length) : in_{bytes, length, 0} {
-    const uint32_t first = in_[0];
-    c_ = (255 - first) << 16;
+    c_ = uint64_t(255 - in_[0]) << 48;
     ct_ = 0;
     fetch();
     c_ <<= 7;
@@ -85,42 +129,44 @@ class MqDecoder {
   }
 
   // Without branches but for the next byte: what a stream says no processor foretells, and a wrong bet costs more
-  // than the longer road. Masks of all ones or none, as compilers make branches of conditions.
+  // than the longer road. What follows from either part of the interval is ready before C tells which it is.
   QELJ_INLINE uint32_t decode(MqState& context) {
-    const MqState s = context;
-    const uint32_t qe = s & 0xFFFF0000, upper = a_ - qe;
-    const auto lower = uint32_t((int64_t(upper) - int64_t(c_) - 1) >> 63);
-    const auto exchanged = uint32_t((int64_t(upper) - int64_t(qe)) >> 63);
-    const uint32_t lps = lower ^ exchanged;
-    c_ -= upper & lower;
-    a_ = upper ^ ((upper ^ qe) & lower);
-    const int shift = __builtin_clz(a_);  // never of 0
-    context = stateAfter(s, lps, uint32_t(-shift >> 31));
-    renormalise(shift);
-    return mpsOf(s) ^ (lps & 1);
+    const size_t s = context;
+    const uint64_t mps = kMq.after[0][s], lps = kMq.after[1][s], qe = kMq.qe[s], upper = a_ - qe;
+    // In the upper part, in the lower one; the smaller part is the LPS's.
+    const uint64_t low = selectBelow<uint64_t>(upper, qe, mps, lps);
+    uint64_t next = selectBelow<uint64_t>(upper, qe, lps, mps);
+    next = selectNegative<int64_t, uint64_t>(int64_t(upper), kMq.stay[s], next);
+    a_ = upper;
+    subtractUnlessBelow(c_, upper, a_, qe, next, low);
+    context = MqState(next);
+    renormalise(std::countl_zero(a_));
+    return uint32_t(next) / kSymbolBit;
   }
 
   // The same, for a symbol that hardly ever is the less probable one.
   QELJ_INLINE uint32_t decodeLikely(MqState& context) {
-    const uint32_t upper = a_ - (context & 0xFFFF0000);
-    if (upper < 0x80000000 || upper <= c_) return decode(context);
+    const uint64_t upper = a_ - kMq.qe[context];
+    if (int64_t(upper) >= 0 || upper <= c_) return decode(context);
     a_ = upper;
-    return mpsOf(context);
+    return context & 1;
   }
 
   // Whether the segment ends otherwise than an encoder with predictable termination ends it (D.4.2). Of no
   // use but at a segment's end.
   bool terminatedBadly() const {
-    if (in_.index < in_.length && in_[in_.index] < 255 && !marker_) return true;
-    int ct = ct_;
+    // The bytes behind the one that CT counts have not been taken.
+    const size_t index = in_.index - size_t(ct_) / 8;
+    int ct = ct_ & 7;
+    if (index < in_.length && in_[index] < 255 && !marker_) return true;
     if (ct != 0) {
       if (!marker_) return true;
       if (ct == 1) return false;
     } else {
-      if (!marker_ && in_[in_.index + 1] < 144) return true;
+      if (!marker_ && in_[index + 1] < 144) return true;
       ct = 8;
     }
-    return a_ - (0x80000000u >> (ct - 1)) > c_;
+    return a_ - (uint64_t(1) << (64 - ct)) > c_;
   }
 
  private:
@@ -135,26 +181,36 @@ class MqDecoder {
     ct_ -= shift;
   }
 
-  // C is inverted, so that the ones that follow the end of a segment add nothing.
+  // C is inverted, so that the ones that follow the end of a segment add nothing. Four bytes at a time where no bit is
+  // stuffed in front of one.
   QELJ_INLINE void fetch() {
+    if (in_.index + 5 <= in_.length) {
+      const uint32_t before = in_.word(in_.index);
+      if (((~before - 0x01010101) & before & 0x80808080) == 0) {  // no byte of 255
+        c_ += uint64_t(~in_.word(in_.index + 1)) << 16;
+        ct_ = 32;
+        in_.index += 4;
+        return;
+      }
+    }
     ct_ = 8;
     if (marker_) return;
-    const uint32_t next = in_[in_.index + 1];
+    const uint64_t next = in_[in_.index + 1];
     if (in_[in_.index] < 255) {
-      c_ += 0xFF00 - (next << 8);
+      c_ += (0xFF00 - (next << 8)) << 32;
     } else if (next > 143) {
       marker_ = true;
       return;
     } else {
-      c_ += 0xFE00 - (next << 9);  // below zero where the stuffed bit is a carry
+      c_ += (0xFE00 - (next << 9)) << 32;  // below zero where the stuffed bit is a carry
       ct_ = 7;
     }
     ++in_.index;
   }
 
   SegmentBytes in_;
-  uint32_t a_ = 0x80000000, c_;  // A in the high half, as C has it
-  int ct_;
+  uint64_t a_ = uint64_t(1) << 63, c_;  // A in the highest 16 bits, as C has it, and below the bits to come
+  int ct_;                              // how many of them
   bool marker_ = false;
 };
 
@@ -187,8 +243,10 @@ class MqEncoder {
   // `symbols`: context << 1 | bit.
   void encode(const uint8_t* symbols, const uint8_t* symbolsEnd, MqContexts& contexts) {
     MqEncoder local = *this;  // registers
-    for (; symbols != symbolsEnd; ++symbols) local.encodeOne(contexts.state[*symbols >> 1], *symbols & 1);
+    MqContexts states = contexts;
+    for (; symbols != symbolsEnd; ++symbols) local.encodeOne(states.state[*symbols >> 1], *symbols & 1);
     *this = local;
+    contexts = states;
   }
 
   // FLUSH (C.2.9): the end of the segment, which is never 0xFF.
@@ -213,14 +271,14 @@ class MqEncoder {
 
  private:
   QELJ_INLINE void encodeOne(MqState& context, uint32_t bit) {
-    const MqState s = context;
-    const uint32_t qe = qeOf(s), upper = a_ - qe;
-    const uint32_t lps = 0 - ((s ^ bit) & 1), exchanged = uint32_t(int32_t(upper - qe) >> 31);
-    const uint32_t lower = lps ^ exchanged;  // the lower part of the interval, whose size is Qe
-    c_ += qe & ~lower;
-    a_ = upper ^ ((upper ^ qe) & lower);
+    const size_t s = context;
+    const uint32_t lps = uint32_t(s ^ bit) & 1, qe = uint32_t(kMq.qe[s] >> 48), next = kMq.after[lps][s];
+    // Negative for the lower part of the interval, whose size is Qe: for an LPS, but the larger part is the MPS's.
+    const int32_t part = int32_t(a_ - 2 * qe) ^ -int32_t(lps);
+    c_ += qe & ~uint32_t(part >> 31);
+    a_ = selectNegative<int32_t, uint32_t>(part, qe, a_ - qe);
+    context = MqState(selectBelow<uint32_t>(a_, 0x8000, next, uint32_t(s)));
     int shift = __builtin_clz(a_) - 16;  // never of 0
-    context = stateAfter(s, lps, uint32_t(-shift >> 31));
     a_ <<= shift;
     while (__builtin_expect(shift >= ct_, 0)) {
       c_ <<= ct_;

@@ -18,8 +18,6 @@
 #ifndef QELJ_JPEG2000_TRANSFORM_FILTERS97_H
 #define QELJ_JPEG2000_TRANSFORM_FILTERS97_H
 
-#include <bit>
-
 #include "frame/fixed_point.h"
 #include "jpeg2000/transform/lifting.h"
 
@@ -28,10 +26,10 @@ namespace qelj::jpeg2000::lifting {
 // The irrational numbers of the filter (Table F.4), in single precision.
 inline constexpr float kAlpha = -1.5861343f, kBeta = -0.052980117f, kGamma = 0.8829111f, kDelta = 0.44350687f;
 inline constexpr float kK = 1.2301741f, kInvK = 0.8128931f, kDeltaOverK = 0.36052364f;
-static_assert(std::bit_cast<uint32_t>(kAlpha) == 0xBFCB0673 && std::bit_cast<uint32_t>(kBeta) == 0xBD5901AE &&
-              std::bit_cast<uint32_t>(kGamma) == 0x3F620676 && std::bit_cast<uint32_t>(kDelta) == 0x3EE31355 &&
-              std::bit_cast<uint32_t>(kK) == 0x3F9D7658 && std::bit_cast<uint32_t>(kInvK) == 0x3F5019C3 &&
-              std::bit_cast<uint32_t>(kDeltaOverK) == 0x3EB8968E);
+static_assert(bitCast<uint32_t>(kAlpha) == 0xBFCB0673 && bitCast<uint32_t>(kBeta) == 0xBD5901AE &&
+              bitCast<uint32_t>(kGamma) == 0x3F620676 && bitCast<uint32_t>(kDelta) == 0x3EE31355 &&
+              bitCast<uint32_t>(kK) == 0x3F9D7658 && bitCast<uint32_t>(kInvK) == 0x3F5019C3 &&
+              bitCast<uint32_t>(kDeltaOverK) == 0x3EB8968E);
 
 // --- Float: single precision -------------------------------------------------------------------------------
 
