@@ -325,7 +325,7 @@ class PlaneDecoder {
       const int bits = model.bits(p);
       const int plain = has(tile, kFlex) ? std::max(bits - tile.trim, 0) : 0;
       const auto step = uint32_t(steps_[p][kHP]);
-      const int32_t width = plane.samples.width(), rowStep = plane.samples.step();
+      const int32_t apart = plane.samples.apart(), rowStep = plane.samples.step();
       int32_t* const first = plane.macroblock(column, row);
       for (int i = 0; i < plane.grid.count(); ++i) {
         int32_t* const block = first + plane.blocks[size_t(i)];
@@ -337,7 +337,7 @@ class PlaneDecoder {
           if (count == qelVLCCountOverrun) damaged();
           counts[p > 0] += count;
         } else {
-          for (int r = 0; r < 4; ++r) std::memset(block + r * width, 0, 16);
+          for (int r = 0; r < 4; ++r) std::memset(block + r * apart, 0, 16);
         }
         if (plain)
           qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, rowStep,
@@ -633,9 +633,9 @@ Image decodeTiles(const Codestream& c, const Limits& limits, Stages& stages) {
   const uint64_t macroblocks = uint64_t(header.across()) * uint64_t(header.down());
   limits.expectData(c.body.size(), macroblocks,
                     uint64_t(std::min(header.main.packets(), 3) + (header.main.planes() > 1)));
-  // Four rows of macroblocks are in the works.
+  // Four rows of macroblocks are in the works, with gaps between their rows of samples.
   const int planes = header.main.planes() + header.alphaPlane;
-  const uint64_t working = uint64_t(header.across()) * 4 * 272 * sizeof(int32_t) * uint64_t(planes);
+  const uint64_t working = uint64_t(header.across() + 2) * 4 * 272 * sizeof(int32_t) * uint64_t(planes);
   // Grey planes may stand for RGB.
   const int channels = header.output == Output::rgb ? 3 + header.alphaPlane : planes;
   limits.expectPicture(header.width, header.height, channels, bitsOf(header.depth), working);

@@ -421,7 +421,7 @@ class Encoder {
       const int32_t* const block = first + plane.blocks[size_t(i)];
       Lanes all = {};
       for (int r = 0; r < 4; ++r) {
-        const Lanes v = lanesAt(block + r * plane.samples.width()), sign = sar(v, 31);
+        const Lanes v = lanesAt(block + r * plane.samples.apart()), sign = sar(v, 31);
         all |= (v ^ sign) - sign;
       }
       uint64_t halves[2];
