@@ -464,14 +464,14 @@ struct Adaptation {
   PatternModel highPattern;
   AdaptiveCode dcPattern{kDCPattern}, dcLevel[2] = {AdaptiveCode(kLevel), AdaptiveCode(kLevel)};
   AdaptiveCode patternCount{kPatternCount}, blockPattern, chromaCount{kChromaCount};
-  std::vector<Seen> row;  // the last macroblock of every column
-  Seen left, topLeft;
+  std::vector<Seen> row, above;  // of macroblocks, that in hand and the one before
 
   Adaptation(const PlaneHeader& header_, int32_t across_)
       : header(header_),
         across(across_),
         blockPattern(header.yuv() ? kBlockPattern : kPatternCount),
-        row(size_t(across)) {
+        row(size_t(across)),
+        above(size_t(across)) {
     int32_t size = 0;
     expectOk(qeliVLCGetStateSize_JPEGXR(&size), "the coder's record");
     record.resize(size_t(size) / 8 + 1);
@@ -479,15 +479,17 @@ struct Adaptation {
   }
   VLCState* state() { return reinterpret_cast<VLCState*>(record.data()); }
 
-  // Columns and rows of macroblocks are counted from the tile's.
-  Neighbours neighbours(int32_t x, int32_t y) {
-    return {x ? &left : nullptr, y ? &row[size_t(x)] : nullptr, x && y ? &topLeft : nullptr};
+  // Columns and rows of macroblocks are counted from the tile's. What later ones will see of the next one, all 0.
+  Seen& begin(int32_t x) {
+    if (x == 0) std::swap(row, above);
+    Seen& seen = row[size_t(x)];
+    for (auto& plane : seen.low) std::fill(plane, plane + 16, 0);
+    std::fill(seen.pattern, seen.pattern + kMaxPlanes, 0);
+    return seen;
   }
-  void remember(int32_t x, const Low& low, const uint32_t (&pattern)[kMaxPlanes]) {
-    topLeft = row[size_t(x)];
-    std::memcpy(left.low, low, sizeof low);
-    std::memcpy(left.pattern, pattern, sizeof pattern);
-    row[size_t(x)] = left;
+  Neighbours neighbours(int32_t x, int32_t y) const {
+    const auto at = size_t(x);
+    return {x ? &row[at - 1] : nullptr, y ? &above[at] : nullptr, x && y ? &above[at - 1] : nullptr};
   }
   // Every sixteen macroblocks of a row the counts of the scans start anew, and the code tables are chosen
   // anew; the tables at the end of a row as well.

@@ -108,10 +108,10 @@ class PlaneDecoder {
   // A macroblock of the tile that begins at (left, top); `check` looks after a band whether its bits were there.
   template <class Check>
   void decode(Tile& tile, Adaptation& a, int32_t x, int32_t y, int32_t left, int32_t top, Check&& check) {
+    auto& [low, pattern] = a.begin(x);
     const Neighbours n = a.neighbours(x, y);
     const bool adapts = a.adaptsAt(x);
     const int32_t column = left + x, row = top + y;
-    Low low = {};
     decodeDC(tile.at(kDC), a, low);
     if (tile.at(kDC).beyond()) throw Truncated();
     if (has(tile, kLP)) {
@@ -124,7 +124,6 @@ class PlaneDecoder {
     if (adapts) a.adaptDC(), qeliVLCAdapt_JPEGXR(a.state(), qelVLCGroupLowPass);
     predictLow(low, n, plane_, 1);
 
-    uint32_t pattern[kMaxPlanes] = {};
     if (has(tile, kHP)) {
       const Predict how = predictHigh(low, plane_);
       a.restartScans(x, qelVLCScanHighPassTop);
@@ -138,7 +137,6 @@ class PlaneDecoder {
       check(kHP);
     }
     if (!has(tile, kHP)) clearHigh(column, row);
-    a.remember(x, low, pattern);
     putLow(low, column, row);
   }
 
@@ -175,7 +173,7 @@ class PlaneDecoder {
         for (int r = 0; r < plane.grid.down; ++r) {
           const int32_t* const from = plane.low[row * plane.grid.down + r];
           int32_t* const to = plane.samples[row * rows + 4 * r];
-          for (int32_t b = 0; b < plane.low.width(); ++b) to[4 * b] = from[b];
+          for (int32_t b = 0, width = plane.low.width(); b < width; ++b) to[4 * b] = from[b];
         }
         qeliPCTInv_JPEGXR_32s_C1IR(plane.samples[row * rows], plane.samples.step(), {plane.samples.width(), rows});
       }
