@@ -95,15 +95,18 @@ inline constexpr uint8_t kPlace[16] = {0, 2, 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13
 // plane come row by row.
 inline constexpr uint8_t kBlocks[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
 
-// Rows of a plane, of which the last ones are kept: those of four macroblock rows. Those of one lie one behind another.
+// Rows of a plane, of which the last ones are kept: those of four macroblock rows. Those of one lie one behind another,
+// a line of the cache further apart than they are wide: so many samples in a row are often a power of two, and then all
+// rows of a block would fall to the same few places of the nearest cache.
 class Rows {
  public:
   Rows(int32_t width, int32_t perMacroblock)
-      : width_(width), perMacroblock_(perMacroblock), data_(size_t(width) * size_t(4 * perMacroblock)) {}
-  int32_t* operator[](int32_t y) { return &data_[size_t(y & (4 * perMacroblock_ - 1)) * size_t(width_)]; }
+      : width_(width), perMacroblock_(perMacroblock), data_(size_t(apart()) * size_t(4 * perMacroblock)) {}
+  int32_t* operator[](int32_t y) { return &data_[size_t(y & (4 * perMacroblock_ - 1)) * size_t(apart())]; }
   int32_t width() const { return width_; }
+  int32_t apart() const { return width_ + 16; }
   int32_t perMacroblock() const { return perMacroblock_; }
-  int32_t step() const { return width_ * int32_t(sizeof(int32_t)); }
+  int32_t step() const { return apart() * int32_t(sizeof(int32_t)); }
 
  private:
   int32_t width_, perMacroblock_;
@@ -124,8 +127,8 @@ struct Plane {
         low(grid.across * header.across(), grid.down) {
     for (int i = 0; i < grid.count(); ++i) {
       const int b = grid.across == 4 ? kBlocks[i] : i, place = grid.across == 4 ? kPlace[i] : i;
-      blocks[size_t(i)] = 4 * (grid.row(b) * samples.width() + grid.column(b));
-      lowPlaces[size_t(i)] = grid.row(place) * low.width() + grid.column(place);
+      blocks[size_t(i)] = 4 * (grid.row(b) * samples.apart() + grid.column(b));
+      lowPlaces[size_t(i)] = grid.row(place) * low.apart() + grid.column(place);
     }
   }
   // The first sample of macroblock (x, y), and the DC of its first block.
@@ -461,14 +464,14 @@ struct Adaptation {
   PatternModel highPattern;
   AdaptiveCode dcPattern{kDCPattern}, dcLevel[2] = {AdaptiveCode(kLevel), AdaptiveCode(kLevel)};
   AdaptiveCode patternCount{kPatternCount}, blockPattern, chromaCount{kChromaCount};
-  std::vector<Seen> row;  // the last macroblock of every column
-  Seen left, topLeft;
+  std::vector<Seen> row, above;  // of macroblocks, that in hand and the one before
 
   Adaptation(const PlaneHeader& header_, int32_t across_)
       : header(header_),
         across(across_),
         blockPattern(header.yuv() ? kBlockPattern : kPatternCount),
-        row(size_t(across)) {
+        row(size_t(across)),
+        above(size_t(across)) {
     int32_t size = 0;
     expectOk(qeliVLCGetStateSize_JPEGXR(&size), "the coder's record");
     record.resize(size_t(size) / 8 + 1);
@@ -476,15 +479,17 @@ struct Adaptation {
   }
   VLCState* state() { return reinterpret_cast<VLCState*>(record.data()); }
 
-  // Columns and rows of macroblocks are counted from the tile's.
-  Neighbours neighbours(int32_t x, int32_t y) {
-    return {x ? &left : nullptr, y ? &row[size_t(x)] : nullptr, x && y ? &topLeft : nullptr};
+  // Columns and rows of macroblocks are counted from the tile's. What later ones will see of the next one, all 0.
+  Seen& begin(int32_t x) {
+    if (x == 0) std::swap(row, above);
+    Seen& seen = row[size_t(x)];
+    for (auto& plane : seen.low) std::fill(plane, plane + 16, 0);
+    std::fill(seen.pattern, seen.pattern + kMaxPlanes, 0);
+    return seen;
   }
-  void remember(int32_t x, const Low& low, const uint32_t (&pattern)[kMaxPlanes]) {
-    topLeft = row[size_t(x)];
-    std::memcpy(left.low, low, sizeof low);
-    std::memcpy(left.pattern, pattern, sizeof pattern);
-    row[size_t(x)] = left;
+  Neighbours neighbours(int32_t x, int32_t y) const {
+    const auto at = size_t(x);
+    return {x ? &row[at - 1] : nullptr, y ? &above[at] : nullptr, x && y ? &above[at - 1] : nullptr};
   }
   // Every sixteen macroblocks of a row the counts of the scans start anew, and the code tables are chosen
   // anew; the tables at the end of a row as well.
@@ -507,14 +512,14 @@ struct Adaptation {
 inline void predictHighBlocks(Plane& plane, int32_t x, int32_t y, Predict how, int sign) {
   if (how != Predict::left && how != Predict::top) return;
   const bool left = how == Predict::left;
-  const ptrdiff_t width = plane.samples.width(), back = left ? 4 : 4 * width;
-  const ptrdiff_t places[3] = {left ? 1 : width, left ? 2 : 2 * width, left ? width + 3 : 3 * width + 1};
+  const ptrdiff_t apart = plane.samples.apart(), back = left ? 4 : 4 * apart;
+  const ptrdiff_t places[3] = {left ? 1 : apart, left ? 2 : 2 * apart, left ? apart + 3 : 3 * apart + 1};
   const Grid grid = plane.grid;
   int32_t* const first = plane.macroblock(x, y);
   for (int i = 0; i < grid.count(); ++i) {
     const int b = sign > 0 ? i : grid.count() - 1 - i;
     if ((left ? grid.column(b) : grid.row(b)) == 0) continue;
-    int32_t* const block = first + 4 * (grid.row(b) * width + grid.column(b));
+    int32_t* const block = first + 4 * (grid.row(b) * apart + grid.column(b));
     for (const ptrdiff_t place : places) {
       const auto from = uint32_t(block[place - back]);
       block[place] = int32_t(uint32_t(block[place]) + (sign > 0 ? from : 0u - from));

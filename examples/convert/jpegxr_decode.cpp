@@ -108,10 +108,10 @@ class PlaneDecoder {
   // A macroblock of the tile that begins at (left, top); `check` looks after a band whether its bits were there.
   template <class Check>
   void decode(Tile& tile, Adaptation& a, int32_t x, int32_t y, int32_t left, int32_t top, Check&& check) {
+    auto& [low, pattern] = a.begin(x);
     const Neighbours n = a.neighbours(x, y);
     const bool adapts = a.adaptsAt(x);
     const int32_t column = left + x, row = top + y;
-    Low low = {};
     decodeDC(tile.at(kDC), a, low);
     if (tile.at(kDC).beyond()) throw Truncated();
     if (has(tile, kLP)) {
@@ -124,7 +124,6 @@ class PlaneDecoder {
     if (adapts) a.adaptDC(), qeliVLCAdapt_JPEGXR(a.state(), qelVLCGroupLowPass);
     predictLow(low, n, plane_, 1);
 
-    uint32_t pattern[kMaxPlanes] = {};
     if (has(tile, kHP)) {
       const Predict how = predictHigh(low, plane_);
       a.restartScans(x, qelVLCScanHighPassTop);
@@ -138,7 +137,6 @@ class PlaneDecoder {
       check(kHP);
     }
     if (!has(tile, kHP)) clearHigh(column, row);
-    a.remember(x, low, pattern);
     putLow(low, column, row);
   }
 
@@ -175,7 +173,7 @@ class PlaneDecoder {
         for (int r = 0; r < plane.grid.down; ++r) {
           const int32_t* const from = plane.low[row * plane.grid.down + r];
           int32_t* const to = plane.samples[row * rows + 4 * r];
-          for (int32_t b = 0; b < plane.low.width(); ++b) to[4 * b] = from[b];
+          for (int32_t b = 0, width = plane.low.width(); b < width; ++b) to[4 * b] = from[b];
         }
         qeliPCTInv_JPEGXR_32s_C1IR(plane.samples[row * rows], plane.samples.step(), {plane.samples.width(), rows});
       }
@@ -325,7 +323,7 @@ class PlaneDecoder {
       const int bits = model.bits(p);
       const int plain = has(tile, kFlex) ? std::max(bits - tile.trim, 0) : 0;
       const auto step = uint32_t(steps_[p][kHP]);
-      const int32_t width = plane.samples.width(), rowStep = plane.samples.step();
+      const int32_t apart = plane.samples.apart(), rowStep = plane.samples.step();
       int32_t* const first = plane.macroblock(column, row);
       for (int i = 0; i < plane.grid.count(); ++i) {
         int32_t* const block = first + plane.blocks[size_t(i)];
@@ -337,7 +335,7 @@ class PlaneDecoder {
           if (count == qelVLCCountOverrun) damaged();
           counts[p > 0] += count;
         } else {
-          for (int r = 0; r < 4; ++r) std::memset(block + r * width, 0, 16);
+          for (int r = 0; r < 4; ++r) std::memset(block + r * apart, 0, 16);
         }
         if (plain)
           qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, rowStep,
@@ -633,9 +631,9 @@ Image decodeTiles(const Codestream& c, const Limits& limits, Stages& stages) {
   const uint64_t macroblocks = uint64_t(header.across()) * uint64_t(header.down());
   limits.expectData(c.body.size(), macroblocks,
                     uint64_t(std::min(header.main.packets(), 3) + (header.main.planes() > 1)));
-  // Four rows of macroblocks are in the works.
+  // Four rows of macroblocks are in the works, with gaps between their rows of samples.
   const int planes = header.main.planes() + header.alphaPlane;
-  const uint64_t working = uint64_t(header.across()) * 4 * 272 * sizeof(int32_t) * uint64_t(planes);
+  const uint64_t working = uint64_t(header.across() + 2) * 4 * 272 * sizeof(int32_t) * uint64_t(planes);
   // Grey planes may stand for RGB.
   const int channels = header.output == Output::rgb ? 3 + header.alphaPlane : planes;
   limits.expectPicture(header.width, header.height, channels, bitsOf(header.depth), working);

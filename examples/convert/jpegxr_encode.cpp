@@ -222,7 +222,7 @@ class Encoder {
         for (int r = 0; r < plane.grid.down; ++r) {
           int32_t* const from = plane.samples[row * rows + 4 * r];
           int32_t* const to = plane.low[row * plane.grid.down + r];
-          for (int32_t b = 0; b < plane.low.width(); ++b) to[b] = from[4 * b], from[4 * b] = 0;
+          for (int32_t b = 0, width = plane.low.width(); b < width; ++b) to[b] = from[4 * b], from[4 * b] = 0;
         }
         for (int r = 0; r < rows; ++r) quantizer(p, kHP).apply(plane.samples[row * rows + r], plane.samples.width());
       }
@@ -288,9 +288,10 @@ class Encoder {
   void code(Tile& tile, int32_t x, int32_t y, int32_t column, int32_t row) {
     for (BitOut& out : tile.out) out.reserve(kMargin);
     Adaptation& a = tile.adaptation;
+    auto& [whole, pattern] = a.begin(x);
     const Neighbours n = a.neighbours(x, y);
     const bool adapts = a.adaptsAt(x);
-    Low whole = {}, low;
+    Low low;
     quantizedLow(whole, column, row);
     std::memcpy(low, whole, sizeof low);
     predictLow(low, n, plane_, -1);
@@ -305,13 +306,11 @@ class Encoder {
     a.restartScans(x, qelVLCScanHighPassTop);
     a.restartScans(x, qelVLCScanHighPass);
     qeliVLCScanSet_JPEGXR(a.state(), how == Predict::top ? qelVLCScanHighPassTop : qelVLCScanHighPass);
-    uint32_t pattern[kMaxPlanes] = {};
     for (int p = 0; p < plane_.planes(); ++p)
       pattern[p] = patternOf(planes_[size_t(p)], column, row, a.models[kHP].bits(p));
     codePatterns(tile.at(kHP), a, pattern, n);
     codeHigh(tile, column, row, pattern);
     if (adapts) a.adaptHigh();
-    a.remember(x, whole, pattern);
   }
 
   static void codeLevel(BitOut& out, AdaptiveCode& code, uint32_t v) {
@@ -421,7 +420,7 @@ class Encoder {
       const int32_t* const block = first + plane.blocks[size_t(i)];
       Lanes all = {};
       for (int r = 0; r < 4; ++r) {
-        const Lanes v = lanesAt(block + r * plane.samples.width()), sign = sar(v, 31);
+        const Lanes v = lanesAt(block + r * plane.samples.apart()), sign = sar(v, 31);
         all |= (v ^ sign) - sign;
       }
       uint64_t halves[2];

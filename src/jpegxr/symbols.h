@@ -18,8 +18,9 @@ struct BlockKind {
   int first, next, level;  // entries; next and level take the context bit on top
   int firstPlace;          // where a first coefficient without a run stands; the block ends behind place 15
   int firstRow;            // row of the run tables for the first run
+  bool fits = false;       // whether pairs to code are known to fit the block: they are not a caller's
 };
-inline constexpr BlockKind kBlock = {kHighFirst, kHighNext, kHighLevel, 1, 0};
+inline constexpr BlockKind kBlock = {kHighFirst, kHighNext, kHighLevel, 1, 0, true};
 inline constexpr BlockKind kDC444 = {kLowFirst, kLowNext, kLowLevel, 1, 0};
 inline constexpr BlockKind kDC422 = {kLowFirst + kChromaStep, kLowNext + kChromaStep, kLowLevel, 2, 0};
 inline constexpr BlockKind kDC420 = {kLowFirst + kChromaStep, kLowNext + kChromaStep, kLowLevel, 10, 2};
@@ -121,6 +122,7 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
 
   // Runs of 16 and more, which fit no block, end in the bits of one that is shorter by eights.
   const auto appendRun = [&](int32_t run, int64_t room) {
+    if constexpr (kind.fits) return bits.append(runs[kRuns * room + run]);
     const int known = run < 0 ? 0 : run < kRuns ? run : kRuns / 2 + run % (kRuns / 2);
     bits.append(runs[kRuns * std::clamp<int64_t>(room, 0, kRooms - 1) + known]);
   };
