@@ -162,8 +162,8 @@ struct Loader {
   }
 
   // Ahead of the passes, which so know soon what they branch on. What stands behind a stripe's last column is none of
-  // its samples.
-  void gatherOnes(int32_t plane) {
+  // its samples. In a function of its own, at whose end wide registers are cleared: GCC 12 forgets it behind calls.
+  __attribute__((noinline)) void gatherOnes(int32_t plane) {
     for (int32_t s = 0; s < grid.stripes(); ++s)
       for (int32_t g = 0; g < grid.groups(); ++g) {
         const uint32_t* const own = e.samples + kStripe * (ptrdiff_t(s) * grid.width + ptrdiff_t(g) * kGroup);
