@@ -63,6 +63,7 @@ struct QelEncodeStateJPEG2K {
   int32_t outputLength, stored;
   int32_t segmentLengths[qelj::kMaxPasses];
   qelj::Pass pass[qelj::kMaxPasses];
+  uint64_t* ones;  // by stripe, by group: the samples' bits in the plane that is being coded
 };
 
 namespace qelj {
@@ -81,28 +82,33 @@ int64_t stripeColumns(QelSize size) { return size.width * FlagGrid::stripes(size
 // With two columns more a stripe: what a block is measured by besides. Flags take the more of these the narrower a
 // block is, up to two groups for three columns.
 int64_t widenedColumns(QelSize size) { return (int64_t(size.width) + 2) * FlagGrid::stripes(size.height); }
-constexpr int64_t kFlagBytesPerColumn = (2 * sizeof(FlagGroup) + 2) / 3;
+constexpr int64_t kFlagBytesPerColumn = 24;
+static_assert(3 * kFlagBytesPerColumn >= 2 * int64_t(sizeof(FlagGroup)));
 
 // Notes the symbols of one pass and sums up its distortion.
 template <bool Raw>
 struct BlockWriter {
   const uint32_t* samples;
-  int32_t width, plane;
+  const uint64_t* ones;
+  FlagGrid grid;
+  int32_t plane;
   const Distortions& distortions;
   uint8_t* out;
   int64_t distortion = 0;
   const uint32_t* own = nullptr;  // the samples of the group
+  uint64_t bits = 0;              // and their bits
 
   QELJ_INLINE void emit(uint32_t context, uint32_t bit) { *out++ = uint8_t(context << 1 | bit); }
   QELJ_INLINE void group(int32_t stripe, int32_t g) {
-    own = samples + kStripe * (ptrdiff_t(stripe) * width + ptrdiff_t(g) * kGroup);
+    own = samples + kStripe * (ptrdiff_t(stripe) * grid.width + ptrdiff_t(g) * kGroup);
+    bits = ones[ptrdiff_t(stripe) * grid.groups() + g];
   }
   QELJ_INLINE uint32_t sample(int p) const { return own[place::kIndex[size_t(p)]]; }
   // Bit 6 is the plane.
   QELJ_INLINE uint32_t window(uint32_t v) const { return uint32_t(uint64_t(v) << 6 >> plane); }
 
   QELJ_INLINE uint32_t significance(uint32_t context, int p) {
-    const uint32_t bit = sample(p) >> plane & 1;
+    const auto bit = uint32_t(bits >> p & 1);
     emit(context, bit);
     return bit;
   }
@@ -118,9 +124,7 @@ struct BlockWriter {
     distortion += distortions.refinement[window(v) & 127];
   }
   QELJ_INLINE int run(int p) {
-    const uint32_t* const four = own + place::kIndex[size_t(p)];
-    const auto bit = [&](int i) { return four[i] >> plane & 1; };
-    const uint32_t any = bit(0) | bit(1) << 1 | bit(2) << 2 | bit(3) << 3;
+    const auto any = uint32_t(bits >> p & 15);
     const int first = std::countr_zero(any | 16);
     emit(kRunLength, any != 0);
     if (any) {
@@ -143,8 +147,8 @@ struct Loader {
 
   template <PassType Type, bool Raw>
   __attribute__((noinline)) void pass(int32_t plane) {
-    BlockWriter<Raw> writer{e.samples, grid.width, plane,
-                            kDistortions[plane == lowest && e.style & qelCodeStyleLossless], symbols};
+    BlockWriter<Raw> writer{
+        e.samples, e.ones, grid, plane, kDistortions[plane == lowest && e.style & qelCodeStyleLossless], symbols};
     const bool causal = e.style & qelCodeStyleCausal;
     if constexpr (Type == PassType::significance) ownSignificancePass(grid, causal, table, writer);
     if constexpr (Type == PassType::refinement) ownRefinementPass(grid, writer);
@@ -157,7 +161,20 @@ struct Loader {
     e.pass[e.passes++] = {writer.distortion, 2 * (plane - lowest) - 13, int32_t(symbols - e.symbols), 0, Raw, false};
   }
 
+  // Ahead of the passes, which so know soon what they branch on. What stands behind a stripe's last column is none of
+  // its samples. In a function of its own, at whose end wide registers are cleared: GCC 12 forgets it behind calls.
+  __attribute__((noinline)) void gatherOnes(int32_t plane) {
+    for (int32_t s = 0; s < grid.stripes(); ++s)
+      for (int32_t g = 0; g < grid.groups(); ++g) {
+        const uint32_t* const own = e.samples + kStripe * (ptrdiff_t(s) * grid.width + ptrdiff_t(g) * kGroup);
+        uint64_t ones = 0;
+        for (size_t i = 0; i < kGroup * kStripe; ++i) ones |= uint64_t(own[i] >> plane & 1) << place::kOfIndex[i];
+        e.ones[ptrdiff_t(s) * grid.groups() + g] = ones;
+      }
+  }
+
   void plane(int32_t plane, bool first, bool raw) {
+    gatherOnes(plane);
     if (!first) {
       raw ? pass<PassType::significance, true>(plane) : pass<PassType::significance, false>(plane);
       raw ? pass<PassType::refinement, true>(plane) : pass<PassType::refinement, false>(plane);
@@ -260,9 +277,10 @@ QelStatus qeliEncodeInitAlloc_JPEG2K(QelEncodeStateJPEG2K** state, QelSize size)
   const int64_t symbols = columns * kSymbolsPerColumn + kSymbolsPerBlock;
   // Widest alignment first.
   const int64_t flagBytes = widened * kFlagBytesPerColumn + int64_t(sizeof(FlagGroup)),
-                sampleBytes = columns * kStripe * 4;
+                sampleBytes = (columns + kGroup) * kStripe * 4;  // a whole group at the end
+  const int64_t onesBytes = flagBytes / int64_t(sizeof(FlagGroup)) * 8;
   const int64_t outputBytes = 1 + symbols * kBytesPerSymbol + kBytesPerBlock;
-  const int64_t total = int64_t(sizeof(Encoder)) + flagBytes + sampleBytes + symbols + outputBytes;
+  const int64_t total = int64_t(sizeof(Encoder)) + flagBytes + onesBytes + sampleBytes + symbols + outputBytes;
   auto* memory = static_cast<uint8_t*>(total > INT32_MAX ? nullptr : ownAlloc(int32_t(total)));
   if (!memory) return qelStatusNoMemory;
   auto* e = reinterpret_cast<Encoder*>(memory);
@@ -271,8 +289,9 @@ QelStatus qeliEncodeInitAlloc_JPEG2K(QelEncodeStateJPEG2K** state, QelSize size)
   e->maxColumns = columns;
   e->maxWidened = widened;
   e->flags = reinterpret_cast<FlagGroup*>(memory + sizeof(Encoder));
-  e->samples = reinterpret_cast<uint32_t*>(memory + sizeof(Encoder) + flagBytes);
-  e->symbols = memory + sizeof(Encoder) + flagBytes + sampleBytes;
+  e->ones = reinterpret_cast<uint64_t*>(memory + sizeof(Encoder) + flagBytes);
+  e->samples = reinterpret_cast<uint32_t*>(memory + sizeof(Encoder) + flagBytes + onesBytes);
+  e->symbols = memory + sizeof(Encoder) + flagBytes + onesBytes + sampleBytes;
   e->output = e->symbols + symbols + 1;
   *state = e;
   return qelStatusOk;

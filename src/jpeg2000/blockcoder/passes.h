@@ -32,11 +32,15 @@ namespace place {
 constexpr uint64_t inEachColumn(uint64_t rows) { return rows * 0x0001041041041040; }
 inline constexpr uint64_t kAbove = inEachColumn(1), kFirstRow = inEachColumn(2), kAndBelow = inEachColumn(0x3E);
 
-// 4 * c + r.
+// Between places and indices, which are 4 * c + r.
+inline constexpr auto kOfIndex = [] {
+  std::array<uint64_t, kGroup * kStripe> all{};
+  for (uint32_t i = 0; i < all.size(); ++i) all[i] = 6 * (i / kStripe + 1) + i % kStripe + 1;
+  return all;
+}();
 inline constexpr auto kIndex = [] {
   std::array<uint8_t, 64> all{};
-  for (int c = 0; c < kGroup; ++c)
-    for (int r = 0; r < kStripe; ++r) all[size_t(6 * (c + 1) + r + 1)] = uint8_t(kStripe * c + r);
+  for (uint32_t i = 0; i < kOfIndex.size(); ++i) all[kOfIndex[i]] = uint8_t(i);
   return all;
 }();
 }  // namespace place
