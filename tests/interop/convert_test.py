@@ -128,7 +128,8 @@ class ConvertTest(InteropTest):
         run("JxrEncApp", "-i", small, "-o", self.path("frequency.jxr"), "-l", 0, "-c", 9)
         run("cjpeg", "-progressive", "-outfile", self.path("progressive.jpg"), small)
         files = [convert(small, self.path(f"{i}{name}"), *options) for i, (name, *options) in enumerate(
-            [(".jpg",), (".jpg", "--restart", 1), (".j2k", "--layers", 2), (".jxr",), (".tif",),
+            [(".jpg",), (".jpg", "--restart", 1), (".jpg", "--bits", 12, "--sampling", "411", "--progressive"),
+             (".j2k", "--layers", 2), (".jxr",), (".tif",),
              (".tif", "--packing", "none"), (".dds",), (".png",)])]
         for path in (*files, self.path("frequency.jxr"), self.path("progressive.jpg")):
             data = contents(path)
