@@ -21,6 +21,7 @@ sys.path.insert(0, os.path.join(HERE, "..", "site"))
 import header  # noqa: E402
 
 ROOT = header.ROOT
+HEADERS = ("include", "qelj.h"), ("qelcore", "qelcore.h"), ("examples", "convert", "qelconv.h")
 
 
 def read(*path):
@@ -38,7 +39,7 @@ def declarations(text):
     text = re.sub(r"/\*.*?\*/", "", text, flags=re.DOTALL)
     text = re.sub(r"^#(?:[^\n]*\\\n)*[^\n]*\n", "", text, flags=re.MULTILINE)
     text = re.sub(r'extern "C" \{(.*)\}', r"\1", text, flags=re.DOTALL)
-    return re.sub(r"\b(QELJ|QELCORE)_API\b", "", text)
+    return re.sub(r"\b(QELJ|QELCORE|QELCONV)_API\b", "", text)
 
 
 def enumerations():
@@ -163,7 +164,7 @@ def assemble(directory):
     shutil.rmtree(package, ignore_errors=True)
     shutil.copytree(os.path.join(HERE, "src", "qelj"), package, ignore=shutil.ignore_patterns("__pycache__", "lib"))
     builder = cffi.FFI()
-    builder.cdef(declarations(read("include", "qelj.h")) + declarations(read("qelcore", "qelcore.h")))
+    builder.cdef("".join(declarations(read(*path)) for path in HEADERS))
     builder.set_source("qelj._cffi", None)
     builder.emit_python_code(os.path.join(package, "_cffi.py"))
     table = functions()

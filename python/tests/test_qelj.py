@@ -379,6 +379,73 @@ def test_calls_on_one_record_are_serial(random):
     assert {part.tobytes() for part in np.split(decoded[:, 0, 1:], 10)} == parts
 
 
+# --- files ---
+
+def test_files(picture, tmp_path):
+    for ending in ("png", "tif", "jp2", "jxr", "ppm"):
+        qelj.imwrite(tmp_path / f"picture.{ending}", picture)
+        assert np.array_equal(qelj.imread(tmp_path / f"picture.{ending}"), picture), ending
+        if ending != "jxr":  # Pillow has no reader
+            with Image.open(tmp_path / f"picture.{ending}") as image:
+                assert np.array_equal(np.asarray(image), picture), ending
+    qelj.imwrite(tmp_path / "a.jpg", picture, quality=90, progressive=True)
+    convert(tmp_path / "picture.png", tmp_path / "b.jpg", "--quality", 90, "--progressive")
+    assert (tmp_path / "a.jpg").read_bytes() == (tmp_path / "b.jpg").read_bytes()
+
+    deep = (picture[..., :1].astype(np.uint16) << 4)[..., 0]
+    for ending, options in (("jp2", {}), ("jpg", {"lossless": True})):
+        file = qelj.write_picture(deep, ending, bits=12, **options)
+        back = qelj.read_picture(memoryview(file))
+        assert back.bits == 12 and back.colour == "grey" and np.array_equal(back.array, deep)
+    part = qelj.write_picture(picture, "jpg")
+    with pytest.raises(qelj.FileError, match="cut off"):
+        qelj.imread(part[:len(part) // 2])
+    with pytest.warns(UserWarning, match="only part"):
+        assert qelj.imread(part[:len(part) // 2], partial=True).shape == picture.shape
+    for arguments in ({"array": picture, "format": "xyz"}, {"array": picture, "format": "jpg", "nonsense": 1},
+                      {"array": picture, "format": "png", "colour": "CMYK"},
+                      {"array": deep, "format": "png", "bits": 8}, {"array": deep, "format": "jp2", "bits": 9},
+                      {"array": picture[:0], "format": "png"}, {"array": picture, "format": "jpg", "quality": 0}):
+        with pytest.raises(ValueError):
+            qelj.write_picture(**arguments)
+
+
+def test_pillow(picture, tmp_path):
+    import qelj.pillow  # noqa: F401
+    image = Image.fromarray(picture)
+    rgba = Image.fromarray(np.dstack([picture, picture[..., 1]]))
+    deep = Image.fromarray(picture[..., 0].astype(np.uint16) * 257)
+    for saved, name, options in ((image, "a.jxr", {}), (rgba, "b.jxr", {}), (deep, "c.jxr", {}), (deep, "d.jp2", {}),
+                                 (image, "e.jpg", {"lossless": True})):
+        saved.save(tmp_path / name, **options)
+        with Image.open(tmp_path / name) as back:
+            assert back.size == saved.size and np.array_equal(np.asarray(back), np.asarray(saved)), name
+    for block in ("bc1", "bc3", "bc7"):  # Pillow's own decoder
+        rgba.save(tmp_path / "f.dds", block=block)
+        with Image.open(tmp_path / "f.dds") as back:
+            assert np.abs(np.asarray(back).astype(int) - np.asarray(rgba))[..., :3].mean() < 6, block
+    # What Pillow has stays Pillow's.
+    image.save(tmp_path / "g.jpg", quality=90)
+    image.save(tmp_path / "h.jp2")
+    rgba.save(tmp_path / "i.dds")
+    for name in ("g.jpg", "h.jp2", "i.dds"):
+        with Image.open(tmp_path / name) as back:
+            assert type(back).__module__.startswith("PIL.") and back.size == image.size
+    with pytest.raises(Image.UnidentifiedImageError):
+        Image.open(io.BytesIO(b"II\xbc\x01" + bytes(40)))
+
+
+def test_files_behind_a_fork(picture):
+    """The runtime's team is the parent's: a child reads on its own."""
+    code = ("import os, qelj, numpy as np; p = np.zeros((2000, 2000, 3), np.uint8); f = qelj.write_picture(p, 'jp2')\n"
+            "child = os.fork()\n"
+            "if not child: os._exit(int(not np.array_equal(qelj.imread(f), p)))\n"
+            "print(os.waitpid(child, 0)[1])")
+    result = subprocess.run([sys.executable, "-c", code], env={**os.environ, "OMP_NUM_THREADS": "3"},
+                            stdout=subprocess.PIPE, timeout=100)
+    assert result.stdout == b"0\n"
+
+
 PRINT = "import qelj; print(qelj.image, qelj.path); qelj.qeliSub128_JPEG_8u16s_C1R(qelj.zeros((9, 9), 'uint8'))"
 
 

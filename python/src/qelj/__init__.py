@@ -12,7 +12,8 @@ returns, together with the numbers that C hands back through pointers: one of th
 A negative status is an `Error`, a positive one a `StatusWarning`. Shapes, types and lengths are checked in front of the
 call, so that it stays inside the arrays, whatever it is given. Calls release the interpreter's lock.
 
-The modules jpeg, jpeg2000, jpegxr, texture and tiff say the common things shortly.
+The modules jpeg, jpeg2000, jpegxr, texture and tiff say the common things shortly. `imread` and `imwrite` take and
+make files by way of the converter's library; `import qelj.pillow` gives them to Pillow.
 """
 import importlib
 import typing
@@ -22,6 +23,7 @@ from ._arrays import zeros
 from ._enumerations import *  # noqa: F401,F403
 from ._enumerations import __all__ as _enumerations
 from ._errors import Error, StatusWarning, status_text
+from ._files import FileError, Picture, imread, imwrite, read_picture, write_picture
 from ._library import ffi as _ffi, image, lib as _lib, path
 from ._records import *  # noqa: F401,F403
 from ._records import __all__ as _records
@@ -33,9 +35,9 @@ if typing.TYPE_CHECKING:
 
 __version__ = _table.VERSION
 _FAMILIES = ("jpeg", "jpeg2000", "jpegxr", "texture", "tiff")
-__all__ = ["Error", "LibVersion", "StatusWarning", "get_num_threads", "image", "map_rows", "map_tiles", "path",
-           "set_num_threads", "status_text", "typical", "version", "zeros", *_enumerations, *_records, *_FAMILIES,
-           *_functions.__all__]
+__all__ = ["Error", "FileError", "LibVersion", "Picture", "StatusWarning", "get_num_threads", "image", "imread",
+           "imwrite", "map_rows", "map_tiles", "path", "read_picture", "set_num_threads", "status_text", "typical",
+           "version", "write_picture", "zeros", *_enumerations, *_records, *_FAMILIES, *_functions.__all__]
 
 
 class LibVersion(typing.NamedTuple):

@@ -13,6 +13,7 @@ import os
 
 from ._cffi import ffi
 
+carried = os.path.join(os.path.dirname(os.path.abspath(__file__)), "lib")
 IMAGES = ("x86-64-v4", "x86-64-v3", "x86-64-v2")  # the best one first
 
 
@@ -30,7 +31,6 @@ def found():
     chosen = os.environ.get("QELJ_LIBRARY")
     if chosen:
         return best_in(chosen) if os.path.isdir(chosen) else os.path.abspath(chosen)
-    carried = os.path.join(os.path.dirname(os.path.abspath(__file__)), "lib")
     return best_in(carried) if os.path.isdir(carried) else "libqelj.so.7"
 
 
