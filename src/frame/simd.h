@@ -8,7 +8,8 @@
 //
 //   family.h   chooses the family, and with it kBytes, kWideBytes, kEnabled and kShuffles
 //   vector.h   vectors as the language has them
-//   x86.h      the processors' forms, all with one list of operations: overloads for the sizes and lanes of vectors
+//   x86.h, wasm.h
+//              the processors' forms, all with one list of operations: overloads for the sizes and lanes of vectors
 //              that a processor has, which come before the definitions where both fit
 //   plain.h    the definitions, which serve whatever has no form: templates for every vector
 //   pixels.h   pixels of three and four bytes, of those operations

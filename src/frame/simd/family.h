@@ -19,6 +19,8 @@
 #  if defined(__AVX512BW__) && defined(__AVX512DQ__) && defined(__AVX512VL__)
 #    define QELJ_HAS_AVX512 1
 #  endif
+#elif defined(__wasm_simd128__)
+#  define QELJ_SIMD_FORMS "frame/simd/wasm.h"
 #endif
 
 namespace qelj::simd {
