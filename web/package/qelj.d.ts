@@ -72,7 +72,12 @@ export interface CodedBlock extends Size {
   rates: number[];
   distortions: number[];
 }
-export type BlockFormat = "bc1" | "bc2" | "bc3" | "bc4" | "bc5" | "bc7";
+/** Coded blocks, row by row of blocks; those with no coefficient have no bits. */
+export interface HighPass extends Size {
+  bytes: Uint8Array;
+  coded: Uint8Array;
+}
+export type BlockFormat = "bc1" | "bc2" | "bc3" | "bc4" | "bc5" | "bc6" | "bc7";
 export interface Texture extends Size {
   blocks: Uint8Array;
   format: BlockFormat;
@@ -137,9 +142,12 @@ export interface Qelj {
   decodeCodeBlock(coded: CodedBlock, options?: { passes?: number }): Plane<Int32Array>;
   /** The photo core transform of JPEG XR on whole macroblocks. */
   photoCore(plane: Plane<Int32Array>, options?: { inverse?: boolean }): Plane<Int32Array>;
-  /** Blocks of a texture, from RGBA (bc4 one channel, bc5 two), and back. */
+  /** The fifteen coefficients behind the first of each 4 by 4 block, in the adaptive codes of JPEG XR; and back. */
+  highPass(plane: Plane<Int32Array>): HighPass;
+  decodeHighPass(coded: HighPass): Plane<Int32Array>;
+  /** Blocks of a texture, from RGBA (bc4 one channel, bc5 two), and back. bc6 is only decoded, to halves of RGB. */
   texture(picture: Plane, format: BlockFormat): Texture;
-  decodeTexture(texture: Texture): Plane & { channels: number };
+  decodeTexture(texture: Texture): Plane<Uint8Array | Uint16Array> & { channels: number };
   packBits(row: Uint8Array): Uint8Array;
   unpackBits(bytes: Uint8Array, length: number): Uint8Array;
 
