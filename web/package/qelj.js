@@ -84,7 +84,10 @@ async function compiled(source) {
     }
   }
   source = await source;
-  if (typeof Response !== "undefined" && source instanceof Response) source = await source.arrayBuffer();
+  if (typeof Response !== "undefined" && source instanceof Response) {
+    if (!source.ok) throw new Error(`${source.url}: ${source.status} ${source.statusText}`);
+    source = await source.arrayBuffer();
+  }
   return WebAssembly.compile(source);
 }
 
@@ -125,7 +128,7 @@ class Qelj {
   // --- memory and calls ---------------------------------------------------------------------------------------------
 
   allocate(bytes) {
-    const address = this.exports.qelMalloc(bytes) >>> 0;
+    const address = bytes < 2 ** 31 ? this.exports.qelMalloc(bytes) >>> 0 : 0;
     if (!address) throw new RangeError(`no memory for ${bytes} bytes`);
     return address;
   }
@@ -158,7 +161,7 @@ class Qelj {
     let room = 0;
     const place = (bytes) => {
       const at = room;
-      room += (bytes + 15) & ~15;
+      room += 16 * Math.ceil(bytes / 16);
       return at;
     };
     const isPlain = (v) => typeof v === "number" || v instanceof Block || v === null;
