@@ -61,6 +61,19 @@ export interface Coefficients {
   width?: number;
   height?: number;
 }
+/** The lists of a DHT segment: how many codes of each length, and symbols in order of their codes. */
+export interface HuffmanTable {
+  bits: Uint8Array;
+  vals: Uint8Array;
+}
+export interface HuffmanTables {
+  dc: HuffmanTable;
+  ac: HuffmanTable;
+}
+export interface Scan {
+  bytes: Uint8Array;
+  table: HuffmanTable;
+}
 export type Band = "LL" | "LH" | "HL" | "HH";
 export interface CodedBlock extends Size {
   bytes: Uint8Array;
@@ -125,9 +138,15 @@ export interface Qelj {
   forwardDct(plane: Plane, quantiser: Quantiser): Coefficients;
   /** Back to samples; with `side` 4 or 2 to a picture of a half or a quarter of the sides. */
   inverseDct(coefficients: Coefficients, quantiser: Quantiser, options?: { side?: 8 | 4 | 2 }): Plane;
-  /** Blocks to baseline Huffman data by the typical tables, and `count` blocks back. */
-  huffman(blocks: Int16Array, options?: { chroma?: boolean }): Uint8Array;
-  huffman(bytes: Uint8Array, options: { chroma?: boolean; count: number }): Int16Array;
+  /** The tables that code these blocks in the fewest bits. */
+  huffmanTables(blocks: Int16Array): HuffmanTables;
+  /** Blocks to baseline Huffman data, by the typical tables or others, and `count` blocks back. */
+  huffman(blocks: Int16Array, options?: { chroma?: boolean; tables?: HuffmanTables }): Uint8Array;
+  huffman(bytes: Uint8Array, options: { chroma?: boolean; tables?: HuffmanTables; count: number }): Int16Array;
+  /** The first scan of coefficients `start` to `end`, less their `low` lowest bits, with the table made for it; and back
+   *  to `count` blocks, in which other coefficients are zero. The first coefficient has scans of its own. */
+  progressive(blocks: Int16Array, options?: { start?: number; end?: number; low?: number }): Scan;
+  progressive(scan: Scan, options: { start?: number; end?: number; low?: number; count: number }): Int16Array;
   /** The differences that lossless JPEG codes, and the samples back from them. */
   predict(plane: Plane<Int16Array>,
     options?: { predictor?: number; precision?: number; inverse?: boolean }): Plane<Int16Array>;

@@ -353,61 +353,110 @@ class Qelj {
     });
   }
 
-  // Records of a code: work(dc table, ac table, state).
-  withHuffman(kind, chroma, work) {
+  // The typical lists of a DHT segment.
+  typicalTables(chroma) {
+    const list = (bits, vals, count) =>
+        ({bits: this.typical(bits, chroma, 16), vals: this.typical(vals, chroma, count)});
+    return {dc: list(1, 2, 12), ac: list(3, 4, 162)};
+  }
+  // The lists that code counted symbols in the fewest bits.
+  optimalTable(statistics) {
+    const bits = new Uint8Array(16), vals = new Uint8Array(256);
+    this.call("qeliEncodeHuffmanRawTableInit_JPEG_8u", statistics, bits, vals);
+    return {bits, vals: vals.slice(0, bits.reduce((sum, n) => sum + n))};
+  }
+  huffmanTables(blocks) {
+    const dc = new Int32Array(256), ac = new Int32Array(256), last = new Int16Array(1);
+    for (let i = 0; i + 64 <= blocks.length; i += 64)
+      this.call("qeliGetHuffmanStatistics8x8_JPEG_16s_C1", blocks.subarray(i, i + 64), dc, ac, last);
+    return {dc: this.optimalTable(dc), ac: this.optimalTable(ac)};
+  }
+
+  // Records of codes and a state: work(block maker, tables' records, state), which are released behind it.
+  withHuffman(kind, tables, work) {
     const {exports} = this;
     return this.within((block) => {
-      const records = block(Uint32Array, 3);
-      const made = (name, ...values) => {
-        const status = exports[name](...values);
-        if (status < 0) throw new QeljError(name, status);
-      };
+      const records = block(Uint32Array, tables.length + 1);
       records.array.fill(0);
       try {
-        made(
-            `qeli${kind}HuffmanSpecInitAlloc_JPEG_8u`, exports.qeljWebTypical(1, chroma),
-            exports.qeljWebTypical(2, chroma), records.at(0));
-        made(
-            `qeli${kind}HuffmanSpecInitAlloc_JPEG_8u`, exports.qeljWebTypical(3, chroma),
-            exports.qeljWebTypical(4, chroma), records.at(1));
-        made(`qeli${kind}HuffmanStateInitAlloc_JPEG_8u`, records.at(2));
+        tables.forEach(({bits, vals}, i) => {
+          const list = new Uint8Array(256);  // as many as the counts may ask for
+          list.set(vals);
+          needed(bits, 16, "a table");
+          this.call(`qeli${kind}HuffmanSpecInitAlloc_JPEG_8u`, bits, list, records.at(i));
+        });
+        this.call(`qeli${kind}HuffmanStateInitAlloc_JPEG_8u`, records.at(tables.length));
         return work(block, ...records.array);
       } finally {
-        const [dc, ac, state] = records.array;
-        exports[`qeli${kind}HuffmanSpecFree_JPEG_8u`](dc);
-        exports[`qeli${kind}HuffmanSpecFree_JPEG_8u`](ac);
-        exports[`qeli${kind}HuffmanStateFree_JPEG_8u`](state);
+        for (const [i, record] of records.array.entries())
+          exports[`qeli${kind}Huffman${i < tables.length ? "Spec" : "State"}Free_JPEG_8u`](record);
       }
     });
   }
+  // Blocks through an encoder, and its last bits: step(block's address or 0, to, room, position, last) gives a status.
+  encodedBlocks(name, block, blocks, step) {
+    const count = Math.floor(blocks.length / 64), room = 570 + 512 * count;
+    const from = block(Int16Array, blocks), to = block(Uint8Array, room);
+    const position = block(Int32Array, [0]), last = block(Int16Array, [0]);
+    for (let i = 0; i <= count; ++i) {
+      const status = step(i < count ? from.at(64 * i) : 0, to.address, room, position.address, last.address);
+      if (status < 0) throw new QeljError(name, status);
+    }
+    return to.array.slice(0, position.array[0]);
+  }
+  decodedBlocks(name, block, bytes, count, step) {
+    const from = block(Uint8Array, bytes), to = block(Int16Array, new Int16Array(64 * count));
+    const position = block(Int32Array, [0]), last = block(Int16Array, [0]), marker = block(Int32Array, [0]);
+    for (let i = 0; i < count; ++i) {
+      const status = step(from.address, bytes.length, position.address, to.at(64 * i), last.address, marker.address);
+      if (status < 0) throw new QeljError(name, status);
+    }
+    return to.array.slice();
+  }
 
-  huffman(blocksOrBytes, {chroma = false, count = 0} = {}) {
-    const code = Number(chroma);
+  huffman(blocksOrBytes, {chroma = false, tables = this.typicalTables(chroma), count = 0} = {}) {
+    const {exports} = this, lists = [tables.dc, tables.ac];
     if (blocksOrBytes instanceof Int16Array)
-      return this.withHuffman("Encode", code, (block, dc, ac, state) => {
-        const name = "qeliEncodeHuffman8x8_JPEG_16s1u_C1", blocks = blocksOrBytes.length / 64;
-        const from = block(Int16Array, blocksOrBytes), to = block(Uint8Array, 570 + 512 * blocks);
-        const position = block(Int32Array, [0]), last = block(Int16Array, [0]);
-        for (let i = 0; i <= blocks; ++i) {
-          const end = i === blocks;
-          const status = this.exports[name](
-              end ? 0 : from.at(64 * i), to.address, to.length, position.address, last.address, dc, ac, state,
-              Number(end));
-          if (status < 0) throw new QeljError(name, status);
-        }
-        return to.array.slice(0, position.array[0]);
+      return this.withHuffman("Encode", lists, (block, dc, ac, state) => {
+        const name = "qeliEncodeHuffman8x8_JPEG_16s1u_C1";
+        return this.encodedBlocks(
+            name, block, blocksOrBytes, (src, ...to) => exports[name](src, ...to, dc, ac, state, Number(src === 0)));
       });
-    return this.withHuffman("Decode", code, (block, dc, ac, state) => {
+    return this.withHuffman("Decode", lists, (block, dc, ac, state) => {
       const name = "qeliDecodeHuffman8x8_JPEG_1u16s_C1";
-      const from = block(Uint8Array, blocksOrBytes), to = block(Int16Array, 64 * count);
-      const position = block(Int32Array, [0]), last = block(Int16Array, [0]), marker = block(Int32Array, [0]);
-      for (let i = 0; i < count; ++i) {
-        const status = this.exports[name](
-            from.address, from.length, position.address, to.at(64 * i), last.address, marker.address, dc, ac, state);
-        if (status < 0) throw new QeljError(name, status);
-      }
-      return to.array.slice();
+      return this.decodedBlocks(
+          name, block, blocksOrBytes, count, (...values) => exports[name](...values, dc, ac, state));
     });
+  }
+
+  progressive(blocksOrScan, {start = 0, end = start, low = 0, count = 0} = {}) {
+    const {exports} = this, isDc = start === 0, band = isDc ? [] : [start, end], kind = isDc ? "DCFirst" : "ACFirst";
+    if (!(blocksOrScan instanceof Int16Array))
+      return this.withHuffman("Decode", [blocksOrScan.table], (block, table, state) => {
+        const name = `qeliDecodeHuffman8x8_${kind}_JPEG_1u16s_C1`;
+        return this.decodedBlocks(
+            name, block, blocksOrScan.bytes, count,
+            (src, length, position, dst, last, marker) =>
+                exports[name](src, length, position, dst, ...(isDc ? [last] : []), marker, ...band, low, table, state));
+      });
+    const statistics = new Int32Array(256), name = `qeliEncodeHuffman8x8_${kind}_JPEG_16s1u_C1`;
+    this.withHuffman("Encode", [], (block, state) => {
+      const counts = block(Int32Array, statistics), counting = `qeliGetHuffmanStatistics8x8_${kind}_JPEG_16s_C1`;
+      this.encodedBlocks(
+          counting, block, blocksOrScan,
+          (src, to, room, position, last) => isDc ?
+              src && exports[counting](src, counts.address, last, low) :
+              exports[counting](src, counts.address, ...band, low, state, Number(src === 0)));
+      statistics.set(counts.array);
+    });
+    const table = this.optimalTable(statistics);
+    const bytes = this.withHuffman(
+        "Encode", [table],
+        (block, spec, state) => this.encodedBlocks(
+            name, block, blocksOrScan,
+            (src, to, room, position, last) => exports[name](
+                src, to, room, position, ...(isDc ? [last] : band), low, spec, state, Number(src === 0))));
+    return {bytes, table};
   }
 
   predict(plane, {predictor = 1, precision = 8, inverse = false} = {}) {

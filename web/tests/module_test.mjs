@@ -76,6 +76,21 @@ const tests = {
     assert.ok(worst(qelj.inverseDct(coefficients, quantiser).data, odd.data) <= 2);
     assert.equal(qelj.inverseDct(coefficients, quantiser, {side: 4}).width, 23);
     assert.throws(() => qelj.huffman(bytes.subarray(0, 10), {count: 24}), QeljError);
+    const tables = qelj.huffmanTables(coefficients.blocks), fewer = qelj.huffman(coefficients.blocks, {tables});
+    assert.ok(fewer.length < bytes.length);
+    assert.deepEqual(qelj.huffman(fewer, {tables, count: 24}), coefficients.blocks);
+    assert.throws(
+        () => qelj.huffman(
+            fewer, {tables: {dc: {bits: new Uint8Array(16).fill(255), vals: []}, ac: tables.ac}, count: 24}),
+        QeljError);
+  },
+  "progressive scans"() {
+    const {blocks} = qelj.forwardDct(luma, qelj.quantiser({quality: 90})), count = blocks.length / 64;
+    const first = qelj.progressive(qelj.progressive(blocks, {low: 1}), {low: 1, count});
+    assert.deepEqual(first, blocks.map((v, i) => (i % 64 ? 0 : (v >> 1) * 2)));
+    const band = {start: 1, end: 63};
+    const others = qelj.progressive(qelj.progressive(blocks, band), {...band, count});
+    assert.deepEqual(others, blocks.map((v, i) => (i % 64 ? v : 0)));
   },
   "prediction"() {
     const data = Int16Array.from(luma.data), plane = {data, ...size};
