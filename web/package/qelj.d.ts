@@ -99,7 +99,8 @@ export interface Stage {
   name: string;
   milliseconds: number;
 }
-/** Options of the codecs by name, such as quality, sampling, progressive, lossless, levels, irreversible, rate, block. */
+/** Options of the codecs by name, such as quality, sampling, progressive, lossless, levels, irreversible, rate, block:
+ *  those of the converter's command line. */
 export type CodecOptions = Record<string, string | number | boolean | undefined>;
 
 export class QeljError extends Error {
@@ -143,8 +144,8 @@ export interface Qelj {
   /** Blocks to baseline Huffman data, by the typical tables or others, and `count` blocks back. */
   huffman(blocks: Int16Array, options?: { chroma?: boolean; tables?: HuffmanTables }): Uint8Array;
   huffman(bytes: Uint8Array, options: { chroma?: boolean; tables?: HuffmanTables; count: number }): Int16Array;
-  /** The first scan of coefficients `start` to `end`, less their `low` lowest bits, with the table made for it; and back
-   *  to `count` blocks, in which other coefficients are zero. The first coefficient has scans of its own. */
+  /** The first scan of coefficients `start` to `end`, less their `low` lowest bits, with the table made for it; and
+   *  back to `count` blocks, in which other coefficients are zero. The first coefficient has scans of its own. */
   progressive(blocks: Int16Array, options?: { start?: number; end?: number; low?: number }): Scan;
   progressive(scan: Scan, options: { start?: number; end?: number; low?: number; count: number }): Int16Array;
   /** The differences that lossless JPEG codes, and the samples back from them. */
