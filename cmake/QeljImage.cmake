@@ -2,8 +2,9 @@
 # whole for one processor generation. All images have the same soname and the same exports and give the same
 # bytes; an installation may carry several and let the dynamic loader choose.
 #
-# <cpu> is x86-64-v2, x86-64-v3, x86-64-v4, armv8-a, portable (no processor-specific operation: the vectors' plain
-# forms), or scalar (portable, and every kernel in its scalar form: the definition that tests compare with).
+# <cpu> is x86-64-v2, x86-64-v3, x86-64-v4, armv8-a, simd128 (WebAssembly's vectors), portable (no processor-specific
+# operation: the vectors' plain forms), or scalar (portable, and every kernel in its scalar form: the definition that
+# tests compare with).
 
 file(GLOB_RECURSE qelj_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp ${PROJECT_SOURCE_DIR}/src/*.S)
 list(FILTER qelj_sources EXCLUDE REGEX "/frame/start\\.cpp$")
@@ -115,7 +116,7 @@ function(qelj_image target cpu directory)
     target_compile_definitions(${code} PRIVATE QELJ_PORTABLE=1)
   elseif(cpu STREQUAL "scalar")
     target_compile_definitions(${code} PRIVATE QELJ_PORTABLE=1 QELJ_SCALAR=1)
-  else()
+  elseif(NOT cpu STREQUAL "simd128")  # which all code for WebAssembly has
     target_compile_options(${code} PRIVATE -march=${cpu} -mtune=generic
       # GCC 12 takes 64-byte stores of its own making for overflows.
       $<$<AND:$<CXX_COMPILER_ID:GNU>,$<STREQUAL:${cpu},x86-64-v4>>:-Wno-stringop-overflow>)

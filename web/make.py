@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""make.py MODULE OUT VERSION: puts the npm-ready folder together (OUT/package), and the page as one file (OUT/index.html).
+"""make.py MODULE OUT VERSION: puts the npm-ready folder together (OUT/package), and the page as one file
+(OUT/index.html).
 
 What the package says of each function, functions.js and functions.d.ts, comes from include/qelj.h."""
 import base64

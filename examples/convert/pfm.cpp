@@ -85,8 +85,7 @@ Image read(Bytes file, const Options& options, Stages& stages) {
           limits.onlyPart(image, Truncated().what());
           return image;
         }
-        image.setSample(size_t(y) * samples + i,
-                        toHalf(floatOf(header.littleEndian ? in.u32le() : in.u32be())));
+        image.setSample(size_t(y) * samples + i, toHalf(floatOf(header.littleEndian ? in.u32le() : in.u32be())));
       }
     return image;
   });

@@ -8,7 +8,7 @@
 //
 //   family.h   chooses the family, and with it kBytes, kWideBytes, kEnabled and kShuffles
 //   vector.h   vectors as the language has them
-//   x86.h, neon.h
+//   x86.h, neon.h, wasm.h
 //              the processors' forms, all with one list of operations: overloads for the sizes and lanes of vectors
 //              that a processor has, which come before the definitions where both fit
 //   plain.h    the definitions, which serve whatever has no form: templates for every vector

@@ -15,11 +15,13 @@ struct FloatEnvironment {
   int rounding;
   bool flushing;  // denormal numbers count as zero and become zero, on processors that can
 };
-// The first one is what a program starts with, and the only one that WebAssembly has.
-inline constexpr FloatEnvironment kFloatEnvironments[] = {
-    {FE_TONEAREST, false},
-#if defined(FE_UPWARD)
-    {FE_UPWARD, false},    {FE_DOWNWARD, false}, {FE_TOWARDZERO, false}, {FE_TONEAREST, true}
+// The first one is what a program starts with, and the only one that WebAssembly has, where there are no flags either.
+inline constexpr FloatEnvironment kFloatEnvironments[] = {{FE_TONEAREST, false},
+#if !defined(__EMSCRIPTEN__)
+                                                          {FE_UPWARD, false},
+                                                          {FE_DOWNWARD, false},
+                                                          {FE_TOWARDZERO, false},
+                                                          {FE_TONEAREST, true}
 #endif
 };
 

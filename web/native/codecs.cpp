@@ -50,7 +50,8 @@ const Answer* answered(Work&& work) {
   try {
     work(*held, stages);
     held->answer.good = 1;
-    for (const auto& [stage, seconds] : stages.times()) held->text += std::to_string(1e3 * seconds) + "\t" + stage + "\n";
+    for (const auto& [stage, seconds] : stages.times())
+      held->text += std::to_string(1e3 * seconds) + "\t" + stage + "\n";
     for (const std::string& loss : stages.losses()) held->text += "! " + loss + "\n";
   } catch (const std::exception& e) {
     held->text = e.what();
@@ -98,11 +99,16 @@ void qeljWebForget(Answer* answer) { delete reinterpret_cast<Held*>(answer); }
 // The typical tables of ISO/IEC 10918-1, Annex K: 0 quantisers, 1 and 2 counts and symbols for DC, 3 and 4 for AC.
 const uint8_t* qeljWebTypical(int32_t which, int32_t chroma) {
   switch (which) {
-    case 0: return qelTypicalQuantisers[chroma];
-    case 1: return qelTypicalDcBits[chroma];
-    case 2: return qelTypicalDcVals;
-    case 3: return qelTypicalAcBits[chroma];
-    default: return qelTypicalAcVals[chroma];
+    case 0:
+      return qelTypicalQuantisers[chroma];
+    case 1:
+      return qelTypicalDcBits[chroma];
+    case 2:
+      return qelTypicalDcVals;
+    case 3:
+      return qelTypicalAcBits[chroma];
+    default:
+      return qelTypicalAcVals[chroma];
   }
 }
 

@@ -61,6 +61,19 @@ export interface Coefficients {
   width?: number;
   height?: number;
 }
+/** The lists of a DHT segment: how many codes of each length, and symbols in order of their codes. */
+export interface HuffmanTable {
+  bits: Uint8Array;
+  vals: Uint8Array;
+}
+export interface HuffmanTables {
+  dc: HuffmanTable;
+  ac: HuffmanTable;
+}
+export interface Scan {
+  bytes: Uint8Array;
+  table: HuffmanTable;
+}
 export type Band = "LL" | "LH" | "HL" | "HH";
 export interface CodedBlock extends Size {
   bytes: Uint8Array;
@@ -72,7 +85,12 @@ export interface CodedBlock extends Size {
   rates: number[];
   distortions: number[];
 }
-export type BlockFormat = "bc1" | "bc2" | "bc3" | "bc4" | "bc5" | "bc7";
+/** Coded blocks, row by row of blocks; those with no coefficient have no bits. */
+export interface HighPass extends Size {
+  bytes: Uint8Array;
+  coded: Uint8Array;
+}
+export type BlockFormat = "bc1" | "bc2" | "bc3" | "bc4" | "bc5" | "bc6" | "bc7";
 export interface Texture extends Size {
   blocks: Uint8Array;
   format: BlockFormat;
@@ -81,7 +99,8 @@ export interface Stage {
   name: string;
   milliseconds: number;
 }
-/** Options of the codecs by name, such as quality, sampling, progressive, lossless, levels, irreversible, rate, block. */
+/** Options of the codecs by name, such as quality, sampling, progressive, lossless, levels, irreversible, rate, block:
+ *  those of the converter's command line. */
 export type CodecOptions = Record<string, string | number | boolean | undefined>;
 
 export class QeljError extends Error {
@@ -120,9 +139,15 @@ export interface Qelj {
   forwardDct(plane: Plane, quantiser: Quantiser): Coefficients;
   /** Back to samples; with `side` 4 or 2 to a picture of a half or a quarter of the sides. */
   inverseDct(coefficients: Coefficients, quantiser: Quantiser, options?: { side?: 8 | 4 | 2 }): Plane;
-  /** Blocks to baseline Huffman data by the typical tables, and `count` blocks back. */
-  huffman(blocks: Int16Array, options?: { chroma?: boolean }): Uint8Array;
-  huffman(bytes: Uint8Array, options: { chroma?: boolean; count: number }): Int16Array;
+  /** The tables that code these blocks in the fewest bits. */
+  huffmanTables(blocks: Int16Array): HuffmanTables;
+  /** Blocks to baseline Huffman data, by the typical tables or others, and `count` blocks back. */
+  huffman(blocks: Int16Array, options?: { chroma?: boolean; tables?: HuffmanTables }): Uint8Array;
+  huffman(bytes: Uint8Array, options: { chroma?: boolean; tables?: HuffmanTables; count: number }): Int16Array;
+  /** The first scan of coefficients `start` to `end`, less their `low` lowest bits, with the table made for it; and
+   *  back to `count` blocks, in which other coefficients are zero. The first coefficient has scans of its own. */
+  progressive(blocks: Int16Array, options?: { start?: number; end?: number; low?: number }): Scan;
+  progressive(scan: Scan, options: { start?: number; end?: number; low?: number; count: number }): Int16Array;
   /** The differences that lossless JPEG codes, and the samples back from them. */
   predict(plane: Plane<Int16Array>,
     options?: { predictor?: number; precision?: number; inverse?: boolean }): Plane<Int16Array>;
@@ -137,9 +162,12 @@ export interface Qelj {
   decodeCodeBlock(coded: CodedBlock, options?: { passes?: number }): Plane<Int32Array>;
   /** The photo core transform of JPEG XR on whole macroblocks. */
   photoCore(plane: Plane<Int32Array>, options?: { inverse?: boolean }): Plane<Int32Array>;
-  /** Blocks of a texture, from RGBA (bc4 one channel, bc5 two), and back. */
+  /** The fifteen coefficients behind the first of each 4 by 4 block, in the adaptive codes of JPEG XR; and back. */
+  highPass(plane: Plane<Int32Array>): HighPass;
+  decodeHighPass(coded: HighPass): Plane<Int32Array>;
+  /** Blocks of a texture, from RGBA (bc4 one channel, bc5 two), and back. bc6 is only decoded, to halves of RGB. */
   texture(picture: Plane, format: BlockFormat): Texture;
-  decodeTexture(texture: Texture): Plane & { channels: number };
+  decodeTexture(texture: Texture): Plane<Uint8Array | Uint16Array> & { channels: number };
   packBits(row: Uint8Array): Uint8Array;
   unpackBits(bytes: Uint8Array, length: number): Uint8Array;
 

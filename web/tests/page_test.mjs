@@ -1,20 +1,23 @@
-// node page_test.mjs PAGE PHOTOGRAPH PICTURES: the page in Chromium, from a file and without a network, with real clicks;
-// screenshots go to the folder PICTURES.
+// node page_test.mjs PAGE PHOTOGRAPH PICTURES: the page in Chromium, from a file and without a network, with real
+// clicks; screenshots go to the folder PICTURES.
 import assert from "node:assert/strict";
-import { mkdirSync } from "node:fs";
-import { pathToFileURL } from "node:url";
+import {mkdirSync} from "node:fs";
+import {resolve} from "node:path";
+import {pathToFileURL} from "node:url";
 
-import { browser, openPage } from "./browser.mjs";
+import {browser, openPage} from "./browser.mjs";
 
 const [file, photograph, pictures] = process.argv.slice(2);
-mkdirSync(pictures, { recursive: true });
+mkdirSync(pictures, {recursive: true});
 
 await browser(async (chromium) => {
   for (const [name, options] of Object.entries({
-    "1280-light": { width: 1280 }, "1280-dark": { width: 1280, dark: true },
-    "390-light": { width: 390, height: 844 }, "390-dark": { width: 390, height: 844, dark: true },
-  })) {
-    const page = await openPage(chromium, pathToFileURL(file).href, { ...options, offline: true });
+         "1280-light": {width: 1280},
+         "1280-dark": {width: 1280, dark: true},
+         "390-light": {width: 390, height: 844},
+         "390-dark": {width: 390, height: 844, dark: true},
+       })) {
+    const page = await openPage(chromium, pathToFileURL(resolve(file)).href, {...options, offline: true});
     const text = (id) => page.evaluate(`document.getElementById("${id}").textContent`);
     const bytes = async () => Number((await text("size")).replace(/\D/g, ""));
     // What follows a click: other figures.
@@ -22,7 +25,8 @@ await browser(async (chromium) => {
       const before = await text("size");
       await click();
       await page.until(`document.getElementById("size").textContent !== ${JSON.stringify(before)}`);
-      assert.equal(await page.evaluate(`document.getElementById("problem").hidden`), true, `${what}: ${await text("problem")}`);
+      assert.equal(
+          await page.evaluate(`document.getElementById("problem").hidden`), true, `${what}: ${await text("problem")}`);
       assert.match(await text("writing"), / ms$/);
       return bytes();
     };
@@ -30,7 +34,8 @@ await browser(async (chromium) => {
       await page.evaluate(`document.getElementById("${id}").focus()`);
       for (const key of keys)
         for (const type of ["keyDown", "keyUp"])
-          await page.call("Input.dispatchKeyEvent", { type, key, code: key, windowsVirtualKeyCode: key === "ArrowDown" ? 40 : 38 });
+          await page.call(
+              "Input.dispatchKeyEvent", {type, key, code: key, windowsVirtualKeyCode: key === "ArrowDown" ? 40 : 38});
     };
     const tab = (kind, value) => `input[name="${kind}"][value="${value}"]`;
 
@@ -59,10 +64,10 @@ await browser(async (chromium) => {
     // Another photograph, dropped.
     await page.click(tab("view", "result"));
     await changes("JPEG", () => page.click(tab("format", "jpeg")));
-    const data = { items: [], files: [photograph], dragOperationsMask: 1 };
+    const data = {items: [], files: [resolve(photograph)], dragOperationsMask: 1};
     await changes("drop", async () => {
       for (const type of ["dragEnter", "dragOver", "drop"])
-        await page.call("Input.dispatchDragEvent", { type, x: 200, y: 200, data });
+        await page.call("Input.dispatchDragEvent", {type, x: 200, y: 200, data});
     });
     assert.equal(await page.evaluate(`document.getElementById("original").width`), 1024);
     await page.click("#split", 0.7);

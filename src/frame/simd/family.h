@@ -23,6 +23,8 @@
 #  endif
 #elif defined(__aarch64__) && defined(__ARM_NEON)
 #  define QELJ_SIMD_FORMS "frame/simd/neon.h"
+#elif defined(__wasm_simd128__)
+#  define QELJ_SIMD_FORMS "frame/simd/wasm.h"
 #endif
 
 namespace qelj::simd {
