@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -44,6 +45,35 @@ std::string targetOf(const std::string& path) {
   return real ? real.get() : path;
 }
 
+// The file that is being written, which goes where a signal ends the program: somebody's, or that which a mapped file's
+// pages give when they are no longer there.
+char unfinished[4096];
+constexpr int kSignals[] = {SIGHUP, SIGINT, SIGTERM};
+
+void end(int signal) {
+  ::unlink(unfinished);
+  if (signal == SIGBUS) {
+    constexpr char kWhy[] = "qelconv: a file has been shortened while it was read\n";
+    constexpr int kFailure = 1;
+    writeAll(STDERR_FILENO, {reinterpret_cast<const uint8_t*>(kWhy), sizeof kWhy - 1});
+    ::_exit(kFailure);
+  }
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+void watch(const std::string& path) {
+  if (path.size() >= sizeof unfinished) return;
+  std::memcpy(unfinished, path.c_str(), path.size() + 1);
+  for (const int signal : kSignals)
+    if (std::signal(signal, end) == SIG_IGN) std::signal(signal, SIG_IGN);
+}
+void unwatch() {
+  unfinished[0] = 0;
+  for (const int signal : kSignals)
+    if (std::signal(signal, SIG_DFL) == SIG_IGN) std::signal(signal, SIG_IGN);
+}
+
 mode_t maskedMode() {
   const mode_t mask = ::umask(0);
   ::umask(mask);
@@ -61,6 +91,7 @@ Contents::Contents(const std::string& path) {
     if (at == MAP_FAILED) throw Error("can't be read: " + reason());
     bytes_ = {static_cast<const uint8_t*>(at), size_t(file.st_size)};
     mapped_ = true;
+    std::signal(SIGBUS, end);
     return;
   }
   for (uint8_t chunk[65536];;) {
@@ -105,11 +136,14 @@ FileOutput::FileOutput(const std::string& path) {
   fd_ = ::mkostemp(name.data(), O_CLOEXEC);
   if (fd_ < 0) fail("can't be written: ");
   temporary_ = name;
+  watch(temporary_);
 }
 
 FileOutput::~FileOutput() {
   if (fd_ > STDERR_FILENO) ::close(fd_);
-  if (!temporary_.empty()) ::unlink(temporary_.c_str());
+  if (temporary_.empty()) return;
+  ::unlink(temporary_.c_str());
+  unwatch();
 }
 
 void FileOutput::fail(const char* what) const { throw Error(what + reason()); }
@@ -137,6 +171,7 @@ void FileOutput::finish() {
   if (temporary_.empty()) return;
   if (::rename(temporary_.c_str(), target_.c_str()) != 0) fail("can't be replaced: ");
   temporary_.clear();
+  unwatch();
 }
 
 }  // namespace qelconv

@@ -14,7 +14,7 @@ constexpr int32_t divideUp(int32_t a, int32_t b) { return (a + b - 1) / b; }
 
 // What the segments of metadata begin with, with the zero at the end; behind that of a profile stand the number of
 // this part of it, from 1 on, and how many there are (ICC.1, B.4).
-constexpr std::string_view kExifHead("Exif\0", 6), kProfileHead("ICC_PROFILE", 12);
+constexpr std::string_view kExifHead("Exif\0\0", 6), kProfileHead("ICC_PROFILE\0", 12);
 
 // Reads the segments of one file into a File.
 class Parser {

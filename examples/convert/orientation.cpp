@@ -29,9 +29,10 @@ size_t placeOf(const std::vector<uint8_t>& exif, bool& bigEndian) {
       }
       in.skip(4);
     }
+    return 0;
   } catch (const Truncated&) {
+    return 0;
   }
-  return 0;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 """The converter itself: depths and colours of PNM and PNG, clear failures, no half files, and its own options."""
 import json
 import os
+import signal
 import struct
 import subprocess
 import unittest
@@ -88,6 +89,21 @@ class ConvertTest(InteropTest):
         fails(QELCONV, self.coffee, target, "--compression", "12")
         self.assertEqual("old", open(target).read())
         self.assertFalse([name for name in os.listdir(os.path.dirname(target)) if name.startswith("kept.png.")])
+
+    # Neither does one that a signal ends, or a file that is cut while it is read.
+    def test_an_ended_write_leaves_no_file(self):
+        array = np.random.default_rng(3).integers(0, 256, (4000, 5000, 3), dtype="u1")
+        for end, status in ((lambda process, source: process.terminate(), -signal.SIGTERM),
+                            (lambda process, source: os.truncate(source, 5000), 1)):
+            source = write_pnm(self.path("long.ppm"), array)
+            process = subprocess.Popen([QELCONV, source, self.path("ended.png"), "--compression", "9"],
+                                       stderr=subprocess.PIPE)
+            while process.poll() is None and not any("ended" in name for name in os.listdir(self.path("."))):
+                pass
+            end(process, source)
+            told = process.communicate(timeout=60)[1]
+            self.assertEqual((status, status == 1), (process.returncode, b"shortened" in told), told)
+            self.assertFalse([name for name in os.listdir(self.path(".")) if "ended" in name])
 
     # Wherever a file ends too early: a message and a failure, or under --partial what there is and a message. Formats
     # that keep their tables at the end have nothing then.
