@@ -33,6 +33,10 @@ template <class Table, class T>
 inline const auto* looksOf(const T* table) {
   return reinterpret_cast<const Table*>(table)->looks.data();
 }
+template <class Table, class T>
+inline size_t numberOf(const T* table) {
+  return size_t(reinterpret_cast<const Table*>(table)->number);
+}
 
 // --- adaptation --------------------------------------------------------------------------------------------
 
@@ -47,8 +51,8 @@ inline void adapt(VLCState& state, int entry, int32_t deltas) {
 // numbers of 16 bits.
 class Sums {
  public:
-  void index(const Look& look, int context) { add(look, context); }
-  void level(const Look& look, int context) { add(look, 2 + context); }
+  void index(int16_t deltas, int context) { add(deltas, context); }
+  void level(int16_t deltas, int context) { add(deltas, 2 + context); }
   void adapt(VLCState& state, int next, int level) {
     for (const int entry : {next, next + 1, level, level + 1}) {
       const auto sum = int16_t(all_);
@@ -58,7 +62,7 @@ class Sums {
   }
 
  private:
-  void add(const Look& look, int which) { all_ += int64_t(look.deltas) * (int64_t(1) << 16 * which); }
+  void add(int16_t deltas, int which) { all_ += int64_t(deltas) * (int64_t(1) << 16 * which); }
   int64_t all_ = 0;
 };
 
@@ -82,12 +86,15 @@ inline constexpr auto kFixedCodes = [] {
   return all;
 }();
 inline constexpr auto kFixedDecoding = [] {
-  std::array<std::array<Look, 1 << kFirstBits>, 2> all{};
+  std::array<NextTable, 2> all{};
   for (size_t last = 0; last < 2; ++last)
     for (const FixedIndex& index : kFixedIndices[last])
-      for (uint32_t bits = 0; index.length && bits < 1 << kFirstBits; ++bits)
-        if (bits >> (kFirstBits - index.length) == index.code)
-          all[last][bits] = {uint32_t(index.symbol), uint8_t(index.length + 1), 0};
+      for (uint32_t bits = 0; index.length && bits < 1 << kNextBits; ++bits)
+        if (bits >> (kNextBits - index.length) == index.code) {
+          const auto length = uint8_t(index.length + 1);
+          const auto negative = uint8_t(bits >> (kNextBits - length) & 1);
+          all[last][bits] = {uint8_t(index.symbol >> 1), negative, !(index.symbol & 1), length, length, 0, 0};
+        }
   return all;
 }();
 
@@ -129,7 +136,7 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
   // A coefficient's bits are at most 9, 16 and 7 where its level is looked up, so that it is settled once.
   const auto appendLevel = [&](uint32_t size, int context) {
     const Look& look = (context ? levels[1] : levels[0])[size < kLevels ? size : kLevels - 1];
-    sums.level(look, context);
+    sums.level(look.deltas, context);
     if (size < kLevels) [[likely]]
       bits.append(look);
     else appendEscape(bits, state.codeTable[kind.level + context], size);
@@ -155,7 +162,7 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
       const Look* const looks = room <= 0 ? kFixedCodes[room < 0].data() : context ? indices[1] : indices[0];
       const int fitting = (int(size > 1) + 2 * following) & (room > 0 ? 7 : room == 0 ? 3 : 1);
       const Look& look = looks[2 * fitting + int(level < 0)];
-      sums.index(look, context);
+      sums.index(look.deltas, context);
       bits.append(look);
       context &= int(following == kAdjacent);
       appendLevel(size, context);
@@ -196,21 +203,20 @@ template <const BlockKind& kind, class Store>
 inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chroma, Store&& store) {
   const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
   const RunLook* const runs = looksOf<Runs>(state.decodeTable[kRunClass]);
-  const Look* const indices[2] = {looksOf<ShortIndices>(state.decodeTable[next]),
-                                  looksOf<ShortIndices>(state.decodeTable[next + 1])};
   const Look* const levels[2] = {looksOf<Levels>(state.decodeTable2[kind.level]),
                                  looksOf<Levels>(state.decodeTable2[kind.level + 1])};
+  const auto looksIn = [&](int context) {
+    return kNext[numberOf<ShortIndices>(state.decodeTable[next + context])]
+                [numberOf<Levels>(state.decodeTable2[kind.level + context])]
+                    .data();
+  };
+  const NextLook* const nexts[2] = {looksIn(0), looksIn(1)};
   Sums sums;
 
-  const auto takeIndex = [&](const Look& look, uint32_t& negative) {
-    negative = bits.peek(look.length) & 1;
-    bits.skip(look.length);
-    return int(look.value);
-  };
   // Whether a level is sent is tossed as well: 1 is looked up too.
   const auto takeLevel = [&](bool sent, int context) {
     const Look& look = (context ? levels[1] : levels[0])[sent ? bits.peek(kDirectBits) : 1u << kDirectBits];
-    sums.level(look, context);
+    sums.level(look.deltas, context);
     bits.skip(look.length);
     if (look.value) [[likely]]
       return look.value;
@@ -225,8 +231,9 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
   // Index, sign, level and run take up to 24 bits, but for an escape, which refills.
   const Look& look = looksOf<LongIndices>(state.decodeTable2[first])[bits.peek(kDirectBits)];
   adapt(state, first, look.deltas);
-  uint32_t negative;
-  int symbol = takeIndex(look, negative);
+  const auto symbol = int(look.value);
+  uint32_t negative = bits.peek(look.length) & 1;
+  bits.skip(look.length);
   int then = symbol >> 2, context = symbol & then & 1, place = kind.firstPlace;
   uint32_t level = takeLevel(symbol & 2, context);
   if (!(symbol & 1)) place += takeRun(kind.firstRow ? 5 : kRuns - 1);
@@ -243,15 +250,24 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
         place += takeRun(kPlaces - 1 - place);
       }
       if (place >= kPlaces) return kStopped;
-      const Look* const looks = place >= 14 ? kFixedDecoding[size_t(place - 14)].data()
-                                : context   ? indices[1]
-                                            : indices[0];
-      const Look& following = looks[bits.peek(kFirstBits)];
-      sums.index(following, context);
-      symbol = takeIndex(following, negative);
-      then = symbol >> 1;
+      const NextLook* const looks = place >= 14 ? kFixedDecoding[size_t(place - 14)].data()
+                                    : context   ? nexts[1]
+                                                : nexts[0];
+      const NextLook& following = looks[bits.peek(kNextBits)];
+      sums.index(following.deltas, context);
+      negative = following.negative;
+      then = following.then;
+      level = following.level;
+      // A level behind the last neighbour of context 1 is one of context 0.
+      const bool other = level == 0 || (context & ~then & int(level > 1));
       context &= then;
-      level = takeLevel(symbol & 1, context);
+      if (!other) [[likely]] {
+        bits.skip(following.length);
+        sums.level(following.levelDelta, context);
+      } else {
+        bits.skip(following.indexLength);
+        level = takeLevel(true, context);
+      }
     }
   };
   const int count = takeRest();

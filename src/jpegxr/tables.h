@@ -191,10 +191,11 @@ struct Look {
   int16_t deltas;  // what is added to the first discriminant + 256 * what is added to the second
 };
 
-// Looks behind the table that the record points to, which they are made from.
+// The number of a table that the record points to, and looks made from it, behind it.
 template <class Table, class T, size_t n>
 struct WithLooks {
   Table table;
+  int number;
   std::array<T, n> looks;
 };
 
@@ -239,11 +240,11 @@ template <int symbols>
 constexpr auto makeEncodeTable(int t) {
   const auto& codes = Codes<symbols>::codes[t];
   if constexpr (symbols == 6 || symbols == 12) {
-    IndexCodes<symbols> table{codes, {}};
+    IndexCodes<symbols> table{codes, t, {}};
     for (int i = 0; i < 2 * symbols; ++i) table.looks[size_t(i)] = makeCode<symbols>(t, i / 2, uint32_t(i), 1);
     return table;
   } else if constexpr (symbols == 7) {
-    LevelCodes table{codes, {}};
+    LevelCodes table{codes, t, {}};
     for (uint32_t a = 0; a + 2 < kLevels; ++a) {
       const int length = escapeLength(a), bits = length + kEscapeBits;
       const int symbol = a < 16 ? kLevelSymbol[a] : kEscape;
@@ -254,7 +255,7 @@ constexpr auto makeEncodeTable(int t) {
     }
     return table;
   } else if constexpr (symbols == 5) {
-    RunCodes table{codes, {}};
+    RunCodes table{codes, t, {}};
     for (int room = 2; room < kRooms; ++room)
       for (int run = 1; run < kRuns; ++run) {
         const RunClass* const classes = kRunClasses[runRow(room)];
@@ -265,18 +266,18 @@ constexpr auto makeEncodeTable(int t) {
       }
     return table;
   } else {
-    return WithLooks<CodeTable<symbols>, Look, 0>{codes, {}};
+    return WithLooks<CodeTable<symbols>, Look, 0>{codes, t, {}};
   }
 }
 
-// Decoding: of an index with its sign, whose bit is the last of its length, by the next kFirstBits or kDirectBits; of a
-// level with the bits behind its code by the next kDirectBits, 0 standing for an escape, and of the level 1, which has
-// no code, behind all others; of a run by room and the next kRunBits.
+// Decoding: of a first index with its sign, whose bit is the last of its length, by the next kDirectBits; of a level
+// with the bits behind its code by the next kDirectBits, 0 standing for an escape, and of the level 1, which has no
+// code, behind all others; of a run by room and the next kRunBits.
 inline constexpr int kRunBits = 7;
 struct RunLook {
   uint8_t run, length;
 };
-using ShortIndices = WithLooks<DecodeTable, Look, 1 << kFirstBits>;
+using ShortIndices = WithLooks<DecodeTable, Look, 0>;
 using LongIndices = WithLooks<DirectTable, Look, 1 << kDirectBits>;
 using Levels = WithLooks<DirectTable, Look, (1 << kDirectBits) + 1>;
 using Runs = WithLooks<DecodeTable, RunLook, kRuns << kRunBits>;
@@ -295,23 +296,11 @@ constexpr Found find(int t, uint32_t bits, int count) {
   return {symbol, Codes<symbols>::codes[t][size_t(2 * symbol + 2)]};
 }
 
-template <int symbols, size_t n>
-constexpr std::array<Look, n> makeIndices(int t, int count) {
-  std::array<Look, n> looks{};
-  for (uint32_t bits = 0; bits < n; ++bits) {
-    const Found found = find<symbols>(t, bits, count);
-    looks[bits] = {uint32_t(found.symbol), uint8_t(found.length + 1), deltasOf<symbols>(t, found.symbol)};
-  }
-  return looks;
-}
-
 template <int symbols>
 constexpr auto makeShortTable(int t) {
   const auto& codes = Codes<symbols>::codes[t];
-  if constexpr (symbols == 6) {
-    return ShortIndices{makeDecodeTable<symbols>(codes), makeIndices<symbols, 1 << kFirstBits>(t, kFirstBits)};
-  } else if constexpr (symbols == 5) {
-    Runs table{makeDecodeTable<symbols>(codes), {}};
+  if constexpr (symbols == 5) {
+    Runs table{makeDecodeTable<symbols>(codes), t, {}};
     for (uint32_t bits = 0; bits < 1 << kRunBits; ++bits) {
       const Found found = find<symbols>(t, bits, kRunBits);
       for (int room = 1; room < kRuns; ++room) {
@@ -324,7 +313,7 @@ constexpr auto makeShortTable(int t) {
     }
     return table;
   } else {
-    return WithLooks<DecodeTable, Look, 0>{makeDecodeTable<symbols>(codes), {}};
+    return ShortIndices{makeDecodeTable<symbols>(codes), t, {}};
   }
 }
 
@@ -332,9 +321,14 @@ template <int symbols>
 constexpr auto makeLongTable(int t) {
   const auto direct = makeDirectTable<symbols>(Codes<symbols>::codes[t]);
   if constexpr (symbols == 12) {
-    return LongIndices{direct, makeIndices<symbols, 1 << kDirectBits>(t, kDirectBits)};
+    LongIndices table{direct, t, {}};
+    for (uint32_t bits = 0; bits < 1 << kDirectBits; ++bits) {
+      const Found found = find<symbols>(t, bits, kDirectBits);
+      table.looks[bits] = {uint32_t(found.symbol), uint8_t(found.length + 1), deltasOf<symbols>(t, found.symbol)};
+    }
+    return table;
   } else if constexpr (symbols == 7) {
-    Levels table{direct, {}};
+    Levels table{direct, t, {}};
     table.looks.back() = {1, 0, 0};
     for (uint32_t bits = 0; bits < 1 << kDirectBits; ++bits) {
       const Found found = find<symbols>(t, bits, kDirectBits);
@@ -347,9 +341,53 @@ constexpr auto makeLongTable(int t) {
     }
     return table;
   } else {
-    return WithLooks<DirectTable, Look, 0>{direct, {}};
+    return WithLooks<DirectTable, Look, 0>{direct, t, {}};
   }
 }
+
+// Of a further coefficient by the next kNextBits, with the tables of its index and its level: what most of them take,
+// at once, as decoding is a chain in which each look waits for the one before.
+inline constexpr int kNextBits = 9;
+struct NextLook {
+  uint8_t then, negative;       // what follows; 1 for a negative coefficient
+  uint8_t level;                // 0 where the level doesn't fit, or is an escape: it is looked up by itself then
+  uint8_t length, indexLength;  // with and without the level
+  int8_t levelDelta;
+  int16_t deltas;
+};
+using NextTable = std::array<NextLook, 1 << kNextBits>;
+
+constexpr NextTable makeNextTable(int t, int levels) {
+  NextTable table{};
+  for (uint32_t bits = 0; bits < table.size(); ++bits) {
+    const Found found = find<6>(t, bits, kNextBits);
+    NextLook& look = table[bits];
+    look.then = uint8_t(found.symbol >> 1);
+    look.negative = uint8_t(found.behind(bits, kNextBits, 1));
+    look.level = !(found.symbol & 1);
+    look.length = look.indexLength = uint8_t(found.length + 1);
+    look.deltas = deltasOf<6>(t, found.symbol);
+    if (look.level) continue;
+    const int left = kNextBits - look.length;
+    for (int symbol = 0; symbol < kEscape; ++symbol) {
+      const Look code = makeCode<7>(levels, symbol, 0, 0);
+      if (code.length + kLevelBits[symbol] > left) continue;
+      if ((bits & ((1u << left) - 1)) >> (left - code.length) != code.value) continue;
+      const Found level = {symbol, code.length};
+      look.level = uint8_t(kLevelBase[symbol] + level.behind(bits & ((1u << left) - 1), left, kLevelBits[symbol]));
+      look.length = uint8_t(look.length + code.length + kLevelBits[symbol]);
+      look.levelDelta = int8_t(code.deltas);
+    }
+  }
+  return table;
+}
+// By the table of the index, then that of the level.
+inline constexpr auto kNext = [] {
+  std::array<std::array<NextTable, 2>, 4> all{};
+  for (int t = 0; t < 4; ++t)
+    for (int levels = 0; levels < 2; ++levels) all[size_t(t)][size_t(levels)] = makeNextTable(t, levels);
+  return all;
+}();
 
 }  // namespace qelj::jpegxr
 
