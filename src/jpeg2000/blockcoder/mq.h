@@ -46,8 +46,7 @@ inline constexpr auto kMq = [] {
   MqTables t{};
   for (uint32_t i = 0; i < 256; ++i) {
     const uint32_t state = i % kSymbolBit, mps = i & 1;
-    if (state >= 2 * kMqRows.size()) continue;
-    const MqRow& r = kMqRows[state / 2];
+    const MqRow& r = kMqRows[state / 2 % kMqRows.size()];  // any byte is a state: records are the caller's memory
     t.qe[i] = uint64_t(r.qe) << 48;
     t.stay[i] = MqState(state | kSymbolBit * mps);
     t.after[0][i] = MqState(2 * r.afterMps + mps + kSymbolBit * mps);
