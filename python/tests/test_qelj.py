@@ -356,7 +356,7 @@ def test_bands_and_tiles(picture):
 
 def test_calls_release_the_interpreter(random):
     """While one thread is in a long call, another one runs."""
-    pixels = random.integers(0, 255, (512, 512, 4), np.uint8)
+    pixels = random.integers(0, 255, (1024, 1024, 4), np.uint8)
     with concurrent.futures.ThreadPoolExecutor(1) as pool:
         start = time.perf_counter()
         call = pool.submit(lambda: (texture.encode(pixels, "bc7"), time.perf_counter() - start)[1])
@@ -364,7 +364,7 @@ def test_calls_release_the_interpreter(random):
         while not call.done():
             ticks.append(time.perf_counter())
             time.sleep(0.001)
-    assert len([tick for tick in ticks if tick - start < call.result()]) > 5
+    assert len([tick for tick in ticks if tick - start < call.result()]) > 2
 
 
 def test_calls_on_one_record_are_serial(random):
