@@ -1,11 +1,13 @@
 # Debian's cross compilers (g++-<target>); programs run under the emulator (qemu-user). A preset gives QELJ_TARGET, the
 # compiler's prefix, and QELJ_EMULATOR; an empty one where the kernel runs such programs and only the loader is elsewhere.
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QELJ_TARGET QELJ_EMULATOR)
+# QELJ_PACKAGES may be a folder with unpacked packages of that target, for the benchmarks.
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QELJ_TARGET QELJ_EMULATOR QELJ_PACKAGES)
 set(CMAKE_SYSTEM_NAME Linux)
 string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR ${QELJ_TARGET})
 set(CMAKE_C_COMPILER ${QELJ_TARGET}-gcc)
 set(CMAKE_CXX_COMPILER ${QELJ_TARGET}-g++)
-set(CMAKE_FIND_ROOT_PATH /usr/${QELJ_TARGET})
+set(CMAKE_FIND_ROOT_PATH /usr/${QELJ_TARGET} ${QELJ_PACKAGES})
+set(CMAKE_LIBRARY_ARCHITECTURE ${QELJ_TARGET})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

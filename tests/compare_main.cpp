@@ -7,7 +7,7 @@
 //   --forks          the same, but all rounds of exports that fork
 //   --only TEXT      exports with TEXT in their names
 //   --times          prints the milliseconds of each export
-//   --counts         dumps the instructions of each export's calls (scripts/bench --check)
+//   --counts         dumps the instructions of each export's calls (scripts/bench --check, --arm)
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -17,16 +17,20 @@
 
 #include "guard.h"
 #include "support/comparison.h"
+#include "support/marks.h"
 
-#if __has_include(<valgrind/callgrind.h>)
+#if !defined(__aarch64__) && __has_include(<valgrind/callgrind.h>)
 #  include <valgrind/callgrind.h>
 void toggleCollect() { CALLGRIND_TOGGLE_COLLECT; }
 void dumpCounts(const char* name) { CALLGRIND_DUMP_STATS_AT(name); }
 bool counts() { return RUNNING_ON_VALGRIND; }
 #else
-void toggleCollect() {}
-void dumpCounts(const char*) {}
-bool counts() { return false; }
+void toggleCollect() { qelj::marks::toggle(); }
+void dumpCounts(const char* name) {
+  std::printf("%s ", name), std::fflush(stdout);
+  qelj::marks::print();
+}
+bool counts() { return qelj::marks::kThere; }
 #endif
 
 namespace {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "guard.h"
+#include "support/marks.h"
 
 // The programs call the library through thunks of their own, so that another image can take its place between two
 // turns. Such a thunk costs what the call of a shared library's function costs anyway.
@@ -55,7 +56,7 @@ struct Road {
 struct State {
   const char* program = "";
   std::regex filter;
-  bool filtered = false, quick = false, beside = false;
+  bool filtered = false, quick = false, beside = false, counts = false;
   std::FILE* rows = nullptr;
   Image image, other;
   Road road;
@@ -127,6 +128,7 @@ void begin(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const std::string option = argv[i];
     if (option == "--quick") s.quick = true;
+    else if (option == "--counts" && marks::kThere) s.counts = true;
     else if (option == "--rows" && i + 1 < argc) s.rows = std::fopen(argv[++i], "a");
     else if (option == "--beside" && i + 1 < argc) s.other = open(argv[++i]), s.beside = true;
     else if (!option.starts_with("--") && !s.filtered) s.filter = std::regex(option), s.filtered = true;
@@ -179,9 +181,24 @@ Seconds measure(const Work& ours, const Work& peer, const Work& limit) {
   return {at(0), at(1), at(2), calls[1] ? median(ratios) : 0};
 }
 
+// What each side runs, warm: a line that names the row and one a side, which the emulator's plugin writes.
+void countRow(const std::string& input, const Work& ours, const Work& peer) {
+  if (!peer) return;
+  std::printf("%s: %s, %s\n", s.program, s.road.name.c_str(), input.c_str());
+  for (const Work& work : {ours, peer}) {
+    work();
+    std::fflush(stdout);
+    marks::toggle();
+    work();
+    marks::toggle();
+    marks::print();
+  }
+}
+
 void row(const std::string& input, double units, const Work& ours, const Work& peer, const Work& limit,
          const std::string& note) {
   if (!wanted(input)) return;
+  if (s.counts) return countRow(input, ours, peer);
   const Seconds t = measure(ours, peer, limit);
   const double mine = figure(t.ours, units), theirs = t.ratio > 0 ? figure(t.peer, units) : 0;
   double ratio = t.ratio;

@@ -23,7 +23,8 @@ using Work = std::function<void()>;
 
 // Options: a regular expression that "program: road, input" is searched for; --quick for short turns; --rows FILE
 // appends a line of tab-separated fields a row; --beside IMAGE takes another image of the library as the peer of
-// every row, in the place of other peers.
+// every row, in the place of other peers; --counts, on AArch64, counts the instructions of both sides instead, under the
+// emulator with count_plugin.c.
 void begin(int argc, char** argv);
 // What follows belongs to a road. `unit` is what its figures are: so many of it a second ("MPix/s", units given in
 // millions), or time ("ns a call", "us a call", "cycles a block", units given as they are). `goal` is a ratio over the
