@@ -1,5 +1,6 @@
 // What the module shows beside the library's own functions: whole files by the converter's codecs, memory to memory, and
 // the typical tables. A call hands out one record, which the caller gives back.
+#include <algorithm>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -14,17 +15,24 @@ using namespace qelconv;
 
 // As the module's JavaScript reads it: words of 32 bits.
 struct Answer {
-  int32_t good, width, height, colour, bits, half;
-  const uint8_t* data;
-  int32_t bytes;
-  const char* text;  // lines: "milliseconds TAB stage", "! loss"; of a failure what a person needs to know
+  int32_t good = 0, width = 0, height = 0, colour = 0, bits = 0, half = 0;
+  const uint8_t* data = nullptr;
+  int32_t bytes = 0;
+  const char* text = nullptr;  // lines: "milliseconds TAB stage", "! loss"; of a failure what a person needs to know
 };
-struct Held {
-  Answer answer{};
+struct Held : Answer {
   Image image;
   std::vector<uint8_t> file;
-  std::string text;
+  std::string words;
 };
+
+bool isOption(const std::string& name) {
+  const auto among = [&](const auto& specs) {
+    return std::any_of(std::begin(specs), std::end(specs), [&](const OptionSpec& spec) { return name == spec.name; });
+  };
+  return among(kReadOptions) ||
+         std::any_of(formats().begin(), formats().end(), [&](const Format* format) { return among(format->options); });
+}
 
 // Lines of a name, or of a name, "=" and a value.
 Options parsed(const char* lines) {
@@ -32,7 +40,9 @@ Options parsed(const char* lines) {
   std::istringstream in(lines);
   for (std::string line; std::getline(in, line);) {
     const size_t equals = line.find('=');
-    options.set(line.substr(0, equals), equals == line.npos ? "" : line.substr(equals + 1));
+    const std::string name = line.substr(0, equals);
+    if (!isOption(name)) throw Error("no option is named " + name);
+    options.set(name, equals == line.npos ? "" : line.substr(equals + 1));
   }
   return options;
 }
@@ -49,15 +59,15 @@ const Answer* answered(Work&& work) {
   Stages stages;
   try {
     work(*held, stages);
-    held->answer.good = 1;
+    held->good = 1;
     for (const auto& [stage, seconds] : stages.times())
-      held->text += std::to_string(1e3 * seconds) + "\t" + stage + "\n";
-    for (const std::string& loss : stages.losses()) held->text += "! " + loss + "\n";
+      held->words += std::to_string(1e3 * seconds) + "\t" + stage + "\n";
+    for (const std::string& loss : stages.losses()) held->words += "! " + loss + "\n";
   } catch (const std::exception& e) {
-    held->text = e.what();
+    held->words = e.what();
   }
-  held->answer.text = held->text.c_str();
-  return &held.release()->answer;
+  held->text = held->words.c_str();
+  return held.release();
 }
 
 }  // namespace
@@ -74,8 +84,8 @@ const Answer* qeljWebWrite(const char* format, const char* options, const uint8_
     if (!to.write) throw Error(std::string(to.name) + " files can't be written");
     held.file = to.write(held.image, parsed(options), stages);
     held.image = {};
-    held.answer.data = held.file.data();
-    held.answer.bytes = int32_t(held.file.size());
+    held.data = held.file.data();
+    held.bytes = int32_t(held.file.size());
   });
 }
 
@@ -86,15 +96,14 @@ const Answer* qeljWebRead(const uint8_t* file, int32_t bytes, const char* option
     if (!from || !from->read) throw Error("the file is of no format that can be read");
     held.image = from->read(whole, parsed(options), stages);
     if (!held.image.missing.empty()) stages.lose(held.image.missing);
-    Answer& a = held.answer;
-    a.width = held.image.width, a.height = held.image.height, a.colour = int32_t(held.image.colour);
-    a.bits = held.image.bits, a.half = held.image.half;
-    a.data = held.image.data.data(), a.bytes = int32_t(held.image.data.size());
+    const Image& image = held.image;
+    held.width = image.width, held.height = image.height, held.colour = int32_t(image.colour);
+    held.bits = image.bits, held.half = image.half;
+    held.data = image.data.data(), held.bytes = int32_t(image.data.size());
   });
 }
 
-// `answer` is the first member of what it was handed out with.
-void qeljWebForget(Answer* answer) { delete reinterpret_cast<Held*>(answer); }
+void qeljWebForget(Answer* answer) { delete static_cast<Held*>(answer); }
 
 // The typical tables of ISO/IEC 10918-1, Annex K: 0 quantisers, 1 and 2 counts and symbols for DC, 3 and 4 for AC.
 const uint8_t* qeljWebTypical(int32_t which, int32_t chroma) {

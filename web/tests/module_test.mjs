@@ -156,6 +156,7 @@ const tests = {
     assert.throws(() => qelj.decode(file.subarray(0, 400)), Error);
     assert.throws(() => qelj.encode(picture, "jpg", {quality: 101}), /from 1 to 100/);
     assert.throws(() => qelj.encode(picture, "png"), /no format/);
+    assert.throws(() => qelj.encode(picture, "jpg", {qualty: 5}), /no option/);
   },
 };
 let failed = 0;
