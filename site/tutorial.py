@@ -53,8 +53,9 @@ def page(directory):
     """The page's text; its pictures go to a directory."""
     with open(PATH, encoding="utf-8") as file:
         beginning, found = parts(file.read())
-    text = [f"# {TITLE}", "The program is `python/tutorial.py`: with the package installed, `python3 tutorial.py FOLDER`"
-            " prints what stands here and writes the pictures."]
+    text = [f"# {TITLE}",
+            "The program is `python/tutorial.py`: with the package installed, `python3 tutorial.py FOLDER` prints what"
+            " stands here and writes the pictures."]
     try:
         import qelj  # noqa: F401
         run = Run(beginning, directory)
