@@ -9,6 +9,7 @@ The loader chooses among images only by a library's name, not where it is given 
 here, by what libqelcore says of the processor.
 """
 import contextlib
+import ctypes
 import os
 
 from ._cffi import ffi
@@ -34,13 +35,18 @@ def found():
     return best_in(carried) if os.path.isdir(carried) else "libqelj.so.7"
 
 
+class DlInfo(ctypes.Structure):
+    """What dladdr tells."""
+    _fields_ = [("file", ctypes.c_char_p), ("base", ctypes.c_void_p), ("name", ctypes.c_char_p),
+                ("address", ctypes.c_void_p)]
+
+
 def file_of(address):
     """The file whose code or data lie at an address, or None where the system doesn't tell."""
-    with contextlib.suppress(OSError), open("/proc/self/maps", encoding="utf-8", errors="replace") as maps:
-        for line in maps:
-            start, end = (int(part, 16) for part in line.split(" ", 1)[0].split("-"))
-            if start <= address < end and "/" in line:
-                return line[line.index("/"):].rstrip("\n")
+    told = DlInfo()
+    with contextlib.suppress(AttributeError, OSError):
+        if ctypes.CDLL(None).dladdr(ctypes.c_void_p(address), ctypes.byref(told)):
+            return os.fsdecode(told.file)
     return None
 
 
