@@ -11,9 +11,11 @@
 
 namespace qelj::simd {
 
-// What compilers make of whole vectors is done by halves where the processor has forms of narrower ones only.
+// Wider than what the processor has forms for.
 template <class V>
 inline constexpr bool kTooWide = kShuffles && sizeof(V) > kWideBytes;
+template <class V>
+inline constexpr bool kSplit = kSplits && kTooWide<V>;
 
 // --- halves, conversions -----------------------------------------------------------------------------------
 
@@ -38,7 +40,7 @@ inline Vec<Lane<H>, 2 * int(sizeof(H))> join(H low, H high) {
 template <class T, Vector V>
 inline auto convert(V v) {
   using W = Vec<T, int(sizeof(T)) * kLanes<V>>;
-  if constexpr (kTooWide<W> || kTooWide<V>) return join(convert<T>(lower(v)), convert<T>(upper(v)));
+  if constexpr (kSplit<W> || kSplit<V>) return join(convert<T>(lower(v)), convert<T>(upper(v)));
   else return __builtin_convertvector(v, W);
 }
 // Reads kLanes<V> elements of type From and widens them to V's lanes.
@@ -64,7 +66,7 @@ inline V loadAs(const void* p) {
 template <Vector M, Vector V>
 inline V select(M mask, V a, V b) {
   static_assert(sizeof(M) == sizeof(V));
-  if constexpr (kTooWide<V>)
+  if constexpr (kSplit<V>)
     return join(select(lower(mask), lower(a), lower(b)), select(upper(mask), upper(a), upper(b)));
   using U = With<uint8_t, V>;
   return as<V>((as<U>(mask) & as<U>(a)) | (~as<U>(mask) & as<U>(b)));
@@ -161,7 +163,7 @@ inline V divide(V x) {
 // The magnitude, wrapping for the most negative value.
 template <Vector V>
 inline V absWrap(V a) {
-  if constexpr (kTooWide<V>) return join(absWrap(lower(a)), absWrap(upper(a)));
+  if constexpr (kSplit<V>) return join(absWrap(lower(a)), absWrap(upper(a)));
   const V sign = a < V{};
   return subWrap(a ^ sign, sign);
 }
@@ -169,13 +171,13 @@ inline V absWrap(V a) {
 // Nearest integer, ties to even; lanes outside the 32-bit range and NaN give -2147483648.
 template <Vector V>
 inline With<int32_t, V> roundToInt(V a) {
-  if constexpr (kTooWide<V>) return join(roundToInt(lower(a)), roundToInt(upper(a)));
+  if constexpr (kSplit<V>) return join(roundToInt(lower(a)), roundToInt(upper(a)));
   return detail::mapLanes<With<int32_t, V>>([](float x) { return qelj::roundToInt(x); }, a);
 }
 // The same, cut towards zero.
 template <Vector V>
 inline With<int32_t, V> truncateToInt(V a) {
-  if constexpr (kTooWide<V>) return join(truncateToInt(lower(a)), truncateToInt(upper(a)));
+  if constexpr (kSplit<V>) return join(truncateToInt(lower(a)), truncateToInt(upper(a)));
   return detail::mapLanes<With<int32_t, V>>([](float x) { return qelj::truncateToInt(x); }, a);
 }
 
@@ -185,7 +187,7 @@ inline With<int32_t, V> truncateToInt(V a) {
 template <class V>
 inline With<int32_t, V> mulAddPairs(V a, V b) {
   static_assert(std::is_same_v<Lane<V>, int16_t>);
-  if constexpr (kTooWide<V>) return join(mulAddPairs(lower(a), lower(b)), mulAddPairs(upper(a), upper(b)));
+  if constexpr (kSplit<V>) return join(mulAddPairs(lower(a), lower(b)), mulAddPairs(upper(a), upper(b)));
   using W = With<int32_t, V>;
   using detail::evenLanes, detail::oddLanes;
   return addWrap(evenLanes<W>(a) * evenLanes<W>(b), oddLanes<W>(a) * oddLanes<W>(b));
@@ -223,7 +225,7 @@ inline auto mulEven(V a, V b) {
 template <class V>
 inline With<uint64_t, V> sumAbsDiff8(V a, V b) {
   static_assert(std::is_same_v<Lane<V>, uint8_t>);
-  if constexpr (kTooWide<V>) return join(sumAbsDiff8(lower(a), lower(b)), sumAbsDiff8(upper(a), upper(b)));
+  if constexpr (kSplit<V>) return join(sumAbsDiff8(lower(a), lower(b)), sumAbsDiff8(upper(a), upper(b)));
   using W = With<uint64_t, V>;
   const W d = as<W>(max(a, b) - min(a, b));
   const W pairs = (d & 0x00FF00FF00FF00FF) + (d >> 8 & 0x00FF00FF00FF00FF);
