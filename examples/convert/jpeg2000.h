@@ -192,8 +192,7 @@ Tile layOut(const Parameters& parameters, int32_t index);
 
 // What a tile will hold, without making it.
 struct Extent {
-  uint64_t precincts = 0, packets = 0;
-  uint64_t bytes = 0;  // of memory beside the samples
+  uint64_t packets = 0, bytes = 0;  // of memory beside the samples
 };
 Extent measure(const Parameters& parameters, int32_t index);
 

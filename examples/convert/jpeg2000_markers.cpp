@@ -303,13 +303,11 @@ void readHeader(Bytes content, Jp2Header& header) {
       const size_t entries = body.u16be(), columns = body.u8();
       if (entries < 1 || entries > 1024 || columns < 1) throw Error("the palette is impossible");
       header.paletteBits.clear(), header.palette.clear();
-      // Signed entries are left as they are but for their sign's bit: nobody writes them.
-      for (size_t i = 0; i < columns; ++i) header.paletteBits.push_back((body.u8() & 0x7F) + 1);
+      for (size_t i = 0; i < columns; ++i) header.paletteBits.push_back(body.u8() + 1);
       for (size_t i = 0; i < entries * columns; ++i) {
         const int bits = header.paletteBits[i % columns];
-        if (bits > 16) throw Error("a palette of more than 16 bits can't be read");
-        const uint32_t value = bits > 8 ? body.u16be() : body.u8();
-        header.palette.push_back(value & ((1u << bits) - 1));
+        if (bits > 16) throw Error("a palette of signed entries or more than 16 bits can't be read");
+        header.palette.push_back((bits > 8 ? body.u16be() : body.u8()) & ((1u << bits) - 1));
       }
     }
     if (kind == box("cmap")) {

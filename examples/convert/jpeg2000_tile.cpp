@@ -244,7 +244,6 @@ Extent measure(const Parameters& parameters, int32_t index) {
       uint64_t blocks = 0;
       for (int kind = firstKind(r); kind <= lastKind(r); ++kind)
         blocks += gridOf(bandOf(area, coding, r, kind), p.blockX, p.blockY).cells();
-      extent.precincts += precincts;
       extent.packets += precincts * uint64_t(parameters.layers);
       extent.bytes += precincts * (sizeof(Precinct) + 3 * sizeof(Group) + 2 * sizeof(Spot) + sizeof(int)) +
                       blocks * (sizeof(Block) + 2 * TagTree::bytesOfLeaf());
