@@ -18,7 +18,12 @@ bool recognisesCodestream(Bytes file) {
 
 Image read(Bytes file, const Options& options, Stages& stages) {
   const Codestream stream = stages.time("markers", [&] { return parse(file); });
-  return decodeTiles(stream, Limits(file, options), stages);
+  const Arrangement arrangement = arrange(stream, options.integer("component", -1, 0, kMostComponents - 1));
+  if (arrangement.lossy) stages.lose("components that are no colours are left out");
+  for (const auto& source : arrangement.sources)
+    if (const int bits = stream.parameters.bits[size_t(source.component)]; bits > 16)
+      stages.lose(std::to_string(bits) + " bits become 16");
+  return decodeTiles(stream, arrangement, Limits(file, options), stages);
 }
 
 std::vector<double> listOfNumbers(const Options& options, const char* name) {
@@ -77,6 +82,7 @@ Parameters makeParameters(const Image& image, const Options& options, const Goal
   p.width = image.width, p.height = image.height;
   p.colour = image.colour;
   p.bits.assign(size_t(image.channels()), image.bits);
+  p.spacing.resize(p.bits.size());
   const auto [tileWidth, tileHeight] = options.size("tiles", {0, 0});
   p.tileWidth = tileWidth ? std::min(tileWidth, p.width) : p.width;
   p.tileHeight = tileHeight ? std::min(tileHeight, p.height) : p.height;
@@ -139,8 +145,9 @@ void describe(Bytes file, Facts& facts) {
   const Codestream stream = parse(file);
   const Parameters& p = stream.parameters;
   const Coding& c = p.coding[0];
+  const Area area = arrange(stream, -1).area;
   constexpr const char* kOrders[] = {"LRCP", "RLCP", "RPCL", "PCRL", "CPRL"};
-  facts.picture(isJp2(file) ? "JP2" : "JPEG 2000 codestream", p.width - p.x0, p.height - p.y0,
+  facts.picture(isJp2(file) ? "JP2" : "JPEG 2000 codestream", area.width(), area.height(),
                 std::to_string(p.bits.size()) + (p.bits.size() == 1 ? " component" : " components"), p.bits[0]);
   facts.add("wavelet", c.reversible ? "5/3" : "9/7")
       .add("levels", c.levels)
@@ -165,7 +172,8 @@ const Format kJpeg2000 = {"JPEG 2000 codestream",
                            {"tiles", "WxH", "tile size (one tile)"},
                            {"block", "WxH", "code-block size (64x64)"},
                            {"style", "LIST", "of bypass, reset, terminate, causal, segment"},
-                           {"order", "NAME", "progression LRCP, RLCP, RPCL, PCRL or CPRL (LRCP)"}},
+                           {"order", "NAME", "progression LRCP, RLCP, RPCL, PCRL or CPRL (LRCP)"},
+                           {"component", "N", "when reading: this component alone, counted from 0"}},
                           recognisesCodestream,
                           read,
                           writePlain,

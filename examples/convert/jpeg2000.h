@@ -5,7 +5,8 @@
 //   jpeg2000_tile.cpp      resolutions, bands, precincts and code-blocks of a tile; the order of packets
 //   jpeg2000_packet.cpp    packet headers and bodies: tag trees, passes, segment lengths
 //   jpeg2000_encode.cpp    pixels to code-blocks, and the allocation of passes to layers
-//   jpeg2000_decode.cpp    code-blocks to pixels
+//   jpeg2000_decode.cpp    code-blocks to components
+//   jpeg2000_picture.cpp   components to pictures: palettes, channel definitions, chroma
 //   jpeg2000.cpp           the format's record
 #ifndef QELCONV_JPEG2000_H
 #define QELCONV_JPEG2000_H
@@ -13,6 +14,7 @@
 #include <array>
 #include <atomic>
 #include <functional>
+#include <map>
 #include <vector>
 
 #include "file_limits.h"
@@ -41,25 +43,22 @@ struct Coding {
   bool reversible = true;
   std::array<uint8_t, 33> precincts{};  // PPx | PPy << 4 of each resolution
   int guardBits = 2;
+  int roiShift = 0;           // planes by which the region of interest lies above the rest
   std::vector<Step> steps;    // one a band, LL first; one alone is derived for all
   std::vector<double> gains;  // encoder: one a band, see synthesisGains
 };
 
-struct Parameters {
-  int32_t width = 0, height = 0, x0 = 0, y0 = 0;  // the image's area ends at (width, height)
-  int32_t tileWidth = 0, tileHeight = 0, tileX0 = 0, tileY0 = 0;
-  std::vector<int> bits;  // of each component
-  Progression progression = Progression::LRCP;
-  int layers = 1;
-  bool colourTransform = false, sop = false, eph = false;
-  std::vector<Coding> coding;  // one a component
-  Colour colour = Colour::rgb;
-
-  int32_t tilesWide() const;
-  int32_t tilesHigh() const;
+// Distances of a component's samples on the reference grid.
+struct Spacing {
+  int x = 1, y = 1;
+  bool operator==(const Spacing&) const = default;
 };
 
-// --- geometry ----------------------------------------------------------------------------------------------
+// One entry of a POC segment: the packets that come next, as far as they have not come.
+struct Progress {
+  int firstResolution = 0, firstComponent = 0, endLayer = 0, endResolution = 0, endComponent = 0;
+  Progression order = Progression::LRCP;
+};
 
 struct Area {
   int32_t x0 = 0, y0 = 0, x1 = 0, y1 = 0;
@@ -67,6 +66,30 @@ struct Area {
   int32_t height() const { return y1 - y0; }
   bool empty() const { return x1 <= x0 || y1 <= y0; }
 };
+
+struct Parameters {
+  int32_t width = 0, height = 0, x0 = 0, y0 = 0;  // the image's area ends at (width, height)
+  int32_t tileWidth = 0, tileHeight = 0, tileX0 = 0, tileY0 = 0;
+  std::vector<int> bits;         // of each component
+  std::vector<Spacing> spacing;  // of each component
+  Progression progression = Progression::LRCP;
+  std::vector<Progress> changes;  // of the progression, in tiles without changes of their own
+  int layers = 1;
+  bool colourTransform = false, sop = false, eph = false;
+  std::vector<Coding> coding;  // one a component
+  Colour colour = Colour::rgb;
+
+  int32_t tilesWide() const;
+  int32_t tilesHigh() const;
+  // What a component has of an area of the reference grid (B-12), and of the picture.
+  Area areaOf(size_t component, const Area& area) const;
+  Area areaOf(size_t component) const { return areaOf(component, {x0, y0, width, height}); }
+};
+
+// Of what is read: components of a picture, and bits of them, which the block coder's 31 planes hold with guard bits.
+constexpr int kMostComponents = 16, kMostBits = 24;
+
+// --- geometry ----------------------------------------------------------------------------------------------
 
 class TagTree {
  public:
@@ -155,7 +178,13 @@ struct TileComponent {
 struct Tile {
   Area area;
   std::vector<TileComponent> components;
-  std::vector<uint8_t> coded;  // decoder: the tile's parts, one after the other
+  std::vector<Progress> changes;
+  // Decoder: the tile's parts one after the other, and its packets' headers where they lie apart.
+  std::vector<uint8_t> coded;
+  bool headersPacked = false;
+  Bytes packedHeaders;
+
+  uint64_t precincts() const;
 };
 
 Area tileArea(const Parameters& parameters, int32_t index);
@@ -189,10 +218,29 @@ std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& 
 
 // --- files -------------------------------------------------------------------------------------------------
 
+// What the boxes around a codestream say about its components.
+struct Jp2Header {
+  struct Channel {
+    int component = 0, column = -1;  // of the palette; -1: the component as it is
+  };
+  struct Meaning {
+    int channel = 0, kind = 0, association = 0;  // as in the channel definition box
+  };
+  uint32_t colourSpace = 0;          // as enumerated; 0: not told
+  std::vector<int> paletteBits;      // one a column
+  std::vector<uint32_t> palette;     // entries of all columns
+  std::vector<Channel> channels;     // empty: the components
+  std::vector<Meaning> definitions;  // empty: by their order
+};
+
 struct Codestream {
   Parameters parameters;
   std::vector<std::vector<Bytes>> tileParts;  // by tile
-  std::string missing;                        // what is wrong with the file behind its main header
+  std::map<int32_t, std::vector<Progress>> tileChanges;
+  bool headersPacked = false;  // of all tiles, in the main header; else of those that are in the map
+  std::map<int32_t, std::vector<uint8_t>> packedHeaders;
+  Jp2Header jp2;
+  std::string missing;  // what is wrong with the file behind its main header
 };
 bool isJp2(Bytes file);
 Codestream parse(Bytes file);
@@ -207,7 +255,22 @@ struct Goal {
 };
 void encodeTiles(const Image& image, const Parameters& parameters, const Goal& goal, std::vector<Tile>& tiles,
                  Stages& stages);
-Image decodeTiles(const Codestream& stream, const Limits& limits, Stages& stages);
+// How the picture is made of the components.
+struct Arrangement {
+  std::vector<Jp2Header::Channel> sources;  // of the picture's channels
+  Colour colour = Colour::grey;
+  int bits = 8;  // of the picture
+  Spacing spacing;
+  bool ycc = false, multiplied = false;  // colours are luma and chroma; they were multiplied by alpha
+  bool lossy = false;                    // channels are left out
+  Area area;                             // on its own grid
+};
+// `only`: this component alone; -1: all of them.
+Arrangement arrange(const Codestream& stream, int only);
+// Whether components are the picture's channels as they are, and else how they become them.
+bool isDirect(const Parameters& parameters, const Arrangement& arrangement);
+void assemble(const Codestream& stream, const Arrangement& arrangement, const std::vector<Image>& planes, Image& image);
+Image decodeTiles(const Codestream& stream, const Arrangement& arrangement, const Limits& limits, Stages& stages);
 
 }  // namespace qelconv::jpeg2000
 

@@ -1,4 +1,4 @@
-// Code-blocks to pixels.
+// Code-blocks to the samples of components.
 #include <omp.h>
 
 #include <algorithm>
@@ -21,8 +21,7 @@ struct BlockDecoder {
     if (!b.included || b.segments.empty()) return true;
     const int32_t w = b.area.width(), h = b.area.height();
     // Irreversible samples get one more plane below the lowest, for the middle of the last interval.
-    const int half = coding.reversible ? 0 : 1;
-    const int coded = band.planes - b.zeroPlanes, planes = coded + half;
+    const int coded = band.planes - b.zeroPlanes, half = coding.reversible || coded > 30 ? 0 : 1, planes = coded + half;
     if (coded < 1 || planes > 31) return false;
     uint32_t passes = 0;
     lengths.clear();
@@ -39,6 +38,7 @@ struct BlockDecoder {
         b.data.empty() ? &none : b.data.data(), samples.data(), 4 * w, {w, h}, libraryBand(band.kind), uint32_t(planes),
         std::min(passes, most), lengths.data(), int32_t(lengths.size()),
         libraryStyle(coding.style) | qelCodeStyleKeepMidPoint, nullptr, state.data());
+    if (coding.roiShift) lowerRegion(coding.roiShift, half);
     const float scale = float(std::ldexp(band.step, fractionBits(bits) - half));
     for (int32_t y = 0; y < h; ++y) {
       const int32_t* from = &samples[size_t(y) * size_t(w)];
@@ -56,6 +56,16 @@ struct BlockDecoder {
     }
     return status == qelStatusOk && passes <= most;
   }
+
+ private:
+  // Magnitudes in the region of interest lie above the planes of all others (H.1), `half` of which is below the lowest.
+  void lowerRegion(int shift, int half) {
+    if (shift + half > 30) return;
+    for (int32_t& sample : samples) {
+      const int32_t magnitude = sample & INT32_MAX;
+      if (magnitude >> (shift + half)) sample = (sample & INT32_MIN) | magnitude >> shift;
+    }
+  }
 };
 
 void invertWavelet(const Coding& coding, TileComponent& c) {
@@ -69,69 +79,85 @@ void invertWavelet(const Coding& coding, TileComponent& c) {
   }
 }
 
+// Where the samples of a component go: into a plane of its own or among the others of a picture.
+struct Target {
+  Image* image = nullptr;  // none: nobody wants them
+  size_t channel = 0;
+};
+
+// What a sample of so many bits is moved by, its largest value, and its bits beyond those of pictures.
+struct Depth {
+  explicit Depth(int bits) : shift(1 << (bits - 1)), top((1 << bits) - 1), extra(std::max(bits - 16, 0)) {}
+  int32_t shift, top;
+  int extra;
+};
+
 template <class Sample, class Value>
-void storePlane(const Value* from, int32_t shift, Sample* to, size_t channels, int32_t width, int top) {
+void storePlane(const Value* from, Depth depth, Sample* to, size_t channels, int32_t width) {
   for (int32_t x = 0; x < width; ++x) {
     int32_t v;
-    if constexpr (std::is_same_v<Value, float>) v = int32_t(std::floor(std::clamp(from[x], -1e6f, 1e6f) + 0.5f));
+    if constexpr (std::is_same_v<Value, float>) v = int32_t(std::floor(std::clamp(from[x], -1e9f, 1e9f) + 0.5f));
     else v = from[x];
-    to[size_t(x) * channels] = Sample(std::clamp(v + shift, 0, top));
+    to[size_t(x) * channels] =
+        Sample((std::clamp(v, -depth.shift, depth.top - depth.shift) + depth.shift) >> depth.extra);
   }
 }
 
-// Rows `first` to `end` of a tile's planes; planes[c] begins with the first of them.
+// Rows `first` to `end` of a tile's component, of which `from` is the first one.
 template <class Value>
-void storeSamples(const Parameters& p, const Tile& tile, const std::vector<const Value*>& planes, int32_t first,
-                  int32_t end, Image& image) {
-  const int32_t w = tile.area.width(), shift = 1 << (p.bits[0] - 1), top = (1 << p.bits[0]) - 1;
-  const size_t channels = planes.size();
-  for (size_t c = 0; c < channels; ++c)
-    for (int32_t y = first; y < end; ++y) {
-      const Value* from = planes[c] + size_t(y - first) * size_t(w);
-      uint8_t* row = image.row(tile.area.y0 + y - p.y0) + size_t(tile.area.x0 - p.x0) * size_t(image.pixelBytes());
-      if (image.sampleBytes() == 1) storePlane(from, shift, row + c, channels, w, top);
-      else storePlane(from, shift, reinterpret_cast<uint16_t*>(row) + c, channels, w, top);
-    }
+void storeSamples(const Parameters& p, size_t component, const Area& area, const Value* from, int32_t first,
+                  int32_t end, Target to) {
+  if (!to.image) return;
+  const Area whole = p.areaOf(component);
+  const Depth depth(p.bits[component]);
+  const auto channels = size_t(to.image->channels());
+  for (int32_t y = first; y < end; ++y, from += area.width()) {
+    uint8_t* row = to.image->row(area.y0 + y - whole.y0) + size_t(area.x0 - whole.x0) * size_t(to.image->pixelBytes());
+    if (to.image->sampleBytes() == 1) storePlane(from, depth, row + to.channel, channels, area.width());
+    else storePlane(from, depth, reinterpret_cast<uint16_t*>(row) + to.channel, channels, area.width());
+  }
 }
 
-void storePixels(const Parameters& p, Tile& tile, Image& image) {
+// Components `begin` to `begin` + `count`, alike in size and wavelet: the three of a colour transform, or one.
+void storeComponents(const Parameters& p, Tile& tile, size_t begin, size_t count, const std::vector<Target>& targets) {
   auto& c = tile.components;
-  const int32_t w = tile.area.width(), step = 4 * w;
-  bool reversible = true;
-  for (const Coding& coding : p.coding) reversible &= coding.reversible;
-  const float scale = 1.0f / float(1 << fractionBits(p.bits[0]));
-  inStrips(w, tile.area.height(), [&](int32_t first, int32_t end) {
+  const Area& area = c[begin].area;
+  if (area.empty()) return;
+  const int32_t w = area.width(), step = 4 * w;
+  inStrips(w, area.height(), [&](int32_t first, int32_t end) {
     const size_t start = size_t(first) * size_t(w), samples = size_t(end - first) * size_t(w);
-    if (reversible) {
-      if (p.colourTransform) {
+    if (p.coding[begin].reversible) {
+      if (count == 3) {
         int32_t* planes[3] = {&c[0].data[start], &c[1].data[start], &c[2].data[start]};
         expectOk(qeliRCTInv_JPEG2K_32s_P3IR(planes, step, {w, end - first}), "the colour transform");
       }
-      std::vector<const int32_t*> planes;
-      for (auto& component : c) planes.push_back(&component.data[start]);
-      return storeSamples(p, tile, planes, first, end, image);
+      for (size_t i = begin; i < begin + count; ++i)
+        storeSamples(p, i, area, &c[i].data[start], first, end, targets[i]);
+      return;
     }
-    std::vector<std::vector<float>> floats(c.size());
-    for (size_t i = 0; i < c.size(); ++i) {
+    std::vector<float> floats[3];
+    for (size_t i = 0; i < count; ++i) {
+      const float scale = float(std::ldexp(1.0, -fractionBits(p.bits[begin + i])));
       floats[i].resize(samples);
-      const float factor = p.coding[i].reversible ? 1.0f : scale;
-      for (size_t k = 0; k < samples; ++k) floats[i][k] = float(c[i].data[start + k]) * factor;
+      for (size_t k = 0; k < samples; ++k) floats[i][k] = float(c[begin + i].data[start + k]) * scale;
     }
-    if (p.colourTransform) {
+    if (count == 3) {
       float* planes[3] = {floats[0].data(), floats[1].data(), floats[2].data()};
       expectOk(qeliICTInv_JPEG2K_32f_P3IR(planes, step, {w, end - first}), "the colour transform");
     }
-    std::vector<const float*> planes;
-    for (auto& f : floats) planes.push_back(f.data());
-    storeSamples(p, tile, planes, first, end, image);
+    for (size_t i = 0; i < count; ++i)
+      storeSamples(p, begin + i, area, floats[i].data(), first, end, targets[begin + i]);
   });
 }
 
 // Decodes tiles one at a time on all cores, or as many at a time as there are cores.
 class TileDecoder {
  public:
-  TileDecoder(const Codestream& stream, const Limits& limits, Image& image, Stages* stages)
-      : stream_(stream), p_(stream.parameters), limits_(limits), image_(image), stages_(stages), wrong_(limits) {}
+  TileDecoder(const Codestream& stream, const Limits& limits, const std::vector<Target>& targets, Stages* stages)
+      : stream_(stream), p_(stream.parameters), limits_(limits), targets_(targets), stages_(stages), wrong_(limits) {
+    for (size_t c = 0; c < targets.size(); ++c) wanted_.push_back(targets[c].image != nullptr);
+    if (p_.colourTransform && (wanted_[0] || wanted_[1] || wanted_[2])) wanted_[0] = wanted_[1] = wanted_[2] = true;
+  }
 
   void decode(int32_t index) {
     const auto& parts = stream_.tileParts[size_t(index)];
@@ -143,9 +169,18 @@ class TileDecoder {
     time("packets", [&] {
       tile = layOut(p_, index);
       for (const Bytes part : parts) tile.coded.insert(tile.coded.end(), part.begin(), part.end());
+      const auto changes = stream_.tileChanges.find(index);
+      if (changes != stream_.tileChanges.end()) tile.changes = changes->second;
+      const auto headers = stream_.packedHeaders.find(index);
+      tile.headersPacked = stream_.headersPacked || headers != stream_.packedHeaders.end();
+      if (headers != stream_.packedHeaders.end()) tile.packedHeaders = headers->second;
       const std::string wrong = readPackets(p_, tile, limits_, visits_);
       if (!wrong.empty()) wrong_.note(size_t(index), wrong);
-      for (auto& c : tile.components) c.data.resize(size_t(c.area.width()) * size_t(c.area.height()));
+      for (size_t c = 0; c < tile.components.size(); ++c) {
+        TileComponent& component = tile.components[c];
+        if (wanted_[c]) component.data.resize(size_t(component.area.width()) * size_t(component.area.height()));
+        else component.resolutions.clear();
+      }
     });
     time("block decoding", [&] {
       const auto jobs = allBlocks({&tile, 1});
@@ -153,13 +188,19 @@ class TileDecoder {
       inParallel(jobs.size(), [&](size_t i) {
         const BlockJob& job = jobs[i];
         BlockDecoder& decoder = decoders[size_t(omp_get_thread_num())];
-        if (!decoder.decode(p_.coding[job.componentIndex], p_.bits[0], *job.component, *job.band, *job.block))
+        if (!decoder.decode(p_.coding[job.componentIndex], p_.bits[job.componentIndex], *job.component, *job.band,
+                            *job.block))
           wrong_.note(size_t(index), "a code-block is damaged");
       });
     });
     time("transforms", [&] {
-      inParallel(tile.components.size(), [&](size_t c) { invertWavelet(p_.coding[c], tile.components[c]); });
-      storePixels(p_, tile, image_);
+      inParallel(tile.components.size(), [&](size_t c) {
+        if (wanted_[c] && !tile.components[c].area.empty()) invertWavelet(p_.coding[c], tile.components[c]);
+      });
+      for (size_t c = 0, count; c < tile.components.size(); c += count) {
+        count = c == 0 && p_.colourTransform ? 3 : 1;
+        if (wanted_[c]) storeComponents(p_, tile, c, count, targets_);
+      }
     });
   }
 
@@ -173,29 +214,34 @@ class TileDecoder {
 
   // The middle of the range, as a tile without coefficients.
   void fillGrey(int32_t index) {
-    const Area a = tileArea(p_, index);
-    const size_t samples = size_t(a.width()) * p_.bits.size();
-    for (int32_t y = a.y0; y < a.y1; ++y) {
-      const size_t first = (size_t(y - p_.y0) * size_t(image_.width) + size_t(a.x0 - p_.x0)) * p_.bits.size();
-      for (size_t i = 0; i < samples; ++i) image_.setSample(first + i, 1u << (p_.bits[0] - 1));
+    for (size_t c = 0; c < targets_.size(); ++c) {
+      Image* const image = targets_[c].image;
+      if (!image) continue;
+      const Area a = p_.areaOf(c, tileArea(p_, index)), whole = p_.areaOf(c);
+      for (int32_t y = a.y0; y < a.y1; ++y) {
+        const size_t first = size_t(y - whole.y0) * size_t(image->width) + size_t(a.x0 - whole.x0);
+        for (size_t x = 0; x < size_t(a.width()); ++x)
+          image->setSample((first + x) * size_t(image->channels()) + targets_[c].channel, 1u << (image->bits - 1));
+      }
     }
   }
 
   const Codestream& stream_;
   const Parameters& p_;
   const Limits& limits_;
-  Image& image_;
-  Stages* stages_;  // null where tiles are decoded side by side
+  const std::vector<Target>& targets_;
+  std::vector<bool> wanted_;  // of components
+  Stages* stages_;            // null where tiles are decoded side by side
   std::atomic<uint64_t> visits_ = 0;
   FirstWrong wrong_;
 };
 
 }  // namespace
 
-Image decodeTiles(const Codestream& stream, const Limits& limits, Stages& stages) {
+Image decodeTiles(const Codestream& stream, const Arrangement& arrangement, const Limits& limits, Stages& stages) {
   const Parameters& p = stream.parameters;
-  const int32_t width = p.width - p.x0, height = p.height - p.y0;
-  const auto channels = int(p.bits.size());
+  const int32_t width = arrangement.area.width(), height = arrangement.area.height();
+  const int channels = channelsOf(arrangement.colour);
   const size_t tiles = stream.tileParts.size();
   if (!stream.missing.empty()) limits.expectWhole(stream.missing);
 
@@ -204,20 +250,38 @@ Image decodeTiles(const Codestream& stream, const Limits& limits, Stages& stages
     size_t coded = 0;
     for (const Bytes part : stream.tileParts[t]) coded += part.size();
     if (stream.tileParts[t].empty()) continue;
+    if (const auto headers = stream.packedHeaders.find(int32_t(t)); headers != stream.packedHeaders.end())
+      coded += headers->second.size();
     const Extent extent = measure(p, int32_t(t));
     limits.expectData(coded, extent.packets, 8);  // an empty one takes a byte
     tileBytes = std::max(tileBytes, extent.bytes);
   }
   const bool together = sideBySide(tiles);
   const uint64_t atOnce = together ? uint64_t(omp_get_max_threads()) : 1;
-  const uint64_t coefficients = uint64_t(width) * uint64_t(height) * uint64_t(channels);
-  limits.expectPicture(width, height, channels, p.bits[0], sizeof(int32_t) * coefficients + atOnce * tileBytes);
+  // Coefficients of all components, and samples where they don't go into the picture at once.
+  const bool direct = isDirect(p, arrangement);
+  uint64_t working = atOnce * tileBytes;
+  for (size_t c = 0; c < p.bits.size(); ++c)
+    working += uint64_t(p.areaOf(c).width()) * uint64_t(p.areaOf(c).height()) * (direct ? 4 : 6);
+  limits.expectPicture(width, height, channels, arrangement.bits, working);
 
-  Image image(width, height, p.colour, p.bits[0]);
-  TileDecoder decoder(stream, limits, image, together ? nullptr : &stages);
+  Image image(width, height, arrangement.colour, arrangement.bits);
+  std::vector<Image> planes(p.bits.size());
+  std::vector<Target> targets(p.bits.size());
+  for (size_t i = 0; i < arrangement.sources.size(); ++i) {
+    const auto c = size_t(arrangement.sources[i].component);
+    if (direct) targets[c] = {&image, i};
+    else if (!targets[c].image) {
+      planes[c] = Image(p.areaOf(c).width(), p.areaOf(c).height(), Colour::grey, std::min(p.bits[c], 16));
+      targets[c] = {&planes[c], 0};
+    }
+  }
+  TileDecoder decoder(stream, limits, targets, together ? nullptr : &stages);
   if (together) stages.time("tiles", [&] { inParallel(tiles, [&](size_t t) { decoder.decode(int32_t(t)); }); });
   else
     for (size_t t = 0; t < tiles; ++t) decoder.decode(int32_t(t));
+  if (!direct) stages.time("channels", [&] { assemble(stream, arrangement, planes, image); });
+  if (arrangement.multiplied) divideByAlpha(image);
   decoder.wrong().settle(image);
   if (!stream.missing.empty()) limits.onlyPart(image, stream.missing);
   return image;

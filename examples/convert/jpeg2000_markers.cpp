@@ -39,6 +39,8 @@ class Parser {
     while ((marker = in_.u16be()) != SOT) mainSegment(marker);
     if (p_.bits.empty()) throw Error("the codestream has no size");
     finishCoding();
+    for (const auto& [index, part] : mainHeaders_) packed_.insert(packed_.end(), part.begin(), part.end());
+    out_.headersPacked = !mainHeaders_.empty();
     out_.tileParts.resize(size_t(p_.tilesWide()) * size_t(p_.tilesHigh()));
     // What is wrong from here on leaves the tiles in front of it.
     try {
@@ -57,12 +59,15 @@ class Parser {
     const int length = in_.u16be();
     if (marker < 0xFF00 || length < 2) throw Damaged("a marker segment is damaged");
     Reader body(in_.take(size_t(length - 2)));
-    segment(marker, body, false);
+    segment(marker, body, kMain);
   }
 
-  void segment(uint16_t marker, Reader& body, bool inTile) {
-    const bool known = marker == COD || marker == COC || marker == QCD || marker == QCC;
-    if (known && inTile) throw Error("coding parameters of a single tile can't be read");
+  // `tile`: whose header this stands in.
+  void segment(uint16_t marker, Reader& body, int32_t tile) {
+    const bool inTile = tile != kMain;
+    const bool known =
+        marker == COD || marker == COC || marker == QCD || marker == QCC || marker == RGN || marker == POC;
+    if (known && inTile && marker != POC) throw Error("coding parameters of a single tile can't be read");
     if (known && p_.bits.empty()) throw Error("the codestream does not start with its size");
     switch (marker) {
       case SIZ:
@@ -106,13 +111,22 @@ class Parser {
         hasOwnSteps_[c] = true;
         break;
       }
-      case RGN:
-        throw Error("regions of interest can't be read");
+      case RGN: {
+        const size_t c = componentIndex(body);
+        if (body.u8() != 0) throw Error("an unknown kind of region of interest");
+        p_.coding[c].roiShift = body.u8();
+        if (p_.coding[c].roiShift > 37) throw Error("a region of interest is impossible");
+        break;
+      }
       case POC:
-        throw Error("changes of the progression order can't be read");
+        progressions(body, inTile ? out_.tileChanges[tile] : p_.changes);
+        break;
       case PPM:
+        if (!inTile) keepHeaders(mainHeaders_, body);
+        break;
       case PPT:
-        throw Error("packed packet headers can't be read");
+        if (inTile) keepHeaders(partHeaders_, body);
+        break;
       default:
         break;  // comments and lengths
     }
@@ -130,22 +144,40 @@ class Parser {
     p_.width = at(0), p_.height = at(1), p_.x0 = at(2), p_.y0 = at(3);
     p_.tileWidth = at(4), p_.tileHeight = at(5), p_.tileX0 = at(6), p_.tileY0 = at(7);
     const int count = body.u16be();
-    if (count < 1 || count > 4) throw Error("pictures of " + std::to_string(count) + " components can't be read");
-    checkDimensions(int64_t(p_.width) - p_.x0, int64_t(p_.height) - p_.y0, count);
+    if (count < 1 || count > kMostComponents)
+      throw Error("pictures of " + std::to_string(count) + " components can't be read");
+    if (p_.width <= p_.x0 || p_.height <= p_.y0) throw Error("the picture is empty");
     const bool good = p_.tileWidth > 0 && p_.tileHeight > 0 && p_.tileX0 <= p_.x0 && p_.tileY0 <= p_.y0 &&
                       int64_t(p_.tileX0) + p_.tileWidth > p_.x0 && int64_t(p_.tileY0) + p_.tileHeight > p_.y0;
     if (!good) throw Error("the tile grid is impossible");
     if (int64_t(p_.tilesWide()) * p_.tilesHigh() > 65535) throw Error("the file has too many tiles");
     for (int c = 0; c < count; ++c) {
       const int depth = body.u8(), dx = body.u8(), dy = body.u8();
-      if (depth & 0x80) throw Error("signed samples can't be read");
-      if (depth + 1 > 16) throw Error("samples of more than 16 bits can't be read");
-      if (dx != 1 || dy != 1) throw Error("subsampled components can't be read");
-      p_.bits.push_back(depth + 1);
-      if (p_.bits[0] != p_.bits.back()) throw Error("components of different depths can't be read");
+      // Signed samples differ only in that nothing is added in the end; pictures have the middle of their range there.
+      const int bits = (depth & 0x7F) + 1;
+      if (bits > kMostBits) throw Error("samples of more than " + std::to_string(kMostBits) + " bits can't be read");
+      if (dx == 0 || dy == 0) throw Error("the sampling of a component is impossible");
+      p_.bits.push_back(bits);
+      p_.spacing.push_back({dx, dy});
+      const Area area = p_.areaOf(size_t(c));
+      if (area.empty()) throw Error("a component has no samples");
+      checkDimensions(area.width(), area.height(), 1);
     }
     p_.coding.resize(size_t(count));
     hasOwnCoding_.assign(size_t(count), false), hasOwnSteps_ = hasOwnCoding_;
+  }
+
+  static void progressions(Reader& body, std::vector<Progress>& changes) {
+    while (body.left() > 0) {
+      Progress p;
+      p.firstResolution = body.u8(), p.firstComponent = body.u8(), p.endLayer = body.u16be();
+      p.endResolution = body.u8(), p.endComponent = body.u8();
+      if (p.endComponent == 0) p.endComponent = 256;
+      const int order = body.u8();
+      if (order > 4) throw Error("an unknown progression order");
+      p.order = Progression(order);
+      changes.push_back(p);
+    }
   }
 
   size_t componentIndex(Reader& body) {
@@ -191,18 +223,40 @@ class Parser {
     const uint32_t length = in_.u32be();
     in_.skip(2);
     if (size_t(tile) >= out_.tileParts.size()) throw Damaged("a tile-part header is damaged");
+    partHeaders_.clear();
     for (uint16_t marker; (marker = in_.u16be()) != SOD;) {
       const int bytes = in_.u16be();
       if (bytes < 2) throw Damaged("a marker segment is damaged");
       Reader body(in_.take(size_t(bytes - 2)));
-      segment(marker, body, true);
+      segment(marker, body, tile);
     }
+    takeHeaders(tile);
     const size_t header = in_.position() - start;
     if (length && length < header) throw Damaged("a tile-part header is damaged");
     // A length of 0 means up to the end marker; a file that is cut short gives what it has.
     const size_t left = in_.left(), wanted = length ? length - header : std::max<size_t>(left, 2) - 2;
     out_.tileParts[size_t(tile)].push_back(in_.take(std::min(wanted, left)));
     if (wanted > left) throw Truncated();
+  }
+
+  static void keepHeaders(std::map<int, Bytes>& headers, Reader& body) {
+    const int index = body.u8();
+    headers[index] = body.take(body.left());
+  }
+
+  // The packet headers of a tile-part, from its own header or from the next piece of those in the main one.
+  void takeHeaders(int32_t tile) {
+    if (!out_.headersPacked && partHeaders_.empty()) return;
+    auto& headers = out_.packedHeaders[tile];
+    const auto add = [&](Bytes more) { headers.insert(headers.end(), more.begin(), more.end()); };
+    if (!out_.headersPacked) {
+      for (const auto& [index, part] : partHeaders_) add(part);
+      return;
+    }
+    Reader packed(packed_, packedTaken_);
+    const uint32_t length = packed.u32be();
+    add(packed.take(length));
+    packedTaken_ = packed.position();
   }
 
   void finishCoding() {
@@ -215,22 +269,66 @@ class Parser {
     if (p_.colourTransform) {
       if (p_.bits.size() < 3) throw Error("a colour transform of fewer than three components");
       for (int c = 1; c < 3; ++c)
-        if (p_.coding[size_t(c)].reversible != p_.coding[0].reversible)
-          throw Error("a colour transform over different wavelets");
+        if (p_.coding[size_t(c)].reversible != p_.coding[0].reversible || p_.spacing[size_t(c)] != p_.spacing[0])
+          throw Error("a colour transform over different wavelets or sizes");
     }
-    constexpr Colour kByCount[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
-    p_.colour = kByCount[p_.bits.size() - 1];
   }
 
+  static constexpr int32_t kMain = -1;
   Reader in_;
   Parameters p_;
   Codestream out_;
   bool hasCoding_ = false, hasSteps_ = false;
   std::vector<bool> hasOwnCoding_, hasOwnSteps_;
+  // By their number: the pieces of packed headers in the main header, which together are one run of lengths and
+  // headers, and those of the tile-part at hand.
+  std::map<int, Bytes> mainHeaders_, partHeaders_;
+  std::vector<uint8_t> packed_;
+  size_t packedTaken_ = 0;
 };
 
+// The boxes that tell what the components are (I.5.3).
+void readHeader(Bytes content, Jp2Header& header) {
+  Reader boxes(content);
+  while (boxes.left() >= 8) {
+    const uint32_t n = boxes.u32be(), kind = boxes.u32be();
+    if (n < 8) break;
+    Reader body(boxes.take(std::min<size_t>(n - 8, boxes.left())));
+    if (kind == box("colr") && header.colourSpace == 0) {
+      const int method = body.u8();
+      body.skip(2);
+      if (method == 1) header.colourSpace = body.u32be();
+    }
+    if (kind == box("pclr")) {
+      const size_t entries = body.u16be(), columns = body.u8();
+      if (entries < 1 || entries > 1024 || columns < 1) throw Error("the palette is impossible");
+      header.paletteBits.clear(), header.palette.clear();
+      for (size_t i = 0; i < columns; ++i) header.paletteBits.push_back(body.u8() + 1);
+      for (size_t i = 0; i < entries * columns; ++i) {
+        const int bits = header.paletteBits[i % columns];
+        if (bits > 16) throw Error("a palette of signed entries or more than 16 bits can't be read");
+        header.palette.push_back((bits > 8 ? body.u16be() : body.u8()) & ((1u << bits) - 1));
+      }
+    }
+    if (kind == box("cmap")) {
+      header.channels.clear();
+      while (body.left() >= 4) {
+        const int component = body.u16be(), mapped = body.u8(), column = body.u8();
+        header.channels.push_back({component, mapped ? column : -1});
+      }
+    }
+    if (kind == box("cdef")) {
+      header.definitions.clear();
+      for (int count = body.u16be(); count > 0; --count) {
+        const int channel = body.u16be(), type = body.u16be(), association = body.u16be();
+        header.definitions.push_back({channel, type, association});
+      }
+    }
+  }
+}
+
 // The codestream of a JP2 file. `cut`: the file ends within it or behind it, in the middle of a box.
-Bytes unwrapJp2(Bytes file, bool& cut) {
+Bytes unwrapJp2(Bytes file, bool& cut, Jp2Header& header) {
   Reader in(file);
   Bytes codestream;
   while (in.left() >= 8) {
@@ -238,25 +336,17 @@ Bytes unwrapJp2(Bytes file, bool& cut) {
     uint64_t length = in.u32be();
     const uint32_t type = in.u32be();
     if (length == 1) length = in.u64be();
-    const size_t header = in.position() - start;
-    if (length && length < header) {
+    const size_t head = in.position() - start;
+    if (length && length < head) {
       if (codestream.empty()) throw Error("a box has an impossible length");
       cut = true;
       break;
     }
-    const uint64_t body = length ? length - header : in.left();
+    const uint64_t body = length ? length - head : in.left();
     cut = body > in.left();
     const Bytes content = in.take(size_t(std::min<uint64_t>(body, in.left())));
     if (type == box("jp2c") && codestream.empty()) codestream = content;
-    if (type == box("jp2h")) {
-      Reader boxes(content);
-      while (boxes.left() >= 8) {
-        const uint32_t n = boxes.u32be(), kind = boxes.u32be();
-        if (kind == box("pclr")) throw Error("palettes can't be read");
-        if (n < 8) break;
-        boxes.skip(std::min<size_t>(n - 8, boxes.left()));
-      }
-    }
+    if (type == box("jp2h")) readHeader(content, header);
   }
   cut |= in.left() > 0;
   if (codestream.empty() && cut) throw Truncated();
@@ -295,7 +385,9 @@ bool isJp2(Bytes file) { return file.size() >= 12 && std::equal(file.begin(), fi
 
 Codestream parse(Bytes file) {
   bool cut = false;
-  Codestream stream = Parser(isJp2(file) ? unwrapJp2(file, cut) : file).parse();
+  Jp2Header jp2;
+  Codestream stream = Parser(isJp2(file) ? unwrapJp2(file, cut, jp2) : file).parse();
+  stream.jp2 = std::move(jp2);
   if (cut && stream.missing.empty()) stream.missing = Truncated().what();
   return stream;
 }

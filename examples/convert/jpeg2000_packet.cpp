@@ -213,13 +213,14 @@ struct Arrival {
   void drop() const { block->segments[segment].passes -= passes; }
 };
 
-void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& precinct, std::vector<Band>& bands,
-                int layer, std::vector<Arrival>& arrivals, uint64_t& visits) {
+// The header may lie elsewhere than the body: `head` is then another reader than `in`.
+void readPacket(Reader& head, Reader& in, const Parameters& parameters, int style, Precinct& precinct,
+                std::vector<Band>& bands, int layer, std::vector<Arrival>& arrivals, uint64_t& visits) {
   if (parameters.sop && in.left() >= 6) {
     Reader ahead = in;
     if (ahead.u16be() == 0xFF91) in.skip(6);
   }
-  BitReader bits(in);
+  BitReader bits(head);
   if (bits.bit()) {
     for (Group& g : precinct.groups) {
       visits += g.blocks.size();
@@ -253,9 +254,9 @@ void readPacket(Reader& in, const Parameters& parameters, int style, Precinct& p
     }
   }
   bits.finish();
-  if (parameters.eph && in.left() >= 2) {
-    Reader ahead = in;
-    if (ahead.u16be() == 0xFF92) in.skip(2);
+  if (parameters.eph && head.left() >= 2) {
+    Reader ahead = head;
+    if (ahead.u16be() == 0xFF92) head.skip(2);
   }
   std::reverse(arrivals.begin(), arrivals.end());
   for (; !arrivals.empty(); arrivals.pop_back()) {
@@ -301,7 +302,10 @@ void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile&
 }
 
 std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& limits, std::atomic<uint64_t>& visits) {
-  Reader in(tile.coded);
+  Reader in(tile.coded), packed(tile.packedHeaders);
+  Reader& head = tile.headersPacked ? packed : in;
+  // Each change of the progression looks at all precincts, whether it has packets or not.
+  limits.expectWork(visits += tile.changes.size() * tile.precincts());
   std::string wrong;
   std::vector<Arrival> arrivals;
   visitPackets(parameters, tile, [&](const PacketPlace& at) {
@@ -309,8 +313,8 @@ std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& 
     arrivals.clear();
     uint64_t visited = 0;
     try {
-      readPacket(in, parameters, parameters.coding[size_t(at.component)].style, res.precincts[size_t(at.precinct)],
-                 res.bands, at.layer, arrivals, visited);
+      readPacket(head, in, parameters, parameters.coding[size_t(at.component)].style,
+                 res.precincts[size_t(at.precinct)], res.bands, at.layer, arrivals, visited);
     } catch (const Damaged& e) {
       for (const Arrival& a : arrivals) a.drop();
       wrong = e.what();

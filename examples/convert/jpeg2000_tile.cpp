@@ -28,7 +28,7 @@ void quantise(Band& band, const Coding& coding, int bits, int level, size_t inde
   Step step = coding.steps.at(coding.steps.size() == 1 ? 0 : index);
   if (coding.steps.size() == 1) step.exponent -= coding.levels - level;  // derived
   const int gain = band.kind == 0 ? 0 : band.kind == 3 ? 2 : 1;
-  band.planes = std::clamp(coding.guardBits + step.exponent - 1, 0, 31);
+  band.planes = std::clamp(coding.guardBits + step.exponent - 1, 0, 31) + coding.roiShift;
   band.step = coding.reversible ? 1.0 : std::ldexp(1 + step.mantissa / 2048.0, bits + gain - step.exponent);
 }
 
@@ -86,7 +86,7 @@ Group makeGroup(const Band& band, int bandIndex, const Area& precinct, const Par
   return group;
 }
 
-void layOutPrecincts(Resolution& res, const Area& tile, const Coding& coding, int r) {
+void layOutPrecincts(Resolution& res, const Area& tile, Spacing spacing, const Coding& coding, int r) {
   const Partition p = partitionOf(coding, r);
   const Grid grid = gridOf(res.area, p.ppx, p.ppy);
   const int down = coding.levels - r;
@@ -94,8 +94,8 @@ void layOutPrecincts(Resolution& res, const Area& tile, const Coding& coding, in
   for (int64_t j = grid.y0; j < grid.y1; ++j)
     for (int64_t i = grid.x0; i < grid.x1; ++i) {
       Precinct precinct;
-      precinct.x = std::max<int64_t>(tile.x0, i << (p.ppx + down));
-      precinct.y = std::max<int64_t>(tile.y0, j << (p.ppy + down));
+      precinct.x = std::max<int64_t>(tile.x0, (i << (p.ppx + down)) * spacing.x);
+      precinct.y = std::max<int64_t>(tile.y0, (j << (p.ppy + down)) * spacing.y);
       for (size_t b = 0; b < res.bands.size(); ++b)
         precinct.groups.push_back(makeGroup(res.bands[b], int(b), cell(i, j, p.bandPpx, p.bandPpy), p));
       res.precincts.push_back(std::move(precinct));
@@ -109,7 +109,9 @@ Area bandOf(const Area& tile, const Coding& coding, int r, int kind) {
   return coding.levels == 0 ? tile : bandArea(tile, r ? coding.levels - r + 1 : coding.levels, kind);
 }
 
-TileComponent layOutComponent(const Area& tile, const Coding& coding, int bits) {
+TileComponent layOutComponent(const Parameters& parameters, const Area& gridTile, size_t index) {
+  const Coding& coding = parameters.coding[index];
+  const Area tile = parameters.areaOf(index, gridTile);
   TileComponent c;
   c.area = tile;
   for (int r = 0; r <= coding.levels; ++r) {
@@ -123,12 +125,12 @@ TileComponent layOutComponent(const Area& tile, const Coding& coding, int bits) 
       band.area = bandOf(tile, coding, r, kind);
       // In the in-place layout the low half stands first.
       band.x = kind & 1 ? low.width() : 0, band.y = kind & 2 ? low.height() : 0;
-      const size_t index = r ? size_t(3 * (r - 1) + kind) : 0;
-      quantise(band, coding, bits, level, index);
-      if (!coding.gains.empty()) band.gain = coding.gains[index];
+      const size_t bandIndex = r ? size_t(3 * (r - 1) + kind) : 0;
+      quantise(band, coding, parameters.bits[index], level, bandIndex);
+      if (!coding.gains.empty()) band.gain = coding.gains[bandIndex];
       res.bands.push_back(band);
     }
-    layOutPrecincts(res, tile, coding, r);
+    layOutPrecincts(res, gridTile, parameters.spacing[index], coding, r);
     c.resolutions.push_back(std::move(res));
   }
   return c;
@@ -138,10 +140,10 @@ TileComponent layOutComponent(const Area& tile, const Coding& coding, int bits) 
 struct Spot {
   int resolution, component, precinct;
   int64_t x, y;
+  size_t index = 0;
 };
 
-// The precincts of a tile in the order of their packets, layers aside.
-std::vector<Spot> spotsOf(Progression progression, const Tile& tile) {
+std::vector<Spot> spotsOf(const Tile& tile) {
   std::vector<Spot> spots;
   size_t most = 0;
   for (const TileComponent& c : tile.components) most = std::max(most, c.resolutions.size());
@@ -153,6 +155,11 @@ std::vector<Spot> spotsOf(Progression progression, const Tile& tile) {
       for (size_t k = 0; k < precincts.size(); ++k)
         spots.push_back({int(r), int(c), int(k), precincts[k].x, precincts[k].y});
     }
+  return spots;
+}
+
+// Brings precincts into the order of their packets, layers aside, from that of resolutions.
+void sortSpots(std::vector<Spot>& spots, Progression progression) {
   const auto sortBy = [&](auto key) {
     std::sort(spots.begin(), spots.end(), [&](const Spot& a, const Spot& b) { return key(a) < key(b); });
   };
@@ -162,13 +169,34 @@ std::vector<Spot> spotsOf(Progression progression, const Tile& tile) {
     sortBy([](const Spot& s) { return std::tuple(s.y, s.x, s.component, s.resolution, s.precinct); });
   if (progression == Progression::CPRL)
     sortBy([](const Spot& s) { return std::tuple(s.component, s.y, s.x, s.resolution, s.precinct); });
-  return spots;
+}
+
+// The packets of the layers `firstLayer` to `endLayer` at these places, sorted, until visit(layer, spot) gives false.
+// Layers are outermost, or they come below the resolution, or at every single precinct.
+template <class Visit>
+bool visitLayers(const std::vector<Spot>& spots, Progression progression, int firstLayer, int endLayer, Visit&& visit) {
+  for (size_t from = 0, to; from < spots.size(); from = to) {
+    to = from + 1;
+    if (progression == Progression::LRCP) to = spots.size();
+    if (progression == Progression::RLCP)
+      while (to < spots.size() && spots[to].resolution == spots[from].resolution) ++to;
+    for (int l = firstLayer; l < endLayer; ++l)
+      for (size_t i = from; i < to; ++i)
+        if (!visit(l, spots[i])) return false;
+  }
+  return true;
 }
 
 }  // namespace
 
 int32_t Parameters::tilesWide() const { return int32_t(ceilDivide(width - tileX0, tileWidth)); }
 int32_t Parameters::tilesHigh() const { return int32_t(ceilDivide(height - tileY0, tileHeight)); }
+
+Area Parameters::areaOf(size_t component, const Area& area) const {
+  const Spacing d = spacing[component];
+  return {int32_t(ceilDivide(area.x0, d.x)), int32_t(ceilDivide(area.y0, d.y)), int32_t(ceilDivide(area.x1, d.x)),
+          int32_t(ceilDivide(area.y1, d.y))};
+}
 
 int32_t libraryStyle(int style) {
   constexpr int32_t kByBit[] = {qelCodeStyleBypass, qelCodeStyleReset,       qelCodeStyleTerminate,
@@ -188,47 +216,73 @@ Area tileArea(const Parameters& parameters, int32_t index) {
           int32_t(std::min<int64_t>(y + parameters.tileHeight, parameters.height))};
 }
 
+uint64_t Tile::precincts() const {
+  uint64_t count = 0;
+  for (const TileComponent& c : components)
+    for (const Resolution& r : c.resolutions) count += r.precincts.size();
+  return count;
+}
+
 Tile layOut(const Parameters& parameters, int32_t index) {
   Tile tile;
   tile.area = tileArea(parameters, index);
   for (size_t c = 0; c < parameters.bits.size(); ++c)
-    tile.components.push_back(layOutComponent(tile.area, parameters.coding[c], parameters.bits[c]));
+    tile.components.push_back(layOutComponent(parameters, tile.area, c));
+  tile.changes = parameters.changes;
   return tile;
 }
 
 Extent measure(const Parameters& parameters, int32_t index) {
   const Area tile = tileArea(parameters, index);
   Extent extent;
-  for (const Coding& coding : parameters.coding)
+  for (size_t c = 0; c < parameters.coding.size(); ++c) {
+    const Coding& coding = parameters.coding[c];
+    const Area area = parameters.areaOf(c, tile);
     for (int r = 0; r <= coding.levels; ++r) {
       const Partition p = partitionOf(coding, r);
-      const uint64_t precincts = gridOf(scaled(tile, coding.levels - r), p.ppx, p.ppy).cells();
+      const uint64_t precincts = gridOf(scaled(area, coding.levels - r), p.ppx, p.ppy).cells();
       uint64_t blocks = 0;
       for (int kind = firstKind(r); kind <= lastKind(r); ++kind)
-        blocks += gridOf(bandOf(tile, coding, r, kind), p.blockX, p.blockY).cells();
+        blocks += gridOf(bandOf(area, coding, r, kind), p.blockX, p.blockY).cells();
       extent.packets += precincts * uint64_t(parameters.layers);
-      extent.bytes += precincts * (sizeof(Precinct) + 3 * sizeof(Group) + sizeof(Spot)) +
+      extent.bytes += precincts * (sizeof(Precinct) + 3 * sizeof(Group) + 2 * sizeof(Spot) + sizeof(int)) +
                       blocks * (sizeof(Block) + 2 * TagTree::bytesOfLeaf());
     }
+  }
   return extent;
 }
 
 void visitPackets(const Parameters& parameters, const Tile& tile,
                   const std::function<bool(const PacketPlace&)>& visit) {
-  const auto spots = spotsOf(parameters.progression, tile);
-  const auto layersOf = [&](size_t from, size_t to) {
-    for (int l = 0; l < parameters.layers; ++l)
-      for (size_t i = from; i < to; ++i)
-        if (!visit({l, spots[i].resolution, spots[i].component, spots[i].precinct})) return false;
-    return true;
-  };
-  // Layers are outermost, or they come below the resolution, or at every single precinct.
-  for (size_t from = 0, to; from < spots.size(); from = to) {
-    to = from + 1;
-    if (parameters.progression == Progression::LRCP) to = spots.size();
-    if (parameters.progression == Progression::RLCP)
-      while (to < spots.size() && spots[to].resolution == spots[from].resolution) ++to;
-    if (!layersOf(from, to)) return;
+  auto spots = spotsOf(tile);
+  const auto place = [](int layer, const Spot& s) { return PacketPlace{layer, s.resolution, s.component, s.precinct}; };
+  if (tile.changes.empty()) {
+    sortSpots(spots, parameters.progression);
+    visitLayers(spots, parameters.progression, 0, parameters.layers,
+                [&](int layer, const Spot& s) { return visit(place(layer, s)); });
+    return;
+  }
+  // Layers of a precinct come in order, so that their number tells which have come (B.12.2).
+  for (size_t i = 0; i < spots.size(); ++i) spots[i].index = i;
+  std::vector<int> layersSent(spots.size());
+  for (const Progress& change : tile.changes) {
+    const int end = std::min(change.endLayer, parameters.layers);
+    int first = end;
+    std::vector<Spot> next;
+    for (const Spot& s : spots) {
+      const bool within = s.resolution >= change.firstResolution && s.resolution < change.endResolution &&
+                          s.component >= change.firstComponent && s.component < change.endComponent;
+      if (!within || layersSent[s.index] >= end) continue;
+      first = std::min(first, layersSent[s.index]);
+      next.push_back(s);
+    }
+    sortSpots(next, change.order);
+    if (!visitLayers(next, change.order, first, end, [&](int layer, const Spot& s) {
+          if (layer < layersSent[s.index]) return true;
+          layersSent[s.index] = layer + 1;
+          return visit(place(layer, s));
+        }))
+      return;
   }
 }
 

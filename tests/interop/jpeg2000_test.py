@@ -1,5 +1,6 @@
 """JPEG 2000 both ways with OpenJPEG's command-line programs."""
 import os
+import re
 import struct
 import unittest
 
@@ -46,6 +47,66 @@ def all_passes(wide, high, passes):
             out.append(byte)
             byte, room = 0, 7 if byte == 255 else 8
     return bytes(out) + b"\x55" * (wide * high)
+
+
+def insert(data, marker, body):
+    """A marker segment more in the main header."""
+    at = data.index(b"\xff\x90")
+    return data[:at] + struct.pack(">HH", marker, len(body) + 2) + body + data[at:]
+
+
+def with_changes(data, changes):
+    return insert(data, 0xff5f, b"".join(struct.pack(">BBHBBB", *c) for c in changes))
+
+
+def with_packed_headers(data, in_front):
+    """Takes the headers out of packets, which markers delimit, into tile-parts' headers or the main one."""
+    at = data.index(b"\xff\x90")
+    head, parts, packed, numbers = data[:at], b"", b"", {}
+    while data[at:at + 2] == b"\xff\x90":
+        tile, length, part, count = struct.unpack(">HIBB", data[at + 4:at + 12])
+        packets = re.split(rb"\xff\x91\x00\x04..", data[at + 14:at + length], flags=re.DOTALL)[1:]
+        ends = [p.index(b"\xff\x92") + 2 for p in packets]
+        headers = b"".join(p[:end] for p, end in zip(packets, ends))
+        body = b"\xff\x93" + b"".join(p[end:] for p, end in zip(packets, ends))
+        if in_front:
+            packed += struct.pack(">I", len(headers)) + headers
+        else:
+            body = pieces(0xff61, headers, 30, numbers.get(tile, 0)) + body
+            numbers[tile] = numbers.get(tile, 0) + len(headers) // 30 + 1
+        parts += struct.pack(">HHHIBB", 0xff90, 10, tile, len(body) + 12, part, count) + body
+        at += length
+    return head + pieces(0xff60, packed, 70) + parts + data[at:]
+
+
+def pieces(marker, data, size, first=0):
+    return b"".join(struct.pack(">HHB", marker, len(data[i:i + size]) + 3, first + i // size) + data[i:i + size]
+                    for i in range(0, len(data), size))
+
+
+def with_region(data, shift):
+    """Says that planes from this one on hold a region of interest. Magnitudes keep their number of planes."""
+    at = data.index(b"\xff\x5c")
+    length, style = struct.unpack(">HB", data[at + 2:at + 5])
+    steps = bytearray(data[at + 5:at + 2 + length])
+    for i in range(0, len(steps), 2 if style & 31 else 1):
+        steps[i] -= shift << 3
+    data = data[:at + 5] + bytes(steps) + data[at + 2 + length:]
+    for component in range(3):
+        data = insert(data, 0xff5e, bytes([component, 0, shift]))
+    return data
+
+
+def box(kind, body):
+    return struct.pack(">I", len(body) + 8) + kind + body
+
+
+def boxed(data, width, height, space, boxes):
+    components = struct.unpack(">H", data[40:42])[0]
+    head = box(b"ihdr", struct.pack(">IIH4B", height, width, components, 7, 7, 0, 0))
+    head += box(b"colr", struct.pack(">3BI", 1, 0, 0, space)) + boxes
+    return (box(b"jP  ", b"\r\n\x87\n") + box(b"ftyp", b"jp2 \0\0\0\0jp2 ") + box(b"jp2h", head)
+            + box(b"jp2c", data))
 
 
 class Jpeg2000Test(InteropTest):
@@ -121,6 +182,14 @@ class Jpeg2000Test(InteropTest):
             with self.subTest(bits=bits):
                 self.assert_lossless_both_ways(source)
 
+        # Of more the upper 16 bits stay. The peer takes as many as the largest sample has.
+        deep = (original[:, :, 0] << 4) + 7
+        deep[0, 0] = (1 << 20) - 1
+        self.file("deep.pgx", b"PG ML + 20 50 41\n" + deep.astype(">u4").tobytes())
+        for options, most in ([], 0), (["-I"], 1):
+            ours = self.our_picture(self.their_file(self.path("deep.pgx"), *options))[:, :, 0]
+            self.assertLessEqual(np.abs(ours - (deep >> 4)).max(), most)
+
     def test_jp2_and_alpha(self):
         source = self.cut("part.ppm", 50, 41)
         self.assertTrue(np.array_equal(self.our_picture(self.their_file(source, kind="jp2")), read_pnm(source)))
@@ -133,6 +202,106 @@ class Jpeg2000Test(InteropTest):
         np.testing.assert_array_equal(read_pnm(convert(path, self.path("back.pam"))), rgba)
         run("opj_decompress", "-i", path, "-o", self.path("rgba.png"))
         np.testing.assert_array_equal(read_pnm(convert(self.path("rgba.png"), self.path("back.pam"))), rgba)
+
+    # --- components --------------------------------------------------------------------------------------------------
+
+    # Files of the peer's, of samples that only their coding has to carry: what both readers make of each component.
+    def test_components_of_theirs(self):
+        for layout, options in [
+                ("4,8,u@1x1:2x2:2x2:1x1", ["-p", "PCRL", "-c", "[32,32],[16,16]"]),
+                ("3,8,u@2x1:1x2:3x4", ["-p", "RPCL", "-c", "[16,32]", "-t", "50,31", "-n", 3]),
+                ("3,8,u@1x1:4x1:1x3", ["-p", "CPRL", "-c", "[32,32]", "-d", "5,3", "-t", "37,40", "-n", 2]),
+                ("3,8,u@1x1:1x1:1x1", ["-s", "2,2"]),
+                ("1,8,s@1x1", []),
+                ("4,12,s@1x1:2x1:2x1:1x1", ["-I", "-r", 4]),
+                ("16,8,u@" + ":".join(["1x1"] * 16), ["-mct", 0, "-t", "64,64"]),
+                ("3,8,u@1x1:1x1:1x1", ["-ROI", "c=1,U=9"]),
+                ("3,8,u@1x1:1x1:1x1", ["-ROI", "c=0,U=12", "-I", "-r", 3]),
+                ("3,8,u@1x1:1x1:1x1", ["-r", "9,3,1", "-TP", "R", "-p", "RLCP"]),
+                ("3,8,u@1x1:1x1:1x1", ["-r", "9,3,1", "-TP", "C", "-p", "CPRL", "-t", "40,40", "-PLT", "-TLM"]),
+                ("3,8,u@1x1:1x1:1x1", ["-r", "9,3,1", "-TP", "L"]),
+                ("3,8,u@1x1:1x1:1x1", ["-r", "9,3,1", "-POC", "T1=0,0,3,3,3,CPRL/T1=3,0,3,6,3,RLCP"])]:
+            with self.subTest(layout=layout, options=options):
+                self.assert_components(self.raw_file(layout, *options), int(layout.split(",")[1]), "-I" in options)
+
+    # The same packets said to come by turns of the progression, with their headers elsewhere, or partly in a region of
+    # interest, which coefficients of more than 5 bits become: both readers take them alike.
+    def test_rewritten_codestreams(self):
+        source = self.cut("part.ppm", 90, 61)
+        options = ["-r", "9,3,1", "-t", "64,61", "-SOP", "-EPH"]
+        for name, extra, rewrite in [
+                ("layers", [], lambda d: with_changes(d, [(0, 0, 1, 6, 3, 0), (0, 0, 2, 9, 3, 0), (0, 0, 3, 6, 3, 0)])),
+                ("resolutions", ["-p", "RLCP"], lambda d: with_changes(d, [(0, 0, 3, 2, 3, 1), (0, 0, 9, 33, 255, 1)])),
+                ("places", ["-p", "PCRL"], lambda d: with_changes(d, [(0, 0, 3, 6, 3, 3)])),
+                ("in tile-parts", ["-TP", "R", "-p", "RPCL"], lambda d: with_packed_headers(d, False)),
+                ("in front", ["-TP", "L"], lambda d: with_packed_headers(d, True))]:
+            with self.subTest(name=name):
+                path = self.their_file(source, *options, *extra)
+                path = self.file("rewritten.j2k", rewrite(contents(path)))
+                np.testing.assert_array_equal(self.their_picture(path), read_pnm(source))
+                np.testing.assert_array_equal(self.our_picture(path), read_pnm(source))
+        data = contents(self.their_file(source, "-n", 1, "-mct", 0))
+        path = self.file("rewritten.j2k", with_region(data, 5))
+        level = read_pnm(source) - 128
+        size = np.abs(level)
+        expected = 128 + np.sign(level) * np.where(size >= 32, size >> 5, size)
+        np.testing.assert_array_equal(self.our_picture(path), expected)
+        # The peer takes one plane of the background for the region, too, which in its own files is empty.
+        agreed = (size < 16) | (size >= 32)
+        np.testing.assert_array_equal(self.their_picture(path)[agreed], expected[agreed])
+
+    # Boxes around the peer's codestreams.
+    def test_boxes(self):
+        rgb = read_pnm(self.cut("part.ppm", 60, 40))
+        index = write_pnm(self.path("index.pgm"), rgb[:, :, :1] // 26)
+        palette = np.random.default_rng(3).integers(0, 256, (7, 3))
+        entries = struct.pack(">HB3B", 7, 3, 7, 7, 7) + palette.astype("u1").tobytes()
+        swapped = struct.pack(">10H", 3, 0, 0, 3, 1, 0, 2, 2, 0, 1)
+        columns = bytes([0, 0, 1, 0, 0, 0, 1, 1, 0, 0, 1, 2])
+        for name, source, space, boxes, expected in [
+                ("palette", index, 16, box(b"pclr", entries) + box(b"cmap", columns),
+                 palette[np.minimum(rgb[:, :, 0] // 26, 6)]),
+                ("order", self.path("part.ppm"), 16, box(b"cdef", swapped), rgb[:, :, ::-1])]:
+            with self.subTest(name=name):
+                path = self.file("boxed.jp2", boxed(contents(self.their_file(source)), 60, 40, space, boxes))
+                np.testing.assert_array_equal(self.our_picture(path), expected)
+                np.testing.assert_array_equal(self.their_picture(path), expected)
+        for layout in ("3,8,u@1x1:2x2:2x2", "3,8,u@1x1:2x1:2x1", "3,8,u@1x1:1x1:1x1"):
+            with self.subTest(layout=layout):
+                data = contents(self.raw_file(layout, "-mct", 0))
+                path = self.file("chroma.jp2", boxed(data, 90, 61, 18, b""))
+                self.assertLessEqual(np.abs(self.our_picture(path) - self.their_picture(path)).max(), 2)
+        path = self.file("bad.jp2", boxed(contents(self.their_file(index)), 60, 40, 16, box(b"pclr", entries)
+                                          + box(b"cmap", b"\0\1\1\0")))
+        self.assertIn("not there", fails(*self.command(path)))
+
+    def raw_file(self, layout, *options):
+        """The photograph's samples, cut to these sizes, as the peer's file."""
+        count, bits, rest = layout.split(",")
+        width, height, data = 90, 61, b""
+        photograph = read_pnm(self.coffee)
+        for c, factors in enumerate(rest.split("@")[1].split(":")):
+            dx, dy = map(int, factors.split("x"))
+            plane = photograph[7 * c:7 * c + height:dy, :width:dx, c % 3] << int(bits) - 8
+            plane = plane[:-(-height // dy), :-(-width // dx)] - (1 << int(bits) - 1) * (rest[0] == "s")
+            data += plane.astype(">i2" if int(bits) > 8 else "i1" if rest[0] == "s" else "u1").tobytes()
+        return self.their_file(self.file("in.raw", data), "-F", f"{width},{height},{layout}", *options)
+
+    def assert_components(self, path, bits, lossy=False):
+        for old in self.their_planes():
+            os.remove(old)
+        run("opj_decompress", "-i", path, "-o", self.path("plane.pgx"))
+        planes = self.their_planes()
+        for c, plane in enumerate(planes):
+            theirs = read_pgx(plane)
+            ours = read_pnm(convert(path, self.path("ours.pgm"), "--component", c))[:, :, 0]
+            self.assertEqual(ours.shape, theirs.shape)
+            self.assertLessEqual(np.abs(ours - theirs).max(), lossy << bits - 8)
+        self.assertTrue(planes)
+
+    def their_planes(self):
+        names = [f"plane_{c}.pgx" for c in range(16)]
+        return [self.path(name) for name in names if os.path.exists(self.path(name))]
 
     # --- lossy -------------------------------------------------------------------------------------------------------
 
@@ -230,6 +399,13 @@ class Jpeg2000Test(InteropTest):
                  "--max-memory"),
                 ("all passes", codestream(1900, 2500, 1900, 2500, [(0, all_passes(30, 40, 91))], 1, 0, planes=32),
                  None),
+                ("16 large components", codestream(1500, 1500, 1500, 1500, [(0, few * 20)], 16), "--max-memory"),
+                ("layers by turns", insert(codestream(2000, 2000, 2000, 2000, [(0, few * 99)], 1, 0, precincts=b"\x66"),
+                                           0xff5f, struct.pack(">BBHBBB", 0, 0, 65535, 33, 255, 4) * 1000), None),
+                ("turns of nothing", insert(codestream(2000, 2000, 2000, 2000, [(0, few)], 1, 0, precincts=b"\x33"),
+                                            0xff5f, struct.pack(">BBHBBB", 0, 0, 0, 33, 255, 4) * 1000), "truncated"),
+                ("packed headers beyond the file", insert(codestream(99, 99, 99, 99, [(0, full)]), 0xff60,
+                                                          b"\0\xff\xff\xff\xff\0"), "truncated"),
                 ("an empty picture", codestream(2000, 2000, 2000, 2000, [(0, b"\0" * 18)]), None)]:
             self.assertLess(len(data), 10240)
             path = self.file("bomb.j2k", data)
@@ -261,8 +437,8 @@ class Jpeg2000Test(InteropTest):
         return QELCONV, path, self.path("never.ppm")
 
     def test_unsupported_is_named(self):
-        path = self.their_file(self.cut("part.ppm", 64, 64), "-s", "2,2")
-        self.assertRegex(fails(*self.command(path)), r"sampl")
+        data = contents(self.our_file(self.cut("dot.pgm", 1, 1, 1)))
+        self.assertIn("more than 24 bits", fails(*self.command(self.file("deep.j2k", data[:42] + b"\x18" + data[43:]))))
         out = self.path("x.j2k")
         fails(*self.command(self.coffee)[:2], out, "--block", "3x3")
         # 600 x 400 samples are one after ten halvings; there is nothing to halve in a single one.
@@ -278,6 +454,16 @@ def read_pnm_with_comments(path):
         with open(path, "wb") as out:
             out.write(lines[0] + b"\n" + lines[2])
     return read_pnm(path)
+
+
+def read_pgx(path):
+    """One component; signed samples from 0 on."""
+    head, body = contents(path).split(b"\n", 1)
+    signed = b"-" in head
+    bits, width, height = map(int, head.replace(b"+", b" ").replace(b"-", b" ").split()[-3:])
+    kind = "i" if signed else "u"
+    samples = np.frombuffer(body, f"{kind}1" if bits <= 8 else f">{kind}2")
+    return samples.reshape(height, width).astype(np.int64) + (signed << bits - 1)
 
 
 if __name__ == "__main__":
