@@ -51,8 +51,8 @@ def test_tiles_are_exact(tmp_path, shape, highest, side, levels, kind):
             parts = (tile.code_tile(source, layout, n) for n in range(layout.tiles[0] * layout.tiles[1]))
             file.writelines(tile.joined(layout, parts, ending == "jp2"))
         assert np.array_equal(qelj.imread(path), samples)
-        elsewhere = decoded_elsewhere(path, layout.channels)
-        assert elsewhere is None or np.array_equal(elsewhere, samples)
+    elsewhere = decoded_elsewhere(path, layout.channels)
+    assert elsewhere is None or np.array_equal(elsewhere, samples)
 
 
 def test_what_cannot_be_coded_is_refused(tmp_path):

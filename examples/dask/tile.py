@@ -68,7 +68,7 @@ def open_picture(path: str) -> Tuple[npt.NDArray[np.generic], int]:
         raise ValueError(f"{path} is neither binary PNM (P5, P6) nor .npy")
     kind, width, height, highest = map(int, header.groups())
     shape = (height, width) if kind == 5 else (height, width, 3)
-    dtype = np.dtype(">u2" if highest > 255 else np.uint8)
+    dtype = np.dtype(">u2" if highest > 255 else "u1")
     if os.path.getsize(path) < header.end() + np.prod(shape, dtype=np.int64) * dtype.itemsize:
         raise ValueError(f"{path} is cut short")
     return np.memmap(path, dtype, "r", header.end(), shape), highest.bit_length()
@@ -177,7 +177,7 @@ def packet(bands: List[List[List[Block]]]) -> bytes:
 # --- a tile ---------------------------------------------------------------------------------------------------
 
 class BlockCoder:
-    """Code-blocks by three calls each. `jpeg2000.encode_codeblock` also asks for every pass's rate and distortion,
+    """Code-blocks by two calls each. `jpeg2000.encode_codeblock` also asks for every pass's rate and distortion,
     which a lossless stream of one layer has no use for, and these cost more than the coding."""
 
     def __init__(self) -> None:
@@ -186,7 +186,7 @@ class BlockCoder:
     def block(self, coded: npt.NDArray[np.int32], subband: int, planes: int) -> Block:
         loaded = qelj.qeliEncodeLoadCodeBlock_JPEG2K_32s_C1R(coded, self.state, subband, planes,
                                                              codeStyle=CodeStyle.Lossless)
-        data, more = b"", loaded.numPasses > 0
+        data, more = b"", int(loaded.numPasses)
         while more:
             _, length, more = qelj.qeliEncodeStoreBits_JPEG2K_1u(self.room, self.state)
             data += self.room[:length].tobytes()
@@ -196,7 +196,8 @@ class BlockCoder:
         """A band's code-blocks, in rows; none if it is empty."""
         planes = bits + GAIN[band.subband] + GUARD - 1  # equation E-2
         # The coder takes sign and magnitude, left-aligned.
-        coded = (np.abs(band.samples) << 31 - planes) | (band.samples & np.int32(-2 ** 31))
+        samples = band.samples.astype(np.int32, copy=False)
+        coded = (np.abs(samples) << 31 - planes) | (samples & np.int32(-2 ** 31))
         height, width = coded.shape
         return [[self.block(coded[y:y + BLOCK, x:x + BLOCK], band.subband, planes) for x in range(0, width, BLOCK)]
                 for y in range(0, height, BLOCK) if width]
