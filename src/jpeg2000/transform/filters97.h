@@ -95,7 +95,7 @@ inline V product16(V x) {
 
 // A stage that scales x has both products in one sum; the sum of the neighbours alone wraps in front of its product.
 struct Forward97Wide : Unscaled<int32_t, 4> {
-  static constexpr bool kHasFinish = true;
+  static constexpr bool kHasFinish = true, kLongProducts = true;
   template <int t, class V>
   static V stage(V x, V left, V right) {
     if constexpr (t == 1) return addWrap(x, product16<kAlpha16>(addWrap(left, right)));
@@ -274,7 +274,7 @@ inline V product14(V a) {
 }
 
 struct Forward97Cut : Unscaled<int16_t, 4> {
-  static constexpr bool kHasFinish = true;
+  static constexpr bool kHasFinish = true, kLongProducts = true;
   template <int t, class V>
   static V stage(V x, V left, V right) {
     if constexpr (t == 1) return addWrap(x, productOfSum14<kAlpha14>(left, right));
@@ -288,7 +288,7 @@ struct Forward97Cut : Unscaled<int16_t, 4> {
   }
 };
 struct Inverse97Cut : Unscaled<int16_t, 4> {
-  static constexpr bool kHasStart = true;
+  static constexpr bool kHasStart = true, kLongProducts = true;
   template <int t, class V>
   static V stage(V x, V left, V right) {
     if constexpr (t == 1) return subWrap(product14<kK14>(x), productOfSum14<kDelta14>(left, right));

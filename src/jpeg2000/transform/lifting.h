@@ -8,6 +8,7 @@
 //     static constexpr bool kHasStart, kHasFinish;  // whether these are more than the identity:
 //     template <class V> static V start(V x);       // a scaling in front of stage 1
 //     template <class V> static V finish(V x);      // a scaling behind the last stage
+//     static constexpr bool kLongProducts;          // whether a vector's products take many instructions and registers
 //   };
 //
 // A line alternates between two bands, here A and B. Stage 1 changes B by its neighbours in A, stage 2 changes A by its
@@ -29,7 +30,7 @@ template <class T, int stages>
 struct Unscaled {
   using Sample = T;
   static constexpr int kStages = stages;
-  static constexpr bool kHasStart = false, kHasFinish = false;
+  static constexpr bool kHasStart = false, kHasFinish = false, kLongProducts = false;
   template <class V>
   static V start(V x) {
     return x;

@@ -1,4 +1,4 @@
-// A line and its two bands: all stages in one pass, in registers, or two and two in long lines.
+// A line and its two bands: all stages in one pass, in registers, or two and two or each by itself in long lines.
 //
 // The samples come in groups of as many of A and of B as a vector has lanes; here B[i] is the sample of B in front of
 // A[i]. A stage takes the newest samples and, moved in by one lane, those of the group before, so that nothing passes
@@ -154,6 +154,11 @@ struct AlternatingLine {
   QELJ_INLINE Alternating<V> group(ptrdiff_t i) const {
     return loadAlternating<V>(offset(x, 2 * i + lead - 1));
   }
+  // A[i] and the sample of B behind it.
+  template <class V>
+  QELJ_INLINE Alternating<V> groupFrom(ptrdiff_t i) const {
+    return loadAlternating<V>(offset(x, 2 * i + lead));
+  }
   // The same for one that reaches past the end: the last samples of all, and one by one those behind. (By way of a copy,
   // loads would wait for stores of another width.)
   template <class V>
@@ -170,6 +175,8 @@ struct AlternatingLine {
     if (late) storeAlternating<V>(offset(x, 2 * k + lead - 1), b, a);
     else storeAlternating<V>(offset(x, 2 * k + lead), a, b);
   }
+  void putA(ptrdiff_t k, std::remove_const_t<T> value) const { put(x, 2 * k + lead, value); }
+  void putB(ptrdiff_t k, std::remove_const_t<T> value) const { put(x, 2 * k + 1 - lead, value); }
 };
 
 // The same of a line whose bands lie apart.
@@ -189,6 +196,10 @@ struct SplitLine {
     return {load<V>(offset(b, i - 1 + lead)), load<V>(offset(a, i))};
   }
   template <class V>
+  QELJ_INLINE Alternating<V> groupFrom(ptrdiff_t i) const {
+    return {load<V>(offset(a, i)), load<V>(offset(b, i + lead))};
+  }
+  template <class V>
   QELJ_INLINE Alternating<V> lastGroup(ptrdiff_t i) const {
     const auto last = [](const T* band, ptrdiff_t count, ptrdiff_t end, ptrdiff_t mirror) QELJ_INLINE_LAMBDA {
       V v = load<V>(offset(band, std::min(count, end) - kGroup<V>));
@@ -203,6 +214,8 @@ struct SplitLine {
     store(offset(a, k), aValues);
     store(offset(b, k + lead - late), bValues);
   }
+  void putA(ptrdiff_t k, std::remove_const_t<T> value) const { put(a, k, value); }
+  void putB(ptrdiff_t k, std::remove_const_t<T> value) const { put(b, k, value); }
 };
 
 // --- a line through all stages -----------------------------------------------------------------------------
@@ -326,15 +339,77 @@ QELJ_INLINE void ownLiftPieces(const Source& src, const Target& dst, ptrdiff_t a
   }
 }
 
+// --- stage by stage ----------------------------------------------------------------------------------------
+
+// ownLiftRange() by pieces that wait in the first-level cache between all stages. Neighbours are unaligned loads then,
+// where registers need shuffles, and a stage has all registers for its products.
+template <class Filter, int lead, Ends ends, class Source, class Target>
+QELJ_INLINE void ownLiftStages(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount, ptrdiff_t from,
+                               ptrdiff_t aTo, ptrdiff_t bTo) {
+  using T = typename Filter::Sample;
+  using V = simd::Vec<T>;
+  constexpr int S = Filter::kStages;
+  constexpr ptrdiff_t kLength = 512;
+  // Here B[j] stands between A[j] and A[j + 1], A[0] and B[0] being samples i - S / 2 and i - S / 2 + lead of their
+  // bands. Each stage lacks one sample more.
+  T a[kLength + S], b[kLength + S];
+  for (ptrdiff_t i = from; i < std::max(aTo, bTo); i += kLength) {
+    const ptrdiff_t aEnd = std::min(aTo, i + kLength), bEnd = std::min(bTo, i + kLength);
+    const ptrdiff_t count = std::max(aEnd, bEnd) - i, first = i - S / 2, end = first + count + S - 1;
+    const auto load = [&]<class G>(ptrdiff_t j, G*) QELJ_INLINE_LAMBDA {
+      const auto [x, y] = src.template groupFrom<G>(j);
+      store(offset(a, j - first), Filter::start(x)), store(offset(b, j - first), y);
+    };
+    ptrdiff_t begin = first, stop = end;
+    if constexpr (ends == Ends::kMirror) {
+      begin = std::clamp<ptrdiff_t>(0, first, end);
+      stop = std::clamp(std::min(aCount, bCount - lead), begin, end);
+    }
+    const auto mirrored = [&](ptrdiff_t j) {
+      put(a, j - first, Filter::start(src.sampleOfA(j))), put(b, j - first, src.sampleOfB(j + lead));
+    };
+    ptrdiff_t j = first;
+    for (; j < begin; ++j) mirrored(j);
+    for (; j + kGroup<V> <= stop; j += kGroup<V>) load(j, static_cast<V*>(nullptr));
+    for (; j < stop; ++j) load(j, static_cast<T*>(nullptr));
+    for (; j < end; ++j) mirrored(j);
+    put(a, j - first, Filter::start(src.sampleOfA(j)));
+
+    applyStage<Filter, 1>(count + S - 1, b, b, a, a + 1);
+    if constexpr (S == 4) {
+      applyStage<Filter, 2>(count + 2, a + 1, a + 1, b, b + 1);
+      applyStage<Filter, 3>(count + 1, b + 1, b + 1, a + 1, a + 2);
+    }
+    const T* const doneB = b + S / 2 - lead;
+    const auto leave = [&]<class G>(ptrdiff_t k, G*) QELJ_INLINE_LAMBDA {
+      const auto at = [k](const T* p) QELJ_INLINE_LAMBDA { return qelj::load<G>(offset(p, k)); };
+      const G done = Filter::template stage<S>(at(a + S / 2), at(b + S / 2 - 1), at(b + S / 2));
+      dst.template set<G>(i + k, lead, done, Filter::finish(at(doneB)));
+    };
+    const ptrdiff_t both = std::min(aEnd, bEnd) - i;
+    ptrdiff_t k = 0;
+    for (; k + kGroup<V> <= both; k += kGroup<V>) leave(k, static_cast<V*>(nullptr));
+    for (; k < both; ++k) leave(k, static_cast<T*>(nullptr));
+    if (k < aEnd - i)
+      dst.putA(i + k, Filter::template stage<S>(at(a + S / 2, k), at(b + S / 2 - 1, k), at(b + S / 2, k)));
+    if (k < bEnd - i) dst.putB(i + k, Filter::finish(at(doneB, k)));
+  }
+}
+
 // --- lines of any length -----------------------------------------------------------------------------------
 
-// ownLiftRange() in one pass or two, whichever is faster: pieces cost a start of their own. The stages of floats, which
-// have products in a sample's own lane, find enough registers where there are 32.
+// ownLiftRange() in one pass, two, or one a stage, whichever is faster: pieces cost a start of their own. The stages of
+// floats, which have products in a sample's own lane, find enough registers where there are 32. Without instructions that
+// move integers from lane to lane, four stages of them are faster one by one at any length.
 template <class Filter, class V, int lead, Ends ends, class Source, class Target>
 QELJ_INLINE void ownLiftGroups(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount, ptrdiff_t from,
                                ptrdiff_t aTo, ptrdiff_t bTo) {
   constexpr ptrdiff_t kLong = 64;
   constexpr bool kEnough = std::is_floating_point_v<Lane<V>> && simd::kWideBytes == 64;
+  constexpr bool kDearToMove = !simd::kShuffles && std::is_integral_v<Lane<V>> && Filter::kStages == 4;
+  if constexpr (kDearToMove || Filter::kLongProducts)
+    if (kDearToMove || aTo - from >= 2 * kLong)
+      return ownLiftStages<Filter, lead, ends>(src, dst, aCount, bCount, from, aTo, bTo);
   if constexpr (Filter::kStages == 4 && !kEnough)
     if (aTo - from >= kLong) return ownLiftPieces<Filter, V, lead, ends>(src, dst, aCount, bCount, from, aTo, bTo);
   ownLiftRange<Filter, V, lead>(src, dst, aCount, from, aTo, bTo);
