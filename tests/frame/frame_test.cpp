@@ -85,10 +85,10 @@ TEST(Frame, ImportsFiveServices) {
 }
 
 #if defined(__x86_64__)
-constexpr const char* kProtection = "IBT, SHSTK";
+[[maybe_unused]] constexpr const char* kProtection = "IBT, SHSTK";
 constexpr uint8_t kLandingPad[] = {0xF3, 0x0F, 0x1E, 0xFA};  // endbr64
 #elif defined(__aarch64__)
-constexpr const char* kProtection = "BTI";
+[[maybe_unused]] constexpr const char* kProtection = "BTI";
 constexpr uint8_t kLandingPad[] = {0x5F, 0x24, 0x03, 0xD5};  // bti c
 #endif
 
