@@ -157,6 +157,7 @@ void describe(Bytes file, Facts& facts) {
       .add("progression", kOrders[int(p.progression)])
       .add("code-blocks", std::to_string(1 << c.blockWidthLog2) + "x" + std::to_string(1 << c.blockHeightLog2))
       .add("colour transform", bool(p.colourTransform));
+  if (!stream.tileParameters.empty()) facts.add("tiles with parameters of their own", stream.tileParameters.size());
 }
 
 }  // namespace

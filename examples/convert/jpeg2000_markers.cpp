@@ -1,5 +1,6 @@
 // Marker segments of codestreams (ISO/IEC 15444-1, Annex A) and the boxes of JP2 files (Annex I).
 #include <algorithm>
+#include <set>
 
 #include "jpeg2000.h"
 
@@ -38,7 +39,9 @@ class Parser {
     uint16_t marker;
     while ((marker = in_.u16be()) != SOT) mainSegment(marker);
     if (p_.bits.empty()) throw Error("the codestream has no size");
-    finishCoding();
+    if (!told_.coding || !told_.steps) throw Error("the codestream has no coding parameters");
+    expectPossible(p_);
+    mainEnded_ = true;
     for (const auto& [index, part] : mainHeaders_) packed_.insert(packed_.end(), part.begin(), part.end());
     out_.headersPacked = !mainHeaders_.empty();
     out_.tileParts.resize(size_t(p_.tilesWide()) * size_t(p_.tilesHigh()));
@@ -65,62 +68,23 @@ class Parser {
   // `tile`: whose header this stands in.
   void segment(uint16_t marker, Reader& body, int32_t tile) {
     const bool inTile = tile != kMain;
-    const bool known =
-        marker == COD || marker == COC || marker == QCD || marker == QCC || marker == RGN || marker == POC;
-    if (known && inTile && marker != POC) throw Error("coding parameters of a single tile can't be read");
-    if (known && p_.bits.empty()) throw Error("the codestream does not start with its size");
     switch (marker) {
       case SIZ:
         size(body);
         break;
-      case COD: {
-        const int scod = body.u8();
-        p_.sop = scod & 2, p_.eph = scod & 4;
-        const int order = body.u8();
-        if (order > 4) throw Error("an unknown progression order");
-        p_.progression = Progression(order);
-        p_.layers = body.u16be();
-        if (p_.layers < 1) throw Error("the codestream has no layer");
-        p_.colourTransform = body.u8();
-        for (size_t c = 0; c < p_.bits.size(); ++c)
-          if (!hasOwnCoding_[c]) {
-            Reader copy = body;
-            coding(copy, scod & 1, p_.coding[c]);
-          }
-        hasCoding_ = true;
-        break;
-      }
-      case COC: {
-        const size_t c = componentIndex(body);
-        const int flags = body.u8();
-        coding(body, flags & 1, p_.coding[c]);
-        hasOwnCoding_[c] = true;
-        break;
-      }
+      case COD:
+      case COC:
       case QCD:
-        for (size_t c = 0; c < p_.bits.size(); ++c)
-          if (!hasOwnSteps_[c]) {
-            Reader copy = body;
-            quantisation(copy, p_.coding[c]);
-          }
-        hasSteps_ = true;
-        break;
-      case QCC: {
-        const size_t c = componentIndex(body);
-        quantisation(body, p_.coding[c]);
-        hasOwnSteps_[c] = true;
+      case QCC:
+      case RGN:
+      case POC: {
+        if (p_.bits.empty()) throw Error("the codestream does not start with its size");
+        // All tile-parts may change the progression; what else there is to tell has to come in front of all packets.
+        const bool late = inTile ? marker != POC && !out_.tileParts[size_t(tile)].empty() : mainEnded_;
+        if (late) throw Damaged("coding parameters come too late");
+        parameter(marker, body, inTile ? out_.tileParameters.try_emplace(tile, p_).first->second : p_, tile);
         break;
       }
-      case RGN: {
-        const size_t c = componentIndex(body);
-        if (body.u8() != 0) throw Error("an unknown kind of region of interest");
-        p_.coding[c].roiShift = body.u8();
-        if (p_.coding[c].roiShift > 37) throw Error("a region of interest is impossible");
-        break;
-      }
-      case POC:
-        progressions(body, inTile ? out_.tileChanges[tile] : p_.changes);
-        break;
       case PPM:
         if (!inTile) keepHeaders(mainHeaders_, body);
         break;
@@ -129,6 +93,62 @@ class Parser {
         break;
       default:
         break;  // comments and lengths
+    }
+  }
+
+  // Of one header: a segment for a component comes before that for all of them, wherever it stands. A tile's header
+  // begins anew, so that what it says for all comes before what the main one says for one (A.6).
+  void parameter(uint16_t marker, Reader& body, Parameters& p, int32_t tile) {
+    switch (marker) {
+      case COD: {
+        const int scod = body.u8();
+        p.sop = scod & 2, p.eph = scod & 4;
+        p.progression = progression(body);
+        p.layers = body.u16be();
+        if (p.layers < 1) throw Error("the codestream has no layer");
+        p.colourTransform = body.u8();
+        for (size_t c = 0; c < p.bits.size(); ++c)
+          if (!told_.codingOf[c]) {
+            Reader copy = body;
+            coding(copy, scod & 1, p.coding[c]);
+          }
+        told_.coding = true;
+        break;
+      }
+      case COC: {
+        const size_t c = componentIndex(body);
+        const int flags = body.u8();
+        coding(body, flags & 1, p.coding[c]);
+        told_.codingOf[c] = true;
+        break;
+      }
+      case QCD:
+        for (size_t c = 0; c < p.bits.size(); ++c)
+          if (!told_.stepsOf[c]) {
+            Reader copy = body;
+            quantisation(copy, p.coding[c]);
+          }
+        told_.steps = true;
+        break;
+      case QCC: {
+        const size_t c = componentIndex(body);
+        quantisation(body, p.coding[c]);
+        told_.stepsOf[c] = true;
+        break;
+      }
+      case RGN: {
+        const size_t c = componentIndex(body);
+        if (body.u8() != 0) throw Error("an unknown kind of region of interest");
+        p.coding[c].roiShift = body.u8();
+        if (p.coding[c].roiShift > 37) throw Error("a region of interest is impossible");
+        break;
+      }
+      case POC:
+        if (tile != kMain && changed_.insert(tile).second) p.changes.clear();
+        progressions(body, p.changes);
+        break;
+      default:
+        break;
     }
   }
 
@@ -164,7 +184,13 @@ class Parser {
       checkDimensions(area.width(), area.height(), 1);
     }
     p_.coding.resize(size_t(count));
-    hasOwnCoding_.assign(size_t(count), false), hasOwnSteps_ = hasOwnCoding_;
+    told_ = {};
+  }
+
+  static Progression progression(Reader& body) {
+    const int order = body.u8();
+    if (order > 4) throw Error("an unknown progression order");
+    return Progression(order);
   }
 
   static void progressions(Reader& body, std::vector<Progress>& changes) {
@@ -173,9 +199,7 @@ class Parser {
       p.firstResolution = body.u8(), p.firstComponent = body.u8(), p.endLayer = body.u16be();
       p.endResolution = body.u8(), p.endComponent = body.u8();
       if (p.endComponent == 0) p.endComponent = 256;
-      const int order = body.u8();
-      if (order > 4) throw Error("an unknown progression order");
-      p.order = Progression(order);
+      p.order = progression(body);
       changes.push_back(p);
     }
   }
@@ -204,7 +228,7 @@ class Parser {
     c.guardBits = style >> 5;
     c.steps.clear();
     if ((style & 31) > 2) throw Error("an unknown quantisation");
-    while (body.left()) {
+    while (body.left() && c.steps.size() < 3 * 32 + 1) {
       if ((style & 31) == 0) {
         c.steps.push_back({body.u8() >> 3, 0});
       } else {
@@ -224,12 +248,14 @@ class Parser {
     in_.skip(2);
     if (size_t(tile) >= out_.tileParts.size()) throw Damaged("a tile-part header is damaged");
     partHeaders_.clear();
+    told_ = {};
     for (uint16_t marker; (marker = in_.u16be()) != SOD;) {
       const int bytes = in_.u16be();
       if (bytes < 2) throw Damaged("a marker segment is damaged");
       Reader body(in_.take(size_t(bytes - 2)));
       segment(marker, body, tile);
     }
+    if (const auto own = out_.tileParameters.find(tile); own != out_.tileParameters.end()) expectPossible(own->second);
     takeHeaders(tile);
     const size_t header = in_.position() - start;
     if (length && length < header) throw Damaged("a tile-part header is damaged");
@@ -259,27 +285,29 @@ class Parser {
     packedTaken_ = packed.position();
   }
 
-  void finishCoding() {
-    if (!hasCoding_ || !hasSteps_) throw Error("the codestream has no coding parameters");
-    for (const Coding& c : p_.coding)
-      if (c.steps.size() != 1 && c.steps.size() < size_t(3 * c.levels + 1))
-        throw Error("quantisation steps are missing");
-    for (const Coding& c : p_.coding)
-      if (c.steps.size() == 1 && c.reversible && c.levels > 0) throw Error("quantisation steps are missing");
-    if (p_.colourTransform) {
-      if (p_.bits.size() < 3) throw Error("a colour transform of fewer than three components");
-      for (int c = 1; c < 3; ++c)
-        if (p_.coding[size_t(c)].reversible != p_.coding[0].reversible || p_.spacing[size_t(c)] != p_.spacing[0])
-          throw Error("a colour transform over different wavelets or sizes");
+  static void expectPossible(const Parameters& p) {
+    for (const Coding& c : p.coding) {
+      const bool derived = c.steps.size() == 1, few = c.steps.size() < size_t(3 * c.levels + 1);
+      if (derived ? c.reversible && c.levels > 0 : few) throw Error("quantisation steps are missing");
     }
+    if (!p.colourTransform) return;
+    if (p.bits.size() < 3) throw Error("a colour transform of fewer than three components");
+    for (size_t c = 1; c < 3; ++c)
+      if (p.coding[c].reversible != p.coding[0].reversible || p.spacing[c] != p.spacing[0])
+        throw Error("a colour transform over different wavelets or sizes");
   }
 
   static constexpr int32_t kMain = -1;
   Reader in_;
   Parameters p_;
   Codestream out_;
-  bool hasCoding_ = false, hasSteps_ = false;
-  std::vector<bool> hasOwnCoding_, hasOwnSteps_;
+  bool mainEnded_ = false;
+  // What the header at hand has told, of all components and of single ones.
+  struct {
+    bool coding = false, steps = false;
+    std::array<bool, kMostComponents> codingOf{}, stepsOf{};
+  } told_;
+  std::set<int32_t> changed_;  // tiles with changes of the progression of their own
   // By their number: the pieces of packed headers in the main header, which together are one run of lengths and
   // headers, and those of the tile-part at hand.
   std::map<int, Bytes> mainHeaders_, partHeaders_;

@@ -13,18 +13,25 @@ STYLES = {"bypass": 1, "reset": 2, "terminate": 4, "causal": 8, "segment": 32}
 PREDICTABLE = 16
 
 
+def segment(marker, body):
+    return struct.pack(">HH", marker, len(body) + 2) + body
+
+
+def tile_part(tile, header, data, part=0, count=1):
+    """A tile-part with these segments in its header."""
+    length = 14 + len(header) + len(data)
+    return struct.pack(">HHHIBB", 0xff90, 10, tile, length, part, count) + header + b"\xff\x93" + data
+
+
 def codestream(width, height, tile_width, tile_height, tiles, components=3, levels=5, block=4, order=0, layers=1,
                precincts=b"", planes=9):
     """A codestream of given tile-parts, as (tile, bytes)."""
-    def segment(marker, body):
-        return struct.pack(">HH", marker, len(body) + 2) + body
     size = struct.pack(">H8IH", 0, width, height, 0, 0, tile_width, tile_height, 0, 0, components)
     size += b"\7\1\1" * components
     coding = struct.pack(">BBHB5B", len(precincts) > 0, order, layers, 0, levels, block, block, 0, 1) + precincts
     head = b"\xff\x4f" + segment(0xff51, size) + segment(0xff52, coding)
     head += segment(0xff5c, bytes([2 << 5]) + bytes([(planes - 1) << 3]) * (3 * levels + 1))
-    parts = [struct.pack(">HHHIBBH", 0xff90, 10, t, len(data) + 14, 0, 1, 0xff93) + data for t, data in tiles]
-    return head + b"".join(parts) + b"\xff\xd9"
+    return head + b"".join(tile_part(t, b"", data) for t, data in tiles) + b"\xff\xd9"
 
 
 def all_passes(wide, high, passes):
@@ -52,7 +59,18 @@ def all_passes(wide, high, passes):
 def insert(data, marker, body):
     """A marker segment more in the main header."""
     at = data.index(b"\xff\x90")
-    return data[:at] + struct.pack(">HH", marker, len(body) + 2) + body + data[at:]
+    return data[:at] + segment(marker, body) + data[at:]
+
+
+def taken_apart(data):
+    """What a file's COD and QCD segments have, and its tiles' data."""
+    head, *tiles = re.split(rb"\xff\x90\x00\x0a.{8}\xff\x93", data[:-2], flags=re.DOTALL)
+    bodies, at = {}, 2
+    while at < len(head):
+        marker, length = struct.unpack(">HH", head[at:at + 4])
+        bodies[marker] = head[at + 4:at + 2 + length]
+        at += 2 + length
+    return bodies[0xff52], bodies[0xff5c], tiles
 
 
 def with_changes(data, changes):
@@ -67,14 +85,14 @@ def with_packed_headers(data, in_front):
         tile, length, part, count = struct.unpack(">HIBB", data[at + 4:at + 12])
         packets = re.split(rb"\xff\x91\x00\x04..", data[at + 14:at + length], flags=re.DOTALL)[1:]
         ends = [p.index(b"\xff\x92") + 2 for p in packets]
-        headers = b"".join(p[:end] for p, end in zip(packets, ends))
-        body = b"\xff\x93" + b"".join(p[end:] for p, end in zip(packets, ends))
+        headers, own = b"".join(p[:end] for p, end in zip(packets, ends)), b""
+        body = b"".join(p[end:] for p, end in zip(packets, ends))
         if in_front:
             packed += struct.pack(">I", len(headers)) + headers
         else:
-            body = pieces(0xff61, headers, 30, numbers.get(tile, 0)) + body
+            own = pieces(0xff61, headers, 30, numbers.get(tile, 0))
             numbers[tile] = numbers.get(tile, 0) + len(headers) // 30 + 1
-        parts += struct.pack(">HHHIBB", 0xff90, 10, tile, len(body) + 12, part, count) + body
+        parts += tile_part(tile, own, body, part, count)
         at += length
     return head + pieces(0xff60, packed, 70) + parts + data[at:]
 
@@ -95,6 +113,14 @@ def with_region(data, shift):
     for component in range(3):
         data = insert(data, 0xff5e, bytes([component, 0, shift]))
     return data
+
+
+def in_tile_header(data, marker):
+    """Moves segments from the main header to that of the only tile."""
+    at = data.index(b"\xff\x90")
+    every = re.compile(struct.pack(">H", marker) + rb"\x00\x05...", re.DOTALL)
+    own = b"".join(every.findall(data[:at]))
+    return every.sub(b"", data[:at]) + tile_part(0, own, data[at + 14:-2]) + b"\xff\xd9"
 
 
 def box(kind, body):
@@ -241,14 +267,82 @@ class Jpeg2000Test(InteropTest):
                 np.testing.assert_array_equal(self.their_picture(path), read_pnm(source))
                 np.testing.assert_array_equal(self.our_picture(path), read_pnm(source))
         data = contents(self.their_file(source, "-n", 1, "-mct", 0))
-        path = self.file("rewritten.j2k", with_region(data, 5))
         level = read_pnm(source) - 128
         size = np.abs(level)
         expected = 128 + np.sign(level) * np.where(size >= 32, size >> 5, size)
+        path = self.file("in_tile.j2k", in_tile_header(with_region(data, 5), 0xff5e))
+        np.testing.assert_array_equal(self.our_picture(path), expected)
+        path = self.file("rewritten.j2k", with_region(data, 5))
         np.testing.assert_array_equal(self.our_picture(path), expected)
         # The peer takes one plane of the background for the region, too, which in its own files is empty.
         agreed = (size < 16) | (size >= 32)
         np.testing.assert_array_equal(self.their_picture(path)[agreed], expected[agreed])
+
+    # Tiles of files that the peer codes with other options: of whole pictures, and of components one by one, where a
+    # tile's segment for a component comes before its one for all, that before the main header's for a component, and
+    # that before the main header's for all.
+    def test_tiles_with_parameters_of_their_own(self):
+        source = self.cut("part.ppm", 90, 61)
+        whole = [contents(self.their_file(source, "-t", "40,40", *options)) for options in (
+            ["-r", "9,3,1", "-b", "16,32"],
+            ["-n", 2, "-p", "RPCL", "-c", "[32,32],[16,16]", "-M", 1, "-SOP"],
+            ["-n", 4, "-mct", 0, "-EPH", "-M", 45, "-b", "4,64"],
+            ["-n", 1, "-r", "5,1", "-p", "CPRL"])]
+        apart = [taken_apart(data) for data in whole]
+        parts = []
+        for t in range(6):
+            coding, steps, tiles = apart[t % 4]
+            own = segment(0xff52, coding) + segment(0xff5c, steps) if t % 4 else b""
+            parts.append(tile_part(t, own, tiles[t]))
+        mixed = whole[0][:whole[0].index(b"\xff\x90")] + b"".join(parts) + b"\xff\xd9"
+        path = self.file("mixed.j2k", mixed)
+        np.testing.assert_array_equal(self.their_picture(path), read_pnm(source))
+        np.testing.assert_array_equal(self.our_picture(path), read_pnm(source))
+        self.assertIn("tiles with parameters of their own: 4", run(QELCONV, "--info", path).decode())
+
+        planes = [write_pnm(self.path("plane.pgm"), read_pnm(source)[:, :, c:c + 1]) and
+                  [taken_apart(contents(self.their_file(self.path("plane.pgm"), "-t", "40,40", "-p", "CPRL", *options)))
+                   for options in (["-n", 3], ["-n", 5, "-b", "16,16", "-M", 8], ["-n", 2, "-I", "-q", 60])]
+                  for c in range(3)]
+        for way in range(2):
+            kinds, parts = [], []
+
+            def of(component, kind, steps):
+                coding, quantiser, _ = planes[component][kind]
+                body = quantiser if steps else b"\0" + coding[5:]
+                return segment(0xff5d if steps else 0xff53, bytes([component]) + body)
+
+            for t in range(6):
+                # The main header has 0 for all components but the middle one, which has 1 (or 2 in the second round).
+                own, middle = b"", 1 + way
+                kinds = [0, middle, 0]
+                if t % 3 > 0:  # one for all
+                    kinds = [3 - middle] * 3
+                    coding, quantiser, _ = planes[0][3 - middle]
+                    own = segment(0xff52, coding) + segment(0xff5c, quantiser)
+                if t % 3 > 1:  # and one of its own for the last one
+                    kinds[2] = 0
+                    own += of(2, 0, False) + of(2, 0, True)
+                parts.append(tile_part(t, own, b"".join(planes[c][kinds[c]][2][t] for c in range(3))))
+            coding, quantiser, _ = planes[0][0]
+            size = whole[0][:whole[0].index(b"\xff\x52")]
+            head = size + segment(0xff52, coding) + segment(0xff5c, quantiser)
+            head += of(1, middle, False) + of(1, middle, True)
+            path = self.file("mixed.j2k", head + b"".join(parts) + b"\xff\xd9")
+            self.assertLessEqual(np.abs(self.our_picture(path) - self.their_picture(path)).max(), 1)
+            self.assertGreater(psnr(self.our_picture(path), read_pnm(source)), 50)
+
+        # Behind the first packets it is too late for more than changes of the progression.
+        coding, steps, tiles = apart[0]
+        for name, late in (("between", segment(0xff52, coding[:5] + b"\x20" + coding[6:]) + parts[1]),
+                           ("in a later part", tile_part(0, segment(0xff5c, steps[:4]), b"", 1, 2))):
+            with self.subTest(name=name):
+                at = whole[0].index(b"\xff\x90")
+                end = at + struct.unpack(">I", whole[0][at + 6:at + 10])[0]
+                path = self.file("late.j2k", whole[0][:end] + late + whole[0][end:])
+                self.assertIn("too late", fails(*self.command(path)))
+                kept = read_pnm(convert(path, self.path("kept.ppm"), "--partial"))
+                np.testing.assert_array_equal(kept[:40, :40], read_pnm(source)[:40, :40])
 
     # Boxes around the peer's codestreams.
     def test_boxes(self):
