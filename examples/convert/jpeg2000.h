@@ -218,6 +218,9 @@ std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& 
 
 // --- files -------------------------------------------------------------------------------------------------
 
+// Colour spaces, as enumerated (Table I.10, and that of Part 2).
+enum ColourSpace : uint32_t { kCmyk = 12, kCieLab = 14, kSrgb = 16, kGrey = 17, kYcc = 18 };
+
 // What the boxes around a codestream say about its components.
 struct Jp2Header {
   struct Channel {
@@ -226,7 +229,9 @@ struct Jp2Header {
   struct Meaning {
     int channel = 0, kind = 0, association = 0;  // as in the channel definition box
   };
-  uint32_t colourSpace = 0;          // as enumerated; 0: not told
+  uint32_t colourSpace = 0;    // as enumerated; 0: not told
+  bool colourUnknown = false;  // told in no way that is followed
+  Metadata metadata;
   std::vector<int> paletteBits;      // one a column
   std::vector<uint32_t> palette;     // entries of all columns
   std::vector<Channel> channels;     // empty: the components
@@ -251,7 +256,7 @@ bool isJp2(Bytes file);
 Codestream parse(Bytes file);
 std::vector<uint8_t> writeMainHeader(const Parameters& parameters);
 void writeTile(std::vector<uint8_t>& out, int32_t index, Bytes packets);
-std::vector<uint8_t> wrapJp2(const Parameters& parameters, Bytes codestream);
+std::vector<uint8_t> wrapJp2(const Parameters& parameters, const Metadata& metadata, Bytes codestream);
 
 // --- pixels ------------------------------------------------------------------------------------------------
 

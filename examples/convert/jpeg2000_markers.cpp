@@ -1,6 +1,7 @@
 // Marker segments of codestreams (ISO/IEC 15444-1, Annex A) and the boxes of JP2 files (Annex I).
 #include <algorithm>
 #include <set>
+#include <string_view>
 
 #include "jpeg2000.h"
 
@@ -315,6 +316,27 @@ class Parser {
   size_t packedTaken_ = 0;
 };
 
+// Begins the box with EXIF data, as the programs that put them into JP2 files agree on.
+constexpr std::string_view kExifBox = "JpgTiffExif->JP2";
+
+// The first specification of a method that is known counts (I.5.3.3).
+void readColour(Reader& body, Jp2Header& header) {
+  if (header.colourSpace || !header.metadata.profile.empty()) return;
+  const int method = body.u8();
+  body.skip(2);
+  const bool byProfile = method == 2 || method == 3;
+  header.colourUnknown = method != 1 && !byProfile;
+  if (method == 1) {
+    header.colourSpace = body.u32be();
+    constexpr uint32_t kFollowed[] = {kSrgb, kGrey, kYcc, kCmyk, kCieLab};
+    header.colourUnknown =
+        std::find(std::begin(kFollowed), std::end(kFollowed), header.colourSpace) == std::end(kFollowed);
+  }
+  if (!byProfile) return;
+  const Bytes profile = body.take(body.left());
+  header.metadata.profile.assign(profile.begin(), profile.end());
+}
+
 // The boxes that tell what the components are (I.5.3).
 void readHeader(Bytes content, Jp2Header& header) {
   Reader boxes(content);
@@ -322,11 +344,7 @@ void readHeader(Bytes content, Jp2Header& header) {
     const uint32_t n = boxes.u32be(), kind = boxes.u32be();
     if (n < 8) break;
     Reader body(boxes.take(std::min<size_t>(n - 8, boxes.left())));
-    if (kind == box("colr") && header.colourSpace == 0) {
-      const int method = body.u8();
-      body.skip(2);
-      if (method == 1) header.colourSpace = body.u32be();
-    }
+    if (kind == box("colr")) readColour(body, header);
     if (kind == box("pclr")) {
       const size_t entries = body.u16be(), columns = body.u8();
       if (entries < 1 || entries > 1024 || columns < 1) throw Error("the palette is impossible");
@@ -375,6 +393,9 @@ Bytes unwrapJp2(Bytes file, bool& cut, Jp2Header& header) {
     const Bytes content = in.take(size_t(std::min<uint64_t>(body, in.left())));
     if (type == box("jp2c") && codestream.empty()) codestream = content;
     if (type == box("jp2h")) readHeader(content, header);
+    if (type == box("uuid") && content.size() > kExifBox.size() &&
+        std::equal(kExifBox.begin(), kExifBox.end(), content.begin()))
+      header.metadata.exif.assign(content.begin() + ptrdiff_t(kExifBox.size()), content.end());
   }
   cut |= in.left() > 0;
   if (codestream.empty() && cut) throw Truncated();
@@ -454,7 +475,7 @@ void writeTile(std::vector<uint8_t>& bytes, int32_t index, Bytes packets) {
   bytes.insert(bytes.end(), packets.begin(), packets.end());
 }
 
-std::vector<uint8_t> wrapJp2(const Parameters& p, Bytes codestream) {
+std::vector<uint8_t> wrapJp2(const Parameters& p, const Metadata& metadata, Bytes codestream) {
   Writer out;
   const bool grey = p.colour == Colour::grey || p.colour == Colour::greyAlpha;
   const bool alpha = p.colour == Colour::greyAlpha || p.colour == Colour::rgba;
@@ -465,7 +486,11 @@ std::vector<uint8_t> wrapJp2(const Parameters& p, Bytes codestream) {
       out.u32be(uint32_t(p.height - p.y0)), out.u32be(uint32_t(p.width - p.x0)), out.u16be(unsigned(p.bits.size()));
       out.u8(unsigned(p.bits[0] - 1)), out.u8(7), out.u8(0), out.u8(0);
     });
-    putBox(out, "colr", [&] { out.u8(1), out.u8(0), out.u8(0), out.u32be(grey ? 17 : 16); });
+    putBox(out, "colr", [&] {
+      out.u8(metadata.profile.empty() ? 1 : 2), out.u8(0), out.u8(0);
+      if (metadata.profile.empty()) out.u32be(grey ? kGrey : kSrgb);
+      else out.put(metadata.profile);
+    });
     if (alpha)
       putBox(out, "cdef", [&] {
         const unsigned channels = unsigned(p.bits.size());
@@ -476,6 +501,11 @@ std::vector<uint8_t> wrapJp2(const Parameters& p, Bytes codestream) {
         }
       });
   });
+  if (!metadata.exif.empty())
+    putBox(out, "uuid", [&] {
+      out.text(kExifBox.data());
+      out.put(metadata.exif);
+    });
   putBox(out, "jp2c", [&] { out.put(codestream); });
   return std::move(out.bytes);
 }

@@ -5,6 +5,7 @@ import struct
 import unittest
 
 import numpy as np
+from PIL import Image, ImageCms
 
 from support import QELCONV, InteropTest, bounded, contents, convert, fails, psnr, read_pnm, run, write_pnm
 
@@ -127,10 +128,10 @@ def box(kind, body):
     return struct.pack(">I", len(body) + 8) + kind + body
 
 
-def boxed(data, width, height, space, boxes):
+def boxed(data, width, height, space, boxes, method=1):
     components = struct.unpack(">H", data[40:42])[0]
     head = box(b"ihdr", struct.pack(">IIH4B", height, width, components, 7, 7, 0, 0))
-    head += box(b"colr", struct.pack(">3BI", 1, 0, 0, space)) + boxes
+    head += box(b"colr", struct.pack(">3BI", method, 0, 0, space)) + boxes
     return (box(b"jP  ", b"\r\n\x87\n") + box(b"ftyp", b"jp2 \0\0\0\0jp2 ") + box(b"jp2h", head)
             + box(b"jp2c", data))
 
@@ -365,6 +366,21 @@ class Jpeg2000Test(InteropTest):
                 data = contents(self.raw_file(layout, "-mct", 0))
                 path = self.file("chroma.jp2", boxed(data, 90, 61, 18, b""))
                 self.assertLessEqual(np.abs(self.our_picture(path) - self.their_picture(path)).max(), 2)
+        # Of colours that are not followed it is said so; a profile behind them is.
+        profile = ImageCms.ImageCmsProfile(ImageCms.createProfile("sRGB")).tobytes()
+        for method, space, boxes, told in ((1, 16, b"", ""), (5, 0, b"", "of an unknown kind"),
+                                           (1, 22, b"", "of an unknown kind"),
+                                           (4, 0, box(b"colr", b"\2\0\0" + profile), ""), (4, 0, box(
+                                               b"colr", b"\2\0\0" + profile.replace(b"RGB ", b"GRAY", 1)), "dropped")):
+            with self.subTest(method=method, space=space):
+                data = boxed(contents(self.their_file(self.path("part.ppm"))), 60, 40, space, boxes, method)
+                printed = run(QELCONV, self.file("colour.jp2", data), self.path("colour.png")).decode()
+                self.assertEqual((bool(told), True), (bool(printed), told in printed), printed)
+                with Image.open(self.path("colour.png")) as picture:
+                    self.assertEqual(profile in data, picture.info.get("icc_profile") == profile)
+        path = self.file("lab.jp2", boxed(contents(self.their_file(self.path("part.ppm"))), 60, 40, 14, b""))
+        self.assertIn("CIELab", fails(*self.command(path)))
+        convert(path, self.path("l.pgm"), "--component", 0)
         path = self.file("bad.jp2", boxed(contents(self.their_file(index)), 60, 40, 16, box(b"pclr", entries)
                                           + box(b"cmap", b"\0\1\1\0")))
         self.assertIn("not there", fails(*self.command(path)))
