@@ -121,6 +121,10 @@ Parameters makeParameters(const Image& image, const Options& options, const Goal
     throw Error("--block takes powers of two from 4 to 1024, at most 4096 together");
   coding.blockWidthLog2 = std::bit_width(unsigned(w)) - 1, coding.blockHeightLog2 = std::bit_width(unsigned(h)) - 1;
   coding.precincts.fill(0xFF);
+  // The lowest band of the 5/3 wavelet grows up to 2.8 times, and differences of colours are of a bit more; with few bits
+  // it's rounding, at every level, that counts.
+  if (coding.reversible && p.colourTransform) coding.guardBits = 3;
+  if (coding.reversible && image.bits < 8) coding.guardBits = std::min(10 - image.bits, 7);
   coding.steps = stepsFor(coding, image.bits);
   p.coding.assign(p.bits.size(), coding);
   return p;

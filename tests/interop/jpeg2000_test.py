@@ -183,6 +183,21 @@ class Jpeg2000Test(InteropTest):
         path = self.our_file(source, kind="grey.j2k")
         np.testing.assert_array_equal(self.their_picture(path), read_pnm(source))
 
+    # Blue against green where the low-pass filter weighs up and the other way round where it weighs down, and noise in
+    # samples of few bits: coefficients as large as they get.
+    def test_large_coefficients(self):
+        signs = np.resize([-1, 1, 1, 1], 64)
+        blue = np.outer(signs, signs) > 0
+        random = np.random.default_rng(12)
+        for top, array in ((255, np.dstack([blue * 0, ~blue * 255, blue * 255])),
+                           (1, random.integers(0, 2, (40, 21, 3))), (7, random.integers(0, 2, (40, 21, 3)) * 7)):
+            source = write_pnm(self.path("large.ppm"), array, top)
+            for levels in (1, 2, 5):
+                with self.subTest(top=top, levels=levels):
+                    path = self.our_file(source, "--levels", levels)
+                    np.testing.assert_array_equal(self.our_picture(path), array)
+                    np.testing.assert_array_equal(self.their_picture(path), array)
+
     def test_levels_blocks_tiles_and_order(self):
         source = self.cut("part.ppm", 150, 117)
         for ours, theirs in [
