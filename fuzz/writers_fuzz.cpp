@@ -97,7 +97,9 @@ void run(Input input) {
   const auto samples = input.rest();
   for (size_t i = 0; i < image.data.size() / size_t(image.sampleBytes()); ++i) {
     const uint32_t byte = samples.empty() ? uint32_t(i) * 37 : samples[i % samples.size()];
-    image.setSample(i, (byte * 0x0101 + uint32_t(i / 64)) & ((1u << image.bits) - 1));
+    const uint32_t value = (byte * 0x0101 + uint32_t(i / 64)) & ((1u << image.bits) - 1);
+    constexpr uint32_t kMinusZero = 0x8000;  // JPEG XR has one zero only
+    image.setSample(i, image.half && value == kMinusZero ? 0 : value);
   }
 
   Stages stages;
