@@ -178,11 +178,13 @@ void replaceFourth(Bytes blocks, const Texture& texture, QelSize size, std::vect
 
 size_t Texture::bytes(int64_t level) const { return blockCount(size(level)) * block->bytes; }
 
-Which chosen(const Texture& texture, const Options& options) {
+Which chosen(const Texture& texture, const Options& options, Stages& stages) {
   const Which which = {options.integer("level", 0, 0, 99), options.integer("layer", 0, 0, INT32_MAX)};
   if (which.level >= texture.levels || which.layer >= texture.layers)
     throw Error("the texture has " + std::to_string(texture.levels) + " levels and " + std::to_string(texture.layers) +
                 " layers, counted from 0");
+  if (texture.layers > 1 && !options.has("layer"))
+    stages.lose("the layers behind the first one are left out (--layer N takes another)");
   return which;
 }
 

@@ -407,7 +407,10 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     File in(file);
     Image image = readPicture(in, examine(in), limits);
     image.metadata = metadataOf(in, stages);
-    if (!options.has("byte-planes")) return image;
+    if (!options.has("byte-planes")) {
+      if (!TIFFLastDirectory(in)) stages.lose("the pictures behind the first one are left out");
+      return image;
+    }
     if (!TIFFReadDirectory(in)) throw Error("there is no second picture with the low bytes");
     const Image low = readPicture(in, examine(in), limits);
     Image wide = join(image, low);
