@@ -269,6 +269,9 @@ Encoded encodeTexture(const Image& original, const Options& options, Stages& sta
   const int used = block.sample == Sample::grey ? 1 : block.sample == Sample::redGreen ? 2 : ycocg ? 3 : 4;
   const bool isGrey = used == 1 && (original.colour == Colour::grey || original.colour == Colour::greyAlpha);
   Image image = wholeBytes(adapt(original, stages, {isGrey ? Colour::grey : ycocg ? Colour::rgb : Colour::rgba}, 8));
+  const bool isColoured = original.colour != Colour::grey && original.colour != Colour::greyAlpha;
+  if (used <= 2 && isColoured) stages.lose(used == 1 ? "green and blue are dropped" : "blue is dropped");
+  if (image.channels() == 4 && block.sample != Sample::rgba && !isOpaque(image.data)) stages.lose("alpha is dropped");
   if (image.channels() != used) image.data = selectChannels(image.data, 4, size_t(used));  // red, or red and green
   Block::Encode encode = block.encode;
   if (ycocg) {

@@ -255,7 +255,9 @@ class ConvertTest(InteropTest):
         cmyk = self.file("cmyk.pam", contents(rgba).replace(b"RGB_ALPHA", b"CMYK"))
         for source, target, options, loss in (
                 (deep, "a.jpg", [], "16 bits become 8"), (rgba, "a.ppm", [], "alpha is dropped"),
-                (cmyk, "a.png", [], "CMYK becomes RGB"),
+                (cmyk, "a.png", [], "CMYK becomes RGB"), (rgba, "a.dds", ["--block", "bc1"], "alpha is dropped"),
+                (self.coffee, "a.dds", ["--block", "bc4"], "green and blue are dropped"),
+                (self.coffee, "a.ktx2", ["--block", "bc5"], "blue is dropped"), (rgba, "a.dds", [], ""),
                 (deep, "a.png", ["--overlap", 1], "--overlap has no meaning for PNG"),
                 (self.file("two.ppm", contents(self.cut("one.ppm", 9, 7)) * 2), "a.jpg", [], "behind the first one"),
                 (self.path("two.ppm"), "a.tif", [], "behind the first one"),
