@@ -117,6 +117,16 @@ def main():
         for name, options in (("lossless.j2k", ["-n", "3"]), ("layers.jp2", ["-r", "20,8,2", "-I", "-n", "2"]),
                               ("tiles.j2k", ["-t", "24,24", "-n", "2", "-p", "RPCL", "-M", "41", "-SOP", "-EPH"])):
             keep("read_j2k", name, b"\0" + made(name, "opj_compress", "-i", "a.ppm", "-o", name, *options))
+        # The second tile coded by parameters in its own header: those of another file.
+        parts = []
+        for options in (["-n", "3"], ["-n", "2", "-p", "RPCL", "-b", "8,8", "-M", "1"]):
+            data = made("a.j2k", "opj_compress", "-i", "a.ppm", "-o", "a.j2k", "-t", "24,24", *options)
+            coding, comment, tiles = (data.index(marker) for marker in (b"\xff\x52", b"\xff\x64", b"\xff\x90"))
+            second = data.index(b"\xff\x90", tiles + 12)
+            parts.append((data[:second], data[coding:comment], data[second:second + 12], data[second + 12:]))
+        own, rest = parts[1][1], parts[1][3]
+        start = parts[0][2][:6] + struct.pack(">I", len(own) + 10 + len(rest)) + parts[0][2][10:]
+        keep("read_j2k", "own.j2k", b"\0" + parts[0][0] + start + own + rest)
         for style in (0, 8, 32):
             data = made("block.j2k", "opj_compress", "-i", "a.pgm", "-o", "block.j2k", "-n", "1", "-M", str(style))
             packet = data[data.index(b"\xff\x93") + 2:-2]

@@ -2,6 +2,7 @@
 // says why not, within the memory that they may ask for.
 #include <sstream>
 
+#include "exif.h"
 #include "facts.h"
 #include "format.h"
 #include "support/fuzz.h"
@@ -84,6 +85,11 @@ std::vector<Seed> seeds() {
       continue;
     qelconv::Image image(21, 19, file.colour, file.bits);
     image.half = file.half;
+    image.metadata.exif =
+        qelconv::makeExif({{{qelconv::kModel, qelconv::kText, {'a', 'n', 'y', ' ', 'o', 'n', 'e', 0}}},
+                           {{0x8827, qelconv::kShort, {0, 200}}},
+                           {},
+                           ""});
     for (size_t i = 0; i < image.data.size() / size_t(image.sampleBytes()); ++i)
       image.setSample(i, uint32_t(i * 37 / 5 + i / 61 * 3) & ((1u << (file.half ? 14 : file.bits)) - 1));
     qelconv::Options options;
