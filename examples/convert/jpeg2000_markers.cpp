@@ -503,7 +503,7 @@ std::vector<uint8_t> wrapJp2(const Parameters& p, const Metadata& metadata, Byte
   });
   if (!metadata.exif.empty())
     putBox(out, "uuid", [&] {
-      out.text(kExifBox.data());
+      out.put({reinterpret_cast<const uint8_t*>(kExifBox.data()), kExifBox.size()});
       out.put(metadata.exif);
     });
   putBox(out, "jp2c", [&] { out.put(codestream); });
