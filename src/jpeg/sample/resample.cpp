@@ -26,11 +26,10 @@ void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdi
   constexpr int kShift = kRows == 2 ? 2 : 1;
   // An even number of means, so that the last vector too begins at an even place.
   ptrdiff_t k = simd::coverByWidest(0, count & ~ptrdiff_t(1), [&]<class V>(V, ptrdiff_t to) QELJ_INLINE_LAMBDA {
-    const auto one = all<With<int8_t, V>>(1);
     const auto term = simd::pairs<With<int16_t, V>>(round.even, round.odd);
     const auto means = [&](ptrdiff_t from) QELJ_INLINE_LAMBDA {
-      auto sum = simd::mulAddBytes(load<V>(first + from), one);
-      if constexpr (kRows == 2) sum += simd::mulAddBytes(load<V>(second + from), one);
+      auto sum = simd::addBytePairs(load<V>(first + from));
+      if constexpr (kRows == 2) sum += simd::addBytePairs(load<V>(second + from));
       return (sum + term) >> kShift;
     };
     store(dst + to, simd::orderPacked(simd::packU8(means(2 * to), means(2 * to + int(sizeof(V))))));
@@ -59,9 +58,7 @@ struct OneRow {
 
   template <class V>
   static QELJ_INLINE Halves<With<int16_t, V>> threeToOne(const uint8_t* near, const uint8_t* far) {
-    const auto weights = as<int8_t>(all<With<int16_t, V>>(0x0103));
-    const V n = load<V>(near), f = load<V>(far);
-    return {simd::mulAddBytes(simd::unpackLow(n, f), weights), simd::mulAddBytes(simd::unpackHigh(n, f), weights)};
+    return simd::weighBytes<3, 1>(load<V>(near), load<V>(far));
   }
 };
 struct TwoRows {

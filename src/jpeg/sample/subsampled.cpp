@@ -22,11 +22,10 @@ struct YccRows {
 template <int kRows, class Source>
 QELJ_INLINE void ownForwardGroup(const Source (&source)[2], const YccRows& dst, ptrdiff_t x, int count = kGroup) {
   constexpr int kLog2 = kRows == 2 ? 2 : 1;
-  const auto one = all<simd::Wide<int8_t>>(1);
   Rgb<Lanes> sum{};
   for (int row = 0; row < kRows; ++row) {
     const Rgb<Bytes> p = source[row].group(x).rgb;
-    sum.r += simd::mulAddBytes(p.r, one), sum.g += simd::mulAddBytes(p.g, one), sum.b += simd::mulAddBytes(p.b, one);
+    sum.r += simd::addBytePairs(p.r), sum.g += simd::addBytePairs(p.g), sum.b += simd::addBytePairs(p.b);
     const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
     const Bytes luma = simd::packU8(ForwardMain::luma(Rgb<Lanes>{r.low, g.low, b.low}),
                                     ForwardMain::luma(Rgb<Lanes>{r.high, g.high, b.high}));
