@@ -20,6 +20,12 @@ const char* nameOf(Colour colour) {
   return kNames[int(colour)];
 }
 
+bool isProfileOf(const std::vector<uint8_t>& profile, Colour colour) {
+  constexpr const char* kSpaces[] = {"GRAY", "GRAY", "RGB ", "RGB ", "CMYK"};
+  constexpr size_t kPlace = 16;  // ICC.1, 7.2.6
+  return profile.size() >= 128 && std::memcmp(&profile[kPlace], kSpaces[int(colour)], 4) == 0;
+}
+
 Image::Image(int32_t width_, int32_t height_, Colour colour_, int bits_) : Image({width_, height_}, colour_, bits_) {}
 
 Image::Image(const Shape& shape, Colour colour_, int bits_) : Shape(shape) {

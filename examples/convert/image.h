@@ -41,6 +41,8 @@ struct Metadata {
   std::vector<uint8_t> profile;  // of its colours (ICC)
   std::vector<uint8_t> exif;     // the TIFF structure of EXIF data, from its byte order on
 };
+// Whether a profile says that it is of such colours.
+bool isProfileOf(const std::vector<uint8_t>& profile, Colour colour);
 
 // A picture but for its samples, which are interleaved, in rows without gaps. Samples are unsigned: one byte up to 8
 // bits, two (host order) up to 16; or half-precision floats in two bytes. CMYK counts ink: 0 is none.

@@ -7,6 +7,8 @@
 #include <ostream>
 #include <sstream>
 
+#include "orientation.h"
+
 namespace qelconv {
 namespace {
 
@@ -16,14 +18,28 @@ bool recognisesCodestream(Bytes file) {
   return file.size() > 4 && file[0] == 0xFF && file[1] == 0x4F && file[2] == 0xFF && file[3] == 0x51;
 }
 
+// A profile of other colours is of no use.
+void keepProfile(Metadata& metadata, Colour colour, Stages& stages) {
+  if (metadata.profile.empty() || isProfileOf(metadata.profile, colour)) return;
+  metadata.profile.clear();
+  stages.lose("the colour profile is of other colours, and dropped");
+}
+
 Image read(Bytes file, const Options& options, Stages& stages) {
   const Codestream stream = stages.time("markers", [&] { return parse(file); });
-  const Arrangement arrangement = arrange(stream, options.integer("component", -1, 0, kMostComponents - 1));
+  const int only = options.integer("component", -1, 0, kMostComponents - 1);
+  const Arrangement arrangement = arrange(stream, only);
   if (arrangement.lossy) stages.lose("components that are no colours are left out");
   for (const auto& source : arrangement.sources)
     if (const int bits = stream.parameters.bits[size_t(source.component)]; bits > 16)
       stages.lose(std::to_string(bits) + " bits become 16");
-  return decodeTiles(stream, arrangement, Limits(file, options), stages);
+  if (stream.jp2.colourUnknown && only < 0)
+    stages.lose(std::string("colours of an unknown kind are taken for ") + nameOf(arrangement.colour));
+  Image image = decodeTiles(stream, arrangement, Limits(file, options), stages);
+  image.metadata = stream.jp2.metadata;
+  if (only < 0) keepProfile(image.metadata, image.colour, stages);
+  else image.metadata.profile.clear();
+  return image;
 }
 
 std::vector<double> listOfNumbers(const Options& options, const char* name) {
@@ -105,6 +121,10 @@ Parameters makeParameters(const Image& image, const Options& options, const Goal
     throw Error("--block takes powers of two from 4 to 1024, at most 4096 together");
   coding.blockWidthLog2 = std::bit_width(unsigned(w)) - 1, coding.blockHeightLog2 = std::bit_width(unsigned(h)) - 1;
   coding.precincts.fill(0xFF);
+  // The lowest band of the 5/3 wavelet grows up to 2.8 times, and differences of colours are of a bit more; with few bits
+  // it's rounding, at every level, that counts.
+  if (coding.reversible && p.colourTransform) coding.guardBits = 3;
+  if (coding.reversible && image.bits < 8) coding.guardBits = std::min(10 - image.bits, 7);
   coding.steps = stepsFor(coding, image.bits);
   p.coding.assign(p.bits.size(), coding);
   return p;
@@ -138,7 +158,9 @@ std::vector<uint8_t> writePlain(const Image& image, const Options& options, Stag
 std::vector<uint8_t> writeBoxed(const Image& image, const Options& options, Stages& stages) {
   Parameters p;
   const auto codestream = writeCodestream(image, options, stages, p);
-  return wrapJp2(p, codestream);
+  Metadata metadata = image.metadata;
+  keepProfile(metadata, p.colour, stages);
+  return wrapJp2(p, metadata, codestream);
 }
 
 void describe(Bytes file, Facts& facts) {
@@ -157,6 +179,10 @@ void describe(Bytes file, Facts& facts) {
       .add("progression", kOrders[int(p.progression)])
       .add("code-blocks", std::to_string(1 << c.blockWidthLog2) + "x" + std::to_string(1 << c.blockHeightLog2))
       .add("colour transform", bool(p.colourTransform));
+  if (const size_t bytes = stream.jp2.metadata.profile.size()) facts.add("colour profile bytes", bytes);
+  if (const size_t bytes = stream.jp2.metadata.exif.size())
+    facts.add("EXIF bytes", bytes).add("orientation", orientationOf(stream.jp2.metadata));
+  if (!stream.tileParameters.empty()) facts.add("tiles with parameters of their own", stream.tileParameters.size());
 }
 
 }  // namespace
@@ -178,6 +204,6 @@ const Format kJpeg2000 = {"JPEG 2000 codestream",
                           read,
                           writePlain,
                           describe};
-const Format kJp2 = {"JP2", {".jp2"}, {}, isJp2, read, writeBoxed, describe};
+const Format kJp2 = {"JP2", {".jp2"}, {}, isJp2, read, writeBoxed, describe, kProfile | kExif};
 
 }  // namespace qelconv

@@ -67,13 +67,14 @@ struct Area {
   bool empty() const { return x1 <= x0 || y1 <= y0; }
 };
 
+// Of the picture, or of a tile whose header has some of its own.
 struct Parameters {
   int32_t width = 0, height = 0, x0 = 0, y0 = 0;  // the image's area ends at (width, height)
   int32_t tileWidth = 0, tileHeight = 0, tileX0 = 0, tileY0 = 0;
   std::vector<int> bits;         // of each component
   std::vector<Spacing> spacing;  // of each component
   Progression progression = Progression::LRCP;
-  std::vector<Progress> changes;  // of the progression, in tiles without changes of their own
+  std::vector<Progress> changes;  // of the progression
   int layers = 1;
   bool colourTransform = false, sop = false, eph = false;
   std::vector<Coding> coding;  // one a component
@@ -178,7 +179,6 @@ struct TileComponent {
 struct Tile {
   Area area;
   std::vector<TileComponent> components;
-  std::vector<Progress> changes;
   // Decoder: the tile's parts one after the other, and its packets' headers where they lie apart.
   std::vector<uint8_t> coded;
   bool headersPacked = false;
@@ -218,6 +218,9 @@ std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& 
 
 // --- files -------------------------------------------------------------------------------------------------
 
+// Colour spaces, as enumerated (Table I.10, and that of Part 2).
+enum ColourSpace : uint32_t { kCmyk = 12, kCieLab = 14, kSrgb = 16, kGrey = 17, kYcc = 18 };
+
 // What the boxes around a codestream say about its components.
 struct Jp2Header {
   struct Channel {
@@ -226,7 +229,9 @@ struct Jp2Header {
   struct Meaning {
     int channel = 0, kind = 0, association = 0;  // as in the channel definition box
   };
-  uint32_t colourSpace = 0;          // as enumerated; 0: not told
+  uint32_t colourSpace = 0;    // as enumerated; 0: not told
+  bool colourUnknown = false;  // told in no way that is followed
+  Metadata metadata;
   std::vector<int> paletteBits;      // one a column
   std::vector<uint32_t> palette;     // entries of all columns
   std::vector<Channel> channels;     // empty: the components
@@ -235,18 +240,23 @@ struct Jp2Header {
 
 struct Codestream {
   Parameters parameters;
-  std::vector<std::vector<Bytes>> tileParts;  // by tile
-  std::map<int32_t, std::vector<Progress>> tileChanges;
-  bool headersPacked = false;  // of all tiles, in the main header; else of those that are in the map
+  std::vector<std::vector<Bytes>> tileParts;     // by tile
+  std::map<int32_t, Parameters> tileParameters;  // where they differ
+  bool headersPacked = false;                    // of all tiles, in the main header; else of those that are in the map
   std::map<int32_t, std::vector<uint8_t>> packedHeaders;
   Jp2Header jp2;
   std::string missing;  // what is wrong with the file behind its main header
+
+  const Parameters& parametersOf(int32_t tile) const {
+    const auto own = tileParameters.find(tile);
+    return own == tileParameters.end() ? parameters : own->second;
+  }
 };
 bool isJp2(Bytes file);
 Codestream parse(Bytes file);
 std::vector<uint8_t> writeMainHeader(const Parameters& parameters);
 void writeTile(std::vector<uint8_t>& out, int32_t index, Bytes packets);
-std::vector<uint8_t> wrapJp2(const Parameters& parameters, Bytes codestream);
+std::vector<uint8_t> wrapJp2(const Parameters& parameters, const Metadata& metadata, Bytes codestream);
 
 // --- pixels ------------------------------------------------------------------------------------------------
 

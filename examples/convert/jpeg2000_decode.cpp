@@ -154,10 +154,7 @@ void storeComponents(const Parameters& p, Tile& tile, size_t begin, size_t count
 class TileDecoder {
  public:
   TileDecoder(const Codestream& stream, const Limits& limits, const std::vector<Target>& targets, Stages* stages)
-      : stream_(stream), p_(stream.parameters), limits_(limits), targets_(targets), stages_(stages), wrong_(limits) {
-    for (size_t c = 0; c < targets.size(); ++c) wanted_.push_back(targets[c].image != nullptr);
-    if (p_.colourTransform && (wanted_[0] || wanted_[1] || wanted_[2])) wanted_[0] = wanted_[1] = wanted_[2] = true;
-  }
+      : stream_(stream), p_(stream.parameters), limits_(limits), targets_(targets), stages_(stages), wrong_(limits) {}
 
   void decode(int32_t index) {
     const auto& parts = stream_.tileParts[size_t(index)];
@@ -165,20 +162,20 @@ class TileDecoder {
       wrong_.note(size_t(index), "tiles are missing");
       return fillGrey(index);
     }
+    const Parameters& p = stream_.parametersOf(index);
+    const std::vector<bool> wanted = wantedOf(p);
     Tile tile;
     time("packets", [&] {
-      tile = layOut(p_, index);
+      tile = layOut(p, index);
       for (const Bytes part : parts) tile.coded.insert(tile.coded.end(), part.begin(), part.end());
-      const auto changes = stream_.tileChanges.find(index);
-      if (changes != stream_.tileChanges.end()) tile.changes = changes->second;
       const auto headers = stream_.packedHeaders.find(index);
       tile.headersPacked = stream_.headersPacked || headers != stream_.packedHeaders.end();
       if (headers != stream_.packedHeaders.end()) tile.packedHeaders = headers->second;
-      const std::string wrong = readPackets(p_, tile, limits_, visits_);
+      const std::string wrong = readPackets(p, tile, limits_, visits_);
       if (!wrong.empty()) wrong_.note(size_t(index), wrong);
       for (size_t c = 0; c < tile.components.size(); ++c) {
         TileComponent& component = tile.components[c];
-        if (wanted_[c]) component.data.resize(size_t(component.area.width()) * size_t(component.area.height()));
+        if (wanted[c]) component.data.resize(size_t(component.area.width()) * size_t(component.area.height()));
         else component.resolutions.clear();
       }
     });
@@ -188,18 +185,18 @@ class TileDecoder {
       inParallel(jobs.size(), [&](size_t i) {
         const BlockJob& job = jobs[i];
         BlockDecoder& decoder = decoders[size_t(omp_get_thread_num())];
-        if (!decoder.decode(p_.coding[job.componentIndex], p_.bits[job.componentIndex], *job.component, *job.band,
+        if (!decoder.decode(p.coding[job.componentIndex], p.bits[job.componentIndex], *job.component, *job.band,
                             *job.block))
           wrong_.note(size_t(index), "a code-block is damaged");
       });
     });
     time("transforms", [&] {
       inParallel(tile.components.size(), [&](size_t c) {
-        if (wanted_[c] && !tile.components[c].area.empty()) invertWavelet(p_.coding[c], tile.components[c]);
+        if (wanted[c] && !tile.components[c].area.empty()) invertWavelet(p.coding[c], tile.components[c]);
       });
       for (size_t c = 0, count; c < tile.components.size(); c += count) {
-        count = c == 0 && p_.colourTransform ? 3 : 1;
-        if (wanted_[c]) storeComponents(p_, tile, c, count, targets_);
+        count = c == 0 && p.colourTransform ? 3 : 1;
+        if (wanted[c]) storeComponents(p, tile, c, count, targets_);
       }
     });
   }
@@ -210,6 +207,14 @@ class TileDecoder {
   template <class Work>
   void time(const char* name, Work&& work) {
     stages_ ? stages_->time(name, work) : work();
+  }
+
+  // The components that something is made of.
+  std::vector<bool> wantedOf(const Parameters& p) const {
+    std::vector<bool> wanted;
+    for (const Target& target : targets_) wanted.push_back(target.image != nullptr);
+    if (p.colourTransform && (wanted[0] || wanted[1] || wanted[2])) wanted[0] = wanted[1] = wanted[2] = true;
+    return wanted;
   }
 
   // The middle of the range, as a tile without coefficients.
@@ -230,8 +235,7 @@ class TileDecoder {
   const Parameters& p_;
   const Limits& limits_;
   const std::vector<Target>& targets_;
-  std::vector<bool> wanted_;  // of components
-  Stages* stages_;            // null where tiles are decoded side by side
+  Stages* stages_;  // null where tiles are decoded side by side
   std::atomic<uint64_t> visits_ = 0;
   FirstWrong wrong_;
 };
@@ -252,7 +256,7 @@ Image decodeTiles(const Codestream& stream, const Arrangement& arrangement, cons
     if (stream.tileParts[t].empty()) continue;
     if (const auto headers = stream.packedHeaders.find(int32_t(t)); headers != stream.packedHeaders.end())
       coded += headers->second.size();
-    const Extent extent = measure(p, int32_t(t));
+    const Extent extent = measure(stream.parametersOf(int32_t(t)), int32_t(t));
     limits.expectData(coded, extent.packets, 8);  // an empty one takes a byte
     tileBytes = std::max(tileBytes, extent.bytes);
   }

@@ -1,5 +1,7 @@
 // Marker segments of codestreams (ISO/IEC 15444-1, Annex A) and the boxes of JP2 files (Annex I).
 #include <algorithm>
+#include <set>
+#include <string_view>
 
 #include "jpeg2000.h"
 
@@ -38,7 +40,9 @@ class Parser {
     uint16_t marker;
     while ((marker = in_.u16be()) != SOT) mainSegment(marker);
     if (p_.bits.empty()) throw Error("the codestream has no size");
-    finishCoding();
+    if (!told_.coding || !told_.steps) throw Error("the codestream has no coding parameters");
+    expectPossible(p_);
+    mainEnded_ = true;
     for (const auto& [index, part] : mainHeaders_) packed_.insert(packed_.end(), part.begin(), part.end());
     out_.headersPacked = !mainHeaders_.empty();
     out_.tileParts.resize(size_t(p_.tilesWide()) * size_t(p_.tilesHigh()));
@@ -65,62 +69,23 @@ class Parser {
   // `tile`: whose header this stands in.
   void segment(uint16_t marker, Reader& body, int32_t tile) {
     const bool inTile = tile != kMain;
-    const bool known =
-        marker == COD || marker == COC || marker == QCD || marker == QCC || marker == RGN || marker == POC;
-    if (known && inTile && marker != POC) throw Error("coding parameters of a single tile can't be read");
-    if (known && p_.bits.empty()) throw Error("the codestream does not start with its size");
     switch (marker) {
       case SIZ:
         size(body);
         break;
-      case COD: {
-        const int scod = body.u8();
-        p_.sop = scod & 2, p_.eph = scod & 4;
-        const int order = body.u8();
-        if (order > 4) throw Error("an unknown progression order");
-        p_.progression = Progression(order);
-        p_.layers = body.u16be();
-        if (p_.layers < 1) throw Error("the codestream has no layer");
-        p_.colourTransform = body.u8();
-        for (size_t c = 0; c < p_.bits.size(); ++c)
-          if (!hasOwnCoding_[c]) {
-            Reader copy = body;
-            coding(copy, scod & 1, p_.coding[c]);
-          }
-        hasCoding_ = true;
-        break;
-      }
-      case COC: {
-        const size_t c = componentIndex(body);
-        const int flags = body.u8();
-        coding(body, flags & 1, p_.coding[c]);
-        hasOwnCoding_[c] = true;
-        break;
-      }
+      case COD:
+      case COC:
       case QCD:
-        for (size_t c = 0; c < p_.bits.size(); ++c)
-          if (!hasOwnSteps_[c]) {
-            Reader copy = body;
-            quantisation(copy, p_.coding[c]);
-          }
-        hasSteps_ = true;
-        break;
-      case QCC: {
-        const size_t c = componentIndex(body);
-        quantisation(body, p_.coding[c]);
-        hasOwnSteps_[c] = true;
+      case QCC:
+      case RGN:
+      case POC: {
+        if (p_.bits.empty()) throw Error("the codestream does not start with its size");
+        // All tile-parts may change the progression; what else there is to tell has to come in front of all packets.
+        const bool late = inTile ? marker != POC && !out_.tileParts[size_t(tile)].empty() : mainEnded_;
+        if (late) throw Damaged("coding parameters come too late");
+        parameter(marker, body, inTile ? out_.tileParameters.try_emplace(tile, p_).first->second : p_, tile);
         break;
       }
-      case RGN: {
-        const size_t c = componentIndex(body);
-        if (body.u8() != 0) throw Error("an unknown kind of region of interest");
-        p_.coding[c].roiShift = body.u8();
-        if (p_.coding[c].roiShift > 37) throw Error("a region of interest is impossible");
-        break;
-      }
-      case POC:
-        progressions(body, inTile ? out_.tileChanges[tile] : p_.changes);
-        break;
       case PPM:
         if (!inTile) keepHeaders(mainHeaders_, body);
         break;
@@ -129,6 +94,62 @@ class Parser {
         break;
       default:
         break;  // comments and lengths
+    }
+  }
+
+  // Of one header: a segment for a component comes before that for all of them, wherever it stands. A tile's header
+  // begins anew, so that what it says for all comes before what the main one says for one (A.6).
+  void parameter(uint16_t marker, Reader& body, Parameters& p, int32_t tile) {
+    switch (marker) {
+      case COD: {
+        const int scod = body.u8();
+        p.sop = scod & 2, p.eph = scod & 4;
+        p.progression = progression(body);
+        p.layers = body.u16be();
+        if (p.layers < 1) throw Error("the codestream has no layer");
+        p.colourTransform = body.u8();
+        for (size_t c = 0; c < p.bits.size(); ++c)
+          if (!told_.codingOf[c]) {
+            Reader copy = body;
+            coding(copy, scod & 1, p.coding[c]);
+          }
+        told_.coding = true;
+        break;
+      }
+      case COC: {
+        const size_t c = componentIndex(body);
+        const int flags = body.u8();
+        coding(body, flags & 1, p.coding[c]);
+        told_.codingOf[c] = true;
+        break;
+      }
+      case QCD:
+        for (size_t c = 0; c < p.bits.size(); ++c)
+          if (!told_.stepsOf[c]) {
+            Reader copy = body;
+            quantisation(copy, p.coding[c]);
+          }
+        told_.steps = true;
+        break;
+      case QCC: {
+        const size_t c = componentIndex(body);
+        quantisation(body, p.coding[c]);
+        told_.stepsOf[c] = true;
+        break;
+      }
+      case RGN: {
+        const size_t c = componentIndex(body);
+        if (body.u8() != 0) throw Error("an unknown kind of region of interest");
+        p.coding[c].roiShift = body.u8();
+        if (p.coding[c].roiShift > 37) throw Error("a region of interest is impossible");
+        break;
+      }
+      case POC:
+        if (tile != kMain && changed_.insert(tile).second) p.changes.clear();
+        progressions(body, p.changes);
+        break;
+      default:
+        break;
     }
   }
 
@@ -164,7 +185,13 @@ class Parser {
       checkDimensions(area.width(), area.height(), 1);
     }
     p_.coding.resize(size_t(count));
-    hasOwnCoding_.assign(size_t(count), false), hasOwnSteps_ = hasOwnCoding_;
+    told_ = {};
+  }
+
+  static Progression progression(Reader& body) {
+    const int order = body.u8();
+    if (order > 4) throw Error("an unknown progression order");
+    return Progression(order);
   }
 
   static void progressions(Reader& body, std::vector<Progress>& changes) {
@@ -173,9 +200,7 @@ class Parser {
       p.firstResolution = body.u8(), p.firstComponent = body.u8(), p.endLayer = body.u16be();
       p.endResolution = body.u8(), p.endComponent = body.u8();
       if (p.endComponent == 0) p.endComponent = 256;
-      const int order = body.u8();
-      if (order > 4) throw Error("an unknown progression order");
-      p.order = Progression(order);
+      p.order = progression(body);
       changes.push_back(p);
     }
   }
@@ -204,7 +229,7 @@ class Parser {
     c.guardBits = style >> 5;
     c.steps.clear();
     if ((style & 31) > 2) throw Error("an unknown quantisation");
-    while (body.left()) {
+    while (body.left() && c.steps.size() < 3 * 32 + 1) {
       if ((style & 31) == 0) {
         c.steps.push_back({body.u8() >> 3, 0});
       } else {
@@ -224,12 +249,14 @@ class Parser {
     in_.skip(2);
     if (size_t(tile) >= out_.tileParts.size()) throw Damaged("a tile-part header is damaged");
     partHeaders_.clear();
+    told_ = {};
     for (uint16_t marker; (marker = in_.u16be()) != SOD;) {
       const int bytes = in_.u16be();
       if (bytes < 2) throw Damaged("a marker segment is damaged");
       Reader body(in_.take(size_t(bytes - 2)));
       segment(marker, body, tile);
     }
+    if (const auto own = out_.tileParameters.find(tile); own != out_.tileParameters.end()) expectPossible(own->second);
     takeHeaders(tile);
     const size_t header = in_.position() - start;
     if (length && length < header) throw Damaged("a tile-part header is damaged");
@@ -259,33 +286,56 @@ class Parser {
     packedTaken_ = packed.position();
   }
 
-  void finishCoding() {
-    if (!hasCoding_ || !hasSteps_) throw Error("the codestream has no coding parameters");
-    for (const Coding& c : p_.coding)
-      if (c.steps.size() != 1 && c.steps.size() < size_t(3 * c.levels + 1))
-        throw Error("quantisation steps are missing");
-    for (const Coding& c : p_.coding)
-      if (c.steps.size() == 1 && c.reversible && c.levels > 0) throw Error("quantisation steps are missing");
-    if (p_.colourTransform) {
-      if (p_.bits.size() < 3) throw Error("a colour transform of fewer than three components");
-      for (int c = 1; c < 3; ++c)
-        if (p_.coding[size_t(c)].reversible != p_.coding[0].reversible || p_.spacing[size_t(c)] != p_.spacing[0])
-          throw Error("a colour transform over different wavelets or sizes");
+  static void expectPossible(const Parameters& p) {
+    for (const Coding& c : p.coding) {
+      const bool derived = c.steps.size() == 1, few = c.steps.size() < size_t(3 * c.levels + 1);
+      if (derived ? c.reversible && c.levels > 0 : few) throw Error("quantisation steps are missing");
     }
+    if (!p.colourTransform) return;
+    if (p.bits.size() < 3) throw Error("a colour transform of fewer than three components");
+    for (size_t c = 1; c < 3; ++c)
+      if (p.coding[c].reversible != p.coding[0].reversible || p.spacing[c] != p.spacing[0])
+        throw Error("a colour transform over different wavelets or sizes");
   }
 
   static constexpr int32_t kMain = -1;
   Reader in_;
   Parameters p_;
   Codestream out_;
-  bool hasCoding_ = false, hasSteps_ = false;
-  std::vector<bool> hasOwnCoding_, hasOwnSteps_;
+  bool mainEnded_ = false;
+  // What the header at hand has told, of all components and of single ones.
+  struct {
+    bool coding = false, steps = false;
+    std::array<bool, kMostComponents> codingOf{}, stepsOf{};
+  } told_;
+  std::set<int32_t> changed_;  // tiles with changes of the progression of their own
   // By their number: the pieces of packed headers in the main header, which together are one run of lengths and
   // headers, and those of the tile-part at hand.
   std::map<int, Bytes> mainHeaders_, partHeaders_;
   std::vector<uint8_t> packed_;
   size_t packedTaken_ = 0;
 };
+
+// Begins the box with EXIF data, as the programs that put them into JP2 files agree on.
+constexpr std::string_view kExifBox = "JpgTiffExif->JP2";
+
+// The first specification of a method that is known counts (I.5.3.3).
+void readColour(Reader& body, Jp2Header& header) {
+  if (header.colourSpace || !header.metadata.profile.empty()) return;
+  const int method = body.u8();
+  body.skip(2);
+  const bool byProfile = method == 2 || method == 3;
+  header.colourUnknown = method != 1 && !byProfile;
+  if (method == 1) {
+    header.colourSpace = body.u32be();
+    constexpr uint32_t kFollowed[] = {kSrgb, kGrey, kYcc, kCmyk, kCieLab};
+    header.colourUnknown =
+        std::find(std::begin(kFollowed), std::end(kFollowed), header.colourSpace) == std::end(kFollowed);
+  }
+  if (!byProfile) return;
+  const Bytes profile = body.take(body.left());
+  header.metadata.profile.assign(profile.begin(), profile.end());
+}
 
 // The boxes that tell what the components are (I.5.3).
 void readHeader(Bytes content, Jp2Header& header) {
@@ -294,11 +344,7 @@ void readHeader(Bytes content, Jp2Header& header) {
     const uint32_t n = boxes.u32be(), kind = boxes.u32be();
     if (n < 8) break;
     Reader body(boxes.take(std::min<size_t>(n - 8, boxes.left())));
-    if (kind == box("colr") && header.colourSpace == 0) {
-      const int method = body.u8();
-      body.skip(2);
-      if (method == 1) header.colourSpace = body.u32be();
-    }
+    if (kind == box("colr")) readColour(body, header);
     if (kind == box("pclr")) {
       const size_t entries = body.u16be(), columns = body.u8();
       if (entries < 1 || entries > 1024 || columns < 1) throw Error("the palette is impossible");
@@ -347,6 +393,9 @@ Bytes unwrapJp2(Bytes file, bool& cut, Jp2Header& header) {
     const Bytes content = in.take(size_t(std::min<uint64_t>(body, in.left())));
     if (type == box("jp2c") && codestream.empty()) codestream = content;
     if (type == box("jp2h")) readHeader(content, header);
+    if (type == box("uuid") && content.size() > kExifBox.size() &&
+        std::equal(kExifBox.begin(), kExifBox.end(), content.begin()))
+      header.metadata.exif.assign(content.begin() + ptrdiff_t(kExifBox.size()), content.end());
   }
   cut |= in.left() > 0;
   if (codestream.empty() && cut) throw Truncated();
@@ -426,7 +475,7 @@ void writeTile(std::vector<uint8_t>& bytes, int32_t index, Bytes packets) {
   bytes.insert(bytes.end(), packets.begin(), packets.end());
 }
 
-std::vector<uint8_t> wrapJp2(const Parameters& p, Bytes codestream) {
+std::vector<uint8_t> wrapJp2(const Parameters& p, const Metadata& metadata, Bytes codestream) {
   Writer out;
   const bool grey = p.colour == Colour::grey || p.colour == Colour::greyAlpha;
   const bool alpha = p.colour == Colour::greyAlpha || p.colour == Colour::rgba;
@@ -437,7 +486,11 @@ std::vector<uint8_t> wrapJp2(const Parameters& p, Bytes codestream) {
       out.u32be(uint32_t(p.height - p.y0)), out.u32be(uint32_t(p.width - p.x0)), out.u16be(unsigned(p.bits.size()));
       out.u8(unsigned(p.bits[0] - 1)), out.u8(7), out.u8(0), out.u8(0);
     });
-    putBox(out, "colr", [&] { out.u8(1), out.u8(0), out.u8(0), out.u32be(grey ? 17 : 16); });
+    putBox(out, "colr", [&] {
+      out.u8(metadata.profile.empty() ? 1 : 2), out.u8(0), out.u8(0);
+      if (metadata.profile.empty()) out.u32be(grey ? kGrey : kSrgb);
+      else out.put(metadata.profile);
+    });
     if (alpha)
       putBox(out, "cdef", [&] {
         const unsigned channels = unsigned(p.bits.size());
@@ -448,6 +501,11 @@ std::vector<uint8_t> wrapJp2(const Parameters& p, Bytes codestream) {
         }
       });
   });
+  if (!metadata.exif.empty())
+    putBox(out, "uuid", [&] {
+      out.text(kExifBox.data());
+      out.put(metadata.exif);
+    });
   putBox(out, "jp2c", [&] { out.put(codestream); });
   return std::move(out.bytes);
 }

@@ -305,7 +305,7 @@ std::string readPackets(const Parameters& parameters, Tile& tile, const Limits& 
   Reader in(tile.coded), packed(tile.packedHeaders);
   Reader& head = tile.headersPacked ? packed : in;
   // Each change of the progression looks at all precincts, whether it has packets or not.
-  limits.expectWork(visits += tile.changes.size() * tile.precincts());
+  limits.expectWork(visits += parameters.changes.size() * tile.precincts());
   std::string wrong;
   std::vector<Arrival> arrivals;
   visitPackets(parameters, tile, [&](const PacketPlace& at) {

@@ -9,7 +9,6 @@
 namespace qelconv::jpeg2000 {
 namespace {
 
-enum ColourSpace : uint32_t { kCmyk = 12, kYcc = 18 };
 enum Kind { kColourChannel = 0, kOpacity = 1, kMultipliedOpacity = 2 };
 
 // The numbers of the channels that are colours, in their order, and of the one that is the picture's alpha or -1.
@@ -86,7 +85,10 @@ Arrangement arrange(const Codestream& stream, int only) {
     if (!good) throw Error("a channel names a component or a column of the palette that is not there");
   }
 
-  const bool ink = header.colourSpace == kCmyk;
+  const auto& profile = header.metadata.profile;
+  const bool ink = header.colourSpace == kCmyk || isProfileOf(profile, Colour::cmyk);
+  if (only < 0 && header.colourSpace == kCieLab)
+    throw Error("CIELab colours can't be read (--component N gives one of them alone)");
   const auto count = int(channels.size());
   const Meanings m = header.definitions.empty() || only >= 0 ? byOrder(count, ink) : byDefinition(header, count, ink);
   Arrangement a;

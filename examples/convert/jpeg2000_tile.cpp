@@ -228,7 +228,6 @@ Tile layOut(const Parameters& parameters, int32_t index) {
   tile.area = tileArea(parameters, index);
   for (size_t c = 0; c < parameters.bits.size(); ++c)
     tile.components.push_back(layOutComponent(parameters, tile.area, c));
-  tile.changes = parameters.changes;
   return tile;
 }
 
@@ -256,7 +255,7 @@ void visitPackets(const Parameters& parameters, const Tile& tile,
                   const std::function<bool(const PacketPlace&)>& visit) {
   auto spots = spotsOf(tile);
   const auto place = [](int layer, const Spot& s) { return PacketPlace{layer, s.resolution, s.component, s.precinct}; };
-  if (tile.changes.empty()) {
+  if (parameters.changes.empty()) {
     sortSpots(spots, parameters.progression);
     visitLayers(spots, parameters.progression, 0, parameters.layers,
                 [&](int layer, const Spot& s) { return visit(place(layer, s)); });
@@ -265,7 +264,7 @@ void visitPackets(const Parameters& parameters, const Tile& tile,
   // Layers of a precinct come in order, so that their number tells which have come (B.12.2).
   for (size_t i = 0; i < spots.size(); ++i) spots[i].index = i;
   std::vector<int> layersSent(spots.size());
-  for (const Progress& change : tile.changes) {
+  for (const Progress& change : parameters.changes) {
     const int end = std::min(change.endLayer, parameters.layers);
     int first = end;
     std::vector<Spot> next;

@@ -54,13 +54,6 @@ void setOrientation(Metadata& metadata, int orientation) {
   }
 }
 
-bool hasMoreThanOrientation(const Metadata& metadata) {
-  Metadata alone;
-  setOrientation(alone, 2);
-  setOrientation(alone, orientationOf(metadata));
-  return !metadata.exif.empty() && metadata.exif != alone.exif;
-}
-
 Image upright(Image image) {
   const int orientation = orientationOf(image.metadata);
   if (orientation == 1) return image;

@@ -9,8 +9,6 @@ namespace qelconv {
 int orientationOf(const Metadata& metadata);
 // In the EXIF data, where there are any; otherwise in ones with nothing else, unless it is 1.
 void setOrientation(Metadata& metadata, int orientation);
-// Whether there is something else in the EXIF data.
-bool hasMoreThanOrientation(const Metadata& metadata);
 // The picture turned upright.
 Image upright(Image image);
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <ostream>
 
+#include "exif.h"
 #include "file_limits.h"
 #include "format.h"
 #include "orientation.h"
@@ -31,6 +32,11 @@ class File {
 
   operator TIFF*() { return tiff_.get(); }
   Bytes file() const { return file_; }
+  // Behind what is written so far; libtiff goes to the end before it writes. Gives the place, 0 of nothing.
+  uint64_t append(const std::vector<Field>& fields) {
+    const bool big = (written_[2] | written_[3]) == 43;  // libtiff tells wrongly of big-endian files that it writes
+    return appendDirectory(written_, fields, TIFFIsBigEndian(*this), big);
+  }
   // Throws what libtiff has said last.
   [[noreturn]] void fail() const { throw Damaged(message_.empty() ? "not a readable TIFF" : message_); }
   void expect(bool success) const {
@@ -307,11 +313,18 @@ class Segments {
   std::vector<uint8_t> segment_, packed_, scratch_;
 };
 
-Metadata metadataOf(File& in) {
+Metadata metadataOf(File& in, Stages& stages) {
   Metadata metadata;
   uint32_t length = 0;
   const uint8_t* profile = nullptr;
   if (TIFFGetField(in, TIFFTAG_ICCPROFILE, &length, &profile)) metadata.profile.assign(profile, profile + length);
+  try {
+    const Exif exif = takeExif(in.file());
+    if (!exif.lost.empty()) stages.lose("of the EXIF data are dropped: " + exif.lost);
+    metadata.exif = makeExif(exif);
+  } catch (const Damaged&) {
+    stages.lose("the EXIF data are damaged, and dropped");
+  }
   setOrientation(metadata, in.field<uint16_t>(TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT));
   return metadata;
 }
@@ -352,7 +365,6 @@ Image readPicture(File& in, const Picture& p, const Limits& limits) {
       image.setSample(i, image.sample(i) ^ top);
   }
   if (p.multiplied) divideByAlpha(image);
-  image.metadata = metadataOf(in);
   return image;
 }
 
@@ -394,8 +406,7 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     const Limits limits(file, options);
     File in(file);
     Image image = readPicture(in, examine(in), limits);
-    uint64_t directory = 0;
-    if (TIFFGetField(in, TIFFTAG_EXIFIFD, &directory)) stages.lose("the EXIF data are dropped");
+    image.metadata = metadataOf(in, stages);
     if (!options.has("byte-planes")) return image;
     if (!TIFFReadDirectory(in)) throw Error("there is no second picture with the low bytes");
     const Image low = readPicture(in, examine(in), limits);
@@ -435,7 +446,29 @@ std::vector<uint8_t> packRows(std::vector<uint8_t>& rows, size_t rowBytes, bool 
   return packed;
 }
 
-void writePicture(File& out, const Image& image, unsigned compression, std::pair<int, int> tiles) {
+// The fields of EXIF data, whose own directories lie in the file already.
+struct Described {
+  Exif exif;
+  uint64_t taken = 0, place = 0;
+};
+
+void describePicture(File& out, const Described& described) {
+  const auto set = [&](uint32_t tag, auto value) { out.expect(TIFFSetField(out, tag, value)); };
+  constexpr unsigned kTexts[] = {kDescription, kMake, kModel, kSoftware, kDateTime, kArtist, kHostComputer, kCopyright};
+  for (const unsigned tag : kTexts)
+    if (const Field* field = described.exif.find(tag); field && !field->text().empty()) set(tag, field->text().c_str());
+  for (const unsigned tag : {kXResolution, kYResolution}) {
+    const Field* const field = described.exif.find(tag);
+    set(tag, field && field->number() > 0 ? field->number() : 72.0);
+  }
+  const Field* const unit = described.exif.find(kResolutionUnit);
+  set(TIFFTAG_RESOLUTIONUNIT, unit && unit->number() == 3 ? RESUNIT_CENTIMETER : RESUNIT_INCH);
+  if (described.taken) set(TIFFTAG_EXIFIFD, described.taken);
+  if (described.place) set(TIFFTAG_GPSIFD, described.place);
+}
+
+void writePicture(File& out, const Image& image, const Described& described, unsigned compression,
+                  std::pair<int, int> tiles) {
   const bool tiled = tiles.first > 0;
   const int32_t across = tiled ? tiles.first : image.width;
   const int32_t down = tiled ? tiles.second : std::clamp(65536 / image.step(), 1, image.height);
@@ -450,8 +483,7 @@ void writePicture(File& out, const Image& image, unsigned compression, std::pair
                            : image.channels() <= 2      ? PHOTOMETRIC_MINISBLACK
                                                         : PHOTOMETRIC_RGB);
   set(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  for (const uint32_t tag : {TIFFTAG_XRESOLUTION, TIFFTAG_YRESOLUTION}) set(tag, 72.0);
-  set(TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+  describePicture(out, described);
   if (compression == COMPRESSION_LZW || compression == COMPRESSION_ADOBE_DEFLATE)
     set(TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
   const Metadata& metadata = image.metadata;
@@ -485,8 +517,13 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
       original.half ? original
                     : wholeBytes(adapt(original, stages,
                                        {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha, Colour::cmyk}));
-  // The fields of EXIF data would have to be told apart; of them there is a place for the orientation.
-  if (hasMoreThanOrientation(image.metadata)) stages.lose("the EXIF data are dropped but for the orientation");
+  Described described;
+  try {
+    if (!image.metadata.exif.empty()) described.exif = takeExif(image.metadata.exif);
+    if (!described.exif.lost.empty()) stages.lose("of the EXIF data are dropped: " + described.exif.lost);
+  } catch (const Damaged&) {
+    stages.lose("the EXIF data are damaged, and dropped");
+  }
   constexpr unsigned kCompressions[] = {COMPRESSION_PACKBITS, COMPRESSION_NONE, COMPRESSION_LZW,
                                         COMPRESSION_ADOBE_DEFLATE};
   const unsigned compression = kCompressions[options.choice("packing", {"packbits", "none", "lzw", "deflate"}, 0)];
@@ -494,11 +531,12 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   if (tiles.first % 16 || tiles.second % 16) throw Error("--tiles takes multiples of 16 for TIFF");
   return stages.time("write TIFF", [&] {
     File out(std::string("w") + (options.has("big-endian") ? "b" : "l") + (options.has("big-tiff") ? "8" : ""));
+    described.taken = out.append(described.exif.taken), described.place = out.append(described.exif.place);
     if (options.has("byte-planes")) {
       if (image.bits != 16 || image.half) throw Error("only pictures of more than 8 bits have byte planes");
-      for (const Image& plane : split(image)) writePicture(out, plane, compression, tiles);
+      for (const Image& plane : split(image)) writePicture(out, plane, described, compression, tiles);
     } else {
-      writePicture(out, image, compression, tiles);
+      writePicture(out, image, described, compression, tiles);
     }
     return out.finish();
   });

@@ -67,6 +67,9 @@ std::vector<Seed> seeds() {
                 {".dds", "block=bc7", qelconv::Colour::rgba},
                 {".dds", "block=ycocg"},
                 {".dds", "", qelconv::Colour::grey},
+                {".ktx2", ""},
+                {".ktx2", "block=bc3", qelconv::Colour::rgba},
+                {".ktx2", "block=bc4", qelconv::Colour::grey},
                 {".ppm", ""},
                 {".ppm", "", qelconv::Colour::rgba, 16},
                 {".pfm", "", qelconv::Colour::rgb, 16, true}};

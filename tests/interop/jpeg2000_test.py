@@ -5,6 +5,7 @@ import struct
 import unittest
 
 import numpy as np
+from PIL import Image, ImageCms
 
 from support import QELCONV, InteropTest, bounded, contents, convert, fails, psnr, read_pnm, run, write_pnm
 
@@ -13,18 +14,25 @@ STYLES = {"bypass": 1, "reset": 2, "terminate": 4, "causal": 8, "segment": 32}
 PREDICTABLE = 16
 
 
+def segment(marker, body):
+    return struct.pack(">HH", marker, len(body) + 2) + body
+
+
+def tile_part(tile, header, data, part=0, count=1):
+    """A tile-part with these segments in its header."""
+    length = 14 + len(header) + len(data)
+    return struct.pack(">HHHIBB", 0xff90, 10, tile, length, part, count) + header + b"\xff\x93" + data
+
+
 def codestream(width, height, tile_width, tile_height, tiles, components=3, levels=5, block=4, order=0, layers=1,
                precincts=b"", planes=9):
     """A codestream of given tile-parts, as (tile, bytes)."""
-    def segment(marker, body):
-        return struct.pack(">HH", marker, len(body) + 2) + body
     size = struct.pack(">H8IH", 0, width, height, 0, 0, tile_width, tile_height, 0, 0, components)
     size += b"\7\1\1" * components
     coding = struct.pack(">BBHB5B", len(precincts) > 0, order, layers, 0, levels, block, block, 0, 1) + precincts
     head = b"\xff\x4f" + segment(0xff51, size) + segment(0xff52, coding)
     head += segment(0xff5c, bytes([2 << 5]) + bytes([(planes - 1) << 3]) * (3 * levels + 1))
-    parts = [struct.pack(">HHHIBBH", 0xff90, 10, t, len(data) + 14, 0, 1, 0xff93) + data for t, data in tiles]
-    return head + b"".join(parts) + b"\xff\xd9"
+    return head + b"".join(tile_part(t, b"", data) for t, data in tiles) + b"\xff\xd9"
 
 
 def all_passes(wide, high, passes):
@@ -52,7 +60,18 @@ def all_passes(wide, high, passes):
 def insert(data, marker, body):
     """A marker segment more in the main header."""
     at = data.index(b"\xff\x90")
-    return data[:at] + struct.pack(">HH", marker, len(body) + 2) + body + data[at:]
+    return data[:at] + segment(marker, body) + data[at:]
+
+
+def taken_apart(data):
+    """What a file's COD and QCD segments have, and its tiles' data."""
+    head, *tiles = re.split(rb"\xff\x90\x00\x0a.{8}\xff\x93", data[:-2], flags=re.DOTALL)
+    bodies, at = {}, 2
+    while at < len(head):
+        marker, length = struct.unpack(">HH", head[at:at + 4])
+        bodies[marker] = head[at + 4:at + 2 + length]
+        at += 2 + length
+    return bodies[0xff52], bodies[0xff5c], tiles
 
 
 def with_changes(data, changes):
@@ -67,14 +86,14 @@ def with_packed_headers(data, in_front):
         tile, length, part, count = struct.unpack(">HIBB", data[at + 4:at + 12])
         packets = re.split(rb"\xff\x91\x00\x04..", data[at + 14:at + length], flags=re.DOTALL)[1:]
         ends = [p.index(b"\xff\x92") + 2 for p in packets]
-        headers = b"".join(p[:end] for p, end in zip(packets, ends))
-        body = b"\xff\x93" + b"".join(p[end:] for p, end in zip(packets, ends))
+        headers, own = b"".join(p[:end] for p, end in zip(packets, ends)), b""
+        body = b"".join(p[end:] for p, end in zip(packets, ends))
         if in_front:
             packed += struct.pack(">I", len(headers)) + headers
         else:
-            body = pieces(0xff61, headers, 30, numbers.get(tile, 0)) + body
+            own = pieces(0xff61, headers, 30, numbers.get(tile, 0))
             numbers[tile] = numbers.get(tile, 0) + len(headers) // 30 + 1
-        parts += struct.pack(">HHHIBB", 0xff90, 10, tile, len(body) + 12, part, count) + body
+        parts += tile_part(tile, own, body, part, count)
         at += length
     return head + pieces(0xff60, packed, 70) + parts + data[at:]
 
@@ -97,14 +116,22 @@ def with_region(data, shift):
     return data
 
 
+def in_tile_header(data, marker):
+    """Moves segments from the main header to that of the only tile."""
+    at = data.index(b"\xff\x90")
+    every = re.compile(struct.pack(">H", marker) + rb"\x00\x05...", re.DOTALL)
+    own = b"".join(every.findall(data[:at]))
+    return every.sub(b"", data[:at]) + tile_part(0, own, data[at + 14:-2]) + b"\xff\xd9"
+
+
 def box(kind, body):
     return struct.pack(">I", len(body) + 8) + kind + body
 
 
-def boxed(data, width, height, space, boxes):
+def boxed(data, width, height, space, boxes, method=1):
     components = struct.unpack(">H", data[40:42])[0]
     head = box(b"ihdr", struct.pack(">IIH4B", height, width, components, 7, 7, 0, 0))
-    head += box(b"colr", struct.pack(">3BI", 1, 0, 0, space)) + boxes
+    head += box(b"colr", struct.pack(">3BI", method, 0, 0, space)) + boxes
     return (box(b"jP  ", b"\r\n\x87\n") + box(b"ftyp", b"jp2 \0\0\0\0jp2 ") + box(b"jp2h", head)
             + box(b"jp2c", data))
 
@@ -155,6 +182,21 @@ class Jpeg2000Test(InteropTest):
         source = self.cut("grey.pgm", 61, 43, 1)
         path = self.our_file(source, kind="grey.j2k")
         np.testing.assert_array_equal(self.their_picture(path), read_pnm(source))
+
+    # Blue against green where the low-pass filter weighs up and the other way round where it weighs down, and noise in
+    # samples of few bits: coefficients as large as they get.
+    def test_large_coefficients(self):
+        signs = np.resize([-1, 1, 1, 1], 64)
+        blue = np.outer(signs, signs) > 0
+        random = np.random.default_rng(12)
+        for top, array in ((255, np.dstack([blue * 0, ~blue * 255, blue * 255])),
+                           (1, random.integers(0, 2, (40, 21, 3))), (7, random.integers(0, 2, (40, 21, 3)) * 7)):
+            source = write_pnm(self.path("large.ppm"), array, top)
+            for levels in (1, 2, 5):
+                with self.subTest(top=top, levels=levels):
+                    path = self.our_file(source, "--levels", levels)
+                    np.testing.assert_array_equal(self.our_picture(path), array)
+                    np.testing.assert_array_equal(self.their_picture(path), array)
 
     def test_levels_blocks_tiles_and_order(self):
         source = self.cut("part.ppm", 150, 117)
@@ -241,14 +283,82 @@ class Jpeg2000Test(InteropTest):
                 np.testing.assert_array_equal(self.their_picture(path), read_pnm(source))
                 np.testing.assert_array_equal(self.our_picture(path), read_pnm(source))
         data = contents(self.their_file(source, "-n", 1, "-mct", 0))
-        path = self.file("rewritten.j2k", with_region(data, 5))
         level = read_pnm(source) - 128
         size = np.abs(level)
         expected = 128 + np.sign(level) * np.where(size >= 32, size >> 5, size)
+        path = self.file("in_tile.j2k", in_tile_header(with_region(data, 5), 0xff5e))
+        np.testing.assert_array_equal(self.our_picture(path), expected)
+        path = self.file("rewritten.j2k", with_region(data, 5))
         np.testing.assert_array_equal(self.our_picture(path), expected)
         # The peer takes one plane of the background for the region, too, which in its own files is empty.
         agreed = (size < 16) | (size >= 32)
         np.testing.assert_array_equal(self.their_picture(path)[agreed], expected[agreed])
+
+    # Tiles of files that the peer codes with other options: of whole pictures, and of components one by one, where a
+    # tile's segment for a component comes before its one for all, that before the main header's for a component, and
+    # that before the main header's for all.
+    def test_tiles_with_parameters_of_their_own(self):
+        source = self.cut("part.ppm", 90, 61)
+        whole = [contents(self.their_file(source, "-t", "40,40", *options)) for options in (
+            ["-r", "9,3,1", "-b", "16,32"],
+            ["-n", 2, "-p", "RPCL", "-c", "[32,32],[16,16]", "-M", 1, "-SOP"],
+            ["-n", 4, "-mct", 0, "-EPH", "-M", 45, "-b", "4,64"],
+            ["-n", 1, "-r", "5,1", "-p", "CPRL"])]
+        apart = [taken_apart(data) for data in whole]
+        parts = []
+        for t in range(6):
+            coding, steps, tiles = apart[t % 4]
+            own = segment(0xff52, coding) + segment(0xff5c, steps) if t % 4 else b""
+            parts.append(tile_part(t, own, tiles[t]))
+        mixed = whole[0][:whole[0].index(b"\xff\x90")] + b"".join(parts) + b"\xff\xd9"
+        path = self.file("mixed.j2k", mixed)
+        np.testing.assert_array_equal(self.their_picture(path), read_pnm(source))
+        np.testing.assert_array_equal(self.our_picture(path), read_pnm(source))
+        self.assertIn("tiles with parameters of their own: 4", run(QELCONV, "--info", path).decode())
+
+        planes = [write_pnm(self.path("plane.pgm"), read_pnm(source)[:, :, c:c + 1]) and
+                  [taken_apart(contents(self.their_file(self.path("plane.pgm"), "-t", "40,40", "-p", "CPRL", *options)))
+                   for options in (["-n", 3], ["-n", 5, "-b", "16,16", "-M", 8], ["-n", 2, "-I", "-q", 60])]
+                  for c in range(3)]
+        for way in range(2):
+            kinds, parts = [], []
+
+            def of(component, kind, steps):
+                coding, quantiser, _ = planes[component][kind]
+                body = quantiser if steps else b"\0" + coding[5:]
+                return segment(0xff5d if steps else 0xff53, bytes([component]) + body)
+
+            for t in range(6):
+                # The main header has 0 for all components but the middle one, which has 1 (or 2 in the second round).
+                own, middle = b"", 1 + way
+                kinds = [0, middle, 0]
+                if t % 3 > 0:  # one for all
+                    kinds = [3 - middle] * 3
+                    coding, quantiser, _ = planes[0][3 - middle]
+                    own = segment(0xff52, coding) + segment(0xff5c, quantiser)
+                if t % 3 > 1:  # and one of its own for the last one
+                    kinds[2] = 0
+                    own += of(2, 0, False) + of(2, 0, True)
+                parts.append(tile_part(t, own, b"".join(planes[c][kinds[c]][2][t] for c in range(3))))
+            coding, quantiser, _ = planes[0][0]
+            size = whole[0][:whole[0].index(b"\xff\x52")]
+            head = size + segment(0xff52, coding) + segment(0xff5c, quantiser)
+            head += of(1, middle, False) + of(1, middle, True)
+            path = self.file("mixed.j2k", head + b"".join(parts) + b"\xff\xd9")
+            self.assertLessEqual(np.abs(self.our_picture(path) - self.their_picture(path)).max(), 1)
+            self.assertGreater(psnr(self.our_picture(path), read_pnm(source)), 50)
+
+        # Behind the first packets it is too late for more than changes of the progression.
+        coding, steps, tiles = apart[0]
+        for name, late in (("between", segment(0xff52, coding[:5] + b"\x20" + coding[6:]) + parts[1]),
+                           ("in a later part", tile_part(0, segment(0xff5c, steps[:4]), b"", 1, 2))):
+            with self.subTest(name=name):
+                at = whole[0].index(b"\xff\x90")
+                end = at + struct.unpack(">I", whole[0][at + 6:at + 10])[0]
+                path = self.file("late.j2k", whole[0][:end] + late + whole[0][end:])
+                self.assertIn("too late", fails(*self.command(path)))
+                kept = read_pnm(convert(path, self.path("kept.ppm"), "--partial"))
+                np.testing.assert_array_equal(kept[:40, :40], read_pnm(source)[:40, :40])
 
     # Boxes around the peer's codestreams.
     def test_boxes(self):
@@ -271,6 +381,21 @@ class Jpeg2000Test(InteropTest):
                 data = contents(self.raw_file(layout, "-mct", 0))
                 path = self.file("chroma.jp2", boxed(data, 90, 61, 18, b""))
                 self.assertLessEqual(np.abs(self.our_picture(path) - self.their_picture(path)).max(), 2)
+        # Of colours that are not followed it is said so; a profile behind them is.
+        profile = ImageCms.ImageCmsProfile(ImageCms.createProfile("sRGB")).tobytes()
+        for method, space, boxes, told in ((1, 16, b"", ""), (5, 0, b"", "of an unknown kind"),
+                                           (1, 22, b"", "of an unknown kind"),
+                                           (4, 0, box(b"colr", b"\2\0\0" + profile), ""), (4, 0, box(
+                                               b"colr", b"\2\0\0" + profile.replace(b"RGB ", b"GRAY", 1)), "dropped")):
+            with self.subTest(method=method, space=space):
+                data = boxed(contents(self.their_file(self.path("part.ppm"))), 60, 40, space, boxes, method)
+                printed = run(QELCONV, self.file("colour.jp2", data), self.path("colour.png")).decode()
+                self.assertEqual((bool(told), True), (bool(printed), told in printed), printed)
+                with Image.open(self.path("colour.png")) as picture:
+                    self.assertEqual(profile in data, picture.info.get("icc_profile") == profile)
+        path = self.file("lab.jp2", boxed(contents(self.their_file(self.path("part.ppm"))), 60, 40, 14, b""))
+        self.assertIn("CIELab", fails(*self.command(path)))
+        convert(path, self.path("l.pgm"), "--component", 0)
         path = self.file("bad.jp2", boxed(contents(self.their_file(index)), 60, 40, 16, box(b"pclr", entries)
                                           + box(b"cmap", b"\0\1\1\0")))
         self.assertIn("not there", fails(*self.command(path)))

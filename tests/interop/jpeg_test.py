@@ -374,29 +374,37 @@ class JpegTest(InteropTest):
                                 self.path("ink2.pam")))
         self.assertGreater(psnr(read_pnm(ink), back, 4095), 44)
 
-    # Profiles of several segments and EXIF data go from JPEG to the formats that have a place for them, and back.
+    # Profiles of several segments and EXIF data go from JPEG to the formats that have a place for them, and back: as
+    # they are, or to TIFF and back field by field, but for what is bound to its place in a file.
     def test_metadata(self):
         profile, large = ImageCms.ImageCmsProfile(ImageCms.createProfile("sRGB")).tobytes(), os.urandom(200000)
         exif = Image.Exif()
-        exif[0x112], exif[0x10F] = 6, "maker"
+        exif[0x112], exif[0x10F], exif[0x11A], exif[0x11B], exif[0x128] = 6, "maker", 300.0, 200.5, 3
+        exif[0x8769] = {0x9003: "2020:01:02 03:04:05", 0x8827: 200, 0x927C: b"maker's own"}
+        exif[0x8825] = {1: "N", 2: (51.0, 30.5, 1.0)}
         small = Image.fromarray(read_pnm(self.coffee)[:33, :47].astype("u1"))
         for icc in (profile, large):
-            small.save(self.path("all.jpg"), icc_profile=icc, exif=exif)
+            small.save(self.path("all.jpg"), icc_profile=icc, exif=exif.tobytes())
             path = self.path("all.jpg")
-            for names in (("b.jpg",), ("b.jpg", "c.jpg", "--lossless"), ("b.png", "c.jpg"), ("b.tif", "c.jpg")):
+            for names in (("b.jpg",), ("b.jpg", "c.jpg", "--lossless"), ("b.png", "c.jpg"), ("b.jp2", "c.jpg"),
+                          ("b.tif", "c.jpg"), ("b.tif", "c.tif", "d.jpg", "--big-tiff", "--big-endian")):
                 with self.subTest(names=names, bytes=len(icc)):
                     told = ""
                     for name in (n for n in names if n[0] != "-"):
                         told += run(QELCONV, path, self.path(name), *(n for n in names if n[0] == "-")).decode()
                         path = self.path(name)
                     with Image.open(path) as picture:
-                        kept = picture.info.get("icc_profile")
-                        self.assertEqual(6, picture.getexif()[0x112])
-                        self.assertEqual(None if "b.tif" in names else "maker", picture.getexif().get(0x10F))
-                    lost = icc is large and "b.png" in names
+                        kept, fields = picture.info.get("icc_profile"), picture.getexif()
+                        self.assertEqual([6, "maker", 300, 200.5, 3],
+                                         [fields[tag] for tag in (0x112, 0x10F, 0x11A, 0x11B, 0x128)])
+                        taken = dict(fields.get_ifd(0x8769))
+                        self.assertEqual("b.tif" not in names, taken.pop(0x927C, b"") == b"maker's own")
+                        self.assertEqual({0x9003: "2020:01:02 03:04:05", 0x8827: 200}, taken)
+                        self.assertEqual({1: "N", 2: (51, 30.5, 1)}, fields.get_ifd(0x8825))
+                    lost = icc is large and names[0] in ("b.png", "b.jp2")
                     self.assertEqual(None if lost else icc, kept)
-                    self.assertEqual(lost, "the colour profile is not valid" in told)
-                    self.assertEqual("b.tif" in names, "but for the orientation" in told, told)
+                    self.assertEqual(lost, "the colour profile is " in told)
+                    self.assertEqual("b.tif" in names, "the maker's note" in told, told)
                 path = self.path("all.jpg")
             told = run(QELCONV, path, self.path("d.ppm")).decode()
             self.assertIn("the colour profile is dropped", told)

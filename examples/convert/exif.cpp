@@ -1,0 +1,224 @@
+#include "exif.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace qelconv {
+namespace {
+
+// Pointers to directories, and what is in them but belongs to one file only.
+enum Pointer : unsigned { kTaken = 34665, kPlace = 34853, kMakersNote = 37500, kInteroperability = 40965 };
+constexpr unsigned kStrips = 273, kTiles = 324;
+
+// TIFF 6.0, section 2, with a directory's place (13) and the three long types of BigTIFF.
+struct Type {
+  size_t bytes, unit;  // of a value, and of what byte order is about
+};
+constexpr Type kTypes[] = {{0, 0}, {1, 1}, {1, 1}, {2, 2}, {4, 4}, {8, 4}, {1, 1}, {1, 1}, {2, 2}, {4, 4},
+                           {8, 4}, {4, 4}, {8, 8}, {4, 4}, {0, 0}, {0, 0}, {8, 8}, {8, 8}, {8, 8}};
+constexpr Type typeOf(unsigned type) { return type < std::size(kTypes) ? kTypes[type] : Type{}; }
+constexpr unsigned kLastOfExif = 12;
+
+void exchange(std::vector<uint8_t>& bytes, size_t unit) {
+  for (size_t i = 0; unit > 1 && i + unit <= bytes.size(); i += unit)
+    std::reverse(bytes.begin() + ptrdiff_t(i), bytes.begin() + ptrdiff_t(i + unit));
+}
+
+bool isKept(unsigned tag) {
+  constexpr unsigned kKept[] = {kDescription,    kMake,     kModel,    kOrientation, kXResolution,  kYResolution,
+                                kResolutionUnit, kSoftware, kDateTime, kArtist,      kHostComputer, kCopyright};
+  return std::find(std::begin(kKept), std::end(kKept), tag) != std::end(kKept);
+}
+
+class Directories {
+ public:
+  explicit Directories(Bytes file) : in_(file), left_(file.size()) {
+    const unsigned order = in_.u16be();
+    if (order != 0x4D4D && order != 0x4949) throw Damaged("no directory of fields");
+    bigEndian_ = order == 0x4D4D;
+    const unsigned version = number16();
+    if (version != 42 && version != 43) throw Damaged("no directory of fields");
+    big_ = version == 43;
+    if (big_) in_.skip(4);
+    first_ = place();
+  }
+
+  Exif take() {
+    uint64_t taken = 0, where = 0;
+    visit(first_, [&](const Field& field) {
+      if (field.tag == kTaken) taken = pointer(field);
+      else if (field.tag == kPlace) where = pointer(field);
+      else if (isKept(field.tag)) exif_.picture.push_back(field);
+    });
+    const uint64_t second = in_.left() >= 8 ? place() : 0;
+    if (taken)
+      visit(taken, [&](const Field& field) {
+        if (field.tag == kMakersNote) lose("the maker's note");
+        else if (field.tag != kInteroperability) exif_.taken.push_back(field);
+      });
+    if (where) visit(where, [&](const Field& field) { exif_.place.push_back(field); });
+    if (second && !ofPicture_) lose("the thumbnail");
+    return std::move(exif_);
+  }
+
+ private:
+  unsigned number16() { return bigEndian_ ? in_.u16be() : in_.u16le(); }
+  uint64_t number32() { return bigEndian_ ? in_.u32be() : in_.u32le(); }
+  uint64_t number64() { return bigEndian_ ? in_.u64be() : in_.u64le(); }
+  uint64_t place() { return big_ ? number64() : number32(); }
+
+  static uint64_t pointer(const Field& field) {
+    uint64_t value = 0;
+    if (field.bytes.size() == typeOf(field.type).unit)
+      for (const uint8_t byte : field.bytes) value = value << 8 | byte;
+    return value;
+  }
+
+  void lose(const std::string& what) {
+    if (exif_.lost.find(what) == std::string::npos) exif_.lost += (exif_.lost.empty() ? "" : ", ") + what;
+  }
+
+  // Gives the fields of a directory, and stays behind them.
+  template <class Visit>
+  void visit(uint64_t at, Visit&& visit) {
+    in_.seek(size_t(at));
+    for (uint64_t fields = big_ ? number64() : number16(); fields > 0; --fields) {
+      Field field;
+      field.tag = number16(), field.type = number16();
+      const uint64_t count = place();
+      Reader value = in_;
+      in_.skip(big_ ? 8 : 4);
+      const Type type = typeOf(field.type);
+      // Structural fields of large files are never looked at.
+      const bool wanted = at != first_ || isKept(field.tag) || field.tag == kTaken || field.tag == kPlace;
+      ofPicture_ |= at == first_ && (field.tag == kStrips || field.tag == kTiles);
+      if (!wanted) continue;
+      // Fields may share their values, but together they have no more bytes than the file.
+      if (type.bytes == 0 || count > left_ / type.bytes) {
+        lose("damaged fields");
+        continue;
+      }
+      const size_t bytes = size_t(count) * type.bytes;
+      try {
+        if (bytes > (big_ ? 8 : 4)) {
+          const Reader behind = in_;
+          in_ = value;
+          const uint64_t offset = place();
+          in_ = behind;
+          value.seek(size_t(offset));
+        }
+        const Bytes from = value.take(bytes);
+        field.bytes.assign(from.begin(), from.end());
+      } catch (const Truncated&) {
+        lose("damaged fields");
+        continue;
+      }
+      left_ -= bytes;
+      if (!bigEndian_) exchange(field.bytes, type.unit);
+      const bool isPointer = at == first_ && (field.tag == kTaken || field.tag == kPlace);
+      if (field.type <= kLastOfExif || isPointer) visit(std::as_const(field));
+      else lose("damaged fields");
+    }
+  }
+
+  Reader in_;
+  uint64_t left_;
+  bool bigEndian_ = false, big_ = false;
+  uint64_t first_ = 0;
+  bool ofPicture_ =
+      false;  // the first directory has one: these are no EXIF data alone, whose second one has a thumbnail
+  Exif exif_;
+};
+
+// What every picture may be said to have.
+bool saysNothing(const Field& field) {
+  switch (field.tag) {
+    case kOrientation:
+      return field.number() == 1;
+    case kXResolution:
+    case kYResolution:
+      return field.number() == 72;
+    case kResolutionUnit:
+      return field.number() == 2;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+double Field::number() const {
+  const auto at = [&](size_t first, size_t count) {
+    uint64_t value = 0;
+    for (size_t i = 0; i < count; ++i) value = value << 8 | bytes[first + i];
+    return double(value);
+  };
+  if (bytes.size() < typeOf(type).bytes) return 0;
+  if (type == kShort) return at(0, 2);
+  if (type == kLong) return at(0, 4);
+  if (type == kFraction) return at(4, 4) > 0 ? at(0, 4) / at(4, 4) : 0;
+  return 0;
+}
+
+std::string Field::text() const {
+  return type == kText ? std::string(bytes.begin(), std::find(bytes.begin(), bytes.end(), 0)) : "";
+}
+
+const Field* Exif::find(unsigned tag) const {
+  const auto found = std::find_if(picture.begin(), picture.end(), [&](const Field& f) { return f.tag == tag; });
+  return found == picture.end() ? nullptr : &*found;
+}
+
+Exif takeExif(Bytes file) { return Directories(file).take(); }
+
+uint64_t appendDirectory(std::vector<uint8_t>& file, const std::vector<Field>& fields, bool bigEndian, bool bigTiff) {
+  if (fields.empty()) return 0;
+  const auto number = [&](std::vector<uint8_t>& to, uint64_t value, size_t bytes) {
+    for (size_t i = 0; i < bytes; ++i) to.push_back(uint8_t(value >> 8 * (bigEndian ? bytes - 1 - i : i)));
+  };
+  const auto even = [&] { file.resize(file.size() + file.size() % 2); };
+  std::vector<const Field*> sorted;
+  for (const Field& field : fields) sorted.push_back(&field);
+  std::stable_sort(sorted.begin(), sorted.end(), [](const Field* a, const Field* b) { return a->tag < b->tag; });
+  const size_t placeBytes = bigTiff ? 8 : 4;
+  std::vector<uint8_t> directory;
+  number(directory, sorted.size(), bigTiff ? 8 : 2);
+  for (const Field* field : sorted) {
+    const Type type = typeOf(field->type);
+    std::vector<uint8_t> value = field->bytes;
+    if (!bigEndian) exchange(value, type.unit);
+    number(directory, field->tag, 2), number(directory, field->type, 2);
+    number(directory, value.size() / type.bytes, placeBytes);
+    if (value.size() > placeBytes) {
+      even();
+      number(directory, file.size(), placeBytes);
+      file.insert(file.end(), value.begin(), value.end());
+    } else {
+      value.resize(placeBytes);
+      directory.insert(directory.end(), value.begin(), value.end());
+    }
+  }
+  number(directory, 0, placeBytes);  // no other one
+  even();
+  const uint64_t place = file.size();
+  file.insert(file.end(), directory.begin(), directory.end());
+  return place;
+}
+
+std::vector<uint8_t> makeExif(const Exif& exif) {
+  const bool nothing =
+      exif.taken.empty() && exif.place.empty() && std::all_of(exif.picture.begin(), exif.picture.end(), saysNothing);
+  if (nothing) return {};
+  std::vector<uint8_t> block = {'M', 'M', 0, 42, 0, 0, 0, 0};
+  const auto long32 = [](uint64_t value) {
+    return std::vector<uint8_t>{uint8_t(value >> 24), uint8_t(value >> 16), uint8_t(value >> 8), uint8_t(value)};
+  };
+  std::vector<Field> first = exif.picture;
+  for (const auto& [tag, fields] : {std::pair(kTaken, &exif.taken), std::pair(kPlace, &exif.place)})
+    if (const uint64_t at = appendDirectory(block, *fields, true)) first.push_back({tag, kLong, long32(at)});
+  const auto place = long32(appendDirectory(block, first, true));
+  std::copy(place.begin(), place.end(), block.begin() + 4);
+  return block;
+}
+
+}  // namespace qelconv

@@ -1,0 +1,55 @@
+// EXIF data are fields in directories, a TIFF structure: here they are taken out of one, such as a TIFF file, and put into
+// another.
+#ifndef QELCONV_EXIF_H
+#define QELCONV_EXIF_H
+
+#include "image.h"
+
+namespace qelconv {
+
+struct Field {
+  unsigned tag = 0, type = 0;
+  std::vector<uint8_t> bytes;  // values, big-endian
+
+  // The first value, of a whole number or a fraction; 0 for text.
+  double number() const;
+  // Of text, without the zero at its end.
+  std::string text() const;
+};
+
+// Tags of a picture's directory that have nothing to do with how its samples are stored.
+enum FieldTag : unsigned {
+  kDescription = 270,
+  kMake = 271,
+  kModel = 272,
+  kOrientation = 274,
+  kXResolution = 282,
+  kYResolution = 283,
+  kResolutionUnit = 296,
+  kSoftware = 305,
+  kDateTime = 306,
+  kArtist = 315,
+  kHostComputer = 316,
+  kCopyright = 33432
+};
+enum FieldType : unsigned { kText = 2, kShort = 3, kLong = 4, kFraction = 5 };
+
+struct Exif {
+  std::vector<Field> picture, taken, place;  // directories: of the picture, of how it was taken and where
+  std::string lost;                          // what is left out, in words; may be empty
+
+  const Field* find(unsigned tag) const;  // in the first one
+};
+
+// Throws Damaged where there are none. Thumbnails and makers' notes, which hold places of the file that they were in, are
+// left out.
+Exif takeExif(Bytes file);
+// The same as a TIFF structure of their own; empty where they tell nothing.
+std::vector<uint8_t> makeExif(const Exif& exif);
+// Puts a directory at the end of a file, and gives its place, which is even; 0 for one without fields.
+uint64_t appendDirectory(std::vector<uint8_t>& file, const std::vector<Field>& fields, bool bigEndian,
+                         bool bigTiff = false);
+
+}  // namespace qelconv
+
+#endif
