@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "exif.h"
 #include "format.h"
 #include "support/fuzz.h"
 
@@ -97,7 +98,9 @@ void run(Input input) {
   const auto samples = input.rest();
   for (size_t i = 0; i < image.data.size() / size_t(image.sampleBytes()); ++i) {
     const uint32_t byte = samples.empty() ? uint32_t(i) * 37 : samples[i % samples.size()];
-    image.setSample(i, (byte * 0x0101 + uint32_t(i / 64)) & ((1u << image.bits) - 1));
+    const uint32_t value = (byte * 0x0101 + uint32_t(i / 64)) & ((1u << image.bits) - 1);
+    constexpr uint32_t kMinusZero = 0x8000;  // JPEG XR has one zero only
+    image.setSample(i, image.half && value == kMinusZero ? 0 : value);
   }
 
   Stages stages;
@@ -121,6 +124,11 @@ void run(Input input) {
 
 std::vector<Seed> seeds() {
   std::vector<Seed> all;
+  const auto exif =
+      makeExif({{{kMake, kText, {'m', 'a', 'k', 'e', 'r', 0}}, {kXResolution, kFraction, {0, 0, 1, 44, 0, 0, 0, 1}}},
+                {{0x8827, kShort, {0, 200}}},
+                {{1, kText, {'N', 0}}},
+                ""});
   for (int format = 0; format < int(formats().size()); ++format)
     for (int colour = 0; colour < 5; ++colour)
       for (const int bits : {8, 16})
@@ -130,7 +138,8 @@ std::vector<Seed> seeds() {
           if (bits == 16) seed.byte(colour == 0);
           seed.byte(option >= 0);
           if (option >= 0) seed.byte(option).in(0, option).byte(0);
-          all.push_back(seed.byte(0).bytes({1, 90, 7, 255, 30, 30, 30, 2}));
+          seed.byte(colour == 2 ? int(exif.size()) : 0).bytes(colour == 2 ? exif : std::vector<uint8_t>());
+          all.push_back(seed.bytes({1, 90, 7, 255, 30, 30, 30, 2}));
         }
   return all;
 }

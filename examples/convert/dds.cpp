@@ -63,7 +63,7 @@ Header readHeader(Bytes file) {
 Image read(Bytes file, const Options& options, Stages& stages) {
   const Limits limits(file, options);
   const Header header = readHeader(file);
-  const Which which = chosen(header, options);
+  const Which which = chosen(header, options, stages);
   uint64_t chain = 0, at = 0;
   for (int64_t level = 0; level < header.levels; ++level) {
     if (level == which.level) at = chain;

@@ -62,7 +62,7 @@ Header readHeader(Bytes file) {
 Image read(Bytes file, const Options& options, Stages& stages) {
   const Limits limits(file, options);
   const Header header = readHeader(file);
-  const Which which = chosen(header, options);
+  const Which which = chosen(header, options, stages);
   const Bytes level = header.data[size_t(which.level)];
   const uint64_t at = uint64_t(which.layer) * header.bytes(which.level);
   return decodeTexture(header, header.size(which.level), level.subspan(size_t(std::min<uint64_t>(at, level.size()))),

@@ -1,4 +1,5 @@
-// Portable any-maps: PGM and PPM (P2, P3, P5, P6), and PAM (P7) where there is alpha or CMYK.
+// Portable any-maps: PGM and PPM (P2, P3, P5, P6), PAM (P7) where there is alpha or CMYK, and bitmaps (P1, P4), which are
+// only read.
 #include <algorithm>
 #include <bit>
 #include <optional>
@@ -16,6 +17,9 @@ struct Header {
   int64_t width = 0, height = 0, depth = 0, top = 0;
   Colour colour = Colour::grey;
   int bits = 8;
+
+  bool isText() const { return kind <= '3'; }
+  bool isBitmap() const { return kind == '1' || kind == '4'; }
 };
 
 class Scanner {
@@ -41,6 +45,13 @@ class Scanner {
     }
     return value;
   }
+  // A digit of a bitmap, which needs no space in front.
+  int bit() {
+    int c = reader_.u8();
+    while (isSpace(c)) c = reader_.u8();
+    if (c != '0' && c != '1') throw Damaged("a number was expected in the header or the samples");
+    return c - '0';
+  }
   std::string line() {
     std::string text;
     for (char c; (c = char(reader_.u8())) != '\n';) text += c;
@@ -52,9 +63,7 @@ class Scanner {
   Reader reader_;
 };
 
-bool recognises(Bytes file) {
-  return file.size() > 2 && file[0] == 'P' && (file[1] == '2' || file[1] == '3' || (file[1] >= '5' && file[1] <= '7'));
-}
+bool recognises(Bytes file) { return file.size() > 2 && file[0] == 'P' && file[1] >= '1' && file[1] <= '7'; }
 
 void readPamHeader(Scanner& in, Header& header) {
   std::string type;
@@ -80,7 +89,7 @@ Header readHeader(Scanner& in) {
   if (header.kind == '7') {
     readPamHeader(in, header);
   } else {
-    header.width = in.number(), header.height = in.number(), header.top = in.number();
+    header.width = in.number(), header.height = in.number(), header.top = header.isBitmap() ? 1 : in.number();
     header.colour = header.kind == '3' || header.kind == '6' ? Colour::rgb : Colour::grey;
   }
   if (header.top < 1 || header.top > 65535) throw Error("the largest sample value must be from 1 to 65535");
@@ -89,7 +98,23 @@ Header readHeader(Scanner& in) {
   return header;
 }
 
+// Ones are black; in bytes, rows begin with one of their own.
+void readBits(Scanner& in, const Header& header, Image& image) {
+  for (size_t y = 0; y < size_t(header.height); ++y)
+    for (size_t x = 0, byte = 0; x < size_t(header.width); ++x) {
+      if (!header.isText()) byte = x % 8 ? byte << 1 : in.reader().u8();
+      image.data[y * size_t(header.width) + x] = uint8_t(header.isText() ? 1 - in.bit() : ~byte >> 7 & 1);
+    }
+}
+
+// Files may hold several.
+void tellOthers(Bytes rest, Stages& stages) {
+  while (!rest.empty() && (rest[0] == ' ' || rest[0] == '\n')) rest = rest.subspan(1);
+  if (recognises(rest)) stages.lose("the pictures behind the first one are left out");
+}
+
 void readSamples(Scanner& in, const Header& header, bool text, bool wide, bool whole, Image& image) {
+  if (header.isBitmap()) return readBits(in, header, image);
   const size_t samples = image.data.size() / size_t(image.sampleBytes());
   if (!text && whole && !wide) {
     const Bytes raw = in.reader().take(std::min(samples, in.reader().left()));
@@ -112,16 +137,17 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     const Header header = readHeader(in);
     // Largest values that fill no whole number of bits are spread to 8 or 16 bits.
     const bool whole = header.top == (int64_t(1) << header.bits) - 1;
-    const int bits = whole ? header.bits : header.bits > 8 ? 16 : 8;
-    const bool text = header.kind == '2' || header.kind == '3', wide = header.top > 255;
+    const int depth = whole ? header.bits : header.bits > 8 ? 16 : 8;
+    const bool text = header.isText(), wide = header.top > 255;
     const int channels = channelsOf(header.colour);
     const auto samples = size_t(header.width * header.height * channels);
     // A sample of text is a digit and a space, the last one a digit.
-    limits.expectData(in.reader().left() + text, samples, text || wide ? 16 : 8);
-    limits.expectPicture(header.width, header.height, channels, bits);
-    Image image(int32_t(header.width), int32_t(header.height), header.colour, bits);
+    limits.expectData(in.reader().left() + text, samples, header.isBitmap() ? (text ? 8 : 1) : text || wide ? 16 : 8);
+    limits.expectPicture(header.width, header.height, channels, depth);
+    Image image(int32_t(header.width), int32_t(header.height), header.colour, depth);
     try {
       readSamples(in, header, text, wide, whole, image);
+      tellOthers(in.reader().take(in.reader().left()), stages);
     } catch (const Damaged& e) {
       limits.onlyPart(image, e.what());
     }
@@ -161,16 +187,17 @@ class Source : public RowSource {
   Bytes samples_;
 };
 
-std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages&) {
+std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages& stages) {
   const Bytes file = contents;
   const Limits limits(file, options);
   Scanner in(file);
   const Header header = readHeader(in);
   const Bytes samples = file.subspan(in.reader().position());
   const auto count = size_t(header.width * header.height * channelsOf(header.colour));
-  if (header.kind == '2' || header.kind == '3' || header.bits > 8 || header.top != (1 << header.bits) - 1 ||
+  if (header.isText() || header.isBitmap() || header.bits > 8 || header.top != (1 << header.bits) - 1 ||
       samples.size() < count)
     return nullptr;
+  tellOthers(samples.subspan(count), stages);
   limits.expectPicture(header.width, header.height, channelsOf(header.colour), header.bits);
   return std::make_unique<Source>(contents, header, samples);
 }

@@ -178,11 +178,13 @@ void replaceFourth(Bytes blocks, const Texture& texture, QelSize size, std::vect
 
 size_t Texture::bytes(int64_t level) const { return blockCount(size(level)) * block->bytes; }
 
-Which chosen(const Texture& texture, const Options& options) {
+Which chosen(const Texture& texture, const Options& options, Stages& stages) {
   const Which which = {options.integer("level", 0, 0, 99), options.integer("layer", 0, 0, INT32_MAX)};
   if (which.level >= texture.levels || which.layer >= texture.layers)
     throw Error("the texture has " + std::to_string(texture.levels) + " levels and " + std::to_string(texture.layers) +
                 " layers, counted from 0");
+  if (texture.layers > 1 && !options.has("layer"))
+    stages.lose("the layers behind the first one are left out (--layer N takes another)");
   return which;
 }
 
@@ -267,6 +269,9 @@ Encoded encodeTexture(const Image& original, const Options& options, Stages& sta
   const int used = block.sample == Sample::grey ? 1 : block.sample == Sample::redGreen ? 2 : ycocg ? 3 : 4;
   const bool isGrey = used == 1 && (original.colour == Colour::grey || original.colour == Colour::greyAlpha);
   Image image = wholeBytes(adapt(original, stages, {isGrey ? Colour::grey : ycocg ? Colour::rgb : Colour::rgba}, 8));
+  const bool isColoured = original.colour != Colour::grey && original.colour != Colour::greyAlpha;
+  if (used <= 2 && isColoured) stages.lose(used == 1 ? "green and blue are dropped" : "blue is dropped");
+  if (image.channels() == 4 && block.sample != Sample::rgba && !isOpaque(image.data)) stages.lose("alpha is dropped");
   if (image.channels() != used) image.data = selectChannels(image.data, 4, size_t(used));  // red, or red and green
   Block::Encode encode = block.encode;
   if (ycocg) {

@@ -47,7 +47,7 @@ struct Texture {
 struct Which {
   int64_t level, layer;
 };
-Which chosen(const Texture& texture, const Options& options);
+Which chosen(const Texture& texture, const Options& options, Stages& stages);
 // The options of every container.
 inline constexpr OptionSpec kWhichLevel = {"level", "N", "of a chain of mip maps, the one to read (0)"},
                             kWhichLayer = {"layer", "N", "of an array, a cube's faces or slices, the one to read (0)"},

@@ -1,5 +1,5 @@
-// TIFF and BigTIFF, through libtiff, which reads and writes directories, LZW, Deflate and fax; PackBits and byte
-// planes are the library's. The first picture of a file is read.
+// TIFF and BigTIFF, through libtiff, which reads and writes directories, LZW and Deflate, and reads fax and JPEG; PackBits
+// and byte planes are the library's. The first picture of a file is read.
 #include <tiffio.h>
 
 #include <algorithm>
@@ -133,6 +133,8 @@ struct Picture {
       case COMPRESSION_DEFLATE:
       case COMPRESSION_ADOBE_DEFLATE:
         return "Deflate";
+      case COMPRESSION_JPEG:
+        return "JPEG";
       default:
         return "fax";
     }
@@ -151,6 +153,8 @@ std::optional<uint64_t> densest(const Picture& p) {
     case COMPRESSION_DEFLATE:
     case COMPRESSION_ADOBE_DEFLATE:
       return 1032;
+    case COMPRESSION_JPEG:
+      return 512;  // 16 x 16 pixels for 12 bits, two a block
     default:
       return {};
   }
@@ -183,16 +187,21 @@ Picture examine(File& in) {
   p.compression = in.field<uint16_t>(TIFFTAG_COMPRESSION, COMPRESSION_NONE);
   constexpr unsigned kRead[] = {COMPRESSION_NONE,      COMPRESSION_PACKBITS,      COMPRESSION_LZW,
                                 COMPRESSION_DEFLATE,   COMPRESSION_ADOBE_DEFLATE, COMPRESSION_CCITTRLE,
-                                COMPRESSION_CCITTFAX3, COMPRESSION_CCITTFAX4};
+                                COMPRESSION_CCITTFAX3, COMPRESSION_CCITTFAX4,     COMPRESSION_JPEG};
   if (std::find(std::begin(kRead), std::end(kRead), p.compression) == std::end(kRead))
     throw Error("the compression " + std::to_string(p.compression) + " can't be read");
 
-  const unsigned photometric = in.field<uint16_t>(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+  unsigned photometric = in.field<uint16_t>(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
   p.inverted = photometric == PHOTOMETRIC_MINISWHITE;
   const uint16_t* extras = nullptr;
   uint16_t extra = 0;
   TIFFGetFieldDefaulted(in, TIFFTAG_EXTRASAMPLES, &extra, &extras);
   constexpr Colour kColours[] = {Colour::grey, Colour::greyAlpha, Colour::rgb, Colour::rgba};
+  p.separate = p.channels > 1 && in.field<uint16_t>(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) == PLANARCONFIG_SEPARATE;
+  // The chroma of JPEG comes back as RGB where all channels are together.
+  if (p.compression == COMPRESSION_JPEG && photometric == PHOTOMETRIC_YCBCR && !p.separate &&
+      TIFFSetField(in, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB))
+    photometric = PHOTOMETRIC_RGB;
   const bool grey = photometric <= PHOTOMETRIC_MINISBLACK && p.channels <= 2;
   const bool rgb = photometric == PHOTOMETRIC_RGB && (p.channels == 3 || p.channels == 4);
   if (photometric == PHOTOMETRIC_PALETTE) {
@@ -208,7 +217,6 @@ Picture examine(File& in) {
                 std::to_string(p.channels) + " channels can't be read");
   }
   checkDimensions(p.width, p.height, p.channels);
-  p.separate = p.channels > 1 && in.field<uint16_t>(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) == PLANARCONFIG_SEPARATE;
   p.tiled = TIFFIsTiled(in);
   p.reversed = in.field<uint16_t>(TIFFTAG_FILLORDER, FILLORDER_MSB2LSB) == FILLORDER_LSB2MSB;
   p.swapped = TIFFIsByteSwapped(in);
@@ -407,7 +415,10 @@ Image read(Bytes file, const Options& options, Stages& stages) {
     File in(file);
     Image image = readPicture(in, examine(in), limits);
     image.metadata = metadataOf(in, stages);
-    if (!options.has("byte-planes")) return image;
+    if (!options.has("byte-planes")) {
+      if (!TIFFLastDirectory(in)) stages.lose("the pictures behind the first one are left out");
+      return image;
+    }
     if (!TIFFReadDirectory(in)) throw Error("there is no second picture with the low bytes");
     const Image low = readPicture(in, examine(in), limits);
     Image wide = join(image, low);

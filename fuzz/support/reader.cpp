@@ -70,6 +70,8 @@ std::vector<Seed> seeds() {
                 {".ktx2", ""},
                 {".ktx2", "block=bc3", qelconv::Colour::rgba},
                 {".ktx2", "block=bc4", qelconv::Colour::grey},
+                {".png", ""},
+                {".png", "", qelconv::Colour::greyAlpha, 16},
                 {".ppm", ""},
                 {".ppm", "", qelconv::Colour::rgba, 16},
                 {".pfm", "", qelconv::Colour::rgb, 16, true}};
@@ -78,7 +80,7 @@ std::vector<Seed> seeds() {
   for (const auto& file : kFiles) {
     // The endings of a family share a target.
     if (!(own == file.ending || (own == ".j2k" && !std::strcmp(file.ending, ".jp2")) ||
-          (own == ".ppm" && !std::strcmp(file.ending, ".pfm"))))
+          (own == ".ppm" && file.ending[1] == 'p')))
       continue;
     qelconv::Image image(21, 19, file.colour, file.bits);
     image.half = file.half;

@@ -55,6 +55,15 @@ class ConvertTest(InteropTest):
                     convert(self.path("a.png"), self.path("b.pnm"))
                     self.assertTrue(np.array_equal(array, read_pnm(self.path("b.pnm"))))
 
+    def test_bitmaps(self):
+        bits = np.random.default_rng(6).integers(0, 2, (7, 19))
+        rows = b"\n".join(b"".join(b"%d" % v for v in row) for row in bits)
+        for name, body in (("P1 # text\n19 7\n", rows), ("P1 19 7 ", rows.replace(b"1", b" 1 ")),
+                           ("P4 19 7\n", np.packbits(bits, axis=1).tobytes())):
+            path = self.file("bits.pbm", name.encode() + body)
+            self.assertTrue(np.array_equal(1 - bits, read_pnm(convert(path, self.path("bits.pgm")))[:, :, 0]))
+            self.assertIn("truncated", fails(QELCONV, self.file("cut.pbm", contents(path)[:-1]), self.path("b.png")))
+
     # Sides at the ends of their range: every format keeps the size, those without loss every sample.
     def test_longest_sides(self):
         random = np.random.default_rng(2)
@@ -246,8 +255,14 @@ class ConvertTest(InteropTest):
         cmyk = self.file("cmyk.pam", contents(rgba).replace(b"RGB_ALPHA", b"CMYK"))
         for source, target, options, loss in (
                 (deep, "a.jpg", [], "16 bits become 8"), (rgba, "a.ppm", [], "alpha is dropped"),
-                (cmyk, "a.png", [], "CMYK becomes RGB"),
+                (cmyk, "a.png", [], "CMYK becomes RGB"), (rgba, "a.dds", ["--block", "bc1"], "alpha is dropped"),
+                (self.coffee, "a.dds", ["--block", "bc4"], "green and blue are dropped"),
+                (self.coffee, "a.ktx2", ["--block", "bc5"], "blue is dropped"), (rgba, "a.dds", [], ""),
                 (deep, "a.png", ["--overlap", 1], "--overlap has no meaning for PNG"),
+                (self.file("two.ppm", contents(self.cut("one.ppm", 9, 7)) * 2), "a.jpg", [], "behind the first one"),
+                (self.path("two.ppm"), "a.tif", [], "behind the first one"),
+                (convert(deep, self.path("planes.tif"), "--byte-planes"), "a.png", [], "behind the first one"),
+                (self.path("planes.tif"), "a.png", ["--byte-planes"], ""),
                 (deep, "a.png", [], ""), (rgba, "a.png", [], "")):
             with self.subTest(target=target, loss=loss):
                 told = run(QELCONV, source, self.path(target), *options).decode()

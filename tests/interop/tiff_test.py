@@ -64,6 +64,16 @@ class TiffTest(InteropTest):
                     run("tiffcp", *options, ours, self.path("theirs.tif"))
                     self.same(source, self.path("theirs.tif"))
 
+    def test_jpeg_inside(self):
+        for source in (self.cut("colour.ppm", 90, 61), self.cut("grey.pgm", 90, 61, 1)):
+            ours = convert(source, self.path("ours.tif"), "--packing", "none")
+            for options in (["-c", "jpeg", "-r", 48], ["-c", "jpeg:r", "-r", 16],
+                            ["-c", "jpeg:60", "-t", "-w", 32, "-l", 48]):
+                with self.subTest(source=source, options=options):
+                    run("tiffcp", *options, ours, self.path("jpeg.tif"))
+                    run("tiffcp", "-c", "none", self.path("jpeg.tif"), self.path("plain.tif"))
+                    self.same(self.path("plain.tif"), self.path("jpeg.tif"))
+
     # Samples of 1, 2 and 4 bits, as grey values and as numbers of a palette's colours; associated alpha.
     def test_small_samples_and_palettes(self):
         random = np.random.default_rng(9)
@@ -113,7 +123,7 @@ class TiffTest(InteropTest):
 
     def test_what_cannot_be_read_is_refused_by_name(self):
         array = np.zeros((8, 8, 3))
-        for fields, reason in (([(259, "H", [7])], "compression 7"), ([(262, "H", [6])], "interpretation 6"),
+        for fields, reason in (([(259, "H", [6])], "compression 6"), ([(262, "H", [6])], "interpretation 6"),
                                ([(258, "H", [12] * 3)], "4, 8 and 16"), ([(339, "H", [2] * 3)], "unsigned"),
                                ([(277, "H", [0])], "SamplesPerPixel")):
             path = write_tiff(self.path("other.tif"), array, 8, fields=fields)
