@@ -485,19 +485,29 @@ class Store {
       return std::array<uint32_t, 3>{red, green, blueness + red};
     };
     if (header_.depth == Depth::bits8 && shape_.channels() == 3) {
-      // Loops of one kind of work each, which compilers turn into vectors: four bytes at a time, of which the last is
-      // the next pixel's.
+      // Some pixels at a time, in loops of one kind of work each, which compilers turn into vectors: four bytes a
+      // pixel, of which the last is the next one's. Few samples have to be clamped.
+      constexpr int32_t kSome = 128;
       const int shift = plane.fraction();
-      const int32_t width = shape_.width;
-      const auto sample = [=](uint32_t value) { return uint32_t(std::clamp(int32_t(value) >> shift, 0, 255)); };
-      pixels_.resize(size_t(width));
-      uint32_t* const pixels = pixels_.data();
-      for (int32_t x = 0; x < width; ++x) {
-        const auto [red, green, blue] = rgb(x);
-        pixels[x] = sample(red) | sample(green) << 8 | sample(blue) << 16;
+      uint32_t pixels[kSome];
+      for (int32_t first = 0; first < shape_.width; first += kSome) {
+        const int32_t n = std::min(shape_.width - first, kSome);
+        const auto pack = [&](auto&& sample) {
+          uint32_t all = 0;
+          for (int32_t x = 0; x < n; ++x) {
+            const auto [red, green, blue] = rgb(first + x);
+            const uint32_t r = sample(sar(red, shift)), g = sample(sar(green, shift)), b = sample(sar(blue, shift));
+            all |= r | g | b;
+            pixels[x] = r | g << 8 | b << 16;
+          }
+          return all;
+        };
+        if (pack([](uint32_t value) { return value; }) > 255)
+          pack([](uint32_t value) { return uint32_t(std::clamp(int32_t(value), 0, 255)); });
+        uint8_t* const out = to + 3 * first;
+        for (int32_t x = 0; x + 1 < n; ++x) std::memcpy(out + 3 * x, pixels + x, 4);
+        std::memcpy(out + 3 * (n - 1), pixels + n - 1, 3);
       }
-      for (int32_t x = 0; x + 1 < width; ++x) std::memcpy(to + 3 * x, pixels + x, 4);
-      std::memcpy(to + 3 * (width - 1), pixels + width - 1, 3);
       return;
     }
     for (int32_t x = 0; x < shape_.width; ++x) {
@@ -546,7 +556,6 @@ class Store {
   const Header& header_;
   const Shape& shape_;
   Rows& rows_;
-  std::vector<uint32_t> pixels_;
   std::vector<int32_t> chroma_[2];
 };
 
