@@ -16,14 +16,28 @@ bool recognisesCodestream(Bytes file) {
   return file.size() > 4 && file[0] == 0xFF && file[1] == 0x4F && file[2] == 0xFF && file[3] == 0x51;
 }
 
+// A file, and what becomes a picture of it.
+struct Input {
+  Input(Bytes file, const Options& options, Stages& stages)
+      : stream(stages.time("markers", [&] { return parse(file); })),
+        arrangement(arrange(stream, options.integer("component", -1, 0, kMostComponents - 1))) {
+    if (arrangement.lossy) stages.lose("components that are no colours are left out");
+    for (const auto& source : arrangement.sources)
+      if (const int bits = stream.parameters.bits[size_t(source.component)]; bits > 16)
+        stages.lose(std::to_string(bits) + " bits become 16");
+  }
+  Codestream stream;
+  Arrangement arrangement;
+};
+
 Image read(Bytes file, const Options& options, Stages& stages) {
-  const Codestream stream = stages.time("markers", [&] { return parse(file); });
-  const Arrangement arrangement = arrange(stream, options.integer("component", -1, 0, kMostComponents - 1));
-  if (arrangement.lossy) stages.lose("components that are no colours are left out");
-  for (const auto& source : arrangement.sources)
-    if (const int bits = stream.parameters.bits[size_t(source.component)]; bits > 16)
-      stages.lose(std::to_string(bits) + " bits become 16");
-  return decodeTiles(stream, arrangement, Limits(file, options), stages);
+  const Input input(file, options, stages);
+  return decodeTiles(input.stream, input.arrangement, Limits(file, options), stages);
+}
+
+std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages& stages) {
+  Input input(contents, options, stages);
+  return rowsOfTile(std::move(input.stream), std::move(input.arrangement), Limits(contents, options), contents, stages);
 }
 
 std::vector<double> listOfNumbers(const Options& options, const char* name) {
@@ -59,8 +73,8 @@ int styleOption(const Options& options) {
 }
 
 // Step sizes at which a quantiser's error costs as much in every band.
-std::vector<Step> stepsFor(const Coding& coding, int bits) {
-  std::vector<Step> steps;
+std::vector<StepSize> stepsFor(const Coding& coding, int bits) {
+  std::vector<StepSize> steps;
   for (int band = 0; band <= 3 * coding.levels; ++band) {
     const int kind = band ? (band - 1) % 3 + 1 : 0;
     const int range = bits + (kind == 0 ? 0 : kind == 3 ? 2 : 1);
@@ -177,7 +191,9 @@ const Format kJpeg2000 = {"JPEG 2000 codestream",
                           recognisesCodestream,
                           read,
                           writePlain,
-                          describe};
-const Format kJp2 = {"JP2", {".jp2"}, {}, isJp2, read, writeBoxed, describe};
+                          describe,
+                          kNothing,
+                          readRows};
+const Format kJp2 = {"JP2", {".jp2"}, {}, isJp2, read, writeBoxed, describe, kNothing, readRows};
 
 }  // namespace qelconv
