@@ -167,6 +167,7 @@ TEST(Simd, DepositedBits) {
     for (int i = 0, n = 0; i < 64; ++i)
       if (mask >> i & 1) expected |= (bits >> n++ & 1) << i;
     ASSERT_EQ(expected, depositBits(bits, mask));
+    ASSERT_EQ(uint32_t(bits) % (1u << mask % 32), lowBits(uint32_t(bits), mask % 32));
   }
   ASSERT_EQ(~uint64_t(0), depositBits(~uint64_t(0), ~uint64_t(0)));
   ASSERT_EQ(0u, depositBits(~uint64_t(0), 0));

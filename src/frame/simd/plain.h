@@ -515,6 +515,12 @@ inline uint64_t depositBits(uint64_t bits, uint64_t mask) {
   return result;
 }
 
+// The low `count` bits of a word, 0 to 31. (GCC 12 takes three operations for it where what it masks is a complement.)
+template <class = void>
+inline uint32_t lowBits(uint32_t word, uint32_t count) {
+  return word & ((1u << count) - 1);
+}
+
 // --- the beginning of a vector in memory -------------------------------------------------------------------
 
 // The first `count` lanes, 0 to all, of a vector in memory; the others are 0, and nothing is touched behind.
