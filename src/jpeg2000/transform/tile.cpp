@@ -31,6 +31,8 @@ using namespace jpeg2000::lifting;
 struct B53_16s {
   using Forward = Forward53<int16_t, WideSums>;
   using Inverse = Inverse53<int16_t, WideSums>;
+  using ForwardRow = Forward;
+  using InverseRow = Inverse;
   using RoundingGuard = AnyRounding;
   static constexpr bool kPairForm = true;  // lines of two samples have a form of their own
   static constexpr int kMargin = 4;        // samples beside the line in the work buffer
@@ -38,13 +40,17 @@ struct B53_16s {
 struct B53_32s {
   using Forward = Forward53<int32_t>;
   using Inverse = Inverse53<int32_t>;
+  using ForwardRow = Forward;
+  using InverseRow = Inverse;
   using RoundingGuard = AnyRounding;
   static constexpr bool kPairForm = true;
   static constexpr int kMargin = 4;
 };
 struct D97_16s {
-  using Forward = Forward97Cut;
-  using Inverse = Inverse97Cut;
+  using Forward = Forward97Cut<false>;
+  using Inverse = Inverse97Cut<false>;
+  using ForwardRow = Forward97Cut<true>;
+  using InverseRow = Inverse97Cut<true>;
   using RoundingGuard = AnyRounding;
   static constexpr bool kPairForm = false;
   static constexpr int kMargin = 8;
@@ -52,6 +58,8 @@ struct D97_16s {
 struct D97_32s {
   using Forward = Forward97ThroughFloat;
   using Inverse = Inverse97ThroughFloat;
+  using ForwardRow = Forward;
+  using InverseRow = Inverse;
   using RoundingGuard = RoundToNearest;
   static constexpr bool kPairForm = false;
   static constexpr int kMargin = 8;
@@ -90,8 +98,8 @@ void forwardLine(const T* src, T* low, T* high, const BandSplit& line) {
     put(low, 0, at(src, line.parity)), put(high, 0, at(src, 1 - line.parity));
     return liftPair53(true, low, high, 1);
   }
-  ownForwardLine<typename Wavelet::Forward, Ends::kMirror>(src, low, line.low, high, line.length - line.low,
-                                                           line.parity);
+  ownForwardLine<typename Wavelet::ForwardRow, Ends::kMirror>(src, low, line.low, high, line.length - line.low,
+                                                              line.parity);
 }
 template <class Wavelet, class T>
 void inverseLine(const T* low, const T* high, T* dst, const BandSplit& line) {
@@ -101,8 +109,8 @@ void inverseLine(const T* low, const T* high, T* dst, const BandSplit& line) {
     put(even, 0, at(low, 0)), put(odd, 0, at(high, 0));
     return liftPair53(false, even, odd, 1);
   }
-  ownInverseLine<typename Wavelet::Inverse, Ends::kMirror>(low, line.low, high, line.length - line.low, dst,
-                                                           line.parity);
+  ownInverseLine<typename Wavelet::InverseRow, Ends::kMirror>(low, line.low, high, line.length - line.low, dst,
+                                                              line.parity);
 }
 
 // --- down the columns --------------------------------------------------------------------------------------
