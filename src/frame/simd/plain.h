@@ -310,8 +310,14 @@ inline V unpackHigh(V a, V b) {
 template <int kA, int kB, class V>
 inline Halves<With<int16_t, V>> weighBytes(V a, V b) {
   static_assert(kA >= 0 && kB >= 0 && kA + kB < 128);
-  const auto weights = as<int8_t>(all<With<int16_t, V>>(int16_t(kA | kB << 8)));
-  return {mulAddBytes(unpackLow(a, b), weights), mulAddBytes(unpackHigh(a, b), weights)};
+  using S = With<int16_t, V>;
+  if constexpr (kBytePairs) {
+    const auto weights = as<int8_t>(all<S>(int16_t(kA | kB << 8)));
+    return {mulAddBytes(unpackLow(a, b), weights), mulAddBytes(unpackHigh(a, b), weights)};
+  } else {
+    return {as<S>(unpackLow(a, V{})) * int16_t(kA) + as<S>(unpackLow(b, V{})) * int16_t(kB),
+            as<S>(unpackHigh(a, V{})) * int16_t(kA) + as<S>(unpackHigh(b, V{})) * int16_t(kB)};
+  }
 }
 
 // The blocks of a and b in turn: of the lower halves, and of the upper halves. With 16-byte vectors there is one block:
