@@ -1,11 +1,20 @@
 # Debian's cross compilers (g++-<target>); programs run under the emulator (qemu-user). A preset gives QELJ_TARGET, the
 # compiler's prefix, and QELJ_EMULATOR; an empty one where the kernel runs such programs and only the loader is elsewhere.
-# QELJ_PACKAGES may be a folder with unpacked packages of that target, for the benchmarks.
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QELJ_TARGET QELJ_EMULATOR QELJ_PACKAGES)
+# QELJ_PACKAGES may be a folder with unpacked packages of that target, for the benchmarks. With QELJ_CROSS_CLANG it is
+# Clang that compiles, for the headers and libraries of these packages, which have no OpenMP runtime of Clang's.
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QELJ_TARGET QELJ_EMULATOR QELJ_PACKAGES QELJ_CROSS_CLANG)
 set(CMAKE_SYSTEM_NAME Linux)
 string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR ${QELJ_TARGET})
-set(CMAKE_C_COMPILER ${QELJ_TARGET}-gcc)
-set(CMAKE_CXX_COMPILER ${QELJ_TARGET}-g++)
+if(QELJ_CROSS_CLANG)
+  set(CMAKE_C_COMPILER clang)
+  set(CMAKE_CXX_COMPILER clang++)
+  set(CMAKE_C_COMPILER_TARGET ${QELJ_TARGET})
+  set(CMAKE_CXX_COMPILER_TARGET ${QELJ_TARGET})
+  set(CMAKE_ASM_COMPILER_TARGET ${QELJ_TARGET})
+else()
+  set(CMAKE_C_COMPILER ${QELJ_TARGET}-gcc)
+  set(CMAKE_CXX_COMPILER ${QELJ_TARGET}-g++)
+endif()
 set(CMAKE_FIND_ROOT_PATH /usr/${QELJ_TARGET} ${QELJ_PACKAGES})
 set(CMAKE_LIBRARY_ARCHITECTURE ${QELJ_TARGET})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -25,21 +25,44 @@ void keepProfile(Metadata& metadata, Colour colour, Stages& stages) {
   stages.lose("the colour profile is of other colours, and dropped");
 }
 
+// A file, and what becomes a picture of it.
+struct Input {
+  Input(Bytes file, const Options& options, Stages& stages)
+      : stream(stages.time("markers", [&] { return parse(file); })),
+        only(options.integer("component", -1, 0, kMostComponents - 1)),
+        arrangement(arrange(stream, only)) {
+    if (arrangement.lossy) stages.lose("components that are no colours are left out");
+    for (const auto& source : arrangement.sources)
+      if (const int bits = stream.parameters.bits[size_t(source.component)]; bits > 16)
+        stages.lose(std::to_string(bits) + " bits become 16");
+    if (stream.jp2.colourUnknown && only < 0)
+      stages.lose(std::string("colours of an unknown kind are taken for ") + nameOf(arrangement.colour));
+  }
+
+  Metadata metadata(Colour colour, Stages& stages) const {
+    Metadata data = stream.jp2.metadata;
+    if (only < 0) keepProfile(data, colour, stages);
+    else data.profile.clear();
+    return data;
+  }
+
+  Codestream stream;
+  int only;  // this component alone, or -1
+  Arrangement arrangement;
+};
+
 Image read(Bytes file, const Options& options, Stages& stages) {
-  const Codestream stream = stages.time("markers", [&] { return parse(file); });
-  const int only = options.integer("component", -1, 0, kMostComponents - 1);
-  const Arrangement arrangement = arrange(stream, only);
-  if (arrangement.lossy) stages.lose("components that are no colours are left out");
-  for (const auto& source : arrangement.sources)
-    if (const int bits = stream.parameters.bits[size_t(source.component)]; bits > 16)
-      stages.lose(std::to_string(bits) + " bits become 16");
-  if (stream.jp2.colourUnknown && only < 0)
-    stages.lose(std::string("colours of an unknown kind are taken for ") + nameOf(arrangement.colour));
-  Image image = decodeTiles(stream, arrangement, Limits(file, options), stages);
-  image.metadata = stream.jp2.metadata;
-  if (only < 0) keepProfile(image.metadata, image.colour, stages);
-  else image.metadata.profile.clear();
+  const Input input(file, options, stages);
+  Image image = decodeTiles(input.stream, input.arrangement, Limits(file, options), stages);
+  image.metadata = input.metadata(image.colour, stages);
   return image;
+}
+
+std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages& stages) {
+  Input input(contents, options, stages);
+  Metadata metadata = input.metadata(input.arrangement.colour, stages);
+  return rowsOfTile(std::move(input.stream), std::move(input.arrangement), std::move(metadata),
+                    Limits(contents, options), contents, stages);
 }
 
 std::vector<double> listOfNumbers(const Options& options, const char* name) {
@@ -75,8 +98,8 @@ int styleOption(const Options& options) {
 }
 
 // Step sizes at which a quantiser's error costs as much in every band.
-std::vector<Step> stepsFor(const Coding& coding, int bits) {
-  std::vector<Step> steps;
+std::vector<StepSize> stepsFor(const Coding& coding, int bits) {
+  std::vector<StepSize> steps;
   for (int band = 0; band <= 3 * coding.levels; ++band) {
     const int kind = band ? (band - 1) % 3 + 1 : 0;
     const int range = bits + (kind == 0 ? 0 : kind == 3 ? 2 : 1);
@@ -203,7 +226,9 @@ const Format kJpeg2000 = {"JPEG 2000 codestream",
                           recognisesCodestream,
                           read,
                           writePlain,
-                          describe};
-const Format kJp2 = {"JP2", {".jp2"}, {}, isJp2, read, writeBoxed, describe, kProfile | kExif};
+                          describe,
+                          kNothing,
+                          readRows};
+const Format kJp2 = {"JP2", {".jp2"}, {}, isJp2, read, writeBoxed, describe, kProfile | kExif, readRows};
 
 }  // namespace qelconv

@@ -19,7 +19,7 @@
 
 #include "file_limits.h"
 #include "format.h"
-#include "image.h"
+#include "rows.h"
 
 namespace qelconv::jpeg2000 {
 
@@ -32,7 +32,7 @@ enum BlockStyle { kBypass = 1, kReset = 2, kTerminate = 4, kCausal = 8, kPredict
 // The same in the library's numbering.
 int32_t libraryStyle(int style);
 
-struct Step {
+struct StepSize {
   int exponent = 0, mantissa = 0;
 };
 
@@ -43,9 +43,9 @@ struct Coding {
   bool reversible = true;
   std::array<uint8_t, 33> precincts{};  // PPx | PPy << 4 of each resolution
   int guardBits = 2;
-  int roiShift = 0;           // planes by which the region of interest lies above the rest
-  std::vector<Step> steps;    // one a band, LL first; one alone is derived for all
-  std::vector<double> gains;  // encoder: one a band, see synthesisGains
+  int roiShift = 0;             // planes by which the region of interest lies above the rest
+  std::vector<StepSize> steps;  // one a band, LL first; one alone is derived for all
+  std::vector<double> gains;    // encoder: one a band, see synthesisGains
 };
 
 // Distances of a component's samples on the reference grid.
@@ -130,6 +130,7 @@ struct Block {
   bool included = false;
   std::vector<uint8_t> data;
   std::vector<Segment> segments;
+  Bytes inFile;  // decoder: all data, where they lie in one piece, as those of one layer do; else they are in `data`
   // Encoder: the end of every pass in `data`, its error reduction, and the passes that each layer ends with.
   struct Pass {
     int32_t end = 0;
@@ -140,6 +141,8 @@ struct Block {
   std::vector<Pass> passes;
   std::vector<int> layerPasses;
   int passesSent = 0;
+
+  void take(Bytes more);
 };
 
 struct Band {
@@ -179,8 +182,10 @@ struct TileComponent {
 struct Tile {
   Area area;
   std::vector<TileComponent> components;
-  // Decoder: the tile's parts one after the other, and its packets' headers where they lie apart.
-  std::vector<uint8_t> coded;
+  // Decoder: the tile's parts one after the other, joined where there are several, and its packets' headers where they
+  // lie apart.
+  Bytes coded;
+  std::vector<uint8_t> joined;
   bool headersPacked = false;
   Bytes packedHeaders;
 
@@ -281,6 +286,9 @@ Arrangement arrange(const Codestream& stream, int only);
 bool isDirect(const Parameters& parameters, const Arrangement& arrangement);
 void assemble(const Codestream& stream, const Arrangement& arrangement, const std::vector<Image>& planes, Image& image);
 Image decodeTiles(const Codestream& stream, const Arrangement& arrangement, const Limits& limits, Stages& stages);
+// The same by rows, without the picture as a whole; null where that takes the whole.
+std::unique_ptr<RowSource> rowsOfTile(Codestream stream, Arrangement arrangement, Metadata metadata,
+                                      const Limits& limits, const Contents& file, Stages& stages);
 
 }  // namespace qelconv::jpeg2000
 

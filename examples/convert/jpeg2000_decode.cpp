@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
+#include <functional>
+#include <optional>
 
 #include "jpeg2000.h"
 #include "jpeg2000_parallel.h"
@@ -34,8 +37,9 @@ struct BlockDecoder {
     samples.resize(size_t(w) * size_t(h));
     // A corrupted segment ends the block: what was decoded of it stands.
     static const uint8_t none = 0;
+    const Bytes data = b.data.empty() ? b.inFile : Bytes(b.data);
     const QelStatus status = qeliDecodeCodeBlock_JPEG2K_1u32s_C1R(
-        b.data.empty() ? &none : b.data.data(), samples.data(), 4 * w, {w, h}, libraryBand(band.kind), uint32_t(planes),
+        data.empty() ? &none : data.data(), samples.data(), 4 * w, {w, h}, libraryBand(band.kind), uint32_t(planes),
         std::min(passes, most), lengths.data(), int32_t(lengths.size()),
         libraryStyle(coding.style) | qelCodeStyleKeepMidPoint, nullptr, state.data());
     if (coding.roiShift) lowerRegion(coding.roiShift, half);
@@ -81,7 +85,8 @@ void invertWavelet(const Coding& coding, TileComponent& c) {
 
 // Where the samples of a component go: into a plane of its own or among the others of a picture.
 struct Target {
-  Image* image = nullptr;  // none: nobody wants them
+  const Shape* shape = nullptr;  // none: nobody wants them
+  Rows* rows = nullptr;
   size_t channel = 0;
 };
 
@@ -107,54 +112,59 @@ void storePlane(const Value* from, Depth depth, Sample* to, size_t channels, int
 template <class Value>
 void storeSamples(const Parameters& p, size_t component, const Area& area, const Value* from, int32_t first,
                   int32_t end, Target to) {
-  if (!to.image) return;
+  if (!to.shape) return;
   const Area whole = p.areaOf(component);
   const Depth depth(p.bits[component]);
-  const auto channels = size_t(to.image->channels());
+  const auto channels = size_t(to.shape->channels());
   for (int32_t y = first; y < end; ++y, from += area.width()) {
-    uint8_t* row = to.image->row(area.y0 + y - whole.y0) + size_t(area.x0 - whole.x0) * size_t(to.image->pixelBytes());
-    if (to.image->sampleBytes() == 1) storePlane(from, depth, row + to.channel, channels, area.width());
+    uint8_t* row = to.rows->row(area.y0 + y - whole.y0) + size_t(area.x0 - whole.x0) * size_t(to.shape->pixelBytes());
+    if (to.shape->sampleBytes() == 1) storePlane(from, depth, row + to.channel, channels, area.width());
     else storePlane(from, depth, reinterpret_cast<uint16_t*>(row) + to.channel, channels, area.width());
   }
 }
 
-// Components `begin` to `begin` + `count`, alike in size and wavelet: the three of a colour transform, or one.
-void storeComponents(const Parameters& p, Tile& tile, size_t begin, size_t count, const std::vector<Target>& targets) {
+// Rows `first` to `end` of components `begin` to `begin` + `count`, alike in size and wavelet: the three of a colour
+// transform, or one.
+void storeRows(const Parameters& p, Tile& tile, size_t begin, size_t count, const std::vector<Target>& targets,
+               int32_t first, int32_t end) {
   auto& c = tile.components;
   const Area& area = c[begin].area;
-  if (area.empty()) return;
   const int32_t w = area.width(), step = 4 * w;
-  inStrips(w, area.height(), [&](int32_t first, int32_t end) {
-    const size_t start = size_t(first) * size_t(w), samples = size_t(end - first) * size_t(w);
-    if (p.coding[begin].reversible) {
-      if (count == 3) {
-        int32_t* planes[3] = {&c[0].data[start], &c[1].data[start], &c[2].data[start]};
-        expectOk(qeliRCTInv_JPEG2K_32s_P3IR(planes, step, {w, end - first}), "the colour transform");
-      }
-      for (size_t i = begin; i < begin + count; ++i)
-        storeSamples(p, i, area, &c[i].data[start], first, end, targets[i]);
-      return;
-    }
-    std::vector<float> floats[3];
-    for (size_t i = 0; i < count; ++i) {
-      const float scale = float(std::ldexp(1.0, -fractionBits(p.bits[begin + i])));
-      floats[i].resize(samples);
-      for (size_t k = 0; k < samples; ++k) floats[i][k] = float(c[begin + i].data[start + k]) * scale;
-    }
+  const size_t start = size_t(first) * size_t(w), samples = size_t(end - first) * size_t(w);
+  if (p.coding[begin].reversible) {
     if (count == 3) {
-      float* planes[3] = {floats[0].data(), floats[1].data(), floats[2].data()};
-      expectOk(qeliICTInv_JPEG2K_32f_P3IR(planes, step, {w, end - first}), "the colour transform");
+      int32_t* planes[3] = {&c[0].data[start], &c[1].data[start], &c[2].data[start]};
+      expectOk(qeliRCTInv_JPEG2K_32s_P3IR(planes, step, {w, end - first}), "the colour transform");
     }
-    for (size_t i = 0; i < count; ++i)
-      storeSamples(p, begin + i, area, floats[i].data(), first, end, targets[begin + i]);
-  });
+    for (size_t i = begin; i < begin + count; ++i) storeSamples(p, i, area, &c[i].data[start], first, end, targets[i]);
+    return;
+  }
+  std::vector<float> floats[3];
+  for (size_t i = 0; i < count; ++i) {
+    const float scale = float(std::ldexp(1.0, -fractionBits(p.bits[begin + i])));
+    floats[i].resize(samples);
+    for (size_t k = 0; k < samples; ++k) floats[i][k] = float(c[begin + i].data[start + k]) * scale;
+  }
+  if (count == 3) {
+    float* planes[3] = {floats[0].data(), floats[1].data(), floats[2].data()};
+    expectOk(qeliICTInv_JPEG2K_32f_P3IR(planes, step, {w, end - first}), "the colour transform");
+  }
+  for (size_t i = 0; i < count; ++i) storeSamples(p, begin + i, area, floats[i].data(), first, end, targets[begin + i]);
 }
 
 // Decodes tiles one at a time on all cores, or as many at a time as there are cores.
 class TileDecoder {
  public:
-  TileDecoder(const Codestream& stream, const Limits& limits, const std::vector<Target>& targets, Stages* stages)
-      : stream_(stream), p_(stream.parameters), limits_(limits), targets_(targets), stages_(stages), wrong_(limits) {}
+  // Of a file that is mapped, what is done with is let go.
+  TileDecoder(const Codestream& stream, const Limits& limits, const std::vector<Target>& targets, Stages* stages,
+              const Contents* file = nullptr)
+      : stream_(stream),
+        file_(file),
+        p_(stream.parameters),
+        limits_(limits),
+        targets_(targets),
+        stages_(stages),
+        wrong_(limits) {}
 
   void decode(int32_t index) {
     const auto& parts = stream_.tileParts[size_t(index)];
@@ -163,11 +173,29 @@ class TileDecoder {
       return fillGrey(index);
     }
     const Parameters& p = stream_.parametersOf(index);
+    Tile tile = transformed(index);
+    time("transforms", [&] {
+      byTransform(p, tile, [&](size_t begin, size_t count) {
+        const Area& area = tile.components[begin].area;
+        inStrips(area.width(), area.height(),
+                 [&](int32_t first, int32_t end) { storeRows(p, tile, begin, count, targets_, first, end); });
+      });
+    });
+  }
+
+  // A tile that is there, behind its wavelets.
+  Tile transformed(int32_t index) {
+    const auto& parts = stream_.tileParts[size_t(index)];
+    const Parameters& p = stream_.parametersOf(index);
     const std::vector<bool> wanted = wantedOf(p);
     Tile tile;
     time("packets", [&] {
       tile = layOut(p, index);
-      for (const Bytes part : parts) tile.coded.insert(tile.coded.end(), part.begin(), part.end());
+      tile.coded = parts[0];
+      if (parts.size() > 1) {
+        for (const Bytes part : parts) tile.joined.insert(tile.joined.end(), part.begin(), part.end());
+        tile.coded = tile.joined;
+      }
       const auto headers = stream_.packedHeaders.find(index);
       tile.headersPacked = stream_.headersPacked || headers != stream_.packedHeaders.end();
       if (headers != stream_.packedHeaders.end()) tile.packedHeaders = headers->second;
@@ -180,25 +208,43 @@ class TileDecoder {
       }
     });
     time("block decoding", [&] {
-      const auto jobs = allBlocks({&tile, 1});
+      auto jobs = allBlocks({&tile, 1});
+      const auto placeOf = [](const BlockJob& job) { return job.block->inFile.data(); };
+      const Contents* const file = tile.joined.empty() ? file_ : nullptr;
+      if (file)
+        std::sort(jobs.begin(), jobs.end(),
+                  [&](const BlockJob& a, const BlockJob& b) { return std::less<>()(placeOf(a), placeOf(b)); });
       std::vector<BlockDecoder> decoders{size_t(omp_get_max_threads())};
-      inParallel(jobs.size(), [&](size_t i) {
-        const BlockJob& job = jobs[i];
-        BlockDecoder& decoder = decoders[size_t(omp_get_thread_num())];
-        if (!decoder.decode(p.coding[job.componentIndex], p.bits[job.componentIndex], *job.component, *job.band,
-                            *job.block))
-          wrong_.note(size_t(index), "a code-block is damaged");
-      });
+      // As they lie in the file, of which what is done with is let go by parts that are worth a loop of their own.
+      const size_t atOnce = file ? 1024 : jobs.size();
+      for (size_t first = 0; first < jobs.size(); first += atOnce) {
+        if (file && placeOf(jobs[first])) file->forget(size_t(placeOf(jobs[first]) - file->bytes().data()));
+        inParallel(std::min(atOnce, jobs.size() - first), [&](size_t i) {
+          const BlockJob& job = jobs[first + i];
+          BlockDecoder& decoder = decoders[size_t(omp_get_thread_num())];
+          if (!decoder.decode(p.coding[job.componentIndex], p.bits[job.componentIndex], *job.component, *job.band,
+                              *job.block))
+            wrong_.note(size_t(index), "a code-block is damaged");
+        });
+      }
+      if (file) file->forget(file->bytes().size());
     });
     time("transforms", [&] {
       inParallel(tile.components.size(), [&](size_t c) {
         if (wanted[c] && !tile.components[c].area.empty()) invertWavelet(p.coding[c], tile.components[c]);
       });
-      for (size_t c = 0, count; c < tile.components.size(); c += count) {
-        count = c == 0 && p.colourTransform ? 3 : 1;
-        if (wanted[c]) storeComponents(p, tile, c, count, targets_);
-      }
     });
+    return tile;
+  }
+
+  // work(begin, count) for components that belong to one transform, or have none.
+  template <class Work>
+  void byTransform(const Parameters& p, const Tile& tile, Work&& work) const {
+    const std::vector<bool> wanted = wantedOf(p);
+    for (size_t c = 0, count; c < tile.components.size(); c += count) {
+      count = c == 0 && p.colourTransform ? 3 : 1;
+      if (wanted[c] && !tile.components[c].area.empty()) work(c, count);
+    }
   }
 
   const FirstWrong& wrong() const { return wrong_; }
@@ -212,7 +258,7 @@ class TileDecoder {
   // The components that something is made of.
   std::vector<bool> wantedOf(const Parameters& p) const {
     std::vector<bool> wanted;
-    for (const Target& target : targets_) wanted.push_back(target.image != nullptr);
+    for (const Target& target : targets_) wanted.push_back(target.shape != nullptr);
     if (p.colourTransform && (wanted[0] || wanted[1] || wanted[2])) wanted[0] = wanted[1] = wanted[2] = true;
     return wanted;
   }
@@ -220,18 +266,16 @@ class TileDecoder {
   // The middle of the range, as a tile without coefficients.
   void fillGrey(int32_t index) {
     for (size_t c = 0; c < targets_.size(); ++c) {
-      Image* const image = targets_[c].image;
-      if (!image) continue;
-      const Area a = p_.areaOf(c, tileArea(p_, index)), whole = p_.areaOf(c);
-      for (int32_t y = a.y0; y < a.y1; ++y) {
-        const size_t first = size_t(y - whole.y0) * size_t(image->width) + size_t(a.x0 - whole.x0);
-        for (size_t x = 0; x < size_t(a.width()); ++x)
-          image->setSample((first + x) * size_t(image->channels()) + targets_[c].channel, 1u << (image->bits - 1));
-      }
+      const Target& to = targets_[c];
+      if (!to.shape) continue;
+      const Area a = p_.areaOf(c, tileArea(p_, index));
+      const std::vector<int32_t> middle(size_t(std::max(a.width(), 0)));
+      for (int32_t y = 0; y < a.height(); ++y) storeSamples(p_, c, a, middle.data(), y, y + 1, to);
     }
   }
 
   const Codestream& stream_;
+  const Contents* file_;
   const Parameters& p_;
   const Limits& limits_;
   const std::vector<Target>& targets_;
@@ -242,10 +286,11 @@ class TileDecoder {
 
 }  // namespace
 
-Image decodeTiles(const Codestream& stream, const Arrangement& arrangement, const Limits& limits, Stages& stages) {
+namespace {
+
+// Throws where the tiles can't be what the file says, or take more memory than it may ask for.
+void expectTiles(const Codestream& stream, const Arrangement& arrangement, const Limits& limits) {
   const Parameters& p = stream.parameters;
-  const int32_t width = arrangement.area.width(), height = arrangement.area.height();
-  const int channels = channelsOf(arrangement.colour);
   const size_t tiles = stream.tileParts.size();
   if (!stream.missing.empty()) limits.expectWhole(stream.missing);
 
@@ -260,25 +305,93 @@ Image decodeTiles(const Codestream& stream, const Arrangement& arrangement, cons
     limits.expectData(coded, extent.packets, 8);  // an empty one takes a byte
     tileBytes = std::max(tileBytes, extent.bytes);
   }
-  const bool together = sideBySide(tiles);
-  const uint64_t atOnce = together ? uint64_t(omp_get_max_threads()) : 1;
+  const uint64_t atOnce = sideBySide(tiles) ? uint64_t(omp_get_max_threads()) : 1;
   // Coefficients of all components, and samples where they don't go into the picture at once.
   const bool direct = isDirect(p, arrangement);
   uint64_t working = atOnce * tileBytes;
   for (size_t c = 0; c < p.bits.size(); ++c)
     working += uint64_t(p.areaOf(c).width()) * uint64_t(p.areaOf(c).height()) * (direct ? 4 : 6);
-  limits.expectPicture(width, height, channels, arrangement.bits, working);
+  limits.expectPicture(arrangement.area.width(), arrangement.area.height(), channelsOf(arrangement.colour),
+                       arrangement.bits, working);
+}
 
-  Image image(width, height, arrangement.colour, arrangement.bits);
+// The channels of a picture whose components they are.
+std::vector<Target> channelsIn(const Parameters& p, const Arrangement& arrangement, const Shape& shape, Rows& rows) {
+  std::vector<Target> targets(p.bits.size());
+  for (size_t i = 0; i < arrangement.sources.size(); ++i)
+    targets[size_t(arrangement.sources[i].component)] = {&shape, &rows, i};
+  return targets;
+}
+
+// The only tile of a picture. All of its coefficients are there before the first row; the picture is not.
+class Source : public RowSource {
+ public:
+  Source(Codestream stream, Arrangement arrangement, Metadata metadata, const Limits& limits, const Contents& file,
+         Stages& stages)
+      : stream_(std::move(stream)),
+        arrangement_(std::move(arrangement)),
+        limits_(limits),
+        file_(file),
+        stages_(stages) {
+    shape_ = {arrangement_.area.width(), arrangement_.area.height(), arrangement_.colour, arrangement_.bits, false,
+              std::move(metadata)};
+  }
+
+  StripRows strips() const override {
+    const int32_t rows = std::max(65536 / shape_.width / kMultiple * kMultiple, kMultiple);
+    return {(shape_.height + rows - 1) / rows, rows, 0, shape_.height};
+  }
+
+  std::vector<Step> steps(Rows& rows, int32_t) override {
+    const Parameters& p = stream_.parametersOf(0);
+    targets_ = channelsIn(p, arrangement_, shape_, rows);
+    decoder_.emplace(stream_, limits_, targets_, &stages_, &file_);
+    tile_ = decoder_->transformed(0);
+    return {{"transforms", false, [this, &p](int32_t strip) {
+               const int32_t first = strip ? strips().behind(strip - 1) : 0, end = strips().behind(strip);
+               decoder_->byTransform(p, tile_, [&](size_t begin, size_t count) {
+                 storeRows(p, tile_, begin, count, targets_, first, end);
+               });
+             }}};
+  }
+
+ private:
+  static constexpr int32_t kMultiple = 16;  // whole MCUs of what may take them
+  const Codestream stream_;
+  const Arrangement arrangement_;
+  const Limits limits_;
+  const Contents& file_;
+  Stages& stages_;
+  std::vector<Target> targets_;
+  std::optional<TileDecoder> decoder_;
+  Tile tile_;
+};
+
+}  // namespace
+
+std::unique_ptr<RowSource> rowsOfTile(Codestream stream, Arrangement arrangement, Metadata metadata,
+                                      const Limits& limits, const Contents& file, Stages& stages) {
+  const bool whole = stream.tileParts.size() == 1 && !stream.tileParts[0].empty() && !limits.partial();
+  if (!whole || !isDirect(stream.parameters, arrangement) || arrangement.multiplied) return nullptr;
+  expectTiles(stream, arrangement, limits);
+  return std::make_unique<Source>(std::move(stream), std::move(arrangement), std::move(metadata), limits, file, stages);
+}
+
+Image decodeTiles(const Codestream& stream, const Arrangement& arrangement, const Limits& limits, Stages& stages) {
+  expectTiles(stream, arrangement, limits);
+  const Parameters& p = stream.parameters;
+  const size_t tiles = stream.tileParts.size();
+  const bool together = sideBySide(tiles), direct = isDirect(p, arrangement);
+  Image image(arrangement.area.width(), arrangement.area.height(), arrangement.colour, arrangement.bits);
+  std::deque<Rows> rows;
   std::vector<Image> planes(p.bits.size());
   std::vector<Target> targets(p.bits.size());
-  for (size_t i = 0; i < arrangement.sources.size(); ++i) {
+  if (direct) targets = channelsIn(p, arrangement, image, rows.emplace_back(image));
+  for (size_t i = 0; !direct && i < arrangement.sources.size(); ++i) {
     const auto c = size_t(arrangement.sources[i].component);
-    if (direct) targets[c] = {&image, i};
-    else if (!targets[c].image) {
-      planes[c] = Image(p.areaOf(c).width(), p.areaOf(c).height(), Colour::grey, std::min(p.bits[c], 16));
-      targets[c] = {&planes[c], 0};
-    }
+    if (targets[c].shape) continue;
+    planes[c] = Image(p.areaOf(c).width(), p.areaOf(c).height(), Colour::grey, std::min(p.bits[c], 16));
+    targets[c] = {&planes[c], &rows.emplace_back(planes[c]), 0};
   }
   TileDecoder decoder(stream, limits, targets, together ? nullptr : &stages);
   if (together) stages.time("tiles", [&] { inParallel(tiles, [&](size_t t) { decoder.decode(int32_t(t)); }); });

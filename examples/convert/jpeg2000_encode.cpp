@@ -336,6 +336,8 @@ void encodeTiles(const Image& image, const Parameters& p, const Goal& goal, std:
       job.block->layerPasses.assign(size_t(p.layers), 0);
     });
     for (const double e : errors) remainingError += e;
+    for (Tile& tile : tiles)
+      for (auto& c : tile.components) std::vector<int32_t>().swap(c.data);
   });
   stages.time("rate allocation", [&] {
     Allocator allocator(p, tiles, blocks, remainingError, writeMainHeader(p).size());

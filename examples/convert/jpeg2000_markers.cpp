@@ -460,7 +460,7 @@ std::vector<uint8_t> writeMainHeader(const Parameters& p) {
   });
   segment(out, QCD, [&] {
     out.u8(unsigned(c.guardBits << 5 | (c.reversible ? 0 : 2)));
-    for (const Step& s : c.steps)
+    for (const StepSize& s : c.steps)
       if (c.reversible) out.u8(unsigned(s.exponent << 3));
       else out.u16be(unsigned(s.exponent << 11 | s.mantissa));
   });

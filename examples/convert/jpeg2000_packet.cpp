@@ -262,13 +262,23 @@ void readPacket(Reader& head, Reader& in, const Parameters& parameters, int styl
   for (; !arrivals.empty(); arrivals.pop_back()) {
     const Arrival& a = arrivals.back();
     const Bytes bytes = in.take(a.length);
-    if (a.block->data.size() + bytes.size() > INT32_MAX) throw Damaged("a code-block is too long");
-    a.block->data.insert(a.block->data.end(), bytes.begin(), bytes.end());
+    a.block->take(bytes);
     a.block->segments[a.segment].length += int32_t(a.length);
   }
 }
 
 }  // namespace
+
+void Block::take(Bytes bytes) {
+  if (data.size() + inFile.size() + bytes.size() > INT32_MAX) throw Damaged("a code-block is too long");
+  const bool adjacent = inFile.empty() || inFile.data() + inFile.size() == bytes.data();
+  if (data.empty() && adjacent) {
+    inFile = {inFile.empty() ? bytes.data() : inFile.data(), inFile.size() + bytes.size()};
+    return;
+  }
+  if (data.empty()) data.assign(inFile.begin(), inFile.end()), inFile = {};
+  data.insert(data.end(), bytes.begin(), bytes.end());
+}
 
 int passesOfSegment(int style, size_t segment) {
   if (style & kTerminate) return 1;

@@ -25,7 +25,7 @@ Area bandArea(const Area& tile, int level, int kind) {
 
 // Equations E-3 to E-5: step size and bit planes of a band.
 void quantise(Band& band, const Coding& coding, int bits, int level, size_t index) {
-  Step step = coding.steps.at(coding.steps.size() == 1 ? 0 : index);
+  StepSize step = coding.steps.at(coding.steps.size() == 1 ? 0 : index);
   if (coding.steps.size() == 1) step.exponent -= coding.levels - level;  // derived
   const int gain = band.kind == 0 ? 0 : band.kind == 3 ? 2 : 1;
   band.planes = std::clamp(coding.guardBits + step.exponent - 1, 0, 31) + coding.roiShift;

@@ -230,10 +230,7 @@ Codestream readCodestream(Bytes bytes, bool& cut) {
     for (auto& offset : offsets) offset = readLength(in);
   }
   in.skip(size_t(std::min<uint64_t>(readLength(in), in.left())));  // profile and level
-  const Bytes body = in.take(in.left());
-  c.data.assign(body.begin(), body.end());
-  c.data.resize(body.size() + kMargin);
-  c.body = Bytes(c.data).first(body.size());
+  c.body = in.take(in.left());
 
   // A packet ends where the next one begins.
   std::vector<uint64_t> starts = offsets;
@@ -259,22 +256,36 @@ Codestream readCodestream(Bytes bytes, bool& cut) {
 }
 
 Image read(Bytes file, const Options& options, Stages& stages) {
+  const Contents contents(file);
   const Limits limits(file, options);
   Container container = readContainer(file);
-  const Codestream c = readCodestream(container.picture, container.cut);
+  Codestream c = readCodestream(container.picture, container.cut);
   if (container.cut) limits.expectWhole(Truncated().what());
-  Image image = decodeTiles(c, limits, stages);
+  const bool premultiplied = c.header.premultiplied;
+  Image image = readWhole(*decodeTiles(std::move(c), contents, limits), stages);
   if (!container.alpha.empty()) {
     try {
-      const Codestream alpha = readCodestream(container.alpha, container.cut);
-      joinAlpha(image, decodeTiles(alpha, limits, stages), stages);
+      Codestream alpha = readCodestream(container.alpha, container.cut);
+      const Image plane = readWhole(*decodeTiles(std::move(alpha), contents, limits), stages);
+      if (!plane.missing.empty()) image.missing = plane.missing;
+      joinAlpha(image, plane, stages);
     } catch (const Damaged& e) {
       limits.onlyPart(image, e.what());
     }
   }
-  if (c.header.premultiplied && image.hasAlpha()) divideByAlpha(image);
+  if (premultiplied && image.hasAlpha()) divideByAlpha(image);
   if (container.cut) limits.onlyPart(image, Truncated().what());
   return image;
+}
+
+// Alpha of a codestream of its own, or that colours were multiplied by, takes the whole picture; so does one of which
+// a part is missing.
+std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages&) {
+  const Limits limits(contents, options);
+  Container container = readContainer(contents);
+  Codestream c = readCodestream(container.picture, container.cut);
+  if (container.cut || !container.alpha.empty() || c.header.premultiplied) return nullptr;
+  return decodeTiles(std::move(c), contents, limits);
 }
 
 void describe(Bytes file, Facts& facts) {
@@ -306,8 +317,8 @@ void writeLength(Writer& out, uint64_t length) {
   else out.u8(0xFB), out.u32be(uint32_t(length));
 }
 
-std::vector<uint8_t> writeCodestream(const Header& header, const Image& image, Stages& stages) {
-  const auto tiles = encodeTiles(image, header, stages);
+// What stands in front of the packets of a codestream.
+std::vector<uint8_t> headOf(const Header& header, const std::vector<std::vector<Packet>>& tiles) {
   Writer out;
   out.put({reinterpret_cast<const uint8_t*>("WMPHOTO"), 8});
   HeaderWriter bits(out);
@@ -345,8 +356,6 @@ std::vector<uint8_t> writeCodestream(const Header& header, const Image& image, S
   }
   for (const uint8_t byte : {0, 4, 111, 255, 0, 1})
     out.u8(byte);  // four bytes: the highest profile and level, and no more
-  for (const auto& tile : tiles)
-    for (const auto& packet : tile) out.put(packet);
   return std::move(out.bytes);
 }
 
@@ -382,11 +391,13 @@ constexpr PixelFormat kFormats[] = {
     {Output::rgb, Depth::bits5, false, 0x09},   {Output::rgb, Depth::bits10, false, 0x14},
     {Output::grey, Depth::half, false, 0x3E},   {Output::rgb, Depth::half, false, 0x3B}};
 
-std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
-  Image image =
-      original.half ? original : adapt(original, stages, {Colour::rgb, Colour::grey, Colour::rgba, Colour::cmyk});
-  const bool packed = image.colour == Colour::rgb && (image.bits == 5 || image.bits == 10);
-  if (!packed) image = wholeBytes(std::move(image));
+// How a picture is written.
+struct Plan {
+  Header header;
+  PixelFormat format;
+};
+
+Plan planOf(const Shape& image, const Options& options) {
   Header header;
   header.width = image.width, header.height = image.height;
   header.output = image.colour == Colour::grey   ? Output::grey
@@ -415,40 +426,113 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
     throw Error("two levels of overlap on halved chroma take a picture of more than 16 columns");
   const auto [across, down] = options.size("tiles", {image.width, image.height});
   header.columns = tilesOf(image.width, across), header.rows = tilesOf(image.height, down);
+  return {std::move(header), *format};
+}
 
-  std::vector<uint8_t> alpha;
-  if (format->alpha) {
-    Header plane = header;
-    plane.output = Output::grey;
-    plane.main = {.coded = Coded::grey};
-    std::memset(plane.main.quantizer, 1, sizeof plane.main.quantizer);  // without loss
-    alpha = writeCodestream(plane, splitAlpha(image), stages);
+// A codestream to be written.
+struct WholeStream {
+  std::vector<uint8_t> head;
+  std::vector<std::vector<Packet>> tiles;
+
+  WholeStream() = default;
+  WholeStream(const Header& header, std::vector<std::vector<Packet>> packets)
+      : head(headOf(header, packets)), tiles(std::move(packets)) {}
+  uint32_t size() const {
+    size_t sum = head.size();
+    for (const auto& tile : tiles)
+      for (const Packet& packet : tile) sum += packet.size();
+    return uint32_t(sum);
   }
-  const auto stream = writeCodestream(header, image, stages);
-  const uint32_t entries = alpha.empty() ? 5 : 7;
-  const uint32_t formatAt = 8, directoryAt = 24, streamAt = directoryAt + 2 + 12 * entries + 4;
-  Writer out;
-  for (const uint8_t byte : {0x49, 0x49, 0xBC, 0x01}) out.u8(byte);
-  out.u32le(directoryAt);
-  out.put(kFormatFamily);
-  out.u8(format->name);
-  out.u16le(entries);
-  const auto entry = [&](Tag tag, unsigned type, uint32_t count, uint32_t value) {
-    out.u16le(tag), out.u16le(type), out.u32le(count), out.u32le(value);
-  };
-  entry(kPixelFormat, 1, 16, formatAt);
-  entry(kWidth, 4, 1, uint32_t(header.width));
-  entry(kHeight, 4, 1, uint32_t(header.height));
-  entry(kOffset, 4, 1, streamAt);
-  entry(kByteCount, 4, 1, uint32_t(stream.size()));
-  if (!alpha.empty()) {
-    entry(kAlphaOffset, 4, 1, streamAt + uint32_t(stream.size()));
-    entry(kAlphaByteCount, 4, 1, uint32_t(alpha.size()));
+  void putInto(Destination& out) const {
+    out.put(head);
+    for (const auto& tile : tiles)
+      for (const Packet& packet : tile) packet.putInto(out);
   }
-  out.u32le(0);
-  out.put(stream);
-  out.put(alpha);
+};
+
+// A file, at whose beginning is the size of what follows: that is put at the end.
+class Sink : public RowSink {
+ public:
+  Sink(const Shape& shape, Plan plan, Destination& out, WholeStream alpha = {})
+      : plan_(std::move(plan)), out_(out), encoder_(encodeTiles(shape, plan_.header)), alpha_(std::move(alpha)) {}
+
+  std::vector<Step> steps(const Rows& rows, const StripRows& strips, int32_t slots) override {
+    return encoder_->steps(rows, strips, slots);
+  }
+
+  void finish() override {
+    const Header& header = plan_.header;
+    const WholeStream picture(header, std::move(encoder_->packets));
+    const uint32_t entries = plan_.format.alpha ? 7 : 5;
+    const uint32_t formatAt = 8, directoryAt = 24, streamAt = directoryAt + 2 + 12 * entries + 4;
+    Writer out;
+    for (const uint8_t byte : {0x49, 0x49, 0xBC, 0x01}) out.u8(byte);
+    out.u32le(directoryAt);
+    out.put(kFormatFamily);
+    out.u8(plan_.format.name);
+    out.u16le(entries);
+    const auto entry = [&](Tag tag, unsigned type, uint32_t count, uint32_t value) {
+      out.u16le(tag), out.u16le(type), out.u32le(count), out.u32le(value);
+    };
+    entry(kPixelFormat, 1, 16, formatAt);
+    entry(kWidth, 4, 1, uint32_t(header.width));
+    entry(kHeight, 4, 1, uint32_t(header.height));
+    entry(kOffset, 4, 1, streamAt);
+    entry(kByteCount, 4, 1, picture.size());
+    if (plan_.format.alpha) {
+      entry(kAlphaOffset, 4, 1, streamAt + picture.size());
+      entry(kAlphaByteCount, 4, 1, alpha_.size());
+    }
+    out.u32le(0);
+    out_.put(out.bytes);
+    picture.putInto(out_);
+    if (plan_.format.alpha) alpha_.putInto(out_);
+  }
+
+ private:
+  const Plan plan_;
+  Destination& out_;
+  std::unique_ptr<TileEncoder> encoder_;
+  const WholeStream alpha_;
+};
+
+constexpr int32_t kRowsOfStrip = 16;
+
+// Alpha beside the picture, without loss.
+WholeStream codeAlpha(const Image& alpha, Header header, Stages& stages) {
+  header.output = Output::grey;
+  header.main = {.coded = Coded::grey};
+  std::memset(header.main.quantizer, 1, sizeof header.main.quantizer);
+  const auto encoder = encodeTiles(alpha, header);
+  writeWhole(alpha, kRowsOfStrip, *encoder, stages);
+  return {header, std::move(encoder->packets)};
+}
+
+bool isPacked(const Shape& image) {
+  return image.colour == Colour::rgb && !image.half && (image.bits == 5 || image.bits == 10);
+}
+
+std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
+  Image storage;
+  const Image* image = &original;
+  if (!original.half)
+    image = &adapt(original, storage, stages, {Colour::rgb, Colour::grey, Colour::rgba, Colour::cmyk});
+  if (!isPacked(*image) && image->bits != 8 && image->bits != 16) image = &(storage = wholeBytes(*image));
+  Plan plan = planOf(*image, options);
+  WholeStream alpha;
+  if (plan.format.alpha) {
+    if (image != &storage) image = &(storage = *image);
+    alpha = codeAlpha(splitAlpha(storage), plan.header, stages);
+  }
+  MemoryOutput out;
+  Sink sink(*image, std::move(plan), out, std::move(alpha));
+  writeWhole(*image, kRowsOfStrip, sink, stages);
   return std::move(out.bytes);
+}
+
+std::unique_ptr<RowSink> writeRows(const Shape& shape, const Options& options, Stages&, Destination& out) {
+  if (shape.hasAlpha() || (!isPacked(shape) && shape.bits != 8 && shape.bits != 16)) return nullptr;
+  return std::make_unique<Sink>(shape, planOf(shape, options), out);
 }
 
 }  // namespace
@@ -465,6 +549,9 @@ const Format kJpegXr = {"JPEG XR",
                         recognises,
                         read,
                         write,
-                        describe};
+                        describe,
+                        kNothing,
+                        readRows,
+                        writeRows};
 
 }  // namespace qelconv

@@ -9,7 +9,7 @@
 #include <cstdlib>
 
 #include "file_limits.h"
-#include "format.h"
+#include "rows.h"
 
 namespace qelconv::jxr {
 
@@ -76,6 +76,10 @@ struct Header {
     return row == 0 || row == down() || (hardTiles && std::find(rows.begin(), rows.end(), row) != rows.end());
   }
   std::vector<int32_t> edges() const { return hardTiles ? columns : std::vector<int32_t>{0, across()}; }
+  // By how many rows of macroblocks the first transform's filters, and those of the second one, put off what comes
+  // behind them: a row takes its last part in them with the next one.
+  int32_t sampleLag() const { return overlap > 0; }
+  int32_t lowLag() const { return overlap > 1; }
 };
 
 // A quantiser's step (T.832, 9.8.1).
@@ -95,36 +99,39 @@ inline constexpr uint8_t kPlace[16] = {0, 2, 1, 7, 8, 15, 12, 11, 4, 3, 5, 6, 13
 // plane come row by row.
 inline constexpr uint8_t kBlocks[16] = {0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15};
 
-// Rows of a plane, of which the last ones are kept: those of four macroblock rows. Those of one lie one behind another,
-// a line of the cache further apart than they are wide: so many samples in a row are often a power of two, and then all
-// rows of a block would fall to the same few places of the nearest cache.
-class Rows {
+// Rows of a plane, of which the last ones are kept: those of so many macroblock rows. Those of one lie one behind
+// another, a line of the cache further apart than they are wide: so many samples in a row are often a power of two, and
+// then all rows of a block would fall to the same few places of the nearest cache.
+class LastRows {
  public:
-  Rows(int32_t width, int32_t perMacroblock)
-      : width_(width), perMacroblock_(perMacroblock), data_(size_t(apart()) * size_t(4 * perMacroblock)) {}
-  int32_t* operator[](int32_t y) { return &data_[size_t(y & (4 * perMacroblock_ - 1)) * size_t(apart())]; }
+  LastRows(int32_t width, int32_t perMacroblock, int32_t kept)
+      : width_(width),
+        perMacroblock_(perMacroblock),
+        kept_(perMacroblock * kept),
+        data_(size_t(apart()) * size_t(kept_)) {}
+  int32_t* operator[](int32_t y) { return &data_[size_t(y % kept_) * size_t(apart())]; }
   int32_t width() const { return width_; }
   int32_t apart() const { return width_ + 16; }
   int32_t perMacroblock() const { return perMacroblock_; }
   int32_t step() const { return apart() * int32_t(sizeof(int32_t)); }
 
  private:
-  int32_t width_, perMacroblock_;
+  int32_t width_, perMacroblock_, kept_;
   std::vector<int32_t> data_;
 };
 
 // The samples or coefficients of a plane, and those of the second transform: a block's DC in each.
 struct Plane {
   Grid grid;
-  Rows samples, low;
+  LastRows samples, low;
   // From the first sample of a macroblock to its blocks in coding order, and from the DC of its first block to the
   // values of the standard's order.
   std::array<int32_t, 16> blocks, lowPlaces;
 
-  Plane(const Header& header, Grid grid_)
+  Plane(const Header& header, Grid grid_, int32_t kept)
       : grid(grid_),
-        samples(4 * grid.across * header.across(), 4 * grid.down),
-        low(grid.across * header.across(), grid.down) {
+        samples(4 * grid.across * header.across(), 4 * grid.down, kept),
+        low(grid.across * header.across(), grid.down, kept) {
     for (int i = 0; i < grid.count(); ++i) {
       const int b = grid.across == 4 ? kBlocks[i] : i, place = grid.across == 4 ? kPlace[i] : i;
       blocks[size_t(i)] = 4 * (grid.row(b) * samples.apart() + grid.column(b));
@@ -531,19 +538,65 @@ inline void predictHighBlocks(Plane& plane, int32_t x, int32_t y, Predict how, i
 // bits.
 inline constexpr size_t kMargin = 1 << 15;
 
-// A codestream in memory, behind which there is a margin. Its tiles come from left to right and top to bottom; of each
-// there is one packet in spatial mode, or one a band. One that is empty holds nothing, and one without data lies behind
-// the place where a file was cut.
+// A codestream as it lies in a file. Its tiles come from left to right and top to bottom; of each there is one packet
+// in spatial mode, or one a band. One that is empty holds nothing, and one without data lies behind the place where a
+// file was cut.
 struct Codestream {
   Header header;
-  std::vector<uint8_t> data;
   Bytes body;
   std::vector<std::vector<Bytes>> packets;
 };
-Image decodeTiles(const Codestream& c, const Limits& limits, Stages& stages);
+// Its picture. The file, of which the codestream is a part, stays until the end.
+std::unique_ptr<RowSource> decodeTiles(Codestream c, const Contents& file, const Limits& limits);
 
-// The packets of a picture in the same order.
-std::vector<std::vector<std::vector<uint8_t>>> encodeTiles(const Image& image, const Header& header, Stages& stages);
+// Coded bytes as they grow, in pieces that stay where they are: so much is not copied time and again.
+class Packet {
+ public:
+  // Where the next bytes go, as many as asked for at least; `end` is where those of before end.
+  uint8_t* room(uint8_t* end, size_t bytes) {
+    if (!pieces_.empty()) {
+      Piece& last = pieces_.back();
+      if (size_t(last.bytes.get() + last.room - end) >= bytes) return end;
+      last.size = size_t(end - last.bytes.get());
+    }
+    constexpr size_t kMost = 1 << 20;
+    const size_t size = std::max(bytes, pieces_.empty() ? 2 * kMargin : std::min(2 * pieces_.back().room, kMost));
+    pieces_.push_back({std::make_unique_for_overwrite<uint8_t[]>(size), size});
+    return pieces_.back().bytes.get();
+  }
+  // There are no more; a piece that is hardly used, as there may be many packets, gives its room back.
+  void close(const uint8_t* end) {
+    Piece& last = pieces_.back();
+    last.size = size_t(end - last.bytes.get());
+    if (last.size > last.room / 2) return;
+    auto fitting = std::make_unique_for_overwrite<uint8_t[]>(last.size);
+    std::copy_n(last.bytes.get(), last.size, fitting.get());
+    last.bytes = std::move(fitting);
+  }
+  size_t size() const {
+    size_t sum = 0;
+    for (const Piece& piece : pieces_) sum += piece.size;
+    return sum;
+  }
+  void putInto(Destination& out) const {
+    for (const Piece& piece : pieces_) out.put({piece.bytes.get(), piece.size});
+  }
+
+ private:
+  struct Piece {
+    std::unique_ptr<uint8_t[]> bytes;
+    size_t room, size = 0;
+  };
+  std::vector<Piece> pieces_;
+};
+
+// The packets of a picture in the order of a codestream, once it has been taken.
+class TileEncoder : public RowSink {
+ public:
+  std::vector<std::vector<Packet>> packets;
+  void finish() override {}
+};
+std::unique_ptr<TileEncoder> encodeTiles(const Shape& shape, const Header& header);
 
 }  // namespace qelconv::jxr
 

@@ -1,8 +1,36 @@
 // The decoder's side of JPEG XR's macroblock layer.
+#include <functional>
+#include <optional>
+
 #include "jpegxr_overlap.h"
 
 namespace qelconv::jxr {
 namespace {
+
+// The end of a codestream, copied to where there are readable bytes behind it, as the library's coders need them. Decoding
+// begins in the file and goes on here for the last macroblocks, so that no file is copied as a whole.
+class Ending {
+ public:
+  explicit Ending(Bytes body) : bytes_(body.last(std::min(body.size(), kMargin))), copy_(bytes_.begin(), bytes_.end()) {
+    copy_.resize(bytes_.size() + kMargin);
+  }
+  // How far a position in the file has to move, if it has.
+  ptrdiff_t distanceOf(const uint8_t* at) const {
+    const std::less_equal<> notBehind;
+    return notBehind(bytes_.data(), at) && notBehind(at, bytes_.data() + bytes_.size()) ? copy_.data() - bytes_.data()
+                                                                                        : 0;
+  }
+  // The same place in the file.
+  const uint8_t* inFile(const uint8_t* at) const {
+    const std::less_equal<> notBehind;
+    const bool inCopy = notBehind(copy_.data(), at) && notBehind(at, copy_.data() + copy_.size());
+    return inCopy ? bytes_.data() : at;
+  }
+
+ private:
+  Bytes bytes_;
+  std::vector<uint8_t> copy_;
+};
 
 // A bit position as the library's coders keep it, in a packet behind which there are readable bytes.
 class BitIn {
@@ -11,7 +39,15 @@ class BitIn {
   uint32_t bitBuffer = 0;
   int32_t bitCount = 0;
 
-  BitIn(const uint8_t* from, const uint8_t* end) : stream(from), end_(end) { refill(); }
+  BitIn(Bytes packet, const Ending& ending) : stream(packet.data()), end_(packet.data() + packet.size()) {
+    keepMargin(ending);
+    refill();
+  }
+  // In front of every macroblock.
+  void keepMargin(const Ending& ending) {
+    if (const ptrdiff_t distance = ending.distanceOf(stream)) [[unlikely]]
+      stream += distance, end_ += distance;
+  }
   // At most 16 bits.
   uint32_t peek(int count) const { return uint32_t(uint64_t(bitBuffer) >> (32 - count)); }
   void skip(int count) {
@@ -92,9 +128,9 @@ struct Tile {
 // What one tile's macroblock holds, on its way into a plane.
 class PlaneDecoder {
  public:
-  PlaneDecoder(const Header& header, const PlaneHeader& plane) : header_(header), plane_(plane) {
+  PlaneDecoder(const Header& header, const PlaneHeader& plane, int32_t kept) : header_(header), plane_(plane) {
     for (int p = 0; p < plane.planes(); ++p) {
-      planes_.emplace_back(header, plane.grid(p));
+      planes_.emplace_back(header, plane.grid(p), kept);
       for (const Band band : {kDC, kLP, kHP})
         steps_[p][band] = stepOf(plane.quantizer[band][p], plane.scaled, plane.halved(p) && band != kHP);
     }
@@ -383,18 +419,18 @@ class PlaneDecoder {
 // From rows of samples to the picture.
 class Store {
  public:
-  Store(const Header& header, Image& image) : header_(header), image_(image) {}
+  Store(const Header& header, const Shape& shape, Rows& rows) : header_(header), shape_(shape), rows_(rows) {}
 
   // The rows of a macroblock row that lie in the picture.
   void put(PlaneDecoder& main, PlaneDecoder* alpha, int32_t row) {
     const int32_t first = std::max(16 * row, header_.top), end = std::min(16 * row + 16, header_.top + header_.height);
     for (int32_t y = first; y < end; ++y) {
-      uint8_t* const to = image_.row(y - header_.top);
+      uint8_t* const to = rows_.row(y - header_.top);
       const PlaneHeader& plane = main.header();
       if (plane.yuv()) putYuv(main, y, to);
       else if (plane.planes() == 4) putCmyk(main, y, to);
-      else putChannels(main[0].samples[y], plane, 0, image_.channels() - image_.hasAlpha(), to);
-      if (alpha) putChannels((*alpha)[0].samples[y], alpha->header(), image_.channels() - 1, 1, to);
+      else putChannels(main[0].samples[y], plane, 0, shape_.channels() - shape_.hasAlpha(), to);
+      if (alpha) putChannels((*alpha)[0].samples[y], alpha->header(), shape_.channels() - 1, 1, to);
     }
   }
 
@@ -411,7 +447,7 @@ class Store {
   uint32_t valueOf(uint32_t v, const PlaneHeader& plane) const {
     const int32_t whole = int32_t(v) >> plane.fraction();
     if (header_.depth == Depth::half) return halfOf(whole);
-    const int32_t top = (1 << image_.bits) - 1;
+    const int32_t top = (1 << shape_.bits) - 1;
     return uint32_t(std::clamp<int64_t>(int64_t(whole) << plane.dropped, 0, top));
   }
   // Half-floats are coded as whole numbers in their order.
@@ -420,8 +456,8 @@ class Store {
   }
 
   void set(uint8_t* to, int32_t x, int channel, uint32_t value) const {
-    const size_t i = size_t(x) * size_t(image_.channels()) + size_t(channel);
-    if (image_.bits > 8) {
+    const size_t i = size_t(x) * size_t(shape_.channels()) + size_t(channel);
+    if (shape_.bits > 8) {
       const auto v = uint16_t(value);
       std::memcpy(to + 2 * i, &v, 2);
     } else {
@@ -431,7 +467,7 @@ class Store {
 
   void putChannels(const int32_t* from, const PlaneHeader& plane, int channel, int count, uint8_t* to) const {
     const auto offset = uint32_t(bias(plane));
-    for (int32_t x = 0; x < image_.width; ++x) {
+    for (int32_t x = 0; x < shape_.width; ++x) {
       const uint32_t v = valueOf(uint32_t(from[header_.left + x]) + offset, plane);
       for (int c = 0; c < count; ++c) set(to, x, channel + c, v);
     }
@@ -448,23 +484,33 @@ class Store {
       const uint32_t red = minus + green - uint32_t(int32_t(blueness + 1) >> 1);
       return std::array<uint32_t, 3>{red, green, blueness + red};
     };
-    if (header_.depth == Depth::bits8 && image_.channels() == 3) {
-      // Loops of one kind of work each, which compilers turn into vectors: four bytes at a time, of which the last is
-      // the next pixel's.
+    if (header_.depth == Depth::bits8 && shape_.channels() == 3) {
+      // Some pixels at a time, in loops of one kind of work each, which compilers turn into vectors: four bytes a
+      // pixel, of which the last is the next one's. Few samples have to be clamped.
+      constexpr int32_t kSome = 128;
       const int shift = plane.fraction();
-      const int32_t width = image_.width;
-      const auto sample = [=](uint32_t value) { return uint32_t(std::clamp(int32_t(value) >> shift, 0, 255)); };
-      pixels_.resize(size_t(width));
-      uint32_t* const pixels = pixels_.data();
-      for (int32_t x = 0; x < width; ++x) {
-        const auto [red, green, blue] = rgb(x);
-        pixels[x] = sample(red) | sample(green) << 8 | sample(blue) << 16;
+      uint32_t pixels[kSome];
+      for (int32_t first = 0; first < shape_.width; first += kSome) {
+        const int32_t n = std::min(shape_.width - first, kSome);
+        const auto pack = [&](auto&& sample) {
+          uint32_t all = 0;
+          for (int32_t x = 0; x < n; ++x) {
+            const auto [red, green, blue] = rgb(first + x);
+            const uint32_t r = sample(sar(red, shift)), g = sample(sar(green, shift)), b = sample(sar(blue, shift));
+            all |= r | g | b;
+            pixels[x] = r | g << 8 | b << 16;
+          }
+          return all;
+        };
+        if (pack([](uint32_t value) { return value; }) > 255)
+          pack([](uint32_t value) { return uint32_t(std::clamp(int32_t(value), 0, 255)); });
+        uint8_t* const out = to + 3 * first;
+        for (int32_t x = 0; x + 1 < n; ++x) std::memcpy(out + 3 * x, pixels + x, 4);
+        std::memcpy(out + 3 * (n - 1), pixels + n - 1, 3);
       }
-      for (int32_t x = 0; x + 1 < width; ++x) std::memcpy(to + 3 * x, pixels + x, 4);
-      std::memcpy(to + 3 * (width - 1), pixels + width - 1, 3);
       return;
     }
-    for (int32_t x = 0; x < image_.width; ++x) {
+    for (int32_t x = 0; x < shape_.width; ++x) {
       auto value = rgb(x);
       for (int c = 0; c < 3; ++c) set(to, x, c, valueOf(value[size_t(c)], plane));
     }
@@ -495,7 +541,7 @@ class Store {
     for (int p = 0; p < 4; ++p) planes[p] = main[p].samples[y] + header_.left;
     const auto centre = uint32_t(centreOf(header_.depth) >> plane.dropped << plane.fraction());
     const auto rounding = uint32_t(half(plane));
-    for (int32_t x = 0; x < image_.width; ++x) {
+    for (int32_t x = 0; x < shape_.width; ++x) {
       uint32_t m = centre - uint32_t(planes[0][x]), c = uint32_t(planes[1][x]);
       uint32_t yellow = 0u - uint32_t(planes[2][x]), k = uint32_t(planes[3][x]);
       k -= sar(m + 1, 1);
@@ -508,48 +554,57 @@ class Store {
   }
 
   const Header& header_;
-  Image& image_;
-  std::vector<uint32_t> pixels_;
+  const Shape& shape_;
+  Rows& rows_;
   std::vector<int32_t> chroma_[2];
 };
 
-Image imageOf(const Header& header) {
+Shape shapeOf(const Header& header) {
   const Colour colour = header.output == Output::cmyk  ? Colour::cmyk
                         : header.output == Output::rgb ? (header.alphaPlane ? Colour::rgba : Colour::rgb)
                                                        : (header.alphaPlane ? Colour::greyAlpha : Colour::grey);
-  Image image(header.width, header.height, colour, bitsOf(header.depth));
-  image.half = header.depth == Depth::half;
-  return image;
+  return {header.width, header.height, colour, bitsOf(header.depth), header.depth == Depth::half};
 }
 
-class Decoder {
+class Source : public RowSource {
  public:
-  Decoder(const Codestream& c, const Limits& limits)
-      : header_(c.header), packets_(c.packets), limits_(limits), image_(imageOf(header_)), store_(header_, image_) {
-    planes_.emplace_back(header_, header_.main);
-    if (header_.alphaPlane) planes_.emplace_back(header_, header_.alpha);
+  Source(Codestream c, const Contents& file, const Limits& limits)
+      : codestream_(std::move(c)),
+        header_(codestream_.header),
+        file_(file),
+        limits_(limits),
+        ending_(codestream_.body) {
+    shape_ = shapeOf(header_);
+    // Chroma of 4:2:0 takes a row of the next row of macroblocks.
+    lag_ = header_.lowLag() + std::max(header_.sampleLag(), int32_t(header_.main.coded == Coded::yuv420));
   }
 
-  // Entropy coding takes four fifths of the time and goes one way through the picture: other cores would
-  // mostly wait, and on a busy machine waiting costs more than they bring.
-  Image run(Stages& stages) {
-    const int32_t down = header_.down();
-    for (int32_t y = 0; y < down + 2; ++y) {
-      if (y < down) stages.time("decode", [&] { decodeRow(y); });
-      stages.time("transform", [&] {
-        for (PlaneDecoder& plane : planes_) {
-          if (y <= down) plane.invertLow(y);
-          if (y > 0 && y <= down + 1) plane.invertSamples(y - 1);
-        }
-        // Subsampled chroma takes a row of the next macroblock row.
-        if (y > 1) store_.put(planes_[0], image_.hasAlpha() ? &planes_[1] : nullptr, y - 2);
-      });
-    }
-    if (!wrong_.empty()) limits_.onlyPart(image_, wrong_);
-    return std::move(image_);
+  StripRows strips() const override { return {header_.down(), 16, 16 * lag_ + header_.top, shape_.height}; }
+
+  std::vector<Step> steps(Rows& rows, int32_t slots) override {
+    const int32_t kept = std::min(slots - 1 + lag_, header_.down());
+    planes_.emplace_back(header_, header_.main, kept);
+    if (header_.alphaPlane) planes_.emplace_back(header_, header_.alpha, kept);
+    store_.emplace(header_, shape_, rows);
+    return {{"decode", true, [this](int32_t strip) { decodeRow(strip); }},
+            {"transform", true, [this](int32_t strip) {
+               const int32_t end = strip + 1 == header_.down() ? strip + 1 + lag_ : strip + 1;
+               for (int32_t y = strip; y < end; ++y) transformRow(y);
+             }}};
   }
+
+  std::string missing() const override { return wrong_; }
 
  private:
+  // With row `y` there, as far as each step gets.
+  void transformRow(int32_t y) {
+    for (PlaneDecoder& plane : planes_) {
+      if (y <= header_.down()) plane.invertLow(y);
+      if (const int32_t row = y - header_.lowLag(); row >= 0 && row <= header_.down()) plane.invertSamples(row);
+    }
+    if (y >= lag_) store_->put(planes_[0], header_.alphaPlane ? &planes_[1] : nullptr, y - lag_);
+  }
+
   // The bands are lost from `band` on: without DC there are no more macroblocks.
   void lose(Tile& tile, Band band, const std::string& why) {
     limits_.expectWhole(why);
@@ -562,12 +617,25 @@ class Decoder {
     if (*above == y) startTiles(size_t(above - header_.rows.begin()));
     for (size_t t = 0; t < tiles_.size(); ++t)
       decodeRow(tiles_[t], header_.columns[t], header_.columns[t + 1], *above, y);
+    forget();
+  }
+
+  // What no packet needs any more.
+  void forget() {
+    const uint8_t* first = nullptr;
+    for (const Tile& tile : tiles_)
+      for (const BitIn& in : tile.in) {
+        const uint8_t* const at = ending_.inFile(in.stream);
+        if (!first || std::less<>()(at, first)) first = at;
+      }
+    if (first) file_.forget(size_t(first - file_.bytes().data()));
   }
 
   void decodeRow(Tile& tile, int32_t first, int32_t end, int32_t top, int32_t y) {
     int32_t x = first;
     try {
-      for (; x < end && tile.has(kDC); ++x)
+      for (; x < end && tile.has(kDC); ++x) {
+        for (BitIn& in : tile.in) in.keepMargin(ending_);
         for (size_t i = 0; i < planes_.size(); ++i)
           // A packet of its own is lost alone, and with it the bands behind it.
           planes_[i].decode(tile, tile.planes[i], x - first, y - top, first, top, [&](Band band) {
@@ -575,6 +643,7 @@ class Decoder {
             if (tile.in.size() == 1) throw Truncated();
             lose(tile, band, Truncated().what());
           });
+      }
     } catch (const Damaged& e) {
       lose(tile, kDC, e.what());
     }
@@ -590,7 +659,7 @@ class Decoder {
       Tile& tile = tiles_[t];
       for (PlaneDecoder& plane : planes_)
         tile.planes.emplace_back(plane.header(), header_.columns[t + 1] - header_.columns[t]);
-      start(tile, packets_[row * count + t]);
+      start(tile, codestream_.packets[row * count + t]);
     }
   }
 
@@ -600,7 +669,7 @@ class Decoder {
       const Bytes packet = packets[i];
       if (packet.empty()) tile.bands = std::min(tile.bands, int(i));
       if (!packet.data()) break;  // the file is cut in front of it
-      tile.in.emplace_back(packet.data(), packet.data() + packet.size());
+      tile.in.emplace_back(packet, ending_);
       if (!packet.empty()) startPacket(tile, header_.trimFlag && (packets.size() == 1 || i == kFlex));
     }
     if (tile.in.empty()) lose(tile, kDC, Truncated().what());
@@ -613,11 +682,13 @@ class Decoder {
     if (trimmed) tile.trim = int(in.take(4));
   }
 
+  const Codestream codestream_;
   const Header& header_;
-  const std::vector<std::vector<Bytes>>& packets_;
-  const Limits& limits_;
-  Image image_;
-  Store store_;
+  const Contents& file_;
+  const Limits limits_;
+  const Ending ending_;
+  int32_t lag_ = 0;  // by how many rows of macroblocks the picture comes behind what is decoded
+  std::optional<Store> store_;
   std::vector<PlaneDecoder> planes_;
   std::vector<Tile> tiles_;  // of the current row
   std::string wrong_;        // why something is gone
@@ -625,19 +696,21 @@ class Decoder {
 
 }  // namespace
 
-Image decodeTiles(const Codestream& c, const Limits& limits, Stages& stages) {
+std::unique_ptr<RowSource> decodeTiles(Codestream c, const Contents& file, const Limits& limits) {
   // A macroblock takes a bit a band at least, and one more for the DC values of three planes.
   const Header& header = c.header;
   const uint64_t macroblocks = uint64_t(header.across()) * uint64_t(header.down());
   limits.expectData(c.body.size(), macroblocks,
                     uint64_t(std::min(header.main.packets(), 3) + (header.main.planes() > 1)));
-  // Four rows of macroblocks are in the works, with gaps between their rows of samples.
+  // Some rows of macroblocks are in the works, with gaps between their rows of samples.
+  constexpr uint64_t kMostRows = 11;
   const int planes = header.main.planes() + header.alphaPlane;
-  const uint64_t working = uint64_t(header.across() + 2) * 4 * 272 * sizeof(int32_t) * uint64_t(planes);
+  const uint64_t working = uint64_t(header.across() + 2) * std::min(kMostRows, uint64_t(header.down())) * 272 *
+                           sizeof(int32_t) * uint64_t(planes);
   // Grey planes may stand for RGB.
   const int channels = header.output == Output::rgb ? 3 + header.alphaPlane : planes;
   limits.expectPicture(header.width, header.height, channels, bitsOf(header.depth), working);
-  return Decoder(c, limits).run(stages);
+  return std::make_unique<Source>(std::move(c), file, limits);
 }
 
 }  // namespace qelconv::jxr

@@ -1,5 +1,6 @@
 // The encoder's side of JPEG XR's macroblock layer.
 #include <cmath>
+#include <optional>
 
 #include "jpegxr_overlap.h"
 
@@ -28,21 +29,16 @@ class BitOut {
     if (count > 16) put(bits >> 16, count - 16);
     put(bits, std::min(count, 16));
   }
-  void reserve(size_t bytes) {
-    const size_t used = stream ? size_t(stream - bytes_.data()) : 0;
-    if (bytes_.size() - used >= bytes) return;
-    bytes_.resize(2 * bytes_.size() + bytes);
-    stream = bytes_.data() + used;
-  }
-  std::vector<uint8_t> finish() {
+  void reserve(size_t bytes) { stream = packet_.room(stream, bytes); }
+  Packet finish() {
     reserve(4);
     for (; bitCount > 0; bitCount -= 8, bitBuffer <<= 8) *stream++ = uint8_t(bitBuffer >> 24);
-    bytes_.resize(size_t(stream - bytes_.data()));
-    return std::move(bytes_);
+    packet_.close(stream);
+    return std::move(packet_);
   }
 
  private:
-  std::vector<uint8_t> bytes_;
+  Packet packet_;
 };
 
 // Divides with a dead zone; any rule would do, the decoder only multiplies.
@@ -73,7 +69,7 @@ struct Tile {
 // From the picture to rows of samples around 0, colours by the lossless rotations, the last column and row repeated.
 class Load {
  public:
-  Load(const Image& image, const Header& header) : image_(image), header_(header) {}
+  Load(const Shape& shape, const Header& header, const Rows& rows) : shape_(shape), header_(header), rows_(rows) {}
 
   void row(std::vector<Plane>& planes, int32_t row) {
     const int32_t width = 16 * header_.across();
@@ -81,7 +77,7 @@ class Load {
     const bool halfRows = plane.coded == Coded::yuv420;
     for (int32_t r = 0; r < 16; ++r) {
       const int32_t y = 16 * row + r;
-      const uint8_t* const from = image_.row(std::min(y, image_.height - 1));
+      const uint8_t* const from = rows_.row(std::min(y, shape_.height - 1));
       int32_t* to[kMaxPlanes];
       for (int p = 0; p < plane.planes(); ++p) {
         if (p && plane.subsampled()) {
@@ -92,12 +88,12 @@ class Load {
         }
       }
       convert(from, to);
-      for (int p = 0; p < plane.planes(); ++p) std::fill(to[p] + image_.width, to[p] + width, to[p][image_.width - 1]);
+      for (int p = 0; p < plane.planes(); ++p) std::fill(to[p] + shape_.width, to[p] + width, to[p][shape_.width - 1]);
       if (!plane.subsampled()) continue;
       for (int p = 1; p < 3; ++p) {
         auto& line = lines_[p - 1][y & 1];
         narrow(full_[p - 1], line);
-        Rows& samples = planes[size_t(p)].samples;
+        LastRows& samples = planes[size_t(p)].samples;
         // Of 4:2:0 a row is the weighted mean of three, the last of which comes behind it.
         if (!halfRows) {
           for (size_t x = 0; x < line.size(); ++x) samples[y][x] = (line[x] + 2) >> 2;
@@ -120,23 +116,23 @@ class Load {
   }
 
   int32_t sample(const uint8_t* row, size_t i) const {
-    if (image_.bits <= 8) return row[i];
+    if (shape_.bits <= 8) return row[i];
     uint16_t v;
     std::memcpy(&v, row + 2 * i, 2);
-    return image_.half && v & 0x8000 ? -(v & 0x7FFF) : v;
+    return shape_.half && v & 0x8000 ? -(v & 0x7FFF) : v;
   }
 
   void convert(const uint8_t* from, int32_t* const (&to)[kMaxPlanes]) const {
     const int shift = header_.main.fraction();
     const int32_t centre = centreOf(header_.depth) << shift;
-    const auto n = size_t(image_.channels());
+    const auto n = size_t(shape_.channels());
     const auto value = [=, this](int32_t x, size_t c) { return sample(from, size_t(x) * n + c) << shift; };
     switch (header_.main.coded) {
       case Coded::grey:
-        for (int32_t x = 0; x < image_.width; ++x) to[0][x] = value(x, 0) - centre;
+        for (int32_t x = 0; x < shape_.width; ++x) to[0][x] = value(x, 0) - centre;
         break;
       case Coded::cmyk:
-        for (int32_t x = 0; x < image_.width; ++x) {
+        for (int32_t x = 0; x < shape_.width; ++x) {
           int32_t c = value(x, 0), m = value(x, 1), y = value(x, 2), k = value(x, 3);
           y -= c;
           c += ((y + 1) >> 1) - m;
@@ -146,7 +142,7 @@ class Load {
         }
         break;
       default:
-        if (image_.bits == 8) rotate([=](int32_t x, int c) { return int32_t(from[3 * x + c]); }, to);
+        if (shape_.bits == 8) rotate([=](int32_t x, int c) { return int32_t(from[3 * x + c]); }, to);
         else rotate([=, this](int32_t x, int c) { return sample(from, size_t(x) * n + size_t(c)); }, to);
     }
   }
@@ -156,7 +152,7 @@ class Load {
   void rotate(Value&& value, int32_t* const (&to)[kMaxPlanes]) const {
     constexpr int32_t kSome = 256;
     const int shift = header_.main.fraction();
-    const int32_t width = image_.width, centre = centreOf(header_.depth) << shift;
+    const int32_t width = shape_.width, centre = centreOf(header_.depth) << shift;
     int32_t colours[3][kSome];
     for (int32_t first = 0; first < width; first += kSome) {
       const int32_t n = std::min(width - first, kSome);
@@ -174,32 +170,44 @@ class Load {
     }
   }
 
-  const Image& image_;
+  const Shape& shape_;
   const Header& header_;
+  const Rows& rows_;
   std::vector<int32_t> full_[2], lines_[2][2];  // of chroma: a whole row, and narrow ones by their parity
 };
 
-class Encoder {
+class Encoder : public TileEncoder {
  public:
-  Encoder(const Image& image, const Header& header) : header_(header), plane_(header.main), load_(image, header) {
-    for (int p = 0; p < plane_.planes(); ++p) {
-      planes_.emplace_back(header, plane_.grid(p));
+  Encoder(const Shape& shape, const Header& header) : shape_(shape), header_(header), plane_(header_.main) {
+    for (int p = 0; p < plane_.planes(); ++p)
       for (const Band band : {kDC, kLP, kHP})
         quantizers_.emplace_back(plane_.quantizer[band][p], plane_.scaled, plane_.halved(p) && band != kHP);
-    }
   }
 
-  std::vector<std::vector<std::vector<uint8_t>>> run(Stages& stages) {
-    // Each step waits for the overlap with the next row.
-    for (int32_t y = 0; y < header_.down() + 2; ++y) {
-      stages.time("transform", [&] {
-        if (y < header_.down()) load_.row(planes_, y);
-        if (y <= header_.down()) filterSamples(y);
-        if (y > 0) transformLow(y - 1);
-      });
-      if (y > 1) stages.time("code", [&] { codeRow(y - 2); });
-    }
-    return std::move(packets_);
+  // Each step waits for the overlap with the next row.
+  std::vector<Step> steps(const Rows& rows, const StripRows& strips, int32_t slots) override {
+    // The rows of macroblocks that are whole behind a strip.
+    const auto end = [=, this](int32_t strip) {
+      const int32_t there = strip < 0 ? 0 : strips.behind(strip);
+      return there == shape_.height ? header_.down() : there / 16;
+    };
+    const int32_t lag = header_.sampleLag() + header_.lowLag();
+    // From the last strip that may be in the works to the first one, and what that one looks back to.
+    int32_t kept = 1;
+    for (int32_t strip = 0; strip < strips.strips; ++strip)
+      kept = std::max(kept, end(std::min(strip + slots - 1, strips.strips) - 1) - end(strip - 1) + lag);
+    for (int p = 0; p < plane_.planes(); ++p) planes_.emplace_back(header_, plane_.grid(p), kept);
+    load_.emplace(shape_, header_, rows);
+    const auto isLast = [=](int32_t strip) { return strip + 1 == strips.strips; };
+    return {{"transform", true,
+             [=, this](int32_t strip) {
+               const int32_t behind = end(strip) + (isLast(strip) ? header_.sampleLag() + header_.lowLag() : 0);
+               for (int32_t y = end(strip - 1); y < behind; ++y) transformSamples(y);
+             }},
+            {"code", true, [=, this](int32_t strip) {
+               for (int32_t y = end(strip - 1) - lag; y < end(strip) - (isLast(strip) ? 0 : lag); ++y)
+                 if (y >= 0) codeRow(y);
+             }}};
   }
 
  private:
@@ -207,9 +215,12 @@ class Encoder {
 
   // --- from samples to quantised coefficients ---
 
-  void filterSamples(int32_t row) {
-    if (header_.overlap > 0)
+  // With row `row` there, as far as each transform gets.
+  void transformSamples(int32_t row) {
+    if (row < header_.down()) load_->row(planes_, row);
+    if (header_.overlap > 0 && row <= header_.down())
       for (Plane& plane : planes_) overlapSamples(plane, header_, row, Filter::pre);
+    if (row >= header_.sampleLag()) transformLow(row - header_.sampleLag());
   }
 
   // The first transform of a row, and the filters of the second one.
@@ -279,8 +290,8 @@ class Encoder {
         code(tiles_[t], x - header_.columns[t], y - *above, x, y);
     if (y + 1 == above[1])
       for (Tile& tile : tiles_) {
-        packets_.emplace_back();
-        for (BitOut& out : tile.out) packets_.back().push_back(out.finish());
+        packets.emplace_back();
+        for (BitOut& out : tile.out) packets.back().push_back(out.finish());
       }
   }
 
@@ -531,19 +542,19 @@ class Encoder {
     model.update(counts);
   }
 
-  const Header& header_;
+  const Shape shape_;
+  const Header header_;
   const PlaneHeader& plane_;
-  Load load_;
+  std::optional<Load> load_;
   std::vector<Plane> planes_;
   std::vector<Quantizer> quantizers_;  // by plane, then band
   std::vector<Tile> tiles_;            // of the current row
-  std::vector<std::vector<std::vector<uint8_t>>> packets_;
 };
 
 }  // namespace
 
-std::vector<std::vector<std::vector<uint8_t>>> encodeTiles(const Image& image, const Header& header, Stages& stages) {
-  return Encoder(image, header).run(stages);
+std::unique_ptr<TileEncoder> encodeTiles(const Shape& shape, const Header& header) {
+  return std::make_unique<Encoder>(shape, header);
 }
 
 }  // namespace qelconv::jxr

@@ -178,27 +178,27 @@ void filterWindows(uint32_t* const (&row)[4], int32_t first, int32_t end, Filter
 }
 
 // From column `first` to `end`, which are edges: the windows of four by four whose centre is the top of row `y`.
-void windows4(Rows& rows, int32_t y, int32_t first, int32_t end, Filter filter) {
+void windows4(LastRows& rows, int32_t y, int32_t first, int32_t end, Filter filter) {
   uint32_t* const row[4] = {wrapping(rows[y - 2]), wrapping(rows[y - 1]), wrapping(rows[y]), wrapping(rows[y + 1])};
   for (const int32_t x : {first, first + 1, end - 2, end - 1})
     filter4(row[0][x], row[1][x], row[2][x], row[3][x], filter);
   filterWindows(row, first + 2, end - 2, filter);
 }
 // Two rows along an edge, the first of them `y`.
-void edge4(Rows& rows, int32_t y, int32_t first, int32_t end, Filter filter) {
+void edge4(LastRows& rows, int32_t y, int32_t first, int32_t end, Filter filter) {
   uint32_t* const row[2] = {wrapping(rows[y]), wrapping(rows[y + 1])};
   for (const int32_t x : {first, end - 2}) filter4(row[0][x], row[0][x + 1], row[1][x], row[1][x + 1], filter);
   for (uint32_t* const r : row)
     for (int32_t x = first + 2; x < end - 2; x += 4) filter4(r[x], r[x + 1], r[x + 2], r[x + 3], filter);
 }
 
-void windows2(Rows& rows, int32_t y, int32_t first, int32_t end, Filter filter) {
+void windows2(LastRows& rows, int32_t y, int32_t first, int32_t end, Filter filter) {
   uint32_t *const up = wrapping(rows[y - 1]), *const down = wrapping(rows[y]);
   for (const int32_t x : {first, end - 1}) filter2(up[x], down[x], filter);
   for (int32_t x = first + 1; x < end - 1; x += 2) filter2x2(up[x], up[x + 1], down[x], down[x + 1], filter);
 }
 // Corners are kept as differences to their neighbours.
-void edge2(Rows& rows, int32_t y, int32_t first, int32_t end, Filter filter) {
+void edge2(LastRows& rows, int32_t y, int32_t first, int32_t end, Filter filter) {
   uint32_t* const row = wrapping(rows[y]);
   row[first] -= row[first + 1], row[end - 1] -= row[end - 2];
   for (int32_t x = first + 1; x < end - 1; x += 2) filter2(row[x], row[x + 1], filter);
@@ -206,7 +206,7 @@ void edge2(Rows& rows, int32_t y, int32_t first, int32_t end, Filter filter) {
 }
 
 // The windows of a macroblock row; the first ones lie across its upper edge.
-void overlap(Rows& rows, const Header& header, int32_t row, int32_t perAcross, int32_t period, Filter filter) {
+void overlap(LastRows& rows, const Header& header, int32_t row, int32_t perAcross, int32_t period, Filter filter) {
   const auto edges = header.edges();
   const int32_t top = row * rows.perMacroblock(), half = period / 2;
   const auto windows = period == 4 ? windows4 : windows2, edge = period == 4 ? edge4 : edge2;

@@ -99,7 +99,8 @@ const Format& recognise(Bytes file) {
 // The picture in a file, which way up the options say.
 Image readPicture(const Format& format, Bytes bytes, const Options& options, Stages& stages) {
   Image image = format.read(bytes, options, stages);
-  return options.has("orient") ? upright(std::move(image)) : image;
+  if (options.has("orient")) return upright(std::move(image));
+  return image;
 }
 
 // What has no place in a format.
@@ -233,6 +234,7 @@ void convert(Job& job, const Options& options, bool verbose) {
   const Image image = on(job.from, [&] {
     return warned(job.from, fastest(repeat, reading, [&](Stages& s) { return readPicture(from, bytes, options, s); }));
   });
+  bytes.forget(bytes.bytes().size());
   const auto result = on(job.to, [&] {
     return fastest(repeat, writing, [&](Stages& s) { return job.format->write(image, options, s); });
   });

@@ -11,8 +11,6 @@
 namespace qelj {
 namespace {
 
-constexpr int64_t kStreamingMinimum = 0x200000;  // fills up to 2 MiB always go through the cache
-
 // Fills with a 4-byte pattern whose phase is that of `dst`.
 void fillCached(char* dst, uint32_t pattern, int64_t bytes) {
   int64_t i = 0;
@@ -46,8 +44,7 @@ QelStatus checkedFill(void* dst, uint32_t pattern, int32_t count, int32_t elemen
 
 }  // namespace
 
-bool ownPastTheCaches(int64_t bytes) {
-  if (bytes <= kStreamingMinimum) return false;
+bool ownExceedsTheCache(int64_t bytes) {
   int32_t cache = 0;
   return qelGetMaxCacheSizeB(&cache) == qelStatusOk && cache > 0 && bytes > cache;
 }

@@ -13,7 +13,11 @@ void ownFree(void* block);
 
 // Whether so many bytes, written in one go, had better pass the caches by: more than 2 MiB, and more than the
 // largest cache holds.
-bool ownPastTheCaches(int64_t bytes);
+bool ownExceedsTheCache(int64_t bytes);
+inline bool ownPastTheCaches(int64_t bytes) {
+  constexpr int64_t kStreamingMinimum = 0x200000;
+  return bytes > kStreamingMinimum && ownExceedsTheCache(bytes);
+}
 
 // Fills. A null pointer is qelStatusNullPointer, a count below 1 qelStatusBadSize. A fill of more than 2 MiB
 // that is also larger than the largest cache goes past the caches with streaming stores.

@@ -36,9 +36,12 @@ template <class RowOperation>
 inline QelStatus forEachRow(QelSize size, RowOperation&& rowOperation) {
   const int32_t threads = ownGetNumThreads();
   const int32_t pixels = mulWrap(size.width, size.height);
-  if (pixels <= kForkThreshold || threads <= 1)
+  if (pixels <= kForkThreshold || threads <= 1) {
     for (int32_t y = 0; y < size.height; ++y) rowOperation(y);
-  else ownForkRows(size.height, threads, rowOperation);
+  } else {
+    auto shared = rowOperation;  // a copy: what is in the one above may stay in registers, as none else sees it
+    ownForkRows(size.height, threads, shared);
+  }
   return qelStatusOk;
 }
 

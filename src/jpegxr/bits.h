@@ -73,7 +73,7 @@ class UnitReader {
  public:
   explicit UnitReader(const BitStream<const uint8_t>& stream)
       : stream_(stream), next_(*stream.bytes), count_(*stream.bitCount) {
-    held_ = uint64_t(*stream.bitBuffer) >> (32 - count_) << (32 - count_) << 32;
+    held_ = uint64_t(*stream.bitBuffer) << 32 & ~(~uint64_t(0) >> count_);
     refill();
   }
 
@@ -100,14 +100,15 @@ class UnitReader {
     return bits;
   }
 
-  // In units, the position is where a reader stands that holds 16 bits at least and fetches two bytes when it must.
+  // In units, the position is where a reader stands that holds 16 bits at least and fetches two bytes when it must. The
+  // next call waits for it.
   void finish() {
-    refill();
     const ptrdiff_t taken = 8 * (next_ - *stream_.bytes) - count_;  // from memory: below 0 where held bits sufficed
     const ptrdiff_t units = std::max<ptrdiff_t>((taken + 31) >> 4, 0);
     const auto count = int(16 * units - taken);
+    refill();
     *stream_.bytes += 2 * units;
-    *stream_.bitBuffer = uint32_t(held_ >> (64 - count) << (32 - count));
+    *stream_.bitBuffer = uint32_t(held_ >> 32) & uint32_t(~uint64_t(0) << (32 - count));
     *stream_.bitCount = count;
   }
 

@@ -48,15 +48,20 @@ QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstSt
   ScanEntry* const scan = scanInUse(*state);
   if (auto s = check(bitsHeld(*stream.bitCount), require(scan, qelStatusContextMismatch)); s) return s;
 
-  for (int c = 1; c < 4; ++c) put(dst, c, 0);
-  for (int r = 1; r < 4; ++r)
-    for (int c = 0; c < 4; ++c) put(row(dst, dstStep, r), c, 0);
+  // The block row by row, to be written at once: its DC, which is the caller's, where a record leads a level there.
+  int32_t levels[kPlaces] = {};
   UnitReader bits(stream);
-  *count = ownDecodeCoefficients<kBlock>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
-    const uint32_t product = uint32_t(scale) * level;  // wraps
-    put(row(dst, dstStep, scan[place].row & 3), scan[place].column & 3, T(signedBy(product, 0u - negative)));
+  *count = ownDecodeCoefficients<kBlock>(bits, *state, chroma, [&](int place, int32_t level) {
+    levels[4 * (scan[place].row & 3) + (scan[place].column & 3)] = level;
     countSignificant(scan, place);
   });
+  const auto write = [&](int r, int c) {
+    put(row(dst, dstStep, r), c, T(uint32_t(scale) * uint32_t(levels[4 * r + c])));  // wraps
+  };
+  if (levels[0]) write(0, 0);
+  for (int c = 1; c < 4; ++c) write(0, c);
+  for (int r = 1; r < 4; ++r)
+    for (int c = 0; c < 4; ++c) write(r, c);
   bits.finish();
   return qelStatusOk;
 }

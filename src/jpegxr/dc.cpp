@@ -17,8 +17,6 @@ QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, i
   return qelStatusOk;
 }
 
-constexpr int32_t signedLevel(uint32_t level, uint32_t negative) { return signedBy(level, 0u - negative); }
-
 QelStatus checkDecoder(const BitStream<const uint8_t>& stream, const int32_t* dst, const int32_t* count,
                        const VLCState* state) {
   if (auto s = check(nonNull(state, dst, count), nonNull(stream)); s) return s;
@@ -31,9 +29,8 @@ QelStatus decodeLinear(BitStream<const uint8_t> stream, int32_t* dst, int32_t* c
   if (auto s = checkDecoder(stream, dst, count, state); s) return s;
   for (int i = kind.firstPlace; i < kPlaces; ++i) put(dst, i - kind.firstPlace, 0);
   UnitReader bits(stream);
-  const int decoded = ownDecodeCoefficients<kind>(bits, *state, 0, [=](int place, uint32_t level, uint32_t negative) {
-    put(dst, place - kind.firstPlace, signedLevel(level, negative));
-  });
+  const int decoded = ownDecodeCoefficients<kind>(
+      bits, *state, 0, [=](int place, int32_t level) { put(dst, place - kind.firstPlace, level); });
   bits.finish();
   if (decoded != kStopped) *count = decoded;
   return qelStatusOk;
@@ -60,8 +57,8 @@ QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitB
   if (auto s = checkDecoder({stream, bitBuffer, bitCount}, dst, count, state); s) return s;
   UnitReader bits({stream, bitBuffer, bitCount});
   ScanEntry* const scan = state->scanTable2;
-  *count = ownDecodeCoefficients<kDC444>(bits, *state, chroma, [=](int place, uint32_t level, uint32_t negative) {
-    put(dst, inBlock(scan[place].position), signedLevel(level, negative));
+  *count = ownDecodeCoefficients<kDC444>(bits, *state, chroma, [=](int place, int32_t level) {
+    put(dst, inBlock(scan[place].position), level);
     countSignificant<1>(scan, place);
   });
   bits.finish();

@@ -18,10 +18,9 @@ constexpr int kFields = std::size(kFieldOrder);
 
 // Calls field(place, position) for all, with both known to the compiler: their addresses are.
 template <class Field>
-inline void forEachField(Field&& field) {
-  [&]<int... place>(std::integer_sequence<int, place...>) {
-    (field(place, kFieldOrder[place]), ...);
-  }(std::make_integer_sequence<int, kFields>());
+QELJ_INLINE void forEachField(Field&& field) {
+  [&]<int... place>(std::integer_sequence<int, place...>)
+      QELJ_INLINE_LAMBDA { (field(place, kFieldOrder[place]), ...); }(std::make_integer_sequence<int, kFields>());
 }
 
 template <class T>
@@ -56,24 +55,59 @@ QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, BitStr
   return qelStatusOk;
 }
 
-template <bool kRefine, class T>
-inline void ownDecodeFields(UnitReader& bits, T* srcDst, ptrdiff_t step, int n, uint32_t scale) {
+// The fields of a block as they stand in the stream, each with the bit behind it, by column and row; `unsent` tells in
+// the same order whose sign is not sent, as the level coder has sent it.
+QELJ_INLINE void ownTakeFields(UnitReader& bits, int n, uint32_t unsent, uint32_t (&fields)[kPlaces]) {
   forEachField([&](int place, int position) {
-    T* const line = row(srcDst, step, kRow[position]);
-    const int column = kColumn[position];
+    const int at = 4 * kRow[position] + kColumn[position];
     // 56 bits are 18 fields with a sign, or 8, or 3.
     if (n > 6 ? place % 3 == 0 : n > 2 && place == 8) bits.refill();
-    // Without branches: a field of 0 adds 0. A sample that is replaced counts as 0 where it is.
-    const uint32_t w = bits.peek(n + 1), m = w >> 1;
-    const T old = at(line, column), v = kRefine || !m ? old : T(0);
-    const bool hasSign = kRefine ? v == 0 : true;
-    const uint32_t sign = 0u - (hasSign ? w & 1 : uint32_t(v < 0));
-    put(line, column, T(uint32_t(v) + ((m * scale ^ sign) - sign)));  // wraps
-    // The next field waits for nothing but one comparison.
-    const bool isSigned = bits.exceeds(hasSign ? ~uint64_t(0) >> n : ~uint64_t(0));
+    fields[at] = bits.peek(n + 1);
+    // Without a branch, and the next field waits for nothing but one comparison.
+    const bool isSigned = bits.exceeds(~uint64_t(0) >> n | (0u - uint64_t(unsent >> at & 1)));
     bits.skip(n);
     bits.skip(isSigned);
   });
+}
+
+// A field of 0 adds 0. A sample that is replaced counts as 0 where it is.
+template <bool kRefine, class V>
+inline V withField(V old, With<uint32_t, V> field, uint32_t scale) {
+  using U = With<uint32_t, V>;
+  const U low = field >> 1;
+  const V v = kRefine ? old : select(low == U{}, old, V{});
+  const U sent = U{} - (field & 1), sign = kRefine ? select(v == V{}, sent, as<uint32_t>(shr(v, 31))) : sent;
+  return as<int32_t>(as<uint32_t>(v) + ((low * scale ^ sign) - sign));  // wraps
+}
+
+template <bool kRefine, class T>
+inline void ownDecodeFields(UnitReader& bits, T* srcDst, ptrdiff_t step, int n, uint32_t scale) {
+  uint32_t fields[kPlaces] = {};
+  if constexpr (simd::kEnabled) {
+    using simd::I32x4, simd::U32x4;
+    I32x4 old[4];
+    for (int r = 0; r < 4; ++r) old[r] = simd::loadAs<I32x4, T>(row(srcDst, step, r));
+    uint32_t unsent = 0;
+    if constexpr (kRefine) {
+      const auto sent = [&](int r) { return simd::packI16(old[r] == I32x4{}, old[r + 1] == I32x4{}); };
+      unsent = ~simd::topBits(as<uint8_t>(simd::packI8(sent(0), sent(2))));
+    }
+    ownTakeFields(bits, n, unsent, fields);
+    for (int r = 0; r < 4; ++r) {
+      const I32x4 v = withField<kRefine>(old[r], load<U32x4>(fields + 4 * r), scale);
+      if (r == 0)
+        for (int c = 1; c < 4; ++c) put(srcDst, c, T(v[c]));
+      else store(row(srcDst, step, r), simd::convert<T>(v));
+    }
+  } else {
+    uint32_t unsent = 0;
+    for (int k = 1; kRefine && k < kPlaces; ++k) unsent |= uint32_t(at(row(srcDst, step, k / 4), k % 4) != 0) << k;
+    ownTakeFields(bits, n, unsent, fields);
+    for (int k = 1; k < kPlaces; ++k) {
+      T* const line = row(srcDst, step, k / 4);
+      put(line, k % 4, T(withField<kRefine>(int32_t(at(line, k % 4)), fields[k], scale)));
+    }
+  }
 }
 
 template <class T>

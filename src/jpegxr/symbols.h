@@ -51,10 +51,12 @@ inline void adapt(VLCState& state, int entry, int32_t deltas) {
 // numbers of 16 bits.
 class Sums {
  public:
-  void index(int16_t deltas, int context) { add(deltas, context); }
-  void level(int16_t deltas, int context) { add(deltas, 2 + context); }
+  void index(int16_t deltas, int context) { add(deltas, 2 * context); }
+  void level(int16_t deltas, int context) { add(deltas, 2 * context + 1); }
+  // Both in one context, the level's from bit 16 on.
+  void indexAndLevel(int32_t deltas, int context) { add(deltas, 2 * context); }
   void adapt(VLCState& state, int next, int level) {
-    for (const int entry : {next, next + 1, level, level + 1}) {
+    for (const int entry : {next, level, next + 1, level + 1}) {
       const auto sum = int16_t(all_);
       jpegxr::adapt(state, entry, sum);
       all_ = (all_ - sum) >> 16;
@@ -62,7 +64,7 @@ class Sums {
   }
 
  private:
-  void add(int16_t deltas, int which) { all_ += int64_t(deltas) * (int64_t(1) << 16 * which); }
+  void add(int32_t deltas, int which) { all_ += int64_t(uint64_t(int64_t(deltas)) << 16 * which); }
   int64_t all_ = 0;
 };
 
@@ -92,8 +94,8 @@ inline constexpr auto kFixedDecoding = [] {
       for (uint32_t bits = 0; index.length && bits < 1 << kNextBits; ++bits)
         if (bits >> (kNextBits - index.length) == index.code) {
           const auto length = uint8_t(index.length + 1);
-          const auto negative = uint8_t(bits >> (kNextBits - length) & 1);
-          all[last][bits] = {uint8_t(index.symbol >> 1), negative, !(index.symbol & 1), length, length, 0, 0};
+          const int sign = bits >> (kNextBits - length) & 1 ? -1 : 1;
+          all[last][bits] = {uint8_t(index.symbol >> 1), int8_t(index.symbol & 1 ? 0 : sign), length, length, 0};
         }
   return all;
 }();
@@ -196,8 +198,8 @@ inline uint32_t takeEscape(UnitReader& bits) {
   return (1u << length) + 2 + bits.take(length);
 }
 
-// Decodes one block's coefficients and hands them to store(place, level, sign), sign being 1 for a negative
-// one. Returns their number, or kStopped when the stream sends a coefficient behind place 15.
+// Decodes one block's coefficients and hands them to store(place, level), levels with their sign and never 0. Returns
+// their number, or kStopped when the stream sends a coefficient behind place 15.
 inline constexpr int kStopped = 16;
 template <const BlockKind& kind, class Store>
 inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chroma, Store&& store) {
@@ -214,13 +216,12 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
   Sums sums;
 
   // Whether a level is sent is tossed as well: 1 is looked up too.
-  const auto takeLevel = [&](bool sent, int context) {
+  const auto takeLevel = [&](bool sent, int context, uint32_t negative) {
     const Look& look = (context ? levels[1] : levels[0])[sent ? bits.peek(kDirectBits) : 1u << kDirectBits];
     sums.level(look.deltas, context);
     bits.skip(look.length);
-    if (look.value) [[likely]]
-      return look.value;
-    return takeEscape(bits);
+    const uint32_t level = look.value ? look.value : takeEscape(bits);
+    return signedBy(level, 0u - negative);
   };
   const auto takeRun = [&](int room) {
     const RunLook look = runs[room << kRunBits | int(bits.peek(kRunBits))];
@@ -228,23 +229,24 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
     return int(look.run);
   };
 
-  // Index, sign, level and run take up to 24 bits, but for an escape, which refills.
+  // Decoding is a chain in which each look waits for the length that the one before has found. Refilling stays beside
+  // it: index, sign, level and run take up to 24 bits of 56, and an escape, which refills, leaves 18 of them.
   const Look& look = looksOf<LongIndices>(state.decodeTable2[first])[bits.peek(kDirectBits)];
   adapt(state, first, look.deltas);
   const auto symbol = int(look.value);
-  uint32_t negative = bits.peek(look.length) & 1;
+  const uint32_t negative = bits.peek(look.length) & 1;
   bits.skip(look.length);
   int then = symbol >> 2, context = symbol & then & 1, place = kind.firstPlace;
-  uint32_t level = takeLevel(symbol & 2, context);
+  int32_t level = takeLevel(symbol & 2, context, negative);
   if (!(symbol & 1)) place += takeRun(kind.firstRow ? 5 : kRuns - 1);
+  bits.refill();
 
   const auto takeRest = [&] {
+    if (place >= kPlaces) return kStopped;
     for (int count = 1;; ++count) {
-      if (place >= kPlaces) return kStopped;
-      store(place, level, negative);
+      store(place, level);
       if (then == kLast) return count;
       ++place;
-      bits.refill();
       if (then == kBehindRun) {
         if (place >= kPlaces - 1) return kStopped;
         place += takeRun(kPlaces - 1 - place);
@@ -254,19 +256,21 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
                                     : context   ? nexts[1]
                                                 : nexts[0];
       const NextLook& following = looks[bits.peek(kNextBits)];
-      sums.index(following.deltas, context);
-      negative = following.negative;
+      bits.refill();
+      const int indexContext = context;
       then = following.then;
       level = following.level;
-      // A level behind the last neighbour of context 1 is one of context 0.
-      const bool other = level == 0 || (context & ~then & int(level > 1));
       context &= then;
+      // A level behind the last neighbour of context 1 is one of context 0.
+      const bool other = !level || (context != indexContext && magnitude(level) > 1);
       if (!other) [[likely]] {
         bits.skip(following.length);
-        sums.level(following.levelDelta, context);
+        sums.indexAndLevel(following.deltas, indexContext);
       } else {
+        sums.index(int16_t(following.deltas), indexContext);
+        const uint32_t sign = bits.peek(following.indexLength) & 1;
         bits.skip(following.indexLength);
-        level = takeLevel(true, context);
+        level = takeLevel(true, context, sign);
       }
     }
   };

@@ -349,11 +349,10 @@ constexpr auto makeLongTable(int t) {
 // at once, as decoding is a chain in which each look waits for the one before.
 inline constexpr int kNextBits = 9;
 struct NextLook {
-  uint8_t then, negative;       // what follows; 1 for a negative coefficient
-  uint8_t level;                // 0 where the level doesn't fit, or is an escape: it is looked up by itself then
-  uint8_t length, indexLength;  // with and without the level
-  int8_t levelDelta;
-  int16_t deltas;
+  uint8_t then;  // what follows
+  int8_t level;  // with its sign; 0 where it doesn't fit, or is an escape: it is looked up by itself then
+  uint8_t length, indexLength;  // with and without the level; the sign is the last bit of an index
+  int32_t deltas;               // of the index, and those of the level from bit 16 on
 };
 using NextTable = std::array<NextLook, 1 << kNextBits>;
 
@@ -362,9 +361,9 @@ constexpr NextTable makeNextTable(int t, int levels) {
   for (uint32_t bits = 0; bits < table.size(); ++bits) {
     const Found found = find<6>(t, bits, kNextBits);
     NextLook& look = table[bits];
+    const int sign = found.behind(bits, kNextBits, 1) ? -1 : 1;
     look.then = uint8_t(found.symbol >> 1);
-    look.negative = uint8_t(found.behind(bits, kNextBits, 1));
-    look.level = !(found.symbol & 1);
+    look.level = int8_t(found.symbol & 1 ? 0 : sign);
     look.length = look.indexLength = uint8_t(found.length + 1);
     look.deltas = deltasOf<6>(t, found.symbol);
     if (look.level) continue;
@@ -374,9 +373,10 @@ constexpr NextTable makeNextTable(int t, int levels) {
       if (code.length + kLevelBits[symbol] > left) continue;
       if ((bits & ((1u << left) - 1)) >> (left - code.length) != code.value) continue;
       const Found level = {symbol, code.length};
-      look.level = uint8_t(kLevelBase[symbol] + level.behind(bits & ((1u << left) - 1), left, kLevelBits[symbol]));
+      const auto behind = int(level.behind(bits & ((1u << left) - 1), left, kLevelBits[symbol]));
+      look.level = int8_t(sign * (kLevelBase[symbol] + behind));
       look.length = uint8_t(look.length + code.length + kLevelBits[symbol]);
-      look.levelDelta = int8_t(code.deltas);
+      look.deltas += code.deltas * 65536;
     }
   }
   return table;

@@ -3,8 +3,6 @@
 #ifndef QELJ_TEXTURE_HALVES_H
 #define QELJ_TEXTURE_HALVES_H
 
-#include <bit>
-
 #include "frame/arith.h"
 #include "frame/lanes.h"
 
@@ -21,18 +19,18 @@ template <class V>
 using Half = simd::Vec<Lane<V>, int(sizeof(V)) / 2>;
 template <class V>
 QELJ_INLINE Half<V> lower(V v) {
-  if constexpr (kSplit<V>) return std::bit_cast<Both<Half<V>>>(v).low;
+  if constexpr (kSplit<V>) return bitCast<Both<Half<V>>>(v).low;
   else return simd::lower(v);
 }
 template <class V>
 QELJ_INLINE Half<V> upper(V v) {
-  if constexpr (kSplit<V>) return std::bit_cast<Both<Half<V>>>(v).high;
+  if constexpr (kSplit<V>) return bitCast<Both<Half<V>>>(v).high;
   else return simd::upper(v);
 }
 template <class H>
 QELJ_INLINE auto join(H low, H high) {
   using V = simd::Vec<Lane<H>, 2 * int(sizeof(H))>;
-  if constexpr (kSplit<V>) return std::bit_cast<V>(Both<H>{low, high});
+  if constexpr (kSplit<V>) return bitCast<V>(Both<H>{low, high});
   else return simd::join(low, high);
 }
 

@@ -57,6 +57,14 @@ TEST(Simd, Lanewise) {
                               [](auto, int64_t a, int64_t b) { return a * b >> 16; });
   checkAll<int16_t>([](auto a, auto b) { return mulHiRound(a, b); },
                     [](auto, int64_t a, int64_t b) { return (a * b + 0x4000) >> 15; });
+  // A factor that the compiler knows, for which there are shorter forms.
+  const auto byConstant = [](auto c) {
+    checkAll<int16_t>([=](auto a, auto) { return mulHi(a, all<decltype(a)>(c)); },
+                      [=](auto, int64_t a, int64_t) { return a * c >> 16; });
+    checkAll<int16_t>([=](auto a, auto) { return mulHiRound(a, all<decltype(a)>(c)); },
+                      [=](auto, int64_t a, int64_t) { return (a * c + 0x4000) >> 15; });
+  };
+  byConstant(std::integral_constant<int16_t, -32768>()), byConstant(std::integral_constant<int16_t, 23171>());
   checkAll<uint8_t, uint16_t>([](auto a, auto b) { return average(a, b); },
                               [](auto, int64_t a, int64_t b) { return (a + b + 1) >> 1; });
   checkAll<uint8_t, int8_t, uint16_t, int16_t, uint32_t, int32_t>(
@@ -88,6 +96,13 @@ void checkPairsAndPacks() {
     expectLanes(mulAddBytes(u, (Vec<int8_t, Bytes>)w), u, w, [](B x, B y, int i) {
       return saturate<int16_t>(x[2 * i] * int8_t(y[2 * i]) + x[2 * i + 1] * int8_t(y[2 * i + 1]));
     });
+    expectLanes(addBytePairs(u), u, w, [](B x, B, int i) { return x[2 * i] + x[2 * i + 1]; });
+    const auto weighed = weighBytes<3, 1>(u, w);
+    for (const bool high : {false, true})
+      expectLanes(high ? weighed.high : weighed.low, u, w, [=](B x, B y, int i) {
+        const int from = i / 8 * 16 + i % 8 + 8 * high;
+        return 3 * x[from] + y[from];
+      });
     expectLanes(sumAbsDiff8(u, w), u, w, [](B x, B y, int i) {
       int sum = 0;
       for (int k = 8 * i; k < 8 * i + 8; ++k) sum += std::abs(x[k] - y[k]);
@@ -152,6 +167,7 @@ TEST(Simd, DepositedBits) {
     for (int i = 0, n = 0; i < 64; ++i)
       if (mask >> i & 1) expected |= (bits >> n++ & 1) << i;
     ASSERT_EQ(expected, depositBits(bits, mask));
+    ASSERT_EQ(uint32_t(bits) % (1u << mask % 32), lowBits(uint32_t(bits), mask % 32));
   }
   ASSERT_EQ(~uint64_t(0), depositBits(~uint64_t(0), ~uint64_t(0)));
   ASSERT_EQ(0u, depositBits(~uint64_t(0), 0));

@@ -454,6 +454,20 @@ class Jpeg2000Test(InteropTest):
                     bits = float(str(options[options.index("--rate") + 1]).split(",")[-1])
                     self.assertLessEqual(os.path.getsize(path), bits * 600 * 400 / 8)
 
+    # A picture of one tile is written by rows: with the same samples, in the memory of its coefficients and little more.
+    def test_by_rows(self):
+        large = write_pnm(self.path("large.ppm"), np.tile(read_pnm(self.coffee).astype("u1"), (6, 5, 1)))
+        coded, back = self.path("large.jp2"), self.path("back.ppm")
+        for source, target, limit in ((large, coded, 140), (coded, back, 100)):
+            status, printed = bounded(QELCONV, source, target, "--threads", 2, megabytes=limit, seconds=30)
+            self.assertEqual((0, ""), (status, printed))
+        self.assertEqual(contents(large), contents(back))
+        for options in (["--irreversible"], ["--layers", 3], ["--tiles", "100x64"]):
+            path = convert(self.coffee, self.path("small.jp2"), *options)
+            whole = contents(convert(path, self.path("whole.ppm"), "--repeat", 1))
+            for threads in (1, 4):
+                self.assertEqual(whole, contents(convert(path, self.path("rows.ppm"), "--threads", threads)))
+
     # At one file size our pictures are as good as theirs.
     def test_equal_size(self):
         for source in (self.coffee, self.raccoon):

@@ -6,8 +6,15 @@
 #include <string>
 
 #include "file_limits.h"
+#include "files.h"
 #include "format.h"
 #include "qelj_typical.h"
+
+// Bytes in memory are all that a file is here.
+namespace qelconv {
+Contents::~Contents() = default;
+void Contents::forget(size_t) const {}
+}  // namespace qelconv
 
 namespace {
 

@@ -27,12 +27,6 @@ QELJ_INLINE void copyFirst(uint8_t* to, const uint8_t* from, int count) {
   });
 }
 
-// Calls for the cache lines of so many bytes at p, for a loop to come that does little but store there.
-inline void prefetchForWriting(void* p, ptrdiff_t bytes) {
-  constexpr ptrdiff_t kLine = 64;
-  for (ptrdiff_t i = 0; i < bytes; i += kLine) __builtin_prefetch(static_cast<char*>(p) + i, 1);
-}
-
 // --- loops -------------------------------------------------------------------------------------------------
 
 // Calls group(x) for vectors of kGroup elements that together cover first..end-1; the last one overlaps the one

@@ -136,6 +136,7 @@ inline U64x2 sumAbsDiff8(U8x16 a, U8x16 b) {
   const uint8x16_t difference = vabdq_u8((uint8x16_t)a, (uint8x16_t)b);
   return (U64x2)vpaddlq_u32(vpaddlq_u16(vpaddlq_u8(difference)));
 }
+inline I16x8 addBytePairs(U8x16 a) { return (I16x8)vpaddlq_u8((uint8x16_t)a); }
 QELJ_LANES2(addNeighbours, int32_t, int32x4_t, vpaddq_s32)
 QELJ_LANES2(addNeighbours, uint32_t, uint32x4_t, vpaddq_u32)
 
@@ -156,6 +157,12 @@ inline U8x16 shuffleBytes(U8x16 v, U8x16 index) { return (U8x16)vqtbl1q_u8((uint
 inline U32x4 pickLanes(U32x4 v, U32x4 index) {
   const U32x4 bytes = (index & 3) * 0x04040404 + 0x03020100;
   return (U32x4)vqtbl1q_u8((uint8x16_t)v, (uint8x16_t)bytes);
+}
+template <int kA, int kB>
+inline Halves<I16x8> weighBytes(U8x16 a, U8x16 b) {
+  const uint8x16_t weightA = vdupq_n_u8(kA), weightB = vdupq_n_u8(kB), x = (uint8x16_t)a, y = (uint8x16_t)b;
+  const uint16x8_t low = vmull_u8(vget_low_u8(x), vget_low_u8(weightA)), high = vmull_high_u8(x, weightA);
+  return {(I16x8)vmlal_u8(low, vget_low_u8(y), vget_low_u8(weightB)), (I16x8)vmlal_high_u8(high, y, weightB)};
 }
 template <class V>
   requires(sizeof(V) == 16)

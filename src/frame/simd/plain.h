@@ -206,6 +206,11 @@ inline With<int16_t, V> mulAddBytes(V a, With<int8_t, V> b) {
   using detail::evenLanes, detail::oddLanes;
   return addSat(as<S>(evenLanes<U>(a)) * evenLanes<S>(b), as<S>(oddLanes<U>(a)) * oddLanes<S>(b));
 }
+// a[2i] + a[2i+1] of bytes.
+template <class V>
+inline With<int16_t, V> addBytePairs(V a) {
+  return mulAddBytes(a, all<With<int8_t, V>>(1));
+}
 // a0 + a1, a2 + a3, b0 + b1, b2 + b3 of 32-bit lanes, by blocks, wrapping. With 16-bit values in the halves of the
 // lanes, and no carry between them, it adds both halves.
 template <class V>
@@ -299,6 +304,20 @@ template <class V>
 inline V unpackHigh(V a, V b) {
   QELJ_BY_HALVES(unpackHigh);
   return detail::interleaved<kLanes<V> / 2>(a, b);
+}
+
+// kA a + kB b of bytes, in halves as unpackLow and unpackHigh leave them.
+template <int kA, int kB, class V>
+inline Halves<With<int16_t, V>> weighBytes(V a, V b) {
+  static_assert(kA >= 0 && kB >= 0 && kA + kB < 128);
+  using S = With<int16_t, V>;
+  if constexpr (kBytePairs) {
+    const auto weights = as<int8_t>(all<S>(int16_t(kA | kB << 8)));
+    return {mulAddBytes(unpackLow(a, b), weights), mulAddBytes(unpackHigh(a, b), weights)};
+  } else {
+    return {as<S>(unpackLow(a, V{})) * int16_t(kA) + as<S>(unpackLow(b, V{})) * int16_t(kB),
+            as<S>(unpackHigh(a, V{})) * int16_t(kA) + as<S>(unpackHigh(b, V{})) * int16_t(kB)};
+  }
 }
 
 // The blocks of a and b in turn: of the lower halves, and of the upper halves. With 16-byte vectors there is one block:
@@ -500,6 +519,12 @@ inline uint64_t depositBits(uint64_t bits, uint64_t mask) {
   uint64_t result = 0;
   for (; mask; mask &= mask - 1, bits >>= 1) result |= mask & (0 - mask) & (0 - (bits & 1));
   return result;
+}
+
+// The low `count` bits of a word, 0 to 31. (GCC 12 takes three operations for it where what it masks is a complement.)
+template <class = void>
+inline uint32_t lowBits(uint32_t word, uint32_t count) {
+  return word & ((1u << count) - 1);
 }
 
 // --- the beginning of a vector in memory -------------------------------------------------------------------

@@ -112,12 +112,14 @@ struct RowCall : DecoderCall {
     }
     if (i > 0 && !reader.refill()) [[unlikely]]
       return stop<i>();
-    const uint32_t shortCode = reader.peek(specs[c]), found = shortCode ? shortCode : reader.peekLong(specs[c]);
-    if (found == 0) [[unlikely]]
+    auto code = reader.peek(specs[c]);
+    const bool isShort = code.length != 0;
+    if (!isShort) code = reader.peekLong(specs[c]);
+    if (code.length == 0) [[unlikely]]
       return stop<i>();
-    const bool lone = uint8_t(found) > 15;
-    const uint32_t entry = lone ? found & ~0xFFu : found;
-    const int32_t value = shortCode ? reader.take(entry) : reader.takeLong(entry);
+    const bool lone = code.symbol > 15;
+    if (lone) code.symbol = 0;
+    const int32_t value = isShort ? reader.take(code) : reader.takeLong(code);
     store(to, int16_t(lone ? INT16_MIN : value));
     return i == kGroup - 1 || reader.refill() || stop<i + 1>();
   }

@@ -109,12 +109,14 @@ struct RefineCall : DecoderCall {
       const int first = k;
       int count = -1;  // of the zeros, once they are listed: many a block ends at once
       for (int passed = 0; reader.refill();) {
-        const uint32_t shortCode = reader.peek(table), entry = shortCode ? shortCode : reader.peekLong(table);
-        const int run = entry >> 4 & 15, length = entry & 15;
-        if (entry == 0 || length > 1) break;
+        auto code = reader.peek(table);
+        const bool isShort = code.length != 0;
+        if (!isShort) code = reader.peekLong(table);
+        const int run = code.symbol >> 4, length = code.symbol & 15;
+        if (code.length == 0 || length > 1) break;
         if (length == 0 && run < 15) {
-          if (shortCode) reader.take(entry);
-          else reader.takeLong(entry);
+          if (isShort) reader.takeCode(code);
+          else reader.takeLong(code);
           eobRun = int32_t(1u << run | reader.bits(run));
           break;
         }
@@ -125,7 +127,7 @@ struct RefineCall : DecoderCall {
         const int place = std::min(passed + run, count), corrections = zeros[place] - first - place - done;
         if (corrections > AheadReader::kCorrections) [[unlikely]]
           break;
-        const int32_t value = shortCode ? reader.take(entry) : reader.takeLong(entry);
+        const int32_t value = isShort ? reader.take(code) : reader.takeLong(code);
         correct(corrections);
         k = zeros[place] + 1;
         more = k <= se;

@@ -32,10 +32,11 @@ constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
           }
         });
   ptrdiff_t x = 0;
-  for (; x < main; ++x) {
-    const auto p = source.pixel(x);
-    sink.pixel(x, {toYcc<Main>(p.rgb), uint8_t(p.k)});
-  }
+  if constexpr (!simd::kEnabled || kTogether < kFewPixels)  // else a row that comes here has no whole group
+    for (; x < main; ++x) {
+      const auto p = source.pixel(x);
+      sink.pixel(x, {toYcc<Main>(p.rgb), uint8_t(p.k)});
+    }
   for (; x < width; ++x) {
     const auto p = source.pixel(x);
     sink.pixel(x, {toYcc<Tail>(p.rgb), uint8_t(p.k)});

@@ -23,10 +23,11 @@ constexpr auto ownInverseRow = [](auto source, auto sink, ptrdiff_t width) {
           to.group(at, {toRgb<Main, Tail>(p.ycc, count), p.k});
         });
   ptrdiff_t x = 0;
-  for (; x < main; ++x) {
-    const auto p = source.pixel(x);
-    sink.pixel(x, {toRgb<Main>(p.ycc), p.k});
-  }
+  if constexpr (!simd::kEnabled)  // else a row that comes here has no whole group
+    for (; x < main; ++x) {
+      const auto p = source.pixel(x);
+      sink.pixel(x, {toRgb<Main>(p.ycc), p.k});
+    }
   for (; x < width; ++x) {
     const auto p = source.pixel(x);
     sink.pixel(x, {toRgb<Tail>(p.ycc), p.k});

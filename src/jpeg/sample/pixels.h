@@ -163,33 +163,43 @@ struct PackedSource : RowPlanes<const uint8_t, 1, 2> {
 // --- How a result is stored --------------------------------------------------------------------------------
 
 // An image larger than the caches would drive out everything else and not be there when it is read: interleaved pixels
-// go past them. Planes do not: several such streams side by side are no faster than plain stores.
+// go past them. Planes do not: several such streams side by side are no faster than plain stores. From kStreamedFrom bytes
+// on pixels do so with any cache: where the last one is larger, as that of a server, many cores share it, and of a picture
+// and its result of 100 MB together (4096x4096 RGB) nothing was found in one of 300 MB.
 struct Writer {
+  static constexpr int64_t kStreamedFrom = int64_t(40) << 20;
   bool streams;
 
-  static Writer forImage(QelSize size, int32_t pixelBytes) {
+  Writer(QelSize size, int32_t pixelBytes) {
     const int64_t pixels = int64_t(size.width) * size.height;
-    return {ownPastTheCaches(std::min(pixels, int64_t(1) << 40) * pixelBytes)};  // far from overflow
+    const int64_t bytes = std::min(pixels, int64_t(1) << 40) * pixelBytes;  // far from overflow
+    streams = bytes >= kStreamedFrom || ownPastTheCaches(bytes);
   }
   template <class V>
   QELJ_INLINE void operator()(void* p, V v) const {
     if (streams) simd::stream(p, v);
     else store(p, v);
   }
+  void keep() { streams = false; }
   // Behind every row, so that the thread that joins sees it.
   void endRow() const {
     if (streams) simd::streamFence();
   }
 };
+struct PlaneWriter {
+  PlaneWriter(QelSize, int32_t) {}
+  void keep() {}
+  void endRow() const {}
+};
 
-// Where results go.
+// Where results go. What says how takes no room for planes, so that a row's pointers are handed over as they were stored.
 template <int Planes, int PixelBytes = 1>
 struct Sink : RowPlanes<uint8_t, Planes, PixelBytes> {
-  static constexpr int kStreamedBytes = Planes == 1 && PixelBytes > 1 ? PixelBytes : 0;
-  Writer write;
+  using Write = std::conditional_t<Planes == 1 && (PixelBytes > 1), Writer, PlaneWriter>;
+  [[no_unique_address]] Write write;
 
   template <class Base>
-  Sink(Base base, int32_t step, int32_t y, Writer w) : Sink::RowPlanes(base, step, y), write(w) {}
+  Sink(Base base, int32_t step, int32_t y, Write w) : Sink::RowPlanes(base, step, y), write(w) {}
 };
 
 // --- Sinks of RGB ------------------------------------------------------------------------------------------
@@ -211,7 +221,7 @@ struct PixelSink : Sink<1, 3> {
 template <class Order>
 struct AlphaPixelSink : Sink<1, 4> {
   uint8_t alpha;
-  AlphaPixelSink(uint8_t* base, int32_t step, int32_t y, Writer w, uint8_t a) : Sink(base, step, y, w), alpha(a) {}
+  AlphaPixelSink(uint8_t* base, int32_t step, int32_t y, Write w, uint8_t a) : Sink(base, step, y, w), alpha(a) {}
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
     uint8_t* at = plane[0] + 4 * x;
@@ -344,15 +354,12 @@ QELJ_INLINE Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
   const auto v = Form::ycc(p);
   return {clampU8(v.y), clampU8(v.cb), clampU8(v.cr)};
 }
-template <class Form>
-QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(Rgb<Bytes> p) {
+// A form's operands in 16-bit lanes.
+QELJ_INLINE Halves<Rgb<Lanes>> operands(Rgb<Bytes> p) {
   const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
-  return {Form::ycc(Rgb<Lanes>{r.low, g.low, b.low}), Form::ycc(Rgb<Lanes>{r.high, g.high, b.high})};
+  return {{r.low, g.low, b.low}, {r.high, g.high, b.high}};
 }
-template <class Form>
-QELJ_INLINE Halves<Ycc<Lanes>> toYccHalves(Halves<Differences<Lanes>> p) {
-  return {Form::ycc(p.low), Form::ycc(p.high)};
-}
+QELJ_INLINE Halves<Differences<Lanes>> operands(const Halves<Differences<Lanes>>& p) { return p; }
 QELJ_INLINE Ycc<Bytes> pack(const Halves<Ycc<Lanes>>& v) {
   return {simd::packU8(v.low.y, v.high.y), simd::packU8(v.low.cb, v.high.cb), simd::packU8(v.low.cr, v.high.cr)};
 }
@@ -361,7 +368,8 @@ template <class Form, class Source>
 concept OfDifferences = requires(Source source) { Form::ycc(source.differences(0).low); };
 template <class Form>
 QELJ_INLINE Ycc<Bytes> toYcc(auto p) {
-  return pack(toYccHalves<Form>(p));
+  const auto o = operands(p);
+  return pack({Form::ycc(o.low), Form::ycc(o.high)});
 }
 
 // Luma with what chroma adds to it.
@@ -388,7 +396,8 @@ QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p) {
   return toRgb<Form>(p.y, Form::offset(CbCr<Lanes>{cb.low, cr.low}), Form::offset(CbCr<Lanes>{cb.high, cr.high}));
 }
 
-// Of the first `main` pixels of a group in one form, of the others in another.
+// Of the first `main` pixels of a group in one form, of the others in another. The others are fewer than eight, and lie
+// in the same half: behind whole groups of four or eight pixels, or at the end.
 QELJ_INLINE Bytes lanesFrom(int main) {
   alignas(64) static constexpr auto kMasks = [] {
     std::array<uint8_t, 2 * kGroup> masks{};
@@ -399,28 +408,34 @@ QELJ_INLINE Bytes lanesFrom(int main) {
 }
 template <class Main, class Tail>
 QELJ_INLINE Ycc<Bytes> toYcc(auto p, int main) {
-  auto v = toYccHalves<Main>(p);
+  const auto o = operands(p);
+  Halves<Ycc<Lanes>> v{Main::ycc(o.low), Main::ycc(o.high)};
   if constexpr (!std::is_same_v<Main, Tail>) {
     const auto others = widenMask(lanesFrom(main));
-    const auto tail = toYccHalves<Tail>(p);
-    const auto choose = [](Lanes which, const Ycc<Lanes>& a, const Ycc<Lanes>& b) QELJ_INLINE_LAMBDA {
-      return Ycc<Lanes>{select(which, a.y, b.y), select(which, a.cb, b.cb), select(which, a.cr, b.cr)};
+    const auto replace = [](Lanes which, const auto& from, Ycc<Lanes>& to) QELJ_INLINE_LAMBDA {
+      const auto tail = Tail::ycc(from);
+      to = {select(which, tail.y, to.y), select(which, tail.cb, to.cb), select(which, tail.cr, to.cr)};
     };
-    if (main < kGroup - 8) v.low = choose(others.low, tail.low, v.low);
-    v.high = choose(others.high, tail.high, v.high);
+    if (main & 8) replace(others.high, o.high, v.high);
+    else replace(others.low, o.low, v.low);
   }
   return pack(v);
 }
 template <class Main, class Tail>
 QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p, int main) {
-  const auto v = toRgb<Main>(p);
+  auto v = toRgb<Main>(p);
   if constexpr (std::is_same_v<Main, Tail>) return v;
-  const auto others = widenMask(lanesFrom(main));
-  const auto tail = toRgb<Tail>(p);
-  const auto choose = [&](Halves<Lanes> a, Halves<Lanes> b) QELJ_INLINE_LAMBDA {
-    return Halves<Lanes>{select(others.low, a.low, b.low), select(others.high, a.high, b.high)};
+  const auto others = widenMask(lanesFrom(main)), luma = widen(p.y);
+  const auto cb = widenCentred(p.cb), cr = widenCentred(p.cr);
+  const auto replace = [](Lanes which, Lanes y, CbCr<Lanes> c, Lanes& r, Lanes& g, Lanes& b) QELJ_INLINE_LAMBDA {
+    const Rgb<Lanes> add = Tail::offset(c);
+    r = select(which, shade<Tail>(y, add.r), r);
+    g = select(which, shade<Tail>(y, add.g), g);
+    b = select(which, shade<Tail>(y, add.b), b);
   };
-  return {choose(tail.r, v.r), choose(tail.g, v.g), choose(tail.b, v.b)};
+  if (main & 8) replace(others.high, luma.high, {cb.high, cr.high}, v.r.high, v.g.high, v.b.high);
+  else replace(others.low, luma.low, {cb.low, cr.low}, v.r.low, v.g.low, v.b.low);
+  return v;
 }
 
 // --- Loops -------------------------------------------------------------------------------------------------
@@ -444,7 +459,7 @@ struct ShortSink {
   To sink;
 
   explicit ShortSink(const To& row) : sink(row) {
-    sink.write.streams = false;
+    sink.write.keep();
     for (int i = 0; i < To::kPlanes; ++i) sink.plane[i] = bytes[i];
   }
   void copyTo(const To& row, ptrdiff_t width) const {
@@ -465,11 +480,14 @@ QELJ_INLINE void coverByGroups(const Source& source, const To& sink, ptrdiff_t w
   if (width >= kGroup) {
     ptrdiff_t x = 0;
     for (; x + kGroup <= main; x += kGroup) group(source, sink, x);
-    if (x < width) last(source, sink, width - kGroup, int(main - (width - kGroup)));
+    if (x == width) return;
+    if (main == width) group(source, sink, width - kGroup);
+    else last(source, sink, width - kGroup, int(main - (width - kGroup)));
   } else {
     const ShortSource<Source> from(source, width);
     ShortSink<To> to(sink);
-    last(from.source, to.sink, 0, int(main));
+    if (main == width) group(from.source, to.sink, 0);
+    else last(from.source, to.sink, 0, int(main));
     to.copyTo(sink, width);
   }
 }
@@ -482,7 +500,7 @@ QelStatus convertRows(const From* src, int32_t srcStep, Into* dst, int32_t dstSt
                       RowOperation rowOperation, SinkArgument... sinkArgument) {
   const auto usable = [](int32_t s) { return kRows == RowWalk::kSerialAnyStep ? qelStatusOk : step(s); };
   if (auto s = check(Source::valid(src), To::valid(dst), usable(srcStep), usable(dstStep), area(size)); s) return s;
-  const Writer write = Writer::forImage(size, To::kStreamedBytes);
+  const typename To::Write write(size, To::kPixelBytes);
   const auto oneRow = [=](int32_t y) {
     rowOperation(Source(src, srcStep, y), To(dst, dstStep, y, write, sinkArgument...), size.width);
     write.endRow();

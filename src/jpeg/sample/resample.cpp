@@ -26,11 +26,10 @@ void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdi
   constexpr int kShift = kRows == 2 ? 2 : 1;
   // An even number of means, so that the last vector too begins at an even place.
   ptrdiff_t k = simd::coverByWidest(0, count & ~ptrdiff_t(1), [&]<class V>(V, ptrdiff_t to) QELJ_INLINE_LAMBDA {
-    const auto one = all<With<int8_t, V>>(1);
     const auto term = simd::pairs<With<int16_t, V>>(round.even, round.odd);
     const auto means = [&](ptrdiff_t from) QELJ_INLINE_LAMBDA {
-      auto sum = simd::mulAddBytes(load<V>(first + from), one);
-      if constexpr (kRows == 2) sum += simd::mulAddBytes(load<V>(second + from), one);
+      auto sum = simd::addBytePairs(load<V>(first + from));
+      if constexpr (kRows == 2) sum += simd::addBytePairs(load<V>(second + from));
       return (sum + term) >> kShift;
     };
     store(dst + to, simd::orderPacked(simd::packU8(means(2 * to), means(2 * to + int(sizeof(V))))));
@@ -45,23 +44,21 @@ void ownDownRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, ptrdi
 // --- Up: three parts of the near sample, one of the far one ------------------------------------------------
 
 // The samples that are spread across: those of one row, or three parts of a near row and one of a far row. sum(k, far)
-// is three parts of sample k and one of sample `far`; the vector face gives sums for a vector of samples from k on, in the
-// lower and the upper halves of the blocks, from products of bytes by pairs.
+// is three parts of sample k and one of sample `far`; the vector face gives the results of a vector of samples from k
+// on, those of the lower and of the upper halves of the blocks.
 struct OneRow {
   const uint8_t* s;
   static constexpr int kShift = 2, kEven = 1, kOdd = 2;
 
   int sum(ptrdiff_t k, ptrdiff_t far) const { return 3 * s[k] + s[far]; }
+  // (3 a + b + 2) >> 2 is the mean of a and their mean rounded down, (3 a + b + 1) >> 2 the one with the roundings
+  // exchanged: bytes stay bytes.
   template <class V>
-  QELJ_INLINE auto sums(ptrdiff_t k, ptrdiff_t far) const {
-    return threeToOne<V>(s + k, s + far);
-  }
-
-  template <class V>
-  static QELJ_INLINE Halves<With<int16_t, V>> threeToOne(const uint8_t* near, const uint8_t* far) {
-    const auto weights = as<int8_t>(all<With<int16_t, V>>(0x0103));
-    const V n = load<V>(near), f = load<V>(far);
-    return {simd::mulAddBytes(simd::unpackLow(n, f), weights), simd::mulAddBytes(simd::unpackHigh(n, f), weights)};
+  QELJ_INLINE Halves<V> pairs(ptrdiff_t k) const {
+    const auto averageDown = [](V a, V b) QELJ_INLINE_LAMBDA { return ~average(~a, ~b); };
+    const V a = load<V>(s + k), before = load<V>(s + k - 1), after = load<V>(s + k + 1);
+    const V even = averageDown(a, average(a, before)), odd = average(a, averageDown(a, after));
+    return {simd::unpackLow(even, odd), simd::unpackHigh(even, odd)};
   }
 };
 struct TwoRows {
@@ -71,10 +68,35 @@ struct TwoRows {
   int down(ptrdiff_t k) const { return 3 * near[k] + far[k]; }
   int sum(ptrdiff_t k, ptrdiff_t other) const { return 3 * down(k) + down(other); }
   template <class V>
-  QELJ_INLINE Halves<With<int16_t, V>> sums(ptrdiff_t k, ptrdiff_t other) const {
-    const auto a = OneRow::threeToOne<V>(near + k, far + k), b = OneRow::threeToOne<V>(near + other, far + other);
-    const auto three = all<With<int16_t, V>>(3);
-    return {a.low * three + b.low, a.high * three + b.high};
+  QELJ_INLINE Halves<V> pairs(ptrdiff_t k) const {
+    using Lanes = With<int16_t, V>;
+    if constexpr (simd::kBytePairs) {
+      const auto beside = [this](ptrdiff_t i) QELJ_INLINE_LAMBDA {
+        const V n = load<V>(near + i), f = load<V>(far + i);
+        return Halves<V>{simd::unpackLow(n, f), simd::unpackHigh(n, f)};
+      };
+      const auto weigh = [](V pairs, int16_t weights)
+                             QELJ_INLINE_LAMBDA { return simd::mulAddBytes(pairs, as<int8_t>(all<Lanes>(weights))); };
+      // Multiplied by 2^11 and rounded, x gives (x + 8) >> 4; by -2^11 it gives -((x + 7) >> 4).
+      const auto results = [&](V at, V before, V after) QELJ_INLINE_LAMBDA {
+        const Lanes three = weigh(at, 0x0309);
+        const Lanes even = mulHiRound(three + weigh(before, 0x0103), all<Lanes>(1 << 11));
+        const Lanes minusOdd = mulHiRound(three + weigh(after, 0x0103), all<Lanes>(-(1 << 11)));
+        return as<V>(even - shlWrap(minusOdd, 8));
+      };
+      const auto at = beside(k), before = beside(k - 1), after = beside(k + 1);
+      return {results(at.low, before.low, after.low), results(at.high, before.high, after.high)};
+    } else {
+      const auto sums = [this](ptrdiff_t i)
+                            QELJ_INLINE_LAMBDA { return simd::weighBytes<3, 1>(load<V>(near + i), load<V>(far + i)); };
+      const auto results = [](Lanes at, Lanes before, Lanes after) QELJ_INLINE_LAMBDA {
+        const Lanes three = at * 3;
+        const Lanes even = (three + before + kEven) >> kShift, odd = shlWrap(three + after + kOdd, 8 - kShift);
+        return as<V>(even | (odd & int16_t(-256)));
+      };
+      const auto at = sums(k), before = sums(k - 1), after = sums(k + 1);
+      return {results(at.low, before.low, after.low), results(at.high, before.high, after.high)};
+    }
   }
 };
 
@@ -91,16 +113,9 @@ uint8_t ownOdd(const Source& s, ptrdiff_t k, ptrdiff_t far) {
 template <class Source>
 void ownUpSamples(const Source& s, uint8_t* dst, ptrdiff_t from, ptrdiff_t to) {
   ptrdiff_t k = simd::coverByWidest(from, to, [&]<class V>(V, ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    using Lanes = With<int16_t, V>;
-    const auto roundEven = all<Lanes>(Source::kEven), roundOdd = all<Lanes>(Source::kOdd);
-    const auto even = s.template sums<V>(at, at - 1), odd = s.template sums<V>(at, at + 1);
-    const auto merge = [&](Lanes e, Lanes o) QELJ_INLINE_LAMBDA {  // even results in low bytes, odd ones in high bytes
-      const Lanes low = (e + roundEven) >> Source::kShift, high = shlWrap(o + roundOdd, 8 - Source::kShift);
-      return low | (high & int16_t(-256));
-    };
-    const Lanes first = merge(even.low, odd.low), second = merge(even.high, odd.high);
-    store(dst + 2 * at, simd::lowBlocks(first, second));
-    store(dst + 2 * at + int(sizeof(V)), simd::highBlocks(first, second));
+    const auto pairs = s.template pairs<V>(at);
+    store(dst + 2 * at, simd::lowBlocks(pairs.low, pairs.high));
+    store(dst + 2 * at + int(sizeof(V)), simd::highBlocks(pairs.low, pairs.high));
   });
   for (; k < to; ++k) dst[2 * k] = ownEven(s, k, k - 1), dst[2 * k + 1] = ownOdd(s, k, k + 1);
 }
@@ -120,7 +135,11 @@ void ownUpRow(const Source& s, uint8_t* dst, ptrdiff_t srcWidth) {
   dst[0] = ownEven(s, 0, 0);
   if (last > 0) {
     dst[1] = ownOdd(s, 0, 1);
-    ownUpSamples(s, dst, 1, last);
+    // The first vector has samples of its own: from the second on, the stores of an aligned row are aligned.
+    constexpr ptrdiff_t kVector = simd::kWideBytes;
+    const ptrdiff_t aligned = last >= 2 * kVector ? kVector : 1;
+    if (aligned > 1) ownUpSamples(s, dst, 1, aligned + 1);
+    ownUpSamples(s, dst, aligned, last);
     dst[2 * last] = ownEven(s, last, last - 1);
   }
   dst[2 * last + 1] = ownOdd(s, last, last);

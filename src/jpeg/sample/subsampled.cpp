@@ -22,11 +22,10 @@ struct YccRows {
 template <int kRows, class Source>
 QELJ_INLINE void ownForwardGroup(const Source (&source)[2], const YccRows& dst, ptrdiff_t x, int count = kGroup) {
   constexpr int kLog2 = kRows == 2 ? 2 : 1;
-  const auto one = all<simd::Wide<int8_t>>(1);
   Rgb<Lanes> sum{};
   for (int row = 0; row < kRows; ++row) {
     const Rgb<Bytes> p = source[row].group(x).rgb;
-    sum.r += simd::mulAddBytes(p.r, one), sum.g += simd::mulAddBytes(p.g, one), sum.b += simd::mulAddBytes(p.b, one);
+    sum.r += simd::addBytePairs(p.r), sum.g += simd::addBytePairs(p.g), sum.b += simd::addBytePairs(p.b);
     const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
     const Bytes luma = simd::packU8(ForwardMain::luma(Rgb<Lanes>{r.low, g.low, b.low}),
                                     ForwardMain::luma(Rgb<Lanes>{r.high, g.high, b.high}));
@@ -142,7 +141,7 @@ template <int kRows, class To, class... Alpha>
 QelStatus inverse(const uint8_t* const* src, const int32_t* srcStep, uint8_t* dst, int32_t dstStep, QelSize size,
                   Alpha... alpha) {
   if (auto s = check(nonNull(dst), planes(src, 3), area(size, 2, kRows)); s) return s;
-  const Writer write = Writer::forImage(size, To::kStreamedBytes);
+  const Writer write(size, To::kPixelBytes);
   for (int32_t y = 0; y <= size.height - kRows; y += kRows) {
     const int32_t last = y + kRows - 1;
     const PlaneRow luma[2] = {{src[0], srcStep[0], y}, {src[0], srcStep[0], last}};
@@ -189,7 +188,7 @@ void ownPackedRow(const PackedRow& src, const PixelSink<RgbOrder>& sink, ptrdiff
 QelStatus qeliYCbCr422ToRGB_JPEG_8u_C2C3R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
                                           QelSize size) {
   if (auto s = check(nonNull(src, dst), area(size)); s) return s;
-  const Writer write = Writer::forImage(size, PixelSink<RgbOrder>::kStreamedBytes);
+  const Writer write(size, PixelSink<RgbOrder>::kPixelBytes);
   const auto oneRow = [=](int32_t y) {
     ownPackedRow({src, srcStep, y}, {dst, dstStep, y, write}, size.width);
     write.endRow();

@@ -245,56 +245,57 @@ struct Inverse97HighRow : Inverse97High {
 inline constexpr int32_t kAlpha14 = q14(kAlpha), kBeta14 = q14(kBeta), kGamma14 = q14(kGamma), kDelta14 = q14(kDelta);
 inline constexpr int32_t kK14 = q14(kK), kInvK14 = q14(kInvK);
 
-// The low 16 bits of each 32-bit lane.
+// (sum + 8192) >> 14 of the 32-bit sums that belong to a vector's even and to its odd lanes, of which the low 16 bits are
+// kept: the bits 14 to 29 move down to the even lanes, or up to the odd ones.
 template <class V, class W>
-inline V packLow16(W low, W high) {
-  return as<V>(simd::packU16(low & 0xFFFF, high & 0xFFFF));
+inline V rounded14(W even, W odd) {
+  return simd::evenAndOdd(as<V>(as<uint32_t>(even + 8192) >> 14), as<V>(shlWrap(odd + 8192, 2)));
 }
-// (c * a + c * b + 8192) >> 14, of which the low 16 bits are kept. With 14 bits even alpha, -1.59, fits the 16-bit
-// factors of a multiply-add of pairs, which is what vectors have.
-template <int32_t c, class V>
+// (c * a + c * b + 8192) >> 14, likewise. With 14 bits even alpha, -1.59, fits the 16-bit factors of a multiply-add of
+// pairs, which is what vectors have. Along a row b is a, one lane ahead: then the pairs of a's lanes are those of the
+// even sums as they are, and b's those of the odd ones.
+template <bool alongRow, int32_t c, class V>
 inline V productOfSum14(V a, V b) {
   if constexpr (OneSample<V>) {
     return V((c * (int32_t(a) + b) + 8192) >> 14);
   } else {
-    const auto lanes = [](V pairs) { return (simd::mulAddPairs(pairs, simd::pairs<V>(c, c)) + 8192) >> 14; };
-    return packLow16<V>(lanes(simd::unpackLow(a, b)), lanes(simd::unpackHigh(a, b)));
+    const auto sums = [](V pairs) { return simd::mulAddPairs(pairs, simd::pairs<V>(c, c)); };
+    if constexpr (alongRow) return rounded14<V>(sums(a), sums(b));
+    const auto lanes = [&](V pairs) { return (sums(pairs) + 8192) >> 14 & 0xFFFF; };
+    return as<V>(simd::packU16(lanes(simd::unpackLow(a, b)), lanes(simd::unpackHigh(a, b))));
   }
 }
 // (c * a + 8192) >> 14, likewise.
 template <int32_t c, class V>
 inline V product14(V a) {
-  if constexpr (OneSample<V>) {
-    return V((c * int32_t(a) + 8192) >> 14);
-  } else {
-    const V one = all<V>(1);
-    const auto lanes = [](V pairs) { return simd::mulAddPairs(pairs, simd::pairs<V>(c, 8192)) >> 14; };
-    return packLow16<V>(lanes(simd::unpackLow(a, one)), lanes(simd::unpackHigh(a, one)));
-  }
+  if constexpr (OneSample<V>) return V((c * int32_t(a) + 8192) >> 14);
+  else return rounded14<V>(simd::mulAddPairs(a, simd::pairs<V>(c, 0)), simd::mulAddPairs(a, simd::pairs<V>(0, c)));
 }
 
+template <bool alongRow>
 struct Forward97Cut : Unscaled<int16_t, 4> {
   static constexpr bool kHasFinish = true, kLongProducts = true;
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 1) return addWrap(x, productOfSum14<kAlpha14>(left, right));
-    if constexpr (t == 2) return addWrap(x, productOfSum14<kBeta14>(left, right));
-    if constexpr (t == 3) return addWrap(x, productOfSum14<kGamma14>(left, right));
-    if constexpr (t == 4) return product14<kInvK14>(addWrap(x, productOfSum14<kDelta14>(left, right)));
+    if constexpr (t == 1) return addWrap(x, productOfSum14<alongRow, kAlpha14>(left, right));
+    if constexpr (t == 2) return addWrap(x, productOfSum14<alongRow, kBeta14>(left, right));
+    if constexpr (t == 3) return addWrap(x, productOfSum14<alongRow, kGamma14>(left, right));
+    if constexpr (t == 4) return product14<kInvK14>(addWrap(x, productOfSum14<alongRow, kDelta14>(left, right)));
   }
   template <class V>
   static V finish(V x) {
     return product14<kK14>(x);
   }
 };
+template <bool alongRow>
 struct Inverse97Cut : Unscaled<int16_t, 4> {
   static constexpr bool kHasStart = true, kLongProducts = true;
   template <int t, class V>
   static V stage(V x, V left, V right) {
-    if constexpr (t == 1) return subWrap(product14<kK14>(x), productOfSum14<kDelta14>(left, right));
-    if constexpr (t == 2) return subWrap(x, productOfSum14<kGamma14>(left, right));
-    if constexpr (t == 3) return subWrap(x, productOfSum14<kBeta14>(left, right));
-    if constexpr (t == 4) return subWrap(x, productOfSum14<kAlpha14>(left, right));
+    if constexpr (t == 1) return subWrap(product14<kK14>(x), productOfSum14<alongRow, kDelta14>(left, right));
+    if constexpr (t == 2) return subWrap(x, productOfSum14<alongRow, kGamma14>(left, right));
+    if constexpr (t == 3) return subWrap(x, productOfSum14<alongRow, kBeta14>(left, right));
+    if constexpr (t == 4) return subWrap(x, productOfSum14<alongRow, kAlpha14>(left, right));
   }
   template <class V>
   static V start(V x) {

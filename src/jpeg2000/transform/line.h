@@ -123,10 +123,13 @@ class Stages {
 // Behind the ends of a line there is a border of its own, or the mirror image of what is inside.
 enum class Ends { kBorder, kMirror };
 
-// The sample that stands for sample i of a band, whose sample 0 has position `first` in a line of so many samples.
-template <Ends ends>
+// The sample that stands for sample i of a band, whose sample 0 has position `first` in a line of so many samples. atStart:
+// i is not past the far end, nor its image.
+template <Ends ends, bool atStart = false>
 QELJ_INLINE ptrdiff_t inside(ptrdiff_t i, int first, ptrdiff_t length) {
-  if constexpr (ends == Ends::kMirror) {
+  if constexpr (ends == Ends::kMirror && atStart) {
+    return i < 0 ? -i - first : i;
+  } else if constexpr (ends == Ends::kMirror) {
     const ptrdiff_t sum = length - 1 - first;  // of the numbers of two samples that mirror each other at the far end
     for (;;) {
       if (i < 0) i = -i - first;
@@ -143,8 +146,14 @@ struct AlternatingLine {
   T* x;
   ptrdiff_t length;
 
-  auto sampleOfA(ptrdiff_t i) const { return at(x, 2 * inside<ends>(i, lead, length) + lead); }
-  auto sampleOfB(ptrdiff_t i) const { return at(x, 2 * inside<ends>(i, 1 - lead, length) + (1 - lead)); }
+  template <bool atStart = false>
+  auto sampleOfA(ptrdiff_t i) const {
+    return at(x, 2 * inside<ends, atStart>(i, lead, length) + lead);
+  }
+  template <bool atStart = false>
+  auto sampleOfB(ptrdiff_t i) const {
+    return at(x, 2 * inside<ends, atStart>(i, 1 - lead, length) + (1 - lead));
+  }
   // The last i for which the group at A[i] lies inside.
   template <class V>
   ptrdiff_t lastInside() const {
@@ -185,8 +194,14 @@ struct SplitLine {
   T *a, *b;
   ptrdiff_t aCount, bCount;
 
-  auto sampleOfA(ptrdiff_t i) const { return at(a, inside<ends>(i, lead, aCount + bCount)); }
-  auto sampleOfB(ptrdiff_t i) const { return at(b, inside<ends>(i, 1 - lead, aCount + bCount)); }
+  template <bool atStart = false>
+  auto sampleOfA(ptrdiff_t i) const {
+    return at(a, inside<ends, atStart>(i, lead, aCount + bCount));
+  }
+  template <bool atStart = false>
+  auto sampleOfB(ptrdiff_t i) const {
+    return at(b, inside<ends, atStart>(i, 1 - lead, aCount + bCount));
+  }
   template <class V>
   ptrdiff_t lastInside() const {
     return ends == Ends::kBorder ? aCount + bCount : std::min(aCount, bCount + 1 - lead) - kGroup<V>;
@@ -236,11 +251,12 @@ QELJ_INLINE Stages<Filter, V, lead> prepared(const Source& src, ptrdiff_t w, ptr
       return stages;
     }
   }
+  constexpr bool kAtStart = n >= S;  // and the bands have a group or more
   Stages<Filter, T, lead> one(w);
-  one.take(next - S, {T(), src.sampleOfA(next - S)});
+  one.take(next - S, {T(), src.template sampleOfA<kAtStart>(next - S)});
   for (ptrdiff_t i = next - S + 1; i < next; ++i) {
     one.finish();
-    one.take(i, {src.sampleOfB(i - 1 + lead), src.sampleOfA(i)});
+    one.take(i, {src.template sampleOfB<kAtStart>(i - 1 + lead), src.template sampleOfA<kAtStart>(i)});
   }
   one.finish();
   if constexpr (OneSample<V>) return one;

@@ -1,8 +1,9 @@
 // One level of the two-dimensional wavelet over a whole tile, with the symmetric extension inside (ISO/IEC 15444-1,
 // F.3.2 and F.4.2).
 //
-// With four bands, the columns stream through a few rows of the work buffer, and each row passes between these and its
-// bands as soon as it is finished, or just before it is used: both passes go over the tile's memory once.
+// With four bands, both passes go over the tile's memory once. Forward, the columns stream through a few rows of the work
+// buffer, and each row goes to its bands as soon as it is finished. Inverse, each row comes from its bands to the image
+// just before the columns use it, and is lifted there.
 //
 // In place, both directions go over the tile twice. Down the columns the rows are lifted where they lie, low and high
 // rows alternating, many columns at once. Along the rows each row is lifted on its way between its place among the
@@ -30,6 +31,8 @@ using namespace jpeg2000::lifting;
 struct B53_16s {
   using Forward = Forward53<int16_t, WideSums>;
   using Inverse = Inverse53<int16_t, WideSums>;
+  using ForwardRow = Forward;
+  using InverseRow = Inverse;
   using RoundingGuard = AnyRounding;
   static constexpr bool kPairForm = true;  // lines of two samples have a form of their own
   static constexpr int kMargin = 4;        // samples beside the line in the work buffer
@@ -37,13 +40,17 @@ struct B53_16s {
 struct B53_32s {
   using Forward = Forward53<int32_t>;
   using Inverse = Inverse53<int32_t>;
+  using ForwardRow = Forward;
+  using InverseRow = Inverse;
   using RoundingGuard = AnyRounding;
   static constexpr bool kPairForm = true;
   static constexpr int kMargin = 4;
 };
 struct D97_16s {
-  using Forward = Forward97Cut;
-  using Inverse = Inverse97Cut;
+  using Forward = Forward97Cut<false>;
+  using Inverse = Inverse97Cut<false>;
+  using ForwardRow = Forward97Cut<true>;
+  using InverseRow = Inverse97Cut<true>;
   using RoundingGuard = AnyRounding;
   static constexpr bool kPairForm = false;
   static constexpr int kMargin = 8;
@@ -51,6 +58,8 @@ struct D97_16s {
 struct D97_32s {
   using Forward = Forward97ThroughFloat;
   using Inverse = Inverse97ThroughFloat;
+  using ForwardRow = Forward;
+  using InverseRow = Inverse;
   using RoundingGuard = RoundToNearest;
   static constexpr bool kPairForm = false;
   static constexpr int kMargin = 8;
@@ -89,8 +98,8 @@ void forwardLine(const T* src, T* low, T* high, const BandSplit& line) {
     put(low, 0, at(src, line.parity)), put(high, 0, at(src, 1 - line.parity));
     return liftPair53(true, low, high, 1);
   }
-  ownForwardLine<typename Wavelet::Forward, Ends::kMirror>(src, low, line.low, high, line.length - line.low,
-                                                           line.parity);
+  ownForwardLine<typename Wavelet::ForwardRow, Ends::kMirror>(src, low, line.low, high, line.length - line.low,
+                                                              line.parity);
 }
 template <class Wavelet, class T>
 void inverseLine(const T* low, const T* high, T* dst, const BandSplit& line) {
@@ -100,8 +109,8 @@ void inverseLine(const T* low, const T* high, T* dst, const BandSplit& line) {
     put(even, 0, at(low, 0)), put(odd, 0, at(high, 0));
     return liftPair53(false, even, odd, 1);
   }
-  ownInverseLine<typename Wavelet::Inverse, Ends::kMirror>(low, line.low, high, line.length - line.low, dst,
-                                                           line.parity);
+  ownInverseLine<typename Wavelet::InverseRow, Ends::kMirror>(low, line.low, high, line.length - line.low, dst,
+                                                              line.parity);
 }
 
 // --- down the columns --------------------------------------------------------------------------------------
@@ -245,8 +254,8 @@ struct Bands {
   }
 };
 
-// Rows on their way down the columns: so many, from the newest on, are in use at a time. They lie in the work image, of
-// which the others are not touched, so that what is between the two passes stays in the caches.
+// Rows on their forward way down the columns: so many, from the newest on, are in use at a time. They lie in the work
+// image, of which the others are not touched, so that what is between the two passes stays in the caches.
 template <class Wavelet>
 constexpr ptrdiff_t kRingRows = Wavelet::Forward::kStages == 2 ? 4 : 8;
 
@@ -260,10 +269,14 @@ void ownWithBands(Image* image, ptrdiff_t imageStep, const Bands<Plane>& bands, 
   T* const work = reinterpret_cast<T*>(buffer);
   T few[2];
   T* const line = width <= 2 ? few : row(work, workStep, height);
-  const auto ring = [&](ptrdiff_t m) { return row(work, workStep, m & (kRingRows<Wavelet> - 1)); };
   const auto imageRow = [&](ptrdiff_t m) { return row(image, imageStep, m); };
+  // Where row m is lifted down the columns.
+  const auto home = [&](ptrdiff_t m, int = 0) -> T* {
+    if constexpr (forward) return row(work, workStep, m & (kRingRows<Wavelet> - 1));
+    else return imageRow(m);
+  };
 
-  // Row m between the ring and its bands. Where the planes are cut elsewhere than the bands, the line that they make up
+  // Row m between its home and its bands. Where the planes are cut elsewhere than the bands, the line that they make up
   // is in between.
   const int32_t cut = bands.cut(), rest = width - cut;
   const bool asBands = cut == rowSplit.low;
@@ -271,48 +284,33 @@ void ownWithBands(Image* image, ptrdiff_t imageStep, const Bands<Plane>& bands, 
     const auto piece = bands.line(columnSplit.toBands(int32_t(m)));
     T* const lineHigh = offset(line, rowSplit.low);
     if constexpr (forward) {
-      if (asBands) return forwardLine<Wavelet>(ring(m), piece.left, piece.right, rowSplit);
-      forwardLine<Wavelet>(ring(m), line, lineHigh, rowSplit);
+      if (asBands) return forwardLine<Wavelet>(home(m), piece.left, piece.right, rowSplit);
+      forwardLine<Wavelet>(home(m), line, lineHigh, rowSplit);
       std::memcpy(piece.left, line, size_t(cut) * sizeof(T));
       if (rest) std::memcpy(piece.right, offset(line, cut), size_t(rest) * sizeof(T));
     } else {
-      if (asBands) return inverseLine<Wavelet>(piece.left, piece.right, ring(m), rowSplit);
+      if (asBands) return inverseLine<Wavelet>(piece.left, piece.right, imageRow(m), rowSplit);
       std::memcpy(line, piece.left, size_t(cut) * sizeof(T));
       if (rest) std::memcpy(offset(line, cut), piece.right, size_t(rest) * sizeof(T));
-      inverseLine<Wavelet>(line, lineHigh, ring(m), rowSplit);
+      inverseLine<Wavelet>(line, lineHigh, imageRow(m), rowSplit);
     }
   };
 
   const bool pair = Wavelet::kPairForm && height == 2;
   if (height > 1 && !pair) {
     const int lead = forward ? columnSplit.parity : 1 - columnSplit.parity;
-    if constexpr (forward) {
-      liftColumns<Filter>(height, width, lead, imageRow, [&](ptrdiff_t m, int) { return ring(m); }, nothing, moveRow);
-    } else {
-      // The last stage leaves its rows in the image.
-      constexpr int kFinal[2] = {Filter::kStages, Filter::kHasFinish ? Filter::kStages + 1 : Filter::kStages - 1};
-      const auto home = [&](ptrdiff_t m, int t) { return t >= kFinal[(m ^ lead) & 1] ? imageRow(m) : ring(m); };
-      // A step down the columns does little but store its two rows of the image; the passes along the rows before it do
-      // much, and store to the ring only.
-      const auto fetch = [&](ptrdiff_t m) {
-        if (const ptrdiff_t next = m + 1 - Filter::kStages; next >= 0)
-          simd::prefetchForWriting(imageRow(next), width * ptrdiff_t(sizeof(T)));
-        moveRow(m);
-      };
-      liftColumns<Filter>(height, width, lead, ring, home, fetch, nothing);
-    }
+    if constexpr (forward) liftColumns<Filter>(height, width, lead, imageRow, home, nothing, moveRow);
+    else liftColumns<Filter>(height, width, lead, home, home, moveRow, nothing);
     return;
   }
   for (int32_t m = 0; m < height; ++m) {
-    if constexpr (forward) std::memcpy(ring(m), imageRow(m), size_t(width) * sizeof(T));
+    if constexpr (forward) std::memcpy(home(m), imageRow(m), size_t(width) * sizeof(T));
     else moveRow(m);
   }
-  if (pair) liftPair53(forward, ring(columnSplit.parity), ring(1 - columnSplit.parity), width);
-  else liftOne(forward, columnSplit.parity, ring(0), ring(0), width);
-  for (int32_t m = 0; m < height; ++m) {
-    if constexpr (forward) moveRow(m);
-    else std::memcpy(imageRow(m), ring(m), size_t(width) * sizeof(T));
-  }
+  if (pair) liftPair53(forward, home(columnSplit.parity), home(1 - columnSplit.parity), width);
+  else liftOne(forward, columnSplit.parity, home(0), home(0), width);
+  if constexpr (forward)
+    for (int32_t m = 0; m < height; ++m) moveRow(m);
 }
 
 template <class Wavelet, bool forward, class Image, class Plane>
