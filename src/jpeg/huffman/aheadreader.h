@@ -62,7 +62,7 @@ class AheadReader {
   static constexpr int kBits = 56;
   // Makes room for a code of up to 8 bits with its value, and any code with its value behind that; or for any code with
   // kCorrections bits behind its value of one bit. Fails at the end.
-  bool refill() {
+  QELJ_INLINE bool refill() {
     while (uintptr_t(next_) >= end_) [[unlikely]] {
       const auto [next, end] = unstuff(*window_, next_);
       if (next == nullptr) return false;
@@ -85,12 +85,12 @@ class AheadReader {
     return {entry >> 16, uint8_t(entry)};
   }
   template <bool kSome = false>
-  int32_t take(Code code) {
+  QELJ_INLINE int32_t take(Code code) {
     takeCode(code);
     return takeValue<kSome>(code.symbol & 15);
   }
   // The same for a code without a value.
-  void takeCode(Code code) { drop(code.length, roomForCode() + int(code.length)); }
+  QELJ_INLINE void takeCode(Code code) { drop(code.length, roomForCode() + int(code.length)); }
 
   // The same for longer codes. A BitReader searches for these bit by bit where it has too few: it refills in front of
   // the ninth bit, or once it has used its last one.
@@ -99,17 +99,23 @@ class AheadReader {
     return {entry >> 16, uint8_t(entry)};
   }
   template <bool kSome = false>
-  int32_t takeLong(Code code) {
+  QELJ_INLINE int32_t takeLong(Code code) {
     const int length = int(code.length), room = roomForCode(), count = 32 - room;
     drop(code.length, length + (length <= count ? room : count < 9 ? room & 7 : room - 32));
     return takeValue<kSome>(code.symbol & 15);
   }
 
-  // The same for a code that a table of the caller's tells by the next 8 bits, which takes `all` bits with its value.
-  uint32_t next8() const { return uint32_t(bits_ >> 56); }
-  int32_t takeBoth(uint32_t code, uint32_t all) {
+  // The same for a code that a table of the caller's tells by the next bits, which takes `all` bits with its value; and
+  // where the table tells the value, too.
+  uint32_t next(int count) const { return uint32_t(bits_ >> (64 - count)); }
+  QELJ_INLINE int32_t takeBoth(uint32_t code, uint32_t all) {
     drop(code, roomForCode() + int(code));
     return takeValue(all - code);
+  }
+
+  QELJ_INLINE void skipBoth(uint32_t code, uint32_t all) {
+    // Behind the code there are 17 bits or more if it brought any, else 8 less its own.
+    drop(all, roomBehind(roomForCode() + int(code), int(all - code)));
   }
 
   // Up to 15 bits without a code.
@@ -176,13 +182,13 @@ class AheadReader {
   // In front of a code it has 8 bits.
   int roomForCode() const { return selectLess(room_, 25, room_, room_ & 7); }
 
-  void drop(uint32_t count, int room) {
+  QELJ_INLINE void drop(uint32_t count, int room) {
     room_ = room;
     left_ -= count;
     bits_ <<= count & 63;
   }
   template <bool kSome = false>
-  int32_t takeValue(uint32_t length) {
+  QELJ_INLINE int32_t takeValue(uint32_t length) {
     const uint64_t behind = bits_;
     drop(length, roomBehind(room_, int(length)));
     const auto value = uint32_t(kSome ? behind >> (-length & 63) : behind >> 1 >> (~length & 63));

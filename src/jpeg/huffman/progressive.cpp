@@ -108,8 +108,11 @@ struct RefineCall : DecoderCall {
       uint8_t zeros[64 + 8];
       const int first = k;
       int count = -1;  // of the zeros, once they are listed: many a block ends at once
-      for (int passed = 0; reader.refill();) {
+      // A short code is looked up in front of the refill, which then takes no time of its own.
+      bool filled = reader.refill();
+      for (int passed = 0; filled;) {
         auto code = reader.peek(table);
+        if (!reader.refill()) break;
         const bool isShort = code.length != 0;
         if (!isShort) code = reader.peekLong(table);
         const int run = code.symbol >> 4, length = code.symbol & 15;
@@ -138,6 +141,7 @@ struct RefineCall : DecoderCall {
         put(dst, kZigZag.natural[zeros[place]], shlWrap(int16_t(value), int(al)));
         passed = place + 1;
         if (!more) break;
+        filled = isShort || reader.refill();
       }
     }
     if (eobRun > 0) {

@@ -624,6 +624,16 @@ struct Channels {
     }
   }
   int32_t looked() const { return std::min(count, 4); }
+  // Small differences, with the table for all channels that many of them have (Annex K.3.1).
+  void code(Case& c) {
+    Lists lists{{0, 1, 5, 1, 1, 1, 1, 1, 1}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}};
+    const Codes codes(c, lists);
+    const int64_t most = (1 << c.in(0, 8)) - 1;
+    for (size_t i = 0; i < size_t(looked()); ++i) {
+      for (int32_t x = 0; x < width; ++x) planes[i][x] = int16_t(c.chance(1) ? c.in(-2047, 2047) : c.in(-most, most));
+      encoders[i] = codes.encoder, decoders[i] = codes.decoder;
+    }
+  }
 
   int32_t width, count;
   int16_t* planes[6] = {};
@@ -683,7 +693,9 @@ QELJ_COMPARE(qeliDecodeHuffmanOne_JPEG_1u16s_C1, [](auto* function, Case& c) {
   });
 });
 QELJ_COMPARE(qeliDecodeHuffmanRow_JPEG_1u16s_C1P4, [](auto* function, Case& c) {
-  const Channels rows(c, 300, Codes::toDecode);
+  const bool isLong = c.chance(10);
+  Channels rows(c, isLong ? 1200 : 300, Codes::toDecode);
+  if (isLong) rows.code(c);
   const Bytes bytes = codedRow(c, rows);
   decodeStream(c, bytes, 3, 1, [&](Input& in, size_t) {
     int16_t* dst[6] = {};
