@@ -142,22 +142,39 @@ class Load {
         }
         break;
       default:
-        if (shape_.bits == 8) rotate([=](int32_t x, int c) { return int32_t(from[3 * x + c]); }, to);
-        else rotate([=, this](int32_t x, int c) { return sample(from, size_t(x) * n + size_t(c)); }, to);
+        if (shape_.bits == 8)
+          rotate(
+              [=](int32_t first, int32_t count, int32_t(&colours)[3][kSome]) {
+                // Four bytes at a time, of which the last is the next pixel's.
+                uint32_t pixels[kSome];
+                const uint8_t* const some = from + 3 * first;
+                for (int32_t x = 0; x + 1 < count; ++x) std::memcpy(pixels + x, some + 3 * x, 4);
+                pixels[count - 1] = 0;
+                std::memcpy(pixels + count - 1, some + 3 * (count - 1), 3);
+                for (int32_t x = 0; x < count; ++x)
+                  for (int c = 0; c < 3; ++c) colours[c][x] = int32_t(pixels[x] >> 8 * c & 0xFF);
+              },
+              to);
+        else
+          rotate(
+              [=, this](int32_t first, int32_t count, int32_t(&colours)[3][kSome]) {
+                for (int32_t x = 0; x < count; ++x)
+                  for (int c = 0; c < 3; ++c) colours[c][x] = sample(from, size_t(first + x) * n + size_t(c));
+              },
+              to);
     }
   }
 
   // Some pixels at a time, in loops of one kind of work each, which compilers turn into vectors.
-  template <class Value>
-  void rotate(Value&& value, int32_t* const (&to)[kMaxPlanes]) const {
-    constexpr int32_t kSome = 256;
+  static constexpr int32_t kSome = 256;
+  template <class Split>  // split(first, count, colours): the colours of some pixels
+  void rotate(Split&& split, int32_t* const (&to)[kMaxPlanes]) const {
     const int shift = header_.main.fraction();
     const int32_t width = shape_.width, centre = centreOf(header_.depth) << shift;
     int32_t colours[3][kSome];
     for (int32_t first = 0; first < width; first += kSome) {
       const int32_t n = std::min(width - first, kSome);
-      for (int32_t x = 0; x < n; ++x)
-        for (int c = 0; c < 3; ++c) colours[c][x] = value(first + x, c);
+      split(first, n, colours);
       int32_t *const luma = to[0] + first, *const u = to[1] + first, *const v = to[2] + first;
       for (int32_t x = 0; x < n; ++x) {
         const int32_t red = colours[0][x] << shift, green = colours[1][x] << shift;
