@@ -561,7 +561,7 @@ class Packet {
     }
     constexpr size_t kMost = 1 << 20;
     const size_t size = std::max(bytes, pieces_.empty() ? 2 * kMargin : std::min(2 * pieces_.back().room, kMost));
-    pieces_.push_back({std::make_unique_for_overwrite<uint8_t[]>(size), size});
+    pieces_.push_back({unset(size), size});
     return pieces_.back().bytes.get();
   }
   // There are no more; a piece that is hardly used, as there may be many packets, gives its room back.
@@ -569,7 +569,7 @@ class Packet {
     Piece& last = pieces_.back();
     last.size = size_t(end - last.bytes.get());
     if (last.size > last.room / 2) return;
-    auto fitting = std::make_unique_for_overwrite<uint8_t[]>(last.size);
+    auto fitting = unset(last.size);
     std::copy_n(last.bytes.get(), last.size, fitting.get());
     last.bytes = std::move(fitting);
   }
@@ -583,6 +583,9 @@ class Packet {
   }
 
  private:
+  // std::make_unique_for_overwrite, which the C++ library of Clang 13 does not have.
+  static std::unique_ptr<uint8_t[]> unset(size_t size) { return std::unique_ptr<uint8_t[]>(new uint8_t[size]); }
+
   struct Piece {
     std::unique_ptr<uint8_t[]> bytes;
     size_t room, size = 0;

@@ -89,7 +89,9 @@ inline void ownDecodeFields(UnitReader& bits, T* srcDst, ptrdiff_t step, int n, 
     for (int r = 0; r < 4; ++r) old[r] = simd::loadAs<I32x4, T>(row(srcDst, step, r));
     uint32_t unsent = 0;
     if constexpr (kRefine) {
-      const auto sent = [&](int r) { return simd::packI16(as<int32_t>(old[r] == I32x4{}), as<int32_t>(old[r + 1] == I32x4{})); };
+      const auto sent = [&](int r) {
+        return simd::packI16(as<int32_t>(old[r] == I32x4{}), as<int32_t>(old[r + 1] == I32x4{}));
+      };
       unsent = ~simd::topBits(as<uint8_t>(simd::packI8(sent(0), sent(2))));
     }
     ownTakeFields(bits, n, unsent, fields);
