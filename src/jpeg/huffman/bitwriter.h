@@ -1,7 +1,9 @@
 // The bit writer of every Huffman encoder, and the counter that stands in its place when statistics are taken.
 //
-// Encoders are templates over a sink with two operations:
+// Encoders are templates over a sink with three operations:
 //   code(table, symbol, bits, length)   a Huffman symbol and the `length` bits behind it
+//   hold(table, symbol, bits, length)   the same where no more than kHeldBits of bits come until the next other operation
+//                                       has come, too: that one, or the end, stores them all
 //   plain(bits, length)                 bits without a symbol
 // BitWriter defines the bytes: it tests the room byte by byte. WideWriter gives the same bytes where there is
 // room for whatever a step can make, and WordWriter those of a step that fits a word; SymbolCounter counts symbols instead
@@ -34,6 +36,8 @@ struct Pending {
 
 // The longest code. A table that no Init has filled may claim more: a writer then stays in its memory all the same.
 inline constexpr int kMaxCode = 16;
+// A word less 7 bits in front of the first byte.
+inline constexpr int kHeldBits = 64 - 7;
 
 class BitWriter {
  public:
@@ -58,6 +62,8 @@ class BitWriter {
     if (auto s = plain(entry & 0xFFFF, std::min(int(entry >> 16), kMaxCode)); s) return s;
     return length ? plain(uint32_t(bits), length) : qelStatusOk;
   }
+
+  QelStatus hold(Table table, unsigned symbol, uint64_t bits, int length) { return code(table, symbol, bits, length); }
 
   // Where it fails, the bytes that fit are stored and the pending bits are those before the call.
   QelStatus plain(uint32_t bits, int length) {
@@ -153,25 +159,29 @@ class FastSink {
  public:
   using Table = const QelEncodeHuffmanSpec*;
 
-  QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
+  QELJ_INLINE QelStatus code(Table table, size_t symbol, uint64_t bits = 0, int length = 0) {
+    const QelStatus s = hold(table, symbol, bits, length);
+    writer()->keep();
+    return s;
+  }
+  QELJ_INLINE QelStatus hold(Table table, size_t symbol, uint64_t bits, int length) {
     if (symbol > 255) [[unlikely]]
       return kChecked ? qelStatusJpegHuffTable : qelStatusOk;
-    const uint32_t entry = table->codes[symbol];
-    if (kChecked && entry == 0) [[unlikely]]
+    const auto* entry = reinterpret_cast<const uint8_t*>(&table->codes[symbol]);
+    const int codeLength = at(entry, 2);  // its low byte, which one load gets
+    if (kChecked && codeLength == 0) [[unlikely]]
       return qelStatusJpegHuffTable;
-    // The low byte of the code's length, which one load gets.
-    put(uint64_t(entry & 0xFFFF) << length | bits,
-        at(reinterpret_cast<const uint8_t*>(&table->codes[symbol]), 2) + length);
+    writer()->add(uint64_t(load<uint16_t>(entry)) << (length & 63) | bits, codeLength + length);
     return qelStatusOk;
   }
   QelStatus plain(uint32_t bits, int length) {
-    put(bits, length);
+    writer()->add(bits, length);
+    writer()->keep();
     return qelStatusOk;
   }
 
  private:
-  // At most 32 bits, with nothing above them.
-  void put(uint64_t bits, int length) { static_cast<Writer*>(this)->put(bits, length); }
+  Writer* writer() { return static_cast<Writer*>(this); }
 };
 
 // Gathers a step's bits in memory, and stores the bytes at its end.
@@ -183,18 +193,24 @@ class WideWriter : public FastSink<kChecked, WideWriter<kChecked>> {
   WideWriter(StepBits<kMaxBits>& memory, uint32_t pending, int count)
       : bytes_(memory.bytes), word_(pending), end_(uint32_t(count) + 7) {}
 
-  void put(uint64_t bits, int length) {
+  // At most 32 bits, with nothing above them.
+  QELJ_INLINE void add(uint64_t bits, int length) {
     word_ = word_ << (length & 63) | bits;
     end_ += uint32_t(length);
-    store(bytes_ + (end_ >> 3), streamOrder(word_ << (~end_ & 7)));
   }
+  // Stores what has been added since the last time.
+  QELJ_INLINE void keep() const { store(bytes_ + (end_ >> 3), streamOrder(word_ << (~end_ & 7))); }
 
   // Whether there are no more bits than a step's.
   bool fits(int maxBits) const { return end_ <= uint32_t(maxBits) + 7 + 7; }
   // Stores the whole bytes; fewer than 8 bits stay pending.
-  uint8_t* finish(uint8_t* dst) const { return ownStuff(dst, bytes_ + 8, whole()); }
+  uint8_t* finish(uint8_t* dst) const {
+    keep();
+    return ownStuff(dst, bytes_ + 8, whole());
+  }
   // Stores the whole bytes and a last partial one, which the result names, and touches no other.
   uint8_t* finishExactly(uint8_t* dst) const {
+    keep();
     dst = ownStuffExactly(dst, bytes_ + 8, whole());
     if (count() > 0) *dst = uint8_t(pending() << (8 - count()));
     return dst;
@@ -234,10 +250,11 @@ class WordWriter : public FastSink<kChecked, WordWriter<kChecked>> {
   template <int kMaxBits>
   WordWriter(StepBits<kMaxBits>&, uint32_t pending, int count) : word_(pending), end_(uint32_t(count)) {}
 
-  void put(uint64_t bits, int length) {
+  void add(uint64_t bits, int length) {
     word_ = word_ << (length & 63) | bits;
     end_ += uint32_t(length);
   }
+  void keep() const {}
 
   bool fits(int maxBits) const { return end_ <= uint32_t(maxBits) + 7; }
   uint8_t* finish(uint8_t* dst) const {
@@ -278,6 +295,7 @@ class SymbolCounter {
     put(counters, symbol, addWrap(at(counters, symbol), 1));
     return qelStatusOk;
   }
+  QelStatus hold(Table counters, unsigned symbol, uint64_t, int) { return code(counters, symbol); }
   QelStatus plain(uint32_t, int) { return qelStatusOk; }
 };
 

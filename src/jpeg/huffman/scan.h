@@ -80,6 +80,7 @@ inline uint64_t ownNonZero(const int16_t* block) {
 // The AC coefficients of a block: which are not 0, and the category and bits of each, by zig-zag position.
 class AcValues {
  public:
+  static constexpr int kMaxCategory = 16;
   explicit AcValues(const int16_t* block) : block_(block), set_(ownNonZero(block) & ~uint64_t(1)) {}
   uint64_t set() const { return set_; }
   ValueCode operator[](int k) const { return ownValueCode(at(block_, kZigZag.natural[k])); }
@@ -91,6 +92,7 @@ class AcValues {
 
 // A block without any, of which most pictures have many.
 struct AcNone {
+  static constexpr int kMaxCategory = 0;
   static constexpr uint64_t set() { return 0; }
   ValueCode operator[](int) const { return {}; }
 };
@@ -122,6 +124,7 @@ struct AcVectors {
 // A block with some whose categories and bits fit a byte, which nearly all blocks' do: all 64 at once.
 class AcBytes {
  public:
+  static constexpr int kMaxCategory = 8;
   explicit AcBytes(const AcVectors& ac) {
     using namespace simd;
     PackedBytes categories, bits;
@@ -149,7 +152,7 @@ class AcBytes {
     return set_;
   }
   ValueCode operator[](int k) const {
-    if (categories_[k] > 8) __builtin_unreachable();
+    if (categories_[k] > kMaxCategory) __builtin_unreachable();
     return {categories_[k], bits_[k]};
   }
 

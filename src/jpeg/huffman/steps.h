@@ -19,25 +19,36 @@ inline int32_t ownDcDifference(int32_t dc, int16_t* lastDC) {
 inline constexpr int kNoLimit = 17;  // above every category of a 16-bit coefficient
 
 // The symbol of `run` zeros and a value, and the value's bits.
-template <int kMaxCategory = kNoLimit, class Sink>
+template <int kMaxCategory = kNoLimit, bool kHold = false, class Sink>
 inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, unsigned run, ValueCode value) {
   if (kMaxCategory < kNoLimit && value.category > kMaxCategory) return qelStatusJpegCoeffRange;
-  return sink.code(table, run * 16 + unsigned(value.category), value.bits, value.category);
+  const unsigned symbol = run * 16 + unsigned(value.category);
+  if constexpr (kHold) return sink.hold(table, symbol, value.bits, value.category);
+  else return sink.code(table, symbol, value.bits, value.category);
 }
 
 // A block of a sequential scan (F.1.2), with its AC coefficients as AcValues, AcBytes or AcNone.
 template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
 [[gnu::always_inline]] inline QelStatus ownCodeBlock(Sink& sink, const Ac& ac, int32_t dcDifference,
                                                      typename Sink::Table dcTable, typename Sink::Table acTable) {
-  if (auto s = ownCodeValue<kMaxDc>(sink, dcTable, 0, ownValueCode(dcDifference)); s) return s;
+  // Of two operations, the second stores both where they fit.
+  constexpr bool kHold = kMaxCode + 16 + kMaxCode + Ac::kMaxCategory <= kHeldBits;
+  if (auto s = ownCodeValue<kMaxDc, kHold>(sink, dcTable, 0, ownValueCode(dcDifference)); s) return s;
   int next = 1;
-  for (uint64_t set = ac.set(); set; set &= set - 1) {
+  uint64_t set = ac.set();
+  const auto one = [&](auto hold) QELJ_INLINE_LAMBDA {
     const int k = std::countr_zero(set);
+    set &= set - 1;
     auto run = unsigned(k - next);
     next = k + 1;
     for (; run > 15; run -= 16) [[unlikely]]
       if (auto s = sink.code(acTable, 0xF0); s) return s;
-    if (auto s = ownCodeValue<kMaxAc>(sink, acTable, run, ac[k]); s) return s;
+    return ownCodeValue<kMaxAc, hold>(sink, acTable, run, ac[k]);
+  };
+  while (set) {
+    if (auto s = one(std::false_type()); s) return s;
+    if (!set) break;
+    if (auto s = one(std::bool_constant<kHold>()); s) return s;
   }
   return next < 64 ? sink.code(acTable, 0) : qelStatusOk;
 }
