@@ -127,8 +127,7 @@ std::vector<Seed> seeds() {
   const auto exif =
       makeExif({{{kMake, kText, {'m', 'a', 'k', 'e', 'r', 0}}, {kXResolution, kFraction, {0, 0, 1, 44, 0, 0, 0, 1}}},
                 {{0x8827, kShort, {0, 200}}},
-                {{1, kText, {'N', 0}}},
-                ""});
+                {{1, kText, {'N', 0}}}});
   for (int format = 0; format < int(formats().size()); ++format)
     for (int colour = 0; colour < 5; ++colour)
       for (const int bits : {8, 16})

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <utility>
 
+#include "format.h"
+
 namespace qelconv {
 namespace {
 
 // Pointers to directories, and what is in them but belongs to one file only.
 enum Pointer : unsigned { kTaken = 34665, kPlace = 34853, kMakersNote = 37500, kInteroperability = 40965 };
-constexpr unsigned kStrips = 273, kTiles = 324;
+constexpr unsigned kStrips = 273, kTiles = 324, kCodestream = 0xBCC0;
 
 // TIFF 6.0, section 2, with a directory's place (13) and the three long types of BigTIFF.
 struct Type {
@@ -37,8 +39,10 @@ class Directories {
     if (order != 0x4D4D && order != 0x4949) throw Damaged("no directory of fields");
     bigEndian_ = order == 0x4D4D;
     const unsigned version = number16();
-    if (version != 42 && version != 43) throw Damaged("no directory of fields");
-    big_ = version == 43;
+    constexpr unsigned kTiff = 42, kBigTiff = 43, kJpegXr = 0x1BC, kOldJpegXr = 0xBC;
+    if (version != kTiff && version != kBigTiff && version != kJpegXr && version != kOldJpegXr)
+      throw Damaged("no directory of fields");
+    big_ = version == kBigTiff;
     if (big_) in_.skip(4);
     first_ = place();
   }
@@ -60,6 +64,7 @@ class Directories {
     if (second && !ofPicture_) lose("the thumbnail");
     return std::move(exif_);
   }
+  const std::string& lost() const { return lost_; }
 
  private:
   unsigned number16() { return bigEndian_ ? in_.u16be() : in_.u16le(); }
@@ -75,7 +80,7 @@ class Directories {
   }
 
   void lose(const std::string& what) {
-    if (exif_.lost.find(what) == std::string::npos) exif_.lost += (exif_.lost.empty() ? "" : ", ") + what;
+    if (lost_.find(what) == std::string::npos) lost_ += (lost_.empty() ? "" : ", ") + what;
   }
 
   // Gives the fields of a directory, and stays behind them.
@@ -91,7 +96,7 @@ class Directories {
       const Type type = typeOf(field.type);
       // Structural fields of large files are never looked at.
       const bool wanted = at != first_ || isKept(field.tag) || field.tag == kTaken || field.tag == kPlace;
-      ofPicture_ |= at == first_ && (field.tag == kStrips || field.tag == kTiles);
+      ofPicture_ |= at == first_ && (field.tag == kStrips || field.tag == kTiles || field.tag == kCodestream);
       if (!wanted) continue;
       // Fields may share their values, but together they have no more bytes than the file.
       if (type.bytes == 0 || count > left_ / type.bytes) {
@@ -128,6 +133,7 @@ class Directories {
   bool ofPicture_ =
       false;  // the first directory has one: these are no EXIF data alone, whose second one has a thumbnail
   Exif exif_;
+  std::string lost_;  // what is left out, in words
 };
 
 // What every picture may be said to have.
@@ -169,7 +175,22 @@ const Field* Exif::find(unsigned tag) const {
   return found == picture.end() ? nullptr : &*found;
 }
 
-Exif takeExif(Bytes file) { return Directories(file).take(); }
+Exif takeExif(Bytes file, Stages& stages) {
+  if (file.empty()) return {};
+  try {
+    Directories directories(file);
+    Exif exif = directories.take();
+    if (!directories.lost().empty()) stages.lose("of the EXIF data are dropped: " + directories.lost());
+    return exif;
+  } catch (const Damaged&) {
+    stages.lose("the EXIF data are damaged, and dropped");
+    return {};
+  }
+}
+
+Field longField(unsigned tag, uint32_t value) {
+  return {tag, kLong, {uint8_t(value >> 24), uint8_t(value >> 16), uint8_t(value >> 8), uint8_t(value)}};
+}
 
 uint64_t appendDirectory(std::vector<uint8_t>& file, const std::vector<Field>& fields, bool bigEndian, bool bigTiff) {
   if (fields.empty()) return 0;
@@ -205,18 +226,19 @@ uint64_t appendDirectory(std::vector<uint8_t>& file, const std::vector<Field>& f
   return place;
 }
 
+std::vector<Field> appendOthers(std::vector<uint8_t>& file, const Exif& exif, bool bigEndian) {
+  std::vector<Field> first = exif.picture;
+  for (const auto& [tag, fields] : {std::pair(kTaken, &exif.taken), std::pair(kPlace, &exif.place)})
+    if (const uint64_t at = appendDirectory(file, *fields, bigEndian)) first.push_back(longField(tag, uint32_t(at)));
+  return first;
+}
+
 std::vector<uint8_t> makeExif(const Exif& exif) {
   const bool nothing =
       exif.taken.empty() && exif.place.empty() && std::all_of(exif.picture.begin(), exif.picture.end(), saysNothing);
   if (nothing) return {};
   std::vector<uint8_t> block = {'M', 'M', 0, 42, 0, 0, 0, 0};
-  const auto long32 = [](uint64_t value) {
-    return std::vector<uint8_t>{uint8_t(value >> 24), uint8_t(value >> 16), uint8_t(value >> 8), uint8_t(value)};
-  };
-  std::vector<Field> first = exif.picture;
-  for (const auto& [tag, fields] : {std::pair(kTaken, &exif.taken), std::pair(kPlace, &exif.place)})
-    if (const uint64_t at = appendDirectory(block, *fields, true)) first.push_back({tag, kLong, long32(at)});
-  const auto place = long32(appendDirectory(block, first, true));
+  const auto place = longField(0, uint32_t(appendDirectory(block, appendOthers(block, exif, true), true))).bytes;
   std::copy(place.begin(), place.end(), block.begin() + 4);
   return block;
 }

@@ -7,6 +7,8 @@
 
 namespace qelconv {
 
+class Stages;
+
 struct Field {
   unsigned tag = 0, type = 0;
   std::vector<uint8_t> bytes;  // values, big-endian
@@ -32,23 +34,26 @@ enum FieldTag : unsigned {
   kHostComputer = 316,
   kCopyright = 33432
 };
-enum FieldType : unsigned { kText = 2, kShort = 3, kLong = 4, kFraction = 5 };
+enum FieldType : unsigned { kByte = 1, kText = 2, kShort = 3, kLong = 4, kFraction = 5, kUndefined = 7 };
+
+Field longField(unsigned tag, uint32_t value);
 
 struct Exif {
   std::vector<Field> picture, taken, place;  // directories: of the picture, of how it was taken and where
-  std::string lost;                          // what is left out, in words; may be empty
 
   const Field* find(unsigned tag) const;  // in the first one
 };
 
-// Throws Damaged where there are none. Thumbnails and makers' notes, which hold places of the file that they were in, are
-// left out.
-Exif takeExif(Bytes file);
+// Of a TIFF structure, a TIFF file or a JPEG XR file; none of no bytes. Thumbnails, makers' notes, which hold places of the
+// file that they were in, and what is damaged are left out, and the stages are told.
+Exif takeExif(Bytes file, Stages& stages);
 // The same as a TIFF structure of their own; empty where they tell nothing.
 std::vector<uint8_t> makeExif(const Exif& exif);
 // Puts a directory at the end of a file, and gives its place, which is even; 0 for one without fields.
 uint64_t appendDirectory(std::vector<uint8_t>& file, const std::vector<Field>& fields, bool bigEndian,
                          bool bigTiff = false);
+// Puts the other directories there, and gives the fields of the first one, with their places.
+std::vector<Field> appendOthers(std::vector<uint8_t>& file, const Exif& exif, bool bigEndian);
 
 }  // namespace qelconv
 

@@ -4,12 +4,16 @@
 #include <cmath>
 #include <ostream>
 
+#include "exif.h"
+#include "orientation.h"
+
 namespace qelconv {
 namespace {
 
 using namespace jxr;
 
 enum Tag : uint16_t {
+  kColourProfile = 0x8773,
   kPixelFormat = 0xBC01,
   kWidth = 0xBC80,
   kHeight = 0xBC81,
@@ -71,7 +75,8 @@ void need(bool supported, const char* what) {
 
 struct Container {
   Bytes picture, alpha;  // codestreams; alpha may be one of its own
-  bool cut = false;      // the file ends before they do
+  Bytes profile;
+  bool cut = false;  // the file ends before they do
 };
 
 Container readContainer(Bytes file) {
@@ -80,12 +85,14 @@ Container readContainer(Bytes file) {
   in.seek(in.u32le());
   const int entries = in.u16le();
   std::array<uint32_t, 4> places = {};  // offset and size, of the picture and of alpha
+  std::pair<uint32_t, uint32_t> profile;
   for (int i = 0; i < entries; ++i) {
     const int tag = in.u16le(), type = in.u16le();
-    in.u32le();
+    const uint32_t count = in.u32le();
     const size_t place = in.position();
     const uint32_t value = type == 1 ? in.u8() : type == 3 ? in.u16le() : in.u32le();
     if (tag >= kOffset && tag <= kAlphaByteCount) places[size_t(tag - kOffset)] = value;
+    if (tag == kColourProfile && count > 4) profile = {value, count};
     in.seek(place + 4);
   }
   if (!places[0]) throw Error("the file has no picture");
@@ -96,6 +103,8 @@ Container readContainer(Bytes file) {
     return at.take(bytes ? std::min<size_t>(bytes, at.left()) : at.left());
   };
   c.picture = take(places[0], places[1]);
+  if (profile.first < file.size() && profile.second <= file.size() - profile.first)
+    c.profile = file.subspan(profile.first, profile.second);
   c.cut = c.picture.size() < places[1] || places[2] > file.size();
   // Of alpha, some writers give the place of its end in place of its size.
   if (places[2] && places[2] <= file.size()) c.alpha = take(places[2], places[3]);
@@ -255,11 +264,16 @@ Codestream readCodestream(Bytes bytes, bool& cut) {
   return c;
 }
 
+Metadata metadataOf(Bytes file, const Container& container, Stages& stages) {
+  return {{container.profile.begin(), container.profile.end()}, makeExif(takeExif(file, stages))};
+}
+
 Image read(Bytes file, const Options& options, Stages& stages) {
   const Contents contents(file);
   const Limits limits(file, options);
   Container container = readContainer(file);
   Codestream c = readCodestream(container.picture, container.cut);
+  c.metadata = metadataOf(file, container, stages);
   if (container.cut) limits.expectWhole(Truncated().what());
   const bool premultiplied = c.header.premultiplied;
   Image image = readWhole(*decodeTiles(std::move(c), contents, limits), stages);
@@ -280,11 +294,12 @@ Image read(Bytes file, const Options& options, Stages& stages) {
 
 // Alpha of a codestream of its own, or that colours were multiplied by, takes the whole picture; so does one of which
 // a part is missing.
-std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages&) {
+std::unique_ptr<RowSource> readRows(const Contents& contents, const Options& options, Stages& stages) {
   const Limits limits(contents, options);
   Container container = readContainer(contents);
   Codestream c = readCodestream(container.picture, container.cut);
   if (container.cut || !container.alpha.empty() || c.header.premultiplied) return nullptr;
+  c.metadata = metadataOf(contents, container, stages);
   return decodeTiles(std::move(c), contents, limits);
 }
 
@@ -303,6 +318,10 @@ void describe(Bytes file, Facts& facts) {
       .add("tiles across", h.columns.size() - 1)
       .add("tiles down", h.rows.size() - 1)
       .add("bands", p.packets());
+  Stages stages;
+  const Metadata metadata = metadataOf(file, container, stages);
+  if (!metadata.profile.empty()) facts.add("colour profile bytes", metadata.profile.size());
+  if (!metadata.exif.empty()) facts.add("EXIF bytes", metadata.exif.size()).add("orientation", orientationOf(metadata));
   for (int plane = 0; plane < p.planes(); ++plane)
     facts.another("quantisers")
         .add("DC", int(p.quantizer[kDC][plane]))
@@ -395,9 +414,11 @@ constexpr PixelFormat kFormats[] = {
 struct Plan {
   Header header;
   PixelFormat format;
+  std::vector<uint8_t> profile;
+  Exif exif;
 };
 
-Plan planOf(const Shape& image, const Options& options) {
+Plan planOf(const Shape& image, const Options& options, Stages& stages) {
   Header header;
   header.width = image.width, header.height = image.height;
   header.output = image.colour == Colour::grey   ? Output::grey
@@ -426,7 +447,7 @@ Plan planOf(const Shape& image, const Options& options) {
     throw Error("two levels of overlap on halved chroma take a picture of more than 16 columns");
   const auto [across, down] = options.size("tiles", {image.width, image.height});
   header.columns = tilesOf(image.width, across), header.rows = tilesOf(image.height, down);
-  return {std::move(header), *format};
+  return {std::move(header), *format, image.metadata.profile, takeExif(image.metadata.exif, stages)};
 }
 
 // A codestream to be written.
@@ -461,35 +482,36 @@ class Sink : public RowSink {
   }
 
   void finish() override {
-    const Header& header = plan_.header;
-    const WholeStream picture(header, std::move(encoder_->packets));
-    const uint32_t entries = plan_.format.alpha ? 7 : 5;
-    const uint32_t formatAt = 8, directoryAt = 24, streamAt = directoryAt + 2 + 12 * entries + 4;
-    Writer out;
-    for (const uint8_t byte : {0x49, 0x49, 0xBC, 0x01}) out.u8(byte);
-    out.u32le(directoryAt);
-    out.put(kFormatFamily);
-    out.u8(plan_.format.name);
-    out.u16le(entries);
-    const auto entry = [&](Tag tag, unsigned type, uint32_t count, uint32_t value) {
-      out.u16le(tag), out.u16le(type), out.u32le(count), out.u32le(value);
-    };
-    entry(kPixelFormat, 1, 16, formatAt);
-    entry(kWidth, 4, 1, uint32_t(header.width));
-    entry(kHeight, 4, 1, uint32_t(header.height));
-    entry(kOffset, 4, 1, streamAt);
-    entry(kByteCount, 4, 1, picture.size());
-    if (plan_.format.alpha) {
-      entry(kAlphaOffset, 4, 1, streamAt + picture.size());
-      entry(kAlphaByteCount, 4, 1, alpha_.size());
-    }
-    out.u32le(0);
-    out_.put(out.bytes);
+    const WholeStream picture(plan_.header, std::move(encoder_->packets));
+    // Its size doesn't depend on what it says of the codestreams' places.
+    const auto size = uint32_t(container(0, picture.size()).size());
+    out_.put(container(size, picture.size()));
     picture.putInto(out_);
     if (plan_.format.alpha) alpha_.putInto(out_);
   }
 
  private:
+  // What stands in front of the codestreams.
+  std::vector<uint8_t> container(uint32_t streamAt, uint32_t streamBytes) const {
+    std::vector<uint8_t> bytes = {0x49, 0x49, 0xBC, 0x01, 0, 0, 0, 0};
+    std::vector<Field> fields = appendOthers(bytes, plan_.exif, false);
+    std::vector<uint8_t> name(std::begin(kFormatFamily), std::end(kFormatFamily));
+    name.push_back(plan_.format.name);
+    fields.push_back({kPixelFormat, kByte, std::move(name)});
+    if (!plan_.profile.empty()) fields.push_back({kColourProfile, kUndefined, plan_.profile});
+    fields.push_back(longField(kWidth, uint32_t(plan_.header.width)));
+    fields.push_back(longField(kHeight, uint32_t(plan_.header.height)));
+    fields.push_back(longField(kOffset, streamAt));
+    fields.push_back(longField(kByteCount, streamBytes));
+    if (plan_.format.alpha) {
+      fields.push_back(longField(kAlphaOffset, streamAt + streamBytes));
+      fields.push_back(longField(kAlphaByteCount, alpha_.size()));
+    }
+    const uint64_t place = appendDirectory(bytes, fields, false);
+    for (size_t i = 0; i < 4; ++i) bytes[4 + i] = uint8_t(place >> 8 * i);
+    return bytes;
+  }
+
   const Plan plan_;
   Destination& out_;
   std::unique_ptr<TileEncoder> encoder_;
@@ -518,7 +540,7 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   if (!original.half)
     image = &adapt(original, storage, stages, {Colour::rgb, Colour::grey, Colour::rgba, Colour::cmyk});
   if (!isPacked(*image) && image->bits != 8 && image->bits != 16) image = &(storage = wholeBytes(*image));
-  Plan plan = planOf(*image, options);
+  Plan plan = planOf(*image, options, stages);
   WholeStream alpha;
   if (plan.format.alpha) {
     if (image != &storage) image = &(storage = *image);
@@ -530,9 +552,9 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
   return std::move(out.bytes);
 }
 
-std::unique_ptr<RowSink> writeRows(const Shape& shape, const Options& options, Stages&, Destination& out) {
+std::unique_ptr<RowSink> writeRows(const Shape& shape, const Options& options, Stages& stages, Destination& out) {
   if (shape.hasAlpha() || (!isPacked(shape) && shape.bits != 8 && shape.bits != 16)) return nullptr;
-  return std::make_unique<Sink>(shape, planOf(shape, options), out);
+  return std::make_unique<Sink>(shape, planOf(shape, options, stages), out);
 }
 
 }  // namespace
@@ -550,7 +572,7 @@ const Format kJpegXr = {"JPEG XR",
                         read,
                         write,
                         describe,
-                        kNothing,
+                        kProfile | kExif,
                         readRows,
                         writeRows};
 

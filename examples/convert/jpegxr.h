@@ -542,6 +542,7 @@ inline constexpr size_t kMargin = 1 << 15;
 // in spatial mode, or one a band. One that is empty holds nothing, and one without data lies behind the place where a
 // file was cut.
 struct Codestream {
+  Metadata metadata;  // of the container
   Header header;
   Bytes body;
   std::vector<std::vector<Bytes>> packets;

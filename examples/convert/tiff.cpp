@@ -326,13 +326,7 @@ Metadata metadataOf(File& in, Stages& stages) {
   uint32_t length = 0;
   const uint8_t* profile = nullptr;
   if (TIFFGetField(in, TIFFTAG_ICCPROFILE, &length, &profile)) metadata.profile.assign(profile, profile + length);
-  try {
-    const Exif exif = takeExif(in.file());
-    if (!exif.lost.empty()) stages.lose("of the EXIF data are dropped: " + exif.lost);
-    metadata.exif = makeExif(exif);
-  } catch (const Damaged&) {
-    stages.lose("the EXIF data are damaged, and dropped");
-  }
+  metadata.exif = makeExif(takeExif(in.file(), stages));
   setOrientation(metadata, in.field<uint16_t>(TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT));
   return metadata;
 }
@@ -528,13 +522,7 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
       original.half ? original
                     : wholeBytes(adapt(original, stages,
                                        {Colour::rgb, Colour::rgba, Colour::grey, Colour::greyAlpha, Colour::cmyk}));
-  Described described;
-  try {
-    if (!image.metadata.exif.empty()) described.exif = takeExif(image.metadata.exif);
-    if (!described.exif.lost.empty()) stages.lose("of the EXIF data are dropped: " + described.exif.lost);
-  } catch (const Damaged&) {
-    stages.lose("the EXIF data are damaged, and dropped");
-  }
+  Described described{takeExif(image.metadata.exif, stages)};
   constexpr unsigned kCompressions[] = {COMPRESSION_PACKBITS, COMPRESSION_NONE, COMPRESSION_LZW,
                                         COMPRESSION_ADOBE_DEFLATE};
   const unsigned compression = kCompressions[options.choice("packing", {"packbits", "none", "lzw", "deflate"}, 0)];

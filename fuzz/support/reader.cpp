@@ -88,8 +88,7 @@ std::vector<Seed> seeds() {
     image.metadata.exif =
         qelconv::makeExif({{{qelconv::kModel, qelconv::kText, {'a', 'n', 'y', ' ', 'o', 'n', 'e', 0}}},
                            {{0x8827, qelconv::kShort, {0, 200}}},
-                           {},
-                           ""});
+                           {}});
     for (size_t i = 0; i < image.data.size() / size_t(image.sampleBytes()); ++i)
       image.setSample(i, uint32_t(i * 37 / 5 + i / 61 * 3) & ((1u << (file.half ? 14 : file.bits)) - 1));
     qelconv::Options options;

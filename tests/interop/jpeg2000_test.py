@@ -454,7 +454,7 @@ class Jpeg2000Test(InteropTest):
                     bits = float(str(options[options.index("--rate") + 1]).split(",")[-1])
                     self.assertLessEqual(os.path.getsize(path), bits * 600 * 400 / 8)
 
-    # A picture of one tile is written by rows: with the same samples, in the memory of its coefficients and little more.
+    # A picture of one tile is written by rows: the same samples, in the memory of its coefficients and little more.
     def test_by_rows(self):
         large = write_pnm(self.path("large.ppm"), np.tile(read_pnm(self.coffee).astype("u1"), (6, 5, 1)))
         coded, back = self.path("large.jp2"), self.path("back.ppm")
