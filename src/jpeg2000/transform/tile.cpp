@@ -270,9 +270,15 @@ void ownWithBands(Image* image, ptrdiff_t imageStep, const Bands<Plane>& bands, 
   T few[2];
   T* const line = width <= 2 ? few : row(work, workStep, height);
   const auto imageRow = [&](ptrdiff_t m) { return row(image, imageStep, m); };
-  // Where row m is lifted down the columns.
+  // Where row m is lifted down the columns. Rows of the ring begin at cache lines wherever the work image is high enough:
+  // vectors across lines cost twice.
+  constexpr ptrdiff_t kLine = 64, kRows = kRingRows<Wavelet>;
+  const ptrdiff_t lineStep = (workStep + kLine - 1) & -kLine;
+  const bool aligned = kLine + kRows * lineStep <= height * workStep;
+  const ptrdiff_t ringStep = aligned ? lineStep : workStep;
+  T* const ring = aligned ? reinterpret_cast<T*>(buffer + (-reinterpret_cast<uintptr_t>(buffer) & (kLine - 1))) : work;
   const auto home = [&](ptrdiff_t m, int = 0) -> T* {
-    if constexpr (forward) return row(work, workStep, m & (kRingRows<Wavelet> - 1));
+    if constexpr (forward) return row(ring, ringStep, m & (kRows - 1));
     else return imageRow(m);
   };
 
