@@ -10,4 +10,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 file(GLOB runtime /usr/lib/gcc/x86_64-w64-mingw32/*-posix)
-set(CMAKE_CROSSCOMPILING_EMULATOR env;WINEDEBUG=-all;WINEPATH=${runtime}\\;/usr/x86_64-w64-mingw32/lib;/usr/lib/wine/wine64)
+# Images in folders of their own find the core library in the build's.
+set(CMAKE_CROSSCOMPILING_EMULATOR env WINEDEBUG=-all
+  "WINEPATH=${runtime}\\;/usr/x86_64-w64-mingw32/lib\\;${CMAKE_BINARY_DIR}" /usr/lib/wine/wine64)
