@@ -220,7 +220,8 @@ struct PixelSink : Sink<1, 3> {
 
 template <class Order>
 struct AlphaPixelSink : Sink<1, 4> {
-  uint8_t alpha;
+  // In the base's padding, beside `write`, both would be one word for the compiler, which then loads it for each group.
+  alignas(void*) uint8_t alpha;
   AlphaPixelSink(uint8_t* base, int32_t step, int32_t y, Write w, uint8_t a) : Sink(base, step, y, w), alpha(a) {}
 
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
