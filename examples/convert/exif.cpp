@@ -130,8 +130,8 @@ class Directories {
   uint64_t left_;
   bool bigEndian_ = false, big_ = false;
   uint64_t first_ = 0;
-  bool ofPicture_ =
-      false;  // the first directory has one: these are no EXIF data alone, whose second one has a thumbnail
+  // The first directory has a picture: these are no EXIF data alone, whose second directory has a thumbnail.
+  bool ofPicture_ = false;
   Exif exif_;
   std::string lost_;  // what is left out, in words
 };

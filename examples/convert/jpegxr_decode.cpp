@@ -575,7 +575,7 @@ class Source : public RowSource {
         limits_(limits),
         ending_(codestream_.body) {
     shape_ = shapeOf(header_);
-    shape_.metadata = std::move(codestream_.metadata);
+    shape_.metadata = codestream_.metadata;
     // Chroma of 4:2:0 takes a row of the next row of macroblocks.
     lag_ = header_.lowLag() + std::max(header_.sampleLag(), int32_t(header_.main.coded == Coded::yuv420));
   }
