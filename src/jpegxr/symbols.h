@@ -259,7 +259,7 @@ inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chro
       bits.refill();
       const int indexContext = context;
       then = following.then;
-      level = int32_t(following.level);
+      level = following.level;
       context &= then;
       // A level behind the last neighbour of context 1 is one of context 0.
       const bool other = !level || (context != indexContext && magnitude(level) > 1);
