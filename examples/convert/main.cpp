@@ -378,7 +378,10 @@ int run(int argc, char** argv) {
   const std::vector<std::string> paths(argv + optind, argv + argc);
   if (help) return printHelp(paths), kSuccess;
   if (version) return printVersion(), kSuccess;
-  if (options.has("threads")) omp_set_num_threads(options.integer("threads", 1, 1, 1024));
+  if (options.has("threads")) {
+    const int threads = options.integer("threads", 1, 1, 1024);
+    omp_set_num_threads(threads), qelSetNumThreads(threads);
+  }
   const bool info = options.has("info") || options.has("json"), compares = options.has("compare");
   if (info && paths.empty()) throw WrongUsage("--info takes files");
   if (!info && (paths.size() < 2 || (compares && paths.size() > 2)))

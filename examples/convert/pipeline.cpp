@@ -8,6 +8,8 @@
 #include <exception>
 #include <mutex>
 
+#include "qelcore.h"
+
 namespace qelconv {
 namespace {
 
@@ -109,8 +111,11 @@ void Pipeline::run(Stages& stages, const std::vector<Step>& steps) {
     finished.notify_all();
   };
   const double start = omp_get_wtime();
+  // The library forks in no strip, also where there is one thread, and so no region that would keep it from that.
+  const int32_t before = qelSetNumThreads(1);
 #pragma omp parallel num_threads(threads_) if (threads_ > 1)
   work();
+  qelSetNumThreads(before);
   if (failure) std::rethrow_exception(failure);
   std::vector<const char*> names;
   for (const Step& step : steps) names.push_back(step.name);
