@@ -630,7 +630,10 @@ struct Channels {
     const Codes codes(c, lists);
     const int64_t most = (1 << c.in(0, 8)) - 1;
     for (size_t i = 0; i < size_t(looked()); ++i) {
-      for (int32_t x = 0; x < width; ++x) planes[i][x] = int16_t(c.chance(1) ? c.in(-2047, 2047) : c.in(-most, most));
+      for (int32_t x = 0; x < width; ++x) {
+        const auto difference = int16_t(c.chance(1) ? c.in(-2047, 2047) : c.in(-most, most));
+        std::memcpy(planes[i] + x, &difference, sizeof difference);  // the plane need not be aligned
+      }
       encoders[i] = codes.encoder, decoders[i] = codes.decoder;
     }
   }
