@@ -34,9 +34,9 @@ Header readHeader(Bytes file) {
   if (faces != 1 && faces != 6) throw Error("a texture has one face or six");
   if (levels > kMostLevels) throw Error("a texture of such sides has no " + std::to_string(levels) + " levels");
   header.levels = std::max(levels, 1u);  // 0 asks the reader to make more
-  const auto atLeastOne = [](uint32_t n) { return int64_t(std::max(n, 1u)); };
-  if (atLeastOne(layers) * atLeastOne(depth) > INT32_MAX / 6) throw Error("the texture has too many layers");
-  header.layers = atLeastOne(layers) * faces * atLeastOne(depth);
+  const uint64_t slices = uint64_t(std::max(layers, 1u)) * std::max(depth, 1u);
+  if (slices > INT32_MAX / 6) throw Error("the texture has too many layers");
+  header.layers = int64_t(slices) * faces;
   constexpr uint32_t kRgb = 131, kRgbSrgb = 132;
   if (format == kRgb || format == kRgbSrgb) header.fourth = FourthColour::black;
 
