@@ -1,6 +1,7 @@
 // PNG, through libpng: 8 and 16 bits, every colour type; palettes and small depths are spread to 8 bits.
 #include <png.h>
 
+#include <cstdlib>
 #include <ostream>
 
 #include "file_limits.h"
@@ -27,9 +28,17 @@ void pull(png_structp png, png_bytep to, size_t n) {
 void push(png_structp png, png_bytep from, size_t n) { static_cast<Destination*>(png_get_io_ptr(png))->put({from, n}); }
 void flush(png_structp) {}
 
+// libpng makes room for a chunk by its stated length before it looks for the bytes; rows and whole profiles need less.
+png_voidp makeRoom(png_structp, png_alloc_size_t bytes) {
+  constexpr png_alloc_size_t kMost = 8 << 20;
+  return bytes <= kMost ? std::malloc(bytes) : nullptr;
+}
+void releaseRoom(png_structp, png_voidp room) { std::free(room); }
+
 // libpng's records, released on every way out.
 struct ReadRecord {
-  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, fail, ignore);
+  png_structp png =
+      png_create_read_struct_2(PNG_LIBPNG_VER_STRING, nullptr, fail, ignore, nullptr, makeRoom, releaseRoom);
   png_infop info = png_create_info_struct(png);
   ~ReadRecord() { png_destroy_read_struct(&png, &info, nullptr); }
 };
