@@ -1346,8 +1346,10 @@ QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* sta
  * Direct encoding. *dstBitPos is an offset in bits: the top *dstBitPos & 7 bits of its byte are pending, and
  * so are the bits of the last byte that the call stores. The caller ends a segment by filling the last byte
  * with ones. Stored bits are those of the normal form; a symbol without a code adds no bits, and nothing
- * reports it. Nothing behind the last byte is touched.
+ * reports it. Nothing behind the last byte is touched. *dstBitPos is not checked: give 0 or more,
+ * with the 513 bytes in front of bit 2^31.
  *   qelStatusNullPointer        a pointer is null
+ *   qelStatusJpegHuffTable      a record that no Init made holds codes of more than 16 bits; dst stays as it is
  * @endcode
  * @{
  */
