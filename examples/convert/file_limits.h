@@ -52,7 +52,9 @@ class FirstWrong {
   explicit FirstWrong(const Limits& limits) : limits_(limits) {}
   // Throws unless --partial asks for the other parts.
   void note(size_t part, const std::string& why);
-  // Behind all parts: hands the picture out as it is.
+  // Behind all parts: nothing where none is wrong.
+  const std::string& why() const { return why_; }
+  // The same, and hands the picture out as it is.
   void settle(Image& image) const;
 
  private:

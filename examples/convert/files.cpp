@@ -151,12 +151,22 @@ void FileOutput::fail(const char* what) const { throw Error(what + reason()); }
 void FileOutput::put(Bytes bytes) {
   constexpr size_t kAtOnce = 1 << 16;
   size_ += bytes.size();
-  if (waiting_.size() + bytes.size() < kAtOnce) {
+  if (waits_ || waiting_.size() + bytes.size() < kAtOnce) {
     waiting_.insert(waiting_.end(), bytes.begin(), bytes.end());
     return;
   }
   flush();
   if (!writeAll(fd_, bytes)) fail("can't be written: ");
+}
+
+void FileOutput::patch(size_t at, Bytes bytes) {
+  if (!waits_) flush();
+  const size_t written = size_ - waiting_.size();
+  if (at >= written) {
+    std::copy(bytes.begin(), bytes.end(), waiting_.begin() + ptrdiff_t(at - written));
+  } else if (::lseek(fd_, off_t(at), SEEK_SET) < 0 || !writeAll(fd_, bytes) || ::lseek(fd_, 0, SEEK_END) < 0) {
+    fail("can't be written: ");
+  }
 }
 
 void FileOutput::flush() {

@@ -2,6 +2,7 @@
 #ifndef QELCONV_FILES_H
 #define QELCONV_FILES_H
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -36,11 +37,17 @@ class Destination {
  public:
   virtual ~Destination() = default;
   virtual void put(Bytes bytes) = 0;
+  // Puts bytes in the place of others that were put. Who may do so says it before anything is put: where bytes can't be
+  // taken back, as in pipes, all of them wait for the end.
+  virtual void expectPatches() = 0;
+  virtual void patch(size_t at, Bytes bytes) = 0;
 };
 
 class MemoryOutput : public Destination {
  public:
   void put(Bytes more) override { bytes.insert(bytes.end(), more.begin(), more.end()); }
+  void expectPatches() override {}
+  void patch(size_t at, Bytes other) override { std::copy(other.begin(), other.end(), bytes.begin() + ptrdiff_t(at)); }
   std::vector<uint8_t> bytes;
 };
 
@@ -53,6 +60,8 @@ class FileOutput : public Destination {
   ~FileOutput() override;
   FileOutput(const FileOutput&) = delete;
   void put(Bytes bytes) override;
+  void expectPatches() override { waits_ = temporary_.empty(); }
+  void patch(size_t at, Bytes bytes) override;
   void finish();
   size_t size() const { return size_; }
 
@@ -63,6 +72,7 @@ class FileOutput : public Destination {
   int fd_ = -1;
   unsigned mode_ = 0;
   std::vector<uint8_t> waiting_;
+  bool waits_ = false;  // for finish()
   size_t size_ = 0;
 };
 

@@ -78,12 +78,23 @@ void FileOutput::fail(const char* what) const { throw Error(what + reason()); }
 
 void FileOutput::put(Bytes bytes) {
   size_ += bytes.size();
-  if (!writeAll(fd_, bytes)) fail("can't be written: ");
+  if (waits_) waiting_.insert(waiting_.end(), bytes.begin(), bytes.end());
+  else if (!writeAll(fd_, bytes)) fail("can't be written: ");
 }
 
-void FileOutput::flush() {}
+void FileOutput::patch(size_t at, Bytes bytes) {
+  if (waits_) std::copy(bytes.begin(), bytes.end(), waiting_.begin() + ptrdiff_t(at));
+  else if (::_lseeki64(fd_, int64_t(at), SEEK_SET) < 0 || !writeAll(fd_, bytes) || ::_lseeki64(fd_, 0, SEEK_END) < 0)
+    fail("can't be written: ");
+}
+
+void FileOutput::flush() {
+  if (!writeAll(fd_, waiting_)) fail("can't be written: ");
+  waiting_.clear();
+}
 
 void FileOutput::finish() {
+  flush();
   if (fd_ > STDERR_FILENO && ::close(std::exchange(fd_, -1)) != 0) fail("can't be written: ");
   if (temporary_.empty()) return;
   if (!MoveFileExA(temporary_.c_str(), target_.c_str(), MOVEFILE_REPLACE_EXISTING))

@@ -169,15 +169,19 @@ Image splitAlpha(Image& image) {
   return alpha;
 }
 
-void divideByAlpha(Image& image) {
-  if (image.half) throw Error("half-float samples that were multiplied by alpha can't be read");
-  const auto channels = size_t(image.channels());
-  const uint64_t top = (1u << image.bits) - 1;
-  for (size_t i = 0; i < image.data.size() / size_t(image.sampleBytes()); i += channels) {
-    const uint64_t alpha = image.sample(i + channels - 1);
+void divideByAlpha(const Shape& shape, uint8_t* row) {
+  if (shape.half) throw Error("half-float samples that were multiplied by alpha can't be read");
+  const auto channels = size_t(shape.channels());
+  const uint64_t top = (1u << shape.bits) - 1;
+  for (size_t i = 0; i < size_t(shape.width) * channels; i += channels) {
+    const uint64_t alpha = shape.sampleIn(row, i + channels - 1);
     for (size_t c = i; alpha && c < i + channels - 1; ++c)
-      image.setSample(c, uint32_t(std::min((image.sample(c) * top + alpha / 2) / alpha, top)));
+      shape.setSampleIn(row, c, uint32_t(std::min((shape.sampleIn(row, c) * top + alpha / 2) / alpha, top)));
   }
+}
+
+void divideByAlpha(Image& image) {
+  for (int32_t y = 0; y < image.height; ++y) divideByAlpha(image, image.row(y));
 }
 
 Image withBits(Image image, int bits) { return image.bits == bits ? std::move(image) : rescaled(image, bits); }

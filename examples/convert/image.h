@@ -59,6 +59,22 @@ struct Shape {
   int pixelBytes() const { return channels() * sampleBytes(); }
   int32_t step() const { return width * pixelBytes(); }
   double megapixels() const { return double(width) * height / 1e6; }
+
+  // Sample i of a row or of all rows, whatever its width. For code off the hot roads.
+  uint32_t sampleIn(const uint8_t* samples, size_t i) const {
+    if (sampleBytes() == 1) return samples[i];
+    uint16_t v;
+    std::memcpy(&v, samples + 2 * i, 2);
+    return v;
+  }
+  void setSampleIn(uint8_t* samples, size_t i, uint32_t value) const {
+    if (sampleBytes() == 1) {
+      samples[i] = uint8_t(value);
+    } else {
+      const auto v = uint16_t(value);
+      std::memcpy(samples + 2 * i, &v, 2);
+    }
+  }
 };
 
 struct Image : Shape {
@@ -73,21 +89,9 @@ struct Image : Shape {
   uint8_t* row(int32_t y) { return data.data() + size_t(y) * size_t(step()); }
   const uint8_t* row(int32_t y) const { return data.data() + size_t(y) * size_t(step()); }
 
-  // Sample i of the picture, whatever its width. For code off the hot roads.
-  uint32_t sample(size_t i) const {
-    if (sampleBytes() == 1) return data[i];
-    uint16_t v;
-    std::memcpy(&v, &data[2 * i], 2);
-    return v;
-  }
-  void setSample(size_t i, uint32_t value) {
-    if (sampleBytes() == 1) {
-      data[i] = uint8_t(value);
-    } else {
-      const auto v = uint16_t(value);
-      std::memcpy(&data[2 * i], &v, 2);
-    }
-  }
+  // Sample i of the picture.
+  uint32_t sample(size_t i) const { return sampleIn(data.data(), i); }
+  void setSample(size_t i, uint32_t value) { setSampleIn(data.data(), i, value); }
 };
 
 // Throws where a picture of this size can't be held: sides of 1 to 65,535 and at most 2^30 samples.
@@ -108,7 +112,8 @@ const Image& adapt(const Image& image, Image& storage, Stages& stages, std::init
 // A grey picture as the alpha of another one of its size, and back.
 void joinAlpha(Image& image, const Image& alpha, Stages& stages);
 Image splitAlpha(Image& image);
-// From colours that were multiplied by alpha.
+// From colours that were multiplied by alpha: those of a row, and of all.
+void divideByAlpha(const Shape& shape, uint8_t* row);
 void divideByAlpha(Image& image);
 
 // The picture with samples spread to the full range of so many bits, or of 8 or 16, for formats that know no other

@@ -220,7 +220,7 @@ class Sink : public RowSink {
     if (byStrips_) startScan();
     // A strip's rows of MCUs, which may begin with what the strip before has left.
     const auto begin = [=, this](int32_t strip) {
-      const int32_t there = strip ? strips.behind(strip - 1) : 0;
+      const int32_t there = strips.first(strip);
       return there == shape_.height ? frame_.mcusHigh : there / rowsOfMcu();
     };
     int32_t most = 1;

@@ -348,7 +348,7 @@ class Source : public RowSource {
     decoder_.emplace(stream_, limits_, targets_, &stages_, &file_);
     tile_ = decoder_->transformed(0);
     return {{"transforms", false, [this, &p](int32_t strip) {
-               const int32_t first = strip ? strips().behind(strip - 1) : 0, end = strips().behind(strip);
+               const int32_t first = strips().first(strip), end = strips().behind(strip);
                decoder_->byTransform(p, tile_, [&](size_t begin, size_t count) {
                  storeRows(p, tile_, begin, count, targets_, first, end);
                });

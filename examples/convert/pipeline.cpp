@@ -48,7 +48,8 @@ void Pipeline::run(Stages& stages, const std::vector<Step>& steps) {
   const size_t last = steps.size() - 1;
   std::mutex mutex;
   std::condition_variable changed, finished;
-  std::exception_ptr failure;
+  std::exception_ptr failure;  // in the first strip that has one, whichever came first, for a fault to have one message
+  int32_t failed = 0;
   std::vector<int32_t> begun(steps.size()), ended(steps.size());  // strips, by stage
   std::vector<size_t> through(static_cast<size_t>(slots_));       // stages behind the strip in each slot
   int32_t out = 0;                                                // strips up to this one are through with all stages
@@ -104,7 +105,7 @@ void Pipeline::run(Stages& stages, const std::vector<Step>& steps) {
       ++ended[stage];
       through[size_t(strip % slots_)] = stage + 1;
       while (out < begun[0] && through[size_t(out % slots_)] == steps.size()) ++out;
-      if (thrown && !failure) failure = thrown;
+      if (thrown && (!failure || strip < failed)) failure = thrown, failed = strip;
       crowded |= share.isSmall();
       changed.notify_all();
     }

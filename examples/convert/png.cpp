@@ -105,9 +105,7 @@ class Source : public RowSource {
   }
   bool isInterlaced() const { return passes_ > 1; }
 
-  StripRows strips() const override {
-    return {(shape_.height + kRowsOfStrip - 1) / kRowsOfStrip, kRowsOfStrip, 0, shape_.height};
-  }
+  StripRows strips() const override { return StripRows::of(shape_.height, kRowsOfStrip); }
   std::vector<Step> steps(Rows& rows, int32_t) override {
     return {{"read PNG", true, [this, &rows](int32_t strip) {
                const int32_t first = strip * kRowsOfStrip, end = strips().behind(strip);
@@ -190,8 +188,7 @@ class Sink : public RowSink {
   }
   std::vector<Step> steps(const Rows& rows, const StripRows& strips, int32_t) override {
     return {{"write PNG", true, [this, &rows, strips](int32_t strip) {
-               for (int32_t y = strip ? strips.behind(strip - 1) : 0; y < strips.behind(strip); ++y)
-                 png_write_row(w_.png, rows.row(y));
+               for (int32_t y = strips.first(strip); y < strips.behind(strip); ++y) png_write_row(w_.png, rows.row(y));
              }}};
   }
   void finish() override { png_write_end(w_.png, nullptr); }

@@ -155,30 +155,20 @@ Image read(Bytes file, const Options& options, Stages& stages) {
   });
 }
 
-// Rows that are worth a step: whole MCUs of what may take them.
-constexpr int32_t kMultiple = 16;
-int32_t rowsOfStrip(const Shape& shape) {
-  return std::max(65536 / std::max(shape.step(), 1) / kMultiple * kMultiple, kMultiple);
-}
-
 // Bytes as they stand in the file.
 class Source : public RowSource {
  public:
   Source(const Contents& contents, const Header& header, Bytes samples) : contents_(contents), samples_(samples) {
     shape_ = {int32_t(header.width), int32_t(header.height), header.colour, header.bits};
   }
-  StripRows strips() const override {
-    const int32_t rows = rowsOfStrip(shape_);
-    return {(shape_.height + rows - 1) / rows, rows, 0, shape_.height};
-  }
+  StripRows strips() const override { return StripRows::of(shape_); }
   std::vector<Step> steps(Rows& rows, int32_t) override {
     return {{"read PNM", true, [this, &rows](int32_t strip) {
                const auto step = size_t(rows.step());
-               rows.byPieces(strip ? strips().behind(strip - 1) : 0, strips().behind(strip),
-                             [&](int32_t first, int32_t count) {
-                               std::memcpy(rows.row(first), &samples_[size_t(first) * step], size_t(count) * step);
-                               contents_.forget(size_t(&samples_[size_t(first) * step] - contents_.bytes().data()));
-                             });
+               rows.byPieces(strips().first(strip), strips().behind(strip), [&](int32_t first, int32_t count) {
+                 std::memcpy(rows.row(first), &samples_[size_t(first) * step], size_t(count) * step);
+                 contents_.forget(size_t(&samples_[size_t(first) * step] - contents_.bytes().data()));
+               });
              }}};
   }
 
@@ -223,7 +213,7 @@ class Sink : public RowSink {
   }
   std::vector<Step> steps(const Rows& rows, const StripRows& strips, int32_t) override {
     return {{"write PNM", true, [this, &rows, strips](int32_t strip) {
-               rows.byPieces(strip ? strips.behind(strip - 1) : 0, strips.behind(strip),
+               rows.byPieces(strips.first(strip), strips.behind(strip),
                              [&](int32_t first, int32_t count) { putRows(rows.row(first), size_t(count)); });
              }}};
   }
@@ -255,7 +245,7 @@ std::vector<uint8_t> write(const Image& original, const Options&, Stages& stages
   MemoryOutput out;
   out.bytes.reserve(image.data.size() + 100);
   Sink sink(image, out);
-  writeWhole(image, rowsOfStrip(image), sink, stages);
+  writeWhole(image, StripRows::rowsOfStrip(image), sink, stages);
   return std::move(out.bytes);
 }
 

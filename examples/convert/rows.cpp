@@ -20,9 +20,9 @@ Image readWhole(RowSource& source, Stages& stages) {
 void writeWhole(const Image& image, int32_t rowsOfStrip, RowSink& sink, Stages& stages) {
   // A sink only reads.
   const Rows rows(const_cast<Image&>(image));
-  const int32_t count = (image.height + rowsOfStrip - 1) / rowsOfStrip;
-  Pipeline pipeline(count);
-  pipeline.run(stages, sink.steps(rows, {count, rowsOfStrip, 0, image.height}, pipeline.slots()));
+  const auto strips = StripRows::of(image.height, rowsOfStrip);
+  Pipeline pipeline(strips.strips);
+  pipeline.run(stages, sink.steps(rows, strips, pipeline.slots()));
   sink.finish();
 }
 
@@ -31,7 +31,8 @@ std::string passRows(RowSource& source, RowSink& sink, Stages& stages) {
   Pipeline pipeline(strips.strips);
   // Whole MCUs lie in one piece where the capacity is a multiple of their rows.
   constexpr int32_t kMultiple = 32 * 3;
-  const int32_t needed = pipeline.slots() * strips.rows + strips.late + kMostLeft;
+  const auto needed = int32_t(
+      std::min<int64_t>(int64_t(pipeline.slots()) * strips.rows + strips.late + kMostLeft, source.shape().height));
   Rows rows(source.shape(), (needed + kMultiple - 1) / kMultiple * kMultiple);
   auto steps = source.steps(rows, pipeline.slots());
   for (auto& step : sink.steps(rows, strips, pipeline.slots())) steps.push_back(std::move(step));

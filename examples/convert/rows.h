@@ -46,6 +46,16 @@ class Rows {
 // The strips that a source makes a picture in. Behind strip i's stages the rows up to behind(i) are there.
 struct StripRows {
   int32_t strips, rows, late, height;  // each of `rows` rows, of which the last ones come with the next strip
+  // Strips that are as high as is worth a step.
+  static StripRows of(int32_t height, int32_t rows) { return {(height + rows - 1) / rows, rows, 0, height}; }
+  static StripRows of(const Shape& shape) { return of(shape.height, rowsOfStrip(shape)); }
+  // Whole MCUs of what may take them.
+  static int32_t rowsOfStrip(const Shape& shape) {
+    constexpr int32_t kMultiple = 16;
+    return std::max(65536 / std::max(shape.step(), 1) / kMultiple * kMultiple, kMultiple);
+  }
+  // The rows that strip i brings.
+  int32_t first(int32_t strip) const { return strip ? behind(strip - 1) : 0; }
   int32_t behind(int32_t strip) const { return strip + 1 >= strips ? height : std::max((strip + 1) * rows - late, 0); }
 };
 
@@ -54,6 +64,7 @@ class RowSource {
   virtual ~RowSource() = default;
   const Shape& shape() const { return shape_; }
   virtual StripRows strips() const = 0;
+  // The last step takes strips in order: behind it a sink may look back at the strip before.
   virtual std::vector<Step> steps(Rows& rows, int32_t slots) = 0;
   // Why the picture, now made, is only part of the file's.
   virtual std::string missing() const { return {}; }

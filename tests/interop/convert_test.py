@@ -1,6 +1,7 @@
 """The converter itself: depths and colours of PNM and PNG, clear failures, no half files, and its own options."""
 import json
 import os
+import resource
 import signal
 import struct
 import subprocess
@@ -246,6 +247,28 @@ class ConvertTest(InteropTest):
         self.assertIn("a %", fails(QELCONV, *names[:2], self.path("out.png")))
         png = subprocess.run([QELCONV, "-", "-", "--to", "png"], stdin=open(names[2], "rb"), capture_output=True)
         self.assertEqual(contents(convert(names[2], self.path("2.png"))), png.stdout)
+
+    # Where no thread can be had, for its stack would not fit: one thread asked for is one, also within the library, and
+    # strips are not shared once more, so that a picture of one strip has one thread by itself.
+    def test_no_thread_but_those_asked_for(self):
+        def status(source, *options):
+            return subprocess.run(
+                [QELCONV, source, *map(str, options)], capture_output=True,
+                env={**os.environ, "OMP_NUM_THREADS": "6", "OMP_STACKSIZE": "8G"},
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))).returncode
+        noise = np.random.default_rng(2).integers(0, 256, (16, 9000, 3), dtype="u1")
+        wide = write_pnm(self.path("wide.ppm"), noise)
+        for source, name, *options in ((wide, "one.jpg"), (wide, "four.jpg", "--sampling", 444),
+                                       (wide, "plain.jpg", "--plain-colour"), (wide, "three.jpg", "--sampling", 422),
+                                       (self.path("one.jpg"), "a.ppm"), (self.path("three.jpg"), "a.tif"),
+                                       (self.path("four.jpg"), "a.jpg", "--sampling", 444), (wide, "a.jxr"),
+                                       (self.raccoon, "a.dds"), (self.raccoon, "a.jp2"),
+                                       (self.raccoon, "a.jpg", "--progressive"), (self.raccoon, "a.tif")):
+            with self.subTest(name=name, options=options):
+                self.assertEqual(0, status(source, self.path(name), *options, "--threads", 1))
+                self.assertNotEqual(0, status(self.raccoon, self.path(name)))
+        self.assertEqual(0, status(write_pnm(self.path("strip.ppm"), noise[:8]), self.path("strip.jpg"),
+                                   "--sampling", 444))
 
     def test_losses_are_told(self):
         random = np.random.default_rng(8)

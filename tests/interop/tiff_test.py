@@ -1,6 +1,7 @@
 """TIFF both ways with libtiff's command-line programs."""
 import os
 import struct
+import subprocess
 import unittest
 
 import numpy as np
@@ -102,6 +103,65 @@ class TiffTest(InteropTest):
         for rows in (1, 2, 7, 22, 23, 100):
             run("tiffcp", "-c", "packbits", "-r", rows, ours, self.path("again.tif"))
             self.same(source, self.path("again.tif"))
+
+    # Strips of megabytes, of other makers: their rows are read one by one.
+    def test_large_strips(self):
+        photo = np.vstack([read_pnm(self.raccoon)] * 2)
+        self.assertGreater(photo[:, :, 0].size, 1 << 20)
+        deep = write_pnm(self.path("deep.ppm"), photo * 256 + photo[::-1], 65535)
+        for source in (write_pnm(self.path("large.ppm"), photo), deep):
+            ours = convert(source, self.path("ours.tif"))
+            for options in (["packbits", "-B"], ["packbits", "-f", "lsb2msb"], ["none"], ["lzw:2"], ["zip", "-B"],
+                            ["packbits", "-p", "separate"], ["lzw", "-p", "separate"], ["jpeg"]):
+                if source == deep and ("separate" in options or "jpeg" in options):
+                    continue  # tiffcp can't
+                with self.subTest(options=options, source=source):
+                    run("tiffcp", "-r", 100000, "-c", *options, ours, self.path("large.tif"))
+                    run("tiffcp", "-c", "none", self.path("large.tif"), self.path("plain.tif"))
+                    self.same(self.path("plain.tif"), self.path("large.tif"))
+
+    # What there is of one that ends too early, whose last row may end anywhere.
+    def test_a_large_strip_that_is_cut(self):
+        array = np.vstack([read_pnm(self.raccoon)[:, :1000, 1:2]] * 2)[:1200].astype("u1")
+        rows = [b"".join(bytes([99]) + row[x:x + 100].tobytes() for x in range(0, 1000, 100)) for row in array[:, :, 0]]
+        path = write_tiff(self.path("cut.tif"), array, 8)
+        data = bytearray(contents(path))
+        length = len(rows) * len(rows[0])
+        directory = struct.unpack_from("<I", data, 4)[0]
+        fields = data[directory:]
+        for i in range(struct.unpack_from("<H", fields)[0]):
+            place = 2 + 12 * i
+            tag = struct.unpack_from("<H", fields, place)[0]
+            for changed, value in ((259, 32773), (279, length), (273, 8 + len(fields))):
+                if tag == changed:
+                    struct.pack_into("<I", fields, place + 8, value)
+        file = b"II*\0" + struct.pack("<I", 8) + fields + b"".join(rows)
+        back = read_pnm(convert(self.file("whole.tif", file), self.path("whole.pgm")))
+        self.assertTrue(np.array_equal(array, back))
+        cut = self.file("cut.tif", file[:len(file) - 500 * len(rows[0]) - 7])
+        self.assertIn("PackBits data of row 699", fails(*self.converter(cut)))
+        back = read_pnm(convert(cut, self.path("cut.pgm"), "--partial"))
+        array[699:] = 0
+        self.assertTrue(np.array_equal(array, back))
+
+    # By rows or as a whole, to a file or to a pipe.
+    def test_every_road_gives_the_same_file(self):
+        random = np.random.default_rng(4)
+        deep = write_pnm(self.path("deep.ppm"), random.integers(0, 65536, (130, 300, 3)), 65535)
+        os.mkfifo(self.path("pipe.tif"))
+        for source in (self.coffee, deep, convert(self.coffee, self.path("coffee.jpg"))):
+            for options in ([], ["--big-endian"], ["--packing", "none", "--big-tiff"], ["--packing", "lzw"],
+                            ["--tiles", "64x32", "--big-endian"], ["--tiles", "256x512", "--packing", "deflate"]):
+                with self.subTest(source=source, options=options):
+                    whole = contents(convert(source, self.path("whole.tif"), *options, "--repeat", 1))
+                    for threads in (1, 3):
+                        convert(source, self.path("rows.tif"), *options, "--threads", threads)
+                        self.assertEqual(whole, contents(self.path("rows.tif")))
+                    with subprocess.Popen(["dd", "status=none", "if=" + self.path("pipe.tif"),
+                                           "of=" + self.path("piped.tif")]) as reader:
+                        convert(source, self.path("pipe.tif"), *options)
+                        self.assertEqual(0, reader.wait(60))
+                    self.assertEqual(whole, contents(self.path("piped.tif")))
 
     def test_packbits_is_as_small_as_libtiffs(self):
         # A drawing: runs of all lengths, pairs and single pixels.
