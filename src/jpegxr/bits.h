@@ -72,7 +72,7 @@ class UnitWriter {
 class UnitReader {
  public:
   explicit UnitReader(const BitStream<const uint8_t>& stream)
-      : stream_(stream), next_(*stream.bytes), count_(*stream.bitCount) {
+      : stream_(stream), next_(*stream.bytes), count_(uint32_t(*stream.bitCount)) {
     held_ = uint64_t(*stream.bitBuffer) << 32 & ~(~uint64_t(0) >> count_);
     refill();
   }
@@ -81,8 +81,8 @@ class UnitReader {
   // read from wherever the held ones end, at most 14 bytes behind the pointer that the caller gets back; callers keep
   // 16 readable.
   void refill() {
-    held_ |= __builtin_bswap64(load<uint64_t>(next_)) >> count_;
-    next_ += (63 - count_) >> 3;
+    held_ |= __builtin_bswap64(load<uint64_t>(next_)) >> (count_ & 63);
+    next_ += ~count_ >> 3 & 7;
     count_ |= 56;
   }
 
@@ -90,20 +90,23 @@ class UnitReader {
   bool exceeds(uint64_t mask) const { return held_ > mask; }
   // The next `count` bits, 1 to 32; held bits have to suffice for peek, skip and take.
   uint32_t peek(int count) const { return uint32_t(held_ >> (64 - count)); }
-  void skip(int count) {
-    held_ <<= count;
+  // As many bits as the low six of `count` tell: what stands above them is left to wrap. Before they are skipped, 1 to
+  // 63 of them have these at their end.
+  uint32_t last(uint32_t count) const { return uint32_t(held_ >> (-count & 63)); }
+  void skip(uint32_t count) {
+    held_ <<= count & 63;
     count_ -= count;
   }
   uint32_t take(int count) {  // 0 as well
     const auto bits = uint32_t(held_ >> 1 >> (63 - count));
-    skip(count);
+    skip(uint32_t(count));
     return bits;
   }
 
   // In units, the position is where a reader stands that holds 16 bits at least and fetches two bytes when it must. The
   // next call waits for it.
   void finish() {
-    const ptrdiff_t taken = 8 * (next_ - *stream_.bytes) - count_;  // from memory: below 0 where held bits sufficed
+    const ptrdiff_t taken = 8 * (next_ - *stream_.bytes) - (count_ & 63);  // below 0 where the caller's bits sufficed
     const ptrdiff_t units = std::max<ptrdiff_t>((taken + 31) >> 4, 0);
     const auto count = int(16 * units - taken);
     refill();
@@ -115,8 +118,8 @@ class UnitReader {
  private:
   BitStream<const uint8_t> stream_;
   const uint8_t* next_;
-  uint64_t held_;  // left-aligned; behind the bits held, what of the next byte fits
-  int count_;
+  uint64_t held_;   // left-aligned; behind the bits held, what of the next byte fits
+  uint32_t count_;  // in its low six bits
 };
 
 }  // namespace qelj::jpegxr

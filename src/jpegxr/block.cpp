@@ -50,8 +50,8 @@ QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstSt
 
   // The block row by row, to be written at once: its DC, which is the caller's, where a record leads a level there.
   int32_t levels[kPlaces] = {};
-  UnitReader bits(stream);
-  *count = ownDecodeCoefficients<kBlock>(bits, *state, chroma, [&](int place, int32_t level) {
+  BlockDecoder<kBlock> decoder(stream, *state, chroma);
+  *count = decoder.decode([&](int place, int32_t level) QELJ_INLINE_LAMBDA {
     levels[4 * (scan[place].row & 3) + (scan[place].column & 3)] = level;
     countSignificant(scan, place);
   });
@@ -62,7 +62,7 @@ QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstSt
   for (int c = 1; c < 4; ++c) write(0, c);
   for (int r = 1; r < 4; ++r)
     for (int c = 0; c < 4; ++c) write(r, c);
-  bits.finish();
+  decoder.finish();
   return qelStatusOk;
 }
 

@@ -28,10 +28,10 @@ template <const BlockKind& kind>
 QelStatus decodeLinear(BitStream<const uint8_t> stream, int32_t* dst, int32_t* count, VLCState* state) {
   if (auto s = checkDecoder(stream, dst, count, state); s) return s;
   for (int i = kind.firstPlace; i < kPlaces; ++i) put(dst, i - kind.firstPlace, 0);
-  UnitReader bits(stream);
-  const int decoded = ownDecodeCoefficients<kind>(
-      bits, *state, 0, [=](int place, int32_t level) { put(dst, place - kind.firstPlace, level); });
-  bits.finish();
+  BlockDecoder<kind> decoder(stream, *state, 0);
+  const int decoded =
+      decoder.decode([=](int place, int32_t level) QELJ_INLINE_LAMBDA { put(dst, place - kind.firstPlace, level); });
+  decoder.finish();
   if (decoded != kStopped) *count = decoded;
   return qelStatusOk;
 }
@@ -55,13 +55,13 @@ QelStatus qeliVLCEncodeDC420_JPEGXR_32s1u(const int32_t* pairs, int32_t pairCoun
 QelStatus qeliVLCDecodeDC444_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,
                                           int32_t chroma, int32_t* count, VLCState* state) {
   if (auto s = checkDecoder({stream, bitBuffer, bitCount}, dst, count, state); s) return s;
-  UnitReader bits({stream, bitBuffer, bitCount});
   ScanEntry* const scan = state->scanTable2;
-  *count = ownDecodeCoefficients<kDC444>(bits, *state, chroma, [=](int place, int32_t level) {
+  BlockDecoder<kDC444> decoder({stream, bitBuffer, bitCount}, *state, chroma);
+  *count = decoder.decode([=](int place, int32_t level) QELJ_INLINE_LAMBDA {
     put(dst, inBlock(scan[place].position), level);
     countSignificant<1>(scan, place);
   });
-  bits.finish();
+  decoder.finish();
   return qelStatusOk;
 }
 QelStatus qeliVLCDecodeDC422_JPEGXR_1u32s(const uint8_t** stream, uint32_t* bitBuffer, int32_t* bitCount, int32_t* dst,

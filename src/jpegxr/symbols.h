@@ -47,14 +47,12 @@ inline void adapt(VLCState& state, int entry, int32_t deltas) {
   state.discriminant2[entry] = addWrap<int32_t>(state.discriminant2[entry], (deltas - first) >> 8);
 }
 
-// The sums of a block's further indices and of its levels, each in context 0 and in context 1: in one register, as
-// numbers of 16 bits.
+// The sums of a block's further indices and of its levels, each in context 0 and in context 1, as an encoder meets them:
+// in one register, as numbers of 16 bits.
 class Sums {
  public:
   void index(int16_t deltas, int context) { add(deltas, 2 * context); }
   void level(int16_t deltas, int context) { add(deltas, 2 * context + 1); }
-  // Both in one context, the level's from bit 16 on.
-  void indexAndLevel(int32_t deltas, int context) { add(deltas, 2 * context); }
   void adapt(VLCState& state, int next, int level) {
     for (const int entry : {next, level, next + 1, level + 1}) {
       const auto sum = int16_t(all_);
@@ -68,10 +66,28 @@ class Sums {
   int64_t all_ = 0;
 };
 
+// The same of one context, as a decoder meets them.
+class LookSums {
+ public:
+  void add(NextLook look) { all_ += look.deltas(); }
+  void level(int16_t deltas) { all_ += uint32_t(int32_t(deltas)) << NextLook::kLevelDeltaAt; }
+  void adapt(VLCState& state, int next, int level) const {
+    const auto lowest = [](int32_t v, int bits) { return int32_t(uint32_t(v) << (32 - bits)) >> (32 - bits); };
+    const int32_t all = lowest(int32_t(all_), NextLook::kDeltasBits), first = lowest(all, NextLook::kDeltaBits);
+    const int32_t behind = (all - first) >> NextLook::kDeltaBits, second = lowest(behind, NextLook::kDeltaBits);
+    jpegxr::adapt(state, next, first + 256 * second);
+    jpegxr::adapt(state, level, (behind - second) >> NextLook::kDeltaBits);
+  }
+
+ private:
+  uint32_t all_ = 0;
+};
+
 // --- the last places ---------------------------------------------------------------------------------------
 
 // Place 14 has room for one neighbour and place 15 for none: their indices have fixed codes, which adapt nothing. The
 // table of place 14, then that of place 15.
+inline constexpr int kFixedPlace = 14;
 struct FixedIndex {
   int symbol;
   uint32_t code;
@@ -87,15 +103,15 @@ inline constexpr auto kFixedCodes = [] {
         all[last][size_t(2 * index.symbol) + negative] = {index.code << 1 | negative, uint8_t(index.length + 1), 0};
   return all;
 }();
+inline constexpr int kFixedBits = 4;
 inline constexpr auto kFixedDecoding = [] {
-  std::array<NextTable, 2> all{};
+  std::array<std::array<NextLook, 1 << kFixedBits>, 2> all{};
   for (size_t last = 0; last < 2; ++last)
     for (const FixedIndex& index : kFixedIndices[last])
-      for (uint32_t bits = 0; index.length && bits < 1 << kNextBits; ++bits)
-        if (bits >> (kNextBits - index.length) == index.code) {
-          const auto length = uint8_t(index.length + 1);
-          const int sign = bits >> (kNextBits - length) & 1 ? -1 : 1;
-          all[last][bits] = {uint8_t(index.symbol >> 1), int8_t(index.symbol & 1 ? 0 : sign), length, length, 0};
+      for (uint32_t bits = 0; index.length && bits < 1 << kFixedBits; ++bits)
+        if (bits >> (kFixedBits - index.length) == index.code) {
+          const auto symbol = uint32_t(index.symbol), sign = bits >> (kFixedBits - 1 - index.length) & 1;
+          all[last][bits] = {symbol >> 1, symbol & 1 ? 0 : 2 + sign, index.length + 1, {}};
         }
   return all;
 }();
@@ -189,7 +205,7 @@ inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, co
 // --- decoder -----------------------------------------------------------------------------------------------
 
 // A level from 18 on, behind the code of its escape.
-inline uint32_t takeEscape(UnitReader& bits) {
+QELJ_INLINE uint32_t takeEscape(UnitReader& bits) {
   bits.refill();
   int length = int(bits.take(4));
   if (length == 15) length += int(bits.take(2));
@@ -198,86 +214,140 @@ inline uint32_t takeEscape(UnitReader& bits) {
   return (1u << length) + 2 + bits.take(length);
 }
 
-// Decodes one block's coefficients and hands them to store(place, level), levels with their sign and never 0. Returns
-// their number, or kStopped when the stream sends a coefficient behind place 15.
+// Decoding is a chain in which each look waits for the length that the one before has found, and most branches are
+// tosses of a coin: what remains of them is whether a coefficient or a run follows. Refilling stays beside the chain.
+// What is taken between two refills fits the 56 bits: index, sign, level and run take up to 35 of them, and an escape,
+// which refills, leaves 18, enough for a run and the next look.
 inline constexpr int kStopped = 16;
-template <const BlockKind& kind, class Store>
-inline int ownDecodeCoefficients(UnitReader& bits, VLCState& state, int32_t chroma, Store&& store) {
-  const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
-  const RunLook* const runs = looksOf<Runs>(state.decodeTable[kRunClass]);
-  const Look* const levels[2] = {looksOf<Levels>(state.decodeTable2[kind.level]),
-                                 looksOf<Levels>(state.decodeTable2[kind.level + 1])};
-  const auto looksIn = [&](int context) {
-    return kNext[numberOf<ShortIndices>(state.decodeTable[next + context])]
-                [numberOf<Levels>(state.decodeTable2[kind.level + context])]
-                    .data();
-  };
-  const NextLook* const nexts[2] = {looksIn(0), looksIn(1)};
-  Sums sums;
+template <const BlockKind& kind>
+class BlockDecoder {
+ public:
+  BlockDecoder(const BitStream<const uint8_t>& stream, VLCState& state, int32_t chroma)
+      : bits_(stream),
+        state_(state),
+        first_(kind.first + kChromaStep * (chroma != 0)),
+        next_(kind.next + kChromaStep * (chroma != 0)),
+        runs_(looksOf<Runs>(state.decodeTable[kRunClass])) {}
 
-  // Whether a level is sent is tossed as well: 1 is looked up too.
-  const auto takeLevel = [&](bool sent, int context, uint32_t negative) {
-    const Look& look = (context ? levels[1] : levels[0])[sent ? bits.peek(kDirectBits) : 1u << kDirectBits];
-    sums.level(look.deltas, context);
-    bits.skip(look.length);
-    const uint32_t level = look.value ? look.value : takeEscape(bits);
-    return signedBy(level, 0u - negative);
-  };
-  const auto takeRun = [&](int room) {
-    const RunLook look = runs[room << kRunBits | int(bits.peek(kRunBits))];
-    bits.skip(look.length);
-    return int(look.run);
-  };
+  // Hands the coefficients to store(place, level), levels with their sign and never 0. Returns their number, or kStopped
+  // when the stream sends a coefficient behind place 15.
+  template <class Store>
+  QELJ_INLINE int decode(Store&& store) {
+    const Look& look = looksOf<LongIndices>(state_.decodeTable2[first_])[bits_.peek(kDirectBits)];
+    adapt(state_, first_, look.deltas);
+    const uint32_t symbol = look.value, negative = bits_.peek(look.length) & 1;
+    bits_.skip(look.length);
+    // In context 1, as long as neighbours follow from the first place on.
+    if (symbol & symbol >> 2 & 1) {
+      const int32_t level = takeLevel(symbol & 2, true, negative);
+      const int count = decodeAdjacent(level, store);
+      adjacentSums_.adapt(state_, next_ + 1, kind.level + 1);
+      return adapted(count);
+    }
+    const int32_t level = takeLevel(symbol & 2, false, negative);
+    const int place = kind.firstPlace + (symbol & 1 ? 0 : takeRun(kind.firstRow ? kPlaces - 1 - 5 : 0));
+    return adapted(place < kPlaces ? decodeOthers(place, 0, level, symbol >> 2, store) : kStopped);
+  }
+  // Hands the position in the stream back.
+  void finish() { bits_.finish(); }
 
-  // Decoding is a chain in which each look waits for the length that the one before has found. Refilling stays beside
-  // it: index, sign, level and run take up to 24 bits of 56, and an escape, which refills, leaves 18 of them.
-  const Look& look = looksOf<LongIndices>(state.decodeTable2[first])[bits.peek(kDirectBits)];
-  adapt(state, first, look.deltas);
-  const auto symbol = int(look.value);
-  const uint32_t negative = bits.peek(look.length) & 1;
-  bits.skip(look.length);
-  int then = symbol >> 2, context = symbol & then & 1, place = kind.firstPlace;
-  int32_t level = takeLevel(symbol & 2, context, negative);
-  if (!(symbol & 1)) place += takeRun(kind.firstRow ? 5 : kRuns - 1);
-  bits.refill();
+ private:
+  QELJ_INLINE int adapted(int count) {
+    sums_.adapt(state_, next_, kind.level);
+    return count;
+  }
 
-  const auto takeRest = [&] {
-    if (place >= kPlaces) return kStopped;
-    for (int count = 1;; ++count) {
-      store(place, level);
+  template <class Store>
+  QELJ_INLINE int decodeAdjacent(int32_t level, Store& store) {
+    const NextLook* const looks = looksIn(1);
+    int place = kind.firstPlace;
+    do {
+      store(place++, level);
+      const NextLook found = looks[bits_.peek(kNextBits)];
+      adjacentSums_.add(found);
+      const uint32_t last = takeBehind(found);
+      if (found.then() != kAdjacent)
+        // A level of context 0.
+        return decodeOthers(place, place - kind.firstPlace, takeLevel(!found.level(), false, last & 1), found.then(),
+                            store);
+      level = levelIn(found, last, true);
+    } while (place + 1 < kFixedPlace);
+    store(place++, level);
+    return decodeLast(place, place - kind.firstPlace, true, store);
+  }
+
+  template <class Store>
+  QELJ_INLINE int decodeOthers(int place, int count, int32_t level, uint32_t then, Store& store) {
+    const NextLook* const looks = looksIn(0);
+    while (true) {
+      store(place, level), ++count;
       if (then == kLast) return count;
       ++place;
       if (then == kBehindRun) {
         if (place >= kPlaces - 1) return kStopped;
-        place += takeRun(kPlaces - 1 - place);
+        place += takeRun(place);
       }
-      if (place >= kPlaces) return kStopped;
-      const NextLook* const looks = place >= 14 ? kFixedDecoding[size_t(place - 14)].data()
-                                    : context   ? nexts[1]
-                                                : nexts[0];
-      const NextLook& following = looks[bits.peek(kNextBits)];
-      bits.refill();
-      const int indexContext = context;
-      then = following.then;
-      level = following.level;
-      context &= then;
-      // A level behind the last neighbour of context 1 is one of context 0.
-      const bool other = !level || (context != indexContext && magnitude(level) > 1);
-      if (!other) [[likely]] {
-        bits.skip(following.length);
-        sums.indexAndLevel(following.deltas, indexContext);
-      } else {
-        sums.index(int16_t(following.deltas), indexContext);
-        const uint32_t sign = bits.peek(following.indexLength) & 1;
-        bits.skip(following.indexLength);
-        level = takeLevel(true, context, sign);
-      }
+      if (place >= kFixedPlace) return decodeLast(place, count, false, store);
+      const NextLook found = looks[bits_.peek(kNextBits)];
+      sums_.add(found);
+      const uint32_t last = takeBehind(found);
+      then = found.then();
+      level = levelIn(found, last, false);
     }
-  };
-  const int count = takeRest();
-  sums.adapt(state, next, kind.level);
-  return count;
-}
+  }
+
+  template <class Store>
+  QELJ_INLINE int decodeLast(int place, int count, bool adjacent, Store& store) {
+    for (; place < kPlaces; ++place) {
+      const NextLook found = kFixedDecoding[size_t(place - kFixedPlace)][bits_.peek(kFixedBits)];
+      const uint32_t last = takeBehind(found);
+      adjacent &= found.then() == kAdjacent;
+      store(place, levelIn(found, last, adjacent)), ++count;
+      if (found.then() == kLast) return count;
+    }
+    return kStopped;
+  }
+
+  QELJ_INLINE const NextLook* looksIn(int context) const {
+    return kNext[size_t(context)][numberOf<ShortIndices>(state_.decodeTable[next_ + context])]
+                [numberOf<Levels>(state_.decodeTable2[kind.level + context])]
+                    .data();
+  }
+  // What is behind a look; its last bit is the sign where the level is looked up by itself.
+  QELJ_INLINE uint32_t takeBehind(NextLook found) {
+    bits_.refill();
+    const uint32_t last = bits_.last(found.length());
+    bits_.skip(found.length());
+    return last;
+  }
+  QELJ_INLINE int32_t levelIn(NextLook found, uint32_t last, bool context) {
+    const NextLevel& known = kNextLevels[found.level()];
+    const int32_t level = known.base + signedBy(last & ((1u << known.bits) - 1), uint32_t(int32_t(known.sign)));
+    if (found.level()) [[likely]]
+      return level;
+    return takeLevel(true, context, last & 1);
+  }
+  // Whether a level is sent is tossed as well: 1 is looked up too.
+  QELJ_INLINE int32_t takeLevel(bool sent, bool context, uint32_t negative) {
+    const Look& look =
+        looksOf<Levels>(state_.decodeTable2[kind.level + context])[sent ? bits_.peek(kDirectBits) : 1u << kDirectBits];
+    sums_.level(context ? 0 : look.deltas), adjacentSums_.level(context ? look.deltas : 0);
+    bits_.skip(look.length);
+    const uint32_t level = look.value ? look.value : takeEscape(bits_);
+    return signedBy(level, 0u - negative);
+  }
+  QELJ_INLINE int takeRun(int places) {
+    const RunLook look = runs_[places << kRunBits | int(bits_.peek(kRunBits))];
+    bits_.skip(look.length);
+    return int(look.run);
+  }
+
+  UnitReader bits_;
+  VLCState& state_;
+  const int first_, next_;
+  const RunLook* const runs_;
+  LookSums sums_, adjacentSums_;  // of context 0 and of context 1
+};
 
 }  // namespace qelj::jpegxr
 

@@ -272,10 +272,10 @@ constexpr auto makeEncodeTable(int t) {
 
 // Decoding: of a first index with its sign, whose bit is the last of its length, by the next kDirectBits; of a level
 // with the bits behind its code by the next kDirectBits, 0 standing for an escape, and of the level 1, which has no
-// code, behind all others; of a run by room and the next kRunBits.
+// code, behind all others; of a run by the places in front of it and the next kRunBits.
 inline constexpr int kRunBits = 7;
 struct RunLook {
-  uint8_t run, length;
+  uint8_t length, run;
 };
 using ShortIndices = WithLooks<DecodeTable, Look, 0>;
 using LongIndices = WithLooks<DirectTable, Look, 1 << kDirectBits>;
@@ -304,11 +304,11 @@ constexpr auto makeShortTable(int t) {
     for (uint32_t bits = 0; bits < 1 << kRunBits; ++bits) {
       const Found found = find<symbols>(t, bits, kRunBits);
       for (int room = 1; room < kRuns; ++room) {
-        RunLook& look = table.looks[size_t(room << kRunBits) + bits];
+        RunLook& look = table.looks[size_t((kRuns - 1 - room) << kRunBits) + bits];
         const RunClass c = kRunClasses[runRow(room)][found.symbol];
         const int zeros = std::min(std::countl_zero(bits << (32 - kRunBits)), room - 1);
-        if (room < 5) look = {uint8_t(zeros + 1), uint8_t(std::min(zeros + 1, room - 1))};
-        else look = {uint8_t(c.base + found.behind(bits, kRunBits, c.extraBits)), uint8_t(found.length + c.extraBits)};
+        if (room < 5) look = {uint8_t(std::min(zeros + 1, room - 1)), uint8_t(zeros + 1)};
+        else look = {uint8_t(found.length + c.extraBits), uint8_t(c.base + found.behind(bits, kRunBits, c.extraBits))};
       }
     }
     return table;
@@ -345,47 +345,87 @@ constexpr auto makeLongTable(int t) {
   }
 }
 
-// Of a further coefficient by the next kNextBits, with the tables of its index and its level: what most of them take,
-// at once, as decoding is a chain in which each look waits for the one before.
-inline constexpr int kNextBits = 9;
-struct NextLook {
-  uint8_t then;  // what follows
-  int8_t level;  // with its sign; 0 where it doesn't fit, or is an escape: it is looked up by itself then
-  uint8_t length, indexLength;  // with and without the level; the sign is the last bit of an index
-  int32_t deltas;               // of the index, and those of the level from bit 16 on
+// Of a further coefficient by the next kNextBits, with the tables of its index and its level: nearly all of them, at
+// once and in one number, as decoding is a chain in which each look waits for the length that the one before has found.
+// That stands in the low bits, which 64-bit shifts take from a register as it is.
+inline constexpr int kNextBits = 11;
+class NextLook {
+ public:
+  // The deltas of an index and, behind them, of a level: numbers with a sign that can be added up to those of a block,
+  // which has no more than twelve such looks and fifteen levels.
+  static constexpr int kDeltaBits = 6, kLevelDeltaAt = 2 * kDeltaBits, kDeltasBits = 17;
+
+  NextLook() = default;
+  // `level` is an index of kNextLevels; `length` has its bits, too.
+  constexpr NextLook(uint32_t then, uint32_t level, int length, Look index, Look code = {})
+      : bits_(level << kLevelAt | deltasOf(index, code) << kDeltasAt | then << kThenAt | uint32_t(length)) {}
+  uint32_t then() const { return bits_ >> kThenAt & 3; }
+  uint32_t level() const { return bits_ >> kLevelAt; }
+  uint32_t deltas() const { return bits_ >> kDeltasAt; }  // in its low kDeltasBits
+  uint32_t length() const { return bits_; }               // in its low six bits
+
+ private:
+  static constexpr int kThenAt = 6, kDeltasAt = 8, kLevelAt = 26;
+  static constexpr uint32_t deltasOf(Look index, Look code) {
+    const auto first = int8_t(index.deltas);
+    const int second = (index.deltas - first) >> 8;
+    return uint32_t(first + (second << kDeltaBits) + (code.deltas << kLevelDeltaAt)) & ((1u << kDeltasBits) - 1);
+  }
+  uint32_t bits_;
 };
 using NextTable = std::array<NextLook, 1 << kNextBits>;
 
-constexpr NextTable makeNextTable(int t, int levels) {
+// Levels with their sign, by twice a number and the sign: from 2 on those without an escape, then those of escapes by
+// the bits that they send. Number 0 stands for all others, which are looked up by themselves, behind the sign.
+struct NextLevel {
+  int32_t base;
+  uint16_t bits;
+  int16_t sign;  // -1 or 0
+};
+inline constexpr uint32_t kPlainLevels = 18, kMostNextLevels = 32;
+inline constexpr int kMostEscapeBits = kEscapeBits + int(kMostNextLevels - kPlainLevels) - 1;
+inline constexpr auto kNextLevels = [] {
+  std::array<NextLevel, 2 * kMostNextLevels> all{};
+  for (uint32_t number = 1; number < kMostNextLevels; ++number) {
+    const bool plain = number < kPlainLevels;
+    const int bits = plain ? 0 : kEscapeBits + int(number - kPlainLevels), base = plain ? int(number) : 2 + (1 << bits);
+    all[2 * number] = {base, uint16_t(bits), 0}, all[2 * number + 1] = {-base, uint16_t(bits), -1};
+  }
+  return all;
+}();
+
+// Behind the last neighbour of context 1, a level is one of context 0: there, it is looked up by itself.
+constexpr NextTable makeNextTable(int t, int levels, int context) {
   NextTable table{};
-  for (uint32_t bits = 0; bits < table.size(); ++bits) {
-    const Found found = find<6>(t, bits, kNextBits);
-    NextLook& look = table[bits];
-    const int sign = found.behind(bits, kNextBits, 1) ? -1 : 1;
-    look.then = uint8_t(found.symbol >> 1);
-    look.level = int8_t(found.symbol & 1 ? 0 : sign);
-    look.length = look.indexLength = uint8_t(found.length + 1);
-    look.deltas = deltasOf<6>(t, found.symbol);
-    if (look.level) continue;
-    const int left = kNextBits - look.length;
-    for (int symbol = 0; symbol < kEscape; ++symbol) {
-      const Look code = makeCode<7>(levels, symbol, 0, 0);
-      if (code.length + kLevelBits[symbol] > left) continue;
-      if ((bits & ((1u << left) - 1)) >> (left - code.length) != code.value) continue;
-      const Found level = {symbol, code.length};
-      const auto behind = int(level.behind(bits & ((1u << left) - 1), left, kLevelBits[symbol]));
-      look.level = int8_t(sign * (kLevelBase[symbol] + behind));
-      look.length = uint8_t(look.length + code.length + kLevelBits[symbol]);
-      look.deltas += code.deltas * 65536;
-    }
+  const auto fill = [&table](uint32_t code, int length, NextLook look) {
+    const auto first = table.begin() + (code << (kNextBits - length));
+    std::fill(first, first + (1 << (kNextBits - length)), look);
+  };
+  for (uint32_t i = 0; i < 2 * 6; ++i) {
+    const uint32_t symbol = i >> 1, then = symbol >> 1, sign = i & 1;
+    const Look index = makeCode<6>(t, int(symbol), sign, 1);
+    fill(index.value, index.length, {then, symbol & 1 ? 0 : 2 + sign, index.length, index});
+    if (!(symbol & 1) || (context && !(then & 1))) continue;
+    const auto add = [&](uint32_t number, Look code, int behind) {
+      const int length = index.length + code.length;
+      if (length <= kNextBits)
+        fill(index.value << code.length | code.value, length, {then, 2 * number + sign, length + behind, index, code});
+    };
+    for (uint32_t a = 0; a + 2 < kPlainLevels; ++a)
+      add(a + 2, makeCode<7>(levels, kLevelSymbol[a], a, kLevelBits[kLevelSymbol[a]]), 0);
+    for (int bits = kEscapeBits; bits <= kMostEscapeBits; ++bits)
+      add(kPlainLevels + uint32_t(bits - kEscapeBits), makeCode<7>(levels, kEscape, uint32_t(bits - kEscapeBits), 4),
+          bits);
   }
   return table;
 }
-// By the table of the index, then that of the level.
+// By the context, the table of the index, then that of the level.
 inline constexpr auto kNext = [] {
-  std::array<std::array<NextTable, 2>, 4> all{};
-  for (int t = 0; t < 4; ++t)
-    for (int levels = 0; levels < 2; ++levels) all[size_t(t)][size_t(levels)] = makeNextTable(t, levels);
+  std::array<std::array<std::array<NextTable, 2>, 4>, 2> all{};
+  for (int context = 0; context < 2; ++context)
+    for (int t = 0; t < 4; ++t)
+      for (int levels = 0; levels < 2; ++levels)
+        all[size_t(context)][size_t(t)][size_t(levels)] = makeNextTable(t, levels, context);
   return all;
 }();
 
