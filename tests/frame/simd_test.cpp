@@ -159,7 +159,7 @@ TEST(Simd, PairsAndPacks) {
   checkPairsAndPacks<64>();
 }
 
-TEST(Simd, DepositedBits) {
+TEST(Simd, BitsOfWords) {
   Random random;
   for (int round = 0; round < 1000; ++round) {
     const uint64_t bits = random.bits(), mask = random.bits() & random.bits();
@@ -167,10 +167,14 @@ TEST(Simd, DepositedBits) {
     for (int i = 0, n = 0; i < 64; ++i)
       if (mask >> i & 1) expected |= (bits >> n++ & 1) << i;
     ASSERT_EQ(expected, depositBits(bits, mask));
+    ASSERT_EQ(bits & ((uint64_t(1) << std::popcount(mask)) - 1), extractBits(expected, mask));
+    ASSERT_EQ(extractBits(bits, mask), extractBits(bits & mask, mask));
     ASSERT_EQ(uint32_t(bits) % (1u << mask % 32), lowBits(uint32_t(bits), mask % 32));
   }
   ASSERT_EQ(~uint64_t(0), depositBits(~uint64_t(0), ~uint64_t(0)));
   ASSERT_EQ(0u, depositBits(~uint64_t(0), 0));
+  ASSERT_EQ(~uint64_t(0), extractBits(~uint64_t(0), ~uint64_t(0)));
+  ASSERT_EQ(0u, extractBits(~uint64_t(0), 0));
 }
 
 template <class V>

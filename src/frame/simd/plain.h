@@ -521,6 +521,14 @@ inline uint64_t depositBits(uint64_t bits, uint64_t mask) {
   return result;
 }
 
+// The bits of a word at the places where `mask` has ones, in order, as the low bits of the result.
+template <class = void>
+inline uint64_t extractBits(uint64_t bits, uint64_t mask) {
+  uint64_t result = 0;
+  for (int i = 0; mask; mask &= mask - 1, ++i) result |= uint64_t((bits & mask & (0 - mask)) != 0) << i;
+  return result;
+}
+
 // The low `count` bits of a word, 0 to 31. (GCC 12 takes three operations for it where what it masks is a complement.)
 template <class = void>
 inline uint32_t lowBits(uint32_t word, uint32_t count) {

@@ -435,6 +435,7 @@ inline bool isZero(V v) {
 
 #if defined(QELJ_HAS_AVX2) && defined(__BMI2__)
 inline uint64_t depositBits(uint64_t bits, uint64_t mask) { return _pdep_u64(bits, mask); }
+inline uint64_t extractBits(uint64_t bits, uint64_t mask) { return _pext_u64(bits, mask); }
 #endif
 #ifdef __BMI2__
 inline uint32_t lowBits(uint32_t word, uint32_t count) { return _bzhi_u32(word, count); }

@@ -113,9 +113,14 @@ class AheadReader {
     return takeValue(all - code);
   }
 
-  QELJ_INLINE void skipBoth(uint32_t code, uint32_t all) {
-    // Behind the code there are 17 bits or more if it brought any, else 8 less its own.
-    drop(all, roomBehind(roomForCode() + int(code), int(all - code)));
+  // The same for a code and its value, or for two of these, in front of another code, the room for which is made first
+  // and last. Codes have up to 7 bits, values up to 9, a second one has 7 with its code, and `all` is 11 at most: a
+  // BitReader refills once at most, for which it brings 3 bytes; or 4, in front of a code, where it has no bit left. That
+  // can only be behind the first one, of 8 bits or more: `mark` is 8 << these.
+  QELJ_INLINE void makeRoom() { room_ = roomForCode(); }
+  QELJ_INLINE void skipValues(uint32_t all, uint32_t mark) {
+    const int room = room_ + int(all), fourth = int(uint64_t(mark) >> (32 - room_)) & 8;
+    drop(all, selectLess(room, 25, room, room - 24 - fourth));
   }
 
   // Up to 15 bits without a code.

@@ -5,6 +5,7 @@
 //   hold(table, symbol, bits, length)   the same where no more than kHeldBits of bits come until the next other operation
 //                                       has come, too: that one, or the end, stores them all
 //   plain(bits, length)                 bits without a symbol
+//   corrections(bits, length)           up to 63 of them, also behind hold; what stands above them doesn't count
 // BitWriter defines the bytes: it tests the room byte by byte. WideWriter gives the same bytes where there is
 // room for whatever a step can make, and WordWriter those of a step that fits a word; SymbolCounter counts symbols instead
 // of storing them.
@@ -80,6 +81,15 @@ class BitWriter {
     }
     buffer_ = pending & 0xFFFFFF;
     count_ = total;
+    return qelStatusOk;
+  }
+
+  QelStatus corrections(uint64_t bits, int length) {
+    while (length > 0) {
+      const int count = length >= 8 ? 8 : 1;
+      length -= count;
+      if (auto s = plain(uint32_t(bits >> length), count); s) return s;
+    }
     return qelStatusOk;
   }
 
@@ -176,6 +186,16 @@ class FastSink {
   }
   QelStatus plain(uint32_t bits, int length) {
     writer()->add(bits, length);
+    writer()->keep();
+    return qelStatusOk;
+  }
+  QELJ_INLINE QelStatus corrections(uint64_t bits, int length) {
+    if (length > 32) [[unlikely]] {
+      length -= 32;
+      writer()->add(bits >> length & 0xFFFFFFFF, 32);
+      writer()->keep();
+    }
+    writer()->add(bits & ((uint64_t(1) << length) - 1), length);
     writer()->keep();
     return qelStatusOk;
   }
@@ -297,6 +317,7 @@ class SymbolCounter {
   }
   QelStatus hold(Table counters, unsigned symbol, uint64_t, int) { return code(counters, symbol); }
   QelStatus plain(uint32_t, int) { return qelStatusOk; }
+  QelStatus corrections(uint64_t, int) { return qelStatusOk; }
 };
 
 // Ends a segment: pads the partial byte with ones and re-initialises the state, whether or not the byte fitted.
@@ -319,6 +340,14 @@ template <class Step>
   state->bitCount = sink.count();
   state->bitBuffer = sink.buffer();
   return s;
+}
+
+// A step that adds no bits: the state as the others leave it.
+inline QelStatus ownEncodeNothing(QelEncodeHuffmanState* state) {
+  const int32_t count = state->bitCount & 7;
+  state->bitCount = count;
+  state->bitBuffer &= 0xFFFFFF & ~(0xFFFFFFu >> count);
+  return qelStatusOk;
 }
 
 // Runs step(sink) on an encode state: a step that adds at most kMaxBits bits, and captures by value.

@@ -34,13 +34,11 @@ constexpr int kMaxDifferenceBits = 16 + 15;
 // By the next 8 bits; a table for each channel, though they have the same one as a rule.
 class CodeTable {
  public:
-  static constexpr bool kShared = false;
   static constexpr int kIndexBits = 8;
   static constexpr uint32_t kMost = AheadReader::kBits / 4;  // a refill is enough for four
 
   struct Entry {
     uint8_t all, code;  // bits; 0 for other codes
-    QELJ_INLINE int32_t take(AheadReader& reader) const { return reader.takeBoth(code, all); }
   };
 
   void init(const QelDecodeHuffmanSpec* spec) {
@@ -56,57 +54,71 @@ class CodeTable {
   Entry entries_[256];
 };
 
-// With the values, by as many bits as code and value have together most of the time: for rows that pay for it, in which
-// all channels have one table.
-class ValueTable {
+// With the values, and with those of the next difference, too, where both fit the bits of the index: for rows that pay
+// for it, in which all channels have one table.
+class PairTable {
  public:
-  static constexpr bool kShared = true;
-  static constexpr int kIndexBits = 11, kMost = kIndexBits;
+  static constexpr int kIndexBits = 11;
 
+  // Of one difference, or of two, as AheadReader::skipValues() takes them.
   struct Entry {
-    uint32_t all, code;  // bits; 0 for other codes
-    int32_t value;
-    QELJ_INLINE int32_t take(AheadReader& reader) const {
-      reader.skipBoth(code, all);
-      return value;
-    }
+    uint32_t lengths, values;                      // the first value is the lower half
+    uint32_t all() const { return lengths & 63; }  // bits; 0 for other codes
+    int count() const { return int(lengths >> 6 & 3); }
+    uint32_t mark() const { return lengths >> 8; }
   };
 
   // The result is whether the table lists enough: a code of l bits is as frequent as 1 in 2^l, and stands for as many of
   // the 256 beginnings.
   bool init(const QelDecodeHuffmanSpec* spec) {
-    // For each 8 bits the entry of what begins with them and zeros. The value's sign is among the 8, so that its further
-    // bits count up.
-    uint32_t first[256], both[256], listed = 0;
+    // For each 8 bits the entry of the first difference, as if there were zeros behind them. The value's sign is among
+    // the 8, so that its further bits count up.
+    uint64_t first[256];
+    uint8_t both[256];
+    uint32_t listed = 0;
     for (uint32_t i = 0; i < 256; ++i) {
       const uint32_t code = spec->lookup[i] >> 16, category = spec->lookup[i] & 0xFFFF, all = code + category;
-      const bool known = (code - 1 < 7) & (category < 16) & (all <= kIndexBits);
+      const bool known = (code - 1 < 7) & (category < 10) & (all <= kIndexBits);
       const uint32_t behind = i << (code & 7) & 255, ones = (1u << (category & 15)) - 1;
       const uint32_t value = behind << kMore >> ((kIndexBits - category) & 15);
       const uint32_t extended = value - (behind >> 7 ? 0 : ones);  // EXTEND, F.2.2.1
-      first[i] = (extended & 0xFFFF) | code << 16;
-      both[i] = known ? all : 0;
+      both[i] = uint8_t(known ? all : 0);
+      first[i] = known ? (uint64_t(extended) & 0xFFFF) << 32 | 8u << all << 8 | 1u << 6 | all : 0;
       listed += known;
     }
-    using Entries = simd::Vec<uint32_t, 4 << kMore>;
-    static constexpr auto kSteps = [] {  // by what is taken
-      std::array<std::array<uint32_t, 1 << kMore>, kIndexBits + 1> steps{};
-      for (unsigned bits = 9; bits <= kIndexBits; ++bits)
-        for (unsigned i = 0; i < 1 << kMore; ++i) steps[bits][i] = i >> (kIndexBits - bits);
+    if (listed < 256 * 15 / 16) return false;
+
+    // Where a first one leaves w bits, 8 at most, the second one adds seconds[2^w + these bits]; 0 where it is longer.
+    uint64_t seconds[512];
+    for (size_t i = 0; i < 256; ++i) seconds[256 + i] = both[i] > 7 ? 0 : first[i] >> 32 << 48 | (first[i] & 0xFF);
+    for (size_t i = 255; i > 0; --i) seconds[i] = int(seconds[2 * i] & 63) < std::bit_width(i) ? seconds[2 * i] : 0;
+
+    // The last bits of a long value.
+    static constexpr auto kSteps = [] {
+      std::array<std::array<uint64_t, 1 << kMore>, kIndexBits - 8 + 1> steps{};
+      for (size_t bits = 0; bits < steps.size(); ++bits)
+        for (size_t i = 0; i < 1 << kMore; ++i) steps[bits][i] = uint64_t(i >> (kMore - bits)) << 32;
       return steps;
     }();
+    using simd::U64;
     for (size_t i = 0; i < 256; ++i) {
-      std::memset(all_ + (i << kMore), int(both[i]), 1 << kMore);
-      store(entries_ + (i << kMore), all<Entries>(first[i]) + load<Entries>(kSteps[both[i]].data()));
+      const int all = both[i];
+      const size_t left = (i << kMore) & ((size_t(1) << (kIndexBits - all)) - 1);
+      uint64_t one = first[i];
+      const uint64_t* more = kSteps[0].data();
+      if (all > 8) more = kSteps[size_t(all - 8)].data();
+      else if (all >= int(kMore)) more = seconds + (size_t(1) << (kIndexBits - all)) + left;
+      else if (all > 0) one += seconds[(size_t(1) << (8 - all)) + (left >> kMore)];  // as far as the first 8 bits tell
+      for (int j = 0; j < 1 << kMore; j += simd::kLanes<U64>)
+        store(entries_ + (i << kMore) + j, load<U64>(more + j) + simd::all<U64>(one));
     }
-    return listed >= 256 * 15 / 16;
+    return true;
   }
-  Entry operator[](uint32_t bits) const { return {all_[bits], entries_[bits] >> 16, int16_t(entries_[bits])}; }
+  const Entry& operator[](uint32_t bits) const { return entries_[bits]; }
 
  private:
   static constexpr uint32_t kMore = kIndexBits - 8;
-  uint32_t entries_[256 << kMore];  // code << 16 | value
-  uint8_t all_[256 << kMore];       // apart, so that a load tells where the next code begins
+  Entry entries_[256 << kMore];
 };
 
 // A difference that a table doesn't list; false where that is for the defining reader.
@@ -124,7 +136,7 @@ class ValueTable {
 }
 
 // A call for a row whose channel count is known to the compiler.
-template <int kChannels, class Table>
+template <int kChannels>
 struct RowCall : DecoderCall {
   RowCall(int16_t* const* dst, int32_t width, const QelDecodeHuffmanSpec* const* specs) : width(width) {
     for (int c = 0; c < kChannels; ++c) this->dst[c] = dst[c], this->specs[c] = specs[c];
@@ -153,7 +165,7 @@ struct RowCall : DecoderCall {
 
   int16_t* dst[kChannels];
   const QelDecodeHuffmanSpec* specs[kChannels];
-  const Table* tables[kChannels];
+  const CodeTable* tables[kChannels];
   int32_t x = 0, width;
   int channel = 0;
 
@@ -161,7 +173,7 @@ struct RowCall : DecoderCall {
   // Differences to a refill, and columns at once; whether what a group leaves is enough to look up the next one's first
   // difference in front of the refill, which then takes no time of its own.
   static constexpr int kGroup = kChannels == 3 ? 3 : 4, kColumns = kGroup / kChannels;
-  static constexpr bool kLooksAhead = AheadReader::kBits - kGroup * int(Table::kMost) >= Table::kIndexBits;
+  static constexpr bool kLooksAhead = AheadReader::kBits - kGroup * int(CodeTable::kMost) >= CodeTable::kIndexBits;
 
   template <int... i>
   QELJ_INLINE bool columns(AheadReader& reader, std::integer_sequence<int, i...>) {
@@ -173,11 +185,11 @@ struct RowCall : DecoderCall {
     int16_t* const to = offset(dst[c], x + i / kChannels);
     if (!kLooksAhead && i == 0 && !reader.refill()) [[unlikely]]
       return stop(i);
-    const auto known = (*tables[Table::kShared ? 0 : c])[reader.next(Table::kIndexBits)];
+    const auto known = (*tables[c])[reader.next(CodeTable::kIndexBits)];
     if (kLooksAhead && i == 0 && !reader.refill()) [[unlikely]]
       return stop(i);
     if (known.all != 0) [[likely]] {
-      store(to, int16_t(known.take(reader)));
+      store(to, int16_t(reader.takeBoth(known.code, known.all)));
       return true;
     }
     AheadReader copy = reader;  // keeps the loop's own one in registers
@@ -193,14 +205,131 @@ struct RowCall : DecoderCall {
   }
 };
 
-// A row with its tables, in memory of the call's.
-template <int kChannels, class Table, class Make>
-QELJ_INLINE QelStatus ownDecodeRowBy(const CodedSource& source, int16_t* const* dst, int32_t width,
-                                     const QelDecodeHuffmanSpec* const* specs, Make&& make) {
-  RowCall<kChannels, Table> row(dst, width, specs);
-  make(row.tables);
+// Stores differences that came one after another, `count` of them, as columns from dst[c][x] on. Those of a last column
+// that is not complete go to the front; the result is how many columns were.
+template <int kChannels>
+[[gnu::noinline]] int32_t ownStoreColumns(int16_t* const* dst, int32_t x, int16_t* differences, int count) {
+  using simd::I16;
+  const int columns = count / kChannels;
+  const int i = int(simd::coverByVectors<simd::kLanes<I16>>(0, columns, [=](ptrdiff_t at) {
+    const int16_t* const from = differences + kChannels * at;
+    const auto pair = [=](int n) {
+      return simd::deinterleave(load<I16>(from + n), load<I16>(from + n + simd::kLanes<I16>));
+    };
+    const auto to = [=](int c) { return offset(dst[c], x + at); };
+    if constexpr (kChannels == 1) {
+      store(to(0), load<I16>(from));
+    } else if constexpr (kChannels == 2) {
+      const auto [c0, c1] = pair(0);
+      store(to(0), c0), store(to(1), c1);
+    } else if constexpr (kChannels == 3) {
+      const auto [c0, c1, c2] = simd::loadTriples<I16>(from);
+      store(to(0), c0), store(to(1), c1), store(to(2), c2);
+    } else {
+      const auto first = pair(0), second = pair(2 * simd::kLanes<I16>);
+      const auto even = simd::deinterleave(first.first, second.first),
+                 odd = simd::deinterleave(first.second, second.second);
+      store(to(0), even.first), store(to(1), odd.first), store(to(2), even.second), store(to(3), odd.second);
+    }
+  }));
+  for (int n = i * kChannels; n < columns * kChannels; ++n)
+    store(offset(dst[n % kChannels], x + n / kChannels), differences[n]);
+  std::memmove(differences, differences + columns * kChannels, size_t(count - columns * kChannels) * 2);
+  return columns;
+}
+
+// A call for a long row whose channels have one table. Differences are decoded one or two at a time, whichever channels
+// they belong to, and stored as columns some hundred at a time.
+template <int kChannels>
+struct LongRowCall : DecoderCall {
+  static constexpr int kColumns = 256;
+
+  LongRowCall(int16_t* const* dst, int32_t width, const QelDecodeHuffmanSpec* spec, const PairTable* table,
+              int16_t (&differences)[kColumns * kChannels])
+      : dst(dst), spec(spec), table(table), differences(differences), next(differences), width(width) {}
+
+  QELJ_INLINE void ahead(AheadReader& reader) {
+    if (!reader.refill()) [[unlikely]]
+      return;
+    reader.makeRoom();
+    // The room for another code is made already: the last ones are decoded one by one.
+    for (const int16_t* end = wanted();; storeColumns(), end = wanted()) {
+      while (next < end - 2 * kGroup)
+        if (!group(reader, std::make_integer_sequence<int, kGroup>())) return;
+      if (width - x <= kColumns) break;
+    }
+    AheadReader copy = reader;
+    while (next < wanted() && ownTakeUnlisted(copy, spec, next)) ++next;
+    reader = copy;
+    more = next < wanted();
+  }
+
+  void step(BitReader<true>& reader) {
+    if (next == wanted()) storeColumns();
+    status = ownDecodeDifference(reader, spec, next);
+    next += status == qelStatusOk;
+    more = status == qelStatusOk && (width - x > kColumns || next < wanted());
+  }
+
+  // What is left behind the call.
+  QelStatus finish() {
+    storeColumns();
+    for (int c = 0; differences + c < next; ++c) store(offset(dst[c], x), differences[c]);
+    return status;
+  }
+
+  int16_t* const* dst;
+  const QelDecodeHuffmanSpec* spec;
+  const PairTable* table;
+  int16_t *differences, *next;  // those from column x on, and the place for the next one
+  int32_t x = 0, width;
+
+ private:
+  // Look-ups to a refill, the first in front of it, which then takes no time of its own.
+  static constexpr int kGroup = 4;
+  static_assert(AheadReader::kBits - kGroup * PairTable::kIndexBits >= PairTable::kIndexBits);
+
+  const int16_t* wanted() const { return differences + std::min(width - x, kColumns) * kChannels; }
+  void storeColumns() {
+    const int32_t columns = ownStoreColumns<kChannels>(dst, x, differences, int(next - differences));
+    x += columns;
+    next -= columns * kChannels;
+  }
+  template <int... i>
+  QELJ_INLINE bool group(AheadReader& reader, std::integer_sequence<int, i...>) {
+    return (look<i>(reader) && ...);
+  }
+  template <int i>
+  QELJ_INLINE bool look(AheadReader& reader) {
+    const PairTable::Entry known = (*table)[reader.next(PairTable::kIndexBits)];
+    if (i == 0 && !reader.refill()) [[unlikely]]
+      return false;
+    if (known.all() != 0) [[likely]] {
+      store(next, known.values);
+      next += known.count();
+      reader.skipValues(known.all(), known.mark());
+      return true;
+    }
+    AheadReader copy = reader;  // keeps the loop's own one in registers
+    const bool found = ownTakeUnlisted(copy, spec, next), going = found && copy.refill();
+    if (going) copy.makeRoom();
+    reader = copy;
+    next += found;
+    return going;
+  }
+};
+
+// False where the table would list too little.
+template <int kChannels>
+[[gnu::noinline]] bool ownDecodeLongRow(const CodedSource& source, int16_t* const* dst, int32_t width,
+                                        const QelDecodeHuffmanSpec* spec, QelStatus& status) {
+  PairTable table;
+  if (!table.init(spec)) return false;
+  int16_t differences[LongRowCall<kChannels>::kColumns * kChannels];
+  LongRowCall<kChannels> row(dst, width, spec, &table, differences);
   ownDecodeCall(source, row);
-  return row.status;
+  status = row.finish();
+  return true;
 }
 
 template <int kChannels>
@@ -208,24 +337,23 @@ inline QelStatus ownDecodeRow(const CodedSource& source, int16_t* const* dst, in
                               const QelDecodeHuffmanSpec* const* specs) {
   constexpr int32_t kLong = 96, kVeryLong = 768;  // differences that pay for a table of either kind
   if (!simd::kShuffles || width < kLong) {
-    RowCall<kChannels, CodeTable> row(dst, width, specs);
+    RowCall<kChannels> row(dst, width, specs);
     ownDecodeBySteps(source, row);
     return row.status;
   }
-  if (width >= kVeryLong / kChannels && std::count(specs, specs + kChannels, specs[0]) == kChannels) {
-    ValueTable memory;
-    if (memory.init(specs[0]))
-      return ownDecodeRowBy<kChannels, ValueTable>(source, dst, width, specs,
-                                                   [&](auto& tables) { tables[0] = &memory; });
+  QelStatus status;
+  if (width >= kVeryLong / kChannels && std::count(specs, specs + kChannels, specs[0]) == kChannels &&
+      ownDecodeLongRow<kChannels>(source, dst, width, specs[0], status))
+    return status;
+  RowCall<kChannels> row(dst, width, specs);
+  CodeTable tables[kChannels];
+  for (int c = 0; c < kChannels; ++c) {
+    const auto same = int(std::find(specs, specs + c, specs[c]) - specs);
+    if (same == c) tables[c].init(specs[c]);
+    row.tables[c] = &tables[same];
   }
-  CodeTable memory[kChannels];
-  return ownDecodeRowBy<kChannels, CodeTable>(source, dst, width, specs, [&](auto& tables) {
-    for (int c = 0; c < kChannels; ++c) {
-      const auto same = int(std::find(specs, specs + c, specs[c]) - specs);
-      if (same == c) memory[c].init(specs[c]);
-      tables[c] = &memory[same];
-    }
-  });
+  ownDecodeCall(source, row);
+  return row.status;
 }
 
 // Columns are coded in groups, so that little room in front of the destination's end is needed for the fast writer.

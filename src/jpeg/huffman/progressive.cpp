@@ -335,8 +335,13 @@ QelStatus qeliEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(const int16_t* src, uint8_t
   if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos, table, state)); s) return s;
   if (flush) return ownFlushBand(dst, dstLen, dstPos, table, state);
   if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
+  const uint64_t set = ownFirstSet(src, ss, se, al);
+  if (set == 0 && ownRunHasRoom(state)) {
+    state->eobRun += 1;
+    return ownEncodeNothing(state);
+  }
   return ownEncode<kMaxFirstBits>(dst, dstLen, dstPos, state,
-                                  [=](auto& sink) { return ownCodeFirst(sink, src, ss, se, al, table, state); });
+                                  [=](auto& sink) { return ownCodeFirst(sink, src, set, ss, se, al, table, state); });
 }
 
 QelStatus qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos,
@@ -346,8 +351,13 @@ QelStatus qeliEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const int16_t* src, uint8_
   if (auto s = check(nonNull(dst), length(dstLen), nonNull(dstPos, table, state)); s) return s;
   if (flush) return ownFlushBand(dst, dstLen, dstPos, table, state);
   if (auto s = check(nonNull(src), band(ss, se, al)); s) return s;
+  const RefineSets sets(src, ss, se, al);
+  if (sets.fresh == 0 && ownRefinedRunHasRoom(state)) {
+    ownExtendRefinedRun(sets, 0, state);
+    return ownEncodeNothing(state);
+  }
   return ownEncode<kMaxRefineBits>(dst, dstLen, dstPos, state,
-                                   [=](auto& sink) { return ownCodeRefine(sink, src, ss, se, al, table, state); });
+                                   [=](auto& sink) { return ownCodeRefine(sink, sets, ss, se, table, state); });
 }
 
 }  // namespace qelj

@@ -104,7 +104,7 @@ struct AcVectors {
   explicit AcVectors(const int16_t* block) {
     for (int i = 0; i < kCount; ++i) {
       values[i] = load<simd::I16>(offset(block, simd::kLanes<simd::I16> * i));
-      if (i == 0) values[i] &= load<simd::I16>(kNotDc.data());
+      if (i == 0) values[i] &= notDc();
       magnitudes[i] = absWrap(values[i]);
       bits |= as<uint16_t>(magnitudes[i]);
     }
@@ -112,6 +112,9 @@ struct AcVectors {
 
   simd::I16 values[kCount], magnitudes[kCount];
   simd::U16 bits{};  // of any magnitude
+
+  // Of the first vector.
+  static simd::I16 notDc() { return load<simd::I16>(kNotDc.data()); }
 
  private:
   static constexpr auto kNotDc = [] {
@@ -181,6 +184,72 @@ template <class Work>
 template <bool kFromLast = false>
 constexpr uint64_t ownBand(int ss, int se) {
   return kFromLast ? ~uint64_t(0) >> ss & ~uint64_t(0) << (63 - se) : ~uint64_t(0) << ss & ~uint64_t(0) >> (63 - se);
+}
+
+// What a refinement of the positions ss to se finds, magnitudes shifted by the point transform: position k is bit 63 - k.
+struct RefineSets {
+  uint64_t fresh = 0;     // magnitudes of 1, whose symbols are to come
+  uint64_t known = 0;     // larger ones: each has a bit to correct it,
+  uint64_t ones = 0;      // which is 1 for these
+  uint64_t positive = 0;  // not negative, of those above at least
+
+  RefineSets(const int16_t* block, int ss, int se, uint32_t al) {
+    if constexpr (simd::kShuffles) {
+      using namespace simd;
+      // Of each magnitude a byte: whether it is odd, whether it is above 1, and, as the top bit, the sign.
+      U16 any{};
+      const auto flags = [&](int at, bool first) QELJ_INLINE_LAMBDA {
+        const auto c = load<I16>(offset(block, at));
+        const auto magnitude = as<uint16_t>(absWrap(c)) >> uint16_t(al);
+        any |= first ? magnitude & as<uint16_t>(AcVectors::notDc()) : magnitude;
+        return as<int16_t>(min(magnitude, (magnitude & 1) | 2) | (as<uint16_t>(c) >> 8 & 0x80));
+      };
+      PackedBytes packed;
+      for (int i = 0; i < kByteVectors; ++i)
+        packed[i] = packU8(flags(kBytes * i, i == 0), flags(kBytes * i + kBytes / 2, false));
+      if (isZero(any)) return;
+      ownInZigZag<true>(packed, [this](int i, U8 bytes) {
+        const auto bit = [&](int n) {
+          return uint64_t(topBits(as<int8_t>(as<uint16_t>(bytes) << uint16_t(7 - n)))) << i;
+        };
+        ones |= bit(0), known |= bit(1), positive |= bit(7);
+      });
+      const uint64_t band = ownBand<true>(ss, se);
+      fresh = ones & ~known & band, known &= band, positive = ~positive;
+    } else {
+      for (int k = ss; k <= se; ++k) {
+        const int32_t c = at(block, kZigZag.natural[k]), magnitude = (c < 0 ? -c : c) >> al;
+        if (magnitude == 0) continue;
+        const uint64_t bit = uint64_t(1) << (63 - k);
+        (magnitude == 1 ? fresh : known) |= bit;
+        if (magnitude & 1) ones |= bit;
+        if (c >= 0) positive |= bit;
+      }
+    }
+  }
+};
+
+// Stores the 64 bits of a word as bytes, from the top one on.
+inline void ownSpreadBits(uint8_t* dst, uint64_t bits) {
+  if constexpr (simd::kShuffles) {
+    using simd::U8, simd::kBytes;
+    static constexpr auto kByte = [] {
+      std::array<uint8_t, 64> byte{};
+      for (size_t i = 0; i < 64; ++i) byte[i] = uint8_t(7 - i / 8);
+      return byte;
+    }();
+    static constexpr uint8_t kBit[16] = {128, 64, 32, 16, 8, 4, 2, 1, 128, 64, 32, 16, 8, 4, 2, 1};
+    const auto bytes = as<uint8_t>(all<simd::U64>(bits));
+    for (int i = 0; i < 64; i += kBytes)
+      store(dst + i,
+            min(simd::shuffleBytes(bytes, load<U8>(&kByte[size_t(i)])) & simd::blockPattern(kBit), all<U8>(1)));
+  } else {
+    // Eight at a time: of the byte in each place one bit, by carry at the top, then at the bottom.
+    for (int i = 0; i < 64; i += 8, bits <<= 8) {
+      const uint64_t each = (bits >> 56) * 0x0101010101010101 & 0x0102040810204080;
+      store(dst + i, (each + 0x7F7F7F7F7F7F7F7F) >> 7 & 0x0101010101010101);
+    }
+  }
 }
 
 }  // namespace qelj::jpeg

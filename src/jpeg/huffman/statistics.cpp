@@ -105,15 +105,17 @@ QelStatus qeliGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const int16_t* src, in
 QelStatus qeliGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics, int32_t ss,
                                                           int32_t se, uint32_t al, QelEncodeHuffmanState* state,
                                                           int32_t last) {
-  return ownCountBand(src, acStatistics, band(ss, se, al), state, last,
-                      [&](SymbolCounter& sink) { return ownCodeFirst(sink, src, ss, se, al, acStatistics, state); });
+  return ownCountBand(src, acStatistics, band(ss, se, al), state, last, [&](SymbolCounter& sink) {
+    return ownCodeFirst(sink, src, ownFirstSet(src, ss, se, al), ss, se, al, acStatistics, state);
+  });
 }
 
 QelStatus qeliGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const int16_t* src, int32_t* acStatistics, int32_t ss,
                                                            int32_t se, uint32_t al, QelEncodeHuffmanState* state,
                                                            int32_t last) {
-  return ownCountBand(src, acStatistics, band(ss, se, al), state, last,
-                      [&](SymbolCounter& sink) { return ownCodeRefine(sink, src, ss, se, al, acStatistics, state); });
+  return ownCountBand(src, acStatistics, band(ss, se, al), state, last, [&](SymbolCounter& sink) {
+    return ownCodeRefine(sink, RefineSets(src, ss, se, al), ss, se, acStatistics, state);
+  });
 }
 
 QelStatus qeliGetHuffmanStatisticsOne_JPEG_16s_C1(const int16_t* src, int32_t* statistics) {

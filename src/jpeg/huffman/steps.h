@@ -71,15 +71,20 @@ inline constexpr int32_t kLongestRun = 0x7FFF;
 // bits that decoders and encoders commonly keep.
 inline constexpr int32_t kMostCorrectionBits = 937;
 
-// Correction bits, one a byte.
+// Correction bits, one a byte of the state's.
 template <class Sink>
-inline QelStatus ownStoreCorrections(Sink& sink, const uint8_t* bits, int32_t count) {
-  // Eight at a time: the product gathers byte i's bit at 63 - i.
-  for (; count >= 8; bits += 8, count -= 8)
-    if (auto s = sink.plain(uint32_t(load<uint64_t>(bits) * 0x8040201008040201u >> 56), 8); s) return s;
-  for (; count > 0; ++bits, --count)
-    if (auto s = sink.plain(*bits & 1, 1); s) return s;
-  return qelStatusOk;
+inline QelStatus ownStoreCorrections(Sink& sink, const QelEncodeHuffmanState* state, int32_t count) {
+  // Eight at a time, the last ones with what the record has behind them: the product gathers byte i's bit at 63 - i.
+  const auto eight = [state](int32_t i) {
+    return (load<uint64_t>(state->correctionBits + i) & 0x0101010101010101) * 0x8040201008040201 >> 56;
+  };
+  int32_t i = 0;
+  for (; count - i >= 32; i += 32)
+    if (auto s = sink.corrections(eight(i) << 24 | eight(i + 8) << 16 | eight(i + 16) << 8 | eight(i + 24), 32); s)
+      return s;
+  uint64_t last = 0;
+  for (; i < count; i += 8) last = last << 8 | eight(i);
+  return sink.corrections(last >> (-count & 7), count & 31);
 }
 
 // Whether the pending run must be stored before another block is counted. A call stores such a run at its end, so
@@ -87,6 +92,11 @@ inline QelStatus ownStoreCorrections(Sink& sink, const uint8_t* bits, int32_t co
 inline bool ownRunIsFull(const QelEncodeHuffmanState* state) { return uint32_t(state->eobRun) >= kLongestRun; }
 inline bool ownRefinedRunIsFull(const QelEncodeHuffmanState* state) {
   return ownRunIsFull(state) || uint32_t(state->correctionCount) > kMostCorrectionBits;
+}
+// Whether it is neither full nor will be behind another block: one without symbols then adds no bits.
+inline bool ownRunHasRoom(const QelEncodeHuffmanState* state) { return uint32_t(state->eobRun) < kLongestRun - 1; }
+inline bool ownRefinedRunHasRoom(const QelEncodeHuffmanState* state) {
+  return ownRunHasRoom(state) && uint32_t(state->correctionCount) <= kMostCorrectionBits - 63;
 }
 
 // The pending end-of-band run. One that no call leaves has no symbol.
@@ -109,7 +119,7 @@ inline QelStatus ownStoreRefinedRun(Sink& sink, typename Sink::Table table, QelE
   if (uint32_t(count) > (state->eobRun ? sizeof state->correctionBits : 0)) return qelStatusJpegCoeffRange;
   if (auto s = ownStoreRun(sink, table, state); s) return s;
   state->correctionCount = 0;
-  return ownStoreCorrections(sink, state->correctionBits, count);
+  return ownStoreCorrections(sink, state, count);
 }
 inline constexpr int kMaxRefinedRunBits = kMaxRunBits + int(sizeof(QelEncodeHuffmanState::correctionBits));
 
@@ -121,11 +131,14 @@ inline auto ownShifted(uint32_t al) {
   };
 }
 
+// The coefficients that count in the first scan of a band.
+inline uint64_t ownFirstSet(const int16_t* src, int ss, int se, uint32_t al) {
+  return ownScanSet(src, ownShifted(al)) & ownBand(ss, se);
+}
 // A block of the first scan of a band.
 template <class Sink>
-inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, uint32_t al, typename Sink::Table table,
-                              QelEncodeHuffmanState* state) {
-  uint64_t set = ownScanSet(src, ownShifted(al)) & ownBand(ss, se);
+inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, uint64_t set, int ss, int se, uint32_t al,
+                              typename Sink::Table table, QelEncodeHuffmanState* state) {
   if (set || ownRunIsFull(state))
     if (auto s = ownStoreRun(sink, table, state); s) return s;
   int last = ss - 1;
@@ -144,49 +157,50 @@ inline QelStatus ownCodeFirst(Sink& sink, const int16_t* src, int ss, int se, ui
 // A run, and 63 coefficients of up to 32 bits with three runs of 16 zeros; a run in place of the last takes less.
 inline constexpr int kMaxFirstBits = kMaxRunBits + 63 * 32 + 3 * 16;
 
+// Counts a block in the pending run, with its correction bits but the first `done`.
+inline void ownExtendRefinedRun(const RefineSets& sets, int done, QelEncodeHuffmanState* state) {
+  state->eobRun += 1;
+  if (sets.known == 0) return;
+  const int count = std::popcount(sets.known) - done;
+  const uint64_t bits = simd::extractBits(sets.ones, sets.known);
+  ownSpreadBits(state->correctionBits + state->correctionCount, bits << 1 << (63 - count));
+  state->correctionCount += count;
+}
+
 // A block of a refinement scan of a band.
 template <class Sink>
-[[gnu::always_inline]] inline QelStatus ownCodeRefine(Sink& sink, const int16_t* src, int ss, int se, uint32_t al,
+[[gnu::always_inline]] inline QelStatus ownCodeRefine(Sink& sink, const RefineSets& sets, int ss, int se,
                                                       typename Sink::Table table, QelEncodeHuffmanState* state) {
-  const uint64_t band = ownBand(ss, se);
-  const auto shifted = ownShifted(al);
-  uint64_t set = ownScanSet(src, shifted) & band;
-  // Of the coefficients that count, those with a magnitude of 1 are new, and the others have a bit to correct.
-  const uint64_t fresh = set ? ownScanSet(src, [&](auto c) { return shifted(c) == 1; }) & band : 0;
-  const uint64_t ones = set & ~fresh ? ownScanSet(src, [&](auto c) { return shifted(c) & 1; }) : 0;
-
   // The pending run comes before any symbol of this block.
-  if (fresh || ownRefinedRunIsFull(state))
+  if (sets.fresh || ownRefinedRunIsFull(state))
     if (auto s = ownStoreRefinedRun(sink, table, state); s) return s;
 
-  uint8_t* bits = state->correctionBits + state->correctionCount;  // of this block, behind the pending ones
-  int32_t count = 0, run = 0;
-  const auto storeBits = [&] {
-    const QelStatus s = ownStoreCorrections(sink, bits, count);
-    count = 0;
-    return s;
+  const int all = std::popcount(sets.known);
+  const uint64_t bits = simd::extractBits(sets.ones, sets.known);
+  int first = ss, done = 0;  // the position behind the last symbol's, and the correction bits in front of that
+  // The bits up to a position come behind its symbol.
+  const auto correct = [&](int k) QELJ_INLINE_LAMBDA {
+    const int before = std::popcount(sets.known >> (64 - k)), count = before - done;
+    first = k + 1;
+    done = before;
+    return sink.corrections(bits >> (all - before), count);
   };
-  int last = ss - 1;
-  for (; set; set &= set - 1) {
-    const int k = std::countr_zero(set);
-    run += k - last - 1;
-    last = k;
-    // A run of 16 zeros is stored only while a new coefficient is to come; else it belongs to the end of the band.
-    for (; run > 15 && fresh >> k; run -= 16) {
+  for (uint64_t fresh = sets.fresh; fresh;) {
+    const int k = std::countl_zero(fresh);
+    fresh &= ~uint64_t(0) >> 1 >> k;
+    int run = k - first - (std::popcount(sets.known >> (64 - k)) - done);
+    // A run of 16 zeros has a symbol only where a new coefficient comes behind it; else it belongs to the end of the band.
+    for (; run > 15; run -= 16) [[unlikely]] {
+      uint64_t zeros = ~(sets.known | sets.fresh) & ~uint64_t(0) >> first;
+      for (int n = 0; n < 15; ++n) zeros ^= std::bit_floor(zeros);
       if (auto s = sink.code(table, 0xF0); s) return s;
-      if (auto s = storeBits(); s) return s;
+      if (auto s = correct(std::countl_zero(zeros)); s) return s;
     }
-    if (fresh >> k & 1) {
-      if (auto s = sink.code(table, unsigned(run) * 16 + 1, at(src, kZigZag.natural[k]) >= 0, 1); s) return s;
-      if (auto s = storeBits(); s) return s;
-      run = 0;
-    } else {
-      bits[count++] = uint8_t(ones >> k & 1);
-    }
+    if (auto s = sink.hold(table, unsigned(run) * 16 + 1, sets.positive >> (63 - k) & 1, 1); s) return s;
+    if (auto s = correct(k); s) return s;
   }
-  if (last < se || run > 0 || count > 0) {
-    state->eobRun += 1;
-    state->correctionCount += count;
+  if (first <= se) {
+    ownExtendRefinedRun(sets, done, state);
     if (ownRefinedRunIsFull(state)) return ownStoreRefinedRun(sink, table, state);
   }
   return qelStatusOk;
