@@ -32,11 +32,14 @@ constexpr int kLanes = simd::kLanes<F>;
 
 QELJ_INLINE F lesser(F a, F b) { return a < b ? a : b; }
 QELJ_INLINE F greater(F a, F b) { return a > b ? a : b; }
+// Where neither is below 0, floats are in the order of their bits; what is below 0 has bits below 0.
+QELJ_INLINE F atLeastZero(F a) { return as<F>(max(as<I>(a), I{})); }
+QELJ_INLINE F lesserUnsigned(F a, F b) { return as<F>(min(as<I>(a), as<I>(b))); }
 QELJ_INLINE I isAboveZero(F a) { return as<int32_t>(a > F{}); }
 // x / y, and 0 for a y of 0. There is no division by 0 to raise a flag, or to trap.
 QELJ_INLINE F ratio(F x, F y) {
   const I some = isAboveZero(y);
-  return select(some, x, F{}) / select(some, y, all<F>(1));
+  return as<F>(as<I>(x) & some) / select(some, y, all<F>(1));
 }
 // The product of numbers of 16 bits; the upper half of b is 0.
 QELJ_INLINE I mulAdd(I a, I b) { return simd::mulAddPairs(as<int16_t>(a), as<int16_t>(b)); }
@@ -145,7 +148,7 @@ QELJ_INLINE void mainAxis(const Moments<kChannels>& m, F (&axis)[kChannels]) {
     for (F& of : axis) of = select(as<int32_t>(widest < F{}), F{}, of);
   for (int i = 0; i < 4; ++i) {
     F largest{};
-    for (const F& of : axis) largest = greater(as<float>(as<int32_t>(of) & 0x7FFFFFFF), largest);
+    for (const F& of : axis) largest = as<F>(max(as<I>(of) & 0x7FFFFFFF, as<I>(largest)));
     const F scale = ratio(all<F>(1), largest);
     F scaled[kChannels];
     for (int c = 0; c < kChannels; ++c) axis[c] = scaled[c] = axis[c] * scale;
@@ -247,7 +250,7 @@ QELJ_INLINE void quantise(const F (&line)[2][4], int firstChannel, EndPoint<kCha
   for (int e = 0; e < 2; ++e) {
     F gains[4];
     for (int c = 0; c < kChannels; ++c) {
-      const F value = lesser(greater(line[e][firstChannel + c], F{}), all<F>(255));
+      const F value = lesserUnsigned(atLeastZero(line[e][firstChannel + c]), all<F>(255));
       const F scaled = value * all<F>(float((1 << kAll) - 1) / 255.0f);
       if constexpr (kPBits == PBits::none) {
         ends[e].fields[c] = roundToInt(scaled);
@@ -541,8 +544,14 @@ constexpr float kOnLine = 0.99f;
 // Keeps the division from 0 / 0 where all pixels are the same. (One channel's moment of n pixels is a multiple of
 // 1 / n, and the cube of that above 2^-12.)
 constexpr float kNextToNothing = 1e-6f;
+struct Spectrum {
+  F trace, cubes, fourths;  // of the moments, and of their powers
+};
+QELJ_INLINE F lineResidual(const Spectrum& of) {
+  return of.trace - all<F>(kOnLine) * of.fourths / (of.cubes + all<F>(kNextToNothing));
+}
 template <int kChannels>
-QELJ_INLINE F lineResidual(const F (&m)[kChannels][kChannels]) {
+QELJ_INLINE Spectrum spectrum(const F (&m)[kChannels][kChannels]) {
   F trace = m[0][0], cubes{}, fourths{};
   for (int a = 0; a < kChannels; ++a) {
     if (a > 0) trace += m[a][a];
@@ -555,7 +564,7 @@ QELJ_INLINE F lineResidual(const F (&m)[kChannels][kChannels]) {
       fourths = a == 0 ? fourth : fourths + fourth;
     }
   }
-  return trace - all<F>(kOnLine) * fourths / (cubes + all<F>(kNextToNothing));
+  return {trace, cubes, fourths};
 }
 
 // What a sort key has room for: 31 bits less the six of a shape's number. Residuals end below 16 * 4 * 128^2 (a quarter
@@ -568,28 +577,35 @@ template <int kChannels>
 [[gnu::noinline]] void rankShapes(const ShapeMoments<kChannels>& m, I (&shapes)[2]) {
   using Of = ShapeMoments<kChannels>;
   I first = all<I>(std::numeric_limits<int32_t>::max()), second = first;
-  for (int number = 0; number < kShapeCount; ++number) {
-    const Shape& shape = kShapes.of[number];
-    const auto &row0 = m.rows[0][shape.rows[0]], &row1 = m.rows[1][shape.rows[1]];
-    const auto &row2 = m.rows[2][shape.rows[2]], &row3 = m.rows[3][shape.rows[3]];
-    F values[2][Of::kValues];
-    for (int v = 0; v < Of::kValues; ++v) {
-      values[1][v] = (row0[v] + row1[v]) + (row2[v] + row3[v]);
-      values[0][v] = m.total[v] - values[1][v];
+  constexpr int kGroup = 8;  // the divisions of some shapes together, which don't wait for one another
+  for (int group = 0; group < kShapeCount; group += kGroup) {
+    Spectrum spectra[kGroup][2];
+    for (int i = 0; i < kGroup; ++i) {
+      const Shape& shape = kShapes.of[group + i];
+      const auto &row0 = m.rows[0][shape.rows[0]], &row1 = m.rows[1][shape.rows[1]];
+      const auto &row2 = m.rows[2][shape.rows[2]], &row3 = m.rows[3][shape.rows[3]];
+      F values[Of::kValues];
+      for (int v = 0; v < Of::kValues; ++v) values[v] = row0[v] + row1[v] + row2[v] + row3[v];
+      const auto spectrumOf = [&](int subset) QELJ_INLINE_LAMBDA {
+        const F per = all<F>(shape.perPixel[subset]);
+        F moments[kChannels][kChannels];
+        for (int b = 0; b < kChannels; ++b)
+          for (int a = 0; a <= b; ++a)
+            moments[a][b] = moments[b][a] = values[Of::product(a, b)] - values[a] * values[b] * per;
+        return spectrum<kChannels>(moments);
+      };
+      spectra[i][1] = spectrumOf(1);
+      for (int v = 0; v < Of::kValues; ++v) values[v] = m.total[v] - values[v];
+      spectra[i][0] = spectrumOf(0);
     }
-    const auto residualOf = [&](int subset) QELJ_INLINE_LAMBDA {
-      const F(&of)[Of::kValues] = values[subset];
-      const F per = all<F>(shape.perPixel[subset]);
-      F moments[kChannels][kChannels];
-      for (int b = 0; b < kChannels; ++b)
-        for (int a = 0; a <= b; ++a) moments[a][b] = moments[b][a] = of[Of::product(a, b)] - of[a] * of[b] * per;
-      return lineResidual<kChannels>(moments);
-    };
-    const F ofSecond = residualOf(1), residual = greater(ofSecond + residualOf(0), F{});
-    // In quarters, above the six bits of the shape's number.
-    const I key = roundToInt(lesser(residual * all<F>(4), all<F>(kMostQuarters))) << 6 | number;
-    second = min(second, max(first, key));
-    first = min(first, key);
+    for (int i = 0; i < kGroup; ++i) {
+      const F residual = atLeastZero(lineResidual(spectra[i][1]) + lineResidual(spectra[i][0]));
+      // In quarters, above the six bits of the shape's number.
+      const F quarters = lesserUnsigned(residual * all<F>(4), all<F>(kMostQuarters));
+      const I key = roundToInt(quarters) << 6 | (group + i);
+      second = min(second, max(first, key));
+      first = min(first, key);
+    }
   }
   shapes[0] = first & 63, shapes[1] = second & 63;
 }
