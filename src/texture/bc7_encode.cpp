@@ -24,18 +24,20 @@ namespace {
 
 using bc7::Layout;
 
-using F = simd::F32;  // a number of each block,
-using I = simd::I32;  // or a mask
+using F = simd::Wide<float>;  // a number of each block,
+using I = simd::Wide<int32_t>;  // or a mask
+using I16 = simd::Wide<int16_t>;
 constexpr int kLanes = simd::kLanes<F>;
 
 // --- small vector helpers ----------------------------------------------------------------------------------
 
-QELJ_INLINE F lesser(F a, F b) { return a < b ? a : b; }
-QELJ_INLINE F greater(F a, F b) { return a > b ? a : b; }
 // Where neither is below 0, floats are in the order of their bits; what is below 0 has bits below 0.
 QELJ_INLINE F atLeastZero(F a) { return as<F>(max(as<I>(a), I{})); }
 QELJ_INLINE F lesserUnsigned(F a, F b) { return as<F>(min(as<I>(a), as<I>(b))); }
+QELJ_INLINE F greaterUnsigned(F a, F b) { return as<F>(max(as<I>(a), as<I>(b))); }
 QELJ_INLINE I isAboveZero(F a) { return as<int32_t>(a > F{}); }
+// The bits of floats as integers in the same order, and back.
+QELJ_INLINE I inOrder(I bits) { return bits ^ (bits >> 31 & 0x7FFFFFFF); }
 // x / y, and 0 for a y of 0. There is no division by 0 to raise a flag, or to trap.
 QELJ_INLINE F ratio(F x, F y) {
   const I some = isAboveZero(y);
@@ -86,32 +88,28 @@ struct Queue {
   }
 };
 
+// What belongs to pixels i and i + 8 lies in the halves of a lane where that is a pair. This one has the lower halves of
+// a and b.
+QELJ_INLINE I pairOf(I a, I b) { return as<I>(simd::evenAndOdd(as<int16_t>(a), as<int16_t>(b << 16))); }
+
 // The pixels of a queue in the forms that fits take.
 struct Pixels {
   F value[4][16];
-  I pairs[4][8];     // of a channel pixels 2i and 2i + 1 in the halves of a lane
-  I targets[4][16];  // 64 times, below 0: red and green in the halves of a lane; blue and alpha; blue; alpha
+  I pairs[4][8];
   I sum[4];
 
   template <int kChannels>
   void take(const Queue& from) {
-    for (int i = 0; i < 16; ++i) {
-      const I pixel = load<I>(from.pixels[i]), high = as<I>(as<uint32_t>(pixel) >> 16);
-      const auto target = [](I halves) QELJ_INLINE_LAMBDA { return as<I>(-(as<int16_t>(halves) << 6)); };
-      const auto spread = [](I two) QELJ_INLINE_LAMBDA { return (two & 0xFF) | (two << 8 & 0xFF0000); };
-      targets[0][i] = target(spread(pixel & 0xFFFF)), targets[2][i] = target(high & 0xFF);
-      if constexpr (kChannels == 4) targets[1][i] = target(spread(high)), targets[3][i] = target(high >> 8);
-      for (int c = 0; c < kChannels; ++c) value[c][i] = convert<float>(pixel >> 8 * c & 0xFF);
-    }
     for (int c = 0; c < kChannels; ++c) {
-      I halves{};
+      const auto channel = [&](int i) QELJ_INLINE_LAMBDA { return load<I>(from.pixels[i]) >> 8 * c & 0xFF; };
+      I both{};
       for (int i = 0; i < 8; ++i) {
-        const I even = load<I>(from.pixels[2 * i]) >> 8 * c & 0xFF,
-                odd = load<I>(from.pixels[2 * i + 1]) >> 8 * c & 0xFF;
-        pairs[c][i] = even | odd << 16;
-        halves += pairs[c][i];
+        const I low = channel(i), high = channel(i + 8);
+        value[c][i] = convert<float>(low), value[c][i + 8] = convert<float>(high);
+        pairs[c][i] = low | high << 16;
+        both += pairs[c][i];
       }
-      sum[c] = bothHalves(halves);
+      sum[c] = bothHalves(both);
     }
   }
 };
@@ -148,7 +146,7 @@ QELJ_INLINE void mainAxis(const Moments<kChannels>& m, F (&axis)[kChannels]) {
     for (F& of : axis) of = select(as<int32_t>(widest < F{}), F{}, of);
   for (int i = 0; i < 4; ++i) {
     F largest{};
-    for (const F& of : axis) largest = as<F>(max(as<I>(of) & 0x7FFFFFFF, as<I>(largest)));
+    for (const F& of : axis) largest = greaterUnsigned(as<F>(as<I>(of) & 0x7FFFFFFF), largest);
     const F scale = ratio(all<F>(1), largest);
     F scaled[kChannels];
     for (int c = 0; c < kChannels; ++c) axis[c] = scaled[c] = axis[c] * scale;
@@ -176,25 +174,26 @@ struct BySubset {
 };
 
 // What a fit starts from: of each subset the number of pixels, the sums of their channels, and the ends of the line
-// along their main axis that holds them all; and of each pixel, whether it is in subset 1.
+// along their main axis that holds them all; and masks of the pixels of subset 1.
 template <int kSubsets>
 struct Start {
   I count[kSubsets], sum[kSubsets][4];
   F line[kSubsets][2][4];
-  I second[16];
+  I second[16], secondPairs[8];
 };
 
 template <int kSubsets, int kChannels>
 [[gnu::noinline]] void startFrom(const Pixels& pixels, const Moments<kChannels> (&moments)[kSubsets],
                                  Start<kSubsets>& start) {
-  F axis[kSubsets][kChannels], mean[kSubsets][kChannels], lowest[kSubsets], highest[kSubsets];
-  constexpr float kHuge = std::numeric_limits<float>::max();
+  F axis[kSubsets][kChannels], mean[kSubsets][kChannels];
+  I lowest[kSubsets], highest[kSubsets];
+  constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
   for (int s = 0; s < kSubsets; ++s) {
     const Moments<kChannels>& m = moments[s];
     mainAxis(m, axis[s]);
     const F per = all<F>(1) / m.count;
     for (int c = 0; c < kChannels; ++c) mean[s][c] = m.sum[c] * per;
-    lowest[s] = all<F>(kHuge), highest[s] = all<F>(-kHuge);
+    lowest[s] = all<I>(kMost), highest[s] = all<I>(~kMost);
     start.count[s] = convert<int32_t>(m.count);
     for (int c = 0; c < kChannels; ++c) start.sum[s][c] = convert<int32_t>(m.sum[c]);
   }
@@ -207,18 +206,21 @@ template <int kSubsets, int kChannels>
     const I second = kSubsets == 2 ? start.second[i] : I{};
     F place{};
     for (int c = 0; c < kChannels; ++c) place += (pixels.value[c][i] - centre[c].at(second)) * along[c].at(second);
-    for (int s = 0; s < kSubsets; ++s) {
-      const I in = kSubsets == 1 ? ~I{} : s ? second : ~second;
-      lowest[s] = lesser(lowest[s], select(in, place, all<F>(kHuge)));
-      highest[s] = greater(highest[s], select(in, place, all<F>(-kHuge)));
+    // What is most, or least, of the other subset leaves its own as they are.
+    const I order = inOrder(as<I>(place)), least = second ^ kMost, most = ~least;
+    if constexpr (kSubsets == 1) {
+      lowest[0] = min(lowest[0], order), highest[0] = max(highest[0], order);
+    } else {
+      lowest[0] = min(lowest[0], max(order, most)), highest[0] = max(highest[0], min(order, least));
+      lowest[1] = min(lowest[1], max(order, least)), highest[1] = max(highest[1], min(order, most));
     }
   }
   for (int s = 0; s < kSubsets; ++s) {
     const F length = channelSum<kChannels>([&](int c) QELJ_INLINE_LAMBDA { return axis[s][c] * axis[s][c]; });
     const F scale = ratio(all<F>(1), length);
     for (int c = 0; c < kChannels; ++c) {
-      start.line[s][0][c] = mean[s][c] + axis[s][c] * (lowest[s] * scale);
-      start.line[s][1][c] = mean[s][c] + axis[s][c] * (highest[s] * scale);
+      start.line[s][0][c] = mean[s][c] + axis[s][c] * (as<F>(inOrder(lowest[s])) * scale);
+      start.line[s][1][c] = mean[s][c] + axis[s][c] * (as<F>(inOrder(highest[s])) * scale);
     }
   }
 }
@@ -239,7 +241,7 @@ struct EndPoint {
 
 // Rounds both ends of a line to `bits` bits and the best p-bits.
 template <int kBits, PBits kPBits, int kChannels>
-QELJ_INLINE void quantise(const F (&line)[2][4], int firstChannel, EndPoint<kChannels> (&ends)[2]) {
+QELJ_INLINE void quantise(const F (&line)[2][kChannels], EndPoint<kChannels> (&ends)[2]) {
   constexpr int kAll = kBits + (kPBits == PBits::none ? 0 : 1);
   constexpr auto expand = [](auto v) {
     if constexpr (kAll == 8) return v;
@@ -250,7 +252,7 @@ QELJ_INLINE void quantise(const F (&line)[2][4], int firstChannel, EndPoint<kCha
   for (int e = 0; e < 2; ++e) {
     F gains[4];
     for (int c = 0; c < kChannels; ++c) {
-      const F value = lesserUnsigned(atLeastZero(line[e][firstChannel + c]), all<F>(255));
+      const F value = lesserUnsigned(atLeastZero(line[e][c]), all<F>(255));
       const F scaled = value * all<F>(float((1 << kAll) - 1) / 255.0f);
       if constexpr (kPBits == PBits::none) {
         ends[e].fields[c] = roundToInt(scaled);
@@ -284,14 +286,13 @@ QELJ_INLINE void quantise(const F (&line)[2][4], int firstChannel, EndPoint<kCha
 
 // --- fits --------------------------------------------------------------------------------------------------
 
-// The weights of indices, in both halves of a lane.
+// The weights of pairs of indices.
 template <int kBits>
 QELJ_INLINE I weightsOf(I indices) {
-  const I twice = indices | indices << 16;
   if constexpr (simd::kShuffles) {  // 0, which the other bytes are, has a weight of 0
     uint8_t table[16];
     for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
-    return as<I>(simd::shuffleBytes(simd::blockPattern(table), as<uint8_t>(twice)));
+    return as<I>(simd::shuffleBytes(simd::blockPattern<With<uint8_t, I>>(table), as<uint8_t>(indices)));
   } else {
     constexpr int kShift = kBits == 2 ? 1 : kBits == 3 ? 3 : 4, kFactor = kBits == 2 ? 43 : kBits == 3 ? 73 : 68;
     constexpr int kHalf = kBits == 2 ? 0 : 1 << (kShift - 1);
@@ -300,7 +301,7 @@ QELJ_INLINE I weightsOf(I indices) {
         if ((i * kFactor + kHalf) >> kShift != bc7::weights<kBits>()[i]) return false;
       return true;
     }());
-    return as<I>((as<int16_t>(twice) * int16_t(kFactor) + int16_t(kHalf)) >> kShift);
+    return as<I>((as<int16_t>(indices) * int16_t(kFactor) + int16_t(kHalf)) >> kShift);
   }
 }
 
@@ -310,14 +311,16 @@ struct Fit {
   // The best round.
   I lowest = all<I>(std::numeric_limits<int32_t>::max());
   EndPoint<kChannels> ends[kSubsets][2];
-  I indices[2];  // of the first eight pixels, and of the others
+  I indices[2];  // of pixels 0 to 3 and 4 to 7, and in the upper halves 8 to 11 and 12 to 15
 
   [[gnu::noinline]] Fit(const Pixels& pixels, const Start<kSubsets>& start) {
-    F line[kSubsets][2][4];
-    std::memcpy(line, start.line, sizeof line);
+    F line[kSubsets][2][kChannels];
+    for (int s = 0; s < kSubsets; ++s)
+      for (int e = 0; e < 2; ++e)
+        for (int c = 0; c < kChannels; ++c) line[s][e][c] = start.line[s][e][kFirst + c];
     for (int round = 0; round < kRounds; ++round) {
       EndPoint<kChannels> tried[kSubsets][2];
-      for (int s = 0; s < kSubsets; ++s) quantise<kBits, kPBits>(line[s], kFirst, tried[s]);
+      for (int s = 0; s < kSubsets; ++s) quantise<kBits, kPBits>(line[s], tried[s]);
       I found[2], weights[8];
       const I error = place(pixels, start, tried, found, weights), better = as<int32_t>(error < lowest);
       lowest = min(error, lowest);
@@ -337,57 +340,53 @@ struct Fit {
   // differences from what they give.
   static QELJ_INLINE I place(const Pixels& pixels, const Start<kSubsets>& start,
                              const EndPoint<kChannels> (&ends)[kSubsets][2], I (&indices)[2], I (&weights)[8]) {
-    constexpr int kTop = (1 << kIndexBits) - 1, kPairs = (kChannels + 1) / 2;
+    constexpr int kTop = (1 << kIndexBits) - 1;
     // A pixel's place is p . factor - offset. The sums are whole numbers, and exact.
     F factors[kSubsets][kChannels], offsets[kSubsets];
-    I bases[kSubsets][kPairs]{}, slopes[kSubsets][kPairs]{};  // two channels in the halves of a lane
+    I bases[kSubsets][kChannels], slopes[kSubsets][kChannels];  // pairs
     for (int s = 0; s < kSubsets; ++s) {
       F squares{}, products{};
       for (int c = 0; c < kChannels; ++c) {
-        const I end0 = ends[s][0].expanded[c], slope = ends[s][1].expanded[c] - end0;
+        const I end0 = ends[s][0].expanded[c], slope = ends[s][1].expanded[c] - end0, base = end0 * 64 + 32;
         const F d = factors[s][c] = convert<float>(slope);
         squares += d * d, products += d * convert<float>(end0);
-        const I base = end0 * 64 + 32;
-        bases[s][c / 2] = c % 2 ? bases[s][c / 2] | base << 16 : base;
-        slopes[s][c / 2] = c % 2 ? (slopes[s][c / 2] & 0xFFFF) | slope << 16 : slope;
+        bases[s][c] = base | base << 16, slopes[s][c] = pairOf(slope, slope);
       }
-      if constexpr (kChannels % 2 != 0) slopes[s][kPairs - 1] &= 0xFFFF;
       const F scale = ratio(all<F>(kTop), squares);
       for (F& factor : factors[s]) factor *= scale;
       offsets[s] = -(products * scale);
     }
     const BySubset<kSubsets, F> offset([&](int s) { return offsets[s]; });
     BySubset<kSubsets, F> factor[kChannels];
-    for (int c = 0; c < kChannels; ++c) factor[c] = BySubset<kSubsets, F>([&](int s) { return factors[s][c]; });
-    BySubset<kSubsets, I> base[kPairs], slope[kPairs];
-    for (int k = 0; k < kPairs; ++k) {
-      base[k] = BySubset<kSubsets, I>([&](int s) { return bases[s][k]; });
-      slope[k] = BySubset<kSubsets, I>([&](int s) { return slopes[s][k]; });
+    BySubset<kSubsets, I> base[kChannels], slope[kChannels];
+    for (int c = 0; c < kChannels; ++c) {
+      factor[c] = BySubset<kSubsets, F>([&](int s) { return factors[s][c]; });
+      base[c] = BySubset<kSubsets, I>([&](int s) { return bases[s][c]; });
+      slope[c] = BySubset<kSubsets, I>([&](int s) { return slopes[s][c]; });
     }
-    constexpr int kTargets[2] = {kFirst == 3 ? 3 : 0, kChannels == 4 ? 1 : 2};
+    const auto placeOf = [&](int i) QELJ_INLINE_LAMBDA {
+      const I second = kSubsets == 2 ? start.second[i] : I{};
+      F at = offset.at(second);
+      for (int c = 0; c < kChannels; ++c) at += pixels.value[kFirst + c][i] * factor[c].at(second);
+      return roundToInt(at);
+    };
     I error{};
-    for (int half = 1; half >= 0; --half) {
-      I all8{};
-      for (int two = 4 * half + 3; two >= 4 * half; --two) {
-        I pair[2];
-        for (int k = 1; k >= 0; --k) {
-          const int i = 2 * two + k;
-          const I second = kSubsets == 2 ? start.second[i] : I{};
-          F at = offset.at(second);
-          for (int c = 0; c < kChannels; ++c) at += pixels.value[kFirst + c][i] * factor[c].at(second);
-          const I index = min(max(roundToInt(at), I{}), all<I>(kTop));
-          all8 = all8 << kIndexBits | index;
-          pair[k] = weightsOf<kIndexBits>(index);
-          for (int t = 0; t < kPairs; ++t) {
-            const auto sum = as<int16_t>(slope[t].at(second)) * as<int16_t>(pair[k]) + as<int16_t>(base[t].at(second)) +
-                             as<int16_t>(pixels.targets[kTargets[t]][i]);
-            const auto d = sum >> 6;
-            error += simd::mulAddPairs(d, d);
-          }
+    for (int part = 0; part < 2; ++part) {
+      I16 four{};
+      for (int i = 4 * part + 3; i >= 4 * part; --i) {
+        // Places fit 16 bits: differences of pixels are below 512 long, and lines 1 or more, or 0 with no factor.
+        const auto places = as<int16_t>(pairOf(placeOf(i), placeOf(i + 8)));
+        const auto index = min(max(places, I16{}), all<I16>(kTop));
+        four = four << kIndexBits | index;
+        const I weight = weights[i] = weightsOf<kIndexBits>(as<I>(index));
+        const I second = kSubsets == 2 ? start.secondPairs[i] : I{};
+        for (int c = 0; c < kChannels; ++c) {
+          const auto sum = as<int16_t>(slope[c].at(second)) * as<int16_t>(weight) + as<int16_t>(base[c].at(second));
+          const auto d = (sum >> 6) - as<int16_t>(pixels.pairs[kFirst + c][i]);
+          error += simd::mulAddPairs(d, d);
         }
-        weights[two] = as<I>(simd::evenAndOdd(as<int16_t>(pair[0]), as<int16_t>(pair[1])));
       }
-      indices[half] = all8;
+      indices[part] = as<I>(four);
     }
     return error;
   }
@@ -395,14 +394,12 @@ struct Fit {
   // The least-squares ends for these weights; the given ends where the weights don't tell. All numbers before the
   // division are whole and below 2^53.
   static QELJ_INLINE void solve(const Pixels& pixels, const Start<kSubsets>& start, const I (&weights)[8],
-                                F (&line)[kSubsets][2][4]) {
+                                F (&line)[kSubsets][2][kChannels]) {
     // Of all pixels, and of subset 1.
     I halves[kSubsets]{}, squares[kSubsets]{}, products[kSubsets][kChannels]{};
     for (int i = 0; i < 8; ++i)
       for (int s = 0; s < kSubsets; ++s) {
-        const auto pair = as<int16_t>(s ? weights[i] & as<I>(simd::evenAndOdd(as<int16_t>(start.second[2 * i]),
-                                                                              as<int16_t>(start.second[2 * i + 1])))
-                                        : weights[i]);
+        const auto pair = as<int16_t>(s ? weights[i] & start.secondPairs[i] : weights[i]);
         halves[s] += as<I>(pair);
         squares[s] += simd::mulAddPairs(pair, pair);
         for (int c = 0; c < kChannels; ++c)
@@ -420,9 +417,9 @@ struct Fit {
       const I told = isAboveZero(determinant);
       for (int c = 0; c < kChannels; ++c) {
         const I atFar = products[s][c], atNear = start.sum[s][kFirst + c] * 64 - atFar;
-        F(&of)[2][4] = line[s];
-        of[0][kFirst + c] = select(told, differenceOfProducts(far, atNear, mixed, atFar) * scale, of[0][kFirst + c]);
-        of[1][kFirst + c] = select(told, differenceOfProducts(near, atFar, mixed, atNear) * scale, of[1][kFirst + c]);
+        F &end0 = line[s][0][c], &end1 = line[s][1][c];
+        end0 = select(told, differenceOfProducts(far, atNear, mixed, atFar) * scale, end0);
+        end1 = select(told, differenceOfProducts(near, atFar, mixed, atNear) * scale, end1);
       }
     }
   }
@@ -451,8 +448,9 @@ inline uint64_t readFit(const Fit<kBits, kPBits, kFirst, kChannels, kIndexBits, 
       if constexpr (kPBits == PBits::ones) to.p[s][e] = 1;
       else if constexpr (kPBits != PBits::none) to.p[s][e] = uint8_t(lane(end.p, block) & 1);
     }
-  return uint64_t(uint32_t(lane(fit.indices[0], block))) | uint64_t(uint32_t(lane(fit.indices[1], block)))
-                                                               << (8 * kIndexBits);
+  const auto first = uint32_t(lane(fit.indices[0], block)), second = uint32_t(lane(fit.indices[1], block));
+  return (first & 0xFFFF) | uint64_t(second & 0xFFFF) << 4 * kIndexBits | uint64_t(first >> 16) << 8 * kIndexBits |
+         uint64_t(second >> 16) << 12 * kIndexBits;
 }
 
 template <int kMode, class Fit>
@@ -620,6 +618,7 @@ template <int kChannels>
   I number{};
   for (int i = 0; i < 16; ++i) {
     const I second = start.second[i] = load<I>(bits) << (31 - i) >> 31;
+    if (i >= 8) start.secondPairs[i - 8] = pairOf(start.second[i - 8], second);
     number -= second;
     for (int v = 0; v < Of::kValues; ++v) values[1][v] += as<F>(as<I>(of.rows[i / 4][1 << i % 4][v]) & second);
   }
@@ -650,7 +649,7 @@ template <int kChannels>
     centre[c] = middle | middle << 16;
   }
   for (int i = 0; i < 8; ++i) {
-    simd::I16 centred[kChannels];
+    I16 centred[kChannels];
     for (int c = 0; c < kChannels; ++c) centred[c] = as<int16_t>(pixels.pairs[c][i]) - as<int16_t>(centre[c]);
     for (int a = 0; a < kChannels; ++a)
       for (int b = 0; b <= a; ++b) products[a][b] += simd::mulAddPairs(centred[a], centred[b]);
@@ -812,7 +811,8 @@ struct TwoShapes {
   Start<1> start;
   startAll<3>(pixels, start);
   F lowest = pixels.value[3][0], highest = lowest;
-  for (const F& alpha : pixels.value[3]) lowest = lesser(alpha, lowest), highest = greater(alpha, highest);
+  for (const F& alpha : pixels.value[3])
+    lowest = lesserUnsigned(alpha, lowest), highest = greaterUnsigned(alpha, highest);
   start.line[0][0][3] = lowest, start.line[0][1][3] = highest;
   start.sum[0][3] = pixels.sum[3];
   const ColourFit<5, 2> five(pixels, start);
