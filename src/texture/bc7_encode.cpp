@@ -1,20 +1,21 @@
-// The encoder of BC7. A block's 16 pixels are the lanes of one vector a channel, and a candidate (a mode, a
-// shape, a pair of end-points for each subset) is judged by decoding it with the format's own arithmetic, so
-// that errors are exact: the squared difference over red, green, blue and alpha, all weighing the same.
+// The encoder of BC7. A candidate (a mode, a shape, a pair of end-points for each subset) is judged by decoding it with
+// the format's own arithmetic, so that errors are exact: the squared difference over red, green, blue and alpha, all
+// weighing the same.
 //
 // A candidate starts from the line through its pixels' main axis. Indices and end-points then improve each other:
 // indices are the nearest points on the line, end-points the least-squares solution for the indices, p-bits those whose
 // rounded end-points are nearest. Shapes are ranked by the error that the best lines through their subsets would leave.
+//
+// The lanes of a vector are blocks of one kind, which are gathered until there are as many as lanes: no step moves lanes,
+// sums them or fills but a part of them, and what one block waits for is done for all.
 #include <algorithm>
 #include <cstring>
 #include <limits>
-#include <utility>
 
 #include "frame/fronts.h"
 #include "frame/rounding.h"
 #include "texture/bc7_tables.h"
 #include "texture/encode_walk.h"
-#include "texture/halves.h"
 #include "texture/indices.h"
 
 namespace qelj {
@@ -23,160 +24,204 @@ namespace {
 
 using bc7::Layout;
 
-using Pixels16 = simd::I16x16;                // one channel of the 16 pixels, or a mask of them
-using simd::F32x4, simd::I16x8, simd::I32x4;  // one value a channel, or a set of pixels
-using simd::F32x8, simd::I32x8;               // of eight pixels, or of two end-points
-using F64x4 = simd::Vec<double, 32>;          // exact products of sums
+using F = simd::Wide<float>;  // a number of each block,
+using I = simd::Wide<int32_t>;  // or a mask
+using I16 = simd::Wide<int16_t>;
+constexpr int kLanes = simd::kLanes<F>;
 
 // --- small vector helpers ----------------------------------------------------------------------------------
 
-using halves::greater, halves::isAboveZero, halves::isZero, halves::join, halves::lesser, halves::lower, halves::max;
-using halves::min, halves::mulAddPairs, halves::mulHi, halves::packInOrder, halves::roundToInt, halves::shuffle4;
-using halves::shuffleBytes, halves::toFloat, halves::twice, halves::unpackHigh, halves::unpackLow, halves::upper;
-using halves::widen;
-
+// Where neither is below 0, floats are in the order of their bits; what is below 0 has bits below 0.
+QELJ_INLINE F atLeastZero(F a) { return as<F>(max(as<I>(a), I{})); }
+QELJ_INLINE F lesserUnsigned(F a, F b) { return as<F>(min(as<I>(a), as<I>(b))); }
+QELJ_INLINE F greaterUnsigned(F a, F b) { return as<F>(max(as<I>(a), as<I>(b))); }
+QELJ_INLINE I isAboveZero(F a) { return as<int32_t>(a > F{}); }
+// The bits of floats as integers in the same order, and back.
+QELJ_INLINE I inOrder(I bits) { return bits ^ (bits >> 31 & 0x7FFFFFFF); }
 // x / y, and 0 for a y of 0. There is no division by 0 to raise a flag, or to trap.
+QELJ_INLINE F ratio(F x, F y) {
+  const I some = isAboveZero(y);
+  return as<F>(as<I>(x) & some) / select(some, y, all<F>(1));
+}
+// The product of numbers of 16 bits; the upper half of b is 0.
+QELJ_INLINE I mulAdd(I a, I b) { return simd::mulAddPairs(as<int16_t>(a), as<int16_t>(b)); }
+// The sum of the halves of a lane.
+QELJ_INLINE I bothHalves(I v) { return mulAdd(v, all<I>(0x10001)); }
+// a b - c d as a float, rounded once.
+QELJ_INLINE F differenceOfProducts(I a, I b, I c, I d) {
+  const auto half = [](auto w, auto x, auto y, auto z) QELJ_INLINE_LAMBDA {
+    return convert<float>(convert<double>(w) * convert<double>(x) - convert<double>(y) * convert<double>(z));
+  };
+  using simd::lower, simd::upper;
+  return simd::join(half(lower(a), lower(b), lower(c), lower(d)), half(upper(a), upper(b), upper(c), upper(d)));
+}
 template <class V>
-inline V ratio(V x, V y) {
-  const auto some = isAboveZero(y);
-  return select(some, x, V{}) / select(some, y, all<V>(1));
-}
-// What op makes of the lanes of each of four vectors.
-template <class V, class Op>
-inline auto combineLanes(V a, V b, V c, V d, Op op) {
-  const V ab = op(unpackLow(a, b), unpackHigh(a, b)), cd = op(unpackLow(c, d), unpackHigh(c, d));
-  const V four =
-      op(as<V>(unpackLow(as<uint64_t>(ab), as<uint64_t>(cd))), as<V>(unpackHigh(as<uint64_t>(ab), as<uint64_t>(cd))));
-  return op(lower(four), upper(four));
-}
-inline I32x4 laneSums(I32x8 a, I32x8 b, I32x8 c, I32x8 d) {
-  return combineLanes(a, b, c, d, [](auto x, auto y) { return x + y; });
-}
-inline int32_t laneSum(I32x8 v) {
-  I32x4 half = lower(v) + upper(v);
-  half += shuffle4<2, 3, 0, 1>(half);
-  return half[0] + half[1];
-}
-// One value a channel from one a set: lane i of the results is channel i's.
-inline void transpose(const F32x4 (&v)[4], F32x4 (&sets)[4]) {
-  const auto low01 = as<uint64_t>(unpackLow(v[0], v[1])), low23 = as<uint64_t>(unpackLow(v[2], v[3]));
-  const auto high01 = as<uint64_t>(unpackHigh(v[0], v[1])), high23 = as<uint64_t>(unpackHigh(v[2], v[3]));
-  sets[0] = as<F32x4>(unpackLow(low01, low23)), sets[1] = as<F32x4>(unpackHigh(low01, low23));
-  sets[2] = as<F32x4>(unpackLow(high01, high23)), sets[3] = as<F32x4>(unpackHigh(high01, high23));
+QELJ_INLINE auto lane(const V& v, int i) {
+  return load<simd::Lane<V>>(reinterpret_cast<const char*>(&v) + sizeof(simd::Lane<V>) * size_t(i));
 }
 
-// --- a block -----------------------------------------------------------------------------------------------
+// --- blocks ------------------------------------------------------------------------------------------------
 
-struct PixelBlock {
-  Pixels16 channel[4];
-  F32x8 low[4], high[4];  // pixels 0 to 7 and 8 to 15 as floats
+// What a block may become.
+struct Candidate {
+  int32_t error = std::numeric_limits<int32_t>::max();
+  uint8_t mode = 6, shape = 0;
+  bool selection = false;
+  uint8_t fields[2][2][4] = {};  // [subset][end][channel], as stored, without p-bits
+  uint8_t p[2][2] = {};
+  uint64_t indices = 0, alphaIndices = 0;  // of all pixels; the latter in modes 4 and 5
+};
 
-  void floatChannels() {
-    for (int c = 0; c < 4; ++c) {
-      low[c] = toFloat(widen(lower(channel[c])));
-      high[c] = toFloat(widen(upper(channel[c])));
-    }
+// Blocks that wait until there are as many as lanes.
+struct Queue {
+  alignas(F) int32_t pixels[16][kLanes] = {};
+  Candidate best[kLanes];
+  uint8_t* dst[kLanes];
+  int count = 0;
+
+  bool isFull() const { return count == kLanes; }
+  // Pixels that are `step` apart.
+  void add(const int32_t* from, int step, const Candidate& candidate, uint8_t* to) {
+    for (int i = 0; i < 16; ++i) pixels[i][count] = from[step * i];
+    best[count] = candidate;
+    dst[count++] = to;
   }
 };
 
-inline PixelBlock loadPixels(const uint8_t* src, ptrdiff_t step) {
-  using simd::U64x2, simd::U8x16;
-  const auto planar = [&](int y) {  // four bytes of each channel
-    const U8x16 pixels = load<U8x16>(row(src, step, y));
-    return as<I32x4>(
-        shuffleBytes(pixels, simd::blockPattern<U8x16>({0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15})));
-  };
-  const I32x4 r0 = planar(0), r1 = planar(1), r2 = planar(2), r3 = planar(3);
-  const U64x2 low01 = as<U64x2>(unpackLow(r0, r1)), low23 = as<U64x2>(unpackLow(r2, r3));
-  const U64x2 high01 = as<U64x2>(unpackHigh(r0, r1)), high23 = as<U64x2>(unpackHigh(r2, r3));
-  const U64x2 planes[4] = {unpackLow(low01, low23), unpackHigh(low01, low23), unpackLow(high01, high23),
-                           unpackHigh(high01, high23)};
-  PixelBlock block;
-  for (int c = 0; c < 4; ++c) block.channel[c] = convert<int16_t>(as<U8x16>(planes[c]));
-  return block;
-}
+// What belongs to pixels i and i + 8 lies in the halves of a lane where that is a pair. This one has the lower halves of
+// a and b.
+QELJ_INLINE I pairOf(I a, I b) { return as<I>(simd::evenAndOdd(as<int16_t>(a), as<int16_t>(b << 16))); }
+
+// The pixels of a queue in the forms that fits take.
+struct Pixels {
+  F value[4][16];
+  I pairs[4][8];
+  I sum[4];
+
+  template <int kChannels>
+  void take(const Queue& from) {
+    for (int c = 0; c < kChannels; ++c) {
+      const auto channel = [&](int i) QELJ_INLINE_LAMBDA { return load<I>(from.pixels[i]) >> 8 * c & 0xFF; };
+      I both{};
+      for (int i = 0; i < 8; ++i) {
+        const I low = channel(i), high = channel(i + 8);
+        value[c][i] = convert<float>(low), value[c][i + 8] = convert<float>(high);
+        pairs[c][i] = low | high << 16;
+        both += pairs[c][i];
+      }
+      sum[c] = bothHalves(both);
+    }
+  }
+};
 
 // --- lines -------------------------------------------------------------------------------------------------
 
-// Number, sums and second moments about the mean (covariance times number) of up to four sets of pixels, one a lane.
+// The number of pixels of a set, their sums and their second moments about the mean (covariance times number).
+template <int kChannels>
 struct Moments {
-  F32x4 count{};
-  F32x4 sum[4]{};
-  F32x4 column[4][4]{};  // the symmetric matrix
+  F count, sum[kChannels];
+  F column[kChannels][kChannels];  // the symmetric matrix
 };
 
-// The main axes of covariance matrices by power iteration; zero for pixels that are all the same.
-inline void mainAxes(const Moments& m, F32x4 (&axis)[4]) {
-  F32x4 widest = m.column[0][0];
-  for (int c = 0; c < 4; ++c) axis[c] = m.column[0][c];
-  for (int k = 1; k < 4; ++k) {
-    const I32x4 wider = m.column[k][k] > widest;
+// The sum of a value a channel, in pairs.
+template <int kChannels, class Value>
+QELJ_INLINE F channelSum(Value value) {
+  static_assert(kChannels >= 3);
+  if constexpr (kChannels == 3) return (value(0) + value(1)) + value(2);
+  else return (value(0) + value(1)) + (value(2) + value(3));
+}
+
+// The main axis of a covariance matrix by power iteration; zero for pixels that are all the same.
+template <int kChannels>
+QELJ_INLINE void mainAxis(const Moments<kChannels>& m, F (&axis)[kChannels]) {
+  F widest = m.column[0][0];
+  for (int c = 0; c < kChannels; ++c) axis[c] = m.column[0][c];
+  for (int k = 1; k < kChannels; ++k) {
+    const I wider = as<int32_t>(m.column[k][k] > widest);
     widest = select(wider, m.column[k][k], widest);
-    for (int c = 0; c < 4; ++c) axis[c] = select(wider, m.column[k][c], axis[c]);
+    for (int c = 0; c < kChannels; ++c) axis[c] = select(wider, m.column[k][c], axis[c]);
   }
+  // Moments of shapes may be a little below 0. Opaque alpha, whose moments are 0, is the widest channel then.
+  if constexpr (kChannels == 3)
+    for (F& of : axis) of = select(as<int32_t>(widest < F{}), F{}, of);
   for (int i = 0; i < 4; ++i) {
-    F32x4 largest{};
-    for (int c = 0; c < 4; ++c) largest = greater(as<float>(as<int32_t>(axis[c]) & 0x7FFFFFFF), largest);
-    const F32x4 scale = ratio(all<F32x4>(1), largest);
-    for (int c = 0; c < 4; ++c) axis[c] *= scale;
+    F largest{};
+    for (const F& of : axis) largest = greaterUnsigned(as<F>(as<I>(of) & 0x7FFFFFFF), largest);
+    const F scale = ratio(all<F>(1), largest);
+    F scaled[kChannels];
+    for (int c = 0; c < kChannels; ++c) axis[c] = scaled[c] = axis[c] * scale;
     if (i == 3) break;
-    const F32x4 a[4] = {axis[0], axis[1], axis[2], axis[3]};
-    for (int c = 0; c < 4; ++c)
-      axis[c] = (m.column[0][c] * a[0] + m.column[1][c] * a[1]) + (m.column[2][c] * a[2] + m.column[3][c] * a[3]);
+    for (int c = 0; c < kChannels; ++c)
+      axis[c] = channelSum<kChannels>([&](int k) QELJ_INLINE_LAMBDA { return m.column[k][c] * scaled[k]; });
   }
 }
 
-// What a fit starts from: of each subset the number of pixels, the sums of their channels, and the ends of the line
-// along their main axis that holds them all, end 0 in lanes 0 to 3, end 1 in 4 to 7.
-template <int kSubsets>
-struct Start {
-  float count[kSubsets];
-  F32x4 sum[kSubsets];
-  F32x8 line[kSubsets];
-  Pixels16 second{};  // a mask of subset 1
+// Of each of two subsets, or of all pixels, the one that a mask of subset 1 tells.
+template <int kSubsets, class V>
+struct BySubset {
+  V first;
+  I change;
+
+  QELJ_INLINE BySubset() = default;
+  template <class Of>
+  QELJ_INLINE explicit BySubset(Of of) : first(of(0)) {
+    if constexpr (kSubsets == 2) change = as<I>(first) ^ as<I>(of(1));
+  }
+  QELJ_INLINE V at(I second) const {
+    if constexpr (kSubsets == 1) return first;
+    else return as<V>(as<I>(first) ^ (change & second));
+  }
 };
 
-// Of the subsets of kStarts parts of blocks, which are the sets of m in order.
-template <int kSubsets, int kStarts>
-inline void startsFrom(const PixelBlock* const (&blocks)[kStarts], const Moments& m,
-                       Start<kSubsets>* const (&starts)[kStarts]) {
-  F32x4 axis[4], mean[4];
-  mainAxes(m, axis);
-  const F32x4 per = all<F32x4>(1) / m.count;
-  for (int c = 0; c < 4; ++c) mean[c] = m.sum[c] * per;
-  F32x8 lowest[4]{}, highest[4]{};
-  for (int i = 0; i < kStarts * kSubsets; ++i) {
-    const PixelBlock& block = *blocks[i / kSubsets];
-    F32x8 low{}, high{};
-    for (int c = 0; c < 4; ++c) {
-      const F32x8 centre = all<F32x8>(mean[c][i]), along = all<F32x8>(axis[c][i]);
-      low += (block.low[c] - centre) * along;
-      high += (block.high[c] - centre) * along;
-    }
+// What a fit starts from: of each subset the number of pixels, the sums of their channels, and the ends of the line
+// along their main axis that holds them all; and masks of the pixels of subset 1.
+template <int kSubsets>
+struct Start {
+  I count[kSubsets], sum[kSubsets][4];
+  F line[kSubsets][2][4];
+  I second[16], secondPairs[8];
+};
+
+template <int kSubsets, int kChannels>
+[[gnu::noinline]] void startFrom(const Pixels& pixels, const Moments<kChannels> (&moments)[kSubsets],
+                                 Start<kSubsets>& start) {
+  F axis[kSubsets][kChannels], mean[kSubsets][kChannels];
+  I lowest[kSubsets], highest[kSubsets];
+  constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
+  for (int s = 0; s < kSubsets; ++s) {
+    const Moments<kChannels>& m = moments[s];
+    mainAxis(m, axis[s]);
+    const F per = all<F>(1) / m.count;
+    for (int c = 0; c < kChannels; ++c) mean[s][c] = m.sum[c] * per;
+    lowest[s] = all<I>(kMost), highest[s] = all<I>(~kMost);
+    start.count[s] = convert<int32_t>(m.count);
+    for (int c = 0; c < kChannels; ++c) start.sum[s][c] = convert<int32_t>(m.sum[c]);
+  }
+  BySubset<kSubsets, F> centre[kChannels], along[kChannels];
+  for (int c = 0; c < kChannels; ++c) {
+    centre[c] = BySubset<kSubsets, F>([&](int s) { return mean[s][c]; });
+    along[c] = BySubset<kSubsets, F>([&](int s) { return axis[s][c]; });
+  }
+  for (int i = 0; i < 16; ++i) {
+    const I second = kSubsets == 2 ? start.second[i] : I{};
+    F place{};
+    for (int c = 0; c < kChannels; ++c) place += (pixels.value[c][i] - centre[c].at(second)) * along[c].at(second);
+    // What is most, or least, of the other subset leaves its own as they are.
+    const I order = inOrder(as<I>(place)), least = second ^ kMost, most = ~least;
     if constexpr (kSubsets == 1) {
-      lowest[i] = lesser(low, high), highest[i] = greater(low, high);
+      lowest[0] = min(lowest[0], order), highest[0] = max(highest[0], order);
     } else {
-      const Pixels16 second = starts[i / 2]->second, in = i % 2 ? second : ~second;
-      const I32x8 inLow = widen(lower(in)), inHigh = widen(upper(in));
-      const F32x8 huge = all<F32x8>(std::numeric_limits<float>::max());
-      lowest[i] = lesser(select(inLow, low, huge), select(inHigh, high, huge));
-      highest[i] = greater(select(inLow, low, -huge), select(inHigh, high, -huge));
+      lowest[0] = min(lowest[0], max(order, most)), highest[0] = max(highest[0], min(order, least));
+      lowest[1] = min(lowest[1], max(order, least)), highest[1] = max(highest[1], min(order, most));
     }
   }
-  constexpr auto least = [](auto a, auto b) { return lesser(a, b); };
-  constexpr auto most = [](auto a, auto b) { return greater(a, b); };
-  const F32x4 length = (axis[0] * axis[0] + axis[1] * axis[1]) + (axis[2] * axis[2] + axis[3] * axis[3]);
-  const F32x4 scale = ratio(all<F32x4>(1), length);
-  const F32x4 from = combineLanes(lowest[0], lowest[1], lowest[2], lowest[3], least) * scale;
-  const F32x4 to = combineLanes(highest[0], highest[1], highest[2], highest[3], most) * scale;
-  F32x4 ends[2][4], first[4], last[4], sums[4];
-  for (int c = 0; c < 4; ++c) ends[0][c] = mean[c] + axis[c] * from, ends[1][c] = mean[c] + axis[c] * to;
-  transpose(ends[0], first), transpose(ends[1], last), transpose(m.sum, sums);
-  for (int i = 0; i < kStarts * kSubsets; ++i) {
-    Start<kSubsets>& start = *starts[i / kSubsets];
-    start.count[i % kSubsets] = m.count[i];
-    start.sum[i % kSubsets] = sums[i];
-    start.line[i % kSubsets] = join(first[i], last[i]);
+  for (int s = 0; s < kSubsets; ++s) {
+    const F length = channelSum<kChannels>([&](int c) QELJ_INLINE_LAMBDA { return axis[s][c] * axis[s][c]; });
+    const F scale = ratio(all<F>(1), length);
+    for (int c = 0; c < kChannels; ++c) {
+      start.line[s][0][c] = mean[s][c] + axis[s][c] * (as<F>(inOrder(lowest[s])) * scale);
+      start.line[s][1][c] = mean[s][c] + axis[s][c] * (as<F>(inOrder(highest[s])) * scale);
+    }
   }
 }
 
@@ -186,356 +231,308 @@ inline void startsFrom(const PixelBlock* const (&blocks)[kStarts], const Moments
 // an opaque block's alpha stays 255).
 enum class PBits { none, shared, each, ones };
 
-struct EndPoints {
-  I32x8 fields;    // as stored, without p-bits
-  I32x8 expanded;  // the 8-bit values that they stand for
-  I32x8 p;         // each end's p-bit in its four lanes, as 0 or another number
+// Of one end-point.
+template <int kChannels>
+struct EndPoint {
+  I fields[kChannels];    // as stored, without p-bits
+  I expanded[kChannels];  // the 8-bit values that they stand for
+  I p;                    // a mask
 };
 
 // Rounds both ends of a line to `bits` bits and the best p-bits.
-template <int kBits, PBits kPBits>
-QELJ_INLINE EndPoints quantise(F32x8 ends) {
+template <int kBits, PBits kPBits, int kChannels>
+QELJ_INLINE void quantise(const F (&line)[2][kChannels], EndPoint<kChannels> (&ends)[2]) {
   constexpr int kAll = kBits + (kPBits == PBits::none ? 0 : 1);
-  constexpr int kTop = (1 << kBits) - 1;
-  ends = lesser(greater(ends, F32x8{}), all<F32x8>(255));
-  const F32x8 scaled = ends * all<F32x8>(float((1 << kAll) - 1) / 255.0f);
-  const auto expand = [](I32x8 v) {
+  constexpr auto expand = [](auto v) {
     if constexpr (kAll == 8) return v;
     else return v << (8 - kAll) | v >> (2 * kAll - 8);
   };
-  if constexpr (kPBits == PBits::none) {
-    const I32x8 fields = roundToInt(scaled);
-    return {fields, expand(fields), I32x8{}};
-  } else {
-    EndPoints with[2];
-    F32x8 error[2];
-    for (int p = kPBits == PBits::ones ? 1 : 0; p < 2; ++p) {
-      I32x8 fields = roundToInt((scaled - all<F32x8>(float(p))) * all<F32x8>(0.5f));
-      fields = min(max(fields, I32x8{}), all<I32x8>(kTop));
-      with[p] = {fields, expand(fields * 2 + p), all<I32x8>(p)};
-      error[p] = toFloat(with[p].expanded) - ends;
-      error[p] *= error[p];
+  I with[2][2][kChannels];  // [end][p]
+  F gain[2];                // of p = 1
+  for (int e = 0; e < 2; ++e) {
+    F gains[4];
+    for (int c = 0; c < kChannels; ++c) {
+      const F value = lesserUnsigned(atLeastZero(line[e][c]), all<F>(255));
+      const F scaled = value * all<F>(float((1 << kAll) - 1) / 255.0f);
+      if constexpr (kPBits == PBits::none) {
+        ends[e].fields[c] = roundToInt(scaled);
+        ends[e].expanded[c] = expand(ends[e].fields[c]);
+        continue;
+      }
+      F error[2];
+      for (int p = kPBits == PBits::ones ? 1 : 0; p < 2; ++p) {
+        // (With p = 1, half below the lowest rounds to even, 0, and nothing is above the largest.)
+        with[e][p][c] = roundToInt((scaled - all<F>(float(p))) * all<F>(0.5f));
+        if (p == 0) with[e][p][c] = min(with[e][p][c], all<I>((1 << kBits) - 1));
+        error[p] = convert<float>(expand(with[e][p][c] * 2 + p)) - value;
+        error[p] *= error[p];
+      }
+      gains[c] = error[0] - error[1];
     }
-    if constexpr (kPBits == PBits::ones) return with[1];
-    F32x8 gain = error[0] - error[1];  // of p = 1: the sum over an end's channels, in each of its lanes
-    gain += shuffle4<1, 0, 3, 2>(gain);
-    gain += shuffle4<2, 3, 0, 1>(gain);
-    if constexpr (kPBits == PBits::shared) gain += join(upper(gain), lower(gain));
-    const I32x8 one = isAboveZero(gain);
-    return {select(one, with[1].fields, with[0].fields), select(one, with[1].expanded, with[0].expanded), one};
+    // Colours alone count with an alpha of 0, which p = 1 would not keep.
+    if constexpr (kChannels == 3) gains[3] = all<F>(-float(expand(1) * expand(1)));
+    if constexpr (kChannels >= 3) gain[e] = channelSum<4>([&](int c) QELJ_INLINE_LAMBDA { return gains[c]; });
   }
+  if constexpr (kPBits == PBits::shared) gain[0] = gain[1] = gain[0] + gain[1];
+  if constexpr (kPBits != PBits::none)
+    for (int e = 0; e < 2; ++e) {
+      ends[e].p = kPBits == PBits::ones ? ~I{} : isAboveZero(gain[e]);
+      for (int c = 0; c < kChannels; ++c) {
+        ends[e].fields[c] = kPBits == PBits::ones ? with[e][1][c] : select(ends[e].p, with[e][1][c], with[e][0][c]);
+        ends[e].expanded[c] = expand(ends[e].fields[c] * 2 - ends[e].p);
+      }
+    }
 }
 
-// --- judging a candidate -----------------------------------------------------------------------------------
+// --- fits --------------------------------------------------------------------------------------------------
 
+// The weights of pairs of indices.
 template <int kBits>
-inline Pixels16 weightsOf(Pixels16 indices) {
-  uint8_t table[16];
-  for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
-  return as<Pixels16>(shuffleBytes(simd::blockPattern<simd::U8x32>(table), as<uint8_t>(indices | int16_t(-0x8000))));
+QELJ_INLINE I weightsOf(I indices) {
+  if constexpr (simd::kShuffles) {  // 0, which the other bytes are, has a weight of 0
+    uint8_t table[16];
+    for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
+    return as<I>(simd::shuffleBytes(simd::blockPattern<With<uint8_t, I>>(table), as<uint8_t>(indices)));
+  } else {
+    constexpr int kShift = kBits == 2 ? 1 : kBits == 3 ? 3 : 4, kFactor = kBits == 2 ? 43 : kBits == 3 ? 73 : 68;
+    constexpr int kHalf = kBits == 2 ? 0 : 1 << (kShift - 1);
+    static_assert([] {
+      for (int i = 0; i < 1 << kBits; ++i)
+        if ((i * kFactor + kHalf) >> kShift != bc7::weights<kBits>()[i]) return false;
+      return true;
+    }());
+    return as<I>((as<int16_t>(indices) * int16_t(kFactor) + int16_t(kHalf)) >> kShift);
+  }
 }
 
-// To each pixel the value of its subset: of kSubsets vectors of 16-bit or of float lanes, the lane of this number.
-template <int kSubsets>
-struct BySubset {
-  Pixels16 second;
-  I32x8 low, high;  // masks of subset 1
-
-  explicit BySubset(Pixels16 mask) : second(mask), low(widen(lower(mask))), high(widen(upper(mask))) {}
-  // Lanes 0 to 3 are of subset 0, lanes 4 to 7 of subset 1.
-  QELJ_INLINE Pixels16 words(I16x8 values, int lane) const {
-    if constexpr (simd::kShuffles) {
-      const auto place = all<Pixels16>(int16_t(0x0100 + 0x0202 * lane));
-      const auto table = twice(as<uint8_t>(values));
-      if constexpr (kSubsets == 1) return as<Pixels16>(shuffleBytes(table, as<uint8_t>(place)));
-      else return as<Pixels16>(shuffleBytes(table, as<uint8_t>(place + (second & int16_t(0x0808)))));
-    } else {
-      const auto of0 = all<Pixels16>(values[lane]);
-      if constexpr (kSubsets == 1) return of0;
-      else return select(second, all<Pixels16>(values[lane + 4]), of0);
-    }
-  }
-  struct Floats {
-    F32x8 low, high;  // of pixels 0 to 7, and 8 to 15
-  };
-  QELJ_INLINE Floats floats(F32x8 values, int lane) const {
-    if constexpr (kSubsets == 1) {
-      const auto of = all<F32x8>(values[lane]);
-      return {of, of};
-    } else if constexpr (simd::kShuffles) {
-      const F32x4 of0 = lower(values), of1 = upper(values);
-      const F32x4 pairs = lane < 2 ? unpackLow(of0, of1) : unpackHigh(of0, of1);
-      const auto table = twice(as<uint8_t>(pairs));
-      const auto place = all<I32x8>(0x03020100 + 0x08080808 * (lane % 2));
-      const auto of = [&](I32x8 mask) QELJ_INLINE_LAMBDA {
-        return as<F32x8>(shuffleBytes(table, as<uint8_t>(place + (mask & 0x04040404))));
-      };
-      return {of(low), of(high)};
-    } else {
-      const F32x8 of0 = all<F32x8>(values[lane]), of1 = all<F32x8>(values[lane + 4]);
-      return {select(low, of1, of0), select(high, of1, of0)};
-    }
-  }
-};
-
-// Fits one part of a block (some channels, all pixels or two subsets) in a few rounds; the best round is kept.
-template <int kBits, PBits kPBits, int kFirst, int kCount, int kIndexBits, int kSubsets, int kRounds = 3>
+// Fits one part of blocks (some channels, all pixels or two subsets) in a few rounds; the best round is kept.
+template <int kBits, PBits kPBits, int kFirst, int kChannels, int kIndexBits, int kSubsets, int kRounds = 3>
 struct Fit {
-  const PixelBlock& block;
-  const Start<kSubsets>& start;
-  const BySubset<kSubsets> bySubset;
-  F32x8 lines[kSubsets];
+  // The best round.
+  I lowest = all<I>(std::numeric_limits<int32_t>::max());
+  EndPoint<kChannels> ends[kSubsets][2];
+  I indices[2];  // of pixels 0 to 3 and 4 to 7, and in the upper halves 8 to 11 and 12 to 15
 
-  // The best round so far.
-  int32_t lowest = std::numeric_limits<int32_t>::max();
-  I32x8 fields[kSubsets], p[kSubsets];
-  Pixels16 indices{};
-
-  // The present one.
-  EndPoints ends[kSubsets];
-  I32x8 end0, slopes;
-  Pixels16 found, weights;
-
-  Fit(const PixelBlock& of, const Start<kSubsets>& from) : block(of), start(from), bySubset(from.second) {
-    for (int s = 0; s < kSubsets; ++s) lines[s] = from.line[s];
+  [[gnu::noinline]] Fit(const Pixels& pixels, const Start<kSubsets>& start) {
+    F line[kSubsets][2][kChannels];
+    for (int s = 0; s < kSubsets; ++s)
+      for (int e = 0; e < 2; ++e)
+        for (int c = 0; c < kChannels; ++c) line[s][e][c] = start.line[s][e][kFirst + c];
+    for (int round = 0; round < kRounds; ++round) {
+      EndPoint<kChannels> tried[kSubsets][2];
+      for (int s = 0; s < kSubsets; ++s) quantise<kBits, kPBits>(line[s], tried[s]);
+      I found[2], weights[8];
+      const I error = place(pixels, start, tried, found, weights), better = as<int32_t>(error < lowest);
+      lowest = min(error, lowest);
+      for (int half = 0; half < 2; ++half) indices[half] = select(better, found[half], indices[half]);
+      for (int s = 0; s < kSubsets; ++s)
+        for (int e = 0; e < 2; ++e) {
+          EndPoint<kChannels>&best = ends[s][e], &now = tried[s][e];
+          if constexpr (kPBits == PBits::shared || kPBits == PBits::each) best.p = select(better, now.p, best.p);
+          for (int c = 0; c < kChannels; ++c) best.fields[c] = select(better, now.fields[c], best.fields[c]);
+        }
+      if (round < kRounds - 1) solve(pixels, start, weights, line);
+    }
   }
 
-  // Calls use(c) for the part's channels.
-  template <class Use>
-  static QELJ_INLINE void eachChannel(Use use) {
-    simd::unroll<kCount>([&](auto i) QELJ_INLINE_LAMBDA { use(kFirst + i); });
-  }
-  static QELJ_INLINE I32x8 channels() {
-    const auto in = [](int c) { return c >= kFirst && c < kFirst + kCount ? -1 : 0; };
-    return I32x8{in(0), in(1), in(2), in(3), in(0), in(1), in(2), in(3)};
-  }
-
-  // One end of all subsets: subset 1 in lanes 4 to 7.
-  QELJ_INLINE I32x8 endOf(int end) const {
-    const auto of = [&](int s) { return end ? upper(ends[s].expanded) : lower(ends[s].expanded); };
-    return join(of(0), of(kSubsets - 1));
-  }
-
-  // The nearest points on the lines, of 0 to kTop: p . factor - offset, of each subset.
-  QELJ_INLINE Pixels16 nearest() const {
+ private:
+  // Finds the indices of the points nearest to the pixels, and their weights by pairs of pixels; returns the squared
+  // differences from what they give.
+  static QELJ_INLINE I place(const Pixels& pixels, const Start<kSubsets>& start,
+                             const EndPoint<kChannels> (&ends)[kSubsets][2], I (&indices)[2], I (&weights)[8]) {
     constexpr int kTop = (1 << kIndexBits) - 1;
-    // Whole numbers, and exact.
-    const F32x8 d = toFloat(slopes & channels());
-    const F32x8 squares = d * d, products = d * toFloat(end0);
-    F32x8 sums = unpackLow(squares, products) + unpackHigh(squares, products);
-    sums += shuffle4<2, 3, 0, 1>(sums);
-    const F32x8 scale = ratio(all<F32x8>(kTop), shuffle4<0, 0, 0, 0>(sums));
-    const F32x8 factors = d * scale, offsets = shuffle4<1, 1, 1, 1>(sums) * scale;
-    const auto offset = bySubset.floats(offsets, 0);
-    F32x8 low = -offset.low, high = -offset.high;
-    eachChannel([&](int c) QELJ_INLINE_LAMBDA {
-      const auto factor = bySubset.floats(factors, c);
-      low += block.low[c] * factor.low;
-      high += block.high[c] * factor.high;
-    });
-    const Pixels16 places = packInOrder(roundToInt(low), roundToInt(high));
-    return min(max(places, Pixels16{}), all<Pixels16>(kTop));
-  }
-
-  // The squared differences from what the weights of the indices give.
-  QELJ_INLINE int32_t error() const {
-    const Pixels16 packed = packInOrder(end0 * 64 + 32, slopes);
-    I32x8 sum{};
-    eachChannel([&](int c) QELJ_INLINE_LAMBDA {
-      const Pixels16 first = bySubset.words(lower(packed), c), slope = bySubset.words(upper(packed), c);
-      const Pixels16 d = ((first + weights * slope) >> 6) - block.channel[c];
-      sum += mulAddPairs(d, d);
-    });
-    return laneSum(sum);
+    // A pixel's place is p . factor - offset. The sums are whole numbers, and exact.
+    F factors[kSubsets][kChannels], offsets[kSubsets];
+    I bases[kSubsets][kChannels], slopes[kSubsets][kChannels];  // pairs
+    for (int s = 0; s < kSubsets; ++s) {
+      F squares{}, products{};
+      for (int c = 0; c < kChannels; ++c) {
+        const I end0 = ends[s][0].expanded[c], slope = ends[s][1].expanded[c] - end0, base = end0 * 64 + 32;
+        const F d = factors[s][c] = convert<float>(slope);
+        squares += d * d, products += d * convert<float>(end0);
+        bases[s][c] = base | base << 16, slopes[s][c] = pairOf(slope, slope);
+      }
+      const F scale = ratio(all<F>(kTop), squares);
+      for (F& factor : factors[s]) factor *= scale;
+      offsets[s] = -(products * scale);
+    }
+    const BySubset<kSubsets, F> offset([&](int s) { return offsets[s]; });
+    BySubset<kSubsets, F> factor[kChannels];
+    BySubset<kSubsets, I> base[kChannels], slope[kChannels];
+    for (int c = 0; c < kChannels; ++c) {
+      factor[c] = BySubset<kSubsets, F>([&](int s) { return factors[s][c]; });
+      base[c] = BySubset<kSubsets, I>([&](int s) { return bases[s][c]; });
+      slope[c] = BySubset<kSubsets, I>([&](int s) { return slopes[s][c]; });
+    }
+    const auto placeOf = [&](int i) QELJ_INLINE_LAMBDA {
+      const I second = kSubsets == 2 ? start.second[i] : I{};
+      F at = offset.at(second);
+      for (int c = 0; c < kChannels; ++c) at += pixels.value[kFirst + c][i] * factor[c].at(second);
+      return roundToInt(at);
+    };
+    I error{};
+    for (int part = 0; part < 2; ++part) {
+      I16 four{};
+      for (int i = 4 * part + 3; i >= 4 * part; --i) {
+        // Places fit 16 bits: differences of pixels are below 512 long, and lines 1 or more, or 0 with no factor.
+        const auto places = as<int16_t>(pairOf(placeOf(i), placeOf(i + 8)));
+        const auto index = min(max(places, I16{}), all<I16>(kTop));
+        four = four << kIndexBits | index;
+        const I weight = weights[i] = weightsOf<kIndexBits>(as<I>(index));
+        const I second = kSubsets == 2 ? start.secondPairs[i] : I{};
+        for (int c = 0; c < kChannels; ++c) {
+          const auto sum = as<int16_t>(slope[c].at(second)) * as<int16_t>(weight) + as<int16_t>(base[c].at(second));
+          const auto d = (sum >> 6) - as<int16_t>(pixels.pairs[kFirst + c][i]);
+          error += simd::mulAddPairs(d, d);
+        }
+      }
+      indices[part] = as<I>(four);
+    }
+    return error;
   }
 
   // The least-squares ends for these weights; the given ends where the weights don't tell. All numbers before the
   // division are whole and below 2^53.
-  QELJ_INLINE void refit() {
-    I32x8 sums[2][2]{};  // of the weights, and of their squares
-    I32x4 products[kSubsets];
-    for (int s = 0; s < kSubsets; ++s) {
-      const Pixels16 own = kSubsets == 1 ? weights : s ? weights & start.second : weights & ~start.second;
-      I32x8 product[4]{};
-      eachChannel([&](int c) QELJ_INLINE_LAMBDA { product[c] = mulAddPairs(own, block.channel[c]); });
-      products[s] = laneSums(product[0], product[1], product[2], product[3]);
-      sums[s][0] = mulAddPairs(own, all<Pixels16>(1)), sums[s][1] = mulAddPairs(own, own);
+  static QELJ_INLINE void solve(const Pixels& pixels, const Start<kSubsets>& start, const I (&weights)[8],
+                                F (&line)[kSubsets][2][kChannels]) {
+    // Of all pixels, and of subset 1.
+    I halves[kSubsets]{}, squares[kSubsets]{}, products[kSubsets][kChannels]{};
+    for (int i = 0; i < 8; ++i)
+      for (int s = 0; s < kSubsets; ++s) {
+        const auto pair = as<int16_t>(s ? weights[i] & start.secondPairs[i] : weights[i]);
+        halves[s] += as<I>(pair);
+        squares[s] += simd::mulAddPairs(pair, pair);
+        for (int c = 0; c < kChannels; ++c)
+          products[s][c] += simd::mulAddPairs(pair, as<int16_t>(pixels.pairs[kFirst + c][i]));
+      }
+    I sums[kSubsets];
+    for (int s = 0; s < kSubsets; ++s) sums[s] = bothHalves(halves[s]);
+    if constexpr (kSubsets == 2) {
+      sums[0] -= sums[1], squares[0] -= squares[1];
+      for (int c = 0; c < kChannels; ++c) products[0][c] -= products[1][c];
     }
-    // Of subset 0, and in the upper lanes of subset 1.
-    const F64x4 both = convert<double>(laneSums(sums[0][0], sums[0][1], sums[1][0], sums[1][1]));
-    const double n0 = start.count[0], n1 = start.count[kSubsets - 1];
-    const F64x4 w = __builtin_shufflevector(both, both, 0, 0, 2, 2),
-                far = __builtin_shufflevector(both, both, 1, 1, 3, 3);
-    const F64x4 mixed = w * 64 - far, near = F64x4{n0, n0, n1, n1} * 4096 - w * 128 + far;
-    const F32x4 determinant = convert<float>(near * far - mixed * mixed);
-    const I32x4 some = isAboveZero(determinant);
-    const F32x4 scales = ratio(all<F32x4>(64), determinant);
     for (int s = 0; s < kSubsets; ++s) {
-      const auto pick = [s](auto v) {
-        return s ? __builtin_shufflevector(v, v, 2, 2, 2, 2) : __builtin_shufflevector(v, v, 0, 0, 0, 0);
-      };
-      const F64x4 atFar = convert<double>(products[s]), atNear = convert<double>(start.sum[s]) * 64 - atFar;
-      const F64x4 farOf = pick(far), mixedOf = pick(mixed), nearOf = pick(near);
-      const F32x4 scale = pick(scales);
-      const F32x4 solved0 = convert<float>(farOf * atNear - mixedOf * atFar) * scale;
-      const F32x4 solved1 = convert<float>(nearOf * atFar - mixedOf * atNear) * scale;
-      const I32x4 told = pick(some);
-      lines[s] = select(join(told, told) & channels(), join(solved0, solved1), lines[s]);
+      const I far = squares[s], mixed = sums[s] * 64 - far, near = start.count[s] * 4096 - sums[s] * 128 + far;
+      const F determinant = differenceOfProducts(near, far, mixed, mixed), scale = ratio(all<F>(64), determinant);
+      const I told = isAboveZero(determinant);
+      for (int c = 0; c < kChannels; ++c) {
+        const I atFar = products[s][c], atNear = start.sum[s][kFirst + c] * 64 - atFar;
+        F &end0 = line[s][0][c], &end1 = line[s][1][c];
+        end0 = select(told, differenceOfProducts(far, atNear, mixed, atFar) * scale, end0);
+        end1 = select(told, differenceOfProducts(near, atFar, mixed, atNear) * scale, end1);
+      }
     }
   }
-
-  // The steps of a round: the ends of the lines;
-  [[gnu::noinline]] void roundEnds() {
-    if (lowest == 0) return;
-    for (int s = 0; s < kSubsets; ++s) ends[s] = quantise<kBits, kPBits>(lines[s]);
-    end0 = endOf(0), slopes = endOf(1) - end0;
-  }
-  // the indices;
-  [[gnu::noinline]] void placePixels() {
-    if (lowest == 0) return;
-    found = nearest(), weights = weightsOf<kIndexBits>(found);
-  }
-  // the error, and the next round's lines.
-  template <bool kLast>
-  [[gnu::noinline]] void judge() {
-    if (lowest == 0) return;
-    if constexpr (!kLast) refit();
-    const int32_t left = error();
-    // Not by a branch, which nothing could predict.
-    const auto better = all<I32x8>(-int32_t(left < lowest));
-    lowest = std::min(lowest, left);
-    indices = select(better, found, indices);
-    for (int s = 0; s < kSubsets; ++s) {
-      fields[s] = select(better, ends[s].fields, fields[s]);
-      p[s] = select(better, ends[s].p, p[s]);
-    }
-  }
-  template <int kRound, int kStep>
-  void take() {
-    if constexpr (kRound >= kRounds) return;
-    else if constexpr (kStep == 0) roundEnds();
-    else if constexpr (kStep == 1) placePixels();
-    else judge<kRound == kRounds - 1>();
-  }
-};
-
-// Takes the rounds of some fits step by step, by turns: each step of one waits for its own results, while those of the
-// others keep the processor busy.
-template <class... Fits>
-inline void takeRounds(Fits&... fits) {
-  simd::unroll<3>([&](auto round) { simd::unroll<3>([&](auto step) { (fits.template take<round, step>(), ...); }); });
-}
-
-// --- candidates --------------------------------------------------------------------------------------------
-
-struct Candidate {
-  int32_t error = std::numeric_limits<int32_t>::max();
-  int mode = 6, shape = 0, selection = 0;
-  I32x8 fields[2], p[2];
-  I32x8 alphaFields{};  // modes 4 and 5
-  Pixels16 indices{}, alphaIndices{};
 };
 
 // A mode that has one set of indices for all of its channels.
-template <int kMode, PBits kPBits, int kRounds = 3>
-using FitOf = Fit<bc7::kModes[kMode].colourBits, kPBits, 0, bc7::kModes[kMode].alphaBits ? 4 : 3,
-                  bc7::kModes[kMode].indexBits, bc7::kModes[kMode].subsets, kRounds>;
-template <int kMode, class Fit>
-inline void keepBetter(const Fit& fit, int shape, Candidate& best) {
-  if (fit.lowest >= best.error) return;
-  constexpr int kSubsets = bc7::kModes[kMode].subsets;
-  best.error = fit.lowest, best.mode = kMode, best.shape = shape, best.selection = 0;
-  for (int s = 0; s < kSubsets; ++s) best.fields[s] = fit.fields[s], best.p[s] = fit.p[s];
-  best.indices = fit.indices;
-}
-
+template <int kMode, PBits kPBits, int kChannels, int kRounds = 3>
+using FitOf = Fit<bc7::kModes[kMode].colourBits, kPBits, 0, kChannels, bc7::kModes[kMode].indexBits,
+                  bc7::kModes[kMode].subsets, kRounds>;
 // Modes 4 and 5 have colour and alpha with indices of their own. kColourIndexBits tells which of mode 4's sets is whose.
 template <int kMode, int kColourIndexBits>
 using ColourFit = Fit<bc7::kModes[kMode].colourBits, PBits::none, 0, 3, kColourIndexBits, 1>;
 template <int kMode, int kColourIndexBits>
-inline void trySeparate(const ColourFit<kMode, kColourIndexBits>& fit, const Start<1>& alpha, Candidate& best) {
-  constexpr bc7::Mode kOf = bc7::kModes[kMode];
-  constexpr int kAlphaIndexBits = kOf.indexBits + kOf.secondIndexBits - kColourIndexBits;
-  if (fit.lowest >= best.error) return;
-  Fit<kOf.alphaBits, PBits::none, 3, 1, kAlphaIndexBits, 1, 2> alphaFit(fit.block, alpha);
-  takeRounds(alphaFit);
-  const int32_t error = fit.lowest + alphaFit.lowest;
+using AlphaFit = Fit<bc7::kModes[kMode].alphaBits, PBits::none, 3, 1,
+                     bc7::kModes[kMode].indexBits + bc7::kModes[kMode].secondIndexBits - kColourIndexBits, 1, 2>;
+
+// --- candidates --------------------------------------------------------------------------------------------
+
+template <int kBits, PBits kPBits, int kFirst, int kChannels, int kIndexBits, int kSubsets, int kRounds>
+inline uint64_t readFit(const Fit<kBits, kPBits, kFirst, kChannels, kIndexBits, kSubsets, kRounds>& fit, int block,
+                        Candidate& to) {
+  for (int s = 0; s < kSubsets; ++s)
+    for (int e = 0; e < 2; ++e) {
+      const EndPoint<kChannels>& end = fit.ends[s][e];
+      for (int c = 0; c < kChannels; ++c) to.fields[s][e][kFirst + c] = uint8_t(lane(end.fields[c], block));
+      if constexpr (kPBits == PBits::ones) to.p[s][e] = 1;
+      else if constexpr (kPBits != PBits::none) to.p[s][e] = uint8_t(lane(end.p, block) & 1);
+    }
+  const auto first = uint32_t(lane(fit.indices[0], block)), second = uint32_t(lane(fit.indices[1], block));
+  return (first & 0xFFFF) | uint64_t(second & 0xFFFF) << 4 * kIndexBits | uint64_t(first >> 16) << 8 * kIndexBits |
+         uint64_t(second >> 16) << 12 * kIndexBits;
+}
+
+template <int kMode, class Fit>
+inline void keepBetter(const Fit& fit, int block, int shape, Candidate& best) {
+  const int32_t error = lane(fit.lowest, block);
+  if (error >= best.error) return;
+  best.error = error, best.mode = kMode, best.shape = uint8_t(shape), best.selection = false;
+  best.indices = readFit(fit, block, best);
+}
+template <int kMode, int kColourIndexBits>
+inline void keepBetter(const ColourFit<kMode, kColourIndexBits>& colour, const AlphaFit<kMode, kColourIndexBits>& alpha,
+                       int block, Candidate& best) {
+  const int32_t error = lane(colour.lowest, block) + lane(alpha.lowest, block);
   if (error >= best.error) return;
   best.error = error, best.mode = kMode, best.shape = 0;
-  best.selection = kColourIndexBits == kOf.indexBits ? 0 : 1;
-  best.fields[0] = fit.fields[0], best.alphaFields = alphaFit.fields[0];
-  best.indices = fit.indices, best.alphaIndices = alphaFit.indices;
+  best.selection = kColourIndexBits != bc7::kModes[kMode].indexBits;
+  best.indices = readFit(colour, block, best), best.alphaIndices = readFit(alpha, block, best);
 }
 
 // --- ranking shapes ----------------------------------------------------------------------------------------
 
-using W16 = simd::Wide<int16_t>;  // a pair of pixels, for each of the shapes in
-using W32 = simd::Wide<int32_t>;  // whole numbers and
-using WF = simd::Wide<float>;     // floats
-constexpr int kShapeCount = 64, kGroup = simd::kLanes<W32>, kGroups = kShapeCount / kGroup;
+constexpr int kShapeCount = 64;
 
-// For every pair of pixels, the 64 shapes' membership in subset 1 as pairs of 0 and 1; and the masks of the shapes.
-struct ShapeTables {
-  alignas(64) int16_t pairs[kGroups][8][2 * kGroup] = {};  // [group][pixel pair][lane]
-  alignas(64) int16_t masks[kShapeCount][16] = {};
-  alignas(64) float count[kShapeCount] = {};
-  alignas(64) float perPixel[2][kShapeCount] = {};  // 1 / the number of pixels [subset]
-  constexpr ShapeTables() {
-    for (int shape = 0; shape < 64; ++shape)
+struct Shape {
+  uint8_t rows[4] = {};     // of each row the pixels in subset 1, the leftmost one in bit 0
+  int32_t second = 0;       // of all pixels
+  float perPixel[2] = {};   // 1 / the number of pixels [subset]
+  uint64_t places[2] = {};  // ones for the indices of subset 1, of 2 and of 3 bits
+};
+struct Shapes {
+  Shape of[kShapeCount];
+  constexpr Shapes() {
+    for (int number = 0; number < kShapeCount; ++number) {
+      Shape& shape = of[number];
+      int count = 0;
       for (int i = 0; i < 16; ++i) {
-        const int in = bc7::kTwoSubsets[shape].subset(i);
-        pairs[shape / kGroup][i / 2][2 * (shape % kGroup) + i % 2] = int16_t(in);
-        masks[shape][i] = int16_t(-in);
-        count[shape] += float(in);
+        const int in = bc7::kTwoSubsets[number].subset(i);
+        shape.rows[i / 4] = uint8_t(shape.rows[i / 4] | in << i % 4);
+        shape.second |= in << i;
+        shape.places[0] |= uint64_t(3 * in) << 2 * i, shape.places[1] |= uint64_t(7 * in) << 3 * i;
+        count += in;
       }
-    for (int shape = 0; shape < kShapeCount; ++shape)
-      perPixel[0][shape] = 1 / (16 - count[shape]), perPixel[1][shape] = 1 / count[shape];
+      shape.perPixel[0] = 1 / float(16 - count), shape.perPixel[1] = 1 / float(count);
+    }
   }
 };
-constexpr ShapeTables kShapes;
+constexpr Shapes kShapes;
 
-// The sums and second moments of subset 1 of all shapes, of pixels centred on their mean. Products are
-// halved, so that they fit 16 bits; their sums are not. All are whole numbers, and exact.
+// Sums and second moments of pixels centred on their mean. Products lose their lowest bit. All are whole numbers,
+// and exact.
 template <int kChannels>
 struct ShapeMoments {
-  static constexpr int kProducts = kChannels * (kChannels + 1) / 2;
-  alignas(64) float sum[kChannels][kShapeCount];
-  alignas(64) float product[kProducts][kShapeCount];
-  float totalSum[kChannels], totalProduct[kProducts];
-  int16_t centre[kChannels];
+  static constexpr int kProducts = kChannels * (kChannels + 1) / 2, kValues = kChannels + kProducts;
+  static constexpr int product(int a, int b) { return kChannels + b * (b + 1) / 2 + a; }  // a <= b
+  F centre[kChannels];
+  F rows[4][16][kValues];  // of the pixels of a row that are chosen by the bits of a number
+  F total[kValues];
 
-  static constexpr int index(int a, int b) { return b * (b + 1) / 2 + a; }  // a <= b
-};
-
-template <int kChannels>
-[[gnu::noinline]] void measureShapes(const PixelBlock& block, ShapeMoments<kChannels>& m) {
-  const auto measure = [](Pixels16 values, int factor, float(&of)[kShapeCount], float& total) QELJ_INLINE_LAMBDA {
-    int32_t pairs[8];
-    store(pairs, values);
-    W16 both[8];
-    for (int pair = 0; pair < 8; ++pair) both[pair] = as<W16>(all<W32>(pairs[pair]));
-    for (int g = 0; g < kGroups; ++g) {
-      W32 sum{};
-      for (int pair = 0; pair < 8; ++pair) sum += mulAddPairs(load<W16>(kShapes.pairs[g][pair]), both[pair]);
-      store(of + kGroup * g, convert<float>(sum * factor));
+  [[gnu::noinline]] explicit ShapeMoments(const Pixels& pixels) {
+    I middle[kChannels];
+    for (int c = 0; c < kChannels; ++c) middle[c] = (pixels.sum[c] + 8) >> 4, centre[c] = convert<float>(middle[c]);
+    for (int i = 0; i < 16; ++i) {
+      F(&of)[kValues] = rows[i / 4][1 << i % 4];
+      I centred[kChannels];
+      for (int c = 0; c < kChannels; ++c) {
+        const I from = convert<int32_t>(pixels.value[c][i]) - middle[c];
+        of[c] = convert<float>(from);
+        centred[c] = from & 0xFFFF;
+      }
+      for (int b = 0; b < kChannels; ++b)
+        for (int a = 0; a <= b; ++a) of[product(a, b)] = convert<float>(mulAdd(centred[a], centred[b]) & ~1);
     }
-    total = float(laneSum(mulAddPairs(values, all<Pixels16>(1))) * factor);
-  };
-  Pixels16 centred[kChannels];
-  for (int c = 0; c < kChannels; ++c) {
-    m.centre[c] = int16_t((laneSum(mulAddPairs(block.channel[c], all<Pixels16>(1))) + 8) >> 4);
-    centred[c] = block.channel[c] - m.centre[c];
-    measure(centred[c], 1, m.sum[c], m.totalSum[c]);
+    for (auto& row : rows)
+      for (int bits = 0; bits < 16; ++bits) {
+        const int rest = bits & (bits - 1);
+        for (int v = 0; v < kValues; ++v)
+          if (bits == 0) row[bits][v] = F{};
+          else if (rest != 0) row[bits][v] = row[rest][v] + row[bits - rest][v];
+      }
+    for (int v = 0; v < kValues; ++v) total[v] = (rows[0][15][v] + rows[1][15][v]) + (rows[2][15][v] + rows[3][15][v]);
   }
-  for (int b = 0; b < kChannels; ++b)
-    for (int a = 0; a <= b; ++a) {
-      // The product's 17 bits with a sign, one less.
-      const Pixels16 low = mulWrap(centred[a], centred[b]), high = mulHi(centred[a], centred[b]);
-      const Pixels16 half = as<Pixels16>(as<uint16_t>(low) >> 1) | shlWrap(high, 15);
-      constexpr auto index = ShapeMoments<kChannels>::index;
-      measure(half, 2, m.product[index(a, b)], m.totalProduct[index(a, b)]);
-    }
-}
+};
 
 // What the best line through a subset leaves: the trace of the moments less their largest eigenvalue, which is near
 // tr(M^4) / tr(M^3). Of the spread along the line the indices' steps leave about a hundredth: steps of a seventh of its
@@ -545,20 +542,27 @@ constexpr float kOnLine = 0.99f;
 // Keeps the division from 0 / 0 where all pixels are the same. (One channel's moment of n pixels is a multiple of
 // 1 / n, and the cube of that above 2^-12.)
 constexpr float kNextToNothing = 1e-6f;
+struct Spectrum {
+  F trace, cubes, fourths;  // of the moments, and of their powers
+};
+QELJ_INLINE F lineResidual(const Spectrum& of) {
+  return of.trace - all<F>(kOnLine) * of.fourths / (of.cubes + all<F>(kNextToNothing));
+}
 template <int kChannels>
-inline WF lineResidual(const WF (&m)[kChannels][kChannels]) {
-  WF trace = m[0][0], cubes{}, fourths{};
+QELJ_INLINE Spectrum spectrum(const F (&m)[kChannels][kChannels]) {
+  F trace = m[0][0], cubes{}, fourths{};
   for (int a = 0; a < kChannels; ++a) {
     if (a > 0) trace += m[a][a];
     for (int b = 0; b <= a; ++b) {
-      WF square = m[a][0] * m[0][b];
+      F square = m[a][0] * m[0][b];
       for (int k = 1; k < kChannels; ++k) square += m[a][k] * m[k][b];
-      const WF weight = all<WF>(a == b ? 1 : 2);
-      cubes += square * m[a][b] * weight;
-      fourths += square * square * weight;
+      const F weighed = a == b ? square : square + square;  // (of both places in the matrix)
+      const F cube = weighed * m[a][b], fourth = weighed * square;
+      cubes = a == 0 ? cube : cubes + cube;
+      fourths = a == 0 ? fourth : fourths + fourth;
     }
   }
-  return trace - all<WF>(kOnLine) * fourths / (cubes + all<WF>(kNextToNothing));
+  return {trace, cubes, fourths};
 }
 
 // What a sort key has room for: 31 bits less the six of a shape's number. Residuals end below 16 * 4 * 128^2 (a quarter
@@ -566,87 +570,93 @@ inline WF lineResidual(const WF (&m)[kChannels][kChannels]) {
 constexpr float kMostQuarters = 3e7f;
 static_assert(kMostQuarters < 1 << (31 - 6));
 
-// The shapes that promise the least error, best first.
-template <int kChannels, int kWanted>
-[[gnu::noinline]] void rankShapes(const ShapeMoments<kChannels>& m, int (&shapes)[kWanted]) {
-  constexpr auto index = ShapeMoments<kChannels>::index;
-  alignas(64) int32_t numbers[kGroup];
-  for (int i = 0; i < kGroup; ++i) numbers[i] = i;
-  W32 keys[kGroups];
-  for (int g = 0; g < kGroups; ++g) {
-    const auto residualOf = [&](int subset, auto sumOf, auto productOf) QELJ_INLINE_LAMBDA {
-      const WF per = load<WF>(kShapes.perPixel[subset] + kGroup * g);
-      WF sum[kChannels], moments[kChannels][kChannels];
-      for (int c = 0; c < kChannels; ++c) sum[c] = sumOf(c);
-      for (int b = 0; b < kChannels; ++b)
-        for (int a = 0; a <= b; ++a) moments[a][b] = moments[b][a] = productOf(index(a, b)) - sum[a] * sum[b] * per;
-      return lineResidual<kChannels>(moments);
-    };
-    const auto sum1 = [&](int c) QELJ_INLINE_LAMBDA { return load<WF>(m.sum[c] + kGroup * g); };
-    const auto product1 = [&](int at) QELJ_INLINE_LAMBDA { return load<WF>(m.product[at] + kGroup * g); };
-    const auto sum0 = [&](int c) QELJ_INLINE_LAMBDA { return all<WF>(m.totalSum[c]) - sum1(c); };
-    const auto product0 = [&](int at) QELJ_INLINE_LAMBDA { return all<WF>(m.totalProduct[at]) - product1(at); };
-    const WF ofSecond = residualOf(1, sum1, product1);
-    const WF residual = greater(ofSecond + residualOf(0, sum0, product0), WF{});
-    // In quarters, above the six bits of the shape's number.
-    const W32 number = load<W32>(numbers) + kGroup * g;
-    keys[g] = (roundToInt(lesser(residual * all<WF>(4), all<WF>(kMostQuarters))) << 6) | number;
-  }
-  for (int& shape : shapes) {
-    W32 lowest = keys[0];
-    for (int g = 1; g < kGroups; ++g) lowest = min(lowest, keys[g]);
-    int32_t key = lowest[0];
-    for (int i = 1; i < kGroup; ++i) key = std::min(key, int32_t(lowest[i]));
-    shape = key & 63;
-    for (W32& of : keys) of = select(of == all<W32>(key), all<W32>(std::numeric_limits<int32_t>::max()), of);
-  }
-}
-
-// The moments of the subsets of two shapes in turn, of the pixels as they are.
+// The two shapes that promise the least error, the better one first.
 template <int kChannels>
-inline Moments momentsOfShapes(const ShapeMoments<kChannels>& of, const int (&shapes)[2]) {
-  const float n0 = kShapes.count[shapes[0]], n1 = kShapes.count[shapes[1]];
-  const auto sets = [&](const float(&second)[kShapeCount], float total) {
-    const float a = second[shapes[0]], b = second[shapes[1]];
-    return F32x4{total - a, a, total - b, b};
-  };
-  Moments m;
-  m.count = F32x4{16 - n0, n0, 16 - n1, n1};
-  const F32x4 per = all<F32x4>(1) / m.count;
-  F32x4 sums[kChannels];
-  for (int c = 0; c < kChannels; ++c) {
-    sums[c] = sets(of.sum[c], of.totalSum[c]);
-    m.sum[c] = sums[c] + m.count * all<F32x4>(of.centre[c]);
-  }
-  for (int b = 0; b < kChannels; ++b)
-    for (int a = 0; a <= b; ++a) {
-      const int at = ShapeMoments<kChannels>::index(a, b);
-      const F32x4 product = sets(of.product[at], of.totalProduct[at]);
-      m.column[a][b] = m.column[b][a] = product - sums[a] * sums[b] * per;
+[[gnu::noinline]] void rankShapes(const ShapeMoments<kChannels>& m, I (&shapes)[2]) {
+  using Of = ShapeMoments<kChannels>;
+  I first = all<I>(std::numeric_limits<int32_t>::max()), second = first;
+  constexpr int kGroup = 8;  // the divisions of some shapes together, which don't wait for one another
+  for (int group = 0; group < kShapeCount; group += kGroup) {
+    Spectrum spectra[kGroup][2];
+    for (int i = 0; i < kGroup; ++i) {
+      const Shape& shape = kShapes.of[group + i];
+      const auto &row0 = m.rows[0][shape.rows[0]], &row1 = m.rows[1][shape.rows[1]];
+      const auto &row2 = m.rows[2][shape.rows[2]], &row3 = m.rows[3][shape.rows[3]];
+      F values[Of::kValues];
+      for (int v = 0; v < Of::kValues; ++v) values[v] = row0[v] + row1[v] + row2[v] + row3[v];
+      const auto spectrumOf = [&](int subset) QELJ_INLINE_LAMBDA {
+        const F per = all<F>(shape.perPixel[subset]);
+        F moments[kChannels][kChannels];
+        for (int b = 0; b < kChannels; ++b)
+          for (int a = 0; a <= b; ++a)
+            moments[a][b] = moments[b][a] = values[Of::product(a, b)] - values[a] * values[b] * per;
+        return spectrum<kChannels>(moments);
+      };
+      spectra[i][1] = spectrumOf(1);
+      for (int v = 0; v < Of::kValues; ++v) values[v] = m.total[v] - values[v];
+      spectra[i][0] = spectrumOf(0);
     }
-  return m;
+    for (int i = 0; i < kGroup; ++i) {
+      const F residual = atLeastZero(lineResidual(spectra[i][1]) + lineResidual(spectra[i][0]));
+      // In quarters, above the six bits of the shape's number.
+      const F quarters = lesserUnsigned(residual * all<F>(4), all<F>(kMostQuarters));
+      const I key = roundToInt(quarters) << 6 | (group + i);
+      second = min(second, max(first, key));
+      first = min(first, key);
+    }
+  }
+  shapes[0] = first & 63, shapes[1] = second & 63;
 }
 
-// Of all pixels; in lane 1 without alpha's part in the second moments.
-inline Moments momentsOf(const PixelBlock& block) {
-  const Pixels16 ones = all<Pixels16>(1);
-  I32x8 sums[4];
-  for (int c = 0; c < 4; ++c) sums[c] = mulAddPairs(block.channel[c], ones);
-  const I32x4 sum = laneSums(sums[0], sums[1], sums[2], sums[3]);
-  Moments m;
-  m.count = all<F32x4>(16);
-  Pixels16 centred[4];
-  for (int c = 0; c < 4; ++c) {
-    m.sum[c] = all<F32x4>(float(sum[c]));
-    centred[c] = block.channel[c] - int16_t((sum[c] + 8) >> 4);
+// Where the fits of a shape start, each block's own one.
+template <int kChannels>
+[[gnu::noinline]] void startShape(const Pixels& pixels, const ShapeMoments<kChannels>& of, I shapes, Start<2>& start) {
+  using Of = ShapeMoments<kChannels>;
+  int32_t bits[kLanes];
+  for (int i = 0; i < kLanes; ++i) bits[i] = kShapes.of[lane(shapes, i)].second;
+  F values[2][Of::kValues]{};
+  I number{};
+  for (int i = 0; i < 16; ++i) {
+    const I second = start.second[i] = load<I>(bits) << (31 - i) >> 31;
+    if (i >= 8) start.secondPairs[i - 8] = pairOf(start.second[i - 8], second);
+    number -= second;
+    for (int v = 0; v < Of::kValues; ++v) values[1][v] += as<F>(as<I>(of.rows[i / 4][1 << i % 4][v]) & second);
   }
-  for (int a = 0; a < 4; ++a) {
-    I32x8 products[4];
-    for (int b = 0; b < 4; ++b) products[b] = mulAddPairs(centred[a], centred[b]);
-    const F32x4 column = convert<float>(laneSums(products[0], products[1], products[2], products[3]));
-    for (int b = 0; b < 4; ++b) m.column[a][b] = F32x4{column[b], a == 3 || b == 3 ? 0 : column[b], 0, 0};
+  for (int v = 0; v < Of::kValues; ++v) values[0][v] = of.total[v] - values[1][v];
+  Moments<kChannels> moments[2];
+  for (int s = 0; s < 2; ++s) {
+    Moments<kChannels>& m = moments[s];
+    m.count = convert<float>(s ? number : 16 - number);
+    const F per = all<F>(1) / m.count;
+    for (int c = 0; c < kChannels; ++c) m.sum[c] = values[s][c] + m.count * of.centre[c];
+    for (int b = 0; b < kChannels; ++b)
+      for (int a = 0; a <= b; ++a)
+        m.column[a][b] = m.column[b][a] = values[s][Of::product(a, b)] - values[s][a] * values[s][b] * per;
   }
-  return m;
+  startFrom(pixels, moments, start);
+}
+
+// Where those of all pixels start.
+template <int kChannels>
+[[gnu::noinline]] void startAll(const Pixels& pixels, Start<1>& start) {
+  Moments<kChannels> moments[1];
+  Moments<kChannels>& m = moments[0];
+  m.count = all<F>(16);
+  I centre[kChannels], products[kChannels][kChannels]{};
+  for (int c = 0; c < kChannels; ++c) {
+    m.sum[c] = convert<float>(pixels.sum[c]);
+    const I middle = (pixels.sum[c] + 8) >> 4;
+    centre[c] = middle | middle << 16;
+  }
+  for (int i = 0; i < 8; ++i) {
+    I16 centred[kChannels];
+    for (int c = 0; c < kChannels; ++c) centred[c] = as<int16_t>(pixels.pairs[c][i]) - as<int16_t>(centre[c]);
+    for (int a = 0; a < kChannels; ++a)
+      for (int b = 0; b <= a; ++b) products[a][b] += simd::mulAddPairs(centred[a], centred[b]);
+  }
+  for (int a = 0; a < kChannels; ++a)
+    for (int b = 0; b <= a; ++b) m.column[a][b] = m.column[b][a] = convert<float>(products[a][b]);
+  startFrom(pixels, moments, start);
 }
 
 // --- the bits of a block -----------------------------------------------------------------------------------
@@ -662,20 +672,21 @@ struct BitField {
 // The bits of a set of indices. Where an anchor's index has its top bit set, its subset's ends are exchanged (turned),
 // and the indices count from the other one.
 template <int kBits, int kSubsets>
-inline uint64_t packAnchored(Pixels16 indices, int shapeNumber, bool (&turned)[2]) {
+inline uint64_t packAnchored(uint64_t indices, int shapeNumber, bool (&turned)[2]) {
+  constexpr uint64_t kAll = ~uint64_t(0) >> (64 - 16 * kBits);
   const int anchor = bc7::shape<kSubsets>(shapeNumber).anchors[1];
-  int16_t lanes[16];
-  store(lanes, indices);
-  turned[0] = lanes[0] >> (kBits - 1);
-  Pixels16 turn = all<Pixels16>(int16_t(-turned[0]));
+  const auto turn = [&](int subset, int at, uint64_t places) {
+    turned[subset] = indexAt<kBits>(indices, at) >> (kBits - 1);
+    return places & -uint64_t(turned[subset]);
+  };
+  uint64_t second = 0, turns = 0;
   if constexpr (kSubsets == 2) {
-    turned[1] = lanes[anchor] >> (kBits - 1);
-    turn = select(load<Pixels16>(kShapes.masks[shapeNumber]), all<Pixels16>(int16_t(-turned[1])), turn);
+    second = kShapes.of[shapeNumber].places[kBits - 2];
+    turns = turn(1, anchor, second);
   }
-  const Pixels16 places = indices ^ (turn & int16_t((1 << kBits) - 1));
-  uint64_t packed = packIndices<kBits>(simd::packU8(lower(places), upper(places)))[0];
-  if constexpr (kSubsets == 2) packed = removeAnchorBit<kBits>(packed, anchor);
-  return removeAnchorBit<kBits>(packed, 0);
+  indices ^= turn(0, 0, kAll & ~second) | turns;
+  if constexpr (kSubsets == 2) indices = removeAnchorBit<kBits>(indices, anchor);
+  return removeAnchorBit<kBits>(indices, 0);
 }
 
 template <int kMode>
@@ -691,27 +702,22 @@ inline void ownStore(const Candidate& best, uint8_t* dst) {
   if constexpr (kOf.secondIndexBits == 0) {
     bits.put(kLayout.indices, packAnchored<kOf.indexBits, kOf.subsets>(best.indices, best.shape, turned));
   } else {
-    const Pixels16 first = best.selection ? best.alphaIndices : best.indices;
-    const Pixels16 other = best.selection ? best.indices : best.alphaIndices;
+    const uint64_t first = best.selection ? best.alphaIndices : best.indices;
+    const uint64_t other = best.selection ? best.indices : best.alphaIndices;
     bits.put(kLayout.indices, packAnchored<kOf.indexBits, 1>(first, 0, best.selection ? alphaTurned : turned));
     bits.put(kLayout.secondIndices,
              packAnchored<kOf.secondIndexBits, 1>(other, 0, best.selection ? turned : alphaTurned));
   }
-  int32_t alphaFields[8];
-  store(alphaFields, best.alphaFields);
-  for (int s = 0; s < kOf.subsets; ++s) {
-    int32_t fields[8], p[8];
-    store(fields, best.fields[s]), store(p, best.p[s]);
+  for (int s = 0; s < kOf.subsets; ++s)
     for (int e = 0; e < 2; ++e) {
-      const int from = 4 * (e ^ int(turned[s])), alphaFrom = 4 * (e ^ int(alphaTurned[s]));
-      for (int c = 0; c < 3; ++c) bits.put(kLayout.position(c, 2 * s + e), uint64_t(fields[c + from]));
-      if constexpr (kOf.secondIndexBits != 0) bits.put(kLayout.position(3, e), uint64_t(alphaFields[3 + alphaFrom]));
-      else if constexpr (kOf.alphaBits != 0) bits.put(kLayout.position(3, 2 * s + e), uint64_t(fields[3 + from]));
-      if constexpr (kOf.endPointPBits != 0) bits.put(kLayout.pBitPosition(2 * s + e), uint64_t(p[from] & 1));
+      const int from = e ^ int(turned[s]), alphaFrom = kOf.secondIndexBits ? e ^ int(alphaTurned[s]) : from;
+      for (int c = 0; c < 3; ++c) bits.put(kLayout.position(c, 2 * s + e), uint64_t(best.fields[s][from][c]));
+      if constexpr (kOf.alphaBits != 0)
+        bits.put(kLayout.position(3, 2 * s + e), uint64_t(best.fields[s][alphaFrom][3]));
+      if constexpr (kOf.endPointPBits != 0) bits.put(kLayout.pBitPosition(2 * s + e), uint64_t(best.p[s][from]));
       else if constexpr (kOf.subsetPBits != 0)
-        if (e == 0) bits.put(kLayout.pBitPosition(2 * s), uint64_t(p[0] & 1));
+        if (e == 0) bits.put(kLayout.pBitPosition(2 * s), uint64_t(best.p[s][0]));
     }
-  }
   store(dst, bits.word[0]);
   store(dst + 8, bits.word[1]);
 }
@@ -737,153 +743,133 @@ void ownStoreBest(const Candidate& best, uint8_t* dst) {
 
 // All pixels the same: mode 6 half-way between the two values beside it. Exact for opaque blocks but for 0,
 // which mode 6 with its alpha at 255 stores as 1; within 1 otherwise.
-inline Candidate flatCandidate(const uint8_t* pixel) {
+inline Candidate flatCandidate(uint32_t pixel) {
   Candidate flat;
-  flat.indices = all<Pixels16>(7);  // a weight of 30 in 64
-  const bool opaque = pixel[3] == 255;
-  flat.p[0] = I32x8{opaque, opaque, opaque, opaque, 1, 1, 1, 1};
+  flat.indices = 0x7777777777777777;  // a weight of 30 in 64
+  const bool opaque = pixel >> 24 == 255;
+  flat.p[0][0] = opaque, flat.p[0][1] = 1;
   for (int c = 0; c < 4; ++c) {
-    const int v = pixel[c];
+    const int v = pixel >> 8 * c & 255;
     // Opaque: two odd values around v. Else: an even one and the odd one above it. The upper one is v | 1 in both.
     const int first = opaque ? (v & 1 || v == 0 ? v | 1 : v - 1) : v & ~1;
-    flat.fields[0][c] = first >> 1, flat.fields[0][c + 4] = v >> 1;
+    flat.fields[0][0][c] = uint8_t(first >> 1), flat.fields[0][1][c] = uint8_t(v >> 1);
   }
   return flat;
-}
-
-// The two shapes that part the block best, and where their fits start.
-template <int kChannels>
-inline void startShapes(const PixelBlock& block, int (&shapes)[2], Start<2> (&starts)[2]) {
-  ShapeMoments<kChannels> moments;
-  measureShapes(block, moments);
-  rankShapes(moments, shapes);
-  for (int rank = 0; rank < 2; ++rank) starts[rank].second = load<Pixels16>(kShapes.masks[shapes[rank]]);
-  startsFrom<2, 2>({&block, &block}, momentsOfShapes(moments, shapes), {&starts[0], &starts[1]});
 }
 
 // An error of a block up to which no other mode is tried: one and a half a pixel, over its four channels 52 dB.
 constexpr int32_t kGoodEnough = 16 * 3 / 2;
 
-// A block on its way.
-struct Work {
-  PixelBlock pixels;
-  Start<1> starts[2];  // of all channels, and of colour alone (where there is alpha)
-  Candidate best;
+// Mode 6; `rest` takes the blocks that want others.
+template <bool kOpaque, class Rest>
+[[gnu::noinline]] void trySix(Queue& queue, Rest rest) {
+  constexpr int kChannels = kOpaque ? 3 : 4;
+  Pixels pixels;
+  pixels.take<kChannels>(queue);
+  Start<1> start;
+  startAll<kChannels>(pixels, start);
+  const FitOf<6, kOpaque ? PBits::ones : PBits::each, kChannels> six(pixels, start);
+  for (int i = 0; i < queue.count; ++i) {
+    Candidate& best = queue.best[i];
+    keepBetter<6>(six, i, 0, best);
+    // The largest value, whose p-bits are 1.
+    if constexpr (kOpaque) best.fields[0][0][3] = best.fields[0][1][3] = 127;
+    if (best.error > kGoodEnough) rest(i);
+    else ownStoreBest(best, queue.dst[i]);
+  }
+}
+
+template <int kChannels>
+struct TwoShapes {
+  I shapes[2];
+  Start<2> starts[2];
+  explicit TwoShapes(const Pixels& pixels) {
+    const ShapeMoments<kChannels> moments(pixels);
+    rankShapes(moments, shapes);
+    for (int rank = 0; rank < 2; ++rank) startShape(pixels, moments, shapes[rank], starts[rank]);
+  }
 };
 
-// Where the fits of one block start, or of two, whose lines are found in the lanes of the same vectors.
-template <bool kAlpha>
-inline void startFits(Work (&work)[1]) {
-  Work& a = work[0];
-  const Moments m = momentsOf(a.pixels);
-  if constexpr (kAlpha) startsFrom<1, 2>({&a.pixels, &a.pixels}, m, {&a.starts[0], &a.starts[1]});
-  else startsFrom<1, 1>({&a.pixels}, m, {&a.starts[0]});
-}
-template <bool kAlpha>
-inline void startFits(Work (&work)[2]) {
-  Work &a = work[0], &b = work[1];
-  Moments m = momentsOf(a.pixels);
-  const Moments other = momentsOf(b.pixels);
-  for (int c = 0; c < 4; ++c) {
-    m.sum[c] = unpackLow(m.sum[c], other.sum[c]);
-    for (int k = 0; k < 4; ++k) m.column[c][k] = unpackLow(m.column[c][k], other.column[c][k]);
+[[gnu::noinline]] void tryOthersOpaque(Queue& queue) {
+  Pixels pixels;
+  pixels.take<3>(queue);
+  const TwoShapes<3> two(pixels);
+  const FitOf<1, PBits::shared, 3> first(pixels, two.starts[0]), second(pixels, two.starts[1]);
+  const FitOf<3, PBits::each, 3, 2> third(pixels, two.starts[0]);
+  for (int i = 0; i < queue.count; ++i) {
+    Candidate& best = queue.best[i];
+    keepBetter<1>(first, i, lane(two.shapes[0], i), best);
+    keepBetter<3>(third, i, lane(two.shapes[0], i), best);
+    keepBetter<1>(second, i, lane(two.shapes[1], i), best);
+    ownStoreBest(best, queue.dst[i]);
   }
-  if constexpr (kAlpha)
-    startsFrom<1, 4>({&a.pixels, &b.pixels, &a.pixels, &b.pixels}, m,
-                     {&a.starts[0], &b.starts[0], &a.starts[1], &b.starts[1]});
-  else startsFrom<1, 2>({&a.pixels, &b.pixels}, m, {&a.starts[0], &b.starts[0]});
 }
 
-// Mode 6 for blocks of one kind, by turns.
-template <PBits kPBits, size_t... i>
-inline void trySix(Work (&work)[sizeof...(i)], std::index_sequence<i...>) {
-  startFits<kPBits == PBits::each>(work);
-  [&](auto... fits) {
-    takeRounds(fits...);
-    (keepBetter<6>(fits, 0, work[i].best), ...);
-  }(FitOf<6, kPBits>(work[i].pixels, work[i].starts[0])...);
+[[gnu::noinline]] void tryOthersAlpha(Queue& queue) {
+  Pixels pixels;
+  pixels.take<4>(queue);
+  Start<1> start;
+  startAll<3>(pixels, start);
+  F lowest = pixels.value[3][0], highest = lowest;
+  for (const F& alpha : pixels.value[3])
+    lowest = lesserUnsigned(alpha, lowest), highest = greaterUnsigned(alpha, highest);
+  start.line[0][0][3] = lowest, start.line[0][1][3] = highest;
+  start.sum[0][3] = pixels.sum[3];
+  const ColourFit<5, 2> five(pixels, start);
+  const ColourFit<4, 3> four3(pixels, start);
+  const ColourFit<4, 2> four2(pixels, start);
+  const AlphaFit<5, 2> fiveAlpha(pixels, start);
+  const AlphaFit<4, 3> four3Alpha(pixels, start);
+  const AlphaFit<4, 2> four2Alpha(pixels, start);
+  const TwoShapes<4> two(pixels);
+  const FitOf<7, PBits::each, 4> first(pixels, two.starts[0]), second(pixels, two.starts[1]);
+  for (int i = 0; i < queue.count; ++i) {
+    Candidate& best = queue.best[i];
+    keepBetter<5, 2>(five, fiveAlpha, i, best);
+    keepBetter<4, 3>(four3, four3Alpha, i, best);
+    keepBetter<4, 2>(four2, four2Alpha, i, best);
+    keepBetter<7>(first, i, lane(two.shapes[0], i), best);
+    keepBetter<7>(second, i, lane(two.shapes[1], i), best);
+    ownStoreBest(best, queue.dst[i]);
+  }
 }
 
-inline void tryOthersOpaque(Work& work) {
-  int shapes[2];
-  Start<2> starts[2];
-  startShapes<3>(work.pixels, shapes, starts);
-  FitOf<1, PBits::shared> first(work.pixels, starts[0]), second(work.pixels, starts[1]);
-  FitOf<3, PBits::each, 2> third(work.pixels, starts[0]);
-  takeRounds(first, second, third);
-  keepBetter<1>(first, shapes[0], work.best);
-  keepBetter<3>(third, shapes[0], work.best);
-  keepBetter<1>(second, shapes[1], work.best);
-}
+class Bc7Encoder {
+ public:
+  static constexpr int kBlockBytes = 16, kPixelBytes = 4;
 
-inline void tryOthersAlpha(Work& work) {
-  const PixelBlock& pixels = work.pixels;
-  ColourFit<5, 2> five(pixels, work.starts[1]);
-  ColourFit<4, 3> four3(pixels, work.starts[1]);
-  ColourFit<4, 2> four2(pixels, work.starts[1]);
-  takeRounds(five, four3, four2);
-
-  Start<1> alpha = work.starts[0];
-  const auto extreme = [&](auto op) {
-    const F32x8 eight = op(pixels.low[3], pixels.high[3]);
-    return float(combineLanes(eight, eight, eight, eight, op)[0]);
-  };
-  alpha.line[0] = F32x8{};
-  alpha.line[0][3] = extreme([](auto a, auto b) { return lesser(a, b); });
-  alpha.line[0][7] = extreme([](auto a, auto b) { return greater(a, b); });
-  trySeparate<5, 2>(five, alpha, work.best);
-  trySeparate<4, 3>(four3, alpha, work.best);
-  trySeparate<4, 2>(four2, alpha, work.best);
-
-  int shapes[2];
-  Start<2> starts[2];
-  startShapes<4>(pixels, shapes, starts);
-  FitOf<7, PBits::each> first(pixels, starts[0]), second(pixels, starts[1]);
-  takeRounds(first, second);
-  keepBetter<7>(first, shapes[0], work.best);
-  keepBetter<7>(second, shapes[1], work.best);
-}
-
-struct Bc7Encoder {
-  static constexpr int kBlockBytes = 16, kPixelBytes = 4, kGroup = 2;
-
-  static bool isFlat(const PixelBlock& block) {
-    Pixels16 differs{};
-    for (const Pixels16& c : block.channel) differs |= c ^ (all<Pixels16>(int16_t(c[0])));
-    return isZero(differs);
+  void block(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
+    int32_t pixels[16];
+    int32_t differs = 0, opaque = -1;
+    for (int y = 0; y < 4; ++y) std::memcpy(pixels + 4 * y, row(src, srcStep, y), 16);
+    for (const int32_t pixel : pixels) differs |= pixel ^ pixels[0], opaque &= pixel;
+    if (differs == 0) return ownStoreBest(flatCandidate(uint32_t(pixels[0])), dst);
+    const int kind = uint32_t(opaque) >> 24 == 255;
+    waiting_[kind].add(pixels, 1, {}, dst);
+    if (waiting_[kind].isFull()) kind ? trySix<true>() : trySix<false>();
   }
-  static bool isOpaque(const PixelBlock& block) { return isZero(block.channel[3] ^ (all<Pixels16>(255))); }
-
-  // All of which are opaque, or none.
-  template <int kBlocks>
-  static void encode(Work (&work)[kBlocks], bool opaque, uint8_t* dst) {
-    constexpr std::make_index_sequence<kBlocks> kAll;
-    for (Work& of : work) of.pixels.floatChannels();
-    if (opaque) trySix<PBits::ones>(work, kAll);
-    else trySix<PBits::each>(work, kAll);
-    for (Work& of : work) {
-      if (of.best.error > kGoodEnough) opaque ? tryOthersOpaque(of) : tryOthersAlpha(of);
-      ownStoreBest(of.best, dst);
-      dst += kBlockBytes;
-    }
+  // What waits still.
+  void finish() {
+    if (waiting_[0].count > 0) trySix<false>();
+    if (waiting_[1].count > 0) trySix<true>();
+    if (wanting_[0].count > 0) tryOthersAlpha(wanting_[0]);
+    if (wanting_[1].count > 0) tryOthersOpaque(wanting_[1]);
   }
 
-  static void block(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
-    Work work[1];
-    work[0].pixels = loadPixels(src, srcStep);
-    if (isFlat(work[0].pixels)) return ownStoreBest(flatCandidate(src), dst);
-    encode(work, isOpaque(work[0].pixels), dst);
+ private:
+  template <bool kOpaque>
+  void trySix() {
+    Queue &from = waiting_[kOpaque], &to = wanting_[kOpaque];
+    texture::trySix<kOpaque>(from, [&](int i) {
+      to.add(&from.pixels[0][i], kLanes, from.best[i], from.dst[i]);
+      if (!to.isFull()) return;
+      kOpaque ? tryOthersOpaque(to) : tryOthersAlpha(to);
+      to.count = 0;
+    });
+    from.count = 0;
   }
-  static void group(const uint8_t* src, ptrdiff_t srcStep, uint8_t* dst) {
-    Work work[kGroup];
-    bool together = true;
-    for (int i = 0; i < kGroup; ++i) {
-      work[i].pixels = loadPixels(src + i * 4 * kPixelBytes, srcStep);
-      together = together && !isFlat(work[i].pixels) && isOpaque(work[i].pixels) == isOpaque(work[0].pixels);
-    }
-    if (together) return encode(work, isOpaque(work[0].pixels), dst);
-    for (int i = 0; i < kGroup; ++i) block(src + i * 4 * kPixelBytes, srcStep, dst + i * kBlockBytes);
-  }
+
+  Queue waiting_[2], wanting_[2];  // for mode 6, for others; [opaque]
 };
 
 }  // namespace

@@ -18,6 +18,8 @@ namespace qelj::texture {
 //   group(src, srcStep, dst)   encodes kGroup blocks
 //   kGroupDiffers              present where a group's bytes are not those of its blocks one by one: then
 //                              groups are used on every build
+// or may be an object whose block() puts blocks off, and
+//   finish()                   encodes what was put off
 // Groups start at multiples of kGroup blocks, in complete rows of blocks; every block that can be in a group is in one.
 // clang-format off
 template <class Format>
@@ -42,6 +44,7 @@ QelStatus encodeBlocks(const uint8_t* src, int32_t srcStep, QelSize size, uint8_
   if (auto s = check(nonNull(src, dst), require(srcStep != 0, qelStatusBadStep), area(size)); s) return s;
   constexpr ptrdiff_t kPixel = Format::kPixelBytes;
   const ptrdiff_t width = size.width, height = size.height, step = srcStep;
+  Format format;
   for (ptrdiff_t y = 0; y < height; y += 4) {
     const uint8_t* const from = row(src, step, y);
     const ptrdiff_t rows = std::min<ptrdiff_t>(4, height - y);
@@ -49,15 +52,16 @@ QelStatus encodeBlocks(const uint8_t* src, int32_t srcStep, QelSize size, uint8_
     if (rows == 4) {
       if constexpr (GroupEncoder<Format>)
         for (; x + 4 * Format::kGroup <= width; x += 4 * Format::kGroup, dst += Format::kGroup * Format::kBlockBytes)
-          Format::group(from + x * kPixel, step, dst);
-      for (; x + 4 <= width; x += 4, dst += Format::kBlockBytes) Format::block(from + x * kPixel, step, dst);
+          format.group(from + x * kPixel, step, dst);
+      for (; x + 4 <= width; x += 4, dst += Format::kBlockBytes) format.block(from + x * kPixel, step, dst);
     }
     for (; x < width; x += 4, dst += Format::kBlockBytes) {
       uint8_t pixels[16 * kPixel];
       padBlock<kPixel>(from + x * kPixel, step, std::min<ptrdiff_t>(4, width - x), rows, pixels);
-      Format::block(pixels, 4 * kPixel, dst);
+      format.block(pixels, 4 * kPixel, dst);
     }
   }
+  if constexpr (requires { format.finish(); }) format.finish();
   return qelStatusOk;
 }
 
