@@ -1,6 +1,7 @@
 #include "exif.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "format.h"
@@ -11,6 +12,10 @@ namespace {
 // Pointers to directories, and what is in them but belongs to one file only.
 enum Pointer : unsigned { kTaken = 34665, kPlace = 34853, kMakersNote = 37500, kInteroperability = 40965 };
 constexpr unsigned kStrips = 273, kTiles = 324, kCodestream = 0xBCC0;
+constexpr struct {
+  unsigned tag;
+  const char* name;
+} kOthers[] = {{700, "XMP data"}, {33723, "IPTC data"}, {34377, "Photoshop data"}};
 
 // TIFF 6.0, section 2, with a directory's place (13) and the three long types of BigTIFF.
 struct Type {
@@ -97,6 +102,8 @@ class Directories {
       // Structural fields of large files are never looked at.
       const bool wanted = at != first_ || isKept(field.tag) || field.tag == kTaken || field.tag == kPlace;
       ofPicture_ |= at == first_ && (field.tag == kStrips || field.tag == kTiles || field.tag == kCodestream);
+      for (const auto& other : kOthers)
+        if (at == first_ && field.tag == other.tag) exif_.others.push_back(other.name);
       if (!wanted) continue;
       // Fields may share their values, but together they have no more bytes than the file.
       if (type.bytes == 0 || count > left_ / type.bytes) {
@@ -136,19 +143,36 @@ class Directories {
   std::string lost_;  // what is left out, in words
 };
 
+bool isDensity(unsigned tag) { return tag == kXResolution || tag == kYResolution || tag == kResolutionUnit; }
+
 // What every picture may be said to have.
 bool saysNothing(const Field& field) {
-  switch (field.tag) {
-    case kOrientation:
-      return field.number() == 1;
-    case kXResolution:
-    case kYResolution:
-      return field.number() == 72;
-    case kResolutionUnit:
-      return field.number() == 2;
-    default:
-      return false;
-  }
+  return isDensity(field.tag) || (field.tag == kOrientation && field.number() == 1);
+}
+
+// TIFF 6.0, section 8: inches are meant where no unit is told. Pictures without a density have to tell one, too: 72.
+Density densityOf(const Exif& exif) {
+  const Field *const x = exif.find(kXResolution), *const y = exif.find(kYResolution),
+                     *const unit = exif.find(kResolutionUnit);
+  if (!x || !y) return {};
+  const double code = unit ? unit->number() : 2;
+  const Density density = {x->number(), y->number(),
+                           code == 1   ? Density::kNone
+                           : code == 3 ? Density::kCentimetre
+                                       : Density::kInch};
+  const bool usual = density.x == 72 && density.y == 72 && density.unit == Density::kInch;
+  return usual ? Density() : density;
+}
+
+// In as small numbers as they can be.
+Field fractionField(unsigned tag, double value) {
+  uint32_t parts = 1;
+  while (parts < 10000 && value * parts != std::floor(value * parts) && value * parts * 10 < 4e9) parts *= 10;
+  Field field = longField(tag, uint32_t(std::clamp(std::round(value * parts), 1.0, 4e9)));
+  field.type = kFraction;
+  const std::vector<uint8_t> below = longField(tag, parts).bytes;
+  field.bytes.insert(field.bytes.end(), below.begin(), below.end());
+  return field;
 }
 
 }  // namespace
@@ -231,6 +255,31 @@ std::vector<Field> appendOthers(std::vector<uint8_t>& file, const Exif& exif, bo
   for (const auto& [tag, fields] : {std::pair(kTaken, &exif.taken), std::pair(kPlace, &exif.place)})
     if (const uint64_t at = appendDirectory(file, *fields, bigEndian)) first.push_back(longField(tag, uint32_t(at)));
   return first;
+}
+
+Metadata metadataOf(const Exif& exif) {
+  Metadata metadata;
+  metadata.exif = makeExif(exif);
+  metadata.density = densityOf(exif);
+  metadata.others = exif.others;
+  return metadata;
+}
+
+Exif fieldsOf(const Metadata& metadata, Stages& stages) {
+  Exif exif = takeExif(metadata.exif, stages);
+  const Density& density = metadata.density;
+  if (!density.isKnown()) return exif;
+  std::erase_if(exif.picture, [](const Field& field) { return isDensity(field.tag); });
+  exif.picture.push_back(fractionField(kXResolution, density.x));
+  exif.picture.push_back(fractionField(kYResolution, density.y));
+  exif.picture.push_back({kResolutionUnit, kShort, {0, uint8_t(1 + density.unit)}});
+  return exif;
+}
+
+Density densityOf(const Metadata& metadata) {
+  if (metadata.density.isKnown()) return metadata.density;
+  Stages told;
+  return densityOf(takeExif(metadata.exif, told));
 }
 
 std::vector<uint8_t> makeExif(const Exif& exif) {

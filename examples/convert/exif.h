@@ -40,6 +40,7 @@ Field longField(unsigned tag, uint32_t value);
 
 struct Exif {
   std::vector<Field> picture, taken, place;  // directories: of the picture, of how it was taken and where
+  std::vector<const char*> others{};         // what else is in the first one, as Metadata has it
 
   const Field* find(unsigned tag) const;  // in the first one
 };
@@ -47,8 +48,15 @@ struct Exif {
 // Of a TIFF structure, a TIFF file or a JPEG XR file; none of no bytes. Thumbnails, makers' notes, which hold places of the
 // file that they were in, and what is damaged are left out, and the stages are told.
 Exif takeExif(Bytes file, Stages& stages);
-// The same as a TIFF structure of their own; empty where they tell nothing.
+// The same as a TIFF structure of their own; empty where they tell nothing but the density.
 std::vector<uint8_t> makeExif(const Exif& exif);
+
+// Of a file whose own directories tell all: a profile is not among it.
+Metadata metadataOf(const Exif& exif);
+// The fields of a picture's directories, its density among them.
+Exif fieldsOf(const Metadata& metadata, Stages& stages);
+// That of the picture, or that which its EXIF data tell.
+Density densityOf(const Metadata& metadata);
 // Puts a directory at the end of a file, and gives its place, which is even; 0 for one without fields.
 uint64_t appendDirectory(std::vector<uint8_t>& file, const std::vector<Field>& fields, bool bigEndian,
                          bool bigTiff = false);

@@ -36,10 +36,21 @@ enum class Colour { grey, greyAlpha, rgb, rgba, cmyk };
 int channelsOf(Colour colour);
 const char* nameOf(Colour colour);
 
+// Pixels that are as long as a unit, across and down: 0 where that is not known. Without a unit their ratio counts.
+struct Density {
+  enum Unit { kNone, kInch, kCentimetre };
+  double x = 0, y = 0;
+  Unit unit = kNone;
+
+  bool isKnown() const { return x > 0 && y > 0 && (unit != kNone || x != y); }
+};
+
 // What belongs to a picture beside its samples.
 struct Metadata {
-  std::vector<uint8_t> profile;  // of its colours (ICC)
-  std::vector<uint8_t> exif;     // the TIFF structure of EXIF data, from its byte order on
+  std::vector<uint8_t> profile{};     // of its colours (ICC)
+  std::vector<uint8_t> exif{};        // the TIFF structure of EXIF data, from its byte order on
+  Density density{};                  // as the file itself tells it: EXIF data may tell one, too (see exif.h)
+  std::vector<const char*> others{};  // what the file has that no format here keeps, such as "comments"
 };
 // Whether a profile says that it is of such colours.
 bool isProfileOf(const std::vector<uint8_t>& profile, Colour colour);

@@ -291,7 +291,19 @@ class Sink : public RowSink {
   std::optional<SequentialEncoder> encoder_;
 };
 
+// Options that the process has no use for.
+void tellUnused(const Options& options, Stages& stages) {
+  const bool lossless = options.has("lossless");
+  if (lossless)
+    for (const char* name : {"quality", "sampling", "bits", "progressive", "scans"})
+      if (options.has(name)) stages.lose(std::string("--") + name + " has no meaning for the lossless process");
+  if (!lossless)
+    for (const char* name : {"predictor", "point-transform"})
+      if (options.has(name)) stages.lose(std::string("--") + name + " has no meaning without --lossless");
+}
+
 std::vector<uint8_t> write(const Image& original, const Options& options, Stages& stages) {
+  tellUnused(options, stages);
   Image adapted;
   if (options.has("lossless")) {
     const Image& image = adapt(original, adapted, stages, {Colour::grey, Colour::rgb});
@@ -312,6 +324,7 @@ std::vector<uint8_t> write(const Image& original, const Options& options, Stages
 
 std::unique_ptr<RowSink> writeRows(const Shape& shape, const Options& options, Stages& stages, Destination& out) {
   if (options.has("lossless") || shape.half || shape.hasAlpha() || shape.bits != bitsOf(options)) return nullptr;
+  tellUnused(options, stages);
   return std::make_unique<Sink>(shape, options, stages, out);
 }
 

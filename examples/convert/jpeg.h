@@ -43,6 +43,7 @@ enum Marker : uint8_t {
   APP0 = 0xE0,
   APP1 = 0xE1,
   APP2 = 0xE2,
+  APP13 = 0xED,
   APP14 = 0xEE,
   COM = 0xFE
 };

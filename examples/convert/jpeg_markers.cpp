@@ -1,9 +1,11 @@
 // Marker segments of JPEG files (ISO/IEC 10918-1, Annex B), with the application segments of JFIF, Adobe, EXIF and ICC.
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <numeric>
 #include <optional>
 
+#include "exif.h"
 #include "jpeg.h"
 #include "qelj_typical.h"
 
@@ -15,6 +17,8 @@ constexpr int32_t divideUp(int32_t a, int32_t b) { return (a + b - 1) / b; }
 // What the segments of metadata begin with, with the zero at the end; behind that of a profile stand the number of
 // this part of it, from 1 on, and how many there are (ICC.1, B.4).
 constexpr std::string_view kExifHead("Exif\0\0", 6), kProfileHead("ICC_PROFILE\0", 12);
+// And those that nothing is taken of.
+constexpr std::string_view kXmpHead = "http://ns.adobe.com/", kPhotoshopHead = "Photoshop ";
 
 // Reads the segments of one file into a File.
 class Parser {
@@ -73,9 +77,10 @@ class Parser {
         scan(body);
         break;
       case APP0:
-        file_.jfif |= startsWith(body, "JFIF");
+        if (startsWith(body, "JFIF")) jfif(body);
         break;
       case APP1:
+        if (Reader again = body; startsWith(again, kXmpHead)) file_.metadata.others.push_back("XMP data");
         if (startsWith(body, kExifHead) && file_.metadata.exif.empty()) file_.metadata.exif = rest(body);
         break;
       case APP2:
@@ -84,6 +89,12 @@ class Parser {
           partsOfProfile_ = body.u8();
           profile_.emplace(number, rest(body));
         }
+        break;
+      case APP13:
+        if (startsWith(body, kPhotoshopHead)) file_.metadata.others.push_back("Photoshop data");
+        break;
+      case COM:
+        file_.metadata.others.push_back("comments");
         break;
       case APP14:
         if (startsWith(body, "Adobe") && body.left() >= 7) body.skip(6), file_.adobe = body.u8();
@@ -95,6 +106,15 @@ class Parser {
       default:
         if (marker >= SOF0 && marker <= SOF15 && marker != JPG) frame(marker, body);
     }
+  }
+
+  void jfif(Reader& body) {
+    file_.jfif = true;
+    if (body.left() < 8) return;
+    body.skip(3);  // the end of the name, the version
+    const unsigned unit = body.u8();
+    const double x = body.u16be(), y = body.u16be();
+    if (unit <= Density::kCentimetre) file_.metadata.density = {x, y, Density::Unit(unit)};
   }
 
   static bool startsWith(Reader& body, std::string_view text) {
@@ -267,13 +287,31 @@ void marker(Writer& out, uint8_t m) { out.u8(0xFF), out.u8(m); }
 
 constexpr size_t kMostOfSegment = 65533;  // beside its length
 
+// As whole numbers, by the unit that they fit best.
+Density wholeDensity(const Metadata& metadata) {
+  const auto rounded = [](Density d, double scale, Density::Unit unit) {
+    return Density{std::round(d.x * scale), std::round(d.y * scale), unit};
+  };
+  constexpr double kCentimetres = 2.54;  // an inch
+  const Density exact = densityOf(metadata);
+  Density best = rounded(exact, 1, exact.unit);
+  if (exact.unit != Density::kNone) {
+    const bool inches = exact.unit == Density::kInch;
+    const double scale = inches ? 1 / kCentimetres : kCentimetres;
+    const Density other = rounded(exact, scale, inches ? Density::kCentimetre : Density::kInch);
+    if (std::abs(other.x / (exact.x * scale) - 1) < std::abs(best.x / exact.x - 1)) best = other;
+  }
+  const bool fits = best.isKnown() && std::max(best.x, best.y) < 65536;
+  return fits ? best : Density{1, 1};
+}
+
 // Tells what has no place in the file.
 void writeMetadata(Writer& out, const Metadata& metadata, Stages& stages) {
   const auto begin = [&](uint8_t m, std::string_view head, size_t more) {
     marker(out, m), out.u16be(unsigned(2 + head.size() + more));
     out.put({reinterpret_cast<const uint8_t*>(head.data()), head.size()});
   };
-  const auto& [profile, exif] = metadata;
+  const std::vector<uint8_t>&profile = metadata.profile, &exif = metadata.exif;
   if (exif.size() > kMostOfSegment - kExifHead.size()) {
     stages.lose("the EXIF data are too long, and dropped");
   } else if (!exif.empty()) {
@@ -322,7 +360,9 @@ void writeHeader(Writer& out, const Frame& frame, Space space, const std::vector
   marker(out, SOI);
   if (space == Space::grey || space == Space::ycc) {
     marker(out, APP0), out.u16be(16), out.text("JFIF"), out.u8(0);
-    out.u16be(0x0102), out.u8(0), out.u16be(1), out.u16be(1), out.u16be(0);
+    const Density density = wholeDensity(metadata);
+    out.u16be(0x0102), out.u8(density.unit), out.u16be(unsigned(density.x)), out.u16be(unsigned(density.y)),
+        out.u16be(0);
   } else {
     marker(out, APP14), out.u16be(14), out.text("Adobe");
     out.u16be(100), out.u16be(0), out.u16be(0), out.u8(space == Space::ycck ? 2 : 0);

@@ -265,7 +265,9 @@ Codestream readCodestream(Bytes bytes, bool& cut) {
 }
 
 Metadata metadataOf(Bytes file, const Container& container, Stages& stages) {
-  return {{container.profile.begin(), container.profile.end()}, makeExif(takeExif(file, stages))};
+  Metadata metadata = qelconv::metadataOf(takeExif(file, stages));
+  metadata.profile.assign(container.profile.begin(), container.profile.end());
+  return metadata;
 }
 
 Image read(Bytes file, const Options& options, Stages& stages) {
@@ -447,7 +449,7 @@ Plan planOf(const Shape& image, const Options& options, Stages& stages) {
     throw Error("two levels of overlap on halved chroma take a picture of more than 16 columns");
   const auto [across, down] = options.size("tiles", {image.width, image.height});
   header.columns = tilesOf(image.width, across), header.rows = tilesOf(image.height, down);
-  return {std::move(header), *format, image.metadata.profile, takeExif(image.metadata.exif, stages)};
+  return {std::move(header), *format, image.metadata.profile, fieldsOf(image.metadata, stages)};
 }
 
 // A codestream to be written.

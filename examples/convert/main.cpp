@@ -107,6 +107,7 @@ Image readPicture(const Format& format, Bytes bytes, const Options& options, Sta
 void loseMetadata(const Format& format, const Metadata& metadata, Stages& stages) {
   if (!metadata.profile.empty() && !(format.keeps & kProfile)) stages.lose("the colour profile is dropped");
   if (!metadata.exif.empty() && !(format.keeps & kExif)) stages.lose("the EXIF data are dropped");
+  for (const char* other : metadata.others) stages.lose(std::string("the ") + other + " are dropped");
 }
 
 // Says what is missing of a picture that was read under --partial.

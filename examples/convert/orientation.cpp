@@ -62,7 +62,7 @@ Image upright(Image image) {
   const bool fromRight = orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8;
   const bool fromBottom = orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7;
   Shape shape = image;
-  if (turned) std::swap(shape.width, shape.height);
+  if (turned) std::swap(shape.width, shape.height), std::swap(shape.metadata.density.x, shape.metadata.density.y);
   Image result(shape, image.colour, image.bits);
   result.missing = image.missing;
   setOrientation(result.metadata, 1);

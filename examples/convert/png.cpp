@@ -1,9 +1,11 @@
 // PNG, through libpng: 8 and 16 bits, every colour type; palettes and small depths are spread to 8 bits.
 #include <png.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <ostream>
 
+#include "exif.h"
 #include "file_limits.h"
 #include "format.h"
 #include "rows.h"
@@ -56,12 +58,21 @@ Metadata metadataOf(const ReadRecord& r) {
   png_uint_32 length = 0;
   if (png_get_iCCP(r.png, r.info, &name, &kind, &bytes, &length)) metadata.profile.assign(bytes, bytes + length);
   if (png_get_eXIf_1(r.png, r.info, &length, &bytes)) metadata.exif.assign(bytes, bytes + length);
+  png_uint_32 x = 0, y = 0;
+  if (png_get_pHYs(r.png, r.info, &x, &y, &kind))
+    metadata.density = kind == PNG_RESOLUTION_METER ? Density{x / 100.0, y / 100.0, Density::kCentimetre}
+                                                    : Density{double(x), double(y)};
+  png_textp texts = nullptr;
+  int count = 0;
+  png_get_text(r.png, r.info, &texts, &count);
+  for (int i = 0; i < count; ++i)
+    metadata.others.push_back(std::strcmp(texts[i].key, "XML:com.adobe.xmp") ? "texts" : "XMP data");
   return metadata;
 }
 
 // libpng looks at what it is given, and takes no profile that fits the picture's colours badly.
 void setMetadata(WriteRecord& w, const Metadata& metadata, Stages& stages) {
-  const auto& [profile, exif] = metadata;
+  const std::vector<uint8_t>&profile = metadata.profile, &exif = metadata.exif;
   png_set_benign_errors(w.png, 1);
   if (!profile.empty()) {
     png_set_iCCP(w.png, w.info, "ICC", PNG_COMPRESSION_TYPE_BASE, profile.data(), png_uint_32(profile.size()));
@@ -73,6 +84,13 @@ void setMetadata(WriteRecord& w, const Metadata& metadata, Stages& stages) {
     if (!png_get_valid(w.png, w.info, PNG_INFO_eXIf)) stages.lose("the EXIF data are not valid, and dropped");
   }
   png_set_benign_errors(w.png, 0);
+  constexpr double kCentimetres = 2.54;  // an inch
+  const Density density = densityOf(metadata);
+  const double scale = density.unit == Density::kInch ? 100 / kCentimetres : density.unit ? 100 : 1;
+  const double x = std::round(density.x * scale), y = std::round(density.y * scale);
+  if (density.isKnown() && std::min(x, y) >= 1 && std::max(x, y) <= PNG_UINT_31_MAX)
+    png_set_pHYs(w.png, w.info, png_uint_32(x), png_uint_32(y),
+                 density.unit ? PNG_RESOLUTION_METER : PNG_RESOLUTION_UNKNOWN);
 }
 
 bool recognises(Bytes file) { return file.size() >= 8 && png_sig_cmp(file.data(), 0, 8) == 0; }
@@ -126,10 +144,12 @@ class Source : public RowSource {
   }
 
  private:
-  // Behind the samples there may be EXIF data.
+  // Behind the samples there may be EXIF data, and texts.
   void finish() {
     decode([&] { png_read_end(r_.png, r_.info); });
-    if (metadataOf(r_).exif != shape_.metadata.exif) stages_.lose("EXIF data behind the samples are dropped");
+    const Metadata all = metadataOf(r_);
+    if (all.exif != shape_.metadata.exif) stages_.lose("EXIF data behind the samples are dropped");
+    if (all.others.size() != shape_.metadata.others.size()) stages_.lose("texts behind the samples are dropped");
   }
   template <class RowOf>
   void take(RowOf&& rowOf, int32_t first, int32_t end) {

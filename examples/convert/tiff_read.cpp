@@ -403,11 +403,10 @@ class Source : public RowSource {
 };
 
 Metadata metadataOf(File& in, Stages& stages) {
-  Metadata metadata;
+  Metadata metadata = qelconv::metadataOf(takeExif(in.file(), stages));
   uint32_t length = 0;
   const uint8_t* profile = nullptr;
   if (TIFFGetField(in, TIFFTAG_ICCPROFILE, &length, &profile)) metadata.profile.assign(profile, profile + length);
-  metadata.exif = makeExif(takeExif(in.file(), stages));
   setOrientation(metadata, in.field<uint16_t>(TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT));
   return metadata;
 }

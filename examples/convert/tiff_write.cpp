@@ -23,14 +23,16 @@ void describePicture(File& out, const Described& described) {
     set(tag, field && field->number() > 0 ? field->number() : 72.0);
   }
   const Field* const unit = described.exif.find(kResolutionUnit);
-  set(TIFFTAG_RESOLUTIONUNIT, unit && unit->number() == 3 ? RESUNIT_CENTIMETER : RESUNIT_INCH);
+  set(TIFFTAG_RESOLUTIONUNIT, unit && unit->number() == 1   ? RESUNIT_NONE
+                              : unit && unit->number() == 3 ? RESUNIT_CENTIMETER
+                                                            : RESUNIT_INCH);
   if (described.taken) set(TIFFTAG_EXIFIFD, described.taken);
   if (described.place) set(TIFFTAG_GPSIFD, described.place);
 }
 
 // What the options say.
 struct Plan {
-  Plan(const Shape& shape, const Options& options, Stages& stages) : described{takeExif(shape.metadata.exif, stages)} {
+  Plan(const Shape& shape, const Options& options, Stages& stages) : described{fieldsOf(shape.metadata, stages)} {
     constexpr unsigned kCompressions[] = {COMPRESSION_PACKBITS, COMPRESSION_NONE, COMPRESSION_LZW,
                                           COMPRESSION_ADOBE_DEFLATE};
     compression = kCompressions[options.choice("packing", {"packbits", "none", "lzw", "deflate"}, 0)];

@@ -286,6 +286,9 @@ class ConvertTest(InteropTest):
                 (self.path("two.ppm"), "a.tif", [], "behind the first one"),
                 (convert(deep, self.path("planes.tif"), "--byte-planes"), "a.png", [], "behind the first one"),
                 (self.path("planes.tif"), "a.png", ["--byte-planes"], ""),
+                (self.coffee, "a.jpg", ["--lossless", "--quality", 90], "--quality has no meaning for the lossless"),
+                (self.coffee, "a.jpg", ["--predictor", 2], "--predictor has no meaning without --lossless"),
+                (self.coffee, "a.jpg", ["--lossless", "--predictor", 2, "--restart", 9], ""),
                 (deep, "a.png", [], ""), (rgba, "a.png", [], "")):
             with self.subTest(target=target, loss=loss):
                 told = run(QELCONV, source, self.path(target), *options).decode()

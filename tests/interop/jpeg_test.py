@@ -5,9 +5,10 @@ import subprocess
 import unittest
 
 import numpy as np
-from PIL import Image, ImageCms, ImageOps
+from PIL import Image, ImageCms, ImageOps, PngImagePlugin
 
-from support import QELCONV, InteropTest, bounded, contents, convert, fails, psnr, read_pnm, run, write_pnm
+from support import (QELCONV, InteropTest, bounded, contents, convert, fails, psnr, read_pnm, run, write_pnm,
+                     write_tiff)
 
 SIZES = [(1, 1), (7, 5), (8, 8), (9, 17), (33, 16), (250, 131)]
 
@@ -373,6 +374,52 @@ class JpegTest(InteropTest):
         back = read_pnm(convert(convert(ink, self.path("ink.jpg"), "--bits", 12, "--quality", 98, "--sampling", "444"),
                                 self.path("ink2.pam")))
         self.assertGreater(psnr(read_pnm(ink), back, 4095), 44)
+
+    # Dots per inch and the shape of pixels, which need no message where a format has no place for them.
+    def test_density(self):
+        small = Image.fromarray(read_pnm(self.coffee)[:33, :47].astype("u1"))
+        for first in ("jpg", "png", "tif"):
+            for dpi in ((300, 150), (118.11 * 2.54, 118.11 * 2.54), None):
+                path = self.path("first." + first)
+                small.save(path, **({"dpi": dpi} if dpi else {}))
+                for names in (("b.jpg",), ("b.png",), ("b.tif",), ("b.tif", "c.jpg"), ("b.png", "c.tif", "d.jpg"),
+                              ("b.jxr", "c.png"), ("b.jpg", "c.jxr", "d.tif")):
+                    with self.subTest(first=first, dpi=dpi, names=names):
+                        last = path
+                        for name in names:
+                            self.assertEqual(b"", run(QELCONV, last, self.path(name)))
+                            last = self.path(name)
+                        with Image.open(last) as picture:
+                            kept = picture.info.get("dpi", (72, 72))
+                        np.testing.assert_allclose([float(v) for v in kept], dpi or (72, 72), rtol=1e-4)
+                self.assertEqual(b"", run(QELCONV, path, self.path("b.ppm")))
+        wide = self.file("wide.jpg", contents(convert(self.coffee, self.path("a.jpg"))).replace(
+            b"JFIF\0\1\2\0\0\1\0\1", b"JFIF\0\1\2\0\0\2\0\1"))
+        for name in ("b.png", "b.tif", "b.jpg"):
+            wide = convert(wide, self.path(name))
+        self.assertEqual(b"JFIF\0\1\2\0\0\2\0\1", contents(wide)[6:18])
+
+    # What no format here keeps is told by its name, once.
+    def test_other_data_that_are_dropped(self):
+        plain = contents(convert(self.coffee, self.path("plain.jpg")))
+        def segment(marker, data):
+            return bytes([0xFF, marker]) + struct.pack(">H", 2 + len(data)) + data
+        jpeg = self.file("told.jpg", plain[:20] + segment(0xFE, b"one") + segment(0xFE, b"two") + plain[20:])
+        more = self.file("more.jpg", plain[:20] + segment(0xED, b"Photoshop 3.0\0more") +
+                         segment(0xE1, b"http://ns.adobe.com/xap/1.0/\0<x/>") + plain[20:])
+        texts = PngImagePlugin.PngInfo()
+        texts.add_text("Comment", "any")
+        texts.add_itxt("XML:com.adobe.xmp", "<x/>")
+        picture = Image.fromarray(read_pnm(self.coffee)[:33, :47].astype("u1"))
+        picture.save(self.path("told.png"), pnginfo=texts)
+        grey = read_pnm(self.coffee)[:9, :9, :1]
+        tiff = write_tiff(self.path("told.tif"), grey, 8, fields=[(700, "B", list(b"<x:xmpmeta/>"))])
+        for path, names in ((jpeg, ["comments"]), (more, ["Photoshop data", "XMP data"]),
+                            (self.path("told.png"), ["XMP data", "texts"]), (tiff, ["XMP data"])):
+            for name in ("a.ppm", "a.tif", "a.jp2"):
+                told = run(QELCONV, path, self.path(name)).decode().splitlines()
+                self.assertEqual([f"qelconv: {self.path(name)}: the {what} are dropped" for what in names],
+                                 sorted(told), (path, name))
 
     # Profiles of several segments and EXIF data go from JPEG to the formats that have a place for them, and back: as
     # they are, or to TIFF and back field by field, but for what is bound to its place in a file.
