@@ -77,8 +77,9 @@ class BitIn {
       count_ |= 56;
       const auto plain = uint32_t(held_ >> (64 - bits_));
       skip(bits_);
-      const int sent = v == 0 && plain;  // the sign
-      const uint32_t minus = 0u - (v < 0 || (sent && held_ >> 63));
+      // The sign: without a branch, as all of these are tosses of a coin.
+      const int sent = int(v == 0) & int(plain != 0);
+      const uint32_t minus = uint32_t(v >> 31) | (0u - (uint32_t(sent) & uint32_t(held_ >> 63)));
       skip(sent);
       v = int32_t(((uint32_t(magnitude(v)) << bits_ | plain) ^ minus) - minus);
     }
@@ -238,7 +239,8 @@ class PlaneDecoder {
       uint32_t value = 0;
       if (significant) value = decodeLevel(a.levelOf(p), in) + 1, ++counts[p > 0];
       value = value << model.bits(p) | in.take(model.bits(p));
-      low[p][0] = int32_t(value && in.take(1) ? 0u - value : value);
+      const uint32_t minus = 0u - in.take(value != 0);
+      low[p][0] = int32_t((value ^ minus) - minus);
     }
     model.update(counts);
   }
@@ -359,23 +361,30 @@ class PlaneDecoder {
       const int bits = model.bits(p);
       const int plain = has(tile, kFlex) ? std::max(bits - tile.trim, 0) : 0;
       const auto step = uint32_t(steps_[p][kHP]);
-      const int32_t apart = plane.samples.apart(), rowStep = plane.samples.step();
+      const int32_t rowStep = plane.samples.step();
       int32_t* const first = plane.macroblock(column, row);
+      const auto blockAt = [&](int i) { return first + plane.blocks[size_t(i)]; };
+      const auto take = [&](int32_t* block) {
+        int32_t count = 0;
+        qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&in.stream, &in.bitBuffer, &in.bitCount, int32_t(step << bits), block,
+                                          rowStep, p > 0, &count, a.state());
+        if (count == qelVLCCountOverrun) damaged();
+        counts[p > 0] += count;
+      };
+      const auto takePlain = [&](int32_t* block, bool coded) {
+        qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, rowStep,
+                                           uint32_t(plain), int32_t(step << tile.trim), coded);
+      };
+      // Which blocks are coded is a toss of a coin each: none is asked.
+      clearHigh(plane, column, row);
+      if (!plain) {
+        for (uint32_t coded = pattern[p]; coded; coded &= coded - 1) take(blockAt(std::countr_zero(coded)));
+        continue;
+      }
       for (int i = 0; i < plane.grid.count(); ++i) {
-        int32_t* const block = first + plane.blocks[size_t(i)];
         const bool coded = pattern[p] >> i & 1;
-        if (coded) {
-          int32_t count = 0;
-          qeliVLCDecode4x4_JPEGXR_1u32s_C1R(&in.stream, &in.bitBuffer, &in.bitCount, int32_t(step << bits), block,
-                                            rowStep, p > 0, &count, a.state());
-          if (count == qelVLCCountOverrun) damaged();
-          counts[p > 0] += count;
-        } else {
-          for (int r = 0; r < 4; ++r) std::memset(block + r * apart, 0, 16);
-        }
-        if (plain)
-          qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, rowStep,
-                                             uint32_t(plain), int32_t(step << tile.trim), coded);
+        if (coded) take(blockAt(i));
+        takePlain(blockAt(i), coded);
       }
     }
     model.update(counts);
@@ -383,11 +392,15 @@ class PlaneDecoder {
 
   // --- into the planes ---
 
+  static void clearHigh(Plane& plane, int32_t column, int32_t row) {
+    int32_t* at = plane.macroblock(column, row);
+    for (int r = 0; r < plane.samples.perMacroblock(); ++r, at += plane.samples.apart()) {
+      std::memset(at, 0, 32);
+      if (plane.grid.across == 4) std::memset(at + 8, 0, 32);
+    }
+  }
   void clearHigh(int32_t column, int32_t row) {
-    for (Plane& plane : planes_)
-      for (int r = 0; r < plane.samples.perMacroblock(); ++r)
-        std::memset(plane.samples[row * plane.samples.perMacroblock() + r] + 4 * plane.grid.across * column, 0,
-                    16 * size_t(plane.grid.across));
+    for (Plane& plane : planes_) clearHigh(plane, column, row);
   }
 
   void putLow(const Low& low, int32_t column, int32_t row) {

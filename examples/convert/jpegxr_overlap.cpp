@@ -12,14 +12,14 @@ T triple(T v) {
 
 // A rotation by an eighth of pi and back.
 template <class T>
-void rotate(T& a, T& b, Filter filter) {
+[[gnu::always_inline]] inline void rotate(T& a, T& b, Filter filter) {
   if (filter == Filter::post) a -= sar(b + 1, 1), b += sar(a + 1, 1);
   else b -= sar(a + 1, 1), a += sar(b + 1, 1);
 }
 
 // The rotations of what is odd in both directions.
 template <class T>
-void rotateOddOdd(T& a, T& b, T& c, T& d, Filter filter) {
+[[gnu::always_inline]] inline void rotateOddOdd(T& a, T& b, T& c, T& d, Filter filter) {
   d += a, c -= b;
   const T halfD = sar(d, 1), halfC = sar(c, 1);
   a -= halfD, b += halfC;
@@ -65,24 +65,24 @@ template <class T>
   }
 }
 
-// A window of four by four, row by row.
+// A window of four by four, row by row. Its pieces are inlined, so that it lives in registers.
 template <class T>
 void filter16(T (&v)[16], Filter filter) {
-  const auto quads = [&](auto&& work) {
+  const auto quads = [&](auto&& work) __attribute__((always_inline)) {
     work(v[0], v[3], v[12], v[15]);
     work(v[1], v[2], v[13], v[14]);
     work(v[4], v[7], v[8], v[11]);
     work(v[5], v[6], v[9], v[10]);
   };
-  const auto middle = [&] {
+  const auto middle = [&]() __attribute__((always_inline)) {
     rotate(v[13], v[12], filter), rotate(v[9], v[8], filter), rotate(v[7], v[3], filter), rotate(v[6], v[2], filter);
     rotateOddOdd(v[10], v[11], v[14], v[15], filter);
   };
-  const auto butterflies = [](T& a, T& b, T& c, T& d) { hadamard(a, b, c, d); };
-  const auto scales = [&] {
+  const auto butterflies = [](T& a, T& b, T& c, T& d) __attribute__((always_inline)) { hadamard(a, b, c, d); };
+  const auto scales = [&]() __attribute__((always_inline)) {
     scale(v[0], v[15], filter), scale(v[1], v[14], filter), scale(v[4], v[11], filter), scale(v[5], v[10], filter);
   };
-  const auto unfolds = [&](T& a, T& b, T& c, T& d) { unfold(a, b, c, d, filter); };
+  const auto unfolds = [&](T& a, T& b, T& c, T& d) __attribute__((always_inline)) { unfold(a, b, c, d, filter); };
   if (filter == Filter::post) {
     quads(butterflies);
     middle();
