@@ -83,6 +83,7 @@ class AcValues {
   static constexpr int kMaxCategory = 16;
   explicit AcValues(const int16_t* block) : block_(block), set_(ownNonZero(block) & ~uint64_t(1)) {}
   uint64_t set() const { return set_; }
+  int count() const { return std::popcount(set_); }
   ValueCode operator[](int k) const { return ownValueCode(at(block_, kZigZag.natural[k])); }
 
  private:
@@ -94,6 +95,7 @@ class AcValues {
 struct AcNone {
   static constexpr int kMaxCategory = 0;
   static constexpr uint64_t set() { return 0; }
+  static constexpr int count() { return 0; }
   ValueCode operator[](int) const { return {}; }
 };
 
@@ -131,8 +133,10 @@ class AcBytes {
   explicit AcBytes(const AcVectors& ac) {
     using namespace simd;
     PackedBytes categories, bits;
+    uint64_t zeros = 0;
     for (int i = 0; i < kByteVectors; ++i) {
       const U8 magnitude = packU8(ac.magnitudes[2 * i], ac.magnitudes[2 * i + 1]);
+      zeros |= uint64_t(topBits(magnitude == 0)) << (kBytes * i);
       // By half byte; the larger of the two counts.
       static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
       static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
@@ -143,6 +147,7 @@ class AcBytes {
       const U8 negative = as<uint8_t>(packI8(ac.values[2 * i], ac.values[2 * i + 1]) < 0);
       bits[i] = magnitude ^ (negative & shuffleBytes(blockPattern(kOnes), categories[i]));
     }
+    count_ = std::popcount(~zeros);
     set_ = ~uint64_t(0);
     ownInZigZag(categories, [this](int k, U8 bytes) {
       store(categories_ + k, bytes);
@@ -150,9 +155,10 @@ class AcBytes {
     });
     ownInZigZag(bits, [this](int k, U8 bytes) { store(bits_ + k, bytes); });
   }
-  uint64_t set() const {
-    if (set_ == 0) __builtin_unreachable();
-    return set_;
+  uint64_t set() const { return set_; }
+  int count() const {
+    if (count_ <= 0) __builtin_unreachable();
+    return count_;
   }
   ValueCode operator[](int k) const {
     if (categories_[k] > kMaxCategory) __builtin_unreachable();
@@ -161,6 +167,7 @@ class AcBytes {
 
  private:
   uint64_t set_;
+  int count_;
   alignas(64) uint8_t categories_[64], bits_[64];
 };
 

@@ -45,9 +45,10 @@ template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
       if (auto s = sink.code(acTable, 0xF0); s) return s;
     return ownCodeValue<kMaxAc, hold>(sink, acTable, run, ac[k]);
   };
-  while (set) {
+  // By their number, which is known sooner than where they are: when the loop ends can't be foreseen.
+  for (int left = ac.count(); left > 0; left -= 2) {
     if (auto s = one(std::false_type()); s) return s;
-    if (!set) break;
+    if (left == 1) break;
     if (auto s = one(std::bool_constant<kHold>()); s) return s;
   }
   return next < 64 ? sink.code(acTable, 0) : qelStatusOk;
