@@ -232,9 +232,20 @@ struct Step {
 struct EndPointLanes {
   alignas(32) Step steps[kSteps] = {};
   alignas(32) uint16_t sign[16] = {};  // the top bit of a difference
-  uint16_t base[16] = {};              // a mask: what end-point 0 is added to
-  uint16_t half = 0, most[2] = {};     // half of what stands for 1, what stands for the largest value [signed]
+  alignas(32) uint16_t base[16] = {};  // a mask: what end-point 0 is added to
+  // The same in all lanes. (Compilers take two shuffles for each, and for such constants as are not in a table of modes.)
+  alignas(32) uint16_t half[16] = {};       // half of what stands for 1
+  alignas(32) uint16_t most[2][16] = {};    // what stands for the largest value [signed]
+  alignas(32) uint16_t share[2][16] = {};   // of 65536, for the pattern of a half [signed]
+  alignas(32) int32_t rounding[2][8] = {};  // of 64, and what unsigned blocks have been less [signed]
   bool complete = true;
+
+  constexpr EndPointLanes() {
+    for (uint16_t& of : share[0]) of = 31 << 10;
+    for (uint16_t& of : share[1]) of = 31 << 11;
+    for (int32_t& of : rounding[0]) of = 32 + 64 * 32768;
+    for (int32_t& of : rounding[1]) of = 32;
+  }
 };
 
 constexpr bool placePiece(Step& step, int lane, int from, int count, int to, bool down) {
@@ -277,9 +288,11 @@ constexpr EndPointLanes endPointLanes(int number) {
         lanes.sign[4 * e + c] = uint16_t(1 << (16 - mode.bits + mode.deltaBits[c] - 1));
         lanes.base[4 * e + c] = 0xFFFF;
       }
-  lanes.half = uint16_t(0x8000 >> mode.bits);
-  lanes.most[0] = uint16_t(0xFFFF << (16 - mode.bits));
-  lanes.most[1] = uint16_t(lanes.most[0] >> 1 & lanes.most[0]);
+  const auto most = uint16_t(0xFFFF << (16 - mode.bits));
+  for (int lane = 0; lane < 16; ++lane) {
+    lanes.half[lane] = uint16_t(0x8000 >> mode.bits);
+    lanes.most[0][lane] = most, lanes.most[1][lane] = uint16_t(most >> 1 & most);
+  }
   return lanes;
 }
 // By the number of the mode; the last one is for all that are reserved.
@@ -308,17 +321,17 @@ inline V gatherFields(U8x16 block, const EndPointLanes& lanes, int at) {
 }
 
 // From fields to values of 16 bits; `first` holds the fields of end-point 0. Tells in `least` which signed ones are
-// the least of their mode, for that is below -32768 (but in the mode of 16 bits).
+// the least of their mode, for that is lanes.half below -32768.
 template <bool kSigned, class V>
 inline V endPoints(V fields, U16x8 first, const EndPointLanes& lanes, int at, V& least) {
   const auto twice = as<uint16_t>(simd::unpackLow(as<uint64_t>(first), as<uint64_t>(first)));
   const V sign = load<V>(lanes.sign + at);
   const V ends = (fields ^ sign) - sign + (simd::repeatBlock<V>(twice) & load<V>(lanes.base + at));
-  const V zero = as<V>(ends == V{});
-  if constexpr (!kSigned) return ((ends | lanes.half) | as<V>(ends == lanes.most[0])) & ~zero;
+  const V zero = as<V>(ends == V{}), half = load<V>(lanes.half), most = load<V>(lanes.most[kSigned]);
+  if constexpr (!kSigned) return ((ends | half) | as<V>(ends == most)) & ~zero;
   least = as<V>(ends == uint16_t(0x8000));
   const V below = as<V>(as<int16_t>(ends) >> 15), magnitude = (ends ^ below) - below;
-  const V wide = ((magnitude | lanes.half) | as<V>(magnitude == lanes.most[1]) >> 1) & ~zero;
+  const V wide = ((magnitude | half) | as<V>(magnitude == most) >> 1) & ~zero;
   return (wide ^ below) - below;
 }
 
@@ -326,21 +339,29 @@ inline V endPoints(V fields, U16x8 first, const EndPointLanes& lanes, int at, V&
 struct Spread {
   uint8_t ends[3][16] = {};        // from the lanes of a region: the pair of a value's end-points
   uint8_t weights[2][3][16] = {};  // [row] from 8 pairs of weights: the pair of a value's pixel
-  uint8_t regions[2][3][16] = {};  // [row] the same of masks of pixels
   constexpr Spread() {
     for (int part = 0; part < 3; ++part)
       for (int i = 0; i < 16; ++i) {
         const int value = 4 * part + i / 4;
         ends[part][i] = uint8_t(i % 4 / 2 * 8 + value % 3 * 2 + i % 2);
-        for (int y = 0; y < 2; ++y) {
-          const int pixel = 4 * y + value / 3;
-          weights[y][part][i] = uint8_t(i % 2 ? 0x80 : 2 * pixel + i % 4 / 2);
-          regions[y][part][i] = uint8_t(2 * pixel);
-        }
+        for (int y = 0; y < 2; ++y) weights[y][part][i] = uint8_t(i % 2 ? 0x80 : 2 * (4 * y + value / 3) + i % 4 / 2);
       }
   }
 };
 constexpr Spread kSpread;
+
+// Masks of the values of region 1, in the same order, of rows y and y + 2.
+struct RegionMasks {
+  alignas(32) int32_t of[1 << kShapeBits][2][3][8] = {};  // [shape][y][part]
+  constexpr RegionMasks() {
+    for (int shape = 0; shape < 1 << kShapeBits; ++shape)
+      for (int value = 0; value < 48; ++value) {
+        const int y = value / 12, part = value % 12 / 4;
+        of[shape][y % 2][part][y / 2 * 4 + value % 4] = -bc7::kTwoSubsets[shape].subset(value / 3);
+      }
+  }
+};
+constexpr RegionMasks kRegionMasks;
 
 // A vector's blocks have two rows each: in image order where it has two blocks.
 template <int kBlocks = kAcross>
@@ -349,33 +370,52 @@ inline auto halfOf(const PixelPairs& pairs, int half) {
   else return half ? pairs.high : pairs.low;
 }
 
-// The rows of a vector's halves of a block, from end-points as signed numbers: those of unsigned blocks are 32768 less.
-template <bool kSigned, int kRegions>
-inline void ownInterpolate(const U16x8 (&ends)[kRegions], U8 weights, U8 regions, uint8_t* dst, ptrdiff_t dstStep) {
-  I16 pairs[kRegions][3];
-  for (int region = 0; region < kRegions; ++region)
-    for (int part = 0; part < 3; ++part)
-      pairs[region][part] =
-          as<I16>(shuffleBytes(simd::repeatBlock<U8>(as<uint8_t>(ends[region])), blockPattern(kSpread.ends[part])));
-  if constexpr (kRegions == 2)
-    for (int part = 0; part < 3; ++part) pairs[1][part] ^= pairs[0][part];
+// The end-points of a vector's values: those of region 1 as the difference in bits from region 0's.
+template <int kRegions>
+struct ValueEnds {
+  I16 of[kRegions][3];
 
-  const auto values = [&](int y, int part) QELJ_INLINE_LAMBDA {
-    I16 of = pairs[0][part];
+  QELJ_INLINE explicit ValueEnds(const U16x8 (&ends)[kRegions]) {
+    for (int region = 0; region < kRegions; ++region)
+      for (int part = 0; part < 3; ++part)
+        of[region][part] =
+            as<I16>(shuffleBytes(simd::repeatBlock<U8>(as<uint8_t>(ends[region])), blockPattern(kSpread.ends[part])));
     if constexpr (kRegions == 2)
-      of ^= pairs[1][part] & as<I16>(shuffleBytes(regions, blockPattern(kSpread.regions[y][part])));
+      for (int part = 0; part < 3; ++part) of[1][part] ^= of[0][part];
+  }
+  QELJ_INLINE I16 at(int part, const int32_t* second) const {
+    if constexpr (kRegions == 2) return of[0][part] ^ (of[1][part] & load<I16>(second));
+    else return of[0][part];
+  }
+};
+
+// The rows of a vector's halves of a block, from end-points as signed numbers: those of unsigned blocks are 32768 less.
+// Of signed ones, those in the mask `least` are lanes.half below -32768, if there are any.
+template <bool kSigned, int kRegions, bool kLeast = false>
+QELJ_INLINE void ownInterpolate(const U16x8 (&ends)[kRegions], U8 weights, const EndPointLanes& lanes, int shape,
+                                int half, uint8_t* dst, ptrdiff_t dstStep, const U16x8 (&least)[kRegions] = {}) {
+  const ValueEnds<kRegions> of(ends);
+  U16x8 missing[kRegions];
+  if constexpr (kLeast)
+    for (int region = 0; region < kRegions; ++region) missing[region] = least[region] & -load<U16x8>(lanes.half);
+  const auto values = [&](int y, int part) QELJ_INLINE_LAMBDA {
+    const int32_t* second = kRegionMasks.of[shape][y][part] + 4 * half;
     const auto weight = as<I16>(shuffleBytes(weights, blockPattern(kSpread.weights[y][part])));
-    return (simd::mulAddPairs(of, weight) + (kSigned ? 32 : 32 + 64 * 32768)) >> 6;
+    I32 sum = simd::mulAddPairs(of.at(part, second), weight) + load<I32>(lanes.rounding[kSigned]);
+    if constexpr (kLeast) sum += simd::mulAddPairs(ValueEnds<kRegions>(missing).at(part, second), weight);
+    return sum >> 6;
   };
   // To the bit pattern of a half, as finish() says.
-  const auto finished = [](I32 a, I32 b) QELJ_INLINE_LAMBDA {
-    if constexpr (!kSigned) return mulHi(simd::packU16(a, b), all<U16>(31 << 10));
-    const I16 packed = simd::packI16(a, b), sign = packed >> 15;
-    return mulHi(as<U16>((packed ^ sign) - sign), all<U16>(31 << 11)) | as<U16>(packed & int16_t(-0x8000));
+  const auto finished = [&](I32 a, I32 b) QELJ_INLINE_LAMBDA {
+    const U16 share = load<U16>(lanes.share[kSigned]);
+    if constexpr (!kSigned) return mulHi(simd::packU16(a, b), share);
+    const I16 packed = simd::packI16(a, b);
+    const U16 magnitude = kLeast ? simd::packU16(absWrap(a), absWrap(b)) : as<U16>(absWrap(packed));
+    return mulHi(magnitude, share) | as<U16>(packed & int16_t(-0x8000));
   };
   const U16 row0 = finished(values(0, 0), values(0, 1)), row1 = finished(values(1, 0), values(1, 1));
   const U16 last = finished(values(0, 2), values(1, 2));
-  const auto put = [&](U16x8 first, U16x8 second, U16x8 rest, uint8_t* to) {
+  const auto put = [&](U16x8 first, U16x8 second, U16x8 rest, uint8_t* to) QELJ_INLINE_LAMBDA {
     store(to, first), store(row(to, dstStep, 1), second);
     simd::storeHalves(to + 16, row(to, dstStep, 1) + 16, rest);
   };
@@ -387,8 +427,21 @@ inline void ownInterpolate(const U16x8 (&ends)[kRegions], U8 weights, U8 regions
   }
 }
 
+// Out of the way of the others.
+template <int kRegions>
+[[gnu::noinline]] void ownInterpolateLeast(const U16x8 (&ends)[kRegions], const U16x8 (&least)[kRegions],
+                                           const PixelPairs& weights, const EndPointLanes& lanes, int shape,
+                                           uint8_t* dst, ptrdiff_t dstStep) {
+  U16x8 most[kRegions];
+  for (int region = 0; region < kRegions; ++region)
+    most[region] = select(least[region], all<U16x8>(0x8000), ends[region]);
+  for (int half = 0; half < 2 / kAcross; ++half)
+    ownInterpolate<true, kRegions, true>(most, halfOf(weights, half), lanes, shape, half, row(dst, dstStep, 2 * half),
+                                         dstStep, least);
+}
+
 template <bool kSigned, int kRegions>
-inline void ownDecodeVectors(const uint8_t* src, int number, uint8_t* dst, ptrdiff_t dstStep) {
+QELJ_INLINE void ownDecodeVectors(const uint8_t* src, int number, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr int kIndexBits = kRegions == 2 ? 3 : 4, kHalves = 2 / kAcross;
   const EndPointLanes& lanes = kEndPointLanes[size_t(std::min(number, kModeCount))];
   const Bits bits(src);
@@ -399,34 +452,29 @@ inline void ownDecodeVectors(const uint8_t* src, int number, uint8_t* dst, ptrdi
     else return of[half];
   };
 
-  U16x8 ends[kRegions];
+  U16x8 ends[kRegions], leastOf[kRegions];
   if constexpr (kRegions == 1) {
-    U16x8 leastOf;
     const U16x8 both = blockOf(fields, 0) | blockOf(fields, 1);
-    ends[0] = endPoints<kSigned>(both, both, lanes, 0, leastOf);
-    least[0] = simd::repeatBlock<U16>(leastOf);
+    ends[0] = endPoints<kSigned>(both, both, lanes, 0, leastOf[0]);
   } else {
     for (U16& of : fields) of |= as<U16>(as<U32>(of) >> 16 & blockLanes<U32>({0, 0xFFFF, 0, 0xFFFF}));
     const U16x8 first = blockOf(fields, 0);
     for (int half = 0; half < kHalves; ++half)
       fields[half] = endPoints<kSigned>(fields[half], first, lanes, 8 * half, least[half]);
-    for (int region = 0; region < 2; ++region) ends[region] = blockOf(fields, region);
-    if constexpr (kSigned) least[0] |= least[kHalves - 1];
+    for (int region = 0; region < 2; ++region)
+      ends[region] = blockOf(fields, region), leastOf[region] = blockOf(least, region);
   }
+  const int shape = int(bits.at(kShapeAt, kShapeBits));
+  const auto weights = weightPairs<kIndexBits>(unpackedIndices<kRegions>(bits, bc7::shape<kRegions>(shape)));
   if constexpr (kSigned) {
-    const U16 used = blockLanes<U16>({0xFFFF, 0xFFFF, 0xFFFF, 0, 0xFFFF, 0xFFFF, 0xFFFF, 0});
-    if (lanes.half != 0 && !simd::isZero(least[0] & used))
-      return ownDecodeBlock<kSigned, kRegions>(bits, number, dst, dstStep);
+    const U16x8 used = blockLanes<U16x8>({0xFFFF, 0xFFFF, 0xFFFF, 0, 0xFFFF, 0xFFFF, 0xFFFF, 0});
+    if (!simd::isZero((leastOf[0] | leastOf[kRegions - 1]) & used))
+      return ownInterpolateLeast(ends, leastOf, weights, lanes, shape, dst, dstStep);
   } else {
     for (U16x8& of : ends) of ^= uint16_t(0x8000);
   }
-
-  const bc7::Shape& shape = bc7::shape<kRegions>(int(bits.at(kShapeAt, kShapeBits)));
-  const auto weights = weightPairs<kIndexBits>(unpackedIndices<kRegions>(bits, shape));
-  const U8x16 second = -(load<U8x16>(shape.subsets) & uint8_t(1));
-  const PixelPairs regions{simd::unpackLow(second, second), simd::unpackHigh(second, second)};
   for (int half = 0; half < kHalves; ++half)
-    ownInterpolate<kSigned>(ends, halfOf(weights, half), halfOf(regions, half), row(dst, dstStep, 2 * half), dstStep);
+    ownInterpolate<kSigned>(ends, halfOf(weights, half), lanes, shape, half, row(dst, dstStep, 2 * half), dstStep);
 }
 
 // --- format ------------------------------------------------------------------------------------------------
@@ -442,7 +490,7 @@ struct Bc6Decoder {
     return as<U8>((first & uint8_t(0x13)) == 3) ^ uint8_t(-kKind);
   }
   template <int kKind>
-  static void ofKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
+  static QELJ_INLINE void ofKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
     constexpr int kRegions = kKind + 1;
     const int number = modeOf(src[0]);
     if constexpr (simd::kShuffles) ownDecodeVectors<kSigned, kRegions>(src, number, dst, dstStep);

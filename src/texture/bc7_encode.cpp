@@ -24,7 +24,7 @@ namespace {
 
 using bc7::Layout;
 
-using F = simd::Wide<float>;  // a number of each block,
+using F = simd::Wide<float>;    // a number of each block,
 using I = simd::Wide<int32_t>;  // or a mask
 using I16 = simd::Wide<int16_t>;
 constexpr int kLanes = simd::kLanes<F>;

@@ -43,8 +43,8 @@ void decodeByKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep, ptrdiff_t
   constexpr ptrdiff_t kMost = 64, kBlock = Format::kBlockBytes, kRowBytes = 4 * Format::kPixelBytes;
   for (ptrdiff_t first = 0; first < count; first += kMost, src += kMost * kBlock, dst += kMost * kRowBytes) {
     const ptrdiff_t some = std::min(kMost, count - first);
-    uint8_t firstBytes[kMost];
-    for (ptrdiff_t i = 0; i < kMost; ++i) firstBytes[i] = src[std::min(i, some - 1) * kBlock];
+    uint8_t firstBytes[kMost] = {};
+    for (ptrdiff_t i = 0; i < some; ++i) firstBytes[i] = src[i * kBlock];
     simd::unroll<Format::kKinds>([&](auto kind) {
       uint64_t members = 0;
       for (int i = 0; i < kMost; i += simd::kBytes)
