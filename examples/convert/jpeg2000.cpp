@@ -165,7 +165,7 @@ std::vector<uint8_t> writeCodestream(const Image& original, const Options& optio
     std::vector<uint8_t> out = writeMainHeader(p), packets;
     for (size_t t = 0; t < tiles.size(); ++t) {
       packets.clear();
-      writePackets(packets, p, tiles[t], p.layers);
+      writePackets(packets, p, tiles[t]);
       writeTile(out, int32_t(t), packets);
     }
     out.push_back(0xFF), out.push_back(0xD9);

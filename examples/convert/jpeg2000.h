@@ -214,8 +214,12 @@ std::vector<double> synthesisGains(bool reversible, int levels);
 
 int passesOfSegment(int style, size_t segment);
 
-// Appends the packets of a tile, up to `layers` layers.
-void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile& tile, int layers);
+// Appends the packets of a tile.
+void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile& tile);
+// The same layer by layer, without the bytes: how many there are of one, behind those of the layers that are sent, one
+// after the other, and whatever the blocks have of later ones. A trial changes nothing.
+void beginPackets(Tile& tile);
+size_t bytesOfLayer(Tile& tile, int layer, bool isSent);
 // Takes a tile's packets apart into its blocks' data and segments. Gives what is wrong with them, empty if
 // nothing is: then all packets up to there were read. `visits` counts the blocks that packets were asked
 // about.

@@ -223,24 +223,38 @@ class Allocator {
     for (Block* b : blocks_) b->layerPasses[size_t(layer)] = int(b->passes.size());
   }
   // The flattest slope whose file up to this layer has at most `bytes` bytes, or an error of at least
-  // `error`.
+  // `error`. Layers come one after the other, from the first one on.
   void upToBytes(int layer, double bytes) {
-    search(layer, [&] { return double(fileBytes(layer)) <= bytes; });
+    if (layer == 0) {
+      for (Tile& tile : tiles_) beginPackets(tile);
+      sent_ = overhead();
+    }
+    search(layer, [&] { return double(sent_ + bytesOf(layer, false)) <= bytes; });
+    sent_ += bytesOf(layer, true);
   }
   void downToError(int layer, double error) {
     search(layer, [&] { return errorOf(layer) >= error; });
   }
-  size_t fileBytes(int layer) {
-    std::atomic<size_t> bytes = header_ + 2;
+  // Of all layers.
+  size_t fileBytes() {
+    std::atomic<size_t> bytes = overhead();
     inParallel(tiles_.size(), [&](size_t t) {
       std::vector<uint8_t> packets;
-      writePackets(packets, p_, tiles_[t], layer + 1);
-      bytes += 14 + packets.size();
+      writePackets(packets, p_, tiles_[t]);
+      bytes += packets.size();
     });
     return bytes;
   }
 
  private:
+  // What a file has beside its packets.
+  size_t overhead() const { return header_ + 2 + 14 * tiles_.size(); }
+  size_t bytesOf(int layer, bool isSent) {
+    std::atomic<size_t> bytes = 0;
+    inParallel(tiles_.size(), [&](size_t t) { bytes += bytesOfLayer(tiles_[t], layer, isSent); });
+    return bytes;
+  }
+
   // Bisects the slope; `fits` gets easier as the slope rises.
   template <class Fits>
   void search(int layer, Fits&& fits) {
@@ -262,8 +276,6 @@ class Allocator {
       for (int p = n; p < int(b->passes.size()); ++p)
         if (b->passes[size_t(p)].slope >= slope) n = p + 1;
       b->layerPasses[size_t(layer)] = n;
-      // Later layers have at least this much, so that a count of this layer's packets is right.
-      for (size_t l = size_t(layer) + 1; l < b->layerPasses.size(); ++l) b->layerPasses[l] = n;
     }
   }
 
@@ -281,7 +293,7 @@ class Allocator {
   std::vector<Tile>& tiles_;
   std::vector<Block*> blocks_;
   double remainingError_;
-  size_t header_;
+  size_t header_, sent_ = 0;
   double lowest_ = 1e200, highest_ = 1e-200;
 };
 
@@ -345,7 +357,7 @@ void encodeTiles(const Image& image, const Parameters& p, const Goal& goal, std:
     if (p.layers > 1 && g.bitsPerPixel.empty() && g.psnr.empty()) {
       // Each layer doubles the file; the last one has everything.
       allocator.everything(p.layers - 1);
-      const double all = 8.0 * double(allocator.fileBytes(p.layers - 1)) / (double(image.width) * image.height);
+      const double all = 8.0 * double(allocator.fileBytes()) / (double(image.width) * image.height);
       for (int l = 1; l < p.layers; ++l) g.bitsPerPixel.push_back(std::ldexp(all, l - p.layers));
     }
     allocate(allocator, image, p, g);

@@ -1,6 +1,7 @@
 // Packet headers and bodies (ISO/IEC 15444-1, B.9 and B.10).
 #include <algorithm>
 #include <bit>
+#include <optional>
 
 #include "jpeg2000.h"
 
@@ -162,7 +163,7 @@ std::vector<Piece> piecesOf(const Block& b, int from, int to) {
   return pieces;
 }
 
-void writePacket(std::vector<uint8_t>& out, Precinct& precinct, int layer) {
+void writePacketHeader(std::vector<uint8_t>& out, Precinct& precinct, int layer) {
   const auto passesAt = [&](const Block& b) { return b.layerPasses[size_t(layer)]; };
   BitWriter bits(out);
   bool any = false;
@@ -192,15 +193,66 @@ void writePacket(std::vector<uint8_t>& out, Precinct& precinct, int layer) {
         for (const Piece& p : pieces) bits.bits(unsigned(p.length), b.lengthBits + floorLog2(p.passes));
       }
   bits.finish();
+}
+
+// Calls visit(first, end) for the bytes of blocks that a packet brings.
+template <class Visit>
+void bodyOf(Precinct& precinct, int layer, Visit&& visit) {
   for (Group& g : precinct.groups)
     for (Block& b : g.blocks) {
-      const int from = b.passesSent, to = passesAt(b);
+      const int from = b.passesSent, to = b.layerPasses[size_t(layer)];
       if (to <= from) continue;
-      const int32_t start = from ? b.passes[size_t(from - 1)].end : 0, end = b.passes[size_t(to - 1)].end;
-      out.insert(out.end(), b.data.begin() + start, b.data.begin() + end);
-      b.passesSent = to;
+      visit(b, from ? b.passes[size_t(from - 1)].end : 0, b.passes[size_t(to - 1)].end);
     }
 }
+void send(Precinct& precinct, int layer) {
+  for (Group& g : precinct.groups)
+    for (Block& b : g.blocks) b.passesSent = std::max(b.passesSent, b.layerPasses[size_t(layer)]);
+}
+
+void writePacket(std::vector<uint8_t>& out, Precinct& precinct, int layer) {
+  writePacketHeader(out, precinct, layer);
+  bodyOf(precinct, layer, [&](const Block& b, int32_t first, int32_t end) {
+    out.insert(out.end(), b.data.begin() + first, b.data.begin() + end);
+  });
+  send(precinct, layer);
+}
+
+template <class Visit>
+void forEachPrecinct(Tile& tile, Visit&& visit) {
+  for (TileComponent& c : tile.components)
+    for (Resolution& r : c.resolutions)
+      for (Precinct& p : r.precincts) visit(p);
+}
+
+// What a packet's header changes of a precinct, put back at the end.
+class Trial {
+ public:
+  explicit Trial(Precinct& precinct) : precinct_(precinct) {
+    for (const Group& g : precinct.groups) {
+      trees_.push_back(g.inclusion), trees_.push_back(g.zeroPlanes);
+      for (const Block& b : g.blocks) blocks_.push_back({b.lengthBits, b.included});
+    }
+  }
+  Trial(const Trial&) = delete;
+  ~Trial() {
+    auto tree = trees_.begin();
+    auto block = blocks_.begin();
+    for (Group& g : precinct_.groups) {
+      g.inclusion = std::move(*tree++), g.zeroPlanes = std::move(*tree++);
+      for (Block& b : g.blocks) b.lengthBits = block->lengthBits, b.included = block++->included;
+    }
+  }
+
+ private:
+  struct State {
+    int lengthBits;
+    bool included;
+  };
+  Precinct& precinct_;
+  std::vector<TagTree> trees_;
+  std::vector<State> blocks_;
+};
 
 // What a packet brings to one segment of a block.
 struct Arrival {
@@ -287,26 +339,58 @@ int passesOfSegment(int style, size_t segment) {
   return segment == 0 ? 10 : segment % 2 ? 2 : 1;
 }
 
-void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile& tile, int layers) {
-  for (TileComponent& c : tile.components)
-    for (Resolution& r : c.resolutions)
-      for (Precinct& p : r.precincts)
-        for (Group& g : p.groups) {
-          g.inclusion.reset(), g.zeroPlanes.reset();
-          for (size_t i = 0; i < g.blocks.size(); ++i) {
-            Block& b = g.blocks[i];
-            b.included = false, b.passesSent = 0, b.lengthBits = 3;
-            int first = 0;
-            while (first < parameters.layers && b.layerPasses[size_t(first)] == 0) ++first;
-            g.inclusion.set(int32_t(i), first), g.zeroPlanes.set(int32_t(i), b.zeroPlanes);
-          }
-          g.inclusion.propagate(), g.zeroPlanes.propagate();
-        }
+void beginPackets(Tile& tile) {
+  forEachPrecinct(tile, [](Precinct& p) {
+    for (Group& g : p.groups) {
+      g.inclusion.reset(), g.zeroPlanes.reset();
+      for (size_t i = 0; i < g.blocks.size(); ++i) {
+        Block& b = g.blocks[i];
+        b.included = false, b.passesSent = 0, b.lengthBits = 3;
+        g.zeroPlanes.set(int32_t(i), b.zeroPlanes);
+      }
+      g.zeroPlanes.propagate();
+    }
+  });
+}
+
+size_t bytesOfLayer(Tile& tile, int layer, bool isSent) {
+  size_t bytes = 0;
+  std::vector<uint8_t> header;
+  forEachPrecinct(tile, [&](Precinct& p) {
+    std::optional<Trial> trial;
+    if (!isSent) trial.emplace(p);
+    // Which later layer brings a block doesn't matter to this one's bits.
+    for (Group& g : p.groups) {
+      for (size_t i = 0; i < g.blocks.size(); ++i)
+        if (const Block& b = g.blocks[i]; !b.included)
+          g.inclusion.set(int32_t(i), b.layerPasses[size_t(layer)] > 0 ? layer : layer + 1);
+      g.inclusion.propagate();
+    }
+    header.clear();
+    writePacketHeader(header, p, layer);
+    bytes += header.size();
+    bodyOf(p, layer, [&](const Block&, int32_t first, int32_t end) { bytes += size_t(end - first); });
+    if (isSent) send(p, layer);
+  });
+  return bytes;
+}
+
+void writePackets(std::vector<uint8_t>& out, const Parameters& parameters, Tile& tile) {
+  beginPackets(tile);
+  forEachPrecinct(tile, [&](Precinct& p) {
+    for (Group& g : p.groups) {
+      for (size_t i = 0; i < g.blocks.size(); ++i) {
+        int first = 0;
+        while (first < parameters.layers && g.blocks[i].layerPasses[size_t(first)] == 0) ++first;
+        g.inclusion.set(int32_t(i), first);
+      }
+      g.inclusion.propagate();
+    }
+  });
   visitPackets(parameters, tile, [&](const PacketPlace& at) {
-    if (at.layer < layers)
-      writePacket(
-          out, tile.components[size_t(at.component)].resolutions[size_t(at.resolution)].precincts[size_t(at.precinct)],
-          at.layer);
+    writePacket(out,
+                tile.components[size_t(at.component)].resolutions[size_t(at.resolution)].precincts[size_t(at.precinct)],
+                at.layer);
     return true;
   });
 }

@@ -1,4 +1,4 @@
-// TIFF and BigTIFF, through libtiff, which reads and writes directories, LZW and Deflate, and reads fax and JPEG; PackBits
+// TIFF and BigTIFF, through libtiff, which reads and writes directories and all compressions but one: PackBits
 // and byte planes are the library's. The first picture of a file is read.
 #ifndef QELCONV_TIFF_H
 #define QELCONV_TIFF_H

@@ -19,11 +19,30 @@ const Compression* compressionOf(unsigned code) {
                                           {COMPRESSION_CCITTRLE, "fax", 0},
                                           {COMPRESSION_CCITTFAX3, "fax", 0},
                                           {COMPRESSION_CCITTFAX4, "fax", 0},
-                                          {COMPRESSION_JPEG, "JPEG", 512}};  // 16 x 16 pixels for 12 bits, two a block
+                                          {COMPRESSION_JPEG, "JPEG", 512},  // 16 x 16 pixels for 12 bits, two a block
+                                          {COMPRESSION_LZMA, "LZMA", 0},
+                                          {COMPRESSION_ZSTD, "Zstandard", 0},
+                                          {COMPRESSION_WEBP, "WebP", 0},
+                                          {COMPRESSION_LERC, "LERC", 0}};
   const auto* const found =
       std::find_if(std::begin(kRead), std::end(kRead), [&](const Compression& one) { return one.code == code; });
   if (found == std::end(kRead)) throw Error("the compression " + std::to_string(code) + " can't be read");
+  if (!TIFFIsCODECConfigured(uint16_t(code)))
+    throw Error(std::string("the compression ") + found->name + " can't be read by this libtiff");
   return found;
+}
+
+std::string nameOfInterpretation(unsigned code) {
+  static constexpr struct {
+    unsigned code;
+    const char* name;
+  } kNames[] = {{PHOTOMETRIC_MASK, "mask"},     {PHOTOMETRIC_YCBCR, "YCbCr"},
+                {PHOTOMETRIC_CIELAB, "CIELab"}, {PHOTOMETRIC_ICCLAB, "ICCLab"},
+                {PHOTOMETRIC_ITULAB, "ITULab"}, {PHOTOMETRIC_CFA, "colour filter array"},
+                {PHOTOMETRIC_LOGL, "LogL"},     {PHOTOMETRIC_LOGLUV, "LogLuv"}};
+  for (const auto& one : kNames)
+    if (one.code == code) return std::to_string(code) + " (" + one.name + ")";
+  return std::to_string(code);
 }
 
 void readPalette(File& in, Picture& p) {
@@ -76,7 +95,7 @@ Picture examine(File& in) {
   } else if (photometric == PHOTOMETRIC_SEPARATED && p.channels == 4) {
     p.colour = Colour::cmyk;
   } else {
-    throw Error("the photometric interpretation " + std::to_string(photometric) + " with " +
+    throw Error("the photometric interpretation " + nameOfInterpretation(photometric) + " with " +
                 std::to_string(p.channels) + " channels can't be read");
   }
   checkDimensions(p.width, p.height, p.channels);

@@ -455,6 +455,15 @@ class Jpeg2000Test(InteropTest):
                     self.assertLessEqual(os.path.getsize(path), bits * 600 * 400 / 8)
 
     # A picture of one tile is written by rows: the same samples, in the memory of its coefficients and little more.
+    # Each layer is sought behind those that are found, whatever their number.
+    def test_hundreds_of_layers(self):
+        path = self.path("layers.j2k")
+        self.assertEqual((0, ""), bounded(QELCONV, self.raccoon, path, "--layers", 900, "--threads", 1))
+        self.assertTrue(np.array_equal(read_pnm(self.raccoon), self.their_picture(path)))
+        half = convert(self.file("half.j2k", contents(path)[:os.path.getsize(path) // 2]), self.path("half.ppm"),
+                       "--partial")
+        self.assertGreater(psnr(read_pnm(self.raccoon), read_pnm(half)), 35)
+
     def test_by_rows(self):
         large = write_pnm(self.path("large.ppm"), np.tile(read_pnm(self.coffee).astype("u1"), (6, 5, 1)))
         coded, back = self.path("large.jp2"), self.path("back.ppm")

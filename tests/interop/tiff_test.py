@@ -75,6 +75,20 @@ class TiffTest(InteropTest):
                     run("tiffcp", "-c", "none", self.path("jpeg.tif"), self.path("plain.tif"))
                     self.same(self.path("plain.tif"), self.path("jpeg.tif"))
 
+    # What libtiff brings beside, in strips, large ones and tiles.
+    def test_other_codecs_of_libtiff(self):
+        large = write_pnm(self.path("large.ppm"), np.hstack([read_pnm(self.coffee)] * 3))
+        for source, codecs in ((self.coffee, ["lzma:p1", "webp"]), (large, ["zstd:2"])):
+            ours = convert(source, self.path("ours.tif"))
+            for codec in codecs:
+                for options in (["-r", 16], ["-r", 100000], ["-t", "-w", 64, "-l", 48]):
+                    with self.subTest(codec=codec, options=options):
+                        run("tiffcp", "-c", codec, *options, ours, self.path("theirs.tif"))
+                        run("tiffcp", "-c", "none", self.path("theirs.tif"), self.path("plain.tif"))
+                        self.same(self.path("plain.tif"), self.path("theirs.tif"))
+        told = run(QELCONV, "--info", self.path("theirs.tif")).decode()
+        self.assertIn("Zstandard", told)
+
     # Samples of 1, 2 and 4 bits, as grey values and as numbers of a palette's colours; associated alpha.
     def test_small_samples_and_palettes(self):
         random = np.random.default_rng(9)
@@ -183,7 +197,7 @@ class TiffTest(InteropTest):
 
     def test_what_cannot_be_read_is_refused_by_name(self):
         array = np.zeros((8, 8, 3))
-        for fields, reason in (([(259, "H", [6])], "compression 6"), ([(262, "H", [6])], "interpretation 6"),
+        for fields, reason in (([(259, "H", [6])], "compression 6"), ([(262, "H", [6])], "interpretation 6 (YCbCr)"),
                                ([(258, "H", [12] * 3)], "4, 8 and 16"), ([(339, "H", [2] * 3)], "unsigned"),
                                ([(277, "H", [0])], "SamplesPerPixel")):
             path = write_tiff(self.path("other.tif"), array, 8, fields=fields)
