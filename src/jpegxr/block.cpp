@@ -48,20 +48,16 @@ QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstSt
   ScanEntry* const scan = scanInUse(*state);
   if (auto s = check(bitsHeld(*stream.bitCount), require(scan, qelStatusContextMismatch)); s) return s;
 
-  // The block row by row, to be written at once: its DC, which is the caller's, where a record leads a level there.
-  int32_t levels[kPlaces] = {};
+  // Coefficients are written as they come: rows that are gathered first wait, when they are read, for the last of them
+  // to be stored, and what refines them waits with them. The DC is the caller's, but where a record leads a level to it.
+  for (int c = 1; c < 4; ++c) put(dst, c, T(0));
+  for (int r = 1; r < 4; ++r) std::memset(row(dst, dstStep, r), 0, 4 * sizeof(T));
   BlockDecoder<kBlock> decoder(stream, *state, chroma);
   *count = decoder.decode([&](int place, int32_t level) QELJ_INLINE_LAMBDA {
-    levels[4 * (scan[place].row & 3) + (scan[place].column & 3)] = level;
+    T* const line = row(dst, dstStep, scan[place].row & 3);
+    put(line, scan[place].column & 3, T(uint32_t(scale) * uint32_t(level)));  // wraps
     countSignificant(scan, place);
   });
-  const auto write = [&](int r, int c) {
-    put(row(dst, dstStep, r), c, T(uint32_t(scale) * uint32_t(levels[4 * r + c])));  // wraps
-  };
-  if (levels[0]) write(0, 0);
-  for (int c = 1; c < 4; ++c) write(0, c);
-  for (int r = 1; r < 4; ++r)
-    for (int c = 0; c < 4; ++c) write(r, c);
   decoder.finish();
   return qelStatusOk;
 }
