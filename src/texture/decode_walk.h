@@ -37,22 +37,42 @@ void decodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
 }
 
 // Blocks side by side, those of one kind behind one another: nothing tells which kind comes next, and a processor that
-// guesses wrong loses the time of a block.
+// guesses wrong loses the time of a block. Runs of one kind, which some encoders make of whole images, need no sorting.
 template <class Format>
 void decodeByKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep, ptrdiff_t count) {
-  constexpr ptrdiff_t kMost = 64, kBlock = Format::kBlockBytes, kRowBytes = 4 * Format::kPixelBytes;
-  for (ptrdiff_t first = 0; first < count; first += kMost, src += kMost * kBlock, dst += kMost * kRowBytes) {
-    const ptrdiff_t some = std::min(kMost, count - first);
+  constexpr ptrdiff_t kMost = 64, kRun = 8, kBlock = Format::kBlockBytes, kRowBytes = 4 * Format::kPixelBytes;
+  for (ptrdiff_t some; count > 0; count -= some, src += some * kBlock, dst += some * kRowBytes) {
+    const int first = Format::kindOf(src[0]);
+    for (some = 1; some < std::min(kRun, count) && Format::kindOf(src[some * kBlock]) == first; ++some) {
+    }
+    if (some == kRun) {
+      withConstant<0, Format::kKinds - 1>(first, [&](auto kind) {
+        const uint8_t *from = src, *const end = src + count * kBlock;
+        uint8_t* to = dst;
+        do {
+          Format::template ofKind<kind>(from, to, dstStep);
+          from += kBlock, to += kRowBytes;
+        } while (from != end && Format::kindOf(*from) == kind);
+        some = (from - src) / kBlock;
+      });
+      continue;
+    }
+    some = std::min(kMost, count);
     uint8_t firstBytes[kMost] = {};
-    for (ptrdiff_t i = 0; i < some; ++i) firstBytes[i] = src[i * kBlock];
+    ptrdiff_t i = 0;
+    for (; i + 8 <= some; i += 8) simd::unroll<8>([&](auto k) { firstBytes[i + k] = src[(i + k) * kBlock]; });
+    for (; i < some; ++i) firstBytes[i] = src[i * kBlock];
+    // Of all kinds before any is decoded, for what is written to memory might be what has been read from it.
+    uint64_t members[Format::kKinds] = {};
+    for (int from = 0; from < kMost; from += simd::kBytes) {
+      const auto bytes = load<simd::U8>(firstBytes + from);
+      simd::unroll<Format::kKinds>(
+          [&](auto kind) { members[kind] |= uint64_t(simd::topBits(Format::template isOfKind<kind>(bytes))) << from; });
+    }
     simd::unroll<Format::kKinds>([&](auto kind) {
-      uint64_t members = 0;
-      for (int i = 0; i < kMost; i += simd::kBytes)
-        members |= uint64_t(simd::topBits(Format::template isOfKind<kind>(load<simd::U8>(firstBytes + i)))) << i;
-      members &= ~uint64_t(0) >> (kMost - some);
-      for (; members; members &= members - 1) {
-        const int i = std::countr_zero(members);
-        Format::template ofKind<kind>(src + i * kBlock, dst + i * kRowBytes, dstStep);
+      for (uint64_t of = members[kind] & ~uint64_t(0) >> (kMost - some); of; of &= of - 1) {
+        const int at = std::countr_zero(of);
+        Format::template ofKind<kind>(src + at * kBlock, dst + at * kRowBytes, dstStep);
       }
     });
   }
