@@ -20,6 +20,11 @@ consteval LaneConstant<int16_t> halves(int16_t lower, int16_t upper) {
   for (int i = 8; i < 16; ++i) constant.lane[i] = upper;
   return constant;
 }
+consteval LaneConstant<int8_t> sumAndDifference(int8_t sum, int8_t difference) {
+  LaneConstant<int8_t> constant = every(sum);
+  for (int i = 16; i < 32; ++i) constant.lane[i] = int8_t(i % 2 ? -difference : difference);
+  return constant;
+}
 
 // A high multiplier takes 16 fraction bits.
 consteval int16_t factor(double x) { return int16_t(q16(x)); }
@@ -39,6 +44,8 @@ constinit const LaneConstant<int16_t> kNoneTan1 = halves(0, kTangent1);
 constinit const LaneConstant<int16_t> kNoneTan3Less1 = halves(0, kTangent3Less1);
 constinit const LaneConstant<int16_t> kTan2Tan1 = halves(kTangent2, kTangent1);
 constinit const LaneConstant<int16_t> kTan2Tan3Less1 = halves(kTangent2, kTangent3Less1);
+constinit const LaneConstant<int8_t> kSum8Difference8 = sumAndDifference(8, 8);
+constinit const LaneConstant<int8_t> kSum8Difference16 = sumAndDifference(8, 16);
 constinit const LaneConstant<int16_t> kMiddleLanes = fours(0, -1);
 constinit const LaneConstant<int16_t> kOddOne = every<int16_t>(1);
 constinit const LaneConstant<uint8_t> kTopBits = every<uint8_t>(0x80);

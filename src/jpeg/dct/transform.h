@@ -41,6 +41,9 @@ extern const LaneConstant<int16_t> kTan1331;    // in each four lanes: kTan1, kT
 // By halves, for two rows a vector; a half without one is multiplied by 0.
 extern const LaneConstant<int16_t> kNoneTan1, kNoneTan3Less1, kTan2Tan1, kTan2Tan3Less1;
 
+// By which pairs of bytes make 8 times their sum in the lower half, and 8 or 16 times their difference in the upper one.
+extern const LaneConstant<int8_t> kSum8Difference8, kSum8Difference16;
+
 extern const LaneConstant<int16_t> kMiddleLanes;  // in each four lanes: all bits of the middle two
 extern const LaneConstant<int16_t> kOddOne;       // the lowest bit
 extern const LaneConstant<uint8_t> kTopBits;
