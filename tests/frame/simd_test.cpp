@@ -197,6 +197,7 @@ void checkInterleave() {
   expectLanes(load<V>(memory), mixed.first, b, [](V x, V, int i) { return x[i]; });
   expectLanes(load<V>(memory + n), mixed.second, b, [](V x, V, int i) { return x[i]; });
   expectLanes(evenAndOdd(a, b), a, b, [](V x, V y, int i) { return i % 2 ? y[i] : x[i]; });
+  expectLanes(lowerAndUpper(a, b), a, b, [](V x, V y, int i) { return i < n / 2 ? x[i] : y[i]; });
   expectLanes(oneBefore(a, b), a, b, [](V x, V y, int i) { return i ? y[i - 1] : x[n - 1]; });
   OneLate<V> late;
   late(a);

@@ -402,6 +402,14 @@ inline V evenAndOdd(V a, V b) {
   }(std::make_integer_sequence<int, kLanes<V>>{});
 }
 
+// The lower half of a and the upper one of b.
+template <class V>
+inline V lowerAndUpper(V a, V b) {
+  return [=]<int... i>(std::integer_sequence<int, i...>) {
+    return __builtin_shufflevector(a, b, (i < kLanes<V> / 2 ? i : kLanes<V> + i)...);
+  }(std::make_integer_sequence<int, kLanes<V>>{});
+}
+
 // The lanes A and B of a, then C and D of b, of 32 bits and by blocks.
 template <int A, int B, int C, int D, class V>
 inline V shuffleTwo4(V a, V b) {

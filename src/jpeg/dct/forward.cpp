@@ -14,38 +14,59 @@ using namespace jpeg::dct;
 // and nothing saturates on the way there.
 struct Centred {
   const int16_t* src;
+  static constexpr bool kCentred = true;
   int16_t sample(int y, int x) const { return at(src, 8 * y + x); }
   BlockRow row(int y) const { return load<BlockRow>(qelj::row(src, 16, y)); }
-  static BlockRow centred(BlockRow row0) { return row0; }
+  // Rows i and 7 - i: 8 times their sum in the lower half, and 8 or 16 times their difference in the upper one, as the
+  // columns start.
+  template <class V>
+  Saturating<V> mirrored(int i) const {
+    const Saturating<BlockRow> top = {row(i)}, bottom = {row(7 - i)}, difference = (top - bottom) << 3;
+    return {simd::join(((top + bottom) << 3).v, (i == 1 || i == 2 ? difference << 1 : difference).v)};
+  }
 };
 struct LevelShifted {
   const uint8_t* src;
   int32_t step;
+  static constexpr bool kCentred = false;
   int16_t sample(int y, int x) const { return int16_t(qelj::row(src, step, y)[x] - 128); }
   BlockRow row(int y) const { return simd::loadAs<BlockRow, uint8_t>(qelj::row(src, step, y)); }
-  static BlockRow centred(BlockRow row0) { return row0 - int16_t(8 * 8 * 128); }
+  template <class V>
+  Saturating<V> mirrored(int i) const {
+    const auto eight = [this](int y) {
+      return as<uint8_t>(all<With<uint64_t, V>>(load<uint64_t>(qelj::row(src, step, y))));
+    };
+    const auto pairs = simd::unpackLow(eight(i), eight(7 - i));
+    return {simd::mulAddBytes(pairs, lanes<With<int8_t, V>>(i == 1 || i == 2 ? kSum8Difference16 : kSum8Difference8))};
+  }
 };
 
 // --- first pass, down the columns --------------------------------------------------------------------------
 
+// The even rows, from the sums of rows 0 7, 1 6, 2 5, 3 4, times 8.
 template <class S>
-inline void ownForwardColumns(S (&row)[8]) {
-  const S r0 = row[0], r1 = row[1], r2 = row[2], r3 = row[3], r4 = row[4], r5 = row[5], r6 = row[6], r7 = row[7];
-  const S t0 = (r0 + r7) << 3, t1 = (r1 + r6) << 3, t2 = (r2 + r5) << 3, t3 = (r3 + r4) << 3;
-  const S t4 = (r3 - r4) << 3, t7 = (r0 - r7) << 3, t5 = (r2 - r5) << 4, t6 = (r1 - r6) << 4;
-
+inline void ownForwardEven(S (&row)[8], S t0, S t1, S t2, S t3) {
   const S a0 = t0 + t3, a1 = t1 + t2, a2 = t1 - t2, a3 = t0 - t3;
   row[0] = a0 + a1;
   row[4] = a0 - a1;
   row[2] = oddOne(a3 + hi(a2, kTan2));
   row[6] = oddOne(hi(a3, kTan2) - a2);
-
+}
+// The odd rows, from the differences of rows 3 4, 2 5, 1 6, 0 7, times 8, 16, 16, 8.
+template <class S>
+inline void ownForwardOdd(S (&row)[8], S t4, S t5, S t6, S t7) {
   const S c0 = oddOne(hi(t6 + t5, kHalfCos4)), c1 = hi(t6 - t5, kHalfCos4);
   const S d0 = t7 + c0, d1 = t7 - c0, e0 = t4 + c1, e1 = t4 - c1;
   row[1] = oddOne(d0 + hi(e0, kTan1));
   row[7] = hi(d0, kTan1) - e0;
   row[5] = (hi(d1, kTan3Less1) + d1) + e1;
   row[3] = d1 - (hi(e1, kTan3Less1) + e1);
+}
+template <class S>
+inline void ownForwardColumns(S (&row)[8]) {
+  const S r0 = row[0], r1 = row[1], r2 = row[2], r3 = row[3], r4 = row[4], r5 = row[5], r6 = row[6], r7 = row[7];
+  ownForwardEven(row, (r0 + r7) << 3, (r1 + r6) << 3, (r2 + r5) << 3, (r3 + r4) << 3);
+  ownForwardOdd(row, (r3 - r4) << 3, (r2 - r5) << 4, (r1 - r6) << 4, (r0 - r7) << 3);
 }
 
 // --- second pass, along the rows, and quantisation ---------------------------------------------------------
@@ -70,55 +91,92 @@ inline int16_t ownQuantise(int16_t x, uint16_t t) {
   }
 }
 
-// The same for the coefficients u of one or two rows. A vector of eight weights goes with four coefficients
-// and two samples: [which four][which two].
+// The rows that a vector holds: those that come out of the columns at the same time.
+constexpr int kRowsOf[4][2] = {{0, 4}, {2, 6}, {1, 7}, {3, 5}};
+constexpr int rowOf(int vector, int block) { return kRows == 1 ? vector : kRowsOf[vector][block]; }
+
+// The same for the coefficients u of one or two rows. A vector of eight weights goes with the even or the odd
+// coefficients and two samples: [odd][which two]. A sum's upper 16 bits are all that counts, for rounding as well, which
+// centres what is not centred yet.
 struct alignas(simd::kBytes) ForwardWeights {
   int16_t w[2][2][8 * kRows];
+  int16_t round[8 * kRows], centre[8 * kRows];
 };
 constexpr auto kForwardWeights = [] {
   std::array<ForwardWeights, 8 / kRows> all{};
-  for (int i = 0; i < 8; ++i)
-    for (int u = 0; u < 8; ++u)
-      for (int n = 0; n < 4; ++n)
-        all[size_t(i / kRows)].w[u / 4][n / 2][i % kRows * 8 + u % 4 * 2 + n % 2] = weight(i, n, u);
+  for (int i = 0; i < 8; ++i) {
+    auto& one = all[size_t(i / kRows)];
+    const int k = rowOf(i / kRows, i % kRows), place = i % kRows * 8;
+    for (int u = 0; u < 8; ++u) {
+      for (int n = 0; n < 4; ++n) one.w[u % 2][n / 2][place + u / 2 * 2 + n % 2] = weight(k, n, u);
+      one.round[place + u] = one.centre[place + u] = kRound >> 16;
+    }
+    if (k == 0) one.centre[place] = int16_t((kRound - 64 * 128 * 8 * weight(0, 0, 0)) >> 16);
+  }
   return all;
 }();
 
 // A sum of 32 bits shifted right by 20 leaves a coefficient of 12 bits, so that neither the coefficient nor
-// its product with t / 2^15 < 2 saturates.
+// its product with t / 2^15 < 2 saturates. kAnyWhole: whether a t may be 1 or more.
+template <bool kAnyWhole>
 inline WideRows ownQuantise(WideRows x, WideRows t) {
-  // t as a signed number lacks 2 when it is at least 1. mulHiRound rounds ties up, which is one too much
-  // where the integer part is even: where the low 16 bits of the product are 0x4000.
-  const WideRows whole = (x + x) & (t >> 15);
-  return mulHiRound(x, t) + whole + (mulWrap(x, t) == int16_t(0x4000));
+  // mulHiRound rounds ties up, which is one too much where the integer part is even: where the low 16 bits of the product
+  // are 0x4000. t as a signed number lacks 2 when it is at least 1.
+  const WideRows rounded = mulHiRound(x, t) + (mulWrap(x, t) == int16_t(0x4000));
+  if constexpr (kAnyWhole) return rounded + ((x + x) & (t >> 15));
+  else return rounded;
 }
 
-inline WideRows ownForwardRows(WideRows x, const ForwardWeights& weights) {
+inline WideRows ownForwardRows(WideRows x, const ForwardWeights& weights, const int16_t* round) {
   const WideRows mirrored = simd::shuffle8<7, 6, 5, 4, 3, 2, 1, 0>(x);
-  const auto sums = as<int32_t>(addSat(x, mirrored)), differences = as<int32_t>(subSat(x, mirrored));
-  const auto folded = simd::unpackLow(sums, differences);  // s0 s1, d0 d1, s2 s3, d2 d3
-  const WideRows first = as<int16_t>(simd::shuffle4<0, 1, 0, 1>(folded));
-  const WideRows second = as<int16_t>(simd::shuffle4<2, 3, 2, 3>(folded));
-  const auto four = [&](const auto& w) {
-    const auto sum = as<uint32_t>(simd::mulAddPairs(first, load<WideRows>(w[0]))) +
-                     as<uint32_t>(simd::mulAddPairs(second, load<WideRows>(w[1]))) + uint32_t(kRound);
-    return as<int32_t>(sum) >> kShift;
+  const auto four = [](WideRows folded, const auto& w) {
+    const auto pairs = as<int32_t>(folded);
+    const auto first = simd::shuffle4<0, 0, 0, 0>(pairs), second = simd::shuffle4<1, 1, 1, 1>(pairs);
+    return addWrap(simd::mulAddPairs(as<int16_t>(first), load<WideRows>(w[0])),
+                   simd::mulAddPairs(as<int16_t>(second), load<WideRows>(w[1])));
   };
-  return simd::packI16(four(weights.w[0]), four(weights.w[1]));
+  const auto even = four(addSat(x, mirrored), weights.w[0]), odd = four(subSat(x, mirrored), weights.w[1]);
+  const WideRows upper = simd::evenAndOdd(as<int16_t>(as<uint32_t>(even) >> 16), as<int16_t>(odd));
+  return addWrap(upper, load<WideRows>(round)) >> (kShift - 16);
+}
+
+// Of vectors that hold one row each; or, of two rows a vector, the even rows in lower halves and the odd ones in upper
+// halves.
+template <bool kAnyWhole, class Source>
+inline void ownForwardRows(const Saturating<WideRows> (&rows)[8], int16_t* dst, const uint16_t* table) {
+  simd::unroll<8 / kRows>([&](auto i) {
+    constexpr int k = rowOf(i, 0), k2 = rowOf(i, 1);
+    const auto& weights = kForwardWeights[i];
+    const auto* const round = Source::kCentred ? weights.round : weights.centre;
+    if constexpr (kRows == 1) {
+      store(row(dst, 16, k), ownQuantise<kAnyWhole>(ownForwardRows(rows[k].v, weights, round), loadRows(table, k)));
+    } else {
+      const WideRows x = k % 2 == 0 ? simd::lowBlocks(rows[k].v, rows[k2].v) : simd::highBlocks(rows[k].v, rows[k2].v);
+      const WideRows t = simd::join(load<BlockRow>(row(table, 16, k)), load<BlockRow>(row(table, 16, k2)));
+      const WideRows quantised = ownQuantise<kAnyWhole>(ownForwardRows(x, weights, round), t);
+      store(row(dst, 16, k), simd::lower(quantised)), store(row(dst, 16, k2), simd::upper(quantised));
+    }
+  });
 }
 
 template <class Source>
-void ownForward(Source source, int16_t* dst, const uint16_t* table) {
+QELJ_INLINE void ownForward(Source source, int16_t* dst, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    Saturating<BlockRow> rows[8];
-    simd::unroll<8>([&](auto k) { rows[k] = {source.row(k)}; });
-    ownForwardColumns(rows);
-    rows[0].v = Source::centred(rows[0].v);
-    simd::unroll<8 / kRows>([&](auto i) {
-      constexpr int k = i * kRows;
-      const WideRows x = ownForwardRows(joinRows(rows + k), kForwardWeights[i]);
-      store(row(dst, 16, k), ownQuantise(x, loadRows(table, k)));
-    });
+    Saturating<WideRows> rows[8];
+    if constexpr (kRows == 1) {
+      simd::unroll<8>([&](auto k) { rows[k] = {source.row(k)}; });
+      ownForwardColumns(rows);
+    } else {
+      const auto mirrored = [&](int i) { return source.template mirrored<WideRows>(i); };
+      const auto t07 = mirrored(0), t16 = mirrored(1), t25 = mirrored(2), t34 = mirrored(3);
+      ownForwardEven(rows, t07, t16, t25, t34);
+      ownForwardOdd(rows, t34, t25, t16, t07);
+    }
+    // Only divisors of 1 ask for factors from 1 on.
+    WideRows any{};
+    for (int k = 0; k < 8; k += kRows) any |= loadRows(table, k);
+    if (simd::isZero(any & std::numeric_limits<int16_t>::min())) ownForwardRows<false, Source>(rows, dst, table);
+    else ownForwardRows<true, Source>(rows, dst, table);
   } else {
     Saturating<int16_t> rows[8][8];
     for (int x = 0; x < 8; ++x) {

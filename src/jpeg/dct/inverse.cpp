@@ -10,15 +10,20 @@ namespace {
 using namespace jpeg::dct;
 
 template <class Destination>
-void ownInverse(const int16_t* src, const uint16_t* table, Destination destination) {
+QELJ_INLINE void ownInverse(const int16_t* src, const uint16_t* table, Destination destination) {
   if constexpr (simd::kEnabled) {
-    Saturating<BlockRow> y[8], rows[8];
-    simd::unroll<8 / kRows>([&](auto i) {
-      constexpr int k = i * kRows;
-      splitRows(ownInverseRows<8>(ownDequantiseRows(src, table, k), kInverseWeights[i]), y + k);
-    });
-    ownInverseColumns(rows, y[0], y[1], y[2], y[3], y[4], y[5], y[6], y[7]);
-    destination.rows(rows);
+    const auto rows = [&](int i) {
+      return ownInverseRows<8>(ownDequantiseRows(src, table, i * kRows), kInverseWeights[size_t(i)]);
+    };
+    if constexpr (kRows == 2) {
+      using S = Saturating<WideRows>;
+      destination.rows(ownInverseColumns(S{rows(0)}, S{rows(1)}, S{rows(2)}, S{rows(3)}));
+    } else {
+      Saturating<BlockRow> y[8], samples[8];
+      simd::unroll<8>([&](auto k) { splitRows(inOrder(rows(k)), y + k); });
+      ownInverseColumns(samples, y[0], y[1], y[2], y[3], y[4], y[5], y[6], y[7]);
+      destination.rows(samples);
+    }
   } else {
     int16_t coefficients[8][8];
     for (int i = 0; i < 64; ++i) coefficients[i / 8][i % 8] = ownDequantise(src, table, i);

@@ -56,7 +56,8 @@ inline constexpr auto kInverseWeights = [] {
   return all;
 }();
 
-// Of rows that have kCount coefficients, 4 or 8; with 4, the other lanes of x don't matter.
+// Of rows that have kCount coefficients, 4 or 8; with 4, the other lanes of x don't matter. Samples 4 to 7 of a row stand
+// the other way round: inOrder() turns them.
 template <int kCount>
 inline WideRows ownInverseRows(WideRows x, const InverseWeights& weights) {
   using Sums = simd::With<uint32_t, WideRows>;
@@ -69,9 +70,9 @@ inline WideRows ownInverseRows(WideRows x, const InverseWeights& weights) {
     even += products(simd::shuffle8<4, 6, 4, 6, 4, 6, 4, 6>(x), weights.even[1]);
     odd += products(simd::shuffle8<5, 7, 5, 7, 5, 7, 5, 7>(x), weights.odd[1]);
   }
-  const WideRows y = simd::packI16(as<int32_t>(even + odd) >> kInverseShift, as<int32_t>(even - odd) >> kInverseShift);
-  return simd::shuffle8<0, 1, 2, 3, 7, 6, 5, 4>(y);
+  return simd::packI16(as<int32_t>(even + odd) >> kInverseShift, as<int32_t>(even - odd) >> kInverseShift);
 }
+inline WideRows inOrder(WideRows y) { return simd::shuffle8<0, 1, 2, 3, 7, 6, 5, 4>(y); }
 
 // --- second pass, down the columns -------------------------------------------------------------------------
 
@@ -110,6 +111,26 @@ inline void ownInverseColumns(S (&row)[8], S y0, S y1, S y2, auto y3, auto y4, a
   row[7] = (f0 - e0) >> 6;
 }
 
+// The same of two rows a vector: what becomes of even rows stands in lower halves, and of odd rows in upper ones, so that
+// one operation serves both. Names and comments go from the lower half to the upper one.
+template <class S>
+struct RowPairs {
+  S r02, r13, r64, r75;
+};
+template <class S>
+inline RowPairs<S> ownInverseColumns(S y01, S y23, S y45, S y67) {
+  const auto halves = [](S low, S high) { return S{simd::lowerAndUpper(low.v, high.v)}; };
+  const S h01 = hi(y01, kNoneTan1), h23 = hi(y23, kTan2Tan3Less1), h67 = hi(y67, kTan2Tan1);
+  const S m23 = h23 + y23, m45 = hi(y45, kNoneTan3Less1) + y45;  // -, tan 3 times y3; y4, tan 3 times y5
+  const S s0p = y01 + halves(y45, h67), s1q = halves(y01, h01) - halves(y45, y67);
+  const S g0a = y23 + halves(h67, m45), g1b = halves(h23, y45) - halves(y67, m23);
+  const S f0e0 = s0p + g0a, f3e1 = s0p - g0a, f1e2 = s1q + g1b, f2e3 = s1q - g1b;
+  const S h1h0 = timesCos4(S{simd::highBlocks((f3e1 + f2e3).v, (f3e1 - f2e3).v)});
+  const S f0f2 = {simd::lowBlocks(f0e0.v, f2e3.v)}, e0h0 = {simd::highBlocks(f0e0.v, h1h0.v)};
+  const S f1f3 = {simd::lowBlocks(f1e2.v, f3e1.v)}, h1e2 = halves(h1h0, f1e2);
+  return {(f0f2 + e0h0) >> 6, (f1f3 + h1e2) >> 6, (f1f3 - h1e2) >> 6, (f0f2 - e0h0) >> 6};
+}
+
 // --- the destination block ---------------------------------------------------------------------------------
 
 struct CentredOut {
@@ -118,6 +139,14 @@ struct CentredOut {
   void rows(const Saturating<BlockRow> (&r)[8]) const {
     simd::unroll<8>([&](auto y) { store(row(dst, 16, y), r[y].v); });
   }
+  template <class S>
+  void rows(const RowPairs<S>& r) const {
+    const auto pair = [this](int low, int high, S v) {
+      const auto rows = inOrder(v.v);
+      store(row(dst, 16, low), simd::lower(rows)), store(row(dst, 16, high), simd::upper(rows));
+    };
+    pair(0, 2, r.r02), pair(1, 3, r.r13), pair(6, 4, r.r64), pair(7, 5, r.r75);
+  }
 };
 // With 128 added, clamped to 0..255.
 struct LevelShiftedOut {
@@ -125,13 +154,26 @@ struct LevelShiftedOut {
   int32_t step;
   void sample(int y, int x, int16_t v) const { row(dst, step, y)[x] = clampU8(v + 128); }
   // Saturated to a signed byte, a sample needs only its top bit turned over.
-  static auto bytes(BlockRow a, BlockRow b) {
-    return as<uint8_t>(simd::packI8(a, b)) ^ lanes<simd::Vec<uint8_t, 16>>(kTopBits);
+  template <class V>
+  static auto bytes(V a, V b) {
+    using U = With<uint8_t, V>;
+    return as<U>(simd::packI8(a, b)) ^ lanes<U>(kTopBits);
   }
   void rows(const Saturating<BlockRow> (&r)[8]) const {
     simd::unroll<4>([&](auto i) {
       simd::storeHalves(row(dst, step, 2 * i), row(dst, step, 2 * i + 1), bytes(r[2 * i].v, r[2 * i + 1].v));
     });
+  }
+  template <class S>
+  void rows(const RowPairs<S>& r) const {
+    static constexpr uint8_t kInOrder[16] = {0, 1, 2, 3, 7, 6, 5, 4, 8, 9, 10, 11, 15, 14, 13, 12};
+    const auto four = [](S a, S b) {
+      const auto v = bytes(a.v, b.v);
+      return simd::shuffleBytes(v, simd::blockPattern<decltype(+v)>(kInOrder));
+    };
+    const auto pair = [this](int y, auto v) { simd::storeHalves(row(dst, step, y), row(dst, step, y + 1), v); };
+    const auto top = four(r.r02, r.r13), bottom = four(r.r64, r.r75);
+    pair(0, simd::lower(top)), pair(2, simd::upper(top)), pair(4, simd::upper(bottom)), pair(6, simd::lower(bottom));
   }
 };
 

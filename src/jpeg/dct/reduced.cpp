@@ -33,7 +33,7 @@ void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
       constexpr int k = i * kRows;
       WideRows x = ownDequantiseRows(src, table, k);
       if constexpr (kSize == 2) x = as<int16_t>(as<uint64_t>(x) & 0xFFFFFFFFu);
-      splitRows(ownInverseRows<4>(x, kInverseWeights[i]), y + k);
+      splitRows(inOrder(ownInverseRows<4>(x, kInverseWeights[i])), y + k);
     });
     constexpr Zero zero;
     if constexpr (kSize == 2) ownInverseColumns(rows, y[0], y[1], y[2], zero, zero, zero, zero, zero);

@@ -38,6 +38,12 @@ extern const LaneConstant<int16_t> kCos4Less1;  // cos(4 pi/16) - 1
 extern const LaneConstant<int16_t> kHalfCos4;   // cos(4 pi/16) / 2
 extern const LaneConstant<int16_t> kTan1331;    // in each four lanes: kTan1, kTan3Less1, kTan3Less1, kTan1
 
+// By halves, for two rows a vector; a half without one is multiplied by 0.
+extern const LaneConstant<int16_t> kNoneTan1, kNoneTan3Less1, kTan2Tan1, kTan2Tan3Less1;
+
+// By which pairs of bytes make 8 times their sum in the lower half, and 8 or 16 times their difference in the upper one.
+extern const LaneConstant<int8_t> kSum8Difference8, kSum8Difference16;
+
 extern const LaneConstant<int16_t> kMiddleLanes;  // in each four lanes: all bits of the middle two
 extern const LaneConstant<int16_t> kOddOne;       // the lowest bit
 extern const LaneConstant<uint8_t> kTopBits;
