@@ -243,6 +243,7 @@ class Source : public RowSource {
     if (claimed < uint64_t(segments)) throw Error("strips are missing");
     for (int64_t i = 0; i < segments; ++i)
       coded += std::min<uint64_t>(TIFFGetStrileByteCount(in(), uint32_t(i)), in().file().size());
+    TIFFGetStrileOffset(in(), 0);  // which, too, libtiff may read when it is first asked: later, threads ask
     if (p_.compression->densest) limits_.expectData(coded, bytes / p_.compression->densest, 8);
     limits_.expectWork(coded / 4);  // strips may share their bytes
     // What tiles have beyond the picture is decoded as well.
@@ -288,14 +289,17 @@ class Source : public RowSource {
   }
 
   void unpack(Rows& rows, const Place& place, std::vector<uint8_t>& scratch) const {
-    Packed packed(in(), place.index, p_.reversed);
-    const int32_t end = int32_t(place.y) + (p_.tiled ? int32_t(p_.down) : rowsOf(place));
-    for (int32_t y = int32_t(place.y); y < end; ++y) {
-      if (unpackRow(packed, rows, place, y, scratch)) continue;
-      for (int32_t rest = y; rest < end; ++rest) clearRow(rows, place, rest, scratch);
-      throw Damaged(damageOf(y));
+    int32_t y = int32_t(place.y);
+    const int32_t end = y + (p_.tiled ? int32_t(p_.down) : rowsOf(place));
+    try {
+      Packed packed(in(), place.index, p_.reversed);
+      for (; y < end; ++y)
+        if (!unpackRow(packed, rows, place, y, scratch)) throw Damaged(damageOf(y));
+      if (packed.isCut()) throw Truncated();
+    } catch (const Damaged&) {
+      for (; y < end; ++y) clearRow(rows, place, y, scratch);
+      throw;
     }
-    if (packed.isCut()) throw Truncated();
   }
   static std::string damageOf(int32_t y) { return "the PackBits data of row " + std::to_string(y) + " is damaged"; }
 
@@ -346,7 +350,7 @@ class Source : public RowSource {
         if (run.failed) clearRow(rows, place, y, scratch);
       }
   }
-  void readRow(Rows& rows, const Place& place, int32_t y, Run& run, std::vector<uint8_t>& scratch) const {
+  void readRow(Rows& rows, const Place& place, int32_t y, Run& run, std::vector<uint8_t>& scratch) {
     const bool begins = std::exchange(run.index, place.index) != place.index;
     if (begins) run.failed = false;
     if (run.failed) return;
@@ -354,7 +358,8 @@ class Source : public RowSource {
     if (p_.packBits()) {
       if (begins) run.packed = Packed(file, place.index, p_.reversed);
       if (!unpackRow(run.packed, rows, place, y, scratch)) throw Damaged(damageOf(y));
-      if (run.packed.isCut() && ((y + 1) % p_.down == 0 || y + 1 == p_.height)) throw Truncated();
+      const bool ends = (y + 1) % p_.down == 0 || y + 1 == p_.height;
+      if (ends && run.packed.isCut()) wrong_.note(place.index, Truncated().what());
     } else {
       uint8_t* const row = roomFor(rows, place, y, scratch);
       file.expect(TIFFReadScanline(file, row, uint32_t(y), uint16_t(place.plane)) == 1);

@@ -147,6 +147,18 @@ class ConvertTest(InteropTest):
                         self.assertEqual(len(whole), len(contents(out)))
             self.assertGreaterEqual(parts, share * len(cuts), path)
 
+    # Also where rows are on their way only, in room that earlier ones have had.
+    def test_lost_strips_leave_zeros(self):
+        array = np.random.default_rng(7).integers(1, 256, (900, 1000, 1), dtype="u1")
+        strips = [b"".join(b"\x63" + row[x:x + 100].tobytes() for x in range(0, 1000, 100)) for row in array]
+        data = tiff(1000, 900, strips, 32773)
+        cut = self.file("cut.tif", data[:len(data) - 300 * 1010 - 7])
+        array[599:] = 0
+        for threads in (1, 2):
+            back = read_pnm(convert(cut, self.path("cut.pgm"), "--partial", "--threads", threads))
+            self.assertTrue(np.array_equal(array, back))
+            self.assertIn("PackBits data of row 599", fails(QELCONV, cut, self.path("cut.pgm"), "--threads", threads))
+
     # Damage of any kind, in files of ours and of others: a picture or a message, within the bounds of time and memory.
     def test_damaged_files_end_by_themselves(self):
         random = np.random.default_rng(11)
