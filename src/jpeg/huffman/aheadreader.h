@@ -113,10 +113,11 @@ class AheadReader {
     return takeValue(all - code);
   }
 
-  // The same for a code and its value, or for two of these, in front of another code, the room for which is made first
-  // and last. Codes have up to 7 bits, values up to 9, a second one has 7 with its code, and `all` is 11 at most: a
-  // BitReader refills once at most, for which it brings 3 bytes; or 4, in front of a code, where it has no bit left. That
-  // can only be behind the first one, of 8 bits or more: `mark` is 8 << these.
+  // The same for a code and its value, or for two of these, with another code behind them: codes of up to 7 bits,
+  // values of up to 9, a second one of up to 7 with its code, 11 bits in all at most. The room for a code must be made
+  // before; that for the next one is made. On the way a BitReader refills once at most. That brings 3 bytes, but 4 in
+  // front of a code where it has used its last bit: behind a first value that took 8 bits or more, of which `mark`
+  // tells, 8 << these bits.
   QELJ_INLINE void makeRoom() { room_ = roomForCode(); }
   QELJ_INLINE void skipValues(uint32_t all, uint32_t mark) {
     const int room = room_ + int(all), fourth = int(uint64_t(mark) >> (32 - room_)) & 8;

@@ -68,8 +68,8 @@ class PairTable {
     uint32_t mark() const { return lengths >> 8; }
   };
 
-  // The result is whether the table lists enough: a code of l bits is as frequent as 1 in 2^l, and stands for as many of
-  // the 256 beginnings.
+  // The result is whether the table lists enough: a code of l bits is as frequent as 1 in 2^l, and stands for as many
+  // of the 256 beginnings.
   bool init(const QelDecodeHuffmanSpec* spec) {
     // For each 8 bits the entry of the first difference, as if there were zeros behind them. The value's sign is among
     // the 8, so that its further bits count up.
@@ -91,7 +91,8 @@ class PairTable {
     // Where a first one leaves w bits, 8 at most, the second one adds seconds[2^w + these bits]; 0 where it is longer.
     uint64_t seconds[512];
     for (size_t i = 0; i < 256; ++i) seconds[256 + i] = both[i] > 7 ? 0 : first[i] >> 32 << 48 | (first[i] & 0xFF);
-    for (size_t i = 255; i > 0; --i) seconds[i] = int(seconds[2 * i] & 63) < std::bit_width(i) ? seconds[2 * i] : 0;
+    for (size_t i = 255; i > 0; --i)
+      seconds[i] = int(seconds[2 * i] & 63) < int(std::bit_width(i)) ? seconds[2 * i] : 0;
 
     // The last bits of a long value.
     static constexpr auto kSteps = [] {

@@ -193,7 +193,8 @@ constexpr uint64_t ownBand(int ss, int se) {
   return kFromLast ? ~uint64_t(0) >> ss & ~uint64_t(0) << (63 - se) : ~uint64_t(0) << ss & ~uint64_t(0) >> (63 - se);
 }
 
-// What a refinement of the positions ss to se finds, magnitudes shifted by the point transform: position k is bit 63 - k.
+// What a refinement of the positions ss to se finds, magnitudes shifted by the point transform; position k is at bit
+// 63 - k.
 struct RefineSets {
   uint64_t fresh = 0;     // magnitudes of 1, whose symbols are to come
   uint64_t known = 0;     // larger ones: each has a bit to correct it,

@@ -190,7 +190,7 @@ template <class Sink>
     const int k = std::countl_zero(fresh);
     fresh &= ~uint64_t(0) >> 1 >> k;
     int run = k - first - (std::popcount(sets.known >> (64 - k)) - done);
-    // A run of 16 zeros has a symbol only where a new coefficient comes behind it; else it belongs to the end of the band.
+    // A run of 16 zeros has a symbol only where a new coefficient comes behind it; else it belongs to the band's end.
     for (; run > 15; run -= 16) [[unlikely]] {
       uint64_t zeros = ~(sets.known | sets.fresh) & ~uint64_t(0) >> first;
       for (int n = 0; n < 15; ++n) zeros ^= std::bit_floor(zeros);
