@@ -156,7 +156,9 @@ uint64_t unpackedIndices(const Bits& bits, const bc7::Shape& shape) {
 
 // --- scalar form -------------------------------------------------------------------------------------------
 
-constexpr int32_t signExtend(int32_t value, int bits) { return shlWrap(value, 32 - bits) >> (32 - bits); }
+[[maybe_unused]] constexpr int32_t signExtend(int32_t value, int bits) {
+  return shlWrap(value, 32 - bits) >> (32 - bits);
+}
 
 // To 16 bits. The largest value of an n-bit end-point is the largest of 16, and nothing else is: the compare
 // is for equality, and a signed magnitude one above it takes the formula.
@@ -172,7 +174,7 @@ constexpr int32_t unquantise(int32_t value, int bits) {
   return (wide ^ sign) - sign;
 }
 
-constexpr int32_t interpolate(int32_t a, int32_t b, int32_t weight) {
+[[maybe_unused]] constexpr int32_t interpolate(int32_t a, int32_t b, int32_t weight) {
   return ((64 - weight) * a + weight * b + 32) >> 6;
 }
 

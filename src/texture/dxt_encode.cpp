@@ -433,7 +433,10 @@ struct YCoCgEncoder {
     };
     const U8 rows[4] = {pixels(0), pixels(1), pixels(2), pixels(3)};
     for (int c = 0; c < 3; ++c) {
-      const auto part = [&](int y) { return shuffleBytes(rows[y], blockPattern(kRowsToPlanes.of[y][c])); };
+      // (A pattern put together in memory could not be read at once.)
+      const auto part = [&](int y) {
+        return shuffleBytes(rows[y], simd::repeatBlock(load<simd::U8x16>(kRowsToPlanes.of[y][c])));
+      };
       planes[c] = (part(0) | part(1)) | (part(2) | part(3));
     }
   }
