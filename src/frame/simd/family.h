@@ -7,6 +7,7 @@
 //              `if constexpr (simd::kEnabled)`
 //   kShuffles  whether byte shuffles and masks are instructions; where they are loops, a kernel that lives on them
 //              does better in its scalar form
+//   kMasks     whether loading and storing the first lanes of a vector, any number of them, are an instruction each
 //   kBytePairs whether sums of products of pairs of bytes are an instruction; where they are several, other ways are as
 //              good
 //   kSplits    whether vectors wider than the processor's are halved in front of its forms; on x86-64 compilers lower the
@@ -53,8 +54,10 @@ inline constexpr int kBytes = 16;
 #endif
 #ifdef QELJ_HAS_AVX512
 inline constexpr int kWideBytes = 64;
+inline constexpr bool kMasks = kEnabled;
 #else
 inline constexpr int kWideBytes = kBytes;
+inline constexpr bool kMasks = false;
 #endif
 
 }  // namespace qelj::simd

@@ -250,6 +250,16 @@ inline V highBlocks(V a, V b) {
 }
 #endif
 
+#ifdef QELJ_HAS_AVX512
+template <class V>
+  requires(sizeof(Lane<V>) == 4 && sizeof(V) == 64)
+inline VectorPair<V> interleave(V a, V b) {
+  const auto lanes = [=](__m512i from) { return (V)_mm512_permutex2var_epi32((__m512i)a, from, (__m512i)b); };
+  return {lanes(_mm512_setr_epi32(0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23)),
+          lanes(_mm512_setr_epi32(8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31))};
+}
+#endif
+
 template <class V>
 inline V orderPacked(V v);  // of 16 bytes by its definition
 template <class V>
@@ -308,6 +318,22 @@ inline V oneAfter(V v, V after) {
   const __m256i middle = _mm256_permute2x128_si256((__m256i)v, (__m256i)after, 0x21);
   return (V)_mm256_alignr_epi8(middle, (__m256i)v, int(sizeof(Lane<V>)));
 }
+#  ifdef QELJ_HAS_AVX512
+template <class V>
+  requires(sizeof(V) == 64)
+inline V oneBefore(V before, V v) {
+  if constexpr (sizeof(Lane<V>) == 4) return (V)_mm512_alignr_epi32((__m512i)v, (__m512i)before, 15);
+  const __m512i middle = _mm512_alignr_epi64((__m512i)v, (__m512i)before, 6);
+  return (V)_mm512_alignr_epi8((__m512i)v, middle, 16 - int(sizeof(Lane<V>)));
+}
+template <class V>
+  requires(sizeof(V) == 64)
+inline V oneAfter(V v, V after) {
+  if constexpr (sizeof(Lane<V>) == 4) return (V)_mm512_alignr_epi32((__m512i)after, (__m512i)v, 1);
+  const __m512i middle = _mm512_alignr_epi64((__m512i)after, (__m512i)v, 2);
+  return (V)_mm512_alignr_epi8(middle, (__m512i)v, int(sizeof(Lane<V>)));
+}
+#  endif
 #  ifndef __AVX512VL__
 // A turn by one lane and a blend with the turned vector before it are one shuffle, where oneBefore() takes two.
 template <Vector V>
@@ -381,6 +407,19 @@ inline VectorPair<V> loadPairs(const void* p) {
 }
 
 #ifdef QELJ_HAS_AVX512
+template <class V>
+  requires(sizeof(Lane<V>) == 2 && sizeof(V) == 64)
+inline VectorPair<V> loadPairs(const void* p) {
+  using U = With<uint8_t, V>;
+  constexpr uint8_t kApart[16] = {0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15};
+  const auto apart = [&](int i) {
+    return (__m512i)shuffleBytes(load<U>(static_cast<const char*>(p) + i), blockPattern<U>(kApart));
+  };
+  const __m512i a = apart(0), b = apart(64);
+  return {(V)_mm512_permutex2var_epi64(a, _mm512_setr_epi64(0, 2, 4, 6, 8, 10, 12, 14), b),
+          (V)_mm512_permutex2var_epi64(a, _mm512_setr_epi64(1, 3, 5, 7, 9, 11, 13, 15), b)};
+}
+
 namespace detail {
 template <class V, int kApart>
   requires(sizeof(V) == 64)

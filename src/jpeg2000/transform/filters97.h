@@ -268,8 +268,15 @@ inline V productOfSum14(V a, V b) {
 // (c * a + 8192) >> 14, likewise.
 template <int32_t c, class V>
 inline V product14(V a) {
-  if constexpr (OneSample<V>) return V((c * int32_t(a) + 8192) >> 14);
-  else return rounded14<V>(simd::mulAddPairs(a, simd::pairs<V>(c, 0)), simd::mulAddPairs(a, simd::pairs<V>(0, c)));
+  if constexpr (OneSample<V>) {
+    return V((c * int32_t(a) + 8192) >> 14);
+  } else if constexpr (!simd::kShuffles) {  // a blend is three operations, and unpacking one
+    const auto lanes = [](V pairs) { return simd::mulAddPairs(pairs, simd::pairs<V>(c, 8192)) >> 14 & 0xFFFF; };
+    const V one = all<V>(1);
+    return as<V>(simd::packU16(lanes(simd::unpackLow(a, one)), lanes(simd::unpackHigh(a, one))));
+  } else {
+    return rounded14<V>(simd::mulAddPairs(a, simd::pairs<V>(c, 0)), simd::mulAddPairs(a, simd::pairs<V>(0, c)));
+  }
 }
 
 template <bool alongRow>

@@ -55,25 +55,51 @@ struct Range {
 
 // --- element by element over rows, columns' rows, or the halves of a line ----------------------------------
 
+// Where a group of samples lies in memory: V's lanes, or the first of them, others being 0.
+template <class V>
+struct Whole {
+  QELJ_INLINE V load(const Lane<V>* p) const { return qelj::load<V>(p); }
+  QELJ_INLINE void store(Lane<V>* p, V v) const { qelj::store(p, v); }
+};
+template <class V>
+struct First {
+  int count;
+  QELJ_INLINE V load(const Lane<V>* p) const { return simd::loadFirst<V>(p, count); }
+  QELJ_INLINE void store(Lane<V>* p, V v) const { simd::storeFirst(p, v, count); }
+};
+
+// Calls group(i, Whole or First) for groups that together are the samples 0 .. count - 1. A kernel that changes samples
+// in place can't have a last vector that overlaps the one before. With masks it has one of the first lanes, of which there
+// are as few as can be: what is stored by a mask can be loaded again only when it has left for the cache, and rows of a
+// small tile are.
+template <class T, class Group>
+QELJ_INLINE void coverByGroups(ptrdiff_t count, Group group) {
+  ptrdiff_t i = 0;
+  [[maybe_unused]] const auto groups = [&]<class V>(Whole<V> whole) QELJ_INLINE_LAMBDA {
+    constexpr auto kStep = ptrdiff_t(sizeof(V) / sizeof(T));
+    for (; i + kStep <= count; i += kStep) group(i, whole);
+  };
+  if constexpr (simd::kMasks) {
+    const auto oneGroup = [&]<class V>(Whole<V> whole) QELJ_INLINE_LAMBDA {
+      if (i + simd::kLanes<V> <= count) group(i, whole), i += simd::kLanes<V>;
+    };
+    using H = simd::Vec<T, 16>;
+    groups(Whole<simd::Wide<T>>());
+    oneGroup(Whole<simd::Vec<T>>());
+    oneGroup(Whole<H>());
+    if (i < count) group(i, First<H>{int(count - i)});
+  } else {
+    if constexpr (simd::kEnabled) groups(Whole<simd::Vec<T>>());
+    groups(Whole<T>());
+  }
+}
+
 // dst[i] = operation(src[0][i], src[1][i], ...), where dst may be any of the sources.
 template <class T, class Operation, class... Source>
 inline void apply(ptrdiff_t count, Operation operation, T* dst, const Source*... src) {
-  ptrdiff_t i = 0;
-  if constexpr (simd::kEnabled) {
-    using V = simd::Vec<T>;
-    constexpr ptrdiff_t kGroup = simd::kLanes<V>;
-    for (; i + 2 * kGroup <= count; i += 2 * kGroup) {
-      const V first = operation(load<V>(offset(src, i))...);
-      const V second = operation(load<V>(offset(src, i + kGroup))...);
-      store(offset(dst, i), first);
-      store(offset(dst, i + kGroup), second);
-    }
-    if (i + kGroup <= count) {
-      store(offset(dst, i), operation(load<V>(offset(src, i))...));
-      i += kGroup;
-    }
-  }
-  for (; i < count; ++i) put(dst, i, operation(at(src, i)...));
+  coverByGroups<T>(count, [=](ptrdiff_t i, auto memory) QELJ_INLINE_LAMBDA {
+    memory.store(offset(dst, i), operation(memory.load(offset(src, i))...));
+  });
 }
 
 template <class Filter, int t>
@@ -92,21 +118,22 @@ inline void applyFinish(ptrdiff_t count, typename Filter::Sample* dst, const typ
 
 // All stages of one step down the columns, in one pass. Row 0 is the newest row (of A) and row j the one j positions
 // before it. Stage t changes row t by rows t + 1 and t - 1; then row kStages + 1 is finished. Rows 0 to kStages + 1 are
-// read at `src` and their new values written at `dst`; dst[j] may be src[j].
+// read at `src` and their new values written at `dst`; dst[j] may be src[j]. (Inline, as a copy of pointers that have just
+// been stored one by one would wait for them.)
 template <class Filter>
 inline constexpr int kStepRows = Filter::kStages + 2;
 
 template <class Filter>
-inline void ownStep(ptrdiff_t count, const typename Filter::Sample* const (&srcRows)[kStepRows<Filter>],
-                    typename Filter::Sample* const (&dstRows)[kStepRows<Filter>]) {
+QELJ_INLINE void ownStep(ptrdiff_t count, const typename Filter::Sample* const (&srcRows)[kStepRows<Filter>],
+                         typename Filter::Sample* const (&dstRows)[kStepRows<Filter>]) {
   using T = typename Filter::Sample;
   constexpr int S = Filter::kStages, kRows = kStepRows<Filter>;
   const T* src[kRows];
   T* dst[kRows];
   for (int j = 0; j < kRows; ++j) src[j] = srcRows[j], dst[j] = dstRows[j];
-  const auto step = [&]<class V>(ptrdiff_t i, V*) {
-    V r[kRows];
-    for (int j = 0; j < kRows; ++j) r[j] = load<V>(offset(src[j], i));
+  coverByGroups<T>(count, [&](ptrdiff_t i, auto memory) QELJ_INLINE_LAMBDA {
+    decltype(memory.load(nullptr)) r[kRows];
+    for (int j = 0; j < kRows; ++j) r[j] = memory.load(offset(src[j], i));
     r[0] = Filter::start(r[0]);
     r[1] = Filter::template stage<1>(r[1], r[2], r[0]);
     r[2] = Filter::template stage<2>(r[2], r[3], r[1]);
@@ -116,14 +143,8 @@ inline void ownStep(ptrdiff_t count, const typename Filter::Sample* const (&srcR
     }
     r[S + 1] = Filter::finish(r[S + 1]);
     for (int j = Filter::kHasStart ? 0 : 1; j < (Filter::kHasFinish ? kRows : kRows - 1); ++j)
-      store(offset(dst[j], i), r[j]);
-  };
-  ptrdiff_t i = 0;
-  if constexpr (simd::kEnabled) {
-    using V = simd::Vec<T>;
-    for (; i + simd::kLanes<V> <= count; i += simd::kLanes<V>) step(i, static_cast<V*>(nullptr));
-  }
-  for (; i < count; ++i) step(i, static_cast<T*>(nullptr));
+      memory.store(offset(dst[j], i), r[j]);
+  });
 }
 
 }  // namespace qelj::jpeg2000::lifting

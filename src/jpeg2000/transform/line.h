@@ -140,6 +140,13 @@ QELJ_INLINE ptrdiff_t inside(ptrdiff_t i, int first, ptrdiff_t length) {
   return i;
 }
 
+// Asks for memory some way behind p before `bytes` of it are written: a store that finds its cache line far away, or two
+// lines where it is not aligned, holds up those behind it. What lies behind a line is not touched, only fetched.
+QELJ_INLINE void fetchAhead(const void* p, int bytes) {
+  constexpr int kAhead = 512, kLine = 64;
+  for (int i = 0; i < bytes; i += kLine) __builtin_prefetch(static_cast<const char*>(p) + kAhead + i, 1);
+}
+
 // The samples of a line as they alternate.
 template <class T, int lead, Ends ends>
 struct AlternatingLine {
@@ -184,6 +191,8 @@ struct AlternatingLine {
     if (late) storeAlternating<V>(offset(x, 2 * k + lead - 1), b, a);
     else storeAlternating<V>(offset(x, 2 * k + lead), a, b);
   }
+  // Before `count` samples a band from number k on are set.
+  QELJ_INLINE void fetch(ptrdiff_t k, int count) const { fetchAhead(offset(x, 2 * k), 2 * count * int(sizeof(T))); }
   void putA(ptrdiff_t k, std::remove_const_t<T> value) const { put(x, 2 * k + lead, value); }
   void putB(ptrdiff_t k, std::remove_const_t<T> value) const { put(x, 2 * k + 1 - lead, value); }
 };
@@ -229,8 +238,18 @@ struct SplitLine {
     store(offset(a, k), aValues);
     store(offset(b, k + lead - late), bValues);
   }
+  QELJ_INLINE void fetch(ptrdiff_t k, int count) const {
+    fetchAhead(offset(a, k), count * int(sizeof(T)));
+    fetchAhead(offset(b, k), count * int(sizeof(T)));
+  }
   void putA(ptrdiff_t k, std::remove_const_t<T> value) const { put(a, k, value); }
   void putB(ptrdiff_t k, std::remove_const_t<T> value) const { put(b, k, value); }
+};
+
+// The same on the stack, which is near.
+template <class T, int lead, Ends ends>
+struct Piece : SplitLine<T, lead, ends> {
+  void fetch(ptrdiff_t, int) const {}
 };
 
 // --- a line through all stages -----------------------------------------------------------------------------
@@ -292,7 +311,10 @@ QELJ_INLINE void ownLiftRange(const Source& src, const Target& dst, ptrdiff_t w,
   const ptrdiff_t both = std::min(aTo, bTo);
   if constexpr (n >= S) {
     const ptrdiff_t last = std::min(src.template lastInside<V>() - S / 2 - n, both - 2 * n);
-    while (k + n <= last) step(inside), step(inside);
+    while (k + n <= last) {
+      dst.fetch(k, 2 * int(n));
+      step(inside), step(inside);
+    }
   }
   while (k + 2 * n <= both) step(anywhere);
   leave();
@@ -347,7 +369,7 @@ QELJ_INLINE void ownLiftPieces(const Source& src, const Target& dst, ptrdiff_t a
       aMade = std::min(aMade, aCount), bMade = std::min(bMade, bCount);
     }
     T *const aPiece = offset(a, -first), *const bPiece = offset(b, -first);
-    ownLiftRange<TwoStages<Filter, 0>, V, lead>(src, SplitLine<T, lead, ends>{aPiece, bPiece, aCount, bCount}, aCount,
+    ownLiftRange<TwoStages<Filter, 0>, V, lead>(src, Piece<T, lead, ends>{{aPiece, bPiece, aCount, bCount}}, aCount,
                                                 first, aMade, bMade);
     ownLiftRange<TwoStages<Filter, 2>, V, lead>(SplitLine<const T, lead, ends>{aPiece, bPiece, aCount, bCount}, dst,
                                                 aCount, i, aEnd, bEnd);
@@ -358,17 +380,17 @@ QELJ_INLINE void ownLiftPieces(const Source& src, const Target& dst, ptrdiff_t a
 // --- stage by stage ----------------------------------------------------------------------------------------
 
 // ownLiftRange() by pieces that wait in the first-level cache between all stages. Neighbours are unaligned loads then,
-// where registers need shuffles, and a stage has all registers for its products.
-template <class Filter, int lead, Ends ends, class Source, class Target>
+// where registers need shuffles, and a stage has all registers for its products. It goes on to the end of the last vector:
+// a product along a row asks for whole ones.
+template <class Filter, class V, int lead, Ends ends, class Source, class Target>
 QELJ_INLINE void ownLiftStages(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount, ptrdiff_t from,
                                ptrdiff_t aTo, ptrdiff_t bTo) {
   using T = typename Filter::Sample;
-  using V = simd::Vec<T>;
   constexpr int S = Filter::kStages;
-  constexpr ptrdiff_t kLength = 512;
+  constexpr ptrdiff_t n = kGroup<V>, kLength = 512;
   // Here B[j] stands between A[j] and A[j + 1], A[0] and B[0] being samples i - S / 2 and i - S / 2 + lead of their
   // bands. Each stage lacks one sample more.
-  T a[kLength + S], b[kLength + S];
+  T a[kLength + S + n], b[kLength + S + n];
   for (ptrdiff_t i = from; i < std::max(aTo, bTo); i += kLength) {
     const ptrdiff_t aEnd = std::min(aTo, i + kLength), bEnd = std::min(bTo, i + kLength);
     const ptrdiff_t count = std::max(aEnd, bEnd) - i, first = i - S / 2, end = first + count + S - 1;
@@ -386,15 +408,17 @@ QELJ_INLINE void ownLiftStages(const Source& src, const Target& dst, ptrdiff_t a
     };
     ptrdiff_t j = first;
     for (; j < begin; ++j) mirrored(j);
-    for (; j + kGroup<V> <= stop; j += kGroup<V>) load(j, static_cast<V*>(nullptr));
+    j = simd::coverByVectors<n>(j, stop, [&](ptrdiff_t g) QELJ_INLINE_LAMBDA { load(g, static_cast<V*>(nullptr)); });
     for (; j < stop; ++j) load(j, static_cast<T*>(nullptr));
     for (; j < end; ++j) mirrored(j);
     put(a, j - first, Filter::start(src.sampleOfA(j)));
+    store(offset(a, j + 1 - first), V{}), store(offset(b, j - first), V{});
 
-    applyStage<Filter, 1>(count + S - 1, b, b, a, a + 1);
+    const auto whole = [](ptrdiff_t length) { return (length + n - 1) / n * n; };
+    applyStage<Filter, 1>(whole(count + S - 1), b, b, a, a + 1);
     if constexpr (S == 4) {
-      applyStage<Filter, 2>(count + 2, a + 1, a + 1, b, b + 1);
-      applyStage<Filter, 3>(count + 1, b + 1, b + 1, a + 1, a + 2);
+      applyStage<Filter, 2>(whole(count + 2), a + 1, a + 1, b, b + 1);
+      applyStage<Filter, 3>(whole(count + 1), b + 1, b + 1, a + 1, a + 2);
     }
     const T* const doneB = b + S / 2 - lead;
     const auto leave = [&]<class G>(ptrdiff_t k, G*) QELJ_INLINE_LAMBDA {
@@ -403,8 +427,10 @@ QELJ_INLINE void ownLiftStages(const Source& src, const Target& dst, ptrdiff_t a
       dst.template set<G>(i + k, lead, done, Filter::finish(at(doneB)));
     };
     const ptrdiff_t both = std::min(aEnd, bEnd) - i;
-    ptrdiff_t k = 0;
-    for (; k + kGroup<V> <= both; k += kGroup<V>) leave(k, static_cast<V*>(nullptr));
+    ptrdiff_t k = simd::coverByVectors<n>(0, both, [&](ptrdiff_t g) QELJ_INLINE_LAMBDA {
+      dst.fetch(i + g, int(n));
+      leave(g, static_cast<V*>(nullptr));
+    });
     for (; k < both; ++k) leave(k, static_cast<T*>(nullptr));
     if (k < aEnd - i)
       dst.putA(i + k, Filter::template stage<S>(at(a + S / 2, k), at(b + S / 2 - 1, k), at(b + S / 2, k)));
@@ -414,60 +440,84 @@ QELJ_INLINE void ownLiftStages(const Source& src, const Target& dst, ptrdiff_t a
 
 // --- lines of any length -----------------------------------------------------------------------------------
 
-// ownLiftRange() in one pass, two, or one a stage, whichever is faster: pieces cost a start of their own. The stages of
-// floats, which have products in a sample's own lane, find enough registers where there are 32. Without instructions that
+// ownLiftRange() in one pass, two, or one a stage, whichever is faster: pieces cost a start of their own. Where there are 32
+// registers, the stages of 32-bit samples find enough; those of 16 bits take more to move lanes. Without instructions that
 // move integers from lane to lane, four stages of them are faster one by one at any length.
 template <class Filter, class V, int lead, Ends ends, class Source, class Target>
 QELJ_INLINE void ownLiftGroups(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount, ptrdiff_t from,
                                ptrdiff_t aTo, ptrdiff_t bTo) {
   constexpr ptrdiff_t kLong = 64;
-  constexpr bool kEnough = std::is_floating_point_v<Lane<V>> && simd::kWideBytes == 64;
+  constexpr bool kEnough = sizeof(Lane<V>) == 4 && simd::kWideBytes == 64;
   constexpr bool kDearToMove = !simd::kShuffles && std::is_integral_v<Lane<V>> && Filter::kStages == 4;
   if constexpr (kDearToMove || Filter::kLongProducts)
     if (kDearToMove || aTo - from >= 2 * kLong)
-      return ownLiftStages<Filter, lead, ends>(src, dst, aCount, bCount, from, aTo, bTo);
+      return ownLiftStages<Filter, V, lead, ends>(src, dst, aCount, bCount, from, aTo, bTo);
   if constexpr (Filter::kStages == 4 && !kEnough)
     if (aTo - from >= kLong) return ownLiftPieces<Filter, V, lead, ends>(src, dst, aCount, bCount, from, aTo, bTo);
   ownLiftRange<Filter, V, lead>(src, dst, aCount, from, aTo, bTo);
 }
 
+// The fewest samples a band that vectors serve: behind as many at either end as there are stages, nothing depends on a form
+// of the ends.
+template <class Filter>
+inline constexpr ptrdiff_t kEnd = HasEnds<Filter> ? Filter::kStages : 0;
+template <class Filter, class V>
+inline constexpr ptrdiff_t kFewest = 2 * kEnd<Filter> + kGroup<V>;
+
 // A line of aCount and bCount samples, at least one of each.
-template <class Filter, int lead, Ends ends, class Source, class Target>
+template <class Filter, class V, int lead, Ends ends, class Source, class Target>
 QELJ_INLINE void ownLiftLine(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount) {
   using T = typename Filter::Sample;
-  if constexpr (simd::kEnabled) {
-    using V = simd::Vec<T>;
-    if constexpr (HasEnds<Filter>) {
-      // Behind as many samples as there are stages, nothing depends on a form of the ends.
-      constexpr ptrdiff_t kEnd = Filter::kStages;
-      if (aCount >= 2 * kEnd + kGroup<V>) {
-        const ptrdiff_t to = aCount - kEnd;
-        ownLiftRange<Filter, T, lead>(src, dst, aCount, 0, kEnd, kEnd);
-        ownLiftGroups<Filter, V, lead, ends>(src, dst, aCount, bCount, kEnd, to, to);
-        return ownLiftRange<Filter, T, lead>(src, dst, aCount, to, aCount, aCount);
-      }
-    } else if (std::min(aCount, bCount) >= kGroup<V>) {
-      return ownLiftGroups<Filter, V, lead, ends>(src, dst, aCount, bCount, 0, aCount, bCount);
-    }
+  if (!simd::kEnabled || std::min(aCount, bCount) < kFewest<Filter, V>)
+    return ownLiftRange<Filter, T, lead>(src, dst, aCount, 0, aCount, bCount);
+  if constexpr (simd::kEnabled && HasEnds<Filter>) {
+    constexpr ptrdiff_t from = kEnd<Filter>;
+    const ptrdiff_t to = aCount - from;
+    ownLiftRange<Filter, T, lead>(src, dst, aCount, 0, from, from);
+    ownLiftGroups<Filter, V, lead, ends>(src, dst, aCount, bCount, from, to, to);
+    ownLiftRange<Filter, T, lead>(src, dst, aCount, to, aCount, aCount);
+  } else if constexpr (simd::kEnabled) {
+    ownLiftGroups<Filter, V, lead, ends>(src, dst, aCount, bCount, 0, aCount, bCount);
   }
-  ownLiftRange<Filter, T, lead>(src, dst, aCount, 0, aCount, bCount);
 }
 
 // Between the alternating samples of a line and its bands, of one sample or more each. q = 1 where the first sample is
 // of the high band.
-template <class Filter, Ends ends, class T = typename Filter::Sample>
-[[gnu::noinline]] void ownForwardLine(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs, int q) {
+template <class Filter, Ends ends, class V, class T = typename Filter::Sample>
+[[gnu::noinline]] void ownForwardLineBy(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs, int q) {
   withConstant<0, 1>(q, [&](auto lead) {
-    ownLiftLine<Filter, lead, ends>(AlternatingLine<const T, lead, ends>{src, lows + highs},
-                                    SplitLine<T, lead, ends>{low, high, lows, highs}, lows, highs);
+    ownLiftLine<Filter, V, lead, ends>(AlternatingLine<const T, lead, ends>{src, lows + highs},
+                                       SplitLine<T, lead, ends>{low, high, lows, highs}, lows, highs);
   });
 }
-template <class Filter, Ends ends, class T = typename Filter::Sample>
-[[gnu::noinline]] void ownInverseLine(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst, int q) {
+template <class Filter, Ends ends, class V, class T = typename Filter::Sample>
+[[gnu::noinline]] void ownInverseLineBy(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst, int q) {
   withConstant<0, 1>(1 - q, [&](auto lead) {
-    ownLiftLine<Filter, lead, ends>(SplitLine<const T, lead, ends>{high, low, highs, lows},
-                                    AlternatingLine<T, lead, ends>{dst, lows + highs}, highs, lows);
+    ownLiftLine<Filter, V, lead, ends>(SplitLine<const T, lead, ends>{high, low, highs, lows},
+                                       AlternatingLine<T, lead, ends>{dst, lows + highs}, highs, lows);
   });
+}
+
+// The same by the widest vectors that a line has room for: between special ends, for two of them, as it takes long to begin
+// a last one that overlaps the first. Short lines have functions of their own, without what wide vectors need at the start
+// of one.
+template <class Filter>
+constexpr bool hasRoomForWide(ptrdiff_t lows, ptrdiff_t highs) {
+  using V = simd::Wide<typename Filter::Sample>;
+  constexpr ptrdiff_t kCount = kFewest<Filter, V> + (HasEnds<Filter> ? kGroup<V> : 0);
+  return simd::kWideBytes > simd::kBytes && std::min(lows, highs) >= kCount;
+}
+template <class Filter, Ends ends, class T = typename Filter::Sample>
+void ownForwardLine(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs, int q) {
+  if (hasRoomForWide<Filter>(lows, highs))
+    return ownForwardLineBy<Filter, ends, simd::Wide<T>>(src, low, lows, high, highs, q);
+  ownForwardLineBy<Filter, ends, simd::Vec<T>>(src, low, lows, high, highs, q);
+}
+template <class Filter, Ends ends, class T = typename Filter::Sample>
+void ownInverseLine(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst, int q) {
+  if (hasRoomForWide<Filter>(lows, highs))
+    return ownInverseLineBy<Filter, ends, simd::Wide<T>>(low, lows, high, highs, dst, q);
+  ownInverseLineBy<Filter, ends, simd::Vec<T>>(low, lows, high, highs, dst, q);
 }
 
 }  // namespace qelj::jpeg2000::lifting

@@ -154,8 +154,8 @@ QelStatus inverseColumns(const BandPlanes<const T>& src, QelSize size, T* dst, i
 
 // One step down the columns on rows of the caller's, from the newest row on as ownStep() counts them.
 template <class Filter>
-QelStatus liftRows(const typename Filter::Sample* const (&src)[kStepRows<Filter>],
-                   typename Filter::Sample* const (&dst)[kStepRows<Filter>], int32_t width) {
+QELJ_INLINE QelStatus liftRows(const typename Filter::Sample* const (&src)[kStepRows<Filter>],
+                               typename Filter::Sample* const (&dst)[kStepRows<Filter>], int32_t width) {
   for (const void* p : src)
     if (!p) return qelStatusNullPointer;
   for (int j = 1; j < (Filter::kHasFinish ? kStepRows<Filter> : kStepRows<Filter> - 1); ++j)
