@@ -14,7 +14,7 @@ using namespace jpeg::dct;
 // and nothing saturates on the way there.
 struct Centred {
   const int16_t* src;
-  static constexpr bool kCentred = true;
+  [[maybe_unused]] static constexpr bool kCentred = true;
   int16_t sample(int y, int x) const { return at(src, 8 * y + x); }
   BlockRow row(int y) const { return load<BlockRow>(qelj::row(src, 16, y)); }
   // Rows i and 7 - i: 8 times their sum in the lower half, and 8 or 16 times their difference in the upper one, as the
@@ -28,7 +28,7 @@ struct Centred {
 struct LevelShifted {
   const uint8_t* src;
   int32_t step;
-  static constexpr bool kCentred = false;
+  [[maybe_unused]] static constexpr bool kCentred = false;
   int16_t sample(int y, int x) const { return int16_t(qelj::row(src, step, y)[x] - 128); }
   BlockRow row(int y) const { return simd::loadAs<BlockRow, uint8_t>(qelj::row(src, step, y)); }
   template <class V>
@@ -152,7 +152,7 @@ inline void ownForwardRows(const Saturating<WideRows> (&rows)[8], int16_t* dst, 
       store(row(dst, 16, k), ownQuantise<kAnyWhole>(ownForwardRows(rows[k].v, weights, round), loadRows(table, k)));
     } else {
       const WideRows x = k % 2 == 0 ? simd::lowBlocks(rows[k].v, rows[k2].v) : simd::highBlocks(rows[k].v, rows[k2].v);
-      const WideRows t = simd::join(load<BlockRow>(row(table, 16, k)), load<BlockRow>(row(table, 16, k2)));
+      const auto t = simd::join(load<BlockRow>(row(table, 16, k)), load<BlockRow>(row(table, 16, k2)));
       const WideRows quantised = ownQuantise<kAnyWhole>(ownForwardRows(x, weights, round), t);
       store(row(dst, 16, k), simd::lower(quantised)), store(row(dst, 16, k2), simd::upper(quantised));
     }

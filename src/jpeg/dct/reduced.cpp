@@ -189,16 +189,21 @@ inline WideRows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, c
 // The means of two or four neighbours among the samples of the whole transform, before its final shift. Every row that
 // counts is an argument, as there.
 
+// A sample of the upper half, even + odd, and the one that mirrors it, even - odd, with odd = e + timesCos4(h).
 template <class S>
-inline void ownColumnsToFour(S (&row)[4], S y0, S y1, S y2, S y3, S y5, S y6, S y7) {
+struct Mirrored {
+  S even, e, h;
+};
+template <class S>
+inline std::array<Mirrored<S>, 2> ownColumnsToFour(S y0, S y1, S y2, S y3, S y5, S y6, S y7) {
   const auto [e0, e1, e2, e3] = ownOddRows(y1, y3, y5, y7);
   const S g = (y2 + hi(y6, kTan2)) + (hi(y2, kTan2) - y6), z = y0 + y0;
-  const S evenTop = z + g, evenBottom = z - g;
-  const S oddTop = e0 + timesCos4(e1 + e3), oddBottom = e2 + timesCos4(e1 - e3);
-  row[0] = (evenTop + oddTop) >> 6;
-  row[1] = (evenBottom + oddBottom) >> 6;
-  row[2] = (evenBottom - oddBottom) >> 6;
-  row[3] = (evenTop - oddTop) >> 6;
+  return {{{z + g, e0, e1 + e3}, {z - g, e2, e1 - e3}}};
+}
+template <class S>
+inline std::pair<S, S> ownMirroredSamples(const Mirrored<S>& c) {
+  const S odd = c.e + timesCos4(c.h);
+  return {(c.even + odd) >> 6, (c.even - odd) >> 6};
 }
 
 template <class S>
@@ -237,23 +242,24 @@ void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
     // From here on the lanes 0, 1, 5 and 4 are the four columns; the others have no meaning.
     using S = Saturating<BlockRow>;
     const auto second = [](BlockRow v) { return S{as<int16_t>(as<uint64_t>(v) >> 32)}; };
-    S rows[4];
-    ownColumnsToFour(rows, S{top.even}, S{top.odd}, second(top.even), second(top.odd), S{bottom.odd},
-                     second(bottom.even), second(bottom.odd));
+    const auto [outer, inner] = ownColumnsToFour(S{top.even}, S{top.odd}, second(top.even), second(top.odd),
+                                                 S{bottom.odd}, second(bottom.even), second(bottom.odd));
+    // Both in one vector: rows 0 and 1, and rows 3 and 2.
     const auto two = [](S a, S b) {
-      return as<int16_t>(simd::shuffleTwo4<0, 2, 0, 2>(as<int32_t>(a.v), as<int32_t>(b.v)));
+      return S{as<int16_t>(simd::shuffleTwo4<0, 2, 0, 2>(as<int32_t>(a.v), as<int32_t>(b.v)))};
     };
-    constexpr uint8_t kColumns[16] = {0, 1, 3, 2, 4, 5, 7, 6, 8, 9, 11, 10, 12, 13, 15, 14};
-    const auto bytes = LevelShiftedOut::bytes(two(rows[0], rows[1]), two(rows[2], rows[3]));
+    const auto [rows01, rows32] =
+        ownMirroredSamples(Mirrored<S>{two(outer.even, inner.even), two(outer.e, inner.e), two(outer.h, inner.h)});
+    constexpr uint8_t kColumns[16] = {0, 1, 3, 2, 4, 5, 7, 6, 12, 13, 15, 14, 8, 9, 11, 10};
+    const auto bytes = LevelShiftedOut::bytes(rows01.v, rows32.v);
     const auto samples = as<uint32_t>(simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns)));
     simd::unroll<4>([&](auto y) { store(row(dst, dstStep, y), uint32_t(samples[int(y)])); });
   } else {
     Saturating<int16_t> y[8][4];
     for (const int k : {0, 1, 2, 3, 5, 6, 7}) ownReducedRow(src, table, k, y[k]);
     for (int x = 0; x < 4; ++x) {
-      Saturating<int16_t> column[4];
-      ownColumnsToFour(column, y[0][x], y[1][x], y[2][x], y[3][x], y[5][x], y[6][x], y[7][x]);
-      for (int k = 0; k < 4; ++k) y[k][x] = column[k];
+      const auto halves = ownColumnsToFour(y[0][x], y[1][x], y[2][x], y[3][x], y[5][x], y[6][x], y[7][x]);
+      for (int k = 0; k < 2; ++k) std::tie(y[k][x], y[3 - k][x]) = ownMirroredSamples(halves[size_t(k)]);
     }
     for (int i = 0; i < 16; ++i) LevelShiftedOut{dst, dstStep}.sample(i / 4, i % 4, y[i / 4][i % 4].v);
   }
