@@ -375,7 +375,7 @@ class PlaneDecoder {
         qeliFLCDecode4x4_JPEGXR_1u32s_C1IR(&flex.stream, &flex.bitBuffer, &flex.bitCount, block, rowStep,
                                            uint32_t(plain), int32_t(step << tile.trim), coded);
       };
-      // Which blocks are coded is a toss of a coin each: none is asked.
+      // Which blocks are coded is a toss of a coin each: without plain bits, only those that are get visited.
       clearHigh(plane, column, row);
       if (!plain) {
         for (uint32_t coded = pattern[p]; coded; coded &= coded - 1) take(blockAt(std::countr_zero(coded)));

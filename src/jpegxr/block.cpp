@@ -49,7 +49,7 @@ QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstSt
   if (auto s = check(bitsHeld(*stream.bitCount), require(scan, qelStatusContextMismatch)); s) return s;
 
   // Coefficients are written as they come: rows that are gathered first wait, when they are read, for the last of them
-  // to be stored, and what refines them waits with them. The DC is the caller's, but where a record leads a level to it.
+  // to be stored, and what refines them waits too. The DC is the caller's, but where a record leads a level to it.
   for (int c = 1; c < 4; ++c) put(dst, c, T(0));
   for (int r = 1; r < 4; ++r) std::memset(row(dst, dstStep, r), 0, 4 * sizeof(T));
   BlockDecoder<kBlock> decoder(stream, *state, chroma);

@@ -47,8 +47,8 @@ inline void adapt(VLCState& state, int entry, int32_t deltas) {
   state.discriminant2[entry] = addWrap<int32_t>(state.discriminant2[entry], (deltas - first) >> 8);
 }
 
-// The sums of a block's further indices and of its levels, each in context 0 and in context 1, as an encoder meets them:
-// in one register, as numbers of 16 bits.
+// The sums of a block's further indices and of its levels, each in context 0 and in context 1, as an encoder meets
+// them: in one register, as numbers of 16 bits.
 class Sums {
  public:
   void index(int16_t deltas, int context) { add(deltas, 2 * context); }
@@ -214,11 +214,13 @@ QELJ_INLINE uint32_t takeEscape(UnitReader& bits) {
   return (1u << length) + 2 + bits.take(length);
 }
 
+// In place of a number of coefficients, where the stream sends one behind place 15.
+inline constexpr int kStopped = 16;
+
 // Decoding is a chain in which each look waits for the length that the one before has found, and most branches are
 // tosses of a coin: what remains of them is whether a coefficient or a run follows. Refilling stays beside the chain.
 // What is taken between two refills fits the 56 bits: index, sign, level and run take up to 35 of them, and an escape,
 // which refills, leaves 18, enough for a run and the next look.
-inline constexpr int kStopped = 16;
 template <const BlockKind& kind>
 class BlockDecoder {
  public:
@@ -229,8 +231,7 @@ class BlockDecoder {
         next_(kind.next + kChromaStep * (chroma != 0)),
         runs_(looksOf<Runs>(state.decodeTable[kRunClass])) {}
 
-  // Hands the coefficients to store(place, level), levels with their sign and never 0. Returns their number, or kStopped
-  // when the stream sends a coefficient behind place 15.
+  // Hands the coefficients to store(place, level), levels with sign and never 0. Returns their number, or kStopped.
   template <class Store>
   QELJ_INLINE int decode(Store&& store) {
     const Look& look = looksOf<LongIndices>(state_.decodeTable2[first_])[bits_.peek(kDirectBits)];
