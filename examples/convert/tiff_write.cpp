@@ -62,6 +62,7 @@ class Sink : public RowSink {
         shape_(shape),
         tiled_(plan.tiles.first > 0),
         packs_(plan.compression == COMPRESSION_PACKBITS),
+        plain_(plan.compression == COMPRESSION_NONE),
         across_(tiled_ ? plan.tiles.first : shape.width),
         down_(tiled_ ? plan.tiles.second : std::clamp(65536 / shape.step(), 1, shape.height)),
         columns_((shape.width + across_ - 1) / across_),
@@ -162,6 +163,15 @@ class Sink : public RowSink {
     std::vector<uint8_t> scratch;
     size_t number = 0, begin = 0;
     for (int32_t y = first; y < end; ++y) {
+      if (const int32_t behind = std::min(y + down_, shape_.height); y % down_ == 0 && behind <= end) {
+        const Bytes whole = wholeStrip(rows, y, behind, packed, begin, number);
+        if (!whole.empty()) {
+          putSegment(const_cast<uint8_t*>(whole.data()), whole.size());
+          begin += whole.size(), number += size_t(behind - y);
+          y = behind - 1;
+          continue;
+        }
+      }
       for (int32_t column = 0; column < columns_; ++column, ++number) {
         Bytes bytes;
         if (packed) bytes = Bytes(packed->bytes).subspan(begin, packed->ends[number] - begin);
@@ -171,22 +181,32 @@ class Sink : public RowSink {
         const int repeated = tiled_ && y + 1 == shape_.height ? (down_ - shape_.height % down_) % down_ : 0;
         for (int i = 0; i <= repeated; ++i) segment.insert(segment.end(), bytes.begin(), bytes.end());
       }
-      if ((y + 1) % down_ == 0 || y + 1 == shape_.height) putSegments();
+      if ((y + 1) % down_ == 0 || y + 1 == shape_.height)
+        for (auto& segment : segments_) {
+          putSegment(segment.data(), segment.size());
+          segment.clear();
+        }
     }
   }
-  void putSegments() {
-    for (auto& segment : segments_) {
-      const auto putOne = packs_   ? tiled_ ? TIFFWriteRawTile : TIFFWriteRawStrip
-                          : tiled_ ? TIFFWriteEncodedTile
-                                   : TIFFWriteEncodedStrip;
-      file_->expect(putOne(*file_, index_++, segment.data(), tmsize_t(segment.size())) >= 0);
-      segment.clear();
-    }
+  // A strip as it lies in memory, where it does and libtiff leaves it as it is; else nothing.
+  Bytes wholeStrip(const Rows& rows, int32_t y, int32_t behind, const Pieces* packed, size_t begin,
+                   size_t number) const {
+    if (tiled_) return {};
+    if (packed) return Bytes(packed->bytes).subspan(begin, packed->ends[number + size_t(behind - y) - 1] - begin);
+    const bool changes = !plain_ || (shape_.bits == 16 && TIFFIsByteSwapped(*file_));
+    if (changes || !rows.inOnePiece(y, behind - y)) return {};
+    return {rows.row(y), size_t(behind - y) * pieceBytes_};
+  }
+  void putSegment(uint8_t* bytes, size_t count) {
+    const auto putOne = packs_   ? tiled_ ? TIFFWriteRawTile : TIFFWriteRawStrip
+                        : tiled_ ? TIFFWriteEncodedTile
+                                 : TIFFWriteEncodedStrip;
+    file_->expect(putOne(*file_, index_++, bytes, tmsize_t(count)) >= 0);
   }
 
   const std::shared_ptr<File> file_;
   const Shape shape_;
-  const bool tiled_, packs_;
+  const bool tiled_, packs_, plain_;
   const int32_t across_, down_, columns_;  // of a segment, and how many are side by side
   const size_t pieceBytes_;
   std::vector<Pieces> packed_;                  // by slot
