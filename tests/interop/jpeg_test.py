@@ -401,9 +401,9 @@ class JpegTest(InteropTest):
 
     # What no format here keeps is told by its name, once.
     def test_other_data_that_are_dropped(self):
-        plain = contents(convert(self.coffee, self.path("plain.jpg")))
         def segment(marker, data):
             return bytes([0xFF, marker]) + struct.pack(">H", 2 + len(data)) + data
+        plain = contents(convert(self.coffee, self.path("plain.jpg")))
         jpeg = self.file("told.jpg", plain[:20] + segment(0xFE, b"one") + segment(0xFE, b"two") + plain[20:])
         more = self.file("more.jpg", plain[:20] + segment(0xED, b"Photoshop 3.0\0more") +
                          segment(0xE1, b"http://ns.adobe.com/xap/1.0/\0<x/>") + plain[20:])
