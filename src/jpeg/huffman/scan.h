@@ -83,7 +83,6 @@ class AcValues {
   static constexpr int kMaxCategory = 16;
   explicit AcValues(const int16_t* block) : block_(block), set_(ownNonZero(block) & ~uint64_t(1)) {}
   uint64_t set() const { return set_; }
-  int count() const { return std::popcount(set_); }
   ValueCode operator[](int k) const { return ownValueCode(at(block_, kZigZag.natural[k])); }
 
  private:
@@ -95,7 +94,6 @@ class AcValues {
 struct AcNone {
   static constexpr int kMaxCategory = 0;
   static constexpr uint64_t set() { return 0; }
-  static constexpr int count() { return 0; }
   ValueCode operator[](int) const { return {}; }
 };
 
@@ -133,10 +131,8 @@ class AcBytes {
   explicit AcBytes(const AcVectors& ac) {
     using namespace simd;
     PackedBytes categories, bits;
-    uint64_t zeros = 0;
     for (int i = 0; i < kByteVectors; ++i) {
       const U8 magnitude = packU8(ac.magnitudes[2 * i], ac.magnitudes[2 * i + 1]);
-      zeros |= uint64_t(topBits(magnitude == 0)) << (kBytes * i);
       // By half byte; the larger of the two counts.
       static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
       static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
@@ -147,7 +143,6 @@ class AcBytes {
       const U8 negative = as<uint8_t>(packI8(ac.values[2 * i], ac.values[2 * i + 1]) < 0);
       bits[i] = magnitude ^ (negative & shuffleBytes(blockPattern(kOnes), categories[i]));
     }
-    count_ = std::popcount(~zeros);
     set_ = ~uint64_t(0);
     ownInZigZag(categories, [this](int k, U8 bytes) {
       store(categories_ + k, bytes);
@@ -155,10 +150,9 @@ class AcBytes {
     });
     ownInZigZag(bits, [this](int k, U8 bytes) { store(bits_ + k, bytes); });
   }
-  uint64_t set() const { return set_; }
-  int count() const {
-    if (count_ <= 0) __builtin_unreachable();
-    return count_;
+  uint64_t set() const {
+    if (set_ == 0) __builtin_unreachable();
+    return set_;
   }
   ValueCode operator[](int k) const {
     if (categories_[k] > kMaxCategory) __builtin_unreachable();
@@ -167,7 +161,6 @@ class AcBytes {
 
  private:
   uint64_t set_;
-  int count_;
   alignas(64) uint8_t categories_[64], bits_[64];
 };
 
@@ -193,13 +186,22 @@ constexpr uint64_t ownBand(int ss, int se) {
   return kFromLast ? ~uint64_t(0) >> ss & ~uint64_t(0) << (63 - se) : ~uint64_t(0) << ss & ~uint64_t(0) >> (63 - se);
 }
 
+// The band's coefficients, shifted: magnitudes in 32 bits, so that -32768 has one.
+inline auto ownShifted(uint32_t al) {
+  return [al](auto c) {
+    if constexpr (OneSample<decltype(c)>) return (c < 0 ? -c : c) >> al;
+    else return as<int16_t>(as<uint16_t>(absWrap(c)) >> uint16_t(al));
+  };
+}
+
 // What a refinement of the positions ss to se finds, magnitudes shifted by the point transform; position k is at bit
 // 63 - k.
 struct RefineSets {
-  uint64_t fresh = 0;     // magnitudes of 1, whose symbols are to come
-  uint64_t known = 0;     // larger ones: each has a bit to correct it,
-  uint64_t ones = 0;      // which is 1 for these
-  uint64_t positive = 0;  // not negative, of those above at least
+  uint64_t fresh = 0;        // magnitudes of 1, whose symbols are to come
+  uint64_t known = 0;        // larger ones, each of which has a bit to correct it
+  uint64_t positive = 0;     // not negative, of those above at least
+  uint64_t corrections = 0;  // the bits of the known ones, in order; the last one is bit 0
+  int knownCount = 0;
 
   RefineSets(const int16_t* block, int ss, int se, uint32_t al) {
     if constexpr (simd::kShuffles) {
@@ -216,7 +218,8 @@ struct RefineSets {
       for (int i = 0; i < kByteVectors; ++i)
         packed[i] = packU8(flags(kBytes * i, i == 0), flags(kBytes * i + kBytes / 2, false));
       if (isZero(any)) return;
-      ownInZigZag<true>(packed, [this](int i, U8 bytes) {
+      uint64_t ones = 0;
+      ownInZigZag<true>(packed, [&](int i, U8 bytes) {
         const auto bit = [&](int n) {
           return uint64_t(topBits(as<int8_t>(as<uint16_t>(bytes) << uint16_t(7 - n)))) << i;
         };
@@ -224,14 +227,17 @@ struct RefineSets {
       });
       const uint64_t band = ownBand<true>(ss, se);
       fresh = ones & ~known & band, known &= band, positive = ~positive;
+      corrections = extractBits(ones, known);
+      knownCount = std::popcount(known);
     } else {
-      for (int k = ss; k <= se; ++k) {
-        const int32_t c = at(block, kZigZag.natural[k]), magnitude = (c < 0 ? -c : c) >> al;
-        if (magnitude == 0) continue;
-        const uint64_t bit = uint64_t(1) << (63 - k);
-        (magnitude == 1 ? fresh : known) |= bit;
-        if (magnitude & 1) ones |= bit;
-        if (c >= 0) positive |= bit;
+      for (uint64_t set = ownScanSet<true>(block, ownShifted(al)) & ownBand<true>(ss, se); set;) {
+        const int k = std::countl_zero(set);
+        const int32_t c = at(block, kZigZag.natural[k]), magnitude = ownShifted(al)(c);
+        const uint64_t bit = uint64_t(1) << (63 - k), isKnown = magnitude > 1;
+        set ^= bit;
+        fresh |= bit & (isKnown - 1), known |= bit & (0 - isKnown), positive |= bit & (0 - uint64_t(c >= 0));
+        corrections = corrections << isKnown | (uint64_t(magnitude) & isKnown);
+        knownCount += int(isKnown);
       }
     }
   }

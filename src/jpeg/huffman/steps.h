@@ -45,10 +45,9 @@ template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
       if (auto s = sink.code(acTable, 0xF0); s) return s;
     return ownCodeValue<kMaxAc, hold>(sink, acTable, run, ac[k]);
   };
-  // By their number, which is known sooner than where they are: when the loop ends can't be foreseen.
-  for (int left = ac.count(); left > 0; left -= 2) {
+  while (set) {
     if (auto s = one(std::false_type()); s) return s;
-    if (left == 1) break;
+    if (!set) break;
     if (auto s = one(std::bool_constant<kHold>()); s) return s;
   }
   return next < 64 ? sink.code(acTable, 0) : qelStatusOk;
@@ -124,14 +123,6 @@ inline QelStatus ownStoreRefinedRun(Sink& sink, typename Sink::Table table, QelE
 }
 inline constexpr int kMaxRefinedRunBits = kMaxRunBits + int(sizeof(QelEncodeHuffmanState::correctionBits));
 
-// The band's coefficients, shifted: magnitudes in 32 bits, so that -32768 has one.
-inline auto ownShifted(uint32_t al) {
-  return [al](auto c) {
-    if constexpr (OneSample<decltype(c)>) return (c < 0 ? -c : c) >> al;
-    else return as<int16_t>(as<uint16_t>(absWrap(c)) >> uint16_t(al));
-  };
-}
-
 // The coefficients that count in the first scan of a band.
 inline uint64_t ownFirstSet(const int16_t* src, int ss, int se, uint32_t al) {
   return ownScanSet(src, ownShifted(al)) & ownBand(ss, se);
@@ -162,9 +153,8 @@ inline constexpr int kMaxFirstBits = kMaxRunBits + 63 * 32 + 3 * 16;
 inline void ownExtendRefinedRun(const RefineSets& sets, int done, QelEncodeHuffmanState* state) {
   state->eobRun += 1;
   if (sets.known == 0) return;
-  const int count = std::popcount(sets.known) - done;
-  const uint64_t bits = simd::extractBits(sets.ones, sets.known);
-  ownSpreadBits(state->correctionBits + state->correctionCount, bits << 1 << (63 - count));
+  const int count = sets.knownCount - done;
+  ownSpreadBits(state->correctionBits + state->correctionCount, sets.corrections << 1 << (63 - count));
   state->correctionCount += count;
 }
 
@@ -176,15 +166,13 @@ template <class Sink>
   if (sets.fresh || ownRefinedRunIsFull(state))
     if (auto s = ownStoreRefinedRun(sink, table, state); s) return s;
 
-  const int all = std::popcount(sets.known);
-  const uint64_t bits = simd::extractBits(sets.ones, sets.known);
   int first = ss, done = 0;  // the position behind the last symbol's, and the correction bits in front of that
   // The bits up to a position come behind its symbol.
   const auto correct = [&](int k) QELJ_INLINE_LAMBDA {
     const int before = std::popcount(sets.known >> (64 - k)), count = before - done;
     first = k + 1;
     done = before;
-    return sink.corrections(bits >> (all - before), count);
+    return sink.corrections(sets.corrections >> (sets.knownCount - before), count);
   };
   for (uint64_t fresh = sets.fresh; fresh;) {
     const int k = std::countl_zero(fresh);
