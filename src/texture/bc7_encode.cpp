@@ -6,8 +6,8 @@
 // indices are the nearest points on the line, end-points the least-squares solution for the indices, p-bits those whose
 // rounded end-points are nearest. Shapes are ranked by the error that the best lines through their subsets would leave.
 //
-// The lanes of a vector are blocks of one kind, which are gathered until there are as many as lanes: no step moves lanes,
-// sums them or fills but a part of them, and what one block waits for is done for all.
+// The lanes of a vector are blocks of one kind, which are gathered until there are as many as lanes: no step moves
+// lanes, sums them or fills but a part of them, and what one block waits for is done for all.
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -88,8 +88,7 @@ struct Queue {
   }
 };
 
-// What belongs to pixels i and i + 8 lies in the halves of a lane where that is a pair. This one has the lower halves of
-// a and b.
+// A pair has what belongs to pixels i and i + 8 in the halves of a lane. This one has the lower halves of a and b.
 QELJ_INLINE I pairOf(I a, I b) { return as<I>(simd::evenAndOdd(as<int16_t>(a), as<int16_t>(b << 16))); }
 
 // The pixels of a queue in the forms that fits take.
