@@ -235,7 +235,7 @@ struct EndPointLanes {
   alignas(32) Step steps[kSteps] = {};
   alignas(32) uint16_t sign[16] = {};  // the top bit of a difference
   alignas(32) uint16_t base[16] = {};  // a mask: what end-point 0 is added to
-  // The same in all lanes. (Compilers take two shuffles for each, and for such constants as are not in a table of modes.)
+  // The same in all lanes. (Constants that are not in a table of modes compilers make anew in each block, by shuffles.)
   alignas(32) uint16_t half[16] = {};       // half of what stands for 1
   alignas(32) uint16_t most[2][16] = {};    // what stands for the largest value [signed]
   alignas(32) uint16_t share[2][16] = {};   // of 65536, for the pattern of a half [signed]

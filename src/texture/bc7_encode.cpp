@@ -6,8 +6,8 @@
 // indices are the nearest points on the line, end-points the least-squares solution for the indices, p-bits those whose
 // rounded end-points are nearest. Shapes are ranked by the error that the best lines through their subsets would leave.
 //
-// The lanes of a vector are blocks of one kind, which are gathered until there are as many as lanes: no step moves lanes,
-// sums them or fills but a part of them, and what one block waits for is done for all.
+// The lanes of a vector are blocks of one kind, which are gathered until there are as many as lanes: no step moves
+// lanes, sums them or fills but a part of them, and what one block waits for is done for all.
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -88,8 +88,7 @@ struct Queue {
   }
 };
 
-// What belongs to pixels i and i + 8 lies in the halves of a lane where that is a pair. This one has the lower halves of
-// a and b.
+// A pair has what belongs to pixels i and i + 8 in the halves of a lane. This one has the lower halves of a and b.
 QELJ_INLINE I pairOf(I a, I b) { return as<I>(simd::evenAndOdd(as<int16_t>(a), as<int16_t>(b << 16))); }
 
 // The pixels of a queue in the forms that fits take.
@@ -243,6 +242,7 @@ struct EndPoint {
 template <int kBits, PBits kPBits, int kChannels>
 QELJ_INLINE void quantise(const F (&line)[2][kChannels], EndPoint<kChannels> (&ends)[2]) {
   constexpr int kAll = kBits + (kPBits == PBits::none ? 0 : 1);
+  constexpr bool kChoice = kPBits == PBits::shared || kPBits == PBits::each;
   constexpr auto expand = [](auto v) {
     if constexpr (kAll == 8) return v;
     else return v << (8 - kAll) | v >> (2 * kAll - 8);
@@ -259,7 +259,7 @@ QELJ_INLINE void quantise(const F (&line)[2][kChannels], EndPoint<kChannels> (&e
         ends[e].expanded[c] = expand(ends[e].fields[c]);
         continue;
       }
-      F error[2];
+      F error[2]{};
       for (int p = kPBits == PBits::ones ? 1 : 0; p < 2; ++p) {
         // (With p = 1, half below the lowest rounds to even, 0, and nothing is above the largest.)
         with[e][p][c] = roundToInt((scaled - all<F>(float(p))) * all<F>(0.5f));
@@ -270,8 +270,8 @@ QELJ_INLINE void quantise(const F (&line)[2][kChannels], EndPoint<kChannels> (&e
       gains[c] = error[0] - error[1];
     }
     // Colours alone count with an alpha of 0, which p = 1 would not keep.
-    if constexpr (kChannels == 3) gains[3] = all<F>(-float(expand(1) * expand(1)));
-    if constexpr (kChannels >= 3) gain[e] = channelSum<4>([&](int c) QELJ_INLINE_LAMBDA { return gains[c]; });
+    if constexpr (kChoice && kChannels == 3) gains[3] = all<F>(-float(expand(1) * expand(1)));
+    if constexpr (kChoice) gain[e] = channelSum<4>([&](int c) QELJ_INLINE_LAMBDA { return gains[c]; });
   }
   if constexpr (kPBits == PBits::shared) gain[0] = gain[1] = gain[0] + gain[1];
   if constexpr (kPBits != PBits::none)

@@ -3,7 +3,9 @@
 #include <array>
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <set>
+#include <vector>
 
 #include "qelj.h"
 #include "support/random.h"
@@ -83,6 +85,30 @@ TEST(Bc7Encode, FindsTheModeThatFits) {
   EXPECT_GT(own.psnr(), 54.1);
   EXPECT_TRUE(opaque.took(1) && opaque.took(3) && opaque.took(6) && transparent.took(7));
   EXPECT_TRUE(own.took(4) || own.took(5));
+}
+
+// Blocks of a kind wait for one another; where they go, and what they become, must not depend on that.
+TEST(Bc7Encode, BlocksOfAnImageAreThoseOfEachAlone) {
+  Random random;
+  for (int round = 0; round < 60; ++round) {
+    const int across = int(random.in(1, 50)), down = int(random.in(1, 3)), step = 16 * across;
+    std::vector<uint8_t> image(size_t(4 * down * step)), blocks(size_t(16 * across * down));
+    for (int b = 0; b < across * down; ++b) {
+      const bool opaque = random.chance(50), flat = random.chance(20);
+      const int64_t base = random.in(0, 200), span = flat ? 0 : random.chance(50) ? 3 : 50;
+      for (int i = 0; i < 64; ++i)
+        image[size_t((b / across * 4 + i / 16) * step + b % across * 16 + i % 16)] =
+            uint8_t(i % 4 == 3 && opaque ? 255 : base + random.in(0, span));
+    }
+    const QelSize size{4 * across, 4 * down};
+    ASSERT_EQ(qelStatusOk, qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(image.data(), step, size, blocks.data()));
+    for (int b = 0; b < across * down; ++b) {
+      uint8_t alone[16];
+      const uint8_t* from = &image[size_t(b / across * 4 * step + b % across * 16)];
+      ASSERT_EQ(qelStatusOk, qeliTextureEncodeBlock4x4FromRGBA_BC7_8u_C4C1R(from, step, {4, 4}, alone));
+      ASSERT_EQ(0, std::memcmp(alone, &blocks[size_t(16 * b)], 16)) << b;
+    }
+  }
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 //   kBytePairs whether sums of products of pairs of bytes are an instruction; where they are several, other ways are as
 //              good
 //   kSplits    whether vectors wider than the processor's are halved in front of its forms; on x86-64 compilers lower the
-//              definitions with fewer instructions, which encoding BC7 shows
+//              definitions with fewer instructions
 #ifndef QELJ_FRAME_SIMD_FAMILY_H
 #define QELJ_FRAME_SIMD_FAMILY_H
 

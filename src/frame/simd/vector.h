@@ -31,7 +31,7 @@ using I64 = Vec<int64_t>;
 using F32 = Vec<float>;
 template <class T>
 using Wide = Vec<T, kWideBytes>;
-// Of 16 and of 32 bytes in every image.
+// Of 16 bytes in every image.
 using U8x16 = Vec<uint8_t, 16>;
 using U16x8 = Vec<uint16_t, 16>;
 using I16x8 = Vec<int16_t, 16>;
@@ -39,10 +39,6 @@ using U32x4 = Vec<uint32_t, 16>;
 using I32x4 = Vec<int32_t, 16>;
 using F32x4 = Vec<float, 16>;
 using U64x2 = Vec<uint64_t, 16>;
-using U8x32 = Vec<uint8_t, 32>;
-using I16x16 = Vec<int16_t, 32>;
-using I32x8 = Vec<int32_t, 32>;
-using F32x8 = Vec<float, 32>;
 
 template <class V>
 concept Vector = !std::is_scalar_v<V> && requires(V v) {
