@@ -7,6 +7,7 @@
 #include "frame/lanes.h"
 #include "frame/rows.h"
 #include "frame/ycbcr_weights.h"
+#include "jpeg2000/transform/groups.h"
 #include "jpeg2000/transform/half_sum.h"
 
 namespace qelj {
@@ -166,13 +167,13 @@ struct ThreePlanes {
   ThreePlanes(T* const* p, ptrdiff_t s) : plane{p[0], p[1], p[2]}, step(s) {}
   struct Line {
     T *a, *b, *c;
-    template <class V>
-    Three<V> get(ptrdiff_t x) const {
-      return {load<V>(offset(a, x)), load<V>(offset(b, x)), load<V>(offset(c, x))};
+    template <class V, class Memory = Whole<V>>
+    Three<V> get(ptrdiff_t x, Memory memory = {}) const {
+      return {memory.load(offset(a, x)), memory.load(offset(b, x)), memory.load(offset(c, x))};
     }
-    template <class V>
-    void set(ptrdiff_t x, Three<V> v) const {
-      store(offset(a, x), v.a), store(offset(b, x), v.b), store(offset(c, x), v.c);
+    template <class V, class Memory = Whole<V>>
+    void set(ptrdiff_t x, Three<V> v, Memory memory = {}) const {
+      memory.store(offset(a, x), v.a), memory.store(offset(b, x), v.b), memory.store(offset(c, x), v.c);
     }
   };
   Line operator[](ptrdiff_t y) const {
@@ -212,6 +213,13 @@ struct TriplePixels {
 
 template <class Transform, class T, class SrcRow, class DstRow>
 void ownComponentRow(const SrcRow src, const DstRow dst, int32_t width) {
+  if constexpr (simd::kMasks && std::is_same_v<SrcRow, DstRow>) {  // planes in place
+    return coverByGroups<T>(width, [&](ptrdiff_t i, auto memory) QELJ_INLINE_LAMBDA {
+      using V = decltype(memory.load(nullptr));
+      const auto in = src.template get<V>(i, memory);
+      dst.template set<V>(i, Transform::apply(in.a, in.b, in.c), memory);
+    });
+  }
   ptrdiff_t x = 0;
   if constexpr (simd::kEnabled) {
     using V = simd::Vec<T>;

@@ -253,14 +253,15 @@ inline V rounded14(W even, W odd) {
 }
 // (c * a + c * b + 8192) >> 14, likewise. With 14 bits even alpha, -1.59, fits the 16-bit factors of a multiply-add of
 // pairs, which is what vectors have. Along a row b is a, one lane ahead: then the pairs of a's lanes are those of the
-// even sums as they are, and b's those of the odd ones.
+// even sums as they are, and b's those of the odd ones. (Where a blend of both is no instruction, it is dearer than to
+// unpack and pack.)
 template <bool alongRow, int32_t c, class V>
 inline V productOfSum14(V a, V b) {
   if constexpr (OneSample<V>) {
     return V((c * (int32_t(a) + b) + 8192) >> 14);
   } else {
     const auto sums = [](V pairs) { return simd::mulAddPairs(pairs, simd::pairs<V>(c, c)); };
-    if constexpr (alongRow) return rounded14<V>(sums(a), sums(b));
+    if constexpr (alongRow && simd::kShuffles) return rounded14<V>(sums(a), sums(b));
     const auto lanes = [&](V pairs) { return (sums(pairs) + 8192) >> 14 & 0xFFFF; };
     return as<V>(simd::packU16(lanes(simd::unpackLow(a, b)), lanes(simd::unpackHigh(a, b))));
   }
@@ -270,7 +271,7 @@ template <int32_t c, class V>
 inline V product14(V a) {
   if constexpr (OneSample<V>) {
     return V((c * int32_t(a) + 8192) >> 14);
-  } else if constexpr (!simd::kShuffles) {  // a blend is three operations, and unpacking one
+  } else if constexpr (!simd::kShuffles) {
     const auto lanes = [](V pairs) { return simd::mulAddPairs(pairs, simd::pairs<V>(c, 8192)) >> 14 & 0xFFFF; };
     const V one = all<V>(1);
     return as<V>(simd::packU16(lanes(simd::unpackLow(a, one)), lanes(simd::unpackHigh(a, one))));

@@ -21,6 +21,7 @@
 
 #include "frame/arith.h"
 #include "frame/lanes.h"
+#include "jpeg2000/transform/groups.h"
 
 namespace qelj::jpeg2000::lifting {
 
@@ -55,45 +56,6 @@ struct Range {
 
 // --- element by element over rows, columns' rows, or the halves of a line ----------------------------------
 
-// Where a group of samples lies in memory: V's lanes, or the first of them, others being 0.
-template <class V>
-struct Whole {
-  QELJ_INLINE V load(const Lane<V>* p) const { return qelj::load<V>(p); }
-  QELJ_INLINE void store(Lane<V>* p, V v) const { qelj::store(p, v); }
-};
-template <class V>
-struct First {
-  int count;
-  QELJ_INLINE V load(const Lane<V>* p) const { return simd::loadFirst<V>(p, count); }
-  QELJ_INLINE void store(Lane<V>* p, V v) const { simd::storeFirst(p, v, count); }
-};
-
-// Calls group(i, Whole or First) for groups that together are the samples 0 .. count - 1. A kernel that changes samples
-// in place can't have a last vector that overlaps the one before. With masks it has one of the first lanes, of which there
-// are as few as can be: what is stored by a mask can be loaded again only when it has left for the cache, and rows of a
-// small tile are.
-template <class T, class Group>
-QELJ_INLINE void coverByGroups(ptrdiff_t count, Group group) {
-  ptrdiff_t i = 0;
-  [[maybe_unused]] const auto groups = [&]<class V>(Whole<V> whole) QELJ_INLINE_LAMBDA {
-    constexpr auto kStep = ptrdiff_t(sizeof(V) / sizeof(T));
-    for (; i + kStep <= count; i += kStep) group(i, whole);
-  };
-  if constexpr (simd::kMasks) {
-    const auto oneGroup = [&]<class V>(Whole<V> whole) QELJ_INLINE_LAMBDA {
-      if (i + simd::kLanes<V> <= count) group(i, whole), i += simd::kLanes<V>;
-    };
-    using H = simd::Vec<T, 16>;
-    groups(Whole<simd::Wide<T>>());
-    oneGroup(Whole<simd::Vec<T>>());
-    oneGroup(Whole<H>());
-    if (i < count) group(i, First<H>{int(count - i)});
-  } else {
-    if constexpr (simd::kEnabled) groups(Whole<simd::Vec<T>>());
-    groups(Whole<T>());
-  }
-}
-
 // dst[i] = operation(src[0][i], src[1][i], ...), where dst may be any of the sources.
 template <class T, class Operation, class... Source>
 inline void apply(ptrdiff_t count, Operation operation, T* dst, const Source*... src) {
@@ -117,9 +79,9 @@ inline void applyFinish(ptrdiff_t count, typename Filter::Sample* dst, const typ
 }
 
 // All stages of one step down the columns, in one pass. Row 0 is the newest row (of A) and row j the one j positions
-// before it. Stage t changes row t by rows t + 1 and t - 1; then row kStages + 1 is finished. Rows 0 to kStages + 1 are
-// read at `src` and their new values written at `dst`; dst[j] may be src[j]. (Inline, as a copy of pointers that have just
-// been stored one by one would wait for them.)
+// before it. Stage t changes row t by rows t + 1 and t - 1; then row kStages + 1 is finished. Rows 0 to kStages + 1
+// are read at `src` and their new values written at `dst`; dst[j] may be src[j]. (Inline, as a copy of pointers that
+// have just been stored one by one would wait for them.)
 template <class Filter>
 inline constexpr int kStepRows = Filter::kStages + 2;
 

@@ -140,8 +140,8 @@ QELJ_INLINE ptrdiff_t inside(ptrdiff_t i, int first, ptrdiff_t length) {
   return i;
 }
 
-// Asks for memory some way behind p before `bytes` of it are written: a store that finds its cache line far away, or two
-// lines where it is not aligned, holds up those behind it. What lies behind a line is not touched, only fetched.
+// Asks for memory some way behind p before `bytes` of it are written: a store that finds its cache line far away, or
+// two lines where it is not aligned, holds up those behind it. What lies behind a line is not touched, only fetched.
 QELJ_INLINE void fetchAhead(const void* p, int bytes) {
   constexpr int kAhead = 512, kLine = 64;
   for (int i = 0; i < bytes; i += kLine) __builtin_prefetch(static_cast<const char*>(p) + kAhead + i, 1);
@@ -380,14 +380,16 @@ QELJ_INLINE void ownLiftPieces(const Source& src, const Target& dst, ptrdiff_t a
 // --- stage by stage ----------------------------------------------------------------------------------------
 
 // ownLiftRange() by pieces that wait in the first-level cache between all stages. Neighbours are unaligned loads then,
-// where registers need shuffles, and a stage has all registers for its products. It goes on to the end of the last vector:
-// a product along a row asks for whole ones.
+// where registers need shuffles, and a stage has all registers for its products. It goes on to the end of the last
+// vector, for a product along a row asks for whole ones; short lines would rather not wait for what is stored there
+// one by one.
 template <class Filter, class V, int lead, Ends ends, class Source, class Target>
 QELJ_INLINE void ownLiftStages(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount, ptrdiff_t from,
                                ptrdiff_t aTo, ptrdiff_t bTo) {
   using T = typename Filter::Sample;
   constexpr int S = Filter::kStages;
   constexpr ptrdiff_t n = kGroup<V>, kLength = 512;
+  constexpr bool kWhole = simd::kShuffles;  // elsewhere lines of any length come here
   // Here B[j] stands between A[j] and A[j + 1], A[0] and B[0] being samples i - S / 2 and i - S / 2 + lead of their
   // bands. Each stage lacks one sample more.
   T a[kLength + S + n], b[kLength + S + n];
@@ -412,9 +414,9 @@ QELJ_INLINE void ownLiftStages(const Source& src, const Target& dst, ptrdiff_t a
     for (; j < stop; ++j) load(j, static_cast<T*>(nullptr));
     for (; j < end; ++j) mirrored(j);
     put(a, j - first, Filter::start(src.sampleOfA(j)));
-    store(offset(a, j + 1 - first), V{}), store(offset(b, j - first), V{});
+    if constexpr (kWhole) store(offset(a, j + 1 - first), V{}), store(offset(b, j - first), V{});
 
-    const auto whole = [](ptrdiff_t length) { return (length + n - 1) / n * n; };
+    const auto whole = [](ptrdiff_t length) { return kWhole ? (length + n - 1) / n * n : length; };
     applyStage<Filter, 1>(whole(count + S - 1), b, b, a, a + 1);
     if constexpr (S == 4) {
       applyStage<Filter, 2>(whole(count + 2), a + 1, a + 1, b, b + 1);
@@ -440,9 +442,9 @@ QELJ_INLINE void ownLiftStages(const Source& src, const Target& dst, ptrdiff_t a
 
 // --- lines of any length -----------------------------------------------------------------------------------
 
-// ownLiftRange() in one pass, two, or one a stage, whichever is faster: pieces cost a start of their own. Where there are 32
-// registers, the stages of 32-bit samples find enough; those of 16 bits take more to move lanes. Without instructions that
-// move integers from lane to lane, four stages of them are faster one by one at any length.
+// ownLiftRange() in one pass, two, or one a stage, whichever is faster: pieces cost a start of their own. Where there
+// are 32 registers, the stages of 32-bit samples find enough; those of 16 bits take more to move lanes. Without
+// instructions that move integers from lane to lane, four stages of them are faster one by one at any length.
 template <class Filter, class V, int lead, Ends ends, class Source, class Target>
 QELJ_INLINE void ownLiftGroups(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount, ptrdiff_t from,
                                ptrdiff_t aTo, ptrdiff_t bTo) {
@@ -457,8 +459,8 @@ QELJ_INLINE void ownLiftGroups(const Source& src, const Target& dst, ptrdiff_t a
   ownLiftRange<Filter, V, lead>(src, dst, aCount, from, aTo, bTo);
 }
 
-// The fewest samples a band that vectors serve: behind as many at either end as there are stages, nothing depends on a form
-// of the ends.
+// The fewest samples a band that vectors serve: behind as many at either end as there are stages, nothing depends on a
+// form of the ends.
 template <class Filter>
 inline constexpr ptrdiff_t kEnd = HasEnds<Filter> ? Filter::kStages : 0;
 template <class Filter, class V>
@@ -468,7 +470,8 @@ inline constexpr ptrdiff_t kFewest = 2 * kEnd<Filter> + kGroup<V>;
 template <class Filter, class V, int lead, Ends ends, class Source, class Target>
 QELJ_INLINE void ownLiftLine(const Source& src, const Target& dst, ptrdiff_t aCount, ptrdiff_t bCount) {
   using T = typename Filter::Sample;
-  if (!simd::kEnabled || std::min(aCount, bCount) < kFewest<Filter, V>)
+  // (A filter with ends has bands of one length.)
+  if (!simd::kEnabled || (HasEnds<Filter> ? aCount : std::min(aCount, bCount)) < kFewest<Filter, V>)
     return ownLiftRange<Filter, T, lead>(src, dst, aCount, 0, aCount, bCount);
   if constexpr (simd::kEnabled && HasEnds<Filter>) {
     constexpr ptrdiff_t from = kEnd<Filter>;
@@ -498,9 +501,9 @@ template <class Filter, Ends ends, class V, class T = typename Filter::Sample>
   });
 }
 
-// The same by the widest vectors that a line has room for: between special ends, for two of them, as it takes long to begin
-// a last one that overlaps the first. Short lines have functions of their own, without what wide vectors need at the start
-// of one.
+// The same by the widest vectors that a line has room for: between special ends, for two of them, as it takes long to
+// begin a last one that overlaps the first. Short lines have functions of their own, without what wide vectors need at
+// the start of one.
 template <class Filter>
 constexpr bool hasRoomForWide(ptrdiff_t lows, ptrdiff_t highs) {
   using V = simd::Wide<typename Filter::Sample>;
