@@ -40,7 +40,7 @@ Field longField(unsigned tag, uint32_t value);
 
 struct Exif {
   std::vector<Field> picture, taken, place;  // directories: of the picture, of how it was taken and where
-  std::vector<const char*> others{};         // what else is in the first one, as Metadata has it
+  std::vector<const char*> others;           // what else is in the first one, as Metadata has it
 
   const Field* find(unsigned tag) const;  // in the first one
 };

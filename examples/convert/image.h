@@ -47,10 +47,10 @@ struct Density {
 
 // What belongs to a picture beside its samples.
 struct Metadata {
-  std::vector<uint8_t> profile{};     // of its colours (ICC)
-  std::vector<uint8_t> exif{};        // the TIFF structure of EXIF data, from its byte order on
-  Density density{};                  // as the file itself tells it: EXIF data may tell one, too (see exif.h)
-  std::vector<const char*> others{};  // what the file has that no format here keeps, such as "comments"
+  std::vector<uint8_t> profile;     // of its colours (ICC)
+  std::vector<uint8_t> exif;        // the TIFF structure of EXIF data, from its byte order on
+  Density density{};                // as the file itself tells it: EXIF data may tell one, too (see exif.h)
+  std::vector<const char*> others;  // what the file has that no format here keeps, such as "comments"
 };
 // Whether a profile says that it is of such colours.
 bool isProfileOf(const std::vector<uint8_t>& profile, Colour colour);

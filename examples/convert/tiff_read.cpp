@@ -187,8 +187,7 @@ class Source : public RowSource {
     // Each plane goes on where it was.
     while (files_.size() < size_t(p_.planes())) files_.push_back(std::make_unique<File>(contents, directory));
     runs_.resize(files_.size());
-    if (!p_.packBits() && uint64_t(TIFFScanlineSize64(in())) > p_.rowBytes())
-      throw Error("rows of this kind can't be read");
+    if (!p_.packBits() && TIFFScanlineSize64(in()) > p_.rowBytes()) throw Error("rows of this kind can't be read");
   }
 
   bool isLast() { return TIFFLastDirectory(in()); }
