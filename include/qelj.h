@@ -1349,7 +1349,7 @@ QELJ_API QelStatus qeliEncodeHuffmanStateFree_JPEG_8u(QelEncodeHuffmanState* sta
  * reports it. Nothing behind the last byte is touched. *dstBitPos is not checked: give 0 or more,
  * with the 513 bytes in front of bit 2^31.
  *   qelStatusNullPointer        a pointer is null
- *   qelStatusJpegHuffTable      a record that no Init made holds codes of more than 16 bits; dst stays as it is
+ *   qelStatusJpegHuffTable      codes of more than 16 bits, in a record that no Init made; dst is not written
  * @endcode
  * @{
  */
