@@ -305,7 +305,8 @@ class InstallTest(unittest.TestCase):
                    glob.glob(f"{first}/qelj/CMakeFiles/qelj.dir/src/{folder}/*.o")]
         self.assertGreater(len(objects), 4)
         self.setUp()
-        shutil.copytree(SOURCE, os.path.join(self.work, "qelj"), ignore=shutil.ignore_patterns("build", ".*", "tests"))
+        shutil.copytree(SOURCE, os.path.join(self.work, "qelj"),
+                        ignore=shutil.ignore_patterns("build", "out", ".*", "tests"))
         self.configure(blocks[1], "quite/another/place",
                        "-DCMAKE_C_COMPILER_LAUNCHER= -DCMAKE_CXX_COMPILER_LAUNCHER=")
         self.run_here(f"ninja -C quite/another/place qelcore {' '.join(objects)}")
