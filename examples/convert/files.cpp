@@ -29,16 +29,6 @@ class Descriptor {
   int fd_;
 };
 
-bool writeAll(int fd, Bytes bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    bytes = bytes.subspan(size_t(n));
-  }
-  return true;
-}
-
 // Where a path's links lead to; the path itself where there is no file yet.
 std::string targetOf(const std::string& path) {
   const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), std::free);
@@ -144,34 +134,6 @@ FileOutput::~FileOutput() {
   if (temporary_.empty()) return;
   ::unlink(temporary_.c_str());
   unwatch();
-}
-
-void FileOutput::fail(const char* what) const { throw Error(what + reason()); }
-
-void FileOutput::put(Bytes bytes) {
-  constexpr size_t kAtOnce = 1 << 16;
-  size_ += bytes.size();
-  if (waits_ || waiting_.size() + bytes.size() < kAtOnce) {
-    waiting_.insert(waiting_.end(), bytes.begin(), bytes.end());
-    return;
-  }
-  flush();
-  if (!writeAll(fd_, bytes)) fail("can't be written: ");
-}
-
-void FileOutput::patch(size_t at, Bytes bytes) {
-  if (!waits_) flush();
-  const size_t written = size_ - waiting_.size();
-  if (at >= written) {
-    std::copy(bytes.begin(), bytes.end(), waiting_.begin() + ptrdiff_t(at - written));
-  } else if (::lseek(fd_, off_t(at), SEEK_SET) < 0 || !writeAll(fd_, bytes) || ::lseek(fd_, 0, SEEK_END) < 0) {
-    fail("can't be written: ");
-  }
-}
-
-void FileOutput::flush() {
-  if (!writeAll(fd_, waiting_)) fail("can't be written: ");
-  waiting_.clear();
 }
 
 void FileOutput::finish() {

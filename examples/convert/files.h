@@ -76,6 +76,9 @@ class FileOutput : public Destination {
   size_t size_ = 0;
 };
 
+// All of the bytes to a descriptor; false, and errno, where that fails.
+bool writeAll(int fd, Bytes bytes);
+
 }  // namespace qelconv
 
 #endif

@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -16,16 +15,6 @@ namespace qelconv {
 namespace {
 
 std::string reason() { return std::strerror(errno); }
-
-bool writeAll(int fd, Bytes bytes) {
-  constexpr size_t kAtOnce = 1 << 20;
-  while (!bytes.empty()) {
-    const int n = ::write(fd, bytes.data(), unsigned(std::min(bytes.size(), kAtOnce)));
-    if (n <= 0) return false;
-    bytes = bytes.subspan(size_t(n));
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -72,25 +61,6 @@ FileOutput::FileOutput(const std::string& path) {
 FileOutput::~FileOutput() {
   if (fd_ > STDERR_FILENO) ::close(fd_);
   if (!temporary_.empty()) ::unlink(temporary_.c_str());
-}
-
-void FileOutput::fail(const char* what) const { throw Error(what + reason()); }
-
-void FileOutput::put(Bytes bytes) {
-  size_ += bytes.size();
-  if (waits_) waiting_.insert(waiting_.end(), bytes.begin(), bytes.end());
-  else if (!writeAll(fd_, bytes)) fail("can't be written: ");
-}
-
-void FileOutput::patch(size_t at, Bytes bytes) {
-  if (waits_) std::copy(bytes.begin(), bytes.end(), waiting_.begin() + ptrdiff_t(at));
-  else if (::_lseeki64(fd_, int64_t(at), SEEK_SET) < 0 || !writeAll(fd_, bytes) || ::_lseeki64(fd_, 0, SEEK_END) < 0)
-    fail("can't be written: ");
-}
-
-void FileOutput::flush() {
-  if (!writeAll(fd_, waiting_)) fail("can't be written: ");
-  waiting_.clear();
 }
 
 void FileOutput::finish() {

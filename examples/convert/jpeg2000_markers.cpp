@@ -319,7 +319,7 @@ class Parser {
 // Begins the box with EXIF data, as the programs that put them into JP2 files agree on.
 constexpr std::string_view kExifBox = "JpgTiffExif->JP2";
 
-// The first specification of a method that is known counts (I.5.3.3).
+// The first colour box whose method is known counts (I.5.3.3).
 void readColour(Reader& body, Jp2Header& header) {
   if (header.colourSpace || !header.metadata.profile.empty()) return;
   const int method = body.u8();
