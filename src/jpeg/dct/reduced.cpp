@@ -28,12 +28,13 @@ template <int kSize>
 void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   const LevelShiftedOut destination{dst, dstStep};
   if constexpr (simd::kEnabled) {
+    const auto& weights = fromMemory(kInverseWeights);
     Saturating<BlockRow> y[4] = {{}, {}, {all<BlockRow>(emptyRow(2))}, {}}, rows[8];
     simd::unroll<kSize / kRows>([&](auto i) {
       constexpr int k = i * kRows;
       WideRows x = ownDequantiseRows(src, table, k);
       if constexpr (kSize == 2) x = as<int16_t>(as<uint64_t>(x) & 0xFFFFFFFFu);
-      splitRows(inOrder(ownInverseRows<4>(x, kInverseWeights[i])), y + k);
+      splitRows(inOrder(ownInverseRows<4>(x, weights[i])), y + k);
     });
     constexpr Zero zero;
     if constexpr (kSize == 2) ownInverseColumns(rows, y[0], y[1], y[2], zero, zero, zero, zero, zero);
@@ -215,16 +216,22 @@ inline void ownColumnsToTwo(S (&row)[2], S y0, S y1, S y3, S y5, S y7) {
   row[1] = (z - d) >> 7;
 }
 
+// Lane n of each half, in lane 0 of the half. A rotation where there is one: of shifts, a processor has fewer units.
+template <int n>
+inline Saturating<BlockRow> fromLane(Saturating<BlockRow> v) {
+  if constexpr (!simd::kShuffles) return {as<int16_t>(as<uint64_t>(v.v) >> (16 * n))};
+  else return {simd::shuffle8<n, n + 1, n + 2, n + 3, n + 4, (n + 5) % 8, (n + 6) % 8, (n + 7) % 8>(v.v)};
+}
+
 // The same of two columns as vectors: y0 stands in lane 0 of each half, and y1, y3, y5, y7 in the four lanes of each
 // half of y; results stand in lane 0 of each half. It saves half of the operations on whole lanes of rows.
 inline void ownColumnsToTwo(Saturating<BlockRow> (&row)[2], Saturating<BlockRow> y0, Saturating<BlockRow> y) {
   using S = Saturating<BlockRow>;
-  const auto lane = [](S v, int n) { return S{as<int16_t>(as<uint64_t>(v.v) >> (16 * n))}; };
   // y tan, with the 1 that the middle two lanes' tangents lack, and y mirrored: y7, y5, y3, y1.
-  const S f = hi(y, kTan1331) + S{y.v & lanes<BlockRow>(kMiddleLanes)};
+  const S f = {addWrap(hi(y, kTan1331).v, y.v & lanes<BlockRow>(kMiddleLanes))};
   const S mirrored = {simd::shuffle8<3, 2, 1, 0, 7, 6, 5, 4>(y.v)};
   const S sum = f + mirrored;
-  const S a = lane(sum, 2), p = lane(sum, 3), b = lane(mirrored - f, 1), q = f - mirrored;
+  const S a = fromLane<2>(sum), p = fromLane<3>(sum), b = fromLane<1>(mirrored - f), q = f - mirrored;
   const S e0 = p + a, e1 = p - a, e2 = q + b;
   const S h = timesCos4(e1), d = (e2 + e0) + (h + h);
   const S two = y0 + y0, z = two + two;
@@ -236,12 +243,12 @@ inline void ownColumnsToTwo(Saturating<BlockRow> (&row)[2], Saturating<BlockRow>
 
 void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    const RowBlocks top = bothBlocks([&](int i) { return ownRowsToFour(src, table, i, kFourWeights[size_t(i)]); });
-    const RowBlocks bottom =
-        bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, kFourWeights[size_t(i)]); });
+    const auto& weights = fromMemory(kFourWeights);
+    const RowBlocks top = bothBlocks([&](int i) { return ownRowsToFour(src, table, i, weights[size_t(i)]); });
+    const RowBlocks bottom = bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, weights[size_t(i)]); });
     // From here on the lanes 0, 1, 5 and 4 are the four columns; the others have no meaning.
     using S = Saturating<BlockRow>;
-    const auto second = [](BlockRow v) { return S{as<int16_t>(as<uint64_t>(v) >> 32)}; };
+    const auto second = [](BlockRow v) { return fromLane<2>(S{v}); };
     const auto [outer, inner] = ownColumnsToFour(S{top.even}, S{top.odd}, second(top.even), second(top.odd),
                                                  S{bottom.odd}, second(bottom.even), second(bottom.odd));
     // Both in one vector: rows 0 and 1, and rows 3 and 2.
@@ -267,7 +274,8 @@ void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
 
 void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    const RowBlocks of = bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, kTwoWeights[size_t(i)]); });
+    const auto& weights = fromMemory(kTwoWeights);
+    const RowBlocks of = bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, weights[size_t(i)]); });
     Saturating<BlockRow> rows[2];
     ownColumnsToTwo(rows, {of.even}, {of.odd});
     constexpr uint8_t kColumns[16] = {0, 4, 8, 12, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128};
