@@ -224,8 +224,9 @@ inline Saturating<BlockRow> fromLane(Saturating<BlockRow> v) {
 }
 
 // The same of two columns as vectors: y0 stands in lane 0 of each half, and y1, y3, y5, y7 in the four lanes of each
-// half of y; results stand in lane 0 of each half. It saves half of the operations on whole lanes of rows.
-inline void ownColumnsToTwo(Saturating<BlockRow> (&row)[2], Saturating<BlockRow> y0, Saturating<BlockRow> y) {
+// half of y. Samples are the high bytes of the lanes 0, 2, 4 and 6, row by row: of a sum doubled with saturation, this is
+// the sum >> 7, clamped to a signed byte. It saves half of the operations on whole lanes of rows.
+inline BlockRow ownColumnsToTwo(Saturating<BlockRow> y0, Saturating<BlockRow> y) {
   using S = Saturating<BlockRow>;
   // y tan, with the 1 that the middle two lanes' tangents lack, and y mirrored: y7, y5, y3, y1.
   const S f = {addWrap(hi(y, kTan1331).v, y.v & lanes<BlockRow>(kMiddleLanes))};
@@ -235,8 +236,8 @@ inline void ownColumnsToTwo(Saturating<BlockRow> (&row)[2], Saturating<BlockRow>
   const S e0 = p + a, e1 = p - a, e2 = q + b;
   const S h = timesCos4(e1), d = (e2 + e0) + (h + h);
   const S two = y0 + y0, z = two + two;
-  row[0] = (z + d) >> 7;
-  row[1] = (z - d) >> 7;
+  const S sums = {as<int16_t>(simd::shuffleTwo4<0, 2, 0, 2>(as<int32_t>((z + d).v), as<int32_t>((z - d).v)))};
+  return (sums + sums).v;
 }
 
 // --- fewer samples: blocks ---------------------------------------------------------------------------------
@@ -248,7 +249,7 @@ void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
     const RowBlocks bottom = bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, weights[size_t(i)]); });
     // From here on the lanes 0, 1, 5 and 4 are the four columns; the others have no meaning.
     using S = Saturating<BlockRow>;
-    const auto second = [](BlockRow v) { return fromLane<2>(S{v}); };
+    const auto second = [](BlockRow v) { return S{as<int16_t>(as<uint64_t>(v) >> 32)}; };
     const auto [outer, inner] = ownColumnsToFour(S{top.even}, S{top.odd}, second(top.even), second(top.odd),
                                                  S{bottom.odd}, second(bottom.even), second(bottom.odd));
     // Both in one vector: rows 0 and 1, and rows 3 and 2.
@@ -276,10 +277,8 @@ void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const ui
   if constexpr (simd::kEnabled) {
     const auto& weights = fromMemory(kTwoWeights);
     const RowBlocks of = bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, weights[size_t(i)]); });
-    Saturating<BlockRow> rows[2];
-    ownColumnsToTwo(rows, {of.even}, {of.odd});
-    constexpr uint8_t kColumns[16] = {0, 4, 8, 12, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128};
-    const auto bytes = as<uint8_t>(simd::packI8(rows[0].v, rows[1].v));
+    const auto bytes = as<uint8_t>(ownColumnsToTwo({of.even}, {of.odd}));
+    constexpr uint8_t kColumns[16] = {1, 5, 9, 13, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128};
     const auto four = simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns));
     const uint32_t samples = as<uint32_t>(four)[0] ^ 0x80808080u;  // + 128
     store(row(dst, dstStep, 0), uint16_t(samples));
