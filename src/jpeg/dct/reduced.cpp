@@ -138,17 +138,21 @@ constexpr auto kFourWeights = [] {
   return all;
 }();
 
-// Of four samples a row: samples 0, 1 of row k, then of row k + 2; samples 3, 2 of row k, then of row k + 2.
-inline WideRows ownRowsToFour(const int16_t* src, const uint16_t* table, int k, const FourWeights& weights) {
+// Of four samples a row: samples 0, 1 of row k, then of row k + 2; samples 3, 2 of row k, then of row k + 2. Of k = i and
+// k = i + 4, step by step, as the steps of one wait for each other.
+inline std::array<WideRows, 2> ownRowsToFour(const int16_t* src, const uint16_t* table, int i,
+                                             const FourWeights& weights) {
   const auto sums = [&](int row) {
-    const WideRows x = ownDequantiseRows(src, table, row);
+    const WideRows x = ownDequantiseRows(src, table, i + row);
     const auto low = simd::shuffle8<0, 2, 0, 2, 1, 3, 1, 3>(x), high = simd::shuffle8<4, 6, 4, 6, 5, 7, 5, 7>(x);
     return as<uint64_t>(addWrap(simd::mulAddPairs(low, load<WideRows>(weights.low[row / 2])),
                                 simd::mulAddPairs(high, load<WideRows>(weights.high[row / 2]))));
   };
-  const auto a = sums(k), b = sums(k + 2);
-  const auto even = as<int32_t>(simd::unpackLow(a, b)), odd = as<int32_t>(simd::unpackHigh(a, b));
-  return mirroredSums(addWrap(even, load<simd::I32>(weights.round[k / 4])), odd);
+  const auto s0 = sums(0), s2 = sums(2), s4 = sums(4), s6 = sums(6);
+  const auto even0 = addWrap(as<int32_t>(simd::unpackLow(s0, s2)), load<simd::I32>(weights.round[0]));
+  const auto even4 = addWrap(as<int32_t>(simd::unpackLow(s4, s6)), load<simd::I32>(weights.round[1]));
+  const auto odd0 = as<int32_t>(simd::unpackHigh(s0, s2)), odd4 = as<int32_t>(simd::unpackHigh(s4, s6));
+  return {mirroredSums(even0, odd0), mirroredSums(even4, odd4)};
 }
 
 struct alignas(simd::kBytes) TwoWeights {
@@ -245,8 +249,10 @@ inline BlockRow ownColumnsToTwo(Saturating<BlockRow> y0, Saturating<BlockRow> y)
 void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
     const auto& weights = fromMemory(kFourWeights);
-    const RowBlocks top = bothBlocks([&](int i) { return ownRowsToFour(src, table, i, weights[size_t(i)]); });
-    const RowBlocks bottom = bothBlocks([&](int i) { return ownRowsToFour(src, table, i + 4, weights[size_t(i)]); });
+    std::array<WideRows, 2> rows[2 / kRows];
+    for (int i = 0; i < 2 / kRows; ++i) rows[i] = ownRowsToFour(src, table, i, weights[size_t(i)]);
+    const RowBlocks top = bothBlocks([&](int i) { return rows[i][0]; });
+    const RowBlocks bottom = bothBlocks([&](int i) { return rows[i][1]; });
     // From here on the lanes 0, 1, 5 and 4 are the four columns; the others have no meaning.
     using S = Saturating<BlockRow>;
     const auto second = [](BlockRow v) { return S{as<int16_t>(as<uint64_t>(v) >> 32)}; };
