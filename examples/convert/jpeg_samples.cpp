@@ -24,6 +24,7 @@ struct Plane {
     width = newWidth, rows = newRows;
     data.resize(size_t(width) * size_t(rows));
   }
+  // Takes a division: for a row, not for each of its blocks.
   Sample* row(int32_t y) { return data.data() + size_t(y % rows) * size_t(width); }
   int32_t step() const { return width * int32_t(sizeof(Sample)); }
 };
@@ -246,10 +247,10 @@ struct SampleWriter : PixelWriter::Impl {
       Channel& ch = channels[i];
       for (int32_t r = strips.first(strip) * c.v; r < strips.end(strip) * c.v; ++r) {
         const int16_t* blocks = coefficients.row(i, r);
-        Sample* out = ch.plane.row(r * ch.blockSize);
+        Sample* const out = ch.plane.row(r * ch.blockSize);
         const auto inverse = inverseOf(ch.blockSize);
-        for (int32_t b = 0; b < c.paddedWide; ++b)
-          inverse(blocks + 64 * b, out + b * ch.blockSize, ch.plane.step(), ch.table.data());
+        for (int32_t b = 0, step = ch.plane.step(); b < c.paddedWide; ++b)
+          inverse(blocks + 64 * b, out + b * ch.blockSize, step, ch.table.data());
       }
     }
   }
@@ -508,9 +509,10 @@ struct SampleReader : PixelReader::Impl {
       if (room.full[i].rows) halveOrShrink(room.full[i], room.planes[i]);
       const Component& c = frame.components[i];
       for (int32_t v = 0; v < c.v; ++v) {
-        int16_t* blocks = coefficients.row(i, mcuRow * c.v + v);
-        for (int32_t b = 0; b < c.paddedWide; ++b)
-          forward(room.planes[i].row(8 * v) + 8 * b, room.planes[i].step(), blocks + 64 * b, tables[i].data());
+        int16_t* const blocks = coefficients.row(i, mcuRow * c.v + v);
+        const Sample* const samples = room.planes[i].row(8 * v);
+        for (int32_t b = 0, step = room.planes[i].step(); b < c.paddedWide; ++b)
+          forward(samples + 8 * b, step, blocks + 64 * b, tables[i].data());
       }
     }
   }
