@@ -1,13 +1,15 @@
 // Whole JPEG files, memory to memory, through the converter's formats, beside libjpeg-turbo: quality 85, typical
 // Huffman tables, the accurate integer DCT on both sides. The decoders spread chroma by the triangle filter.
 //
-// The peer writes into memory that it is given, and we make a new vector for each picture or file; with warm memory
-// that costs no page fault. With fresh memory both sides' large buffers are made anew in each call.
+// Both sides decode into pictures that they are given, which stay from call to call. The peer encodes into memory that it
+// is given, too, and we make a new vector for each file, which costs no page fault. With fresh memory both sides' large
+// buffers are made anew in each call.
 #include <turbojpeg.h>
 
 #include <memory>
 
 #include "format.h"
+#include "rows.h"
 #include "support/pair.h"
 #include "support/pictures.h"
 
@@ -62,10 +64,18 @@ void jpeg(const Sampling& sampling, bool decoding, bool fresh, double goal) {
     };
     std::vector<unsigned char> kept(tjBufSize(photo.width, photo.height, sampling.peer));
     const std::string note = decoding ? "" : text("bytes %zu, %lu", file.size(), theirFile(kept.data(), kept.size()));
-    if (decoding)
+    const Contents contents{Bytes(file)};
+    const auto ourPicture = [&](Image& to) {
+      Stages s;
+      readInto(to, *kJpeg.readRows(contents, {}, s), s);
+    };
+    if (decoding) {
+      ourPicture(image);
+      require(image.data == kJpeg.read(file, {}, stages).data, name + ": the picture depends on the road");
       row(
           input.name, photo.megapixels(),
           [&] {
+            if (!fresh) return ourPicture(image);
             Stages s;
             keep(kJpeg.read(file, {}, s));
           },
@@ -74,7 +84,7 @@ void jpeg(const Sampling& sampling, bool decoding, bool fresh, double goal) {
             std::vector<unsigned char> made(photo.rgb.size());
             theirPicture(made);
           });
-    else
+    } else {
       row(
           input.name, photo.megapixels(),
           [&] {
@@ -87,6 +97,7 @@ void jpeg(const Sampling& sampling, bool decoding, bool fresh, double goal) {
             theirFile(made.get(), kept.size());
           },
           {}, note);
+    }
   }
 }
 

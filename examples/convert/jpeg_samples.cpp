@@ -24,6 +24,7 @@ struct Plane {
     width = newWidth, rows = newRows;
     data.resize(size_t(width) * size_t(rows));
   }
+  // Takes a division: for a row, not for each of its blocks.
   Sample* row(int32_t y) { return data.data() + size_t(y % rows) * size_t(width); }
   int32_t step() const { return width * int32_t(sizeof(Sample)); }
 };
@@ -246,10 +247,10 @@ struct SampleWriter : PixelWriter::Impl {
       Channel& ch = channels[i];
       for (int32_t r = strips.first(strip) * c.v; r < strips.end(strip) * c.v; ++r) {
         const int16_t* blocks = coefficients.row(i, r);
-        Sample* out = ch.plane.row(r * ch.blockSize);
+        Sample* const out = ch.plane.row(r * ch.blockSize);
         const auto inverse = inverseOf(ch.blockSize);
-        for (int32_t b = 0; b < c.paddedWide; ++b)
-          inverse(blocks + 64 * b, out + b * ch.blockSize, ch.plane.step(), ch.table.data());
+        for (int32_t b = 0, step = ch.plane.step(); b < c.paddedWide; ++b)
+          inverse(blocks + 64 * b, out + b * ch.blockSize, step, ch.table.data());
       }
     }
   }
@@ -385,67 +386,86 @@ struct SampleReader : PixelReader::Impl {
 
   SampleReader(const Shape& image, const Rows& rows, const Frame& frame, Space space,
                const std::vector<RawQuantTable>& quant, int32_t slots)
-      : image(image), rows(rows), frame(frame), space(space), rooms(size_t(slots)) {
-    const int32_t width = frame.mcusWide * 8 * frame.hMax, height = 8 * frame.vMax;
+      : image(image),
+        rows(rows),
+        frame(frame),
+        space(space),
+        halvesAtOnce(kIsByte<Sample> && space == Space::ycc && frame.hMax == 2),
+        rooms(size_t(slots)) {
     for (Room& room : rooms) {
       room.planes.resize(frame.components.size());
       room.full.resize(frame.components.size());
       for (size_t i = 0; i < room.planes.size(); ++i) {
         const Component& c = frame.components[i];
         room.planes[i].resize(c.paddedWide * 8, c.v * 8);
-        if (c.h < frame.hMax || c.v < frame.vMax) room.full[i].resize(width, height);
+        if (!halvesAtOnce && (c.h < frame.hMax || c.v < frame.vMax))
+          room.full[i].resize(frame.mcusWide * across(), down());
       }
     }
     for (const Component& c : frame.components) tables.push_back(forwardTable<Sample>(quant[size_t(c.quantTable)]));
   }
 
-  // The pixels of one row of MCUs, the last column and row repeated up to whole MCUs. Points into the picture
-  // where that is whole by itself.
-  const Sample* paddedStrip(Room& room, int32_t mcuRow, int32_t& step) {
-    const int32_t width = frame.mcusWide * 8 * frame.hMax, height = 8 * frame.vMax, first = mcuRow * height;
-    const bool inks = image.colour == Colour::cmyk;
-    if (width == image.width && first + height <= image.height && !inks && rows.inOnePiece(first, height)) {
-      step = image.step();
-      return reinterpret_cast<const Sample*>(rows.row(first));
-    }
+  // Pixels that an MCU has across and down.
+  int32_t across() const { return 8 * frame.hMax; }
+  int32_t down() const { return 8 * frame.vMax; }
+
+  // How many MCUs of a row lie in the picture as they are: whole, in one piece, and not of inverted ink.
+  int32_t wholeMcus(int32_t mcuRow) const {
+    const int32_t first = mcuRow * down();
+    const bool asTheyAre =
+        first + down() <= image.height && image.colour != Colour::cmyk && rows.inOnePiece(first, down());
+    return asTheyAre ? image.width / across() : 0;
+  }
+  // The pixels of the others, the last column and row repeated up to whole MCUs.
+  const Sample* paddedMcus(Room& room, int32_t mcuRow, int32_t firstMcu, int32_t& step) {
     const auto channels = size_t(image.channels());
-    const size_t samples = size_t(width) * channels;
+    const size_t samples = size_t((frame.mcusWide - firstMcu) * across()) * channels;
+    const size_t left = size_t(firstMcu * across()) * channels, there = size_t(image.width) * channels - left;
     step = int32_t(samples * sizeof(Sample));
-    room.strip.resize(samples * size_t(height));
-    for (int32_t y = 0; y < height; ++y) {
+    room.strip.resize(samples * size_t(down()));
+    for (int32_t y = 0; y < down(); ++y) {
       Sample* to = room.strip.data() + size_t(y) * samples;
-      std::memcpy(to, rows.row(std::min(first + y, image.height - 1)), size_t(image.step()));
-      for (size_t i = size_t(image.width) * channels; i < samples; ++i) to[i] = to[i - channels];
-      if (inks) invert(to, samples);
+      const auto* const from =
+          reinterpret_cast<const Sample*>(rows.row(std::min(mcuRow * down() + y, image.height - 1)));
+      std::copy_n(from + left, there, to);
+      for (size_t i = there; i < samples; ++i) to[i] = to[i - channels];
+      if (image.colour == Colour::cmyk) invert(to, samples);
     }
     return room.strip.data();
   }
 
-  // Colour conversion into the planes; chroma goes through full-size planes where no call does both at once.
-  void convert(Room& room, const Sample* src, int32_t srcStep) {
+  // Colour conversion of some MCUs into the planes; chroma goes through full-size planes where no call does both at once.
+  void convert(Room& room, int32_t firstMcu, int32_t mcus, const Sample* src, int32_t srcStep) {
     auto& [strip, planes, full] = room;
-    const QelSize size{frame.mcusWide * 8 * frame.hMax, 8 * frame.vMax};
+    const QelSize size{mcus * across(), down()};
     if constexpr (kIsByte<Sample>) {
-      if (space == Space::ycc && frame.hMax == 2) {
-        uint8_t* dst[3] = {planes[0].row(0), planes[1].row(0), planes[2].row(0)};
-        const int32_t steps[3] = {planes[0].step(), planes[1].step(), planes[2].step()};
+      if (halvesAtOnce) {
+        uint8_t* dst[3];
+        int32_t steps[3];
+        for (size_t i = 0; i < 3; ++i) {
+          dst[i] = planes[i].row(0) + firstMcu * 8 * frame.components[i].h;
+          steps[i] = planes[i].step();
+        }
         const auto work = frame.vMax == 2 ? qeliRGBToYCbCr411_JPEG_8u_C3P3R : qeliRGBToYCbCr422_JPEG_8u_C3P3R;
         expectOk(work(src, srcStep, dst, steps, size), "converting colour");
         return;
       }
     }
     Sample* dst[4] = {};
-    for (size_t i = 0; i < planes.size(); ++i) dst[i] = (full[i].rows ? full[i] : planes[i]).row(0);
-    toPlanes(src, srcStep, dst, size);
-    for (size_t i = 0; i < planes.size(); ++i)
-      if (full[i].rows) halveOrShrink(full[i], planes[i]);
+    int32_t step = 0;
+    for (size_t i = 0; i < planes.size(); ++i) {
+      Plane<Sample>& plane = full[i].rows ? full[i] : planes[i];
+      dst[i] = plane.row(0) + firstMcu * across();
+      step = plane.step();
+    }
+    toPlanes(src, srcStep, dst, step, size);
   }
 
-  void toPlanes(const Sample* src, int32_t srcStep, Sample** dst, QelSize size) {
+  void toPlanes(const Sample* src, int32_t srcStep, Sample** dst, int32_t dstStep, QelSize size) {
     if constexpr (kIsByte<Sample>) {
       if (space == Space::ycc || space == Space::ycck) {
-        expectOk(space == Space::ycc ? qeliRGBToYCbCr_JPEG_8u_C3P3R(src, srcStep, dst, size.width, size)
-                                     : qeliCMYKToYCCK_JPEG_8u_C4P4R(src, srcStep, dst, size.width, size),
+        expectOk(space == Space::ycc ? qeliRGBToYCbCr_JPEG_8u_C3P3R(src, srcStep, dst, dstStep, size)
+                                     : qeliCMYKToYCCK_JPEG_8u_C4P4R(src, srcStep, dst, dstStep, size),
                  "converting colour");
         return;
       }
@@ -459,7 +479,7 @@ struct SampleReader : PixelReader::Impl {
           for (int c = 0; c < 3; ++c) invert(dst[c], size_t(size.width));
         if (space == Space::ycc || space == Space::ycck) toYcc(dst, size.width);
       }
-      for (int c = 0; c < image.channels(); ++c) dst[c] += size.width;
+      for (int c = 0; c < image.channels(); ++c) dst[c] += size_t(dstStep) / sizeof(Sample);
     }
   }
 
@@ -478,15 +498,21 @@ struct SampleReader : PixelReader::Impl {
 
   void transform(int32_t mcuRow, int32_t slot, Coefficients& coefficients) override {
     Room& room = rooms[size_t(slot)];
-    int32_t step = 0;
-    const Sample* src = paddedStrip(room, mcuRow, step);
-    convert(room, src, step);
+    const int32_t whole = wholeMcus(mcuRow), others = frame.mcusWide - whole;
+    if (whole > 0) convert(room, 0, whole, reinterpret_cast<const Sample*>(rows.row(mcuRow * down())), image.step());
+    if (others > 0) {
+      int32_t step = 0;
+      const Sample* const src = paddedMcus(room, mcuRow, whole, step);
+      convert(room, whole, others, src, step);
+    }
     for (size_t i = 0; i < room.planes.size(); ++i) {
+      if (room.full[i].rows) halveOrShrink(room.full[i], room.planes[i]);
       const Component& c = frame.components[i];
       for (int32_t v = 0; v < c.v; ++v) {
-        int16_t* blocks = coefficients.row(i, mcuRow * c.v + v);
-        for (int32_t b = 0; b < c.paddedWide; ++b)
-          forward(room.planes[i].row(8 * v) + 8 * b, room.planes[i].step(), blocks + 64 * b, tables[i].data());
+        int16_t* const blocks = coefficients.row(i, mcuRow * c.v + v);
+        const Sample* const samples = room.planes[i].row(8 * v);
+        for (int32_t b = 0, step = room.planes[i].step(); b < c.paddedWide; ++b)
+          forward(samples + 8 * b, step, blocks + 64 * b, tables[i].data());
       }
     }
   }
@@ -502,6 +528,7 @@ struct SampleReader : PixelReader::Impl {
   const Rows& rows;
   const Frame& frame;
   Space space;
+  bool halvesAtOnce;        // a call of the library converts colour and halves chroma
   std::vector<Room> rooms;  // by slot
   std::vector<Table<Sample>> tables;
 };

@@ -284,12 +284,12 @@ class BlockEncoder {
   Walk& walk() { return walk_; }
 
   void encodeRow(int32_t row, Coefficients& coefficients) {
-    // A block takes at most 64 codes of 16 bits with 11 bits behind each, every byte stuffed; a refinement
-    // pass may bring the correction bits of a whole end-of-band run besides.
-    out_.room(walk_.blocksInRow() * 512 + kEndOfIntervalRoom);
     walk_.row(
         row, coefficients, [&] { restart(); },
-        [&](size_t part, int16_t* block) { expectOk(encode(part, block, qelFlushNo), "coding a block"); });
+        [&](size_t part, int16_t* block) {
+          out_.room(kBlockRoom);
+          expectOk(encode(part, block, qelFlushNo), "coding a block");
+        });
   }
   void drain(Destination& file) { out_.drain(file); }
   void finish() {
@@ -298,7 +298,9 @@ class BlockEncoder {
   }
 
  private:
-  static constexpr size_t kEndOfIntervalRoom = 4096;
+  // A block takes at most 64 codes of 16 bits with 11 bits behind each, every byte stuffed; a refinement
+  // pass may bring the correction bits of a whole end-of-band run besides.
+  static constexpr size_t kEndOfIntervalRoom = 4096, kBlockRoom = 512 + kEndOfIntervalRoom;
 
   static EncodeTable table(const HuffmanList& list) {
     if (!list.symbols()) return nullptr;

@@ -8,12 +8,16 @@ constexpr int32_t kMostLeft = 33;
 
 }  // namespace
 
-Image readWhole(RowSource& source, Stages& stages) {
-  Image image(source.shape(), source.shape().colour, source.shape().bits);
+void readInto(Image& image, RowSource& source, Stages& stages) {
   Rows rows(image);
   Pipeline pipeline(source.strips().strips);
   pipeline.run(stages, source.steps(rows, pipeline.slots()));
   image.missing = source.missing();
+}
+
+Image readWhole(RowSource& source, Stages& stages) {
+  Image image(source.shape(), source.shape().colour, source.shape().bits);
+  readInto(image, source, stages);
   return image;
 }
 

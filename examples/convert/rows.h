@@ -82,6 +82,7 @@ class RowSink {
 
 // All rows of a source as a picture, and a picture's as a sink takes them.
 Image readWhole(RowSource& source, Stages& stages);
+void readInto(Image& image, RowSource& source, Stages& stages);  // a picture of the source's shape, whatever is in it
 void writeWhole(const Image& image, int32_t rowsOfStrip, RowSink& sink, Stages& stages);
 // From one to the other; returns what is missing.
 std::string passRows(RowSource& source, RowSink& sink, Stages& stages);

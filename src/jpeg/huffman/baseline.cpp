@@ -89,6 +89,16 @@ struct BlockCall : DecoderCall {
   }
 };
 
+// A block whose coefficients AcBytes has no room for, or with little room behind the position. Both are out of the way of
+// the other blocks' registers.
+[[gnu::noinline]] QelStatus ownEncodeAny(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos, int32_t d,
+                                         const QelEncodeHuffmanSpec* dcTable, const QelEncodeHuffmanSpec* acTable,
+                                         QelEncodeHuffmanState* state) {
+  const AcValues ac(src);
+  return ownEncode<kMaxBlockBits<AcValues>>(dst, dstLen, dstPos, state,
+                                            [=](auto& sink) { return ownCodeBlock(sink, ac, d, dcTable, acTable); });
+}
+
 }  // namespace
 
 QelStatus qeliDecodeHuffman8x8_JPEG_1u16s_C1(const uint8_t* src, int32_t srcLen, int32_t* srcPos, int16_t* dst,
@@ -115,10 +125,18 @@ QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, i
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = nonNull(src, lastDC, dcTable, acTable); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
-  return ownWithAc(src, [=]<class Ac>(const Ac& ac) {
-    return ownEncode<kMaxBlockBits<Ac>>(dst, dstLen, dstPos, state,
-                                        [=, &ac](auto& sink) { return ownCodeBlock(sink, ac, d, dcTable, acTable); });
-  });
+  if (!simd::kShuffles || !ownHasRoom<kMaxBlockBits<AcBytes>>(dstLen, *dstPos)) [[unlikely]]
+    return ownEncodeAny(src, dst, dstLen, dstPos, d, dcTable, acTable, state);
+  const auto code = [=]<class Ac>(const Ac& ac) QELJ_INLINE_LAMBDA {
+    return ownEncodeAhead<kMaxBlockBits<Ac>>(dst, dstPos, state, [=, &ac](auto& sink) QELJ_INLINE_LAMBDA {
+      return ownCodeBlock(sink, ac, d, dcTable, acTable);
+    });
+  };
+  const AcVectors ac(src);
+  if (simd::isZero(ac.bits)) return code(AcNone());
+  if (AcBytes::fits(ac)) [[likely]]
+    return code(AcBytes(ac));
+  return ownEncodeAny(src, dst, dstLen, dstPos, d, dcTable, acTable, state);
 }
 
 }  // namespace qelj

@@ -57,14 +57,14 @@ class BitWriter {
   uint32_t buffer() const { return buffer_; }
   int32_t count() const { return count_; }
 
-  QelStatus code(Table table, unsigned symbol, uint64_t bits = 0, int length = 0) {
+  QelStatus code(Table table, size_t symbol, uint64_t bits = 0, size_t length = 0) {
     const uint32_t entry = symbol < 256 ? table->codes[symbol] : 0;
     if (entry == 0) return qelStatusJpegHuffTable;
     if (auto s = plain(entry & 0xFFFF, std::min(int(entry >> 16), kMaxCode)); s) return s;
-    return length ? plain(uint32_t(bits), length) : qelStatusOk;
+    return length ? plain(uint32_t(bits), int(length)) : qelStatusOk;
   }
 
-  QelStatus hold(Table table, unsigned symbol, uint64_t bits, int length) { return code(table, symbol, bits, length); }
+  QelStatus hold(Table table, size_t symbol, uint64_t bits, size_t length) { return code(table, symbol, bits, length); }
 
   // Where it fails, the bytes that fit are stored and the pending bits are those before the call.
   QelStatus plain(uint32_t bits, int length) {
@@ -169,16 +169,16 @@ class FastSink {
  public:
   using Table = const QelEncodeHuffmanSpec*;
 
-  QELJ_INLINE QelStatus code(Table table, size_t symbol, uint64_t bits = 0, int length = 0) {
+  QELJ_INLINE QelStatus code(Table table, size_t symbol, uint64_t bits = 0, size_t length = 0) {
     const QelStatus s = hold(table, symbol, bits, length);
     writer()->keep();
     return s;
   }
-  QELJ_INLINE QelStatus hold(Table table, size_t symbol, uint64_t bits, int length) {
+  QELJ_INLINE QelStatus hold(Table table, size_t symbol, uint64_t bits, size_t length) {
     if (symbol > 255) [[unlikely]]
       return kChecked ? qelStatusJpegHuffTable : qelStatusOk;
     const auto* entry = reinterpret_cast<const uint8_t*>(&table->codes[symbol]);
-    const int codeLength = at(entry, 2);  // its low byte, which one load gets
+    const size_t codeLength = at(entry, 2);  // its low byte, which one load gets
     if (kChecked && codeLength == 0) [[unlikely]]
       return qelStatusJpegHuffTable;
     writer()->add(uint64_t(load<uint16_t>(entry)) << (length & 63) | bits, codeLength + length);
@@ -211,18 +211,18 @@ class WideWriter : public FastSink<kChecked, WideWriter<kChecked>> {
   // `pending` are `count` (0 to 7) bits in front of the first; what stands above them is not stored.
   template <int kMaxBits>
   WideWriter(StepBits<kMaxBits>& memory, uint32_t pending, int count)
-      : bytes_(memory.bytes), word_(pending), end_(uint32_t(count) + 7) {}
+      : bytes_(memory.bytes), word_(pending), end_(size_t(count) + 7) {}
 
   // At most 32 bits, with nothing above them.
-  QELJ_INLINE void add(uint64_t bits, int length) {
+  QELJ_INLINE void add(uint64_t bits, size_t length) {
     word_ = word_ << (length & 63) | bits;
-    end_ += uint32_t(length);
+    end_ += length;
   }
   // Stores what has been added since the last time.
   QELJ_INLINE void keep() const { store(bytes_ + (end_ >> 3), streamOrder(word_ << (~end_ & 7))); }
 
   // Whether there are no more bits than a step's.
-  bool fits(int maxBits) const { return end_ <= uint32_t(maxBits) + 7 + 7; }
+  bool fits(int maxBits) const { return end_ <= size_t(maxBits) + 7 + 7; }
   // Stores the whole bytes; fewer than 8 bits stay pending.
   uint8_t* finish(uint8_t* dst) const {
     keep();
@@ -243,7 +243,7 @@ class WideWriter : public FastSink<kChecked, WideWriter<kChecked>> {
 
   uint8_t* bytes_;  // eight in front of the first
   uint64_t word_;   // the last 64 bits, right-aligned
-  uint32_t end_;    // bits, and 7
+  size_t end_;      // bits, and 7
 };
 
 // Stores the low `bytes` (0 to 7) bytes of a word and touches no other, without a branch that depends on how many: parts
@@ -268,15 +268,15 @@ class WordWriter : public FastSink<kChecked, WordWriter<kChecked>> {
   static constexpr int kMostBits = 63 - 7;
 
   template <int kMaxBits>
-  WordWriter(StepBits<kMaxBits>&, uint32_t pending, int count) : word_(pending), end_(uint32_t(count)) {}
+  WordWriter(StepBits<kMaxBits>&, uint32_t pending, int count) : word_(pending), end_(size_t(count)) {}
 
-  void add(uint64_t bits, int length) {
+  void add(uint64_t bits, size_t length) {
     word_ = word_ << (length & 63) | bits;
-    end_ += uint32_t(length);
+    end_ += length;
   }
   void keep() const {}
 
-  bool fits(int maxBits) const { return end_ <= uint32_t(maxBits) + 7; }
+  bool fits(int maxBits) const { return end_ <= size_t(maxBits) + 7; }
   uint8_t* finish(uint8_t* dst) const {
     const int whole = int(end_ >> 3);
     const uint64_t bits = word_ >> count() & ((uint64_t(1) << 8 * whole) - 1);
@@ -297,7 +297,7 @@ class WordWriter : public FastSink<kChecked, WordWriter<kChecked>> {
 
  private:
   uint64_t word_;  // right-aligned
-  uint32_t end_;   // bits
+  size_t end_;     // bits
 };
 
 // The writer of a step.
@@ -310,12 +310,12 @@ class SymbolCounter {
  public:
   using Table = int32_t*;  // 256 counters
 
-  QelStatus code(Table counters, unsigned symbol, uint64_t = 0, int = 0) {
+  QelStatus code(Table counters, size_t symbol, uint64_t = 0, size_t = 0) {
     if (symbol > 255) return qelStatusJpegCoeffRange;
     put(counters, symbol, addWrap(at(counters, symbol), 1));
     return qelStatusOk;
   }
-  QelStatus hold(Table counters, unsigned symbol, uint64_t, int) { return code(counters, symbol); }
+  QelStatus hold(Table counters, size_t symbol, uint64_t, size_t) { return code(counters, symbol); }
   QelStatus plain(uint32_t, int) { return qelStatusOk; }
   QelStatus corrections(uint64_t, int) { return qelStatusOk; }
 };
@@ -350,14 +350,16 @@ inline QelStatus ownEncodeNothing(QelEncodeHuffmanState* state) {
   return qelStatusOk;
 }
 
-// Runs step(sink) on an encode state: a step that adds at most kMaxBits bits, and captures by value.
-// Position and state are those behind the last operation that succeeded.
+// Whether there is room for whatever a step of at most kMaxBits bits can make.
+template <int kMaxBits>
+inline bool ownHasRoom(int32_t dstLen, int32_t position) {
+  return simd::kEnabled && position >= 0 && int64_t(dstLen) - position >= roomFor(kMaxBits);
+}
+
+// Runs step(sink) on an encode state, with such room.
 template <int kMaxBits, class Step>
-[[gnu::always_inline]] inline QelStatus ownEncode(uint8_t* dst, int32_t dstLen, int32_t* dstPos,
-                                                  QelEncodeHuffmanState* state, Step step) {
+QELJ_INLINE QelStatus ownEncodeAhead(uint8_t* dst, int32_t* dstPos, QelEncodeHuffmanState* state, Step&& step) {
   const int32_t position = *dstPos;
-  if (!simd::kEnabled || position < 0 || int64_t(dstLen) - position < roomFor(kMaxBits)) [[unlikely]]
-    return ownEncodeByBytes(dst, dstLen, dstPos, state, step);
   StepBits<kMaxBits> memory;
   const Pending pending(state);
   FastWriter<kMaxBits, true> sink(memory, pending.bits, pending.count);
@@ -368,6 +370,16 @@ template <int kMaxBits, class Step>
   state->bitCount = sink.count();
   state->bitBuffer = sink.pending() << (24 - sink.count());
   return s;
+}
+
+// Runs step(sink) on an encode state: a step that adds at most kMaxBits bits, and captures by value.
+// Position and state are those behind the last operation that succeeded.
+template <int kMaxBits, class Step>
+QELJ_INLINE QelStatus ownEncode(uint8_t* dst, int32_t dstLen, int32_t* dstPos, QelEncodeHuffmanState* state,
+                                Step step) {
+  if (!ownHasRoom<kMaxBits>(dstLen, *dstPos)) [[unlikely]]
+    return ownEncodeByBytes(dst, dstLen, dstPos, state, step);
+  return ownEncodeAhead<kMaxBits>(dst, dstPos, state, step);
 }
 
 }  // namespace qelj::jpeg

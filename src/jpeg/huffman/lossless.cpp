@@ -24,7 +24,7 @@ inline QelStatus ownDecodeDifference(BitReader<true>& reader, const QelDecodeHuf
 template <class Sink>
 inline QelStatus ownCodeDifference(Sink& sink, const QelEncodeHuffmanSpec* table, int32_t d) {
   const auto [t, bits] = ownValueCode(d);
-  return t < 16 ? sink.code(table, unsigned(t), bits, t) : sink.code(table, unsigned(t));
+  return t < 16 ? sink.code(table, t, bits, t) : sink.code(table, t);
 }
 constexpr int kMaxDifferenceBits = 16 + 15;
 

@@ -5,6 +5,7 @@
 #define QELJ_JPEG_HUFFMAN_RECORDS_H
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 
 #include "qelj.h"
@@ -49,14 +50,14 @@ namespace qelj::jpeg {
 // The category of a value (F.1.2.1), which is the bit length of its magnitude, and the bits that follow a
 // symbol of this category: the value, or value - 1 for a negative one.
 struct ValueCode {
-  int category;
+  size_t category;
   uint64_t bits;
 };
-inline ValueCode ownValueCode(int32_t value) {
-  const int category = 31 ^ std::countl_zero(uint32_t(value < 0 ? -value : value) * 2 + 1);
+constexpr ValueCode ownValueCode(int32_t value) {
+  const auto category = size_t(31 ^ std::countl_zero(uint32_t(value < 0 ? -value : value) * 2 + 1));
   return {category, uint64_t(int64_t(value) + (value >> 31)) & ((uint64_t(1) << category) - 1)};
 }
-inline int ownCategory(int32_t value) { return ownValueCode(value).category; }
+inline int ownCategory(int32_t value) { return int(ownValueCode(value).category); }
 
 }  // namespace qelj::jpeg
 

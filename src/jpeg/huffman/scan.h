@@ -83,7 +83,7 @@ class AcValues {
   static constexpr int kMaxCategory = 16;
   explicit AcValues(const int16_t* block) : block_(block), set_(ownNonZero(block) & ~uint64_t(1)) {}
   uint64_t set() const { return set_; }
-  ValueCode operator[](int k) const { return ownValueCode(at(block_, kZigZag.natural[k])); }
+  ValueCode operator[](size_t k) const { return ownValueCode(at(block_, kZigZag.natural[k])); }
 
  private:
   const int16_t* block_;
@@ -94,10 +94,10 @@ class AcValues {
 struct AcNone {
   static constexpr int kMaxCategory = 0;
   static constexpr uint64_t set() { return 0; }
-  ValueCode operator[](int) const { return {}; }
+  ValueCode operator[](size_t) const { return {}; }
 };
 
-// The coefficients as vectors, with 0 in place of the DC one, and their magnitudes.
+// The coefficients as vectors, with 0 in place of the DC one.
 struct AcVectors {
   static constexpr int kCount = 64 / simd::kLanes<simd::I16>;
 
@@ -105,12 +105,11 @@ struct AcVectors {
     for (int i = 0; i < kCount; ++i) {
       values[i] = load<simd::I16>(offset(block, simd::kLanes<simd::I16> * i));
       if (i == 0) values[i] &= notDc();
-      magnitudes[i] = absWrap(values[i]);
-      bits |= as<uint16_t>(magnitudes[i]);
+      bits |= as<uint16_t>(absWrap(values[i]));
     }
   }
 
-  simd::I16 values[kCount], magnitudes[kCount];
+  simd::I16 values[kCount];
   simd::U16 bits{};  // of any magnitude
 
   // Of the first vector.
@@ -124,44 +123,46 @@ struct AcVectors {
   }();
 };
 
-// A block with some whose categories and bits fit a byte, which nearly all blocks' do: all 64 at once.
+// A block with some that all fit a signed byte, which nearly all blocks' do: all 64 at once.
 class AcBytes {
  public:
-  static constexpr int kMaxCategory = 8;
+  static constexpr int kMaxCategory = 7;
+  static bool fits(const AcVectors& ac) { return simd::isZero(ac.bits >> 7); }
   explicit AcBytes(const AcVectors& ac) {
     using namespace simd;
-    PackedBytes categories, bits;
-    for (int i = 0; i < kByteVectors; ++i) {
-      const U8 magnitude = packU8(ac.magnitudes[2 * i], ac.magnitudes[2 * i + 1]);
-      // By half byte; the larger of the two counts.
-      static constexpr uint8_t kLow[16] = {0, 1, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 4, 4};
-      static constexpr uint8_t kHigh[16] = {0, 5, 6, 6, 7, 7, 7, 7, 8, 8, 8, 8, 8, 8, 8, 8};
-      categories[i] = max(shuffleBytes(blockPattern(kLow), magnitude & 15),
-                          shuffleBytes(blockPattern(kHigh), as<uint8_t>(as<uint16_t>(magnitude) >> 4) & 15));
-      // A negative value's bits are those of its magnitude, inverted.
-      static constexpr uint8_t kOnes[16] = {0, 1, 3, 7, 15, 31, 63, 127, 255};
-      const U8 negative = as<uint8_t>(packI8(ac.values[2 * i], ac.values[2 * i + 1]) < 0);
-      bits[i] = magnitude ^ (negative & shuffleBytes(blockPattern(kOnes), categories[i]));
-    }
+    PackedBytes packed;
+    for (int i = 0; i < kByteVectors; ++i) packed[i] = as<uint8_t>(packI8(ac.values[2 * i], ac.values[2 * i + 1]));
     set_ = ~uint64_t(0);
-    ownInZigZag(categories, [this](int k, U8 bytes) {
-      store(categories_ + k, bytes);
+    ownInZigZag(packed, [this](int k, U8 bytes) {
+      store(bytes_ + k, bytes);
       set_ ^= uint64_t(topBits(bytes == 0)) << k;
     });
-    ownInZigZag(bits, [this](int k, U8 bytes) { store(bits_ + k, bytes); });
   }
   uint64_t set() const {
     if (set_ == 0) __builtin_unreachable();
     return set_;
   }
-  ValueCode operator[](int k) const {
-    if (categories_[k] > kMaxCategory) __builtin_unreachable();
-    return {categories_[k], bits_[k]};
+  ValueCode operator[](size_t k) const {
+    const Code& code = kCodes[bytes_[k]];
+    return {code.category, code.bits};
   }
 
  private:
+  // By value.
+  struct Code {
+    uint8_t category, bits;
+  };
+  static constexpr auto kCodes = [] {
+    std::array<Code, 256> codes{};
+    for (int value = -127; value < 128; ++value) {
+      const ValueCode code = ownValueCode(value);
+      codes[uint8_t(value)] = {uint8_t(code.category), uint8_t(code.bits)};
+    }
+    return codes;
+  }();
+
   uint64_t set_;
-  alignas(64) uint8_t categories_[64], bits_[64];
+  alignas(64) uint8_t bytes_[64];  // in zig-zag order; a byte of a store across cache lines would come late
 };
 
 // work(ac), with whichever fits the block.
@@ -174,7 +175,7 @@ template <class Work>
   if constexpr (simd::kShuffles) {
     const AcVectors ac(block);
     if (simd::isZero(ac.bits)) return work(AcNone());
-    if (simd::isZero(ac.bits >> 8)) [[likely]]
+    if (AcBytes::fits(ac)) [[likely]]
       return work(AcBytes(ac));
   }
   return ownWithAcValues(block, work);

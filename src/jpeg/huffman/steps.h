@@ -18,11 +18,13 @@ inline int32_t ownDcDifference(int32_t dc, int16_t* lastDC) {
 
 inline constexpr int kNoLimit = 17;  // above every category of a 16-bit coefficient
 
-// The symbol of `run` zeros and a value, and the value's bits.
-template <int kMaxCategory = kNoLimit, bool kHold = false, class Sink>
-inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, unsigned run, ValueCode value) {
-  if (kMaxCategory < kNoLimit && value.category > kMaxCategory) return qelStatusJpegCoeffRange;
-  const unsigned symbol = run * 16 + unsigned(value.category);
+// The symbol of `run` zeros, 15 at most, and a value, and the value's bits. kMaxCategory is the largest that has a symbol,
+// kLargest the largest that there is.
+template <int kMaxCategory = kNoLimit, bool kHold = false, int kLargest = kNoLimit, class Sink>
+inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, size_t run, ValueCode value) {
+  if (kMaxCategory < kNoLimit && value.category > size_t(kMaxCategory)) return qelStatusJpegCoeffRange;
+  const size_t symbol = run * 16 + value.category;
+  if (kLargest < 16 && symbol > 255) __builtin_unreachable();
   if constexpr (kHold) return sink.hold(table, symbol, value.bits, value.category);
   else return sink.code(table, symbol, value.bits, value.category);
 }
@@ -34,16 +36,16 @@ template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
   // Of two operations, the second stores both where they fit.
   constexpr bool kHold = kMaxCode + 16 + kMaxCode + Ac::kMaxCategory <= kHeldBits;
   if (auto s = ownCodeValue<kMaxDc, kHold>(sink, dcTable, 0, ownValueCode(dcDifference)); s) return s;
-  int next = 1;
+  size_t next = 1;
   uint64_t set = ac.set();
   const auto one = [&](auto hold) QELJ_INLINE_LAMBDA {
-    const int k = std::countr_zero(set);
+    const auto k = size_t(std::countr_zero(set));
     set &= set - 1;
-    auto run = unsigned(k - next);
+    size_t run = k - next;
     next = k + 1;
     for (; run > 15; run -= 16) [[unlikely]]
       if (auto s = sink.code(acTable, 0xF0); s) return s;
-    return ownCodeValue<kMaxAc, hold>(sink, acTable, run, ac[k]);
+    return ownCodeValue<kMaxAc, hold, Ac::kMaxCategory>(sink, acTable, run, ac[k]);
   };
   while (set) {
     if (auto s = one(std::false_type()); s) return s;
