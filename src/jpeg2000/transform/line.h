@@ -37,6 +37,12 @@ template <class V>
 struct Alternating {
   V first, second;
 };
+// And the samples in front of the second, where they lie together: loads save shuffles, of which a processor does fewer
+// at a time.
+template <class V>
+struct WithLeft : Alternating<V> {
+  V left;
+};
 template <class V>
 QELJ_INLINE Alternating<V> loadAlternating(const Lane<V>* p) {
   if constexpr (OneSample<V>) {
@@ -94,8 +100,12 @@ class Stages {
       : w_(one.w_), a0_(one.a0_.last()), b1_(one.b1_.last()), a2_(one.a2_.last()), b3_(one.b3_.last()) {}
 
   // Takes the group at A[i] through stages 1 and 2.
-  QELJ_INLINE void take(ptrdiff_t i, Alternating<V> group) {
-    const V newest = Filter::start(group.second), left = a0_(newest);
+  template <class Group>
+  QELJ_INLINE void take(ptrdiff_t i, const Group& group) {
+    const V newest = Filter::start(group.second);
+    V left;
+    if constexpr (requires { group.left; } && !Filter::kHasStart) left = group.left;
+    else left = a0_(newest);
     b_ = stage<1>(i - 1 + lead, group.first, left, newest);
     late_ = b1_(b_);
     a_ = stage<2>(i - 1, left, late_, b_);
@@ -216,22 +226,23 @@ struct SplitLine {
     return ends == Ends::kBorder ? aCount + bCount : std::min(aCount, bCount + 1 - lead) - kGroup<V>;
   }
   template <class V>
-  QELJ_INLINE Alternating<V> group(ptrdiff_t i) const {
-    return {load<V>(offset(b, i - 1 + lead)), load<V>(offset(a, i))};
+  QELJ_INLINE WithLeft<V> group(ptrdiff_t i) const {
+    return {{load<V>(offset(b, i - 1 + lead)), load<V>(offset(a, i))}, load<V>(offset(a, i - 1))};
   }
   template <class V>
   QELJ_INLINE Alternating<V> groupFrom(ptrdiff_t i) const {
     return {load<V>(offset(a, i)), load<V>(offset(b, i + lead))};
   }
   template <class V>
-  QELJ_INLINE Alternating<V> lastGroup(ptrdiff_t i) const {
+  QELJ_INLINE WithLeft<V> lastGroup(ptrdiff_t i) const {
     const auto last = [](const T* band, ptrdiff_t count, ptrdiff_t end, ptrdiff_t mirror) QELJ_INLINE_LAMBDA {
       V v = load<V>(offset(band, std::min(count, end) - kGroup<V>));
       for (; count < end; ++count, --mirror) v = simd::oneAfter(v, all<V>(at(band, mirror)));
       return v;
     };
-    return {last(b, bCount, i - 1 + lead + kGroup<V>, aCount - 2 + lead),
-            last(a, aCount, i + kGroup<V>, bCount - 1 - lead)};
+    const V second = last(a, aCount, i + kGroup<V>, bCount - 1 - lead);
+    return {{last(b, bCount, i - 1 + lead + kGroup<V>, aCount - 2 + lead), second},
+            simd::oneBefore(all<V>(at(a, i - 1)), second)};
   }
   template <class V>
   QELJ_INLINE void set(ptrdiff_t k, bool late, V aValues, V bValues) const {
@@ -272,10 +283,10 @@ QELJ_INLINE Stages<Filter, V, lead> prepared(const Source& src, ptrdiff_t w, ptr
   }
   constexpr bool kAtStart = n >= S;  // and the bands have a group or more
   Stages<Filter, T, lead> one(w);
-  one.take(next - S, {T(), src.template sampleOfA<kAtStart>(next - S)});
+  one.take(next - S, Alternating<T>{T(), src.template sampleOfA<kAtStart>(next - S)});
   for (ptrdiff_t i = next - S + 1; i < next; ++i) {
     one.finish();
-    one.take(i, {src.template sampleOfB<kAtStart>(i - 1 + lead), src.template sampleOfA<kAtStart>(i)});
+    one.take(i, Alternating<T>{src.template sampleOfB<kAtStart>(i - 1 + lead), src.template sampleOfA<kAtStart>(i)});
   }
   one.finish();
   if constexpr (OneSample<V>) return one;
@@ -290,8 +301,8 @@ QELJ_INLINE void ownLiftRange(const Source& src, const Target& dst, ptrdiff_t w,
   constexpr int S = Filter::kStages;
   constexpr ptrdiff_t n = kGroup<V>;
   const auto inside = [&](ptrdiff_t i) QELJ_INLINE_LAMBDA { return src.template group<V>(i); };
-  const auto anywhere = [&](ptrdiff_t i) QELJ_INLINE_LAMBDA -> Alternating<V> {
-    if constexpr (n < S) return {src.sampleOfB(i - 1 + lead), src.sampleOfA(i)};
+  const auto anywhere = [&](ptrdiff_t i) QELJ_INLINE_LAMBDA {
+    if constexpr (n < S) return Alternating<V>{src.sampleOfB(i - 1 + lead), src.sampleOfA(i)};
     else return i <= src.template lastInside<V>() ? inside(i) : src.template lastGroup<V>(i);
   };
 
@@ -304,7 +315,7 @@ QELJ_INLINE void ownLiftRange(const Source& src, const Target& dst, ptrdiff_t w,
     k += n;
   };
   const auto step = [&](auto groupAt) QELJ_INLINE_LAMBDA {
-    const Alternating<V> next = groupAt(k + n + S / 2);
+    const auto next = groupAt(k + n + S / 2);
     leave();
     stages.take(k + S / 2, next);
   };
@@ -484,26 +495,22 @@ QELJ_INLINE void ownLiftLine(const Source& src, const Target& dst, ptrdiff_t aCo
   }
 }
 
-// Between the alternating samples of a line and its bands, of one sample or more each. q = 1 where the first sample is
-// of the high band.
-template <class Filter, Ends ends, class V, class T = typename Filter::Sample>
-[[gnu::noinline]] void ownForwardLineBy(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs, int q) {
-  withConstant<0, 1>(q, [&](auto lead) {
-    ownLiftLine<Filter, V, lead, ends>(AlternatingLine<const T, lead, ends>{src, lows + highs},
-                                       SplitLine<T, lead, ends>{low, high, lows, highs}, lows, highs);
-  });
+// Between the alternating samples of a line and its bands, of one sample or more each. (Functions with arguments, not
+// closures: a short line takes less time than to find what those refer to.)
+template <class Filter, class V, int lead, Ends ends, class T = typename Filter::Sample>
+[[gnu::noinline]] void ownForwardLineBy(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs) {
+  ownLiftLine<Filter, V, lead, ends>(AlternatingLine<const T, lead, ends>{src, lows + highs},
+                                     SplitLine<T, lead, ends>{low, high, lows, highs}, lows, highs);
 }
-template <class Filter, Ends ends, class V, class T = typename Filter::Sample>
-[[gnu::noinline]] void ownInverseLineBy(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst, int q) {
-  withConstant<0, 1>(1 - q, [&](auto lead) {
-    ownLiftLine<Filter, V, lead, ends>(SplitLine<const T, lead, ends>{high, low, highs, lows},
-                                       AlternatingLine<T, lead, ends>{dst, lows + highs}, highs, lows);
-  });
+template <class Filter, class V, int lead, Ends ends, class T = typename Filter::Sample>
+[[gnu::noinline]] void ownInverseLineBy(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst) {
+  ownLiftLine<Filter, V, lead, ends>(SplitLine<const T, lead, ends>{high, low, highs, lows},
+                                     AlternatingLine<T, lead, ends>{dst, lows + highs}, highs, lows);
 }
 
 // The same by the widest vectors that a line has room for: between special ends, for two of them, as it takes long to
 // begin a last one that overlaps the first. Short lines have functions of their own, without what wide vectors need at
-// the start of one.
+// the start of one. q = 1 where the first sample is of the high band.
 template <class Filter>
 constexpr bool hasRoomForWide(ptrdiff_t lows, ptrdiff_t highs) {
   using V = simd::Wide<typename Filter::Sample>;
@@ -512,15 +519,21 @@ constexpr bool hasRoomForWide(ptrdiff_t lows, ptrdiff_t highs) {
 }
 template <class Filter, Ends ends, class T = typename Filter::Sample>
 void ownForwardLine(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs, int q) {
-  if (hasRoomForWide<Filter>(lows, highs))
-    return ownForwardLineBy<Filter, ends, simd::Wide<T>>(src, low, lows, high, highs, q);
-  ownForwardLineBy<Filter, ends, simd::Vec<T>>(src, low, lows, high, highs, q);
+  const auto by = [&]<class V>(V) QELJ_INLINE_LAMBDA {
+    if (q) ownForwardLineBy<Filter, V, 1, ends>(src, low, lows, high, highs);
+    else ownForwardLineBy<Filter, V, 0, ends>(src, low, lows, high, highs);
+  };
+  if (hasRoomForWide<Filter>(lows, highs)) by(simd::Wide<T>());
+  else by(simd::Vec<T>());
 }
 template <class Filter, Ends ends, class T = typename Filter::Sample>
 void ownInverseLine(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst, int q) {
-  if (hasRoomForWide<Filter>(lows, highs))
-    return ownInverseLineBy<Filter, ends, simd::Wide<T>>(low, lows, high, highs, dst, q);
-  ownInverseLineBy<Filter, ends, simd::Vec<T>>(low, lows, high, highs, dst, q);
+  const auto by = [&]<class V>(V) QELJ_INLINE_LAMBDA {
+    if (q) ownInverseLineBy<Filter, V, 0, ends>(low, lows, high, highs, dst);
+    else ownInverseLineBy<Filter, V, 1, ends>(low, lows, high, highs, dst);
+  };
+  if (hasRoomForWide<Filter>(lows, highs)) by(simd::Wide<T>());
+  else by(simd::Vec<T>());
 }
 
 }  // namespace qelj::jpeg2000::lifting
