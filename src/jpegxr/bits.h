@@ -8,6 +8,7 @@
 
 #include "frame/arith.h"
 #include "frame/check.h"
+#include "frame/simd.h"
 #include "jpegxr/tables.h"
 
 namespace qelj::jpegxr {
@@ -27,46 +28,59 @@ constexpr QelStatus nonNull(const BitStream<Byte>& stream) {
 constexpr QelStatus bitsHeld(int32_t bitCount) { return require(bitCount >= 0 && bitCount <= 32, qelStatusOutOfRange); }
 constexpr QelStatus fieldBits(uint32_t bits) { return require(bits <= 15, qelStatusOutOfRange); }
 
-// A position is worked on by value, so that it can live in registers, and handed back by finish().
+// A position is worked on by value, so that it can live in registers, and handed back by finish(). Until then the bits
+// gather in an array of the writer's user: where a unit ends no predictor learns, and there eight bytes can be stored
+// without a look at how many of them count.
 class UnitWriter {
  public:
-  explicit UnitWriter(const BitStream<uint8_t>& stream)
-      : stream_(stream), next_(*stream.bytes), count_(*stream.bitCount) {
-    held_ = uint64_t(*stream.bitBuffer) >> (32 - count_);
+  // For the bytes of a call and those that the caller held.
+  struct Room {
+    uint8_t bytes[128 + sizeof(uint64_t)];
+  };
+
+  UnitWriter(const BitStream<uint8_t>& stream, Room& room)
+      : stream_(stream), bytes_(room.bytes), end_(uint32_t(*stream.bitCount)) {
+    held_ = uint64_t(*stream.bitBuffer) >> (32 - end_);
   }
 
-  // Appends the low `count` bits of `bits`. At most 32 bits may be held in front, and 64 behind.
-  void add(uint32_t bits, int count) {
-    held_ = held_ << count | (bits & ((uint64_t(1) << count) - 1));
-    count_ += count;
+  // Appends the low `count` bits of `bits`, whose others are 0: 32 at most, or 57 behind settle().
+  void append(uint64_t bits, uint32_t count) {
+    held_ = held_ << (count & 63) | bits;
+    end_ += count & 63;
   }
-  // More than 32 held bits are stored at once, so that one is left at least: the last 16 may still be the caller's.
+  void append(Code code) { append(code.value, code.sums); }
   void settle() {
-    if (count_ > 32) {
-      count_ -= 32;
-      store(next_, __builtin_bswap32(uint32_t(held_ >> count_)));
-      next_ += 4;
-    }
+    const uint32_t whole = settled_ >> 3;
+    store(bytes_ + whole, __builtin_bswap64(held_ << ((8 * whole - end_) & 63)));
+    settled_ = end_;
   }
-  void append(const Look& look) { held_ = held_ << look.length | look.value, count_ += look.length; }
 
-  // Stores whole units until at most 16 bits are held, and hands the position back.
+  // Hands back the position behind all whole units but for one that is the last. Nothing behind them is written.
   void finish() {
-    if (count_ > 16) {
-      count_ -= 16;
-      store(next_, __builtin_bswap16(uint16_t(held_ >> count_)));
-      next_ += 2;
-    }
-    *stream_.bytes = next_;
-    *stream_.bitBuffer = uint32_t(held_ << (32 - count_));
-    *stream_.bitCount = count_;
+    settle();
+    const uint32_t units = (end_ - (end_ > 0)) >> 4, size = 2 * units, rest = end_ - 16 * units;
+    uint8_t* const to = *stream_.bytes;
+    // Two pieces that overlap.
+    const auto copy = [=, this]<class Piece>(Piece) QELJ_INLINE_LAMBDA {
+      store(to, load<Piece>(bytes_));
+      store(to + size - sizeof(Piece), load<Piece>(bytes_ + size - sizeof(Piece)));
+    };
+    if (size > 2 * sizeof(simd::U8x16)) [[unlikely]]
+      std::memcpy(to, bytes_, size);
+    else if (size >= sizeof(simd::U8x16)) copy(simd::U8x16());
+    else if (size >= 8) copy(uint64_t());
+    else if (size >= 4) copy(uint32_t());
+    else if (size) copy(uint16_t());
+    *stream_.bytes = to + size;
+    *stream_.bitBuffer = uint32_t(held_ << (32 - rest));
+    *stream_.bitCount = int32_t(rest);
   }
 
  private:
   BitStream<uint8_t> stream_;
-  uint8_t* next_;
-  uint64_t held_;  // the low count_ bits; above them, bits already stored
-  int count_;
+  uint8_t* const bytes_;
+  uint64_t held_;               // the last bits, of which those of whole bytes in front of settled_ are stored
+  uint32_t end_, settled_ = 0;  // in bits: now, and when they were stored
 };
 
 class UnitReader {

@@ -14,8 +14,8 @@ struct LowBits {
 };
 
 template <bool kFlex, class T>
-QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowBits low, BitStream<uint8_t> stream,
-                 int32_t* pairCount, VLCState* state) {
+QELJ_INLINE QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowBits low, BitStream<uint8_t> stream,
+                             int32_t* pairCount, VLCState* state) {
   const auto [modelBits, trimBits, residual] = low;
   if (auto s =
           check(nonNull(state, src, pairCount), require(!kFlex || residual, qelStatusNullPointer), nonNull(stream));
@@ -27,23 +27,22 @@ QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowBits low, Bit
       s)
     return s;
 
-  int32_t levels[kPlaces];
-  byPosition(src, srcStep, levels);
-  const uint32_t places = significantPlaces<kFlex>(scan, modelBits, trimBits, residual, levels);
-  int32_t pairs[2 * kPlaces], count = 0;
-  walkSignificant(scan, places, [&](int32_t run, uint32_t position) {
-    pairs[2 * count] = run;
-    pairs[2 * count + 1] = levels[position];
-    ++count;
-  });
-  ownEncodePairs<kBlock>(stream, *state, pairs, count, chroma);
-  *pairCount = count;
+  Significant block = significantOf<kFlex>(scan, src, srcStep, modelBits, trimBits, residual);
+  UnitWriter::Room room;
+  BlockEncoder<kBlock> encoder(stream, room, *state, chroma);
+  if (block.places)
+    encoder.encode(scan, block, [=](int place) {
+      const uint32_t position = inBlock(scan[place].position);
+      return magnitude(int32_t(at(row(src, srcStep, kRow[position]), kColumn[position]))) >> modelBits;
+    });
+  encoder.finish();
+  *pairCount = std::popcount(block.places);
   return qelStatusOk;
 }
 
 template <class T>
-QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstStep, int32_t chroma, int32_t* count,
-                 VLCState* state) {
+QELJ_INLINE QelStatus decode(BitStream<const uint8_t> stream, T scale, T* dst, int32_t dstStep, int32_t chroma,
+                             int32_t* count, VLCState* state) {
   if (auto s = check(nonNull(state, dst, count), nonNull(stream)); s) return s;
   ScanEntry* const scan = scanInUse(*state);
   if (auto s = check(bitsHeld(*stream.bitCount), require(scan, qelStatusContextMismatch)); s) return s;

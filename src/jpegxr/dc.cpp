@@ -8,12 +8,15 @@ namespace {
 using namespace jpegxr;
 
 template <const BlockKind& kind>
-QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, int32_t chroma,
-                   BitStream<uint8_t> stream, VLCState* state) {
+QELJ_INLINE QelStatus encodeDC(const int32_t* pairs, int32_t pairCount, int32_t mostPairs, int32_t chroma,
+                               BitStream<uint8_t> stream, VLCState* state) {
   // *stream.bytes is not tested: while the bits fit the buffer, nobody asks for it.
   if (auto s = nonNull(state, pairs, stream.bytes, stream.bitBuffer, stream.bitCount); s) return s;
   if (auto s = check(bitsHeld(*stream.bitCount), require(pairCount <= mostPairs, qelStatusOutOfRange)); s) return s;
-  ownEncodePairs<kind>(stream, *state, pairs, pairCount, chroma);
+  UnitWriter::Room room;
+  BlockEncoder<kind> encoder(stream, room, *state, chroma);
+  if (pairCount > 0) encoder.encodePairs(pairs, pairCount);
+  encoder.finish();
   return qelStatusOk;
 }
 
@@ -25,7 +28,7 @@ QelStatus checkDecoder(const BitStream<const uint8_t>& stream, const int32_t* ds
 
 // The values of a subsampled plane in their coded order. A coefficient behind the last one leaves the count alone.
 template <const BlockKind& kind>
-QelStatus decodeLinear(BitStream<const uint8_t> stream, int32_t* dst, int32_t* count, VLCState* state) {
+QELJ_INLINE QelStatus decodeLinear(BitStream<const uint8_t> stream, int32_t* dst, int32_t* count, VLCState* state) {
   if (auto s = checkDecoder(stream, dst, count, state); s) return s;
   for (int i = kind.firstPlace; i < kPlaces; ++i) put(dst, i - kind.firstPlace, 0);
   BlockDecoder<kind> decoder(stream, *state, 0);

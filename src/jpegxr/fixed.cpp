@@ -1,4 +1,6 @@
 // Fixed-length coding (ITU-T T.832, 8.7.20): the low bits of a block's coefficients, which the adaptive codes left.
+#include <algorithm>
+#include <array>
 #include <iterator>
 #include <utility>
 
@@ -23,34 +25,79 @@ QELJ_INLINE void forEachField(Field&& field) {
       QELJ_INLINE_LAMBDA { (field(place, kFieldOrder[place]), ...); }(std::make_integer_sequence<int, kFields>());
 }
 
+// What a sample sends in its field, over a bit that says whether the field has a sign. That goes with any value above 0,
+// also with one whose low bits are all 0.
+template <class V>
+constexpr With<uint32_t, V> fieldOf(V sample, uint32_t n, uint32_t trimBits) {
+  using U = With<uint32_t, V>;
+  const U a = magnitude(sample) >> trimBits;
+  return select(a != U{}, 4 * (a & ((1u << n) - 1)) + 2 * shr(as<uint32_t>(sample), 31) + 1, U{});
+}
+
+// Where the fields lie by position, and in the rows of a block.
+constexpr auto kByPosition = [] {
+  std::array<uint8_t, kPlaces> places{};
+  std::copy(std::begin(kFieldOrder), std::end(kFieldOrder), places.begin());
+  return places;
+}();
+constexpr auto kByRow = [] {
+  std::array<uint8_t, kPlaces> places{};
+  for (size_t i = 0; i < kFields; ++i) places[i] = uint8_t(4 * kRow[kFieldOrder[i]] + kColumn[kFieldOrder[i]]);
+  return places;
+}();
+
+// Fields of up to six bits, joined by fours without a shift for each of them: products with the powers of two of what is
+// behind are added up in pairs, then pairs likewise. One more without bits ends the last four.
+constexpr uint32_t kMostJoined = 5;
+QELJ_INLINE void ownJoinFields(UnitWriter& bits, uint32_t n, const simd::U32x4 (&fields)[4],
+                               const std::array<uint8_t, kPlaces>& places) {
+  using simd::I16x8, simd::U16x8, simd::U32x4, simd::U8x16;
+  constexpr uint8_t kAll = 0xFF, kOne = 1;
+  const U8x16 there = {kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, 0};
+  const auto halves = [](U32x4 v, U32x4 w) { return simd::packI16(as<int32_t>(v & 127u), as<int32_t>(w & 127u)); };
+  const U8x16 all15 = simd::packU8(halves(fields[0], fields[1]), halves(fields[2], fields[3]));
+  const U8x16 field = simd::shuffleBytes(all15, load<U8x16>(places.data())) & there, hasSign = field & kOne;
+  const U8x16 counts = (all<U8x16>(uint8_t(n)) & there) + hasSign;
+  const U8x16 least = all<U8x16>(uint8_t(1 << n)) & there, powers = least + (least & -hasSign) - U8x16(~there);
+  const U8x16 values = (field >> 1) & U8x16(powers - kOne);
+  const auto twos = as<uint16_t>(powers);
+  const U16x8 fours = (twos & uint16_t(255)) * (twos >> 8);
+  const I16x8 pairs = simd::mulAddBytes(values, as<int8_t>(twos >> 8 | uint16_t(1 << 8)));
+  const auto joined = as<uint32_t>(simd::mulAddPairs(pairs, as<int16_t>(as<uint32_t>(fours) >> 16 | 1u << 16)));
+  const auto count = as<uint32_t>(simd::mulAddPairs(simd::addBytePairs(counts), simd::pairs<I16x8>(1, 1)));
+  bits.settle();
+  for (int i = 0; i < 4; i += 2) {
+    bits.append(uint64_t(joined[i]) << count[i + 1] | joined[i + 1], count[i] + count[i + 1]);
+    bits.settle();
+  }
+}
+
 template <class T>
-QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, BitStream<uint8_t> stream, uint32_t flexBits,
-                 uint32_t trimBits, int32_t fromResidual) {
+QELJ_INLINE QelStatus encode(const T* src, int32_t srcStep, const uint32_t* residual, BitStream<uint8_t> stream,
+                             uint32_t flexBits, uint32_t trimBits, int32_t fromResidual) {
   if (auto s = check(nonNull(src, residual), nonNull(stream)); s) return s;
   if (auto s = check(bitsHeld(*stream.bitCount), fieldBits(flexBits), fieldBits(trimBits)); s) return s;
-  const int n = int(flexBits);
-  UnitWriter bits(stream);
-  // As many fields are settled at once as fit 32 bits: every settling is a branch that depends on the bits.
-  const int together = n < 2 ? 16 : n < 4 ? 8 : n < 8 ? 4 : 2;
-  const auto settle = [&](int place) {
-    if (!((place + 1) & (together - 1))) bits.settle();
-  };
-  if (fromResidual) {
-    forEachField([&](int place, int position) {
-      const uint32_t r = at(residual, position);
-      bits.add(r >> 1, n + int(r & 1));
-      settle(place);
-    });
+  UnitWriter::Room room;
+  UnitWriter bits(stream, room);
+  if (simd::kEnabled && simd::kShuffles && flexBits <= kMostJoined) {
+    using simd::I32x4, simd::U32x4;
+    U32x4 fields[4];
+    for (int i = 0; i < 4; ++i)
+      fields[i] = fromResidual ? load<U32x4>(offset(residual, 4 * i))
+                               : fieldOf(simd::loadAs<I32x4, T>(row(src, srcStep, i)), flexBits, trimBits);
+    ownJoinFields(bits, flexBits, fields, fromResidual ? kByPosition : kByRow);
   } else {
+    // As many fields are settled at once as fit 32 bits.
+    const int together = flexBits < 2 ? 16 : flexBits < 4 ? 8 : flexBits < 8 ? 4 : 2;
     forEachField([&](int place, int position) {
-      const int32_t v = at(row(src, srcStep, kRow[position]), kColumn[position]);
-      const uint32_t a = magnitude(v) >> trimBits, field = (a & ((1u << n) - 1)) << 1 | uint32_t(v < 0);
-      // The sign goes with any value above 0, also with one whose low bits are all 0.
-      bits.add(a ? field : 0, n + (a != 0));
-      settle(place);
+      const uint32_t field =
+          fromResidual ? at(residual, position)
+                       : fieldOf(int32_t(at(row(src, srcStep, kRow[position]), kColumn[position])), flexBits, trimBits);
+      const uint32_t count = flexBits + (field & 1);
+      bits.append(field >> 1 & ((1u << count) - 1), count);
+      if (!((place + 1) & (together - 1))) bits.settle();
     });
   }
-  bits.settle();
   bits.finish();
   return qelStatusOk;
 }
@@ -113,8 +160,8 @@ inline void ownDecodeFields(UnitReader& bits, T* srcDst, ptrdiff_t step, int n, 
 }
 
 template <class T>
-QelStatus decode(BitStream<const uint8_t> stream, T* srcDst, int32_t srcDstStep, uint32_t flexBits, T scale,
-                 int32_t refine) {
+QELJ_INLINE QelStatus decode(BitStream<const uint8_t> stream, T* srcDst, int32_t srcDstStep, uint32_t flexBits, T scale,
+                             int32_t refine) {
   if (auto s = check(nonNull(srcDst), nonNull(stream)); s) return s;
   if (auto s = check(bitsHeld(*stream.bitCount), fieldBits(flexBits)); s) return s;
   UnitReader bits(stream);

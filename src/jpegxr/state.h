@@ -84,7 +84,8 @@ inline uint32_t inBlock(uint32_t position) { return position % kPlaces; }
 template <int firstMoving = 2>
 inline void countSignificant(ScanEntry* scan, int place) {
   scan[place].count = addWrap<int32_t>(scan[place].count, 1);
-  if (place >= firstMoving && scan[place].count > scan[place - 1].count) std::swap(scan[place], scan[place - 1]);
+  if (place >= firstMoving && scan[place].count > scan[place - 1].count) [[unlikely]]
+    std::swap(scan[place], scan[place - 1]);
 }
 
 // --- what of a block's coefficients is coded as levels, and what stays behind ------------------------------
@@ -115,19 +116,30 @@ constexpr With<uint32_t, V> residualOf(V v, uint32_t modelBits, uint32_t trimBit
   return select(a >> modelBits != U{}, 2 * t, 4 * t + 2 * (any & sign) + any);
 }
 
-// The sixteen coefficients of a block in the order of their positions.
-template <class T>
-inline void byPosition(const T* block, ptrdiff_t step, int32_t (&to)[kPlaces]) {
-  if constexpr (simd::kEnabled) {
-    simd::I32x4 r[4];
-    for (int y = 0; y < 4; ++y) r[y] = simd::loadAs<simd::I32x4, T>(row(block, step, y));
-    store(to, __builtin_shufflevector(r[0], r[1], 0, 1, 4, 5));
-    store(to + 4, __builtin_shufflevector(r[0], r[1], 3, 2, 7, 6));
-    store(to + 8, __builtin_shufflevector(r[3], r[2], 0, 1, 4, 5));
-    store(to + 12, __builtin_shufflevector(r[3], r[2], 3, 2, 7, 6));
-  } else {
-    for (int k = 0; k < kPlaces; ++k) to[k] = at(row(block, step, kRow[k]), kColumn[k]);
+// Sixteen numbers as bytes, signed ones saturated.
+inline simd::U8x16 packBytes(simd::U32x4 a, simd::U32x4 b, simd::U32x4 c, simd::U32x4 d) {
+  const auto halves = [](auto v, auto w) { return simd::packI16(as<int32_t>(v), as<int32_t>(w)); };
+  return as<uint8_t>(simd::packI8(halves(a, b), halves(c, d)));
+}
+// The positions along a scan, a byte each. Counts are left alone: a vector over one that was stored by itself a moment
+// ago would wait for it.
+inline simd::U8x16 orderOf(const ScanEntry* scan) {
+  using simd::U32x4, simd::U64x2;
+  U32x4 order[4];
+  for (int i = 0; i < 4; ++i) {
+    const auto two = [=](int k) {
+      const auto first = reinterpret_cast<const char*>(scan + 4 * i + k) + offsetof(ScanEntry, position);
+      return as<uint32_t>(U64x2{load<uint64_t>(first), load<uint64_t>(first + sizeof(ScanEntry))});
+    };
+    order[i] = __builtin_shufflevector(two(0), two(2), 0, 2, 4, 6);
   }
+  return packBytes(order[0], order[1], order[2], order[3]);
+}
+// The residuals of four coefficients from position 4 * i on, but for that of the DC.
+inline void putResiduals(uint32_t* residual, int i, simd::I32x4 quad, uint32_t modelBits, uint32_t trimBits) {
+  const simd::U32x4 r = residualOf(quad, modelBits, trimBits);
+  if (i) return store(offset(residual, 4 * i), r);
+  for (int k = 1; k < 4; ++k) put(residual, k, r[k]);
 }
 
 // The significant places of a scan, place k in bit k, and the residuals if they are asked for. Place 0 is the
@@ -149,33 +161,16 @@ inline uint32_t significantPlaces(const ScanEntry* scan, uint32_t modelBits, uin
     return places;
   } else {
     using simd::I32x4, simd::U32x4, simd::U8x16;
-    I32x4 significant[4];
+    U32x4 significant[4];
     for (int i = 0; i < 4; ++i) {
       const auto quad = load<I32x4>(coefficients + 4 * i), level = levelOf(quad, modelBits);
       store(coefficients + 4 * i, level);
-      significant[i] = level != I32x4{};
-      if constexpr (kResidual) {
-        const U32x4 r = residualOf(quad, modelBits, trimBits);
-        if (i) store(offset(residual, 4 * i), r);
-        else
-          for (int k = 1; k < 4; ++k) put(residual, k, r[k]);
-      }
+      significant[i] = as<uint32_t>(level != I32x4{});
+      if constexpr (kResidual) putResiduals(residual, i, quad, modelBits, trimBits);
     }
-    const auto pack = [](auto a, auto b, auto x, auto y) {
-      const auto halves = [](auto v, auto w) { return simd::packI16(as<int32_t>(v), as<int32_t>(w)); };
-      return as<uint8_t>(simd::packI8(halves(a, b), halves(x, y)));
-    };
-    const U8x16 any = pack(significant[0], significant[1], significant[2], significant[3]);
+    const U8x16 any = packBytes(significant[0], significant[1], significant[2], significant[3]);
     if (simd::isZero(any)) return 0;
-    // The positions along the scan, out of four entries at a time.
-    U32x4 order[4];
-    for (int i = 0; i < 4; ++i) {
-      U32x4 e[4];
-      for (int k = 0; k < 4; ++k) e[k] = load<U32x4>(scan + 4 * i + k);
-      using simd::unpackHigh, simd::unpackLow;
-      order[i] = as<uint32_t>(unpackHigh(as<uint64_t>(unpackLow(e[0], e[1])), as<uint64_t>(unpackLow(e[2], e[3]))));
-    }
-    return simd::topBits(simd::shuffleBytes(any, pack(order[0], order[1], order[2], order[3]))) & 0xFFFE;
+    return simd::topBits(simd::shuffleBytes(any, orderOf(scan))) & 0xFFFE;
   }
 }
 

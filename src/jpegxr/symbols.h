@@ -5,6 +5,7 @@
 #define QELJ_JPEGXR_SYMBOLS_H
 
 #include <algorithm>
+#include <array>
 #include <bit>
 
 #include "jpegxr/bits.h"
@@ -18,9 +19,8 @@ struct BlockKind {
   int first, next, level;  // entries; next and level take the context bit on top
   int firstPlace;          // where a first coefficient without a run stands; the block ends behind place 15
   int firstRow;            // row of the run tables for the first run
-  bool fits = false;       // whether pairs to code are known to fit the block: they are not a caller's
 };
-inline constexpr BlockKind kBlock = {kHighFirst, kHighNext, kHighLevel, 1, 0, true};
+inline constexpr BlockKind kBlock = {kHighFirst, kHighNext, kHighLevel, 1, 0};
 inline constexpr BlockKind kDC444 = {kLowFirst, kLowNext, kLowLevel, 1, 0};
 inline constexpr BlockKind kDC422 = {kLowFirst + kChromaStep, kLowNext + kChromaStep, kLowLevel, 2, 0};
 inline constexpr BlockKind kDC420 = {kLowFirst + kChromaStep, kLowNext + kChromaStep, kLowLevel, 10, 2};
@@ -47,23 +47,16 @@ inline void adapt(VLCState& state, int entry, int32_t deltas) {
   state.discriminant2[entry] = addWrap<int32_t>(state.discriminant2[entry], (deltas - first) >> 8);
 }
 
-// The sums of a block's further indices and of its levels, each in context 0 and in context 1, as an encoder meets
-// them: in one register, as numbers of 16 bits.
-class Sums {
- public:
-  void index(int16_t deltas, int context) { add(deltas, 2 * context); }
-  void level(int16_t deltas, int context) { add(deltas, 2 * context + 1); }
-  void adapt(VLCState& state, int next, int level) {
-    for (const int entry : {next, level, next + 1, level + 1}) {
-      const auto sum = int16_t(all_);
-      jpegxr::adapt(state, entry, sum);
-      all_ = (all_ - sum) >> 16;
+// What the further indices and the levels of a block sum up to, each in context 0 and in context 1, as an encoder meets
+// them.
+struct Sums {
+  uint32_t index[2] = {}, level[2] = {};
+  void adapt(VLCState& state, int next, int levels) const {
+    for (int context = 0; context < 2; ++context) {
+      jpegxr::adapt(state, next + context, int16_t(index[context] >> 16));
+      jpegxr::adapt(state, levels + context, int16_t(level[context] >> 16));
     }
   }
-
- private:
-  void add(int32_t deltas, int which) { all_ += int64_t(uint64_t(int64_t(deltas)) << 16 * which); }
-  int64_t all_ = 0;
 };
 
 // The same of one context, as a decoder meets them.
@@ -85,24 +78,6 @@ class LookSums {
 
 // --- the last places ---------------------------------------------------------------------------------------
 
-// Place 14 has room for one neighbour and place 15 for none: their indices have fixed codes, which adapt nothing. The
-// table of place 14, then that of place 15.
-inline constexpr int kFixedPlace = 14;
-struct FixedIndex {
-  int symbol;
-  uint32_t code;
-  int length;
-};
-inline constexpr FixedIndex kFixedIndices[2][4] = {{{0, 0, 1}, {2, 2, 2}, {1, 6, 3}, {3, 7, 3}},
-                                                   {{0, 0, 1}, {1, 1, 1}}};
-inline constexpr auto kFixedCodes = [] {
-  std::array<std::array<Look, 12>, 2> all{};
-  for (size_t last = 0; last < 2; ++last)
-    for (const FixedIndex& index : kFixedIndices[last])
-      for (uint32_t negative = 0; index.length && negative < 2; ++negative)
-        all[last][size_t(2 * index.symbol) + negative] = {index.code << 1 | negative, uint8_t(index.length + 1), 0};
-  return all;
-}();
 inline constexpr int kFixedBits = 4;
 inline constexpr auto kFixedDecoding = [] {
   std::array<std::array<NextLook, 1 << kFixedBits>, 2> all{};
@@ -118,89 +93,216 @@ inline constexpr auto kFixedDecoding = [] {
 
 // --- encoder -----------------------------------------------------------------------------------------------
 
-// Appends a level from 128 on, which is none of the looks: the code of an escape, a length, and as many bits.
-inline void appendEscape(UnitWriter& bits, const int32_t* codes, uint32_t size) {
+// Appends a level of kLevels - 1 or more, behind its sign: the code of an escape, a length, and as many bits.
+QELJ_INLINE void appendEscape(UnitWriter& bits, const int32_t* codes, uint32_t size) {
   const uint32_t a = size - 2;
-  const int length = escapeLength(a);
+  const int length = escapeLength(a), count = length + kEscapeBits;
   bits.settle();
-  bits.add(uint32_t(at(codes, 1 + 2 * kEscape)), at(codes, 2 + 2 * kEscape));
-  if (length < 15) bits.add(uint32_t(length), 4);
-  else if (length < 18) bits.add(15u << 2 | uint32_t(length - 15), 6);
-  else bits.add(15u << 5 | 3u << 3 | (uint32_t(length - 18) & 7), 9);  // beyond 25 the low bits of the length go out
+  bits.append(uint32_t(at(codes, 1 + 2 * kEscape)), uint32_t(at(codes, 2 + 2 * kEscape)));
+  if (length < 15) bits.append(uint32_t(length), 4);
+  else if (length < 18) bits.append(15u << 2 | uint32_t(length - 15), 6);
+  else bits.append(15u << 5 | 3u << 3 | (uint32_t(length - 18) & 7), 9);  // beyond 25 the low bits of the length go out
   bits.settle();
-  bits.add(a, length + kEscapeBits);
-  bits.settle();
+  bits.append(a & ((1u << count) - 1), uint32_t(count));
 }
 
-// Codes `count` pairs (run, level). A list that doesn't fit its block gives a stream that no decoder follows,
-// but nothing is written elsewhere.
-template <const BlockKind& kind>
-inline void ownEncodePairs(const BitStream<uint8_t>& stream, VLCState& state, const int32_t* pairs, int32_t count,
-                           int32_t chroma) {
-  UnitWriter bits(stream);
-  if (count < 1) return bits.finish();
-  const int first = kind.first + kChromaStep * (chroma != 0), next = kind.next + kChromaStep * (chroma != 0);
-  const Look* const runs = looksOf<RunCodes>(state.codeTable[kRunClass]);
-  const Look* const levels[2] = {looksOf<LevelCodes>(state.codeTable[kind.level]),
-                                 looksOf<LevelCodes>(state.codeTable[kind.level + 1])};
-  Sums sums;
+// The number of a level in the tables of levels.
+template <class U>
+constexpr U levelNumber(U size, U sign) {
+  return min(size, all<U>(kLevels - 1)) | (sign & kSigned);
+}
 
-  // Runs of 16 and more, which fit no block, end in the bits of one that is shorter by eights.
-  const auto appendRun = [&](int32_t run, int64_t room) {
-    if constexpr (kind.fits) return bits.append(runs[kRuns * room + run]);
-    const int known = run < 0 ? 0 : run < kRuns ? run : kRuns / 2 + run % (kRuns / 2);
-    bits.append(runs[kRuns * std::clamp<int64_t>(room, 0, kRooms - 1) + known]);
+// What an encoder has to know of a block, by place: which coefficients are significant, the indices that they would have
+// in the middle of a list, as the tables of further indices have them, and the numbers of their levels.
+struct Significant {
+  uint32_t places;
+  uint8_t indices[kPlaces], levels[kPlaces];
+};
+template <bool kResidual, class T>
+QELJ_INLINE Significant significantOf(const ScanEntry* scan, const T* src, ptrdiff_t step, uint32_t modelBits,
+                                      uint32_t trimBits, uint32_t* residual) {
+  Significant block;
+  block.places = 0;
+  const auto index = [](int place, bool large, bool adjacent) {
+    const uint32_t then = adjacent ? kAdjacent : kBehindRun;
+    return uint8_t(uint32_t(kIndices * std::max(place - kFixedPlace + 1, 0)) + large + 2 * then);
   };
-  // A coefficient's bits are at most 9, 16 and 7 where its level is looked up, so that it is settled once.
-  const auto appendLevel = [&](uint32_t size, int context) {
-    const Look& look = (context ? levels[1] : levels[0])[size < kLevels ? size : kLevels - 1];
-    sums.level(look.deltas, context);
-    if (size < kLevels) [[likely]]
-      bits.append(look);
-    else appendEscape(bits, state.codeTable[kind.level + context], size);
-  };
-
-  int32_t level = at(pairs, 1), run = at(pairs, 0), nextRun = count > 1 ? at(pairs, 2) : 0;
-  uint32_t size = magnitude(level);
-  int then = count == 1 ? kLast : nextRun == 0 ? kAdjacent : kBehindRun;
-  int context = run == 0 && then == kAdjacent;
-  const int symbol = int(run == 0) + 2 * int(size > 1) + 4 * then;
-  const Look& index = looksOf<IndexCodes<12>>(state.codeTable[first])[2 * symbol + int(level < 0)];
-  adapt(state, first, index.deltas);
-  bits.append(index);
-  appendLevel(size, context);
-  appendRun(run, kind.firstRow ? 5 : kRooms - 1);
-  bits.settle();
-
-  if (count > 1) {
-    const Look* const indices[2] = {looksOf<IndexCodes<6>>(state.codeTable[next]),
-                                    looksOf<IndexCodes<6>>(state.codeTable[next + 1])};
-    int64_t room = int64_t(14 - kind.firstPlace) - run;
-    const auto append = [&](int following) {
-      const Look* const looks = room <= 0 ? kFixedCodes[room < 0].data() : context ? indices[1] : indices[0];
-      const int fitting = (int(size > 1) + 2 * following) & (room > 0 ? 7 : room == 0 ? 3 : 1);
-      const Look& look = looks[2 * fitting + int(level < 0)];
-      sums.index(look.deltas, context);
-      bits.append(look);
-      context &= int(following == kAdjacent);
-      appendLevel(size, context);
-      bits.settle();
-    };
-    for (int32_t i = 1; i < count; ++i) {
-      run = nextRun;
-      appendRun(run, room);
-      room -= int64_t(run) + 1;
-      level = at(pairs, 2 * ptrdiff_t(i) + 1);
-      size = magnitude(level);
-      if (i + 1 == count) break;
-      nextRun = at(pairs, 2 * ptrdiff_t(i) + 2);
-      append(nextRun == 0 ? kAdjacent : kBehindRun);
+  if constexpr (!simd::kEnabled) {
+    uint32_t large = 0;
+    for (int k = 1; k < kPlaces; ++k) {
+      const uint32_t position = inBlock(scan[k].position);
+      const int32_t v = at(row(src, step, kRow[position]), kColumn[position]);
+      const uint32_t size = magnitude(v) >> modelBits;
+      block.places |= uint32_t(size != 0) << k, large |= uint32_t(size > 1) << k;
+      block.levels[k] = uint8_t(levelNumber(size, uint32_t(v >> 31)));
+      if constexpr (kResidual) put(residual, position, residualOf(v, modelBits, trimBits));
     }
-    append(kLast);
+    for (uint32_t left = block.places; left; left &= left - 1) {
+      const int k = std::countr_zero(left);
+      block.indices[k] = index(k, large >> k & 1, block.places >> k & 2);
+    }
+  } else {
+    using simd::I32x4, simd::U32x4, simd::U8x16;
+    I32x4 rows[4];
+    for (int y = 0; y < 4; ++y) rows[y] = simd::loadAs<I32x4, T>(row(src, step, y));
+    const I32x4 quads[4] = {
+        __builtin_shufflevector(rows[0], rows[1], 0, 1, 4, 5), __builtin_shufflevector(rows[0], rows[1], 3, 2, 7, 6),
+        __builtin_shufflevector(rows[3], rows[2], 0, 1, 4, 5), __builtin_shufflevector(rows[3], rows[2], 3, 2, 7, 6)};
+    U32x4 numbers[4];
+    for (int i = 0; i < 4; ++i) {
+      numbers[i] = levelNumber(magnitude(quads[i]) >> modelBits, as<uint32_t>(shr(quads[i], 31)));
+      if constexpr (kResidual) putResiduals(residual, i, quads[i], modelBits, trimBits);
+    }
+    numbers[0] &= U32x4{0, ~0u, ~0u, ~0u};
+    const auto halves = [](U32x4 v, U32x4 w) { return simd::packI16(as<int32_t>(v), as<int32_t>(w)); };
+    const U8x16 unordered = simd::packU8(halves(numbers[0], numbers[1]), halves(numbers[2], numbers[3]));
+    constexpr auto kSize = uint8_t(kSigned - 1);
+    if (simd::isZero(U8x16(unordered & kSize))) return block;
+    const U8x16 levels = simd::shuffleBytes(unordered, orderOf(scan)), sizes = levels & kSize;
+    const auto any = as<uint8_t>(sizes != U8x16{}), large = as<uint8_t>(sizes > uint8_t(1));
+    const U8x16 adjacent = simd::oneAfter(any, U8x16{});
+    static constexpr auto kAlone = [index] {
+      std::array<uint8_t, kPlaces> indices{};
+      for (int k = 0; k < kPlaces; ++k) indices[size_t(k)] = index(k, false, false);
+      return indices;
+    }();
+    block.places = simd::topBits(any) & 0xFFFE;
+    store(block.indices, U8x16(load<U8x16>(kAlone.data()) + adjacent + adjacent - large));
+    store(block.levels, levels);
   }
-  sums.adapt(state, next, kind.level);
-  bits.finish();
+  return block;
 }
+
+// A block's bits, from the tables in use for its kind.
+template <const BlockKind& kind>
+class BlockEncoder {
+ public:
+  BlockEncoder(const BitStream<uint8_t>& stream, UnitWriter::Room& room, VLCState& state, int32_t chroma)
+      : bits_(stream, room),
+        state_(state),
+        first_(kind.first + kChromaStep * (chroma != 0)),
+        next_(kind.next + kChromaStep * (chroma != 0)),
+        runs_(looksOf<RunCodes>(state.codeTable[kRunClass])),
+        firsts_(looksOf<FirstCodes>(state.codeTable[first_])),
+        indices_{looksOf<NextCodes>(state.codeTable[next_]), looksOf<NextCodes>(state.codeTable[next_ + 1])},
+        levels_{looksOf<LevelCodes>(state.codeTable[kind.level]),
+                looksOf<LevelCodes>(state.codeTable[kind.level + 1])} {}
+
+  // The significant coefficients of a block, one at least; sorts their scan. Nothing but how many there are, and how many
+  // of them are neighbours, is a branch: where others are and how large they are is a toss of a coin each. Of a level that
+  // has no number of its own, sizeOf(place) is the magnitude.
+  template <class SizeOf>
+  QELJ_INLINE void encode(ScanEntry* scan, Significant& block, SizeOf&& sizeOf) {
+    // Up to the last one of the neighbours from the first place on, indices are of context 1, and in front of it, levels.
+    const int end = std::countr_one(block.places >> 1);
+    const bool adjacent = end > 1;
+    uint8_t& lastIndex = block.indices[31 - std::countl_zero(block.places)];
+    lastIndex = uint8_t(lastIndex - 2 * kBehindRun);  // nothing comes behind it
+
+    int place = std::countr_zero(block.places);
+    const auto size = [&] { return sizeOf(place); };
+    Sums sums;
+    sums.level[adjacent] = putFirst((place == 1) + 2 * (block.indices[place] % kIndices), block.levels[place], adjacent,
+                                    runs_[kRuns * (kRooms - 1) + place - 1], size);
+    countSignificant(scan, place);
+    uint32_t indices = 0, levels = 0;
+    const auto putNext = [&](Code run, const Code* table, bool context) QELJ_INLINE_LAMBDA {
+      const Code index = table[block.indices[place]];
+      indices += index.sums;
+      levels += put(run.before(index), block.levels[place], context, {}, size);
+      countSignificant<0>(scan, place);
+    };
+    for (place = 2; place < end; ++place) putNext({}, indices_[1], true);
+    int before = place - 1;
+    uint32_t left = block.places & (~0u << end);
+    if (adjacent) {
+      sums.index[1] = indices + indices_[1][block.indices[end]].sums;
+      sums.level[1] += levels;
+      levels = 0;
+    } else {
+      before = std::countr_zero(block.places);
+      left = block.places & (block.places - 1);
+    }
+    for (const Code* table = indices_[adjacent]; left; left &= left - 1) {
+      place = std::countr_zero(left);
+      putNext(runs_[kRuns * (kFixedPlace - before) + (place - before - 1)], table, false);
+      before = place, table = indices_[0];
+    }
+    sums.index[0] = indices - sums.index[1];
+    sums.level[0] += levels;
+    adapt(sums);
+  }
+
+  // `count` pairs (run, level), one at least. A list that doesn't fit its block gives a stream that no decoder follows,
+  // but nothing is written elsewhere.
+  void encodePairs(const int32_t* pairs, int32_t count) {
+    Sums sums;
+    int64_t room = kind.firstRow ? 5 : kRooms - 1;
+    bool adjacent = true;
+    for (int32_t i = 0; i < count; ++i) {
+      const int32_t run = at(pairs, 2 * ptrdiff_t(i)), level = at(pairs, 2 * ptrdiff_t(i) + 1);
+      const uint32_t size = magnitude(level), number = levelNumber(size, uint32_t(level >> 31));
+      const int then = i + 1 == count ? kLast : at(pairs, 2 * ptrdiff_t(i) + 2) == 0 ? kAdjacent : kBehindRun;
+      // Runs of 16 and more, which fit no block, end in the bits of one that is shorter by eights.
+      const int known = run < 0 ? 0 : run < kRuns ? run : kRuns / 2 + run % (kRuns / 2);
+      const Code code = runs_[kRuns * std::clamp<int64_t>(room, 0, kRooms - 1) + known];
+      const auto exactly = [=] { return size; };
+      if (i == 0) {
+        adjacent = run == 0 && then == kAdjacent;
+        sums.level[adjacent] += putFirst((run == 0) + 2 * (size > 1) + 4 * then, number, adjacent, code, exactly);
+        room = int64_t(14 - kind.firstPlace) - run;
+        continue;
+      }
+      room -= int64_t(run) + 1;
+      const int symbol = int(size > 1) + 2 * then;
+      const Code index = indices_[adjacent][room > 0    ? symbol
+                                            : room == 0 ? kIndices + symbol % 4
+                                                        : 2 * kIndices + symbol % 2];
+      sums.index[adjacent] += index.sums;
+      adjacent &= then == kAdjacent;
+      sums.level[adjacent] += put(code.before(index), number, adjacent, {}, exactly);
+    }
+    adapt(sums);
+  }
+
+  // Hands the position in the stream back.
+  void finish() { bits_.finish(); }
+
+ private:
+  void adapt(const Sums& sums) { sums.adapt(state_, next_, kind.level); }
+
+  template <class Size>
+  QELJ_INLINE uint32_t putFirst(int symbol, uint32_t number, bool adjacent, Code run, Size&& size) {
+    const Code index = firsts_[symbol];
+    jpegxr::adapt(state_, first_, int16_t(index.sums >> 16));
+    return put(index, number, adjacent, run, size);
+  }
+  // What belongs to a coefficient in one piece: what comes in front of its level and what comes behind, which are no
+  // more than 32 bits if the level has a number. Returns what the level sums up.
+  template <class Size>
+  QELJ_INLINE uint32_t put(Code front, uint32_t number, bool adjacent, Code behind, Size&& size) {
+    const Code level = levels_[adjacent][number];
+    const Code both = front.before(level);
+    if (number % kSigned == kLevels - 1) [[unlikely]] {
+      bits_.append(both);
+      appendEscape(bits_, state_.codeTable[kind.level + adjacent], size());
+      bits_.settle();
+      bits_.append(behind);
+    } else {
+      bits_.append(both.before(behind));
+    }
+    bits_.settle();
+    return level.sums;
+  }
+
+  UnitWriter bits_;
+  VLCState& state_;
+  const int first_, next_;
+  const Code* const runs_;
+  const Code* const firsts_;
+  const Code* const indices_[2];
+  const Code* const levels_[2];
+};
 
 // --- decoder -----------------------------------------------------------------------------------------------
 

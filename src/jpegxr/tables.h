@@ -191,6 +191,22 @@ struct Look {
   int16_t deltas;  // what is added to the first discriminant + 256 * what is added to the second
 };
 
+// The bits that an encoder writes for one, and what it sums up over a block.
+struct Code {
+  uint32_t value = 0;
+  uint32_t sums = 0;  // the number of bits, and deltas * 2^16
+
+  constexpr Code() = default;
+  constexpr Code(Look look) : value(look.value), sums(look.length + (uint32_t(uint16_t(look.deltas)) << 16)) {}
+  // This code and the next one, which have 32 bits at most together.
+  constexpr Code before(Code next) const {
+    Code both;
+    both.value = value << (next.sums & 31) | next.value;
+    both.sums = sums + next.sums;
+    return both;
+  }
+};
+
 // The number of a table that the record points to, and looks made from it, behind it.
 template <class Table, class T, size_t n>
 struct WithLooks {
@@ -218,13 +234,26 @@ constexpr int16_t deltasOf(int t, int symbol) {
   return int16_t(deltas);
 }
 
-// Encoding: of an index and its sign, by 2 * symbol + sign; of a level by its magnitude, where there is none by 0 and
-// 1; of a run in so much room by kRuns * room + run, where there is none by 0.
-inline constexpr int kLevels = 128, kRooms = 15, kRuns = 16;
-template <int symbols>
-using IndexCodes = WithLooks<CodeTable<symbols>, Look, 2 * symbols>;
-using LevelCodes = WithLooks<CodeTable<7>, Look, kLevels>;
-using RunCodes = WithLooks<CodeTable<5>, Look, kRooms * kRuns>;
+// Encoding: of an index by its symbol; of a level with its sign in front by kSigned and its magnitude, where kLevels - 1
+// stands for all that are as large or larger: a sign with what the escape adds up; of a run in so much room by
+// kRuns * room + run, where there is none by 0.
+inline constexpr uint32_t kLevels = 128, kSigned = 128;  // levels fit a byte
+inline constexpr int kRooms = 15, kRuns = 16;
+using FirstCodes = WithLooks<CodeTable<12>, Code, 12>;
+using LevelCodes = WithLooks<CodeTable<7>, Code, 2 * kLevels>;
+using RunCodes = WithLooks<CodeTable<5>, Code, kRooms * kRuns>;
+
+// Place 14 has room for one neighbour and place 15 for none: their indices have fixed codes, which adapt nothing. Behind
+// the codes of a further index stand those for place 14, then those for place 15, from a multiple of kIndices on.
+inline constexpr int kFixedPlace = 14, kIndices = 8;
+struct FixedIndex {
+  int symbol;
+  uint32_t code;
+  int length;
+};
+inline constexpr FixedIndex kFixedIndices[2][4] = {{{0, 0, 1}, {2, 2, 2}, {1, 6, 3}, {3, 7, 3}},
+                                                   {{0, 0, 1}, {1, 1, 1}}};
+using NextCodes = WithLooks<CodeTable<6>, Code, 3 * kIndices>;
 
 // A symbol's code with bits behind it.
 template <int symbols>
@@ -239,20 +268,35 @@ constexpr int escapeLength(uint32_t a) { return std::bit_width(a >> 5); }
 template <int symbols>
 constexpr auto makeEncodeTable(int t) {
   const auto& codes = Codes<symbols>::codes[t];
-  if constexpr (symbols == 6 || symbols == 12) {
-    IndexCodes<symbols> table{codes, t, {}};
-    for (int i = 0; i < 2 * symbols; ++i) table.looks[size_t(i)] = makeCode<symbols>(t, i / 2, uint32_t(i), 1);
+  if constexpr (symbols == 6) {
+    NextCodes table{codes, t, {}};
+    for (int i = 0; i < symbols; ++i) table.looks[size_t(i)] = makeCode<symbols>(t, i, 0, 0);
+    for (size_t last = 0; last < 2; ++last)
+      for (const FixedIndex& index : kFixedIndices[last])
+        if (index.length)
+          table.looks[(last + 1) * kIndices + size_t(index.symbol)] = Look{index.code, uint8_t(index.length), 0};
+    return table;
+  } else if constexpr (symbols == 12) {
+    FirstCodes table{codes, t, {}};
+    for (int i = 0; i < symbols; ++i) table.looks[size_t(i)] = makeCode<symbols>(t, i, 0, 0);
     return table;
   } else if constexpr (symbols == 7) {
     LevelCodes table{codes, t, {}};
-    for (uint32_t a = 0; a + 2 < kLevels; ++a) {
-      const int length = escapeLength(a), bits = length + kEscapeBits;
-      const int symbol = a < 16 ? kLevelSymbol[a] : kEscape;
-      table.looks[a + 2] =
-          symbol == kEscape
-              ? makeCode<symbols>(t, symbol, uint32_t(length) << bits | (a & ((1u << bits) - 1)), 4 + bits)
-              : makeCode<symbols>(t, symbol, a, kLevelBits[symbol]);
-    }
+    for (uint32_t negative = 0; negative < 2; ++negative)
+      for (uint32_t size = 0; size < kLevels; ++size) {
+        Look look = {0, 0, size + 1 == kLevels ? deltasOf<symbols>(t, kEscape) : int16_t(0)};
+        if (size > 1 && size + 1 < kLevels) {
+          const uint32_t a = size - 2;
+          const int length = escapeLength(a), bits = length + kEscapeBits;
+          const int symbol = a < 16 ? kLevelSymbol[a] : kEscape;
+          look = symbol == kEscape
+                     ? makeCode<symbols>(t, symbol, uint32_t(length) << bits | (a & ((1u << bits) - 1)), 4 + bits)
+                     : makeCode<symbols>(t, symbol, a, kLevelBits[symbol]);
+        }
+        look.value |= negative << look.length;
+        ++look.length;
+        table.looks[kSigned * negative + size] = look;
+      }
     return table;
   } else if constexpr (symbols == 5) {
     RunCodes table{codes, t, {}};
@@ -260,8 +304,8 @@ constexpr auto makeEncodeTable(int t) {
       for (int run = 1; run < kRuns; ++run) {
         const RunClass* const classes = kRunClasses[runRow(room)];
         const int symbol = kRunSymbol[runRow(room) == 2][std::min(run, 7)];
-        Look& look = table.looks[size_t(kRuns * room + run)];
-        if (room < 5) look = {run < room, uint8_t(std::min(run, room - 1)), 0};
+        Code& look = table.looks[size_t(kRuns * room + run)];
+        if (room < 5) look = Look{run < room, uint8_t(std::min(run, room - 1)), 0};
         else look = makeCode<symbols>(t, symbol, uint32_t(run - classes[symbol].base), classes[symbol].extraBits);
       }
     return table;
