@@ -36,6 +36,25 @@ void decodeBlock(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
   else Format::block(src, dst, dstStep);
 }
 
+// Blocks side by side of one kind, from the first on: how many, at most `most`.
+template <class Format, int kKind>
+[[gnu::noinline]] ptrdiff_t decodeRun(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep, ptrdiff_t most) {
+  const uint8_t *from = src, *const end = src + most * Format::kBlockBytes;
+  do {
+    Format::template ofKind<kKind>(from, dst, dstStep);
+    from += Format::kBlockBytes, dst += 4 * Format::kPixelBytes;
+  } while (from != end && Format::kindOf(*from) == kKind);
+  return (from - src) / Format::kBlockBytes;
+}
+// Those of which `members` has a bit.
+template <class Format, int kKind>
+[[gnu::noinline]] void decodeMembers(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep, uint64_t members) {
+  for (; members; members &= members - 1) {
+    const int at = std::countr_zero(members);
+    Format::template ofKind<kKind>(src + at * Format::kBlockBytes, dst + at * (4 * Format::kPixelBytes), dstStep);
+  }
+}
+
 // Blocks side by side, those of one kind behind one another: nothing tells which kind comes next, and a processor that
 // guesses wrong loses the time of a block. Runs of one kind, which some encoders make of whole images, need no sorting.
 template <class Format>
@@ -46,15 +65,8 @@ void decodeByKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep, ptrdiff_t
     for (some = 1; some < std::min(kRun, count) && Format::kindOf(src[some * kBlock]) == first; ++some) {
     }
     if (some == kRun) {
-      withConstant<0, Format::kKinds - 1>(first, [&](auto kind) {
-        const uint8_t *from = src, *const end = src + count * kBlock;
-        uint8_t* to = dst;
-        do {
-          Format::template ofKind<kind>(from, to, dstStep);
-          from += kBlock, to += kRowBytes;
-        } while (from != end && Format::kindOf(*from) == kind);
-        some = (from - src) / kBlock;
-      });
+      withConstant<0, Format::kKinds - 1>(first,
+                                          [&](auto kind) { some = decodeRun<Format, kind>(src, dst, dstStep, count); });
       continue;
     }
     some = std::min(kMost, count);
@@ -70,10 +82,8 @@ void decodeByKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep, ptrdiff_t
           [&](auto kind) { members[kind] |= uint64_t(simd::topBits(Format::template isOfKind<kind>(bytes))) << from; });
     }
     simd::unroll<Format::kKinds>([&](auto kind) {
-      for (uint64_t of = members[kind] & ~uint64_t(0) >> (kMost - some); of; of &= of - 1) {
-        const int at = std::countr_zero(of);
-        Format::template ofKind<kind>(src + at * kBlock, dst + at * kRowBytes, dstStep);
-      }
+      const uint64_t of = members[kind] & ~uint64_t(0) >> (kMost - some);
+      if (of) decodeMembers<Format, kind>(src, dst, dstStep, of);
     });
   }
 }

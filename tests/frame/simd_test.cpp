@@ -137,6 +137,7 @@ void checkPairsAndPacks() {
     });
     using L = Vec<uint32_t, Bytes>;
     expectLanes(pickLanes(as<L>(c), as<L>(d)), c, d, [](W x, W y, int i) { return x[i / 4 * 4 + (y[i] & 3)]; });
+    expectLanes(pickAnyLanes(as<L>(c), as<L>(d)), c, d, [](W x, W y, int i) { return x[y[i] & (kLanes<L> - 1)]; });
     expectLanes(convert<int16_t>(lower(u)), u, w, [](B x, B, int i) { return x[i]; });
     uint8_t memory[Bytes + 1];
     store(memory, w), memory[Bytes] = 7;

@@ -483,6 +483,16 @@ inline V pickLanes(V v, V index) {
   return load<V>(results);
 }
 
+// r[i] = v[index[i] mod their number]: any of the vector's 32-bit lanes.
+template <class V>
+inline V pickAnyLanes(V v, V index) {
+  static_assert(std::is_same_v<Lane<V>, uint32_t>);
+  uint32_t lanes[kLanes<V>], places[kLanes<V>], results[kLanes<V>];
+  store(lanes, v), store(places, index & uint32_t(kLanes<V> - 1));
+  for (int i = 0; i < kLanes<V>; ++i) results[i] = lanes[places[i]];
+  return load<V>(results);
+}
+
 namespace detail {
 // The 16 bytes at p, p + kApart, ... in the blocks of a vector.
 template <class V, int kApart>

@@ -378,10 +378,16 @@ inline U32x4 pickLanes(U32x4 v, U32x4 index) { return (U32x4)_mm_permutevar_ps((
 inline Vec<uint32_t, 32> pickLanes(Vec<uint32_t, 32> v, Vec<uint32_t, 32> index) {
   return (Vec<uint32_t, 32>)_mm256_permutevar_ps((__m256)v, (__m256i)index);
 }
+inline Vec<uint32_t, 32> pickAnyLanes(Vec<uint32_t, 32> v, Vec<uint32_t, 32> index) {
+  return (Vec<uint32_t, 32>)_mm256_permutevar8x32_epi32((__m256i)v, (__m256i)index);
+}
 #endif
 #ifdef QELJ_HAS_AVX512
 inline Vec<uint32_t, 64> pickLanes(Vec<uint32_t, 64> v, Vec<uint32_t, 64> index) {
   return (Vec<uint32_t, 64>)_mm512_permutevar_ps((__m512)v, (__m512i)index);
+}
+inline Vec<uint32_t, 64> pickAnyLanes(Vec<uint32_t, 64> v, Vec<uint32_t, 64> index) {
+  return (Vec<uint32_t, 64>)_mm512_permutexvar_epi32((__m512i)index, (__m512i)v);
 }
 #endif
 
