@@ -96,22 +96,30 @@ constexpr int kRowsOf[4][2] = {{0, 4}, {2, 6}, {1, 7}, {3, 5}};
 constexpr int rowOf(int vector, int block) { return kRows == 1 ? vector : kRowsOf[vector][block]; }
 
 // The same for the coefficients u of one or two rows. A vector of eight weights goes with the even or the odd
-// coefficients and two samples: [odd][which two]. A sum's upper 16 bits are all that counts, for rounding as well, which
-// centres what is not centred yet.
+// coefficients and two folded samples for each: [odd][which two]. These are the first or the last two of the four for all;
+// or, with less to move, as they stand in a row with its mirror image added or subtracted, and with neighbours exchanged:
+// such a sum is the same from both ends, and a difference but for the sign. That needs differences that don't saturate,
+// which samples that are centred by the caller may.
+template <class Source>
+constexpr bool kAsTheyStand = simd::kShuffles && !Source::kCentred;
 struct alignas(simd::kBytes) ForwardWeights {
   int16_t w[2][2][8 * kRows];
-  int16_t round[8 * kRows], centre[8 * kRows];
+  int16_t centre[8 * kRows];
 };
+template <class Source>
 constexpr auto kForwardWeights = [] {
   std::array<ForwardWeights, 8 / kRows> all{};
   for (int i = 0; i < 8; ++i) {
     auto& one = all[size_t(i / kRows)];
     const int k = rowOf(i / kRows, i % kRows), place = i % kRows * 8;
-    for (int u = 0; u < 8; ++u) {
-      for (int n = 0; n < 4; ++n) one.w[u % 2][n / 2][place + u / 2 * 2 + n % 2] = weight(k, n, u);
-      one.round[place + u] = one.centre[place + u] = kRound >> 16;
-    }
-    if (k == 0) one.centre[place] = int16_t((kRound - 64 * 128 * 8 * weight(0, 0, 0)) >> 16);
+    for (int lane = 0; lane < 8; ++lane)
+      for (int which = 0; which < 2; ++which) {
+        const int u = lane / 2 * 2, from = kAsTheyStand<Source> ? lane ^ 2 * which : 2 * which + lane % 2;
+        const int n = from < 4 ? from : 7 - from, sign = from < 4 ? 1 : -1;
+        one.w[0][which][place + lane] = weight(k, n, u);
+        one.w[1][which][place + lane] = int16_t(sign * weight(k, n, u + 1));
+      }
+    if (k == 0 && !Source::kCentred) one.centre[place] = int16_t(-64 * 128 * 8 * weight(0, 0, 0) >> 16);
   }
   return all;
 }();
@@ -122,22 +130,34 @@ template <bool kAnyWhole>
 inline WideRows ownQuantise(WideRows x, WideRows t) {
   // mulHiRound rounds ties up, which is one too much where the integer part is even: where the low 16 bits of the product
   // are 0x4000. t as a signed number lacks 2 when it is at least 1.
-  const WideRows rounded = mulHiRound(x, t) + (mulWrap(x, t) == int16_t(0x4000));
+  const WideRows rounded = mulHiRound(x, t) + (mulWrap(x, t) == lanes<WideRows>(kSecondBit));
   if constexpr (kAnyWhole) return rounded + ((x + x) & (t >> 15));
   else return rounded;
 }
 
-inline WideRows ownForwardRows(WideRows x, const ForwardWeights& weights, const int16_t* round) {
+// Vector i of the rows. A sum's upper 16 bits are all that counts, for rounding as well.
+template <class Source, int i>
+inline WideRows ownForwardRows(WideRows x) {
+  static_assert(kRound >> 16 == 1 << (kShift - 16 - 1));
+  const auto& weights = kForwardWeights<Source>[i];
   const WideRows mirrored = simd::shuffle8<7, 6, 5, 4, 3, 2, 1, 0>(x);
   const auto four = [](WideRows folded, const auto& w) {
     const auto pairs = as<int32_t>(folded);
-    const auto first = simd::shuffle4<0, 0, 0, 0>(pairs), second = simd::shuffle4<1, 1, 1, 1>(pairs);
-    return addWrap(simd::mulAddPairs(as<int16_t>(first), load<WideRows>(w[0])),
-                   simd::mulAddPairs(as<int16_t>(second), load<WideRows>(w[1])));
+    const auto products = [](auto two, const int16_t* with) {
+      return simd::mulAddPairs(as<int16_t>(two), load<WideRows>(with));
+    };
+    if constexpr (kAsTheyStand<Source>)
+      return addWrap(products(pairs, w[0]), products(simd::shuffle4<1, 0, 3, 2>(pairs), w[1]));
+    else
+      return addWrap(products(simd::shuffle4<0, 0, 0, 0>(pairs), w[0]),
+                     products(simd::shuffle4<1, 1, 1, 1>(pairs), w[1]));
   };
   const auto even = four(addSat(x, mirrored), weights.w[0]), odd = four(subSat(x, mirrored), weights.w[1]);
-  const WideRows upper = simd::evenAndOdd(as<int16_t>(as<uint32_t>(even) >> 16), as<int16_t>(odd));
-  return addWrap(upper, load<WideRows>(round)) >> (kShift - 16);
+  WideRows upper = simd::evenAndOdd(as<int16_t>(as<uint32_t>(even) >> 16), as<int16_t>(odd));
+  if constexpr (i == 0 && !Source::kCentred) upper = addWrap(upper, load<WideRows>(weights.centre));
+  // The same without the wrap of the sum, which again only the caller's samples can cause.
+  if constexpr (kAsTheyStand<Source>) return mulHiRound(upper, lanes<WideRows>(kOneOf16));
+  else return addWrap(upper, lanes<WideRows>(kHalfOf16)) >> (kShift - 16);
 }
 
 // Of vectors that hold one row each; or, of two rows a vector, the even rows in lower halves and the odd ones in upper
@@ -146,14 +166,12 @@ template <bool kAnyWhole, class Source>
 inline void ownForwardRows(const Saturating<WideRows> (&rows)[8], int16_t* dst, const uint16_t* table) {
   simd::unroll<8 / kRows>([&](auto i) {
     constexpr int k = rowOf(i, 0), k2 = rowOf(i, 1);
-    const auto& weights = kForwardWeights[i];
-    const auto* const round = Source::kCentred ? weights.round : weights.centre;
     if constexpr (kRows == 1) {
-      store(row(dst, 16, k), ownQuantise<kAnyWhole>(ownForwardRows(rows[k].v, weights, round), loadRows(table, k)));
+      store(row(dst, 16, k), ownQuantise<kAnyWhole>(ownForwardRows<Source, i>(rows[k].v), loadRows(table, k)));
     } else {
       const WideRows x = k % 2 == 0 ? simd::lowBlocks(rows[k].v, rows[k2].v) : simd::highBlocks(rows[k].v, rows[k2].v);
       const auto t = simd::join(load<BlockRow>(row(table, 16, k)), load<BlockRow>(row(table, 16, k2)));
-      const WideRows quantised = ownQuantise<kAnyWhole>(ownForwardRows(x, weights, round), t);
+      const WideRows quantised = ownQuantise<kAnyWhole>(ownForwardRows<Source, i>(x), t);
       store(row(dst, 16, k), simd::lower(quantised)), store(row(dst, 16, k2), simd::upper(quantised));
     }
   });
@@ -175,7 +193,7 @@ QELJ_INLINE void ownForward(Source source, int16_t* dst, const uint16_t* table) 
     // Only divisors of 1 ask for factors from 1 on.
     WideRows any{};
     for (int k = 0; k < 8; k += kRows) any |= loadRows(table, k);
-    if (simd::isZero(any & std::numeric_limits<int16_t>::min())) ownForwardRows<false, Source>(rows, dst, table);
+    if (simd::isZero(any & lanes<WideRows>(kTopBit))) ownForwardRows<false, Source>(rows, dst, table);
     else ownForwardRows<true, Source>(rows, dst, table);
   } else {
     Saturating<int16_t> rows[8][8];
