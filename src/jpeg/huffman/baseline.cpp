@@ -89,14 +89,13 @@ struct BlockCall : DecoderCall {
   }
 };
 
-// A block whose coefficients AcBytes has no room for, or with little room behind the position. Both are out of the way of
-// the other blocks' registers.
+// Any block, also with little room behind the position; out of the way of the usual ones' registers.
 [[gnu::noinline]] QelStatus ownEncodeAny(const int16_t* src, uint8_t* dst, int32_t dstLen, int32_t* dstPos, int32_t d,
                                          const QelEncodeHuffmanSpec* dcTable, const QelEncodeHuffmanSpec* acTable,
                                          QelEncodeHuffmanState* state) {
-  const AcValues ac(src);
-  return ownEncode<kMaxBlockBits<AcValues>>(dst, dstLen, dstPos, state,
-                                            [=](auto& sink) { return ownCodeBlock(sink, ac, d, dcTable, acTable); });
+  const AcAny ac(src);
+  return ownEncode<kMaxBlockBits<AcAny>>(dst, dstLen, dstPos, state,
+                                         [=, &ac](auto& sink) { return ownCodeBlock(sink, ac, d, dcTable, acTable); });
 }
 
 }  // namespace
@@ -125,7 +124,7 @@ QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, i
   if (flush) return ownFlush(dst, dstLen, dstPos, state);
   if (auto s = nonNull(src, lastDC, dcTable, acTable); s) return s;
   const int32_t d = ownDcDifference(at(src, 0), lastDC);
-  if (!simd::kShuffles || !ownHasRoom<kMaxBlockBits<AcBytes>>(dstLen, *dstPos)) [[unlikely]]
+  if (!simd::kShuffles || !ownHasRoom<kMaxBlockBits<AcAny>>(dstLen, *dstPos)) [[unlikely]]
     return ownEncodeAny(src, dst, dstLen, dstPos, d, dcTable, acTable, state);
   const auto code = [=]<class Ac>(const Ac& ac) QELJ_INLINE_LAMBDA {
     return ownEncodeAhead<kMaxBlockBits<Ac>>(dst, dstPos, state, [=, &ac](auto& sink) QELJ_INLINE_LAMBDA {
@@ -134,8 +133,8 @@ QelStatus qeliEncodeHuffman8x8_JPEG_16s1u_C1(const int16_t* src, uint8_t* dst, i
   };
   const AcVectors ac(src);
   if (simd::isZero(ac.bits)) return code(AcNone());
-  if (AcBytes::fits(ac)) [[likely]]
-    return code(AcBytes(ac));
+  if (AcBytes<false>::fit(ac)) [[likely]]
+    return code(AcBytes<false>(ac));
   return ownEncodeAny(src, dst, dstLen, dstPos, d, dcTable, acTable, state);
 }
 

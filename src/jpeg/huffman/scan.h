@@ -101,7 +101,7 @@ struct AcNone {
 struct AcVectors {
   static constexpr int kCount = 64 / simd::kLanes<simd::I16>;
 
-  explicit AcVectors(const int16_t* block) {
+  explicit AcVectors(const int16_t* block) : block(block) {
     for (int i = 0; i < kCount; ++i) {
       values[i] = load<simd::I16>(offset(block, simd::kLanes<simd::I16> * i));
       if (i == 0) values[i] &= notDc();
@@ -109,6 +109,7 @@ struct AcVectors {
     }
   }
 
+  const int16_t* block;
   simd::I16 values[kCount];
   simd::U16 bits{};  // of any magnitude
 
@@ -123,12 +124,14 @@ struct AcVectors {
   }();
 };
 
-// A block with some that all fit a signed byte, which nearly all blocks' do: all 64 at once.
+// A block with some: all 64 at once, as signed bytes, which nearly all blocks' fit. kAny: also one with others.
+template <bool kAny>
 class AcBytes {
  public:
-  static constexpr int kMaxCategory = 7;
-  static bool fits(const AcVectors& ac) { return simd::isZero(ac.bits >> 7); }
-  explicit AcBytes(const AcVectors& ac) {
+  static constexpr int kMaxCategory = kAny ? 16 : 7;
+  static bool fit(const AcVectors& ac) { return simd::isZero(ac.bits >> 7); }
+  explicit AcBytes(const int16_t* block) : AcBytes(AcVectors(block)) {}
+  explicit AcBytes(const AcVectors& ac) : block_(ac.block) {
     using namespace simd;
     PackedBytes packed;
     for (int i = 0; i < kByteVectors; ++i) packed[i] = as<uint8_t>(packI8(ac.values[2 * i], ac.values[2 * i + 1]));
@@ -139,46 +142,50 @@ class AcBytes {
     });
   }
   uint64_t set() const {
-    if (set_ == 0) __builtin_unreachable();
+    if (!kAny && set_ == 0) __builtin_unreachable();
     return set_;
   }
   ValueCode operator[](size_t k) const {
     const Code& code = kCodes[bytes_[k]];
+    if (kAny && code.category == 0) [[unlikely]]
+      return ownValueCode(at(block_, kZigZag.natural[k]));
     return {code.category, code.bits};
   }
 
  private:
-  // By value.
+  // By byte: none for those that may stand for a larger value.
   struct Code {
     uint8_t category, bits;
   };
   static constexpr auto kCodes = [] {
     std::array<Code, 256> codes{};
-    for (int value = -127; value < 128; ++value) {
+    for (int value = -127; value < (kAny ? 127 : 128); ++value) {
       const ValueCode code = ownValueCode(value);
       codes[uint8_t(value)] = {uint8_t(code.category), uint8_t(code.bits)};
     }
     return codes;
   }();
 
+  const int16_t* block_;
   uint64_t set_;
   alignas(64) uint8_t bytes_[64];  // in zig-zag order; a byte of a store across cache lines would come late
 };
 
-// work(ac), with whichever fits the block.
+// work(ac), with whichever fits the block. That for any is out of the way of the others' registers.
+using AcAny = std::conditional_t<simd::kShuffles, AcBytes<true>, AcValues>;
 template <class Work>
-[[gnu::noinline]] QelStatus ownWithAcValues(const int16_t* block, Work work) {
-  return work(AcValues(block));
+[[gnu::noinline]] QelStatus ownWithAcAny(const int16_t* block, Work work) {
+  return work(AcAny(block));
 }
 template <class Work>
 [[gnu::always_inline]] inline QelStatus ownWithAc(const int16_t* block, Work work) {
   if constexpr (simd::kShuffles) {
     const AcVectors ac(block);
     if (simd::isZero(ac.bits)) return work(AcNone());
-    if (AcBytes::fits(ac)) [[likely]]
-      return work(AcBytes(ac));
+    if (AcBytes<false>::fit(ac)) [[likely]]
+      return work(AcBytes<false>(ac));
   }
-  return ownWithAcValues(block, work);
+  return ownWithAcAny(block, work);
 }
 
 // The positions ss to se of a scan set.

@@ -29,7 +29,7 @@ inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, size_t run
   else return sink.code(table, symbol, value.bits, value.category);
 }
 
-// A block of a sequential scan (F.1.2), with its AC coefficients as AcValues, AcBytes or AcNone.
+// A block of a sequential scan (F.1.2), with its AC coefficients as AcAny, AcBytes or AcNone.
 template <int kMaxDc = kNoLimit, int kMaxAc = kNoLimit, class Sink, class Ac>
 [[gnu::always_inline]] inline QelStatus ownCodeBlock(Sink& sink, const Ac& ac, int32_t dcDifference,
                                                      typename Sink::Table dcTable, typename Sink::Table acTable) {
