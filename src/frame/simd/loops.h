@@ -6,24 +6,21 @@
 
 namespace qelj::simd {
 
-// Copies `count` bytes, 0 to kAll, with zeros behind them up to kAll; and without them. kAll is a multiple of kWideBytes.
+// Copies `count` bytes, 0 to kAll, with zeros behind them up to kAll; and without them. Blocks of 16 bytes: wider vectors
+// could not be loaded from what was stored by blocks a moment ago.
 template <int kAll>
 QELJ_INLINE void copyPadded(uint8_t* to, const uint8_t* from, int count) {
-  using V = Wide<uint8_t>;
-  unroll<kAll / kWideBytes>([=](auto i) QELJ_INLINE_LAMBDA {
-    const int left = count - i * kWideBytes;
-    const V v =
-        left >= kWideBytes ? load<V>(from + i * kWideBytes) : loadFirst<V>(from + i * kWideBytes, left > 0 ? left : 0);
-    store(to + i * kWideBytes, v);
+  unroll<kAll / 16>([=](auto i) QELJ_INLINE_LAMBDA {
+    const int left = count - i * 16;
+    store(to + i * 16, left >= 16 ? load<U8x16>(from + i * 16) : loadFirst<U8x16>(from + i * 16, left > 0 ? left : 0));
   });
 }
 template <int kAll>
 QELJ_INLINE void copyFirst(uint8_t* to, const uint8_t* from, int count) {
-  using V = Wide<uint8_t>;
-  unroll<kAll / kWideBytes>([=](auto i) QELJ_INLINE_LAMBDA {
-    const int left = count - i * kWideBytes;
-    if (left >= kWideBytes) store(to + i * kWideBytes, load<V>(from + i * kWideBytes));
-    else if (left > 0) storeFirst(to + i * kWideBytes, load<V>(from + i * kWideBytes), left);
+  unroll<kAll / 16>([=](auto i) QELJ_INLINE_LAMBDA {
+    const int left = count - i * 16;
+    if (left >= 16) store(to + i * 16, load<U8x16>(from + i * 16));
+    else if (left > 0) storeFirst(to + i * 16, load<U8x16>(from + i * 16), left);
   });
 }
 
@@ -41,7 +38,18 @@ QELJ_INLINE ptrdiff_t coverByVectors(ptrdiff_t first, ptrdiff_t end, Group&& gro
   return end;
 }
 
-// The same with the widest vectors of bytes that fit: group(V(), x).
+// The same for a range of at least one vector, by one piece of code: for long groups and short ranges, which a piece of
+// its own for the last vector makes slower.
+template <int kGroup, class Group>
+QELJ_INLINE void coverInOneLoop(ptrdiff_t first, ptrdiff_t end, Group&& group) {
+  const ptrdiff_t last = end - kGroup;
+  for (ptrdiff_t x = first;; x = x + kGroup < last ? x + kGroup : last) {
+    group(x);
+    if (x == last) return;
+  }
+}
+
+// coverByVectors with the widest vectors of bytes that fit: group(V(), x).
 template <class Group>
 QELJ_INLINE ptrdiff_t coverByWidest(ptrdiff_t first, ptrdiff_t end, Group&& group) {
   const auto cover = [&]<class V>(V) QELJ_INLINE_LAMBDA {

@@ -6,6 +6,34 @@
 
 namespace qelj::simd {
 
+// Where pixels lie whose blocks of 16 need not be neighbours.
+template <class Byte, int kBlocks>
+struct Scattered {
+  Byte* block[kBlocks];
+};
+
+namespace detail {
+// Where byte `offset` of each block of pixels lies, where a block's pixels take kApart bytes.
+template <int kApart, class Byte>
+QELJ_INLINE auto blocksOf(Byte* p, int offset) {
+  return [=](int block) QELJ_INLINE_LAMBDA { return p + kApart * block + offset; };
+}
+template <int kApart, class Byte, int kBlocks>
+QELJ_INLINE auto blocksOf(const Scattered<Byte, kBlocks>& s, int offset) {
+  return [&s, offset](int block) QELJ_INLINE_LAMBDA { return s.block[block] + offset; };
+}
+}  // namespace detail
+
+// Part i of the blocks of pixels of two bytes: eight pixels of each.
+template <class V>
+QELJ_INLINE V gatherPart(const auto& from, int i) {
+  return gatherBlocks<V>(detail::blocksOf<32>(from, 16 * i));
+}
+template <class V, class Store = PlainStore>
+QELJ_INLINE void scatterPart(const auto& to, int i, V v, Store put = {}) {
+  scatterBlocks(detail::blocksOf<32>(to, 16 * i), v, put);
+}
+
 namespace detail {
 // Bytes of channel `channel` within 16-byte part `part` of 48 bytes of three-channel pixels, and the inverse map.
 struct Shuffle3 {
@@ -29,8 +57,9 @@ inline constexpr Shuffle3 kShuffle3 = makeShuffle3(int(sizeof(T)));
 
 // Three vectors whose block b holds bytes 16p..16p+15 (p = 0, 1, 2) of the b-th 48 bytes.
 template <class V>
-QELJ_INLINE Triples<V> loadParts3(const uint8_t* p) {
-  return {gatherBlocks<V, 48>(p), gatherBlocks<V, 48>(p + 16), gatherBlocks<V, 48>(p + 32)};
+QELJ_INLINE Triples<V> loadParts3(const auto& from) {
+  const auto part = [&](int i) QELJ_INLINE_LAMBDA { return gatherBlocks<V>(blocksOf<48>(from, 16 * i)); };
+  return {part(0), part(1), part(2)};
 }
 template <class V, class Store>
 QELJ_INLINE void storeParts3(uint8_t* p, Triples<V> v, Store put) {
@@ -49,6 +78,23 @@ QELJ_INLINE void storeParts3(uint8_t* p, Triples<V> v, Store put) {
     put(p + 128, __builtin_shufflevector(ca, b, 0, 1, 2, 3, 14, 15, 6, 7));
   }
 }
+template <class V>
+QELJ_INLINE Triples<V> splitParts3(Triples<With<uint8_t, V>> parts) {
+  using B = With<uint8_t, V>;
+  const auto channel = [&](int c) QELJ_INLINE_LAMBDA {
+    const auto& s = kShuffle3<Lane<V>>.split[c];
+    return as<V>(shuffleBytes(parts.c0, blockPattern<B>(s[0])) | shuffleBytes(parts.c1, blockPattern<B>(s[1])) |
+                 shuffleBytes(parts.c2, blockPattern<B>(s[2])));
+  };
+  return {channel(0), channel(1), channel(2)};
+}
+// By blocks, where stores are what there is room for.
+template <class V, class Store>
+QELJ_INLINE void scatterParts3(const auto& to, Triples<V> v, Store put) {
+  scatterBlocks(blocksOf<48>(to, 0), v.c0, put);
+  scatterBlocks(blocksOf<48>(to, 16), v.c1, put);
+  scatterBlocks(blocksOf<48>(to, 32), v.c2, put);
+}
 }  // namespace detail
 
 template <class V>
@@ -59,14 +105,11 @@ QELJ_INLINE Triples<V> loadTriples(const void* p) {
       for (int c = 0; c < 3; ++c) lanes[c][i] = at(static_cast<const Lane<V>*>(p), 3 * i + c);
     return {load<V>(lanes[0]), load<V>(lanes[1]), load<V>(lanes[2])};
   }
-  using B = With<uint8_t, V>;
-  const auto parts = detail::loadParts3<B>(static_cast<const uint8_t*>(p));
-  const auto channel = [&](int c) QELJ_INLINE_LAMBDA {
-    const auto& s = detail::kShuffle3<Lane<V>>.split[c];
-    return as<V>(shuffleBytes(parts.c0, blockPattern<B>(s[0])) | shuffleBytes(parts.c1, blockPattern<B>(s[1])) |
-                 shuffleBytes(parts.c2, blockPattern<B>(s[2])));
-  };
-  return {channel(0), channel(1), channel(2)};
+  return detail::splitParts3<V>(detail::loadParts3<With<uint8_t, V>>(static_cast<const uint8_t*>(p)));
+}
+template <class V, int kBlocks>
+QELJ_INLINE Triples<V> loadTriples(const Scattered<const uint8_t, kBlocks>& from) {
+  return detail::splitParts3<V>(detail::loadParts3<With<uint8_t, V>>(from));
 }
 template <class V, class Store = PlainStore>
 QELJ_INLINE void storeTriples(void* p, Triples<V> v, Store put = {}) {
@@ -91,6 +134,7 @@ QELJ_INLINE void storeTriples(void* p, Triples<V> v, Store put = {}) {
 namespace detail {
 struct MergeWords3 {
   uint8_t low[3][16], high[3][16], last[3][16];  // [part]: from channels 0 and 1 of either half, from channel 2
+  uint8_t both[16];  // part 1, from the even 32-bit lanes of the upper half and the odd ones of the lower half
 };
 inline constexpr MergeWords3 kMergeWords3 = [] {
   MergeWords3 m{};
@@ -101,26 +145,30 @@ inline constexpr MergeWords3 kMergeWords3 = [] {
     m.high[part][byte] = channel < 2 && pixel >= 8 ? place : 0x80;
     m.last[part][byte] = channel == 2 ? uint8_t(pixel) : 0x80;
   }
+  for (int i = 0; i < 16; ++i) m.both[i] = uint8_t(std::min(m.low[1][i], m.high[1][i]));
   return m;
 }();
 }  // namespace detail
 // Triples of bytes, clamped, from 16-bit lanes that stand as unpackLow and unpackHigh leave them: two channels are packed
 // into one vector where each half of the pixels needs both, which spares shuffles.
 template <class V, class Store = PlainStore>
-QELJ_INLINE void storeTriplesClamped(uint8_t* p, Halves<V> c0, Halves<V> c1, Halves<V> c2, Store put = {}) {
+QELJ_INLINE void storeTriplesClamped(const auto& to, Halves<V> c0, Halves<V> c1, Halves<V> c2, Store put = {}) {
   using B = With<uint8_t, V>;
   const auto& m = detail::kMergeWords3;
   const B last = packU8(c2.low, c2.high);
   if constexpr (!kShuffles) {
-    storeTriples<B>(p, {packU8(c0.low, c0.high), packU8(c1.low, c1.high), last}, put);
+    storeTriples<B>(to, {packU8(c0.low, c0.high), packU8(c1.low, c1.high), last}, put);
   } else {
     const B low = packU8(c0.low, c1.low), high = packU8(c0.high, c1.high);
+    // What part 1 needs of either half lies in other 32-bit lanes.
+    const B both = as<uint8_t>(evenAndOdd(as<uint32_t>(high), as<uint32_t>(low)));
     const auto from = [](B v, const uint8_t(&places)[16])
                           QELJ_INLINE_LAMBDA { return shuffleBytes(v, blockPattern<B>(places)); };
-    const Triples<B> parts{from(low, m.low[0]) | from(last, m.last[0]),
-                           from(low, m.low[1]) | from(high, m.high[1]) | from(last, m.last[1]),
+    const Triples<B> parts{from(low, m.low[0]) | from(last, m.last[0]), from(both, m.both) | from(last, m.last[1]),
                            from(high, m.high[2]) | from(last, m.last[2])};
-    detail::storeParts3(p, parts, put);
+    if constexpr (std::is_pointer_v<std::remove_cvref_t<decltype(to)>> && requires { put.streams; })
+      if (put.streams) return detail::storeParts3(to, parts, put);  // past the caches, by vectors that fill lines
+    detail::scatterParts3(to, parts, put);
   }
 }
 
@@ -143,8 +191,8 @@ inline constexpr SplitPairs3 kSplitPairs3 = [] {
 // Of pixels of three bytes, channels 0 and 1 and channels 2 and 1 as pairs of bytes, half of a block's pixels each: as
 // unpackLow and unpackHigh would leave them, of fewer shuffles.
 template <class V>
-QELJ_INLINE BytePairs3<V> loadBytePairs3(const uint8_t* p) {
-  const auto parts = detail::loadParts3<V>(p);
+QELJ_INLINE BytePairs3<V> loadBytePairs3(const auto& from) {
+  const auto parts = detail::loadParts3<V>(from);
   const auto pairs = [&](int pair) QELJ_INLINE_LAMBDA {
     const auto& s = detail::kSplitPairs3.places[pair];
     return Halves<V>{
@@ -155,8 +203,8 @@ QELJ_INLINE BytePairs3<V> loadBytePairs3(const uint8_t* p) {
 }
 
 // Of bytes.
-template <class V>
-QELJ_INLINE Quadruples<V> loadQuadruples(const uint8_t* p) {
+template <class V, class From>
+QELJ_INLINE Quadruples<V> loadQuadruples(const From& p) {
   if constexpr (!kShuffles) {
     const auto channel = [p](int c) QELJ_INLINE_LAMBDA {
       using W = With<uint32_t, V>;
@@ -167,9 +215,9 @@ QELJ_INLINE Quadruples<V> loadQuadruples(const uint8_t* p) {
     return {channel(0), channel(1), channel(2), channel(3)};
   }
   // Part i: four pixels of each block, as four bytes of each channel. A block's pixels are neighbours.
-  const auto part = [p](int i) QELJ_INLINE_LAMBDA {
+  const auto part = [&](int i) QELJ_INLINE_LAMBDA {
     constexpr uint8_t kByChannel[16] = {0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15};
-    return as<uint32_t>(shuffleBytes(detail::gatherBlocks<V, 64>(p + 16 * i), blockPattern<V>(kByChannel)));
+    return as<uint32_t>(shuffleBytes(gatherBlocks<V>(detail::blocksOf<64>(p, 16 * i)), blockPattern<V>(kByChannel)));
   };
   const auto p0 = part(0), p1 = part(1), p2 = part(2), p3 = part(3);
   const auto low01 = as<uint64_t>(unpackLow(p0, p1)), low23 = as<uint64_t>(unpackLow(p2, p3));      // channels 0 and 1
@@ -178,26 +226,28 @@ QELJ_INLINE Quadruples<V> loadQuadruples(const uint8_t* p) {
           as<V>(unpackHigh(high01, high23))};
 }
 template <class V, class Store = PlainStore>
-QELJ_INLINE void storeQuadruples(uint8_t* p, Quadruples<V> v, Store put = {}) {
+QELJ_INLINE void storeQuadruples(const auto& to, Quadruples<V> v, Store put = {}) {
   constexpr int kVector = int(sizeof(V));
   const auto low01 = as<uint16_t>(unpackLow(v.c0, v.c1)), high01 = as<uint16_t>(unpackHigh(v.c0, v.c1));
   const auto low23 = as<uint16_t>(unpackLow(v.c2, v.c3)), high23 = as<uint16_t>(unpackHigh(v.c2, v.c3));
   // Part i: pixels 4i..4i+3 of each block.
   const auto p0 = unpackLow(low01, low23), p1 = unpackHigh(low01, low23);
   const auto p2 = unpackLow(high01, high23), p3 = unpackHigh(high01, high23);
-  if constexpr (kVector == 16) {
-    put(p, p0), put(p + 16, p1), put(p + 32, p2), put(p + 48, p3);
+  if constexpr (kVector == 16 || !std::is_pointer_v<std::remove_cvref_t<decltype(to)>>) {
+    const auto part = [&](int i, auto pixels)
+                          QELJ_INLINE_LAMBDA { scatterBlocks(detail::blocksOf<64>(to, 16 * i), pixels, put); };
+    part(0, p0), part(1, p1), part(2, p2), part(3, p3);
   } else if constexpr (kVector == 32) {
-    put(p, lowBlocks(p0, p1)), put(p + 32, lowBlocks(p2, p3));
-    put(p + 64, highBlocks(p0, p1)), put(p + 96, highBlocks(p2, p3));
+    put(to, lowBlocks(p0, p1)), put(to + 32, lowBlocks(p2, p3));
+    put(to + 64, highBlocks(p0, p1)), put(to + 96, highBlocks(p2, p3));
   } else {
     // Blocks of two parts in turn, as pairs of blocks: those of the two pairs of parts in turn.
     const auto a = as<uint64_t>(lowBlocks(p0, p1)), b = as<uint64_t>(lowBlocks(p2, p3));
     const auto c = as<uint64_t>(highBlocks(p0, p1)), d = as<uint64_t>(highBlocks(p2, p3));
-    put(p, __builtin_shufflevector(a, b, 0, 1, 2, 3, 8, 9, 10, 11));
-    put(p + 64, __builtin_shufflevector(a, b, 4, 5, 6, 7, 12, 13, 14, 15));
-    put(p + 128, __builtin_shufflevector(c, d, 0, 1, 2, 3, 8, 9, 10, 11));
-    put(p + 192, __builtin_shufflevector(c, d, 4, 5, 6, 7, 12, 13, 14, 15));
+    put(to, __builtin_shufflevector(a, b, 0, 1, 2, 3, 8, 9, 10, 11));
+    put(to + 64, __builtin_shufflevector(a, b, 4, 5, 6, 7, 12, 13, 14, 15));
+    put(to + 128, __builtin_shufflevector(c, d, 0, 1, 2, 3, 8, 9, 10, 11));
+    put(to + 192, __builtin_shufflevector(c, d, 4, 5, 6, 7, 12, 13, 14, 15));
   }
 }
 

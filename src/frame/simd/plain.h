@@ -493,18 +493,29 @@ inline V pickAnyLanes(V v, V index) {
   return load<V>(results);
 }
 
-namespace detail {
-// The 16 bytes at p, p + kApart, ... in the blocks of a vector.
-template <class V, int kApart>
-QELJ_INLINE V gatherBlocks(const uint8_t* p) {
+// 16 bytes from each of the places `where` begins with, in the blocks of a vector.
+template <class V, class Where>
+QELJ_INLINE V gatherBlocks(Where where) {
   if constexpr (sizeof(V) == 16) {
-    return load<V>(p);
+    return load<V>(where(0));
   } else {
     using H = Vec<Lane<V>, int(sizeof(V)) / 2>;
-    return join(gatherBlocks<H, kApart>(p), gatherBlocks<H, kApart>(p + sizeof(V) / 32 * kApart));
+    constexpr int kHalf = int(sizeof(V)) / 32;
+    return join(gatherBlocks<H>(where),
+                gatherBlocks<H>([&](int block) QELJ_INLINE_LAMBDA { return where(kHalf + block); }));
   }
 }
-}  // namespace detail
+// The inverse. Upper blocks go to memory without a shuffle.
+template <class V, class Where, class Store = PlainStore>
+QELJ_INLINE void scatterBlocks(Where where, V v, Store put = {}) {
+  if constexpr (sizeof(V) == 16) {
+    put(where(0), v);
+  } else {
+    constexpr int kHalf = int(sizeof(V)) / 32;
+    scatterBlocks(where, lower(v), put);
+    scatterBlocks([&](int block) QELJ_INLINE_LAMBDA { return where(kHalf + block); }, upper(v), put);
+  }
+}
 
 // --- facts about a vector ----------------------------------------------------------------------------------
 

@@ -426,17 +426,24 @@ inline VectorPair<V> loadPairs(const void* p) {
           (V)_mm512_permutex2var_epi64(a, _mm512_setr_epi64(1, 3, 5, 7, 9, 11, 13, 15), b)};
 }
 
-namespace detail {
-template <class V, int kApart>
+template <class V, class Where>
   requires(sizeof(V) == 64)
-QELJ_INLINE V gatherBlocks(const uint8_t* p) {  // masked, a broadcast is a load and a blend
-  const auto block = [p](int i) QELJ_INLINE_LAMBDA { return _mm_loadu_si128((const __m128i_u*)(p + kApart * i)); };
+QELJ_INLINE V gatherBlocks(Where where) {  // masked, a broadcast is a load and a blend
+  const auto block = [&](int i) QELJ_INLINE_LAMBDA { return _mm_loadu_si128((const __m128i_u*)where(i)); };
   __m512i v = _mm512_castsi128_si512(block(0));
   v = _mm512_mask_broadcast_i32x4(v, 0x00F0, block(1));
   v = _mm512_mask_broadcast_i32x4(v, 0x0F00, block(2));
   return (V)_mm512_mask_broadcast_i32x4(v, 0xF000, block(3));
 }
-}  // namespace detail
+template <class V, class Where, class Store = PlainStore>
+  requires(sizeof(V) == 64)
+QELJ_INLINE void scatterBlocks(Where where, V v, Store put = {}) {
+  const auto block = [](__m128i b) { return (Vec<Lane<V>, 16>)b; };
+  put(where(0), block(_mm512_castsi512_si128((__m512i)v)));
+  put(where(1), block(_mm512_extracti32x4_epi32((__m512i)v, 1)));
+  put(where(2), block(_mm512_extracti32x4_epi32((__m512i)v, 2)));
+  put(where(3), block(_mm512_extracti32x4_epi32((__m512i)v, 3)));
+}
 #endif
 
 // --- facts about a vector ----------------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 #ifndef QELJ_JPEG_SAMPLE_COLOUR_FORMS_H
 #define QELJ_JPEG_SAMPLE_COLOUR_FORMS_H
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 
@@ -74,6 +75,13 @@ template <Vector V>
 struct Differences {
   V r, g, b;  // R - G, G, B - G
 };
+// Whether the high half of (scale d + add) factor / scale is (w d + more) >> (shift - 1) for all differences d.
+constexpr bool highHalfAgrees(int32_t w, int32_t more, int shift, int32_t scale, int32_t add) {
+  const int32_t factor = w * (1 << (17 - shift)) / scale;
+  for (int32_t d = -255; d <= 255; ++d)
+    if (((scale * d + add) * factor) >> 16 != (w * d + more) >> (shift - 1)) return false;
+  return true;
+}
 template <const Matrix& M>
 struct MatrixForm {
   // kLog2: chroma from the sums of 2^kLog2 pixels.
@@ -86,20 +94,10 @@ struct MatrixForm {
   template <Vector V>
   static QELJ_INLINE V luma(Differences<V> p) {
     constexpr Weights w = M.y;
-    constexpr int kRest = sum(w) - (1 << M.shift);
-    static_assert(kRest == 0 || kRest == 1);
     if constexpr (M.shift < 16) {
-      // Products with 16 fraction bits, by halves of 16 bits: no lane is widened. The low halves are even, so that their
-      // mean is half their sum; the mean of it and the rounding term has room for what they carry.
-      using U = With<uint16_t, V>;
-      constexpr int kUp = 16 - M.shift;
-      const V weightR = all<V>(int16_t(w.r << kUp)), weightB = all<V>(int16_t(w.b << kUp));
-      const U low = average(as<uint16_t>(mulWrap(p.r, weightR)), as<uint16_t>(mulWrap(p.b, weightB)));
-      const U round = as<uint16_t>(kRest * p.g << (kUp - 1)) + uint16_t((w.round << (kUp - 1)) - 1);
-      const V carry = as<int16_t>(average(low, round) >> 14);
-      return (mulHi(p.r, weightR) + mulHi(p.b, weightB)) + (p.g + carry);
+      return luma(p, own<V>());
     } else {
-      static_assert(kRest == 0);
+      static_assert(sum(w) == 1 << M.shift);
       const V weights = simd::pairs<V>(w.r, w.b);
       const auto weigh = [=](V pairs) { return (simd::mulAddPairs(pairs, weights) + w.round) >> M.shift; };
       return simd::packI16(weigh(simd::unpackLow(p.r, p.b)), weigh(simd::unpackHigh(p.r, p.b))) + p.g;
@@ -132,18 +130,60 @@ struct MatrixForm {
     return ycc(Differences<V>{p.r - p.g, p.g, p.b - p.g});
   }
 
+  // The constants in 16-bit lanes, for a vector whose lanes may be of different forms: constant(k) is the vector of
+  // kConstants[k]. Only where chroma is of the shape that it has in ycc() below.
+  enum Constant { kLumaR, kLumaB, kLumaG, kLumaRound, kCb, kCr, kCrAdd, kConstantCount };
+  static constexpr int32_t kHalf = 1 << (M.shift - 1), kCbMore = M.cb.round - kHalf, kCrMore = M.cr.round - kHalf;
+  static constexpr int32_t kAdd = highHalfAgrees(M.cr.b, kCrMore, M.shift, 32, 0) ? 0 : -1;
+  static constexpr bool kByLanes = M.shift < 16 && highHalfAgrees(M.cb.r, kCbMore, M.shift, 1, 0) &&
+                                   highHalfAgrees(M.cr.b, kCrMore, M.shift, 32, kAdd);
+  static constexpr int kUp = M.shift < 16 ? 16 - M.shift : 1;
+  static constexpr std::array<int16_t, kConstantCount> kConstants = {int16_t(M.y.r << kUp),
+                                                                     int16_t(M.y.b << kUp),
+                                                                     int16_t(sum(M.y) == 1 << M.shift ? 0 : -1),
+                                                                     int16_t((M.y.round << (kUp - 1)) - 1),
+                                                                     int16_t(M.cb.r * (1 << (17 - M.shift))),
+                                                                     int16_t(M.cr.b * (1 << (17 - M.shift)) / 32),
+                                                                     int16_t(kAdd)};
+  static constexpr std::array<uint8_t, 0> kByteConstants = {};
+
+  template <Vector V>
+  static QELJ_INLINE Ycc<V> ycc(Differences<V> p, auto constant) {
+    const V cr = (p.b << 5) + constant(kCrAdd);
+    return {luma(p, constant), (mulHi(p.r, constant(kCb)) + p.b + int16_t(257)) >> 1,
+            (mulHi(cr, constant(kCr)) + p.r + int16_t(257)) >> 1};
+  }
+  template <Vector V>
+  static QELJ_INLINE Ycc<V> ycc(Rgb<V> p, auto constant) {
+    return ycc(Differences<V>{p.r - p.g, p.g, p.b - p.g}, constant);
+  }
+
  private:
+  template <Vector V>
+  static QELJ_INLINE auto own() {
+    return [](int k) QELJ_INLINE_LAMBDA { return all<V>(kConstants[size_t(k)]); };
+  }
+  template <Vector V>
+  static QELJ_INLINE V luma(Differences<V> p, auto constant) {
+    static_assert(sum(M.y) == 1 << M.shift || (sum(M.y) == (1 << M.shift) + 1 && kUp == 1));
+    // Products with 16 fraction bits, by halves of 16 bits: no lane is widened. The low halves are even, so that their
+    // mean is half their sum; the mean of it and the rounding term, with which G's rest goes, has room for what they
+    // carry.
+    using U = With<uint16_t, V>;
+    const V weightR = constant(kLumaR), weightB = constant(kLumaB);
+    const U low = average(as<uint16_t>(mulWrap(p.r, weightR)), as<uint16_t>(mulWrap(p.b, weightB)));
+    const U round = as<uint16_t>(p.g & constant(kLumaG)) + as<uint16_t>(constant(kLumaRound));
+    const V carry = as<int16_t>(average(low, round) >> 14);
+    return (mulHi(p.r, weightR) + mulHi(p.b, weightB)) + (p.g + carry);
+  }
+
   // 128 + ((w d + half h + round) >> shift), for differences d and h. A half of h is added behind the product, and halved with
   // it: floor((floor(x) + n) / 2) is floor((x + n) / 2). So the product is all that needs fraction bits, and a high
   // multiplication has it. A rounding term beside the half is hidden in its operands.
   template <int32_t w, int32_t round, Vector V>
   static QELJ_INLINE V withHalf(V d, V h) {
-    constexpr int32_t kHalf = 1 << (M.shift - 1), kMore = round - kHalf, kFactor = w * (1 << (17 - M.shift));
-    constexpr auto agrees = [](int32_t scale, int32_t add) {
-      for (int32_t x = -255; x <= 255; ++x)
-        if (((scale * x + add) * (kFactor / scale)) >> 16 != (w * x + kMore) >> (M.shift - 1)) return false;
-      return true;
-    };
+    constexpr int32_t kMore = round - kHalf, kFactor = w * (1 << (17 - M.shift));
+    constexpr auto agrees = [](int32_t scale, int32_t add) { return highHalfAgrees(w, kMore, M.shift, scale, add); };
     if constexpr (agrees(1, 0)) {
       return (mulHi(d, all<V>(int16_t(kFactor))) + h + int16_t(257)) >> 1;
     } else if constexpr (agrees(32, -1)) {
@@ -231,8 +271,7 @@ struct FloatLumaForm {
 // --- Inverse forms -----------------------------------------------------------------------------------------
 
 // An inverse form tells what chroma, centred on 0 (-128..127), adds to luma for each colour: pixels that share a chroma
-// sample share that. offset() counts in units of 2^-kFraction; what is left after adding is cut, not rounded. Vector
-// lanes of chroma hold c << 8, which is how bytes unpack for nothing; what takes chroma itself has two forms therefore.
+// sample share that.
 
 // What Cb and Cr add to R, G and B.
 struct ChromaWeights {
@@ -245,108 +284,141 @@ constexpr ChromaWeights kChroma = {fixedPoint<kBits>(ycbcr::kRCr), fixedPoint<kB
 inline constexpr ChromaWeights kChromaQ16 = {kChroma<16>.rCr, q16(-0.34414), kChroma<16>.gCr, kChroma<16>.bCb};
 static_assert(kChromaQ16.gCb == kChroma<16>.gCb - 1);
 
-template <class Form, class T>
-QELJ_INLINE T shade(T y, T offset) {
-  if constexpr (Form::kFraction == 0) return y + offset;
-  else return (y * int16_t(1 << Form::kFraction) + offset) >> Form::kFraction;
-}
-
-// (weight * c + round) >> 14; in 16-bit lanes by a rounded high multiply, with a weight and a rounding term of its own.
+// (weight * c + round) >> shift. In 16-bit lanes by a rounded high multiply of (c << 8) + low: a byte's place below the
+// chroma is room for a rounding term, which so costs nothing; laneRound is for the rest of it.
 struct ChromaTerm {
   int32_t weight, round;
-  int16_t laneWeight, laneRound;
+  int shift;
+  int16_t laneWeight;
+  uint8_t low;
+  int16_t laneRound = 0;
 
-  constexpr int32_t operator()(int32_t c) const { return (weight * c + round) >> 14; }
-  template <Vector V>
-  QELJ_INLINE V operator()(V c) const {
-    return (mulHiRound(c, all<V>(laneWeight)) + laneRound) >> 7;
-  }
+  constexpr int32_t operator()(int32_t c) const { return (weight * c + round) >> shift; }
   constexpr bool lanesAgree() const {
     for (int32_t c = -128; c < 128; ++c)
-      if ((((c * laneWeight + 64) >> 7) + laneRound) >> 7 != (*this)(c)) return false;
+      if (((((256 * c + low) * laneWeight + (1 << 14)) >> 15) + laneRound) >> 7 != (*this)(c)) return false;
     return true;
+  }
+};
+// What chroma takes from green: (cb * Cb + cr * Cr + round) >> shift.
+struct GreenTerm {
+  int32_t cb, cr, round;
+  int shift;
+
+  constexpr int32_t operator()(int32_t b, int32_t r) const { return (cb * b + cr * r + round) >> shift; }
+  // The same with 15 bits behind the point, as a sum of products of bytes: the upper bytes of both weights are common to
+  // all forms, the lower bytes and the rounding term a form's own.
+  static constexpr int kBits = 15, kUpperCb = 44, kUpperCr = 91;
+  constexpr int32_t scaled(int32_t weight) const {
+    return shift < kBits ? weight << (kBits - shift) : weight >> (shift - kBits);
+  }
+  constexpr int32_t lowerCb() const { return scaled(cb) - (kUpperCb << 8); }
+  constexpr int32_t lowerCr() const { return scaled(cr) - (kUpperCr << 8); }
+  constexpr bool lanesAgree() const {
+    const bool even =
+        shift <= kBits || (cb % 2 == 0 && cr % 2 == 0 && shift == kBits + 1);  // nothing is cut from weights
+    const int32_t lower = lowerCb() + lowerCr();
+    return even && lowerCb() >= 0 && lowerCr() >= 0 && lower * 128 + scaled(round) < 32768;  // no lane overflows
+  }
+};
+
+// Chroma in 16-bit lanes: (c << 8) + a form's low byte, and, where there are sums of products of bytes, the bytes Cb and
+// Cr themselves.
+template <Vector V>
+struct ChromaLanes {
+  V cb, cr, pairs;
+};
+
+struct Rounded {
+  ChromaTerm red, blue;
+  GreenTerm green;
+  constexpr bool lanesAgree() const {
+    return red.lanesAgree() && blue.lanesAgree() && green.lanesAgree() && red.laneRound == 0;
+  }
+};
+// Every colour is rounded by itself. The vector face takes its constants lane by lane, so that the lanes may be of
+// different forms.
+template <const Rounded& R>
+struct RoundedForm {
+  static_assert(R.lanesAgree());
+  static Rgb<int32_t> offset(CbCr<int32_t> c) { return {R.red(c.cr), -R.green(c.cb, c.cr), R.blue(c.cb)}; }
+
+  enum Constant { kRed, kBlue, kBlueRound, kGreenLower, kGreenRound, kConstantCount };
+  static constexpr bool kByLanes = true;
+  static constexpr std::array<int16_t, kConstantCount> kConstants = {
+      R.red.laneWeight, R.blue.laneWeight, R.blue.laneRound, int16_t(R.green.lowerCb() | R.green.lowerCr() << 8),
+      int16_t(R.green.scaled(R.green.round))};
+  enum ByteConstant { kLowCb, kLowCr, kCentre };  // below Cb and Cr; what centres them
+  static constexpr std::array<uint8_t, 3> kByteConstants = {R.blue.low, R.red.low, 0x80};
+
+  // constant(k) is the vector of kConstants[k].
+  template <Vector V>
+  static QELJ_INLINE Rgb<V> offset(const ChromaLanes<V>& c, auto constant) {
+    return {mulHiRound(c.cr, constant(kRed)) >> 7, -green(c, constant(kGreenLower), constant(kGreenRound)),
+            (mulHiRound(c.cb, constant(kBlue)) + constant(kBlueRound)) >> 7};
+  }
+
+ private:
+  template <Vector V>
+  static QELJ_INLINE V green(const ChromaLanes<V>& c, V lowerWeights, V round) {
+    using G = GreenTerm;
+    V upper, lower;
+    if constexpr (simd::kBytePairs) {
+      using U = With<uint8_t, V>;
+      using S = With<int8_t, V>;
+      upper = simd::mulAddBytes(as<U>(all<V>(int16_t(G::kUpperCb | G::kUpperCr << 8))), as<S>(c.pairs));
+      lower = simd::mulAddBytes(as<U>(lowerWeights), as<S>(c.pairs));
+    } else {
+      const V cb = c.cb >> 8, cr = c.cr >> 8;
+      upper = cb * int16_t(G::kUpperCb) + cr * int16_t(G::kUpperCr);
+      lower = cb * (lowerWeights & int16_t(0xFF)) + cr * (lowerWeights >> 8);
+    }
+    return (upper + ((lower + round) >> 8)) >> (G::kBits - 8);
   }
 };
 
 // Rounding terms of somewhat less than a half. Blue, and the direction in which green is rounded, differ between pixels
 // and planes.
-template <bool kPixels>
-struct InverseQ14Form {
-  static constexpr int kFraction = 0;
-  static constexpr int16_t kR = kChroma<14>.rCr, kB = kChroma<14>.bCb;
-  static constexpr ChromaTerm kRed{kR, 8145, kR, 63};
-  static constexpr ChromaTerm kBlue = kPixels ? ChromaTerm{kB, 8135, kB, 63} : ChromaTerm{kB, 7535, kB + 1, 59};
-  static_assert(kRed.lanesAgree() && kBlue.lanesAgree());
-  static constexpr int kSign = kPixels ? 1 : -1, kRound = kPixels ? 8302 : 8082;
-  static constexpr int kCb = kSign * kChroma<14>.gCb, kCr = kSign * kChroma<14>.gCr;
+constexpr Rounded roundedQ14(int32_t blueRound, uint8_t blueLow, int32_t greenRound) {
+  constexpr ChromaWeights w = kChroma<14>;
+  return {{w.rCr, 8145, 14, int16_t(w.rCr), 90},
+          {w.bCb, blueRound, 14, int16_t(w.bCb), blueLow},
+          {-w.gCb, -w.gCr, greenRound, 14}};
+}
+inline constexpr Rounded kPixelQ14 = roundedQ14(8135, 71, 8081), kPlaneQ14 = roundedQ14(7535, 66, 8082);
+using PixelQ14Form = RoundedForm<kPixelQ14>;
+using PlaneQ14Form = RoundedForm<kPlaneQ14>;
 
-  static int32_t green(int32_t cb, int32_t cr) { return (kCb * cb + kCr * cr + kRound) >> 14; }
-  template <Vector V>
-  static QELJ_INLINE V green(V cb, V cr) {
-    const V weights = simd::pairs<V>(kCb, kCr);
-    return simd::packI16((simd::mulAddPairs(simd::unpackLow(cb, cr), weights) + (kRound << 8)) >> 22,
-                         (simd::mulAddPairs(simd::unpackHigh(cb, cr), weights) + (kRound << 8)) >> 22);
-  }
-  template <class T>
-  static QELJ_INLINE Rgb<T> offset(CbCr<T> c) {
-    const T g = green(c.cb, c.cr);
-    return {kRed(c.cr), kPixels ? g : -g, kBlue(c.cb)};
-  }
-};
-using PixelQ14Form = InverseQ14Form<true>;
-using PlaneQ14Form = InverseQ14Form<false>;
+// Sixteen bits of fraction, rounded to nearest: the form of a row's last pixels. What is taken from green is rounded the
+// other way.
+inline constexpr Rounded kQ16Inverse = {{kChromaQ16.rCr, 32768, 16, kChroma<14>.rCr + 1, 90},
+                                        {kChromaQ16.bCb, 32768, 16, kChroma<14>.bCb + 1, 67, 4},
+                                        {-kChromaQ16.gCb, -kChromaQ16.gCr, 32767, 16}};
+using InverseQ16Form = RoundedForm<kQ16Inverse>;
 
-// Sixteen bits of fraction, rounded to nearest: the form of a row's last pixels.
-struct InverseQ16Form {
-  static constexpr int kFraction = 0;
-  static Rgb<int32_t> offset(CbCr<int32_t> c) {
-    constexpr ChromaWeights w = kChromaQ16;
-    return {(w.rCr * c.cr + 32768) >> 16, (w.gCr * c.cr + w.gCb * c.cb + 32768) >> 16, (w.bCb * c.cb + 32768) >> 16};
-  }
-  template <Vector V>
-  static QELJ_INLINE Rgb<V> offset(CbCr<V> c) {
-    constexpr ChromaWeights w = kChromaQ16;
-    static_assert(w.gCb % 2 == 0 && w.gCr % 2 == 0);
-    const V weights = simd::pairs<V>(w.gCb / 2, w.gCr / 2);
-    const auto weigh = [&](V pairs) { return (simd::mulAddPairs(pairs, weights) + (16384 << 8)) >> 23; };
-    return {term<w.rCr>(c.cr), simd::packI16(weigh(simd::unpackLow(c.cb, c.cr)), weigh(simd::unpackHigh(c.cb, c.cr))),
-            term<w.bCb>(c.cb)};
-  }
-
- private:
-  // (weight c + 32768) >> 16, of a weight that is whole units and less than a half.
-  template <int32_t weight, Vector V>
-  static QELJ_INLINE V term(V c) {
-    constexpr auto kWhole = int16_t((weight + 32768) >> 16);
-    return ((mulHi(c, all<V>(int16_t(weight - kWhole * 65536))) + int16_t(128)) >> 8) + (c >> 8) * kWhole;
-  }
-};
-
-// (stored * weight) >> 9, for chroma as stored (0..255), and what it is for a grey.
+// (stored * weight) >> 9, for chroma as stored (0..255), and what it is for a grey. Vector lanes of chroma hold
+// stored << 7.
 inline int32_t storedTerm(int32_t c, int32_t weight) { return ((c + 128) * weight) >> 9; }
 template <Vector V>
-QELJ_INLINE V storedTerm(V c, int32_t weight) {
-  const auto stored = (as<uint16_t>(c) ^ uint16_t(0x8000)) >> 1;  // << 7
-  return mulHi(as<int16_t>(stored), all<V>(int16_t(weight)));
+QELJ_INLINE V storedTerm(V stored, int32_t weight) {
+  return mulHi(stored, all<V>(int16_t(weight)));
 }
 constexpr int32_t greyTerm(int32_t weight) { return (128 * weight) >> 9; }
 
-// Four bits of fraction; every product is truncated by itself.
+// Every product is truncated by itself, to four bits of fraction.
 struct InverseQ4Form {
-  static constexpr int kFraction = 4;
   template <class T>
   static QELJ_INLINE Rgb<T> offset(CbCr<T> c) {
     constexpr ChromaWeights w = kChroma<13>;
     constexpr auto r = int16_t(8 - greyTerm(w.rCr)), g = int16_t(8 + greyTerm(-w.gCb - w.gCr)),
                    b = int16_t(8 - greyTerm(w.bCb));
-    return {storedTerm(c.cr, w.rCr) + r, g - (storedTerm(c.cb, -w.gCb) + storedTerm(c.cr, -w.gCr)),
-            storedTerm(c.cb, w.bCb) + b};
+    return {(storedTerm(c.cr, w.rCr) + r) >> 4, (g - (storedTerm(c.cb, -w.gCb) + storedTerm(c.cr, -w.gCr))) >> 4,
+            (storedTerm(c.cb, w.bCb) + b) >> 4};
   }
 };
 
 // The same products at nine bits of fraction, floored before they are added; no rounding term.
 struct InverseQ9Form {
-  static constexpr int kFraction = 0;
   template <class T>
   static QELJ_INLINE Rgb<T> offset(CbCr<T> c) {
     constexpr ChromaWeights w = kChroma<14>;

@@ -15,7 +15,7 @@ constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
   if (simd::kEnabled && width >= kFewPixels)
     return coverByGroups(
         source, sink, width, main,
-        [](const auto& from, const auto& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {
+        [](const auto& from, const auto& to, auto at) QELJ_INLINE_LAMBDA {
           if constexpr (OfDifferences<Main, decltype(from)>) {
             to.group(at, {toYcc<Main>(from.differences(at)), Bytes{}});
           } else {
@@ -23,7 +23,7 @@ constexpr auto ownForwardRow = [](auto source, auto sink, ptrdiff_t width) {
             to.group(at, {toYcc<Main>(p.rgb), p.k});
           }
         },
-        [](const auto& from, const auto& to, ptrdiff_t at, int count) QELJ_INLINE_LAMBDA {
+        [](const auto& from, const auto& to, auto at, auto count) QELJ_INLINE_LAMBDA {
           if constexpr (OfDifferences<Main, decltype(from)>) {
             to.group(at, {toYcc<Main, Tail>(from.differences(at), count), Bytes{}});
           } else {

@@ -10,15 +10,15 @@ using namespace jpeg::colour;
 // variable, an argument of convertRows: read ownInverseRow<Main, Tail> as a function of (source, sink, width).
 template <class Main, class Tail>
 constexpr auto ownInverseRow = [](auto source, auto sink, ptrdiff_t width) {
-  const ptrdiff_t main = width / 4 * 4;
+  const ptrdiff_t main = std::is_same_v<Main, Tail> ? width : width / 4 * 4;
   if (simd::kEnabled && width >= kFewPixels)
     return coverByGroups(
         source, sink, width, main,
-        [](const auto& from, const auto& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {
+        [](const auto& from, const auto& to, auto at) QELJ_INLINE_LAMBDA {
           const auto p = from.group(at);
           to.group(at, {toRgb<Main>(p.ycc), p.k});
         },
-        [](const auto& from, const auto& to, ptrdiff_t at, int count) QELJ_INLINE_LAMBDA {
+        [](const auto& from, const auto& to, auto at, auto count) QELJ_INLINE_LAMBDA {
           const auto p = from.group(at);
           to.group(at, {toRgb<Main, Tail>(p.ycc, count), p.k});
         });

@@ -52,6 +52,63 @@ struct YccK {
   T k;
 };
 
+// Where the blocks of a group lie in a row: one after another, or of a row that is shorter than a group at places of
+// their own, which may overlap. Stores go in order, so that the last block holds.
+inline constexpr int kBlock = 16, kBlocks = kGroup / kBlock;
+struct Whole {
+  ptrdiff_t x;
+  template <int kPixelBytes, class Byte>
+  QELJ_INLINE Byte* in(Byte* plane) const {
+    return plane + kPixelBytes * x;
+  }
+};
+struct Blocks {
+  ptrdiff_t x[kBlocks] = {};
+
+  Blocks() = default;
+  // Of a row of at least a block: the last one ends with it, as does its upper half with half a group.
+  QELJ_INLINE explicit Blocks(ptrdiff_t width) {
+    for (int i = 0; i < kBlocks / 2; ++i) {
+      const int behind = kBlock * (kBlocks / 2 - i);
+      x[i] = width >= kGroup / 2 ? kBlock * i : 0;
+      x[kBlocks / 2 + i] = width >= behind ? width - behind : 0;
+    }
+  }
+  template <int kPixelBytes, class Byte>
+  QELJ_INLINE auto in(Byte* plane) const {
+    if constexpr (kBlocks == 1) {
+      return plane + kPixelBytes * x[0];
+    } else {
+      simd::Scattered<Byte, kBlocks> s;
+      for (int i = 0; i < kBlocks; ++i) s.block[i] = plane + kPixelBytes * x[i];
+      return s;
+    }
+  }
+};
+template <class Place>
+QELJ_INLINE Bytes loadBytes(const uint8_t* plane, Place at) {
+  const auto from = at.template in<1>(plane);
+  if constexpr (std::is_pointer_v<decltype(from)>) return load<Bytes>(from);
+  else return simd::gatherBlocks<Bytes>([&](int i) QELJ_INLINE_LAMBDA { return from.block[i]; });
+}
+// Of a plane with half the columns, widened.
+template <class Place>
+QELJ_INLINE Words loadHalfColumns(const uint8_t* plane, Place at) {
+  if constexpr (std::is_same_v<Place, Whole>) {
+    return simd::loadAs<Words, uint8_t>(plane + at.x / 2);
+  } else {
+    simd::Vec<uint64_t, kGroup / 2> v;
+    for (int i = 0; i < kBlocks; ++i) v[i] = load<uint64_t>(plane + at.x[i] / 2);
+    return convert<uint16_t>(as<uint8_t>(v));
+  }
+}
+template <class Place>
+QELJ_INLINE void storeBytes(uint8_t* plane, Place at, Bytes v) {
+  const auto to = at.template in<1>(plane);
+  if constexpr (std::is_pointer_v<decltype(to)>) store(to, v);
+  else simd::scatterBlocks([&](int i) QELJ_INLINE_LAMBDA { return to.block[i]; }, v);
+}
+
 // Where the pixels of a row lie: in one plane or several.
 template <class Byte, int Planes, int PixelBytes = 1>
 struct RowPlanes {
@@ -82,18 +139,18 @@ struct PixelSource : RowPlanes<const uint8_t, 1, kChannels> {
     const uint8_t* at = plane[0] + kChannels * x;
     return {{at[Order::r], at[1], at[Order::b]}, 0};
   }
-  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
+  QELJ_INLINE RgbK<Bytes> group(auto at) const {
     const auto order = [](const auto& v) QELJ_INLINE_LAMBDA {
       return Order::r == 0 ? RgbK<Bytes>{{v.c0, v.c1, v.c2}, Bytes{}} : RgbK<Bytes>{{v.c2, v.c1, v.c0}, Bytes{}};
     };
-    if constexpr (kChannels == 3) return order(simd::loadTriples<Bytes>(plane[0] + 3 * x));
-    else return order(simd::loadQuadruples<Bytes>(plane[0] + 4 * x));
+    if constexpr (kChannels == 3) return order(simd::loadTriples<Bytes>(at.template in<3>(plane[0])));
+    else return order(simd::loadQuadruples<Bytes>(at.template in<4>(plane[0])));
   }
   // The same for forms that start from differences.
-  QELJ_INLINE Halves<Differences<Lanes>> differences(ptrdiff_t x) const
+  QELJ_INLINE Halves<Differences<Lanes>> differences(auto at) const
     requires(kChannels == 3 && simd::kBytePairs)
   {
-    const auto pairs = simd::loadBytePairs3<Bytes>(plane[0] + 3 * x);
+    const auto pairs = simd::loadBytePairs3<Bytes>(at.template in<3>(plane[0]));
     const auto of = [](Bytes c01, Bytes c21) QELJ_INLINE_LAMBDA {
       const auto minus = as<int8_t>(all<Words>(0xFF01));  // 1, -1
       const Lanes first = simd::mulAddBytes(c01, minus), last = simd::mulAddBytes(c21, minus);
@@ -108,8 +165,8 @@ struct PlaneSource : RowPlanes<const uint8_t, 3> {
   using RowPlanes::RowPlanes;
 
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {{plane[0][x], plane[1][x], plane[2][x]}, 0}; }
-  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
-    return {{load<Bytes>(plane[0] + x), load<Bytes>(plane[1] + x), load<Bytes>(plane[2] + x)}, Bytes{}};
+  QELJ_INLINE RgbK<Bytes> group(auto at) const {
+    return {{loadBytes(plane[0], at), loadBytes(plane[1], at), loadBytes(plane[2], at)}, Bytes{}};
   }
 };
 
@@ -121,8 +178,8 @@ struct CmykPixelSource : RowPlanes<const uint8_t, 1, 4> {
     const uint8_t* at = plane[0] + 4 * x;
     return {{255 - at[0], 255 - at[1], 255 - at[2]}, at[3]};
   }
-  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
-    const auto v = simd::loadQuadruples<Bytes>(plane[0] + 4 * x);
+  QELJ_INLINE RgbK<Bytes> group(auto at) const {
+    const auto v = simd::loadQuadruples<Bytes>(at.template in<4>(plane[0]));
     return {{~v.c0, ~v.c1, ~v.c2}, v.c3};
   }
 };
@@ -132,9 +189,8 @@ struct CmykPlaneSource : RowPlanes<const uint8_t, 4> {
   RgbK<int32_t> pixel(ptrdiff_t x) const {
     return {{255 - plane[0][x], 255 - plane[1][x], 255 - plane[2][x]}, plane[3][x]};
   }
-  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
-    return {{~load<Bytes>(plane[0] + x), ~load<Bytes>(plane[1] + x), ~load<Bytes>(plane[2] + x)},
-            load<Bytes>(plane[3] + x)};
+  QELJ_INLINE RgbK<Bytes> group(auto at) const {
+    return {{~loadBytes(plane[0], at), ~loadBytes(plane[1], at), ~loadBytes(plane[2], at)}, loadBytes(plane[3], at)};
   }
 };
 
@@ -152,9 +208,10 @@ struct PackedSource : RowPlanes<const uint8_t, 1, 2> {
     return Order::r == 0 ? Rgb<T>{low, green, high} : Rgb<T>{high, green, low};
   }
   RgbK<int32_t> pixel(ptrdiff_t x) const { return {unpack<int32_t>(load<uint16_t>(plane[0] + 2 * x)), 0}; }
-  QELJ_INLINE RgbK<Bytes> group(ptrdiff_t x) const {
-    const auto first = unpack(load<Words>(plane[0] + 2 * x)), second = unpack(load<Words>(plane[0] + 2 * x + kGroup));
-    const auto bytes = [](Words a, Words b) { return simd::orderPacked(simd::packU8(as<int16_t>(a), as<int16_t>(b))); };
+  QELJ_INLINE RgbK<Bytes> group(auto at) const {
+    const auto from = at.template in<2>(plane[0]);
+    const auto first = unpack(simd::gatherPart<Words>(from, 0)), second = unpack(simd::gatherPart<Words>(from, 1));
+    const auto bytes = [](Words a, Words b) { return simd::packU8(as<int16_t>(a), as<int16_t>(b)); };
     const Rgb<Bytes> rgb{bytes(first.r, second.r), bytes(first.g, second.g), bytes(first.b, second.b)};
     return {rgb, Bytes{}};
   }
@@ -212,9 +269,9 @@ struct PixelSink : Sink<1, 3> {
     uint8_t* at = plane[0] + 3 * x;
     at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b;
   }
-  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+  QELJ_INLINE void group(auto at, const RgbLanesK& v) const {
     const auto& [r, g, b] = v.rgb;
-    simd::storeTriplesClamped(plane[0] + 3 * x, Order::r == 0 ? r : b, g, Order::r == 0 ? b : r, write);
+    simd::storeTriplesClamped(at.template in<3>(plane[0]), Order::r == 0 ? r : b, g, Order::r == 0 ? b : r, write);
   }
 };
 
@@ -228,10 +285,10 @@ struct AlphaPixelSink : Sink<1, 4> {
     uint8_t* at = plane[0] + 4 * x;
     at[Order::r] = v.rgb.r, at[1] = v.rgb.g, at[Order::b] = v.rgb.b, at[3] = alpha;
   }
-  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+  QELJ_INLINE void group(auto at, const RgbLanesK& v) const {
     const auto [r, g, b] = pack(v.rgb);
-    simd::storeQuadruples<Bytes>(plane[0] + 4 * x, {Order::r == 0 ? r : b, g, Order::r == 0 ? b : r, all<Bytes>(alpha)},
-                                 write);
+    simd::storeQuadruples<Bytes>(at.template in<4>(plane[0]),
+                                 {Order::r == 0 ? r : b, g, Order::r == 0 ? b : r, all<Bytes>(alpha)}, write);
   }
 };
 
@@ -241,9 +298,9 @@ struct PlaneSink : Sink<3> {
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
     plane[0][x] = v.rgb.r, plane[1][x] = v.rgb.g, plane[2][x] = v.rgb.b;
   }
-  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+  QELJ_INLINE void group(auto at, const RgbLanesK& v) const {
     const auto [r, g, b] = pack(v.rgb);
-    store(plane[0] + x, r), store(plane[1] + x, g), store(plane[2] + x, b);
+    storeBytes(plane[0], at, r), storeBytes(plane[1], at, g), storeBytes(plane[2], at, b);
   }
 };
 
@@ -254,9 +311,9 @@ struct CmykPixelSink : Sink<1, 4> {
     uint8_t* at = plane[0] + 4 * x;
     at[0] = uint8_t(~v.rgb.r), at[1] = uint8_t(~v.rgb.g), at[2] = uint8_t(~v.rgb.b), at[3] = v.k;
   }
-  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+  QELJ_INLINE void group(auto at, const RgbLanesK& v) const {
     const auto [r, g, b] = pack(v.rgb);
-    simd::storeQuadruples<Bytes>(plane[0] + 4 * x, {~r, ~g, ~b, v.k}, write);
+    simd::storeQuadruples<Bytes>(at.template in<4>(plane[0]), {~r, ~g, ~b, v.k}, write);
   }
 };
 struct CmykPlaneSink : Sink<4> {
@@ -266,9 +323,10 @@ struct CmykPlaneSink : Sink<4> {
     plane[0][x] = uint8_t(~v.rgb.r), plane[1][x] = uint8_t(~v.rgb.g), plane[2][x] = uint8_t(~v.rgb.b);
     plane[3][x] = v.k;
   }
-  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+  QELJ_INLINE void group(auto at, const RgbLanesK& v) const {
     const auto [r, g, b] = pack(v.rgb);
-    store(plane[0] + x, ~r), store(plane[1] + x, ~g), store(plane[2] + x, ~b), store(plane[3] + x, v.k);
+    storeBytes(plane[0], at, ~r), storeBytes(plane[1], at, ~g), storeBytes(plane[2], at, ~b),
+        storeBytes(plane[3], at, v.k);
   }
 };
 
@@ -285,13 +343,13 @@ struct PackedSink : Sink<1, 2> {
   void pixel(ptrdiff_t x, RgbK<uint8_t> v) const {
     store(plane[0] + 2 * x, uint16_t(pack<uint32_t>(v.rgb.r, v.rgb.g, v.rgb.b)));
   }
-  QELJ_INLINE void group(ptrdiff_t x, const RgbLanesK& v) const {
+  QELJ_INLINE void group(auto at, const RgbLanesK& v) const {
     const auto [r, g, b] = colour::pack(v.rgb);
     const auto low = [](Bytes bytes) { return as<uint16_t>(simd::unpackLow(bytes, Bytes{})); };
     const auto high = [](Bytes bytes) { return as<uint16_t>(simd::unpackHigh(bytes, Bytes{})); };
     const auto first = pack(low(r), low(g), low(b)), second = pack(high(r), high(g), high(b));
-    write(plane[0] + 2 * x, simd::lowBlocks(first, second));
-    write(plane[0] + 2 * x + kGroup, simd::highBlocks(first, second));
+    const auto to = at.template in<2>(plane[0]);
+    simd::scatterPart(to, 0, first, write), simd::scatterPart(to, 1, second, write);
   }
 };
 
@@ -307,16 +365,16 @@ struct YccSink : Sink<Planes> {
     plane[0][x] = v.ycc.y, plane[1][x] = v.ycc.cb, plane[2][x] = v.ycc.cr;
     if constexpr (Planes == 4) plane[3][x] = v.k;
   }
-  QELJ_INLINE void group(ptrdiff_t x, YccK<Bytes> v) const {
-    store(plane[0] + x, v.ycc.y), store(plane[1] + x, v.ycc.cb), store(plane[2] + x, v.ycc.cr);
-    if constexpr (Planes == 4) store(plane[3] + x, v.k);
+  QELJ_INLINE void group(auto at, YccK<Bytes> v) const {
+    storeBytes(plane[0], at, v.ycc.y), storeBytes(plane[1], at, v.ycc.cb), storeBytes(plane[2], at, v.ycc.cr);
+    if constexpr (Planes == 4) storeBytes(plane[3], at, v.k);
   }
 };
 struct LumaSink : Sink<1> {
   using Sink::Sink;
 
   void pixel(ptrdiff_t x, YccK<uint8_t> v) const { plane[0][x] = v.ycc.y; }
-  QELJ_INLINE void group(ptrdiff_t x, YccK<Bytes> v) const { store(plane[0] + x, v.ycc.y); }
+  QELJ_INLINE void group(auto at, YccK<Bytes> v) const { storeBytes(plane[0], at, v.ycc.y); }
 };
 
 template <int Planes>
@@ -327,9 +385,9 @@ struct YccSource : RowPlanes<const uint8_t, Planes> {
   YccK<uint8_t> pixel(ptrdiff_t x) const {
     return {{plane[0][x], plane[1][x], plane[2][x]}, Planes == 4 ? plane[Planes - 1][x] : uint8_t(0)};
   }
-  QELJ_INLINE YccK<Bytes> group(ptrdiff_t x) const {
-    return {{load<Bytes>(plane[0] + x), load<Bytes>(plane[1] + x), load<Bytes>(plane[2] + x)},
-            Planes == 4 ? load<Bytes>(plane[Planes - 1] + x) : Bytes{}};
+  QELJ_INLINE YccK<Bytes> group(auto at) const {
+    return {{loadBytes(plane[0], at), loadBytes(plane[1], at), loadBytes(plane[2], at)},
+            Planes == 4 ? loadBytes(plane[Planes - 1], at) : Bytes{}};
   }
 };
 
@@ -345,16 +403,80 @@ QELJ_INLINE auto widen(B v) {
 QELJ_INLINE Halves<Lanes> widenMask(Bytes mask) {
   return {as<int16_t>(simd::unpackLow(mask, mask)), as<int16_t>(simd::unpackHigh(mask, mask))};
 }
-QELJ_INLINE Halves<Lanes> widenCentred(Bytes chroma) {  // c << 8
-  const Bytes centred = chroma ^ uint8_t(0x80);
-  return {as<int16_t>(simd::unpackLow(Bytes{}, centred)), as<int16_t>(simd::unpackHigh(Bytes{}, centred))};
+QELJ_INLINE Halves<Lanes> widenOver(Bytes low, Bytes v) {  // (v << 8) + low
+  return {as<int16_t>(simd::unpackLow(low, v)), as<int16_t>(simd::unpackHigh(low, v))};
 }
+QELJ_INLINE Lanes storedLanes(Words chroma) { return as<int16_t>(chroma << 7); }
 
 template <class Form>
 QELJ_INLINE Ycc<uint8_t> toYcc(Rgb<int32_t> p) {
   const auto v = Form::ycc(p);
   return {clampU8(v.y), clampU8(v.cb), clampU8(v.cr)};
 }
+// A form whose constants may differ from lane to lane.
+template <class Form>
+concept ByLanes = requires { requires Form::kByLanes; };
+// A form's constants, each in all lanes.
+template <class Form>
+struct ConstantsOf {
+  static QELJ_INLINE auto low() {
+    return [](int k) QELJ_INLINE_LAMBDA { return all<Lanes>(Form::kConstants[size_t(k)]); };
+  }
+  static QELJ_INLINE auto high() { return low(); }
+  static QELJ_INLINE Bytes bytes(int k) { return all<Bytes>(Form::kByteConstants[size_t(k)]); }
+};
+// A group whose first `main` pixels are of one form, and the others of another. The others are fewer than eight: behind
+// whole groups of four or eight pixels, or at the end. Those of Behind end a group, and lie in the upper half of its last
+// block.
+struct Within {
+  int main;
+};
+struct Behind {
+  int main;
+};
+
+// Those of Main and of Tail: pixels of two forms cost no more than pixels of one. All come from memory, at places of
+// which the compiler knows nothing: it would make vectors of those that are the same in all lanes, again in each row.
+template <class Main, class Tail>
+class ConstantsOfTwo {
+  static constexpr int kLanes = simd::kLanes<Lanes>, kCount = int(Main::kConstants.size()),
+                       kByteCount = int(Main::kByteConstants.size());
+  struct Table {
+    alignas(64) int16_t lanes[kCount][2 * kLanes];
+    alignas(64) uint8_t bytes[kByteCount + 1][2 * kGroup];
+  };
+  static constexpr Table kTable = [] {
+    Table t{};
+    for (int k = 0; k < kCount; ++k)
+      for (int i = 0; i < 2 * kLanes; ++i)
+        t.lanes[k][i] = (i < kLanes ? Main::kConstants : Tail::kConstants)[size_t(k)];
+    for (int k = 0; k < kByteCount; ++k)
+      for (int i = 0; i < 2 * kGroup; ++i)
+        t.bytes[k][i] = (i < kGroup ? Main::kByteConstants : Tail::kByteConstants)[size_t(k)];
+    return t;
+  }();
+  const int16_t *low_ = kTable.lanes[0], *high_ = low_;
+  const uint8_t* bytes_ = kTable.bytes[0];
+  static QELJ_INLINE auto lanesAt(const int16_t* lanes) {
+    return [lanes](int k) QELJ_INLINE_LAMBDA { return load<Lanes>(lanes + 2 * kLanes * k); };
+  }
+
+ public:
+  QELJ_INLINE explicit ConstantsOfTwo(Behind at) {
+    bytes_ += kGroup - at.main, high_ += kGroup - at.main;
+    asm("" : "+r"(low_), "+r"(high_), "+r"(bytes_));
+  }
+  QELJ_INLINE explicit ConstantsOfTwo(Within at) {
+    // Unpacking takes eight pixels of each block to a half.
+    bytes_ += kGroup - at.main;
+    low_ += kLanes - (at.main / 16 * 8 + std::min(at.main % 16, 8));
+    high_ += kLanes - (at.main / 16 * 8 + std::max(at.main % 16 - 8, 0));
+  }
+  QELJ_INLINE auto low() const { return lanesAt(low_); }
+  QELJ_INLINE auto high() const { return lanesAt(high_); }
+  QELJ_INLINE Bytes bytes(int k) const { return load<Bytes>(bytes_ + 2 * kGroup * k); }
+};
+
 // A form's operands in 16-bit lanes.
 QELJ_INLINE Halves<Rgb<Lanes>> operands(Rgb<Bytes> p) {
   const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
@@ -366,7 +488,7 @@ QELJ_INLINE Ycc<Bytes> pack(const Halves<Ycc<Lanes>>& v) {
 }
 // Whether a form starts from differences that a source has.
 template <class Form, class Source>
-concept OfDifferences = requires(Source source) { Form::ycc(source.differences(0).low); };
+concept OfDifferences = requires(Source source) { Form::ycc(source.differences(Whole{0}).low); };
 template <class Form>
 QELJ_INLINE Ycc<Bytes> toYcc(auto p) {
   const auto o = operands(p);
@@ -376,29 +498,47 @@ QELJ_INLINE Ycc<Bytes> toYcc(auto p) {
 // Luma with what chroma adds to it.
 template <class Form>
 QELJ_INLINE Rgb<uint8_t> toRgb(uint8_t y, Rgb<int32_t> offset) {
-  const auto colour = [y](int32_t add) { return clampU8(shade<Form>(int32_t(y), add)); };
+  const auto colour = [y](int32_t add) { return clampU8(y + add); };
   return {colour(offset.r), colour(offset.g), colour(offset.b)};
 }
-template <class Form>
 QELJ_INLINE RgbLanes toRgb(Bytes y, Rgb<Lanes> low, Rgb<Lanes> high) {
   const auto luma = widen(y);
-  const auto colour = [&](Lanes addLow, Lanes addHigh) QELJ_INLINE_LAMBDA {
-    return Halves<Lanes>{shade<Form>(luma.low, addLow), shade<Form>(luma.high, addHigh)};
-  };
+  const auto colour = [&](Lanes addLow, Lanes addHigh)
+                          QELJ_INLINE_LAMBDA { return Halves<Lanes>{luma.low + addLow, luma.high + addHigh}; };
   return {colour(low.r, high.r), colour(low.g, high.g), colour(low.b, high.b)};
 }
 template <class Form>
 QELJ_INLINE Rgb<uint8_t> toRgb(Ycc<uint8_t> p) {
   return toRgb<Form>(p.y, Form::offset(CbCr<int32_t>{p.cb - 128, p.cr - 128}));
 }
+
+template <class Form>
+QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p, const auto& constants) {
+  const Bytes cb = p.cb ^ constants.bytes(Form::kCentre), cr = p.cr ^ constants.bytes(Form::kCentre);
+  const auto blue = widenOver(constants.bytes(Form::kLowCb), cb), red = widenOver(constants.bytes(Form::kLowCr), cr),
+             pairs = widenOver(cb, cr);
+  return toRgb(p.y, Form::offset(ChromaLanes<Lanes>{blue.low, red.low, pairs.low}, constants.low()),
+               Form::offset(ChromaLanes<Lanes>{blue.high, red.high, pairs.high}, constants.high()));
+}
 template <class Form>
 QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p) {
-  const auto cb = widenCentred(p.cb), cr = widenCentred(p.cr);
-  return toRgb<Form>(p.y, Form::offset(CbCr<Lanes>{cb.low, cr.low}), Form::offset(CbCr<Lanes>{cb.high, cr.high}));
+  if constexpr (ByLanes<Form>) {
+    return toRgb<Form>(p, ConstantsOf<Form>{});
+  } else {
+    const auto cb = widen(p.cb), cr = widen(p.cr);
+    const auto offset = [](Lanes b, Lanes r) QELJ_INLINE_LAMBDA {
+      return Form::offset(CbCr<Lanes>{storedLanes(as<uint16_t>(b)), storedLanes(as<uint16_t>(r))});
+    };
+    return toRgb(p.y, offset(cb.low, cr.low), offset(cb.high, cr.high));
+  }
 }
 
-// Of the first `main` pixels of a group in one form, of the others in another. The others are fewer than eight, and lie
-// in the same half: behind whole groups of four or eight pixels, or at the end.
+template <class Main, class Tail, class Split>
+QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p, Split at) {
+  if constexpr (std::is_same_v<Main, Tail>) return toRgb<Main>(p);
+  else return toRgb<Main>(p, ConstantsOfTwo<Main, Tail>(at));
+}
+
 QELJ_INLINE Bytes lanesFrom(int main) {
   alignas(64) static constexpr auto kMasks = [] {
     std::array<uint8_t, 2 * kGroup> masks{};
@@ -407,56 +547,45 @@ QELJ_INLINE Bytes lanesFrom(int main) {
   }();
   return load<Bytes>(kMasks.data() + kGroup - main);
 }
-template <class Main, class Tail>
-QELJ_INLINE Ycc<Bytes> toYcc(auto p, int main) {
+template <class Main, class Tail, class Split>
+QELJ_INLINE Ycc<Bytes> toYcc(auto p, Split at) {
   const auto o = operands(p);
-  Halves<Ycc<Lanes>> v{Main::ycc(o.low), Main::ycc(o.high)};
-  if constexpr (!std::is_same_v<Main, Tail>) {
-    const auto others = widenMask(lanesFrom(main));
+  if constexpr (std::is_same_v<Main, Tail>) {
+    return pack({Main::ycc(o.low), Main::ycc(o.high)});
+  } else if constexpr (ByLanes<Main> && ByLanes<Tail>) {
+    const ConstantsOfTwo<Main, Tail> constants(at);
+    return pack({Main::ycc(o.low, constants.low()), Main::ycc(o.high, constants.high())});
+  } else {
+    Halves<Ycc<Lanes>> v{Main::ycc(o.low), Main::ycc(o.high)};
+    const auto others = widenMask(lanesFrom(at.main));
     const auto replace = [](Lanes which, const auto& from, Ycc<Lanes>& to) QELJ_INLINE_LAMBDA {
       const auto tail = Tail::ycc(from);
       to = {select(which, tail.y, to.y), select(which, tail.cb, to.cb), select(which, tail.cr, to.cr)};
     };
-    if (main & 8) replace(others.high, o.high, v.high);
+    if (std::is_same_v<Split, Behind> || at.main & 8) replace(others.high, o.high, v.high);
     else replace(others.low, o.low, v.low);
+    return pack(v);
   }
-  return pack(v);
-}
-template <class Main, class Tail>
-QELJ_INLINE RgbLanes toRgb(Ycc<Bytes> p, int main) {
-  auto v = toRgb<Main>(p);
-  if constexpr (std::is_same_v<Main, Tail>) return v;
-  const auto others = widenMask(lanesFrom(main)), luma = widen(p.y);
-  const auto cb = widenCentred(p.cb), cr = widenCentred(p.cr);
-  const auto replace = [](Lanes which, Lanes y, CbCr<Lanes> c, Lanes& r, Lanes& g, Lanes& b) QELJ_INLINE_LAMBDA {
-    const Rgb<Lanes> add = Tail::offset(c);
-    r = select(which, shade<Tail>(y, add.r), r);
-    g = select(which, shade<Tail>(y, add.g), g);
-    b = select(which, shade<Tail>(y, add.b), b);
-  };
-  if (main & 8) replace(others.high, luma.high, {cb.high, cr.high}, v.r.high, v.g.high, v.b.high);
-  else replace(others.low, luma.low, {cb.low, cr.low}, v.r.low, v.g.low, v.b.low);
-  return v;
 }
 
 // --- Loops -------------------------------------------------------------------------------------------------
 
-// A row that is shorter than a group, in memory that is as long as one.
-template <class Source>
+// A row of at most kPixels, in memory that is as long.
+template <class Source, int kPixels = kBlock>
 struct ShortSource {
-  alignas(64) uint8_t bytes[Source::kPlanes][Source::kPixelBytes * kGroup];
+  alignas(64) uint8_t bytes[Source::kPlanes][Source::kPixelBytes * kPixels];
   Source source;
 
   ShortSource(const Source& row, ptrdiff_t width) : source(row) {
     for (int i = 0; i < Source::kPlanes; ++i) {
-      simd::copyPadded<Source::kPixelBytes * kGroup>(bytes[i], row.plane[i], int(width) * Source::kPixelBytes);
+      simd::copyPadded<Source::kPixelBytes * kPixels>(bytes[i], row.plane[i], int(width) * Source::kPixelBytes);
       source.plane[i] = bytes[i];
     }
   }
 };
-template <class To>
+template <class To, int kPixels = kBlock>
 struct ShortSink {
-  alignas(64) uint8_t bytes[To::kPlanes][To::kPixelBytes * kGroup];
+  alignas(64) uint8_t bytes[To::kPlanes][To::kPixelBytes * kPixels];
   To sink;
 
   explicit ShortSink(const To& row) : sink(row) {
@@ -465,30 +594,35 @@ struct ShortSink {
   }
   void copyTo(const To& row, ptrdiff_t width) const {
     for (int i = 0; i < To::kPlanes; ++i)
-      simd::copyFirst<To::kPixelBytes * kGroup>(row.plane[i], bytes[i], int(width) * To::kPixelBytes);
+      simd::copyFirst<To::kPixelBytes * kPixels>(row.plane[i], bytes[i], int(width) * To::kPixelBytes);
   }
 };
 
 // A row of fewer pixels is converted one by one sooner than copied.
 inline constexpr int kFewPixels = 4;
 
-// A row's pixels by groups: group(source, sink, x) for those that lie whole in the row's first `main` pixels, and at last
-// last(source, sink, x, count) for a group of which `count` pixels come in front of `main`. It overlaps the group before
-// it, or has a short row to itself.
+// A row's pixels by groups: group(source, sink, at) for those that lie whole in the row's first `main` pixels, and at last
+// last(source, sink, at, count) for a group of which `count` pixels come in front of `main`. It overlaps the group before
+// it. The blocks of a row shorter than a group overlap; one shorter than a block has memory of its own.
 template <class Source, class To, class Group, class Last>
 QELJ_INLINE void coverByGroups(const Source& source, const To& sink, ptrdiff_t width, ptrdiff_t main, Group&& group,
                                Last&& last) {
+  // The last of several blocks ends with the row, or is one of less than 16 pixels.
+  const auto end = [&](const auto& from, const auto& to, auto at, auto count) QELJ_INLINE_LAMBDA {
+    if (main == width) group(from, to, at);
+    else last(from, to, at, count);
+  };
+  const Behind behind{int(kGroup - (width - main))};
   if (width >= kGroup) {
-    ptrdiff_t x = 0;
-    for (; x + kGroup <= main; x += kGroup) group(source, sink, x);
-    if (x == width) return;
-    if (main == width) group(source, sink, width - kGroup);
-    else last(source, sink, width - kGroup, int(main - (width - kGroup)));
+    const ptrdiff_t covered = main == width ? width : main / kGroup * kGroup;
+    simd::coverInOneLoop<kGroup>(0, covered, [&](ptrdiff_t x) QELJ_INLINE_LAMBDA { group(source, sink, Whole{x}); });
+    if (covered != width) last(source, sink, Whole{width - kGroup}, behind);
+  } else if (width >= kBlock) {
+    end(source, sink, Blocks(width), behind);
   } else {
     const ShortSource<Source> from(source, width);
     ShortSink<To> to(sink);
-    if (main == width) group(from.source, to.sink, 0);
-    else last(from.source, to.sink, 0, int(main));
+    end(from.source, to.sink, Blocks{}, Within{int(kGroup - kBlock + main)});
     to.copyTo(sink, width);
   }
 }

@@ -24,7 +24,7 @@ QELJ_INLINE void ownForwardGroup(const Source (&source)[2], const YccRows& dst, 
   constexpr int kLog2 = kRows == 2 ? 2 : 1;
   Rgb<Lanes> sum{};
   for (int row = 0; row < kRows; ++row) {
-    const Rgb<Bytes> p = source[row].group(x).rgb;
+    const Rgb<Bytes> p = source[row].group(Whole{x}).rgb;
     sum.r += simd::addBytePairs(p.r), sum.g += simd::addBytePairs(p.g), sum.b += simd::addBytePairs(p.b);
     const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
     const Bytes luma = simd::packU8(ForwardMain::luma(Rgb<Lanes>{r.low, g.low, b.low}),
@@ -61,7 +61,7 @@ void ownForwardRows(const Source (&source)[2], const YccRows& dst, ptrdiff_t wid
   ptrdiff_t x = simd::coverByVectors<kGroup>(
       0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { ownForwardGroup<kRows>(source, dst, at); });
   if (simd::kEnabled && x < main) {
-    const ShortSource<Source> first(source[0], main), second(source[1], main);
+    const ShortSource<Source, kGroup> first(source[0], main), second(source[1], main);
     ownForwardGroup<kRows>({first.source, second.source}, dst, 0, int(main));
     x = main;
   }
@@ -100,36 +100,37 @@ struct PairOffsets {
     high = {simd::unpackHigh(o.r, o.r), simd::unpackHigh(o.g, o.g), simd::unpackHigh(o.b, o.b)};
   }
 };
-QELJ_INLINE Lanes centred(Words chromaShifted8) { return as<int16_t>(chromaShifted8 ^ uint16_t(0x8000)); }
-
 using PlaneRow = RowPlanes<const uint8_t, 1>;
 
 template <int kRows, class To>
 void ownInverseRows(const PlaneRow (&y)[2], const PlaneRow& cb, const PlaneRow& cr, const To (&sink)[2],
                     ptrdiff_t width) {
   using Form = InverseQ4Form;
-  const auto group = [](const auto& fromY, const auto& fromCb, const auto& fromCr, const auto& to,
-                        ptrdiff_t at) QELJ_INLINE_LAMBDA {
-    const auto chroma = [at](const PlaneRow& p) {
-      return centred(simd::loadAs<Words, uint8_t>(p.plane[0] + at / 2) << 8);
-    };
-    const PairOffsets<Form> add({chroma(fromCb), chroma(fromCr)});
-    for (int row = 0; row < kRows; ++row)
-      to[row].group(at, {toRgb<Form>(load<Bytes>(fromY[row].plane[0] + at), add.low, add.high), Bytes{}});
-  };
+  const auto group = [](const auto& fromY, const PlaneRow& fromCb, const PlaneRow& fromCr, const auto& to, auto at)
+                         QELJ_INLINE_LAMBDA {
+                           const auto chroma = [at](const PlaneRow& p) QELJ_INLINE_LAMBDA {
+                             return storedLanes(loadHalfColumns(p.plane[0], at));
+                           };
+                           const PairOffsets<Form> add({chroma(fromCb), chroma(fromCr)});
+                           for (int row = 0; row < kRows; ++row)
+                             to[row].group(at, {toRgb(loadBytes(fromY[row].plane[0], at), add.low, add.high), Bytes{}});
+                         };
   const ptrdiff_t main = width / 2 * 2;
-  ptrdiff_t x =
-      simd::coverByVectors<kGroup>(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { group(y, cb, cr, sink, at); });
-  if (simd::kEnabled && x < main) {
-    const ShortSource<PlaneRow> y0(y[0], main), y1(y[1], main), shortCb(cb, main / 2), shortCr(cr, main / 2);
+  if constexpr (simd::kEnabled) {
+    if (main >= kGroup)
+      return simd::coverInOneLoop<kGroup>(0, main,
+                                          [&](ptrdiff_t x) QELJ_INLINE_LAMBDA { group(y, cb, cr, sink, Whole{x}); });
+    if (main >= kBlock) return group(y, cb, cr, sink, Blocks(main));
+    const ShortSource<PlaneRow> y0(y[0], main), y1(y[kRows - 1], main), shortCb(cb, main / 2), shortCr(cr, main / 2);
     ShortSink<To> to0(sink[0]), to1(sink[1]);
     const PlaneRow shortY[2] = {y0.source, y1.source};
     const To to[2] = {to0.sink, to1.sink};
-    group(shortY, shortCb.source, shortCr.source, to, 0);
+    group(shortY, shortCb.source, shortCr.source, to, Blocks());
     to0.copyTo(sink[0], main);
     if constexpr (kRows == 2) to1.copyTo(sink[1], main);
     return;
   }
+  ptrdiff_t x = 0;
   for (; x < main; x += 2) {
     const auto add = Form::offset(CbCr<int32_t>{cb.plane[0][x / 2] - 128, cr.plane[0][x / 2] - 128});
     for (int row = 0; row < kRows; ++row)
@@ -163,20 +164,27 @@ void ownPackedRow(const PackedRow& src, const PixelSink<RgbOrder>& sink, ptrdiff
     const uint8_t y1 = p[2];
     sink.pixel(x, {toRgb<Form>(p[0], add), 0}), sink.pixel(x + 1, {toRgb<Form>(y1, add), 0});
   };
-  const auto group = [](const PackedRow& from, const PixelSink<RgbOrder>& to, ptrdiff_t at) QELJ_INLINE_LAMBDA {
+  const auto group = [](const PackedRow& from, const PixelSink<RgbOrder>& to, auto at) QELJ_INLINE_LAMBDA {
     using Form = InverseQ9Form;
-    const uint8_t* p = from.plane[0] + 2 * at;
-    const auto split = simd::deinterleave(load<Bytes>(p), load<Bytes>(p + kGroup));
-    const auto chroma = as<uint16_t>(split.second);  // Cb in the low bytes, Cr in the high ones
-    const PairOffsets<Form> add({centred(chroma << 8), centred(chroma & uint16_t(0xFF00))});
-    to.group(at, {toRgb<Form>(split.first, add.low, add.high), Bytes{}});
+    const auto p = at.template in<2>(from.plane[0]);
+    const auto first = simd::gatherPart<Words>(p, 0), second = simd::gatherPart<Words>(p, 1);
+    const auto pack = [](Words a, Words b) { return simd::packU8(as<int16_t>(a), as<int16_t>(b)); };
+    const auto chroma = as<uint16_t>(pack(first >> 8, second >> 8));  // Cb in the low bytes, Cr in the high ones
+    const PairOffsets<Form> add({storedLanes(chroma & uint16_t(0xFF)), storedLanes(chroma >> 8)});
+    to.group(at, {toRgb(pack(first & uint16_t(0xFF), second & uint16_t(0xFF)), add.low, add.high), Bytes{}});
   };
-  ptrdiff_t x = simd::coverByVectors<kGroup>(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { group(src, sink, at); });
-  if (simd::kEnabled && x < main) {
-    const ShortSource<PackedRow> from(src, main);
-    ShortSink<PixelSink<RgbOrder>> to(sink);
-    group(from.source, to.sink, 0);
-    to.copyTo(sink, main);
+  ptrdiff_t x = 0;
+  if (simd::kEnabled && main > 0) {
+    if (main >= kGroup) {
+      simd::coverInOneLoop<kGroup>(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { group(src, sink, Whole{at}); });
+    } else if (main >= kBlock) {
+      group(src, sink, Blocks(main));
+    } else {
+      const ShortSource<PackedRow> from(src, main);
+      ShortSink<PixelSink<RgbOrder>> to(sink);
+      group(from.source, to.sink, Blocks());
+      to.copyTo(sink, main);
+    }
     x = main;
   }
   for (; x < main; x += 2) pair(InverseQ9Form{}, x);
