@@ -241,9 +241,20 @@ void ownComponentRow(const SrcRow src, const DstRow dst, int32_t width) {
   }
 }
 
+// Rows that follow one another without a gap are one long row, which saves the ends of short ones.
+constexpr QelSize asOneRow(QelSize size, bool dense) {
+  const int64_t pixels = int64_t(size.width) * size.height;
+  return dense && pixels <= INT32_MAX ? QelSize{int32_t(pixels), 1} : size;
+}
+template <class T>
+constexpr bool isDense(int32_t step, QelSize size, int channels) {
+  return step == int64_t(size.width) * channels * int64_t(sizeof(T));
+}
+
 template <class Transform, class T>
 QelStatus pixelsToPlanes(const T* src, int32_t srcStep, T* const* dst, int32_t dstStep, QelSize size) {
   if (auto s = check(nonNull(src), planes(dst, 3), step(srcStep), step(dstStep), area(size)); s) return s;
+  size = asOneRow(size, isDense<T>(srcStep, size, 3) && isDense<T>(dstStep, size, 1));
   const TriplePixels<const T> from{src, srcStep};
   const ThreePlanes<T> to(dst, dstStep);
   return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
@@ -252,6 +263,7 @@ QelStatus pixelsToPlanes(const T* src, int32_t srcStep, T* const* dst, int32_t d
 template <class Transform, class T>
 QelStatus planesToPixels(const T* const* src, int32_t srcStep, T* dst, int32_t dstStep, QelSize size) {
   if (auto s = check(planes(src, 3), nonNull(dst), step(srcStep), step(dstStep), area(size)); s) return s;
+  size = asOneRow(size, isDense<T>(srcStep, size, 1) && isDense<T>(dstStep, size, 3));
   const ThreePlanes<const T> from(src, srcStep);
   const TriplePixels<T> to{dst, dstStep};
   return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(from[y], to[y], size.width); });
@@ -260,6 +272,7 @@ QelStatus planesToPixels(const T* const* src, int32_t srcStep, T* dst, int32_t d
 template <class Transform, class T>
 QelStatus planesInPlace(T* const* srcDst, int32_t srcDstStep, QelSize size) {
   if (auto s = check(planes(srcDst, 3), step(srcDstStep), area(size)); s) return s;
+  size = asOneRow(size, isDense<T>(srcDstStep, size, 1));
   const ThreePlanes<T> image(srcDst, srcDstStep);
   return forEachRowSerial(size, [&](int32_t y) { ownComponentRow<Transform, T>(image[y], image[y], size.width); });
 }
