@@ -104,11 +104,12 @@ class BitIn {
   bool beyond() const { return 8 * (stream - end_) > bitCount; }
 
  private:
+  // Without a branch, as no predictor learns where units end.
   void refill() {
-    if (bitCount >= 16) return;
-    bitBuffer |= uint32_t(stream[0] << 8 | stream[1]) << (16 - bitCount);
-    stream += 2;
-    bitCount += 16;
+    const int units = bitCount < 16;
+    bitBuffer |= (0u - uint32_t(units)) & uint32_t(stream[0] << 8 | stream[1]) << 16 >> bitCount % 16;
+    stream += 2 * units;
+    bitCount += 16 * units;
   }
   const uint8_t* end_;
 };
@@ -141,6 +142,15 @@ class PlaneDecoder {
   Plane& operator[](int p) { return planes_[size_t(p)]; }
 
   // --- from bits to coefficients ---
+
+  // No coefficients yet in a row of macroblocks: cleared as a whole, in much larger pieces than one by one.
+  void begin(int32_t row) {
+    for (Plane& plane : planes_) {
+      LastRows& samples = plane.samples;
+      const int32_t rows = samples.perMacroblock();
+      std::fill_n(samples[row * rows], ptrdiff_t(rows) * samples.apart(), 0);
+    }
+  }
 
   // A macroblock of the tile that begins at (left, top); `check` looks after a band whether its bits were there.
   template <class Check>
@@ -376,7 +386,6 @@ class PlaneDecoder {
                                            uint32_t(plain), int32_t(step << tile.trim), coded);
       };
       // Which blocks are coded is a toss of a coin each: without plain bits, only those that are get visited.
-      clearHigh(plane, column, row);
       if (!plain) {
         for (uint32_t coded = pattern[p]; coded; coded &= coded - 1) take(blockAt(std::countr_zero(coded)));
         continue;
@@ -407,8 +416,9 @@ class PlaneDecoder {
     for (int p = 0; p < plane_.planes(); ++p) {
       Plane& plane = planes_[size_t(p)];
       int32_t* const to = plane.lowOf(column, row);
-      for (int k = 0; k < plane.grid.count(); ++k)
-        to[plane.lowPlaces[size_t(k)]] = int32_t(uint32_t(low[p][k]) * uint32_t(steps_[p][k ? kLP : kDC]));
+      const auto step = uint32_t(steps_[p][kLP]);
+      for (int k = 1; k < plane.grid.count(); ++k) to[plane.lowPlaces[size_t(k)]] = int32_t(uint32_t(low[p][k]) * step);
+      *to = int32_t(uint32_t(low[p][0]) * uint32_t(steps_[p][kDC]));
     }
   }
 
@@ -518,7 +528,14 @@ class Store {
         if (pack([](uint32_t value) { return value; }) > 255)
           pack([](uint32_t value) { return uint32_t(std::clamp(int32_t(value), 0, 255)); });
         uint8_t* const out = to + 3 * first;
-        for (int32_t x = 0; x + 1 < n; ++x) std::memcpy(out + 3 * x, pixels + x, 4);
+        int32_t x = 0;
+        for (; x + 3 <= n; x += 2) {
+          uint64_t two;
+          std::memcpy(&two, pixels + x, sizeof two);
+          two = (two & 0xFFFFFF) | (two >> 8 & 0xFFFFFF000000);
+          std::memcpy(out + 3 * x, &two, sizeof two);
+        }
+        for (; x + 1 < n; ++x) std::memcpy(out + 3 * x, pixels + x, 4);
         std::memcpy(out + 3 * (n - 1), pixels + n - 1, 3);
       }
       return;
@@ -629,6 +646,7 @@ class Source : public RowSource {
   void decodeRow(int32_t y) {
     const auto above = std::upper_bound(header_.rows.begin(), header_.rows.end(), y) - 1;
     if (*above == y) startTiles(size_t(above - header_.rows.begin()));
+    for (PlaneDecoder& plane : planes_) plane.begin(y);
     for (size_t t = 0; t < tiles_.size(); ++t)
       decodeRow(tiles_[t], header_.columns[t], header_.columns[t + 1], *above, y);
     forget();
