@@ -57,10 +57,6 @@ extern const LaneConstant<int8_t> kSum8Difference8, kSum8Difference16;
 
 extern const LaneConstant<int16_t> kMiddleLanes;  // in each four lanes: all bits of the middle two
 extern const LaneConstant<int16_t> kOddOne;       // the lowest bit
-extern const LaneConstant<int16_t> kHalfOf16;     // 8, to round a division by 16
-extern const LaneConstant<int16_t> kOneOf16;      // 1/16 in 15 fraction bits
-extern const LaneConstant<int16_t> kSecondBit;    // 0x4000
-extern const LaneConstant<int16_t> kTopBit;       // 0x8000
 extern const LaneConstant<uint8_t> kTopBits;
 
 // Of quantisation: what the low half of a tie's product is, and the bit of a factor from 1 on.
