@@ -109,11 +109,11 @@ inline WideRows rowsOf(const uint16_t* table) {
 // The same for the coefficients u of one or two rows. A vector of eight weights goes with the even or the odd coefficients
 // and with the folded samples, four pairs: [odd][which pair], its own or its neighbour's. Pairs 2 and 3 are pairs 1 and 0
 // again, the other way round and with the sign that the cosine has there, so that a coefficient's own pair and its
-// neighbour make up all four samples. A sum's upper 16 bits are all that counts, for rounding as well, which centres what
-// is not centred yet.
+// neighbour make up all four samples. A sum's upper 16 bits are all that counts, also for what centres bytes and for
+// rounding.
 struct alignas(simd::kBytes) ForwardWeights {
   int16_t w[2][2][8 * kRows];
-  int16_t round[8 * kRows];
+  int16_t centre[8 * kRows];
 };
 template <bool kCentred>
 constexpr auto kForwardWeights = [] {
@@ -127,9 +127,8 @@ constexpr auto kForwardWeights = [] {
           const int n = lane ^ 2 * other;
           one.w[odd][other][place + lane] = weight(k, kCentred ? std::min(n, 7 - n) : n, lane / 2 * 2 + odd);
         }
-      one.round[place + lane] = kRound >> 16;
     }
-    if (k == 0 && !kCentred) one.round[place] = int16_t((kRound - 64 * 128 * 8 * weight(0, 0, 0)) >> 16);
+    if (k == 0) one.centre[place] = int16_t(-64 * 128 * 8 * weight(0, 0, 0) >> 16);
   }
   return all;
 }();
@@ -174,8 +173,11 @@ QELJ_INLINE void ownForwardRows(const S (&rows)[8], int16_t* dst, const uint16_t
   each([&](auto n, auto i) QELJ_INLINE_LAMBDA { odd[n] = as<int16_t>(four(differences[n], weights[i].w[1])); });
   WideRows x[kCount];
   each([&](auto n, auto i) QELJ_INLINE_LAMBDA {
-    const WideRows upper = simd::evenAndOdd(even[n], odd[n]);
-    x[n] = addWrap(upper, load<WideRows>(weights[i].round)) >> (kShift - 16);
+    WideRows upper = simd::evenAndOdd(even[n], odd[n]);
+    if constexpr (i == 0 && !Source::kCentred) upper = addWrap(upper, load<WideRows>(weights[0].centre));
+    // (A rounded product is the same but for the wrap, which takes larger sums than those of bytes.)
+    if constexpr (simd::kShuffles && !Source::kCentred) x[n] = mulHiRound(upper, lanes<WideRows>(kOneOf16));
+    else x[n] = addWrap(upper, lanes<WideRows>(kHalfOf16)) >> (kShift - 16);
   });
   each([&](auto n, auto i) QELJ_INLINE_LAMBDA { x[n] = ownQuantise<kAnyWhole>(x[n], rowsOf<i>(table)); });
   each([&](auto n, auto i) QELJ_INLINE_LAMBDA {

@@ -59,6 +59,8 @@ extern const LaneConstant<int16_t> kMiddleLanes;  // in each four lanes: all bit
 extern const LaneConstant<int16_t> kOddOne;       // the lowest bit
 extern const LaneConstant<uint8_t> kTopBits;
 
+// For a rounded shift by 4: 8, or the factor with 15 fraction bits.
+extern const LaneConstant<int16_t> kHalfOf16, kOneOf16;
 // Of quantisation: what the low half of a tie's product is, and the bit of a factor from 1 on.
 extern const LaneConstant<int16_t> kTie, kWhole;
 #pragma GCC visibility pop
