@@ -509,8 +509,8 @@ template <class Filter, class V, int lead, Ends ends, class T>
                                      AlternatingLine<T, lead, ends>{dst, lows + highs}, highs, lows);
 }
 
-// What choose(V()) gives for the widest vectors that a line has room for: for wide ones, between special ends, for two of
-// them, as it takes long to begin a last one that overlaps the first; of 16-bit samples, for short ones where they are
+// What choose(V()) gives for the widest vectors that a line has room for: for wide ones, between special ends, for two
+// of them, as it takes long to begin a last one that overlaps the first; of 16-bit samples, for short ones where they are
 // too few for the others. Each has functions of its own, without what wider vectors need at the start of a line.
 template <class Filter, class Choose>
 QELJ_INLINE auto chooseVector(ptrdiff_t lows, ptrdiff_t highs, Choose choose) {
