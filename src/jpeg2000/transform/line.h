@@ -462,10 +462,11 @@ QELJ_INLINE void ownLiftGroups(const Source& src, const Target& dst, ptrdiff_t a
   constexpr ptrdiff_t kLong = 64;
   constexpr bool kEnough = sizeof(Lane<V>) == 4 && simd::kWideBytes == 64;
   constexpr bool kDearToMove = !simd::kShuffles && std::is_integral_v<Lane<V>> && Filter::kStages == 4;
-  if constexpr (kDearToMove || Filter::kLongProducts)
+  constexpr bool kShort = sizeof(V) < simd::kBytes;  // short vectors are for short lines
+  if constexpr (!kShort && (kDearToMove || Filter::kLongProducts))
     if (kDearToMove || aTo - from >= 2 * kLong)
       return ownLiftStages<Filter, V, lead, ends>(src, dst, aCount, bCount, from, aTo, bTo);
-  if constexpr (Filter::kStages == 4 && !kEnough)
+  if constexpr (!kShort && Filter::kStages == 4 && !kEnough)
     if (aTo - from >= kLong) return ownLiftPieces<Filter, V, lead, ends>(src, dst, aCount, bCount, from, aTo, bTo);
   ownLiftRange<Filter, V, lead>(src, dst, aCount, from, aTo, bTo);
 }
@@ -497,43 +498,45 @@ QELJ_INLINE void ownLiftLine(const Source& src, const Target& dst, ptrdiff_t aCo
 
 // Between the alternating samples of a line and its bands, of one sample or more each. (Functions with arguments, not
 // closures: a short line takes less time than to find what those refer to.)
-template <class Filter, class V, int lead, Ends ends, class T = typename Filter::Sample>
+template <class Filter, class V, int lead, Ends ends, class T>
 [[gnu::noinline]] void ownForwardLineBy(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs) {
   ownLiftLine<Filter, V, lead, ends>(AlternatingLine<const T, lead, ends>{src, lows + highs},
                                      SplitLine<T, lead, ends>{low, high, lows, highs}, lows, highs);
 }
-template <class Filter, class V, int lead, Ends ends, class T = typename Filter::Sample>
+template <class Filter, class V, int lead, Ends ends, class T>
 [[gnu::noinline]] void ownInverseLineBy(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst) {
   ownLiftLine<Filter, V, lead, ends>(SplitLine<const T, lead, ends>{high, low, highs, lows},
                                      AlternatingLine<T, lead, ends>{dst, lows + highs}, highs, lows);
 }
 
-// The same by the widest vectors that a line has room for: between special ends, for two of them, as it takes long to
-// begin a last one that overlaps the first. Short lines have functions of their own, without what wide vectors need at
-// the start of one. q = 1 where the first sample is of the high band.
-template <class Filter>
-constexpr bool hasRoomForWide(ptrdiff_t lows, ptrdiff_t highs) {
-  using V = simd::Wide<typename Filter::Sample>;
-  constexpr ptrdiff_t kCount = kFewest<Filter, V> + (HasEnds<Filter> ? kGroup<V> : 0);
-  return simd::kWideBytes > simd::kBytes && std::min(lows, highs) >= kCount;
+// What choose(V()) gives for the widest vectors that a line has room for: for wide ones, between special ends, for two
+// of them, as it takes long to begin a last one that overlaps the first; of 16-bit samples, for short ones where they are
+// too few for the others. Each has functions of its own, without what wider vectors need at the start of a line.
+template <class Filter, class Choose>
+QELJ_INLINE auto chooseVector(ptrdiff_t lows, ptrdiff_t highs, Choose choose) {
+  using T = typename Filter::Sample;
+  using W = simd::Wide<T>;
+  using V = simd::Vec<T>;
+  using H = simd::Vec<T, 16>;
+  const ptrdiff_t count = std::min(lows, highs);
+  if constexpr (sizeof(W) > sizeof(V))
+    if (count >= kFewest<Filter, W> + (HasEnds<Filter> ? kGroup<W> : 0)) return choose(W());
+  if constexpr (sizeof(H) < sizeof(V) && sizeof(T) == 2)
+    if (count >= kFewest<Filter, H> && count < kFewest<Filter, V>) return choose(H());
+  return choose(V());
 }
-template <class Filter, Ends ends, class T = typename Filter::Sample>
-void ownForwardLine(const T* src, T* low, ptrdiff_t lows, T* high, ptrdiff_t highs, int q) {
-  const auto by = [&]<class V>(V) QELJ_INLINE_LAMBDA {
-    if (q) ownForwardLineBy<Filter, V, 1, ends>(src, low, lows, high, highs);
-    else ownForwardLineBy<Filter, V, 0, ends>(src, low, lows, high, highs);
-  };
-  if (hasRoomForWide<Filter>(lows, highs)) by(simd::Wide<T>());
-  else by(simd::Vec<T>());
+// The function for lines of such bands. q = 1 where the first sample is of the high band.
+template <class Filter, Ends ends>
+QELJ_INLINE auto forwardLineFor(ptrdiff_t lows, ptrdiff_t highs, int q) {
+  return chooseVector<Filter>(lows, highs, [q]<class V>(V) QELJ_INLINE_LAMBDA {
+    return q ? ownForwardLineBy<Filter, V, 1, ends, Lane<V>> : ownForwardLineBy<Filter, V, 0, ends, Lane<V>>;
+  });
 }
-template <class Filter, Ends ends, class T = typename Filter::Sample>
-void ownInverseLine(const T* low, ptrdiff_t lows, const T* high, ptrdiff_t highs, T* dst, int q) {
-  const auto by = [&]<class V>(V) QELJ_INLINE_LAMBDA {
-    if (q) ownInverseLineBy<Filter, V, 0, ends>(low, lows, high, highs, dst);
-    else ownInverseLineBy<Filter, V, 1, ends>(low, lows, high, highs, dst);
-  };
-  if (hasRoomForWide<Filter>(lows, highs)) by(simd::Wide<T>());
-  else by(simd::Vec<T>());
+template <class Filter, Ends ends>
+QELJ_INLINE auto inverseLineFor(ptrdiff_t lows, ptrdiff_t highs, int q) {
+  return chooseVector<Filter>(lows, highs, [q]<class V>(V) QELJ_INLINE_LAMBDA {
+    return q ? ownInverseLineBy<Filter, V, 0, ends, Lane<V>> : ownInverseLineBy<Filter, V, 1, ends, Lane<V>>;
+  });
 }
 
 }  // namespace qelj::jpeg2000::lifting

@@ -98,12 +98,13 @@ template <class Filter, class One = NoForm, class T = typename Filter::Sample>
 QelStatus forwardRows(const T* src, int32_t srcStep, const BandPlanes<T>& dst, QelSize size, uint32_t phase) {
   if (auto s = checkRegion(src, srcStep, dst, size); s) return s;
   const int q = phase != 0;
+  const auto lift = forwardLineFor<Filter, Ends::kBorder>(size.width, size.width, q);
   return forEachRowSerial(size, [&](int32_t y) {
     const T* const x = row(src, srcStep, y);
     T *const low = row(dst.low, dst.lowStep, y), *const high = row(dst.high, dst.highStep, y);
     if constexpr (!std::is_same_v<One, NoForm>)
       if (size.width == 1) return One::forward([&](ptrdiff_t m) { return at(x, m); }, low, high, q);
-    ownForwardLine<Filter, Ends::kBorder>(x, low, size.width, high, size.width, q);
+    lift(x, low, size.width, high, size.width);
   });
 }
 
@@ -111,6 +112,7 @@ template <class Filter, class One = NoForm, class T = typename Filter::Sample>
 QelStatus inverseRows(const BandPlanes<const T>& src, QelSize size, T* dst, int32_t dstStep, uint32_t phase) {
   if (auto s = checkRegion(dst, dstStep, src, size); s) return s;
   const int q = phase != 0;
+  const auto lift = inverseLineFor<Filter, Ends::kBorder>(size.width, size.width, q);
   return forEachRowSerial(size, [&](int32_t y) {
     const T *const low = row(src.low, src.lowStep, y), *const high = row(src.high, src.highStep, y);
     T* const x = row(dst, dstStep, y);
@@ -118,7 +120,7 @@ QelStatus inverseRows(const BandPlanes<const T>& src, QelSize size, T* dst, int3
       if (size.width == 1)
         return One::inverse([&](ptrdiff_t m) { return at((m ^ q) & 1 ? high : low, m >> 1); }, offset(x, q),
                             offset(x, 1 - q), q);
-    ownInverseLine<Filter, Ends::kBorder>(low, size.width, high, size.width, x, q);
+    lift(low, size.width, high, size.width, x);
   });
 }
 

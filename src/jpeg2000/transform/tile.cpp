@@ -90,27 +90,33 @@ struct BandSplit {
   int32_t fromBands(int32_t j) const { return j < low ? 2 * j + parity : 2 * (j - low) + (1 - parity); }
 };
 
-// The line at `src` to its bands, and back.
-template <class Wavelet, class T>
-void forwardLine(const T* src, T* low, T* high, const BandSplit& line) {
+// The function for all lines of a tile that are longer than two samples.
+template <class Wavelet, bool forward>
+auto lineFor(const BandSplit& line) {
+  const int32_t highs = line.length - line.low;
+  if constexpr (forward)
+    return forwardLineFor<typename Wavelet::ForwardRow, Ends::kMirror>(line.low, highs, line.parity);
+  else return inverseLineFor<typename Wavelet::InverseRow, Ends::kMirror>(line.low, highs, line.parity);
+}
+// The line at `src` to its bands, and back, by that function.
+template <class Wavelet, class T, class Lift>
+void forwardLine(const T* src, T* low, T* high, const BandSplit& line, Lift lift) {
   if (line.length == 1) return liftOne(true, line.parity, line.parity ? high : low, src, 1);
   if (Wavelet::kPairForm && line.length == 2) {
     put(low, 0, at(src, line.parity)), put(high, 0, at(src, 1 - line.parity));
     return liftPair53(true, low, high, 1);
   }
-  ownForwardLine<typename Wavelet::ForwardRow, Ends::kMirror>(src, low, line.low, high, line.length - line.low,
-                                                              line.parity);
+  lift(src, low, line.low, high, line.length - line.low);
 }
-template <class Wavelet, class T>
-void inverseLine(const T* low, const T* high, T* dst, const BandSplit& line) {
+template <class Wavelet, class T, class Lift>
+void inverseLine(const T* low, const T* high, T* dst, const BandSplit& line, Lift lift) {
   if (line.length == 1) return liftOne(false, line.parity, dst, line.parity ? high : low, 1);
   if (Wavelet::kPairForm && line.length == 2) {
     T *const even = offset(dst, line.parity), *const odd = offset(dst, 1 - line.parity);
     put(even, 0, at(low, 0)), put(odd, 0, at(high, 0));
     return liftPair53(false, even, odd, 1);
   }
-  ownInverseLine<typename Wavelet::InverseRow, Ends::kMirror>(low, line.low, high, line.length - line.low, dst,
-                                                              line.parity);
+  lift(low, line.low, high, line.length - line.low, dst);
 }
 
 // --- down the columns --------------------------------------------------------------------------------------
@@ -206,6 +212,7 @@ void ownInPlace(SampleOf<Wavelet>* tile, ptrdiff_t step, const BandSplit& rowSpl
   const int32_t width = rowSplit.length;
   T few[2];  // such a row doesn't need the work buffer, which may be empty
   if (width <= 2) line = few;
+  const auto lift = lineFor<Wavelet, forward>(rowSplit);
   if constexpr (forward) ownColumnsInPlace<Wavelet, forward>(tile, step, width, columnSplit);
   permuteRows(
       columnSplit.length, [&](int32_t j) { return forward ? columnSplit.fromBands(j) : columnSplit.toBands(j); },
@@ -213,8 +220,8 @@ void ownInPlace(SampleOf<Wavelet>* tile, ptrdiff_t step, const BandSplit& rowSpl
       [&](int32_t from, int32_t to) {
         T* const src = from < 0 ? line : row(tile, step, from);
         T* const dst = row(tile, step, to);
-        if constexpr (forward) forwardLine<Wavelet>(src, dst, offset(dst, rowSplit.low), rowSplit);
-        else inverseLine<Wavelet>(src, offset(src, rowSplit.low), dst, rowSplit);
+        if constexpr (forward) forwardLine<Wavelet>(src, dst, offset(dst, rowSplit.low), rowSplit, lift);
+        else inverseLine<Wavelet>(src, offset(src, rowSplit.low), dst, rowSplit, lift);
       });
   if constexpr (!forward) ownColumnsInPlace<Wavelet, forward>(tile, step, width, columnSplit);
 }
@@ -286,19 +293,20 @@ void ownWithBands(Image* image, ptrdiff_t imageStep, const Bands<Plane>& bands, 
   // is in between.
   const int32_t cut = bands.cut(), rest = width - cut;
   const bool asBands = cut == rowSplit.low;
+  const auto lift = lineFor<Wavelet, forward>(rowSplit);
   const auto moveRow = [&](ptrdiff_t m) {
     const auto piece = bands.line(columnSplit.toBands(int32_t(m)));
     T* const lineHigh = offset(line, rowSplit.low);
     if constexpr (forward) {
-      if (asBands) return forwardLine<Wavelet>(home(m), piece.left, piece.right, rowSplit);
-      forwardLine<Wavelet>(home(m), line, lineHigh, rowSplit);
+      if (asBands) return forwardLine<Wavelet>(home(m), piece.left, piece.right, rowSplit, lift);
+      forwardLine<Wavelet>(home(m), line, lineHigh, rowSplit, lift);
       std::memcpy(piece.left, line, size_t(cut) * sizeof(T));
       if (rest) std::memcpy(piece.right, offset(line, cut), size_t(rest) * sizeof(T));
     } else {
-      if (asBands) return inverseLine<Wavelet>(piece.left, piece.right, imageRow(m), rowSplit);
+      if (asBands) return inverseLine<Wavelet>(piece.left, piece.right, imageRow(m), rowSplit, lift);
       std::memcpy(line, piece.left, size_t(cut) * sizeof(T));
       if (rest) std::memcpy(offset(line, cut), piece.right, size_t(rest) * sizeof(T));
-      inverseLine<Wavelet>(line, lineHigh, imageRow(m), rowSplit);
+      inverseLine<Wavelet>(line, lineHigh, imageRow(m), rowSplit, lift);
     }
   };
 
