@@ -71,11 +71,18 @@ constexpr Bc6Mode kModes[kModeCount] = {
 };
 // clang-format on
 
-// The mode of a block's first byte; kModeCount and above are reserved.
-constexpr int modeOf(uint8_t first) {
-  const int code = first & 31;
-  return code % 4 < 2 ? code % 4 : code % 4 == 2 ? 2 + (code >> 2) : 10 + (code >> 2);
-}
+// The modes of the codes in a block's first five bits; kModeCount is for what is reserved.
+struct Numbers {
+  uint8_t of[32] = {};
+  constexpr Numbers() {
+    for (int code = 0; code < 32; ++code)
+      of[code] = uint8_t(std::min(kModeCount, code % 4 < 2    ? code % 4
+                                              : code % 4 == 2 ? 2 + (code >> 2)
+                                                              : 10 + (code >> 2)));
+  }
+};
+constexpr Numbers kNumbers;
+constexpr int modeOf(uint8_t first) { return kNumbers.of[first & 31]; }
 
 // --- fields ------------------------------------------------------------------------------------------------
 
@@ -189,7 +196,7 @@ constexpr int32_t finish(int32_t value) {
 template <bool kSigned, int kRegions>
 void ownDecodeBlock(const Bits& bits, int number, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr int kIndexBits = kRegions == 2 ? 3 : 4;
-  if (number >= kModeCount) {  // reserved
+  if (number == kModeCount) {  // reserved
     for (int y = 0; y < 4; ++y) std::memset(row(dst, dstStep, y), 0, 24);
     return;
   }
@@ -266,7 +273,7 @@ constexpr EndPointLanes endPointLanes(int number) {
   EndPointLanes lanes;
   for (Step& step : lanes.steps)
     for (uint8_t& byte : step.bytes) byte = 0x80;
-  if (number >= kModeCount) return lanes;  // reserved: all values are 0, and so are the pixels
+  if (number == kModeCount) return lanes;  // reserved: all values are 0, and so are the pixels
   const Bc6Mode& mode = kModes[number];
   const Runs runs = parse(number);
   const auto place = [&](Run run, int from, int count) {
@@ -309,8 +316,7 @@ static_assert([] {
 
 // All lanes of a vector from lane `at` on.
 template <class V>
-inline V gatherFields(U8x16 block, const EndPointLanes& lanes, int at) {
-  const simd::With<uint8_t, V> blocks = simd::repeatBlock<simd::With<uint8_t, V>>(block);
+QELJ_INLINE V gatherFields(simd::With<uint8_t, V> blocks, const EndPointLanes& lanes, int at) {
   const auto masked = [&](const Step& step) {
     const auto bytes = load<simd::With<uint8_t, V>>(step.bytes + 2 * at);
     return as<V>(shuffleBytes(blocks, bytes)) & load<V>(step.mask + at);
@@ -329,12 +335,15 @@ inline V endPoints(V fields, U16x8 first, const EndPointLanes& lanes, int at, V&
   const auto twice = as<uint16_t>(simd::unpackLow(as<uint64_t>(first), as<uint64_t>(first)));
   const V sign = load<V>(lanes.sign + at);
   const V ends = (fields ^ sign) - sign + (simd::repeatBlock<V>(twice) & load<V>(lanes.base + at));
-  const V zero = as<V>(ends == V{}), half = load<V>(lanes.half), most = load<V>(lanes.most[kSigned]);
-  if constexpr (!kSigned) return ((ends | half) | as<V>(ends == most)) & ~zero;
-  least = as<V>(ends == uint16_t(0x8000));
-  const V below = as<V>(as<int16_t>(ends) >> 15), magnitude = (ends ^ below) - below;
-  const V wide = ((magnitude | half) | as<V>(magnitude == most) >> 1) & ~zero;
-  return (wide ^ below) - below;
+  const V half = load<V>(lanes.half), most = load<V>(lanes.most[kSigned]);
+  if constexpr (kSigned) {
+    using S = simd::With<int16_t, V>;
+    least = as<V>(ends == uint16_t(0x8000));
+    const V magnitude = as<V>(absWrap(as<S>(ends)));  // (that of a value of 0 comes to nothing below)
+    return as<V>(simd::signAs(as<S>((magnitude | half) | as<V>(magnitude == most) >> 1), as<S>(ends)));
+  } else {
+    return min((ends | half) | as<V>(ends == most), addSat(ends, ends));  // 0 stays 0, and nothing else is below half
+  }
 }
 
 // What goes to the 12 values of a row: its first four, middle four and last four in 32-bit lanes; for two rows.
@@ -352,41 +361,54 @@ struct Spread {
 };
 constexpr Spread kSpread;
 
-// Masks of the values of region 1, in the same order, of rows y and y + 2.
-struct RegionMasks {
-  alignas(32) int32_t of[1 << kShapeBits][2][3][8] = {};  // [shape][y][part]
-  constexpr RegionMasks() {
+// Where in a vector of end-point pairs those of the values of rows y and y + 2 stand, in the same order: four lanes are a
+// region. Without picks from eight lanes: masks of the values of region 1.
+constexpr bool kPicks = kAcross > 1;
+struct RegionLanes {
+  alignas(32) uint32_t of[1 << kShapeBits][2][3][8] = {};  // [shape][y][part]
+  constexpr RegionLanes() {
     for (int shape = 0; shape < 1 << kShapeBits; ++shape)
       for (int value = 0; value < 48; ++value) {
-        const int y = value / 12, part = value % 12 / 4;
-        of[shape][y % 2][part][y / 2 * 4 + value % 4] = -bc7::kTwoSubsets[shape].subset(value / 3);
+        const int y = value / 12, part = value % 12 / 4, region = bc7::kTwoSubsets[shape].subset(value / 3);
+        of[shape][y % 2][part][y / 2 * 4 + value % 4] =
+            kPicks ? uint32_t(4 * region + value % 3) : 0u - uint32_t(region);
       }
   }
 };
-constexpr RegionMasks kRegionMasks;
+constexpr RegionLanes kRegionLanes;
 
-// A vector's blocks have two rows each: in image order where it has two blocks.
-template <int kBlocks = kAcross>
-inline auto halfOf(const PixelPairs& pairs, int half) {
-  if constexpr (kBlocks == 2) return simd::join(pairs.low, pairs.high);
-  else return half ? pairs.high : pairs.low;
-}
+// A vector has two blocks of 8 lanes or one: the end-points of two regions in one vector or in two. Those of one region
+// are 8 lanes.
+constexpr int kHalves = 2 / kAcross;
+template <int kRegions>
+struct RegionEnds {
+  using Type = std::conditional_t<kRegions == 2, U16, U16x8>;
+  static constexpr int kCount = kRegions == 2 ? kHalves : 1;
+  Type of[kCount];
+};
 
-// The end-points of a vector's values: those of region 1 as the difference in bits from region 0's.
+// The end-points of a vector's values. In two vectors, those of region 1 are differences in bits from region 0's.
 template <int kRegions>
 struct ValueEnds {
+  static constexpr bool kPicked = kPicks && kRegions == 2;
   I16 of[kRegions][3];
 
-  QELJ_INLINE explicit ValueEnds(const U16x8 (&ends)[kRegions]) {
-    for (int region = 0; region < kRegions; ++region)
-      for (int part = 0; part < 3; ++part)
-        of[region][part] =
-            as<I16>(shuffleBytes(simd::repeatBlock<U8>(as<uint8_t>(ends[region])), blockPattern(kSpread.ends[part])));
-    if constexpr (kRegions == 2)
-      for (int part = 0; part < 3; ++part) of[1][part] ^= of[0][part];
+  QELJ_INLINE explicit ValueEnds(const RegionEnds<kRegions>& ends) {
+    if constexpr (kPicked) {
+      const auto pairs = blockPattern({0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15});
+      of[0][0] = as<I16>(shuffleBytes(as<uint8_t>(ends.of[0]), pairs));
+    } else {
+      for (int region = 0; region < kRegions; ++region)
+        for (int part = 0; part < 3; ++part)
+          of[region][part] = as<I16>(
+              shuffleBytes(simd::repeatBlock<U8>(as<uint8_t>(ends.of[region])), blockPattern(kSpread.ends[part])));
+      if constexpr (kRegions == 2)
+        for (int part = 0; part < 3; ++part) of[1][part] ^= of[0][part];
+    }
   }
-  QELJ_INLINE I16 at(int part, const int32_t* second) const {
-    if constexpr (kRegions == 2) return of[0][part] ^ (of[1][part] & load<I16>(second));
+  QELJ_INLINE I16 at(int part, const uint32_t* regions) const {
+    if constexpr (kPicked) return as<I16>(simd::pickAnyLanes(as<U32>(of[0][0]), load<U32>(regions)));
+    else if constexpr (kRegions == 2) return of[0][part] ^ (of[1][part] & load<I16>(regions));
     else return of[0][part];
   }
 };
@@ -394,17 +416,18 @@ struct ValueEnds {
 // The rows of a vector's halves of a block, from end-points as signed numbers: those of unsigned blocks are 32768 less.
 // Of signed ones, those in the mask `least` are lanes.half below -32768, if there are any.
 template <bool kSigned, int kRegions, bool kLeast = false>
-QELJ_INLINE void ownInterpolate(const U16x8 (&ends)[kRegions], U8 weights, const EndPointLanes& lanes, int shape,
-                                int half, uint8_t* dst, ptrdiff_t dstStep, const U16x8 (&least)[kRegions] = {}) {
+QELJ_INLINE void ownInterpolate(const RegionEnds<kRegions>& ends, U8 weights, const EndPointLanes& lanes, int shape,
+                                int half, uint8_t* dst, ptrdiff_t dstStep, const RegionEnds<kRegions>& least = {}) {
   const ValueEnds<kRegions> of(ends);
-  U16x8 missing[kRegions];
+  RegionEnds<kRegions> missing;
   if constexpr (kLeast)
-    for (int region = 0; region < kRegions; ++region) missing[region] = least[region] & -load<U16x8>(lanes.half);
+    for (int i = 0; i < missing.kCount; ++i)
+      missing.of[i] = least.of[i] & -load<typename RegionEnds<kRegions>::Type>(lanes.half);
   const auto values = [&](int y, int part) QELJ_INLINE_LAMBDA {
-    const int32_t* second = kRegionMasks.of[shape][y][part] + 4 * half;
+    const uint32_t* regions = kRegionLanes.of[shape][y][part] + 4 * half;
     const auto weight = as<I16>(shuffleBytes(weights, blockPattern(kSpread.weights[y][part])));
-    I32 sum = simd::mulAddPairs(of.at(part, second), weight) + load<I32>(lanes.rounding[kSigned]);
-    if constexpr (kLeast) sum += simd::mulAddPairs(ValueEnds<kRegions>(missing).at(part, second), weight);
+    I32 sum = simd::mulAddPairs(of.at(part, regions), weight) + load<I32>(lanes.rounding[kSigned]);
+    if constexpr (kLeast) sum += simd::mulAddPairs(ValueEnds<kRegions>(missing).at(part, regions), weight);
     return sum >> 6;
   };
   // To the bit pattern of a half, as finish() says.
@@ -431,52 +454,53 @@ QELJ_INLINE void ownInterpolate(const U16x8 (&ends)[kRegions], U8 weights, const
 
 // Out of the way of the others.
 template <int kRegions>
-[[gnu::noinline]] void ownInterpolateLeast(const U16x8 (&ends)[kRegions], const U16x8 (&least)[kRegions],
-                                           const PixelPairs& weights, const EndPointLanes& lanes, int shape,
+[[gnu::noinline]] void ownInterpolateLeast(const RegionEnds<kRegions>& ends, const RegionEnds<kRegions>& least,
+                                           const U8 (&weights)[kHalves], const EndPointLanes& lanes, int shape,
                                            uint8_t* dst, ptrdiff_t dstStep) {
-  U16x8 most[kRegions];
-  for (int region = 0; region < kRegions; ++region)
-    most[region] = select(least[region], all<U16x8>(0x8000), ends[region]);
-  for (int half = 0; half < 2 / kAcross; ++half)
-    ownInterpolate<true, kRegions, true>(most, halfOf(weights, half), lanes, shape, half, row(dst, dstStep, 2 * half),
-                                         dstStep, least);
+  using V = typename RegionEnds<kRegions>::Type;
+  RegionEnds<kRegions> most;
+  for (int i = 0; i < most.kCount; ++i) most.of[i] = select(least.of[i], all<V>(0x8000), ends.of[i]);
+  for (int half = 0; half < kHalves; ++half)
+    ownInterpolate<true, kRegions, true>(most, weights[half], lanes, shape, half, row(dst, dstStep, 2 * half), dstStep,
+                                         least);
 }
 
 template <bool kSigned, int kRegions>
 QELJ_INLINE void ownDecodeVectors(const uint8_t* src, int number, uint8_t* dst, ptrdiff_t dstStep) {
-  constexpr int kIndexBits = kRegions == 2 ? 3 : 4, kHalves = 2 / kAcross;
-  const EndPointLanes& lanes = kEndPointLanes[size_t(std::min(number, kModeCount))];
-  const Bits bits(src);
-  U16 fields[kHalves], least[kHalves];
-  for (int half = 0; half < kHalves; ++half) fields[half] = gatherFields<U16>(load<U8x16>(src), lanes, 8 * half);
-  const auto blockOf = [](const U16(&of)[kHalves], int half) {
-    if constexpr (kAcross == 2) return half ? simd::upper(of[0]) : simd::lower(of[0]);
-    else return of[half];
+  const EndPointLanes& lanes = kEndPointLanes[size_t(number)];
+  const int shape = int(Bits(src).at(kShapeAt, kShapeBits));
+  const U8 block = simd::repeatBlock(load<U8x16>(src));
+  U16 fields[kHalves];
+  for (int half = 0; half < kHalves; ++half) fields[half] = gatherFields<U16>(block, lanes, 8 * half);
+  U8 weights[kHalves];
+  if constexpr (kRegions == 1) weightPairs<1, 4, 65>(block, 0, weights);
+  else weightPairs<2, 3, 82>(block, kAnchorSets<2>.of[shape], weights);
+  const auto blockOf = [&](int i) QELJ_INLINE_LAMBDA {
+    if constexpr (kHalves == 1) return i ? simd::upper(fields[0]) : simd::lower(fields[0]);
+    else return fields[i];
   };
 
-  U16x8 ends[kRegions], leastOf[kRegions];
+  RegionEnds<kRegions> ends, least;
   if constexpr (kRegions == 1) {
-    const U16x8 both = blockOf(fields, 0) | blockOf(fields, 1);
-    ends[0] = endPoints<kSigned>(both, both, lanes, 0, leastOf[0]);
+    const U16x8 both = blockOf(0) | blockOf(1);
+    ends.of[0] = endPoints<kSigned>(both, both, lanes, 0, least.of[0]);
   } else {
     for (U16& of : fields) of |= as<U16>(as<U32>(of) >> 16 & blockLanes<U32>({0, 0xFFFF, 0, 0xFFFF}));
-    const U16x8 first = blockOf(fields, 0);
+    const U16x8 first = blockOf(0);
     for (int half = 0; half < kHalves; ++half)
-      fields[half] = endPoints<kSigned>(fields[half], first, lanes, 8 * half, least[half]);
-    for (int region = 0; region < 2; ++region)
-      ends[region] = blockOf(fields, region), leastOf[region] = blockOf(least, region);
+      ends.of[half] = endPoints<kSigned>(fields[half], first, lanes, 8 * half, least.of[half]);
   }
-  const int shape = int(bits.at(kShapeAt, kShapeBits));
-  const auto weights = weightPairs<kIndexBits>(unpackedIndices<kRegions>(bits, bc7::shape<kRegions>(shape)));
   if constexpr (kSigned) {
-    const U16x8 used = blockLanes<U16x8>({0xFFFF, 0xFFFF, 0xFFFF, 0, 0xFFFF, 0xFFFF, 0xFFFF, 0});
-    if (!simd::isZero((leastOf[0] | leastOf[kRegions - 1]) & used))
-      return ownInterpolateLeast(ends, leastOf, weights, lanes, shape, dst, dstStep);
+    using V = typename RegionEnds<kRegions>::Type;
+    const V used = blockLanes<V>({0xFFFF, 0xFFFF, 0xFFFF, 0, 0xFFFF, 0xFFFF, 0xFFFF, 0});
+    V any = least.of[0] & used;
+    for (int i = 1; i < least.kCount; ++i) any |= least.of[i] & used;
+    if (!simd::isZero(any)) return ownInterpolateLeast(ends, least, weights, lanes, shape, dst, dstStep);
   } else {
-    for (U16x8& of : ends) of ^= uint16_t(0x8000);
+    for (auto& of : ends.of) of ^= uint16_t(0x8000);
   }
   for (int half = 0; half < kHalves; ++half)
-    ownInterpolate<kSigned>(ends, halfOf(weights, half), lanes, shape, half, row(dst, dstStep, 2 * half), dstStep);
+    ownInterpolate<kSigned>(ends, weights[half], lanes, shape, half, row(dst, dstStep, 2 * half), dstStep);
 }
 
 // --- format ------------------------------------------------------------------------------------------------

@@ -170,33 +170,6 @@ QELJ_INLINE V palette(V ends) {
   return simd::packU8(half(0), half(1));
 }
 
-// The shapes that leave out the same pixels' bits are one set: there are few.
-template <int kSubsets>
-struct AnchorSets {
-  uint8_t of[64] = {}, shapes[64] = {};  // a shape's set; a shape of the set
-  int count = 0;
-  static constexpr bool isAnchor(int shape, int pixel) {
-    for (int i = 0; i < kSubsets; ++i)
-      if (bc7::shape<kSubsets>(shape).anchors[i] == pixel) return true;
-    return false;
-  }
-  static constexpr bool same(int a, int b) {
-    for (int pixel = 0; pixel < 16; ++pixel)
-      if (isAnchor(a, pixel) != isAnchor(b, pixel)) return false;
-    return true;
-  }
-  constexpr AnchorSets() {
-    for (int shape = 0; shape < 64; ++shape) {
-      int set = 0;
-      while (set < count && !same(shapes[set], shape)) ++set;
-      if (set == count) shapes[count++] = uint8_t(shape);
-      of[shape] = uint8_t(set);
-    }
-  }
-};
-template <int kSubsets>
-[[maybe_unused]] constexpr AnchorSets<kSubsets> kAnchorSets;
-
 // Indices from bit kFirst on. Those of pixels 0 to 7, and those of 8 to 15, lie in 32 bits from a byte on: in these, a
 // pixel's place and what masks it.
 template <int kSubsets, int kBits, int kFirst>
@@ -210,7 +183,7 @@ struct IndexPlaces {
     for (int set = 0; set < kAnchorSets<kSubsets>.count; ++set) {
       int at = kFirst;
       for (int i = 0; i < 16; ++i) {
-        const int bits = kBits - AnchorSets<kSubsets>::isAnchor(kAnchorSets<kSubsets>.shapes[set], i);
+        const int bits = kAnchorSets<kSubsets>.template bitsOf<kBits>(set, i);
         of[set].shift[i] = uint32_t(at - 8 * byteOf(i / 8));
         of[set].mask[i] = (1u << bits) - 1;
         at += bits;
@@ -361,8 +334,11 @@ struct PixelSpread {
 template <int kMode>
 QELJ_INLINE void ownDecodePixels(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep) {
   constexpr bc7::Mode kOf = bc7::kModes[kMode];
-  const Fields<kMode> fields{Bits(src)};
+  constexpr Layout kLayout{kMode};
+  const Bits bits(src);
   const U8x16 block = load<U8x16>(src);
+  const int shape = int(bits.at(kLayout.partition, kOf.partitionBits));
+  const int rotation = int(bits.at(kLayout.rotation, kOf.rotationBits));
 
   // End-points of subsets 0 and 1, and of subset 2, 8 bytes each.
   const I16x8 first = unpackEndPoints<kMode, 0, 1>(block);
@@ -370,18 +346,18 @@ QELJ_INLINE void ownDecodePixels(const uint8_t* src, uint8_t* dst, ptrdiff_t dst
   if constexpr (kOf.subsets > 1) second = unpackEndPoints<kMode, 1, 1>(block);
   if constexpr (kOf.subsets > 2) third = unpackEndPoints<kMode, 2, 1>(block);
   const U8x16 ends = simd::packU8(first, second), ends2 = simd::packU8(third, third);
-  const U8x16 offsets = (load<U8x16>(fields.shape.subsets) & uint8_t(3)) * uint8_t(8);
+  const U8x16 offsets = (load<U8x16>(bc7::shape<kOf.subsets>(shape).subsets) & uint8_t(3)) * uint8_t(8);
 
-  PixelPairs colour = weightPairs<kOf.indexBits>(fields.indices), alpha = colour;
-  if constexpr (kOf.secondIndexBits != 0) {
-    alpha = weightPairs<kOf.secondIndexBits>(fields.second);
-    if (fields.exchanged) std::swap(colour, alpha);
-  }
+  // Of pixels 0 to 7 and of 8 to 15.
+  U8x16 colour[2], alpha[2];
+  weightPairs<kOf.subsets, kOf.indexBits, kLayout.indices>(block, kAnchorSets<kOf.subsets>.of[shape], colour);
+  if constexpr (kOf.secondIndexBits != 0) weightPairs<1, kOf.secondIndexBits, kLayout.secondIndices>(block, 0, alpha);
+  if (bits.at(kLayout.indexSelection, kOf.indexSelectionBits)) std::swap(colour, alpha);
 
   for (int y = 0; y < 4; ++y) {
     const auto half = [&](int h) {
-      const auto weightsOf = [&](const PixelPairs& pairs, const uint8_t* spread) {
-        return shuffleBytes(y < 2 ? pairs.low : pairs.high, load<U8x16>(spread));
+      const auto weightsOf = [&](const U8x16(&pairs)[2], const uint8_t* spread) {
+        return shuffleBytes(pairs[y / 2], load<U8x16>(spread));
       };
       U8x16 weights;
       if constexpr (kOf.secondIndexBits == 0) weights = weightsOf(colour, kSpread.weight[y % 2][h]);
@@ -399,8 +375,7 @@ QELJ_INLINE void ownDecodePixels(const uint8_t* src, uint8_t* dst, ptrdiff_t dst
     };
     U8x16 pixels = simd::packU8(half(0), half(1));
     // (A pattern put together in memory could not be read at once.)
-    if constexpr (kOf.rotationBits != 0)
-      pixels = shuffleBytes(pixels, load<U8x16>(kRotationPatterns.whole[fields.rotation]));
+    if constexpr (kOf.rotationBits != 0) pixels = shuffleBytes(pixels, load<U8x16>(kRotationPatterns.whole[rotation]));
     store(row(dst, dstStep, y), pixels);
   }
 }

@@ -15,15 +15,16 @@ namespace qelj::texture {
 //   kBlockBytes, kPixelBytes
 //   block(src, dst, dstStep)   writes the 4x4 pixels of one block
 // and may have a faster form for blocks side by side:
-//   kGroup                     how many
-//   group(src, dst, dstStep)   writes the 4 rows of kGroup blocks
+//   kInSixteen                    how many in 16 bytes of a vector
+//   Widest                        the widest vector of bytes that pays
+//   group<V>(src, dst, dstStep)   writes the 4 rows of as many as the vector V takes
 // or has, instead of block(), one for each kind of block:
 //   kKinds, kindOf(first)              how many kinds; the one that a block's first byte tells
 //   isOfKind<kKind>(first)             whether it does, for a vector of them: a mask
 //   ofKind<kKind>(src, dst, dstStep)   writes a block of this kind
 // clang-format off
 template <class Format>
-concept GroupDecoder = requires { Format::kGroup; } && simd::kShuffles;
+concept GroupDecoder = requires { Format::kInSixteen; } && simd::kShuffles;
 template <class Format>
 concept KindDecoder = requires { Format::kKinds; };
 // clang-format on
@@ -101,9 +102,25 @@ QelStatus decodeBlocks(const void* source, void* destination, int32_t dstStep, Q
     const ptrdiff_t rows = std::min<ptrdiff_t>(4, height - y);
     ptrdiff_t x = 0;
     if (rows == 4) {
-      if constexpr (GroupDecoder<Format>)
-        for (; x + 4 * Format::kGroup <= width; x += 4 * Format::kGroup, src += Format::kGroup * Format::kBlockBytes)
-          Format::group(src, dst + x * kPixel, step);
+      if constexpr (GroupDecoder<Format>) {
+        const auto groups = [&]<class V>(V, ptrdiff_t end) {
+          constexpr ptrdiff_t kGroup = Format::kInSixteen * ptrdiff_t(sizeof(V)) / 16;
+          for (; x + 4 * kGroup <= end; x += 4 * kGroup, src += kGroup * Format::kBlockBytes)
+            Format::template group<V>(src, dst + x * kPixel, step);
+        };
+        using Widest = typename Format::Widest;
+        constexpr ptrdiff_t kBytes = sizeof(Widest);
+        // In images beyond the first cache, stores across two lines take longer than a few blocks by themselves in front
+        // of the first that is aligned.
+        if constexpr (kBytes > 16 && 4 * kPixel == 16) {
+          const auto beyond = ptrdiff_t(reinterpret_cast<uintptr_t>(dst) % kBytes);
+          if (width >= 256 && beyond % 16 == 0)
+            groups(simd::U8x16{}, std::min(width, (kBytes - beyond) % kBytes / kPixel));
+        }
+        groups(Widest{}, width);
+        if constexpr (kBytes > simd::kBytes) groups(simd::U8{}, width);
+        if constexpr (simd::kBytes > 16) groups(simd::U8x16{}, width);
+      }
       if constexpr (KindDecoder<Format> && simd::kShuffles) {
         const ptrdiff_t count = width / 4;
         decodeByKind<Format>(src, dst, step, count);

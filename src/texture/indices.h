@@ -60,18 +60,91 @@ inline V unpackIndices(V blocks) {
   return simd::packU8(half(0), half(1));
 }
 
-// Two bytes a pixel, of pixels 0 to 7 and 8 to 15.
-struct PixelPairs {
-  simd::U8x16 low, high;
+// The shapes that leave out the same pixels' bits are one set: there are few.
+template <int kSubsets>
+struct AnchorSets {
+  uint8_t of[64] = {}, shapes[64] = {};  // a shape's set; a shape of the set
+  int count = 0;
+  static constexpr bool isAnchor(int shape, int pixel) {
+    for (int i = 0; i < kSubsets; ++i)
+      if (bc7::shape<kSubsets>(shape).anchors[i] == pixel) return true;
+    return false;
+  }
+  static constexpr bool same(int a, int b) {
+    for (int pixel = 0; pixel < 16; ++pixel)
+      if (isAnchor(a, pixel) != isAnchor(b, pixel)) return false;
+    return true;
+  }
+  // How many of kBits bits of a pixel's index are in the block.
+  template <int kBits>
+  constexpr int bitsOf(int set, int pixel) const {
+    return kBits - isAnchor(shapes[set], pixel);
+  }
+  constexpr AnchorSets() {
+    for (int shape = 0; shape < 64; ++shape) {
+      int set = 0;
+      while (set < count && !same(shapes[set], shape)) ++set;
+      if (set == count) shapes[count++] = uint8_t(shape);
+      of[shape] = uint8_t(set);
+    }
+  }
 };
-// The interpolation weights 64 - w, w of end-points 0 and 1 (BC6, BC7).
-template <int kBits>
-inline PixelPairs weightPairs(uint64_t indices) {
-  uint8_t table[16];
-  for (int i = 0; i < 16; ++i) table[i] = bc7::weights<kBits>()[i % (1 << kBits)];
-  const simd::U8x16 w = simd::shuffleBytes(simd::blockPattern<simd::U8x16>(table),
-                                           unpackIndices<kBits, 0>(as<uint8_t>(simd::U64x2{indices, 0})));
-  return {simd::unpackLow(uint8_t(64) - w, w), simd::unpackHigh(uint8_t(64) - w, w)};
+template <int kSubsets>
+inline constexpr AnchorSets<kSubsets> kAnchorSets;
+
+// Where the indices of a set lie whose first bit is kFirst: in two bytes a lane, above their lowest bit, with what masks
+// them and the factor that brings them to the bottom of the lane above.
+template <int kSubsets, int kBits, int kFirst>
+struct IndexWords {
+  struct Words {
+    alignas(32) uint8_t bytes[32] = {};
+    uint16_t mask[16] = {}, factor[16] = {};
+  };
+  Words of[kAnchorSets<kSubsets>.count] = {};  // [set]
+  constexpr IndexWords() {
+    for (int set = 0; set < kAnchorSets<kSubsets>.count; ++set) {
+      int at = kFirst;
+      for (int i = 0; i < 16; ++i) {
+        const int bits = kAnchorSets<kSubsets>.template bitsOf<kBits>(set, i), byte = (at - 1) / 8, bit = at - 8 * byte;
+        of[set].bytes[2 * i] = uint8_t(byte);
+        of[set].bytes[2 * i + 1] = uint8_t(byte < 15 ? byte + 1 : 0x80);
+        of[set].mask[i] = uint16_t(((1 << bits) - 1) << bit);
+        of[set].factor[i] = uint16_t(1 << (16 - bit));
+        at += bits;
+      }
+    }
+  }
+};
+template <int kSubsets, int kBits, int kFirst>
+inline constexpr IndexWords<kSubsets, kBits, kFirst> kIndexWords;
+
+// The interpolation weights 64 - w, w of end-points 0 and 1 (BC6, BC7), two bytes a pixel, from a vector whose blocks are
+// the same. The weight that an index leaves for end-point 0 is that of the index's complement.
+template <int kSubsets, int kBits, int kFirst, class V>
+QELJ_INLINE void weightPairs(V block, int set, V (&pairs)[32 / sizeof(V)]) {
+  using W = simd::With<uint16_t, V>;
+  constexpr auto kTable = [] {
+    struct {
+      uint8_t of[16] = {};
+    } table;
+    for (int i = 0; i < 1 << kBits; ++i) {
+      table.of[i] = bc7::weights<kBits>()[i];
+      table.of[15 - i] = uint8_t(64 - bc7::weights<kBits>()[i]);
+    }
+    return table;
+  }();
+  const V table = simd::blockPattern<V>(kTable.of);
+  const auto& words = kIndexWords<kSubsets, kBits, kFirst>.of[set];
+  const auto indices = [&](int from) QELJ_INLINE_LAMBDA {
+    const W fields = as<W>(simd::shuffleBytes(block, load<V>(words.bytes + 2 * from))) & load<W>(words.mask + from);
+    return mulHi(fields, load<W>(words.factor + from));
+  };
+  if constexpr (sizeof(V) == 32) {
+    pairs[0] = simd::shuffleBytes(table, as<V>((indices(0) * uint16_t(0x0101)) ^ uint16_t(0x000F)));
+  } else {
+    const V w = simd::shuffleBytes(table, simd::packU8(as<int16_t>(indices(0)), as<int16_t>(indices(8))));
+    pairs[0] = simd::unpackLow(uint8_t(64) - w, w), pairs[1] = simd::unpackHigh(uint8_t(64) - w, w);
+  }
 }
 
 // The inverse of unpackIndices: 16 bytes below 2^kBits of every block as one number in the low 16 * kBits bits of the block.

@@ -57,6 +57,10 @@ TEST(Simd, Lanewise) {
                               [](auto, int64_t a, int64_t b) { return a * b >> 16; });
   checkAll<int16_t>([](auto a, auto b) { return mulHiRound(a, b); },
                     [](auto, int64_t a, int64_t b) { return (a * b + 0x4000) >> 15; });
+  checkAll<int16_t>([](auto a, auto b) { return simd::signAs(a, b); },
+                    [](auto, int64_t a, int64_t b) { return b > 0   ? a
+                                                            : b < 0 ? -a
+                                                                    : 0; });
   // A factor that the compiler knows, for which there are shorter forms.
   const auto byConstant = [](auto c) {
     checkAll<int16_t>([=](auto a, auto) { return mulHi(a, all<decltype(a)>(c)); },

@@ -147,6 +147,15 @@ inline V max(V a, V b) {
   return select(as<V>(a > b), a, b);
 }
 
+// a where b is above 0, -a (wrapping) where it is below, 0 where it is 0.
+template <Vector V>
+inline V signAs(V a, V b) {
+  static_assert(std::is_same_v<Lane<V>, int16_t>);
+  QELJ_BY_HALVES(signAs);
+  const V below = b >> int16_t(15);
+  return subWrap(a ^ below, below) & as<V>(b != 0);
+}
+
 // x / kDivisor in unsigned 16-bit lanes of 0 to kMost: by the reciprocal, rounded up.
 template <int kDivisor, int kMost, Vector V>
 inline V divide(V x) {

@@ -140,6 +140,9 @@ QELJ_LANES2(max, int16_t, max_epi16)
 QELJ_LANES2(max, uint32_t, max_epu32)
 QELJ_LANES2(max, int32_t, max_epi32)
 
+QELJ_FORM_16(int16_t, signAs, int16_t, int16_t, sign_epi16)
+QELJ_FORM_32(int16_t, signAs, int16_t, int16_t, sign_epi16)
+
 // Of one vector.
 #define QELJ_LANES1(BYTES, R, NAME, A, REGISTER, INSTRUCTION) \
   inline Vec<R, BYTES> NAME(Vec<A, BYTES> a) { return (Vec<R, BYTES>)INSTRUCTION((REGISTER)a); }
