@@ -1,5 +1,6 @@
 // Entropy-coded scans to and from blocks of coefficients, by the library's Huffman coders.
 #include <algorithm>
+#include <type_traits>
 
 #include "jpeg.h"
 #include "qelj_typical.h"
@@ -220,13 +221,13 @@ struct ScanDecoder::Impl {
     lastDc.fill(0);
   }
 
-  QelStatus decode(size_t part, int16_t* block) {
+  QelStatus decode(Pass kind, size_t part, int16_t* block) {
     const uint8_t* src = in.data.data();
     const auto length = int32_t(in.data.size());
     const auto al = uint32_t(header.al);
     int32_t *position = &in.position, *marker = &in.marker;
     QelDecodeHuffmanState* state = in.state.get();
-    switch (pass) {
+    switch (kind) {
       case Pass::sequential:
         return qeliDecodeHuffman8x8_JPEG_1u16s_C1(src, length, position, block, &lastDc[part], marker, dc[part].get(),
                                                   ac[part].get(), state);
@@ -259,9 +260,14 @@ int32_t ScanDecoder::rows() const { return impl_->walk.rows(); }
 const uint8_t* ScanDecoder::position() const { return impl_->in.data.data() + impl_->in.position; }
 
 void ScanDecoder::decodeRow(int32_t row, Coefficients& coefficients) {
-  impl_->walk.row(
-      row, coefficients, [&] { impl_->startInterval(); },
-      [&](size_t part, int16_t* block) { expectRow(impl_->decode(part, block), row); });
+  const auto decodeAll = [&](auto pass) {
+    impl_->walk.row(
+        row, coefficients, [&] { impl_->startInterval(); },
+        [&](size_t part, int16_t* block) { expectRow(impl_->decode(pass, part, block), row); });
+  };
+  // The blocks of most files are decided on once a row.
+  if (impl_->pass == Pass::sequential) decodeAll(std::integral_constant<Pass, Pass::sequential>());
+  else decodeAll(impl_->pass);
 }
 
 // --- encoding ----------------------------------------------------------------------------------------------
