@@ -509,8 +509,8 @@ class Store {
     };
     if (header_.depth == Depth::bits8 && shape_.channels() == 3) {
       // Some pixels at a time, in loops of one kind of work each, which compilers turn into vectors: four bytes a
-      // pixel, of which the last is the next one's. Few samples have to be clamped.
-      constexpr int32_t kSome = 128;
+      // pixel, of which the last one is left out. Where a sample has to be clamped, which is seldom, all of them are.
+      constexpr int32_t kSome = 32;
       const int shift = plane.fraction();
       uint32_t pixels[kSome];
       for (int32_t first = 0; first < shape_.width; first += kSome) {
@@ -529,14 +529,16 @@ class Store {
           pack([](uint32_t value) { return uint32_t(std::clamp(int32_t(value), 0, 255)); });
         uint8_t* const out = to + 3 * first;
         int32_t x = 0;
-        for (; x + 3 <= n; x += 2) {
-          uint64_t two;
-          std::memcpy(&two, pixels + x, sizeof two);
-          two = (two & 0xFFFFFF) | (two >> 8 & 0xFFFFFF000000);
-          std::memcpy(out + 3 * x, &two, sizeof two);
+        for (; x + 4 <= n; x += 4) {
+          uint64_t two[2];
+          std::memcpy(two, pixels + x, sizeof two);
+          for (uint64_t& p : two) p = (p & 0xFFFFFF) | p >> 32 << 24;
+          const uint64_t low = two[0] | two[1] << 48;
+          const auto high = uint32_t(two[1] >> 16);
+          std::memcpy(out + 3 * x, &low, sizeof low), std::memcpy(out + 3 * x + 8, &high, sizeof high);
         }
         for (; x + 1 < n; ++x) std::memcpy(out + 3 * x, pixels + x, 4);
-        std::memcpy(out + 3 * (n - 1), pixels + n - 1, 3);
+        if (x < n) std::memcpy(out + 3 * x, pixels + x, 3);
       }
       return;
     }

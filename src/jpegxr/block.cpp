@@ -31,9 +31,9 @@ QELJ_INLINE QelStatus encode(const T* src, int32_t srcStep, int32_t chroma, LowB
   UnitWriter::Room room;
   BlockEncoder<kBlock> encoder(stream, room, *state, chroma);
   if (block.places)
-    encoder.encode(scan, block, [=](int place) {
+    encoder.encode(scan, block, [=, split = modelBits](int place) {
       const uint32_t position = inBlock(scan[place].position);
-      return magnitude(int32_t(at(row(src, srcStep, kRow[position]), kColumn[position]))) >> modelBits;
+      return magnitude(int32_t(at(row(src, srcStep, kRow[position]), kColumn[position]))) >> split;
     });
   encoder.finish();
   *pairCount = std::popcount(block.places);
