@@ -235,7 +235,7 @@ class BlockEncoder {
 
   // `count` pairs (run, level), one at least. A list that doesn't fit its block gives a stream that no decoder follows,
   // but nothing is written elsewhere.
-  void encodePairs(const int32_t* pairs, int32_t count) {
+  QELJ_INLINE void encodePairs(const int32_t* pairs, int32_t count) {
     Sums sums;
     int64_t room = kind.firstRow ? 5 : kRooms - 1;
     bool adjacent = true;
