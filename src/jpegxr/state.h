@@ -77,7 +77,10 @@ inline ScanEntry* scanInUse(VLCState& state) {
   return std::rotr(distance, std::countr_zero(kBytes)) <= 2 ? state.currentScan : nullptr;
 }
 // A scan's content is the caller's memory too: whatever it holds, a position stays in its block.
-inline uint32_t inBlock(uint32_t position) { return position % kPlaces; }
+template <class U>
+constexpr U inBlock(U position) {
+  return position & uint32_t(kPlaces - 1);
+}
 
 // A significant coefficient at `place`: its count rises, and it changes places with the one before when it
 // has been significant more often. From `firstMoving` on, places can move.
@@ -131,7 +134,7 @@ inline simd::U8x16 orderOf(const ScanEntry* scan) {
       const auto first = reinterpret_cast<const char*>(scan + 4 * i + k) + offsetof(ScanEntry, position);
       return as<uint32_t>(U64x2{load<uint64_t>(first), load<uint64_t>(first + sizeof(ScanEntry))});
     };
-    order[i] = __builtin_shufflevector(two(0), two(2), 0, 2, 4, 6);
+    order[i] = inBlock(__builtin_shufflevector(two(0), two(2), 0, 2, 4, 6));
   }
   return packBytes(order[0], order[1], order[2], order[3]);
 }

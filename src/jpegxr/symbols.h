@@ -131,7 +131,7 @@ QELJ_INLINE Significant significantOf(const ScanEntry* scan, const T* src, ptrdi
     uint32_t large = 0;
     for (int k = 1; k < kPlaces; ++k) {
       const uint32_t position = inBlock(scan[k].position);
-      const int32_t v = at(row(src, step, kRow[position]), kColumn[position]);
+      const int32_t v = position ? at(row(src, step, kRow[position]), kColumn[position]) : 0;  // the DC never counts
       const uint32_t size = magnitude(v) >> modelBits;
       block.places |= uint32_t(size != 0) << k, large |= uint32_t(size > 1) << k;
       block.levels[k] = uint8_t(levelNumber(size, uint32_t(v >> 31)));
@@ -235,7 +235,7 @@ class BlockEncoder {
 
   // `count` pairs (run, level), one at least. A list that doesn't fit its block gives a stream that no decoder follows,
   // but nothing is written elsewhere.
-  void encodePairs(const int32_t* pairs, int32_t count) {
+  QELJ_INLINE void encodePairs(const int32_t* pairs, int32_t count) {
     Sums sums;
     int64_t room = kind.firstRow ? 5 : kRooms - 1;
     bool adjacent = true;

@@ -94,6 +94,14 @@ TEST(VlcState, OnlyItsOwnScansCount) {
                                       &c.state());
     EXPECT_LT(0, count);
   }
+  // Of a position the low bits count, for a level and for its escape.
+  Coder near, far;
+  for (ScanEntry& place : far.state().scanTable2) place.position += 0x130;
+  Block<int16_t> block;
+  for (size_t i = 0; i < block.size(); ++i) block[i] = int16_t(i % 4 == 3 ? -900 * int(i) : int(i % 3) - 1);
+  EXPECT_EQ(encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, near, block),
+            encode(qeliVLCEncode4x4_JPEGXR_16s1u_C1R, far, block));
+  EXPECT_EQ(near.bits(), far.bits());
 }
 
 // All code tables and deltas, those too that no stream comes to. The hash is that of a separate copy of T.832's.
