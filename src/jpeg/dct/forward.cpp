@@ -96,10 +96,10 @@ constexpr int kRowsOf[4][2] = {{0, 4}, {2, 6}, {1, 7}, {3, 5}};
 constexpr int rowOf(int vector, int block) { return kRows == 1 ? vector : kRowsOf[vector][block]; }
 
 // The same for the coefficients u of one or two rows. A vector of eight weights goes with the even or the odd
-// coefficients and two folded samples for each: [odd][which two]. These are the first or the last two of the four for all;
-// or, with less to move, as they stand in a row with its mirror image added or subtracted, and with neighbours exchanged:
-// such a sum is the same from both ends, and a difference but for the sign. That needs differences that don't saturate,
-// which samples that are centred by the caller may.
+// coefficients and two folded samples for each: [odd][which two]. These are the first or the last two of the four for
+// all; or, with less to move, as they stand in a row with its mirror image added or subtracted, and with neighbours
+// exchanged: such a sum is the same from both ends, and a difference but for the sign. That needs differences that
+// don't saturate, which those of samples that the caller has centred may.
 template <class Source>
 constexpr bool kAsTheyStand = simd::kShuffles && !Source::kCentred;
 struct alignas(simd::kBytes) ForwardWeights {
