@@ -1,9 +1,9 @@
 // Whole JPEG files, memory to memory, through the converter's formats, beside libjpeg-turbo: quality 85, typical
 // Huffman tables, the accurate integer DCT on both sides. The decoders spread chroma by the triangle filter.
 //
-// Both sides decode into pictures that they are given, which stay from call to call. The peer encodes into memory that it
-// is given, too, and we make a new vector for each file, which costs no page fault. With fresh memory both sides' large
-// buffers are made anew in each call.
+// Both sides decode into pictures that they are given, which stay from call to call. The peer encodes into memory that
+// it is given, too, and we make a new vector for each file, which costs no page fault. With fresh memory both sides'
+// large buffers are made anew in each call.
 #include <turbojpeg.h>
 
 #include <memory>

@@ -434,7 +434,7 @@ struct SampleReader : PixelReader::Impl {
     return room.strip.data();
   }
 
-  // Colour conversion of some MCUs into the planes; chroma goes through full-size planes where no call does both at once.
+  // Colour conversion of some MCUs into the planes; chroma goes through full-size planes where no call does both.
   void convert(Room& room, int32_t firstMcu, int32_t mcus, const Sample* src, int32_t srcStep) {
     auto& [strip, planes, full] = room;
     const QelSize size{mcus * across(), down()};

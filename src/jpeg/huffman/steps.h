@@ -18,8 +18,8 @@ inline int32_t ownDcDifference(int32_t dc, int16_t* lastDC) {
 
 inline constexpr int kNoLimit = 17;  // above every category of a 16-bit coefficient
 
-// The symbol of `run` zeros, 15 at most, and a value, and the value's bits. kMaxCategory is the largest that has a symbol,
-// kLargest the largest that there is.
+// The symbol of `run` zeros, 15 at most, and a value, and the value's bits. kMaxCategory is the largest that has a
+// symbol, kLargest the largest that there is.
 template <int kMaxCategory = kNoLimit, bool kHold = false, int kLargest = kNoLimit, class Sink>
 inline QelStatus ownCodeValue(Sink& sink, typename Sink::Table table, size_t run, ValueCode value) {
   if (kMaxCategory < kNoLimit && value.category > size_t(kMaxCategory)) return qelStatusJpegCoeffRange;
