@@ -63,9 +63,10 @@ void decodeByKind(const uint8_t* src, uint8_t* dst, ptrdiff_t dstStep, ptrdiff_t
   constexpr ptrdiff_t kMost = 64, kRun = 8, kBlock = Format::kBlockBytes, kRowBytes = 4 * Format::kPixelBytes;
   for (ptrdiff_t some; count > 0; count -= some, src += some * kBlock, dst += some * kRowBytes) {
     const int first = Format::kindOf(src[0]);
-    for (some = 1; some < std::min(kRun, count) && Format::kindOf(src[some * kBlock]) == first; ++some) {
+    const ptrdiff_t run = std::min(kRun, count);
+    for (some = 1; some < run && Format::kindOf(src[some * kBlock]) == first; ++some) {
     }
-    if (some == kRun) {
+    if (some == run) {
       withConstant<0, Format::kKinds - 1>(first,
                                           [&](auto kind) { some = decodeRun<Format, kind>(src, dst, dstStep, count); });
       continue;

@@ -139,12 +139,8 @@ QELJ_INLINE void weightPairs(V block, int set, V (&pairs)[32 / sizeof(V)]) {
     const W fields = as<W>(simd::shuffleBytes(block, load<V>(words.bytes + 2 * from))) & load<W>(words.mask + from);
     return mulHi(fields, load<W>(words.factor + from));
   };
-  if constexpr (sizeof(V) == 32) {
-    pairs[0] = simd::shuffleBytes(table, as<V>((indices(0) * uint16_t(0x0101)) ^ uint16_t(0x000F)));
-  } else {
-    const V w = simd::shuffleBytes(table, simd::packU8(as<int16_t>(indices(0)), as<int16_t>(indices(8))));
-    pairs[0] = simd::unpackLow(uint8_t(64) - w, w), pairs[1] = simd::unpackHigh(uint8_t(64) - w, w);
-  }
+  for (int i = 0; i < int(32 / sizeof(V)); ++i)
+    pairs[i] = simd::shuffleBytes(table, as<V>((indices(8 * i) * uint16_t(0x0101)) ^ uint16_t(0x000F)));
 }
 
 // The inverse of unpackIndices: 16 bytes below 2^kBits of every block as one number in the low 16 * kBits bits of the block.
