@@ -6,21 +6,15 @@
 
 namespace qelj::simd {
 
-// Where pixels lie whose blocks of 16 need not be neighbours.
-template <class Byte, int kBlocks>
-struct Scattered {
-  Byte* block[kBlocks];
-};
-
 namespace detail {
-// Where byte `offset` of each block of pixels lies, where a block's pixels take kApart bytes.
-template <int kApart, class Byte>
-QELJ_INLINE auto blocksOf(Byte* p, int offset) {
-  return [=](int block) QELJ_INLINE_LAMBDA { return p + kApart * block + offset; };
-}
-template <int kApart, class Byte, int kBlocks>
-QELJ_INLINE auto blocksOf(const Scattered<Byte, kBlocks>& s, int offset) {
-  return [&s, offset](int block) QELJ_INLINE_LAMBDA { return s.block[block] + offset; };
+// Where byte `offset` of each block of 16 pixels lies. `at` is where the pixels begin, whose blocks are kApart bytes apart;
+// or a function that tells for each block where it begins.
+template <int kApart>
+QELJ_INLINE auto blocksOf(const auto& at, int offset) {
+  return [at, offset](int block) QELJ_INLINE_LAMBDA {
+    if constexpr (std::is_pointer_v<std::remove_cvref_t<decltype(at)>>) return at + kApart * block + offset;
+    else return at(block) + offset;
+  };
 }
 }  // namespace detail
 
@@ -107,9 +101,10 @@ QELJ_INLINE Triples<V> loadTriples(const void* p) {
   }
   return detail::splitParts3<V>(detail::loadParts3<With<uint8_t, V>>(static_cast<const uint8_t*>(p)));
 }
-template <class V, int kBlocks>
-QELJ_INLINE Triples<V> loadTriples(const Scattered<const uint8_t, kBlocks>& from) {
-  return detail::splitParts3<V>(detail::loadParts3<With<uint8_t, V>>(from));
+template <class V, class Blocks>
+  requires(!std::is_pointer_v<Blocks>)
+QELJ_INLINE Triples<V> loadTriples(const Blocks& at) {
+  return detail::splitParts3<V>(detail::loadParts3<With<uint8_t, V>>(at));
 }
 template <class V, class Store = PlainStore>
 QELJ_INLINE void storeTriples(void* p, Triples<V> v, Store put = {}) {
