@@ -48,13 +48,18 @@ constinit std::atomic<int32_t> cacheBytes{0};  // or kUnknown
 constinit std::atomic<uint64_t> features{0};   // with kRead, for a processor may have none
 constexpr uint64_t kRead = uint64_t(1) << 63;
 
-// The answer, read now if nobody has yet; the first one to be kept stays.
-template <class Value, class Read>
-Value kept(std::atomic<Value>& answer, Read&& read) {
-  Value value = answer.load(std::memory_order_relaxed);
-  if (value) return value;
+// The answer, read now if nobody has yet; the first one to be kept stays. Reading is out of the way of every call that
+// finds an answer.
+template <class Value>
+[[gnu::noinline, gnu::cold]] Value readAndKeep(std::atomic<Value>& answer, Value (*read)()) {
+  Value value = 0;
   const Value now = read();
   return answer.compare_exchange_strong(value, now, std::memory_order_relaxed) ? now : value;
+}
+template <class Value>
+Value kept(std::atomic<Value>& answer, std::type_identity_t<Value> (*read)()) {
+  const Value value = answer.load(std::memory_order_relaxed);
+  return value ? value : readAndKeep(answer, read);
 }
 
 int32_t keptThreadCount() { return kept(threadCount, readThreadCount); }

@@ -245,6 +245,31 @@ void checkPixels() {
   for (int i = 0; i < 3 * Bytes; ++i) EXPECT_EQ(i % 3 == 0 ? pixels[i] : i % 3 == 1 ? 255 : 0, back[i]) << i;
   storeQuadruples(back, four);
   EXPECT_EQ(0, std::memcmp(pixels, back, 4 * Bytes));
+  // Blocks that lie in another order.
+  if constexpr (kShuffles) {
+    const auto turned = [](auto* p, int pixelBytes) {
+      return [=](int block) { return p + 16 * pixelBytes * (Bytes / 16 - 1 - block); };
+    };
+    const auto turn = [&](B v) {
+      B result;
+      scatterBlocks(turned(reinterpret_cast<uint8_t*>(&result), 1), v);
+      return result;
+    };
+    const uint8_t* const from = pixels;
+    const auto triples = loadTriples<B>(turned(from, 3));
+    expectLanes(triples.c0, turn(three.c0), triples.c2, [](B x, B, int i) { return x[i]; });
+    const auto turnedPairs = loadBytePairs3<B>(turned(from, 3));
+    expectLanes(turnedPairs.c21.high, triples.c2, triples.c1, [](B x, B y, int i) { return unpackHigh(x, y)[i]; });
+    std::memset(back, 0, sizeof back);
+    storeTriplesClamped(turned(back, 3), widened(triples.c0, 0), widened(triples.c1, 0), widened(triples.c2, 0));
+    EXPECT_EQ(0, std::memcmp(pixels, back, 3 * Bytes));
+    std::memset(back, 0, sizeof back);
+    storeQuadruples(turned(back, 4), loadQuadruples<B>(turned(from, 4)));
+    EXPECT_EQ(0, std::memcmp(pixels, back, 4 * Bytes));
+    const auto halves = [&](int i) { return gatherPart<B>(turned(from, 2), i); };
+    scatterPart(turned(back, 2), 0, halves(0)), scatterPart(turned(back, 2), 1, halves(1));
+    EXPECT_EQ(0, std::memcmp(pixels, back, 2 * Bytes));
+  }
 }
 TEST(Simd, PixelsOfThreeAndFourBytes) {
   checkPixels<16>();

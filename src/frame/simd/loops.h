@@ -10,18 +10,14 @@ namespace qelj::simd {
 // could not be loaded from what was stored by blocks a moment ago.
 template <int kAll>
 QELJ_INLINE void copyPadded(uint8_t* to, const uint8_t* from, int count) {
-  unroll<kAll / 16>([=](auto i) QELJ_INLINE_LAMBDA {
-    const int left = count - i * 16;
-    store(to + i * 16, left >= 16 ? load<U8x16>(from + i * 16) : loadFirst<U8x16>(from + i * 16, left > 0 ? left : 0));
-  });
+  store(to, count >= 16 ? load<U8x16>(from) : loadFirst<U8x16>(from, count > 0 ? count : 0));
+  if constexpr (kAll > 16) copyPadded<kAll - 16>(to + 16, from + 16, count - 16);
 }
 template <int kAll>
 QELJ_INLINE void copyFirst(uint8_t* to, const uint8_t* from, int count) {
-  unroll<kAll / 16>([=](auto i) QELJ_INLINE_LAMBDA {
-    const int left = count - i * 16;
-    if (left >= 16) store(to + i * 16, load<U8x16>(from + i * 16));
-    else if (left > 0) storeFirst(to + i * 16, load<U8x16>(from + i * 16), left);
-  });
+  if (count >= 16) store(to, load<U8x16>(from));
+  else if (count > 0) storeFirst(to, load<U8x16>(from), count);
+  if constexpr (kAll > 16) copyFirst<kAll - 16>(to + 16, from + 16, count - 16);
 }
 
 // --- loops -------------------------------------------------------------------------------------------------

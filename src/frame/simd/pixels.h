@@ -6,31 +6,25 @@
 
 namespace qelj::simd {
 
-// Where pixels lie whose blocks of 16 need not be neighbours.
-template <class Byte, int kBlocks>
-struct Scattered {
-  Byte* block[kBlocks];
-};
-
 namespace detail {
-// Where byte `offset` of each block of pixels lies, where a block's pixels take kApart bytes.
-template <int kApart, class Byte>
-QELJ_INLINE auto blocksOf(Byte* p, int offset) {
-  return [=](int block) QELJ_INLINE_LAMBDA { return p + kApart * block + offset; };
-}
-template <int kApart, class Byte, int kBlocks>
-QELJ_INLINE auto blocksOf(const Scattered<Byte, kBlocks>& s, int offset) {
-  return [&s, offset](int block) QELJ_INLINE_LAMBDA { return s.block[block] + offset; };
+// Where byte `offset` of each block of 16 pixels lies. `at` is where the pixels begin, whose blocks are kApart bytes apart;
+// or a function that tells for each block where it begins.
+template <int kApart>
+QELJ_INLINE auto blocksOf(auto at, int offset) {
+  return [at, offset](int block) QELJ_INLINE_LAMBDA {
+    if constexpr (std::is_pointer_v<decltype(at)>) return at + kApart * block + offset;
+    else return at(block) + offset;
+  };
 }
 }  // namespace detail
 
 // Part i of the blocks of pixels of two bytes: eight pixels of each.
 template <class V>
-QELJ_INLINE V gatherPart(const auto& from, int i) {
+QELJ_INLINE V gatherPart(auto from, int i) {
   return gatherBlocks<V>(detail::blocksOf<32>(from, 16 * i));
 }
 template <class V, class Store = PlainStore>
-QELJ_INLINE void scatterPart(const auto& to, int i, V v, Store put = {}) {
+QELJ_INLINE void scatterPart(auto to, int i, V v, Store put = {}) {
   scatterBlocks(detail::blocksOf<32>(to, 16 * i), v, put);
 }
 
@@ -57,7 +51,7 @@ inline constexpr Shuffle3 kShuffle3 = makeShuffle3(int(sizeof(T)));
 
 // Three vectors whose block b holds bytes 16p..16p+15 (p = 0, 1, 2) of the b-th 48 bytes.
 template <class V>
-QELJ_INLINE Triples<V> loadParts3(const auto& from) {
+QELJ_INLINE Triples<V> loadParts3(auto from) {
   const auto part = [&](int i) QELJ_INLINE_LAMBDA { return gatherBlocks<V>(blocksOf<48>(from, 16 * i)); };
   return {part(0), part(1), part(2)};
 }
@@ -90,7 +84,7 @@ QELJ_INLINE Triples<V> splitParts3(Triples<With<uint8_t, V>> parts) {
 }
 // By blocks, where stores are what there is room for.
 template <class V, class Store>
-QELJ_INLINE void scatterParts3(const auto& to, Triples<V> v, Store put) {
+QELJ_INLINE void scatterParts3(auto to, Triples<V> v, Store put) {
   scatterBlocks(blocksOf<48>(to, 0), v.c0, put);
   scatterBlocks(blocksOf<48>(to, 16), v.c1, put);
   scatterBlocks(blocksOf<48>(to, 32), v.c2, put);
@@ -107,9 +101,10 @@ QELJ_INLINE Triples<V> loadTriples(const void* p) {
   }
   return detail::splitParts3<V>(detail::loadParts3<With<uint8_t, V>>(static_cast<const uint8_t*>(p)));
 }
-template <class V, int kBlocks>
-QELJ_INLINE Triples<V> loadTriples(const Scattered<const uint8_t, kBlocks>& from) {
-  return detail::splitParts3<V>(detail::loadParts3<With<uint8_t, V>>(from));
+template <class V, class Blocks>
+  requires(!std::is_pointer_v<Blocks>)
+QELJ_INLINE Triples<V> loadTriples(Blocks at) {
+  return detail::splitParts3<V>(detail::loadParts3<With<uint8_t, V>>(at));
 }
 template <class V, class Store = PlainStore>
 QELJ_INLINE void storeTriples(void* p, Triples<V> v, Store put = {}) {
@@ -152,7 +147,7 @@ inline constexpr MergeWords3 kMergeWords3 = [] {
 // Triples of bytes, clamped, from 16-bit lanes that stand as unpackLow and unpackHigh leave them: two channels are packed
 // into one vector where each half of the pixels needs both, which spares shuffles.
 template <class V, class Store = PlainStore>
-QELJ_INLINE void storeTriplesClamped(const auto& to, Halves<V> c0, Halves<V> c1, Halves<V> c2, Store put = {}) {
+QELJ_INLINE void storeTriplesClamped(auto to, Halves<V> c0, Halves<V> c1, Halves<V> c2, Store put = {}) {
   using B = With<uint8_t, V>;
   const auto& m = detail::kMergeWords3;
   const B last = packU8(c2.low, c2.high);
@@ -166,7 +161,7 @@ QELJ_INLINE void storeTriplesClamped(const auto& to, Halves<V> c0, Halves<V> c1,
                           QELJ_INLINE_LAMBDA { return shuffleBytes(v, blockPattern<B>(places)); };
     const Triples<B> parts{from(low, m.low[0]) | from(last, m.last[0]), from(both, m.both) | from(last, m.last[1]),
                            from(high, m.high[2]) | from(last, m.last[2])};
-    if constexpr (std::is_pointer_v<std::remove_cvref_t<decltype(to)>> && requires { put.streams; })
+    if constexpr (std::is_pointer_v<decltype(to)> && requires { put.streams; })
       if (put.streams) return detail::storeParts3(to, parts, put);  // past the caches, by vectors that fill lines
     detail::scatterParts3(to, parts, put);
   }
@@ -191,7 +186,7 @@ inline constexpr SplitPairs3 kSplitPairs3 = [] {
 // Of pixels of three bytes, channels 0 and 1 and channels 2 and 1 as pairs of bytes, half of a block's pixels each: as
 // unpackLow and unpackHigh would leave them, of fewer shuffles.
 template <class V>
-QELJ_INLINE BytePairs3<V> loadBytePairs3(const auto& from) {
+QELJ_INLINE BytePairs3<V> loadBytePairs3(auto from) {
   const auto parts = detail::loadParts3<V>(from);
   const auto pairs = [&](int pair) QELJ_INLINE_LAMBDA {
     const auto& s = detail::kSplitPairs3.places[pair];
@@ -204,7 +199,7 @@ QELJ_INLINE BytePairs3<V> loadBytePairs3(const auto& from) {
 
 // Of bytes.
 template <class V, class From>
-QELJ_INLINE Quadruples<V> loadQuadruples(const From& p) {
+QELJ_INLINE Quadruples<V> loadQuadruples(From p) {
   if constexpr (!kShuffles) {
     const auto channel = [p](int c) QELJ_INLINE_LAMBDA {
       using W = With<uint32_t, V>;
@@ -226,14 +221,14 @@ QELJ_INLINE Quadruples<V> loadQuadruples(const From& p) {
           as<V>(unpackHigh(high01, high23))};
 }
 template <class V, class Store = PlainStore>
-QELJ_INLINE void storeQuadruples(const auto& to, Quadruples<V> v, Store put = {}) {
+QELJ_INLINE void storeQuadruples(auto to, Quadruples<V> v, Store put = {}) {
   constexpr int kVector = int(sizeof(V));
   const auto low01 = as<uint16_t>(unpackLow(v.c0, v.c1)), high01 = as<uint16_t>(unpackHigh(v.c0, v.c1));
   const auto low23 = as<uint16_t>(unpackLow(v.c2, v.c3)), high23 = as<uint16_t>(unpackHigh(v.c2, v.c3));
   // Part i: pixels 4i..4i+3 of each block.
   const auto p0 = unpackLow(low01, low23), p1 = unpackHigh(low01, low23);
   const auto p2 = unpackLow(high01, high23), p3 = unpackHigh(high01, high23);
-  if constexpr (kVector == 16 || !std::is_pointer_v<std::remove_cvref_t<decltype(to)>>) {
+  if constexpr (kVector == 16 || !std::is_pointer_v<decltype(to)>) {
     const auto part = [&](int i, auto pixels)
                           QELJ_INLINE_LAMBDA { scatterBlocks(detail::blocksOf<64>(to, 16 * i), pixels, put); };
     part(0, p0), part(1, p1), part(2, p2), part(3, p3);

@@ -63,33 +63,29 @@ struct Whole {
   }
 };
 struct Blocks {
-  ptrdiff_t x[kBlocks] = {};
+  ptrdiff_t second = 0, third = 0, last = 0;
 
   Blocks() = default;
   // Of a row of at least a block: the last one ends with it, as does its upper half with half a group.
-  QELJ_INLINE explicit Blocks(ptrdiff_t width) {
-    for (int i = 0; i < kBlocks / 2; ++i) {
-      const int behind = kBlock * (kBlocks / 2 - i);
-      x[i] = width >= kGroup / 2 ? kBlock * i : 0;
-      x[kBlocks / 2 + i] = width >= behind ? width - behind : 0;
-    }
+  QELJ_INLINE explicit Blocks(ptrdiff_t width)
+      : second(width >= kGroup / 2 ? kBlock : 0),
+        third(width >= kGroup / 2 ? width - kGroup / 2 : 0),
+        last(width - kBlock) {}
+  QELJ_INLINE ptrdiff_t operator()(int block) const {
+    static_assert(kBlocks <= 4);
+    return block == 0 ? 0 : block == kBlocks - 1 ? last : block == 1 ? second : third;
   }
   template <int kPixelBytes, class Byte>
   QELJ_INLINE auto in(Byte* plane) const {
-    if constexpr (kBlocks == 1) {
-      return plane + kPixelBytes * x[0];
-    } else {
-      simd::Scattered<Byte, kBlocks> s;
-      for (int i = 0; i < kBlocks; ++i) s.block[i] = plane + kPixelBytes * x[i];
-      return s;
-    }
+    if constexpr (kBlocks == 1) return plane;
+    else return [plane, at = *this](int block) QELJ_INLINE_LAMBDA { return plane + kPixelBytes * at(block); };
   }
 };
 template <class Place>
 QELJ_INLINE Bytes loadBytes(const uint8_t* plane, Place at) {
   const auto from = at.template in<1>(plane);
   if constexpr (std::is_pointer_v<decltype(from)>) return load<Bytes>(from);
-  else return simd::gatherBlocks<Bytes>([&](int i) QELJ_INLINE_LAMBDA { return from.block[i]; });
+  else return simd::gatherBlocks<Bytes>(from);
 }
 // Of a plane with half the columns, widened.
 template <class Place>
@@ -97,16 +93,18 @@ QELJ_INLINE Words loadHalfColumns(const uint8_t* plane, Place at) {
   if constexpr (std::is_same_v<Place, Whole>) {
     return simd::loadAs<Words, uint8_t>(plane + at.x / 2);
   } else {
-    simd::Vec<uint64_t, kGroup / 2> v;
-    for (int i = 0; i < kBlocks; ++i) v[i] = load<uint64_t>(plane + at.x[i] / 2);
-    return convert<uint16_t>(as<uint8_t>(v));
+    using Half = simd::Vec<uint64_t, kGroup / 2>;
+    const auto block = [&](int i) QELJ_INLINE_LAMBDA { return load<uint64_t>(plane + at(i) / 2); };
+    if constexpr (kBlocks == 1) return simd::loadAs<Words, uint8_t>(plane);
+    else if constexpr (kBlocks == 2) return convert<uint16_t>(as<uint8_t>(Half{block(0), block(1)}));
+    else return convert<uint16_t>(as<uint8_t>(Half{block(0), block(1), block(2), block(3)}));
   }
 }
 template <class Place>
 QELJ_INLINE void storeBytes(uint8_t* plane, Place at, Bytes v) {
   const auto to = at.template in<1>(plane);
   if constexpr (std::is_pointer_v<decltype(to)>) store(to, v);
-  else simd::scatterBlocks([&](int i) QELJ_INLINE_LAMBDA { return to.block[i]; }, v);
+  else simd::scatterBlocks(to, v);
 }
 
 // Where the pixels of a row lie: in one plane or several.
@@ -229,8 +227,9 @@ struct Writer {
 
   Writer(QelSize size, int32_t pixelBytes) {
     const int64_t pixels = int64_t(size.width) * size.height;
-    const int64_t bytes = std::min(pixels, int64_t(1) << 40) * pixelBytes;  // far from overflow
-    streams = bytes >= kStreamedFrom || ownPastTheCaches(bytes);
+    const auto past = [](int64_t bytes) { return bytes >= kStreamedFrom || ownPastTheCaches(bytes); };
+    // One comparison for a small image, which is at most 2 MiB of pixels of up to four bytes.
+    streams = pixels > (1 << 19) && past(std::min(pixels, int64_t(1) << 40) * pixelBytes);  // far from overflow
   }
   template <class V>
   QELJ_INLINE void operator()(void* p, V v) const {
@@ -435,8 +434,8 @@ struct Behind {
   int main;
 };
 
-// Those of Main and of Tail: pixels of two forms cost no more than pixels of one. All come from memory, at places of
-// which the compiler knows nothing: it would make vectors of those that are the same in all lanes, again in each row.
+// Constants of Main and of Tail, so that pixels of two forms cost little more than pixels of one. All come from memory,
+// at places of which the compiler knows nothing: it would make vectors of equal lanes, again in each row.
 template <class Main, class Tail>
 class ConstantsOfTwo {
   static constexpr int kLanes = simd::kLanes<Lanes>, kCount = int(Main::kConstants.size()),

@@ -1,6 +1,7 @@
 // RGB and BGR pixels to and from YCbCr planes (or packed 4:2:2) whose chroma has half the columns, or half
 // the columns and half the rows.
 #include <cstdlib>
+#include <cstring>
 
 #include "frame/fronts.h"
 #include "jpeg/sample/pixels.h"
@@ -18,27 +19,26 @@ struct YccRows {
   uint8_t *y[2], *cb, *cr;
 };
 
-// A group's pixels, of which the first `count` are stored.
 template <int kRows, class Source>
-QELJ_INLINE void ownForwardGroup(const Source (&source)[2], const YccRows& dst, ptrdiff_t x, int count = kGroup) {
+QELJ_INLINE void ownForwardGroup(const Source (&source)[2], const YccRows& dst, auto at) {
   constexpr int kLog2 = kRows == 2 ? 2 : 1;
   Rgb<Lanes> sum{};
   for (int row = 0; row < kRows; ++row) {
-    const Rgb<Bytes> p = source[row].group(Whole{x}).rgb;
+    const Rgb<Bytes> p = source[row].group(at).rgb;
     sum.r += simd::addBytePairs(p.r), sum.g += simd::addBytePairs(p.g), sum.b += simd::addBytePairs(p.b);
     const auto r = widen(p.r), g = widen(p.g), b = widen(p.b);
-    const Bytes luma = simd::packU8(ForwardMain::luma(Rgb<Lanes>{r.low, g.low, b.low}),
-                                    ForwardMain::luma(Rgb<Lanes>{r.high, g.high, b.high}));
-    if (count == kGroup) store(dst.y[row] + x, luma);
-    else simd::storeFirst(dst.y[row] + x, luma, count);
+    storeBytes(dst.y[row], at,
+               simd::packU8(ForwardMain::luma(Rgb<Lanes>{r.low, g.low, b.low}),
+                            ForwardMain::luma(Rgb<Lanes>{r.high, g.high, b.high})));
   }
   const auto c = ForwardMain::chroma<kLog2>(sum);
-  const Bytes both = simd::orderPacked(simd::packU8(c.cb, c.cr));
-  if (count == kGroup) {
-    store(dst.cb + x / 2, simd::lower(both)), store(dst.cr + x / 2, simd::upper(both));
+  const Bytes blocks = simd::packU8(c.cb, c.cr);  // of each block eight of Cb, then of Cr
+  if constexpr (std::is_same_v<decltype(at), Whole>) {
+    const Bytes both = simd::orderPacked(blocks);
+    store(dst.cb + at.x / 2, simd::lower(both)), store(dst.cr + at.x / 2, simd::upper(both));
   } else {
-    simd::storeFirst(dst.cb + x / 2, simd::lower(both), count / 2);
-    simd::storeFirst(dst.cr + x / 2, simd::upper(both), count / 2);
+    simd::scatterBlocks([&](int block) QELJ_INLINE_LAMBDA { return at(block) / 2; }, blocks,
+                        [&](ptrdiff_t x, auto v) QELJ_INLINE_LAMBDA { simd::storeHalves(dst.cb + x, dst.cr + x, v); });
   }
 }
 
@@ -58,11 +58,20 @@ void ownForwardRows(const Source (&source)[2], const YccRows& dst, ptrdiff_t wid
     dst.cb[x / 2] = clampU8(c.cb), dst.cr[x / 2] = clampU8(c.cr);
   };
   const ptrdiff_t main = width / 8 * 8;
-  ptrdiff_t x = simd::coverByVectors<kGroup>(
-      0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { ownForwardGroup<kRows>(source, dst, at); });
-  if (simd::kEnabled && x < main) {
-    const ShortSource<Source, kGroup> first(source[0], main), second(source[1], main);
-    ownForwardGroup<kRows>({first.source, second.source}, dst, 0, int(main));
+  ptrdiff_t x = 0;
+  if (simd::kEnabled && main > 0) {
+    if (main >= kGroup) {
+      simd::coverInOneLoop<kGroup>(
+          0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { ownForwardGroup<kRows>(source, dst, Whole{at}); });
+    } else if (main >= kBlock) {
+      ownForwardGroup<kRows>(source, dst, Blocks(main));
+    } else {  // eight pixels
+      const ShortSource<Source> first(source[0], 8), second(source[kRows - 1], kRows == 2 ? 8 : 0);
+      uint8_t y[2][kBlock], cb[kBlock / 2], cr[kBlock / 2];
+      ownForwardGroup<kRows>({first.source, second.source}, {{y[0], y[1]}, cb, cr}, Blocks());
+      for (int row = 0; row < kRows; ++row) std::memcpy(dst.y[row], y[row], 8);
+      std::memcpy(dst.cb, cb, 4), std::memcpy(dst.cr, cr, 4);
+    }
     x = main;
   }
   for (; x < main; x += 2) pair(ForwardMain{}, x);
@@ -91,11 +100,9 @@ QelStatus forward(const uint8_t* src, int32_t srcStep, uint8_t* const* dst, cons
 // --- Inverse: a chroma sample serves all its pixels as it is -----------------------------------------------
 
 // What a vector of chroma pairs adds to the pixels in the lower and the upper halves of the blocks of a group.
-template <class Form>
 struct PairOffsets {
   Rgb<Lanes> low, high;
-  QELJ_INLINE explicit PairOffsets(CbCr<Lanes> c) {
-    const Rgb<Lanes> o = Form::offset(c);
+  QELJ_INLINE explicit PairOffsets(const Rgb<Lanes>& o) {
     low = {simd::unpackLow(o.r, o.r), simd::unpackLow(o.g, o.g), simd::unpackLow(o.b, o.b)};
     high = {simd::unpackHigh(o.r, o.r), simd::unpackHigh(o.g, o.g), simd::unpackHigh(o.b, o.b)};
   }
@@ -111,7 +118,7 @@ void ownInverseRows(const PlaneRow (&y)[2], const PlaneRow& cb, const PlaneRow& 
                            const auto chroma = [at](const PlaneRow& p) QELJ_INLINE_LAMBDA {
                              return storedLanes(loadHalfColumns(p.plane[0], at));
                            };
-                           const PairOffsets<Form> add({chroma(fromCb), chroma(fromCr)});
+                           const PairOffsets add(Form::offset(CbCr<Lanes>{chroma(fromCb), chroma(fromCr)}));
                            for (int row = 0; row < kRows; ++row)
                              to[row].group(at, {toRgb(loadBytes(fromY[row].plane[0], at), add.low, add.high), Bytes{}});
                          };
@@ -121,7 +128,8 @@ void ownInverseRows(const PlaneRow (&y)[2], const PlaneRow& cb, const PlaneRow& 
       return simd::coverInOneLoop<kGroup>(0, main,
                                           [&](ptrdiff_t x) QELJ_INLINE_LAMBDA { group(y, cb, cr, sink, Whole{x}); });
     if (main >= kBlock) return group(y, cb, cr, sink, Blocks(main));
-    const ShortSource<PlaneRow> y0(y[0], main), y1(y[kRows - 1], main), shortCb(cb, main / 2), shortCr(cr, main / 2);
+    const ShortSource<PlaneRow> y0(y[0], main), y1(y[kRows - 1], kRows == 2 ? main : 0), shortCb(cb, main / 2),
+        shortCr(cr, main / 2);
     ShortSink<To> to0(sink[0]), to1(sink[1]);
     const PlaneRow shortY[2] = {y0.source, y1.source};
     const To to[2] = {to0.sink, to1.sink};
@@ -156,6 +164,18 @@ QelStatus inverse(const uint8_t* const* src, const int32_t* srcStep, uint8_t* ds
 // Packed 4:2:2: Y0, Cb, Y1, Cr. Whole groups of eight pixels, then pairs in another form; the pair that an
 // odd width begins is read and written whole.
 using PackedRow = RowPlanes<const uint8_t, 1, 2>;
+template <class Form>
+QELJ_INLINE Rgb<Lanes> pairOffset(Words chroma) {  // Cb in the low bytes, Cr in the high ones
+  if constexpr (ByLanes<Form>) {
+    const auto low = [](int k) { return uint16_t(Form::kByteConstants[size_t(k)]); };
+    const Words centred = chroma ^ uint16_t(0x8080);
+    const Words cb = centred << 8 | low(Form::kLowCb), cr = (centred & uint16_t(0xFF00)) | low(Form::kLowCr);
+    return Form::offset(ChromaLanes<Lanes>{as<int16_t>(cb), as<int16_t>(cr), as<int16_t>(centred)},
+                        ConstantsOf<Form>::low());
+  } else {
+    return Form::offset(CbCr<Lanes>{storedLanes(chroma & uint16_t(0xFF)), storedLanes(chroma >> 8)});
+  }
+}
 void ownPackedRow(const PackedRow& src, const PixelSink<RgbOrder>& sink, ptrdiff_t width) {
   const ptrdiff_t main = width / 8 * 8;
   const auto pair = [&]<class Form>(Form, ptrdiff_t x) {
@@ -164,29 +184,35 @@ void ownPackedRow(const PackedRow& src, const PixelSink<RgbOrder>& sink, ptrdiff
     const uint8_t y1 = p[2];
     sink.pixel(x, {toRgb<Form>(p[0], add), 0}), sink.pixel(x + 1, {toRgb<Form>(y1, add), 0});
   };
-  const auto group = [](const PackedRow& from, const PixelSink<RgbOrder>& to, auto at) QELJ_INLINE_LAMBDA {
-    using Form = InverseQ9Form;
+  const auto group = []<class Form>(Form, const PackedRow& from, const PixelSink<RgbOrder>& to,
+                                    auto at) QELJ_INLINE_LAMBDA {
     const auto p = at.template in<2>(from.plane[0]);
     const auto first = simd::gatherPart<Words>(p, 0), second = simd::gatherPart<Words>(p, 1);
     const auto pack = [](Words a, Words b) { return simd::packU8(as<int16_t>(a), as<int16_t>(b)); };
     const auto chroma = as<uint16_t>(pack(first >> 8, second >> 8));  // Cb in the low bytes, Cr in the high ones
-    const PairOffsets<Form> add({storedLanes(chroma & uint16_t(0xFF)), storedLanes(chroma >> 8)});
+    const PairOffsets add(pairOffset<Form>(chroma));
     to.group(at, {toRgb(pack(first & uint16_t(0xFF), second & uint16_t(0xFF)), add.low, add.high), Bytes{}});
   };
-  ptrdiff_t x = 0;
-  if (simd::kEnabled && main > 0) {
-    if (main >= kGroup) {
-      simd::coverInOneLoop<kGroup>(0, main, [&](ptrdiff_t at) QELJ_INLINE_LAMBDA { group(src, sink, Whole{at}); });
-    } else if (main >= kBlock) {
-      group(src, sink, Blocks(main));
-    } else {
-      const ShortSource<PackedRow> from(src, main);
-      ShortSink<PixelSink<RgbOrder>> to(sink);
-      group(from.source, to.sink, Blocks());
-      to.copyTo(sink, main);
-    }
-    x = main;
+  // Pixels that are fewer than a block.
+  const auto few = [&]<class Form>(Form form, ptrdiff_t x, ptrdiff_t count) {
+    PackedRow row = src;
+    PixelSink<RgbOrder> place = sink;
+    row.plane[0] += 2 * x, place.plane[0] += 3 * x;
+    const ShortSource<PackedRow> from(row, count);
+    ShortSink<PixelSink<RgbOrder>> to(place);
+    group(form, from.source, to.sink, Blocks());
+    to.copyTo(place, count);
+  };
+  if constexpr (simd::kEnabled) {
+    const InverseQ9Form form;
+    if (main >= kGroup)
+      simd::coverInOneLoop<kGroup>(0, main, [&](ptrdiff_t x) QELJ_INLINE_LAMBDA { group(form, src, sink, Whole{x}); });
+    else if (main >= kBlock) group(form, src, sink, Blocks(main));
+    else if (main > 0) few(form, 0, main);
+    if (main < width) few(InverseQ16Form{}, main, (width - main + 1) / 2 * 2);
+    return;
   }
+  ptrdiff_t x = 0;
   for (; x < main; x += 2) pair(InverseQ9Form{}, x);
   for (; x < width; x += 2) pair(InverseQ16Form{}, x);
 }
