@@ -96,7 +96,7 @@ constexpr V average(V a, V b) {
   return V((a + b + 1) >> 1);
 }
 
-// Sums and differences wrap; those of floats round. << drops what leaves at the top.
+// Sums and differences wrap; those of floats round.
 template <class V>
 struct Wrapping {
   V v;
@@ -112,7 +112,6 @@ struct Wrapping {
     if constexpr (std::is_floating_point_v<Lane<V>>) return {-a.v};
     else return {negWrap(a.v)};
   }
-  friend Wrapping operator<<(Wrapping a, int bits) { return {shlWrap(a.v, bits)}; }
 };
 
 // Sums and differences saturate; << drops what leaves at the top.

@@ -10,34 +10,29 @@ using namespace jpeg::dct;
 
 // --- the source block --------------------------------------------------------------------------------------
 
-// Vectors take samples by rows, and bytes as they stand: of what centres them, all but a part of row 0 goes away down the
-// columns. No sum of bytes leaves 16 bits on the way: row 0 is at most 64 times 255, of which the row pass makes twice as
-// much, and the other rows are smaller. So sums of bytes need not saturate.
+// Vectors take samples by rows, as they stand: of what centres them, all but a part of row 0 goes away down the columns,
+// and nothing saturates on the way there.
 struct Centred {
   const int16_t* src;
-  template <class V>
-  using Number = Saturating<V>;
-  static constexpr bool kCentred = true;
+  [[maybe_unused]] static constexpr bool kCentred = true;
   int16_t sample(int y, int x) const { return at(src, 8 * y + x); }
   BlockRow row(int y) const { return load<BlockRow>(qelj::row(src, 16, y)); }
   // Rows i and 7 - i: 8 times their sum in the lower half, and 8 or 16 times their difference in the upper one, as the
   // columns start.
   template <class V>
-  Number<V> mirrored(int i) const {
-    const Number<BlockRow> top = {row(i)}, bottom = {row(7 - i)}, difference = (top - bottom) << 3;
+  Saturating<V> mirrored(int i) const {
+    const Saturating<BlockRow> top = {row(i)}, bottom = {row(7 - i)}, difference = (top - bottom) << 3;
     return {simd::join(((top + bottom) << 3).v, (i == 1 || i == 2 ? difference << 1 : difference).v)};
   }
 };
 struct LevelShifted {
   const uint8_t* src;
   int32_t step;
-  template <class V>
-  using Number = Wrapping<V>;
-  static constexpr bool kCentred = false;
+  [[maybe_unused]] static constexpr bool kCentred = false;
   int16_t sample(int y, int x) const { return int16_t(qelj::row(src, step, y)[x] - 128); }
   BlockRow row(int y) const { return simd::loadAs<BlockRow, uint8_t>(qelj::row(src, step, y)); }
   template <class V>
-  Number<V> mirrored(int i) const {
+  Saturating<V> mirrored(int i) const {
     const auto eight = [this](int y) {
       return as<uint8_t>(all<With<uint64_t, V>>(load<uint64_t>(qelj::row(src, step, y))));
     };
@@ -64,8 +59,8 @@ inline void ownForwardOdd(S (&row)[8], S t4, S t5, S t6, S t7) {
   const S d0 = t7 + c0, d1 = t7 - c0, e0 = t4 + c1, e1 = t4 - c1;
   row[1] = oddOne(d0 + hi(e0, kTan1));
   row[7] = hi(d0, kTan1) - e0;
-  row[5] = times(d1, kTan3Less1) + e1;
-  row[3] = d1 - times(e1, kTan3Less1);
+  row[5] = (hi(d1, kTan3Less1) + d1) + e1;
+  row[3] = d1 - (hi(e1, kTan3Less1) + e1);
 }
 template <class S>
 inline void ownForwardColumns(S (&row)[8]) {
@@ -99,36 +94,32 @@ inline int16_t ownQuantise(int16_t x, uint16_t t) {
 // The rows that a vector holds: those that come out of the columns at the same time.
 constexpr int kRowsOf[4][2] = {{0, 4}, {2, 6}, {1, 7}, {3, 5}};
 constexpr int rowOf(int vector, int block) { return kRows == 1 ? vector : kRowsOf[vector][block]; }
-template <int kVector>
-inline WideRows rowsOf(const uint16_t* table) {
-  const auto one = [table](int block) { return load<BlockRow>(row(table, 16, rowOf(kVector, block))); };
-  if constexpr (kRows == 1) return one(0);
-  else return simd::join(one(0), one(1));
-}
 
-// The same for the coefficients u of one or two rows. A vector of eight weights goes with the even or the odd coefficients
-// and with the folded samples, four pairs: [odd][which pair], its own or its neighbour's. Pairs 2 and 3 are pairs 1 and 0
-// again, the other way round and with the sign that the cosine has there, so that a coefficient's own pair and its
-// neighbour make up all four samples. A sum's upper 16 bits are all that counts, also for what centres bytes and for
-// rounding.
+// The same for the coefficients u of one or two rows. A vector of eight weights goes with the even or the odd
+// coefficients and two folded samples for each: [odd][which two]. These are the first or the last two of the four for
+// all; or, with less to move, as they stand in a row with its mirror image added or subtracted, and with neighbours
+// exchanged: such a sum is the same from both ends, and a difference but for the sign. That needs differences that
+// don't saturate, which those of samples that the caller has centred may.
+template <class Source>
+constexpr bool kAsTheyStand = simd::kShuffles && !Source::kCentred;
 struct alignas(simd::kBytes) ForwardWeights {
   int16_t w[2][2][8 * kRows];
   int16_t centre[8 * kRows];
 };
-template <bool kCentred>
+template <class Source>
 constexpr auto kForwardWeights = [] {
   std::array<ForwardWeights, 8 / kRows> all{};
   for (int i = 0; i < 8; ++i) {
     auto& one = all[size_t(i / kRows)];
     const int k = rowOf(i / kRows, i % kRows), place = i % kRows * 8;
-    for (int lane = 0; lane < 8; ++lane) {
-      for (int odd = 0; odd < 2; ++odd)
-        for (int other = 0; other < 2; ++other) {
-          const int n = lane ^ 2 * other;
-          one.w[odd][other][place + lane] = weight(k, kCentred ? std::min(n, 7 - n) : n, lane / 2 * 2 + odd);
-        }
-    }
-    if (k == 0) one.centre[place] = int16_t(-64 * 128 * 8 * weight(0, 0, 0) >> 16);
+    for (int lane = 0; lane < 8; ++lane)
+      for (int which = 0; which < 2; ++which) {
+        const int u = lane / 2 * 2, from = kAsTheyStand<Source> ? lane ^ 2 * which : 2 * which + lane % 2;
+        const int n = from < 4 ? from : 7 - from, sign = from < 4 ? 1 : -1;
+        one.w[0][which][place + lane] = weight(k, n, u);
+        one.w[1][which][place + lane] = int16_t(sign * weight(k, n, u + 1));
+      }
+    if (k == 0 && !Source::kCentred) one.centre[place] = int16_t(-64 * 128 * 8 * weight(0, 0, 0) >> 16);
   }
   return all;
 }();
@@ -138,83 +129,72 @@ constexpr auto kForwardWeights = [] {
 template <bool kAnyWhole>
 inline WideRows ownQuantise(WideRows x, WideRows t) {
   // mulHiRound rounds ties up, which is one too much where the integer part is even: where the low 16 bits of the product
-  // are kTie. t as a signed number lacks 2 when it is at least 1.
-  const WideRows rounded = mulHiRound(x, t) + (mulWrap(x, t) == lanes<WideRows>(kTie));
+  // are 0x4000. t as a signed number lacks 2 when it is at least 1.
+  const WideRows rounded = mulHiRound(x, t) + (mulWrap(x, t) == lanes<WideRows>(kSecondBit));
   if constexpr (kAnyWhole) return rounded + ((x + x) & (t >> 15));
   else return rounded;
 }
 
-// Of kCount vectors from kFirst on, step by step for all of them: the steps of one wait for each other, and no processor
-// looks far enough ahead to fill its time with the next one's.
-template <bool kAnyWhole, class Source, int kFirst, int kCount, class S>
-QELJ_INLINE void ownForwardRows(const S (&rows)[8], int16_t* dst, const uint16_t* table) {
-  const auto each = [](auto step) {
-    simd::unroll<kCount>([&](auto n) QELJ_INLINE_LAMBDA { step(n, std::integral_constant<int, kFirst + n>()); });
+// Vector i of the rows. A sum's upper 16 bits are all that counts, for rounding as well.
+template <class Source, int i>
+inline WideRows ownForwardRows(WideRows x) {
+  static_assert(kRound >> 16 == 1 << (kShift - 16 - 1));
+  const auto& weights = kForwardWeights<Source>[i];
+  const WideRows mirrored = simd::shuffle8<7, 6, 5, 4, 3, 2, 1, 0>(x);
+  const auto four = [](WideRows folded, const auto& w) {
+    const auto pairs = as<int32_t>(folded);
+    const auto products = [](auto two, const int16_t* with) {
+      return simd::mulAddPairs(as<int16_t>(two), load<WideRows>(with));
+    };
+    if constexpr (kAsTheyStand<Source>)
+      return addWrap(products(pairs, w[0]), products(simd::shuffle4<1, 0, 3, 2>(pairs), w[1]));
+    else
+      return addWrap(products(simd::shuffle4<0, 0, 0, 0>(pairs), w[0]),
+                     products(simd::shuffle4<1, 1, 1, 1>(pairs), w[1]));
   };
-  const auto& weights = fromMemory(kForwardWeights<Source::kCentred>);
-  S sums[kCount], differences[kCount];
-  each([&](auto n, auto i) QELJ_INLINE_LAMBDA {
-    constexpr int k = rowOf(i, 0), k2 = rowOf(i, 1);
-    S x = rows[k];
-    if constexpr (kRows == 2) x = {k % 2 == 0 ? simd::lowBlocks(x.v, rows[k2].v) : simd::highBlocks(x.v, rows[k2].v)};
-    const S mirrored = {simd::shuffle8<7, 6, 5, 4, 3, 2, 1, 0>(x.v)};
-    sums[n] = x + mirrored, differences[n] = x - mirrored;
-    // A saturated difference is not that of the mirrored samples with the other sign.
-    if constexpr (Source::kCentred) differences[n] = {simd::shuffle8<0, 1, 2, 3, 3, 2, 1, 0>(differences[n].v)};
-  });
-  const auto four = [](S folded, const auto& w) {
-    const auto neighbours = as<int16_t>(simd::shuffle4<1, 0, 3, 2>(as<int32_t>(folded.v)));
-    return addWrap(simd::mulAddPairs(folded.v, load<WideRows>(w[0])),
-                   simd::mulAddPairs(neighbours, load<WideRows>(w[1])));
-  };
-  WideRows even[kCount], odd[kCount];
-  each([&](auto n, auto i)
-           QELJ_INLINE_LAMBDA { even[n] = as<int16_t>(as<uint32_t>(four(sums[n], weights[i].w[0])) >> 16); });
-  each([&](auto n, auto i) QELJ_INLINE_LAMBDA { odd[n] = as<int16_t>(four(differences[n], weights[i].w[1])); });
-  WideRows x[kCount];
-  each([&](auto n, auto i) QELJ_INLINE_LAMBDA {
-    WideRows upper = simd::evenAndOdd(even[n], odd[n]);
-    if constexpr (i == 0 && !Source::kCentred) upper = addWrap(upper, load<WideRows>(weights[0].centre));
-    // (A rounded product is the same but for the wrap, which takes larger sums than those of bytes.)
-    if constexpr (simd::kShuffles && !Source::kCentred) x[n] = mulHiRound(upper, lanes<WideRows>(kOneOf16));
-    else x[n] = addWrap(upper, lanes<WideRows>(kHalfOf16)) >> (kShift - 16);
-  });
-  each([&](auto n, auto i) QELJ_INLINE_LAMBDA { x[n] = ownQuantise<kAnyWhole>(x[n], rowsOf<i>(table)); });
-  each([&](auto n, auto i) QELJ_INLINE_LAMBDA {
-    if constexpr (kRows == 1) store(row(dst, 16, i), x[n]);
-    else store(row(dst, 16, rowOf(i, 0)), simd::lower(x[n])), store(row(dst, 16, rowOf(i, 1)), simd::upper(x[n]));
-  });
+  const auto even = four(addSat(x, mirrored), weights.w[0]), odd = four(subSat(x, mirrored), weights.w[1]);
+  WideRows upper = simd::evenAndOdd(as<int16_t>(as<uint32_t>(even) >> 16), as<int16_t>(odd));
+  if constexpr (i == 0 && !Source::kCentred) upper = addWrap(upper, load<WideRows>(weights.centre));
+  // The same without the wrap of the sum, which again only the caller's samples can cause.
+  if constexpr (kAsTheyStand<Source>) return mulHiRound(upper, lanes<WideRows>(kOneOf16));
+  else return addWrap(upper, lanes<WideRows>(kHalfOf16)) >> (kShift - 16);
 }
 
+// Of vectors that hold one row each; or, of two rows a vector, the even rows in lower halves and the odd ones in upper
+// halves.
 template <bool kAnyWhole, class Source>
-QELJ_INLINE void ownForwardVectors(Source source, int16_t* dst, const uint16_t* table) {
-  typename Source::template Number<WideRows> rows[8];
-  if constexpr (kRows == 1) {
-    simd::unroll<8>([&](auto k) { rows[k] = {source.row(k)}; });
-    ownForwardColumns(rows);
-    simd::unroll<4>([&](auto i) { ownForwardRows<kAnyWhole, Source, 2 * i, 2>(rows, dst, table); });
-  } else {
-    const auto mirrored = [&](int i) { return source.template mirrored<WideRows>(i); };
-    const auto t07 = mirrored(0), t16 = mirrored(1), t25 = mirrored(2), t34 = mirrored(3);
-    ownForwardEven(rows, t07, t16, t25, t34);
-    ownForwardOdd(rows, t34, t25, t16, t07);
-    ownForwardRows<kAnyWhole, Source, 0, 4>(rows, dst, table);
-  }
-}
-// A function of its own: beside the other one, GCC 12 would begin all rows before it branches, and run out of registers.
-template <class Source>
-[[gnu::noinline]] void ownForwardAnyWhole(Source source, int16_t* dst, const uint16_t* table) {
-  ownForwardVectors<true>(source, dst, table);
+inline void ownForwardRows(const Saturating<WideRows> (&rows)[8], int16_t* dst, const uint16_t* table) {
+  simd::unroll<8 / kRows>([&](auto i) {
+    constexpr int k = rowOf(i, 0), k2 = rowOf(i, 1);
+    if constexpr (kRows == 1) {
+      store(row(dst, 16, k), ownQuantise<kAnyWhole>(ownForwardRows<Source, i>(rows[k].v), loadRows(table, k)));
+    } else {
+      const WideRows x = k % 2 == 0 ? simd::lowBlocks(rows[k].v, rows[k2].v) : simd::highBlocks(rows[k].v, rows[k2].v);
+      const auto t = simd::join(load<BlockRow>(row(table, 16, k)), load<BlockRow>(row(table, 16, k2)));
+      const WideRows quantised = ownQuantise<kAnyWhole>(ownForwardRows<Source, i>(x), t);
+      store(row(dst, 16, k), simd::lower(quantised)), store(row(dst, 16, k2), simd::upper(quantised));
+    }
+  });
 }
 
 template <class Source>
 QELJ_INLINE void ownForward(Source source, int16_t* dst, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
+    Saturating<WideRows> rows[8];
+    if constexpr (kRows == 1) {
+      simd::unroll<8>([&](auto k) { rows[k] = {source.row(k)}; });
+      ownForwardColumns(rows);
+    } else {
+      const auto mirrored = [&](int i) { return source.template mirrored<WideRows>(i); };
+      const auto t07 = mirrored(0), t16 = mirrored(1), t25 = mirrored(2), t34 = mirrored(3);
+      ownForwardEven(rows, t07, t16, t25, t34);
+      ownForwardOdd(rows, t34, t25, t16, t07);
+    }
     // Only divisors of 1 ask for factors from 1 on.
     WideRows any{};
     for (int k = 0; k < 8; k += kRows) any |= loadRows(table, k);
-    if (simd::isZero(any & lanes<WideRows>(kWhole))) ownForwardVectors<false>(source, dst, table);
-    else ownForwardAnyWhole(source, dst, table);
+    if (simd::isZero(any & lanes<WideRows>(kTopBit))) ownForwardRows<false, Source>(rows, dst, table);
+    else ownForwardRows<true, Source>(rows, dst, table);
   } else {
     Saturating<int16_t> rows[8][8];
     for (int x = 0; x < 8; ++x) {

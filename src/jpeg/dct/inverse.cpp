@@ -12,9 +12,8 @@ using namespace jpeg::dct;
 template <class Destination>
 QELJ_INLINE void ownInverse(const int16_t* src, const uint16_t* table, Destination destination) {
   if constexpr (simd::kEnabled) {
-    const auto& weights = fromMemory(kInverseWeights);
     const auto rows = [&](int i) {
-      return ownInverseRows<8>(ownDequantiseRows(src, table, i * kRows), weights[size_t(i)]);
+      return ownInverseRows<8>(ownDequantiseRows(src, table, i * kRows), kInverseWeights[size_t(i)]);
     };
     if constexpr (kRows == 2) {
       using S = Saturating<WideRows>;

@@ -83,14 +83,14 @@ struct OddPart {
 };
 template <class S>
 inline OddPart<S> ownOddRows(S y1, auto y3, auto y5, auto y7) {
-  const auto a = times(y5, kTan3Less1) + y3;
-  const auto b = y5 - times(y3, kTan3Less1);
+  const auto a = (hi(y5, kTan3Less1) + y5) + y3;
+  const auto b = y5 - (hi(y3, kTan3Less1) + y3);
   const S p = y1 + hi(y7, kTan1), q = hi(y1, kTan1) - y7;
   return {p + a, p - a, q + b, q - b};
 }
 template <class S>
 inline S timesCos4(S x) {
-  return times(x, kCos4Less1);
+  return hi(x, kCos4Less1) + x;
 }
 
 // Every row is an argument of its own, as y3 to y7 may be Zero.
@@ -121,7 +121,7 @@ template <class S>
 inline RowPairs<S> ownInverseColumns(S y01, S y23, S y45, S y67) {
   const auto halves = [](S low, S high) { return S{simd::lowerAndUpper(low.v, high.v)}; };
   const S h01 = hi(y01, kNoneTan1), h23 = hi(y23, kTan2Tan3Less1), h67 = hi(y67, kTan2Tan1);
-  const S m23 = {addWrap(h23.v, y23.v)}, m45 = times(y45, kNoneTan3Less1);  // -, tan 3 times y3; y4, tan 3 times y5
+  const S m23 = h23 + y23, m45 = hi(y45, kNoneTan3Less1) + y45;  // -, tan 3 times y3; y4, tan 3 times y5
   const S s0p = y01 + halves(y45, h67), s1q = halves(y01, h01) - halves(y45, y67);
   const S g0a = y23 + halves(h67, m45), g1b = halves(h23, y45) - halves(y67, m23);
   const S f0e0 = s0p + g0a, f3e1 = s0p - g0a, f1e2 = s1q + g1b, f2e3 = s1q - g1b;

@@ -28,13 +28,12 @@ template <int kSize>
 void ownInverseCorner(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   const LevelShiftedOut destination{dst, dstStep};
   if constexpr (simd::kEnabled) {
-    const auto& weights = fromMemory(kInverseWeights);
     Saturating<BlockRow> y[4] = {{}, {}, {all<BlockRow>(emptyRow(2))}, {}}, rows[8];
     simd::unroll<kSize / kRows>([&](auto i) {
       constexpr int k = i * kRows;
       WideRows x = ownDequantiseRows(src, table, k);
       if constexpr (kSize == 2) x = as<int16_t>(as<uint64_t>(x) & 0xFFFFFFFFu);
-      splitRows(inOrder(ownInverseRows<4>(x, weights[i])), y + k);
+      splitRows(inOrder(ownInverseRows<4>(x, kInverseWeights[i])), y + k);
     });
     constexpr Zero zero;
     if constexpr (kSize == 2) ownInverseColumns(rows, y[0], y[1], y[2], zero, zero, zero, zero, zero);
@@ -175,6 +174,16 @@ constexpr auto kTwoWeights = [] {
   return all;
 }();
 
+// The same weights, of values that the compiler doesn't know: GCC 12 loads a vector of a known value into a register of its
+// own where a multiplication could take it from memory, which made a block take 1.03 times as long.
+inline const TwoWeights& fromMemory(const TwoWeights& weights) {
+  const TwoWeights* address = &weights;
+#if defined(__x86_64__) && !defined(QELJ_PORTABLE)
+  asm("" : "+r"(address));
+#endif
+  return *address;
+}
+
 // Of two samples a row: sample 0 of row i, i + 2, i + 4, i + 6; sample 1 of the same. Of the even rows only
 // row 0 counts.
 inline WideRows ownRowsToTwo(const int16_t* src, const uint16_t* table, int i, const TwoWeights& weights) {
@@ -233,7 +242,7 @@ inline Saturating<BlockRow> fromLane(Saturating<BlockRow> v) {
 inline BlockRow ownColumnsToTwo(Saturating<BlockRow> y0, Saturating<BlockRow> y) {
   using S = Saturating<BlockRow>;
   // y tan, with the 1 that the middle two lanes' tangents lack, and y mirrored: y7, y5, y3, y1.
-  const S f = {addWrap(hi(y, kTan1331).v, y.v & lanes<BlockRow>(kMiddleLanes))};
+  const S f = hi(y, kTan1331) + S{y.v & lanes<BlockRow>(kMiddleLanes)};
   const S mirrored = {simd::shuffle8<3, 2, 1, 0, 7, 6, 5, 4>(y.v)};
   const S sum = f + mirrored;
   const S a = fromLane<2>(sum), p = fromLane<3>(sum), b = fromLane<1>(mirrored - f), q = f - mirrored;
@@ -248,9 +257,8 @@ inline BlockRow ownColumnsToTwo(Saturating<BlockRow> y0, Saturating<BlockRow> y)
 
 void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    const auto& weights = fromMemory(kFourWeights);
     std::array<WideRows, 2> rows[2 / kRows];
-    for (int i = 0; i < 2 / kRows; ++i) rows[i] = ownRowsToFour(src, table, i, weights[size_t(i)]);
+    for (int i = 0; i < 2 / kRows; ++i) rows[i] = ownRowsToFour(src, table, i, kFourWeights[size_t(i)]);
     const RowBlocks top = bothBlocks([&](int i) { return rows[i][0]; });
     const RowBlocks bottom = bothBlocks([&](int i) { return rows[i][1]; });
     // From here on the lanes 0, 1, 5 and 4 are the four columns; the others have no meaning.
@@ -281,8 +289,8 @@ void ownInverseToFour(const int16_t* src, uint8_t* dst, int32_t dstStep, const u
 
 void ownInverseToTwo(const int16_t* src, uint8_t* dst, int32_t dstStep, const uint16_t* table) {
   if constexpr (simd::kEnabled) {
-    const auto& weights = fromMemory(kTwoWeights);
-    const RowBlocks of = bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, weights[size_t(i)]); });
+    const RowBlocks of =
+        bothBlocks([&](int i) { return ownRowsToTwo(src, table, i, fromMemory(kTwoWeights[size_t(i)])); });
     const auto bytes = as<uint8_t>(ownColumnsToTwo({of.even}, {of.odd}));
     constexpr uint8_t kColumns[16] = {1, 5, 9, 13, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128, 128};
     const auto four = simd::shuffleBytes(bytes, simd::blockPattern<simd::Vec<uint8_t, 16>>(kColumns));

@@ -48,10 +48,10 @@ constinit const LaneConstant<int8_t> kSum8Difference8 = sumAndDifference(8, 8);
 constinit const LaneConstant<int8_t> kSum8Difference16 = sumAndDifference(8, 16);
 constinit const LaneConstant<int16_t> kMiddleLanes = fours(0, -1);
 constinit const LaneConstant<int16_t> kOddOne = every<int16_t>(1);
-constinit const LaneConstant<uint8_t> kTopBits = every<uint8_t>(0x80);
 constinit const LaneConstant<int16_t> kHalfOf16 = every<int16_t>(8);
 constinit const LaneConstant<int16_t> kOneOf16 = every<int16_t>(1 << 11);
-constinit const LaneConstant<int16_t> kTie = every<int16_t>(0x4000);
-constinit const LaneConstant<int16_t> kWhole = every(std::numeric_limits<int16_t>::min());
+constinit const LaneConstant<int16_t> kSecondBit = every<int16_t>(0x4000);
+constinit const LaneConstant<int16_t> kTopBit = every<int16_t>(-0x8000);
+constinit const LaneConstant<uint8_t> kTopBits = every<uint8_t>(0x80);
 
 }  // namespace qelj::jpeg::dct

@@ -29,17 +29,6 @@ inline V lanes(const LaneConstant<Lane<V>>& constant) {  // one sample or a vect
   return load<V>(constant.lane);
 }
 
-// The same table, of values that the compiler doesn't know: GCC 12 loads a vector of a known value into a register of its
-// own where a multiplication could take it from memory, which is an instruction in five of a row pass.
-template <class Table>
-inline const Table& fromMemory(const Table& table) {
-  const Table* address = &table;
-#if defined(__x86_64__) && !defined(QELJ_PORTABLE)
-  asm("" : "+r"(address));
-#endif
-  return *address;
-}
-
 #pragma GCC visibility push(hidden)
 // High multipliers. Those above 1/2 stand without their 1, which is added behind the multiplication.
 extern const LaneConstant<int16_t> kTan1;       // tan(pi/16)
@@ -57,12 +46,11 @@ extern const LaneConstant<int8_t> kSum8Difference8, kSum8Difference16;
 
 extern const LaneConstant<int16_t> kMiddleLanes;  // in each four lanes: all bits of the middle two
 extern const LaneConstant<int16_t> kOddOne;       // the lowest bit
+extern const LaneConstant<int16_t> kHalfOf16;     // 8, to round a division by 16
+extern const LaneConstant<int16_t> kOneOf16;      // 1/16 in 15 fraction bits
+extern const LaneConstant<int16_t> kSecondBit;    // 0x4000
+extern const LaneConstant<int16_t> kTopBit;       // 0x8000
 extern const LaneConstant<uint8_t> kTopBits;
-
-// For a rounded shift by 4: 8, or the factor with 15 fraction bits.
-extern const LaneConstant<int16_t> kHalfOf16, kOneOf16;
-// Of quantisation: what the low half of a tie's product is, and the bit of a factor from 1 on.
-extern const LaneConstant<int16_t> kTie, kWhole;
 #pragma GCC visibility pop
 
 // c(k) c(i) in 14 fraction bits, by k as the row's set and i.
@@ -87,25 +75,17 @@ constexpr int16_t weight(int k, int n, int u) {
 
 // --- column arithmetic -------------------------------------------------------------------------------------
 
-// In 16 bits that saturate, on one sample or a vector of them; S may be Wrapping where no sum leaves the 16 bits.
+// In 16 bits that saturate, on one sample or a vector of them.
 
 // The lowest bit set: half a unit, on average, for the fraction that a high multiplication dropped.
-template <class S>
-inline S oddOne(S a) {
-  using V = decltype(a.v);
+template <class V>
+inline Saturating<V> oddOne(Saturating<V> a) {
   return {V(a.v | lanes<V>(kOddOne))};
 }
 // The high half of the product.
-template <class S>
-inline S hi(S a, const LaneConstant<int16_t>& factor) {
-  return {mulHi(a.v, lanes<decltype(a.v)>(factor))};
-}
-
-// x times a factor between 1/2 and 1, which stands without its 1. The product is smaller than x: nothing can saturate, and
-// a processor has more units for plain sums than for saturating ones.
-template <class S>
-inline S times(S x, const LaneConstant<int16_t>& less1) {
-  return {addWrap(hi(x, less1).v, x.v)};
+template <class V>
+inline Saturating<V> hi(Saturating<V> a, const LaneConstant<int16_t>& factor) {
+  return {mulHi(a.v, lanes<V>(factor))};
 }
 
 // A row that is known to be zero: what it takes part in is left out when the kernel is compiled.
@@ -129,7 +109,6 @@ inline Saturating<V> operator-(Zero, Saturating<V> b) {
 inline Zero operator+(Zero, Zero) { return {}; }
 inline Zero operator-(Zero, Zero) { return {}; }
 inline Zero hi(Zero, const LaneConstant<int16_t>&) { return {}; }
-inline Zero times(Zero, const LaneConstant<int16_t>&) { return {}; }
 
 // --- rows as vectors ---------------------------------------------------------------------------------------
 
