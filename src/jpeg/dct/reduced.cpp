@@ -229,10 +229,10 @@ inline void ownColumnsToTwo(S (&row)[2], S y0, S y1, S y3, S y5, S y7) {
   row[1] = (z - d) >> 7;
 }
 
-// Lane n of each half, in lane 0 of the half. A rotation where there is one: of shifts, a processor has fewer units.
+// Lane n of each half, in lane 0 of the half. A rotation where it needs no copy: of shifts, a processor has fewer units.
 template <int n>
 inline Saturating<BlockRow> fromLane(Saturating<BlockRow> v) {
-  if constexpr (!simd::kShuffles) return {as<int16_t>(as<uint64_t>(v.v) >> (16 * n))};
+  if constexpr (kRows == 1) return {as<int16_t>(as<uint64_t>(v.v) >> (16 * n))};
   else return {simd::shuffle8<n, n + 1, n + 2, n + 3, n + 4, (n + 5) % 8, (n + 6) % 8, (n + 7) % 8>(v.v)};
 }
 
