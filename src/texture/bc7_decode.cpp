@@ -1,6 +1,7 @@
 // The decoder of BC7. A mode is a template argument, so that all of its field positions are constants. The scalar form
 // is the definition. The vector forms unpack all end-points of a subset in 16 bytes, and interpolate by one multiply-add
 // of an end-point pair and a weight pair a channel: palettes, or, where pixels can't be picked from these, the pixels.
+#include <algorithm>
 #include <bit>
 #include <utility>
 

@@ -2,6 +2,8 @@
 #ifndef QELJ_FRAME_SIMD_PIXELS_H
 #define QELJ_FRAME_SIMD_PIXELS_H
 
+#include <algorithm>
+
 #include "frame/simd/plain.h"
 
 namespace qelj::simd {
