@@ -54,8 +54,7 @@ QELJ_INLINE void ownJoinFields(UnitWriter& bits, uint32_t n, const simd::U32x4 (
   using simd::I16x8, simd::U16x8, simd::U32x4, simd::U8x16;
   constexpr uint8_t kAll = 0xFF, kOne = 1;
   const U8x16 there = {kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, kAll, 0};
-  const auto halves = [](U32x4 v, U32x4 w) { return simd::packI16(as<int32_t>(v & 127u), as<int32_t>(w & 127u)); };
-  const U8x16 all15 = simd::packU8(halves(fields[0], fields[1]), halves(fields[2], fields[3]));
+  const U8x16 all15 = packBytes(fields[0] & 127u, fields[1] & 127u, fields[2] & 127u, fields[3] & 127u);
   const U8x16 field = simd::shuffleBytes(all15, load<U8x16>(places.data())) & there, hasSign = field & kOne;
   const U8x16 counts = (all<U8x16>(uint8_t(n)) & there) + hasSign;
   const U8x16 least = all<U8x16>(uint8_t(1 << n)) & there, powers = least + (least & -hasSign) - U8x16(~there);
