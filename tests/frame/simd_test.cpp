@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "support/random.h"
 
 namespace qelj::test {
@@ -275,6 +277,23 @@ TEST(Simd, PixelsOfThreeAndFourBytes) {
   checkPixels<16>();
   checkPixels<32>();
   checkPixels<64>();
+}
+
+// Every place once or, in the last group, twice, and none beyond the range.
+TEST(Simd, GroupsThatCoverARange) {
+  constexpr int kGroup = 16, kFirst = 3;
+  for (int length = kGroup; length <= 3 * kGroup; ++length) {
+    std::vector<int> times(size_t(kFirst + length + kGroup));
+    coverInOneLoop<kGroup>(kFirst, kFirst + length, [&](ptrdiff_t x) {
+      for (int i = 0; i < kGroup; ++i) ++times.at(size_t(x + i));
+    });
+    const int groups = (length + kGroup - 1) / kGroup, twice = groups * kGroup - length;
+    for (int i = 0; i < int(times.size()); ++i) {
+      const bool inside = i >= kFirst && i < kFirst + length;
+      const int lastButOne = kFirst + (groups - 1) * kGroup;
+      ASSERT_EQ(inside ? 1 + (i < lastButOne && i >= lastButOne - twice) : 0, times[size_t(i)]) << length << ' ' << i;
+    }
+  }
 }
 
 TEST(Simd, FloatToInteger) {
